@@ -1,0 +1,359 @@
+#ifndef KIV_SERVICE_INTERFACE_H
+#define KIV_SERVICE_INTERFACE_H
+
+/**
+ * @file
+ * Control of wireless network speakers and soundbars from a TV application.
+ *
+ * Each function is one synchronous request to the network-speaker server over the D-Bus system bus. What holds for
+ * all of them:
+ *
+ * - **Results.** An int function returns the server's answer, or its failure value (-1 unless stated otherwise) when
+ *   the device has no network speakers, the server cannot be reached or the request fails; a bool function returns
+ *   false then unless stated otherwise. The reason stands in the platform's log under the tag "NAM_SERVICE".
+ * - **Blocking.** A call waits for the server. Each of its bus round trips ends after 8 s at the latest (the bus
+ *   daemon's own answers after 25 s), so that a server that hangs holds a call up for about 8 s, and one that has to
+ *   be started first for about 24 s. Do not call from a thread that must not wait.
+ * - **Threads.** Any function may be called from any thread, also from a callback; a slow call delays no other.
+ *   Callbacks run on the library's monitor thread, one after another, so they should return soon.
+ * - **Ownership.** The caller owns every buffer, string and vector it passes; the library keeps no pointer to them.
+ * - **Exceptions.** None leaves a function unless its description says so.
+ * - **Unloading.** Call CNSGdbus::m_DestroyMessageMonitor on CNSGdbus::m_pInstance before dlclose(); without it the
+ *   library stays mapped, because its monitor thread still runs.
+ */
+
+#include <gio/gio.h>
+#include <pthread.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#define KIV_API __attribute__((visibility("default")))
+
+/* --- Lengths ---------------------------------------------------------------------------------------------------- */
+
+#define NETSPK_LIST_NAME_LEN 128   /**< bytes of a display-name field */
+#define NETSPK_SPEAKER_TYPE_LEN 22 /**< characters of a speaker-type text; its field has one byte more, for the NUL */
+#define NETSPK_MAC_LEN 6           /**< bytes of a MAC address, in transmission order */
+#define NETSPK_IP_LEN 4            /**< bytes of an IPv4 address, in dotted order */
+
+/* --- Setting modes ---------------------------------------------------------------------------------------------- */
+
+#define NETSPKSETTING_SURROUND 80  /**< the speakers work as the TV's surround set */
+#define NETSPKSETTING_MULTIROOM 81 /**< the speakers work as a multi-room group */
+
+/* --- Events ----------------------------------------------------------------------------------------------------- */
+
+#define NAMSERVICE_EXIT_STATE 0x02020031  /**< the server is exiting */
+#define NAMSERVICE_ATMOS_STATE 0x02020028 /**< the receiver now supports Dolby Atmos */
+
+#define NAMSERVICE_EVENT_DATA_MAX 2200 /**< bytes of event data that a subscriber gets at most */
+
+/* --- Records ---------------------------------------------------------------------------------------------------- */
+
+/*
+ * Records travel as they lie in memory: packed, in the host's byte order, text fields padded with NUL. What a field
+ * named "opaque" means is agreed between the server and the application; the library carries it.
+ */
+#pragma pack(push, 1)
+
+/** A speaker list as the server describes it. */
+struct STNetSpkListInfo {
+    unsigned char opaque[1086];
+};
+typedef STNetSpkListInfo spk_list_info_s;
+
+/** One active speaker. */
+struct spk_info_s {
+    unsigned char opaque[183];
+};
+
+/** One speaker node of the network. */
+struct CNetSpkNodeInfo {
+    unsigned char opaque[134];
+};
+
+/** One speaker as it is to be started, queried or set. */
+struct STNetSpkConfig {
+    int32_t nReserved;                 /**< carried, not interpreted */
+    int32_t nConfig;                   /**< the speaker's configuration value */
+    unsigned char mac[NETSPK_MAC_LEN]; /**< the speaker's MAC address */
+    unsigned char opaque[72];          /**< carried, not interpreted */
+};
+
+#pragma pack(pop)
+
+static_assert(sizeof(STNetSpkListInfo) == 1086 && alignof(STNetSpkListInfo) == 1, "wire layout");
+static_assert(sizeof(spk_info_s) == 183 && alignof(spk_info_s) == 1, "wire layout");
+static_assert(sizeof(CNetSpkNodeInfo) == 134 && alignof(CNetSpkNodeInfo) == 1, "wire layout");
+static_assert(sizeof(STNetSpkConfig) == 86 && alignof(STNetSpkConfig) == 1, "wire layout");
+static_assert(std::is_trivially_copyable<STNetSpkListInfo>::value && std::is_trivially_copyable<spk_info_s>::value, "");
+static_assert(
+    std::is_trivially_copyable<CNetSpkNodeInfo>::value && std::is_trivially_copyable<STNetSpkConfig>::value, "");
+static_assert(offsetof(STNetSpkConfig, nConfig) == 4 && offsetof(STNetSpkConfig, mac) == 8, "wire layout");
+static_assert(offsetof(STNetSpkConfig, opaque) == 14, "wire layout");
+
+/* --- Callbacks -------------------------------------------------------------------------------------------------- */
+
+/**
+ * Receives a server event.
+ *
+ * @param nEventId  the event, see NAMSERVICE_EXIT_STATE; ids that the library does not know are passed on as they are
+ * @param pData     NAMSERVICE_EVENT_DATA_MAX bytes, of which those that the server did not send are zero; valid during
+ *                  the call only
+ * @param nLength   data length as the server announced it, NAMSERVICE_EVENT_DATA_MAX at most; may be 0 or negative
+ */
+typedef void (*NamEventCallback)(int nEventId, void* pData, int nLength);
+
+/** Learns that the receiver supports Dolby Atmos; @p nSupported is 1. */
+typedef void (*AtmosSupportCallback)(int nSupported, void* pUserData);
+
+/* --- The bus client --------------------------------------------------------------------------------------------- */
+
+struct _NS_PROXY_ASYNC_EVENT;
+
+/**
+ * The library's D-Bus client. The library has one, CNSGdbus::m_pInstance, which all functions use; a host needs it
+ * only to end the monitor thread with m_DestroyMessageMonitor().
+ *
+ * The data members are shared with the library's threads: a host does not write them.
+ */
+class KIV_API CNSGdbus {
+public:
+    typedef void (*EventCallback)(const _NS_PROXY_ASYNC_EVENT& event, void* pUserData);
+
+    /** The object built last; the library's own unless the host builds one. */
+    static CNSGdbus* m_pInstance;
+
+    /** Stores its arguments, touches no bus, and becomes m_pInstance. The callback is kept but never called. */
+    CNSGdbus(const std::string& strProxyName, EventCallback pfnEventCallback, void* pUserData);
+
+    /** Drops the connection. The monitor thread goes on until m_DestroyMessageMonitor(). */
+    ~CNSGdbus();
+
+    CNSGdbus(const CNSGdbus&) = delete;
+    CNSGdbus& operator=(const CNSGdbus&) = delete;
+
+    /**
+     * Makes sure that a bus connection is held and the client id is known, and starts the monitor thread the first
+     * time that this succeeds.
+     *
+     * @param pszXml         introspection XML of the client object; a "%s" in it stands for the client id
+     * @param vtable         handlers of the client object
+     * @param bReuse         a connection that is already held will do; nothing is sent then
+     * @param bNoOwnerCheck  ask without looking first whether the server runs, so that the bus starts it
+     * @return whether the server gave this process its client id (or, with @p bReuse, a connection is held)
+     */
+    bool GetProxy(const char* pszXml, GDBusInterfaceVTable vtable, bool bReuse, bool bNoOwnerCheck);
+
+    /** Drops the bus connection, if one is held. */
+    void GiveProxy();
+
+    /**
+     * Calls a method of the server and waits for its reply, 8 s at most.
+     *
+     * @param strMethod      method of the server's interface
+     * @param pInput         argument tuple, or null for none; consumed if floating
+     * @param ppOutput       gets the reply, which the caller owns, or null if the call was sent and failed; stays as
+     *                       it is if nothing was sent
+     * @param bNoOwnerCheck  call without looking first whether the server runs, so that the bus starts it
+     * @return whether a reply came
+     */
+    bool MethodCall(std::string strMethod, GVariant* pInput, GVariant** ppOutput, bool bNoOwnerCheck);
+
+    /** Asks the server for this process's client id and keeps it in m_strClientName. */
+    bool m_GetProxyObj(bool bNoOwnerCheck);
+
+    /** Asks the bus whether @p pszName has an owner. */
+    bool m_IsExistedBusname(const char* pszName);
+
+    /** Body of the monitor thread; @p pInstance is the CNSGdbus that it serves. Returns null. */
+    static void* m_Monitor(void* pInstance);
+    static void m_OnbusAcquired(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
+    static void m_OnnameAcquired(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
+    static void m_OnnameLost(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
+
+    /**
+     * Ends the monitor thread and waits for it; no callback runs after that, and none will for the life of the
+     * process. May be called at any time and repeatedly, but not from a callback.
+     *
+     * @return 0, or the error number of pthread_join()
+     */
+    int m_DestroyMessageMonitor();
+
+    std::string m_strClientName;              /**< client id from the server; empty until it gave one */
+    pthread_t m_MonitorThread;                /**< 0 when there is none */
+    std::string m_strIntrospectionXml;        /**< XML last given to GetProxy() */
+    GDBusNodeInfo* m_pDbusNodeInfo;           /**< parsed XML; the monitor thread's */
+    GMainLoop* m_pMainLoop;                   /**< loop of the monitor thread */
+    GDBusConnection* m_pConnection;           /**< owns one reference */
+    GDBusInterfaceVTable m_stInterfaceVTable; /**< handlers last given to GetProxy() */
+    unsigned int m_nRegistrationId;           /**< of the client object; 0 when not registered */
+    std::string m_strProxyName;               /**< name given to the constructor */
+    bool m_bProxyReady;                       /**< a connection obtained by GetProxy() is held */
+    EventCallback m_pfnEventCallback;         /**< kept, never called */
+    void* m_pUserData;                        /**< kept, never used */
+};
+
+extern "C" {
+
+/* --- Globals ---------------------------------------------------------------------------------------------------- */
+
+extern KIV_API bool g_KivDisabled;         /**< the device has no network speakers; valid once g_GetSystemVal is set */
+extern KIV_API bool g_GetSystemVal;        /**< the device's feature key has been read */
+extern KIV_API char g_strDeviceName[128];  /**< for the host's use; the library neither reads nor writes it */
+extern KIV_API pthread_t m_launchthreadId; /**< the thread that is bringing the server up, or 0 */
+
+/**
+ * Whether the device has no network speakers.
+ *
+ * Reads the device feature "com.molvane/featureconf/kiv_multi_ch_support" until it can be read, then keeps the answer.
+ *
+ * @return true if the feature is off; false if it is on or cannot be read
+ */
+KIV_API bool GetWhetherKivDisabled(void);
+
+/* --- Events ----------------------------------------------------------------------------------------------------- */
+
+/**
+ * Has @p callback called for every event of the server, from the next one on.
+ *
+ * Callbacks are called in the byte order of their names. The callback is in place even if the server cannot then be
+ * asked for events and the result is 0; UnsubscribeNamServiceCallback() removes it.
+ *
+ * @param name      name of the subscription; a second subscription of the same name replaces the first
+ * @param callback  called on the monitor thread; an exception that it throws is logged and dropped
+ * @return 1; 0 if an argument is null, the device has no network speakers, the server cannot be reached or the request
+ *         fails
+ */
+KIV_API int SubscribeNamServiceCallback(const char* name, NamEventCallback callback);
+
+/**
+ * Ends the subscription of that name. A callback that is running at this moment is not waited for.
+ *
+ * If the device has no network speakers or the server cannot be reached, the subscription stays.
+ *
+ * @param name  name of the subscription; one that does not exist is no error
+ * @throws std::logic_error if @p name is null
+ */
+KIV_API void UnsubscribeNamServiceCallback(const char* name);
+
+/**
+ * Tells the server to stop watching a node.
+ *
+ * @param node  passed through unchanged
+ * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers or the server cannot
+ *         be reached
+ */
+KIV_API int NodeRemoveFromWatcher(int node);
+
+/* --- Dolby Atmos ------------------------------------------------------------------------------------------------ */
+
+/** Whether the connected receiver supports Dolby Atmos, as the server knows it. */
+KIV_API bool kiv_is_receiver_atmos(void);
+
+/**
+ * Has @p callback called with 1 and @p user_data each time the server reports that the receiver supports Atmos.
+ *
+ * Callbacks are called in the order of their registration, before the event's subscribers.
+ *
+ * @param callback   called on the monitor thread; an exception that it throws is logged and dropped
+ * @param user_data  passed to the callback
+ * @return 0, also if the server refuses the request and nothing is registered; -1 if @p callback is null or registered
+ *         already, the device has no network speakers or the server cannot be reached
+ */
+KIV_API int register_atmos_support_cb(AtmosSupportCallback callback, void* user_data);
+
+/**
+ * Ends a registration. A callback that is running at this moment is not waited for.
+ *
+ * @return 0; -1 if @p callback is null or not registered, the device has no network speakers, the server cannot be
+ *         reached or the request fails (the registration stays then)
+ */
+KIV_API int unregister_atmos_support_cb(AtmosSupportCallback callback);
+
+/* --- Starting and stopping speakers ----------------------------------------------------------------------------- */
+
+/**
+ * Routes the TV's sound to network speakers.
+ *
+ * The setting mode is sent first, the speaker list second. A server that answers -1 to the mode does not stop the
+ * start.
+ *
+ * @param nMode         setting mode, passed through unchanged
+ * @param list          speakers to start, 86 bytes each, sent in this order; may be empty
+ * @param nStartReason  reason code, passed through unchanged
+ * @return the server's answer; -1 if the device has no network speakers, the server cannot be reached or a request
+ *         fails
+ */
+KIV_API int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStartReason);
+
+/**
+ * Routes the TV's sound back from the network speakers.
+ *
+ * @param nStopType  passed through unchanged
+ * @return the server's answer, or -1
+ */
+KIV_API int StopNetworkSpeaker(int nStopType);
+
+/** Switches surround operation off. @return the server's answer, or -1 */
+KIV_API int DisableSurround(void);
+
+/** Asks for the number of surround channels. @return the server's answer, or -1 */
+KIV_API int GetSurroundChannelNumber(void);
+
+/* --- Entry points of an older interface ------------------------------------------------------------------------- */
+
+/*
+ * They do nothing, read no argument, and return the same value always: 0 unless stated otherwise. They are here so that
+ * hosts of the older interface still link.
+ */
+
+KIV_API int get_size_of_spk_list_info_s(...); /**< 1086, the size of spk_list_info_s */
+KIV_API int get_size_of_spk_info_s(...);      /**< 183, the size of spk_info_s */
+KIV_API int GetLastConnectSatIdx(...);        /**< -1 */
+KIV_API int SPK_IsConnectToTV(...);           /**< 0, and a log line */
+
+KIV_API int SPK_NotifySpkVolumeTable(...);
+KIV_API int SPK_NotifyAudioCtrl(...);
+KIV_API int SPK_GetGroupInfo(...);
+KIV_API int SPK_GetSelfAndAllCandidateNodeInfo(...);
+KIV_API int SPK_GetMacFromDi(...);
+KIV_API int SPK_GetSourceExtraNodeInfo(...);
+KIV_API int SPK_SetBTModeDelay(...);
+KIV_API int SPK_getSelfAndAllNodeInfo(...);
+KIV_API int SPK_GetSelfAndAllNodeInfo(...);
+KIV_API int SPK_SendCalData(...);
+KIV_API int SPK_UnGroupHts(...);
+KIV_API int SPK_GetGroupHts(...);
+KIV_API int SPK_SetHtsVolume(...);
+KIV_API int SPK_SetHtsMute(...);
+KIV_API int SPK_GetHtsVolume(...);
+KIV_API int SPK_GetHtsMute(...);
+KIV_API int SPK_NotifySounbarSettings(...);
+KIV_API int SPK_getAllNodeInfo(...);
+KIV_API int SPK_GetAllNodeInfo(...);
+KIV_API int SPK_GetNumberOfNode(...);
+KIV_API int SPK_NotifyPlayStatus(...);
+KIV_API int SPK_NotifyMasterStatusLED(...);
+KIV_API int SPK_NotifyAlarmVolume(...);
+KIV_API int SPK_NotifySleepMode(...);
+KIV_API int SPK_ChangeVolume(...);
+KIV_API int SPK_NotifySpkVolume(...);
+KIV_API int SPK_NotifySpkMute(...);
+KIV_API int SPK_SetKivMode_singleTV(...);
+KIV_API int SPK_SetKivMode_Lastmemory(...);
+KIV_API int SPK_SetKivMode(...);
+KIV_API int SPK_SetSpkProperty(...);
+KIV_API int SPK_UnGroup(...);
+KIV_API int SPK_SetMultiSpkGroup(...);
+KIV_API int SPK_SetMultiChGroup(...);
+KIV_API int SPK_SetMute(...);
+KIV_API int SPK_SetVolume(...);
+
+} // extern "C"
+
+#endif

@@ -1,0 +1,299 @@
+#include "link/BusClient.h"
+
+#include "link/ClientEndpoint.h"
+#include "link/Lifetime.h"
+#include "link/SystemBus.h"
+
+#include <atomic>
+#include <mutex>
+#include <utility>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
+constexpr const char* kServerPath = "/org/lumra/tv/networkspeaker/server";
+constexpr const char* kServerInterface = "org.lumra.tv.networkspeaker.server.interface";
+constexpr const char* kBusName = "org.freedesktop.DBus";
+constexpr const char* kBusPath = "/org/freedesktop/DBus";
+constexpr const char* kBusInterface = "org.freedesktop.DBus";
+constexpr const char* kIdMethod = "check_dbus_connection";
+constexpr const char* kOwnerMethod = "NameHasOwner";
+constexpr int kCallTimeoutMs = 8000;
+constexpr int kDefaultTimeoutMs = -1;
+
+std::mutex g_members;
+std::atomic<GVariant*> g_unreleased;
+
+} // namespace
+
+namespace kiv::link {
+
+namespace {
+
+ConnectionOwner Exchange(CNSGdbus& client, ConnectionOwner connection)
+{
+    const std::lock_guard lock(g_members);
+    return ConnectionOwner(std::exchange(client.m_pConnection, connection.release()));
+}
+
+void SetReady(CNSGdbus& client, bool ready)
+{
+    const std::lock_guard lock(g_members);
+    client.m_bProxyReady = ready;
+}
+
+bool IsUsable(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_members);
+    return client.m_bProxyReady || client.m_pConnection != nullptr;
+}
+
+bool SameHandlers(const GDBusInterfaceVTable& a, const GDBusInterfaceVTable& b)
+{
+    return a.method_call == b.method_call && a.get_property == b.get_property && a.set_property == b.set_property;
+}
+
+// Written only when something changes, which in practice is once.
+void StoreTemplate(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable)
+{
+    const std::lock_guard lock(g_members);
+    if (client.m_strIntrospectionXml != xml) {
+        client.m_strIntrospectionXml = xml;
+    }
+    if (!SameHandlers(client.m_stInterfaceVTable, vtable)) {
+        client.m_stInterfaceVTable = vtable;
+    }
+}
+
+void SetClientName(CNSGdbus& client, const char* name)
+{
+    const std::lock_guard lock(g_members);
+    if (client.m_strClientName != name) {
+        client.m_strClientName = name;
+    }
+}
+
+bool ReadOwnerAnswer(const Here& here, GVariant* body)
+{
+    gboolean answer = FALSE;
+    if (body != nullptr && IsOfType(here, kOwnerMethod, body, "(b)")) {
+        g_variant_get(body, "(b)", &answer);
+    }
+    return answer != FALSE;
+}
+
+void FreeStrings(CNSGdbus& client)
+{
+    const std::lock_guard lock(g_members);
+    for (std::string* text : {&client.m_strClientName, &client.m_strIntrospectionXml, &client.m_strProxyName}) {
+        std::string().swap(*text);
+    }
+}
+
+NeverDestroyed<CNSGdbus> g_client("ns", nullptr, nullptr);
+
+void GiveBackAtUnload()
+{
+    g_client->GiveProxy();
+    FreeStrings(*g_client);
+    KeepUnreleased(nullptr);
+}
+
+const AtUnload<GiveBackAtUnload> g_clientAtUnload;
+
+} // namespace
+
+CNSGdbus& ns_proxy = *g_client;
+
+ConnectionOwner HeldConnection(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_members);
+    GDBusConnection* connection = client.m_pConnection;
+    return ConnectionOwner(connection != nullptr ? g_object_ref(connection) : nullptr);
+}
+
+std::string ClientName(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_members);
+    return client.m_strClientName;
+}
+
+std::string IntrospectionXml(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_members);
+    return client.m_strIntrospectionXml;
+}
+
+GDBusInterfaceVTable InterfaceVTable(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_members);
+    return client.m_stInterfaceVTable;
+}
+
+void AdoptClientName(const Here& here, const char* received)
+{
+    const std::string current = ClientName(ns_proxy);
+    if (received == nullptr || current == received) {
+        return;
+    }
+    KIV_LOG_AT(here, kLogWarning, "ns_proxy.strProxyObj[%s], pProxyObj[%s]", current.c_str(), received);
+    SetClientName(ns_proxy, received);
+}
+
+bool IsOfType(const Here& here, const char* method, GVariant* value, const char* expected)
+{
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE(expected)) != FALSE) {
+        return true;
+    }
+    KIV_LOG_AT(
+        here, kLogError, "[%s] method [%s], reply of type [%s] expected, [%s] found", kApiTag, method, expected,
+        g_variant_get_type_string(value));
+    return false;
+}
+
+void KeepUnreleased(VariantOwner value)
+{
+    const VariantOwner previous(g_unreleased.exchange(value.release()));
+}
+
+} // namespace kiv::link
+
+using namespace kiv::link;
+
+CNSGdbus* CNSGdbus::m_pInstance;
+
+CNSGdbus::CNSGdbus(const std::string& strProxyName, EventCallback pfnEventCallback, void* pUserData)
+    : m_MonitorThread(0), m_pDbusNodeInfo(nullptr), m_pMainLoop(nullptr), m_pConnection(nullptr), m_stInterfaceVTable(),
+      m_nRegistrationId(0), m_strProxyName(strProxyName), m_bProxyReady(false), m_pfnEventCallback(pfnEventCallback),
+      m_pUserData(pUserData)
+{
+    m_pInstance = this;
+}
+
+CNSGdbus::~CNSGdbus()
+{
+    GiveProxy();
+}
+
+bool CNSGdbus::GetProxy(const char* pszXml, GDBusInterfaceVTable vtable, bool bReuse, bool bNoOwnerCheck)
+{
+    if (bReuse && IsUsable(*this)) {
+        return true;
+    }
+    StoreTemplate(*this, pszXml, vtable);
+
+    ConnectionOwner held = HeldConnection(*this);
+    if (held && g_dbus_connection_is_closed(held.get()) != FALSE) {
+        Exchange(*this, nullptr);
+    }
+    GError* failure = nullptr;
+    ConnectionOwner connection = GetSystemBus(std::move(held), &failure);
+    if (failure != nullptr) {
+        KIV_LOG_ERROR("[%s] NULL != pError", kApiTag);
+        g_error_free(failure);
+        Exchange(*this, nullptr);
+        return false;
+    }
+    if (!connection) {
+        KIV_LOG_ERROR("[%s] m_pConnection is NULL", kApiTag);
+        GiveProxy();
+        return false;
+    }
+    const ConnectionOwner inUse(g_object_ref(connection.get()));
+    Exchange(*this, std::move(connection));
+    SetReady(*this, true);
+    if (!m_GetProxyObj(bNoOwnerCheck)) {
+        KIV_LOG_ERROR("!!! ERROR [%s] m_GetProxyObj fail", kApiTag);
+        GiveProxy();
+        return false;
+    }
+    ServeEvents(*this, inUse.get());
+    return true;
+}
+
+void CNSGdbus::GiveProxy()
+{
+    Exchange(*this, nullptr);
+    SetReady(*this, false);
+}
+
+bool CNSGdbus::MethodCall(std::string strMethod, GVariant* pInput, GVariant** ppOutput, bool bNoOwnerCheck)
+{
+    const VariantOwner input = Sink(pInput);
+    const ConnectionOwner connection = HeldConnection(*this);
+    if (!connection) {
+        KIV_LOG_ERROR("[%s] m_pConnection is NULL", kApiTag);
+        return false;
+    }
+    if (g_dbus_is_member_name(strMethod.c_str()) == FALSE) {
+        KIV_LOG_ERROR("[%s] Error: method [%s],[%s]...", kApiTag, strMethod.c_str(), "not a valid method name");
+        return false;
+    }
+    if (!bNoOwnerCheck && !m_IsExistedBusname(kServerName)) {
+        return false;
+    }
+    KIV_LOG_DEBUG("[%s] Enter", kApiTag);
+    GError* failure = nullptr;
+    *ppOutput = g_dbus_connection_call_sync(
+        connection.get(), kServerName, kServerPath, kServerInterface, strMethod.c_str(), input.get(), nullptr,
+        G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, &failure);
+    const ErrorOwner error(failure);
+    if (error) {
+        KIV_LOG_ERROR("[%s] Error: method [%s],[%s]...", kApiTag, strMethod.c_str(), error->message);
+        return false;
+    }
+    return true;
+}
+
+bool CNSGdbus::m_GetProxyObj(bool bNoOwnerCheck)
+{
+    const VariantOwner input = Sink(g_variant_new("(i)", getpid()));
+    if (!input) {
+        KIV_LOG_ERROR("(%s) return", "param_in == NULL");
+        return false;
+    }
+    GVariant* output = nullptr;
+    if (!MethodCall(kIdMethod, input.get(), &output, bNoOwnerCheck)) {
+        return false;
+    }
+    VariantOwner reply(output);
+    const char* id = nullptr;
+    if (reply && IsOfType(KIV_HERE, kIdMethod, reply.get(), "(s)")) {
+        g_variant_get(reply.get(), "(&s)", &id);
+    }
+    SetClientName(*this, id != nullptr ? id : "");
+    KeepUnreleased(std::move(reply));
+    return id != nullptr;
+}
+
+bool CNSGdbus::m_IsExistedBusname(const char* pszName)
+{
+    if (pszName == nullptr || g_utf8_validate(pszName, -1, nullptr) == FALSE) {
+        KIV_LOG_ERROR("(%s) return", "pszName is not valid UTF-8");
+        return false;
+    }
+    bool exists = false;
+    const ConnectionOwner connection = HeldConnection(*this);
+    const MessageOwner request(g_dbus_message_new_method_call(kBusName, kBusPath, kBusInterface, kOwnerMethod));
+    if (!request) {
+        KIV_LOG_ERROR("Failed to alloc new method call");
+    } else if (connection) {
+        g_dbus_message_set_body(request.get(), g_variant_new("(s)", pszName));
+        GError* failure = nullptr;
+        const MessageOwner reply(g_dbus_connection_send_message_with_reply_sync(
+            connection.get(), request.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, kDefaultTimeoutMs, nullptr, nullptr,
+            &failure));
+        const ErrorOwner error(failure);
+        if (reply) {
+            exists = ReadOwnerAnswer(KIV_HERE, g_dbus_message_get_body(reply.get()));
+        } else if (error) {
+            KIV_LOG_ERROR("Failed to get uid [%s]", error->message);
+        }
+    }
+    if (!exists) {
+        KIV_LOG_ERROR("!!! ERROR %s not exist ", pszName);
+    }
+    return exists;
+}

@@ -1,0 +1,357 @@
+#include "link/ClientEndpoint.h"
+
+#include "link/BusClient.h"
+#include "link/EventDispatch.h"
+#include "link/LibraryPin.h"
+#include "link/Owners.h"
+#include "link/SystemBus.h"
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace kiv::link {
+
+const char* const kClientXml = R"(<node>
+  <interface name="org.lumra.tv.networkspeaker.client.interface.%s">
+    <method name="nam_notify_subscriber">
+      <arg name="param" type="ay" direction="in"/>
+    </method>
+    <method name="test_nam_notify_subscriber_1">
+      <arg name="client_cb" type="i" direction="in"/>
+      <arg name="request_id" type="i" direction="in"/>
+      <arg name="img_path" type="s" direction="in"/>
+      <arg name="result" type="i" direction="in"/>
+      <arg name="user_data" type="i" direction="in"/>
+    </method>
+    <method name="000_nam_notify_subscriber">
+      <arg name="client_cb" type="i" direction="in"/>
+      <arg name="eventtype" type="i" direction="in"/>
+      <arg name="param" type="ay" direction="in"/>
+      <arg name="result" type="i" direction="in"/>
+      <arg name="user_data" type="i" direction="in"/>
+    </method>
+  </interface>
+</node>
+)";
+
+const GDBusInterfaceVTable kClientVTable = {NamClientReceiveHandleEvent, nullptr, nullptr, {}};
+
+namespace {
+
+constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
+constexpr const char* kClientPathPrefix = "/org/lumra/tv/networkspeaker/client/";
+constexpr std::string_view kIdPlaceholder = "%s";
+
+/*
+ * The client's bus name, owned on the monitor thread, in whose context everything arrives that is sent to it. The
+ * object's registration is kept in the client, where hosts know it.
+ */
+class ClientEndpoint {
+public:
+    ClientEndpoint(CNSGdbus& client, const Here& here) : client_(client), here_(here) { g_weak_ref_init(&on_, nullptr); }
+    ~ClientEndpoint() { g_weak_ref_clear(&on_); }
+    ClientEndpoint(const ClientEndpoint&) = delete;
+    ClientEndpoint& operator=(const ClientEndpoint&) = delete;
+
+    // False if the id that the server gave allows no endpoint.
+    bool Open();
+    void Close();
+    // Opens anew, unless the connection is the one it is open on.
+    void Follow();
+
+private:
+    bool ParseXml(const std::string& id);
+    ConnectionOwner On() { return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&on_))); }
+
+    CNSGdbus& client_;
+    const Here here_;
+    guint nameOwner_ = 0;
+    // Weak, because a closed connection must be let go before there can be a new one.
+    GWeakRef on_{};
+};
+
+// The running monitor thread, as far as others ask things of it.
+struct Monitor {
+    pthread_t thread = 0;
+    GMainContext* context = nullptr;
+    ClientEndpoint* endpoint = nullptr;
+};
+
+// Guards g_monitor, and the start and the end of the thread against one another.
+std::mutex g_lifecycle;
+Monitor g_monitor;
+std::atomic<bool> s_bMonitorStarted = false;
+std::atomic<bool> g_endRequested = false;
+
+void LogUnfitId(const Here& here, const std::string& id)
+{
+    KIV_LOG_AT(here, kLogError, "[%s] client id [%s] fits no D-Bus name, path or interface", kApiTag, id.c_str());
+}
+
+std::string ObjectPath(const std::string& id)
+{
+    return kClientPathPrefix + id;
+}
+
+std::string FillIn(std::string xml, const std::string& id)
+{
+    const std::size_t at = xml.find(kIdPlaceholder);
+    return at == std::string::npos ? xml : xml.replace(at, kIdPlaceholder.size(), id);
+}
+
+bool HasUsableInterface(const GDBusNodeInfo& node)
+{
+    return node.interfaces != nullptr && node.interfaces[0] != nullptr &&
+           g_dbus_is_interface_name(node.interfaces[0]->name) != FALSE;
+}
+
+bool ClientEndpoint::Open()
+{
+    const std::string id = ClientName(client_);
+    const std::string name = kClientNamePrefix + id;
+    // Checked first, so that nothing of an id that is no name gets into the XML.
+    if (g_dbus_is_name(name.c_str()) == FALSE || g_variant_is_object_path(ObjectPath(id).c_str()) == FALSE) {
+        LogUnfitId(here_, id);
+        return false;
+    }
+    if (!ParseXml(id)) {
+        return false;
+    }
+    // Without a connection to share, GIO would open one here, whose loss would end the host.
+    const ConnectionOwner connection = GetSystemBus(HeldConnection(client_), nullptr);
+    if (connection) {
+        g_weak_ref_set(&on_, connection.get());
+        nameOwner_ = g_bus_own_name(
+            G_BUS_TYPE_SYSTEM, name.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE, CNSGdbus::m_OnbusAcquired,
+            CNSGdbus::m_OnnameAcquired, CNSGdbus::m_OnnameLost, &client_, nullptr);
+    }
+    return true;
+}
+
+bool ClientEndpoint::ParseXml(const std::string& id)
+{
+    GError* failure = nullptr;
+    client_.m_pDbusNodeInfo = g_dbus_node_info_new_for_xml(FillIn(IntrospectionXml(client_), id).c_str(), &failure);
+    if (failure != nullptr) {
+        KIV_LOG_AT(here_, kLogError, "pError is not NULL");
+        g_error_free(failure);
+        return false;
+    }
+    if (client_.m_pDbusNodeInfo == nullptr) {
+        KIV_LOG_AT(here_, kLogError, "m_pDbusNodeInfo is NULL");
+        return false;
+    }
+    if (!HasUsableInterface(*client_.m_pDbusNodeInfo)) {
+        LogUnfitId(here_, id);
+        return false;
+    }
+    return true;
+}
+
+void ClientEndpoint::Close()
+{
+    if (nameOwner_ != 0) {
+        const std::lock_guard lock(ClosedDelivery());
+        g_bus_unown_name(std::exchange(nameOwner_, 0));
+    }
+    g_clear_pointer(&client_.m_pDbusNodeInfo, g_dbus_node_info_unref);
+    const guint registration = std::exchange(client_.m_nRegistrationId, 0);
+    const ConnectionOwner connection = On();
+    if (connection && registration != 0) {
+        g_dbus_connection_unregister_object(connection.get(), registration);
+    }
+    g_weak_ref_set(&on_, nullptr);
+}
+
+void ClientEndpoint::Follow()
+{
+    if (On() != HeldConnection(client_)) {
+        Close();
+        Open();
+    }
+}
+
+template <void (ClientEndpoint::*Task)()> gboolean Perform(gpointer endpoint)
+{
+    (static_cast<ClientEndpoint*>(endpoint)->*Task)();
+    return G_SOURCE_REMOVE;
+}
+
+void Attach(GMainContext* context, GSourceFunc function, gpointer data)
+{
+    const SourceOwner source(g_idle_source_new());
+    g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
+    g_source_set_callback(source.get(), function, data, nullptr);
+    g_source_attach(source.get(), context);
+}
+
+// Has the monitor thread do something when it next looks. A task that it never gets to goes with its context.
+template <void (ClientEndpoint::*Task)()> void Post()
+{
+    const std::lock_guard lock(g_lifecycle);
+    if (g_monitor.context != nullptr) {
+        Attach(g_monitor.context, Perform<Task>, g_monitor.endpoint);
+    }
+}
+
+void Publish(const Monitor& monitor)
+{
+    const std::lock_guard lock(g_lifecycle);
+    g_monitor = monitor;
+}
+
+gboolean QuitIfRequested(gpointer loop)
+{
+    if (g_endRequested) {
+        g_main_loop_quit(static_cast<GMainLoop*>(loop));
+    }
+    return G_SOURCE_REMOVE;
+}
+
+GMainLoop* ExchangeLoop(CNSGdbus& client, GMainLoop* loop)
+{
+    const std::lock_guard lock(g_lifecycle);
+    return std::exchange(client.m_pMainLoop, loop);
+}
+
+void RunLoop(CNSGdbus& client, GMainContext* context)
+{
+    const LoopOwner loop(g_main_loop_new(context, FALSE));
+    ExchangeLoop(client, g_main_loop_ref(loop.get()));
+    // A quit before the loop runs has no effect; the request is looked at again as soon as it does.
+    Attach(context, QuitIfRequested, loop.get());
+    g_main_loop_run(loop.get());
+    // Set still if the request came before the loop was there to be seen.
+    const LoopOwner unseen(ExchangeLoop(client, nullptr));
+}
+
+bool StartMonitorOnce(CNSGdbus& client)
+{
+    if (s_bMonitorStarted || s_bMonitorStarted.exchange(true)) {
+        return false;
+    }
+    PinLibrary();
+    const std::lock_guard lock(g_lifecycle);
+    pthread_t thread = 0;
+    if (pthread_create(&thread, nullptr, CNSGdbus::m_Monitor, &client) == 0) {
+        client.m_MonitorThread = thread;
+    } else {
+        UnpinLibrary();
+    }
+    return true;
+}
+
+// Whether the connection is one that no call has come by on before.
+bool IsFirstUse(GDBusConnection* connection)
+{
+    static const GQuark mark = g_quark_from_string("kiv-interface-api-used");
+    return g_object_replace_qdata(G_OBJECT(connection), mark, nullptr, connection, nullptr, nullptr) != FALSE;
+}
+
+} // namespace
+
+void ServeEvents(CNSGdbus& client, GDBusConnection* connection)
+{
+    const bool isFirstUse = IsFirstUse(connection);
+    if (!StartMonitorOnce(client) && isFirstUse) {
+        Post<&ClientEndpoint::Follow>();
+    }
+}
+
+void ReleaseClientName()
+{
+    Post<&ClientEndpoint::Close>();
+}
+
+bool IsMonitorThread()
+{
+    const std::lock_guard lock(g_lifecycle);
+    return pthread_equal(g_monitor.thread, pthread_self()) != 0;
+}
+
+} // namespace kiv::link
+
+using namespace kiv::link;
+
+void* CNSGdbus::m_Monitor(void* pInstance)
+{
+    UnpinLibraryAtThreadEnd();
+    auto* client = static_cast<CNSGdbus*>(pInstance);
+    if (client == nullptr) {
+        KIV_LOG_ERROR("pInstance is NULL");
+        return nullptr;
+    }
+    const ContextOwner context(g_main_context_new());
+    if (!context) {
+        KIV_LOG_ERROR("[%s] pContext is NULL", kApiTag);
+        return nullptr;
+    }
+    g_main_context_push_thread_default(context.get());
+    ClientEndpoint endpoint(*client, KIV_HERE);
+    Publish({pthread_self(), context.get(), &endpoint});
+    if (endpoint.Open()) {
+        RunLoop(*client, context.get());
+    }
+    Publish({});
+    endpoint.Close();
+    g_main_context_pop_thread_default(context.get());
+    return nullptr;
+}
+
+void CNSGdbus::m_OnbusAcquired(GDBusConnection* pConnection, const gchar* /*pszName*/, gpointer pInstance)
+{
+    KIV_LOG_DEBUG("[%s] Enter", kApiTag);
+    auto& client = *static_cast<CNSGdbus*>(pInstance);
+    const std::string id = ClientName(client);
+    const std::string path = ObjectPath(id);
+    // The id may have changed since the name was chosen.
+    if (g_variant_is_object_path(path.c_str()) == FALSE) {
+        LogUnfitId(KIV_HERE, id);
+        return;
+    }
+    const GDBusInterfaceVTable vtable = InterfaceVTable(client);
+    GError* failure = nullptr;
+    client.m_nRegistrationId = g_dbus_connection_register_object(
+        pConnection, path.c_str(), client.m_pDbusNodeInfo->interfaces[0], &vtable, nullptr, nullptr, &failure);
+    const ErrorOwner error(failure);
+    if (error) {
+        KIV_LOG_ERROR("[%s] Error: [%s]...", kApiTag, error->message);
+        g_dbus_connection_unregister_object(pConnection, client.m_nRegistrationId);
+        return;
+    }
+    KIV_LOG_INFO("strProxyObjPath [%s] pConnection %p", path.c_str(), static_cast<void*>(pConnection));
+    if (client.m_nRegistrationId == 0) {
+        KIV_LOG_ERROR("[%s] 0 == pInstance->m_nRegistrationId", kApiTag);
+    }
+}
+
+void CNSGdbus::m_OnnameAcquired(GDBusConnection* /*pConnection*/, const gchar* /*pszName*/, gpointer /*pInstance*/) {}
+
+void CNSGdbus::m_OnnameLost(GDBusConnection* /*pConnection*/, const gchar* /*pszName*/, gpointer /*pInstance*/) {}
+
+int CNSGdbus::m_DestroyMessageMonitor()
+{
+    GMainLoop* loop = nullptr;
+    pthread_t thread = 0;
+    {
+        const std::lock_guard lock(g_lifecycle);
+        g_endRequested = g_endRequested || m_pMainLoop != nullptr || m_MonitorThread != 0;
+        loop = std::exchange(m_pMainLoop, nullptr);
+        thread = std::exchange(m_MonitorThread, 0);
+    }
+    if (loop != nullptr) {
+        g_main_loop_quit(loop);
+        g_main_loop_unref(loop);
+    }
+    if (thread == 0) {
+        return 0;
+    }
+    const int result = pthread_join(thread, nullptr);
+    if (result != 0) {
+        const std::lock_guard lock(g_lifecycle);
+        m_MonitorThread = thread;
+    }
+    return result;
+}

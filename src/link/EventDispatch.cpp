@@ -1,0 +1,81 @@
+#include "link/EventDispatch.h"
+
+#include "KivServiceInterface.h"
+#include "link/BusClient.h"
+#include "link/Bytes.h"
+#include "link/EventReceivers.h"
+
+#include <algorithm>
+
+namespace kiv::link {
+
+namespace {
+
+constexpr const char* kEventMethod = "nam_notify_subscriber";
+constexpr std::size_t kIdOffset = 0;
+constexpr std::size_t kLengthOffset = 4;
+constexpr std::size_t kDataOffset = 8;
+
+Bytes ByteArray(GVariant* array)
+{
+    gsize count = 0;
+    const void* data = g_variant_get_fixed_array(array, &count, 1);
+    return data != nullptr ? Bytes(static_cast<const unsigned char*>(data), count) : Bytes();
+}
+
+void Dispatch(const Here& here, int eventId, int length, Bytes data)
+{
+    unsigned char buffer[NAMSERVICE_EVENT_DATA_MAX] = {};
+    if (length > 0) {
+        length = std::min(length, NAMSERVICE_EVENT_DATA_MAX);
+        // The announced length is what receivers are told; bytes that did not come stay zero.
+        CopyUpTo(std::span(buffer, static_cast<std::size_t>(length)), data);
+    }
+    if (eventId == NAMSERVICE_EXIT_STATE) {
+        KIV_LOG_AT(here, kLogInfo, "receive NAMSERVICE_EXIT_STATE");
+    } else if (eventId == NAMSERVICE_ATMOS_STATE) {
+        CallAtmosCallbacks(here);
+    }
+    CallSubscribers(here, eventId, buffer, length);
+}
+
+} // namespace
+
+void NamClientReceiveHandleEvent(
+    GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* objectPath, const gchar* interfaceName,
+    const gchar* methodName, GVariant* parameters, GDBusMethodInvocation* invocation, gpointer /*userData*/)
+{
+    KIV_LOG_INFO(
+        "[%s] object_path[%s], interface_name[%s], method_name[%s]", kApiTag, objectPath, interfaceName, methodName);
+    if (g_strcmp0(methodName, kEventMethod) == 0) {
+        NamNotifySubscriber(parameters, invocation);
+    } else {
+        g_object_unref(invocation);
+    }
+}
+
+bool NamNotifySubscriber(GVariant* parameters, GDBusMethodInvocation* invocation)
+{
+    InvocationOwner unanswered(invocation);
+    KIV_LOG_INFO("[%s] ** Enter **", kApiTag);
+    if (parameters == nullptr) {
+        KIV_LOG_ERROR("(%s) return", "return_data == NULL");
+        return false;
+    }
+    // GIO has answered calls of any other signature itself, so there is a byte array.
+    VariantOwner child(g_variant_get_child_value(parameters, 0));
+    g_dbus_method_invocation_return_value(unanswered.release(), nullptr);
+
+    const Bytes payload = ByteArray(child.get());
+    const int eventId = Int32At(payload, kIdOffset);
+    if (payload.empty()) {
+        KIV_LOG_ERROR("NULL payload");
+    } else if (eventId != 0) {
+        Dispatch(KIV_HERE, eventId, Int32At(payload, kLengthOffset), From(payload, kDataOffset));
+    }
+    const bool processed = !payload.empty();
+    KeepUnreleased(std::move(child));
+    return processed;
+}
+
+} // namespace kiv::link

@@ -1,0 +1,117 @@
+#include "link/Launch.h"
+
+#include "KivServiceInterface.h"
+#include "link/ApiCall.h"
+#include "link/BusClient.h"
+#include "link/ClientEndpoint.h"
+#include "link/LibraryPin.h"
+
+#include <mutex>
+
+#include <pthread.h>
+
+pthread_t m_launchthreadId;
+
+namespace kiv::link {
+
+namespace {
+
+constexpr int kMaxRetries = 5;
+
+// Guards both the retry count and the thread's id: the thread may be over before its creator has noted its id.
+std::mutex g_LaunchMutex;
+int g_dbusretrycnt;
+
+bool IsRunning()
+{
+    const std::lock_guard lock(g_LaunchMutex);
+    return m_launchthreadId != 0;
+}
+
+void SetRetryCount(int count)
+{
+    const std::lock_guard lock(g_LaunchMutex);
+    g_dbusretrycnt = count;
+}
+
+int CountRetry()
+{
+    const std::lock_guard lock(g_LaunchMutex);
+    return ++g_dbusretrycnt;
+}
+
+int StartThread(const pthread_attr_t& attributes)
+{
+    PinLibrary();
+    const std::lock_guard lock(g_LaunchMutex);
+    pthread_t thread = 0;
+    const int result = pthread_create(&thread, &attributes, m_MainLaunchPro, nullptr);
+    if (result == 0) {
+        m_launchthreadId = thread;
+    } else {
+        UnpinLibrary();
+    }
+    return result;
+}
+
+} // namespace
+
+bool s_pre_checking()
+{
+    const ApiCall call(KIV_HERE);
+    const ApiCall::Attempt attempt = call.TryOnce();
+    if (attempt != ApiCall::Attempt::kUnreachable) {
+        return attempt == ApiCall::Attempt::kReady;
+    }
+    if (IsRunning()) {
+        KIV_LOG_INFO("reset try count");
+        SetRetryCount(0);
+    } else {
+        KIV_LOG_INFO("before m_CreateThread");
+        m_CreateThread();
+    }
+    return false;
+}
+
+int m_CreateThread()
+{
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) {
+        KIV_LOG_INFO("[NAM-SEQ3] pthread_attr_init(m_CreateThread) fail");
+        return 0;
+    }
+    int started = 0;
+    if (pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED) != 0) {
+        KIV_LOG_INFO("[NAM-SEQ3] pthread_attr_setdetachstate(m_CreateThread) fail");
+    } else if (const int result = StartThread(attributes); result == 0) {
+        KIV_LOG_INFO("[NAM-SEQ2] pthread_create(m_CreateThread) successful");
+        started = 1;
+    } else {
+        KIV_LOG_INFO("[NAM-SEQ2] pthread_create(m_CreateThread) fail iRet=[%d]", result);
+    }
+    pthread_attr_destroy(&attributes);
+    return started;
+}
+
+void* m_MainLaunchPro(void* /*unused*/)
+{
+    UnpinLibraryAtThreadEnd();
+    SetRetryCount(0);
+    KIV_LOG_INFO("enter t_ImplementSimulateDbus g_dbusretrycnt=[%d]", 0);
+    int retries = 0;
+    while (retries <= kMaxRetries) {
+        ns_proxy.GetProxy(kClientXml, kClientVTable, true, true);
+        const bool bChecking = ns_proxy.GetProxy(kClientXml, kClientVTable, false, false);
+        KIV_LOG_INFO("bChecking=[%d]", bChecking);
+        if (bChecking) {
+            break;
+        }
+        retries = CountRetry();
+        KIV_LOG_INFO("g_dbusretrycnt=[%d]", retries);
+    }
+    const std::lock_guard lock(g_LaunchMutex);
+    m_launchthreadId = 0;
+    return nullptr;
+}
+
+} // namespace kiv::link

@@ -1,0 +1,15 @@
+#pragma once
+
+namespace kiv::link {
+
+// The prologue of functions that do not wait for an absent server: whether calls can be made. If not, a background
+// thread tries to bring the server up.
+bool s_pre_checking();
+
+// Starts that thread; 1 on success, 0 on failure.
+int m_CreateThread();
+
+// Its body.
+void* m_MainLaunchPro(void* unused);
+
+} // namespace kiv::link

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/Platform.h"
+
+namespace kiv::link {
+
+enum LogPriority { kLogDebug = 3, kLogInfo = 4, kLogWarning = 5, kLogError = 6, kLogMark = 7 };
+
+inline constexpr int kLogId = 2;
+inline constexpr const char* kLogTag = "NAM_SERVICE";
+inline constexpr const char* kApiTag = "NAM_API";
+
+// One name for all source files: the library presents itself in the log as one unit.
+inline constexpr const char* kLogFile = "KivServiceInterface.cpp";
+
+// The contract function on whose behalf a helper writes its lines.
+struct Here {
+    const char* function;
+    int line;
+};
+
+} // namespace kiv::link
+
+#define KIV_HERE (::kiv::link::Here{__func__, __LINE__})
+
+#define KIV_LOG_AT(here, priority, format, ...)                                                                        \
+    __dlog_print(                                                                                                      \
+        ::kiv::link::kLogId, priority, ::kiv::link::kLogTag, "%s: %s(%d) > " format, ::kiv::link::kLogFile,            \
+        (here).function, (here).line __VA_OPT__(, ) __VA_ARGS__)
+
+#define KIV_LOG_DEBUG(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogDebug, __VA_ARGS__)
+#define KIV_LOG_INFO(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogInfo, __VA_ARGS__)
+#define KIV_LOG_WARNING(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogWarning, __VA_ARGS__)
+#define KIV_LOG_ERROR(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogError, __VA_ARGS__)
+#define KIV_LOG_MARK(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogMark, __VA_ARGS__)

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+
+#include <gio/gio.h>
+
+namespace kiv::link {
+
+template <auto Release> struct Releaser {
+    template <typename T> void operator()(T* object) const { Release(object); }
+};
+
+// Each owns one reference.
+using ConnectionOwner = std::unique_ptr<GDBusConnection, Releaser<g_object_unref>>;
+using MessageOwner = std::unique_ptr<GDBusMessage, Releaser<g_object_unref>>;
+using InvocationOwner = std::unique_ptr<GDBusMethodInvocation, Releaser<g_object_unref>>;
+using VariantOwner = std::unique_ptr<GVariant, Releaser<g_variant_unref>>;
+using ErrorOwner = std::unique_ptr<GError, Releaser<g_error_free>>;
+using ContextOwner = std::unique_ptr<GMainContext, Releaser<g_main_context_unref>>;
+using LoopOwner = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
+using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
+
+// Takes a new value, whose reference is still floating; null stays null.
+inline VariantOwner Sink(GVariant* value)
+{
+    return VariantOwner(value != nullptr ? g_variant_ref_sink(value) : nullptr);
+}
+
+} // namespace kiv::link

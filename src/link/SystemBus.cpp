@@ -1,0 +1,109 @@
+#include "link/SystemBus.h"
+
+#include "link/ClientEndpoint.h"
+#include "link/Lifetime.h"
+
+namespace kiv::link {
+
+namespace {
+
+// How long a call waits for other threads to drop the closed connection. They do as soon as they run; a callback that
+// takes its time on the monitor thread is not waited for longer than this.
+constexpr gint64 kPatience = 500 * G_TIME_SPAN_MILLISECOND;
+constexpr gulong kPause = 1 * G_TIME_SPAN_MILLISECOND;
+
+std::mutex g_opening;
+std::mutex g_closedDelivery;
+
+// Made by the first opener, and only used by the thread that holds g_opening: a context has one user at a time.
+GMainContext* g_context;
+
+GMainContext* Context()
+{
+    if (g_context == nullptr) {
+        g_context = g_main_context_new();
+    }
+    return g_context;
+}
+
+void DropContext()
+{
+    const std::unique_lock lock(g_opening, std::try_to_lock);
+    if (lock) {
+        g_clear_pointer(&g_context, g_main_context_unref);
+    }
+}
+
+const AtUnload<DropContext> g_contextAtUnload;
+
+ConnectionOwner Share(GError** error)
+{
+    ConnectionOwner connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, error));
+    if (connection && g_dbus_connection_get_exit_on_close(connection.get())) {
+        g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
+    }
+    return connection;
+}
+
+ConnectionOwner ShareUnderOwnContext(GError** error)
+{
+    g_main_context_push_thread_default(Context());
+    ConnectionOwner connection = Share(error);
+    g_main_context_pop_thread_default(Context());
+    return connection;
+}
+
+void DeliverClosed()
+{
+    const std::lock_guard lock(ClosedDelivery());
+    while (g_main_context_iteration(Context(), FALSE)) {
+    }
+}
+
+bool IsAlive(GWeakRef& connection)
+{
+    return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&connection))) != nullptr;
+}
+
+// Waits until nobody refers to the closed connection any more, within limits.
+void LetGo(ConnectionOwner closed)
+{
+    GWeakRef watched;
+    g_weak_ref_init(&watched, closed.get());
+    closed.reset();
+    ReleaseClientName();
+
+    // The monitor thread cannot drop what it holds while it waits here.
+    const gint64 deadline = g_get_monotonic_time() + (IsMonitorThread() ? 0 : kPatience);
+    DeliverClosed();
+    while (IsAlive(watched) && g_get_monotonic_time() < deadline) {
+        g_usleep(kPause);
+        DeliverClosed();
+    }
+    g_weak_ref_clear(&watched);
+}
+
+} // namespace
+
+std::mutex& ClosedDelivery()
+{
+    return g_closedDelivery;
+}
+
+ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error)
+{
+    if (held && g_dbus_connection_is_closed(held.get()) == FALSE) {
+        return Share(error);
+    }
+    held.reset();
+
+    const std::lock_guard lock(g_opening);
+    ConnectionOwner connection = ShareUnderOwnContext(error);
+    if (connection && g_dbus_connection_is_closed(connection.get()) != FALSE) {
+        LetGo(std::move(connection));
+        connection = ShareUnderOwnContext(error);
+    }
+    return connection;
+}
+
+} // namespace kiv::link
