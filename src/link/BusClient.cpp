@@ -4,11 +4,11 @@
 #include "link/Lifetime.h"
 #include "link/SystemBus.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <mutex>
 #include <utility>
-
-#include <unistd.h>
 
 namespace {
 

@@ -41,7 +41,8 @@ struct Free {
 using Buffer = std::unique_ptr<unsigned char, Free>;
 
 // Records back to back; null if there is no memory for them.
-template <typename Record> Buffer PackRecords(std::span<const Record> records)
+template <typename Record>
+Buffer PackRecords(std::span<const Record> records)
 {
     Buffer buffer(static_cast<unsigned char*>(std::calloc(records.size(), sizeof(Record))));
     if (buffer && !records.empty()) {

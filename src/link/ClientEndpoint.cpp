@@ -50,7 +50,10 @@ constexpr std::string_view kIdPlaceholder = "%s";
  */
 class ClientEndpoint {
 public:
-    ClientEndpoint(CNSGdbus& client, const Here& here) : client_(client), here_(here) { g_weak_ref_init(&on_, nullptr); }
+    ClientEndpoint(CNSGdbus& client, const Here& here) : client_(client), here_(here)
+    {
+        g_weak_ref_init(&on_, nullptr);
+    }
     ~ClientEndpoint() { g_weak_ref_clear(&on_); }
     ClientEndpoint(const ClientEndpoint&) = delete;
     ClientEndpoint& operator=(const ClientEndpoint&) = delete;
@@ -173,7 +176,8 @@ void ClientEndpoint::Follow()
     }
 }
 
-template <void (ClientEndpoint::*Task)()> gboolean Perform(gpointer endpoint)
+template <void (ClientEndpoint::*Task)()>
+gboolean Perform(gpointer endpoint)
 {
     (static_cast<ClientEndpoint*>(endpoint)->*Task)();
     return G_SOURCE_REMOVE;
@@ -188,7 +192,8 @@ void Attach(GMainContext* context, GSourceFunc function, gpointer data)
 }
 
 // Has the monitor thread do something when it next looks. A task that it never gets to goes with its context.
-template <void (ClientEndpoint::*Task)()> void Post()
+template <void (ClientEndpoint::*Task)()>
+void Post()
 {
     const std::lock_guard lock(g_lifecycle);
     if (g_monitor.context != nullptr) {

@@ -11,7 +11,8 @@ void CallAtmosCallbacks(const Here& here);
 void CallSubscribers(const Here& here, int eventId, void* data, int length);
 
 // Calls a host's function; what it throws ends there, with a line in the log.
-template <typename Function> void CallHost(const Here& here, Function&& function)
+template <typename Function>
+void CallHost(const Here& here, Function&& function)
 {
     try {
         function();

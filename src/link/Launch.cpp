@@ -6,9 +6,9 @@
 #include "link/ClientEndpoint.h"
 #include "link/LibraryPin.h"
 
-#include <mutex>
-
 #include <pthread.h>
+
+#include <mutex>
 
 pthread_t m_launchthreadId;
 

@@ -2,10 +2,10 @@
 
 #include "link/Lifetime.h"
 
-#include <atomic>
-
 #include <dlfcn.h>
 #include <pthread.h>
+
+#include <atomic>
 
 namespace kiv::link {
 

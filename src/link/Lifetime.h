@@ -6,7 +6,8 @@ namespace kiv::link {
 
 // An object that no static destructor touches: when the process exits, threads of the host or of the library may
 // still be using it. What it holds is given back at unload instead, by a function that such threads survive.
-template <typename T> union NeverDestroyed {
+template <typename T>
+union NeverDestroyed {
     template <typename... Args>
     constexpr explicit NeverDestroyed(Args&&... args) : object_(std::forward<Args>(args)...)
     {
@@ -21,7 +22,8 @@ private:
 };
 
 // Calls a function when the library is unloaded or the process exits.
-template <auto Function> struct AtUnload {
+template <auto Function>
+struct AtUnload {
     ~AtUnload() { Function(); }
 };
 

@@ -23,9 +23,9 @@ struct Here {
 
 #define KIV_HERE (::kiv::link::Here{__func__, __LINE__})
 
-#define KIV_LOG_AT(here, priority, format, ...)                                                                        \
-    __dlog_print(                                                                                                      \
-        ::kiv::link::kLogId, priority, ::kiv::link::kLogTag, "%s: %s(%d) > " format, ::kiv::link::kLogFile,            \
+#define KIV_LOG_AT(here, priority, format, ...)                                                             \
+    __dlog_print(                                                                                           \
+        ::kiv::link::kLogId, priority, ::kiv::link::kLogTag, "%s: %s(%d) > " format, ::kiv::link::kLogFile, \
         (here).function, (here).line __VA_OPT__(, ) __VA_ARGS__)
 
 #define KIV_LOG_DEBUG(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogDebug, __VA_ARGS__)

@@ -1,13 +1,18 @@
 #pragma once
 
-#include <memory>
-
 #include <gio/gio.h>
+
+#include <memory>
 
 namespace kiv::link {
 
-template <auto Release> struct Releaser {
-    template <typename T> void operator()(T* object) const { Release(object); }
+template <auto Release>
+struct Releaser {
+    template <typename T>
+    void operator()(T* object) const
+    {
+        Release(object);
+    }
 };
 
 // Each owns one reference.

@@ -5,11 +5,11 @@
 #include "link/Lifetime.h"
 #include "notify/Snapshot.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <new>
 #include <vector>
-
-#include <unistd.h>
 
 using namespace kiv::link;
 

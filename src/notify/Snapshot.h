@@ -9,7 +9,8 @@ namespace kiv::notify {
 
 // A container that many threads read and few change. A reader keeps the state that it took for as long as it works
 // with it; a change puts a new state in place. Nobody waits for a reader.
-template <typename Container> class Snapshot {
+template <typename Container>
+class Snapshot {
 public:
     using State = std::shared_ptr<const Container>;
 
@@ -22,7 +23,8 @@ public:
 
     // Visits the elements that are there now, each as it is when its turn comes: find(container, element) gives what
     // has become of an element after a change, null if it was removed, which is then left out.
-    template <typename Find, typename Visit> void ForEach(Find&& find, Visit&& visit) const
+    template <typename Find, typename Visit>
+    void ForEach(Find&& find, Visit&& visit) const
     {
         const State start = Take();
         if (!start) {
@@ -41,7 +43,8 @@ public:
     }
 
     // Applies a function to a copy, which becomes the state if the function returns true. Returns what it returned.
-    template <typename Function> bool Change(Function&& function)
+    template <typename Function>
+    bool Change(Function&& function)
     {
         const std::lock_guard oneAtATime(changing_);
         const State before = Take();

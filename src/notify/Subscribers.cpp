@@ -5,10 +5,10 @@
 #include "link/Lifetime.h"
 #include "notify/Snapshot.h"
 
+#include <unistd.h>
+
 #include <map>
 #include <string>
-
-#include <unistd.h>
 
 using namespace kiv::link;
 

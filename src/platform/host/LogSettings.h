@@ -1,0 +1,18 @@
+#pragma once
+
+namespace kiv::platform {
+
+// The platform's log priorities.
+enum Priority : int { kDebug = 3, kInfo, kWarning, kError, kFatal };
+
+enum class LogTarget { Stderr, Journal, Syslog };
+
+struct LogSettings {
+    int minimum;
+    LogTarget target;
+};
+
+// Reads the environment; a variable with an unknown value is reported on stderr and counts as absent.
+LogSettings ReadLogSettings();
+
+} // namespace kiv::platform

@@ -1,0 +1,565 @@
+#include "support/BusTest.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+
+using namespace kiv::test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+constexpr const char* kXml = "<node/>";
+const GDBusInterfaceVTable kNoHandlers = {};
+const std::string kAbsent = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
+const std::string kEnter = "D MethodCall: [NAM_API] Enter";
+const std::string kIdFailed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
+
+std::size_t ThreadCount()
+{
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+}
+
+// An "(i)" that says when its last reference is gone.
+class WatchedValue {
+public:
+    GVariant* New()
+    {
+        return g_variant_new_from_data(G_VARIANT_TYPE("(i)"), &number_, sizeof number_, TRUE, OnFreed, this);
+    }
+    bool IsFreed() const { return freed_; }
+    void WaitUntilFreed() const { freed_.wait(false); }
+
+private:
+    static void OnFreed(gpointer self)
+    {
+        auto& freed = static_cast<WatchedValue*>(self)->freed_;
+        freed = true;
+        freed.notify_all();
+    }
+
+    const gint32 number_ = 5;
+    std::atomic<bool> freed_ = false;
+};
+
+class BusClientTest : public BusTest {
+protected:
+    bool Call(const std::string& method, GVariant* input = nullptr, bool noOwnerCheck = false)
+    {
+        GVariant* output = nullptr;
+        const bool succeeded = client_.MethodCall(method, input, &output, noOwnerCheck);
+        output_.reset(output, [](GVariant* value) { value != nullptr ? g_variant_unref(value) : void(); });
+        return succeeded;
+    }
+
+    CNSGdbus& client_ = *CNSGdbus::m_pInstance;
+    std::shared_ptr<GVariant> output_;
+};
+
+TEST_F(BusClientTest, LoadingTouchesNoBusAndLeavesEverythingEmpty)
+{
+    EXPECT_EQ(client_.m_strProxyName, "ns");
+    EXPECT_EQ(client_.m_strClientName, "");
+    EXPECT_EQ(client_.m_strIntrospectionXml, "");
+    EXPECT_EQ(client_.m_MonitorThread, 0U);
+    EXPECT_EQ(client_.m_pDbusNodeInfo, nullptr);
+    EXPECT_EQ(client_.m_pMainLoop, nullptr);
+    EXPECT_EQ(client_.m_pConnection, nullptr);
+    EXPECT_EQ(client_.m_stInterfaceVTable.method_call, nullptr);
+    EXPECT_EQ(client_.m_nRegistrationId, 0U);
+    EXPECT_FALSE(client_.m_bProxyReady);
+    EXPECT_EQ(client_.m_pfnEventCallback, nullptr);
+    EXPECT_EQ(client_.m_pUserData, nullptr);
+    EXPECT_FALSE(g_KivDisabled);
+    EXPECT_FALSE(g_GetSystemVal);
+    EXPECT_EQ(m_launchthreadId, 0U);
+    EXPECT_EQ(sizeof g_strDeviceName, 128U);
+    EXPECT_THAT(g_strDeviceName, ::testing::Each('\0'));
+    EXPECT_THAT(platform_log::Lines(), IsEmpty());
+    EXPECT_THAT(trace_->Messages(), IsEmpty());
+}
+
+TEST_F(BusClientTest, MembersStandInTheirOrder)
+{
+    const void* const members[] = {
+        &client_.m_strClientName, &client_.m_MonitorThread, &client_.m_strIntrospectionXml, &client_.m_pDbusNodeInfo,
+        &client_.m_pMainLoop,     &client_.m_pConnection,   &client_.m_stInterfaceVTable,   &client_.m_nRegistrationId,
+        &client_.m_strProxyName,  &client_.m_bProxyReady,   &client_.m_pfnEventCallback,    &client_.m_pUserData};
+    EXPECT_TRUE(std::ranges::is_sorted(members));
+    EXPECT_EQ(members[0], &client_); // nothing before the first, so no virtual operation either
+}
+
+TEST_F(BusClientTest, TheObjectBuiltLastIsTheInstance)
+{
+    int userData = 0;
+    const auto callback = [](const _NS_PROXY_ASYNC_EVENT&, void*) { FAIL() << "nobody calls it"; };
+    {
+        const CNSGdbus other("other", callback, &userData);
+        EXPECT_EQ(CNSGdbus::m_pInstance, &other);
+        EXPECT_EQ(other.m_strProxyName, "other");
+        EXPECT_NE(other.m_pfnEventCallback, nullptr);
+        EXPECT_EQ(other.m_pUserData, &userData);
+        EXPECT_EQ(other.m_pConnection, nullptr);
+        EXPECT_FALSE(other.m_bProxyReady);
+    }
+    CNSGdbus::m_pInstance = &client_;
+    EXPECT_THAT(trace_->Messages(), IsEmpty());
+}
+
+TEST_F(BusClientTest, TheFirstCallConnectsLearnsTheIdAndStartsTheMonitor)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_EQ(client_.m_strClientName, ClientId());
+    EXPECT_TRUE(client_.m_bProxyReady);
+    EXPECT_NE(client_.m_pConnection, nullptr);
+    EXPECT_NE(client_.m_MonitorThread, 0U);
+    EXPECT_NE(client_.m_pMainLoop, nullptr);
+    EXPECT_NE(client_.m_pDbusNodeInfo, nullptr);
+    EXPECT_NE(client_.m_nRegistrationId, 0U);
+    EXPECT_NE(client_.m_stInterfaceVTable.method_call, nullptr);
+    EXPECT_EQ(client_.m_stInterfaceVTable.get_property, nullptr);
+    EXPECT_EQ(client_.m_stInterfaceVTable.set_property, nullptr);
+    EXPECT_NE(client_.m_strIntrospectionXml.find("interface.%s"), std::string::npos);
+}
+
+TEST_F(BusClientTest, EachCallIsFourMessagesWithTheseHeaders)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_EQ(GetSurroundChannelNumber(), 0);
+
+    const auto messages = SentMessages();
+    ASSERT_EQ(messages.size(), 4U);
+    for (const std::size_t query : {0U, 2U}) {
+        const auto& message = messages[query];
+        EXPECT_EQ(message.destination, "org.freedesktop.DBus");
+        EXPECT_EQ(message.path, "/org/freedesktop/DBus");
+        EXPECT_EQ(message.interface, "org.freedesktop.DBus");
+        EXPECT_EQ(message.member, "NameHasOwner");
+        EXPECT_EQ(message.signature, "s");
+        EXPECT_EQ(message.BodyText(), "('org.lumra.tv.networkspeaker.server',)");
+        EXPECT_EQ(message.flags, G_DBUS_MESSAGE_FLAGS_NONE);
+    }
+    for (const std::size_t call : {1U, 3U}) {
+        const auto& message = messages[call];
+        EXPECT_EQ(message.destination, "org.lumra.tv.networkspeaker.server");
+        EXPECT_EQ(message.path, "/org/lumra/tv/networkspeaker/server");
+        EXPECT_EQ(message.interface, "org.lumra.tv.networkspeaker.server.interface");
+        EXPECT_EQ(message.flags, G_DBUS_MESSAGE_FLAGS_NONE); // the bus may start the server
+    }
+    EXPECT_EQ(messages[1].member, "check_dbus_connection");
+    EXPECT_EQ(messages[1].signature, "i");
+    EXPECT_EQ(messages[1].BodyText(), "(" + std::to_string(getpid()) + ",)");
+    EXPECT_EQ(messages[3].member, "GetSurroundChannelNumber");
+    EXPECT_EQ(messages[3].signature, "");
+}
+
+TEST_F(BusClientTest, ReusingAHeldConnectionSendsNothing)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_TRUE(client_.GetProxy(kXml, kNoHandlers, true, false));
+    EXPECT_TRUE(client_.GetProxy(kXml, kNoHandlers, true, true));
+
+    EXPECT_THAT(Sent(), IsEmpty());
+    EXPECT_THAT(platform_log::Lines(), IsEmpty());
+    EXPECT_NE(client_.m_strIntrospectionXml, kXml);
+}
+
+TEST_F(BusClientTest, ReuseWithoutAConnectionConnects)
+{
+    StartServer();
+    Connect();
+    client_.GiveProxy();
+
+    EXPECT_TRUE(client_.GetProxy(kXml, kNoHandlers, true, true));
+
+    EXPECT_THAT(Sent(), ElementsAre(IdQuery()));
+    EXPECT_EQ(client_.m_strIntrospectionXml, kXml);
+    EXPECT_EQ(client_.m_stInterfaceVTable.method_call, nullptr);
+}
+
+TEST_F(BusClientTest, WithoutReuseTheIdIsAskedForEachTime)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_TRUE(client_.GetProxy(kXml, kNoHandlers, false, false));
+    EXPECT_TRUE(client_.GetProxy(kXml, kNoHandlers, false, true));
+
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), IdQuery()));
+}
+
+TEST_F(BusClientTest, ThereIsNeverASecondMonitorThread)
+{
+    StartServer();
+    Connect();
+    const std::size_t threads = ThreadCount();
+    const pthread_t monitor = client_.m_MonitorThread;
+
+    for (int call = 0; call < 10; ++call) {
+        EXPECT_TRUE(client_.GetProxy(client_.m_strIntrospectionXml.c_str(), client_.m_stInterfaceVTable, false, false));
+    }
+
+    EXPECT_EQ(ThreadCount(), threads);
+    EXPECT_EQ(client_.m_MonitorThread, monitor);
+}
+
+TEST_F(BusClientTest, OneReferenceToTheConnectionWhateverTheNumberOfCalls)
+{
+    StartServer();
+    Connect();
+    const ::testing::Matcher<guint> unchanged = ::testing::Eq(G_OBJECT(client_.m_pConnection)->ref_count);
+
+    for (int call = 0; call < 100; ++call) {
+        StopNetworkSpeaker(call);
+    }
+    trace_->Flush();
+
+    // GIO's worker drops its own reference to the last message's connection when it gets to it.
+    while (!unchanged.Matches(G_OBJECT(client_.m_pConnection)->ref_count)) {
+        usleep(1000);
+    }
+}
+
+TEST_F(BusClientTest, GiveProxyDropsTheConnection)
+{
+    StartServer();
+    Connect();
+
+    client_.GiveProxy();
+    EXPECT_EQ(client_.m_pConnection, nullptr);
+    EXPECT_FALSE(client_.m_bProxyReady);
+    EXPECT_EQ(client_.m_strClientName, ClientId());
+    client_.GiveProxy();
+
+    EXPECT_FALSE(Call("DisableSurround"));
+    EXPECT_THAT(platform_log::Lines(), ::testing::SizeIs(1));
+    EXPECT_EQ(platform_log::Count("E MethodCall: [NAM_API] m_pConnection is NULL"), 1U);
+    EXPECT_THAT(Sent(), IsEmpty());
+}
+
+TEST_F(BusClientTest, AnAbsentServerIsNotCalled)
+{
+    StartServer();
+    Connect();
+    KillServer();
+    MakeServerActivatable();
+    ForgetTrafficOnly();
+
+    EXPECT_FALSE(Call("DisableSurround"));
+
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kAbsent));
+}
+
+TEST_F(BusClientTest, WithoutTheOwnerCheckTheBusStartsTheServer)
+{
+    StartServer();
+    Connect();
+    KillServer();
+    MakeServerActivatable();
+    ForgetTrafficOnly();
+
+    EXPECT_TRUE(Call("DisableSurround", nullptr, true));
+
+    EXPECT_THAT(Sent(), ElementsAre("DisableSurround()"));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kEnter));
+}
+
+TEST_F(BusClientTest, AnErrorOfTheServerIsOneLineAndAnEmptyReply)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("StopNetworkSpeaker", "{'error': <'org.example.Refused'>, 'message': <'not today'>}");
+
+    GVariant* output = g_variant_ref_sink(g_variant_new("(i)", 1));
+    GVariant* const preset = output;
+    EXPECT_FALSE(client_.MethodCall("StopNetworkSpeaker", g_variant_new("(i)", 1), &output, false));
+
+    EXPECT_EQ(output, nullptr);
+    g_variant_unref(preset);
+    EXPECT_THAT(
+        platform_log::OfTestThread(), ElementsAre(
+                                          kEnter, "E MethodCall: [NAM_API] Error: method [StopNetworkSpeaker],"
+                                                  "[GDBus.Error:org.example.Refused: not today]..."));
+}
+
+TEST_F(BusClientTest, ACallThatIsNotSentLeavesTheReplyAlone)
+{
+    StartServer();
+    Connect();
+    KillServer();
+
+    GVariant* output = g_variant_ref_sink(g_variant_new("(i)", 1));
+    GVariant* const preset = output;
+    EXPECT_FALSE(client_.MethodCall("StopNetworkSpeaker", g_variant_new("(i)", 1), &output, false));
+
+    EXPECT_EQ(output, preset);
+    g_variant_unref(preset);
+}
+
+TEST_F(BusClientTest, ACallEndsAfterEightSeconds)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("StopNetworkSpeaker", "{'silent': <true>}");
+
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(Call("StopNetworkSpeaker", g_variant_new("(i)", 1)));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(7990));
+
+    EXPECT_THAT(
+        platform_log::OfTestThread(),
+        ElementsAre(kEnter, "E MethodCall: [NAM_API] Error: method [StopNetworkSpeaker],[Timeout was reached]..."));
+}
+
+TEST_F(BusClientTest, ASlowAnswerWithinTheLimitIsWaitedFor)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("StopNetworkSpeaker", "{'delay': <uint32 6500>}");
+
+    EXPECT_EQ(StopNetworkSpeaker(4), 4);
+}
+
+TEST_F(BusClientTest, AFloatingInputIsConsumedOnEveryPath)
+{
+    WatchedValue unconnected;
+    EXPECT_FALSE(Call("StopNetworkSpeaker", unconnected.New()));
+    EXPECT_TRUE(unconnected.IsFreed());
+
+    StartServer();
+    Connect();
+    WatchedValue sent;
+    EXPECT_TRUE(Call("StopNetworkSpeaker", sent.New()));
+    sent.WaitUntilFreed();
+
+    WatchedValue misnamed;
+    EXPECT_FALSE(Call("no method", misnamed.New()));
+    EXPECT_TRUE(misnamed.IsFreed());
+
+    control_.SetFault("StopNetworkSpeaker", "{'error': <'org.example.Refused'>}");
+    WatchedValue refused;
+    EXPECT_FALSE(Call("StopNetworkSpeaker", refused.New()));
+    refused.WaitUntilFreed();
+
+    KillServer();
+    WatchedValue unsent;
+    EXPECT_FALSE(Call("StopNetworkSpeaker", unsent.New()));
+    EXPECT_TRUE(unsent.IsFreed());
+}
+
+TEST_F(BusClientTest, AnInputThatTheCallerOwnsStaysTheCallers)
+{
+    StartServer();
+    Connect();
+    WatchedValue value;
+    GVariant* owned = g_variant_ref_sink(value.New());
+
+    EXPECT_TRUE(Call("StopNetworkSpeaker", owned));
+    KillServer();
+    EXPECT_FALSE(Call("StopNetworkSpeaker", owned));
+
+    EXPECT_FALSE(value.IsFreed());
+    g_variant_unref(owned);
+    value.WaitUntilFreed();
+}
+
+TEST_F(BusClientTest, AMethodNameThatIsNoneIsRefused)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_FALSE(Call("no method"));
+
+    EXPECT_THAT(Sent(), IsEmpty());
+    EXPECT_THAT(
+        platform_log::Lines(), ElementsAre(::testing::ResultOf(
+                                   [](const LogLine& line) { return line.Short(); },
+                                   "E MethodCall: [NAM_API] Error: method [no method],[not a valid method name]...")));
+}
+
+TEST_F(BusClientTest, OwnerQuery)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_TRUE(client_.m_IsExistedBusname(kServerName));
+    EXPECT_THAT(platform_log::OfTestThread(), IsEmpty());
+    EXPECT_FALSE(client_.m_IsExistedBusname("org.example.Nobody"));
+    EXPECT_THAT(
+        platform_log::OfTestThread(), ElementsAre("E m_IsExistedBusname: !!! ERROR org.example.Nobody not exist "));
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, "NameHasOwner('org.example.Nobody')"));
+}
+
+class DenyingBusTest : public BusTest {
+protected:
+    DenyingBusTest()
+        : BusTest(
+              {{},
+               "<policy context=\"mandatory\"><deny send_destination=\"org.freedesktop.DBus\" "
+               "send_interface=\"org.freedesktop.DBus\" send_member=\"NameHasOwner\"/></policy>"})
+    {
+    }
+};
+
+TEST_F(DenyingBusTest, AnErrorInPlaceOfTheOwnerIsNoOwner)
+{
+    StartServer();
+
+    EXPECT_EQ(GetSurroundChannelNumber(), -1);
+
+    // The bus's error is a reply as well, with a text in place of the truth value.
+    EXPECT_EQ(
+        platform_log::Count(
+            "E m_IsExistedBusname: [NAM_API] method [NameHasOwner], reply of type [(b)] expected, [(s)] found"),
+        2U);
+    EXPECT_EQ(platform_log::Count(kAbsent), 2U);
+    EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection"));
+}
+
+TEST_F(BusClientTest, OwnerQueryWithWhatIsNoText)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_FALSE(client_.m_IsExistedBusname(nullptr));
+    EXPECT_FALSE(client_.m_IsExistedBusname("\xff\xfe"));
+
+    EXPECT_THAT(Sent(), IsEmpty());
+    EXPECT_EQ(platform_log::Count("E m_IsExistedBusname: (pszName is not valid UTF-8) return"), 2U);
+}
+
+TEST_F(BusClientTest, OwnerQueryOnALostConnection)
+{
+    StartServer();
+    Connect();
+    trace_.reset();
+    bus_.Kill();
+    while (g_dbus_connection_is_closed(client_.m_pConnection) == FALSE) {
+        usleep(1000);
+    }
+
+    EXPECT_FALSE(client_.m_IsExistedBusname(kServerName));
+
+    EXPECT_THAT(
+        platform_log::OfTestThread(),
+        ElementsAre("E m_IsExistedBusname: Failed to get uid [The connection is closed]", kAbsent));
+}
+
+TEST_F(BusClientTest, WithoutABusEachAttemptIsOneLine)
+{
+    GetWhetherKivDisabled();
+    platform_log::Clear();
+    trace_.reset();
+    bus_.Kill();
+
+    EXPECT_EQ(GetSurroundChannelNumber(), -1);
+
+    const std::string noBus = "E GetProxy: [NAM_API] NULL != pError";
+    EXPECT_THAT(
+        platform_log::OfTestThread(),
+        ElementsAre(
+            "I GetSurroundChannelNumber: >>> API Start ", noBus,
+            "E GetSurroundChannelNumber: !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service", noBus,
+            noBus, "E GetSurroundChannelNumber: !!! ERROR ns_proxy.GetProxy() return error, return"));
+    EXPECT_EQ(client_.m_pConnection, nullptr);
+    EXPECT_EQ(client_.m_MonitorThread, 0U);
+}
+
+TEST_F(BusClientTest, AFailedIdQueryDropsTheConnectionAndKeepsTheLastId)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("check_dbus_connection", "{'error': <'org.example.Refused'>, 'message': <'no'>}");
+
+    EXPECT_FALSE(client_.GetProxy(kXml, kNoHandlers, false, false));
+
+    EXPECT_EQ(client_.m_pConnection, nullptr);
+    EXPECT_FALSE(client_.m_bProxyReady);
+    EXPECT_EQ(client_.m_strClientName, ClientId());
+    EXPECT_THAT(
+        platform_log::OfTestThread(), ElementsAre(
+                                          kEnter,
+                                          "E MethodCall: [NAM_API] Error: method [check_dbus_connection],"
+                                          "[GDBus.Error:org.example.Refused: no]...",
+                                          kIdFailed));
+}
+
+TEST_F(BusClientTest, AnIdOfAnotherTypeIsNone)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("check_dbus_connection", "{'reply': <(42,)>}");
+
+    EXPECT_FALSE(client_.m_GetProxyObj(false));
+
+    EXPECT_EQ(client_.m_strClientName, "");
+    EXPECT_THAT(
+        platform_log::OfTestThread(),
+        ElementsAre(
+            kEnter,
+            "E m_GetProxyObj: [NAM_API] method [check_dbus_connection], reply of type [(s)] expected, [(i)] found"));
+}
+
+TEST_F(BusClientTest, TheLatestIdIsKept)
+{
+    StartServer();
+    Connect();
+    control_.SetClientId("another");
+
+    EXPECT_EQ(StopNetworkSpeaker(1), 1);
+
+    EXPECT_EQ(client_.m_strClientName, "another");
+    EXPECT_NE(client_.m_pMainLoop, nullptr);
+}
+
+TEST_F(BusClientTest, LosingTheConnectionDoesNotEndTheHost)
+{
+    StartServer();
+    Connect();
+    EXPECT_FALSE(g_dbus_connection_get_exit_on_close(client_.m_pConnection));
+}
+
+TEST_F(BusClientTest, ASharedConnectionOfTheHostsIsUsedAndNoLongerEndsIt)
+{
+    StartServer();
+    GDBusConnection* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    ASSERT_NE(hosts, nullptr);
+
+    EXPECT_EQ(StopNetworkSpeaker(1), 1);
+
+    EXPECT_EQ(client_.m_pConnection, hosts);
+    EXPECT_FALSE(g_dbus_connection_get_exit_on_close(hosts));
+    g_object_unref(hosts);
+}
+
+TEST_F(BusClientTest, EveryLineIsAddressedTheSameWay)
+{
+    StartServer();
+    Connect();
+    StopNetworkSpeaker(1);
+    KillServer();
+    StopNetworkSpeaker(1);
+
+    for (const LogLine& line : platform_log::Lines()) {
+        EXPECT_EQ(line.logId, 2);
+        EXPECT_EQ(line.tag, "NAM_SERVICE");
+        EXPECT_EQ(line.file, "KivServiceInterface.cpp");
+        EXPECT_GT(line.line, 0);
+    }
+    EXPECT_GT(platform_log::Lines().size(), 10U);
+}
+
+} // namespace

@@ -1,0 +1,576 @@
+#include "support/BusTest.h"
+
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <filesystem>
+#include <future>
+#include <mutex>
+#include <numeric>
+#include <ostream>
+
+using namespace kiv::test;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+constexpr int kSomeEvent = 0x01234567;
+const std::string kEventEntered = "I NamNotifySubscriber: [NAM_API] ** Enter **";
+
+using Data = std::vector<unsigned char>;
+
+struct Event {
+    int id;
+    int length;
+    Data data; // all of the buffer
+    pthread_t thread;
+};
+
+// What subscribers have been given, in order.
+class Received {
+public:
+    static void Add(int id, void* data, int length)
+    {
+        const auto* bytes = static_cast<const unsigned char*>(data);
+        const std::lock_guard lock(mutex_);
+        events_.push_back({id, length, Data(bytes, bytes + NAMSERVICE_EVENT_DATA_MAX), pthread_self()});
+        changed_.notify_all();
+    }
+    static std::vector<Event> WaitFor(std::size_t count)
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return events_.size() >= count; });
+        return events_;
+    }
+
+private:
+    static inline std::mutex mutex_;
+    static inline std::condition_variable changed_;
+    static inline std::vector<Event> events_;
+};
+
+class EndpointTest : public BusTest {
+protected:
+    void Subscribe()
+    {
+        StartServer();
+        Connect();
+        ASSERT_EQ(SubscribeNamServiceCallback("test", Received::Add), 1);
+        ForgetTraffic();
+    }
+
+    Event TheOneEvent()
+    {
+        // Events come one after the other: this one is the last.
+        control_.SendEvent(kSomeEvent, {});
+        const auto events = Received::WaitFor(2);
+        EXPECT_EQ(events.size(), 2U);
+        return events.front();
+    }
+
+    CNSGdbus& client_ = *CNSGdbus::m_pInstance;
+};
+
+Data Numbers(std::size_t count)
+{
+    Data data(count);
+    std::iota(data.begin(), data.end(), static_cast<unsigned char>(1));
+    return data;
+}
+
+// The whole buffer that begins so.
+Data Padded(Data data)
+{
+    data.resize(NAMSERVICE_EVENT_DATA_MAX);
+    return data;
+}
+
+TEST_F(EndpointTest, TheObjectIsServedUnderTheClientsNames)
+{
+    StartServer();
+    Connect();
+
+    const kiv::sandbox::Connection caller(bus_.Address());
+    GVariant* reply = g_dbus_connection_call_sync(
+        caller.Get(), ClientBusName().c_str(), ("/org/lumra/tv/networkspeaker/client/" + ClientId()).c_str(),
+        "org.freedesktop.DBus.Introspectable", "Introspect", nullptr, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1,
+        nullptr, nullptr);
+    ASSERT_NE(reply, nullptr);
+    const char* xml = nullptr;
+    g_variant_get(reply, "(&s)", &xml);
+    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(xml, nullptr);
+    ASSERT_NE(node, nullptr);
+    GDBusInterfaceInfo* interface =
+        g_dbus_node_info_lookup_interface(node, ("org.lumra.tv.networkspeaker.client.interface." + ClientId()).c_str());
+    ASSERT_NE(interface, nullptr);
+    Lines methods;
+    for (GDBusMethodInfo** method = interface->methods; *method != nullptr; ++method) {
+        std::string line = (*method)->name;
+        for (GDBusArgInfo** arg = (*method)->in_args; *arg != nullptr; ++arg) {
+            line += std::string(" ") + (*arg)->name + ":" + (*arg)->signature;
+        }
+        methods.push_back(line);
+        EXPECT_TRUE((*method)->out_args == nullptr || (*method)->out_args[0] == nullptr);
+    }
+    EXPECT_THAT(
+        methods, ElementsAre(
+                     "nam_notify_subscriber param:ay",
+                     "test_nam_notify_subscriber_1 client_cb:i request_id:i img_path:s result:i user_data:i",
+                     "000_nam_notify_subscriber client_cb:i eventtype:i param:ay result:i user_data:i"));
+    g_dbus_node_info_unref(node);
+    g_variant_unref(reply);
+}
+
+TEST_F(EndpointTest, RegisteringTheObjectIsLogged)
+{
+    StartServer();
+    StopNetworkSpeaker(0);
+
+    const std::string path = "/org/lumra/tv/networkspeaker/client/" + ClientId();
+    const LogLine line = platform_log::WaitForLine(
+        [](const LogLine& one) { return one.function == "m_OnbusAcquired" && one.priority == 4; });
+    gchar* pointer = g_strdup_printf("%p", static_cast<void*>(client_.m_pConnection));
+    EXPECT_EQ(line.text, "strProxyObjPath [" + path + "] pConnection " + pointer);
+    g_free(pointer);
+    EXPECT_EQ(platform_log::OfFunction("m_OnbusAcquired").front(), "D m_OnbusAcquired: [NAM_API] Enter");
+}
+
+TEST_F(EndpointTest, AnObjectThatIsThereAlreadyIsOneErrorLine)
+{
+    StartServer();
+    GDBusConnection* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    const std::string xml =
+        "<node><interface name='org.lumra.tv.networkspeaker.client.interface." + ClientId() + "'/></node>";
+    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
+    const guint taken = g_dbus_connection_register_object(
+        shared, ("/org/lumra/tv/networkspeaker/client/" + ClientId()).c_str(), node->interfaces[0], nullptr, nullptr,
+        nullptr, nullptr);
+    ASSERT_NE(taken, 0U);
+
+    EXPECT_EQ(StopNetworkSpeaker(3), 3);
+
+    const LogLine line = platform_log::WaitForLine(
+        [](const LogLine& one) { return one.function == "m_OnbusAcquired" && one.priority == 6; });
+    EXPECT_EQ(
+        line.text, "[NAM_API] Error: [An object is already exported for the interface "
+                   "org.lumra.tv.networkspeaker.client.interface." +
+                       ClientId() + " at /org/lumra/tv/networkspeaker/client/" + ClientId() + "]...");
+    EXPECT_EQ(StopNetworkSpeaker(4), 4);
+    g_dbus_node_info_unref(node);
+    g_object_unref(shared);
+}
+
+TEST_F(EndpointTest, AnEventIsAnsweredAndLogged)
+{
+    StartServer();
+    Connect();
+
+    control_.SendEvent(kSomeEvent, {1, 2, 3});
+
+    EXPECT_THAT(
+        Lines{
+            platform_log::OfFunction("NamClientReceiveHandleEvent") + platform_log::OfFunction("NamNotifySubscriber")},
+        ElementsAre(
+            "I NamClientReceiveHandleEvent: [NAM_API] object_path[/org/lumra/tv/networkspeaker/client/" + ClientId() +
+                "], interface_name[org.lumra.tv.networkspeaker.client.interface." + ClientId() +
+                "], method_name[nam_notify_subscriber]",
+            kEventEntered));
+}
+
+TEST_F(EndpointTest, TheAnswerIsEmpty)
+{
+    StartServer();
+    Connect();
+
+    const auto answer =
+        control_.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [1, 0, 0, 0, 0, 0, 0, 0],)", 20000);
+
+    EXPECT_TRUE(answer.answered);
+    EXPECT_EQ(answer.error, "");
+    EXPECT_EQ(answer.reply, "'()'"); // how the simulator writes an empty tuple
+}
+
+std::promise<void>* g_release;
+
+TEST_F(EndpointTest, TheServerDoesNotWaitForReceivers)
+{
+    StartServer();
+    Connect();
+    std::promise<void> release;
+    g_release = &release;
+    SubscribeNamServiceCallback("blocking", [](int, void*, int) { g_release->get_future().wait(); });
+    SubscribeNamServiceCallback("then", Received::Add);
+
+    control_.SendEvent(kSomeEvent, {});
+
+    release.set_value();
+    Received::WaitFor(1);
+}
+
+TEST_F(EndpointTest, ReceiversRunOnTheMonitorThread)
+{
+    Subscribe();
+    control_.SendEvent(kSomeEvent, {});
+    EXPECT_TRUE(pthread_equal(TheOneEvent().thread, client_.m_MonitorThread));
+}
+
+TEST_F(EndpointTest, AReceiverGetsIdDataAndLength)
+{
+    Subscribe();
+    control_.SendEvent(0x7fffffff, Numbers(5));
+
+    const Event event = TheOneEvent();
+    EXPECT_EQ(event.id, 0x7fffffff);
+    EXPECT_EQ(event.length, 5);
+    EXPECT_EQ(event.data, Padded(Numbers(5)));
+}
+
+TEST_F(EndpointTest, ANegativeIdIsPassedOn)
+{
+    Subscribe();
+    control_.SendEvent(-2, {});
+    EXPECT_EQ(TheOneEvent().id, -2);
+}
+
+TEST_F(EndpointTest, OfAnEventOf5000BytesEachReceiverGets2200)
+{
+    Subscribe();
+    SubscribeNamServiceCallback("test2", Received::Add);
+
+    control_.SendEvent(kSomeEvent, Numbers(5000));
+
+    for (const Event& event : Received::WaitFor(2)) {
+        EXPECT_EQ(event.length, 2200);
+        EXPECT_EQ(event.data, Numbers(2200));
+    }
+}
+
+TEST_F(EndpointTest, AnEventOf2200BytesIsWhole)
+{
+    Subscribe();
+    control_.SendEvent(kSomeEvent, Numbers(2200));
+    EXPECT_EQ(TheOneEvent().length, 2200);
+}
+
+TEST_F(EndpointTest, OneOf2201BytesLosesOne)
+{
+    Subscribe();
+    control_.SendEvent(kSomeEvent, Numbers(2201));
+
+    const Event event = TheOneEvent();
+    EXPECT_EQ(event.length, 2200);
+    EXPECT_EQ(event.data, Numbers(2200));
+}
+
+TEST_F(EndpointTest, IdZeroIsAnsweredAndIgnored)
+{
+    Subscribe();
+    control_.SendEvent(0, Numbers(5));
+    EXPECT_EQ(platform_log::Count(kEventEntered), 1U);
+
+    control_.SendEvent(kSomeEvent, {});
+    EXPECT_EQ(Received::WaitFor(1).front().id, kSomeEvent);
+}
+
+TEST_F(EndpointTest, LengthZeroGivesZeroesWhateverFollows)
+{
+    Subscribe();
+    control_.SendPayload(Payload(kSomeEvent, 0, Numbers(20)));
+
+    const Event event = TheOneEvent();
+    EXPECT_EQ(event.length, 0);
+    EXPECT_THAT(event.data, Each(0));
+}
+
+TEST_F(EndpointTest, ANegativeLengthIsPassedOnWithZeroes)
+{
+    Subscribe();
+    control_.SendPayload(Payload(kSomeEvent, -5, Numbers(20)));
+
+    const Event event = TheOneEvent();
+    EXPECT_EQ(event.length, -5);
+    EXPECT_THAT(event.data, Each(0));
+}
+
+TEST_F(EndpointTest, TheAnnouncedLengthStandsAndAbsentBytesAreZero)
+{
+    Subscribe();
+    control_.SendPayload(Payload(kSomeEvent, 100, Numbers(3)));
+
+    const Event event = TheOneEvent();
+    EXPECT_EQ(event.length, 100);
+    EXPECT_EQ(event.data, Padded(Numbers(3)));
+}
+
+TEST_F(EndpointTest, AnAbsurdLengthIsClamped)
+{
+    Subscribe();
+    control_.SendPayload(Payload(kSomeEvent, 0x7fffffff, Numbers(3)));
+
+    const Event event = TheOneEvent();
+    EXPECT_EQ(event.length, 2200);
+    EXPECT_EQ(event.data, Padded(Numbers(3)));
+}
+
+TEST_F(EndpointTest, BytesBeyondTheAnnouncedLengthAreNotPassedOn)
+{
+    Subscribe();
+    control_.SendPayload(Payload(kSomeEvent, 2, Numbers(9)));
+
+    const Event event = TheOneEvent();
+    EXPECT_EQ(event.length, 2);
+    EXPECT_EQ(event.data, Padded(Numbers(2)));
+}
+
+TEST_F(EndpointTest, APayloadShorterThanItsHeaderReadsAsIfZeroFollowed)
+{
+    Subscribe();
+    control_.SendPayload({0x21, 0x43});             // id 0x4321
+    control_.SendPayload({0x21, 0x43, 0, 0});       // the id alone
+    control_.SendPayload({0x21, 0x43, 0, 0, 7, 0}); // length 7, cut off
+
+    const auto events = Received::WaitFor(3);
+    for (const Event& event : events) {
+        EXPECT_EQ(event.id, 0x4321);
+        EXPECT_THAT(event.data, Each(0));
+    }
+    EXPECT_EQ(events[0].length, 0);
+    EXPECT_EQ(events[1].length, 0);
+    EXPECT_EQ(events[2].length, 7);
+}
+
+TEST_F(EndpointTest, AnEmptyPayloadIsAnsweredAndLogged)
+{
+    Subscribe();
+    control_.SendPayload({});
+
+    platform_log::WaitFor("E NamNotifySubscriber: NULL payload");
+    control_.SendEvent(kSomeEvent, {});
+    EXPECT_EQ(Received::WaitFor(1).front().id, kSomeEvent);
+}
+
+TEST_F(EndpointTest, AnEventOf30MegabytesIsNoTrouble)
+{
+    Subscribe();
+    control_.SendPayload(Payload(kSomeEvent, 30'000'000, Data(30'000'000, 0x55)));
+
+    const Event event = TheOneEvent();
+    EXPECT_EQ(event.length, 2200);
+    EXPECT_THAT(event.data, Each(0x55));
+}
+
+TEST_F(EndpointTest, TheServersExitIsLoggedAndPassedOn)
+{
+    Subscribe();
+    control_.SendEvent(NAMSERVICE_EXIT_STATE, {});
+
+    EXPECT_EQ(TheOneEvent().id, NAMSERVICE_EXIT_STATE);
+    EXPECT_EQ(NAMSERVICE_EXIT_STATE, 0x02020031);
+    EXPECT_THAT(
+        platform_log::OfFunction("NamNotifySubscriber"),
+        ElementsAre(kEventEntered, "I NamNotifySubscriber: receive NAMSERVICE_EXIT_STATE", kEventEntered));
+}
+
+TEST_F(EndpointTest, OtherMethodsGetNoAnswer)
+{
+    Subscribe();
+    const std::string arguments = "(1, 2, 'path', 3, 4)";
+    const auto answer = control_.CallClient(ClientId(), "test_nam_notify_subscriber_1", arguments, 300);
+
+    EXPECT_FALSE(answer.answered);
+    EXPECT_THAT(
+        platform_log::OfFunction("NamClientReceiveHandleEvent"),
+        ElementsAre(::testing::HasSubstr("method_name[test_nam_notify_subscriber_1]")));
+    EXPECT_THAT(platform_log::OfFunction("NamNotifySubscriber"), IsEmpty());
+    control_.SendEvent(kSomeEvent, {});
+    EXPECT_EQ(Received::WaitFor(1).front().id, kSomeEvent);
+}
+
+TEST_F(EndpointTest, CallsOfAnotherSignatureAreRefusedBeforeTheyArrive)
+{
+    StartServer();
+    Connect();
+    for (const char* arguments : {"('text',)", "(1,)", "(@ai [1],)", "(@ay [1], 2)", "(<1>,)"}) {
+        const auto answer = control_.CallClient(ClientId(), "nam_notify_subscriber", arguments, 20000);
+        EXPECT_EQ(answer.error, "org.freedesktop.DBus.Error.InvalidArgs") << arguments;
+    }
+    EXPECT_THAT(platform_log::OfFunction("NamNotifySubscriber"), IsEmpty());
+}
+
+TEST_F(EndpointTest, AMonitorWithoutAClientEndsAtOnce)
+{
+    EXPECT_EQ(CNSGdbus::m_Monitor(nullptr), nullptr);
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E m_Monitor: pInstance is NULL"));
+}
+
+TEST_F(EndpointTest, NameCallbacksDoNothing)
+{
+    CNSGdbus::m_OnnameAcquired(nullptr, "name", &client_);
+    CNSGdbus::m_OnnameLost(nullptr, "name", &client_);
+    EXPECT_THAT(platform_log::Lines(), IsEmpty());
+}
+
+TEST_F(EndpointTest, DestroyingTheMonitorEndsItForGood)
+{
+    StartServer();
+    Connect();
+    const auto threads = [] {
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return std::distance(begin(tasks), end(tasks));
+    };
+    const auto before = threads();
+
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+
+    EXPECT_EQ(client_.m_pMainLoop, nullptr);
+    EXPECT_EQ(client_.m_MonitorThread, 0U);
+    EXPECT_EQ(client_.m_pDbusNodeInfo, nullptr);
+    EXPECT_EQ(client_.m_nRegistrationId, 0U);
+    EXPECT_EQ(threads(), before - 1);
+    control_.WaitForNoOwner(ClientBusName());
+
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+    EXPECT_EQ(StopNetworkSpeaker(5), 5);
+    EXPECT_EQ(client_.m_MonitorThread, 0U);
+    EXPECT_EQ(threads(), before - 1);
+}
+
+TEST_F(EndpointTest, DestroyingAMonitorThatNeverWasIsNothing)
+{
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+
+    StartServer();
+    Connect(); // and it can start still
+}
+
+TEST_F(EndpointTest, DestroyingTheMonitorWhileItRegistersItsObject)
+{
+    StartServer();
+    std::promise<void> entered;
+    std::promise<void> release;
+    std::atomic<bool> first = true;
+    platform_log::OnLine([&](const LogLine& line) {
+        if (line.function == "m_OnbusAcquired" && first.exchange(false)) {
+            entered.set_value();
+            release.get_future().wait();
+        }
+    });
+    StopNetworkSpeaker(0);
+    auto destroyed = std::async(std::launch::async, [&] { return client_.m_DestroyMessageMonitor(); });
+    entered.get_future().wait();
+    release.set_value();
+    EXPECT_EQ(destroyed.get(), 0);
+    EXPECT_EQ(client_.m_pMainLoop, nullptr);
+}
+
+TEST_F(EndpointTest, DestroyingTheMonitorRightAfterTheFirstCall)
+{
+    StartServer();
+    StopNetworkSpeaker(0);
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+    EXPECT_EQ(client_.m_pMainLoop, nullptr);
+    EXPECT_EQ(client_.m_MonitorThread, 0U);
+}
+
+TEST_F(EndpointTest, DestroyingTheMonitorFromACallbackIsAnErrorAndEndsItAfterwards)
+{
+    StartServer();
+    Connect();
+    static std::promise<int> result;
+    SubscribeNamServiceCallback(
+        "ending", [](int, void*, int) { result.set_value(CNSGdbus::m_pInstance->m_DestroyMessageMonitor()); });
+
+    control_.SendEvent(kSomeEvent, {});
+
+    EXPECT_EQ(result.get_future().get(), EDEADLK);
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+    EXPECT_EQ(client_.m_MonitorThread, 0U);
+}
+
+TEST_F(EndpointTest, DestroyingTheMonitorWaitsForARunningCallback)
+{
+    StartServer();
+    Connect();
+    static std::promise<void> entered;
+    static std::promise<void> release;
+    static std::atomic<bool> left;
+    SubscribeNamServiceCallback("slow", [](int, void*, int) {
+        entered.set_value();
+        release.get_future().wait();
+        left = true;
+    });
+    control_.SendEvent(kSomeEvent, {});
+    entered.get_future().wait();
+
+    auto destroyed = std::async(std::launch::async, [&] { return client_.m_DestroyMessageMonitor(); });
+    release.set_value();
+
+    EXPECT_EQ(destroyed.get(), 0);
+    EXPECT_TRUE(left);
+}
+
+// --- Client ids that the server may give --------------------------------------------------------------------------
+
+struct Id {
+    const char* name;
+    std::string value;
+};
+
+void PrintTo(const Id& id, std::ostream* out)
+{
+    *out << id.name;
+}
+
+class UnfitIdTest : public EndpointTest, public ::testing::WithParamInterface<Id> {};
+
+TEST_P(UnfitIdTest, IsOneErrorLineAndNoEndpointWhileCallsGoOn)
+{
+    StartServer();
+    control_.SetClientId(GetParam().value);
+
+    EXPECT_EQ(StopNetworkSpeaker(4), 4);
+
+    platform_log::WaitFor(
+        "E m_Monitor: [NAM_API] client id [" + GetParam().value + "] fits no D-Bus name, path or interface");
+    EXPECT_EQ(client_.m_strClientName, GetParam().value);
+    EXPECT_EQ(StopNetworkSpeaker(5), 5);
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+    EXPECT_EQ(client_.m_pMainLoop, nullptr);
+    EXPECT_EQ(client_.m_pDbusNodeInfo, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ids, UnfitIdTest,
+    ::testing::Values(
+        Id{"Empty", ""}, Id{"Blank", "a b"}, Id{"LeadingDigit", "1234"}, Id{"Dot", "a.b"}, Id{"TrailingDot", "a."},
+        Id{"Hyphen", "a-b"}, Id{"Slash", "a/b"}, Id{"NotAscii", "t\xc3\xa9l\xc3\xa9"}, Id{"Format", "%s%n%1000d"},
+        Id{"Xml", "a\"/></node><node name=\"b"}, Id{"TooLongForAnInterface", std::string(211, 'a')},
+        Id{"VeryLong", std::string(100'000, 'a')}),
+    [](const auto& id) { return id.param.name; });
+
+TEST_F(EndpointTest, TheLongestIdThatFits)
+{
+    StartServer();
+    const std::string id(210, 'a');
+    control_.SetClientId(id);
+
+    StopNetworkSpeaker(0);
+
+    control_.WaitForOwner("org.lumra.tv.networkspeaker.client." + id);
+    EXPECT_TRUE(control_.CallClient(id, "nam_notify_subscriber", "(@ay [0],)", 20000).answered);
+}
+
+TEST_F(EndpointTest, AnIdThatChangesLaterLeavesTheEndpointWhereItIs)
+{
+    StartServer();
+    Connect();
+    control_.SetClientId("another");
+    StopNetworkSpeaker(0);
+    EXPECT_EQ(client_.m_strClientName, "another");
+
+    EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [0],)", 20000).answered);
+}
+
+} // namespace

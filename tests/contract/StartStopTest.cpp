@@ -1,0 +1,321 @@
+#include "support/BusTest.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <ostream>
+#include <regex>
+
+using namespace kiv::test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+const std::string kEnter = "D MethodCall: [NAM_API] Enter";
+
+class StartStopTest : public BusTest {
+protected:
+    // What the function itself logged.
+    static Lines Own(const std::string& function)
+    {
+        Lines lines = platform_log::OfFunction(function);
+        std::erase(lines, "I " + function + ": >>> API Start ");
+        return lines;
+    }
+};
+
+STNetSpkConfig Speaker(unsigned char seed)
+{
+    unsigned char bytes[sizeof(STNetSpkConfig)];
+    for (std::size_t i = 0; i < sizeof bytes; ++i) {
+        bytes[i] = static_cast<unsigned char>(seed + i);
+    }
+    STNetSpkConfig speaker;
+    std::memcpy(&speaker, bytes, sizeof speaker);
+    return speaker;
+}
+
+// The bytes of a call's one argument, "(ay)".
+std::vector<unsigned char> Bytes(const ServerCall& call)
+{
+    EXPECT_STREQ(g_variant_get_type_string(call.body.get()), "(ay)");
+    GVariant* array = g_variant_get_child_value(call.body.get(), 0);
+    gsize count = 0;
+    const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(array, &count, 1));
+    std::vector<unsigned char> bytes(data, data + count);
+    g_variant_unref(array);
+    return bytes;
+}
+
+// --- StartNetworkSpeaker ------------------------------------------------------------------------------------------
+
+TEST_F(StartStopTest, StartSendsTheModeThenTheSpeakers)
+{
+    StartServer();
+    Connect();
+    std::vector<STNetSpkConfig> list{Speaker(1), Speaker(100), Speaker(200)};
+    control_.SetFault("StartNetworkSpeaker", "{'reply': <(55,)>}");
+
+    EXPECT_EQ(StartNetworkSpeaker(-7, list, 2147483647), 55);
+
+    EXPECT_THAT(
+        Sent(), ElementsAre(
+                    kOwnerQuery, IdQuery(), kOwnerQuery, "SetNetSpkSettingMode(-7, 2147483647)", kOwnerQuery,
+                    ::testing::StartsWith("StartNetworkSpeaker(")));
+    const auto bytes = Bytes(control_.Calls().back());
+    ASSERT_EQ(bytes.size(), 258U);
+    EXPECT_EQ(std::memcmp(bytes.data(), list.data(), 258), 0);
+    EXPECT_THAT(
+        platform_log::OfTestThread(), ElementsAre(
+                                          "I StartNetworkSpeaker: >>> API Start ", kEnter,
+                                          "M StartNetworkSpeaker: [NAM_API] START, nMode[-7], nStartReason[2147483647]",
+                                          kEnter, kEnter, "I StartNetworkSpeaker: [NAM_API] result[55]"));
+}
+
+TEST_F(StartStopTest, StartSendsAnEmptyListToo)
+{
+    StartServer();
+    Connect();
+    std::vector<STNetSpkConfig> none;
+
+    EXPECT_NE(StartNetworkSpeaker(80, none, 0), -1);
+
+    EXPECT_THAT(
+        control_.Methods(), ElementsAre("check_dbus_connection", "SetNetSpkSettingMode", "StartNetworkSpeaker"));
+    EXPECT_THAT(Bytes(control_.Calls().back()), IsEmpty());
+}
+
+TEST_F(StartStopTest, StartLeavesTheListAlone)
+{
+    StartServer();
+    std::vector<STNetSpkConfig> list{Speaker(1), Speaker(2)};
+    const auto before = list;
+    StartNetworkSpeaker(80, list, 0);
+    ASSERT_EQ(list.size(), 2U);
+    EXPECT_EQ(std::memcmp(list.data(), before.data(), 172), 0);
+}
+
+TEST_F(StartStopTest, StartGoesOnWhenTheServerRefusesTheMode)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("SetNetSpkSettingMode", "{'reply': <(-1,)>}");
+    control_.SetFault("StartNetworkSpeaker", "{'reply': <(3,)>}");
+    std::vector<STNetSpkConfig> list{Speaker(1)};
+
+    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), 3);
+
+    EXPECT_THAT(
+        Own("StartNetworkSpeaker"), ElementsAre(
+                                        "M StartNetworkSpeaker: [NAM_API] START, nMode[80], nStartReason[1]",
+                                        "E StartNetworkSpeaker: [NAM_API] MethodCall(SetNetSpkSettingMode) Error!",
+                                        "I StartNetworkSpeaker: [NAM_API] result[3]"));
+}
+
+TEST_F(StartStopTest, StartTakesAnyOtherAnswerToTheModeSilently)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("SetNetSpkSettingMode", "{'reply': <(-2,)>}");
+    control_.SetFault("StartNetworkSpeaker", "{'reply': <(-1,)>}");
+    std::vector<STNetSpkConfig> list{Speaker(1)};
+
+    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
+
+    EXPECT_THAT(Own("StartNetworkSpeaker"), ElementsAre(::testing::_, "I StartNetworkSpeaker: [NAM_API] result[-1]"));
+}
+
+TEST_F(StartStopTest, StartEndsWhenTheModeCannotBeSet)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("SetNetSpkSettingMode", "{'error': <'org.example.Refused'>}");
+    std::vector<STNetSpkConfig> list{Speaker(1)};
+
+    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
+
+    EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection", "SetNetSpkSettingMode"));
+    EXPECT_THAT(
+        Own("StartNetworkSpeaker"), ElementsAre(::testing::_, "E StartNetworkSpeaker: [NAM_API] MethodCall Error"));
+}
+
+TEST_F(StartStopTest, AFailedStartIsLoggedWithTheTime)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("StartNetworkSpeaker", "{'error': <'org.example.Refused'>}");
+    std::vector<STNetSpkConfig> list{Speaker(1)};
+    const std::time_t before = std::time(nullptr);
+
+    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
+
+    const std::string line = Own("StartNetworkSpeaker").back();
+    std::smatch match;
+    ASSERT_TRUE(std::regex_match(
+        line, match, std::regex("E StartNetworkSpeaker: \\[NAM_API\\] MethodCall Error, time\\((\\d+)\\)")))
+        << line;
+    EXPECT_GE(std::stol(match[1]), before);
+    EXPECT_LE(std::stol(match[1]), std::time(nullptr));
+}
+
+TEST_F(StartStopTest, AModeAnswerOfAnotherTypeCountsAsARefusal)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("SetNetSpkSettingMode", "{'reply': <('yes',)>}");
+    control_.SetFault("StartNetworkSpeaker", "{'reply': <(3,)>}");
+    std::vector<STNetSpkConfig> list{Speaker(1)};
+
+    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), 3);
+
+    EXPECT_THAT(
+        Own("StartNetworkSpeaker"),
+        ElementsAre(
+            ::testing::_,
+            "E StartNetworkSpeaker: [NAM_API] method [SetNetSpkSettingMode], reply of type [(i)] expected, [(s)] found",
+            "E StartNetworkSpeaker: [NAM_API] MethodCall(SetNetSpkSettingMode) Error!",
+            "I StartNetworkSpeaker: [NAM_API] result[3]"));
+}
+
+TEST_F(StartStopTest, TwentyThousandSpeakersTravel)
+{
+    StartServer();
+    Connect();
+    std::vector<STNetSpkConfig> list(20'000, Speaker(9));
+    control_.SetFault("StartNetworkSpeaker", "{'reply': <(1,)>}");
+    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), 1);
+    EXPECT_EQ(Bytes(control_.Calls().back()).size(), 1'720'000U);
+}
+
+TEST_F(StartStopTest, AListThatTheBusCannotCarryIsRefusedBeforeAnythingIsSent)
+{
+    StartServer();
+    Connect();
+    std::vector<STNetSpkConfig> list(64 * 1024 * 1024 / 86 + 1);
+
+    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
+
+    EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection"));
+    EXPECT_THAT(
+        Own("StartNetworkSpeaker"),
+        ElementsAre(
+            ::testing::_, "E StartNetworkSpeaker: [NAM_API] " + std::to_string(list.size() * 86) +
+                              " bytes are more than the bus carries"));
+    EXPECT_EQ(StopNetworkSpeaker(6), 6);
+}
+
+// --- The others ---------------------------------------------------------------------------------------------------
+
+struct Scalar {
+    const char* name;
+    std::string sent;
+    Lines before; // its lines before the call
+    std::string answerHead;
+    int (*call)();
+};
+
+void PrintTo(const Scalar& scalar, std::ostream* out)
+{
+    *out << scalar.name;
+}
+
+const Scalar kScalars[] = {
+    {"StopNetworkSpeaker",
+     "StopNetworkSpeaker(3)",
+     {"M StopNetworkSpeaker: [NAM_API] STOP, nStopType[3]"},
+     "I StopNetworkSpeaker: [NAM_API] StopType[",
+     [] { return StopNetworkSpeaker(3); }},
+    {"DisableSurround", "DisableSurround()", {}, "I DisableSurround: [NAM_API] [", [] { return DisableSurround(); }},
+    {"GetSurroundChannelNumber",
+     "GetSurroundChannelNumber()",
+     {},
+     "I GetSurroundChannelNumber: [NAM_API] nSurroundChannelNumber[",
+     [] { return GetSurroundChannelNumber(); }},
+};
+
+class ScalarTest : public StartStopTest, public ::testing::WithParamInterface<Scalar> {
+protected:
+    void SetUp() override
+    {
+        StartServer();
+        Connect();
+    }
+};
+
+TEST_P(ScalarTest, TheServersAnswerIsReturnedAndLogged)
+{
+    const Scalar& scalar = GetParam();
+    for (const int answer : {0, 77, -5, -1, 2147483647}) {
+        control_.SetFault(scalar.name, "{'reply': <(" + std::to_string(answer) + ",)>}");
+        ForgetTraffic();
+        EXPECT_EQ(scalar.call(), answer);
+        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, scalar.sent));
+        EXPECT_EQ(
+            platform_log::OfTestThread(),
+            (Lines{"I " + std::string(scalar.name) + ": >>> API Start ", kEnter} + scalar.before +
+             Lines{kEnter, scalar.answerHead + std::to_string(answer) + "]"}));
+    }
+}
+
+TEST_P(ScalarTest, AFailedCallIsMinusOneAndOneMoreLine)
+{
+    const Scalar& scalar = GetParam();
+    control_.SetFault(scalar.name, "{'error': <'org.example.Refused'>, 'message': <'no'>}");
+    EXPECT_EQ(scalar.call(), -1);
+    const std::string name = scalar.name;
+    EXPECT_EQ(
+        platform_log::OfTestThread(),
+        (Lines{"I " + name + ": >>> API Start ", kEnter} + scalar.before +
+         Lines{
+             kEnter, "E MethodCall: [NAM_API] Error: method [" + name + "],[GDBus.Error:org.example.Refused: no]...",
+             "E " + name + ": [NAM_API] MethodCall Error"}));
+}
+
+TEST_P(ScalarTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
+{
+    const Scalar& scalar = GetParam();
+    const std::pair<const char*, const char*> replies[] = {
+        {"()", "()"},
+        {"('x',)", "(s)"},
+        {"(1.5,)", "(d)"},
+        {"(true,)", "(b)"},
+        {"(1, 2)", "(ii)"},
+        {"([1, 2],)", "(ai)"},
+        {"(<1>,)", "(v)"},
+        {"(['a', 'b'],)", "(as)"},
+        {"(int64 1,)", "(x)"},
+        {"({'k': <1>},)", "(a{sv})"},
+        {"(b'bytes',)", "(ay)"},
+        {"(uint32 1,)", "(u)"},
+    };
+    for (const auto& [reply, type] : replies) {
+        const std::string value = std::string(reply) == "()" ? "'()'" : reply;
+        control_.SetFault(scalar.name, "{'reply': <" + value + ">}");
+        platform_log::Clear();
+        EXPECT_EQ(scalar.call(), -1) << reply;
+        const std::string name = scalar.name;
+        EXPECT_EQ(
+            Own(name), (scalar.before + Lines{
+                                            "E " + name + ": [NAM_API] method [" + name +
+                                                "], reply of type [(i)] expected, [" + type + "] found",
+                                            scalar.answerHead + "-1]"}));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, ScalarTest, ::testing::ValuesIn(kScalars), [](const auto& scalar) {
+    return std::string(scalar.param.name);
+});
+
+TEST_F(StartStopTest, ArgumentsPassThroughUnchanged)
+{
+    StartServer();
+    Connect();
+    for (const int stopType : {0, -1, 2147483647, -2147483647 - 1}) {
+        ForgetTraffic();
+        StopNetworkSpeaker(stopType);
+        EXPECT_EQ(Sent().back(), "StopNetworkSpeaker(" + std::to_string(stopType) + ")");
+    }
+}
+
+} // namespace

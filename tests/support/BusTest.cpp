@@ -1,0 +1,141 @@
+#include "support/BusTest.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <set>
+
+namespace kiv::test {
+
+namespace {
+
+int g_tests = 0;
+
+} // namespace
+
+Lines operator+(Lines a, const Lines& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+BusTest::BusTest(const sandbox::BusOptions& options)
+    : bus_(options), control_((setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1), bus_.Address()))
+{
+    if (++g_tests > 1) {
+        ADD_FAILURE() << "one test a process: run this program with --gtest_filter, or by ctest";
+    }
+    trace_.emplace(bus_.Address());
+}
+
+BusTest::~BusTest()
+{
+    CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+}
+
+void BusTest::KillServer()
+{
+    server_.reset();
+    control_.WaitForNoOwner(kServerName);
+}
+
+void BusTest::MakeServerActivatable(const std::string& setUpFile)
+{
+    std::vector<std::string> command{KIV_SIMULATOR};
+    if (!setUpFile.empty()) {
+        command.insert(command.end(), {"--set-up", setUpFile});
+    }
+    bus_.WriteService({kServerName, command});
+}
+
+void BusTest::Connect()
+{
+    StopNetworkSpeaker(0);
+    platform_log::WaitForLine(
+        [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
+    control_.WaitForOwner(ClientBusName());
+    ForgetTraffic();
+}
+
+void BusTest::ForgetTraffic()
+{
+    control_.ForgetCalls();
+    ForgetTrafficOnly();
+}
+
+void BusTest::ForgetTrafficOnly()
+{
+    platform_log::Clear();
+    trace_->Clear();
+}
+
+std::vector<sandbox::Message> BusTest::SentMessages()
+{
+    std::vector<sandbox::Message> messages = trace_->Messages();
+    std::erase_if(messages, [](const auto& message) { return message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL; });
+    // Nobody else asks for the owner of that name.
+    std::set<std::string> library;
+    for (const auto& message : messages) {
+        if (message.member + message.BodyText() == "NameHasOwner('" + std::string(kServerName) + "',)" ||
+            message.destination == kServerName) {
+            library.insert(message.sender);
+        }
+    }
+    std::erase_if(messages, [&](const auto& message) { return !library.contains(message.sender); });
+    return messages;
+}
+
+Lines BusTest::Sent()
+{
+    Lines sent;
+    for (const auto& message : SentMessages()) {
+        std::string body = message.BodyText();
+        // GVariant writes a tuple of one as ('x',).
+        if (body.ends_with(",)")) {
+            body.erase(body.size() - 2, 1);
+        }
+        // Whether a connection that was dropped is opened anew depends on when GIO's own thread lets go of it.
+        if (message.member != "Hello") {
+            sent.push_back(message.member + body);
+        }
+    }
+    return sent;
+}
+
+std::string BusTest::ClientId()
+{
+    return "tv_" + std::to_string(getpid());
+}
+
+std::string BusTest::ClientBusName()
+{
+    return "org.lumra.tv.networkspeaker.client." + ClientId();
+}
+
+std::string IdQuery()
+{
+    return "check_dbus_connection(" + std::to_string(getpid()) + ")";
+}
+
+Lines UnreachableLines(const std::string& function)
+{
+    const std::string absent = "E m_IsExistedBusname: !!! ERROR " + std::string(kServerName) + " not exist ";
+    const std::string failed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
+    return {
+        "I " + function + ": >>> API Start ",
+        absent,
+        failed,
+        "E " + function + ": !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service",
+        "D MethodCall: [NAM_API] Enter",
+        "E MethodCall: [NAM_API] Error: method [check_dbus_connection],[GDBus.Error:org.freedesktop.DBus.Error."
+        "ServiceUnknown: The name " +
+            std::string(kServerName) + " was not provided by any .service files]...",
+        failed,
+        absent,
+        failed,
+        "E " + function + ": !!! ERROR ns_proxy.GetProxy() return error, return",
+    };
+}
+
+} // namespace kiv::test

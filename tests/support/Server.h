@@ -1,0 +1,86 @@
+#pragma once
+
+#include "tools/sandbox/Connection.h"
+
+#include <gio/gio.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kiv::test {
+
+struct ServerCall {
+    std::string sender;
+    std::string method;
+    unsigned flags;
+    std::string arguments; // as GVariant text
+    std::shared_ptr<GVariant> body;
+};
+
+/*
+ * The simulated network-speaker server, in a process of its own, and its control interface.
+ *
+ * Faults are written as GVariant text, such as "{'error': <'org.example.Refused'>, 'message': <'no'>}".
+ */
+class Server {
+public:
+    // Starts a process on the system bus of the environment, and returns when it owns its names. A set-up is the JSON
+    // text that the simulator takes.
+    explicit Server(const std::string& setUp = "");
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    pid_t Pid() const { return pid_; }
+    void Kill();
+
+private:
+    pid_t pid_ = 0;
+};
+
+// The control interface of the simulator on a bus, however it was started.
+class ServerControl {
+public:
+    explicit ServerControl(const std::string& busAddress) : connection_(busAddress) {}
+
+    std::vector<ServerCall> Calls();
+    // The methods called, in order.
+    std::vector<std::string> Methods();
+    void ForgetCalls();
+    void SetFault(const std::string& method, const std::string& fault);
+    void ClearFaults();
+    void SetClientId(const std::string& id);
+    void ResetClientId();
+    void SetAtmos(bool supported);
+    void SendEvent(int eventId, const std::vector<unsigned char>& data);
+    void SendPayload(const std::vector<unsigned char>& payload);
+    unsigned SendPayloads(const std::vector<unsigned char>& payload, unsigned count);
+
+    struct ClientAnswer {
+        bool answered;
+        std::string error;
+        std::string reply;
+    };
+    ClientAnswer
+    CallClient(const std::string& client, const std::string& method, const std::string& arguments, unsigned timeoutMs);
+
+    // Returns when the name has an owner, or has none any more.
+    void WaitForOwner(const std::string& name);
+    void WaitForNoOwner(const std::string& name);
+
+private:
+    std::shared_ptr<GVariant> Call(const char* method, GVariant* arguments);
+    void WaitForOwner(const std::string& name, bool owned);
+
+    sandbox::Connection connection_;
+};
+
+inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
+
+// An event's payload as the server sends it.
+std::vector<unsigned char> Payload(std::int32_t eventId, std::int32_t length, const std::vector<unsigned char>& data);
+
+} // namespace kiv::test
