@@ -64,7 +64,7 @@
 struct STNetSpkListInfo {
     unsigned char opaque[1086];
 };
-typedef STNetSpkListInfo spk_list_info_s;
+using spk_list_info_s = STNetSpkListInfo;
 
 /** One active speaker. */
 struct spk_info_s {
@@ -106,13 +106,14 @@ static_assert(offsetof(STNetSpkConfig, opaque) == 14, "wire layout");
  *                  the call only
  * @param nLength   data length as the server announced it, NAMSERVICE_EVENT_DATA_MAX at most; may be 0 or negative
  */
-typedef void (*NamEventCallback)(int nEventId, void* pData, int nLength);
+using NamEventCallback = void (*)(int nEventId, void* pData, int nLength);
 
 /** Learns that the receiver supports Dolby Atmos; @p nSupported is 1. */
-typedef void (*AtmosSupportCallback)(int nSupported, void* pUserData);
+using AtmosSupportCallback = void (*)(int nSupported, void* pUserData);
 
 /* --- The bus client --------------------------------------------------------------------------------------------- */
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that hosts know
 struct _NS_PROXY_ASYNC_EVENT;
 
 /**
@@ -123,7 +124,7 @@ struct _NS_PROXY_ASYNC_EVENT;
  */
 class KIV_API CNSGdbus {
 public:
-    typedef void (*EventCallback)(const _NS_PROXY_ASYNC_EVENT& event, void* pUserData);
+    using EventCallback = void (*)(const _NS_PROXY_ASYNC_EVENT& event, void* pUserData);
 
     /** The object built last; the library's own unless the host builds one. */
     static CNSGdbus* m_pInstance;

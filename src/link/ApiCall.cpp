@@ -10,7 +10,7 @@ namespace kiv::link {
 namespace {
 
 // D-Bus allows no longer array.
-constexpr std::size_t kMaxArrayLength = 64 * 1024 * 1024;
+constexpr std::size_t kMaxArrayLength = std::size_t{64} * 1024 * 1024;
 
 } // namespace
 

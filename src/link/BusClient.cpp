@@ -164,6 +164,8 @@ using namespace kiv::link;
 
 CNSGdbus* CNSGdbus::m_pInstance;
 
+// The signatures are those that hosts link against.
+// NOLINTBEGIN(modernize-pass-by-value,performance-unnecessary-value-param,readability-make-member-function-const)
 CNSGdbus::CNSGdbus(const std::string& strProxyName, EventCallback pfnEventCallback, void* pUserData)
     : m_MonitorThread(0), m_pDbusNodeInfo(nullptr), m_pMainLoop(nullptr), m_pConnection(nullptr), m_stInterfaceVTable(),
       m_nRegistrationId(0), m_strProxyName(strProxyName), m_bProxyReady(false), m_pfnEventCallback(pfnEventCallback),
@@ -297,3 +299,4 @@ bool CNSGdbus::m_IsExistedBusname(const char* pszName)
     }
     return exists;
 }
+// NOLINTEND(modernize-pass-by-value,performance-unnecessary-value-param,readability-make-member-function-const)

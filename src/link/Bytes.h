@@ -44,6 +44,7 @@ using Buffer = std::unique_ptr<unsigned char, Free>;
 template <typename Record>
 Buffer PackRecords(std::span<const Record> records)
 {
+    // NOLINTNEXTLINE(clang-analyzer-unix.MallocSizeof): bytes of records
     Buffer buffer(static_cast<unsigned char*>(std::calloc(records.size(), sizeof(Record))));
     if (buffer && !records.empty()) {
         std::memcpy(buffer.get(), records.data(), records.size_bytes());

@@ -12,7 +12,7 @@ union NeverDestroyed {
     constexpr explicit NeverDestroyed(Args&&... args) : object_(std::forward<Args>(args)...)
     {
     }
-    ~NeverDestroyed() {}
+    ~NeverDestroyed() {} // NOLINT(modernize-use-equals-default): that would be deleted
 
     T& operator*() { return object_; }
     T* operator->() { return &object_; }
