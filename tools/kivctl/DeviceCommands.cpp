@@ -1,0 +1,40 @@
+#include "Command.h"
+#include <KivServiceInterface.h>
+
+#include <fmt/format.h>
+
+namespace kiv::ctl {
+namespace {
+
+Action Enabled(CLI::App&)
+{
+    return [](const Output&) {
+        if (GetWhetherKivDisabled()) {
+            return Result{kNoNetworkSpeakers, "no", {{"result", false}}};
+        }
+        return Done("yes", {{"result", true}});
+    };
+}
+
+Action Sizes(CLI::App&)
+{
+    return [](const Output&) {
+        const int list = get_size_of_spk_list_info_s();
+        const int speaker = get_size_of_spk_info_s();
+        return Done(
+            fmt::format("spk_list_info_s {}\nspk_info_s {}", list, speaker),
+            {{"spk_list_info_s", list}, {"spk_info_s", speaker}});
+    };
+}
+
+} // namespace
+
+std::vector<Command> DeviceCommands()
+{
+    return {
+        {"enabled", "Tell whether this device has network speakers", Enabled},
+        {"sizes", "Show the sizes of the exported speaker records, in bytes", Sizes},
+    };
+}
+
+} // namespace kiv::ctl

@@ -1,0 +1,37 @@
+#include "Output.h"
+
+#include <cstdio>
+
+namespace kiv::ctl {
+namespace {
+
+void WriteLine(std::FILE* stream, std::string line)
+{
+    line += '\n';
+    std::fwrite(line.data(), 1, line.size(), stream);
+    std::fflush(stream);
+}
+
+std::string Dump(const Json& object)
+{
+    // Texts from the command line need not be valid UTF-8.
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+} // namespace
+
+void Output::Show(const std::string& text, const Json& object) const
+{
+    WriteLine(stdout, json_ ? Dump(object) : text);
+}
+
+void Output::Notify(const std::string& text, const Json& object) const
+{
+    if (json_) {
+        WriteLine(stdout, Dump(object));
+    } else {
+        WriteLine(stderr, "kivctl: " + text);
+    }
+}
+
+} // namespace kiv::ctl
