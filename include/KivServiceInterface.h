@@ -11,9 +11,9 @@
  * - **Results.** An int function returns the server's answer, or its failure value (-1 unless stated otherwise) when
  *   the device has no network speakers, the server cannot be reached or the request fails; a bool function returns
  *   false then unless stated otherwise. The reason stands in the platform's log under the tag "NAM_SERVICE".
- * - **Blocking.** A call waits for the server. Each of its bus round trips ends after 8 s at the latest (the bus
- *   daemon's own answers after 25 s), so that a server that hangs holds a call up for about 8 s, and one that has to
- *   be started first for about 24 s. Do not call from a thread that must not wait.
+ * - **Blocking.** A call waits for the server, 8 s at most for each answer: one that takes its time over a request
+ *   holds the call up for 8 s, one that answers nothing at all for 24 s, because it is asked three times for the
+ *   client's id first. Do not call from a thread that must not wait.
  * - **Threads.** Any function may be called from any thread, also from a callback; a slow call delays no other.
  *   Callbacks run on the library's monitor thread, one after another, so they should return soon.
  * - **Ownership.** The caller owns every buffer, string and vector it passes; the library keeps no pointer to them.

@@ -44,6 +44,19 @@ void SetReady(CNSGdbus& client, bool ready)
     client.m_bProxyReady = ready;
 }
 
+// A closed connection is replaced only when nobody refers to it.
+void DropIfClosed(CNSGdbus& client)
+{
+    const ConnectionOwner held = HeldConnection(client);
+    if (held && g_dbus_connection_is_closed(held.get()) != FALSE) {
+        const std::lock_guard lock(g_members);
+        // Another thread may have replaced it already.
+        if (client.m_pConnection == held.get()) {
+            g_object_unref(std::exchange(client.m_pConnection, nullptr));
+        }
+    }
+}
+
 bool IsUsable(const CNSGdbus& client)
 {
     const std::lock_guard lock(g_members);
@@ -82,6 +95,30 @@ bool ReadOwnerAnswer(const Here& here, GVariant* body)
         g_variant_get(body, "(b)", &answer);
     }
     return answer != FALSE;
+}
+
+bool HasOwner(const Here& here, GDBusConnection* connection, const char* name)
+{
+    bool exists = false;
+    const MessageOwner request(g_dbus_message_new_method_call(kBusName, kBusPath, kBusInterface, kOwnerMethod));
+    if (!request) {
+        KIV_LOG_AT(here, kLogError, "Failed to alloc new method call");
+    } else if (connection != nullptr) {
+        g_dbus_message_set_body(request.get(), g_variant_new("(s)", name));
+        GError* failure = nullptr;
+        const MessageOwner reply(g_dbus_connection_send_message_with_reply_sync(
+            connection, request.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, kDefaultTimeoutMs, nullptr, nullptr, &failure));
+        const ErrorOwner error(failure);
+        if (reply) {
+            exists = ReadOwnerAnswer(here, g_dbus_message_get_body(reply.get()));
+        } else if (error) {
+            KIV_LOG_AT(here, kLogError, "Failed to get uid [%s]", error->message);
+        }
+    }
+    if (!exists) {
+        KIV_LOG_AT(here, kLogError, "!!! ERROR %s not exist ", name);
+    }
+    return exists;
 }
 
 void FreeStrings(CNSGdbus& client)
@@ -186,16 +223,13 @@ bool CNSGdbus::GetProxy(const char* pszXml, GDBusInterfaceVTable vtable, bool bR
     }
     StoreTemplate(*this, pszXml, vtable);
 
-    ConnectionOwner held = HeldConnection(*this);
-    if (held && g_dbus_connection_is_closed(held.get()) != FALSE) {
-        Exchange(*this, nullptr);
-    }
+    DropIfClosed(*this);
     GError* failure = nullptr;
-    ConnectionOwner connection = GetSystemBus(std::move(held), &failure);
+    ConnectionOwner connection = GetSystemBus(HeldConnection(*this), &failure);
     if (failure != nullptr) {
         KIV_LOG_ERROR("[%s] NULL != pError", kApiTag);
         g_error_free(failure);
-        Exchange(*this, nullptr);
+        GiveProxy();
         return false;
     }
     if (!connection) {
@@ -233,7 +267,7 @@ bool CNSGdbus::MethodCall(std::string strMethod, GVariant* pInput, GVariant** pp
         KIV_LOG_ERROR("[%s] Error: method [%s],[%s]...", kApiTag, strMethod.c_str(), "not a valid method name");
         return false;
     }
-    if (!bNoOwnerCheck && !m_IsExistedBusname(kServerName)) {
+    if (!bNoOwnerCheck && !HasOwner({"m_IsExistedBusname", __LINE__}, connection.get(), kServerName)) {
         return false;
     }
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
@@ -276,27 +310,6 @@ bool CNSGdbus::m_IsExistedBusname(const char* pszName)
         KIV_LOG_ERROR("(%s) return", "pszName is not valid UTF-8");
         return false;
     }
-    bool exists = false;
-    const ConnectionOwner connection = HeldConnection(*this);
-    const MessageOwner request(g_dbus_message_new_method_call(kBusName, kBusPath, kBusInterface, kOwnerMethod));
-    if (!request) {
-        KIV_LOG_ERROR("Failed to alloc new method call");
-    } else if (connection) {
-        g_dbus_message_set_body(request.get(), g_variant_new("(s)", pszName));
-        GError* failure = nullptr;
-        const MessageOwner reply(g_dbus_connection_send_message_with_reply_sync(
-            connection.get(), request.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, kDefaultTimeoutMs, nullptr, nullptr,
-            &failure));
-        const ErrorOwner error(failure);
-        if (reply) {
-            exists = ReadOwnerAnswer(KIV_HERE, g_dbus_message_get_body(reply.get()));
-        } else if (error) {
-            KIV_LOG_ERROR("Failed to get uid [%s]", error->message);
-        }
-    }
-    if (!exists) {
-        KIV_LOG_ERROR("!!! ERROR %s not exist ", pszName);
-    }
-    return exists;
+    return HasOwner(KIV_HERE, HeldConnection(*this).get(), pszName);
 }
 // NOLINTEND(modernize-pass-by-value,performance-unnecessary-value-param,readability-make-member-function-const)

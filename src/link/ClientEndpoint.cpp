@@ -7,34 +7,12 @@
 #include "link/SystemBus.h"
 
 #include <atomic>
+#include <cerrno>
 #include <mutex>
 #include <string>
 #include <utility>
 
 namespace kiv::link {
-
-const char* const kClientXml = R"(<node>
-  <interface name="org.lumra.tv.networkspeaker.client.interface.%s">
-    <method name="nam_notify_subscriber">
-      <arg name="param" type="ay" direction="in"/>
-    </method>
-    <method name="test_nam_notify_subscriber_1">
-      <arg name="client_cb" type="i" direction="in"/>
-      <arg name="request_id" type="i" direction="in"/>
-      <arg name="img_path" type="s" direction="in"/>
-      <arg name="result" type="i" direction="in"/>
-      <arg name="user_data" type="i" direction="in"/>
-    </method>
-    <method name="000_nam_notify_subscriber">
-      <arg name="client_cb" type="i" direction="in"/>
-      <arg name="eventtype" type="i" direction="in"/>
-      <arg name="param" type="ay" direction="in"/>
-      <arg name="result" type="i" direction="in"/>
-      <arg name="user_data" type="i" direction="in"/>
-    </method>
-  </interface>
-</node>
-)";
 
 const GDBusInterfaceVTable kClientVTable = {NamClientReceiveHandleEvent, nullptr, nullptr, {}};
 
@@ -44,35 +22,33 @@ constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
 constexpr const char* kClientPathPrefix = "/org/lumra/tv/networkspeaker/client/";
 constexpr std::string_view kIdPlaceholder = "%s";
 
+// The connection that the endpoint is for. Weak, because a closed one must be let go before there can be a new one.
+GWeakRef g_servedOn;
+
+ConnectionOwner ServedOn()
+{
+    return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&g_servedOn)));
+}
+
 /*
  * The client's bus name, owned on the monitor thread, in whose context everything arrives that is sent to it. The
  * object's registration is kept in the client, where hosts know it.
  */
 class ClientEndpoint {
 public:
-    ClientEndpoint(CNSGdbus& client, const Here& here) : client_(client), here_(here)
-    {
-        g_weak_ref_init(&on_, nullptr);
-    }
-    ~ClientEndpoint() { g_weak_ref_clear(&on_); }
-    ClientEndpoint(const ClientEndpoint&) = delete;
-    ClientEndpoint& operator=(const ClientEndpoint&) = delete;
+    ClientEndpoint(CNSGdbus& client, const Here& here) : client_(client), here_(here) {}
 
-    // False if the id that the server gave allows no endpoint.
-    bool Open();
+    // Opens it, or opens it anew if the connection is another one. False if the id that the server gave allows none.
+    bool Follow();
     void Close();
-    // Opens anew, unless the connection is the one it is open on.
-    void Follow();
 
 private:
+    bool Open(const ConnectionOwner& connection);
     bool ParseXml(const std::string& id);
-    ConnectionOwner On() { return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&on_))); }
 
     CNSGdbus& client_;
     const Here here_;
     guint nameOwner_ = 0;
-    // Weak, because a closed connection must be let go before there can be a new one.
-    GWeakRef on_{};
 };
 
 // The running monitor thread, as far as others ask things of it.
@@ -84,6 +60,8 @@ struct Monitor {
 
 // Guards g_monitor, and the start and the end of the thread against one another.
 std::mutex g_lifecycle;
+// Whoever ends the thread while another does waits for the end as well.
+std::mutex g_joining;
 Monitor g_monitor;
 std::atomic<bool> s_bMonitorStarted = false;
 std::atomic<bool> g_endRequested = false;
@@ -104,13 +82,24 @@ std::string FillIn(std::string xml, const std::string& id)
     return at == std::string::npos ? xml : xml.replace(at, kIdPlaceholder.size(), id);
 }
 
-bool HasUsableInterface(const GDBusNodeInfo& node)
+bool HasInterface(const GDBusNodeInfo& node)
 {
-    return node.interfaces != nullptr && node.interfaces[0] != nullptr &&
-           g_dbus_is_interface_name(node.interfaces[0]->name) != FALSE;
+    return node.interfaces != nullptr && node.interfaces[0] != nullptr;
 }
 
-bool ClientEndpoint::Open()
+bool ClientEndpoint::Follow()
+{
+    // Without a connection to share, GIO would open one for the name, whose loss would end the host.
+    const ConnectionOwner connection = GetSystemBus(HeldConnection(client_), nullptr);
+    if (connection && connection == ServedOn()) {
+        return true;
+    }
+    Close();
+    g_weak_ref_set(&g_servedOn, connection.get());
+    return Open(connection);
+}
+
+bool ClientEndpoint::Open(const ConnectionOwner& connection)
 {
     const std::string id = ClientName(client_);
     const std::string name = kClientNamePrefix + id;
@@ -122,10 +111,7 @@ bool ClientEndpoint::Open()
     if (!ParseXml(id)) {
         return false;
     }
-    // Without a connection to share, GIO would open one here, whose loss would end the host.
-    const ConnectionOwner connection = GetSystemBus(HeldConnection(client_), nullptr);
     if (connection) {
-        g_weak_ref_set(&on_, connection.get());
         nameOwner_ = g_bus_own_name(
             G_BUS_TYPE_SYSTEM, name.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE, CNSGdbus::m_OnbusAcquired,
             CNSGdbus::m_OnnameAcquired, CNSGdbus::m_OnnameLost, &client_, nullptr);
@@ -146,7 +132,11 @@ bool ClientEndpoint::ParseXml(const std::string& id)
         KIV_LOG_AT(here_, kLogError, "m_pDbusNodeInfo is NULL");
         return false;
     }
-    if (!HasUsableInterface(*client_.m_pDbusNodeInfo)) {
+    if (!HasInterface(*client_.m_pDbusNodeInfo)) {
+        KIV_LOG_AT(here_, kLogError, "[%s] the introspection XML has no interface", kApiTag);
+        return false;
+    }
+    if (g_dbus_is_interface_name(client_.m_pDbusNodeInfo->interfaces[0]->name) == FALSE) {
         LogUnfitId(here_, id);
         return false;
     }
@@ -161,22 +151,14 @@ void ClientEndpoint::Close()
     }
     g_clear_pointer(&client_.m_pDbusNodeInfo, g_dbus_node_info_unref);
     const guint registration = std::exchange(client_.m_nRegistrationId, 0);
-    const ConnectionOwner connection = On();
+    const ConnectionOwner connection = ServedOn();
     if (connection && registration != 0) {
         g_dbus_connection_unregister_object(connection.get(), registration);
     }
-    g_weak_ref_set(&on_, nullptr);
+    g_weak_ref_set(&g_servedOn, nullptr);
 }
 
-void ClientEndpoint::Follow()
-{
-    if (On() != HeldConnection(client_)) {
-        Close();
-        Open();
-    }
-}
-
-template <void (ClientEndpoint::*Task)()>
+template <auto Task>
 gboolean Perform(gpointer endpoint)
 {
     (static_cast<ClientEndpoint*>(endpoint)->*Task)();
@@ -192,7 +174,7 @@ void Attach(GMainContext* context, GSourceFunc function, gpointer data)
 }
 
 // Has the monitor thread do something when it next looks. A task that it never gets to goes with its context.
-template <void (ClientEndpoint::*Task)()>
+template <auto Task>
 void Post()
 {
     const std::lock_guard lock(g_lifecycle);
@@ -213,6 +195,18 @@ gboolean QuitIfRequested(gpointer loop)
         g_main_loop_quit(static_cast<GMainLoop*>(loop));
     }
     return G_SOURCE_REMOVE;
+}
+
+pthread_t MonitorThread(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_lifecycle);
+    return client.m_MonitorThread;
+}
+
+void SetMonitorThread(CNSGdbus& client, pthread_t thread)
+{
+    const std::lock_guard lock(g_lifecycle);
+    client.m_MonitorThread = thread;
 }
 
 GMainLoop* ExchangeLoop(CNSGdbus& client, GMainLoop* loop)
@@ -248,19 +242,11 @@ bool StartMonitorOnce(CNSGdbus& client)
     return true;
 }
 
-// Whether the connection is one that no call has come by on before.
-bool IsFirstUse(GDBusConnection* connection)
-{
-    static const GQuark mark = g_quark_from_string("kiv-interface-api-used");
-    return g_object_replace_qdata(G_OBJECT(connection), mark, nullptr, connection, nullptr, nullptr) != FALSE;
-}
-
 } // namespace
 
 void ServeEvents(CNSGdbus& client, GDBusConnection* connection)
 {
-    const bool isFirstUse = IsFirstUse(connection);
-    if (!StartMonitorOnce(client) && isFirstUse) {
+    if (!StartMonitorOnce(client) && ServedOn().get() != connection) {
         Post<&ClientEndpoint::Follow>();
     }
 }
@@ -296,7 +282,7 @@ void* CNSGdbus::m_Monitor(void* pInstance)
     g_main_context_push_thread_default(context.get());
     ClientEndpoint endpoint(*client, KIV_HERE);
     Publish({pthread_self(), context.get(), &endpoint});
-    if (endpoint.Open()) {
+    if (endpoint.Follow()) {
         RunLoop(*client, context.get());
     }
     Publish({});
@@ -339,24 +325,26 @@ void CNSGdbus::m_OnnameLost(GDBusConnection* /*pConnection*/, const gchar* /*psz
 int CNSGdbus::m_DestroyMessageMonitor()
 {
     GMainLoop* loop = nullptr;
-    pthread_t thread = 0;
     {
         const std::lock_guard lock(g_lifecycle);
         g_endRequested = g_endRequested || m_pMainLoop != nullptr || m_MonitorThread != 0;
         loop = std::exchange(m_pMainLoop, nullptr);
-        thread = std::exchange(m_MonitorThread, 0);
     }
     if (loop != nullptr) {
         g_main_loop_quit(loop);
         g_main_loop_unref(loop);
     }
+    if (IsMonitorThread()) {
+        return EDEADLK; // as pthread_join() would say
+    }
+    const std::lock_guard oneAtATime(g_joining);
+    const pthread_t thread = MonitorThread(*this);
     if (thread == 0) {
         return 0;
     }
     const int result = pthread_join(thread, nullptr);
-    if (result != 0) {
-        const std::lock_guard lock(g_lifecycle);
-        m_MonitorThread = thread;
+    if (result == 0) {
+        SetMonitorThread(*this, 0);
     }
     return result;
 }

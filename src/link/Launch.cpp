@@ -75,13 +75,11 @@ bool s_pre_checking()
 
 int m_CreateThread()
 {
-    pthread_attr_t attributes;
+    int started = 0;
+    pthread_attr_t attributes{};
     if (pthread_attr_init(&attributes) != 0) {
         KIV_LOG_INFO("[NAM-SEQ3] pthread_attr_init(m_CreateThread) fail");
-        return 0;
-    }
-    int started = 0;
-    if (pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED) != 0) {
+    } else if (pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED) != 0) {
         KIV_LOG_INFO("[NAM-SEQ3] pthread_attr_setdetachstate(m_CreateThread) fail");
     } else if (const int result = StartThread(attributes); result == 0) {
         KIV_LOG_INFO("[NAM-SEQ2] pthread_create(m_CreateThread) successful");

@@ -12,8 +12,9 @@ namespace {
 constexpr gint64 kPatience = 500 * G_TIME_SPAN_MILLISECOND;
 constexpr gulong kPause = 1 * G_TIME_SPAN_MILLISECOND;
 
-std::mutex g_opening;
-std::mutex g_closedDelivery;
+// Recursive, because a handler of the host's for the "closed" signal may call the library.
+std::recursive_mutex g_opening;
+std::recursive_mutex g_closedDelivery;
 
 // Made by the first opener, and only used by the thread that holds g_opening: a context has one user at a time.
 GMainContext* g_context;
@@ -85,7 +86,7 @@ void LetGo(ConnectionOwner closed)
 
 } // namespace
 
-std::mutex& ClosedDelivery()
+std::recursive_mutex& ClosedDelivery()
 {
     return g_closedDelivery;
 }

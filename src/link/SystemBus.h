@@ -22,6 +22,6 @@ ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error);
 
 // Held while the "closed" signal is delivered. GIO's bus-name owner gives up its connection then, and does not expect
 // to be ended by another thread at that moment.
-std::mutex& ClosedDelivery();
+std::recursive_mutex& ClosedDelivery();
 
 } // namespace kiv::link

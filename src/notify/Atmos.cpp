@@ -56,12 +56,18 @@ bool Add(const Registration& registration)
     }
 }
 
-// False if the callback is not registered.
-bool Remove(AtmosSupportCallback callback)
+enum class Removed { kNothing, kOneOfMany, kTheLast };
+
+Removed Remove(AtmosSupportCallback callback)
 {
-    return g_registrations->Change([&](Registrations& registrations) {
-        return std::erase_if(registrations, [&](const Registration& one) { return one.callback == callback; }) != 0;
+    Removed removed = Removed::kNothing;
+    g_registrations->Change([&](Registrations& registrations) {
+        if (std::erase_if(registrations, [&](const Registration& one) { return one.callback == callback; }) != 0) {
+            removed = registrations.empty() ? Removed::kTheLast : Removed::kOneOfMany;
+        }
+        return removed != Removed::kNothing;
     });
+    return removed;
 }
 
 bool NoneRegistered()
@@ -147,11 +153,12 @@ int unregister_atmos_support_cb(AtmosSupportCallback callback)
         return kApiFailed;
     }
     AdoptClientName(KIV_HERE, reply.String());
-    if (!Remove(callback)) {
+    const Removed removed = Remove(callback);
+    if (removed == Removed::kNothing) {
         KIV_LOG_INFO("not registered cb");
         return kApiFailed;
     }
-    if (NoneRegistered()) {
+    if (removed == Removed::kTheLast) {
         KIV_LOG_INFO("unregister vconf cb for panel_display_time");
     }
     KIV_LOG_INFO("cb for panel_display_time unregistered");

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <memory>
 
 using namespace kiv::test;
@@ -19,12 +18,6 @@ const GDBusInterfaceVTable kNoHandlers = {};
 const std::string kAbsent = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
 const std::string kEnter = "D MethodCall: [NAM_API] Enter";
 const std::string kIdFailed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
-
-std::size_t ThreadCount()
-{
-    const std::filesystem::directory_iterator threads("/proc/self/task");
-    return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
-}
 
 // An "(i)" that says when its last reference is gone.
 class WatchedValue {
@@ -95,6 +88,48 @@ TEST_F(BusClientTest, MembersStandInTheirOrder)
     EXPECT_EQ(members[0], &client_); // nothing before the first, so no virtual operation either
 }
 
+TEST_F(BusClientTest, TheConstructorLeavesNothingAsItWas)
+{
+    alignas(CNSGdbus) unsigned char memory[sizeof(CNSGdbus)];
+    std::ranges::fill(memory, 0xff);
+    auto* built = new (memory) CNSGdbus("built", nullptr, nullptr);
+    EXPECT_EQ(built->m_strClientName, "");
+    EXPECT_EQ(built->m_MonitorThread, 0U);
+    EXPECT_EQ(built->m_strIntrospectionXml, "");
+    EXPECT_EQ(built->m_pDbusNodeInfo, nullptr);
+    EXPECT_EQ(built->m_pMainLoop, nullptr);
+    EXPECT_EQ(built->m_pConnection, nullptr);
+    EXPECT_EQ(built->m_stInterfaceVTable.method_call, nullptr);
+    EXPECT_EQ(built->m_stInterfaceVTable.get_property, nullptr);
+    EXPECT_EQ(built->m_stInterfaceVTable.set_property, nullptr);
+    EXPECT_EQ(built->m_nRegistrationId, 0U);
+    EXPECT_FALSE(built->m_bProxyReady);
+    EXPECT_EQ(built->m_pfnEventCallback, nullptr);
+    EXPECT_EQ(built->m_pUserData, nullptr);
+    built->~CNSGdbus();
+    CNSGdbus::m_pInstance = &client_;
+}
+
+TEST_F(BusClientTest, AnObjectOfTheHostsCallsAndDropsItsConnection)
+{
+    StartServer();
+    Connect();
+    const guint references = G_OBJECT(client_.m_pConnection)->ref_count;
+    {
+        CNSGdbus own("own", nullptr, nullptr);
+        EXPECT_TRUE(own.GetProxy(kXml, kNoHandlers, false, false));
+        EXPECT_EQ(own.m_strClientName, ClientId());
+        EXPECT_EQ(own.m_pConnection, client_.m_pConnection);
+        EXPECT_EQ(own.m_MonitorThread, 0U);
+    }
+    CNSGdbus::m_pInstance = &client_;
+    while (G_OBJECT(client_.m_pConnection)->ref_count != references) {
+        usleep(1000);
+    }
+    EXPECT_NE(client_.m_MonitorThread, 0U);
+    EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [0],)", 20000).answered);
+}
+
 TEST_F(BusClientTest, TheObjectBuiltLastIsTheInstance)
 {
     int userData = 0;
@@ -163,6 +198,16 @@ TEST_F(BusClientTest, EachCallIsFourMessagesWithTheseHeaders)
     EXPECT_EQ(messages[3].signature, "");
 }
 
+TEST_F(BusClientTest, TheHostsBufferIsTheHosts)
+{
+    StartServer();
+    std::ranges::fill(g_strDeviceName, 'x');
+    Connect();
+    KillServer();
+    StopNetworkSpeaker(0);
+    EXPECT_THAT(g_strDeviceName, ::testing::Each('x'));
+}
+
 TEST_F(BusClientTest, ReusingAHeldConnectionSendsNothing)
 {
     StartServer();
@@ -200,21 +245,6 @@ TEST_F(BusClientTest, WithoutReuseTheIdIsAskedForEachTime)
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), IdQuery()));
 }
 
-TEST_F(BusClientTest, ThereIsNeverASecondMonitorThread)
-{
-    StartServer();
-    Connect();
-    const std::size_t threads = ThreadCount();
-    const pthread_t monitor = client_.m_MonitorThread;
-
-    for (int call = 0; call < 10; ++call) {
-        EXPECT_TRUE(client_.GetProxy(client_.m_strIntrospectionXml.c_str(), client_.m_stInterfaceVTable, false, false));
-    }
-
-    EXPECT_EQ(ThreadCount(), threads);
-    EXPECT_EQ(client_.m_MonitorThread, monitor);
-}
-
 TEST_F(BusClientTest, OneReferenceToTheConnectionWhateverTheNumberOfCalls)
 {
     StartServer();
@@ -230,6 +260,23 @@ TEST_F(BusClientTest, OneReferenceToTheConnectionWhateverTheNumberOfCalls)
     while (!unchanged.Matches(G_OBJECT(client_.m_pConnection)->ref_count)) {
         usleep(1000);
     }
+}
+
+TEST_F(BusClientTest, NobodyHoldsTheConnectionOnceItIsGivenUp)
+{
+    StartServer();
+    Connect();
+    GWeakRef connection;
+    g_weak_ref_init(&connection, client_.m_pConnection);
+
+    client_.m_DestroyMessageMonitor();
+    client_.GiveProxy();
+
+    // GIO's worker may hold it for a moment still.
+    for (gpointer held = nullptr; (held = g_weak_ref_get(&connection)) != nullptr; usleep(1000)) {
+        g_object_unref(held);
+    }
+    g_weak_ref_clear(&connection);
 }
 
 TEST_F(BusClientTest, GiveProxyDropsTheConnection)
@@ -317,7 +364,9 @@ TEST_F(BusClientTest, ACallEndsAfterEightSeconds)
 
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(Call("StopNetworkSpeaker", g_variant_new("(i)", 1)));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(7990));
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(elapsed, std::chrono::milliseconds(7990));
+    EXPECT_LT(elapsed, std::chrono::seconds(20)); // GIO's own limit would be 25
 
     EXPECT_THAT(
         platform_log::OfTestThread(),
@@ -328,7 +377,7 @@ TEST_F(BusClientTest, ASlowAnswerWithinTheLimitIsWaitedFor)
 {
     StartServer();
     Connect();
-    control_.SetFault("StopNetworkSpeaker", "{'delay': <uint32 6500>}");
+    control_.SetFault("StopNetworkSpeaker", "{'delay': <uint32 4000>}");
 
     EXPECT_EQ(StopNetworkSpeaker(4), 4);
 }
@@ -476,6 +525,24 @@ TEST_F(BusClientTest, WithoutABusEachAttemptIsOneLine)
             noBus, "E GetSurroundChannelNumber: !!! ERROR ns_proxy.GetProxy() return error, return"));
     EXPECT_EQ(client_.m_pConnection, nullptr);
     EXPECT_EQ(client_.m_MonitorThread, 0U);
+}
+
+TEST_F(BusClientTest, ABusThatIsLostLeavesNoConnectionBehind)
+{
+    StartServer();
+    Connect();
+    trace_.reset();
+    bus_.Kill();
+    while (g_dbus_connection_is_closed(client_.m_pConnection) == FALSE) {
+        usleep(1000);
+    }
+
+    EXPECT_FALSE(client_.GetProxy(kXml, kNoHandlers, false, false));
+
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E GetProxy: [NAM_API] NULL != pError"));
+    EXPECT_EQ(client_.m_pConnection, nullptr);
+    EXPECT_FALSE(client_.m_bProxyReady);
+    EXPECT_FALSE(client_.GetProxy(kXml, kNoHandlers, true, true));
 }
 
 TEST_F(BusClientTest, AFailedIdQueryDropsTheConnectionAndKeepsTheLastId)

@@ -1,5 +1,7 @@
 #include "support/BusTest.h"
 
+#include <unistd.h>
+
 #include <functional>
 #include <future>
 #include <ostream>
@@ -193,6 +195,26 @@ TEST_F(CallFrameTest, AnActivatableServerIsStartedByTheSecondAttempt)
                   kOwnerQuery, "StopNetworkSpeaker(9)"));
 }
 
+TEST_F(CallFrameTest, AServerThatGivesNoIdIsAskedThreeTimes)
+{
+    StartServer();
+    Connect();
+    control_.SetFault("check_dbus_connection", "{'error': <'org.example.Refused'>, 'message': <'no'>}");
+
+    EXPECT_EQ(StopNetworkSpeaker(1), -1);
+
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), IdQuery(), kOwnerQuery, IdQuery()));
+    const std::string refused =
+        "E MethodCall: [NAM_API] Error: method [check_dbus_connection],[GDBus.Error:org.example.Refused: no]...";
+    EXPECT_THAT(
+        platform_log::OfTestThread(),
+        ElementsAre(
+            "I StopNetworkSpeaker: >>> API Start ", kEnter, refused, kIdFailed,
+            "E StopNetworkSpeaker: !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service", kEnter,
+            refused, kIdFailed, kEnter, refused, kIdFailed,
+            "E StopNetworkSpeaker: !!! ERROR ns_proxy.GetProxy() return error, return"));
+}
+
 TEST_F(CallFrameTest, AServerThatCannotBeStartedIsAnError)
 {
     bus_.WriteService({kServerName, {"/bin/false"}});
@@ -317,10 +339,11 @@ TEST_F(CallFrameTest, ASlowCallHoldsUpNobody)
 {
     StartServer();
     Connect();
-    control_.SetFault("DisableSurround", "{'delay': <uint32 3000>}");
+    control_.SetFault("DisableSurround", "{'delay': <uint32 6000>}");
     auto slow = std::async(std::launch::async, [] { return DisableSurround(); });
     // Until the server has it.
     while (control_.Methods().empty() || control_.Methods().back() != "DisableSurround") {
+        usleep(1000);
     }
 
     for (int call = 0; call < 20; ++call) {

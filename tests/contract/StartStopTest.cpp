@@ -48,6 +48,34 @@ std::vector<unsigned char> Bytes(const ServerCall& call)
     return bytes;
 }
 
+TEST(RecordsTest, LengthsAndModesAreTheServers)
+{
+    EXPECT_EQ(NETSPK_LIST_NAME_LEN, 128);
+    EXPECT_EQ(NETSPK_SPEAKER_TYPE_LEN, 22);
+    EXPECT_EQ(NETSPK_MAC_LEN, 6);
+    EXPECT_EQ(NETSPK_IP_LEN, 4);
+    EXPECT_EQ(NETSPKSETTING_SURROUND, 80);
+    EXPECT_EQ(NETSPKSETTING_MULTIROOM, 81);
+}
+
+TEST(RecordsTest, RecordsLieAsTheyTravel)
+{
+    EXPECT_EQ(sizeof(STNetSpkListInfo[3]), 3 * 1086U);
+    EXPECT_EQ(sizeof(spk_list_info_s[3]), 3 * 1086U);
+    EXPECT_EQ(sizeof(spk_info_s[3]), 3 * 183U);
+    EXPECT_EQ(sizeof(CNetSpkNodeInfo[3]), 3 * 134U);
+    STNetSpkConfig speaker{};
+    unsigned char bytes[86] = {};
+    bytes[4] = 0x11;
+    bytes[7] = 0x80;
+    bytes[8] = 0xa4;
+    bytes[13] = 0xa9;
+    std::memcpy(&speaker, bytes, sizeof bytes);
+    EXPECT_EQ(speaker.nConfig, static_cast<std::int32_t>(0x80000011U));
+    EXPECT_EQ(speaker.mac[0], 0xa4);
+    EXPECT_EQ(speaker.mac[5], 0xa9);
+}
+
 // --- StartNetworkSpeaker ------------------------------------------------------------------------------------------
 
 TEST_F(StartStopTest, StartSendsTheModeThenTheSpeakers)
@@ -63,6 +91,8 @@ TEST_F(StartStopTest, StartSendsTheModeThenTheSpeakers)
         Sent(), ElementsAre(
                     kOwnerQuery, IdQuery(), kOwnerQuery, "SetNetSpkSettingMode(-7, 2147483647)", kOwnerQuery,
                     ::testing::StartsWith("StartNetworkSpeaker(")));
+    EXPECT_EQ(SentMessages()[3].signature, "ii");
+    EXPECT_EQ(SentMessages()[5].signature, "ay");
     const auto bytes = Bytes(control_.Calls().back());
     ASSERT_EQ(bytes.size(), 258U);
     EXPECT_EQ(std::memcmp(bytes.data(), list.data(), 258), 0);
@@ -315,6 +345,7 @@ TEST_F(StartStopTest, ArgumentsPassThroughUnchanged)
         ForgetTraffic();
         StopNetworkSpeaker(stopType);
         EXPECT_EQ(Sent().back(), "StopNetworkSpeaker(" + std::to_string(stopType) + ")");
+        EXPECT_EQ(SentMessages().back().signature, "i");
     }
 }
 

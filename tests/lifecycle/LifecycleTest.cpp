@@ -1,6 +1,7 @@
 #include "KivServiceInterface.h"
 #include "support/Platform.h"
 #include "support/Server.h"
+#include "tools/sandbox/BusTrace.h"
 #include "tools/sandbox/PrivateBus.h"
 
 #include <dlfcn.h>
@@ -67,12 +68,6 @@ bool IsMapped()
     return false;
 }
 
-std::ptrdiff_t ThreadCount()
-{
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return std::distance(begin(tasks), end(tasks));
-}
-
 class LifecycleTest : public ::testing::Test {
 protected:
     LifecycleTest() { setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1); }
@@ -82,13 +77,13 @@ protected:
 
 TEST_F(LifecycleTest, LoadingAndUnloadingTouchesNothing)
 {
-    const auto threads = ThreadCount();
+    kiv::sandbox::BusTrace trace(bus_.Address());
     {
         const Library library;
         EXPECT_TRUE(IsMapped());
     }
     EXPECT_FALSE(IsMapped());
-    EXPECT_EQ(ThreadCount(), threads);
+    EXPECT_THAT(trace.Messages(), ::testing::IsEmpty());
     EXPECT_THAT(platform_log::Lines(), ::testing::IsEmpty());
 }
 

@@ -39,7 +39,7 @@ State& TheState()
 // On the main thread, before any other can log.
 [[maybe_unused]] const State& g_state = TheState();
 
-std::string Format(const char* format, va_list arguments)
+__attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments)
 {
     va_list again;
     va_copy(again, arguments);

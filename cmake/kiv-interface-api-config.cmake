@@ -1,0 +1,10 @@
+include(CMakeFindDependencyMacro)
+find_dependency(PkgConfig)
+pkg_check_modules(GIO IMPORTED_TARGET gio-2.0)
+if(NOT GIO_FOUND)
+  set(${CMAKE_FIND_PACKAGE_NAME}_FOUND FALSE)
+  set(${CMAKE_FIND_PACKAGE_NAME}_NOT_FOUND_MESSAGE "gio-2.0 was not found by pkg-config")
+  return()
+endif()
+
+include(${CMAKE_CURRENT_LIST_DIR}/kiv-interface-api-targets.cmake)

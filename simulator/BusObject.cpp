@@ -1,0 +1,173 @@
+#include "simulator/BusObject.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace kiv::simulator {
+
+namespace {
+
+void RequireSameMethods(const std::set<std::string>& declared, const BusObject::Handlers& handlers)
+{
+    std::set<std::string> served;
+    for (const auto& [name, handler] : handlers) {
+        served.insert(name);
+    }
+    std::vector<std::string> unmatched;
+    std::ranges::set_symmetric_difference(declared, served, std::back_inserter(unmatched));
+    if (!unmatched.empty()) {
+        throw std::logic_error(
+            fmt::format("introspection XML and handlers do not agree about {}", fmt::join(unmatched, ", ")));
+    }
+}
+
+} // namespace
+
+std::string Call::Method() const
+{
+    return g_dbus_method_invocation_get_method_name(invocation_.get());
+}
+
+std::string Call::Sender() const
+{
+    return g_dbus_method_invocation_get_sender(invocation_.get());
+}
+
+unsigned Call::Flags() const
+{
+    return g_dbus_message_get_flags(g_dbus_method_invocation_get_message(invocation_.get()));
+}
+
+GVariant* Call::Arguments() const
+{
+    return g_dbus_method_invocation_get_parameters(invocation_.get());
+}
+
+template <>
+std::int32_t Call::Argument(std::size_t index) const
+{
+    return g_variant_get_int32(Own(g_variant_get_child_value(Arguments(), index)).get());
+}
+
+template <>
+std::uint32_t Call::Argument(std::size_t index) const
+{
+    return g_variant_get_uint32(Own(g_variant_get_child_value(Arguments(), index)).get());
+}
+
+template <>
+bool Call::Argument(std::size_t index) const
+{
+    return g_variant_get_boolean(Own(g_variant_get_child_value(Arguments(), index)).get()) != FALSE;
+}
+
+template <>
+std::string Call::Argument(std::size_t index) const
+{
+    return g_variant_get_string(Own(g_variant_get_child_value(Arguments(), index)).get(), nullptr);
+}
+
+template <>
+Variant Call::Argument(std::size_t index) const
+{
+    return Own(g_variant_get_child_value(Arguments(), index));
+}
+
+template <>
+Bytes Call::Argument(std::size_t index) const
+{
+    const Variant array = Argument<Variant>(index);
+    std::size_t size = 0;
+    const auto* data = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(array.get(), &size, 1));
+    return {data, data + size};
+}
+
+void Call::Return(GVariant* values) const
+{
+    // Answering an invocation gives up a reference to it.
+    g_object_ref(invocation_.get());
+    g_dbus_method_invocation_return_value(invocation_.get(), values);
+}
+
+void Call::Fail(const std::string& errorName, const std::string& message) const
+{
+    g_object_ref(invocation_.get());
+    g_dbus_method_invocation_return_dbus_error(invocation_.get(), errorName.c_str(), message.c_str());
+}
+
+void Call::ReturnUnchecked(GVariant* values) const
+{
+    if ((Flags() & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) != 0) {
+        return;
+    }
+    const auto reply =
+        OwnObject(g_dbus_message_new_method_reply(g_dbus_method_invocation_get_message(invocation_.get())));
+    g_dbus_message_set_body(reply.get(), values);
+    g_dbus_connection_send_message(
+        g_dbus_method_invocation_get_connection(invocation_.get()), reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+        nullptr, nullptr);
+}
+
+Interface::Interface(const char* xml)
+{
+    ErrorSlot error;
+    node_ = {g_dbus_node_info_new_for_xml(xml, &error), [](GDBusNodeInfo* node) {
+                 if (node != nullptr) {
+                     g_dbus_node_info_unref(node);
+                 }
+             }};
+    if (node_ == nullptr) {
+        throw std::logic_error(fmt::format("introspection XML: {}", error->message));
+    }
+    if (node_->interfaces[0] == nullptr) {
+        throw std::logic_error("introspection XML: no interface");
+    }
+}
+
+std::set<std::string> Interface::Methods() const
+{
+    std::set<std::string> names;
+    for (GDBusMethodInfo** method = Info()->methods; method != nullptr && *method != nullptr; ++method) {
+        names.insert((*method)->name);
+    }
+    return names;
+}
+
+BusObject::BusObject(GDBusConnection* connection, const char* path, const char* xml, Handlers handlers)
+    : connection_(connection), interface_(xml), handlers_(std::move(handlers))
+{
+    RequireSameMethods(interface_.Methods(), handlers_);
+
+    static const GDBusInterfaceVTable kVtable = {&BusObject::OnCall, nullptr, nullptr, {}};
+    ErrorSlot error;
+    registration_ =
+        g_dbus_connection_register_object(connection_, path, interface_.Info(), &kVtable, this, nullptr, &error);
+    if (registration_ == 0) {
+        throw std::runtime_error(fmt::format("cannot serve {}: {}", path, error->message));
+    }
+}
+
+BusObject::~BusObject()
+{
+    g_dbus_connection_unregister_object(connection_, registration_);
+}
+
+void BusObject::OnCall(
+    GDBusConnection*, const char*, const char*, const char*, const char* method, GVariant*,
+    GDBusMethodInvocation* invocation, void* self)
+{
+    const Call call(invocation);
+    try {
+        static_cast<BusObject*>(self)->handlers_.at(method)(call);
+    } catch (const BusError& error) {
+        call.Fail(error.Name(), error.what());
+    } catch (const std::exception& error) {
+        call.Fail("org.freedesktop.DBus.Error.Failed", error.what());
+    }
+}
+
+} // namespace kiv::simulator

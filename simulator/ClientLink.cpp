@@ -1,0 +1,163 @@
+#include "simulator/ClientLink.h"
+
+#include <algorithm>
+#include <climits>
+#include <utility>
+
+namespace kiv::simulator {
+
+namespace {
+
+constexpr char kNotifyMethod[] = "nam_notify_subscriber";
+constexpr unsigned kPushTimeoutMs = 20000;
+/** The bus daemon bounds how many answers a connection may have outstanding. */
+constexpr std::uint64_t kMostOutstanding = 1000;
+
+struct ClientAddress {
+    std::string busName;
+    std::string path;
+    std::string interface;
+
+    explicit ClientAddress(const std::string& id)
+        : busName("org.lumra.tv.networkspeaker.client." + id), path("/org/lumra/tv/networkspeaker/client/" + id),
+          interface("org.lumra.tv.networkspeaker.client.interface." + id)
+    {
+    }
+
+    bool IsValid() const
+    {
+        return g_dbus_is_name(busName.c_str()) != FALSE && g_variant_is_object_path(path.c_str()) != FALSE &&
+               g_dbus_is_interface_name(interface.c_str()) != FALSE;
+    }
+};
+
+void RequireUsable(const std::string& clientId)
+{
+    if (!ClientLink::IsUsable(clientId)) {
+        throw InvalidArguments(fmt::format("no client can have the id '{}'", clientId));
+    }
+}
+
+ClientAnswer AnswerOf(GDBusMessage* reply)
+{
+    ClientAnswer answer;
+    answer.fromClient = g_strcmp0(g_dbus_message_get_sender(reply), "org.freedesktop.DBus") != 0;
+    ErrorSlot error;
+    if (g_dbus_message_to_gerror(reply, &error) != FALSE) {
+        g_dbus_error_strip_remote_error(error.Get());
+        answer.error = g_dbus_message_get_error_name(reply);
+        answer.message = error->message;
+        return answer;
+    }
+    if (GVariant* body = g_dbus_message_get_body(reply)) {
+        answer.reply = Own(g_variant_ref(body));
+    }
+    return answer;
+}
+
+ClientAnswer NoAnswer(GError* error)
+{
+    ClientAnswer answer;
+    const bool late = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE;
+    answer.error = late ? "org.freedesktop.DBus.Error.Timeout" : "org.freedesktop.DBus.Error.Failed";
+    answer.message = error->message;
+    return answer;
+}
+
+void OnReply(GObject* connection, GAsyncResult* result, void* data)
+{
+    const std::unique_ptr<ClientLink::OnAnswer> onAnswer(static_cast<ClientLink::OnAnswer*>(data));
+    ErrorSlot error;
+    const auto reply =
+        OwnObject(g_dbus_connection_send_message_with_reply_finish(G_DBUS_CONNECTION(connection), result, &error));
+    (*onAnswer)(reply == nullptr ? NoAnswer(error.Get()) : AnswerOf(reply.get()));
+}
+
+/** Pushes that are under way; kept alive by the answers that it awaits. */
+class Burst : public std::enable_shared_from_this<Burst> {
+public:
+    Burst(
+        const ClientLink& link, std::vector<std::string> clientIds, const Variant& payload, unsigned count,
+        ClientLink::OnPushed onPushed)
+        : link_(link), clientIds_(std::move(clientIds)), arguments_(Own(g_variant_new("(@ay)", payload.get()))),
+          total_(std::uint64_t{count} * clientIds_.size()), onPushed_(std::move(onPushed))
+    {
+    }
+
+    void Continue()
+    {
+        while (sent_ < total_ && sent_ - ended_ < kMostOutstanding) {
+            const std::string& clientId = clientIds_[sent_ % clientIds_.size()];
+            ++sent_;
+            link_.Call(
+                clientId, kNotifyMethod, arguments_.get(), kPushTimeoutMs,
+                [self = shared_from_this()](const ClientAnswer& answer) { self->Note(answer); });
+        }
+        if (ended_ == total_) {
+            onPushed_(result_);
+        }
+    }
+
+private:
+    void Note(const ClientAnswer& answer)
+    {
+        ++ended_;
+        if (answer.error.empty()) {
+            ++result_.answered;
+        } else if (result_.firstError.empty()) {
+            result_.firstError = answer.error;
+            result_.firstMessage = answer.message;
+        }
+        Continue();
+    }
+
+    const ClientLink& link_;
+    std::vector<std::string> clientIds_;
+    Variant arguments_;
+    std::uint64_t total_;
+    std::uint64_t sent_ = 0;
+    std::uint64_t ended_ = 0;
+    PushResult result_;
+    ClientLink::OnPushed onPushed_;
+};
+
+} // namespace
+
+bool ClientLink::IsUsable(const std::string& clientId)
+{
+    return ClientAddress(clientId).IsValid();
+}
+
+void ClientLink::Call(
+    const std::string& clientId, const std::string& method, GVariant* arguments, unsigned timeoutMs,
+    OnAnswer onAnswer) const
+{
+    RequireUsable(clientId);
+    if (g_dbus_is_member_name(method.c_str()) == FALSE) {
+        throw InvalidArguments(fmt::format("D-Bus cannot carry a method named '{}'", method));
+    }
+    const ClientAddress address(clientId);
+    const auto message = OwnObject(g_dbus_message_new_method_call(
+        address.busName.c_str(), address.path.c_str(), address.interface.c_str(), method.c_str()));
+    g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
+    g_dbus_message_set_body(message.get(), arguments);
+
+    trace_("{} <- {} {}", clientId, method, Describe(arguments));
+    auto traced = [trace = trace_, clientId, onAnswer = std::move(onAnswer)](const ClientAnswer& answer) {
+        trace("{} -> {}", clientId, answer.error.empty() ? Describe(answer.reply.get()) : answer.error);
+        onAnswer(answer);
+    };
+    g_dbus_connection_send_message_with_reply(
+        connection_, message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+        static_cast<int>(std::min<unsigned>(timeoutMs, INT_MAX)), nullptr, nullptr, &OnReply,
+        new OnAnswer(std::move(traced)));
+}
+
+void ClientLink::Push(
+    const std::vector<std::string>& clientIds, const Variant& payload, unsigned count, OnPushed onPushed) const
+{
+    std::ranges::for_each(clientIds, RequireUsable);
+    std::make_shared<Burst>(*this, clientIds, payload, count, std::move(onPushed))->Continue();
+}
+
+} // namespace kiv::simulator

@@ -1,0 +1,129 @@
+#include "simulator/Control.h"
+
+#include "simulator/Events.h"
+#include "simulator/Interfaces.h"
+
+#include <nlohmann/json.hpp>
+
+#include <optional>
+#include <utility>
+
+namespace kiv::simulator {
+
+Control::Control(
+    GDBusConnection* connection, Home& home, Clients& clients, Faults& faults, Server& server, const ClientLink& link,
+    Leave leave)
+    : home_(home), clients_(clients), faults_(faults), server_(server), link_(link), leave_(std::move(leave)),
+      object_(connection, kControlPath, kControlXml, Handlers())
+{
+}
+
+BusObject::Handlers Control::Handlers()
+{
+    return {
+        {"Calls", [this](const Call& call) { Calls(call); }},
+        {"ForgetCalls",
+         [this](const Call& call) {
+             server_.Calls().Forget();
+             call.Return();
+         }},
+        {"SetFault",
+         [this](const Call& call) {
+             faults_.Set(call.Argument<std::string>(0), call.Argument<Variant>(1).get());
+             call.Return();
+         }},
+        {"ClearFaults",
+         [this](const Call& call) {
+             faults_.Clear();
+             call.Return();
+         }},
+        {"SetClientId",
+         [this](const Call& call) {
+             clients_.UseId(call.Argument<std::string>(0));
+             call.Return();
+         }},
+        {"ResetClientId",
+         [this](const Call& call) {
+             clients_.UseId(std::nullopt);
+             call.Return();
+         }},
+        {"SetAtmos", [this](const Call& call) { SetAtmos(call); }},
+        {"SendEvent",
+         [this](const Call& call) {
+             Push(call, EventPayload(call.Argument<std::int32_t>(1), call.Argument<Bytes>(2)));
+         }},
+        {"SendPayload", [this](const Call& call) { Push(call, call.Argument<Variant>(1)); }},
+        {"SendPayloads", [this](const Call& call) { SendPayloads(call); }},
+        {"CallClient", [this](const Call& call) { CallClient(call); }},
+        {"Model", [this](const Call& call) { Model(call); }},
+        {"Exit", [this](const Call& call) { leave_([call] { call.Return(); }); }},
+    };
+}
+
+std::vector<std::string> Control::Addressed(const std::string& clientId) const
+{
+    return clientId.empty() ? clients_.Ids() : std::vector<std::string>{clientId};
+}
+
+void Control::Calls(const Call& call) const
+{
+    GVariantBuilder calls;
+    g_variant_builder_init(&calls, G_VARIANT_TYPE("a(ussuv)"));
+    unsigned number = server_.Calls().FirstNumber();
+    for (const RecordedCall& received : server_.Calls().Calls()) {
+        g_variant_builder_add(
+            &calls, "(ussuv)", number++, received.sender.c_str(), received.method.c_str(), received.flags,
+            Wrap(received.arguments.get()).get());
+    }
+    call.Return(g_variant_new("(a(ussuv))", &calls));
+}
+
+void Control::SetAtmos(const Call& call)
+{
+    const bool supported = call.Argument<bool>(0);
+    if (!home_.SetReceiverAtmos(supported)) {
+        call.Return();
+        return;
+    }
+    Announce(link_, clients_, EventPayload(kAtmosEvent, EventData(supported ? 1 : 0)), [call] { call.Return(); });
+}
+
+void Control::Push(const Call& call, const Variant& payload) const
+{
+    link_.Push(Addressed(call.Argument<std::string>(0)), payload, 1, [call](const PushResult& result) {
+        if (result.firstError.empty()) {
+            call.Return();
+        } else {
+            call.Fail(result.firstError, result.firstMessage);
+        }
+    });
+}
+
+void Control::SendPayloads(const Call& call) const
+{
+    link_.Push(
+        Addressed(call.Argument<std::string>(0)), call.Argument<Variant>(1), call.Argument<std::uint32_t>(2),
+        [call](const PushResult& result) {
+            call.Return(g_variant_new("(u)", static_cast<std::uint32_t>(result.answered)));
+        });
+}
+
+void Control::CallClient(const Call& call) const
+{
+    const Variant arguments = Unwrap(call.Argument<Variant>(2).get());
+    link_.Call(
+        call.Argument<std::string>(0), call.Argument<std::string>(1), arguments.get(), call.Argument<std::uint32_t>(3),
+        [call](const ClientAnswer& answer) {
+            const Variant reply = Wrap(answer.reply.get());
+            call.Return(g_variant_new("(bsv)", answer.fromClient ? TRUE : FALSE, answer.error.c_str(), reply.get()));
+        });
+}
+
+void Control::Model(const Call& call) const
+{
+    nlohmann::json model = home_.ToJson();
+    model["clients"] = clients_.ToJson();
+    call.Return(g_variant_new("(s)", model.dump(2).c_str()));
+}
+
+} // namespace kiv::simulator

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "simulator/ClientLink.h"
+#include "simulator/Clients.h"
+#include "simulator/Glib.h"
+
+#include <cstdint>
+#include <functional>
+
+namespace kiv::simulator {
+
+inline constexpr std::int32_t kAtmosEvent = 0x02020028;
+inline constexpr std::int32_t kExitEvent = 0x02020031;
+
+/** The bytes of an event: id, length of the data, data. */
+Variant EventPayload(std::int32_t eventId, const Bytes& data);
+
+/** An int32 as event data. */
+Bytes EventData(std::int32_t value);
+
+/** Pushes the event to every subscribed client, whatever comes of it. */
+void Announce(
+    const ClientLink& link, const Clients& clients, const Variant& payload, std::function<void()> onAnnounced);
+
+} // namespace kiv::simulator

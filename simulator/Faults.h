@@ -1,0 +1,50 @@
+#pragma once
+
+#include "simulator/Glib.h"
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace kiv::simulator {
+
+/** What goes wrong with a call; nothing by default. */
+struct Fault {
+    std::chrono::milliseconds delay{0};
+    std::string error;
+    std::string message;
+    bool silent = false;
+    bool exit = false;
+    Variant reply;
+};
+
+/** The faults that the methods of the server have been given. */
+class Faults {
+public:
+    explicit Faults(std::set<std::string> methods) : methods_(std::move(methods)) {}
+
+    /** Replaces the method's fault. The description is an a{sv}. Throws BusError for one that makes no sense. */
+    void Set(const std::string& method, GVariant* description);
+    void Clear() { plans_.clear(); }
+
+    /** What goes wrong with the call of this method that has just arrived. */
+    Fault Next(const std::string& method);
+
+private:
+    struct Plan {
+        Fault fault;
+        unsigned every = 1;
+        std::optional<unsigned> count;
+        unsigned seen = 0;
+    };
+
+    static void Apply(Plan& plan, const std::string& key, GVariant* value);
+    static void Check(const Plan& plan);
+
+    std::set<std::string> methods_;
+    std::map<std::string, Plan> plans_;
+};
+
+} // namespace kiv::simulator

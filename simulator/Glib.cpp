@@ -1,0 +1,92 @@
+#include "simulator/Glib.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <utility>
+
+namespace kiv::simulator {
+
+namespace {
+
+constexpr std::size_t kLongestPrintedArray = 32;
+
+std::string DescribeMember(GVariant* member)
+{
+    if (g_variant_is_of_type(member, G_VARIANT_TYPE_BYTESTRING) != FALSE &&
+        g_variant_n_children(member) > kLongestPrintedArray) {
+        return fmt::format("<{} bytes>", g_variant_n_children(member));
+    }
+    const std::unique_ptr<char, decltype(&g_free)> text(g_variant_print(member, FALSE), g_free);
+    return text.get();
+}
+
+Variant Parse(const char* text)
+{
+    ErrorSlot error;
+    GVariant* value = g_variant_parse(nullptr, text, nullptr, nullptr, &error);
+    if (value == nullptr) {
+        throw InvalidArguments(fmt::format("'{}' is no value: {}", text, error->message));
+    }
+    return Own(value);
+}
+
+/** D-Bus knows fewer types than GVariant: no maybe types, no empty tuples inside others. */
+void RequireFitForDBus(GVariant* tuple)
+{
+    const auto message = OwnObject(g_dbus_message_new_signal("/a", "a.a", "a"));
+    g_dbus_message_set_body(message.get(), tuple);
+    ErrorSlot error;
+    std::size_t size = 0;
+    const std::unique_ptr<unsigned char, decltype(&g_free)> wire(
+        g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, &error), g_free);
+    if (wire == nullptr) {
+        throw InvalidArguments(error->message);
+    }
+}
+
+} // namespace
+
+std::string Describe(GVariant* value)
+{
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_TUPLE) == FALSE) {
+        return DescribeMember(value);
+    }
+    std::vector<std::string> members;
+    for (std::size_t i = 0; i < g_variant_n_children(value); ++i) {
+        members.push_back(DescribeMember(Own(g_variant_get_child_value(value, i)).get()));
+    }
+    return fmt::format("({})", fmt::join(members, ", "));
+}
+
+Variant Wrap(GVariant* tuple)
+{
+    return Own(g_variant_n_children(tuple) == 0 ? g_variant_new_string("()") : g_variant_ref(tuple));
+}
+
+Variant Unwrap(GVariant* value)
+{
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_VARIANT)) {
+        return Unwrap(Own(g_variant_get_variant(value)).get());
+    }
+    const bool isText = g_variant_is_of_type(value, G_VARIANT_TYPE_STRING) != FALSE;
+    Variant tuple = isText ? Parse(g_variant_get_string(value, nullptr)) : Own(g_variant_ref(value));
+    if (g_variant_is_of_type(tuple.get(), G_VARIANT_TYPE_TUPLE) == FALSE) {
+        throw InvalidArguments(fmt::format("a value of type '{}' is no tuple", g_variant_get_type_string(tuple.get())));
+    }
+    RequireFitForDBus(tuple.get());
+    return tuple;
+}
+
+void After(std::chrono::milliseconds delay, std::function<void()> action)
+{
+    using Action = std::function<void()>;
+    const auto run = [](void* data) -> gboolean {
+        (*static_cast<Action*>(data))();
+        return G_SOURCE_REMOVE;
+    };
+    const auto drop = [](void* data) { delete static_cast<Action*>(data); };
+    g_timeout_add_full(G_PRIORITY_DEFAULT, static_cast<guint>(delay.count()), run, new Action(std::move(action)), drop);
+}
+
+} // namespace kiv::simulator

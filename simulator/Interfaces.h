@@ -1,0 +1,15 @@
+#pragma once
+
+namespace kiv::simulator {
+
+inline constexpr char kServerName[] = "org.lumra.tv.networkspeaker.server";
+inline constexpr char kServerPath[] = "/org/lumra/tv/networkspeaker/server";
+
+inline constexpr char kControlName[] = "org.lumra.tv.networkspeaker.simulator";
+inline constexpr char kControlPath[] = "/org/lumra/tv/networkspeaker/simulator";
+
+/** Introspection XML of the two objects, from the .xml files beside this one. */
+extern const char* const kServerXml;
+extern const char* const kControlXml;
+
+} // namespace kiv::simulator

@@ -1,0 +1,175 @@
+#pragma once
+
+#include "support/BusTest.h"
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace kiv::test {
+
+/*
+ * A host's callbacks, told apart by a letter. Each notes that it was called, then does what the test wants it to do.
+ */
+class Callbacks {
+public:
+    static void Do(char letter, std::function<void()> action)
+    {
+        const std::lock_guard lock(mutex_);
+        actions_[letter] = std::move(action);
+    }
+
+    // The calls since the last time, in order.
+    static Lines TakeCalls()
+    {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(calls_, {});
+    }
+
+    static void Run(char letter, const std::string& arguments)
+    {
+        std::function<void()> action;
+        {
+            const std::lock_guard lock(mutex_);
+            calls_.push_back(std::string(1, letter) + "(" + arguments + ")");
+            action = actions_[letter];
+        }
+        if (action) {
+            action();
+        }
+    }
+
+private:
+    inline static std::mutex mutex_;
+    inline static Lines calls_;
+    inline static std::map<char, std::function<void()>> actions_;
+};
+
+// Noted as "a(7, 3)": event id and length.
+template <char Letter>
+void Subscriber(int eventId, void* /*data*/, int length)
+{
+    Callbacks::Run(Letter, std::to_string(eventId) + ", " + std::to_string(length));
+}
+
+// Noted as "a(1, hall)": its user data is a text.
+template <char Letter>
+void AtmosReceiver(int supported, void* userData)
+{
+    Callbacks::Run(Letter, std::to_string(supported) + ", " + static_cast<const char*>(userData));
+}
+
+class EventTest : public BusTest {
+protected:
+    static constexpr int kEvent = 7;
+
+    void StartAndConnect()
+    {
+        StartServer();
+        Connect();
+    }
+
+    // Has the server push an event, and returns when all its receivers have been called.
+    void Notify(int eventId, const std::vector<unsigned char>& data = {})
+    {
+        control_.SendEvent(eventId, data);
+        // The monitor thread answers this one, which nobody receives, when it is done with the one before.
+        control_.SendEvent(0, {});
+    }
+
+    Lines CallsAfter(int eventId)
+    {
+        Callbacks::TakeCalls();
+        Notify(eventId);
+        return Callbacks::TakeCalls();
+    }
+
+    // What the event dispatch has logged, without the line that each event starts with.
+    static Lines DispatchLines()
+    {
+        Lines lines = platform_log::OfFunction("NamNotifySubscriber");
+        std::erase(lines, "I NamNotifySubscriber: [NAM_API] ** Enter **");
+        return lines;
+    }
+
+    // The next time that the test's own thread logs this line, it does something else before it goes on.
+    static void AtLine(const std::string& shortForm, const std::function<void()>& action)
+    {
+        platform_log::OnLine([=](const LogLine& line) {
+            if (line.ofTestThread && line.Short() == shortForm) {
+                platform_log::OnLine(nullptr);
+                action();
+            }
+        });
+    }
+
+    // Has the device feature read, which the call that does it logs.
+    static void ReadFeature()
+    {
+        GetWhetherKivDisabled();
+        platform_log::Clear();
+    }
+
+    static Lines SentByCall(const std::string& call) { return {kOwnerQuery, IdQuery(), kOwnerQuery, call}; }
+
+    void TearDown() override
+    {
+        for (const LogLine& line : platform_log::Lines()) {
+            EXPECT_EQ(line.logId, 2) << line.Short();
+            EXPECT_EQ(line.tag, "NAM_SERVICE") << line.Short();
+            EXPECT_EQ(line.file, "KivServiceInterface.cpp") << line.Short();
+            EXPECT_GT(line.line, 0) << line.Short();
+        }
+    }
+
+    CNSGdbus& client_ = *CNSGdbus::m_pInstance;
+};
+
+inline const std::string kMethodEnter = "D MethodCall: [NAM_API] Enter";
+
+// A call's first lines when the server answers the query for the id.
+inline Lines PrologueLines(const std::string& function)
+{
+    return {"I " + function + ": >>> API Start ", kMethodEnter};
+}
+
+// Its lines when the server answers both calls, in between which it logs nothing.
+inline Lines AnsweredLines(const std::string& function)
+{
+    return PrologueLines(function) + Lines{kMethodEnter};
+}
+
+// Its lines on a device without network speakers.
+inline Lines DisabledLines(const std::string& function)
+{
+    return {
+        "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
+        "E " + function + ": [NAM_API] GetWhetherKivDisabled failed"};
+}
+
+inline const std::string kRefusal = "{'error': <'org.example.Refused'>, 'message': <'no'>}";
+
+// The line of a method that the server refuses.
+inline std::string RefusedLine(const std::string& method)
+{
+    return "E MethodCall: [NAM_API] Error: method [" + method + "],[GDBus.Error:org.example.Refused: no]...";
+}
+
+inline std::string WrongTypeLine(
+    const std::string& function, const std::string& method, const std::string& expected, const std::string& found)
+{
+    return "E " + function + ": [NAM_API] method [" + method + "], reply of type [" + expected + "] expected, [" +
+           found + "] found";
+}
+
+inline std::string AdoptionLine(const std::string& function, const std::string& before, const std::string& received)
+{
+    return "W " + function + ": ns_proxy.strProxyObj[" + before + "], pProxyObj[" + received + "]";
+}
+
+inline const std::string kAbsentLine = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
+
+inline const std::string kCallbackThrewLine = "E NamNotifySubscriber: [NAM_API] exception from a callback dropped";
+
+} // namespace kiv::test

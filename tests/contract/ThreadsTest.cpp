@@ -1,0 +1,116 @@
+#include "EventTest.h"
+
+#include <atomic>
+#include <thread>
+#include <utility>
+
+using namespace kiv::test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+constexpr std::size_t kSubscribingThreads = 8;
+constexpr int kCallingThreads = 2;
+constexpr int kRounds = 10;
+constexpr unsigned kEventsAtOnce = 20;
+
+std::atomic<unsigned> g_received;
+
+void CountEvent(int /*eventId*/, void* /*data*/, int /*length*/)
+{
+    ++g_received;
+}
+
+// One callback a thread: the registrations of a callback exclude one another.
+template <std::size_t Thread>
+void CountAtmos(int supported, void* userData)
+{
+    EXPECT_EQ(supported, 1);
+    EXPECT_EQ(userData, &g_received);
+    ++g_received;
+}
+
+template <std::size_t Thread>
+void SubscribeAndRegister()
+{
+    const std::string own = "thread " + std::to_string(Thread);
+    for (int round = 0; round < kRounds; ++round) {
+        EXPECT_EQ(SubscribeNamServiceCallback(own.c_str(), CountEvent), 1);
+        EXPECT_EQ(SubscribeNamServiceCallback("shared", CountEvent), 1);
+        EXPECT_EQ(register_atmos_support_cb(CountAtmos<Thread>, &g_received), 0);
+        UnsubscribeNamServiceCallback(own.c_str());
+        UnsubscribeNamServiceCallback("shared");
+        EXPECT_EQ(unregister_atmos_support_cb(CountAtmos<Thread>), 0);
+    }
+}
+
+template <std::size_t... Thread>
+std::vector<std::thread> StartSubscribers(std::index_sequence<Thread...> /*threads*/)
+{
+    std::vector<std::thread> threads;
+    (threads.emplace_back(SubscribeAndRegister<Thread>), ...);
+    return threads;
+}
+
+void Call()
+{
+    for (int round = 0; round < kRounds; ++round) {
+        EXPECT_EQ(StopNetworkSpeaker(round), round);
+        EXPECT_FALSE(kiv_is_receiver_atmos());
+        EXPECT_EQ(DisableSurround(), 0);
+    }
+}
+
+class ThreadsTest : public EventTest {
+protected:
+    // Returns how many batches of both kinds that were.
+    unsigned PourEventsUntil(const std::atomic<bool>& enough)
+    {
+        ServerControl control(bus_.Address());
+        const auto atmos = Payload(NAMSERVICE_ATMOS_STATE, 5000, {1, 2, 3});
+        const auto other = Payload(kEvent, 4, {1, 2, 3, 4});
+        unsigned batches = 0;
+        do {
+            EXPECT_EQ(control.SendPayloads(atmos, kEventsAtOnce), kEventsAtOnce);
+            EXPECT_EQ(control.SendPayloads(other, kEventsAtOnce), kEventsAtOnce);
+            ++batches;
+        } while (!enough);
+        return batches;
+    }
+};
+
+TEST_F(ThreadsTest, SubscribersAndCallersWhileEventsPourIn)
+{
+    StartAndConnect();
+    SubscribeNamServiceCallback("all the time", Subscriber<'s'>);
+
+    std::atomic<bool> enough = false;
+    unsigned batches = 0;
+    std::thread events([&] { batches = PourEventsUntil(enough); });
+    std::vector<std::thread> threads = StartSubscribers(std::make_index_sequence<kSubscribingThreads>());
+    for (int count = 0; count < kCallingThreads; ++count) {
+        threads.emplace_back(Call);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    enough = true;
+    events.join();
+
+    Notify(0);
+    EXPECT_EQ(Callbacks::TakeCalls().size(), std::size_t{2} * kEventsAtOnce * batches);
+    g_received = 0;
+    ForgetTraffic();
+    EXPECT_THAT(CallsAfter(NAMSERVICE_ATMOS_STATE), ElementsAre("s(33685544, 0)"));
+    EXPECT_THAT(DispatchLines(), ElementsAre("I NamNotifySubscriber: nothing to call"));
+    EXPECT_EQ(g_received, 0U);
+
+    EXPECT_EQ(register_atmos_support_cb(CountAtmos<0>, &g_received), 0);
+    UnsubscribeNamServiceCallback("all the time");
+    EXPECT_THAT(CallsAfter(NAMSERVICE_ATMOS_STATE), IsEmpty());
+    EXPECT_EQ(g_received, 1U);
+    EXPECT_EQ(StopNetworkSpeaker(3), 3);
+}
+
+} // namespace

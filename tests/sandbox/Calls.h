@@ -1,0 +1,19 @@
+#pragma once
+
+#include "tools/sandbox/Connection.h"
+
+#include <gio/gio.h>
+#include <sys/types.h>
+
+#include <string>
+
+namespace kiv::sandbox {
+
+/// Pings the owner of a name, and starts it if need be. Returns the error's name, empty for an answer.
+std::string Ping(const Connection& connection, const std::string& name);
+bool HasOwner(const Connection& connection, const std::string& name);
+pid_t OwnerPid(const Connection& connection, const std::string& name);
+/// Requests a name for the connection. Returns the error's name, empty for success.
+std::string RequestName(const Connection& connection, const std::string& name);
+
+} // namespace kiv::sandbox

@@ -1,0 +1,179 @@
+#include "Processes.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace kiv::sandbox {
+
+namespace {
+
+struct Pipe {
+    Descriptor reading;
+    Descriptor writing;
+};
+
+Pipe MakePipe()
+{
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe2");
+    }
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+std::string ReadToEnd(const Descriptor& source)
+{
+    std::string text;
+    std::array<char, 4096> part{};
+    for (ssize_t length = 0; (length = read(source.Get(), part.data(), part.size())) > 0;) {
+        text.append(part.data(), static_cast<std::size_t>(length));
+    }
+    return text;
+}
+
+} // namespace
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept
+{
+    Close();
+    fd_ = other.Release();
+    return *this;
+}
+
+int Descriptor::Release()
+{
+    return std::exchange(fd_, -1);
+}
+
+void Descriptor::Close()
+{
+    if (fd_ >= 0) {
+        close(Release());
+    }
+}
+
+Watched::Watched(pid_t pid) : pid_(pid), pidFd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)))
+{
+    if (pidFd_.Get() < 0) {
+        throw std::system_error(errno, std::generic_category(), "pidfd_open " + std::to_string(pid));
+    }
+}
+
+bool Watched::EndsWithin(int milliseconds) const
+{
+    pollfd event{pidFd_.Get(), POLLIN, 0};
+    return poll(&event, 1, milliseconds) == 1;
+}
+
+Child::Child(const std::vector<std::string>& command)
+{
+    std::vector<std::string> words = command;
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+
+    Pipe input = MakePipe();
+    Pipe output = MakePipe();
+    Pipe errors = MakePipe();
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, input.reading.Get(), STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output.writing.Get(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errors.writing.Get(), STDERR_FILENO);
+    const int error = posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) {
+        throw std::system_error(error, std::generic_category(), command.front());
+    }
+    input_ = std::move(input.writing);
+    output_ = std::move(output.reading);
+    errors_ = std::move(errors.reading);
+}
+
+Child::~Child()
+{
+    if (pid_ != 0) {
+        Signal(SIGKILL);
+        WaitForEnd();
+    }
+}
+
+void Child::Write(const std::string& text) const
+{
+    if (write(input_.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        throw std::system_error(errno, std::generic_category(), "write");
+    }
+}
+
+void Child::Signal(int number) const
+{
+    kill(pid_, number);
+}
+
+std::string Child::ReadLine()
+{
+    std::string line;
+    char character = 0;
+    while (read(output_.Get(), &character, sizeof character) == sizeof character && character != '\n') {
+        line += character;
+    }
+    return line;
+}
+
+std::string Child::ReadOutput()
+{
+    return ReadToEnd(output_);
+}
+
+std::string Child::ReadErrors()
+{
+    return ReadToEnd(errors_);
+}
+
+int Child::WaitForEnd()
+{
+    int status = 0;
+    waitpid(std::exchange(pid_, 0), &status, 0);
+    return status;
+}
+
+std::string ReadFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path);
+    if (!file) {
+        throw std::runtime_error("cannot read " + path.string());
+    }
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+ScratchDirectory::ScratchDirectory()
+{
+    std::string path = (std::filesystem::temp_directory_path() / "sandbox-test-XXXXXX").string();
+    if (mkdtemp(path.data()) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    path_ = path;
+}
+
+ScratchDirectory::~ScratchDirectory()
+{
+    std::filesystem::remove_all(path_);
+}
+
+} // namespace kiv::sandbox

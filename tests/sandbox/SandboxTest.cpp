@@ -1,0 +1,336 @@
+#include "Calls.h"
+#include "Processes.h"
+#include "tools/sandbox/Connection.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kiv::sandbox {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
+constexpr std::string_view kAddressHead = "unix:path=";
+
+std::vector<std::string> SandboxCommand(std::vector<std::string> words)
+{
+    words.insert(words.begin(), KIV_SANDBOX);
+    return words;
+}
+
+struct Outcome {
+    int exitCode;
+    std::string output;
+    std::string errors;
+};
+
+Outcome RunSandbox(const std::vector<std::string>& words)
+{
+    Child child(SandboxCommand(words));
+    child.CloseInput();
+    std::string output = child.ReadOutput();
+    std::string errors = child.ReadErrors();
+    const int status = child.WaitForEnd();
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output, errors};
+}
+
+fs::path DirectoryOf(const std::string& address)
+{
+    return fs::path(address.substr(kAddressHead.size())).parent_path();
+}
+
+/// A sandbox whose command tells its address and then runs a script, to which "read" is a way to wait for the test.
+class Sandbox {
+public:
+    explicit Sandbox(const std::string& script, std::vector<std::string> options = {})
+        : child_(SandboxCommand(WithScript(std::move(options), script))), address_(child_.ReadLine())
+    {
+    }
+
+    Child& Process() { return child_; }
+    const std::string& Address() const { return address_; }
+    fs::path Directory() const { return DirectoryOf(address_); }
+    pid_t ReadPid() { return std::stoi(child_.ReadLine()); }
+
+private:
+    static std::vector<std::string> WithScript(std::vector<std::string> options, const std::string& script)
+    {
+        options.insert(options.end(), {"--", "sh", "-c", "echo \"$DBUS_SYSTEM_BUS_ADDRESS\"; " + script});
+        return options;
+    }
+
+    Child child_;
+    std::string address_;
+};
+
+TEST(SandboxTest, PassesOnTheExitCode)
+{
+    EXPECT_EQ(RunSandbox({"--", "true"}).exitCode, 0);
+    EXPECT_EQ(RunSandbox({"--", "sh", "-c", "exit 7"}).exitCode, 7);
+    EXPECT_EQ(RunSandbox({"--", "sh", "-c", "exit 255"}).exitCode, 255);
+}
+
+TEST(SandboxTest, TellsTheSignalThatEndedTheCommand)
+{
+    EXPECT_EQ(RunSandbox({"--", "sh", "-c", "kill -KILL $$"}).exitCode, 128 + SIGKILL);
+    EXPECT_EQ(RunSandbox({"--", "sh", "-c", "kill -SEGV $$"}).exitCode, 128 + SIGSEGV);
+}
+
+TEST(SandboxTest, TellsThatACommandCannotBeRun)
+{
+    const Outcome missing = RunSandbox({"--", "no-such-command"});
+    EXPECT_EQ(missing.exitCode, 127);
+    EXPECT_EQ(missing.errors, "kiv-sandbox: no-such-command: No such file or directory\n");
+
+    const Outcome directory = RunSandbox({"--", "/"});
+    EXPECT_EQ(directory.exitCode, 126);
+    EXPECT_EQ(directory.errors, "kiv-sandbox: /: Permission denied\n");
+}
+
+TEST(SandboxTest, RefusesBadOptions)
+{
+    const std::vector<std::vector<std::string>> bad = {
+        {},
+        {"--"},
+        {"--trace"},
+        {"--no-such-option", "--", "true"},
+        {"--feature", "perhaps", "--", "true"},
+        {"--set-up", "/no/such/file", "--", "true"},
+        {"--simulator", "/no/such/program", "--", "true"},
+    };
+    for (const std::vector<std::string>& words : bad) {
+        const Outcome outcome = RunSandbox(words);
+        EXPECT_EQ(outcome.exitCode, 125) << testing::PrintToString(words);
+        EXPECT_NE(outcome.errors, "") << testing::PrintToString(words);
+    }
+}
+
+TEST(SandboxTest, HelpNamesEveryOption)
+{
+    const Outcome outcome = RunSandbox({"--help"});
+
+    EXPECT_EQ(outcome.exitCode, 0);
+    for (const char* option :
+         {"--trace", "--start", "--no-server", "--simulator-log", "--set-up", "--simulator", "--feature", "Usage:"}) {
+        EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
+    }
+}
+
+TEST(SandboxTest, OptionsEndAtTheCommand)
+{
+    EXPECT_EQ(RunSandbox({"echo", "--trace", "--", "x"}).output, "--trace -- x\n");
+    EXPECT_EQ(RunSandbox({"--", "echo", "--", "--trace"}).output, "-- --trace\n");
+}
+
+TEST(SandboxTest, CommandHasTheStandardStreams)
+{
+    Sandbox sandbox("read line; echo \"got $line\"; echo complaint >&2; cat");
+    sandbox.Process().Write("first\nsecond\n");
+    sandbox.Process().CloseInput();
+
+    EXPECT_EQ(sandbox.Process().ReadOutput(), "got first\nsecond\n");
+    EXPECT_EQ(sandbox.Process().ReadErrors(), "complaint\n");
+}
+
+TEST(SandboxTest, CommandHasTheOpenFilesOfItsCaller)
+{
+    Child caller({"sh", "-c", "exec 3<<END\ntext\nEND\nexec \"$0\" -- cat /dev/fd/3", KIV_SANDBOX});
+
+    EXPECT_EQ(caller.ReadOutput(), "text\n");
+}
+
+TEST(SandboxTest, FeatureFileSaysWhatWasAskedFor)
+{
+    const std::vector<std::string> show = {"--", "sh", "-c", "cat \"$KIV_SYSTEM_INFO_FILE\""};
+    const std::string head = "[com.molvane/featureconf]\n";
+    const auto shown = [&](std::vector<std::string> options) {
+        options.insert(options.end(), show.begin(), show.end());
+        return RunSandbox(options).output;
+    };
+
+    EXPECT_EQ(shown({}), head + "kiv_multi_ch_support=true\n");
+    EXPECT_EQ(shown({"--feature", "on"}), head + "kiv_multi_ch_support=true\n");
+    EXPECT_EQ(shown({"--feature", "off"}), head + "kiv_multi_ch_support=false\n");
+    EXPECT_EQ(shown({"--feature", "absent"}), head);
+}
+
+TEST(SandboxTest, FirstCallStartsTheSimulator)
+{
+    const Sandbox sandbox("read line");
+    const Connection connection(sandbox.Address());
+
+    EXPECT_FALSE(HasOwner(connection, kServer));
+    EXPECT_EQ(Ping(connection, kServer), "");
+    EXPECT_TRUE(HasOwner(connection, kServer));
+}
+
+TEST(SandboxTest, StartHasTheSimulatorReady)
+{
+    const Sandbox sandbox("read line", {"--start"});
+
+    EXPECT_TRUE(HasOwner(Connection(sandbox.Address()), kServer));
+}
+
+TEST(SandboxTest, NoServerMeansNone)
+{
+    const Sandbox sandbox("read line", {"--no-server"});
+
+    EXPECT_EQ(Ping(Connection(sandbox.Address()), kServer), "org.freedesktop.DBus.Error.ServiceUnknown");
+    EXPECT_EQ(RunSandbox({"--no-server", "--start", "--", "true"}).exitCode, 125);
+}
+
+TEST(SandboxTest, SimulatorGetsItsOptions)
+{
+    const ScratchDirectory scratch;
+    const fs::path simulator = scratch.Path() / "simulator";
+    const fs::path setUp = scratch.Path() / "set up.json";
+    std::ofstream(simulator) << "#!/bin/sh\nprintf '%s|' \"$@\" >&2\nexit 1\n";
+    std::ofstream(setUp) << "{}";
+    fs::permissions(simulator, fs::perms::owner_all);
+
+    const Outcome outcome =
+        RunSandbox({"--simulator", simulator, "--set-up", setUp, "--simulator-log", "--start", "--", "true"});
+
+    EXPECT_EQ(outcome.exitCode, 125);
+    EXPECT_EQ(
+        outcome.errors.substr(0, outcome.errors.find("kiv-sandbox:")), "--set-up|" + setUp.string() + "|--verbose|");
+}
+
+TEST(SandboxTest, TracePrintsTheBus)
+{
+    Sandbox sandbox("read line", {"--trace"});
+    std::string name;
+    {
+        const Connection connection(sandbox.Address());
+        name = connection.UniqueName();
+        HasOwner(connection, kServer);
+    }
+    sandbox.Process().CloseInput();
+
+    const std::string errors = sandbox.Process().ReadErrors();
+    const auto call = errors.find("bus: " + name + " -> org.freedesktop.DBus NameHasOwner('" + kServer + "')\n");
+    const auto answer = errors.find("bus: " + name + " <- org.freedesktop.DBus returns (false)\n");
+    ASSERT_NE(call, std::string::npos) << errors;
+    ASSERT_NE(answer, std::string::npos) << errors;
+    EXPECT_LT(call, answer);
+}
+
+TEST(SandboxTest, TwoSandboxesDoNotMeet)
+{
+    const Sandbox first("read line", {"--start"});
+    const Sandbox second("read line");
+
+    EXPECT_NE(first.Address(), second.Address());
+    EXPECT_FALSE(HasOwner(Connection(second.Address()), kServer));
+}
+
+TEST(SandboxTest, SignalsReachTheCommand)
+{
+    const std::array<std::pair<int, std::string>, 4> signals{
+        {{SIGTERM, "TERM"}, {SIGINT, "INT"}, {SIGHUP, "HUP"}, {SIGQUIT, "QUIT"}}};
+    for (const auto& [number, name] : signals) {
+        Sandbox sandbox("trap 'echo got " + name + "; exit 5' " + name + "; echo ready; while :; do read line; done");
+        ASSERT_EQ(sandbox.Process().ReadLine(), "ready");
+
+        sandbox.Process().Signal(number);
+
+        EXPECT_EQ(sandbox.Process().ReadLine(), "got " + name);
+        EXPECT_EQ(WEXITSTATUS(sandbox.Process().WaitForEnd()), 5);
+        EXPECT_FALSE(fs::exists(sandbox.Directory()));
+    }
+}
+
+/// Everything that a sandbox has started: the daemon, the simulator, the command and a stray child of it, which ignores
+/// what ends the others.
+class SandboxEndTest : public testing::Test {
+protected:
+    /// Returns when no process of the sandbox holds its stderr any more.
+    void ExpectNothingLeft()
+    {
+        sandbox_.Process().ReadErrors();
+
+        EXPECT_TRUE(daemon_.HasEnded());
+        EXPECT_TRUE(simulator_.HasEnded());
+        EXPECT_TRUE(command_.HasEnded());
+        EXPECT_TRUE(stray_.HasEnded());
+        EXPECT_FALSE(fs::exists(sandbox_.Directory()));
+    }
+
+    Sandbox sandbox_{
+        "echo $$; setsid sh -c 'trap \"\" TERM HUP INT; echo $$; exec sleep 1000' & read line; exit 3", {"--start"}};
+    Watched command_{sandbox_.ReadPid()};
+    Watched stray_{sandbox_.ReadPid()};
+    Watched daemon_{OwnerPid(Connection(sandbox_.Address()), "org.freedesktop.DBus")};
+    Watched simulator_{OwnerPid(Connection(sandbox_.Address()), kServer)};
+};
+
+TEST_F(SandboxEndTest, TheCommandEnds)
+{
+    sandbox_.Process().CloseInput();
+
+    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 3);
+    ExpectNothingLeft();
+}
+
+TEST_F(SandboxEndTest, TheCommandIsKilled)
+{
+    kill(command_.Pid(), SIGKILL);
+
+    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 128 + SIGKILL);
+    ExpectNothingLeft();
+}
+
+TEST_F(SandboxEndTest, Terminated)
+{
+    sandbox_.Process().Signal(SIGTERM);
+
+    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 128 + SIGTERM);
+    ExpectNothingLeft();
+}
+
+TEST_F(SandboxEndTest, Killed)
+{
+    sandbox_.Process().Signal(SIGKILL);
+
+    EXPECT_EQ(WTERMSIG(sandbox_.Process().WaitForEnd()), SIGKILL);
+    ExpectNothingLeft();
+}
+
+TEST_F(SandboxEndTest, KilledTogetherWithItsChildren)
+{
+    const std::string pid = std::to_string(sandbox_.Process().Pid());
+    std::istringstream children(ReadFile("/proc/" + pid + "/task/" + pid + "/children"));
+    for (pid_t child = 0; children >> child;) {
+        kill(child, SIGKILL);
+    }
+    sandbox_.Process().Signal(SIGKILL);
+
+    EXPECT_EQ(WTERMSIG(sandbox_.Process().WaitForEnd()), SIGKILL);
+    ExpectNothingLeft();
+}
+
+TEST_F(SandboxEndTest, TheDaemonIsKilled)
+{
+    kill(daemon_.Pid(), SIGKILL);
+    simulator_.WaitForEnd();
+    sandbox_.Process().CloseInput();
+
+    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 3);
+    ExpectNothingLeft();
+}
+
+} // namespace
+
+} // namespace kiv::sandbox

@@ -1,0 +1,210 @@
+#include "SimulatorTest.h"
+
+#include <csignal>
+
+namespace kiv::simulator {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+constexpr char kInvalidArguments[] = "error org.freedesktop.DBus.Error.InvalidArgs";
+
+const Bytes kAtmosOn = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 1, 0, 0, 0};
+const Bytes kAtmosOff = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 0, 0, 0, 0};
+const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
+
+class ControlTest : public SimulatorTest {
+protected:
+    ControlTest() { Start(); }
+};
+
+TEST_F(ControlTest, FaultErrors)
+{
+    EXPECT_THAT(Control("SetFault", "('Nonsense', @a{sv} {})"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("SetFault", "('DisableSurround', {'colour': <1>})"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("SetFault", "('DisableSurround', {'delay': <'x'>})"), StartsWith(kInvalidArguments));
+    EXPECT_EQ(Server("DisableSurround"), "(0,)");
+}
+
+TEST_F(ControlTest, AnyTextCanBeTheClientId)
+{
+    for (const std::string id : {"living_room", "", "no/bus name %s", "ümläut"}) {
+        EXPECT_EQ(Control("SetClientId", "('" + id + "',)"), "()");
+        EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('" + id + "',)");
+        EXPECT_EQ(Server("SubscribeNamServiceCallback", "(8,)"), "('" + id + "',)");
+    }
+    Control("ResetClientId");
+    EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('tv_7',)");
+}
+
+TEST_F(ControlTest, AtmosReachesSubscribersOnly)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7");
+    const FakeClient other(bus_.Address(), "tv_8");
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    other.Tell("check_dbus_connection", 8);
+
+    EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
+    EXPECT_EQ(Server("kiv_is_receiver_atmos"), "(true,)");
+    EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
+    EXPECT_EQ(Control("SetAtmos", "(false,)"), "()");
+    EXPECT_EQ(Server("kiv_is_receiver_atmos"), "(false,)");
+    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+
+    subscriber.Tell("UnsubscribeNamServiceCallback", 7);
+    Control("SetAtmos", "(true,)");
+    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+    EXPECT_THAT(other.Payloads(), IsEmpty());
+}
+
+TEST_F(ControlTest, AtmosDoesNotMindClientsThatCannotBeReached)
+{
+    const FakeClient refusing(bus_.Address(), "tv_7", FakeClient::Manner::kRefuses);
+    refusing.Tell("SubscribeNamServiceCallback", 7);
+    Server("SubscribeNamServiceCallback", "(8,)");
+    EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
+
+    Control("SetClientId", "('no name',)");
+    Server("SubscribeNamServiceCallback", "(9,)");
+    EXPECT_EQ(Control("SetAtmos", "(false,)"), "()");
+    EXPECT_THAT(refusing.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+}
+
+TEST_F(ControlTest, SendEventAnnouncesItsLength)
+{
+    const FakeClient client(bus_.Address(), "tv_7");
+    EXPECT_EQ(Control("SendEvent", "('tv_7', -2, [byte 5, 6, 7])"), "()");
+    EXPECT_EQ(Control("SendEvent", "('tv_7', 0, @ay [])"), "()");
+    EXPECT_THAT(
+        client.Payloads(),
+        ElementsAre(Bytes{0xfe, 0xff, 0xff, 0xff, 3, 0, 0, 0, 5, 6, 7}, Bytes{0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(ControlTest, SendPayloadSendsTheBytesAsTheyAre)
+{
+    const FakeClient client(bus_.Address(), "tv_7");
+    EXPECT_EQ(Control("SendPayload", "('tv_7', [byte 1, 2])"), "()");
+    EXPECT_EQ(Control("SendPayload", "('tv_7', @ay [])"), "()");
+    EXPECT_THAT(client.Payloads(), ElementsAre(Bytes{1, 2}, Bytes{}));
+}
+
+TEST_F(ControlTest, TheEmptyIdMeansEveryClientThatAsked)
+{
+    const FakeClient first(bus_.Address(), "tv_7");
+    const FakeClient second(bus_.Address(), "tv_8");
+    const FakeClient stranger(bus_.Address(), "tv_9");
+    first.Tell("check_dbus_connection", 7);
+    second.Tell("check_dbus_connection", 8);
+    EXPECT_EQ(Control("SendPayload", "('', [byte 1])"), "()");
+    EXPECT_THAT(first.Payloads(), ElementsAre(Bytes{1}));
+    EXPECT_THAT(second.Payloads(), ElementsAre(Bytes{1}));
+    EXPECT_THAT(stranger.Payloads(), IsEmpty());
+}
+
+TEST_F(ControlTest, ForgetsClientsThatLeaveTheBus)
+{
+    std::string left;
+    {
+        const FakeClient client(bus_.Address(), "tv_7");
+        client.Tell("SubscribeNamServiceCallback", 7);
+        left = client.BusName();
+        EXPECT_EQ(Model()["clients"][0]["busName"], left);
+    }
+    while (HasOwner(left)) {
+    }
+    EXPECT_THAT(Model()["clients"], IsEmpty());
+    EXPECT_EQ(Control("SendPayload", "('', [byte 1])"), "()");
+}
+
+TEST_F(ControlTest, SendingReportsTheClientsError)
+{
+    const FakeClient refusing(bus_.Address(), "tv_7", FakeClient::Manner::kRefuses);
+    EXPECT_EQ(Control("SendPayload", "('tv_7', [byte 1])"), "error org.example.Refused: not now");
+    EXPECT_EQ(Control("SendEvent", "('tv_7', 1, [byte 1])"), "error org.example.Refused: not now");
+    EXPECT_THAT(
+        Control("SendEvent", "('tv_8', 1, [byte 1])"), StartsWith("error org.freedesktop.DBus.Error.NameHasNoOwner: "));
+    EXPECT_THAT(Control("SendEvent", "('no name', 1, [byte 1])"), StartsWith(kInvalidArguments));
+}
+
+TEST_F(ControlTest, SendPayloadsPushesManyInOrder)
+{
+    const FakeClient client(bus_.Address(), "tv_7");
+    EXPECT_EQ(Control("SendPayloads", "('tv_7', [byte 9], uint32 3000)"), "(3000,)");
+    EXPECT_EQ(client.Payloads().size(), 3000U);
+    EXPECT_EQ(Control("SendPayloads", "('tv_7', [byte 9], uint32 0)"), "(0,)");
+    EXPECT_EQ(Control("SendPayloads", "('tv_8', [byte 9], uint32 3)"), "(0,)");
+}
+
+TEST_F(ControlTest, CallClientTellsWhatCameBack)
+{
+    const FakeClient client(bus_.Address(), "tv_7");
+    EXPECT_EQ(Control("CallClient", "('tv_7', 'Any', <(1, 'x')>, uint32 60000)"), "(true, '', <'()'>)");
+    EXPECT_EQ(Control("CallClient", "('tv_7', 'Any', <'()'>, uint32 60000)"), "(true, '', <'()'>)");
+    EXPECT_THAT(client.Calls(), ElementsAre("Any(1, 'x')", "Any()"));
+
+    const FakeClient refusing(bus_.Address(), "tv_8", FakeClient::Manner::kRefuses);
+    EXPECT_EQ(Control("CallClient", "('tv_8', 'Any', <(1,)>, uint32 60000)"), "(true, 'org.example.Refused', <'()'>)");
+
+    const FakeClient silent(bus_.Address(), "tv_9", FakeClient::Manner::kIsSilent);
+    EXPECT_EQ(
+        Control("CallClient", "('tv_9', 'Any', <(1,)>, uint32 20)"),
+        "(false, 'org.freedesktop.DBus.Error.Timeout', <'()'>)");
+
+    EXPECT_EQ(
+        Control("CallClient", "('tv_10', 'Any', <(1,)>, uint32 60000)"),
+        "(false, 'org.freedesktop.DBus.Error.NameHasNoOwner', <'()'>)");
+}
+
+TEST_F(ControlTest, CallClientRefusesWhatCannotTravel)
+{
+    EXPECT_THAT(Control("CallClient", "('tv_7', '000_x', <(1,)>, uint32 1)"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("CallClient", "('tv_7', 'Any', <1>, uint32 1)"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("CallClient", "('', 'Any', <(1,)>, uint32 1)"), StartsWith(kInvalidArguments));
+}
+
+TEST_F(ControlTest, ModelShowsTheHome)
+{
+    const nlohmann::json model = Model();
+    EXPECT_EQ(model["speakers"].size(), 4U);
+    EXPECT_EQ(model["speakers"][3]["mac"], "02:4b:49:56:00:a4");
+    EXPECT_EQ(model["speakers"][3]["ip"], "192.168.0.24");
+    EXPECT_EQ(model["soundbar"]["name"], "Soundbar");
+    EXPECT_EQ(model["receiverHasAtmos"], false);
+    EXPECT_THAT(model["clients"], IsEmpty());
+}
+
+TEST_F(ControlTest, ExitTellsSubscribersAndEnds)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7");
+    const FakeClient other(bus_.Address(), "tv_8");
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    other.Tell("check_dbus_connection", 8);
+    EXPECT_EQ(Control("Exit"), "()");
+    EXPECT_EQ(program_->ExitCode(), 0);
+    EXPECT_THAT(subscriber.Payloads(1), ElementsAre(kExiting));
+    EXPECT_THAT(other.Payloads(), IsEmpty());
+}
+
+TEST_F(ControlTest, SigtermEndsItAlike)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7");
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    kill(program_->Pid(), SIGTERM);
+    EXPECT_EQ(program_->ExitCode(), 0);
+    EXPECT_THAT(subscriber.Payloads(1), ElementsAre(kExiting));
+}
+
+TEST_F(ControlTest, ASilentSubscriberDoesNotKeepItFromEnding)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7", FakeClient::Manner::kIsSilent);
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    kill(program_->Pid(), SIGTERM);
+    EXPECT_EQ(program_->ExitCode(), 0);
+    EXPECT_THAT(subscriber.Payloads(1), ElementsAre(kExiting));
+}
+
+} // namespace
+} // namespace kiv::simulator

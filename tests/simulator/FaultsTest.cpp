@@ -1,0 +1,118 @@
+#include "simulator/Faults.h"
+
+#include "SimulatorTest.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kiv::simulator {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class FaultsTest : public ::testing::Test {
+protected:
+    void Set(const std::string& description) { faults_.Set("Method", Value(description).get()); }
+
+    std::string Refusal(const std::string& description, const std::string& method = "Method")
+    {
+        try {
+            faults_.Set(method, Value(description).get());
+        } catch (const BusError& error) {
+            EXPECT_EQ(error.Name(), "org.freedesktop.DBus.Error.InvalidArgs");
+            return error.what();
+        }
+        return "accepted";
+    }
+
+    /** Which of the next calls are affected by a fault of error E.E. */
+    std::vector<bool> Affected(int calls)
+    {
+        std::vector<bool> affected;
+        for (int i = 0; i < calls; ++i) {
+            affected.push_back(faults_.Next("Method").error == "E.E");
+        }
+        return affected;
+    }
+
+    Faults faults_{{"Method", "Other"}};
+};
+
+TEST_F(FaultsTest, AffectsItsMethodOnly)
+{
+    Set("{'error': <'E.E'>, 'message': <'why'>, 'delay': <uint32 5>}");
+    const Fault fault = faults_.Next("Method");
+    EXPECT_EQ(fault.error, "E.E");
+    EXPECT_EQ(fault.message, "why");
+    EXPECT_EQ(fault.delay.count(), 5);
+    EXPECT_EQ(faults_.Next("Other").error, "");
+}
+
+TEST_F(FaultsTest, CountEndsIt)
+{
+    Set("{'error': <'E.E'>, 'count': <uint32 2>}");
+    EXPECT_THAT(Affected(4), ElementsAre(true, true, false, false));
+}
+
+TEST_F(FaultsTest, EveryNthIsAffected)
+{
+    Set("{'error': <'E.E'>, 'every': <uint32 3>}");
+    EXPECT_THAT(Affected(7), ElementsAre(false, false, true, false, false, true, false));
+}
+
+TEST_F(FaultsTest, CountCountsAffectedCalls)
+{
+    Set("{'error': <'E.E'>, 'every': <uint32 2>, 'count': <uint32 2>}");
+    EXPECT_THAT(Affected(7), ElementsAre(false, true, false, true, false, false, false));
+}
+
+TEST_F(FaultsTest, ALaterFaultReplacesTheEarlier)
+{
+    Set("{'error': <'E.E'>}");
+    Set("{'silent': <true>}");
+    EXPECT_THAT(Affected(1), ElementsAre(false));
+    EXPECT_TRUE(faults_.Next("Method").silent);
+    faults_.Clear();
+    EXPECT_FALSE(faults_.Next("Method").silent);
+}
+
+TEST_F(FaultsTest, AReplyIsATupleHoweverItIsWritten)
+{
+    for (const std::string reply : {"<(1, 'x')>", "<<(1, 'x')>>", "<\"(1, 'x')\">", "<<\"(1, 'x')\">>"}) {
+        Set("{'reply': " + reply + "}");
+        EXPECT_TRUE(g_variant_equal(faults_.Next("Method").reply.get(), Value("(1, 'x')").get())) << reply;
+    }
+    Set("{'reply': <'()'>}");
+    EXPECT_TRUE(g_variant_equal(faults_.Next("Method").reply.get(), Value("()").get()));
+}
+
+TEST_F(FaultsTest, RefusesWhatMakesNoSense)
+{
+    EXPECT_THAT(Refusal("@a{sv} {}", "Nonsense"), HasSubstr("no method 'Nonsense'"));
+    EXPECT_THAT(Refusal("{'colour': <1>}"), HasSubstr("no fault key 'colour'"));
+    EXPECT_THAT(Refusal("{'error': <1>}"), HasSubstr("'error' has type 's', not 'i'"));
+    EXPECT_THAT(Refusal("{'error': <'no name'>}"), HasSubstr("'no name' is no D-Bus error name"));
+    EXPECT_THAT(Refusal("{'message': <'alone'>}"), HasSubstr("goes with 'error'"));
+    EXPECT_THAT(Refusal("{'delay': <-1>}"), HasSubstr("'delay' has type 'u', not 'i'"));
+    EXPECT_THAT(Refusal("{'silent': <uint32 1>}"), HasSubstr("'silent' has type 'b', not 'u'"));
+    EXPECT_THAT(Refusal("{'every': <uint32 0>}"), HasSubstr("'every' is at least 1"));
+    EXPECT_THAT(Refusal("{'count': <uint32 0>}"), HasSubstr("'count' is at least 1"));
+    EXPECT_THAT(Refusal("{'reply': <7>}"), HasSubstr("type 'i' is no tuple"));
+    EXPECT_THAT(Refusal("{'reply': <'(1'>}"), HasSubstr("'(1' is no value"));
+    EXPECT_THAT(Refusal("{'reply': <'(just 1,)'>}"), HasSubstr("(mi)"));
+    EXPECT_THAT(Refusal("{'reply': <'(<just 1>,)'>}"), HasSubstr("mi"));
+    EXPECT_THAT(Refusal("{'reply': <'((),)'>}"), HasSubstr("Empty structures"));
+    EXPECT_THAT(Refusal("{'silent': <true>, 'exit': <true>}"), HasSubstr("at most one"));
+    EXPECT_THAT(Refusal("{'error': <'E.E'>, 'reply': <(1,)>}"), HasSubstr("at most one"));
+}
+
+TEST_F(FaultsTest, ARefusedFaultChangesNothing)
+{
+    Set("{'error': <'E.E'>}");
+    Refusal("{'silent': <true>, 'exit': <true>}");
+    EXPECT_THAT(Affected(1), ElementsAre(true));
+}
+
+} // namespace
+} // namespace kiv::simulator

@@ -1,0 +1,189 @@
+#include "SimulatorTest.h"
+#include "simulator/BusObject.h"
+#include "simulator/Interfaces.h"
+
+#include <chrono>
+#include <map>
+
+namespace kiv::simulator {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class ServerTest : public SimulatorTest {
+protected:
+    ServerTest() { Start(); }
+};
+
+TEST_F(ServerTest, AnswersEachDeclaredMethodWithTheDeclaredType)
+{
+    const std::map<std::string, std::pair<std::string, std::string>> calls = {
+        {"check_dbus_connection", {"(7,)", "('tv_7',)"}},
+        {"SetNetSpkSettingMode", {"(80, 1)", "(0,)"}},
+        {"StartNetworkSpeaker", {"(@ay [],)", "(0,)"}},
+        {"StopNetworkSpeaker", {"(4,)", "(4,)"}},
+        {"DisableSurround", {"()", "(0,)"}},
+        {"GetSurroundChannelNumber", {"()", "(0,)"}},
+        {"SubscribeNamServiceCallback", {"(7,)", "('tv_7',)"}},
+        {"UnsubscribeNamServiceCallback", {"(7,)", "('tv_7',)"}},
+        {"NodeRemoveFromWatcher", {"(1,)", "(1,)"}},
+        {"kiv_is_receiver_atmos", {"()", "(false,)"}},
+    };
+    for (const std::string& method : Interface(kServerXml).Methods()) {
+        ASSERT_TRUE(calls.contains(method)) << method << " has no test";
+        const auto& [arguments, answer] = calls.at(method);
+        EXPECT_EQ(Server(method, arguments), answer) << method;
+    }
+}
+
+TEST_F(ServerTest, WhatOneCallSetsAnotherReads)
+{
+    EXPECT_EQ(Server("SetNetSpkSettingMode", "(80, 12)"), "(0,)");
+    EXPECT_EQ(
+        Server("StartNetworkSpeaker", Records({StartRecord(1, 0x01), StartRecord(2, 0x02), StartRecord(3, 0x03)})),
+        "(3,)");
+    EXPECT_EQ(Server("GetSurroundChannelNumber"), "(3,)");
+    EXPECT_EQ(Model()["startReason"], 12);
+    EXPECT_EQ(Server("DisableSurround"), "(0,)");
+    EXPECT_EQ(Server("GetSurroundChannelNumber"), "(0,)");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
+    EXPECT_EQ(Model()["speakers"][0]["active"], false);
+}
+
+TEST_F(ServerTest, RefusesRecordsThatAreNotWhole)
+{
+    EXPECT_EQ(Server("StartNetworkSpeaker", Records({Bytes(87)})), "(-1,)");
+}
+
+TEST_F(ServerTest, RefusesArgumentsOfAnotherType)
+{
+    EXPECT_THAT(Server("StopNetworkSpeaker", "('x',)"), StartsWith("error org.freedesktop.DBus.Error.InvalidArgs"));
+    EXPECT_THAT(Server("Nonsense"), StartsWith("error org.freedesktop.DBus.Error.UnknownMethod"));
+}
+
+TEST_F(ServerTest, FormsTheIdFromThePid)
+{
+    EXPECT_EQ(Server("check_dbus_connection", "(4711,)"), "('tv_4711',)");
+    EXPECT_EQ(Server("SubscribeNamServiceCallback", "(4711,)"), "('tv_4711',)");
+    EXPECT_EQ(Server("check_dbus_connection", "(-1,)"), "('tv_4294967295',)");
+}
+
+TEST_F(ServerTest, CountsSubscriptions)
+{
+    Server("SubscribeNamServiceCallback", "(7,)");
+    Server("SubscribeNamServiceCallback", "(7,)");
+    EXPECT_EQ(Model()["clients"][0]["subscriptions"], 2);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Server("UnsubscribeNamServiceCallback", "(7,)"), "('tv_7',)");
+    }
+    EXPECT_EQ(Model()["clients"][0]["subscriptions"], 0);
+}
+
+TEST_F(ServerTest, FaultError)
+{
+    Control("SetFault", "('StopNetworkSpeaker', {'error': <'org.example.Bad'>, 'message': <'no, no'>})");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "error org.example.Bad: no, no");
+    EXPECT_EQ(Server("DisableSurround"), "(0,)");
+    Control("ClearFaults");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
+}
+
+TEST_F(ServerTest, FaultReplyOfAnyType)
+{
+    for (const std::string reply : {"('x',)", "(1, 2)", "({'a': <1>}, 2.5)"}) {
+        Control("SetFault", "('StopNetworkSpeaker', {'reply': <" + reply + ">})");
+        EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), reply);
+    }
+    Control("SetFault", "('StopNetworkSpeaker', {'reply': <'()'>})");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "()");
+}
+
+TEST_F(ServerTest, FaultKeepsTheHomeAsItIs)
+{
+    Control("SetFault", "('SetNetSpkSettingMode', {'reply': <(0,)>})");
+    Server("SetNetSpkSettingMode", "(81, 1)");
+    EXPECT_EQ(Model()["settingMode"], 80);
+}
+
+TEST_F(ServerTest, FaultSilent)
+{
+    Control("SetFault", "('StopNetworkSpeaker', {'silent': <true>})");
+    const unsigned silent = SendToServer("StopNetworkSpeaker", "(1,)");
+    EXPECT_EQ(Server("DisableSurround"), "(0,)");
+    EXPECT_FALSE(IsAnswered(silent));
+}
+
+TEST_F(ServerTest, FaultDelayLetsOtherCallsPass)
+{
+    Control("SetFault", "('StopNetworkSpeaker', {'delay': <uint32 150>, 'count': <uint32 1>})");
+    const auto before = std::chrono::steady_clock::now();
+    const unsigned delayed = SendToServer("StopNetworkSpeaker", "(1,)");
+    AwaitAnswer(delayed);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(150));
+
+    Control("SetFault", "('StopNetworkSpeaker', {'delay': <uint32 600000>, 'count': <uint32 1>})");
+    const unsigned longDelayed = SendToServer("StopNetworkSpeaker", "(1,)");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(2,)"), "(2,)");
+    EXPECT_FALSE(IsAnswered(longDelayed));
+}
+
+TEST_F(ServerTest, FaultDelayGoesWithAnotherOutcome)
+{
+    Control("SetFault", "('StopNetworkSpeaker', {'delay': <uint32 1>, 'error': <'org.example.Late'>})");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "error org.example.Late: ");
+}
+
+TEST_F(ServerTest, FaultExit)
+{
+    Control("SetFault", "('StopNetworkSpeaker', {'exit': <true>})");
+    EXPECT_THAT(Server("StopNetworkSpeaker", "(1,)"), StartsWith("error org.freedesktop.DBus.Error.NoReply"));
+    EXPECT_EQ(program_->ExitCode(), 1);
+}
+
+TEST_F(ServerTest, FaultEveryAndCount)
+{
+    Control("SetFault", "('StopNetworkSpeaker', {'reply': <(9,)>, 'every': <uint32 2>, 'count': <uint32 1>})");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(9,)");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
+}
+
+TEST_F(ServerTest, DoesNotAnswerWhoExpectsNoReply)
+{
+    for (const std::string fault : {"@a{sv} {}", "{'reply': <(9,)>}", "{'error': <'org.example.Bad'>}"}) {
+        Control("SetFault", "('StopNetworkSpeaker', " + fault + ")");
+        const unsigned serial = SendToServer("StopNetworkSpeaker", "(1,)", G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+        EXPECT_EQ(Server("DisableSurround"), "(0,)");
+        EXPECT_FALSE(IsAnswered(serial)) << fault;
+    }
+}
+
+TEST_F(ServerTest, RecordsItsCalls)
+{
+    const std::string sender = connection_->UniqueName();
+    Server("check_dbus_connection", "(7,)");
+    SendToServer(
+        "StopNetworkSpeaker", "(3,)",
+        static_cast<GDBusMessageFlags>(G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED | G_DBUS_MESSAGE_FLAGS_NO_AUTO_START));
+    Server("DisableSurround");
+    EXPECT_EQ(
+        Control("Calls"), "([(1, '" + sender + "', 'check_dbus_connection', 0, <(7,)>), (2, '" + sender +
+                              "', 'StopNetworkSpeaker', 3, <(3,)>), (3, '" + sender +
+                              "', 'DisableSurround', 0, <'()'>)],)");
+    Control("ForgetCalls");
+    EXPECT_EQ(Control("Calls"), "([],)");
+    Server("DisableSurround");
+    EXPECT_THAT(Control("Calls"), StartsWith("([(1, "));
+}
+
+TEST_F(ServerTest, RecordsCallsThatGetNoAnswer)
+{
+    Control("SetFault", "('StopNetworkSpeaker', {'silent': <true>})");
+    SendToServer("StopNetworkSpeaker", "(1,)");
+    EXPECT_THAT(Control("Calls"), HasSubstr("'StopNetworkSpeaker'"));
+}
+
+} // namespace
+} // namespace kiv::simulator

@@ -1,0 +1,341 @@
+#include "SimulatorTest.h"
+
+#include "simulator/Interfaces.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+namespace kiv::simulator {
+
+namespace {
+
+constexpr int kPatienceMs = 60000;
+
+std::string Text(GVariant* value)
+{
+    const std::unique_ptr<char, decltype(&g_free)> text(g_variant_print(value, FALSE), g_free);
+    return text.get();
+}
+
+ObjectRef<GDBusMessage> NewCall(
+    const char* name, const char* path, const char* interface, const std::string& method, const std::string& arguments)
+{
+    const auto call = OwnObject(g_dbus_message_new_method_call(name, path, interface, method.c_str()));
+    g_dbus_message_set_body(call.get(), Value(arguments).get());
+    return call;
+}
+
+std::string Outcome(GDBusMessage* reply)
+{
+    ErrorSlot error;
+    if (g_dbus_message_to_gerror(reply, &error) != FALSE) {
+        g_dbus_error_strip_remote_error(error.Get());
+        return fmt::format("error {}: {}", g_dbus_message_get_error_name(reply), error->message);
+    }
+    GVariant* body = g_dbus_message_get_body(reply);
+    return body == nullptr ? "()" : Text(body);
+}
+
+/** Sees a message before GIO does. Returns whether GIO is to ignore it. */
+using Filter = std::function<bool(GDBusConnection*, GDBusMessage*)>;
+
+GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboolean incoming, void* filter)
+{
+    if (incoming != FALSE && (*static_cast<Filter*>(filter))(connection, message)) {
+        g_object_unref(message);
+        return nullptr;
+    }
+    return message;
+}
+
+/** The filter runs on GIO's thread and can outlast whoever set it, so it owns what it uses. */
+void OnIncoming(GDBusConnection* connection, Filter filter)
+{
+    g_dbus_connection_add_filter(
+        connection, &OnMessage, new Filter(std::move(filter)), [](void* data) { delete static_cast<Filter*>(data); });
+}
+
+} // namespace
+
+Variant Value(const std::string& text)
+{
+    ErrorSlot error;
+    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
+    if (value == nullptr) {
+        throw std::runtime_error(fmt::format("{}: {}", text, error->message));
+    }
+    return Own(value);
+}
+
+Program::Program(std::vector<std::string> arguments, const std::filesystem::path& errorFile) : errorFile_(errorFile)
+{
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    constexpr int kReadyFd = 3;
+    arguments.insert(arguments.begin(), {KIV_SIMULATOR, "--ready-fd", std::to_string(kReadyFd)});
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    const int errors = open(errorFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+
+    pid_ = fork();
+    if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(errors, STDERR_FILENO);
+        // A descriptor duplicated onto itself would stay close-on-exec.
+        dup2(fcntl(ready[1], F_DUPFD_CLOEXEC, kReadyFd + 1), kReadyFd);
+        execv(KIV_SIMULATOR, argv.data());
+        _exit(127);
+    }
+    close(ready[1]);
+    close(errors);
+    ready_ = ready[0];
+}
+
+Program::~Program()
+{
+    close(ready_);
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+}
+
+std::string Program::Ready()
+{
+    std::string text;
+    char byte = 0;
+    while (read(ready_, &byte, 1) == 1) {
+        text += byte;
+    }
+    return text;
+}
+
+int Program::ExitCode()
+{
+    int status = 0;
+    waitpid(std::exchange(pid_, 0), &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::string Program::Errors() const
+{
+    std::ostringstream text;
+    text << std::ifstream(errorFile_).rdbuf();
+    return text.str();
+}
+
+struct FakeClient::Record {
+    Manner manner;
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<Variant> payloads;
+    std::vector<std::string> calls;
+
+    void Note(GDBusMessage* call)
+    {
+        const std::lock_guard lock(mutex);
+        GVariant* body = g_dbus_message_get_body(call);
+        calls.push_back(g_dbus_message_get_member(call) + (body == nullptr ? "()" : Text(body)));
+        if (calls.back().starts_with("nam_notify_subscriber")) {
+            payloads.push_back(Own(g_variant_get_child_value(body, 0)));
+            arrived.notify_all();
+        }
+    }
+
+    void Answer(GDBusConnection* connection, GDBusMessage* call) const
+    {
+        const auto reply = OwnObject(
+            manner == Manner::kAnswers
+                ? g_dbus_message_new_method_reply(call)
+                : g_dbus_message_new_method_error_literal(call, "org.example.Refused", "not now"));
+        g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+    }
+
+    /** Returns whether it was a call. */
+    bool OnMessage(GDBusConnection* connection, GDBusMessage* message)
+    {
+        if (g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+            return false;
+        }
+        Note(message);
+        if (manner != Manner::kIsSilent) {
+            Answer(connection, message);
+        }
+        return true;
+    }
+};
+
+FakeClient::FakeClient(const std::string& address, const std::string& id, Manner manner)
+    : record_(std::make_shared<Record>()), connection_(address)
+{
+    record_->manner = manner;
+    OnIncoming(connection_.Get(), [record = record_](GDBusConnection* connection, GDBusMessage* message) {
+        return record->OnMessage(connection, message);
+    });
+    connection_.CallDaemon(
+        "org.freedesktop.DBus", "RequestName",
+        g_variant_new("(su)", ("org.lumra.tv.networkspeaker.client." + id).c_str(), 0));
+}
+
+void FakeClient::Tell(const char* method, int pid) const
+{
+    const Variant reply = Own(g_dbus_connection_call_sync(
+        connection_.Get(), kServerName, kServerPath, "org.lumra.tv.networkspeaker.server.interface", method,
+        g_variant_new("(i)", pid), nullptr, G_DBUS_CALL_FLAGS_NONE, kPatienceMs, nullptr, nullptr));
+}
+
+std::vector<Bytes> FakeClient::Payloads(std::size_t atLeast) const
+{
+    std::unique_lock lock(record_->mutex);
+    record_->arrived.wait(lock, [&] { return record_->payloads.size() >= atLeast; });
+    std::vector<Bytes> payloads;
+    for (const Variant& array : record_->payloads) {
+        std::size_t size = 0;
+        const auto* data = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(array.get(), &size, 1));
+        payloads.emplace_back(data, data + size);
+    }
+    return payloads;
+}
+
+std::vector<std::string> FakeClient::Calls() const
+{
+    const std::lock_guard lock(record_->mutex);
+    return record_->calls;
+}
+
+struct SimulatorTest::Answers {
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::set<unsigned> serials;
+
+    void Note(unsigned serial)
+    {
+        const std::lock_guard lock(mutex);
+        serials.insert(serial);
+        arrived.notify_all();
+    }
+};
+
+SimulatorTest::SimulatorTest() : answers_(std::make_shared<Answers>())
+{
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1);
+    // GLib has nothing to complain about in the simulator, whatever a test does.
+    setenv("G_DEBUG", "fatal-warnings", 1);
+    connection_.emplace(bus_.Address());
+    OnIncoming(connection_->Get(), [answers = answers_](GDBusConnection*, GDBusMessage* message) {
+        answers->Note(g_dbus_message_get_reply_serial(message));
+        return false;
+    });
+}
+
+void SimulatorTest::Start(std::vector<std::string> arguments)
+{
+    program_.emplace(std::move(arguments), bus_.Directory() / "errors");
+    ASSERT_EQ(program_->Ready(), "ready\n") << program_->Errors();
+}
+
+Program SimulatorTest::WithSetUp(const std::string& setUp)
+{
+    const std::filesystem::path file = bus_.Directory() / "set-up.json";
+    std::ofstream(file) << setUp;
+    return Program({"--set-up", file}, bus_.Directory() / "errors");
+}
+
+std::string SimulatorTest::Server(const std::string& method, const std::string& arguments)
+{
+    return Call(kServerName, kServerPath, "org.lumra.tv.networkspeaker.server.interface", method, arguments);
+}
+
+std::string SimulatorTest::Control(const std::string& method, const std::string& arguments)
+{
+    return Call(kControlName, kControlPath, "org.lumra.tv.networkspeaker.simulator.control", method, arguments);
+}
+
+std::string SimulatorTest::Call(
+    const char* name, const char* path, const char* interface, const std::string& method, const std::string& arguments)
+{
+    ErrorSlot error;
+    const auto reply = OwnObject(g_dbus_connection_send_message_with_reply_sync(
+        connection_->Get(), NewCall(name, path, interface, method, arguments).get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+        kPatienceMs, nullptr, nullptr, &error));
+    return reply == nullptr ? error->message : Outcome(reply.get());
+}
+
+unsigned SimulatorTest::SendToServer(const std::string& method, const std::string& arguments, GDBusMessageFlags flags)
+{
+    const auto call =
+        NewCall(kServerName, kServerPath, "org.lumra.tv.networkspeaker.server.interface", method, arguments);
+    g_dbus_message_set_flags(call.get(), flags);
+    unsigned serial = 0;
+    g_dbus_connection_send_message(connection_->Get(), call.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, &serial, nullptr);
+    return serial;
+}
+
+bool SimulatorTest::IsAnswered(unsigned serial) const
+{
+    const std::lock_guard lock(answers_->mutex);
+    return answers_->serials.contains(serial);
+}
+
+void SimulatorTest::AwaitAnswer(unsigned serial)
+{
+    std::unique_lock lock(answers_->mutex);
+    answers_->arrived.wait(lock, [&] { return answers_->serials.contains(serial); });
+}
+
+bool SimulatorTest::HasOwner(const std::string& name)
+{
+    const std::string answer = Call(
+        "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
+        fmt::format("('{}',)", name));
+    return answer == "(true,)";
+}
+
+nlohmann::json SimulatorTest::Model()
+{
+    const Variant answer = Value(Control("Model"));
+    const char* text = nullptr;
+    g_variant_get(answer.get(), "(&s)", &text);
+    return nlohmann::json::parse(text);
+}
+
+Bytes StartRecord(int config, std::uint8_t lastMacByte)
+{
+    Bytes record(86);
+    std::memcpy(record.data() + 4, &config, sizeof(config));
+    const Bytes mac = {0x02, 0x4b, 0x49, 0x56, 0x00, lastMacByte};
+    std::memcpy(record.data() + 8, mac.data(), mac.size());
+    return record;
+}
+
+std::string Records(const std::vector<Bytes>& records)
+{
+    Bytes bytes;
+    for (const Bytes& record : records) {
+        bytes.insert(bytes.end(), record.begin(), record.end());
+    }
+    return fmt::format("(@ay [{}],)", fmt::join(bytes, ", "));
+}
+
+} // namespace kiv::simulator

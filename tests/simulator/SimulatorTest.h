@@ -1,0 +1,110 @@
+#pragma once
+
+#include "simulator/Glib.h"
+#include "tools/sandbox/Connection.h"
+#include "tools/sandbox/PrivateBus.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/types.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kiv::simulator {
+
+/** Parses GVariant text. */
+Variant Value(const std::string& text);
+
+/** A process of the simulator on the system bus of the environment. */
+class Program {
+public:
+    explicit Program(std::vector<std::string> arguments, const std::filesystem::path& errorFile);
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+    ~Program();
+
+    /** Waits for what it writes to the ready descriptor, until it closes it. */
+    std::string Ready();
+    /** Waits for its end. 128 and the signal if it was killed. */
+    int ExitCode();
+    /** What it has written to stderr. */
+    std::string Errors() const;
+    pid_t Pid() const { return pid_; }
+
+private:
+    pid_t pid_ = 0;
+    int ready_;
+    std::filesystem::path errorFile_;
+};
+
+/** A client's object on the bus, which keeps what it is sent. */
+class FakeClient {
+public:
+    enum class Manner { kAnswers, kRefuses, kIsSilent };
+
+    FakeClient(const std::string& address, const std::string& id, Manner manner = Manner::kAnswers);
+
+    std::string BusName() const { return connection_.UniqueName(); }
+    /** Calls a server method with the pid as the client itself would. */
+    void Tell(const char* method, int pid) const;
+
+    /** Waits until there are so many. */
+    std::vector<Bytes> Payloads(std::size_t atLeast = 0) const;
+    /** Every call, as "method(arguments)". */
+    std::vector<std::string> Calls() const;
+
+private:
+    struct Record;
+
+    std::shared_ptr<Record> record_;
+    sandbox::Connection connection_;
+};
+
+/** A bus with a caller on it, and the simulator when it is started. */
+class SimulatorTest : public ::testing::Test {
+protected:
+    SimulatorTest();
+
+    /** Starts the simulator and waits until it is ready. */
+    void Start(std::vector<std::string> arguments = {});
+    /** Starts the simulator with a set-up file of this content. */
+    Program WithSetUp(const std::string& setUp);
+
+    /** Calls with arguments as GVariant text. The answer is GVariant text too, or "error name: message". */
+    std::string Server(const std::string& method, const std::string& arguments = "()");
+    std::string Control(const std::string& method, const std::string& arguments = "()");
+
+    /** Sends a call to the server without awaiting its answer. Returns the serial number. */
+    unsigned SendToServer(
+        const std::string& method, const std::string& arguments, GDBusMessageFlags flags = G_DBUS_MESSAGE_FLAGS_NONE);
+    /** Whether an answer to this call has arrived. */
+    bool IsAnswered(unsigned serial) const;
+    void AwaitAnswer(unsigned serial);
+
+    bool HasOwner(const std::string& name);
+    nlohmann::json Model();
+
+    sandbox::PrivateBus bus_;
+    std::optional<sandbox::Connection> connection_;
+    std::optional<Program> program_;
+
+private:
+    struct Answers;
+
+    std::string Call(
+        const char* name, const char* path, const char* interface, const std::string& method,
+        const std::string& arguments);
+
+    std::shared_ptr<Answers> answers_;
+};
+
+/** A record of the list of speakers to start. */
+Bytes StartRecord(int config, std::uint8_t lastMacByte);
+/** The argument of StartNetworkSpeaker. */
+std::string Records(const std::vector<Bytes>& records);
+
+} // namespace kiv::simulator

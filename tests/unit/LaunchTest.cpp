@@ -1,0 +1,489 @@
+#include "link/Launch.h"
+
+#include "support/BusTest.h"
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+
+using namespace kiv::test;
+using kiv::link::m_CreateThread;
+using kiv::link::m_MainLaunchPro;
+using kiv::link::s_pre_checking;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+
+namespace {
+
+/*
+ * The launch threads of this process: which calls on the way to one fail, how many there were, and whether they are
+ * over.
+ */
+class LaunchThreads {
+public:
+    // Error numbers that the calls return; 0 lets them do their work.
+    int initFailure = 0;
+    int detachFailure = 0;
+    int createFailure = 0;
+
+    int Create(pthread_t* thread, const pthread_attr_t* attributes);
+
+    int Started()
+    {
+        const std::lock_guard lock(mutex_);
+        return started_;
+    }
+
+    void WaitForEnd(int count = 1)
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return ended_ >= count; });
+    }
+
+private:
+    static void* Run(void* self);
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int started_ = 0;
+    int ended_ = 0;
+};
+
+LaunchThreads g_launch;
+
+/*
+ * The attributes of the launch thread. A sanitizer's runtime calls the same functions for threads of all kinds: so a
+ * test says when m_CreateThread is about to be called on its thread.
+ */
+struct Attributes {
+    bool areExpected = false;
+    const pthread_attr_t* alive = nullptr;
+    int destroyed = 0;
+};
+
+thread_local Attributes g_attributes;
+
+} // namespace
+
+extern "C" {
+
+// Put in place of the C library's functions by the linker, which gives those the other names.
+int __real_pthread_attr_init(pthread_attr_t*);
+int __real_pthread_attr_setdetachstate(pthread_attr_t*, int);
+int __real_pthread_attr_destroy(pthread_attr_t*);
+int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+
+int __wrap_pthread_attr_init(pthread_attr_t* attributes)
+{
+    if (std::exchange(g_attributes.areExpected, false)) {
+        if (g_launch.initFailure != 0) {
+            return g_launch.initFailure;
+        }
+        g_attributes.alive = attributes;
+    }
+    return __real_pthread_attr_init(attributes);
+}
+
+int __wrap_pthread_attr_setdetachstate(pthread_attr_t* attributes, int state)
+{
+    if (attributes == g_attributes.alive && g_launch.detachFailure != 0) {
+        return g_launch.detachFailure;
+    }
+    return __real_pthread_attr_setdetachstate(attributes, state);
+}
+
+int __wrap_pthread_attr_destroy(pthread_attr_t* attributes)
+{
+    if (attributes == g_attributes.alive) {
+        g_attributes.alive = nullptr;
+        ++g_attributes.destroyed;
+    }
+    return __real_pthread_attr_destroy(attributes);
+}
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument)
+{
+    return body == m_MainLaunchPro ? g_launch.Create(thread, attributes)
+                                   : __real_pthread_create(thread, attributes, body, argument);
+}
+}
+
+namespace {
+
+int LaunchThreads::Create(pthread_t* thread, const pthread_attr_t* attributes)
+{
+    int state = -1;
+    pthread_attr_getdetachstate(attributes, &state);
+    EXPECT_EQ(state, PTHREAD_CREATE_DETACHED);
+    if (createFailure != 0) {
+        return createFailure;
+    }
+    const std::lock_guard lock(mutex_);
+    ++started_;
+    return __real_pthread_create(thread, attributes, Run, this);
+}
+
+void* LaunchThreads::Run(void* self)
+{
+    m_MainLaunchPro(nullptr);
+    auto& launch = *static_cast<LaunchThreads*>(self);
+    const std::lock_guard lock(launch.mutex_);
+    ++launch.ended_;
+    launch.changed_.notify_all();
+    return nullptr;
+}
+
+// Holds a thread up at a line that it logs.
+class Stop {
+public:
+    explicit Stop(const std::string& line)
+    {
+        platform_log::OnLine([this, line](const LogLine& logged) {
+            if (logged.Short() == line) {
+                Wait();
+            }
+        });
+    }
+
+    void WaitUntilReached()
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return reached_; });
+    }
+
+    // From now on no thread is held up.
+    void Release()
+    {
+        platform_log::OnLine(nullptr);
+        const std::lock_guard lock(mutex_);
+        released_ = true;
+        changed_.notify_all();
+    }
+
+private:
+    void Wait()
+    {
+        std::unique_lock lock(mutex_);
+        reached_ = true;
+        changed_.notify_all();
+        changed_.wait(lock, [&] { return released_; });
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool reached_ = false;
+    bool released_ = false;
+};
+
+const std::string kAbsent = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
+const std::string kNoProxy = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
+const std::string kMethodEnter = "D MethodCall: [NAM_API] Enter";
+const std::string kActivationFailed =
+    "E MethodCall: [NAM_API] Error: method [check_dbus_connection],[GDBus.Error:org.freedesktop.DBus.Error."
+    "ServiceUnknown: The name org.lumra.tv.networkspeaker.server was not provided by any .service files]...";
+
+const std::string kStart = "I s_pre_checking: >>> API Start ";
+const std::string kBeforeCreate = "I s_pre_checking: before m_CreateThread";
+const std::string kReset = "I s_pre_checking: reset try count";
+const std::string kCreated = "I m_CreateThread: [NAM-SEQ2] pthread_create(m_CreateThread) successful";
+
+const std::string kThreadEnter = "I m_MainLaunchPro: enter t_ImplementSimulateDbus g_dbusretrycnt=[0]";
+const std::string kUnreached = "I m_MainLaunchPro: bChecking=[0]";
+const std::string kReached = "I m_MainLaunchPro: bChecking=[1]";
+
+std::string CountLine(int count)
+{
+    return "I m_MainLaunchPro: g_dbusretrycnt=[" + std::to_string(count) + "]";
+}
+
+// The thread's own lines for passes that end with these counts.
+Lines CountedPasses(const std::vector<int>& counts)
+{
+    Lines lines;
+    for (const int count : counts) {
+        lines = lines + Lines{kUnreached, CountLine(count)};
+    }
+    return lines;
+}
+
+// All that is logged in one pass while nobody can be started.
+Lines WholePass(int count)
+{
+    return {kMethodEnter, kActivationFailed, kNoProxy, kAbsent, kNoProxy, kUnreached, CountLine(count)};
+}
+
+// What the caller logs up to the decision about the thread.
+const Lines kFailedCheck = {
+    kStart, kAbsent, kNoProxy,
+    "E s_pre_checking: !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service"};
+
+Lines OfOtherThreads()
+{
+    Lines lines;
+    for (const LogLine& line : platform_log::Lines()) {
+        if (!line.ofTestThread) {
+            lines.push_back(line.Short());
+        }
+    }
+    return lines;
+}
+
+class LaunchTest : public BusTest {
+protected:
+    // Has the device feature read, which the call that does it logs.
+    static void ReadFeature()
+    {
+        GetWhetherKivDisabled();
+        platform_log::Clear();
+    }
+
+    static void StartAndWaitForEnd()
+    {
+        EXPECT_FALSE(s_pre_checking());
+        g_launch.WaitForEnd();
+    }
+};
+
+TEST_F(LaunchTest, WithTheServerUpTheCheckSucceedsAndNoThreadStarts)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_TRUE(s_pre_checking());
+
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kStart, kMethodEnter));
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
+    EXPECT_EQ(g_launch.Started(), 0);
+    EXPECT_EQ(m_launchthreadId, 0U);
+}
+
+TEST_F(LaunchTest, OnADisabledDeviceTheCheckFailsAndNoThreadStarts)
+{
+    feature::Set(false);
+
+    EXPECT_FALSE(s_pre_checking());
+
+    EXPECT_THAT(
+        platform_log::OfTestThread(), ElementsAre(
+                                          "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
+                                          "E s_pre_checking: [NAM_API] GetWhetherKivDisabled failed"));
+    EXPECT_THAT(trace_->Messages(), IsEmpty());
+    EXPECT_EQ(g_launch.Started(), 0);
+    EXPECT_EQ(m_launchthreadId, 0U);
+}
+
+TEST_F(LaunchTest, WithoutAServerTheCheckFailsAfterOneAttemptAndStartsTheThread)
+{
+    ReadFeature();
+    Stop stop(kThreadEnter);
+
+    EXPECT_FALSE(s_pre_checking());
+
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kBeforeCreate, kCreated}));
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery));
+    EXPECT_NE(m_launchthreadId, 0U);
+    stop.WaitUntilReached();
+    stop.Release();
+    g_launch.WaitForEnd();
+}
+
+TEST_F(LaunchTest, TheThreadMakesSixPassesWhenTheServerNeverComes)
+{
+    StartAndWaitForEnd();
+
+    EXPECT_THAT(
+        OfOtherThreads(), ElementsAreArray(
+                              Lines{kThreadEnter} + WholePass(1) + WholePass(2) + WholePass(3) + WholePass(4) +
+                              WholePass(5) + WholePass(6)));
+    Lines sent = {kOwnerQuery};
+    for (int pass = 0; pass < 6; ++pass) {
+        sent = sent + Lines{IdQuery(), kOwnerQuery};
+    }
+    EXPECT_THAT(Sent(), ElementsAreArray(sent));
+    EXPECT_EQ(m_launchthreadId, 0U);
+}
+
+TEST_F(LaunchTest, TheThreadAsksTheBusToStartTheServer)
+{
+    StartAndWaitForEnd();
+    for (const auto& message : SentMessages()) {
+        if (message.destination == kServerName) {
+            EXPECT_EQ(message.member, "check_dbus_connection");
+            EXPECT_EQ(message.flags, G_DBUS_MESSAGE_FLAGS_NONE);
+        }
+    }
+}
+
+TEST_F(LaunchTest, TheThreadsIdIsKnownWhileItRuns)
+{
+    std::mutex mutex;
+    std::vector<bool> isKnown;
+    platform_log::OnLine([&](const LogLine& line) {
+        if (line.function == "m_MainLaunchPro") {
+            const std::lock_guard lock(mutex);
+            isKnown.push_back(pthread_equal(m_launchthreadId, pthread_self()) != 0);
+        }
+    });
+    StartAndWaitForEnd();
+    platform_log::OnLine(nullptr);
+    EXPECT_THAT(isKnown, ::testing::AllOf(::testing::SizeIs(13), ::testing::Each(true)));
+    EXPECT_EQ(m_launchthreadId, 0U);
+}
+
+TEST_F(LaunchTest, AFailingCallerGivesTheRunningThreadItsFullBudgetAgain)
+{
+    Stop stop(CountLine(3));
+    s_pre_checking();
+    stop.WaitUntilReached();
+    platform_log::Clear();
+
+    EXPECT_FALSE(s_pre_checking());
+
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kReset}));
+    stop.Release();
+    g_launch.WaitForEnd();
+    EXPECT_THAT(platform_log::OfFunction("m_MainLaunchPro"), ElementsAreArray(CountedPasses({1, 2, 3, 4, 5, 6})));
+    EXPECT_EQ(g_launch.Started(), 1);
+}
+
+TEST_F(LaunchTest, ASucceedingCallerLeavesTheBudgetAlone)
+{
+    Stop stop(CountLine(3));
+    s_pre_checking();
+    stop.WaitUntilReached();
+    StartServer();
+    EXPECT_TRUE(s_pre_checking());
+    CNSGdbus::m_pInstance->GiveProxy();
+    KillServer();
+    platform_log::Clear();
+    stop.Release();
+    g_launch.WaitForEnd();
+    EXPECT_THAT(platform_log::OfFunction("m_MainLaunchPro"), ElementsAreArray(CountedPasses({4, 5, 6})));
+}
+
+TEST_F(LaunchTest, TheNextFailingCallerStartsANewThread)
+{
+    StartAndWaitForEnd();
+    platform_log::Clear();
+
+    EXPECT_FALSE(s_pre_checking());
+    g_launch.WaitForEnd(2);
+
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kBeforeCreate, kCreated}));
+    EXPECT_THAT(
+        platform_log::OfFunction("m_MainLaunchPro"),
+        ElementsAreArray(Lines{kThreadEnter} + CountedPasses({1, 2, 3, 4, 5, 6})));
+    EXPECT_EQ(g_launch.Started(), 2);
+    EXPECT_EQ(m_launchthreadId, 0U);
+}
+
+TEST_F(LaunchTest, TheThreadStartsTheServerAndEnds)
+{
+    MakeServerActivatable();
+
+    StartAndWaitForEnd();
+
+    EXPECT_THAT(platform_log::OfFunction("m_MainLaunchPro"), ElementsAre(kThreadEnter, kReached));
+    EXPECT_EQ(m_launchthreadId, 0U);
+    EXPECT_EQ(control_.Methods(), Lines(2, "check_dbus_connection"));
+    EXPECT_TRUE(s_pre_checking());
+    EXPECT_EQ(g_launch.Started(), 1);
+}
+
+TEST_F(LaunchTest, TheThreadEndsWhenTheServerComesUpByItself)
+{
+    Stop stop(CountLine(2));
+    s_pre_checking();
+    stop.WaitUntilReached();
+    StartServer();
+    stop.Release();
+    g_launch.WaitForEnd();
+    EXPECT_THAT(
+        platform_log::OfFunction("m_MainLaunchPro"),
+        ElementsAreArray(Lines{kThreadEnter} + CountedPasses({1, 2}) + Lines{kReached}));
+    EXPECT_EQ(m_launchthreadId, 0U);
+}
+
+TEST_F(LaunchTest, APassDoesNotAskAgainOnAConnectionThatIsHeld)
+{
+    StartServer();
+    Connect();
+
+    EXPECT_EQ(m_MainLaunchPro(nullptr), nullptr);
+
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kThreadEnter, kMethodEnter, kReached));
+}
+
+class ThreadFailureTest : public LaunchTest {
+protected:
+    void SetUp() override
+    {
+        platform_log::OnLine([](const LogLine& line) {
+            if (line.Short() == kBeforeCreate) {
+                g_attributes.areExpected = true;
+            }
+        });
+    }
+
+    static int CreateThread()
+    {
+        g_attributes.areExpected = true;
+        return m_CreateThread();
+    }
+
+    // A caller that fails to start the thread, and one that finds that out.
+    static void ExpectNoThread(const std::string& reason)
+    {
+        ReadFeature();
+        EXPECT_FALSE(s_pre_checking());
+        EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kBeforeCreate, reason}));
+        EXPECT_EQ(m_launchthreadId, 0U);
+
+        platform_log::Clear();
+        EXPECT_EQ(CreateThread(), 0);
+        EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(reason));
+        EXPECT_EQ(m_launchthreadId, 0U);
+        EXPECT_EQ(g_launch.Started(), 0);
+
+        g_launch.initFailure = g_launch.detachFailure = g_launch.createFailure = 0;
+        platform_log::Clear();
+        StartAndWaitForEnd();
+        EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kBeforeCreate, kCreated}));
+    }
+};
+
+TEST_F(ThreadFailureTest, NoAttributes)
+{
+    g_launch.initFailure = ENOMEM;
+    ExpectNoThread("I m_CreateThread: [NAM-SEQ3] pthread_attr_init(m_CreateThread) fail");
+}
+
+TEST_F(ThreadFailureTest, NotDetachable)
+{
+    g_launch.detachFailure = EINVAL;
+    ExpectNoThread("I m_CreateThread: [NAM-SEQ3] pthread_attr_setdetachstate(m_CreateThread) fail");
+    EXPECT_EQ(g_attributes.destroyed, 3);
+}
+
+TEST_F(ThreadFailureTest, NoThread)
+{
+    g_launch.createFailure = EAGAIN;
+    ExpectNoThread("I m_CreateThread: [NAM-SEQ2] pthread_create(m_CreateThread) fail iRet=[11]");
+    EXPECT_EQ(g_attributes.destroyed, 3);
+}
+
+TEST_F(ThreadFailureTest, NoFailure)
+{
+    EXPECT_EQ(CreateThread(), 1);
+    g_launch.WaitForEnd();
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kCreated));
+    EXPECT_EQ(g_launch.Started(), 1);
+    EXPECT_EQ(g_attributes.destroyed, 1);
+}
+
+} // namespace

@@ -1,0 +1,282 @@
+#include "BusTrace.h"
+#include "Keeper.h"
+#include "PrivateBus.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace kiv::sandbox {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr auto kServerName = "org.lumra.tv.networkspeaker.server";
+constexpr auto kSimulatorProgram = "kiv-simulator";
+
+/// As with env(1), so that a script can tell the sandbox's failures from those of most commands.
+constexpr int kSandboxFailed = 125;
+constexpr int kCannotExecute = 126;
+constexpr int kNotFound = 127;
+
+constexpr auto kDescription =
+    "Runs a command on a system bus of its own, on which a simulated network-speaker server answers.\n\n"
+    "The bus is private to the command. The simulator is started by the first call to the server. When the command\n"
+    "ends, so do the bus, the simulator and whatever the command has left running.\n";
+
+constexpr auto kFooter = "Environment of the command:\n"
+                         "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
+                         "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n\n"
+                         "Exit code:\n"
+                         "  that of the command, or 128 plus the number of the signal that ended it\n"
+                         "  125  the sandbox failed, or its options are wrong\n"
+                         "  126  the command cannot be executed\n"
+                         "  127  the command was not found\n\n"
+                         "Examples:\n"
+                         "  kiv-sandbox -- my-tv-app --fullscreen\n"
+                         "  kiv-sandbox --trace -- kivctl surround channels\n"
+                         "  kiv-sandbox --start -- bash";
+
+struct Options {
+    std::vector<std::string> command;
+    std::string simulator;
+    std::string setUpFile;
+    std::string feature = "on";
+    bool trace = false;
+    bool noServer = false;
+    bool start = false;
+    bool simulatorLog = false;
+};
+
+/// Signals that would end this process, to be read from a file descriptor instead.
+class EndSignals {
+public:
+    EndSignals()
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+            sigaddset(&signals, number);
+        }
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        fd_ = signalfd(-1, &signals, SFD_CLOEXEC);
+    }
+    ~EndSignals() { close(fd_); }
+    EndSignals(const EndSignals&) = delete;
+    EndSignals& operator=(const EndSignals&) = delete;
+
+    int Fd() const { return fd_; }
+
+    /// Nothing for a signal from the terminal, which sends it to the command, too.
+    std::optional<int> Read() const
+    {
+        signalfd_siginfo info{};
+        if (read(fd_, &info, sizeof info) != sizeof info || info.ssi_code == SI_KERNEL) {
+            return std::nullopt;
+        }
+        return static_cast<int>(info.ssi_signo);
+    }
+
+private:
+    int fd_;
+};
+
+std::string FindSimulator(const std::string& given)
+{
+    if (!given.empty()) {
+        return fs::absolute(given);
+    }
+    // Installed beside this program; in a build tree, in its own folder.
+    const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
+    for (const fs::path& folder : {here, here / "../../simulator"}) {
+        const fs::path candidate = folder / kSimulatorProgram;
+        if (access(candidate.c_str(), X_OK) == 0) {
+            return candidate.lexically_normal();
+        }
+    }
+    char* found = g_find_program_in_path(kSimulatorProgram);
+    if (found == nullptr) {
+        throw std::runtime_error(fmt::format("{} not found; name it with --simulator", kSimulatorProgram));
+    }
+    std::string path = found;
+    g_free(found);
+    return path;
+}
+
+Service Simulator(const Options& options)
+{
+    std::vector<std::string> command = {FindSimulator(options.simulator)};
+    if (!options.setUpFile.empty()) {
+        command.insert(command.end(), {"--set-up", fs::absolute(options.setUpFile)});
+    }
+    if (options.simulatorLog) {
+        command.emplace_back("--verbose");
+    }
+    return {kServerName, command};
+}
+
+BusOptions Bus(const Options& options)
+{
+    BusOptions bus;
+    if (!options.noServer) {
+        bus.services.push_back(Simulator(options));
+    }
+    return bus;
+}
+
+fs::path WriteFeatureFile(const fs::path& directory, const std::string& feature)
+{
+    fs::path path = directory / "system-info.conf";
+    std::ofstream file(path);
+    file << "[com.molvane/featureconf]\n";
+    if (feature != "absent") {
+        file << "kiv_multi_ch_support=" << (feature == "on" ? "true" : "false") << '\n';
+    }
+    return path;
+}
+
+/// Returns the wait status of the command.
+int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals)
+{
+    std::array<pollfd, 2> events{{{signals.Fd(), POLLIN, 0}, {command.Fd(), POLLIN, 0}}};
+    for (;;) {
+        poll(events.data(), events.size(), -1);
+        if (events[1].revents != 0) {
+            return command.WaitForEnd();
+        }
+        if (events[0].revents == 0) {
+            continue;
+        }
+        if (const auto number = signals.Read()) {
+            command.Signal(*number);
+        }
+    }
+}
+
+int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals)
+{
+    try {
+        command.Start();
+        const int status = PassSignalsUntilEnd(command, signals);
+        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    } catch (const std::system_error& error) {
+        fmt::print(stderr, "kiv-sandbox: {}: {}\n", name, error.code().message());
+        return error.code().value() == ENOENT ? kNotFound : kCannotExecute;
+    }
+}
+
+void PrintMessage(const Message& message)
+{
+    // A stderr that has been closed is no reason to end the command, as an exception here would.
+    std::fputs(fmt::format("bus: {}\n", Describe(message)).c_str(), stderr);
+}
+
+int RunInSandbox(const Options& options)
+{
+    PrivateBus bus(Bus(options));
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
+    setenv("KIV_SYSTEM_INFO_FILE", WriteFeatureFile(bus.Directory(), options.feature).c_str(), 1);
+    Keeper command(options.command, Keeper::Place::Foreground);
+
+    // Until here a signal simply ends this process, and the keepers clean up. The trace's threads inherit the mask.
+    const EndSignals signals;
+    std::optional<BusTrace> trace;
+    if (options.trace) {
+        trace.emplace(bus.Address(), PrintMessage);
+    }
+    if (options.start) {
+        bus.Activate(kServerName);
+    }
+    const int exitCode = RunCommand(options.command.front(), command, signals);
+    if (trace) {
+        trace->Flush();
+    }
+    return exitCode;
+}
+
+class HelpFormat : public CLI::Formatter {
+    std::string make_usage(const CLI::App* /*app*/, std::string name) const override
+    {
+        return "Usage: " + name + " [options] -- command [argument...]\n";
+    }
+};
+
+/// What follows the options. Without a "--" it ends at the first word that is not an option of ours.
+std::vector<std::string> Command(const CLI::App& app)
+{
+    std::vector<std::string> words = app.remaining();
+    const bool separated = !words.empty() && words.front() == "--";
+    if (separated) {
+        words.erase(words.begin());
+    }
+    if (words.empty()) {
+        throw CLI::RequiredError("command");
+    }
+    if (!separated && words.front().starts_with('-')) {
+        throw CLI::ExtrasError(app.get_name(), {words.front()});
+    }
+    return words;
+}
+
+int Main(int argc, char** argv)
+{
+    Options options;
+    CLI::App app(kDescription, "kiv-sandbox");
+    app.formatter(std::make_shared<HelpFormat>());
+    app.footer(kFooter);
+    app.prefix_command();
+    app.add_flag("--trace", options.trace, "print every message on the bus to stderr");
+    app.add_flag("--start", options.start, "start the simulator before the command, not at the first call");
+    app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
+    app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
+    app.add_option("--set-up", options.setUpFile, "set the simulator up from FILE")
+        ->option_text("FILE")
+        ->check(CLI::ExistingFile);
+    app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
+        ->option_text("PATH")
+        ->check(CLI::ExistingFile);
+    app.add_option(
+           "--feature", options.feature,
+           "whether the device has network speakers; absent: cannot be read (default: on)")
+        ->option_text("on|off|absent")
+        ->check(CLI::IsMember({"on", "off", "absent"}));
+    try {
+        app.parse(argc, argv);
+        options.command = Command(app);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kSandboxFailed;
+    }
+    try {
+        return RunInSandbox(options);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "kiv-sandbox: {}\n", error.what());
+        return kSandboxFailed;
+    }
+}
+
+} // namespace
+
+} // namespace kiv::sandbox
+
+int main(int argc, char** argv)
+{
+    return kiv::sandbox::Main(argc, argv);
+}

@@ -1,0 +1,186 @@
+#include "PrivateBus.h"
+
+#include "Connection.h"
+#include "Keeper.h"
+
+#include <fmt/format.h>
+#include <gio/gio.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+namespace kiv::sandbox {
+
+namespace {
+
+constexpr auto kDaemonInterface = "org.freedesktop.DBus";
+
+/// Limits are those of a session bus, which a test may fill and a runaway program cannot turn against others.
+constexpr auto kConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>{address}</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>{services}</servicedir>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+  <limit name="max_incoming_bytes">1000000000</limit>
+  <limit name="max_outgoing_bytes">1000000000</limit>
+  <limit name="max_message_size">134217728</limit>
+  <limit name="max_completed_connections">100000</limit>
+  <limit name="max_incomplete_connections">10000</limit>
+  <limit name="max_connections_per_user">100000</limit>
+  <limit name="max_pending_service_starts">10000</limit>
+  <limit name="max_names_per_connection">50000</limit>
+  <limit name="max_match_rules_per_connection">50000</limit>
+  <limit name="max_replies_per_connection">50000</limit>
+{extra}
+</busconfig>
+)";
+
+std::filesystem::path MakeDirectory()
+{
+    std::string path = (std::filesystem::temp_directory_path() / "kiv-sandbox-XXXXXX").string();
+    if (mkdtemp(path.data()) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    return path;
+}
+
+std::string Owned(char* text)
+{
+    std::string copy = text;
+    g_free(text);
+    return copy;
+}
+
+void WriteFile(const std::filesystem::path& path, const std::string& text)
+{
+    std::ofstream file(path);
+    file << text;
+    if (!file.flush()) {
+        throw std::runtime_error("cannot write " + path.string());
+    }
+}
+
+std::vector<std::string> DaemonCommand(const std::filesystem::path& configuration)
+{
+    // What the daemon has to tell goes to the system log: stderr belongs to its services.
+    return {"dbus-daemon",   "--config-file=" + configuration.string(),
+            "--nofork",      "--nopidfile",
+            "--syslog-only", "--print-address=" + std::to_string(Keeper::kReportFd)};
+}
+
+std::filesystem::path ConfigurationFile(const std::filesystem::path& directory)
+{
+    return directory / "bus.conf";
+}
+
+std::filesystem::path ServicesDirectory(const std::filesystem::path& directory)
+{
+    return directory / "services";
+}
+
+std::filesystem::path ServiceFile(const std::filesystem::path& directory, const std::string& name)
+{
+    return ServicesDirectory(directory) / (name + ".service");
+}
+
+void WriteServiceFile(const std::filesystem::path& directory, const Service& service)
+{
+    std::string commandLine;
+    for (const std::string& word : service.command) {
+        commandLine += (commandLine.empty() ? "" : " ") + Owned(g_shell_quote(word.c_str()));
+    }
+    GKeyFile* file = g_key_file_new();
+    g_key_file_set_string(file, "D-BUS Service", "Name", service.name.c_str());
+    g_key_file_set_string(file, "D-BUS Service", "Exec", commandLine.c_str());
+    const std::string text = Owned(g_key_file_to_data(file, nullptr, nullptr));
+    g_key_file_unref(file);
+    WriteFile(ServiceFile(directory, service.name), text);
+}
+
+} // namespace
+
+PrivateBus::PrivateBus(const BusOptions& options)
+    : directory_(MakeDirectory()),
+      address_("unix:path=" + Owned(g_dbus_address_escape_value((directory_ / "bus").c_str()))),
+      keeper_(
+          std::make_unique<Keeper>(DaemonCommand(ConfigurationFile(directory_)), Keeper::Place::Background, directory_))
+{
+    std::filesystem::create_directory(ServicesDirectory(directory_));
+    for (const Service& service : options.services) {
+        WriteServiceFile(directory_, service);
+    }
+    WriteFile(
+        ConfigurationFile(directory_),
+        fmt::format(
+            kConfiguration, fmt::arg("address", address_),
+            fmt::arg("services", Owned(g_markup_escape_text(ServicesDirectory(directory_).c_str(), -1))),
+            fmt::arg("extra", options.extraConfig)));
+    Start();
+}
+
+PrivateBus::~PrivateBus() = default;
+
+pid_t PrivateBus::DaemonPid() const
+{
+    return keeper_->Pid();
+}
+
+void PrivateBus::Kill()
+{
+    if (keeper_->Pid() != 0) {
+        keeper_->Signal(SIGKILL);
+        keeper_->WaitForEnd();
+    }
+}
+
+void PrivateBus::Start()
+{
+    Kill();
+    try {
+        keeper_->Start();
+        // It prints its address once it listens.
+        if (!keeper_->ReadLine()) {
+            throw std::runtime_error("dbus-daemon did not start; it gives the reason on stderr or in the system log");
+        }
+    } catch (const std::system_error& error) {
+        throw std::runtime_error("cannot run dbus-daemon, of the package dbus-daemon: " + error.code().message());
+    }
+}
+
+void PrivateBus::WriteService(const Service& service)
+{
+    WriteServiceFile(directory_, service);
+    ReloadConfig();
+}
+
+void PrivateBus::RemoveService(const std::string& name)
+{
+    std::filesystem::remove(ServiceFile(directory_, name));
+    ReloadConfig();
+}
+
+void PrivateBus::Activate(const std::string& name)
+{
+    Connection(address_).CallDaemon(kDaemonInterface, "StartServiceByName", g_variant_new("(su)", name.c_str(), 0U));
+}
+
+void PrivateBus::ReloadConfig() const
+{
+    if (keeper_->Pid() != 0) {
+        Connection(address_).CallDaemon(kDaemonInterface, "ReloadConfig");
+    }
+}
+
+} // namespace kiv::sandbox
