@@ -226,6 +226,13 @@ void RunLoop(CNSGdbus& client, GMainContext* context)
     const LoopOwner unseen(ExchangeLoop(client, nullptr));
 }
 
+// What GIO has left in the context refers to the connection and to the context itself, and would keep both for good.
+void Drain(GMainContext* context)
+{
+    while (g_main_context_iteration(context, FALSE) != FALSE) {
+    }
+}
+
 bool StartMonitorOnce(CNSGdbus& client)
 {
     if (s_bMonitorStarted || s_bMonitorStarted.exchange(true)) {
@@ -287,6 +294,7 @@ void* CNSGdbus::m_Monitor(void* pInstance)
     }
     Publish({});
     endpoint.Close();
+    Drain(context.get());
     g_main_context_pop_thread_default(context.get());
     return nullptr;
 }

@@ -27,11 +27,11 @@ protected:
     }
 
     /** Which of the next calls are affected by a fault of error E.E. */
-    std::vector<bool> Affected(int calls)
+    std::vector<bool> Affected(std::size_t calls)
     {
-        std::vector<bool> affected;
-        for (int i = 0; i < calls; ++i) {
-            affected.push_back(faults_.Next("Method").error == "E.E");
+        std::vector<bool> affected(calls);
+        for (std::size_t i = 0; i < calls; ++i) {
+            affected[i] = faults_.Next("Method").error == "E.E";
         }
         return affected;
     }

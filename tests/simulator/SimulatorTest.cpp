@@ -5,12 +5,12 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <condition_variable>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -36,7 +36,7 @@ std::string Text(GVariant* value)
 ObjectRef<GDBusMessage> NewCall(
     const char* name, const char* path, const char* interface, const std::string& method, const std::string& arguments)
 {
-    const auto call = OwnObject(g_dbus_message_new_method_call(name, path, interface, method.c_str()));
+    auto call = OwnObject(g_dbus_message_new_method_call(name, path, interface, method.c_str()));
     g_dbus_message_set_body(call.get(), Value(arguments).get());
     return call;
 }
@@ -92,6 +92,7 @@ Program::Program(std::vector<std::string> arguments, const std::filesystem::path
     constexpr int kReadyFd = 3;
     arguments.insert(arguments.begin(), {KIV_SIMULATOR, "--ready-fd", std::to_string(kReadyFd)});
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
         argv.push_back(argument.data());
     }
@@ -121,7 +122,7 @@ Program::~Program()
     }
 }
 
-std::string Program::Ready()
+std::string Program::Ready() const
 {
     std::string text;
     char byte = 0;

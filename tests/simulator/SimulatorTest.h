@@ -28,7 +28,7 @@ public:
     ~Program();
 
     /** Waits for what it writes to the ready descriptor, until it closes it. */
-    std::string Ready();
+    std::string Ready() const;
     /** Waits for its end. 128 and the signal if it was killed. */
     int ExitCode();
     /** What it has written to stderr. */
