@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
@@ -23,7 +24,7 @@ namespace {
 
 class Library {
 public:
-    Library() : handle_(dlopen(KIV_LIBRARY, RTLD_NOW | RTLD_LOCAL))
+    explicit Library(const char* file = KIV_LIBRARY) : handle_(dlopen(file, RTLD_NOW | RTLD_LOCAL))
     {
         if (handle_ == nullptr) {
             throw std::runtime_error(dlerror());
@@ -56,10 +57,10 @@ private:
     void* handle_;
 };
 
-bool IsMapped()
+bool IsMapped(const char* file = KIV_LIBRARY)
 {
     std::ifstream maps("/proc/self/maps");
-    const std::string name = std::filesystem::path(KIV_LIBRARY).stem();
+    const std::string name = std::filesystem::path(file).stem();
     for (std::string line; std::getline(maps, line);) {
         if (line.find(name) != std::string::npos) {
             return true;
@@ -123,6 +124,28 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
         EXPECT_EQ(library.DestroyMonitor(), 0);
     }
     EXPECT_FALSE(IsMapped());
+}
+
+TEST_F(LifecycleTest, ALaunchThreadKeepsTheCodeInPlaceUntilItIsOver)
+{
+    std::promise<void> release;
+    platform_log::OnLine([released = release.get_future().share()](const LogLine& line) {
+        if (line.text.starts_with("enter t_ImplementSimulateDbus")) {
+            released.wait();
+        }
+    });
+    {
+        const Library probe(KIV_LAUNCH_PROBE);
+        EXPECT_FALSE(probe.Symbol<bool()>("PreCheck")());
+    }
+    platform_log::WaitFor("I m_MainLaunchPro: enter t_ImplementSimulateDbus g_dbusretrycnt=[0]");
+    EXPECT_TRUE(IsMapped(KIV_LAUNCH_PROBE));
+
+    release.set_value();
+    platform_log::WaitFor("I m_MainLaunchPro: g_dbusretrycnt=[6]");
+    while (IsMapped(KIV_LAUNCH_PROBE)) {
+        usleep(1000);
+    }
 }
 
 TEST_F(LifecycleTest, ExitUnderAStormOfEventsIsOrderly)
