@@ -17,7 +17,8 @@ thread_local int g_failing = 0;
 
 } // namespace
 
-void* operator new(std::size_t size)
+// Not inlined: where they are, gcc takes the pair of them for one of malloc() and delete.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     if (g_failing > 0 && --g_failing == 0) {
         throw std::bad_alloc();
@@ -29,12 +30,12 @@ void* operator new(std::size_t size)
     return memory;
 }
 
-void operator delete(void* memory) noexcept
+[[gnu::noinline]] void operator delete(void* memory) noexcept
 {
     std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t /*size*/) noexcept
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept
 {
     std::free(memory);
 }

@@ -51,6 +51,15 @@ protected:
         return succeeded;
     }
 
+    // The client has one reference to the connection, and GIO's owner of the bus name another. GIO's worker has one for
+    // a moment now and then.
+    void WaitForReferences() const
+    {
+        while (g_atomic_int_get(&G_OBJECT(client_.m_pConnection)->ref_count) != 2) {
+            usleep(1000);
+        }
+    }
+
     CNSGdbus& client_ = *CNSGdbus::m_pInstance;
     std::shared_ptr<GVariant> output_;
 };
@@ -114,7 +123,6 @@ TEST_F(BusClientTest, AnObjectOfTheHostsCallsAndDropsItsConnection)
 {
     StartServer();
     Connect();
-    const guint references = G_OBJECT(client_.m_pConnection)->ref_count;
     {
         CNSGdbus own("own", nullptr, nullptr);
         EXPECT_TRUE(own.GetProxy(kXml, kNoHandlers, false, false));
@@ -123,9 +131,7 @@ TEST_F(BusClientTest, AnObjectOfTheHostsCallsAndDropsItsConnection)
         EXPECT_EQ(own.m_MonitorThread, 0U);
     }
     CNSGdbus::m_pInstance = &client_;
-    while (G_OBJECT(client_.m_pConnection)->ref_count != references) {
-        usleep(1000);
-    }
+    WaitForReferences();
     EXPECT_NE(client_.m_MonitorThread, 0U);
     EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [0],)", 20000).answered);
 }
@@ -249,17 +255,10 @@ TEST_F(BusClientTest, OneReferenceToTheConnectionWhateverTheNumberOfCalls)
 {
     StartServer();
     Connect();
-    const ::testing::Matcher<guint> unchanged = ::testing::Eq(G_OBJECT(client_.m_pConnection)->ref_count);
-
     for (int call = 0; call < 100; ++call) {
         StopNetworkSpeaker(call);
     }
-    trace_->Flush();
-
-    // GIO's worker drops its own reference to the last message's connection when it gets to it.
-    while (!unchanged.Matches(G_OBJECT(client_.m_pConnection)->ref_count)) {
-        usleep(1000);
-    }
+    WaitForReferences();
 }
 
 TEST_F(BusClientTest, NobodyHoldsTheConnectionOnceItIsGivenUp)

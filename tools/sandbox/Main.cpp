@@ -1,8 +1,10 @@
 #include "BusTrace.h"
 #include "Keeper.h"
 #include "PrivateBus.h"
+#include "TraceFormatter.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/signalfd.h>
@@ -11,6 +13,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -61,6 +64,7 @@ struct Options {
     std::string setUpFile;
     std::string feature = "on";
     bool trace = false;
+    bool traceAll = false;
     bool noServer = false;
     bool start = false;
     bool simulatorLog = false;
@@ -183,10 +187,22 @@ int RunCommand(const std::string& name, Keeper& command, const EndSignals& signa
     }
 }
 
-void PrintMessage(const Message& message)
+/// As the log stand-in writes it, so that both can be read side by side.
+std::string TimeOfDay()
 {
-    // A stderr that has been closed is no reason to end the command, as an exception here would.
-    std::fputs(fmt::format("bus: {}\n", Describe(message)).c_str(), stderr);
+    const auto now = std::chrono::system_clock::now();
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
+    return fmt::format("{:%H:%M:%S}.{:03}", fmt::localtime(milliseconds / 1000), milliseconds % 1000);
+}
+
+BusTrace::Listener TracePrinter(TraceFormatter::Housekeeping housekeeping)
+{
+    return [formatter = TraceFormatter(housekeeping)](const Message& message) mutable {
+        if (const auto line = formatter.Format(message)) {
+            // A stderr that has been closed is no reason to end the command, as an exception here would.
+            std::fputs(fmt::format("{} bus: {}\n", TimeOfDay(), *line).c_str(), stderr);
+        }
+    };
 }
 
 int RunInSandbox(const Options& options)
@@ -199,8 +215,10 @@ int RunInSandbox(const Options& options)
     // Until here a signal simply ends this process, and the keepers clean up. The trace's threads inherit the mask.
     const EndSignals signals;
     std::optional<BusTrace> trace;
-    if (options.trace) {
-        trace.emplace(bus.Address(), PrintMessage);
+    if (options.traceAll) {
+        trace.emplace(bus.Address(), TracePrinter(TraceFormatter::Housekeeping::Shown));
+    } else if (options.trace) {
+        trace.emplace(bus.Address(), TracePrinter(TraceFormatter::Housekeeping::Hidden));
     }
     if (options.start) {
         bus.Activate(kServerName);
@@ -243,7 +261,8 @@ int Main(int argc, char** argv)
     app.formatter(std::make_shared<HelpFormat>());
     app.footer(kFooter);
     app.prefix_command();
-    app.add_flag("--trace", options.trace, "print every message on the bus to stderr");
+    app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
+    app.add_flag("--trace-all", options.traceAll, "the same with the housekeeping of the bus: Hello, AddMatch, ...");
     app.add_flag("--start", options.start, "start the simulator before the command, not at the first call");
     app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "BusTrace.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kiv::sandbox {
+
+/**
+ * Describes the messages of a bus, one after the other, from the names and calls that it has seen pass:
+ * "client.tv_7 -> networkspeaker.server StopNetworkSpeaker(0)" and
+ * "client.tv_7 <- networkspeaker.server returns (0) [StopNetworkSpeaker]".
+ */
+class TraceFormatter {
+public:
+    /// How connections find the bus and each other: introductions, watches and their news.
+    enum class Housekeeping { Hidden, Shown };
+
+    explicit TraceFormatter(Housekeeping housekeeping) : housekeeping_(housekeeping) {}
+
+    /// Wants every message, in the order of the bus. Returns nothing for one that is hidden.
+    std::optional<std::string> Format(const Message& message);
+
+private:
+    struct Member {
+        std::string owner; ///< the bus name under which it was called, or that sent it
+        std::string name;  ///< of the method or signal
+    };
+    struct OwnedName {
+        std::string name;
+        std::string owner;
+    };
+
+    void FollowNames(const Message& message);
+    /// Returns what the message calls, answers or signals; empty for the answer to a call from before the first
+    /// message.
+    Member FollowCalls(const Message& message);
+    Member TakeCall(const Message& answer);
+    std::string DisplayName(const std::string& busName) const;
+    std::string Shorten(const std::string& wellKnownName) const;
+
+    Housekeeping housekeeping_;
+    std::vector<OwnedName> ownedNames_;                                 // in the order in which they were acquired
+    std::map<std::pair<std::string, std::uint32_t>, Member> openCalls_; // by caller and serial
+};
+
+} // namespace kiv::sandbox
