@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -258,10 +259,10 @@ void ServerControl::WaitForOwner(const std::string& name, bool owned)
 
 std::vector<unsigned char> Payload(std::int32_t eventId, std::int32_t length, const std::vector<unsigned char>& data)
 {
-    std::vector<unsigned char> payload(8);
-    std::memcpy(payload.data(), &eventId, 4);
-    std::memcpy(payload.data() + 4, &length, 4);
-    payload.insert(payload.end(), data.begin(), data.end());
+    const std::int32_t header[] = {eventId, length};
+    std::vector<unsigned char> payload(sizeof header + data.size());
+    std::memcpy(payload.data(), header, sizeof header);
+    std::copy(data.begin(), data.end(), payload.begin() + sizeof header);
     return payload;
 }
 
