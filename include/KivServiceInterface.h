@@ -118,7 +118,8 @@ struct _NS_PROXY_ASYNC_EVENT;
 
 /**
  * The library's D-Bus client. The library has one, CNSGdbus::m_pInstance, which all functions use; a host needs it
- * only to end the monitor thread with m_DestroyMessageMonitor().
+ * only to end the monitor thread with m_DestroyMessageMonitor(). An object of the host's own whose GetProxy() is the
+ * first of the process to succeed is the one that the monitor thread serves, and must outlive it.
  *
  * The data members are shared with the library's threads: a host does not write them.
  */
@@ -178,8 +179,8 @@ public:
     static void m_OnnameLost(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
 
     /**
-     * Ends the monitor thread and waits for it; no callback runs after that, and none will for the life of the
-     * process. May be called at any time and repeatedly, but not from a callback.
+     * Ends the monitor thread, if it runs, and waits for it: no callback runs after that, and none will for the life
+     * of the process. May be called at any time and repeatedly, but not from a callback.
      *
      * @return 0, or the error number of pthread_join()
      */

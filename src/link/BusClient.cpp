@@ -185,7 +185,7 @@ bool IsOfType(const Here& here, const char* method, GVariant* value, const char*
         return true;
     }
     KIV_LOG_AT(
-        here, kLogError, "[%s] method [%s], reply of type [%s] expected, [%s] found", kApiTag, method, expected,
+        here, kLogError, "[%s] method [%s], type [%s] expected, [%s] found", kApiTag, method, expected,
         g_variant_get_type_string(value));
     return false;
 }
@@ -220,6 +220,10 @@ bool CNSGdbus::GetProxy(const char* pszXml, GDBusInterfaceVTable vtable, bool bR
 {
     if (bReuse && IsUsable(*this)) {
         return true;
+    }
+    if (pszXml == nullptr) {
+        KIV_LOG_ERROR("(%s) return", "pszXml == NULL");
+        return false;
     }
     StoreTemplate(*this, pszXml, vtable);
 

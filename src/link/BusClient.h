@@ -22,7 +22,7 @@ GDBusInterfaceVTable InterfaceVTable(const CNSGdbus& client);
 // no answer.
 void AdoptClientName(const Here& here, const char* received);
 
-// Whether a reply has the type that can be decoded; if not, says so in the log.
+// Whether what came with a method, a reply or arguments, has the type that can be decoded; if not, says so in the log.
 bool IsOfType(const Here& here, const char* method, GVariant* value, const char* expected);
 
 // Keeps a value that its user must not release, until the next such value comes.

@@ -51,6 +51,14 @@ private:
     guint nameOwner_ = 0;
 };
 
+// Owned names that GIO has not done with, for each of which it will call OnNameDone().
+std::atomic<int> g_namesInUse = 0;
+
+void OnNameDone(gpointer /*client*/)
+{
+    --g_namesInUse;
+}
+
 // The running monitor thread, as far as others ask things of it.
 struct Monitor {
     pthread_t thread = 0;
@@ -64,6 +72,7 @@ std::mutex g_lifecycle;
 std::mutex g_joining;
 Monitor g_monitor;
 std::atomic<bool> s_bMonitorStarted = false;
+void* g_pin = nullptr; // of the monitor thread
 std::atomic<bool> g_endRequested = false;
 
 void LogUnfitId(const Here& here, const std::string& id)
@@ -112,9 +121,10 @@ bool ClientEndpoint::Open(const ConnectionOwner& connection)
         return false;
     }
     if (connection) {
+        ++g_namesInUse;
         nameOwner_ = g_bus_own_name(
             G_BUS_TYPE_SYSTEM, name.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE, CNSGdbus::m_OnbusAcquired,
-            CNSGdbus::m_OnnameAcquired, CNSGdbus::m_OnnameLost, &client_, nullptr);
+            CNSGdbus::m_OnnameAcquired, CNSGdbus::m_OnnameLost, &client_, OnNameDone);
     }
     return true;
 }
@@ -203,10 +213,16 @@ pthread_t MonitorThread(const CNSGdbus& client)
     return client.m_MonitorThread;
 }
 
-void SetMonitorThread(CNSGdbus& client, pthread_t thread)
+// Whoever has waited for the end of the thread gives its pin back.
+void ForgetMonitorThread(CNSGdbus& client)
 {
-    const std::lock_guard lock(g_lifecycle);
-    client.m_MonitorThread = thread;
+    void* pin = nullptr;
+    {
+        const std::lock_guard lock(g_lifecycle);
+        client.m_MonitorThread = 0;
+        pin = std::exchange(g_pin, nullptr);
+    }
+    UnpinLibrary(pin);
 }
 
 GMainLoop* ExchangeLoop(CNSGdbus& client, GMainLoop* loop)
@@ -229,7 +245,7 @@ void RunLoop(CNSGdbus& client, GMainContext* context)
 // What GIO has left in the context refers to the connection and to the context itself, and would keep both for good.
 void Drain(GMainContext* context)
 {
-    while (g_main_context_iteration(context, FALSE) != FALSE) {
+    while (g_main_context_iteration(context, g_namesInUse > 0) != FALSE || g_namesInUse > 0) {
     }
 }
 
@@ -238,13 +254,14 @@ bool StartMonitorOnce(CNSGdbus& client)
     if (s_bMonitorStarted || s_bMonitorStarted.exchange(true)) {
         return false;
     }
-    PinLibrary();
+    void* pin = PinLibrary();
     const std::lock_guard lock(g_lifecycle);
     pthread_t thread = 0;
     if (pthread_create(&thread, nullptr, CNSGdbus::m_Monitor, &client) == 0) {
         client.m_MonitorThread = thread;
+        g_pin = pin;
     } else {
-        UnpinLibrary();
+        UnpinLibrary(pin);
     }
     return true;
 }
@@ -275,7 +292,6 @@ using namespace kiv::link;
 
 void* CNSGdbus::m_Monitor(void* pInstance)
 {
-    UnpinLibraryAtThreadEnd();
     auto* client = static_cast<CNSGdbus*>(pInstance);
     if (client == nullptr) {
         KIV_LOG_ERROR("pInstance is NULL");
@@ -352,7 +368,7 @@ int CNSGdbus::m_DestroyMessageMonitor()
     }
     const int result = pthread_join(thread, nullptr);
     if (result == 0) {
-        SetMonitorThread(*this, 0);
+        ForgetMonitorThread(*this);
     }
     return result;
 }

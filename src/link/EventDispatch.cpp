@@ -62,11 +62,13 @@ bool NamNotifySubscriber(GVariant* parameters, GDBusMethodInvocation* invocation
         KIV_LOG_ERROR("(%s) return", "return_data == NULL");
         return false;
     }
-    // GIO has answered calls of any other signature itself, so there is a byte array.
-    VariantOwner child(g_variant_get_child_value(parameters, 0));
+    VariantOwner child;
+    if (IsOfType(KIV_HERE, kEventMethod, parameters, "(ay)")) {
+        child.reset(g_variant_get_child_value(parameters, 0));
+    }
     g_dbus_method_invocation_return_value(unanswered.release(), nullptr);
 
-    const Bytes payload = ByteArray(child.get());
+    const Bytes payload = child ? ByteArray(child.get()) : Bytes();
     const int eventId = Int32At(payload, kIdOffset);
     if (payload.empty()) {
         KIV_LOG_ERROR("NULL payload");

@@ -21,6 +21,8 @@ constexpr int kMaxRetries = 5;
 // Guards both the retry count and the thread's id: the thread may be over before its creator has noted its id.
 std::mutex g_LaunchMutex;
 int g_dbusretrycnt;
+// The same for every launch thread.
+void* g_pin;
 
 bool IsRunning()
 {
@@ -40,16 +42,23 @@ int CountRetry()
     return ++g_dbusretrycnt;
 }
 
+void* Pin()
+{
+    const std::lock_guard lock(g_LaunchMutex);
+    return g_pin;
+}
+
 int StartThread(const pthread_attr_t& attributes)
 {
-    PinLibrary();
+    void* pin = PinLibrary();
     const std::lock_guard lock(g_LaunchMutex);
+    g_pin = pin;
     pthread_t thread = 0;
     const int result = pthread_create(&thread, &attributes, m_MainLaunchPro, nullptr);
     if (result == 0) {
         m_launchthreadId = thread;
     } else {
-        UnpinLibrary();
+        UnpinLibrary(pin);
     }
     return result;
 }
@@ -93,7 +102,7 @@ int m_CreateThread()
 
 void* m_MainLaunchPro(void* /*unused*/)
 {
-    UnpinLibraryAtThreadEnd();
+    UnpinLibraryAtThreadEnd(Pin());
     SetRetryCount(0);
     KIV_LOG_INFO("enter t_ImplementSimulateDbus g_dbusretrycnt=[%d]", 0);
     int retries = 0;

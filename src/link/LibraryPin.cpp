@@ -5,11 +5,31 @@
 #include <dlfcn.h>
 #include <pthread.h>
 
-#include <atomic>
+#include <cstdlib>
+#include <mutex>
 
 namespace kiv::link {
 
 namespace {
+
+// A dlopen() while the process exits would run the constructors of the library, and of those it needs, once more.
+std::mutex g_opening;
+bool g_exiting;
+
+void ForbidOpening()
+{
+    const std::lock_guard lock(g_opening);
+    g_exiting = true;
+}
+
+const AtUnload<ForbidOpening> g_forbidAtUnload;
+
+// In a program that is linked with the library, the end of static objects comes too late by a moment; what is
+// registered after the program's start comes in time.
+void ForbidOpeningAtExit()
+{
+    [[maybe_unused]] static const int registered = std::atexit(ForbidOpening);
+}
 
 // The C library releases thread-specific data after the thread's body has returned. dlclose() is the destructor
 // itself, and not called by one, because it must not return into code that it has just unmapped.
@@ -31,45 +51,30 @@ void DeleteThreadEndKey()
 
 const AtUnload<DeleteThreadEndKey> g_keyAtUnload;
 
-// A handle of the library itself, which is the same at each call; null where the code is part of the program.
-void* OpenSelf()
-{
-    Dl_info self{};
-    return dladdr(reinterpret_cast<void*>(&PinLibrary), &self) != 0 ? dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD)
-                                                                    : nullptr;
-}
-
-// Threads that a reference was taken for and that have not begun.
-std::atomic<int> g_waiting;
-
 } // namespace
 
-void PinLibrary()
+void* PinLibrary()
 {
-    OpenSelf();
-    ++g_waiting;
+    ForbidOpeningAtExit();
+    const std::lock_guard lock(g_opening);
+    Dl_info self{};
+    if (g_exiting || dladdr(reinterpret_cast<void*>(&PinLibrary), &self) == 0) {
+        return nullptr;
+    }
+    return dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD);
 }
 
-void UnpinLibrary()
+void UnpinLibrary(void* pin)
 {
-    --g_waiting;
-    void* self = OpenSelf();
-    if (self != nullptr) {
-        dlclose(self);
-        dlclose(self);
+    if (pin != nullptr) {
+        dlclose(pin);
     }
 }
 
-void UnpinLibraryAtThreadEnd()
+void UnpinLibraryAtThreadEnd(void* pin)
 {
-    if (g_waiting == 0) {
-        return; // a thread of the host's own
-    }
-    --g_waiting;
-    void* self = OpenSelf();
-    if (self != nullptr) {
-        dlclose(self);
-        pthread_setspecific(ThreadEndKey(), self);
+    if (pin != nullptr) {
+        pthread_setspecific(ThreadEndKey(), pin);
     }
 }
 

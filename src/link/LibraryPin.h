@@ -2,13 +2,17 @@
 
 namespace kiv::link {
 
-// Keeps the library mapped for a thread of its own, so that dlclose() never takes the code from under it.
+/*
+ * Keeps the library mapped for a thread of its own, so that dlclose() never takes the code from under it. Whoever
+ * creates the thread takes a pin before. Null is no pin: where the code is part of the program, and while the process
+ * exits.
+ */
+void* PinLibrary();
 
-// By the starter, before the thread is created: takes the reference.
-void PinLibrary();
-// By the starter, if the thread could not be created.
-void UnpinLibrary();
-// By the thread, first of all: gives the reference back when the thread has left the library's code for good.
-void UnpinLibraryAtThreadEnd();
+// Not by the thread itself, whose code this may unmap.
+void UnpinLibrary(void* pin);
+
+// By the thread itself: the pin is given back when it has left the library's code for good.
+void UnpinLibraryAtThreadEnd(void* pin);
 
 } // namespace kiv::link

@@ -66,16 +66,20 @@ bool IsAlive(GWeakRef& connection)
     return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&connection))) != nullptr;
 }
 
-// Waits until nobody refers to the closed connection any more, within limits.
+// Waits until nobody refers to the closed connection any more, within limits, and once only: whoever keeps it longer
+// costs the calls that come then no time.
 void LetGo(ConnectionOwner closed)
 {
+    static const GQuark mark = g_quark_from_string("kiv-interface-api-waited");
+    const bool isFirst = g_object_get_qdata(G_OBJECT(closed.get()), mark) == nullptr;
+    g_object_set_qdata(G_OBJECT(closed.get()), mark, GINT_TO_POINTER(1));
     GWeakRef watched;
     g_weak_ref_init(&watched, closed.get());
     closed.reset();
     ReleaseClientName();
 
     // The monitor thread cannot drop what it holds while it waits here.
-    const gint64 deadline = g_get_monotonic_time() + (IsMonitorThread() ? 0 : kPatience);
+    const gint64 deadline = g_get_monotonic_time() + (isFirst && !IsMonitorThread() ? kPatience : 0);
     DeliverClosed();
     while (IsAlive(watched) && g_get_monotonic_time() < deadline) {
         g_usleep(kPause);

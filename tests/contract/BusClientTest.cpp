@@ -261,21 +261,41 @@ TEST_F(BusClientTest, OneReferenceToTheConnectionWhateverTheNumberOfCalls)
     WaitForReferences();
 }
 
-TEST_F(BusClientTest, NobodyHoldsTheConnectionOnceItIsGivenUp)
+class ReleaseTest : public BusClientTest {
+protected:
+    void EndAndExpectTheConnectionGone()
+    {
+        GWeakRef connection;
+        g_weak_ref_init(&connection, client_.m_pConnection);
+        client_.m_DestroyMessageMonitor();
+        client_.GiveProxy();
+        // GIO's worker may hold it for a moment still.
+        for (gpointer held = nullptr; (held = g_weak_ref_get(&connection)) != nullptr; usleep(1000)) {
+            g_object_unref(held);
+        }
+        g_weak_ref_clear(&connection);
+    }
+};
+
+TEST_F(ReleaseTest, NobodyHoldsTheConnectionOnceItIsGivenUp)
 {
     StartServer();
     Connect();
-    GWeakRef connection;
-    g_weak_ref_init(&connection, client_.m_pConnection);
+    EndAndExpectTheConnectionGone();
+}
 
-    client_.m_DestroyMessageMonitor();
-    client_.GiveProxy();
+TEST_F(ReleaseTest, NobodyHoldsItIfTheMonitorEndsBeforeItHasItsName)
+{
+    StartServer();
+    StopNetworkSpeaker(0);
+    EndAndExpectTheConnectionGone();
+}
 
-    // GIO's worker may hold it for a moment still.
-    for (gpointer held = nullptr; (held = g_weak_ref_get(&connection)) != nullptr; usleep(1000)) {
-        g_object_unref(held);
-    }
-    g_weak_ref_clear(&connection);
+TEST_F(BusClientTest, WithoutXmlThereIsNoProxy)
+{
+    StartServer();
+    EXPECT_FALSE(client_.GetProxy(nullptr, kNoHandlers, false, false));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E GetProxy: (pszXml == NULL) return"));
 }
 
 TEST_F(BusClientTest, GiveProxyDropsTheConnection)
@@ -470,8 +490,7 @@ TEST_F(DenyingBusTest, AnErrorInPlaceOfTheOwnerIsNoOwner)
 
     // The bus's error is a reply as well, with a text in place of the truth value.
     EXPECT_EQ(
-        platform_log::Count(
-            "E m_IsExistedBusname: [NAM_API] method [NameHasOwner], reply of type [(b)] expected, [(s)] found"),
+        platform_log::Count("E m_IsExistedBusname: [NAM_API] method [NameHasOwner], type [(b)] expected, [(s)] found"),
         2U);
     EXPECT_EQ(platform_log::Count(kAbsent), 2U);
     EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection"));
@@ -575,8 +594,7 @@ TEST_F(BusClientTest, AnIdOfAnotherTypeIsNone)
     EXPECT_THAT(
         platform_log::OfTestThread(),
         ElementsAre(
-            kEnter,
-            "E m_GetProxyObj: [NAM_API] method [check_dbus_connection], reply of type [(s)] expected, [(i)] found"));
+            kEnter, "E m_GetProxyObj: [NAM_API] method [check_dbus_connection], type [(s)] expected, [(i)] found"));
 }
 
 TEST_F(BusClientTest, TheLatestIdIsKept)

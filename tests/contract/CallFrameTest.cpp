@@ -314,6 +314,22 @@ TEST_F(CallFrameTest, ALostBusThatIsBackIsNoticedByTheVeryNextCall)
             kEnter, "I StopNetworkSpeaker: [NAM_API] StopType[2]"));
 }
 
+TEST_F(CallFrameTest, ALostConnectionThatTheHostHoldsIsReplacedOnceTheHostLetsGo)
+{
+    StartServer();
+    Connect();
+    auto* held = static_cast<GDBusConnection*>(g_object_ref(CNSGdbus::m_pInstance->m_pConnection));
+    server_.reset();
+    trace_.reset();
+    bus_.Kill();
+    bus_.Start();
+    StartServer();
+
+    EXPECT_EQ(StopNetworkSpeaker(1), -1);
+    g_object_unref(held);
+    EXPECT_EQ(StopNetworkSpeaker(2), 2);
+}
+
 // --- Threads ------------------------------------------------------------------------------------------------------
 
 TEST_F(CallFrameTest, AnyThreadMayCallAtOnce)

@@ -159,8 +159,8 @@ inline std::string RefusedLine(const std::string& method)
 inline std::string WrongTypeLine(
     const std::string& function, const std::string& method, const std::string& expected, const std::string& found)
 {
-    return "E " + function + ": [NAM_API] method [" + method + "], reply of type [" + expected + "] expected, [" +
-           found + "] found";
+    return "E " + function + ": [NAM_API] method [" + method + "], type [" + expected + "] expected, [" + found +
+           "] found";
 }
 
 inline std::string AdoptionLine(const std::string& function, const std::string& before, const std::string& received)

@@ -203,7 +203,7 @@ TEST_F(StartStopTest, AModeAnswerOfAnotherTypeCountsAsARefusal)
         Own("StartNetworkSpeaker"),
         ElementsAre(
             ::testing::_,
-            "E StartNetworkSpeaker: [NAM_API] method [SetNetSpkSettingMode], reply of type [(i)] expected, [(s)] found",
+            "E StartNetworkSpeaker: [NAM_API] method [SetNetSpkSettingMode], type [(i)] expected, [(s)] found",
             "E StartNetworkSpeaker: [NAM_API] MethodCall(SetNetSpkSettingMode) Error!",
             "I StartNetworkSpeaker: [NAM_API] result[3]"));
 }
@@ -327,8 +327,8 @@ TEST_P(ScalarTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
         const std::string name = scalar.name;
         EXPECT_EQ(
             Own(name), (scalar.before + Lines{
-                                            "E " + name + ": [NAM_API] method [" + name +
-                                                "], reply of type [(i)] expected, [" + type + "] found",
+                                            "E " + name + ": [NAM_API] method [" + name + "], type [(i)] expected, [" +
+                                                type + "] found",
                                             scalar.answerHead + "-1]"}));
     }
 }

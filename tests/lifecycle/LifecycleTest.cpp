@@ -148,27 +148,53 @@ TEST_F(LifecycleTest, ALaunchThreadKeepsTheCodeInPlaceUntilItIsOver)
     }
 }
 
+// Runs this program anew, so that nothing of this process's threads is missing in it.
+void ExpectOrderlyExit(const char* how)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        execl("/proc/self/exe", "lifecycle_test", how, nullptr);
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+    ASSERT_EQ(WEXITSTATUS(status), 42);
+}
+
+constexpr const char* kInStorm = "--exit-in-a-storm-of-events";
+constexpr const char* kInFirstCall = "--exit-in-the-first-call";
+
 TEST_F(LifecycleTest, ExitUnderAStormOfEventsIsOrderly)
 {
     const Server server;
     for (int round = 0; round < 20; ++round) {
-        const pid_t child = fork();
-        if (child == 0) {
-            // A program of its own, so that nothing of this process's threads is missing in it.
-            execl("/proc/self/exe", "lifecycle_test", "--exit-under-storm", nullptr);
-            _exit(127);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-        ASSERT_EQ(WEXITSTATUS(status), 42);
+        ASSERT_NO_FATAL_FAILURE(ExpectOrderlyExit(kInStorm));
     }
 }
 
-// The other side of that test.
-[[noreturn]] void ExitUnderStorm()
+TEST_F(LifecycleTest, ExitWhileTheFirstCallRunsIsOrderly)
 {
-    const Library library;
+    const Server server;
+    for (int round = 0; round < 100; ++round) {
+        ASSERT_NO_FATAL_FAILURE(ExpectOrderlyExit(kInFirstCall));
+    }
+}
+
+// The other side of these two.
+
+[[noreturn]] void ExitInFirstCall()
+{
+    static const Library& library = *new Library; // whose threads go on
+    std::thread([] { library.Stop(1); }).detach();
+    // Some time later in each run, for as long as the first call and the start of the monitor take.
+    usleep(static_cast<useconds_t>(getpid() % 40 * 100));
+    std::exit(42);
+}
+
+[[noreturn]] void ExitInStorm()
+{
+    static const Library& library = *new Library; // whose threads go on
     library.Stop(1);
     platform_log::WaitForLine(
         [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
@@ -179,7 +205,7 @@ TEST_F(LifecycleTest, ExitUnderAStormOfEventsIsOrderly)
         control.WaitForOwner("org.lumra.tv.networkspeaker.client." + client);
         control.SendPayloads(Payload(0x1234, 3, {1, 2, 3}), 2'000);
     }).detach();
-    std::thread([&library] {
+    std::thread([] {
         for (;;) {
             library.Stop(2);
         }
@@ -193,7 +219,10 @@ TEST_F(LifecycleTest, ExitUnderAStormOfEventsIsOrderly)
 // Runs before the tests' own main.
 __attribute__((constructor)) static void OtherSide(int argc, char** argv)
 {
-    if (argc == 2 && std::string_view(argv[1]) == "--exit-under-storm") {
-        ExitUnderStorm();
+    const std::string_view how = argc == 2 ? argv[1] : "";
+    if (how == kInStorm) {
+        ExitInStorm();
+    } else if (how == kInFirstCall) {
+        ExitInFirstCall();
     }
 }

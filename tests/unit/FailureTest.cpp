@@ -1,6 +1,6 @@
 // What cannot be made to fail from outside: the calls below are replaced at link time, and fail when a test says so.
 
-#include "link/BusClient.h"
+#include "link/ClientEndpoint.h"
 #include "link/EventDispatch.h"
 #include "support/BusTest.h"
 
@@ -256,6 +256,25 @@ TEST_F(FailureTest, AMonitorThreadThatCannotBeCreatedIsNotTriedAgain)
     EXPECT_EQ(g_monitorThreads, 1);
     EXPECT_EQ(client_.m_MonitorThread, 0U);
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+}
+
+TEST_F(FailureTest, AnEventOfAnotherTypeIsAnsweredAndDropped)
+{
+    StartServer();
+    const char* const xml = "<node><interface name='org.lumra.tv.networkspeaker.client.interface.%s'>"
+                            "<method name='nam_notify_subscriber'><arg name='param' type='i' direction='in'/></method>"
+                            "</interface></node>";
+    EXPECT_TRUE(client_.GetProxy(xml, kiv::link::kClientVTable, false, false));
+    control_.WaitForOwner(ClientBusName());
+
+    EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(5,)", 20000).answered);
+
+    EXPECT_THAT(
+        platform_log::OfFunction("NamNotifySubscriber"),
+        ElementsAre(
+            "I NamNotifySubscriber: [NAM_API] ** Enter **",
+            "E NamNotifySubscriber: [NAM_API] method [nam_notify_subscriber], type [(ay)] expected, [(i)] found",
+            "E NamNotifySubscriber: NULL payload"));
 }
 
 TEST_F(FailureTest, AnEventWithoutParameters)
