@@ -3,7 +3,6 @@
 #include <string>
 
 using namespace kiv::test;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace {

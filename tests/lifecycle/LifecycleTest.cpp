@@ -176,7 +176,7 @@ TEST_F(LifecycleTest, ExitUnderAStormOfEventsIsOrderly)
 TEST_F(LifecycleTest, ExitWhileTheFirstCallRunsIsOrderly)
 {
     const Server server;
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < 25; ++round) {
         ASSERT_NO_FATAL_FAILURE(ExpectOrderlyExit(kInFirstCall));
     }
 }
@@ -219,7 +219,7 @@ TEST_F(LifecycleTest, ExitWhileTheFirstCallRunsIsOrderly)
 // Runs before the tests' own main.
 __attribute__((constructor)) static void OtherSide(int argc, char** argv)
 {
-    const std::string_view how = argc == 2 ? argv[1] : "";
+    const std::string_view how(argc == 2 ? argv[1] : "");
     if (how == kInStorm) {
         ExitInStorm();
     } else if (how == kInFirstCall) {

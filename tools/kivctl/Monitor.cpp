@@ -57,7 +57,7 @@ Result BusFailed(const std::string& reason)
 
 } // namespace
 
-Monitor::Monitor(const MonitorOptions& options, const Output& output) : options_(options), output_(output)
+Monitor::Monitor(MonitorOptions options, const Output& output) : options_(std::move(options)), output_(output)
 {
     g_running = this;
 }

@@ -17,7 +17,7 @@ struct MonitorOptions {
 // Shows the server's events until it is interrupted, has seen enough, or loses the bus. There can be one at a time.
 class Monitor {
 public:
-    Monitor(const MonitorOptions& options, const Output& output);
+    Monitor(MonitorOptions options, const Output& output);
     ~Monitor();
     Monitor(const Monitor&) = delete;
     Monitor& operator=(const Monitor&) = delete;

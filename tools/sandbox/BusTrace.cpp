@@ -198,7 +198,7 @@ struct BusTrace::Tap {
         return Text(g_dbus_message_get_sender(message)) == fenceName || subject == monitorName || subject == fenceName;
     }
 
-    bool HasSeenFence(guint32 serial)
+    bool HasSeenFence(guint32 serial) const
     {
         const std::lock_guard lock(mutex);
         return lastFence >= serial;

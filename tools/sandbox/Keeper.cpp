@@ -205,6 +205,7 @@ private:
 std::vector<char*> Arguments(std::vector<std::string>& words)
 {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
@@ -332,7 +333,7 @@ int Keeper::WaitForEnd()
 }
 
 /// Byte by byte, so that Fd() is readable as long as a line is left.
-std::string Keeper::ReadRawLine()
+std::string Keeper::ReadRawLine() const
 {
     std::string line;
     for (char character = 0;; line += character) {
@@ -345,7 +346,7 @@ std::string Keeper::ReadRawLine()
     }
 }
 
-void Keeper::SendOrder(int order)
+void Keeper::SendOrder(int order) const
 {
     const auto byte = static_cast<unsigned char>(order);
     send(socket_, &byte, sizeof byte, MSG_NOSIGNAL);

@@ -43,8 +43,8 @@ public:
     int Fd() const { return socket_; }
 
 private:
-    std::string ReadRawLine();
-    void SendOrder(int order);
+    std::string ReadRawLine() const;
+    void SendOrder(int order) const;
 
     int socket_ = -1;
     pid_t pid_ = 0;
