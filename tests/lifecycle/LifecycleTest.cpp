@@ -126,6 +126,18 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
     EXPECT_FALSE(IsMapped());
 }
 
+TEST_F(LifecycleTest, APlugInMayEndTheMonitorWhileItIsUnloaded)
+{
+    const Server server;
+    for (int round = 0; round < 10; ++round) {
+        {
+            const Library plugin(KIV_PLUGIN);
+            EXPECT_EQ(plugin.Symbol<int(int)>("Stop")(round), round);
+        }
+        ASSERT_FALSE(IsMapped()) << "round " << round;
+    }
+}
+
 TEST_F(LifecycleTest, ALaunchThreadKeepsTheCodeInPlaceUntilItIsOver)
 {
     std::promise<void> release;
