@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -226,6 +226,22 @@ std::string Trace(const std::string& option)
     return sandbox.Process().ReadErrors();
 }
 
+/// "00:00:00.000 bus: " at the head of a line becomes "* ".
+std::string WithoutTimes(const std::string& trace)
+{
+    constexpr std::string_view kHead = "00:00:00.000 bus: ";
+    std::string result;
+    std::istringstream lines(trace);
+    for (std::string line; std::getline(lines, line);) {
+        const std::string head = line.substr(0, kHead.size());
+        const bool isTimed = std::ranges::equal(head, kHead, [](char found, char wanted) {
+            return wanted == '0' ? found >= '0' && found <= '9' : found == wanted;
+        });
+        result += (isTimed ? "* " + line.substr(kHead.size()) : line) + "\n";
+    }
+    return result;
+}
+
 TEST(SandboxTest, TracePrintsTheBus)
 {
     const std::string trace = Trace("--trace");
@@ -234,7 +250,7 @@ TEST(SandboxTest, TracePrintsTheBus)
     const std::string asks = "-> org.freedesktop.DBus NameHasOwner('" + std::string(kServer) + "')\n";
     const std::string isAnswered = "<- org.freedesktop.DBus returns (false) [NameHasOwner]\n";
     EXPECT_EQ(
-        std::regex_replace(trace, std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} bus: "), "* "),
+        WithoutTimes(trace),
         "* :1.2 " + asks + "* :1.2 " + isAnswered + "* :1.2 -> org.freedesktop.DBus RequestName('" + kClient +
             "', 0)\n* client.tv_7 <- org.freedesktop.DBus returns (1) [RequestName]\n* client.tv_7 " + asks +
             "* client.tv_7 " + isAnswered);
