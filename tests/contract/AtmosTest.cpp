@@ -519,8 +519,8 @@ TEST_F(AtmosEventTest, SubscribersMayBeRemovedFromWithin)
 TEST_F(AtmosEventTest, ACallbackMayCallTheServer)
 {
     StartAndConnect();
+    control_.SetAtmos(true); // before there is a subscriber to tell
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
-    control_.SetAtmos(true);
     std::atomic<bool> supported = false;
     Callbacks::Do('f', [&] { supported = kiv_is_receiver_atmos(); });
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
