@@ -307,6 +307,283 @@ KIV_API int DisableSurround(void);
 /** Asks for the number of surround channels. @return the server's answer, or -1 */
 KIV_API int GetSurroundChannelNumber(void);
 
+/* --- Speaker lists ---------------------------------------------------------------------------------------------- */
+
+/*
+ * These append to a vector as push_back() does, and throw what push_back() throws if it cannot grow.
+ */
+
+/**
+ * Asks for the active speaker group and its speakers.
+ *
+ * @param pDisplayName  gets NETSPK_LIST_NAME_LEN bytes: the group's display name, as the server sends it; a name that
+ *                      fills the field has no NUL
+ * @param pSpeakerType  gets NETSPK_SPEAKER_TYPE_LEN + 1 bytes: the speaker-type text, likewise
+ * @param list          the active speakers are appended to what it holds
+ * @return the number of speakers that the server announced, also if it sent fewer and none was appended; 0 if it sent
+ *         nothing usable; -1 if the device has no network speakers, the server cannot be reached or the request fails.
+ *         Without a usable answer, both buffers stay as they are
+ */
+KIV_API int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vector<spk_info_s>& list);
+
+/**
+ * Asks for all speaker lists.
+ *
+ * @param list  emptied once the server is reached, then filled
+ * @return the number of records in @p list; 0 if the server sent less than one record; -1 on failure
+ */
+KIV_API int GetNetSpkListInfo(std::vector<STNetSpkListInfo>& list);
+
+/**
+ * GetNetSpkListInfo() into a plain array.
+ *
+ * @param pList  gets every record that the server has: there is no limit, so ask GetNetSpkListInfoNumber() for their
+ *               number first, and leave room for a list that appears in between
+ * @return as GetNetSpkListInfo()
+ */
+KIV_API int getNetSpkListInfo(STNetSpkListInfo* pList);
+
+/** Asks for the number of speaker lists. @return the server's answer, or -1 */
+KIV_API int GetNetSpkListInfoNumber(void);
+
+/**
+ * Asks for the speaker nodes of the network.
+ *
+ * @param list  emptied once the server is reached, then filled
+ * @return the number of records in @p list; 0 if the server sent less than one record; -1 on failure, and if it sent no
+ *         byte at all
+ */
+KIV_API int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list);
+
+/* --- Connecting speakers ---------------------------------------------------------------------------------------- */
+
+/**
+ * Has the server connect a speaker on behalf of a mobile device.
+ *
+ * @param pParam     payload, agreed between the server and the application
+ * @param nParamLen  its bytes; may be 0
+ * @return the server's answer; -1 on failure, if @p pParam is null, and if the payload is too long to be sent (64 MiB)
+ */
+KIV_API int ConnectNetworkSpeakerByMobile(const unsigned char* pParam, unsigned int nParamLen);
+
+/**
+ * Has the server start the speaker of that identifier.
+ *
+ * @param pszID  identifier, of which the first five characters are sent
+ * @return the server's answer; 0 if the request fails or @p pszID is null or shorter than five characters; -1 if the
+ *         device has no network speakers or the server cannot be reached
+ */
+KIV_API int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, int nThird);
+
+/**
+ * The same without an identifier.
+ *
+ * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers or the server cannot be
+ *         reached
+ */
+KIV_API int StartNetworkSpeakerByID(int nFirst, int nSecond, int nThird);
+
+/**
+ * Asks how a speaker is connected.
+ *
+ * @param nSpeakerID  the speaker
+ * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers or the server cannot be
+ *         reached
+ */
+KIV_API int GetSpksConnectionTypeByID(int nSpeakerID);
+
+/**
+ * Asks how speakers are connected.
+ *
+ * @param pList  the speakers; may be empty
+ * @return the server's answer; -1 on failure and if @p pList is null; 0 if there is no memory for the request
+ */
+KIV_API int GetSpksConnectionType(std::vector<STNetSpkConfig>* pList);
+
+/**
+ * Has the server connect newly found speakers.
+ *
+ * @param connectNewSpeakersMacAddrLists  MAC addresses back to back, NETSPK_MAC_LEN bytes each
+ * @param nNewSpeakersCount               their number, at least 1
+ * @return the server's answer; -1 on failure and for bad arguments
+ */
+KIV_API int AutoConnectNewSpeakers(const unsigned char* connectNewSpeakersMacAddrLists, int nNewSpeakersCount);
+
+/** AutoConnectNewSpeakers() for outdoor speakers. */
+KIV_API int
+AutoConnectNewSpeakersForOutdoor(const unsigned char* connectNewSpeakersMacAddrLists, int nNewSpeakersCount);
+
+/**
+ * Has the server connect a speaker directly, for setting it up without an infrastructure network.
+ *
+ * @param nParam  passed through unchanged
+ * @return the server's answer, or -1
+ */
+KIV_API int ConnectToSpeakerForInfraLessSetup(int nParam);
+
+/**
+ * Has the server start a speaker group on behalf of a mobile device.
+ *
+ * @param nParam  passed through unchanged
+ * @return the server's answer, or -1
+ */
+KIV_API int StartNetworkSpeakerGroupByMobile(int nParam);
+
+/* --- Choosing the multi-room link ------------------------------------------------------------------------------- */
+
+/*
+ * Whether the multi-room feature (Tavrin) may be cancelled, pre-selected or selected: true only if the server says so,
+ * false also on any failure.
+ */
+
+KIV_API bool CanCancelTavrin(void);
+KIV_API bool PreSelectTavrin(void);
+KIV_API bool CanSelectTavrin(void);
+
+/* --- Test tones ------------------------------------------------------------------------------------------------- */
+
+/**
+ * Starts the test of a speaker. Failures stand in the log only.
+ *
+ * @param pMac        the speaker's MAC address, NETSPK_MAC_LEN bytes; nothing is sent if null
+ * @param nTestParam  passed through unchanged
+ * @param nChType     channel type, passed through unchanged
+ * @param nTestExtra  passed through unchanged
+ */
+KIV_API void StartNetSpkTest(const unsigned char* pMac, int nTestParam, int nChType, int nTestExtra);
+
+/** Stops the test of a speaker. The arguments are those of StartNetSpkTest(). */
+KIV_API void StopNetSpkTest(const unsigned char* pMac, int nTestParam, int nTestExtra);
+
+/* --- Sound mode of a soundbar ----------------------------------------------------------------------------------- */
+
+#define KIV_SOUNDBAR_DEVICE_INFO_LEN (NETSPK_MAC_LEN + NETSPK_IP_LEN) /**< bytes of a soundbar's identity */
+#define KIV_SOUND_MODE_LEN 20                                         /**< bytes of a soundbar's sound mode */
+
+/**
+ * Sends sound-mode data to a soundbar. Failures stand in the log only.
+ *
+ * @param pMac      the soundbar's MAC address, NETSPK_MAC_LEN bytes
+ * @param nIP       its IPv4 address, first dotted octet in the lowest byte
+ * @param pData     the data; nothing is sent if it or @p pMac is null
+ * @param nDataLen  its bytes; may be 0; nothing is sent if negative
+ */
+KIV_API void SetSoundbarSoundMode(const unsigned char* pMac, int nIP, const unsigned char* pData, int nDataLen);
+
+/**
+ * Asks for the soundbar and its sound mode.
+ *
+ * @param soundbarDeviceInfo  gets KIV_SOUNDBAR_DEVICE_INFO_LEN bytes: MAC address, then IPv4 address in dotted order
+ * @param soundmodeData       gets KIV_SOUND_MODE_LEN bytes
+ * @return the length of the sound-mode data as the server states it; 0 if the server sent nothing usable, or data whose
+ *         stated length does not fit it (both buffers are filled then); -1 on failure. Both buffers stay as they are
+ *         without a usable answer
+ */
+KIV_API int GetSoundbarSoundMode(unsigned char* soundbarDeviceInfo, unsigned char* soundmodeData);
+
+/**
+ * Asks for the soundbar.
+ *
+ * @param soundbarDeviceInfo  gets KIV_SOUNDBAR_DEVICE_INFO_LEN bytes: MAC address, then IPv4 address in dotted order;
+ *                            stays as it is without a usable answer
+ * @return the value that the server gives with it; 0 if the server sent nothing usable; -1 on failure
+ */
+KIV_API int GetSoundbarDeviceInfo(unsigned char* soundbarDeviceInfo);
+
+/**
+ * Tells the server whether a soundbar supports sound modes. Failures stand in the log only.
+ *
+ * @param pMac             the soundbar's MAC address, NETSPK_MAC_LEN bytes; nothing is sent if null
+ * @param nIP              its IPv4 address, first dotted octet in the lowest byte
+ * @param nSupportedOrNot  zero or not
+ */
+KIV_API void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int nSupportedOrNot);
+
+/**
+ * Asks for a soundbar's sound-mode protocol version.
+ *
+ * @param soundbarMAC           the soundbar's MAC address, NETSPK_MAC_LEN bytes
+ * @param pSoundModeVersion     gets the version data, KIV_SOUND_MODE_LEN bytes at most; stays as it is on failure
+ * @param nSoundModeVersionLen  bytes that there is room for, at least 1
+ * @return the protocol version; -1 on failure, for bad arguments, and if the server's answer has another length
+ */
+KIV_API int GetSoundbarProtocolVersion(
+    const unsigned char* soundbarMAC, unsigned char* pSoundModeVersion, int nSoundModeVersionLen);
+
+/**
+ * Asks whether a soundbar supports sound modes.
+ *
+ * @param soundbarMAC  the soundbar's MAC address, NETSPK_MAC_LEN bytes
+ * @return true only if the server says so; false also on any failure and if @p soundbarMAC is null
+ */
+KIV_API bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC);
+
+/* --- Names and volumes ------------------------------------------------------------------------------------------ */
+
+/*
+ * These hand a request to the server and return nothing: failures stand in the log, and what the server then does or
+ * finds arrives as events.
+ *
+ *   pMac  the speaker's MAC address, NETSPK_MAC_LEN bytes; nothing is sent if null
+ *   nIP   its IPv4 address, first dotted octet in the lowest byte
+ *   list  the speakers; may be empty
+ */
+
+/** Renames a speaker. @param pSpkName UTF-8, may be empty; nothing is sent if null or invalid */
+KIV_API void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName);
+
+/** Sets a speaker's volume. @param nVolume passed through unchanged */
+KIV_API void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume);
+
+/** Has the server report a speaker's volume. */
+KIV_API void GetNetSpkVolume(const unsigned char* pMac, int nIP);
+
+KIV_API void IncreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< One step up. */
+KIV_API void DecreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< One step down. */
+KIV_API void ResetNetSpkVolume(const unsigned char* pMac, int nIP);    /**< Back to the server's default. */
+KIV_API void ResetAllNetSpkVolume(void);                               /**< All speakers back to it. */
+
+KIV_API void IncreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< One step up. */
+KIV_API void DecreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< One step down. */
+KIV_API void ResetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);    /**< Back to the server's default. */
+KIV_API void GetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);      /**< Has the server report them. */
+
+/* --- Setting modes ---------------------------------------------------------------------------------------------- */
+
+/**
+ * Sets the mode of the multi-room settings screen.
+ *
+ * @param mode  NETSPKSETTING_SURROUND, NETSPKSETTING_MULTIROOM or another; passed through unchanged
+ * @return the server's answer, or -1
+ */
+KIV_API int SetTavrinUIMode(int mode);
+
+/**
+ * Asks for the mode of the multi-room settings screen.
+ *
+ * @return the mode; NETSPKSETTING_SURROUND instead of NETSPKSETTING_MULTIROOM, and if the request fails; -1 if the
+ *         device has no network speakers or the server cannot be reached
+ */
+KIV_API int GetTavrinUIMode(void);
+
+/** Asks for the mode in which the speaker system works. @return as GetTavrinUIMode() */
+KIV_API int GetNetSpkSettingMode(void);
+
+/*
+ * The two below do not wait for a server that is absent: a thread of the library goes on trying to bring it up.
+ */
+
+/** Whether the multi-room settings may be entered; false also on any failure. */
+KIV_API bool CanEnterTavrinSettings(void);
+
+/**
+ * Whether network speakers are enabled.
+ *
+ * @return the server's answer; true if the device has no network speakers or the server cannot be reached; false if the
+ *         request fails
+ */
+KIV_API bool FlagEnableNetworkSpeaker(void);
+
 /* --- Entry points of an older interface ------------------------------------------------------------------------- */
 
 /*

@@ -3,6 +3,7 @@
 #include "link/BusClient.h"
 #include "link/ClientEndpoint.h"
 
+#include <cinttypes>
 #include <utility>
 
 namespace kiv::link {
@@ -10,28 +11,27 @@ namespace kiv::link {
 namespace {
 
 // D-Bus allows no longer array.
-constexpr std::size_t kMaxArrayLength = std::size_t{64} * 1024 * 1024;
+constexpr std::uint64_t kMaxArrayLength = std::uint64_t{64} * 1024 * 1024;
 
 } // namespace
 
-// Replies of scalars stay unreleased by the functions that read them.
 Reply::~Reply()
 {
-    if (value_) {
-        KeepUnreleased(std::move(value_));
+    if (outcome_.value) {
+        KeepUnreleased(std::move(outcome_.value));
     }
 }
 
 bool Reply::IsOf(const char* type) const
 {
-    return value_ && IsOfType(here_, method_, value_.get(), type);
+    return outcome_.value && IsOfType(outcome_.here, outcome_.method, outcome_.value.get(), type);
 }
 
 int Reply::Int(int preset) const
 {
     gint32 value = preset;
     if (IsOf("(i)")) {
-        g_variant_get(value_.get(), "(i)", &value);
+        g_variant_get(outcome_.value.get(), "(i)", &value);
     }
     return value;
 }
@@ -40,7 +40,7 @@ bool Reply::Bool(bool preset) const
 {
     gboolean value = preset;
     if (IsOf("(b)")) {
-        g_variant_get(value_.get(), "(b)", &value);
+        g_variant_get(outcome_.value.get(), "(b)", &value);
     }
     return value != FALSE;
 }
@@ -49,9 +49,59 @@ const char* Reply::String() const
 {
     const char* value = nullptr;
     if (IsOf("(s)")) {
-        g_variant_get(value_.get(), "(&s)", &value);
+        g_variant_get(outcome_.value.get(), "(&s)", &value);
     }
     return value;
+}
+
+bool ByteReply::HasValue() const
+{
+    if (!outcome_.value) {
+        KIV_LOG_AT(outcome_.here, kLogError, "param_out is NULL");
+    }
+    return outcome_.value != nullptr;
+}
+
+bool ByteReply::TakeMember()
+{
+    GVariant* value = outcome_.value.get();
+    if (value != nullptr && g_variant_n_children(value) != 0) {
+        member_.reset(g_variant_get_child_value(value, 0));
+        return true;
+    }
+    if (value != nullptr) {
+        IsOfType(outcome_.here, outcome_.method, value, "(ay)"); // says that it is not
+    }
+    KIV_LOG_AT(outcome_.here, kLogError, "pTuple is NULL");
+    return false;
+}
+
+std::optional<int> ByteReply::TakeMemberOrFail()
+{
+    if (!*this) {
+        KIV_LOG_AT(outcome_.here, kLogError, "[%s] MethodCall Error", kApiTag);
+        HasValue();
+        return kApiFailed;
+    }
+    if (!HasValue() || !TakeMember()) {
+        return 0;
+    }
+    return std::nullopt;
+}
+
+Bytes ByteReply::Array() const
+{
+    if (!IsOfType(outcome_.here, outcome_.method, member_.get(), "ay")) {
+        return {};
+    }
+    gsize length = 0;
+    const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(member_.get(), &length, 1));
+    return {data, length};
+}
+
+void ByteReply::LeaveUnreleased()
+{
+    KeepUnreleased(std::move(outcome_.value));
 }
 
 bool ApiCall::GetProxy(bool reuse, bool noOwnerCheck) const
@@ -88,26 +138,42 @@ bool ApiCall::Ready() const
     return true;
 }
 
-bool ApiCall::CanSend(std::size_t length) const
+bool ApiCall::CanSend(std::uint64_t length) const
 {
     if (length > kMaxArrayLength) {
-        KIV_LOG_AT(here_, kLogError, "[%s] %zu bytes are more than the bus carries", kApiTag, length);
+        KIV_LOG_AT(here_, kLogError, "[%s] %" PRIu64 " bytes are more than the bus carries", kApiTag, length);
         return false;
     }
     return true;
 }
 
-Reply ApiCall::Invoke(const char* method, GVariant* input) const
+Outcome ApiCall::Call(const char* method, GVariant* input, VariantOwner preset) const
 {
     const VariantOwner argument = Sink(input);
-    GVariant* output = nullptr;
+    GVariant* output = preset.get();
     const bool succeeded = ns_proxy.MethodCall(method, argument.get(), &output, false);
-    return {here_, method, succeeded, output};
+    const bool replaced = output != preset.get();
+    return {here_, method, succeeded, replaced ? VariantOwner(output) : std::move(preset)};
 }
 
-GVariant* BytesTuple(const void* data, std::size_t length)
+Reply ApiCall::Invoke(const char* method, GVariant* input, VariantOwner preset) const
 {
-    return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, data, length, 1));
+    return Reply(Call(method, input, std::move(preset)));
+}
+
+ByteReply ApiCall::InvokeForBytes(const char* method, GVariant* input, VariantOwner preset) const
+{
+    return ByteReply(Call(method, input, std::move(preset)));
+}
+
+GVariant* BytesTuple(const Payload& payload)
+{
+    return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, payload.data(), payload.size(), 1));
+}
+
+VariantOwner NoBytes()
+{
+    return Sink(g_variant_new("(ay)", nullptr));
 }
 
 } // namespace kiv::link

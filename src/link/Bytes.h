@@ -4,8 +4,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <span>
+#include <type_traits>
+#include <vector>
 
 namespace kiv::link {
 
@@ -35,21 +38,73 @@ inline std::int32_t Int32At(Bytes bytes, std::size_t offset)
     return value;
 }
 
-struct Free {
-    void operator()(void* memory) const { std::free(memory); }
-};
-using Buffer = std::unique_ptr<unsigned char, Free>;
-
-// Records back to back; null if there is no memory for them.
-template <typename Record>
-Buffer PackRecords(std::span<const Record> records)
+// The bytes of a value as it lies in memory.
+template <typename Value>
+Bytes BytesOf(const Value& value)
 {
-    // NOLINTNEXTLINE(clang-analyzer-unix.MallocSizeof): bytes of records
-    Buffer buffer(static_cast<unsigned char*>(std::calloc(records.size(), sizeof(Record))));
-    if (buffer && !records.empty()) {
-        std::memcpy(buffer.get(), records.data(), records.size_bytes());
-    }
-    return buffer;
+    static_assert(std::is_trivially_copyable_v<Value>);
+    return {reinterpret_cast<const unsigned char*>(&value), sizeof value};
 }
+
+// The bytes of records that lie back to back.
+template <typename Record>
+Bytes BytesOf(const std::vector<Record>& records)
+{
+    return {reinterpret_cast<const unsigned char*>(records.data()), records.size() * sizeof(Record)};
+}
+
+// A byte payload to be sent; false if there was no memory for it.
+class Payload {
+public:
+    // The parts back to back.
+    Payload(std::initializer_list<Bytes> parts)
+    {
+        for (const Bytes part : parts) {
+            size_ += part.size();
+        }
+        memory_.reset(static_cast<unsigned char*>(std::calloc(size_, 1)));
+        unsigned char* end = memory_.get();
+        for (const Bytes part : parts) {
+            end = end != nullptr ? std::copy(part.begin(), part.end(), end) : nullptr;
+        }
+    }
+
+    explicit operator bool() const { return memory_ != nullptr; }
+    const unsigned char* data() const { return memory_.get(); }
+    std::size_t size() const { return size_; }
+
+private:
+    struct Free {
+        void operator()(void* memory) const { std::free(memory); }
+    };
+
+    std::size_t size_ = 0;
+    std::unique_ptr<unsigned char, Free> memory_;
+};
+
+// The whole records in a byte array, copied one by one behind what a list holds; bytes that make no whole record are
+// left out. Returns their number.
+template <typename Record>
+int AppendRecords(std::vector<Record>& list, Bytes bytes)
+{
+    const std::size_t count = bytes.size() / sizeof(Record);
+    for (std::size_t i = 0; i < count; ++i) {
+        Record record;
+        std::memcpy(&record, bytes.data() + i * sizeof record, sizeof record);
+        list.push_back(record);
+    }
+    return static_cast<int>(count);
+}
+
+// The text in a field of fixed size, which need not end with a NUL.
+template <std::size_t Size>
+class Text {
+public:
+    explicit Text(const char* field) { std::memcpy(text_, field, Size); }
+    const char* c_str() const { return text_; }
+
+private:
+    char text_[Size + 1] = {};
+};
 
 } // namespace kiv::link

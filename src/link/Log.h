@@ -33,3 +33,7 @@ struct Here {
 #define KIV_LOG_WARNING(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogWarning, __VA_ARGS__)
 #define KIV_LOG_ERROR(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogError, __VA_ARGS__)
 #define KIV_LOG_MARK(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogMark, __VA_ARGS__)
+
+// A MAC address in a format, and its bytes for that format or for a tuple "(yyyyyy...)".
+#define KIV_MAC_FORMAT "%02x:%02x:%02x:%02x:%02x:%02x"
+#define KIV_MAC_BYTES(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]

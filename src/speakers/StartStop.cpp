@@ -3,8 +3,6 @@
 #include "link/Bytes.h"
 
 #include <ctime>
-#include <span>
-#include <utility>
 #include <vector>
 
 using namespace kiv::link;
@@ -17,8 +15,7 @@ int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStart
     }
     KIV_LOG_MARK("[%s] START, nMode[%d], nStartReason[%d]", kApiTag, nMode, nStartReason);
 
-    const std::size_t length = list.size() * sizeof(STNetSpkConfig);
-    if (!call.CanSend(length)) {
+    if (!call.CanSend(BytesOf(list).size())) {
         return kApiFailed;
     }
     const Reply modeReply = call.Invoke("SetNetSpkSettingMode", g_variant_new("(ii)", nMode, nStartReason));
@@ -31,12 +28,12 @@ int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStart
         KIV_LOG_ERROR("[%s] MethodCall(SetNetSpkSettingMode) Error!", kApiTag);
     }
 
-    const Buffer payload = PackRecords(std::span(std::as_const(list)));
+    const Payload payload{BytesOf(list)};
     if (!payload) {
         KIV_LOG_ERROR("[%s] calloc() fail", kApiTag);
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("StartNetworkSpeaker", BytesTuple(payload.get(), length));
+    const Reply reply = call.Invoke("StartNetworkSpeaker", BytesTuple(payload));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error, time(%d)", kApiTag, static_cast<int>(time(nullptr)));
         return kApiFailed;

@@ -1,0 +1,106 @@
+#include "KivServiceInterface.h"
+#include "link/ApiCall.h"
+#include "settings/VolumeRequests.h"
+
+#include <cstring>
+
+using namespace kiv::link;
+using namespace kiv::settings;
+
+void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName)
+{
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return;
+    }
+    if (pMac == nullptr || pSpkName == nullptr) {
+        KIV_LOG_ERROR("(%s) return", "pMac == NULL || pSpkName == NULL");
+        return;
+    }
+    const std::size_t length = std::strlen(pSpkName);
+    KIV_LOG_DEBUG(
+        "[%s] Mac[" KIV_MAC_FORMAT "], SpkName[%s], strlen(%zu)", kApiTag, KIV_MAC_BYTES(pMac), pSpkName, length);
+    if (!call.CanSend(length)) {
+        return;
+    }
+    if (g_utf8_validate(pSpkName, -1, nullptr) == FALSE) {
+        KIV_LOG_ERROR("(%s) return", "pSpkName is not valid UTF-8");
+        return;
+    }
+    if (!call.Invoke("SetNetSpkName", g_variant_new("(yyyyyyis)", KIV_MAC_BYTES(pMac), nIP, pSpkName))) {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+    }
+}
+
+void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume)
+{
+    KIV_LOG_INFO("[%s] Enter", kApiTag);
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready() || pMac == nullptr) {
+        return;
+    }
+    if (!call.Invoke("SetNetSpkVolume", g_variant_new("(yyyyyyii)", KIV_MAC_BYTES(pMac), nIP, nVolume))) {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+    }
+}
+
+void GetNetSpkVolume(const unsigned char* pMac, int nIP)
+{
+    KIV_LOG_DEBUG("[%s] Enter", kApiTag);
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready() || pMac == nullptr) {
+        return;
+    }
+    if (!call.Invoke("GetNetSpkVolume", g_variant_new("(yyyyyyi)", KIV_MAC_BYTES(pMac), nIP))) {
+        KIV_LOG_ERROR("MethodCall Error");
+    }
+}
+
+void IncreaseNetSpkVolume(const unsigned char* pMac, int nIP)
+{
+    m_SetSpkVolume(pMac, nIP, 0);
+}
+
+void DecreaseNetSpkVolume(const unsigned char* pMac, int nIP)
+{
+    m_SetSpkVolume(pMac, nIP, 1);
+}
+
+void ResetNetSpkVolume(const unsigned char* pMac, int nIP)
+{
+    m_SetSpkVolume(pMac, nIP, 2);
+}
+
+void ResetAllNetSpkVolume()
+{
+    KIV_LOG_INFO("[%s] Enter", kApiTag);
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return;
+    }
+    if (call.Invoke("ResetAllNetSpkVolume")) {
+        KIV_LOG_INFO("ResetAllNetSpkVolume done");
+    } else {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+    }
+}
+
+void IncreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list)
+{
+    TransformNetSpkList(list, "IncreaseNetSpkVolumeList");
+}
+
+void DecreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list)
+{
+    TransformNetSpkList(list, "DecreaseNetSpkVolumeList");
+}
+
+void ResetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list)
+{
+    TransformNetSpkList(list, "ResetNetSpkVolumeList");
+}
+
+void GetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list)
+{
+    TransformNetSpkList(list, "GetNetSpkVolumeList");
+}

@@ -1,0 +1,110 @@
+#include "KivServiceInterface.h"
+#include "link/ApiCall.h"
+#include "link/Launch.h"
+
+using namespace kiv::link;
+
+namespace {
+
+// The functions that ask for a mode never tell of the multi-room mode.
+int RefuseMultiRoom(const Here& here)
+{
+    KIV_LOG_AT(here, kLogError, "[%s] Not support NETSPKSETTING_MULTIROOM, return NETSPKSETTING_SURROUND", kApiTag);
+    return NETSPKSETTING_SURROUND;
+}
+
+// The server's answer to a question for a mode; -1 also if the call fails.
+int AskForMode(const ApiCall& call, const Here& here, const char* question)
+{
+    const Reply reply = call.Invoke(question);
+    if (!reply) {
+        KIV_LOG_AT(here, kLogError, "[%s] MethodCall Error", kApiTag);
+    }
+    return reply.Int(kApiFailed);
+}
+
+} // namespace
+
+int SetTavrinUIMode(int mode)
+{
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return kApiFailed;
+    }
+    const Reply reply = call.Invoke("SetTavrinUIMode", g_variant_new("(i)", mode));
+    if (!reply) {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+    }
+    return reply.Int(kApiFailed);
+}
+
+int GetTavrinUIMode()
+{
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return kApiFailed;
+    }
+    const int mode = AskForMode(call, KIV_HERE, "GetTavrinUIMode");
+    if (mode == -1) {
+        KIV_LOG_ERROR("[%s] Cannot get TavrinUIMode from NAM, return NETSPKSETTING_SURROUND", kApiTag);
+        return NETSPKSETTING_SURROUND;
+    }
+    return mode == NETSPKSETTING_MULTIROOM ? RefuseMultiRoom(KIV_HERE) : mode;
+}
+
+int GetNetSpkSettingMode()
+{
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return kApiFailed;
+    }
+    int mode = AskForMode(call, KIV_HERE, "GetNetSpkSettingMode");
+    if (mode == -1) {
+        KIV_LOG_ERROR(
+            "[%s] Cannot get speakersystem mode from NAM, just return default value(NETSPKSETTING_MULTIROOM)", kApiTag);
+        mode = NETSPKSETTING_MULTIROOM;
+    }
+    return mode == NETSPKSETTING_MULTIROOM ? RefuseMultiRoom(KIV_HERE) : mode;
+}
+
+bool CanEnterTavrinSettings()
+{
+    if (!s_pre_checking()) {
+        KIV_LOG_INFO("[%s] bCanEnterTavrinSettings[%d]", kApiTag, false);
+        return false;
+    }
+    VariantOwner preset = Sink(g_variant_new("(b)", FALSE));
+    if (!preset) {
+        KIV_LOG_ERROR("param_out is NULL");
+    }
+    const Reply reply = ApiCall(KIV_HERE).Invoke("CanEnterTavrinSettings", nullptr, std::move(preset));
+    if (!reply) {
+        KIV_LOG_ERROR("MethodCall Error");
+        return false;
+    }
+    const bool bCanEnterTavrinSettings = reply.Bool(false);
+    KIV_LOG_INFO("bCanEnterTavrinSettings[%d]", bCanEnterTavrinSettings);
+    return bCanEnterTavrinSettings;
+}
+
+bool FlagEnableNetworkSpeaker()
+{
+    KIV_LOG_DEBUG("[%s] Enter", kApiTag);
+    if (!s_pre_checking()) {
+        // As long as nobody can be asked, they count as enabled.
+        KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, true);
+        return true;
+    }
+    VariantOwner preset = Sink(g_variant_new("(b)", TRUE));
+    if (!preset) {
+        KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
+    }
+    const Reply reply = ApiCall(KIV_HERE).Invoke("FlagEnableNetworkSpeaker", nullptr, std::move(preset));
+    if (!reply) {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+        return false;
+    }
+    const bool bEnableNetworkSpeaker = reply.Bool(false);
+    KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, bEnableNetworkSpeaker);
+    return bEnableNetworkSpeaker;
+}

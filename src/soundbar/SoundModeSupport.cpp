@@ -1,0 +1,107 @@
+#include "KivServiceInterface.h"
+#include "link/ApiCall.h"
+#include "link/Bytes.h"
+
+using namespace kiv::link;
+
+namespace {
+
+// What the server answers about the protocol: the version, and data about the sound modes.
+constexpr std::size_t kVersionDataAt = sizeof(std::int32_t);
+constexpr std::size_t kVersionReplyLength = kVersionDataAt + KIV_SOUND_MODE_LEN;
+
+} // namespace
+
+void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int nSupportedOrNot)
+{
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return;
+    }
+    if (pMac == nullptr) {
+        KIV_LOG_ERROR("(%s) return", "pMac == NULL");
+        return;
+    }
+    KIV_LOG_DEBUG("[%s] Mac[" KIV_MAC_FORMAT "], nSupportedOrNot[%d]", kApiTag, KIV_MAC_BYTES(pMac), nSupportedOrNot);
+    const Payload payload{Bytes(pMac, NETSPK_MAC_LEN), BytesOf(nIP), BytesOf(nSupportedOrNot)};
+    if (!payload) {
+        KIV_LOG_ERROR("calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+sizeof(int)) fail");
+        return;
+    }
+    if (!call.Invoke("SetSoundbarSupportSoundMode", BytesTuple(payload))) {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+    }
+}
+
+int GetSoundbarProtocolVersion(
+    const unsigned char* soundbarMAC, unsigned char* pSoundModeVersion, int nSoundModeVersionLen)
+{
+    KIV_LOG_DEBUG("[%s] Enter", kApiTag);
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return kApiFailed;
+    }
+    if (soundbarMAC == nullptr || pSoundModeVersion == nullptr || nSoundModeVersionLen < 1) {
+        KIV_LOG_ERROR(
+            "Invalid arguments, soundbarMAC[%p], pSoundModeVersion[%p], nSoundModeVersionLen[%d]",
+            static_cast<const void*>(soundbarMAC), static_cast<const void*>(pSoundModeVersion), nSoundModeVersionLen);
+        return kApiFailed;
+    }
+    const Payload payload{Bytes(soundbarMAC, NETSPK_MAC_LEN)};
+    if (!payload) {
+        KIV_LOG_ERROR("calloc(NETSPK_MAC_LEN*sizeof(char)) fail");
+        return kApiFailed;
+    }
+    VariantOwner preset = NoBytes();
+    if (!preset) {
+        KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
+        return kApiFailed;
+    }
+    ByteReply reply = call.InvokeForBytes("GetSoundbarProtocolVersion", BytesTuple(payload), std::move(preset));
+    if (!reply) {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+        return kApiFailed;
+    }
+    if (!reply.TakeMember()) {
+        return kApiFailed;
+    }
+    const Bytes bytes = reply.Array();
+    KIV_LOG_DEBUG("soundmode version length[%zu]", bytes.size());
+    if (bytes.data() == nullptr) {
+        KIV_LOG_ERROR("pByteArray is NULL");
+        return kApiFailed;
+    }
+    if (bytes.size() != kVersionReplyLength) {
+        return kApiFailed;
+    }
+    CopyUpTo({pSoundModeVersion, static_cast<std::size_t>(nSoundModeVersionLen)}, From(bytes, kVersionDataAt));
+    return Int32At(bytes, 0);
+}
+
+bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC)
+{
+    KIV_LOG_DEBUG("[%s] Enter", kApiTag);
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return false;
+    }
+    if (soundbarMAC == nullptr) {
+        return false;
+    }
+    const Payload payload{Bytes(soundbarMAC, NETSPK_MAC_LEN)};
+    if (!payload) {
+        KIV_LOG_ERROR("calloc(NETSPK_MAC_LEN*sizeof(char)) fail");
+        return false;
+    }
+    VariantOwner preset = Sink(g_variant_new("(b)", FALSE));
+    if (!preset) {
+        KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
+        return false;
+    }
+    const Reply reply = call.Invoke("IsSoundbarSupportSoundMode", BytesTuple(payload), std::move(preset));
+    if (!reply) {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+        return false;
+    }
+    return reply.Bool(false);
+}

@@ -1,0 +1,162 @@
+#include "KivServiceInterface.h"
+#include "link/ApiCall.h"
+#include "link/Bytes.h"
+
+#include <cstring>
+#include <optional>
+
+using namespace kiv::link;
+
+namespace {
+
+constexpr std::size_t kTypeLength = NETSPK_SPEAKER_TYPE_LEN + 1;
+
+// What the server answers about the active speakers: name, type, number of speakers, speakers.
+constexpr std::size_t kTypeAt = NETSPK_LIST_NAME_LEN;
+constexpr std::size_t kCountAt = kTypeAt + kTypeLength;
+constexpr std::size_t kSpeakersAt = kCountAt + sizeof(std::int32_t);
+
+// The number that the server announces; the speakers are appended only if all of them are there.
+int AppendSpeakers(std::vector<spk_info_s>& list, Bytes payload)
+{
+    if (payload.size() < kSpeakersAt) {
+        return 0;
+    }
+    const std::int32_t announced = Int32At(payload, kCountAt);
+    const Bytes speakers = From(payload, kSpeakersAt);
+    if (announced >= 1 && speakers.size() / sizeof(spk_info_s) >= static_cast<std::size_t>(announced)) {
+        AppendRecords(list, speakers.first(static_cast<std::size_t>(announced) * sizeof(spk_info_s)));
+    }
+    return announced;
+}
+
+// Nothing where no byte array came.
+std::optional<int> ReadNodes(const Here& here, ByteReply& reply, std::vector<CNetSpkNodeInfo>& list)
+{
+    if (const std::optional<int> failure = reply.TakeMemberOrFail()) {
+        return failure;
+    }
+    const Bytes bytes = reply.Array();
+    if (bytes.data() == nullptr) {
+        KIV_LOG_AT(here, kLogError, "[%s] pByteArray is NULL", kApiTag);
+        return std::nullopt;
+    }
+    KIV_LOG_AT(
+        here, kLogDebug, "[%s] elenum[%zu], sizeof(CNetSpkNodeInfo)[%zu]", kApiTag, bytes.size(),
+        sizeof(CNetSpkNodeInfo));
+    return AppendRecords(list, bytes);
+}
+
+} // namespace
+
+int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vector<spk_info_s>& list)
+{
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return kApiFailed;
+    }
+    VariantOwner preset = NoBytes();
+    if (!preset) {
+        KIV_LOG_ERROR("(%s) return", "param_out == NULL");
+        return kApiFailed;
+    }
+    ByteReply reply = call.InvokeForBytes("GetActiveNetSpkInfo", g_variant_new("(i)", 0), std::move(preset));
+    if (!reply) {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+        return kApiFailed;
+    }
+    if (!reply.HasValue() || !reply.TakeMember()) {
+        return 0;
+    }
+    const Bytes payload = reply.Array();
+    if (payload.data() == nullptr) {
+        KIV_LOG_ERROR("[%s] pByteArray is NULL", kApiTag);
+        return 0;
+    }
+    if (payload.size() < kCountAt) {
+        KIV_LOG_ERROR(
+            "[%s] elenum[%zu] less than (NETSPK_LIST_NAME_LEN + NETSPK_SPEAKER_TYPE_LEN+1)[%d]", kApiTag,
+            payload.size(), static_cast<int>(kCountAt));
+        return 0;
+    }
+    std::memcpy(pDisplayName, payload.data(), NETSPK_LIST_NAME_LEN);
+    std::memcpy(pSpeakerType, payload.data() + kTypeAt, kTypeLength);
+    const int count = AppendSpeakers(list, payload);
+    KIV_LOG_INFO(
+        "actviceSpksDisplayName[%s], atciveSpksSpeakerType[%s], speakercount[%d]",
+        Text<NETSPK_LIST_NAME_LEN>(pDisplayName).c_str(), Text<kTypeLength>(pSpeakerType).c_str(), count);
+    return count;
+}
+
+int GetNetSpkListInfo(std::vector<STNetSpkListInfo>& list)
+{
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return kApiFailed;
+    }
+    list.clear();
+    VariantOwner preset = NoBytes();
+    if (!preset) {
+        KIV_LOG_ERROR("(%s) return", "param_out_val == NULL");
+        return kApiFailed;
+    }
+    ByteReply reply = call.InvokeForBytes("GetNetSpkListInfo", g_variant_new("(i)", 0), std::move(preset));
+    if (const std::optional<int> failure = reply.TakeMemberOrFail()) {
+        return *failure;
+    }
+    const Bytes bytes = reply.Array();
+    if (bytes.data() == nullptr) {
+        KIV_LOG_ERROR("[%s] pByteArray is NULL", kApiTag);
+        return 0;
+    }
+    KIV_LOG_DEBUG("[%s] elenum[%zu], sizeof(STNetSpkListInfo)[%zu]", kApiTag, bytes.size(), sizeof(STNetSpkListInfo));
+    return AppendRecords(list, bytes);
+}
+
+int getNetSpkListInfo(STNetSpkListInfo* pList)
+{
+    std::vector<STNetSpkListInfo> list;
+    const int result = GetNetSpkListInfo(list);
+    std::copy(list.begin(), list.end(), pList);
+    return result;
+}
+
+int GetNetSpkListInfoNumber()
+{
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return kApiFailed;
+    }
+    int nRetV = kApiFailed;
+    const Reply reply = call.Invoke("GetNetSpkListInfoNumber");
+    if (reply) {
+        nRetV = reply.Int(0);
+    } else {
+        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+    }
+    KIV_LOG_INFO("GetNetSpkListInfoNumber nRetV=[%d]", nRetV);
+    return nRetV;
+}
+
+int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list)
+{
+    KIV_LOG_INFO("GetNetSpkNodeList");
+    const ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
+        return kApiFailed;
+    }
+    list.clear();
+    VariantOwner preset = NoBytes();
+    if (!preset) {
+        KIV_LOG_ERROR("(%s) return", "param_out_value == NULL");
+        return kApiFailed;
+    }
+    ByteReply reply = call.InvokeForBytes("GetNetSpkNodeList", g_variant_new("(i)", 0), std::move(preset));
+    const std::optional<int> size = ReadNodes(KIV_HERE, reply, list);
+    if (!size) {
+        reply.LeaveUnreleased();
+        return kApiFailed;
+    }
+    KIV_LOG_INFO("[%s] Speaker Size[%d]", kApiTag, *size);
+    return *size;
+}
