@@ -1,6 +1,5 @@
-#include "support/BusTest.h"
+#include "ApiTest.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -12,41 +11,7 @@ using ::testing::IsEmpty;
 
 namespace {
 
-const std::string kEnter = "D MethodCall: [NAM_API] Enter";
-
-class StartStopTest : public BusTest {
-protected:
-    // What the function itself logged.
-    static Lines Own(const std::string& function)
-    {
-        Lines lines = platform_log::OfFunction(function);
-        std::erase(lines, "I " + function + ": >>> API Start ");
-        return lines;
-    }
-};
-
-STNetSpkConfig Speaker(unsigned char seed)
-{
-    unsigned char bytes[sizeof(STNetSpkConfig)];
-    for (std::size_t i = 0; i < sizeof bytes; ++i) {
-        bytes[i] = static_cast<unsigned char>(seed + i);
-    }
-    STNetSpkConfig speaker;
-    std::memcpy(&speaker, bytes, sizeof speaker);
-    return speaker;
-}
-
-// The bytes of a call's one argument, "(ay)".
-std::vector<unsigned char> Bytes(const ServerCall& call)
-{
-    EXPECT_STREQ(g_variant_get_type_string(call.body.get()), "(ay)");
-    GVariant* array = g_variant_get_child_value(call.body.get(), 0);
-    gsize count = 0;
-    const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(array, &count, 1));
-    std::vector<unsigned char> bytes(data, data + count);
-    g_variant_unref(array);
-    return bytes;
-}
+class StartStopTest : public ApiTest {};
 
 TEST(RecordsTest, LengthsAndModesAreTheServers)
 {
@@ -80,8 +45,6 @@ TEST(RecordsTest, RecordsLieAsTheyTravel)
 
 TEST_F(StartStopTest, StartSendsTheModeThenTheSpeakers)
 {
-    StartServer();
-    Connect();
     std::vector<STNetSpkConfig> list{Speaker(1), Speaker(100), Speaker(200)};
     control_.SetFault("StartNetworkSpeaker", "{'reply': <(55,)>}");
 
@@ -105,8 +68,6 @@ TEST_F(StartStopTest, StartSendsTheModeThenTheSpeakers)
 
 TEST_F(StartStopTest, StartSendsAnEmptyListToo)
 {
-    StartServer();
-    Connect();
     std::vector<STNetSpkConfig> none;
 
     EXPECT_NE(StartNetworkSpeaker(80, none, 0), -1);
@@ -118,7 +79,6 @@ TEST_F(StartStopTest, StartSendsAnEmptyListToo)
 
 TEST_F(StartStopTest, StartLeavesTheListAlone)
 {
-    StartServer();
     std::vector<STNetSpkConfig> list{Speaker(1), Speaker(2)};
     const auto before = list;
     StartNetworkSpeaker(80, list, 0);
@@ -128,8 +88,6 @@ TEST_F(StartStopTest, StartLeavesTheListAlone)
 
 TEST_F(StartStopTest, StartGoesOnWhenTheServerRefusesTheMode)
 {
-    StartServer();
-    Connect();
     control_.SetFault("SetNetSpkSettingMode", "{'reply': <(-1,)>}");
     control_.SetFault("StartNetworkSpeaker", "{'reply': <(3,)>}");
     std::vector<STNetSpkConfig> list{Speaker(1)};
@@ -145,8 +103,6 @@ TEST_F(StartStopTest, StartGoesOnWhenTheServerRefusesTheMode)
 
 TEST_F(StartStopTest, StartTakesAnyOtherAnswerToTheModeSilently)
 {
-    StartServer();
-    Connect();
     control_.SetFault("SetNetSpkSettingMode", "{'reply': <(-2,)>}");
     control_.SetFault("StartNetworkSpeaker", "{'reply': <(-1,)>}");
     std::vector<STNetSpkConfig> list{Speaker(1)};
@@ -158,9 +114,7 @@ TEST_F(StartStopTest, StartTakesAnyOtherAnswerToTheModeSilently)
 
 TEST_F(StartStopTest, StartEndsWhenTheModeCannotBeSet)
 {
-    StartServer();
-    Connect();
-    control_.SetFault("SetNetSpkSettingMode", "{'error': <'org.example.Refused'>}");
+    control_.SetFault("SetNetSpkSettingMode", kRefusal);
     std::vector<STNetSpkConfig> list{Speaker(1)};
 
     EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
@@ -172,9 +126,7 @@ TEST_F(StartStopTest, StartEndsWhenTheModeCannotBeSet)
 
 TEST_F(StartStopTest, AFailedStartIsLoggedWithTheTime)
 {
-    StartServer();
-    Connect();
-    control_.SetFault("StartNetworkSpeaker", "{'error': <'org.example.Refused'>}");
+    control_.SetFault("StartNetworkSpeaker", kRefusal);
     std::vector<STNetSpkConfig> list{Speaker(1)};
     const std::time_t before = std::time(nullptr);
 
@@ -191,8 +143,6 @@ TEST_F(StartStopTest, AFailedStartIsLoggedWithTheTime)
 
 TEST_F(StartStopTest, AModeAnswerOfAnotherTypeCountsAsARefusal)
 {
-    StartServer();
-    Connect();
     control_.SetFault("SetNetSpkSettingMode", "{'reply': <('yes',)>}");
     control_.SetFault("StartNetworkSpeaker", "{'reply': <(3,)>}");
     std::vector<STNetSpkConfig> list{Speaker(1)};
@@ -210,8 +160,6 @@ TEST_F(StartStopTest, AModeAnswerOfAnotherTypeCountsAsARefusal)
 
 TEST_F(StartStopTest, TwentyThousandSpeakersTravel)
 {
-    StartServer();
-    Connect();
     std::vector<STNetSpkConfig> list(20'000, Speaker(9));
     control_.SetFault("StartNetworkSpeaker", "{'reply': <(1,)>}");
     EXPECT_EQ(StartNetworkSpeaker(80, list, 1), 1);
@@ -220,8 +168,6 @@ TEST_F(StartStopTest, TwentyThousandSpeakersTravel)
 
 TEST_F(StartStopTest, AListThatTheBusCannotCarryIsRefusedBeforeAnythingIsSent)
 {
-    StartServer();
-    Connect();
     std::vector<STNetSpkConfig> list(64 * 1024 * 1024 / 86 + 1);
 
     EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
@@ -266,70 +212,42 @@ const Scalar kScalars[] = {
 
 class ScalarTest : public StartStopTest, public ::testing::WithParamInterface<Scalar> {
 protected:
-    void SetUp() override
-    {
-        StartServer();
-        Connect();
-    }
+    const Scalar& scalar_ = GetParam();
+    const std::string name_ = GetParam().name;
 };
 
 TEST_P(ScalarTest, TheServersAnswerIsReturnedAndLogged)
 {
-    const Scalar& scalar = GetParam();
     for (const int answer : {0, 77, -5, -1, 2147483647}) {
-        control_.SetFault(scalar.name, "{'reply': <(" + std::to_string(answer) + ",)>}");
+        control_.SetFault(name_, "{'reply': <(" + std::to_string(answer) + ",)>}");
         ForgetTraffic();
-        EXPECT_EQ(scalar.call(), answer);
-        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, scalar.sent));
+        EXPECT_EQ(scalar_.call(), answer);
+        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, scalar_.sent));
         EXPECT_EQ(
             platform_log::OfTestThread(),
-            (Lines{"I " + std::string(scalar.name) + ": >>> API Start ", kEnter} + scalar.before +
-             Lines{kEnter, scalar.answerHead + std::to_string(answer) + "]"}));
+            Logged(name_, scalar_.before, {scalar_.answerHead + std::to_string(answer) + "]"}));
     }
 }
 
 TEST_P(ScalarTest, AFailedCallIsMinusOneAndOneMoreLine)
 {
-    const Scalar& scalar = GetParam();
-    control_.SetFault(scalar.name, "{'error': <'org.example.Refused'>, 'message': <'no'>}");
-    EXPECT_EQ(scalar.call(), -1);
-    const std::string name = scalar.name;
+    control_.SetFault(name_, kRefusal);
+    EXPECT_EQ(scalar_.call(), -1);
     EXPECT_EQ(
         platform_log::OfTestThread(),
-        (Lines{"I " + name + ": >>> API Start ", kEnter} + scalar.before +
-         Lines{
-             kEnter, "E MethodCall: [NAM_API] Error: method [" + name + "],[GDBus.Error:org.example.Refused: no]...",
-             "E " + name + ": [NAM_API] MethodCall Error"}));
+        Logged(name_, scalar_.before, {RefusedLine(name_), "E " + name_ + ": [NAM_API] MethodCall Error"}));
 }
 
 TEST_P(ScalarTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
 {
-    const Scalar& scalar = GetParam();
-    const std::pair<const char*, const char*> replies[] = {
-        {"()", "()"},
-        {"('x',)", "(s)"},
-        {"(1.5,)", "(d)"},
-        {"(true,)", "(b)"},
-        {"(1, 2)", "(ii)"},
-        {"([1, 2],)", "(ai)"},
-        {"(<1>,)", "(v)"},
-        {"(['a', 'b'],)", "(as)"},
-        {"(int64 1,)", "(x)"},
-        {"({'k': <1>},)", "(a{sv})"},
-        {"(b'bytes',)", "(ay)"},
-        {"(uint32 1,)", "(u)"},
-    };
-    for (const auto& [reply, type] : replies) {
-        const std::string value = std::string(reply) == "()" ? "'()'" : reply;
-        control_.SetFault(scalar.name, "{'reply': <" + value + ">}");
+    for (const WrongReply& reply : WrongReplies("(i)")) {
+        control_.SetFault(name_, reply.Fault());
         platform_log::Clear();
-        EXPECT_EQ(scalar.call(), -1) << reply;
-        const std::string name = scalar.name;
+        EXPECT_EQ(scalar_.call(), -1) << reply.value;
         EXPECT_EQ(
-            Own(name), (scalar.before + Lines{
-                                            "E " + name + ": [NAM_API] method [" + name + "], type [(i)] expected, [" +
-                                                type + "] found",
-                                            scalar.answerHead + "-1]"}));
+            platform_log::OfTestThread(),
+            Logged(
+                name_, scalar_.before, {WrongTypeLine(name_, name_, "(i)", reply.type), scalar_.answerHead + "-1]"}));
     }
 }
 
@@ -339,8 +257,6 @@ INSTANTIATE_TEST_SUITE_P(Functions, ScalarTest, ::testing::ValuesIn(kScalars), [
 
 TEST_F(StartStopTest, ArgumentsPassThroughUnchanged)
 {
-    StartServer();
-    Connect();
     for (const int stopType : {0, -1, 2147483647, -2147483647 - 1}) {
         ForgetTraffic();
         StopNetworkSpeaker(stopType);
