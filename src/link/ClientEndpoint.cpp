@@ -45,6 +45,9 @@ public:
 private:
     bool Open(const ConnectionOwner& connection);
     bool ParseXml(const std::string& id);
+    // On the connection that the process shares, or on another one.
+    guint OwnName(const char* name) const;
+    guint OwnName(GDBusConnection* connection, const char* name) const;
 
     CNSGdbus& client_;
     const Here here_;
@@ -122,11 +125,24 @@ bool ClientEndpoint::Open(const ConnectionOwner& connection)
     }
     if (connection) {
         ++g_namesInUse;
-        nameOwner_ = g_bus_own_name(
-            G_BUS_TYPE_SYSTEM, name.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE, CNSGdbus::m_OnbusAcquired,
-            CNSGdbus::m_OnnameAcquired, CNSGdbus::m_OnnameLost, &client_, OnNameDone);
+        nameOwner_ = IsPrivate(connection.get()) ? OwnName(connection.get(), name.c_str()) : OwnName(name.c_str());
     }
     return true;
+}
+
+guint ClientEndpoint::OwnName(const char* name) const
+{
+    return g_bus_own_name(
+        G_BUS_TYPE_SYSTEM, name, G_BUS_NAME_OWNER_FLAGS_NONE, CNSGdbus::m_OnbusAcquired, CNSGdbus::m_OnnameAcquired,
+        CNSGdbus::m_OnnameLost, &client_, OnNameDone);
+}
+
+guint ClientEndpoint::OwnName(GDBusConnection* connection, const char* name) const
+{
+    CNSGdbus::m_OnbusAcquired(connection, name, &client_);
+    return g_bus_own_name_on_connection(
+        connection, name, G_BUS_NAME_OWNER_FLAGS_NONE, CNSGdbus::m_OnnameAcquired, CNSGdbus::m_OnnameLost, &client_,
+        OnNameDone);
 }
 
 bool ClientEndpoint::ParseXml(const std::string& id)

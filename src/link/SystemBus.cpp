@@ -19,6 +19,9 @@ std::recursive_mutex g_closedDelivery;
 // Made by the first opener, and only used by the thread that holds g_opening: a context has one user at a time.
 GMainContext* g_context;
 
+// The connection of the library's own, if there is one.
+GWeakRef g_private;
+
 GMainContext* Context()
 {
     if (g_context == nullptr) {
@@ -27,15 +30,21 @@ GMainContext* Context()
     return g_context;
 }
 
-void DropContext()
+void DropAll()
 {
+    g_weak_ref_clear(&g_private);
     const std::unique_lock lock(g_opening, std::try_to_lock);
     if (lock) {
         g_clear_pointer(&g_context, g_main_context_unref);
     }
 }
 
-const AtUnload<DropContext> g_contextAtUnload;
+const AtUnload<DropAll> g_allAtUnload;
+
+bool IsClosed(const ConnectionOwner& connection)
+{
+    return connection && g_dbus_connection_is_closed(connection.get()) != FALSE;
+}
 
 ConnectionOwner Share(GError** error)
 {
@@ -51,6 +60,27 @@ ConnectionOwner ShareUnderOwnContext(GError** error)
     g_main_context_push_thread_default(Context());
     ConnectionOwner connection = Share(error);
     g_main_context_pop_thread_default(Context());
+    return connection;
+}
+
+ConnectionOwner Private()
+{
+    return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&g_private)));
+}
+
+ConnectionOwner OpenPrivate(GError** error)
+{
+    const std::unique_ptr<char, Releaser<g_free>> address(
+        g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, error));
+    if (!address) {
+        return nullptr;
+    }
+    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
+        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    g_main_context_push_thread_default(Context());
+    ConnectionOwner connection(g_dbus_connection_new_for_address_sync(address.get(), kFlags, nullptr, nullptr, error));
+    g_main_context_pop_thread_default(Context());
+    g_weak_ref_set(&g_private, connection.get());
     return connection;
 }
 
@@ -90,6 +120,11 @@ void LetGo(ConnectionOwner closed)
 
 } // namespace
 
+bool IsPrivate(GDBusConnection* connection)
+{
+    return Private().get() == connection;
+}
+
 std::recursive_mutex& ClosedDelivery()
 {
     return g_closedDelivery;
@@ -97,18 +132,22 @@ std::recursive_mutex& ClosedDelivery()
 
 ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error)
 {
-    if (held && g_dbus_connection_is_closed(held.get()) == FALSE) {
+    if (held && !IsClosed(held) && !IsPrivate(held.get())) {
         return Share(error);
     }
     held.reset();
 
     const std::lock_guard lock(g_opening);
-    ConnectionOwner connection = ShareUnderOwnContext(error);
-    if (connection && g_dbus_connection_is_closed(connection.get()) != FALSE) {
-        LetGo(std::move(connection));
-        connection = ShareUnderOwnContext(error);
+    ConnectionOwner shared = ShareUnderOwnContext(error);
+    if (!IsClosed(shared)) {
+        return shared;
     }
-    return connection;
+    if (ConnectionOwner own = Private(); own && !IsClosed(own)) {
+        return own;
+    }
+    LetGo(std::move(shared));
+    shared = ShareUnderOwnContext(error);
+    return IsClosed(shared) ? OpenPrivate(error) : std::move(shared);
 }
 
 } // namespace kiv::link
