@@ -18,24 +18,7 @@ const std::string kEnter = "D MethodCall: [NAM_API] Enter";
 const std::string kAbsent = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
 const std::string kIdFailed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
 
-class CallFrameTest : public BusTest {
-protected:
-    // Makes a call that finds another connection, on which events then come.
-    void ExpectCallAndEvent(int stopType)
-    {
-        platform_log::Clear();
-        EXPECT_EQ(StopNetworkSpeaker(stopType), stopType);
-        platform_log::WaitForLine(
-            [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
-        ServerControl control(bus_.Address());
-        control.WaitForOwner(ClientBusName());
-        platform_log::Clear();
-        control.SendEvent(0x1234, {});
-        EXPECT_THAT(
-            platform_log::OfFunction("NamNotifySubscriber"),
-            ElementsAre("I NamNotifySubscriber: [NAM_API] ** Enter **"));
-    }
-};
+class CallFrameTest : public BusTest {};
 
 // --- The gate -----------------------------------------------------------------------------------------------------
 
@@ -286,84 +269,6 @@ TEST_F(CallFrameTest, AServerThatGoesBetweenTheTwoOwnerQueriesIsAFailedCall)
         ElementsAre(
             "I StopNetworkSpeaker: >>> API Start ", kEnter, "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[1]",
             kAbsent, "E StopNetworkSpeaker: [NAM_API] MethodCall Error"));
-}
-
-TEST_F(CallFrameTest, ALostBusIsReplacedByTheNextCallAndEventsFlowAgain)
-{
-    StartServer();
-    Connect();
-    for (int loss = 0; loss < 3; ++loss) {
-        server_.reset();
-        trace_.reset();
-        bus_.Kill();
-        EXPECT_EQ(StopNetworkSpeaker(1), -1);
-
-        bus_.Start();
-        StartServer();
-        ExpectCallAndEvent(2);
-    }
-}
-
-TEST_F(CallFrameTest, ALostBusThatIsBackIsNoticedByTheVeryNextCall)
-{
-    StartServer();
-    Connect();
-    server_.reset();
-    trace_.reset();
-    bus_.Kill();
-    bus_.Start();
-    StartServer();
-    platform_log::Clear();
-
-    EXPECT_EQ(StopNetworkSpeaker(2), 2);
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "I StopNetworkSpeaker: >>> API Start ", kEnter, "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[2]",
-            kEnter, "I StopNetworkSpeaker: [NAM_API] StopType[2]"));
-}
-
-TEST_F(CallFrameTest, ALostConnectionThatTheHostKeepsIsDoneWithout)
-{
-    StartServer();
-    Connect();
-    auto* kept = static_cast<GDBusConnection*>(g_object_ref(CNSGdbus::m_pInstance->m_pConnection));
-    for (int loss = 0; loss < 2; ++loss) {
-        server_.reset();
-        trace_.reset();
-        bus_.Kill();
-        EXPECT_EQ(StopNetworkSpeaker(1), -1);
-        bus_.Start();
-        StartServer();
-        ExpectCallAndEvent(2);
-    }
-    g_object_unref(kept);
-    ExpectCallAndEvent(3);
-}
-
-// GIO delivers the loss of a connection in the context under which it was opened, and refers to it until then.
-TEST_F(CallFrameTest, AHostThatOpenedTheBusAndRunsNoLoopLosesNoCall)
-{
-    auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    StartServer();
-    Connect();
-    EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, hosts);
-    g_object_unref(hosts);
-    server_.reset();
-    trace_.reset();
-    bus_.Kill();
-    bus_.Start();
-    StartServer();
-
-    ExpectCallAndEvent(2);
-
-    // The host runs its loop after all: the connection is a shared one again.
-    while (g_main_context_iteration(nullptr, FALSE)) {
-    }
-    ExpectCallAndEvent(3);
-    auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, shared);
-    g_object_unref(shared);
 }
 
 // --- Threads ------------------------------------------------------------------------------------------------------
