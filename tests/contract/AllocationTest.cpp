@@ -49,8 +49,8 @@ TEST_P(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
 {
     char hall[] = "hall";
     StartAndConnect();
-    AtLine(kMethodEnter, [&] { // of the query for the id
-        AtLine(kMethodEnter, [&] { g_failing = GetParam(); });
+    AtLine(kEnter, [&] { // of the query for the id
+        AtLine(kEnter, [&] { g_failing = GetParam(); });
     });
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, hall), 0);

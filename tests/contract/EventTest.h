@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/BusTest.h"
+#include "ApiTest.h"
 
 #include <functional>
 #include <map>
@@ -62,6 +62,8 @@ void AtmosReceiver(int supported, void* userData)
 
 class EventTest : public BusTest {
 protected:
+    explicit EventTest(const sandbox::BusOptions& options = {}) : BusTest(options) {}
+
     static constexpr int kEvent = 7;
 
     void StartAndConnect()
@@ -126,18 +128,16 @@ protected:
     CNSGdbus& client_ = *CNSGdbus::m_pInstance;
 };
 
-inline const std::string kMethodEnter = "D MethodCall: [NAM_API] Enter";
-
 // A call's first lines when the server answers the query for the id.
 inline Lines PrologueLines(const std::string& function)
 {
-    return {"I " + function + ": >>> API Start ", kMethodEnter};
+    return {"I " + function + ": >>> API Start ", kEnter};
 }
 
 // Its lines when the server answers both calls, in between which it logs nothing.
 inline Lines AnsweredLines(const std::string& function)
 {
-    return PrologueLines(function) + Lines{kMethodEnter};
+    return PrologueLines(function) + Lines{kEnter};
 }
 
 // Its lines on a device without network speakers.
@@ -146,21 +146,6 @@ inline Lines DisabledLines(const std::string& function)
     return {
         "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
         "E " + function + ": [NAM_API] GetWhetherKivDisabled failed"};
-}
-
-inline const std::string kRefusal = "{'error': <'org.example.Refused'>, 'message': <'no'>}";
-
-// The line of a method that the server refuses.
-inline std::string RefusedLine(const std::string& method)
-{
-    return "E MethodCall: [NAM_API] Error: method [" + method + "],[GDBus.Error:org.example.Refused: no]...";
-}
-
-inline std::string WrongTypeLine(
-    const std::string& function, const std::string& method, const std::string& expected, const std::string& found)
-{
-    return "E " + function + ": [NAM_API] method [" + method + "], type [" + expected + "] expected, [" + found +
-           "] found";
 }
 
 inline std::string AdoptionLine(const std::string& function, const std::string& before, const std::string& received)

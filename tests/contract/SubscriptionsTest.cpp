@@ -36,7 +36,7 @@ std::string SubscribedLine(const std::string& name)
     return "D SubscribeNamServiceCallback: " + name + " subscribe callback successful";
 }
 
-const Lines kEnter = {"D SubscribeNamServiceCallback: Enter"};
+const Lines kSubscribeEnter = {"D SubscribeNamServiceCallback: Enter"};
 
 class SubscribeTest : public EventTest {};
 class UnsubscribeTest : public EventTest {};
@@ -56,7 +56,7 @@ TEST_F(SubscribeTest, AsksTheServerForEventsOfThisProcess)
     EXPECT_EQ(SentMessages().back().flags, G_DBUS_MESSAGE_FLAGS_NONE);
     EXPECT_THAT(
         platform_log::OfTestThread(),
-        ElementsAreArray(kEnter + PrologueLines(kSubscribe) + Lines{SubscribedLine("lamp"), kMethodEnter}));
+        ElementsAreArray(kSubscribeEnter + PrologueLines(kSubscribe) + Lines{SubscribedLine("lamp"), kEnter}));
     EXPECT_EQ(client_.m_strClientName, ClientId());
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
 }
@@ -77,7 +77,7 @@ TEST_F(SubscribeTest, TheSecondOfANameReplacesTheFirstAndLogsNoSuccess)
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'g'>), 1);
 
     EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAreArray(kEnter + PrologueLines(kSubscribe) + Lines{kMethodEnter}));
+        platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + PrologueLines(kSubscribe) + Lines{kEnter}));
     EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kSubscribe))));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("g(7, 0)"));
 }
@@ -126,7 +126,7 @@ TEST_F(SubscribeTest, TheCallbackIsInPlaceBeforeTheServerIsAsked)
 {
     StartAndConnect();
     Lines meanwhile;
-    AtLine(SubscribedLine("a"), [&] { AtLine(kMethodEnter, [&] { meanwhile = CallsAfter(kEvent); }); });
+    AtLine(SubscribedLine("a"), [&] { AtLine(kEnter, [&] { meanwhile = CallsAfter(kEvent); }); });
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     EXPECT_THAT(meanwhile, ElementsAre("f(7, 0)"));
 }
@@ -141,8 +141,8 @@ TEST_F(SubscribeTest, ARefusedCallReturnsZeroAndLeavesTheCallbackInPlace)
     EXPECT_THAT(
         platform_log::OfTestThread(),
         ElementsAreArray(
-            kEnter + PrologueLines(kSubscribe) +
-            Lines{SubscribedLine("a"), kMethodEnter, RefusedLine(kSubscribe), MethodErrorLine(kSubscribe)}));
+            kSubscribeEnter + PrologueLines(kSubscribe) +
+            Lines{SubscribedLine("a"), kEnter, RefusedLine(kSubscribe), MethodErrorLine(kSubscribe)}));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
 }
 
@@ -163,9 +163,9 @@ TEST_F(SubscribeTest, AServerThatGoesBeforeTheCallIsNotCalled)
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 0);
 
     EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            kEnter + PrologueLines(kSubscribe) + Lines{SubscribedLine("a"), kAbsentLine, MethodErrorLine(kSubscribe)}));
+        platform_log::OfTestThread(), ElementsAreArray(
+                                          kSubscribeEnter + PrologueLines(kSubscribe) +
+                                          Lines{SubscribedLine("a"), kAbsentLine, MethodErrorLine(kSubscribe)}));
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery));
 }
 
@@ -179,8 +179,8 @@ TEST_F(SubscribeTest, AdoptsAnotherClientName)
     EXPECT_THAT(
         platform_log::OfTestThread(),
         ElementsAreArray(
-            kEnter + PrologueLines(kSubscribe) +
-            Lines{SubscribedLine("a"), kMethodEnter, AdoptionLine(kSubscribe, ClientId(), "tv_other")}));
+            kSubscribeEnter + PrologueLines(kSubscribe) +
+            Lines{SubscribedLine("a"), kEnter, AdoptionLine(kSubscribe, ClientId(), "tv_other")}));
     EXPECT_EQ(client_.m_strClientName, "tv_other");
 }
 
@@ -203,8 +203,8 @@ TEST_F(SubscribeTest, AReplyOfAnotherTypeIsLoggedAndAdoptsNothing)
     EXPECT_THAT(
         platform_log::OfTestThread(),
         ElementsAreArray(
-            kEnter + PrologueLines(kSubscribe) +
-            Lines{SubscribedLine("a"), kMethodEnter, WrongTypeLine(kSubscribe, kSubscribe, "(s)", "(i)")}));
+            kSubscribeEnter + PrologueLines(kSubscribe) +
+            Lines{SubscribedLine("a"), kEnter, WrongTypeLine(kSubscribe, kSubscribe, "(s)", "(i)")}));
     EXPECT_EQ(client_.m_strClientName, ClientId());
 }
 
@@ -228,7 +228,7 @@ TEST_F(SubscribeTest, NullArgumentsChangeNothingAndAreNotLogged)
     EXPECT_EQ(SubscribeNamServiceCallback("b", nullptr), 0);
     EXPECT_EQ(SubscribeNamServiceCallback(nullptr, nullptr), 0);
 
-    const Lines once = kEnter + PrologueLines(kSubscribe);
+    const Lines once = kSubscribeEnter + PrologueLines(kSubscribe);
     EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(once + once + once + once));
     EXPECT_THAT(control_.Methods(), AllOf(::testing::SizeIs(4), Each("check_dbus_connection")));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
@@ -242,7 +242,7 @@ TEST_F(SubscribeTest, OnADisabledDevice)
 
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 0);
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kEnter + DisabledLines(kSubscribe)));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + DisabledLines(kSubscribe)));
     EXPECT_THAT(Sent(), IsEmpty());
 
     g_KivDisabled = false;
@@ -254,14 +254,14 @@ TEST_F(SubscribeTest, TheGateComesBeforeTheArguments)
 {
     feature::Set(false);
     EXPECT_EQ(SubscribeNamServiceCallback(nullptr, nullptr), 0);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kEnter + DisabledLines(kSubscribe)));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + DisabledLines(kSubscribe)));
 }
 
 TEST_F(SubscribeTest, WithoutAServerNothingIsRegistered)
 {
     ReadFeature();
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 0);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kEnter + UnreachableLines(kSubscribe)));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + UnreachableLines(kSubscribe)));
 
     StartAndConnect();
     EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
@@ -271,7 +271,7 @@ TEST_F(SubscribeTest, TheServerComesBeforeTheArguments)
 {
     ReadFeature();
     EXPECT_EQ(SubscribeNamServiceCallback(nullptr, nullptr), 0);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kEnter + UnreachableLines(kSubscribe)));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + UnreachableLines(kSubscribe)));
 }
 
 // --- UnsubscribeNamServiceCallback
@@ -311,8 +311,8 @@ TEST_F(UnsubscribeTest, TheCallbackIsGoneBeforeTheServerIsAsked)
     StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     Lines meanwhile = {"the call was never made"};
-    AtLine(kMethodEnter, [&] { // of the query for the id
-        AtLine(kMethodEnter, [&] { meanwhile = CallsAfter(kEvent); });
+    AtLine(kEnter, [&] { // of the query for the id
+        AtLine(kEnter, [&] { meanwhile = CallsAfter(kEvent); });
     });
     UnsubscribeNamServiceCallback("a");
     EXPECT_THAT(meanwhile, IsEmpty());

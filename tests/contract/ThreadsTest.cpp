@@ -1,6 +1,9 @@
 #include "EventTest.h"
 
 #include <atomic>
+#include <future>
+#include <mutex>
+#include <set>
 #include <thread>
 #include <utility>
 
@@ -14,6 +17,10 @@ constexpr std::size_t kSubscribingThreads = 8;
 constexpr int kCallingThreads = 2;
 constexpr int kRounds = 10;
 constexpr unsigned kEventsAtOnce = 20;
+constexpr int kFlappingCallers = 8;
+constexpr int kFlaps = 30;
+
+const std::string kEventEnter = "I NamNotifySubscriber: [NAM_API] ** Enter **";
 
 std::atomic<unsigned> g_received;
 
@@ -64,6 +71,17 @@ void Call()
 
 class ThreadsTest : public EventTest {
 protected:
+    // Whether a call gets through to a server that has just come up; the bus may still be starting it for others.
+    static bool EventuallyAnswers()
+    {
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            if (StopNetworkSpeaker(5) == 5) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     // Returns how many batches of both kinds that were.
     unsigned PourEventsUntil(const std::atomic<bool>& enough)
     {
@@ -111,6 +129,88 @@ TEST_F(ThreadsTest, SubscribersAndCallersWhileEventsPourIn)
     EXPECT_THAT(CallsAfter(NAMSERVICE_ATMOS_STATE), IsEmpty());
     EXPECT_EQ(g_received, 1U);
     EXPECT_EQ(StopNetworkSpeaker(3), 3);
+}
+
+// A server that comes and goes and gives another id each time, beside callers, subscribers and events.
+TEST_F(ThreadsTest, AFlappingServer)
+{
+    std::atomic<bool> enough = false;
+    std::vector<std::thread> threads;
+    for (int count = 0; count < kFlappingCallers; ++count) {
+        threads.emplace_back([&] {
+            while (!enough) {
+                StopNetworkSpeaker(1);
+                std::vector<STNetSpkListInfo> lists;
+                GetNetSpkListInfo(lists);
+                SubscribeNamServiceCallback("flapping", CountEvent);
+                UnsubscribeNamServiceCallback("flapping");
+                FlagEnableNetworkSpeaker();
+            }
+        });
+    }
+    for (int flap = 0; flap < kFlaps; ++flap) {
+        StartServer();
+        control_.SetClientId("flap" + std::to_string(flap));
+        EXPECT_TRUE(EventuallyAnswers());
+        // Whoever has an object by now answers.
+        control_.SendPayloads(Payload(kEvent, 4, {1, 2, 3, 4}), kEventsAtOnce);
+        KillServer();
+    }
+    enough = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    StartServer();
+    EXPECT_TRUE(EventuallyAnswers());
+}
+
+// --- The platform's log call --------------------------------------------------------------------------------------
+
+TEST_F(ThreadsTest, ASlowLogCallHoldsUpItsOwnThreadOnly)
+{
+    StartAndConnect();
+    std::promise<void> logging;
+    std::promise<void> goOn;
+    std::atomic_flag caught;
+    platform_log::OnLine([&](const LogLine& line) {
+        if (!line.ofTestThread && !caught.test_and_set()) {
+            logging.set_value();
+            goOn.get_future().wait();
+        }
+    });
+    std::thread slow([] { EXPECT_EQ(StopNetworkSpeaker(1), 1); });
+    logging.get_future().wait();
+
+    for (int call = 0; call < 20; ++call) {
+        EXPECT_EQ(StopNetworkSpeaker(call), call);
+    }
+    EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
+
+    goOn.set_value();
+    slow.join();
+}
+
+TEST_F(ThreadsTest, ALogCallMayCallTheLibrary)
+{
+    StartAndConnect();
+    SubscribeNamServiceCallback("name", Subscriber<'n'>);
+    std::set<std::string> seen;
+    std::mutex seenLock;
+    // Each line once: what the library logs of the call in between would otherwise have no end.
+    platform_log::OnLine([&](const LogLine& line) {
+        bool isNew = false;
+        {
+            const std::lock_guard lock(seenLock);
+            isNew = seen.insert(line.Short()).second;
+        }
+        if (isNew) {
+            EXPECT_EQ(GetSurroundChannelNumber(), 0);
+        }
+    });
+    EXPECT_EQ(StopNetworkSpeaker(1), 1);
+    EXPECT_THAT(CallsAfter(kEvent), ElementsAre("n(7, 0)"));
+    platform_log::OnLine(nullptr);
+    EXPECT_THAT(seen, ::testing::IsSupersetOf({kEnter, kEventEnter}));
 }
 
 } // namespace
