@@ -48,6 +48,12 @@ GVariant* Call::Arguments() const
 }
 
 template <>
+std::uint8_t Call::Argument(std::size_t index) const
+{
+    return g_variant_get_byte(Own(g_variant_get_child_value(Arguments(), index)).get());
+}
+
+template <>
 std::int32_t Call::Argument(std::size_t index) const
 {
     return g_variant_get_int32(Own(g_variant_get_child_value(Arguments(), index)).get());

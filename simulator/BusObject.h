@@ -35,6 +35,8 @@ private:
 };
 
 template <>
+std::uint8_t Call::Argument(std::size_t index) const;
+template <>
 std::int32_t Call::Argument(std::size_t index) const;
 template <>
 std::uint32_t Call::Argument(std::size_t index) const;

@@ -1,35 +1,20 @@
 #include "simulator/Events.h"
 
+#include "simulator/Wire.h"
+
 #include <utility>
 
 namespace kiv::simulator {
 
-namespace {
-
-void AppendInt32(Bytes& bytes, std::int32_t value)
-{
-    const auto bits = static_cast<std::uint32_t>(value);
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-        bytes.push_back(static_cast<std::uint8_t>(bits >> shift));
-    }
-}
-
-} // namespace
-
 Variant EventPayload(std::int32_t eventId, const Bytes& data)
 {
-    Bytes bytes;
-    AppendInt32(bytes, eventId);
-    AppendInt32(bytes, static_cast<std::int32_t>(data.size()));
-    bytes.insert(bytes.end(), data.begin(), data.end());
+    const Bytes bytes = Writer().Int32(eventId).Int32(static_cast<std::int32_t>(data.size())).Append(data).Written();
     return Own(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1));
 }
 
 Bytes EventData(std::int32_t value)
 {
-    Bytes bytes;
-    AppendInt32(bytes, value);
-    return bytes;
+    return Writer().Int32(value).Written();
 }
 
 void Announce(const ClientLink& link, const Clients& clients, const Variant& payload, std::function<void()> onAnnounced)

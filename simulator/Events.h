@@ -11,6 +11,8 @@ namespace kiv::simulator {
 
 inline constexpr std::int32_t kAtmosEvent = 0x02020028;
 inline constexpr std::int32_t kExitEvent = 0x02020031;
+/** The simulator's own. */
+inline constexpr std::int32_t kVolumeEvent = 0x02020040;
 
 /** The bytes of an event: id, length of the data, data. */
 Variant EventPayload(std::int32_t eventId, const Bytes& data);

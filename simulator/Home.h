@@ -1,64 +1,65 @@
 #pragma once
 
 #include "simulator/Glib.h"
+#include "simulator/Soundbar.h"
+#include "simulator/Speakers.h"
+#include "simulator/Volumes.h"
 
 #include <nlohmann/json_fwd.hpp>
 
-#include <array>
-#include <cstdint>
-#include <string>
 #include <vector>
 
 namespace kiv::simulator {
 
-using Mac = std::array<std::uint8_t, 6>;
-using Ip = std::array<std::uint8_t, 4>;
-
-struct Speaker {
-    int node;
-    std::string name;
-    std::string type;
-    Mac mac;
-    Ip ip;
-    int volume;
-    int channel;
-    bool active = false;
-    bool watched = true;
-};
-
-struct Soundbar {
-    std::string name;
-    Mac mac;
-    Ip ip;
-};
-
 /** A home with a TV, a soundbar and speakers, as the server knows it. */
 class Home {
 public:
-    Home();
+    Home() = default;
+    Home(const Home&) = delete;
+    Home& operator=(const Home&) = delete;
 
     int SetSettingMode(int mode, int startReason);
-    int StartSpeakers(const Bytes& records);
+    int SettingMode() const { return settingMode_; }
+
+    int StartSpeakers(const Bytes& configs);
+    int StartSpeakerById(const SpeakerId& id, int channel, int mode, int startReason);
+    int StartSpeakerNode(int node, int mode, int startReason);
+    int StartGroup(int group);
     int StopSpeakers(int stopType);
     int DisableSurround();
     int SurroundChannels() const;
-    int StopWatching(int node);
+
+    /** Tavrin is the multi-room feature. */
+    int SetTavrinUiMode(int mode);
+    int TavrinUiMode() const { return tavrinUiMode_; }
+    bool CanSelectTavrin() const;
+    bool PreSelectTavrin();
+    bool CanCancelTavrin() const;
+    bool CanEnterTavrinSettings() const;
 
     bool ReceiverHasAtmos() const { return atmos_; }
     /** Returns whether this was a change. */
     bool SetReceiverAtmos(bool supported);
 
+    simulator::Speakers& Speakers() { return speakers_; }
+    simulator::Volumes& Volumes() { return volumes_; }
+    simulator::Soundbar& Soundbar() { return soundbar_; }
+
     nlohmann::json ToJson() const;
 
 private:
-    Speaker* Find(const Mac& mac);
-    void Silence();
-    int ActiveSpeakers() const;
+    static constexpr int kSurroundMode = 80;
+    static constexpr int kMultiRoomMode = 81;
 
-    std::vector<Speaker> speakers_;
-    Soundbar soundbar_;
-    int settingMode_;
+    int Start(const std::vector<Speaker*>& chosen);
+
+    simulator::Speakers speakers_;
+    simulator::Volumes volumes_{speakers_};
+    simulator::Soundbar soundbar_;
+    int settingMode_ = kSurroundMode;
     int startReason_ = 0;
+    int tavrinUiMode_ = kSurroundMode;
+    bool tavrinPreSelected_ = false;
     bool surround_ = false;
     bool atmos_ = false;
 };

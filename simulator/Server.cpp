@@ -1,11 +1,11 @@
 #include "simulator/Server.h"
 
+#include "simulator/Events.h"
 #include "simulator/Interfaces.h"
 
 #include <unistd.h>
 
 #include <cstdlib>
-#include <map>
 #include <utility>
 
 namespace kiv::simulator {
@@ -15,54 +15,19 @@ namespace {
 /** Far fewer than would fit into one message. */
 constexpr std::size_t kMostRecorded = 100000;
 
-GVariant* Tuple(int value)
-{
-    return g_variant_new("(i)", value);
-}
-
-GVariant* Tuple(bool value)
-{
-    return g_variant_new("(b)", value ? TRUE : FALSE);
-}
-
-GVariant* Tuple(const std::string& value)
-{
-    return g_variant_new("(s)", value.c_str());
-}
-
 } // namespace
 
-Server::Server(GDBusConnection* connection, Home& home, Clients& clients, Faults& faults, Trace trace)
-    : home_(home), clients_(clients), faults_(faults), trace_(trace), calls_(kMostRecorded),
+Server::Server(
+    GDBusConnection* connection, Home& home, Clients& clients, Faults& faults, const ClientLink& link, Trace trace)
+    : home_(home), clients_(clients), faults_(faults), link_(link), trace_(trace), calls_(kMostRecorded),
       object_(connection, kServerPath, kServerXml, Handlers())
 {
 }
 
 BusObject::Handlers Server::Handlers()
 {
-    const std::map<std::string, Method> methods = {
-        {"check_dbus_connection",
-         [this](const Call& call) { return Tuple(clients_.Meet(call.Argument<int>(0), call.Sender())); }},
-        {"SetNetSpkSettingMode",
-         [this](const Call& call) {
-             return Tuple(home_.SetSettingMode(call.Argument<int>(0), call.Argument<int>(1)));
-         }},
-        {"StartNetworkSpeaker",
-         [this](const Call& call) { return Tuple(home_.StartSpeakers(call.Argument<Bytes>(0))); }},
-        {"StopNetworkSpeaker", [this](const Call& call) { return Tuple(home_.StopSpeakers(call.Argument<int>(0))); }},
-        {"DisableSurround", [this](const Call&) { return Tuple(home_.DisableSurround()); }},
-        {"GetSurroundChannelNumber", [this](const Call&) { return Tuple(home_.SurroundChannels()); }},
-        {"SubscribeNamServiceCallback",
-         [this](const Call& call) { return Tuple(clients_.Subscribe(call.Argument<int>(0), call.Sender())); }},
-        {"UnsubscribeNamServiceCallback",
-         [this](const Call& call) { return Tuple(clients_.Unsubscribe(call.Argument<int>(0), call.Sender())); }},
-        {"NodeRemoveFromWatcher",
-         [this](const Call& call) { return Tuple(home_.StopWatching(call.Argument<int>(0))); }},
-        {"kiv_is_receiver_atmos", [this](const Call&) { return Tuple(home_.ReceiverHasAtmos()); }},
-    };
-
     BusObject::Handlers handlers;
-    for (const auto& [name, method] : methods) {
+    for (const auto& [name, method] : ServerMethods(home_, clients_)) {
         handlers[name] = [this, method = method](const Call& call) { Serve(call, method); };
     }
     return handlers;
@@ -99,6 +64,15 @@ void Server::Answer(const Call& call, const Method& method, const Fault& fault) 
         const Variant values = Own(method(call));
         trace_("{} <- {} {}", call.Sender(), call.Method(), Describe(values.get()));
         call.Return(values.get());
+        ReportVolumes();
+    }
+}
+
+void Server::ReportVolumes() const
+{
+    const Bytes volumes = home_.Volumes().TakeReport();
+    if (!volumes.empty()) {
+        Announce(link_, clients_, EventPayload(kVolumeEvent, volumes), [] {});
     }
 }
 

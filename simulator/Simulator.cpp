@@ -42,7 +42,8 @@ World::World() : faults(Interface(kServerXml).Methods()) {}
 
 Simulator::Simulator(World& world, Trace trace)
     : world_(world), loop_(g_main_loop_new(nullptr, FALSE), g_main_loop_unref), connection_(Connect()),
-      link_(connection_.get(), trace), server_(connection_.get(), world_.home, world_.clients, world_.faults, trace),
+      link_(connection_.get(), trace),
+      server_(connection_.get(), world_.home, world_.clients, world_.faults, link_, trace),
       control_(
           connection_.get(), world_.home, world_.clients, world_.faults, server_, link_,
           [this](const std::function<void()>& onAnnounced) { Leave(onAnnounced); })

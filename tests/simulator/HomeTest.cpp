@@ -89,10 +89,10 @@ TEST(HomeTest, DisabledSurroundLeavesTheSpeakersPlaying)
 TEST(HomeTest, ANodeLeavesTheWatcherOnce)
 {
     Home home;
-    EXPECT_EQ(home.StopWatching(2), 1);
+    EXPECT_EQ(home.Speakers().StopWatching(2), 1);
     EXPECT_EQ(home.ToJson()["speakers"][1]["watched"], false);
-    EXPECT_EQ(home.StopWatching(2), 0);
-    EXPECT_EQ(home.StopWatching(99), 0);
+    EXPECT_EQ(home.Speakers().StopWatching(2), 0);
+    EXPECT_EQ(home.Speakers().StopWatching(99), 0);
 }
 
 TEST(HomeTest, AtmosTellsAChange)

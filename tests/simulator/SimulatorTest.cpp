@@ -52,6 +52,13 @@ std::string Outcome(GDBusMessage* reply)
     return body == nullptr ? "()" : Text(body);
 }
 
+Bytes Content(GVariant* byteArray)
+{
+    std::size_t size = 0;
+    const auto* data = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(byteArray, &size, 1));
+    return {data, data + size};
+}
+
 /** Sees a message before GIO does. Returns whether GIO is to ignore it. */
 using Filter = std::function<bool(GDBusConnection*, GDBusMessage*)>;
 
@@ -212,9 +219,7 @@ std::vector<Bytes> FakeClient::Payloads(std::size_t atLeast) const
     record_->arrived.wait(lock, [&] { return record_->payloads.size() >= atLeast; });
     std::vector<Bytes> payloads;
     for (const Variant& array : record_->payloads) {
-        std::size_t size = 0;
-        const auto* data = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(array.get(), &size, 1));
-        payloads.emplace_back(data, data + size);
+        payloads.push_back(Content(array.get()));
     }
     return payloads;
 }
@@ -319,6 +324,15 @@ nlohmann::json SimulatorTest::Model()
     const char* text = nullptr;
     g_variant_get(answer.get(), "(&s)", &text);
     return nlohmann::json::parse(text);
+}
+
+std::optional<Bytes> AnsweredBytes(const std::string& answer)
+{
+    GVariant* parsed = g_variant_parse(G_VARIANT_TYPE("(ay)"), answer.c_str(), nullptr, nullptr, nullptr);
+    if (parsed == nullptr) {
+        return std::nullopt;
+    }
+    return Content(Own(g_variant_get_child_value(Own(parsed).get(), 0)).get());
 }
 
 Bytes StartRecord(int config, std::uint8_t lastMacByte)

@@ -102,6 +102,9 @@ private:
     std::shared_ptr<Answers> answers_;
 };
 
+/** What an answer in text form holds, if that is one byte array. */
+std::optional<Bytes> AnsweredBytes(const std::string& answer);
+
 /** A record of the list of speakers to start. */
 Bytes StartRecord(int config, std::uint8_t lastMacByte);
 /** The argument of StartNetworkSpeaker. */

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace kiv::simulator {
+
+/** Int answers that all methods share. */
+inline constexpr int kDone = 0;
+inline constexpr int kRefused = -1;
+
+} // namespace kiv::simulator

@@ -1,0 +1,204 @@
+#include "simulator/Methods.h"
+
+#include <array>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace kiv::simulator {
+
+namespace {
+
+GVariant* Tuple(int value)
+{
+    return g_variant_new("(i)", value);
+}
+
+GVariant* Tuple(bool value)
+{
+    return g_variant_new("(b)", value ? TRUE : FALSE);
+}
+
+GVariant* Tuple(const std::string& value)
+{
+    return g_variant_new("(s)", value.c_str());
+}
+
+GVariant* Tuple(const Bytes& value)
+{
+    return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, value.data(), value.size(), 1));
+}
+
+/** The arguments of a call, one after another. */
+class ArgumentReader {
+public:
+    explicit ArgumentReader(const Call& call) : call_(call) {}
+
+    template <typename T>
+    T Next()
+    {
+        T value{};
+        Read(value);
+        return value;
+    }
+
+private:
+    template <typename T>
+    void Read(T& value)
+    {
+        value = call_.Argument<T>(next_++);
+    }
+
+    /** An address travels as so many single bytes. */
+    template <std::size_t Size>
+    void Read(std::array<std::uint8_t, Size>& value)
+    {
+        for (std::uint8_t& byte : value) {
+            Read(byte);
+        }
+    }
+
+    const Call& call_;
+    std::size_t next_ = 0;
+};
+
+template <typename... Args, typename Object, typename Function>
+Method ServeWith(Object& object, Function function)
+{
+    return [&object, function](const Call& call) {
+        ArgumentReader reader(call);
+        // Braces keep the order.
+        const std::tuple<Object&, std::decay_t<Args>...> arguments{object, reader.Next<std::decay_t<Args>>()...};
+        return Tuple(std::apply(function, arguments));
+    };
+}
+
+/** Hands the leading arguments of the call to a member function, and answers what it returns. */
+template <typename Object, typename Result, typename... Args>
+Method Serve(Object& object, Result (Object::*function)(Args...))
+{
+    return ServeWith<Args...>(object, function);
+}
+
+template <typename Object, typename Result, typename... Args>
+Method Serve(Object& object, Result (Object::*function)(Args...) const)
+{
+    return ServeWith<Args...>(object, function);
+}
+
+/** For what a client process asks on its own behalf: its pid, and the bus name from which it calls. */
+Method Serve(Clients& clients, std::string (Clients::*function)(int, const std::string&))
+{
+    return [&clients, function](const Call& call) {
+        return Tuple((clients.*function)(call.Argument<int>(0), call.Sender()));
+    };
+}
+
+Methods ClientMethods(Clients& clients)
+{
+    return {
+        {"check_dbus_connection", Serve(clients, &Clients::Meet)},
+        {"SubscribeNamServiceCallback", Serve(clients, &Clients::Subscribe)},
+        {"UnsubscribeNamServiceCallback", Serve(clients, &Clients::Unsubscribe)},
+    };
+}
+
+Methods ConnectionMethods(Speakers& speakers)
+{
+    return {
+        {"AutoConnectNewSpeakers", Serve(speakers, &Speakers::ConnectNew)},
+        {"AutoConnectNewSpeakersForOutdoor", Serve(speakers, &Speakers::ConnectNewOutdoors)},
+        {"ConnectNetworkSpeakerByMobile", Serve(speakers, &Speakers::ConnectByMobile)},
+        {"ConnectToSpeakerForInfraLessSetup", Serve(speakers, &Speakers::ConnectDirectly)},
+        {"GetSpksConnectionType", Serve(speakers, &Speakers::ConnectionType)},
+        {"GetSpksConnectionTypeByID", Serve(speakers, &Speakers::ConnectionTypeOfNode)},
+    };
+}
+
+Methods PlaybackMethods(Home& home)
+{
+    return {
+        {"StartNetworkSpeaker", Serve(home, &Home::StartSpeakers)},
+        {"StartNetworkSpeakerByID", Serve(home, &Home::StartSpeakerNode)},
+        {"Vireon_StartNetworkSpeakerByID", Serve(home, &Home::StartSpeakerById)},
+        {"StartNetworkSpeakerGroupByMobile", Serve(home, &Home::StartGroup)},
+        {"StopNetworkSpeaker", Serve(home, &Home::StopSpeakers)},
+        {"DisableSurround", Serve(home, &Home::DisableSurround)},
+        {"GetSurroundChannelNumber", Serve(home, &Home::SurroundChannels)},
+        {"kiv_is_receiver_atmos", Serve(home, &Home::ReceiverHasAtmos)},
+    };
+}
+
+Methods InventoryMethods(Speakers& speakers)
+{
+    return {
+        {"GetActiveNetSpkInfo", Serve(speakers, &Speakers::ActiveInfo)},
+        {"GetNetSpkListInfo", Serve(speakers, &Speakers::Lists)},
+        {"GetNetSpkListInfoNumber", Serve(speakers, &Speakers::ListCount)},
+        {"GetNetSpkNodeList", Serve(speakers, &Speakers::Nodes)},
+        {"NodeRemoveFromWatcher", Serve(speakers, &Speakers::StopWatching)},
+        {"SetNetSpkName", Serve(speakers, &Speakers::Rename)},
+        {"StartNetSpkTest", Serve(speakers, &Speakers::StartTest)},
+        {"StopNetSpkTest", Serve(speakers, &Speakers::StopTest)},
+    };
+}
+
+Methods VolumeMethods(Volumes& volumes)
+{
+    return {
+        {"GetNetSpkVolume", Serve(volumes, &Volumes::Get)},
+        {"SetNetSpkVolume", Serve(volumes, &Volumes::Set)},
+        {"IncreaseNetSpkVolume", Serve(volumes, &Volumes::Increase)},
+        {"DecreaseNetSpkVolume", Serve(volumes, &Volumes::Decrease)},
+        {"ResetNetSpkVolume", Serve(volumes, &Volumes::Reset)},
+        {"GetNetSpkVolumeList", Serve(volumes, &Volumes::GetList)},
+        {"IncreaseNetSpkVolumeList", Serve(volumes, &Volumes::IncreaseList)},
+        {"DecreaseNetSpkVolumeList", Serve(volumes, &Volumes::DecreaseList)},
+        {"ResetNetSpkVolumeList", Serve(volumes, &Volumes::ResetList)},
+        {"ResetAllNetSpkVolume", Serve(volumes, &Volumes::ResetAll)},
+    };
+}
+
+Methods SoundbarMethods(Soundbar& soundbar)
+{
+    return {
+        {"SetSoundbarSoundMode", Serve(soundbar, &Soundbar::SetSoundMode)},
+        {"GetSoundbarSoundMode", Serve(soundbar, &Soundbar::SoundMode)},
+        {"GetSoundbarDeviceInfo", Serve(soundbar, &Soundbar::DeviceInfo)},
+        {"SetSoundbarSupportSoundMode", Serve(soundbar, &Soundbar::SetSupportsSoundMode)},
+        {"IsSoundbarSupportSoundMode", Serve(soundbar, &Soundbar::SupportsSoundMode)},
+        {"GetSoundbarProtocolVersion", Serve(soundbar, &Soundbar::ProtocolVersion)},
+    };
+}
+
+Methods ModeMethods(Home& home)
+{
+    return {
+        {"SetNetSpkSettingMode", Serve(home, &Home::SetSettingMode)},
+        {"GetNetSpkSettingMode", Serve(home, &Home::SettingMode)},
+        {"SetTavrinUIMode", Serve(home, &Home::SetTavrinUiMode)},
+        {"GetTavrinUIMode", Serve(home, &Home::TavrinUiMode)},
+        {"CanSelectTavrin", Serve(home, &Home::CanSelectTavrin)},
+        {"PreSelectTavrin", Serve(home, &Home::PreSelectTavrin)},
+        {"CanCancelTavrin", Serve(home, &Home::CanCancelTavrin)},
+        {"CanEnterTavrinSettings", Serve(home, &Home::CanEnterTavrinSettings)},
+        {"FlagEnableNetworkSpeaker", [](const Call&) { return Tuple(true); }},
+    };
+}
+
+} // namespace
+
+Methods ServerMethods(Home& home, Clients& clients)
+{
+    Methods all;
+    all.merge(ClientMethods(clients));
+    all.merge(ConnectionMethods(home.Speakers()));
+    all.merge(PlaybackMethods(home));
+    all.merge(InventoryMethods(home.Speakers()));
+    all.merge(VolumeMethods(home.Volumes()));
+    all.merge(SoundbarMethods(home.Soundbar()));
+    all.merge(ModeMethods(home));
+    return all;
+}
+
+} // namespace kiv::simulator

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "simulator/Wire.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <array>
+#include <optional>
+#include <string>
+
+namespace kiv::simulator {
+
+/** How the TV reaches a speaker. The values are those of the connection-type answers. */
+enum class Connection { kNone = 0, kNetwork = 1, kDirect = 2, kMixed = 3 };
+
+struct SpeakerTest {
+    int parameter;
+    int channelType;
+    int extra;
+};
+
+/** What stands on the speaker's label. */
+using SpeakerId = std::array<std::uint8_t, 5>;
+
+struct Speaker {
+    int node;
+    int group;
+    std::string name;
+    std::string type;
+    Mac mac;
+    Ip ip;
+    int volume;
+    Connection connection;
+    int channel = 0;
+    bool active = false;
+    bool watched = true;
+    std::optional<SpeakerTest> test = std::nullopt;
+
+    bool IsConnected() const { return connection != Connection::kNone; }
+    /** "KIV" and the last byte of the MAC address in hex. */
+    SpeakerId Id() const;
+};
+
+void to_json(nlohmann::json& json, const Speaker& speaker);
+
+} // namespace kiv::simulator

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "simulator/Glib.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace kiv::simulator {
+
+using Mac = std::array<std::uint8_t, 6>;
+using Ip = std::array<std::uint8_t, 4>;
+
+std::string Text(const Mac& mac);
+std::string Text(const Ip& ip);
+
+/** Takes fields off the front of bytes. Throws std::out_of_range for a field that is not there. */
+class Reader {
+public:
+    explicit Reader(const Bytes& bytes) : bytes_(bytes) {}
+
+    std::int32_t Int32();
+    Bytes Rest();
+    void Skip(std::size_t count) { at_ += count; }
+
+    template <typename Array>
+    Array Take()
+    {
+        Array bytes;
+        for (std::uint8_t& byte : bytes) {
+            byte = bytes_.at(at_++);
+        }
+        return bytes;
+    }
+
+private:
+    const Bytes& bytes_;
+    std::size_t at_ = 0;
+};
+
+/** Puts packed, little-endian fields one behind the other. */
+class Writer {
+public:
+    Writer& Int32(std::int32_t value);
+    /** As many whole characters as fit before the NUL that ends the field. */
+    Writer& Text(std::string_view text, std::size_t width);
+    /** Fills up with zeros, or cuts. */
+    Writer& ToSize(std::size_t size);
+
+    template <typename Range>
+    Writer& Append(const Range& bytes)
+    {
+        bytes_.insert(bytes_.end(), std::begin(bytes), std::end(bytes));
+        return *this;
+    }
+
+    const Bytes& Written() const { return bytes_; }
+
+private:
+    Bytes bytes_;
+};
+
+} // namespace kiv::simulator
