@@ -8,15 +8,6 @@
 namespace kiv::simulator {
 namespace {
 
-Bytes Joined(const std::vector<Bytes>& records)
-{
-    Bytes bytes;
-    for (const Bytes& record : records) {
-        bytes.insert(bytes.end(), record.begin(), record.end());
-    }
-    return bytes;
-}
-
 TEST(HomeTest, StartsTheSpeakersOfTheRecords)
 {
     Home home;
@@ -86,13 +77,129 @@ TEST(HomeTest, DisabledSurroundLeavesTheSpeakersPlaying)
     EXPECT_EQ(home.ToJson()["speakers"][0]["active"], true);
 }
 
-TEST(HomeTest, ANodeLeavesTheWatcherOnce)
+TEST(HomeTest, SpeakersThatAreOnlySeenAreNotStartedByTheirRecords)
 {
     Home home;
-    EXPECT_EQ(home.Speakers().StopWatching(2), 1);
-    EXPECT_EQ(home.ToJson()["speakers"][1]["watched"], false);
-    EXPECT_EQ(home.Speakers().StopWatching(2), 0);
-    EXPECT_EQ(home.Speakers().StopWatching(99), 0);
+    EXPECT_EQ(home.StartSpeakers(Joined({StartRecord(1, 0x01), StartRecord(1, 0x05)})), 1);
+    EXPECT_EQ(home.ToJson()["discovered"][0]["active"], false);
+}
+
+TEST(HomeTest, StartsASpeakerByItsLabel)
+{
+    Home home;
+    home.StartSpeakers(StartRecord(1, 0x01));
+    EXPECT_EQ(home.StartSpeakerById({'K', 'I', 'V', 'A', '4'}, 6, 81, 9), 1);
+
+    const nlohmann::json model = home.ToJson();
+    EXPECT_EQ(model["speakers"][0]["active"], false);
+    EXPECT_EQ(model["speakers"][3]["active"], true);
+    EXPECT_EQ(model["speakers"][3]["channel"], 6);
+    EXPECT_EQ(model["settingMode"], 81);
+    EXPECT_EQ(model["startReason"], 9);
+}
+
+TEST(HomeTest, StartsASpeakerByItsNode)
+{
+    Home home;
+    EXPECT_EQ(home.StartSpeakerNode(2, 81, 9), 1);
+
+    const nlohmann::json model = home.ToJson();
+    EXPECT_EQ(model["speakers"][1]["active"], true);
+    EXPECT_EQ(model["settingMode"], 81);
+    EXPECT_EQ(model["startReason"], 9);
+}
+
+TEST(HomeTest, StartsAGroup)
+{
+    Home home;
+    home.StartSpeakers(StartRecord(7, 0x01));
+    EXPECT_EQ(home.StartGroup(1), 3);
+    EXPECT_EQ(home.ToJson()["speakers"][0]["channel"], 7);
+    EXPECT_EQ(home.SurroundChannels(), 3);
+    EXPECT_EQ(home.StartGroup(2), 1);
+    EXPECT_EQ(home.SurroundChannels(), 1);
+}
+
+TEST(HomeTest, StartingConnectsWhatIsOnlySeen)
+{
+    Home home;
+    home.StartSpeakerById({'K', 'I', 'V', '0', '5'}, 1, 80, 1);
+    EXPECT_EQ(home.ToJson()["speakers"][4]["connection"], "network");
+    EXPECT_EQ(home.StartGroup(4), 2);
+    EXPECT_EQ(home.ToJson()["speakers"].size(), 7U);
+
+    Home other;
+    other.StartSpeakerNode(5, 80, 1);
+    EXPECT_EQ(other.ToJson()["speakers"][4]["active"], true);
+}
+
+TEST(HomeTest, StartingADirectlyConnectedSpeakerKeepsItSo)
+{
+    Home home;
+    home.Speakers().ConnectDirectly(6);
+    home.StartGroup(4);
+    EXPECT_EQ(home.ToJson()["speakers"][4]["connection"], "direct");
+    EXPECT_EQ(home.ToJson()["speakers"][5]["connection"], "network");
+}
+
+TEST(HomeTest, RefusesToStartWhatDoesNotExist)
+{
+    Home home;
+    home.StartSpeakers(StartRecord(1, 0x01));
+    EXPECT_EQ(home.StartSpeakerById({'K', 'I', 'V', 'E', 'E'}, 1, 81, 9), -1);
+    EXPECT_EQ(home.StartSpeakerById({'k', 'i', 'v', 'a', '4'}, 1, 81, 9), -1);
+    EXPECT_EQ(home.StartSpeakerNode(8, 81, 9), -1);
+    EXPECT_EQ(home.StartSpeakerNode(-1, 81, 9), -1);
+    EXPECT_EQ(home.StartGroup(0), -1);
+    EXPECT_EQ(home.StartGroup(5), -1);
+    EXPECT_EQ(home.SurroundChannels(), 1);
+    EXPECT_EQ(home.SettingMode(), 80);
+}
+
+TEST(HomeTest, KeepsTheModes)
+{
+    Home home;
+    EXPECT_EQ(home.SettingMode(), 80);
+    EXPECT_EQ(home.TavrinUiMode(), 80);
+    home.SetSettingMode(7, 0);
+    EXPECT_EQ(home.SetTavrinUiMode(81), 81);
+    EXPECT_EQ(home.SettingMode(), 7);
+    EXPECT_EQ(home.TavrinUiMode(), 81);
+}
+
+TEST(HomeTest, TavrinCanBeSelectedUntilItIs)
+{
+    Home home;
+    EXPECT_TRUE(home.CanSelectTavrin());
+    EXPECT_FALSE(home.CanCancelTavrin());
+    home.SetSettingMode(81, 0);
+    EXPECT_FALSE(home.CanSelectTavrin());
+    EXPECT_FALSE(home.PreSelectTavrin());
+    EXPECT_TRUE(home.CanCancelTavrin());
+}
+
+TEST(HomeTest, PreselectedTavrinCanBeCancelled)
+{
+    Home home;
+    EXPECT_TRUE(home.PreSelectTavrin());
+    EXPECT_TRUE(home.CanSelectTavrin());
+    EXPECT_TRUE(home.CanCancelTavrin());
+    EXPECT_EQ(home.ToJson()["tavrinPreSelected"], true);
+    home.SetSettingMode(80, 0);
+    EXPECT_FALSE(home.CanCancelTavrin());
+}
+
+TEST(HomeTest, SurroundKeepsTavrinSettingsClosed)
+{
+    Home home;
+    EXPECT_TRUE(home.CanEnterTavrinSettings());
+    home.StartGroup(1);
+    EXPECT_FALSE(home.CanEnterTavrinSettings());
+    home.DisableSurround();
+    EXPECT_TRUE(home.CanEnterTavrinSettings());
+    home.SetSettingMode(81, 0);
+    home.StartGroup(1);
+    EXPECT_TRUE(home.CanEnterTavrinSettings());
 }
 
 TEST(HomeTest, AtmosTellsAChange)

@@ -20,16 +20,11 @@ struct Example {
     std::string answer;
 };
 
-/** 02:4b:49:56:00:01 and 192.168.0.21, as single arguments. */
-constexpr char kSpeaker[] = "byte 2, byte 0x4b, byte 0x49, byte 0x56, byte 0, byte 1";
-constexpr char kAddress[] = "byte 2, byte 0x4b, byte 0x49, byte 0x56, byte 0, byte 1, 352364736";
-constexpr char kLabel[] = "byte 0x4b, byte 0x49, byte 0x56, byte 0x30, byte 0x31";
-
 std::map<std::string, Example> Examples()
 {
-    const std::string speaker = kSpeaker;
-    const std::string address = kAddress;
-    const std::string label = kLabel;
+    const std::string speaker = MacArguments(0x01);
+    const std::string address = speaker + ", 352364736"; // 192.168.0.21
+    const std::string label = "byte 0x4b, byte 0x49, byte 0x56, byte 0x30, byte 0x31";
     const std::string records = Records({StartRecord(0, 0x01), StartRecord(0, 0x02)});
     const std::string newSpeaker = "(@ay [1, 0, 0, 0, 2, 0x4b, 0x49, 0x56, 0, 5],)";
     const std::string mobileMessage = "(@ay [6, 0, 0, 0, 2, 0x4b, 0x49, 0x56, 0, 5],)";

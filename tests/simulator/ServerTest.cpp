@@ -1,14 +1,15 @@
 #include "SimulatorTest.h"
-#include "simulator/BusObject.h"
-#include "simulator/Interfaces.h"
 
+#include <array>
 #include <chrono>
-#include <map>
+#include <optional>
 
 namespace kiv::simulator {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 class ServerTest : public SimulatorTest {
@@ -28,6 +29,89 @@ TEST_F(ServerTest, WhatOneCallSetsAnotherReads)
     EXPECT_EQ(Server("GetSurroundChannelNumber"), "(0,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
     EXPECT_EQ(Model()["speakers"][0]["active"], false);
+}
+
+/** The event that follows a call on the volumes of speakers with these last MAC and IP bytes and volumes. */
+Bytes VolumeEvent(const std::vector<std::array<std::uint8_t, 3>>& volumes)
+{
+    Writer event;
+    event.Int32(0x02020040).Int32(static_cast<int>(14 * volumes.size()));
+    for (const auto& [mac, ip, volume] : volumes) {
+        event.Append(SpeakerMac(mac)).Append(Ip{192, 168, 0, ip}).Int32(volume);
+    }
+    return event.Written();
+}
+
+TEST_F(ServerTest, VolumeCallsReachSubscribers)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7");
+    const FakeClient other(bus_.Address(), "tv_8");
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    other.Tell("check_dbus_connection", 8);
+
+    EXPECT_EQ(Server("GetNetSpkVolume", "(" + MacArguments(0x01) + ", 0)"), "(20,)");
+    EXPECT_EQ(Server("SetNetSpkVolume", "(" + MacArguments(0xa4) + ", 0, 77)"), "(77,)");
+    EXPECT_EQ(Server("GetNetSpkVolume", "(" + MacArguments(0xee) + ", 0)"), "(-1,)");
+    EXPECT_EQ(Server("GetNetSpkVolumeList", Records({StartRecord(0, 0x02), StartRecord(0, 0xa4)})), "(2,)");
+    EXPECT_EQ(Server("GetNetSpkVolumeList", Records({})), "(0,)");
+    EXPECT_EQ(Server("DecreaseNetSpkVolume", "(" + MacArguments(0xa4) + ", 0)"), "(76,)");
+
+    EXPECT_THAT(
+        subscriber.Payloads(4), ElementsAre(
+                                    VolumeEvent({{0x01, 21, 20}}), VolumeEvent({{0xa4, 24, 77}}),
+                                    VolumeEvent({{0x02, 22, 20}, {0xa4, 24, 77}}), VolumeEvent({{0xa4, 24, 76}})));
+    EXPECT_THAT(other.Payloads(), IsEmpty());
+}
+
+TEST_F(ServerTest, TheVolumeEventComesAfterTheAnswer)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7");
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    subscriber.Ask("ResetAllNetSpkVolume", "()");
+    subscriber.Payloads(1);
+    const std::vector<std::string> arrivals = subscriber.Arrivals();
+    ASSERT_GE(arrivals.size(), 2U);
+    EXPECT_EQ(arrivals[arrivals.size() - 2], "answer");
+    EXPECT_EQ(arrivals.back(), "event");
+}
+
+TEST_F(ServerTest, AFaultKeepsTheVolumeEventBack)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7");
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    Control("SetFault", "('ResetAllNetSpkVolume', {'reply': <(4,)>})");
+    Server("ResetAllNetSpkVolume");
+    Server("SetNetSpkVolume", "(" + MacArguments(0x01) + ", 0, 5)");
+    EXPECT_THAT(subscriber.Payloads(1), ElementsAre(VolumeEvent({{0x01, 21, 5}})));
+}
+
+TEST_F(ServerTest, ArgumentsComeInTheirOrder)
+{
+    EXPECT_EQ(
+        Server("Vireon_StartNetworkSpeakerByID", "(byte 0x4b, byte 0x49, byte 0x56, byte 0x30, byte 0x31, 11, 12, 13)"),
+        "(1,)");
+    EXPECT_EQ(Model()["speakers"][0]["channel"], 11);
+    EXPECT_EQ(Model()["settingMode"], 12);
+    EXPECT_EQ(Model()["startReason"], 13);
+    EXPECT_EQ(Server("StartNetworkSpeakerByID", "(2, 14, 15)"), "(1,)");
+    EXPECT_EQ(Server("GetNetSpkSettingMode"), "(14,)");
+    EXPECT_EQ(Model()["startReason"], 15);
+
+    EXPECT_EQ(Server("StartNetSpkTest", "(" + MacArguments(0x02) + ", 1, 2, 3)"), "(0,)");
+    EXPECT_EQ(Model()["speakers"][1]["test"], (nlohmann::json{{"parameter", 1}, {"channelType", 2}, {"extra", 3}}));
+    EXPECT_EQ(Server("SetNetSpkName", "(" + MacArguments(0x02) + ", 9, 'Door')"), "(0,)");
+    EXPECT_EQ(Model()["speakers"][1]["name"], "Door");
+}
+
+TEST_F(ServerTest, AStartedGroupIsTheActiveOne)
+{
+    Server("StartNetworkSpeakerGroupByMobile", "(4,)");
+    const std::optional<Bytes> active = AnsweredBytes(Server("GetActiveNetSpkInfo", "(0,)"));
+    ASSERT_TRUE(active);
+    EXPECT_EQ(active->size(), 155U + 2 * 183);
+    EXPECT_EQ(std::string(active->begin(), active->begin() + 8), std::string("Terrace\0", 8));
+    EXPECT_EQ(Server("GetNetSpkListInfoNumber"), "(3,)");
+    EXPECT_EQ(Server("GetSurroundChannelNumber"), "(2,)");
 }
 
 TEST_F(ServerTest, RefusesRecordsThatAreNotWhole)

@@ -12,7 +12,6 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -159,6 +158,7 @@ struct FakeClient::Record {
     std::condition_variable arrived;
     std::vector<Variant> payloads;
     std::vector<std::string> calls;
+    std::vector<std::string> arrivals;
 
     void Note(GDBusMessage* call)
     {
@@ -167,8 +167,15 @@ struct FakeClient::Record {
         calls.push_back(g_dbus_message_get_member(call) + (body == nullptr ? "()" : Text(body)));
         if (calls.back().starts_with("nam_notify_subscriber")) {
             payloads.push_back(Own(g_variant_get_child_value(body, 0)));
+            arrivals.emplace_back("event");
             arrived.notify_all();
         }
+    }
+
+    void NoteAnswer()
+    {
+        const std::lock_guard lock(mutex);
+        arrivals.emplace_back("answer");
     }
 
     void Answer(GDBusConnection* connection, GDBusMessage* call) const
@@ -183,7 +190,11 @@ struct FakeClient::Record {
     /** Returns whether it was a call. */
     bool OnMessage(GDBusConnection* connection, GDBusMessage* message)
     {
-        if (g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+        const GDBusMessageType type = g_dbus_message_get_message_type(message);
+        if (type == G_DBUS_MESSAGE_TYPE_METHOD_RETURN) {
+            NoteAnswer();
+        }
+        if (type != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
             return false;
         }
         Note(message);
@@ -208,9 +219,14 @@ FakeClient::FakeClient(const std::string& address, const std::string& id, Manner
 
 void FakeClient::Tell(const char* method, int pid) const
 {
+    Ask(method, fmt::format("({},)", pid));
+}
+
+void FakeClient::Ask(const char* method, const std::string& arguments) const
+{
     const Variant reply = Own(g_dbus_connection_call_sync(
         connection_.Get(), kServerName, kServerPath, "org.lumra.tv.networkspeaker.server.interface", method,
-        g_variant_new("(i)", pid), nullptr, G_DBUS_CALL_FLAGS_NONE, kPatienceMs, nullptr, nullptr));
+        Value(arguments).get(), nullptr, G_DBUS_CALL_FLAGS_NONE, kPatienceMs, nullptr, nullptr));
 }
 
 std::vector<Bytes> FakeClient::Payloads(std::size_t atLeast) const
@@ -228,6 +244,12 @@ std::vector<std::string> FakeClient::Calls() const
 {
     const std::lock_guard lock(record_->mutex);
     return record_->calls;
+}
+
+std::vector<std::string> FakeClient::Arrivals() const
+{
+    const std::lock_guard lock(record_->mutex);
+    return record_->arrivals;
 }
 
 struct SimulatorTest::Answers {
@@ -335,22 +357,33 @@ std::optional<Bytes> AnsweredBytes(const std::string& answer)
     return Content(Own(g_variant_get_child_value(Own(parsed).get(), 0)).get());
 }
 
+Mac SpeakerMac(std::uint8_t lastByte)
+{
+    return {0x02, 0x4b, 0x49, 0x56, 0x00, lastByte};
+}
+
+std::string MacArguments(std::uint8_t lastByte)
+{
+    return fmt::format("byte {}", fmt::join(SpeakerMac(lastByte), ", byte "));
+}
+
+Bytes Joined(const std::vector<Bytes>& parts)
+{
+    Bytes bytes;
+    for (const Bytes& part : parts) {
+        bytes.insert(bytes.end(), part.begin(), part.end());
+    }
+    return bytes;
+}
+
 Bytes StartRecord(int config, std::uint8_t lastMacByte)
 {
-    Bytes record(86);
-    std::memcpy(record.data() + 4, &config, sizeof(config));
-    const Bytes mac = {0x02, 0x4b, 0x49, 0x56, 0x00, lastMacByte};
-    std::memcpy(record.data() + 8, mac.data(), mac.size());
-    return record;
+    return Writer().Int32(0).Int32(config).Append(SpeakerMac(lastMacByte)).ToSize(86).Written();
 }
 
 std::string Records(const std::vector<Bytes>& records)
 {
-    Bytes bytes;
-    for (const Bytes& record : records) {
-        bytes.insert(bytes.end(), record.begin(), record.end());
-    }
-    return fmt::format("(@ay [{}],)", fmt::join(bytes, ", "));
+    return fmt::format("(@ay [{}],)", fmt::join(Joined(records), ", "));
 }
 
 } // namespace kiv::simulator

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "simulator/Glib.h"
+#include "simulator/Wire.h"
 #include "tools/sandbox/Connection.h"
 #include "tools/sandbox/PrivateBus.h"
 
@@ -51,11 +52,15 @@ public:
     std::string BusName() const { return connection_.UniqueName(); }
     /** Calls a server method with the pid as the client itself would. */
     void Tell(const char* method, int pid) const;
+    /** Calls a server method with arguments as GVariant text, and waits for the answer. */
+    void Ask(const char* method, const std::string& arguments) const;
 
     /** Waits until there are so many. */
     std::vector<Bytes> Payloads(std::size_t atLeast = 0) const;
     /** Every call, as "method(arguments)". */
     std::vector<std::string> Calls() const;
+    /** "event" and "answer", in the order in which these have come. */
+    std::vector<std::string> Arrivals() const;
 
 private:
     struct Record;
@@ -105,6 +110,11 @@ private:
 /** What an answer in text form holds, if that is one byte array. */
 std::optional<Bytes> AnsweredBytes(const std::string& answer);
 
+/** MAC address of a speaker of the home. */
+Mac SpeakerMac(std::uint8_t lastByte);
+/** The same as six arguments. */
+std::string MacArguments(std::uint8_t lastByte);
+Bytes Joined(const std::vector<Bytes>& parts);
 /** A record of the list of speakers to start. */
 Bytes StartRecord(int config, std::uint8_t lastMacByte);
 /** The argument of StartNetworkSpeaker. */

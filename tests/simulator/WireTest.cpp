@@ -1,0 +1,66 @@
+#include "simulator/Wire.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace kiv::simulator {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST(WireTest, IntegersAreLittleEndian)
+{
+    const Bytes bytes = Writer().Int32(0x01020384).Int32(-2).Written();
+    EXPECT_THAT(bytes, ElementsAre(0x84, 3, 2, 1, 0xfe, 0xff, 0xff, 0xff));
+    Reader reader(bytes);
+    EXPECT_EQ(reader.Int32(), 0x01020384);
+    EXPECT_EQ(reader.Int32(), -2);
+}
+
+TEST(WireTest, TextIsPaddedAndEndsWithNul)
+{
+    EXPECT_THAT(Writer().Text("ab", 4).Written(), ElementsAre('a', 'b', 0, 0));
+    EXPECT_THAT(Writer().Text("", 2).Written(), ElementsAre(0, 0));
+    EXPECT_THAT(Writer().Text("abcd", 4).Written(), ElementsAre('a', 'b', 'c', 0));
+}
+
+TEST(WireTest, TextIsCutBetweenCharacters)
+{
+    EXPECT_THAT(Writer().Text("a\u00fcb", 3).Written(), ElementsAre('a', 0, 0));
+    EXPECT_THAT(Writer().Text("a\u00fcb", 4).Written(), ElementsAre('a', 0xc3, 0xbc, 0));
+    EXPECT_THAT(Writer().Text("\u20ac", 3).Written(), ElementsAre(0, 0, 0));
+}
+
+TEST(WireTest, SizeFillsUpOrCuts)
+{
+    EXPECT_THAT(Writer().Append(Bytes{1, 2}).ToSize(3).Written(), ElementsAre(1, 2, 0));
+    EXPECT_THAT(Writer().Append(Bytes{1, 2}).ToSize(1).Written(), ElementsAre(1));
+}
+
+TEST(WireTest, TakesFieldsInOrder)
+{
+    const Bytes bytes = {192, 168, 0, 1, 9, 2, 3, 4, 5, 6, 7, 8};
+    Reader reader(bytes);
+    EXPECT_EQ(Text(reader.Take<Ip>()), "192.168.0.1");
+    reader.Skip(1);
+    EXPECT_EQ(Text(reader.Take<Mac>()), "02:03:04:05:06:07");
+    EXPECT_THAT(reader.Rest(), ElementsAre(8));
+    EXPECT_THAT(reader.Rest(), IsEmpty());
+}
+
+TEST(WireTest, NothingIsTakenBeyondTheEnd)
+{
+    const Bytes bytes(5);
+    EXPECT_THROW(Reader(bytes).Take<Mac>(), std::out_of_range);
+    Reader reader(bytes);
+    reader.Skip(2);
+    EXPECT_THROW(reader.Int32(), std::out_of_range);
+    reader.Skip(5);
+    EXPECT_THROW(reader.Rest(), std::out_of_range);
+}
+
+} // namespace
+} // namespace kiv::simulator
