@@ -1,21 +1,22 @@
-// A TV application in small: routes the TV's sound to three speakers, hears from the server, and stops again.
+// A TV application in small, on a tour of all that network speakers can do.
 
+#include "LivingRoom.h"
+#include "Story.h"
 #include <KivServiceInterface.h>
 
-#include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <unistd.h>
 
+#include <array>
 #include <condition_variable>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <mutex>
 #include <optional>
-#include <stdexcept>
-#include <string>
-#include <utility>
 #include <vector>
+
+using namespace demo;
 
 namespace {
 
@@ -24,25 +25,43 @@ constexpr int kStartReason = 1;
 constexpr int kStopType = 0;
 constexpr unsigned kLongestRunSeconds = 60;
 
-template <typename... Arguments>
-void Say(fmt::format_string<Arguments...> format, Arguments&&... arguments)
+// The simulated server's own: an event that tells of volumes, 14 bytes a speaker, the last four of which are the
+// volume.
+constexpr int kVolumeEvent = 0x02020040;
+constexpr std::size_t kVolumeAt = 10;
+
+using Mac = std::array<unsigned char, NETSPK_MAC_LEN>;
+
+constexpr Mac kLeft = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01};
+constexpr Mac kRight = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x02};
+constexpr Mac kSubwoofer = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x03};
+constexpr Mac kBedroom = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x05};
+constexpr Mac kSoundbar = {0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0};
+
+std::string Text(const Mac& mac)
 {
-    fmt::print("TV: {}\n", fmt::format(format, std::forward<Arguments>(arguments)...));
-    std::fflush(stdout);
+    return fmt::format("{:02x}", fmt::join(mac, ":"));
 }
 
-void Require(bool condition, const char* what)
+// An IPv4 address as the library takes it: the first dotted octet in the lowest byte.
+int Ip(int a, int b, int c, int d)
 {
-    if (!condition) {
-        throw std::runtime_error(what);
-    }
+    return a | b << 8 | c << 16 | d << 24;
+}
+
+STNetSpkConfig Config(const Mac& mac, int32_t config)
+{
+    STNetSpkConfig speaker{};
+    speaker.nConfig = config;
+    std::memcpy(speaker.mac, mac.data(), mac.size());
+    return speaker;
 }
 
 /* --- What the server pushes, received on the library's monitor thread -------------------------------------------- */
 
 struct Event {
     int id;
-    int length;
+    std::vector<unsigned char> data;
 };
 
 std::mutex g_lock;
@@ -50,10 +69,11 @@ std::condition_variable g_arrived;
 std::optional<Event> g_event;
 bool g_atmosReported = false;
 
-void OnEvent(int id, void*, int length)
+void OnEvent(int id, void* data, int length)
 {
+    const auto* bytes = static_cast<unsigned char*>(data);
     const std::lock_guard lock(g_lock);
-    g_event = Event{id, length};
+    g_event = Event{id, {bytes, bytes + length}};
     g_arrived.notify_one();
 }
 
@@ -64,101 +84,152 @@ void OnAtmos(int, void*)
     g_arrived.notify_one();
 }
 
-/* --- The person in the living room ------------------------------------------------------------------------------- */
-
-void WaitForOwner(GDBusConnection* bus, const std::string& name)
+Event WaitForEvent(int id)
 {
-    bool owned = false;
-    const auto onOwned = [](GDBusConnection*, const char*, const char*, gpointer flag) {
-        *static_cast<bool*>(flag) = true;
-    };
-    const guint watch = g_bus_watch_name_on_connection(
-        bus, name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, onOwned, nullptr, &owned, nullptr);
-    while (!owned) {
-        g_main_context_iteration(nullptr, TRUE);
-    }
-    g_bus_unwatch_name(watch);
+    std::unique_lock lock(g_lock);
+    g_arrived.wait(lock, [id] { return g_event && g_event->id == id; });
+    const Event event = *std::exchange(g_event, std::nullopt);
+    Say("event {:#010x} with {} bytes of data", static_cast<unsigned>(event.id), event.data.size());
+    return event;
 }
 
-// Plugs an Atmos receiver in, so to speak: no part of a TV application, hence on a bus connection of its own. The
-// simulated server tells its subscribers, of which this process is one as soon as it serves the client object.
-void ConnectAtmosReceiverInSimulator()
+/* --- The tour ---------------------------------------------------------------------------------------------------- */
+
+void Listen()
 {
-    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
-        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    g_autoptr(GDBusConnection) bus = g_dbus_connection_new_for_address_sync(address, kFlags, nullptr, nullptr, nullptr);
-    Require(bus != nullptr, "no connection to the system bus");
-    WaitForOwner(bus, "org.lumra.tv.networkspeaker.client." + CNSGdbus::m_pInstance->m_strClientName);
-
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        bus, "org.lumra.tv.networkspeaker.simulator", "/org/lumra/tv/networkspeaker/simulator",
-        "org.lumra.tv.networkspeaker.simulator.control", "SetAtmos", g_variant_new("(b)", TRUE), nullptr,
-        G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, &error);
-    Require(reply != nullptr, "the simulator cannot be asked for an Atmos receiver");
-}
-
-/* --- The TV application ------------------------------------------------------------------------------------------ */
-
-STNetSpkConfig Speaker(unsigned char number, int32_t config)
-{
-    return {0, config, {0x02, 0x4b, 0x49, 0x56, 0x00, number}, {}};
-}
-
-void ListenToServer()
-{
-    Say("subscribing to the server's events and to Atmos; the first call starts the server if it does not run");
+    Chapter("events: the first call starts the server if it does not run");
+    Require(!GetWhetherKivDisabled(), "this device has no network speakers");
     Require(SubscribeNamServiceCallback(kSubscription, OnEvent) == 1, "the subscription failed");
     Require(register_atmos_support_cb(OnAtmos, nullptr) == 0, "the Atmos registration failed");
     Require(!kiv_is_receiver_atmos(), "Atmos is supported too early");
+    Say("subscribed to the server's events and to Atmos");
+}
+
+void TakeInventory()
+{
+    Chapter("inventory");
+    Say("network speakers are {}", FlagEnableNetworkSpeaker() ? "enabled" : "disabled");
+    Say("the multi-room settings {} be entered", CanEnterTavrinSettings() ? "may" : "may not");
+
+    std::vector<STNetSpkListInfo> lists;
+    const int number = GetNetSpkListInfo(lists);
+    Say("{} speaker lists", number);
+    Require(number == GetNetSpkListInfoNumber(), "the lists are not as many as announced");
+
+    std::vector<CNetSpkNodeInfo> nodes;
+    Say("{} speaker nodes in the network", GetNetSpkNodeList(nodes));
+    Require(nodes.size() > lists.size(), "no speaker is left to connect");
+}
+
+void ConnectSpeaker()
+{
+    Chapter("connecting a speaker that was only seen so far");
+    std::vector<STNetSpkConfig> bedroom{Config(kBedroom, 0)};
+    Say("{} is connected by {} (0: not at all)", Text(kBedroom), GetSpksConnectionType(&bedroom));
+    Say("connecting it: {} speaker connected", AutoConnectNewSpeakers(kBedroom.data(), 1));
+    Say("now it is connected by {} (1: home network)", GetSpksConnectionType(&bedroom));
+    Require(GetSpksConnectionTypeByID(5) == 1, "the speaker was not connected");
 }
 
 void StartSpeakers()
 {
-    std::vector<STNetSpkConfig> speakers = {Speaker(1, 1), Speaker(2, 2), Speaker(3, 3)};
-    Say("starting {} speakers as the surround set", speakers.size());
-    for (const STNetSpkConfig& speaker : speakers) {
-        Say("  {:02x}", fmt::join(speaker.mac, ":"));
-    }
+    std::vector<STNetSpkConfig> speakers = {Config(kLeft, 1), Config(kRight, 2), Config(kSubwoofer, 3)};
+    Chapter("the TV's sound on three speakers, as its surround set");
     const int started = StartNetworkSpeaker(NETSPKSETTING_SURROUND, speakers, kStartReason);
     Say("the server answers {}: that many speakers play now", started);
     Require(started == static_cast<int>(speakers.size()), "not all speakers were started");
+    Require(GetSurroundChannelNumber() == started, "the surround channels are not those of the speakers");
 
-    const int channels = GetSurroundChannelNumber();
-    Say("surround channels: {}", channels);
-    Require(channels == started, "the surround channels are not those of the speakers");
+    char name[NETSPK_LIST_NAME_LEN] = {};
+    char type[NETSPK_SPEAKER_TYPE_LEN + 1] = {};
+    std::vector<spk_info_s> active;
+    const int count = GetActiveNetSpkInfo(name, type, active);
+    Say("active: \"{}\", {} speakers of type {}", name, count, type);
+    Require(count == started && active.size() == speakers.size(), "other speakers are active");
+
+    Say("a test tone on {}", Text(kLeft));
+    StartNetSpkTest(kLeft.data(), 0, 1, 0);
+    StopNetSpkTest(kLeft.data(), 0, 0);
+}
+
+int VolumeFromEvent()
+{
+    const Event event = WaitForEvent(kVolumeEvent);
+    Require(event.data.size() >= kVolumeAt + sizeof(int32_t), "an event without a volume");
+    int32_t volume = 0;
+    std::memcpy(&volume, event.data.data() + kVolumeAt, sizeof volume);
+    return volume;
+}
+
+void SetNameAndVolume()
+{
+    Chapter("name and volume");
+    SetNetSpkName(kLeft.data(), Ip(192, 168, 0, 21), "Bookshelf");
+    SetNetSpkVolume(kLeft.data(), Ip(192, 168, 0, 21), 33);
+    Say("volume set to {}", VolumeFromEvent());
+    IncreaseNetSpkVolume(kLeft.data(), Ip(192, 168, 0, 21));
+    const int louder = VolumeFromEvent();
+    Say("one step up: {}", louder);
+    Require(louder == 34, "the volume is another");
+    ResetAllNetSpkVolume();
+    Say("all volumes reset: {}", VolumeFromEvent());
+}
+
+void SetSoundMode()
+{
+    Chapter("the soundbar's sound mode");
+    unsigned char device[KIV_SOUNDBAR_DEVICE_INFO_LEN] = {};
+    Require(GetSoundbarDeviceInfo(device) >= 0, "no soundbar");
+    Mac mac{};
+    std::memcpy(mac.data(), device, mac.size());
+    Say("soundbar {} at {}.{}.{}.{}", Text(mac), device[6], device[7], device[8], device[9]);
+    Require(mac == kSoundbar, "another soundbar");
+
+    unsigned char version[KIV_SOUND_MODE_LEN] = {};
+    Say("sound-mode protocol version {}", GetSoundbarProtocolVersion(mac.data(), version, sizeof version));
+    SetSoundbarSupportSoundMode(mac.data(), Ip(192, 168, 0, 20), 1);
+    Require(IsSoundbarSupportSoundMode(mac.data()), "the soundbar supports no sound modes");
+
+    const std::array<unsigned char, 5> night = {1, 4, 0, 2, 0};
+    SetSoundbarSoundMode(mac.data(), Ip(192, 168, 0, 20), night.data(), static_cast<int>(night.size()));
+    unsigned char mode[KIV_SOUND_MODE_LEN] = {};
+    const int length = GetSoundbarSoundMode(device, mode);
+    Say("sound mode set, and read back: {} bytes, {:02x}", length, fmt::join(mode, mode + night.size(), " "));
+    Require(std::memcmp(mode, night.data(), night.size()) == 0, "the soundbar did not keep its sound mode");
+}
+
+void ChooseMultiRoom()
+{
+    Chapter("from surround to multi-room");
+    Say("setting mode {} (80: surround)", GetNetSpkSettingMode());
+    Require(CanSelectTavrin() && PreSelectTavrin(), "multi-room cannot be selected");
+    Say("multi-room is preselected, and {} be cancelled", CanCancelTavrin() ? "can" : "cannot");
+    Say("the settings screen shows mode {}", SetTavrinUIMode(NETSPKSETTING_MULTIROOM));
+    Say("the library never reports multi-room: it reads {}", GetTavrinUIMode());
+    Require(DisableSurround() == 0 && GetSurroundChannelNumber() == 0, "surround operation goes on");
 }
 
 void WaitForAtmos()
 {
-    Say("somebody connects an Atmos receiver; waiting for the server to report it");
-    ConnectAtmosReceiverInSimulator();
-
-    std::unique_lock lock(g_lock);
-    g_arrived.wait(lock, [] { return g_event.has_value() && g_atmosReported; });
-    Say("event {:#010x} with {} bytes of data", static_cast<unsigned>(g_event->id), g_event->length);
-    Require(g_event->id == NAMSERVICE_ATMOS_STATE, "another event was expected");
-    lock.unlock();
-
-    const bool atmos = kiv_is_receiver_atmos();
-    Say("does the receiver support Atmos? {}", atmos ? "yes" : "no");
-    Require(atmos, "the server does not know of its own event");
+    Chapter("somebody connects an Atmos receiver");
+    ConnectAtmosReceiver();
+    WaitForEvent(NAMSERVICE_ATMOS_STATE);
+    {
+        const std::lock_guard lock(g_lock);
+        Require(g_atmosReported, "the Atmos callback was not called first");
+    }
+    Require(kiv_is_receiver_atmos(), "the server does not know of its own event");
+    Say("the receiver supports Atmos");
 }
 
-void StopSpeakers()
+void Stop()
 {
-    Say("stopping the speakers");
+    Chapter("the TV's own sound again");
     Require(StopNetworkSpeaker(kStopType) == kStopType, "the speakers were not stopped");
-    Require(GetSurroundChannelNumber() == 0, "surround channels are left");
-}
-
-void StopListening()
-{
-    Say("unsubscribing");
     Require(unregister_atmos_support_cb(OnAtmos) == 0, "the Atmos registration was not ended");
     UnsubscribeNamServiceCallback(kSubscription);
     Require(CNSGdbus::m_pInstance->m_DestroyMessageMonitor() == 0, "the monitor thread was not ended");
+    Say("stopped and unsubscribed");
 }
 
 } // namespace
@@ -167,14 +238,18 @@ int main()
 try {
     // A step that hangs is a failure, too.
     alarm(kLongestRunSeconds);
-    ListenToServer();
+    Listen();
+    TakeInventory();
+    ConnectSpeaker();
     StartSpeakers();
+    SetNameAndVolume();
+    SetSoundMode();
+    ChooseMultiRoom();
     WaitForAtmos();
-    StopSpeakers();
-    StopListening();
+    Stop();
     Say("done");
     return EXIT_SUCCESS;
 } catch (const std::exception& failure) {
-    Say("FAILED: {}", failure.what());
+    Print(std::string("TV: FAILED: ") + failure.what());
     return EXIT_FAILURE;
 }
