@@ -3,7 +3,10 @@
 #include "support/BusTest.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <functional>
 
 namespace kiv::test {
 
@@ -16,6 +19,43 @@ inline std::string RefusedLine(const std::string& method)
 {
     return "E MethodCall: [NAM_API] Error: method [" + method + "],[GDBus.Error:org.example.Refused: no]...";
 }
+
+// A server that dies in the call.
+inline const std::string kDeath = "{'exit': <true>}";
+
+inline std::string DiedLine(const std::string& method)
+{
+    return "E MethodCall: [NAM_API] Error: method [" + method +
+           "],[GDBus.Error:org.freedesktop.DBus.Error.NoReply: Message recipient disconnected from message bus without "
+           "replying]...";
+}
+
+// The line about a failed call that says when it failed, and nothing else.
+inline void ExpectTimed(const std::string& line, const std::string& function, std::time_t earliest)
+{
+    const std::string format = "E " + function + ": [NAM_API] MethodCall Error, time(";
+    ASSERT_THAT(line, ::testing::StartsWith(format));
+    long seconds = 0;
+    int end = 0;
+    std::sscanf(line.c_str() + format.size(), "%ld)%n", &seconds, &end);
+    EXPECT_EQ(static_cast<std::size_t>(end), line.size() - format.size()) << line;
+    EXPECT_GE(seconds, earliest);
+    EXPECT_LE(seconds, std::time(nullptr));
+}
+
+// The line about a payload that cannot travel.
+inline std::string TooLongLine(const std::string& function, std::size_t bytes)
+{
+    return "E " + function + ": [NAM_API] " + std::to_string(bytes) + " bytes are more than the bus carries";
+}
+
+// Bytes that a D-Bus array can have at most.
+inline constexpr std::size_t kLongestArray = 64 * 1024 * 1024;
+
+// A speaker's MAC address, and how it is sent and logged.
+inline const unsigned char kMac[] = {0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4};
+inline const std::string kMacSent = "0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4";
+inline const std::string kMacLogged = "02:4b:49:56:7f:a4";
 
 // A reply as GVariant text, and its type.
 struct WrongReply {
@@ -66,6 +106,27 @@ inline std::string BytesFault(const std::vector<unsigned char>& bytes)
     return "{'reply': <(@ay [" + text + "],)>}";
 }
 
+// A byte array among the arguments that Sent() gives.
+inline std::string BytesText(const std::vector<unsigned char>& bytes)
+{
+    GVariant* array = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1);
+    gchar* printed = g_variant_print(g_variant_ref_sink(array), FALSE);
+    std::string text(printed);
+    g_free(printed);
+    g_variant_unref(array);
+    return text;
+}
+
+// The bytes of speakers, back to back.
+inline std::vector<unsigned char> Records(const std::vector<STNetSpkConfig>& speakers)
+{
+    std::vector<unsigned char> bytes(speakers.size() * 86);
+    if (!speakers.empty()) {
+        std::memcpy(bytes.data(), speakers.data(), bytes.size());
+    }
+    return bytes;
+}
+
 inline STNetSpkConfig Speaker(unsigned char seed)
 {
     unsigned char bytes[sizeof(STNetSpkConfig)];
@@ -106,6 +167,40 @@ protected:
         Lines lines = platform_log::OfFunction(function);
         std::erase(lines, "I " + function + ": >>> API Start ");
         return lines;
+    }
+
+    static Lines Errors(const std::string& function)
+    {
+        Lines lines = Own(function);
+        std::erase_if(lines, [](const std::string& line) { return !line.starts_with("E "); });
+        return lines;
+    }
+
+    // The function looks at its arguments once the device has been asked and the server reached, however bad they are.
+    void ExpectArgumentsLast(const std::string& function, const Lines& first, const std::function<void()>& call)
+    {
+        KillServer();
+        ForgetTrafficOnly();
+        call();
+        EXPECT_EQ(platform_log::OfTestThread(), first + UnreachableLines(function));
+
+        g_KivDisabled = true;
+        ForgetTrafficOnly();
+        call();
+        EXPECT_EQ(
+            platform_log::OfTestThread(),
+            (first + Lines{
+                         "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
+                         "E " + function + ": [NAM_API] GetWhetherKivDisabled failed",
+                     }));
+        EXPECT_THAT(Sent(), ::testing::IsEmpty());
+    }
+
+    // The server has been reached, and not been asked for anything.
+    void ExpectNothingAsked()
+    {
+        EXPECT_THAT(Sent(), ::testing::ElementsAre(kOwnerQuery, IdQuery()));
+        EXPECT_THAT(control_.Methods(), ::testing::ElementsAre("check_dbus_connection"));
     }
 
     // All that the log says of a call that got as far as the server: the function's lines before its method is called,

@@ -76,9 +76,12 @@ TEST_F(CallFrameTest, WhatTheHostPresetsCountsWhileTheFeatureIsUnreadable)
 }
 
 struct Function {
-    const char* name;
-    int disabled; // its result on a device without the feature
+    std::string name;
+    int disabled; // its result on a device without the feature; 0 for one that returns nothing
     std::function<int()> call;
+    Lines first = {};        // what it logs before the frame
+    std::string frame = {};  // the name under which the frame logs, its own by default
+    std::string method = {}; // of the server that it calls first, named as the function by default
 };
 
 void PrintTo(const Function& function, std::ostream* out)
@@ -89,36 +92,146 @@ void PrintTo(const Function& function, std::ostream* out)
 void OnEvent(int, void*, int) {}
 void OnAtmos(int, void*) {}
 
+const unsigned char kBytes[8] = {};
+std::vector<STNetSpkConfig> g_speakers(1);
+
+Function Flag(const std::string& name, bool (*call)(), const Lines& first = {})
+{
+    return {name, 0, [call] { return static_cast<int>(call()); }, first};
+}
+
+Function VolumeStep(const std::string& name, void (*call)(const unsigned char*, int))
+{
+    return {name, 0, [call] { return call(kBytes, 0), 0; }, {}, "m_SetSpkVolume"};
+}
+
+Function VolumeList(const std::string& name, void (*call)(const std::vector<STNetSpkConfig>&))
+{
+    return {name, 0, [call] { return call(g_speakers), 0; }, {}, "TransformNetSpkList"};
+}
+
+// CanEnterTavrinSettings and FlagEnableNetworkSpeaker have a frame of their own, and unregister_atmos_support_cb gets
+// to its frame only with something registered.
 const Function kFunctions[] = {
-    {"StartNetworkSpeaker", -1,
-     [] {
-         std::vector<STNetSpkConfig> list(1);
-         return StartNetworkSpeaker(80, list, 0);
-     }},
-    {"StopNetworkSpeaker", -1, [] { return StopNetworkSpeaker(0); }},
-    {"DisableSurround", -1, [] { return DisableSurround(); }},
-    {"GetSurroundChannelNumber", -1, [] { return GetSurroundChannelNumber(); }},
-    {"SubscribeNamServiceCallback", 0, [] { return SubscribeNamServiceCallback("name", OnEvent); }},
+    {"SubscribeNamServiceCallback",
+     0,
+     [] { return SubscribeNamServiceCallback("name", OnEvent); },
+     {"D SubscribeNamServiceCallback: Enter"}},
     {"UnsubscribeNamServiceCallback", 0, [] { return UnsubscribeNamServiceCallback("name"), 0; }},
     {"NodeRemoveFromWatcher", -1, [] { return NodeRemoveFromWatcher(0); }},
-    {"kiv_is_receiver_atmos", 0, [] { return static_cast<int>(kiv_is_receiver_atmos()); }},
-    {"register_atmos_support_cb", -1, [] { return register_atmos_support_cb(OnAtmos, nullptr); }},
+    Flag("kiv_is_receiver_atmos", kiv_is_receiver_atmos, {"I kiv_is_receiver_atmos: [NAM_API] Enter"}),
+    {"register_atmos_support_cb",
+     -1,
+     [] { return register_atmos_support_cb(OnAtmos, nullptr); },
+     {"I register_atmos_support_cb: register vconf cb register_atmos_support_cb"},
+     {},
+     "SubscribeNamServiceCallback"},
+
+    {"StartNetworkSpeaker", -1, [] { return StartNetworkSpeaker(80, g_speakers, 0); }, {}, {}, "SetNetSpkSettingMode"},
+    {"StopNetworkSpeaker", -1, [] { return StopNetworkSpeaker(0); }},
+    {"DisableSurround", -1, DisableSurround},
+    {"GetSurroundChannelNumber", -1, GetSurroundChannelNumber},
+
+    {"GetActiveNetSpkInfo", -1,
+     [] {
+         char name[128];
+         char type[23];
+         std::vector<spk_info_s> list;
+         return GetActiveNetSpkInfo(name, type, list);
+     }},
+    {"GetNetSpkListInfo", -1,
+     [] {
+         std::vector<STNetSpkListInfo> list;
+         return GetNetSpkListInfo(list);
+     }},
+    {"getNetSpkListInfo",
+     -1,
+     [] {
+         std::vector<STNetSpkListInfo> room(100);
+         return getNetSpkListInfo(room.data());
+     },
+     {},
+     "GetNetSpkListInfo",
+     "GetNetSpkListInfo"},
+    {"GetNetSpkListInfoNumber", -1, GetNetSpkListInfoNumber},
+    {"GetNetSpkNodeList",
+     -1,
+     [] {
+         std::vector<CNetSpkNodeInfo> list;
+         return GetNetSpkNodeList(list);
+     },
+     {"I GetNetSpkNodeList: GetNetSpkNodeList"}},
+
+    {"ConnectNetworkSpeakerByMobile", -1, [] { return ConnectNetworkSpeakerByMobile(kBytes, 8); }},
+    {"Vireon_StartNetworkSpeakerByID", -1, [] { return Vireon_StartNetworkSpeakerByID("ABCDE", 1, 2, 3); }},
+    {"StartNetworkSpeakerByID", -1, [] { return StartNetworkSpeakerByID(1, 2, 3); }},
+    {"GetSpksConnectionTypeByID", -1, [] { return GetSpksConnectionTypeByID(1); }},
+    {"GetSpksConnectionType", -1, [] { return GetSpksConnectionType(&g_speakers); }},
+    {"AutoConnectNewSpeakers", -1, [] { return AutoConnectNewSpeakers(kBytes, 1); }},
+    {"AutoConnectNewSpeakersForOutdoor",
+     -1,
+     [] { return AutoConnectNewSpeakersForOutdoor(kBytes, 1); },
+     {"I AutoConnectNewSpeakersForOutdoor: AutoConnectNewSpeakersForOutdoor"}},
+    {"ConnectToSpeakerForInfraLessSetup", -1, [] { return ConnectToSpeakerForInfraLessSetup(1); }},
+    {"StartNetworkSpeakerGroupByMobile", -1, [] { return StartNetworkSpeakerGroupByMobile(1); }},
+
+    Flag("CanCancelTavrin", CanCancelTavrin),
+    Flag("PreSelectTavrin", PreSelectTavrin),
+    Flag("CanSelectTavrin", CanSelectTavrin, {"D CanSelectTavrin: Enter"}),
+
+    {"StartNetSpkTest", 0, [] { return StartNetSpkTest(kBytes, 1, 2, 3), 0; }},
+    {"StopNetSpkTest",
+     0,
+     [] { return StopNetSpkTest(kBytes, 1, 2), 0; },
+     {"I StopNetSpkTest: [NAM_API] Enter, MAC[00:00:00:00:00:00], [2]"}},
+
+    {"SetSoundbarSoundMode", 0, [] { return SetSoundbarSoundMode(kBytes, 0, kBytes, 8), 0; }},
+    {"GetSoundbarSoundMode", -1,
+     [] {
+         unsigned char identity[10];
+         unsigned char soundMode[20];
+         return GetSoundbarSoundMode(identity, soundMode);
+     }},
+    {"GetSoundbarDeviceInfo", -1,
+     [] {
+         unsigned char identity[10];
+         return GetSoundbarDeviceInfo(identity);
+     }},
+    {"SetSoundbarSupportSoundMode", 0, [] { return SetSoundbarSupportSoundMode(kBytes, 0, 1), 0; }},
+    {"GetSoundbarProtocolVersion",
+     -1,
+     [] {
+         unsigned char version[20];
+         return GetSoundbarProtocolVersion(kBytes, version, 20);
+     },
+     {"D GetSoundbarProtocolVersion: [NAM_API] Enter"}},
+    {"IsSoundbarSupportSoundMode",
+     0,
+     [] { return static_cast<int>(IsSoundbarSupportSoundMode(kBytes)); },
+     {"D IsSoundbarSupportSoundMode: [NAM_API] Enter"}},
+
+    {"SetNetSpkName", 0, [] { return SetNetSpkName(kBytes, 0, "Hall"), 0; }},
+    {"SetNetSpkVolume", 0, [] { return SetNetSpkVolume(kBytes, 0, 1), 0; }, {"I SetNetSpkVolume: [NAM_API] Enter"}},
+    {"GetNetSpkVolume", 0, [] { return GetNetSpkVolume(kBytes, 0), 0; }, {"D GetNetSpkVolume: [NAM_API] Enter"}},
+    VolumeStep("IncreaseNetSpkVolume", IncreaseNetSpkVolume),
+    VolumeStep("DecreaseNetSpkVolume", DecreaseNetSpkVolume),
+    VolumeStep("ResetNetSpkVolume", ResetNetSpkVolume),
+    {"ResetAllNetSpkVolume", 0, [] { return ResetAllNetSpkVolume(), 0; }, {"I ResetAllNetSpkVolume: [NAM_API] Enter"}},
+    VolumeList("IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList),
+    VolumeList("DecreaseNetSpkVolumeList", DecreaseNetSpkVolumeList),
+    VolumeList("ResetNetSpkVolumeList", ResetNetSpkVolumeList),
+    VolumeList("GetNetSpkVolumeList", GetNetSpkVolumeList),
+
+    {"SetTavrinUIMode", -1, [] { return SetTavrinUIMode(80); }},
+    {"GetTavrinUIMode", -1, GetTavrinUIMode},
+    {"GetNetSpkSettingMode", -1, GetNetSpkSettingMode},
 };
 
 class EachFunctionTest : public BusTest, public ::testing::WithParamInterface<Function> {
 protected:
-    // The lines of the frame, without those that a function writes before it.
-    static Lines FrameLines()
-    {
-        Lines lines = platform_log::OfTestThread();
-        std::erase_if(lines, [](const std::string& line) {
-            return (line.ends_with("Enter") && line != kEnter) ||
-                   line.ends_with("register vconf cb register_atmos_support_cb");
-        });
-        return lines;
-    }
-
-    const std::string name_ = GetParam().name;
+    const Function& function_ = GetParam();
+    const std::string frame_ = function_.frame.empty() ? function_.name : function_.frame;
+    const std::string method_ = function_.method.empty() ? function_.name : function_.method;
 };
 
 TEST_P(EachFunctionTest, DoesNothingOnADeviceWithoutTheFeature)
@@ -128,12 +241,15 @@ TEST_P(EachFunctionTest, DoesNothingOnADeviceWithoutTheFeature)
     GetWhetherKivDisabled();
     ForgetTraffic();
 
-    EXPECT_EQ(GetParam().call(), GetParam().disabled);
+    EXPECT_EQ(function_.call(), function_.disabled);
 
     EXPECT_THAT(
-        FrameLines(), ElementsAre(
-                          "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
-                          "E " + name_ + ": [NAM_API] GetWhetherKivDisabled failed"));
+        platform_log::OfTestThread(),
+        ElementsAreArray(
+            function_.first + Lines{
+                                  "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
+                                  "E " + frame_ + ": [NAM_API] GetWhetherKivDisabled failed",
+                              }));
     EXPECT_THAT(trace_->Messages(), IsEmpty());
     EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, nullptr);
 }
@@ -143,9 +259,9 @@ TEST_P(EachFunctionTest, TriesThreeTimesToReachAnAbsentServer)
     GetWhetherKivDisabled();
     ForgetTrafficOnly();
 
-    EXPECT_EQ(GetParam().call(), GetParam().disabled);
+    EXPECT_EQ(function_.call(), function_.disabled);
 
-    EXPECT_THAT(FrameLines(), ElementsAreArray(UnreachableLines(name_)));
+    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(function_.first + UnreachableLines(frame_)));
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery));
 }
 
@@ -155,26 +271,42 @@ TEST_P(EachFunctionTest, StartsAnAbsentServerThatCanBeStarted)
     GetWhetherKivDisabled();
     ForgetTrafficOnly();
 
-    GetParam().call();
+    function_.call();
 
-    const Lines lines = FrameLines();
-    ASSERT_GE(lines.size(), 6U);
-    EXPECT_THAT(
-        Lines(lines.begin(), lines.begin() + 6),
-        ElementsAre(
-            "I " + name_ + ": >>> API Start ", kAbsent, kIdFailed,
-            "E " + name_ + ": !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service", kEnter, kEnter));
-    const std::string method = name_ == "register_atmos_support_cb" ? "SubscribeNamServiceCallback"
-                               : name_ == "StartNetworkSpeaker"     ? "SetNetSpkSettingMode"
-                                                                    : name_;
-    const Lines calls = control_.Methods();
+    const Lines expected =
+        function_.first +
+        Lines{
+            "I " + frame_ + ": >>> API Start ",
+            kAbsent,
+            kIdFailed,
+            "E " + frame_ + ": !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service",
+            kEnter,
+            kEnter,
+        };
+    Lines lines = platform_log::OfTestThread();
+    ASSERT_GE(lines.size(), expected.size());
+    lines.resize(expected.size());
+    EXPECT_EQ(lines, expected);
+    Lines calls = control_.Methods();
     ASSERT_GE(calls.size(), 3U);
-    EXPECT_THAT(
-        Lines(calls.begin(), calls.begin() + 3), ElementsAre("check_dbus_connection", "check_dbus_connection", method));
+    calls.resize(3);
+    EXPECT_THAT(calls, ElementsAre("check_dbus_connection", "check_dbus_connection", method_));
+}
+
+TEST_P(EachFunctionTest, LogsUnderTheLibrarysTag)
+{
+    StartServer();
+    function_.call();
+    for (const LogLine& line : platform_log::Lines()) {
+        EXPECT_EQ(line.logId, 2);
+        EXPECT_EQ(line.tag, "NAM_SERVICE");
+        EXPECT_EQ(line.file, "KivServiceInterface.cpp");
+        EXPECT_GT(line.line, 0);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, EachFunctionTest, ::testing::ValuesIn(kFunctions), [](const auto& function) {
-    return std::string(function.param.name);
+    return function.param.name;
 });
 
 // --- The server comes and goes ------------------------------------------------------------------------------------

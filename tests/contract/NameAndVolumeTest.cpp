@@ -1,0 +1,344 @@
+#include "RequestTest.h"
+
+#include <climits>
+
+using namespace kiv::test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+namespace {
+
+constexpr int kIp = 0x0700000a; // 10.0.0.7
+
+const std::vector<STNetSpkConfig> kSpeakers{Speaker(1), Speaker(100), Speaker(200)};
+
+Request OneStep(const std::string& function, void (*call)(const unsigned char*, int))
+{
+    return {
+        .name = function,
+        .call = [call] { return call(kMac, kIp), 0; },
+        .sent = function + "(" + kMacSent + ", 117440522)",
+        .signature = "yyyyyyi",
+        .failed = {"E m_SetSpkVolume: [NAM_API] MethodCall Error"},
+        .before = {"I m_SetSpkVolume: [NAM_API] Mac[" + kMacLogged + "], IP[10.0.0.7]"},
+        .frame = "m_SetSpkVolume",
+    };
+}
+
+Request OfList(const std::string& function, void (*call)(const std::vector<STNetSpkConfig>&))
+{
+    return {
+        .name = function,
+        .call = [call] { return call(kSpeakers), 0; },
+        .sent = function + "(" + BytesText(Records(kSpeakers)) + ")",
+        .signature = "ay",
+        .answered = [](int) { return Lines{"I TransformNetSpkList: free"}; },
+        .failed =
+            {"E TransformNetSpkList: [NAM_API] MethodCall(" + function + ") Error", "I TransformNetSpkList: free"},
+        // A byte of 0x80 or more prints as the negative number that it is.
+        .before =
+            {"I TransformNetSpkList: [NAM_API] Speaker[0]: MAC[09:0a:0b:0c:0d:0e] CONFIG[134678021]",
+             "I TransformNetSpkList: [NAM_API] Speaker[1]: MAC[6c:6d:6e:6f:70:71] CONFIG[1802135912]",
+             "I TransformNetSpkList: [NAM_API] Speaker[2]: "
+             "MAC[ffffffd0:ffffffd1:ffffffd2:ffffffd3:ffffffd4:ffffffd5] CONFIG[-808530484]"},
+        .frame = "TransformNetSpkList",
+    };
+}
+
+const Request kRequests[] = {
+    {
+        .name = "SetNetSpkName",
+        .call = [] { return SetNetSpkName(kMac, kIp, "K\u00fcche"), 0; },
+        .sent = "SetNetSpkName(" + kMacSent + ", 117440522, 'K\u00fcche')",
+        .signature = "yyyyyyis",
+        .failed = {"E SetNetSpkName: [NAM_API] MethodCall Error"},
+        .before = {"D SetNetSpkName: [NAM_API] Mac[" + kMacLogged + "], SpkName[K\u00fcche], strlen(6)"},
+    },
+    {
+        .name = "SetNetSpkVolume",
+        .call = [] { return SetNetSpkVolume(kMac, kIp, 42), 0; },
+        .sent = "SetNetSpkVolume(" + kMacSent + ", 117440522, 42)",
+        .signature = "yyyyyyii",
+        .failed = {"E SetNetSpkVolume: [NAM_API] MethodCall Error"},
+        .first = {"I SetNetSpkVolume: [NAM_API] Enter"},
+    },
+    {
+        .name = "GetNetSpkVolume",
+        .call = [] { return GetNetSpkVolume(kMac, kIp), 0; },
+        .sent = "GetNetSpkVolume(" + kMacSent + ", 117440522)",
+        .signature = "yyyyyyi",
+        .failed = {"E GetNetSpkVolume: MethodCall Error"},
+        .first = {"D GetNetSpkVolume: [NAM_API] Enter"},
+    },
+    OneStep("IncreaseNetSpkVolume", IncreaseNetSpkVolume),
+    OneStep("DecreaseNetSpkVolume", DecreaseNetSpkVolume),
+    OneStep("ResetNetSpkVolume", ResetNetSpkVolume),
+    {
+        .name = "ResetAllNetSpkVolume",
+        .call = [] { return ResetAllNetSpkVolume(), 0; },
+        .sent = "ResetAllNetSpkVolume()",
+        .answered = [](int) { return Lines{"I ResetAllNetSpkVolume: ResetAllNetSpkVolume done"}; },
+        .failed = {"E ResetAllNetSpkVolume: [NAM_API] MethodCall Error"},
+        .first = {"I ResetAllNetSpkVolume: [NAM_API] Enter"},
+    },
+    OfList("IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList),
+    OfList("DecreaseNetSpkVolumeList", DecreaseNetSpkVolumeList),
+    OfList("ResetNetSpkVolumeList", ResetNetSpkVolumeList),
+    OfList("GetNetSpkVolumeList", GetNetSpkVolumeList),
+};
+
+class NameAndVolumeRequestTest : public RequestTest {};
+
+TEST_P(NameAndVolumeRequestTest, ItIsSentWhateverTheAnswer)
+{
+    for (const int answer : {0, -1, 77}) {
+        ExpectAnswered(answer);
+    }
+}
+
+TEST_P(NameAndVolumeRequestTest, AFailedCallIsLogged)
+{
+    ExpectFailed();
+}
+
+TEST_P(NameAndVolumeRequestTest, AnAnswerOfAnotherTypeIsNothingToIt)
+{
+    ExpectOtherTypes(0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, NameAndVolumeRequestTest, ::testing::ValuesIn(kRequests), NameOf);
+
+class NameAndVolumeTest : public ApiTest {};
+
+// --- Names --------------------------------------------------------------------------------------------------------
+
+TEST_F(NameAndVolumeTest, ANameOfAnyLengthIsSentAsItIs)
+{
+    // The last is a million characters.
+    for (const std::string& name :
+         {std::string(), std::string("a'\"\\%s%n\n\t"), std::string("\u30ad\u30c3\u30c1\u30f3 \U0001f50a \uffff"),
+          std::string(1'000'000, 'x')}) {
+        ForgetTraffic();
+        SetNetSpkName(kMac, kIp, name.c_str());
+
+        const ServerCall call = control_.Calls().back();
+        ASSERT_STREQ(g_variant_get_type_string(call.body.get()), "(yyyyyyis)");
+        const char* sent = nullptr;
+        g_variant_get_child(call.body.get(), 7, "&s", &sent);
+        EXPECT_EQ(sent, name);
+        EXPECT_EQ(
+            platform_log::Count(
+                "D SetNetSpkName: [NAM_API] Mac[" + kMacLogged + "], SpkName[" + name + "], strlen(" +
+                std::to_string(name.size()) + ")"),
+            1U);
+        EXPECT_THAT(Errors("SetNetSpkName"), IsEmpty());
+    }
+}
+
+TEST_F(NameAndVolumeTest, ANameThatIsNotUtf8IsOneErrorLineAndNotSent)
+{
+    // A stray byte, a stray continuation, one that is missing, a longer form than needed, a surrogate, beyond Unicode.
+    for (const char* name : {"\xff", "ab\x80", "K\xc3", "\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
+        ForgetTraffic();
+        SetNetSpkName(kMac, kIp, name);
+        EXPECT_THAT(Errors("SetNetSpkName"), SizeIs(1)) << name;
+        ExpectNothingAsked();
+    }
+    ForgetTraffic();
+    SetNetSpkName(kMac, kIp, "Hall");
+    EXPECT_EQ(Sent().back(), "SetNetSpkName(" + kMacSent + ", 117440522, 'Hall')");
+}
+
+TEST_F(NameAndVolumeTest, ANameThatTheBusCannotCarryIsOneErrorLineAndNotSent)
+{
+    const std::string name(2 * kLongestArray, 'x');
+    SetNetSpkName(kMac, kIp, name.c_str());
+    EXPECT_THAT(Errors("SetNetSpkName"), ElementsAre(TooLongLine("SetNetSpkName", name.size())));
+    ExpectNothingAsked();
+    EXPECT_EQ(StopNetworkSpeaker(6), 6);
+}
+
+TEST_F(NameAndVolumeTest, ANameNeedsASpeakerAndANameToBeSent)
+{
+    const std::pair<const unsigned char*, const char*> refused[] = {
+        {nullptr, "name"}, {kMac, nullptr}, {nullptr, nullptr}};
+    for (const auto& [mac, name] : refused) {
+        ForgetTraffic();
+        SetNetSpkName(mac, kIp, name);
+        EXPECT_THAT(
+            platform_log::OfTestThread(), ElementsAre(
+                                              "I SetNetSpkName: >>> API Start ", kEnter,
+                                              "E SetNetSpkName: (pMac == NULL || pSpkName == NULL) return"));
+        ExpectNothingAsked();
+    }
+    ExpectArgumentsLast("SetNetSpkName", {}, [] { SetNetSpkName(nullptr, kIp, nullptr); });
+}
+
+// --- Volumes ------------------------------------------------------------------------------------------------------
+
+TEST_F(NameAndVolumeTest, NumbersPassThroughUnchanged)
+{
+    for (const int number : {0, 101, -1, INT_MAX, INT_MIN}) {
+        const std::string text = std::to_string(number);
+        SetNetSpkVolume(kMac, kIp, number);
+        EXPECT_EQ(Sent().back(), "SetNetSpkVolume(" + kMacSent + ", 117440522, " + text + ")");
+        SetNetSpkVolume(kMac, number, 7);
+        EXPECT_EQ(Sent().back(), "SetNetSpkVolume(" + kMacSent + ", " + text + ", 7)");
+        GetNetSpkVolume(kMac, number);
+        EXPECT_EQ(Sent().back(), "GetNetSpkVolume(" + kMacSent + ", " + text + ")");
+        SetNetSpkName(kMac, number, "Hall");
+        EXPECT_EQ(Sent().back(), "SetNetSpkName(" + kMacSent + ", " + text + ", 'Hall')");
+        IncreaseNetSpkVolume(kMac, number);
+        EXPECT_EQ(Sent().back(), "IncreaseNetSpkVolume(" + kMacSent + ", " + text + ")");
+    }
+}
+
+// An octet of 128 or more prints as the negative number that it is, made unsigned.
+TEST_F(NameAndVolumeTest, AddressesAreLoggedOctetByOctet)
+{
+    const std::pair<unsigned, const char*> addresses[] = {
+        {0x0700000a, "10.0.0.7"},
+        {0x0100a8c0, "4294967232.4294967208.0.1"},
+        {0x817f80ff, "4294967295.4294967168.127.4294967169"},
+        {0, "0.0.0.0"},
+    };
+    for (const auto& [address, text] : addresses) {
+        platform_log::Clear();
+        DecreaseNetSpkVolume(kMac, static_cast<int>(address));
+        EXPECT_EQ(platform_log::Count("I m_SetSpkVolume: [NAM_API] Mac[" + kMacLogged + "], IP[" + text + "]"), 1U)
+            << text;
+    }
+}
+
+TEST_F(NameAndVolumeTest, AStepNeedsASpeaker)
+{
+    for (const auto step : {IncreaseNetSpkVolume, DecreaseNetSpkVolume, ResetNetSpkVolume}) {
+        ForgetTraffic();
+        step(nullptr, kIp);
+        EXPECT_THAT(
+            platform_log::OfTestThread(),
+            ElementsAre("I m_SetSpkVolume: >>> API Start ", kEnter, "E m_SetSpkVolume: (pMac == NULL) return"));
+        ExpectNothingAsked();
+    }
+    ExpectArgumentsLast("m_SetSpkVolume", {}, [] { ResetNetSpkVolume(nullptr, kIp); });
+}
+
+TEST_F(NameAndVolumeTest, AVolumeIsNeitherSetNorAskedForWithoutASpeakerWhichIsNotLogged)
+{
+    const Lines enterSet = {"I SetNetSpkVolume: [NAM_API] Enter"};
+    SetNetSpkVolume(nullptr, kIp, 5);
+    EXPECT_EQ(platform_log::OfTestThread(), (enterSet + Lines{"I SetNetSpkVolume: >>> API Start ", kEnter}));
+    ExpectNothingAsked();
+
+    const Lines enterGet = {"D GetNetSpkVolume: [NAM_API] Enter"};
+    ForgetTraffic();
+    GetNetSpkVolume(nullptr, kIp);
+    EXPECT_EQ(platform_log::OfTestThread(), (enterGet + Lines{"I GetNetSpkVolume: >>> API Start ", kEnter}));
+    ExpectNothingAsked();
+}
+
+TEST_F(NameAndVolumeTest, TheSpeakerOfAVolumeToSetIsNotLookedAtBeforeTheServerIsReached)
+{
+    ExpectArgumentsLast(
+        "SetNetSpkVolume", {"I SetNetSpkVolume: [NAM_API] Enter"}, [] { SetNetSpkVolume(nullptr, kIp, 5); });
+}
+
+TEST_F(NameAndVolumeTest, TheSpeakerOfAVolumeToGetIsNotLookedAtBeforeTheServerIsReached)
+{
+    ExpectArgumentsLast(
+        "GetNetSpkVolume", {"D GetNetSpkVolume: [NAM_API] Enter"}, [] { GetNetSpkVolume(nullptr, kIp); });
+}
+
+// --- Volumes of a list --------------------------------------------------------------------------------------------
+
+struct ListFunction {
+    const char* name;
+    void (*call)(const std::vector<STNetSpkConfig>&);
+};
+
+void PrintTo(const ListFunction& function, std::ostream* out)
+{
+    *out << function.name;
+}
+
+const ListFunction kListFunctions[] = {
+    {"IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList},
+    {"DecreaseNetSpkVolumeList", DecreaseNetSpkVolumeList},
+    {"ResetNetSpkVolumeList", ResetNetSpkVolumeList},
+    {"GetNetSpkVolumeList", GetNetSpkVolumeList},
+};
+
+class VolumeListTest : public ApiTest, public ::testing::WithParamInterface<ListFunction> {
+protected:
+    std::vector<unsigned char> SentList(const std::vector<STNetSpkConfig>& list)
+    {
+        GetParam().call(list);
+        const ServerCall call = control_.Calls().back();
+        EXPECT_EQ(call.method, GetParam().name);
+        return Bytes(call);
+    }
+};
+
+TEST_P(VolumeListTest, RecordsTravelBackToBackWithoutTheirNumber)
+{
+    const auto bytes = SentList(kSpeakers);
+    EXPECT_EQ(bytes.size(), 258U);
+    EXPECT_EQ(bytes, Records(kSpeakers));
+}
+
+TEST_P(VolumeListTest, AnEmptyListIsSentToo)
+{
+    EXPECT_THAT(SentList({}), IsEmpty());
+    EXPECT_EQ(platform_log::OfTestThread(), Logged("TransformNetSpkList", {}, {"I TransformNetSpkList: free"}));
+}
+
+TEST_P(VolumeListTest, EachSpeakerIsLogged)
+{
+    const std::vector<STNetSpkConfig> list(20'000, Speaker(0x9c));
+
+    EXPECT_EQ(SentList(list), Records(list));
+
+    const Lines own = Own("TransformNetSpkList");
+    ASSERT_THAT(own, SizeIs(20'001));
+    EXPECT_EQ(
+        own[19'999], "I TransformNetSpkList: [NAM_API] Speaker[19999]: "
+                     "MAC[ffffffa4:ffffffa5:ffffffa6:ffffffa7:ffffffa8:ffffffa9] CONFIG[-1549622880]");
+}
+
+TEST_P(VolumeListTest, AListThatTheBusCannotCarryIsRefused)
+{
+    const std::vector<STNetSpkConfig> list(kLongestArray / 86 + 1);
+
+    GetParam().call(list);
+
+    EXPECT_THAT(Errors("TransformNetSpkList"), ElementsAre(TooLongLine("TransformNetSpkList", list.size() * 86)));
+    ExpectNothingAsked();
+    EXPECT_EQ(StopNetworkSpeaker(6), 6);
+}
+
+TEST_P(VolumeListTest, AServerThatGoesBeforeTheCallIsAFailedCall)
+{
+    const std::string speaker = "I TransformNetSpkList: [NAM_API] Speaker[0]: MAC[09:0a:0b:0c:0d:0e] CONFIG[134678021]";
+    platform_log::OnLine([&](const LogLine& line) {
+        if (line.Short() == speaker) {
+            KillServer();
+        }
+    });
+
+    GetParam().call({Speaker(1)});
+
+    EXPECT_THAT(
+        platform_log::OfTestThread(),
+        ElementsAre(
+            "I TransformNetSpkList: >>> API Start ", kEnter, speaker,
+            "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ",
+            "E TransformNetSpkList: [NAM_API] MethodCall(" + std::string(GetParam().name) + ") Error",
+            "I TransformNetSpkList: free"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, VolumeListTest, ::testing::ValuesIn(kListFunctions), [](const auto& function) {
+    return std::string(function.param.name);
+});
+
+} // namespace
