@@ -3,6 +3,7 @@
 #include "support/BusTest.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -96,14 +97,17 @@ inline std::string WrongTypeLine(
            "] found";
 }
 
-// A reply that is a byte array, as fault.
-inline std::string BytesFault(const std::vector<unsigned char>& bytes)
+// The lines about a reply to a function that takes a byte array from its first member, before those that the function
+// writes where there are no bytes.
+inline Lines NoBytesLines(const std::string& function, const std::string& method, const WrongReply& reply)
 {
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        text += (text.empty() ? "byte " : ", ") + std::to_string(byte);
+    const GVariantType* const tuple = G_VARIANT_TYPE(reply.type);
+    const GVariantType* const member = g_variant_type_first(tuple);
+    if (member == nullptr) {
+        return {WrongTypeLine(function, method, "(ay)", reply.type), "E " + function + ": pTuple is NULL"};
     }
-    return "{'reply': <(@ay [" + text + "],)>}";
+    const std::string found(g_variant_type_peek_string(member), g_variant_type_get_string_length(member));
+    return {WrongTypeLine(function, method, "ay", found)};
 }
 
 // A byte array among the arguments that Sent() gives.
@@ -126,6 +130,47 @@ inline std::vector<unsigned char> Records(const std::vector<STNetSpkConfig>& spe
     }
     return bytes;
 }
+
+// Bytes that differ from place to place.
+inline std::vector<unsigned char> SomeBytes(std::size_t count)
+{
+    std::vector<unsigned char> bytes(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        bytes[i] = static_cast<unsigned char>(i * 7 + i / 97 + 3);
+    }
+    return bytes;
+}
+
+// A buffer that a function fills, with bytes around it that it must leave alone.
+template <typename Unit, std::size_t size>
+class Guarded {
+public:
+    Guarded() { memory_.fill(kUntouched); }
+    ~Guarded()
+    {
+        const auto untouched = [](Unit unit) { return unit == kUntouched; };
+        EXPECT_TRUE(std::all_of(memory_.begin(), memory_.begin() + kRim, untouched)) << "bytes before the buffer";
+        EXPECT_TRUE(std::all_of(memory_.end() - kRim, memory_.end(), untouched)) << "bytes after the buffer";
+    }
+    Guarded(const Guarded&) = delete;
+    Guarded& operator=(const Guarded&) = delete;
+
+    Unit* Data() { return memory_.data() + kRim; }
+    std::vector<unsigned char> Bytes() const { return {memory_.begin() + kRim, memory_.end() - kRim}; }
+    bool IsUntouched() const { return StartsWithOnly({}); }
+    // These bytes are at its start, and the others are as they were.
+    bool StartsWithOnly(std::vector<unsigned char> bytes) const
+    {
+        bytes.resize(size, static_cast<unsigned char>(kUntouched));
+        return Bytes() == bytes;
+    }
+
+private:
+    static constexpr std::ptrdiff_t kRim = 64;
+    static constexpr auto kUntouched = static_cast<Unit>(0xee);
+
+    std::array<Unit, size + 2 * kRim> memory_;
+};
 
 inline STNetSpkConfig Speaker(unsigned char seed)
 {

@@ -174,6 +174,14 @@ void ServerControl::SetFault(const std::string& method, const std::string& fault
     Call("SetFault", g_variant_new("(s@a{sv})", method.c_str(), Parse(fault, "a{sv}")));
 }
 
+void ServerControl::SetReply(const std::string& method, const std::vector<unsigned char>& bytes)
+{
+    GVariantDict fault;
+    g_variant_dict_init(&fault, nullptr);
+    g_variant_dict_insert(&fault, "reply", "(@ay)", ByteArray(bytes));
+    Call("SetFault", g_variant_new("(s@a{sv})", method.c_str(), g_variant_dict_end(&fault)));
+}
+
 void ServerControl::ClearFaults()
 {
     Call("ClearFaults", nullptr);

@@ -51,6 +51,8 @@ public:
     std::vector<std::string> Methods();
     void ForgetCalls();
     void SetFault(const std::string& method, const std::string& fault);
+    // Has a method answer with a byte array, "(ay)".
+    void SetReply(const std::string& method, const std::vector<unsigned char>& bytes);
     void ClearFaults();
     void SetClientId(const std::string& id);
     void ResetClientId();

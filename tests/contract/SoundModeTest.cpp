@@ -1,0 +1,417 @@
+#include "ApiTest.h"
+
+#include <climits>
+#include <numeric>
+#include <ostream>
+
+using namespace kiv::test;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+constexpr int kIp = 0x0700a8c0; // 192.168.0.7
+
+class SoundModeTest : public ApiTest {};
+
+// --- SetSoundbarSoundMode -----------------------------------------------------------------------------------------
+
+class SetSoundModeTest : public SoundModeTest {
+protected:
+    static Lines LoggedBySet(int dataLength, const Lines& after)
+    {
+        return Logged("SetSoundbarSoundMode", {AnnouncedLine(dataLength)}, after);
+    }
+    static std::string AnnouncedLine(int dataLength)
+    {
+        return "D SetSoundbarSoundMode: [NAM_API] Mac[" + kMacLogged + "], nDataLen[" + std::to_string(dataLength) + "]";
+    }
+
+    const unsigned char data_[3] = {0x00, 0xff, 0x80};
+};
+
+TEST_F(SetSoundModeTest, SendsIdentityAndData)
+{
+    SetSoundbarSoundMode(kMac, kIp, data_, 3);
+
+    EXPECT_THAT(
+        Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, ::testing::StartsWith("SetSoundbarSoundMode(")));
+    EXPECT_EQ(SentMessages().back().signature, "ay");
+    EXPECT_THAT(
+        Bytes(control_.Calls().back()),
+        ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x00, 0xa4, 192, 168, 0, 7, 0x00, 0xff, 0x80));
+    EXPECT_EQ(platform_log::OfTestThread(), LoggedBySet(3, {}));
+}
+
+TEST_F(SetSoundModeTest, SendsTheIdentityAloneWhereThereIsNoData)
+{
+    SetSoundbarSoundMode(kMac, -2, data_, 0);
+    EXPECT_THAT(
+        Bytes(control_.Calls().back()), ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x00, 0xa4, 0xfe, 0xff, 0xff, 0xff));
+    EXPECT_EQ(platform_log::OfTestThread(), LoggedBySet(0, {}));
+}
+
+TEST_F(SetSoundModeTest, SendsMuchData)
+{
+    const auto data = SomeBytes(1'000'000);
+    SetSoundbarSoundMode(kMac, kIp, data.data(), 1'000'000);
+    const auto sent = Bytes(control_.Calls().back());
+    ASSERT_EQ(sent.size(), 1'000'010U);
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), sent.begin() + 10));
+}
+
+TEST_F(SetSoundModeTest, ANullArgumentIsNoticedOnceTheServerIsReached)
+{
+    const unsigned char* const none = nullptr;
+    for (const auto& [mac, data] : {std::pair(none, data_ + 0), std::pair(kMac + 0, none), std::pair(none, none)}) {
+        ForgetTraffic();
+        SetSoundbarSoundMode(mac, kIp, data, 3);
+        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
+        EXPECT_THAT(
+            platform_log::OfTestThread(), ElementsAre(
+                                              "I SetSoundbarSoundMode: >>> API Start ", kEnter,
+                                              "E SetSoundbarSoundMode: (pMac == NULL || pData == NULL) return"));
+    }
+}
+
+TEST_F(SetSoundModeTest, NullArgumentsAreNotLookedAtOnADeviceWithoutTheFeature)
+{
+    g_KivDisabled = true;
+    SetSoundbarSoundMode(nullptr, 0, nullptr, -1);
+    EXPECT_THAT(
+        platform_log::OfTestThread(), ElementsAre(
+                                          "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
+                                          "E SetSoundbarSoundMode: [NAM_API] GetWhetherKivDisabled failed"));
+    EXPECT_THAT(Sent(), IsEmpty());
+}
+
+TEST_F(SetSoundModeTest, AnAbsentServerIsNotSentAnything)
+{
+    KillServer();
+    platform_log::Clear();
+    SetSoundbarSoundMode(nullptr, 0, nullptr, -1);
+    EXPECT_EQ(platform_log::OfTestThread(), UnreachableLines("SetSoundbarSoundMode"));
+}
+
+TEST_F(SetSoundModeTest, ANegativeLengthCannotBeAllocated)
+{
+    for (const int length : {-1, -9, -10, -11, INT_MIN + 9, INT_MIN}) {
+        ForgetTraffic();
+        SetSoundbarSoundMode(kMac, kIp, data_, length);
+        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
+        EXPECT_THAT(
+            platform_log::OfTestThread(), ElementsAre(
+                                              "I SetSoundbarSoundMode: >>> API Start ", kEnter, AnnouncedLine(length),
+                                              "E SetSoundbarSoundMode: calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+nDataLen[" +
+                                                  std::to_string(length) + "]) fail"));
+    }
+}
+
+TEST_F(SetSoundModeTest, DataThatTheBusCannotCarryIsRefusedBeforeAnythingIsSent)
+{
+    const std::vector<unsigned char> data(64 * 1024 * 1024);
+    for (const int length : {64 * 1024 * 1024 - 9, INT_MAX - 10, INT_MAX - 9, INT_MAX}) {
+        ForgetTraffic();
+        SetSoundbarSoundMode(kMac, kIp, data.data(), length);
+        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
+        EXPECT_THAT(
+            Own("SetSoundbarSoundMode"),
+            ElementsAre(AnnouncedLine(length), ::testing::StartsWith("E SetSoundbarSoundMode: ")));
+    }
+    SetSoundbarSoundMode(kMac, kIp, data_, 3);
+    EXPECT_EQ(Bytes(control_.Calls().back()).size(), 13U);
+}
+
+TEST_F(SetSoundModeTest, ARefusalIsOneMoreLine)
+{
+    control_.SetFault("SetSoundbarSoundMode", kRefusal);
+    SetSoundbarSoundMode(kMac, kIp, data_, 3);
+    EXPECT_EQ(
+        platform_log::OfTestThread(),
+        LoggedBySet(3, {RefusedLine("SetSoundbarSoundMode"), "E SetSoundbarSoundMode: [NAM_API] MethodCall Error"}));
+}
+
+TEST_F(SetSoundModeTest, AServerThatGoesBeforeTheCallIsAFailedCall)
+{
+    platform_log::OnLine([&](const LogLine& line) {
+        if (line.Short() == AnnouncedLine(3)) {
+            KillServer();
+        }
+    });
+    SetSoundbarSoundMode(kMac, kIp, data_, 3);
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery));
+    EXPECT_EQ(platform_log::OfTestThread().back(), "E SetSoundbarSoundMode: [NAM_API] MethodCall Error");
+}
+
+TEST_F(SetSoundModeTest, TheAnswerIsNotLookedAt)
+{
+    for (const WrongReply& reply : WrongReplies("")) {
+        control_.SetFault("SetSoundbarSoundMode", reply.Fault());
+        platform_log::Clear();
+        SetSoundbarSoundMode(kMac, kIp, data_, 3);
+        EXPECT_EQ(platform_log::OfTestThread(), LoggedBySet(3, {})) << reply.value;
+    }
+}
+
+// --- What both queries have in common -----------------------------------------------------------------------------
+
+struct Query {
+    const char* name;
+    Lines noBytes; // their lines where the reply has no bytes
+    int (*call)(unsigned char* identity, unsigned char* data);
+};
+
+void PrintTo(const Query& query, std::ostream* out)
+{
+    *out << query.name;
+}
+
+const Query kQueries[] = {
+    {"GetSoundbarSoundMode", {"E GetSoundbarSoundMode: [NAM_API] pByteArray is NULL"}, GetSoundbarSoundMode},
+    {"GetSoundbarDeviceInfo",
+     {},
+     [](unsigned char* identity, unsigned char*) { return GetSoundbarDeviceInfo(identity); }},
+};
+
+class SoundbarQueryTest : public SoundModeTest, public ::testing::WithParamInterface<Query> {
+protected:
+    ~SoundbarQueryTest() override
+    {
+        EXPECT_TRUE(identity_.IsUntouched());
+        EXPECT_TRUE(data_.IsUntouched());
+    }
+
+    int Call() { return query_.call(identity_.Data(), data_.Data()); }
+
+    const Query& query_ = GetParam();
+    const std::string name_ = GetParam().name;
+    Guarded<unsigned char, 10> identity_;
+    Guarded<unsigned char, 20> data_;
+};
+
+TEST_P(SoundbarQueryTest, SendsZero)
+{
+    control_.SetReply(name_, {});
+    Call();
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, name_ + "(0)"));
+    EXPECT_EQ(SentMessages().back().signature, "i");
+}
+
+TEST_P(SoundbarQueryTest, ARefusedCallIsMinusOne)
+{
+    control_.SetFault(name_, kRefusal);
+    EXPECT_EQ(Call(), -1);
+    EXPECT_EQ(
+        platform_log::OfTestThread(),
+        Logged(
+            name_, {},
+            {RefusedLine(name_), "E " + name_ + ": [NAM_API] MethodCall Error", "E " + name_ + ": param_out is NULL"}));
+}
+
+TEST_P(SoundbarQueryTest, AReplyWithoutBytesIsZero)
+{
+    control_.SetReply(name_, {});
+    EXPECT_EQ(Call(), 0);
+    EXPECT_EQ(platform_log::OfTestThread(), Logged(name_, {}, query_.noBytes));
+}
+
+TEST_P(SoundbarQueryTest, AReplyOfAnotherTypeIsZeroAndOneMoreLine)
+{
+    for (const WrongReply& reply : WrongReplies("(ay)")) {
+        control_.SetFault(name_, reply.Fault());
+        platform_log::Clear();
+        EXPECT_EQ(Call(), 0) << reply.value;
+        const Lines noBytes = std::string(reply.type) == "()" ? Lines{} : query_.noBytes;
+        EXPECT_EQ(platform_log::OfTestThread(), Logged(name_, {}, NoBytesLines(name_, name_, reply) + noBytes));
+    }
+}
+
+TEST_P(SoundbarQueryTest, AnAbsentServerIsMinusOne)
+{
+    KillServer();
+    platform_log::Clear();
+    EXPECT_EQ(Call(), -1);
+    EXPECT_EQ(platform_log::OfTestThread(), UnreachableLines(name_));
+}
+
+TEST_P(SoundbarQueryTest, ADeviceWithoutTheFeatureIsMinusOne)
+{
+    g_KivDisabled = true;
+    EXPECT_EQ(Call(), -1);
+    EXPECT_THAT(Own(name_), ElementsAre("E " + name_ + ": [NAM_API] GetWhetherKivDisabled failed"));
+    EXPECT_THAT(Sent(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, SoundbarQueryTest, ::testing::ValuesIn(kQueries), [](const auto& query) {
+    return std::string(query.param.name);
+});
+
+// --- Their answers ------------------------------------------------------------------------------------------------
+
+// Identity, an integer, the bytes 0xe0 0xe1 ... behind it, in as many bytes as wanted.
+std::vector<unsigned char> Payload(std::int32_t value, std::size_t length)
+{
+    std::vector<unsigned char> payload{0x02, 0x4b, 0x49, 0x56, 0x00, 0xa4, 192, 168, 0, 7};
+    payload.resize(std::max(length, std::size_t{14}));
+    std::memcpy(payload.data() + 10, &value, sizeof value);
+    std::iota(payload.begin() + 14, payload.end(), static_cast<unsigned char>(0xe0));
+    payload.resize(length);
+    return payload;
+}
+
+const std::vector<unsigned char> kIdentity = Payload(0, 10);
+
+class GetSoundModeTest : public SoundModeTest {
+protected:
+    int CallFor(const std::vector<unsigned char>& payload)
+    {
+        control_.SetReply("GetSoundbarSoundMode", payload);
+        platform_log::Clear();
+        return GetSoundbarSoundMode(identity_.Data(), data_.Data());
+    }
+
+    static std::string AnswerLine(int length, const std::string& firstByte)
+    {
+        return "I GetSoundbarSoundMode: [NAM_API] soundbarDeviceInfo[" + kMacLogged + "], soundModeDataLen[" +
+               std::to_string(length) + "], soundmodeData[" + firstByte + "e1e2e3e4-e5e6e7e8e9-eaebecedee-eff0f1f2f3]";
+    }
+
+    Guarded<unsigned char, 10> identity_;
+    Guarded<unsigned char, 20> data_;
+};
+
+TEST_F(GetSoundModeTest, IdentityLengthAndDataAreTaken)
+{
+    for (const std::size_t size : {34, 35, 1000}) {
+        const auto payload = Payload(20, size);
+
+        EXPECT_EQ(CallFor(payload), 20) << size;
+
+        EXPECT_EQ(identity_.Bytes(), kIdentity);
+        EXPECT_EQ(data_.Bytes(), std::vector<unsigned char>(payload.begin() + 14, payload.begin() + 34));
+        EXPECT_EQ(platform_log::OfTestThread(), Logged("GetSoundbarSoundMode", {}, {AnswerLine(20, "e0")}));
+    }
+}
+
+TEST_F(GetSoundModeTest, AShortReplyIsZeroWithoutAWord)
+{
+    for (const std::size_t size : {1, 9, 10, 13, 14, 32, 33}) {
+        EXPECT_EQ(CallFor(Payload(5, size)), 0) << size;
+        EXPECT_TRUE(identity_.IsUntouched()) << size;
+        EXPECT_TRUE(data_.IsUntouched()) << size;
+        EXPECT_EQ(platform_log::OfTestThread(), Logged("GetSoundbarSoundMode", {}, {}));
+    }
+}
+
+TEST_F(GetSoundModeTest, DataThatBeginsWithOneHasOneOfTwoLengths)
+{
+    for (const int length : {5, 13}) {
+        auto payload = Payload(length, 34);
+        payload[14] = 1;
+        EXPECT_EQ(CallFor(payload), length);
+        EXPECT_EQ(platform_log::OfTestThread(), Logged("GetSoundbarSoundMode", {}, {AnswerLine(length, "01")}));
+    }
+}
+
+TEST_F(GetSoundModeTest, DataThatBeginsWithOneAndHasAnotherLengthIsIgnoredThoughTaken)
+{
+    for (const int length : {7, 0, 1, 4, 6, 12, 14, 20, -1, -5, 0x0500, INT_MAX, INT_MIN}) {
+        auto payload = Payload(length, 34);
+        payload[14] = 1;
+        Guarded<unsigned char, 10> identity;
+        Guarded<unsigned char, 20> data;
+        control_.SetReply("GetSoundbarSoundMode", payload);
+        platform_log::Clear();
+
+        EXPECT_EQ(GetSoundbarSoundMode(identity.Data(), data.Data()), 0) << length;
+
+        EXPECT_EQ(identity.Bytes(), kIdentity);
+        EXPECT_EQ(data.Bytes(), std::vector<unsigned char>(payload.begin() + 14, payload.end()));
+        EXPECT_EQ(
+            platform_log::OfTestThread(),
+            Logged(
+                "GetSoundbarSoundMode", {},
+                {AnswerLine(length, "01"), "E GetSoundbarSoundMode: soundmodeData is corrupted, So ignore it"}));
+    }
+}
+
+TEST_F(GetSoundModeTest, DataThatBeginsOtherwiseMayHaveAnyLength)
+{
+    for (const int first : {0x00, 0x02, 0x81, 0xff}) {
+        for (const int length : {7, 0, 5, 13, -1, -5, INT_MAX, INT_MIN}) {
+            auto payload = Payload(length, 34);
+            payload[14] = static_cast<unsigned char>(first);
+            EXPECT_EQ(CallFor(payload), length);
+            EXPECT_THAT(Own("GetSoundbarSoundMode"), ::testing::SizeIs(1));
+        }
+    }
+}
+
+TEST_F(GetSoundModeTest, WhatFollowsTheBytesInTheReplyDoesNotMatter)
+{
+    control_.SetFault(
+        "GetSoundbarSoundMode", "{'reply': <(b'0123456789\\005\\001\\001\\00101234567890123456789', 'x')>}");
+    EXPECT_EQ(GetSoundbarSoundMode(identity_.Data(), data_.Data()), 0x01010105);
+    EXPECT_EQ(std::memcmp(identity_.Data(), "0123456789", 10), 0);
+    EXPECT_EQ(std::memcmp(data_.Data(), "01234567890123456789", 20), 0);
+}
+
+class DeviceInfoTest : public SoundModeTest {
+protected:
+    int CallFor(const std::vector<unsigned char>& payload)
+    {
+        control_.SetReply("GetSoundbarDeviceInfo", payload);
+        platform_log::Clear();
+        return GetSoundbarDeviceInfo(identity_.Data());
+    }
+
+    static Lines LoggedFor(std::size_t length, const std::string& mac, const std::string& ip)
+    {
+        return Logged(
+            "GetSoundbarDeviceInfo", {},
+            {"D GetSoundbarDeviceInfo: elenum[" + std::to_string(length) + "], soundbarDeviceInfo[" + mac + "], [" +
+             ip + "]"});
+    }
+
+    Guarded<unsigned char, 10> identity_;
+};
+
+TEST_F(DeviceInfoTest, IdentityAndValueAreTaken)
+{
+    for (const std::size_t size : {14, 15, 34, 1000}) {
+        for (const int value : {0, 7, -1, -5, INT_MAX, INT_MIN}) {
+            EXPECT_EQ(CallFor(Payload(value, size)), value);
+            EXPECT_EQ(identity_.Bytes(), kIdentity);
+            EXPECT_EQ(platform_log::OfTestThread(), LoggedFor(size, kMacLogged, "192.168.0.7"));
+        }
+    }
+}
+
+TEST_F(DeviceInfoTest, DataThatBeginsWithOneIsNothingSpecial)
+{
+    auto payload = Payload(7, 34);
+    payload[14] = 1;
+    EXPECT_EQ(CallFor(payload), 7);
+    EXPECT_EQ(platform_log::OfTestThread(), LoggedFor(34, kMacLogged, "192.168.0.7"));
+}
+
+TEST_F(DeviceInfoTest, AShortReplyIsLoggedAndZero)
+{
+    const struct {
+        std::size_t length;
+        const char* mac;
+        const char* ip;
+    } replies[] = {
+        {13, "02:4b:49:56:00:a4", "192.168.0.7"}, {10, "02:4b:49:56:00:a4", "192.168.0.7"},
+        {9, "02:4b:49:56:00:a4", "192.168.0.0"},  {7, "02:4b:49:56:00:a4", "192.0.0.0"},
+        {6, "02:4b:49:56:00:a4", "0.0.0.0"},      {5, "02:4b:49:56:00:00", "0.0.0.0"},
+        {1, "02:00:00:00:00:00", "0.0.0.0"},
+    };
+    for (const auto& reply : replies) {
+        EXPECT_EQ(CallFor(Payload(-1, reply.length)), 0) << reply.length;
+        EXPECT_TRUE(identity_.IsUntouched()) << reply.length;
+        EXPECT_EQ(platform_log::OfTestThread(), LoggedFor(reply.length, reply.mac, reply.ip));
+    }
+}
+
+} // namespace
