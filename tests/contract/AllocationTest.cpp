@@ -1,6 +1,7 @@
 #include "EventTest.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 using namespace kiv::test;
@@ -70,5 +71,70 @@ TEST_P(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
 }
 
 INSTANTIATE_TEST_SUITE_P(Nth, AllocationTest, ::testing::Values(1, 2));
+
+// Three records: the list grows for the first, the second and the third.
+class GrowingListTest : public EventTest, public ::testing::WithParamInterface<int> {
+protected:
+    GrowingListTest() { StartAndConnect(); }
+
+    static void FailAtLine(const std::string& shortForm)
+    {
+        AtLine(shortForm, [] { g_failing = GetParam(); });
+    }
+
+    void SetReply(const std::string& method, std::size_t recordSize)
+    {
+        control_.SetReply(method, std::vector<unsigned char>(3 * recordSize));
+    }
+
+    const std::size_t taken_ = static_cast<std::size_t>(GetParam()) - 1;
+};
+
+TEST_P(GrowingListTest, ThrowsWithTheRecordsThatItTook)
+{
+    SetReply("GetNetSpkListInfo", sizeof(STNetSpkListInfo));
+    FailAtLine("D GetNetSpkListInfo: [NAM_API] elenum[3258], sizeof(STNetSpkListInfo)[1086]");
+    std::vector<STNetSpkListInfo> lists;
+    EXPECT_THROW(GetNetSpkListInfo(lists), std::bad_alloc);
+    EXPECT_EQ(lists.size(), taken_);
+
+    SetReply("GetNetSpkNodeList", sizeof(CNetSpkNodeInfo));
+    FailAtLine("D GetNetSpkNodeList: [NAM_API] elenum[402], sizeof(CNetSpkNodeInfo)[134]");
+    std::vector<CNetSpkNodeInfo> nodes;
+    EXPECT_THROW(GetNetSpkNodeList(nodes), std::bad_alloc);
+    EXPECT_EQ(nodes.size(), taken_);
+
+    EXPECT_EQ(GetNetSpkListInfo(lists), 3);
+    EXPECT_EQ(GetNetSpkNodeList(nodes), 3);
+}
+
+TEST_P(GrowingListTest, ThrowsAndLeavesThePlainArrayAlone)
+{
+    SetReply("GetNetSpkListInfo", sizeof(STNetSpkListInfo));
+    FailAtLine("D GetNetSpkListInfo: [NAM_API] elenum[3258], sizeof(STNetSpkListInfo)[1086]");
+    STNetSpkListInfo lists[3];
+    std::memset(lists, 0xee, sizeof lists);
+    STNetSpkListInfo untouched[3];
+    std::memset(untouched, 0xee, sizeof untouched);
+    EXPECT_THROW(getNetSpkListInfo(lists), std::bad_alloc);
+    EXPECT_EQ(std::memcmp(lists, untouched, sizeof lists), 0);
+}
+
+TEST_P(GrowingListTest, ThrowsWithTheActiveSpeakersThatItTook)
+{
+    std::vector<unsigned char> payload(155 + 3 * sizeof(spk_info_s));
+    payload[151] = 3;
+    control_.SetReply("GetActiveNetSpkInfo", payload);
+    AtLine(kEnter, [] { // of the query for the id
+        FailAtLine(kEnter);
+    });
+    char name[NETSPK_LIST_NAME_LEN];
+    char type[NETSPK_SPEAKER_TYPE_LEN + 1];
+    std::vector<spk_info_s> speakers;
+    EXPECT_THROW(GetActiveNetSpkInfo(name, type, speakers), std::bad_alloc);
+    EXPECT_EQ(speakers.size(), taken_);
+}
+
+INSTANTIATE_TEST_SUITE_P(Nth, GrowingListTest, ::testing::Values(1, 2, 3));
 
 } // namespace

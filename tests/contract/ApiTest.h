@@ -58,6 +58,14 @@ inline const unsigned char kMac[] = {0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4};
 inline const std::string kMacSent = "0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4";
 inline const std::string kMacLogged = "02:4b:49:56:7f:a4";
 
+// What a call logs on a device without the feature.
+inline Lines DisabledLines(const std::string& function)
+{
+    return {
+        "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
+        "E " + function + ": [NAM_API] GetWhetherKivDisabled failed"};
+}
+
 // A reply as GVariant text, and its type.
 struct WrongReply {
     const char* value;
@@ -204,6 +212,16 @@ protected:
     {
         StartServer();
         Connect();
+    }
+
+    void TearDown() override
+    {
+        for (const LogLine& line : platform_log::Lines()) {
+            EXPECT_EQ(line.logId, 2) << line.Short();
+            EXPECT_EQ(line.tag, "NAM_SERVICE") << line.Short();
+            EXPECT_EQ(line.file, "KivServiceInterface.cpp") << line.Short();
+            EXPECT_GT(line.line, 0) << line.Short();
+        }
     }
 
     // What the function itself logged.

@@ -140,14 +140,6 @@ inline Lines AnsweredLines(const std::string& function)
     return PrologueLines(function) + Lines{kEnter};
 }
 
-// Its lines on a device without network speakers.
-inline Lines DisabledLines(const std::string& function)
-{
-    return {
-        "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
-        "E " + function + ": [NAM_API] GetWhetherKivDisabled failed"};
-}
-
 inline std::string AdoptionLine(const std::string& function, const std::string& before, const std::string& received)
 {
     return "W " + function + ": ns_proxy.strProxyObj[" + before + "], pProxyObj[" + received + "]";

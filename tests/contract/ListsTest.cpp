@@ -116,7 +116,7 @@ const Query kQueries[] = {
      SpeakerNodes},
 };
 
-class QueryTest : public ListsTest, public ::testing::WithParamInterface<Query> {
+class ListQueryTest : public ListsTest, public ::testing::WithParamInterface<Query> {
 protected:
     Lines LoggedByQuery(const Lines& after) const { return query_.first + Logged(method_, {}, after); }
 
@@ -124,28 +124,29 @@ protected:
     const std::string method_ = GetParam().method;
 };
 
-TEST_P(QueryTest, SendsZero)
+TEST_P(ListQueryTest, SendsZero)
 {
+    control_.SetReply(method_, {});
     query_.call();
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, method_ + "(0)"));
     EXPECT_EQ(SentMessages().back().signature, "i");
 }
 
-TEST_P(QueryTest, ARefusedCallIsMinusOne)
+TEST_P(ListQueryTest, ARefusedCallIsMinusOne)
 {
     control_.SetFault(method_, kRefusal);
     EXPECT_EQ(query_.call(), query_.refused.result);
     EXPECT_EQ(platform_log::OfTestThread(), LoggedByQuery(Lines{RefusedLine(method_)} + query_.refused.lines));
 }
 
-TEST_P(QueryTest, AReplyWithoutBytes)
+TEST_P(ListQueryTest, AReplyWithoutBytes)
 {
     control_.SetReply(method_, {});
     EXPECT_EQ(query_.call(), query_.noBytes.result);
     EXPECT_EQ(platform_log::OfTestThread(), LoggedByQuery(query_.noBytes.lines));
 }
 
-TEST_P(QueryTest, AReplyOfAnotherTypeIsOneMoreLine)
+TEST_P(ListQueryTest, AReplyOfAnotherTypeIsOneMoreLine)
 {
     for (const WrongReply& reply : WrongReplies("(ay)")) {
         control_.SetFault(method_, reply.Fault());
@@ -156,7 +157,7 @@ TEST_P(QueryTest, AReplyOfAnotherTypeIsOneMoreLine)
     }
 }
 
-TEST_P(QueryTest, WhatFollowsTheBytesInTheReplyDoesNotMatter)
+TEST_P(ListQueryTest, WhatFollowsTheBytesInTheReplyDoesNotMatter)
 {
     std::string zeros = "byte 0";
     for (std::size_t i = 1; i < query_.smallest; ++i) {
@@ -167,7 +168,7 @@ TEST_P(QueryTest, WhatFollowsTheBytesInTheReplyDoesNotMatter)
     EXPECT_THAT(platform_log::OfTestThread(), ::testing::Each(::testing::Not(::testing::StartsWith("E "))));
 }
 
-TEST_P(QueryTest, AnAbsentServerIsMinusOne)
+TEST_P(ListQueryTest, AnAbsentServerIsMinusOne)
 {
     KillServer();
     platform_log::Clear();
@@ -175,19 +176,15 @@ TEST_P(QueryTest, AnAbsentServerIsMinusOne)
     EXPECT_EQ(platform_log::OfTestThread(), query_.first + UnreachableLines(method_));
 }
 
-TEST_P(QueryTest, ADeviceWithoutTheFeatureIsMinusOne)
+TEST_P(ListQueryTest, ADeviceWithoutTheFeatureIsMinusOne)
 {
     g_KivDisabled = true;
     EXPECT_EQ(query_.call(), -1);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        query_.first + Lines{
-                           "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
-                           "E " + method_ + ": [NAM_API] GetWhetherKivDisabled failed"});
+    EXPECT_EQ(platform_log::OfTestThread(), query_.first + DisabledLines(method_));
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, QueryTest, ::testing::ValuesIn(kQueries), [](const auto& query) {
+INSTANTIATE_TEST_SUITE_P(Functions, ListQueryTest, ::testing::ValuesIn(kQueries), [](const auto& query) {
     // Test names that differ only in case are one to some file systems.
     return std::string(query.param.call == SpeakerListsInArray ? "PlainArray" : query.param.name);
 });
@@ -461,7 +458,11 @@ class RecordsOfTest : public ListsTest {
 protected:
     using Record = typename Function::Record;
 
-    RecordsOfTest() : list_(5) { list_.reserve(64); }
+    RecordsOfTest()
+    {
+        list_.reserve(64);
+        list_.resize(5);
+    }
 
     int Call() { return Function::Call(list_); }
 
@@ -476,13 +477,11 @@ protected:
     void ExpectEmptied() const
     {
         EXPECT_THAT(list_, IsEmpty());
-        EXPECT_EQ(list_.data(), room_);
         EXPECT_EQ(list_.capacity(), 64U);
     }
 
     const std::string name_ = Function::kName;
     std::vector<Record> list_; // holds records of an earlier call
-    const Record* const room_ = list_.data();
 };
 
 using RecordFunctions = ::testing::Types<ListInfos, Nodes>;

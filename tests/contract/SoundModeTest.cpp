@@ -39,7 +39,7 @@ TEST_F(SetSoundModeTest, SendsIdentityAndData)
     EXPECT_EQ(SentMessages().back().signature, "ay");
     EXPECT_THAT(
         Bytes(control_.Calls().back()),
-        ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x00, 0xa4, 192, 168, 0, 7, 0x00, 0xff, 0x80));
+        ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 192, 168, 0, 7, 0x00, 0xff, 0x80));
     EXPECT_EQ(platform_log::OfTestThread(), LoggedBySet(3, {}));
 }
 
@@ -47,16 +47,16 @@ TEST_F(SetSoundModeTest, SendsTheIdentityAloneWhereThereIsNoData)
 {
     SetSoundbarSoundMode(kMac, -2, data_, 0);
     EXPECT_THAT(
-        Bytes(control_.Calls().back()), ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x00, 0xa4, 0xfe, 0xff, 0xff, 0xff));
+        Bytes(control_.Calls().back()), ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 0xfe, 0xff, 0xff, 0xff));
     EXPECT_EQ(platform_log::OfTestThread(), LoggedBySet(0, {}));
 }
 
 TEST_F(SetSoundModeTest, SendsMuchData)
 {
-    const auto data = SomeBytes(1'000'000);
-    SetSoundbarSoundMode(kMac, kIp, data.data(), 1'000'000);
+    const auto data = SomeBytes(100'000);
+    SetSoundbarSoundMode(kMac, kIp, data.data(), 100'000);
     const auto sent = Bytes(control_.Calls().back());
-    ASSERT_EQ(sent.size(), 1'000'010U);
+    ASSERT_EQ(sent.size(), 100'010U);
     EXPECT_TRUE(std::equal(data.begin(), data.end(), sent.begin() + 10));
 }
 
@@ -78,10 +78,7 @@ TEST_F(SetSoundModeTest, NullArgumentsAreNotLookedAtOnADeviceWithoutTheFeature)
 {
     g_KivDisabled = true;
     SetSoundbarSoundMode(nullptr, 0, nullptr, -1);
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAre(
-                                          "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
-                                          "E SetSoundbarSoundMode: [NAM_API] GetWhetherKivDisabled failed"));
+    EXPECT_EQ(platform_log::OfTestThread(), DisabledLines("SetSoundbarSoundMode"));
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
@@ -238,7 +235,7 @@ TEST_P(SoundbarQueryTest, ADeviceWithoutTheFeatureIsMinusOne)
 {
     g_KivDisabled = true;
     EXPECT_EQ(Call(), -1);
-    EXPECT_THAT(Own(name_), ElementsAre("E " + name_ + ": [NAM_API] GetWhetherKivDisabled failed"));
+    EXPECT_EQ(platform_log::OfTestThread(), DisabledLines(name_));
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
@@ -251,7 +248,7 @@ INSTANTIATE_TEST_SUITE_P(Functions, SoundbarQueryTest, ::testing::ValuesIn(kQuer
 // Identity, an integer, the bytes 0xe0 0xe1 ... behind it, in as many bytes as wanted.
 std::vector<unsigned char> Payload(std::int32_t value, std::size_t length)
 {
-    std::vector<unsigned char> payload{0x02, 0x4b, 0x49, 0x56, 0x00, 0xa4, 192, 168, 0, 7};
+    std::vector<unsigned char> payload{0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 192, 168, 0, 7};
     payload.resize(std::max(length, std::size_t{14}));
     std::memcpy(payload.data() + 10, &value, sizeof value);
     std::iota(payload.begin() + 14, payload.end(), static_cast<unsigned char>(0xe0));
@@ -402,9 +399,9 @@ TEST_F(DeviceInfoTest, AShortReplyIsLoggedAndZero)
         const char* mac;
         const char* ip;
     } replies[] = {
-        {13, "02:4b:49:56:00:a4", "192.168.0.7"}, {10, "02:4b:49:56:00:a4", "192.168.0.7"},
-        {9, "02:4b:49:56:00:a4", "192.168.0.0"},  {7, "02:4b:49:56:00:a4", "192.0.0.0"},
-        {6, "02:4b:49:56:00:a4", "0.0.0.0"},      {5, "02:4b:49:56:00:00", "0.0.0.0"},
+        {13, "02:4b:49:56:7f:a4", "192.168.0.7"}, {10, "02:4b:49:56:7f:a4", "192.168.0.7"},
+        {9, "02:4b:49:56:7f:a4", "192.168.0.0"},  {7, "02:4b:49:56:7f:a4", "192.0.0.0"},
+        {6, "02:4b:49:56:7f:a4", "0.0.0.0"},      {5, "02:4b:49:56:7f:00", "0.0.0.0"},
         {1, "02:00:00:00:00:00", "0.0.0.0"},
     };
     for (const auto& reply : replies) {

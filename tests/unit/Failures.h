@@ -1,0 +1,61 @@
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string_view>
+
+// What cannot be made to fail from outside: calls that are replaced at link time, and fail when a test says so.
+namespace kiv::test {
+
+/*
+ * One failure to come, of one of the replaced calls.
+ */
+class Failure {
+public:
+    // Fails the next call that is of this kind, where one is given, or the one after so many others.
+    void Arm(const char* kind = nullptr, int others = 0)
+    {
+        const std::lock_guard lock(mutex_);
+        armed_ = true;
+        kind_ = kind;
+        others_ = others;
+    }
+
+    bool IsArmed()
+    {
+        const std::lock_guard lock(mutex_);
+        return armed_;
+    }
+
+    // Whether this call is the one that fails.
+    bool Strikes(const char* kind = "")
+    {
+        const std::lock_guard lock(mutex_);
+        if (!armed_ || (kind_ != nullptr && std::string_view(kind_) != kind) || others_-- > 0) {
+            return false;
+        }
+        armed_ = false;
+        return true;
+    }
+
+private:
+    std::mutex mutex_;
+    bool armed_ = false;
+    const char* kind_ = nullptr;
+    int others_ = 0;
+};
+
+extern Failure g_calloc;
+extern Failure g_variant;  // g_variant_new(), by format
+extern Failure g_messages; // g_dbus_message_new_method_call(), by method
+extern Failure g_replies;  // g_dbus_connection_call_sync(), by method: neither reply nor error
+extern Failure g_contexts;
+extern Failure g_nodeInfo;
+extern Failure g_bus;
+extern Failure g_registration;
+extern Failure g_thread; // the monitor's
+
+// Attempts to create one.
+extern std::atomic<int> g_monitorThreads;
+
+} // namespace kiv::test
