@@ -1,0 +1,41 @@
+// The TV platform as the targets provide it: a log that is silent, but reads all that it is given, and a device that
+// has network speakers.
+
+#include "platform/Platform.h"
+
+#include "Platform.h"
+#include "Target.h"
+#include "link/Log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <utility>
+
+namespace {
+
+int g_errorCount;
+
+} // namespace
+
+int kiv::fuzz::TakeErrorCount()
+{
+    return std::exchange(g_errorCount, 0);
+}
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
+int __dlog_print(int /*logId*/, int priority, const char* /*tag*/, const char* format, ...)
+{
+    char line[256];
+    va_list arguments;
+    va_start(arguments, format);
+    KIV_REQUIRE(std::vsnprintf(line, sizeof line, format, arguments) >= 0);
+    va_end(arguments);
+    g_errorCount += priority == kiv::link::kLogError ? 1 : 0;
+    return 0;
+}
+
+int system_info_get_custom_bool(const char* /*key*/, bool* value)
+{
+    *value = true;
+    return 0;
+}
