@@ -54,9 +54,10 @@ public:
     /// Has the bus start a service, and returns when its name is owned.
     void Activate(const std::string& name);
 
-private:
+    /// Has the daemon read its configuration again, and files that this includes.
     void ReloadConfig() const;
 
+private:
     std::filesystem::path directory_;
     std::string address_;
     std::unique_ptr<Keeper> keeper_;
