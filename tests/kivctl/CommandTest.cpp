@@ -1,56 +1,72 @@
 #include "KivctlTest.h"
 #include <KivServiceInterface.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <set>
+#include <sstream>
+#include <stdexcept>
 #include <tuple>
 
 namespace kiv::ctl {
 namespace {
 
-class CommandTest : public KivctlTest {
-protected:
-    std::string WriteList(const std::string& text) const
-    {
-        const std::string path = bus_.Directory() / "list.json";
-        std::ofstream(path) << text;
-        return path;
-    }
+using CommandTest = KivctlTest;
 
-    // Exits with that code, says one line about it on stderr, or, for scripts, in one object on stdout.
-    void ExpectFailure(Arguments arguments, int exitCode, const std::string& reason) const
-    {
-        const Ended text = Run(arguments);
-        EXPECT_EQ(text.exitCode, exitCode);
-        EXPECT_EQ(text.out, "");
-        EXPECT_EQ(text.err.rfind("kivctl: ", 0), 0U) << text.err;
-        EXPECT_NE(text.err.find(reason), std::string::npos) << text.err;
-        EXPECT_EQ(text.err.find('\n'), text.err.size() - 1) << text.err;
-
-        arguments.emplace_back("--json");
-        const Ended json = Run(arguments);
-        EXPECT_EQ(json.exitCode, exitCode);
-        EXPECT_EQ(json.err, "");
-        EXPECT_NE(Json::parse(json.out).at("error").get<std::string>().find(reason), std::string::npos) << json.out;
-    }
-};
-
-// One speaker's 86 bytes, as the bus prints them.
-std::string Record(const std::string& config, const std::string& mac)
-{
-    std::string record = "0x00, 0x00, 0x00, 0x00, " + config + ", " + mac;
-    for (int i = 0; i < 72; ++i) {
-        record += ", 0x00";
-    }
-    return record;
-}
-
-const std::string kLeft = "02:4b:49:56:00:01";
-const std::string kRight = "02:4b:49:56:00:02";
-const std::string kLeftBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x01";
-const std::string kRightBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x02";
 const std::string kTwoSpeakers = "StartNetworkSpeaker([" + Record("0x03, 0x00, 0x00, 0x00", kLeftBytes) + ", " +
                                  Record("0x00, 0x00, 0x00, 0x00", kRightBytes) + "],)";
+
+// One for each function of the library that asks the server, but for those of the monitor.
+const std::vector<Arguments> kRequests = {
+    {"start", kLeft},
+    {"stop"},
+    {"surround", "off"},
+    {"surround", "channels"},
+    {"list", "active"},
+    {"list", "all"},
+    {"list", "all", "--array"},
+    {"list", "count"},
+    {"list", "nodes"},
+    {"connect", "new", kLeft},
+    {"connect", "new", "--outdoor", kLeft},
+    {"connect", "direct", "1"},
+    {"connect", "by-mobile", "00"},
+    {"connect", "by-id", "1", "2", "3"},
+    {"connect", "by-id", "1", "2", "3", "--id", "KIV01"},
+    {"connect", "group", "1"},
+    {"connect", "type", kLeft},
+    {"connect", "type", "--id", "1"},
+    {"name", kLeft, "Left"},
+    {"volume", "get", kLeft},
+    {"volume", "get", kLeft, kRight},
+    {"volume", "set", kLeft, "30"},
+    {"volume", "up", kLeft},
+    {"volume", "up", kLeft, kRight},
+    {"volume", "down", kLeft},
+    {"volume", "down", kLeft, kRight},
+    {"volume", "reset", kLeft},
+    {"volume", "reset", kLeft, kRight},
+    {"volume", "reset-all"},
+    {"mode", "get"},
+    {"mode", "ui", "get"},
+    {"mode", "ui", "set", "surround"},
+    {"mode", "can-enter"},
+    {"mode", "enabled"},
+    {"link", "can-cancel"},
+    {"link", "pre-select"},
+    {"link", "can-select"},
+    {"tone", "start", kLeft},
+    {"tone", "stop", kLeft},
+    {"soundbar", "mode", "get"},
+    {"soundbar", "mode", "set", kLeft, "00"},
+    {"soundbar", "info"},
+    {"soundbar", "support", "get", kLeft},
+    {"soundbar", "support", "set", kLeft, "yes"},
+    {"soundbar", "version", kLeft},
+    {"atmos"},
+    {"node-remove", "2"},
+};
 
 TEST_F(CommandTest, StartSendsTheModeAndThenTheSpeakers)
 {
@@ -63,14 +79,14 @@ TEST_F(CommandTest, StartSendsTheModeAndThenTheSpeakers)
 
 TEST_F(CommandTest, StartTakesTheSpeakersFromAFile)
 {
-    const std::string list = WriteList(R"([{"mac": "02:4b:49:56:00:01", "config": 3}, "02:4B:49:56:00:02"])");
+    const std::string list = WriteFile(R"([{"mac": "02:4b:49:56:00:01", "config": 3}, "02:4B:49:56:00:02"])");
     EXPECT_EQ(Run({"start", "--file", list}).exitCode, 0);
     EXPECT_EQ(Calls(), (std::vector<std::string>{"SetNetSpkSettingMode(80, 0)", kTwoSpeakers}));
 }
 
 TEST_F(CommandTest, StartPassesWhatFitsInto32Bits)
 {
-    const std::string list = WriteList(R"([{"mac": "02:4b:49:56:00:01", "config": -2147483648}])");
+    const std::string list = WriteFile(R"([{"mac": "02:4b:49:56:00:01", "config": -2147483648}])");
     EXPECT_EQ(Run({"start", "--mode", "7", "--file", list}).exitCode, 0);
     EXPECT_EQ(Run({"start", "--mode", "surround", kLeft + "=2147483647"}).exitCode, 0);
     EXPECT_EQ(
@@ -84,7 +100,7 @@ TEST_F(CommandTest, StartPassesWhatFitsInto32Bits)
 
 TEST_F(CommandTest, AnEmptyListIsAList)
 {
-    EXPECT_EQ(Run({"start", "--file", WriteList("[]")}).exitCode, 0);
+    EXPECT_EQ(Run({"start", "--file", WriteFile("[]")}).exitCode, 0);
     EXPECT_EQ(Calls(), (std::vector<std::string>{"SetNetSpkSettingMode(80, 0)", "StartNetworkSpeaker([],)"}));
 }
 
@@ -152,34 +168,56 @@ TEST_F(CommandTest, EnabledTellsTheFeature)
 TEST_F(CommandTest, ADeviceWithoutSpeakersSendsNothing)
 {
     SwitchFeatureOff();
-    for (const Arguments& arguments : std::vector<Arguments>{
-             {"start", kLeft},
-             {"stop"},
-             {"surround", "off"},
-             {"surround", "channels"},
-             {"atmos"},
-             {"node-remove", "2"},
-             {"monitor"}}) {
-        SCOPED_TRACE(arguments.front());
+    for (const Arguments& arguments : kRequests) {
         ExpectFailure(arguments, 3, "this device has no network speakers");
     }
+    ExpectFailure({"monitor"}, 3, "this device has no network speakers");
     EXPECT_EQ(Calls(), std::vector<std::string>{});
 }
 
 TEST_F(CommandTest, AServerThatIsNotThereIsSaidToBe)
 {
     bus_.RemoveService("org.lumra.tv.networkspeaker.server");
-    for (const Arguments& arguments : std::vector<Arguments>{
-             {"start", kLeft},
-             {"stop"},
-             {"surround", "off"},
-             {"surround", "channels"},
-             {"atmos"},
-             {"node-remove", "2"},
-             {"monitor"}}) {
-        SCOPED_TRACE(arguments.front());
+    for (const Arguments& arguments : kRequests) {
         ExpectFailure(arguments, 1, "the network-speaker server cannot be reached");
     }
+    ExpectFailure({"monitor"}, 1, "the network-speaker server cannot be reached");
+}
+
+// Methods that the library calls on its own have no command.
+std::set<std::string> DeclaredMethods()
+{
+    const std::ifstream file(KIV_SERVER_XML);
+    std::ostringstream xml;
+    xml << file.rdbuf();
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.str().c_str(), &error);
+    if (node == nullptr) {
+        throw std::runtime_error(error->message);
+    }
+    std::set<std::string> methods;
+    for (GDBusMethodInfo** method = node->interfaces[0]->methods; *method != nullptr; ++method) {
+        methods.insert((*method)->name);
+    }
+    methods.erase("check_dbus_connection");
+    return methods;
+}
+
+TEST_F(CommandTest, EachMethodOfTheServerHasACommand)
+{
+    for (const Arguments& arguments : kRequests) {
+        Run(arguments);
+    }
+    Running monitor(bus_, {"monitor"});
+    monitor.ErrLine();
+    monitor.Signal(SIGINT);
+    EXPECT_EQ(monitor.Wait().exitCode, 0);
+
+    std::set<std::string> called;
+    for (const std::string& call : Calls()) {
+        called.insert(call.substr(0, call.find('(')));
+    }
+    EXPECT_EQ(called, DeclaredMethods());
 }
 
 TEST_F(CommandTest, ABusThatIsNotThereIsAFailure)
@@ -207,18 +245,22 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{}, "no command given"},
         {{"dance"}, "dance"},
         {{"surround"}, "no command given"},
+        {{"soundbar", "mode"}, "no command given"},
         {{"stop", "now"}, "now"},
         {{"stop", "atmos"}, "atmos"},
-        {{"stop", "--type", "soft"}, "--type = soft"},
-        {{"stop", "--type", "2147483648"}, "--type = 2147483648"},
+        {{"stop", "--type", "soft"}, "--type: \"soft\" is no 32-bit integer"},
+        {{"stop", "--type", ""}, "\"\" is no 32-bit integer"},
+        {{"stop", "--type", " 1"}, "\" 1\" is no 32-bit integer"},
+        {{"stop", "--type", "0x10"}, "\"0x10\" is no 32-bit integer"},
+        {{"stop", "--type", "2147483648"}, "--type: \"2147483648\" is no"},
         {{"node-remove"}, "NODE"},
         {{"node-remove", "first"}, "first"},
         {{"monitor", "--count", "0"}, "--count"},
         {{"monitor", "--count", "-1"}, "--count"},
         {{"start"}, "name the speakers"},
-        {{"start", "--mode", "stereo", kLeft}, "--mode = stereo"},
-        {{"start", "--reason", "none", kLeft}, "--reason = none"},
-        {{"start", kLeft, "--file", WriteList("[]")}, "name the speakers"},
+        {{"start", "--mode", "stereo", kLeft}, "--mode: \"stereo\" is neither"},
+        {{"start", "--reason", "none", kLeft}, "--reason: \"none\" is no"},
+        {{"start", kLeft, "--file", WriteFile("[]")}, "name the speakers"},
         {{"start", ""}, "\"\" is no MAC address"},
         {{"start", "=3"}, "\"\" is no MAC address"},
         {{"start", kLeft, "02:4b:49:56:00"}, "\"02:4b:49:56:00\" is no MAC address"},
@@ -228,9 +270,9 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{"start", "02:4b:49:56:00:-1"}, "is no MAC address"},
         {{"start", "02-4b-49-56-00-01"}, "is no MAC address"},
         {{"start", " 02:4b:49:56:00:01"}, "is no MAC address"},
-        {{"start", kLeft + "="}, "\"\" is no configuration value"},
-        {{"start", kLeft + "=1x"}, "\"1x\" is no configuration value"},
-        {{"start", kLeft + "=2147483648"}, "\"2147483648\" is no configuration value"},
+        {{"start", kLeft + "="}, "\"\" is no 32-bit integer"},
+        {{"start", kLeft + "=1x"}, "\"1x\" is no 32-bit integer"},
+        {{"start", kLeft + "=2147483648"}, "\"2147483648\" is no 32-bit integer"},
     };
     for (const auto& [arguments, reason] : cases) {
         SCOPED_TRACE(testing::PrintToString(arguments));
@@ -264,7 +306,7 @@ TEST_F(CommandTest, ABadListFileSendsNothing)
     };
     for (const auto& [text, reason] : cases) {
         SCOPED_TRACE(text);
-        ExpectFailure({"start", "--file", WriteList(text)}, 2, reason);
+        ExpectFailure({"start", "--file", WriteFile(text)}, 2, reason);
     }
     ExpectFailure({"start", "--file", bus_.Directory() / "absent"}, 2, "No such file or directory");
     ExpectFailure({"start", "--file", bus_.Directory()}, 2, "Is a directory");
@@ -292,8 +334,8 @@ TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)
     const Ended help = Run({"--help"});
     EXPECT_EQ(help.exitCode, 0);
     for (const char* word :
-         {"start", "stop", "surround", "enabled", "monitor", "atmos", "node-remove", "sizes", "--json",
-          "Exit codes:"}) {
+         {"start", "stop", "surround", "list", "connect", "name", "volume", "mode", "link", "tone", "soundbar",
+          "enabled", "monitor", "atmos", "node-remove", "sizes", "--json", "Exit codes:"}) {
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
     }
     EXPECT_EQ(Run({"start", "--help"}).exitCode, 0);

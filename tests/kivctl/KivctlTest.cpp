@@ -83,6 +83,24 @@ std::string Running::ReadRest(GDataInputStream* stream)
     return rest;
 }
 
+std::string Record(const std::string& config, const std::string& mac)
+{
+    std::string record = "0x00, 0x00, 0x00, 0x00, " + config + ", " + mac;
+    for (int i = 0; i < 72; ++i) {
+        record += ", 0x00";
+    }
+    return record;
+}
+
+std::string ByteArray(size_t size, int value)
+{
+    std::string array;
+    for (size_t i = 0; i < size; ++i) {
+        array += (array.empty() ? "[byte " : ", ") + std::to_string(value);
+    }
+    return array + "]";
+}
+
 KivctlTest::KivctlTest() : bus_({{{kServerName, {KIV_SIMULATOR}}}, ""})
 {
     WriteFeature(bus_, "true");
@@ -91,6 +109,50 @@ KivctlTest::KivctlTest() : bus_({{{kServerName, {KIV_SIMULATOR}}}, ""})
 Ended KivctlTest::Run(const Arguments& arguments) const
 {
     return Running(bus_, arguments).Wait();
+}
+
+void KivctlTest::ExpectOutput(const Arguments& arguments, const std::string& out) const
+{
+    const Ended ended = Run(arguments);
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(ended.out, out + '\n');
+    EXPECT_EQ(ended.err, "");
+}
+
+void KivctlTest::ExpectJson(Arguments arguments, const Json& fields) const
+{
+    arguments.emplace_back("--json");
+    const Ended ended = Run(arguments);
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.out.find('\n'), ended.out.size() - 1) << ended.out;
+    Json object = Json::parse(ended.out);
+    object.erase("command");
+    EXPECT_EQ(object, fields);
+}
+
+void KivctlTest::ExpectFailure(Arguments arguments, int exitCode, const std::string& reason) const
+{
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    const Ended text = Run(arguments);
+    EXPECT_EQ(text.exitCode, exitCode);
+    EXPECT_EQ(text.out, "");
+    EXPECT_EQ(text.err.rfind("kivctl: ", 0), 0U) << text.err;
+    EXPECT_NE(text.err.find(reason), std::string::npos) << text.err;
+    EXPECT_EQ(text.err.find('\n'), text.err.size() - 1) << text.err;
+
+    arguments.insert(arguments.begin(), "--json");
+    const Ended json = Run(arguments);
+    EXPECT_EQ(json.exitCode, exitCode);
+    EXPECT_EQ(json.err, "");
+    EXPECT_NE(Json::parse(json.out).at("error").get<std::string>().find(reason), std::string::npos) << json.out;
+}
+
+std::string KivctlTest::WriteFile(const std::string& contents) const
+{
+    const std::string path = bus_.Directory() / "file";
+    std::ofstream(path) << contents;
+    return path;
 }
 
 void KivctlTest::SwitchFeatureOff() const
@@ -142,7 +204,9 @@ std::vector<std::string> KivctlTest::Calls() const
     GVariant* arguments = nullptr;
     while (g_variant_iter_loop(iterator, "(u&s&suv)", nullptr, nullptr, &method, nullptr, &arguments)) {
         if (std::string(method) != "check_dbus_connection") {
-            g_autofree char* text = g_variant_print(arguments, FALSE);
+            // The simulator gives the string "()" for no arguments.
+            const bool none = g_variant_is_of_type(arguments, G_VARIANT_TYPE_STRING) != FALSE;
+            g_autofree char* text = none ? g_variant_dup_string(arguments, nullptr) : g_variant_print(arguments, FALSE);
             calls.push_back(std::string(method) + text);
         }
     }

@@ -47,12 +47,36 @@ private:
     GDataInputStream* err_;
 };
 
+// Speakers that the simulator is connected with, and their bytes as GVariant prints them.
+inline const std::string kLeft = "02:4b:49:56:00:01";
+inline const std::string kRight = "02:4b:49:56:00:02";
+inline const std::string kLeftBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x01";
+inline const std::string kRightBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x02";
+
+// One speaker's 86 bytes, as GVariant prints them.
+std::string Record(const std::string& config, const std::string& mac);
+
+// An array of so many bytes of that value, in GVariant's text form.
+std::string ByteArray(size_t size, int value);
+
 // The real kivctl against the simulator, on a bus of the test's own.
 class KivctlTest : public testing::Test {
 protected:
     KivctlTest();
 
     Ended Run(const Arguments& arguments) const;
+
+    // Exits with 0 and says that.
+    void ExpectOutput(const Arguments& arguments, const std::string& out) const;
+
+    // The same with --json; the command's name is left out of the object.
+    void ExpectJson(Arguments arguments, const Json& fields) const;
+
+    // Exits with that code, says one line about it on stderr, or, for scripts, in one object on stdout.
+    void ExpectFailure(Arguments arguments, int exitCode, const std::string& reason) const;
+
+    // A file of the test's own. Returns its path.
+    std::string WriteFile(const std::string& contents) const;
 
     // Without this the device has network speakers.
     void SwitchFeatureOff() const;

@@ -35,10 +35,23 @@ struct Result {
 Result Done(std::string text, Json fields);
 
 // The library function of that name returned its failure value.
-Result Failed(const char* function, const Json& value);
+Result
+Failed(const char* function, const Json& value, const char* reason = "the request failed, or the server refused it");
 
 // The outcome of a library function that returns the server's answer, and -1 for a failure.
 Result Answered(const char* function, int value);
+
+// The same for one that also returns 0 for a failure.
+Result AnsweredNotZero(const char* function, int value);
+
+// The outcome of a library function that returns false for a failure.
+Result AnsweredYesOrNo(const char* function, bool value);
+
+// The outcome of a library function that returns nothing.
+Result Sent(const char* function);
+
+// The library function of that name had nobody to ask.
+Result NotSent(const char* function);
 
 // Whether the library's last call got through to the server.
 bool ServerReached();
@@ -49,13 +62,20 @@ struct Command {
     const char* name;
     const char* description;
     // Declares the command's arguments; the action finds their values when the command line has been read.
-    Action (*declare)(CLI::App& app);
+    std::function<Action(CLI::App& app)> declare;
     // The commands of a group, which declares nothing itself.
     std::vector<Command> parts = {};
 };
 
+std::vector<Command> ConnectCommands();
 std::vector<Command> DeviceCommands();
 std::vector<Command> EventCommands();
+std::vector<Command> LinkCommands();
+std::vector<Command> ListCommands();
+std::vector<Command> ModeCommands();
+std::vector<Command> NameAndVolumeCommands();
+std::vector<Command> SoundbarCommands();
 std::vector<Command> SpeakerCommands();
+std::vector<Command> ToneCommands();
 
 } // namespace kiv::ctl

@@ -1,4 +1,4 @@
-#include "Command.h"
+#include "Arguments.h"
 #include "Monitor.h"
 #include <KivServiceInterface.h>
 
@@ -11,7 +11,7 @@ namespace {
 Action Watch(CLI::App& app)
 {
     const auto options = std::make_shared<MonitorOptions>();
-    app.add_option("--count", options->count, "End after N events instead of when interrupted")
+    AddParsed(app, "--count", options->count, ParseInt, "End after N events instead of when interrupted")
         ->check(CLI::Range(1, std::numeric_limits<int>::max()).description(""))
         ->type_name("N");
     app.add_option("--name", options->name, "Name of the subscription")->type_name("NAME")->capture_default_str();
@@ -33,12 +33,8 @@ Action Atmos(CLI::App&)
 Action NodeRemove(CLI::App& app)
 {
     const auto node = std::make_shared<int>(0);
-    app.add_option("NODE", *node, "Number of the node")->type_name("")->required();
-    return [node](const Output&) {
-        const int answer = NodeRemoveFromWatcher(*node);
-        // Unlike others, it returns 0 when the request fails.
-        return answer == 0 ? Failed("NodeRemoveFromWatcher", 0) : Answered("NodeRemoveFromWatcher", answer);
-    };
+    AddRequired(app, "NODE", *node, ParseInt, "Number of the node");
+    return [node](const Output&) { return AnsweredNotZero("NodeRemoveFromWatcher", NodeRemoveFromWatcher(*node)); };
 }
 
 } // namespace

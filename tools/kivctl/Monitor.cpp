@@ -1,17 +1,18 @@
 #include "Monitor.h"
 
+#include "Bus.h"
+#include "Values.h"
+
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <glib-unix.h>
 
 #include <algorithm>
 #include <csignal>
-#include <span>
 
 namespace kiv::ctl {
 namespace {
 
-constexpr size_t kShortDump = 32;
+constexpr size_t kShortLength = 32;
 
 // An event callback gets no user data.
 Monitor* g_running = nullptr;
@@ -28,26 +29,14 @@ const char* EventName(int id)
     }
 }
 
-std::string HexDump(std::span<const unsigned char> data, size_t most)
+std::string ShortHexText(Bytes data, size_t most)
 {
-    const auto shown = data.first(std::min(data.size(), most));
-    std::string dump = fmt::format("{:02x}", fmt::join(shown, " "));
+    const Bytes shown = data.first(std::min(data.size(), most));
+    std::string text = HexText(shown, " ");
     if (shown.size() < data.size()) {
-        dump += fmt::format(" ... ({} more)", data.size() - shown.size());
+        text += fmt::format(" ... ({} more)", data.size() - shown.size());
     }
-    return dump;
-}
-
-// A connection of its own: the library's may be closed and opened anew.
-GDBusConnection* ConnectToSystemBus(GError** error)
-{
-    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, error);
-    if (address == nullptr) {
-        return nullptr;
-    }
-    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
-        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    return g_dbus_connection_new_for_address_sync(address, kFlags, nullptr, nullptr, error);
+    return text;
 }
 
 Result BusFailed(const std::string& reason)
@@ -154,19 +143,19 @@ void Monitor::OnEvent(int id, void* data, int length)
 
 void Monitor::ShowEvent(int id, const unsigned char* data, int length)
 {
-    const std::span bytes(data, static_cast<size_t>(std::max(length, 0)));
+    const Bytes bytes(data, static_cast<size_t>(std::max(length, 0)));
     const char* name = EventName(id);
     const std::string hexId = fmt::format("{:#010x}", static_cast<unsigned>(id));
 
     std::string text = fmt::format("event {}{}{}, length {}", hexId, name ? " " : "", name ? name : "", length);
     if (!bytes.empty()) {
-        text += ": " + HexDump(bytes, options_.raw ? bytes.size() : kShortDump);
+        text += ": " + ShortHexText(bytes, options_.raw ? bytes.size() : kShortLength);
     }
     output_.Show(
         text, {{"event", hexId},
                {"name", name ? Json(name) : Json(nullptr)},
                {"length", length},
-               {"data", fmt::format("{:02x}", fmt::join(bytes, ""))}});
+               {"data", HexText(bytes, "")}});
 
     ++shown_;
     if (shown_ == options_.count) {

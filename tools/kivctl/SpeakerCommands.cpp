@@ -1,10 +1,7 @@
-#include "Command.h"
+#include "Arguments.h"
 #include "SpeakerList.h"
 #include <KivServiceInterface.h>
 
-#include <fmt/format.h>
-
-#include <map>
 #include <memory>
 
 namespace kiv::ctl {
@@ -13,43 +10,17 @@ namespace {
 struct StartArguments {
     int mode = NETSPKSETTING_SURROUND;
     int reason = 0;
-    std::vector<std::string> speakers;
-    std::string file;
+    SpeakerArguments speakers;
 };
-
-std::vector<STNetSpkConfig> SpeakersOf(const StartArguments& arguments)
-{
-    if (arguments.speakers.empty() == arguments.file.empty()) {
-        throw BadArguments("name the speakers to start, or the file that lists them");
-    }
-    if (!arguments.file.empty()) {
-        return ReadSpeakerFile(arguments.file);
-    }
-    std::vector<STNetSpkConfig> list;
-    for (const std::string& speaker : arguments.speakers) {
-        list.push_back(ParseSpeaker(speaker));
-    }
-    return list;
-}
 
 Action Start(CLI::App& app)
 {
-    static const std::map<std::string, int> kModes = {
-        {"surround", NETSPKSETTING_SURROUND}, {"multiroom", NETSPKSETTING_MULTIROOM}};
-
     const auto arguments = std::make_shared<StartArguments>();
-    app.add_option("--mode", arguments->mode, "Setting mode: surround (80), multiroom (81) or another number")
-        ->transform(CLI::Transformer(kModes).description(""))
-        ->type_name("MODE")
-        ->default_str("surround");
-    app.add_option("--reason", arguments->reason, "Reason code")->type_name("N")->capture_default_str();
-    app.add_option("SPEAKER", arguments->speakers, "Speaker as MAC[=CONFIG], such as a4:11:22:33:44:55=3")
-        ->type_name("");
-    app.add_option(
-           "--file", arguments->file, R"(JSON file instead: a list of {"mac": "...", "config": N} or "MAC=CONFIG")")
-        ->type_name("LIST");
+    AddParsed(app, "--mode", arguments->mode, ParseMode, kModeDescription)->type_name("MODE")->default_str("surround");
+    AddNumber(app, "--reason", arguments->reason, "Reason code");
+    AddSpeakers(app, arguments->speakers);
     return [arguments](const Output&) {
-        std::vector<STNetSpkConfig> list = SpeakersOf(*arguments);
+        std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
         return Answered("StartNetworkSpeaker", StartNetworkSpeaker(arguments->mode, list, arguments->reason));
     };
 }
@@ -57,7 +28,7 @@ Action Start(CLI::App& app)
 Action Stop(CLI::App& app)
 {
     const auto type = std::make_shared<int>(0);
-    app.add_option("--type", *type, "Stop type")->type_name("N")->capture_default_str();
+    AddNumber(app, "--type", *type, "Stop type");
     return [type](const Output&) { return Answered("StopNetworkSpeaker", StopNetworkSpeaker(*type)); };
 }
 

@@ -1,57 +1,32 @@
 #include "SpeakerList.h"
 
-#include "Command.h"
+#include "Arguments.h"
 
 #include <fmt/format.h>
 
-#include <cctype>
-#include <charconv>
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace kiv::ctl {
 namespace {
 
-constexpr size_t kMacTextLength = NETSPK_MAC_LEN * 3 - 1;
-
-bool IsMac(const std::string& text)
-{
-    if (text.size() != kMacTextLength) {
-        return false;
-    }
-    for (size_t i = 0; i < text.size(); ++i) {
-        const bool fits = i % 3 == 2 ? text[i] == ':' : std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
-        if (!fits) {
-            return false;
-        }
-    }
-    return true;
-}
-
 STNetSpkConfig MakeSpeaker(const std::string& mac, int32_t config)
 {
-    if (!IsMac(mac)) {
-        throw BadArguments(
-            fmt::format("\"{}\" is no MAC address (six two-digit hex bytes with ':' between them)", mac));
-    }
     STNetSpkConfig speaker{};
     speaker.nConfig = config;
-    for (size_t i = 0; i < NETSPK_MAC_LEN; ++i) {
-        const char* digits = mac.data() + i * 3;
-        std::from_chars(digits, digits + 2, speaker.mac[i], 16);
-    }
+    std::ranges::copy(ParseMac(mac), speaker.mac);
     return speaker;
 }
 
-int32_t ParseConfig(const std::string& text)
+STNetSpkConfig ParseSpeaker(const std::string& text)
 {
-    int32_t config = 0;
-    const char* end = text.data() + text.size();
-    const auto parsed = std::from_chars(text.data(), end, config);
-    if (parsed.ec != std::errc() || parsed.ptr != end) {
-        throw BadArguments(fmt::format("\"{}\" is no configuration value (a 32-bit integer)", text));
+    const size_t separator = text.find('=');
+    if (separator == std::string::npos) {
+        return MakeSpeaker(text, 0);
     }
-    return config;
+    return MakeSpeaker(text.substr(0, separator), ParseInt(text.substr(separator + 1)));
 }
 
 int32_t ReadConfig(const Json& value)
@@ -97,17 +72,6 @@ STNetSpkConfig ReadSpeaker(const Json& entry)
     throw BadArguments(fmt::format("{} is neither a string nor an object", entry.dump()));
 }
 
-std::string ReadFile(const std::string& path)
-{
-    g_autofree char* contents = nullptr;
-    gsize length = 0;
-    g_autoptr(GError) error = nullptr;
-    if (!g_file_get_contents(path.c_str(), &contents, &length, &error)) {
-        throw BadArguments(error->message);
-    }
-    return {contents, length};
-}
-
 Json ParseJson(const std::string& path, const std::string& text)
 {
     try {
@@ -119,22 +83,14 @@ Json ParseJson(const std::string& path, const std::string& text)
     }
 }
 
-} // namespace
-
-STNetSpkConfig ParseSpeaker(const std::string& text)
-{
-    const size_t separator = text.find('=');
-    if (separator == std::string::npos) {
-        return MakeSpeaker(text, 0);
-    }
-    return MakeSpeaker(text.substr(0, separator), ParseConfig(text.substr(separator + 1)));
-}
-
 std::vector<STNetSpkConfig> ReadSpeakerFile(const std::string& path)
 {
     const Json list = ParseJson(path, ReadFile(path));
     if (!list.is_array()) {
         throw BadArguments(fmt::format("{}: not a JSON array of speakers", path));
+    }
+    if (list.size() > kMaxArrayLength / sizeof(STNetSpkConfig)) {
+        throw BadArguments(fmt::format("{}: {} speakers are more than the bus carries", path, list.size()));
     }
     std::vector<STNetSpkConfig> speakers;
     for (const Json& entry : list) {
@@ -145,6 +101,30 @@ std::vector<STNetSpkConfig> ReadSpeakerFile(const std::string& path)
         }
     }
     return speakers;
+}
+
+} // namespace
+
+void AddSpeakers(CLI::App& app, SpeakerArguments& arguments)
+{
+    app.add_option("SPEAKER", arguments.speakers, "Speaker as MAC[=CONFIG], such as a4:11:22:33:44:55=3")
+        ->type_name("");
+    app.add_option(
+           "--file", arguments.file, R"(JSON file instead: a list of {"mac": "...", "config": N} or "MAC=CONFIG")")
+        ->type_name("LIST");
+}
+
+std::vector<STNetSpkConfig> SpeakersOf(const SpeakerArguments& arguments)
+{
+    if (arguments.speakers.empty() == arguments.file.empty()) {
+        throw BadArguments("name the speakers, or the file that lists them");
+    }
+    if (!arguments.file.empty()) {
+        return ReadSpeakerFile(arguments.file);
+    }
+    std::vector<STNetSpkConfig> list;
+    std::ranges::transform(arguments.speakers, std::back_inserter(list), ParseSpeaker);
+    return list;
 }
 
 } // namespace kiv::ctl

@@ -2,15 +2,23 @@
 
 #include <KivServiceInterface.h>
 
+#include <CLI/CLI.hpp>
+
 #include <string>
 #include <vector>
 
 namespace kiv::ctl {
 
-// MAC[=CONFIG], such as "a4:11:22:33:44:55=3". Throws BadArguments.
-STNetSpkConfig ParseSpeaker(const std::string& text);
+// Speakers on the command line, each as MAC[=CONFIG] such as "a4:11:22:33:44:55=3", or in a file that holds a JSON
+// array of {"mac": "...", "config": N} and "MAC[=CONFIG]".
+struct SpeakerArguments {
+    std::vector<std::string> speakers;
+    std::string file;
+};
 
-// A JSON array of {"mac": "...", "config": N} and "MAC[=CONFIG]". Throws BadArguments.
-std::vector<STNetSpkConfig> ReadSpeakerFile(const std::string& path);
+void AddSpeakers(CLI::App& app, SpeakerArguments& arguments);
+
+// Throws BadArguments.
+std::vector<STNetSpkConfig> SpeakersOf(const SpeakerArguments& arguments);
 
 } // namespace kiv::ctl

@@ -16,6 +16,9 @@ constexpr const char* kFooter = R"(Exit codes:
   2  bad arguments; nothing was sent
   3  this device has no network speakers
 
+A request that fails can look like an answer: "no", mode 80, connection type 0.
+Requests without an answer are only said to be sent. --verbose shows what failed.
+
 With --json, stdout carries nothing but JSON, one object a line. A command that
 fails says why in "error", and its exit code is the same as without --json.)";
 
@@ -91,7 +94,9 @@ int Main(int argc, char** argv)
     app.add_flag("--verbose", verbose, "Show all that the library logs (KIV_LOG_LEVEL=debug)");
 
     Choice choice;
-    for (const auto& commands : {SpeakerCommands(), EventCommands(), DeviceCommands()}) {
+    for (const auto& commands :
+         {SpeakerCommands(), ListCommands(), ConnectCommands(), NameAndVolumeCommands(), ModeCommands(), LinkCommands(),
+          ToneCommands(), SoundbarCommands(), EventCommands(), DeviceCommands()}) {
         for (const Command& command : commands) {
             AddCommand(app, "", command, choice);
         }

@@ -1,0 +1,168 @@
+#include "KivctlTest.h"
+
+#include <sstream>
+
+namespace kiv::ctl {
+namespace {
+
+constexpr size_t kListSize = 1086;
+constexpr size_t kSpeakerSize = 183;
+constexpr size_t kNodeSize = 134;
+constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
+
+class ListTest : public KivctlTest {
+protected:
+    // Has the server answer these bytes, given as GVariant text.
+    void Reply(const char* method, const std::string& bytes) const
+    {
+        SetFault(method, "reply", ("<(" + bytes + ",)>").c_str());
+    }
+
+    std::vector<std::string> Lines(const Arguments& arguments) const
+    {
+        std::istringstream out(Run(arguments).out);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(out, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
+};
+
+TEST_F(ListTest, ActiveTellsTheGroup)
+{
+    Run({"start", kLeft, kRight});
+    ExpectOutput({"list", "active"}, "name      Living room\ntype      Shelf\nspeakers  2");
+    EXPECT_EQ(Calls().back(), "GetActiveNetSpkInfo(0,)");
+
+    const Json active = Json::parse(Run({"list", "active", "--json"}).out);
+    EXPECT_EQ(active.at("result"), 2);
+    EXPECT_EQ(active.at("name"), "Living room");
+    EXPECT_EQ(active.at("type"), "Shelf");
+    ASSERT_EQ(active.at("speakers").size(), 2U);
+    for (const Json& speaker : active.at("speakers")) {
+        EXPECT_EQ(speaker.get<std::string>().size(), 2 * kSpeakerSize);
+        EXPECT_EQ(speaker.get<std::string>().substr(0, 22), "4c6976696e6720726f6f6d");
+    }
+}
+
+TEST_F(ListTest, ActiveShowsTheRecordsOnRequest)
+{
+    Run({"start", kLeft, kRight});
+    const std::vector<std::string> lines = Lines({"list", "active", "--hex"});
+    // Three fields, and for each speaker a blank line, a title and twelve lines of at most 16 bytes.
+    ASSERT_EQ(lines.size(), 3U + 2 * (2 + 12));
+    EXPECT_EQ(lines[4], "speaker 1");
+    EXPECT_EQ(lines[5], "0000  4c 69 76 69 6e 67 20 72 6f 6f 6d 20 6c 65 66 74  |Living room left|");
+    EXPECT_EQ(lines[16], "00b0  00 00 00 00 00 00 00                             |.......|");
+    EXPECT_EQ(lines[17], "");
+    EXPECT_EQ(lines[18], "speaker 2");
+}
+
+TEST_F(ListTest, NoneActiveIsAnAnswer)
+{
+    ExpectOutput({"list", "active"}, "name      \ntype      \nspeakers  0");
+    ExpectJson({"list", "active"}, {{"result", 0}, {"name", ""}, {"type", ""}, {"speakers", Json::array()}});
+}
+
+TEST_F(ListTest, ActiveTellsWhatIsAnnouncedButNotSent)
+{
+    Reply("GetActiveNetSpkInfo", ByteArray(155, 'x'));
+    const Json active = Json::parse(Run({"list", "active", "--json"}).out);
+    EXPECT_EQ(active.at("result"), 0x78787878);
+    EXPECT_EQ(active.at("name"), std::string(128, 'x'));
+    EXPECT_EQ(active.at("type"), std::string(23, 'x'));
+    EXPECT_EQ(active.at("speakers"), Json::array());
+    EXPECT_EQ(Lines({"list", "active"}).back(), "speakers  2021161080 announced, 0 sent");
+
+    const std::string withoutNumber = ByteArray(151, 'x');
+    Reply("GetActiveNetSpkInfo", withoutNumber.substr(0, withoutNumber.size() - 1) + ", 255, 255, 255, 255]");
+    EXPECT_EQ(Lines({"list", "active"}).back(), "speakers  -1 announced, 0 sent");
+}
+
+TEST_F(ListTest, ANameCannotAddressTheTerminal)
+{
+    Reply("GetActiveNetSpkInfo", ByteArray(151, '\033'));
+    ExpectOutput(
+        {"list", "active"},
+        "name      " + std::string(128, '?') + "\ntype      " + std::string(23, '?') + "\nspeakers  0");
+    EXPECT_EQ(Json::parse(Run({"list", "active", "--json"}).out).at("type"), std::string(23, '\033'));
+}
+
+TEST_F(ListTest, ActiveTellsAFailureFromAnAnswer)
+{
+    Reply("GetActiveNetSpkInfo", ByteArray(150, 0));
+    ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned 0: ") + kNothingUsable);
+    SetFault("GetActiveNetSpkInfo", "error", "'org.example.Broken'");
+    ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned -1: ") + kNothingUsable);
+}
+
+TEST_F(ListTest, AllAndNodesTellTheirNumber)
+{
+    ExpectOutput({"list", "all"}, "2 lists of 1086 bytes");
+    ExpectOutput({"list", "all", "--array"}, "2 lists of 1086 bytes");
+    ExpectOutput({"list", "count"}, "the server answered 2");
+    ExpectJson({"list", "count"}, {{"result", 2}});
+    ExpectOutput({"list", "nodes"}, "7 nodes of 134 bytes");
+    const std::vector<std::string> calls = Calls();
+    ASSERT_EQ(calls.size(), 5U);
+    EXPECT_EQ(calls[0], "GetNetSpkListInfo(0,)");
+    EXPECT_EQ(calls[1], "GetNetSpkListInfo(0,)");
+    EXPECT_EQ(calls[2], "GetNetSpkListInfoNumber()");
+    EXPECT_EQ(calls[4], "GetNetSpkNodeList(0,)");
+}
+
+TEST_F(ListTest, RecordsAreShownWhole)
+{
+    Reply("GetNetSpkListInfo", ByteArray(kListSize + 500, 'a'));
+    Reply("GetNetSpkNodeList", ByteArray(kNodeSize, 0xc3));
+    std::string list;
+    for (size_t i = 0; i < kListSize; ++i) {
+        list += "61";
+    }
+    ExpectJson({"list", "all"}, {{"result", 1}, {"lists", {list}}});
+    ExpectJson({"list", "all", "--array"}, {{"result", 1}, {"lists", {list}}});
+
+    const std::vector<std::string> all = Lines({"list", "all", "--hex"});
+    ASSERT_EQ(all.size(), 3U + 68);
+    EXPECT_EQ(all[0], "1 list of 1086 bytes");
+    EXPECT_EQ(all[1], "");
+    EXPECT_EQ(all[2], "list 1");
+    EXPECT_EQ(all[3], "0000  61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61  |aaaaaaaaaaaaaaaa|");
+    EXPECT_EQ(all.back(), "0430  61 61 61 61 61 61 61 61 61 61 61 61 61 61        |aaaaaaaaaaaaaa|");
+
+    const std::vector<std::string> nodes = Lines({"list", "nodes", "--hex"});
+    ASSERT_EQ(nodes.size(), 3U + 9);
+    EXPECT_EQ(nodes[2], "node 1");
+    EXPECT_EQ(nodes.back(), "0080  c3 c3 c3 c3 c3 c3                                |......|");
+}
+
+TEST_F(ListTest, NoListsAreAnAnswer)
+{
+    Reply("GetNetSpkListInfo", "@ay []");
+    ExpectOutput({"list", "all"}, "0 lists of 1086 bytes");
+    ExpectJson({"list", "all", "--array"}, {{"result", 0}, {"lists", Json::array()}});
+}
+
+TEST_F(ListTest, FailuresAreNamed)
+{
+    for (const char* method : {"GetNetSpkListInfo", "GetNetSpkListInfoNumber"}) {
+        SetFault(method, "error", "'org.example.Broken'");
+    }
+    Reply("GetNetSpkNodeList", "@ay []");
+    ExpectFailure({"list", "all"}, 1, "GetNetSpkListInfo returned -1: the request failed");
+    ExpectFailure({"list", "all", "--array"}, 1, "getNetSpkListInfo returned -1: the request failed");
+    ExpectFailure({"list", "count"}, 1, "GetNetSpkListInfoNumber returned -1: the request failed");
+    ExpectFailure({"list", "nodes"}, 1, "GetNetSpkNodeList returned -1: the request failed, or there are no nodes");
+}
+
+TEST_F(ListTest, BadArgumentsSendNothing)
+{
+    ExpectFailure({"list"}, 2, "no command given");
+    ExpectFailure({"list", "active", "now"}, 2, "now");
+    ExpectFailure({"list", "count", "--hex"}, 2, "--hex");
+    EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+} // namespace
+} // namespace kiv::ctl

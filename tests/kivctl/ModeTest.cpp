@@ -1,0 +1,79 @@
+#include "KivctlTest.h"
+
+namespace kiv::ctl {
+namespace {
+
+using ModeTest = KivctlTest;
+
+TEST_F(ModeTest, ModesAreNamed)
+{
+    ExpectOutput({"mode", "get"}, "80 (surround)");
+    ExpectJson({"mode", "ui", "get"}, {{"result", 80}});
+    SetFault("GetNetSpkSettingMode", "reply", "<(7,)>");
+    ExpectOutput({"mode", "get"}, "7");
+    EXPECT_EQ(
+        Calls(), (std::vector<std::string>{"GetNetSpkSettingMode()", "GetTavrinUIMode()", "GetNetSpkSettingMode()"}));
+}
+
+TEST_F(ModeTest, UiSetTakesNamesAndNumbers)
+{
+    ExpectOutput({"mode", "ui", "set", "multiroom"}, "the server answered 81");
+    ExpectJson({"mode", "ui", "set", "surround"}, {{"result", 80}});
+    ExpectOutput({"mode", "ui", "set", "-7"}, "the server answered -7");
+    ExpectOutput({"mode", "ui", "get"}, "-7");
+    EXPECT_EQ(
+        Calls(), (std::vector<std::string>{
+                     "SetTavrinUIMode(81,)", "SetTavrinUIMode(80,)", "SetTavrinUIMode(-7,)", "GetTavrinUIMode()"}));
+}
+
+TEST_F(ModeTest, AFailedSetIsNamed)
+{
+    SetFault("SetTavrinUIMode", "error", "'org.example.Broken'");
+    ExpectFailure({"mode", "ui", "set", "80"}, 1, "SetTavrinUIMode returned -1: the request failed");
+}
+
+TEST_F(ModeTest, EntryFlagsStartTheServer)
+{
+    // Nobody has called the server before.
+    ExpectOutput({"mode", "enabled"}, "yes");
+    ExpectOutput({"mode", "can-enter"}, "yes");
+    ExpectJson({"mode", "enabled"}, {{"result", true}});
+    EXPECT_EQ(
+        Calls(), (std::vector<std::string>{
+                     "FlagEnableNetworkSpeaker()", "CanEnterTavrinSettings()", "FlagEnableNetworkSpeaker()"}));
+    SetFault("FlagEnableNetworkSpeaker", "reply", "<(false,)>");
+    SetFault("CanEnterTavrinSettings", "reply", "<(false,)>");
+    ExpectOutput({"mode", "enabled"}, "no");
+    ExpectJson({"mode", "can-enter"}, {{"result", false}});
+}
+
+TEST_F(ModeTest, LinkQuestionsAreAnswered)
+{
+    for (const auto& [command, method] :
+         {std::pair("can-cancel", "CanCancelTavrin"), std::pair("pre-select", "PreSelectTavrin"),
+          std::pair("can-select", "CanSelectTavrin")}) {
+        SCOPED_TRACE(command);
+        SetFault(method, "reply", "<(true,)>");
+        ExpectOutput({"link", command}, "yes");
+        ExpectJson({"link", command}, {{"result", true}});
+        SetFault(method, "reply", "<(false,)>");
+        ExpectOutput({"link", command}, "no");
+        ExpectJson({"link", command}, {{"result", false}});
+        EXPECT_EQ(Calls().back(), method + std::string("()"));
+    }
+}
+
+TEST_F(ModeTest, BadArgumentsSendNothing)
+{
+    ExpectFailure({"mode"}, 2, "no command given");
+    ExpectFailure({"mode", "ui"}, 2, "no command given");
+    ExpectFailure({"mode", "ui", "set"}, 2, "MODE");
+    ExpectFailure({"mode", "ui", "set", "Surround"}, 2, "MODE: \"Surround\" is neither a known word nor");
+    ExpectFailure({"mode", "get", "80"}, 2, "80");
+    ExpectFailure({"link"}, 2, "no command given");
+    ExpectFailure({"link", "can-cancel", "it"}, 2, "it");
+    EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+} // namespace
+} // namespace kiv::ctl

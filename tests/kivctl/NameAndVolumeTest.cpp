@@ -1,0 +1,144 @@
+#include "KivctlTest.h"
+
+namespace kiv::ctl {
+namespace {
+
+// 192.168.0.21 with its first octet in the lowest byte.
+constexpr const char* kIp = "352364736";
+
+class NameAndVolumeTest : public KivctlTest {
+protected:
+    // What the simulator knows of a speaker.
+    Json Speaker(const std::string& mac) const
+    {
+        g_autoptr(GVariant) reply = Control("Model", nullptr);
+        const char* text = nullptr;
+        g_variant_get(reply, "(&s)", &text);
+        const Json model = Json::parse(text);
+        for (const Json& speaker : model.at("speakers")) {
+            if (speaker.at("mac") == mac) {
+                return speaker;
+            }
+        }
+        return nullptr;
+    }
+};
+
+const struct {
+    const char* command;
+    const char* method;
+} kRequests[] = {
+    {"get", "GetNetSpkVolume"},
+    {"up", "IncreaseNetSpkVolume"},
+    {"down", "DecreaseNetSpkVolume"},
+    {"reset", "ResetNetSpkVolume"},
+};
+
+TEST_F(NameAndVolumeTest, NameIsSent)
+{
+    ExpectOutput({"name", kLeft, "Stube links ä", "--ip", "192.168.0.21"}, "sent");
+    EXPECT_EQ(Speaker(kLeft).at("name"), "Stube links ä");
+    ExpectJson({"name", kLeft, ""}, {{"sent", true}});
+    ExpectOutput({"name", kLeft, "stop"}, "sent");
+    EXPECT_EQ(
+        Calls(), (std::vector<std::string>{
+                     "SetNetSpkName(" + kLeftBytes + ", " + kIp + ", 'Stube links ä')",
+                     "SetNetSpkName(" + kLeftBytes + ", 0, '')", "SetNetSpkName(" + kLeftBytes + ", 0, 'stop')"}));
+}
+
+TEST_F(NameAndVolumeTest, VolumeIsSent)
+{
+    ExpectOutput({"volume", "set", kLeft, "77", "--ip", "192.168.0.21"}, "sent");
+    EXPECT_EQ(Speaker(kLeft).at("volume"), 77);
+    ExpectJson({"volume", "set", kLeft, "-1", "--ip", "1.2.3.255"}, {{"sent", true}});
+    EXPECT_EQ(
+        Calls(), (std::vector<std::string>{
+                     "SetNetSpkVolume(" + kLeftBytes + ", " + kIp + ", 77)",
+                     "SetNetSpkVolume(" + kLeftBytes + ", -16580095, -1)"}));
+}
+
+TEST_F(NameAndVolumeTest, OneSpeakerIsNamedByItsAddresses)
+{
+    for (const auto& [command, method] : kRequests) {
+        SCOPED_TRACE(command);
+        ExpectOutput({"volume", command, kLeft, "--ip", "192.168.0.21"}, "sent");
+        EXPECT_EQ(Calls().back(), std::string(method) + "(" + kLeftBytes + ", " + kIp + ")");
+        ExpectJson({"volume", command, kLeft}, {{"sent", true}});
+        EXPECT_EQ(Calls().back(), std::string(method) + "(" + kLeftBytes + ", 0)");
+    }
+}
+
+TEST_F(NameAndVolumeTest, SeveralSpeakersTravelInAList)
+{
+    const std::string file = WriteFile(R"(["02:4b:49:56:00:02"])");
+    for (const auto& [command, method] : kRequests) {
+        SCOPED_TRACE(command);
+        ExpectOutput({"volume", command, kLeft + "=3", kRight}, "sent");
+        EXPECT_EQ(
+            Calls().back(), std::string(method) + "List([" + Record("0x03, 0x00, 0x00, 0x00", kLeftBytes) + ", " +
+                                Record("0x00, 0x00, 0x00, 0x00", kRightBytes) + "],)");
+        ExpectJson({"volume", command, "--file", file}, {{"sent", true}});
+        EXPECT_EQ(
+            Calls().back(), std::string(method) + "List([" + Record("0x00, 0x00, 0x00, 0x00", kRightBytes) + "],)");
+        ExpectOutput({"volume", command, kLeft + "=3"}, "sent");
+        EXPECT_EQ(
+            Calls().back(), std::string(method) + "List([" + Record("0x03, 0x00, 0x00, 0x00", kLeftBytes) + "],)");
+    }
+}
+
+TEST_F(NameAndVolumeTest, ResetAllSendsNoArguments)
+{
+    ExpectOutput({"volume", "reset-all"}, "sent");
+    ExpectJson({"volume", "reset-all"}, {{"sent", true}});
+    EXPECT_EQ(Calls(), (std::vector<std::string>{"ResetAllNetSpkVolume()", "ResetAllNetSpkVolume()"}));
+}
+
+TEST_F(NameAndVolumeTest, WhatTheServerMakesOfItIsNotKnown)
+{
+    SetFault("SetNetSpkVolume", "error", "'org.example.Broken'");
+    ExpectOutput({"volume", "set", kLeft, "1"}, "sent");
+}
+
+TEST_F(NameAndVolumeTest, AVolumeComesAsAnEvent)
+{
+    Running monitor(bus_, {"monitor", "--count", "1"});
+    ASSERT_EQ(monitor.ErrLine(), "kivctl: ready, waiting for events");
+    ExpectOutput({"volume", "get", kLeft}, "sent");
+    EXPECT_EQ(monitor.OutLine(), "event 0x02020040, length 14: 02 4b 49 56 00 01 c0 a8 00 15 14 00 00 00");
+    EXPECT_EQ(monitor.Wait().exitCode, 0);
+}
+
+TEST_F(NameAndVolumeTest, BadArgumentsSendNothing)
+{
+    ExpectFailure({"name", kLeft}, 2, "NAME");
+    ExpectFailure({"name", "left", "Left"}, 2, "MAC: \"left\" is no MAC address");
+    ExpectFailure({"name", kLeft, "\xff"}, 2, "the name is no valid UTF-8");
+    for (const char* ip : {"", "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.04", "1.2.3.4 ", "0x1.2.3.4", "1.2.3.-4"}) {
+        ExpectFailure(
+            {"volume", "set", kLeft, "1", "--ip", ip}, 2, "--ip: \"" + std::string(ip) + "\" is no IPv4 address");
+    }
+    ExpectFailure({"volume"}, 2, "no command given");
+    ExpectFailure({"volume", "set", kLeft}, 2, "VOLUME");
+    ExpectFailure({"volume", "set", kLeft, "loud"}, 2, "VOLUME: \"loud\" is no 32-bit integer");
+    ExpectFailure({"volume", "up"}, 2, "name the speakers");
+    ExpectFailure({"volume", "up", "left"}, 2, "\"left\" is no MAC address");
+    ExpectFailure({"volume", "up", kLeft, "--file", WriteFile("[]")}, 2, "name the speakers");
+    ExpectFailure({"volume", "up", kLeft, kRight, "--ip", "1.2.3.4"}, 2, "an IPv4 address goes with");
+    ExpectFailure({"volume", "up", kLeft + "=1", "--ip", "1.2.3.4"}, 2, "an IPv4 address goes with");
+    ExpectFailure({"volume", "reset-all", kLeft}, 2, kLeft);
+    EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+TEST_F(NameAndVolumeTest, AListThatTheBusCannotCarryIsNotSent)
+{
+    std::string list = "[0";
+    for (size_t i = 0; i < 64UL * 1024 * 1024 / 86; ++i) {
+        list += ",0";
+    }
+    ExpectFailure(
+        {"volume", "up", "--file", WriteFile(list + "]")}, 2, "780336 speakers are more than the bus carries");
+    EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+} // namespace
+} // namespace kiv::ctl

@@ -1,0 +1,37 @@
+#include "KivctlTest.h"
+
+namespace kiv::ctl {
+namespace {
+
+using ToneTest = KivctlTest;
+
+TEST_F(ToneTest, NumbersAreSent)
+{
+    ExpectOutput({"tone", "start", kLeft, "--param", "1", "--channel", "-2", "--extra", "3"}, "sent");
+    ExpectOutput({"tone", "stop", kLeft, "--param", "4", "--extra", "5"}, "sent");
+    EXPECT_EQ(
+        Calls(), (std::vector<std::string>{
+                     "StartNetSpkTest(" + kLeftBytes + ", 1, -2, 3)", "StopNetSpkTest(" + kLeftBytes + ", 4, 5)"}));
+}
+
+TEST_F(ToneTest, NumbersAreZeroByDefault)
+{
+    ExpectJson({"tone", "start", kLeft}, {{"sent", true}});
+    ExpectJson({"tone", "stop", kLeft}, {{"sent", true}});
+    EXPECT_EQ(
+        Calls(), (std::vector<std::string>{
+                     "StartNetSpkTest(" + kLeftBytes + ", 0, 0, 0)", "StopNetSpkTest(" + kLeftBytes + ", 0, 0)"}));
+}
+
+TEST_F(ToneTest, BadArgumentsSendNothing)
+{
+    ExpectFailure({"tone"}, 2, "no command given");
+    ExpectFailure({"tone", "start"}, 2, "MAC");
+    ExpectFailure({"tone", "start", "left"}, 2, "MAC: \"left\" is no MAC address");
+    ExpectFailure({"tone", "start", kLeft, "--channel", "left"}, 2, "--channel: \"left\" is no 32-bit integer");
+    ExpectFailure({"tone", "stop", kLeft, "--channel", "1"}, 2, "--channel");
+    EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+} // namespace
+} // namespace kiv::ctl

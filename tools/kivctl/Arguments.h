@@ -1,0 +1,60 @@
+#pragma once
+
+#include "Command.h"
+#include "Values.h"
+
+#include <CLI/CLI.hpp>
+
+#include <optional>
+#include <string>
+
+namespace kiv::ctl {
+
+// D-Bus carries no longer array.
+constexpr size_t kMaxArrayLength = 64UL * 1024 * 1024;
+
+// An option or a positional argument of any type, of whose text a function makes its value.
+template <typename Value, typename Parse>
+CLI::Option*
+AddParsed(CLI::App& app, const std::string& name, Value& value, Parse parse, const std::string& description)
+{
+    const auto read = [name, &value, parse](const std::string& text) {
+        try {
+            value = parse(text);
+        } catch (const BadArguments& error) {
+            throw CLI::ValidationError(name, error.what());
+        }
+    };
+    return app.add_option_function<std::string>(name, read, description);
+}
+
+// A positional argument that has to be there.
+template <typename Value, typename Parse>
+void AddRequired(CLI::App& app, const std::string& name, Value& value, Parse parse, const std::string& description)
+{
+    AddParsed(app, name, value, parse, description)->type_name("")->required();
+}
+
+// The value given is the default.
+CLI::Option* AddNumber(CLI::App& app, const std::string& name, int& value, const std::string& description);
+void AddIp(CLI::App& app, Ip& ip);
+
+inline constexpr const char* kModeDescription = "Setting mode: surround (80), multiroom (81) or another number";
+
+// Bytes that travel to the server as they are, in hex or from a file.
+struct PayloadArguments {
+    std::optional<std::string> hex;
+    std::optional<std::string> file;
+};
+
+void AddPayload(CLI::App& app, PayloadArguments& arguments);
+
+// Throws BadArguments, also if the bytes and a head of that length are too long to be sent.
+std::string PayloadOf(const PayloadArguments& arguments, size_t headLength);
+
+// Never null.
+const unsigned char* DataOf(const std::string& payload);
+
+std::string ReadFile(const std::string& path);
+
+} // namespace kiv::ctl

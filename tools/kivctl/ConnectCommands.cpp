@@ -1,0 +1,136 @@
+#include "Arguments.h"
+#include "SpeakerList.h"
+#include <KivServiceInterface.h>
+
+#include <fmt/format.h>
+
+#include <memory>
+
+namespace kiv::ctl {
+namespace {
+
+// So many characters of an identifier are sent.
+constexpr size_t kIdLength = 5;
+
+struct NewArguments {
+    std::vector<std::string> macs;
+    bool outdoor = false;
+};
+
+struct ByIdArguments {
+    int first = 0;
+    int second = 0;
+    int third = 0;
+    std::optional<std::string> id;
+};
+
+struct TypeArguments {
+    SpeakerArguments speakers;
+    std::optional<int> id;
+};
+
+Action New(CLI::App& app)
+{
+    const auto arguments = std::make_shared<NewArguments>();
+    app.add_option("MAC", arguments->macs, "MAC addresses of the speakers")->type_name("")->required();
+    app.add_flag("--outdoor", arguments->outdoor, "Connect outdoor speakers");
+    return [arguments](const Output&) {
+        std::vector<unsigned char> macs;
+        for (const std::string& text : arguments->macs) {
+            const Mac mac = ParseMac(text);
+            macs.insert(macs.end(), mac.begin(), mac.end());
+        }
+        const int count = static_cast<int>(arguments->macs.size());
+        return arguments->outdoor
+                   ? Answered("AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor(macs.data(), count))
+                   : Answered("AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count));
+    };
+}
+
+Action Direct(CLI::App& app)
+{
+    const auto parameter = std::make_shared<int>(0);
+    AddRequired(app, "N", *parameter, ParseInt, "Number that the server takes");
+    return [parameter](const Output&) {
+        return Answered("ConnectToSpeakerForInfraLessSetup", ConnectToSpeakerForInfraLessSetup(*parameter));
+    };
+}
+
+Action ByMobile(CLI::App& app)
+{
+    const auto arguments = std::make_shared<PayloadArguments>();
+    AddPayload(app, *arguments);
+    return [arguments](const Output&) {
+        const std::string payload = PayloadOf(*arguments, sizeof(uint32_t));
+        return Answered(
+            "ConnectNetworkSpeakerByMobile",
+            ConnectNetworkSpeakerByMobile(DataOf(payload), static_cast<unsigned>(payload.size())));
+    };
+}
+
+Action ById(CLI::App& app)
+{
+    const auto arguments = std::make_shared<ByIdArguments>();
+    AddRequired(app, "FIRST", arguments->first, ParseInt, "First number");
+    AddRequired(app, "SECOND", arguments->second, ParseInt, "Second number");
+    AddRequired(app, "THIRD", arguments->third, ParseInt, "Third number");
+    app.add_option("--id", arguments->id, "Identifier, of which the first five characters are sent")->type_name("ID");
+    return [arguments](const Output&) {
+        const auto& [first, second, third, id] = *arguments;
+        if (!id) {
+            return AnsweredNotZero("StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third));
+        }
+        if (id->size() < kIdLength) {
+            throw BadArguments(fmt::format("the identifier \"{}\" has less than five characters", *id));
+        }
+        return AnsweredNotZero(
+            "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third));
+    };
+}
+
+Action Group(CLI::App& app)
+{
+    const auto parameter = std::make_shared<int>(0);
+    AddRequired(app, "N", *parameter, ParseInt, "Number that the server takes");
+    return [parameter](const Output&) {
+        return Answered("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile(*parameter));
+    };
+}
+
+Action Type(CLI::App& app)
+{
+    const auto arguments = std::make_shared<TypeArguments>();
+    AddSpeakers(app, arguments->speakers);
+    AddParsed(app, "--id", arguments->id, ParseInt, "Number of one speaker instead")
+        ->type_name("N")
+        ->excludes("SPEAKER")
+        ->excludes("--file");
+    return [arguments](const Output&) {
+        if (arguments->id) {
+            return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(*arguments->id));
+        }
+        std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
+        return Answered("GetSpksConnectionType", GetSpksConnectionType(&list));
+    };
+}
+
+} // namespace
+
+std::vector<Command> ConnectCommands()
+{
+    return {
+        {"connect",
+         "Connecting speakers",
+         nullptr,
+         {
+             {"new", "Connect newly found speakers", New},
+             {"direct", "Connect a speaker directly, to set it up without a network", Direct},
+             {"by-mobile", "Connect a speaker as a mobile device asks", ByMobile},
+             {"by-id", "Start a speaker by numbers, or by its identifier and numbers", ById},
+             {"group", "Start a speaker group as a mobile device asks", Group},
+             {"type", "Ask how speakers are connected", Type},
+         }},
+    };
+}
+
+} // namespace kiv::ctl

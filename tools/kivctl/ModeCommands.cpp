@@ -1,0 +1,74 @@
+#include "Arguments.h"
+#include "Bus.h"
+#include <KivServiceInterface.h>
+
+#include <memory>
+
+namespace kiv::ctl {
+namespace {
+
+Result AnsweredMode(const char* function, int mode)
+{
+    if (mode == -1) {
+        return Failed(function, mode);
+    }
+    return Done(ModeText(mode), {{"result", mode}});
+}
+
+Action Get(CLI::App&)
+{
+    return [](const Output&) { return AnsweredMode("GetNetSpkSettingMode", GetNetSpkSettingMode()); };
+}
+
+Action UiGet(CLI::App&)
+{
+    return [](const Output&) { return AnsweredMode("GetTavrinUIMode", GetTavrinUIMode()); };
+}
+
+Action UiSet(CLI::App& app)
+{
+    const auto mode = std::make_shared<int>(0);
+    AddRequired(app, "MODE", *mode, ParseMode, kModeDescription);
+    return [mode](const Output&) { return Answered("SetTavrinUIMode", SetTavrinUIMode(*mode)); };
+}
+
+// A question that the library asks only while the server runs. What it returns otherwise is no answer.
+auto AskRunningServer(const char* function, bool (*question)())
+{
+    return [function, question](CLI::App&) -> Action {
+        return [function, question](const Output&) {
+            if (GetWhetherKivDisabled() || !StartServer()) {
+                return NotSent(function);
+            }
+            const bool answer = question();
+            return Done(answer ? "yes" : "no", {{"result", answer}});
+        };
+    };
+}
+
+} // namespace
+
+std::vector<Command> ModeCommands()
+{
+    return {
+        {"mode",
+         "Setting modes",
+         nullptr,
+         {
+             {"get", "Ask in which mode the speaker system works", Get},
+             {"ui",
+              "Mode of the multi-room settings screen",
+              nullptr,
+              {
+                  {"get", "Ask for it", UiGet},
+                  {"set", "Set it", UiSet},
+              }},
+             {"can-enter", "Ask whether the multi-room settings may be entered",
+              AskRunningServer("CanEnterTavrinSettings", CanEnterTavrinSettings)},
+             {"enabled", "Ask whether network speakers are enabled",
+              AskRunningServer("FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker)},
+         }},
+    };
+}
+
+} // namespace kiv::ctl

@@ -1,0 +1,133 @@
+#include "Arguments.h"
+#include "SpeakerList.h"
+#include <KivServiceInterface.h>
+
+#include <fmt/format.h>
+
+#include <memory>
+
+namespace kiv::ctl {
+namespace {
+
+constexpr const char* kMacDescription = "MAC address of the speaker";
+
+struct NameArguments {
+    Mac mac{};
+    Ip ip{};
+    std::string name;
+};
+
+struct VolumeArguments {
+    Mac mac{};
+    Ip ip{};
+    int volume = 0;
+};
+
+// A request for one speaker, and the same for a list of them.
+struct VolumeRequest {
+    const char* oneName;
+    void (*one)(const unsigned char* mac, int ip);
+    const char* listName;
+    void (*list)(const std::vector<STNetSpkConfig>& list);
+};
+
+struct VolumeRequestArguments {
+    SpeakerArguments speakers;
+    std::optional<Ip> ip;
+};
+
+Action Name(CLI::App& app)
+{
+    const auto arguments = std::make_shared<NameArguments>();
+    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    app.add_option("NAME", arguments->name, "Its new name")->type_name("")->required();
+    AddIp(app, arguments->ip);
+    return [arguments](const Output&) {
+        if (!g_utf8_validate(arguments->name.c_str(), -1, nullptr)) {
+            throw BadArguments("the name is no valid UTF-8");
+        }
+        SetNetSpkName(arguments->mac.data(), IpNumber(arguments->ip), arguments->name.c_str());
+        return Sent("SetNetSpkName");
+    };
+}
+
+Action Set(CLI::App& app)
+{
+    const auto arguments = std::make_shared<VolumeArguments>();
+    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    AddRequired(app, "VOLUME", arguments->volume, ParseInt, "Its new volume");
+    AddIp(app, arguments->ip);
+    return [arguments](const Output&) {
+        SetNetSpkVolume(arguments->mac.data(), IpNumber(arguments->ip), arguments->volume);
+        return Sent("SetNetSpkVolume");
+    };
+}
+
+// A configuration value travels in a list only.
+bool NamesOne(const SpeakerArguments& arguments)
+{
+    return arguments.file.empty() && arguments.speakers.size() == 1 &&
+           arguments.speakers.front().find('=') == std::string::npos;
+}
+
+Result RequestVolume(const VolumeRequest& request, const VolumeRequestArguments& arguments)
+{
+    const auto& [speakers, ip] = arguments;
+    if (NamesOne(speakers)) {
+        request.one(ParseMac(speakers.speakers.front()).data(), IpNumber(ip.value_or(Ip{})));
+        return Sent(request.oneName);
+    }
+    if (ip) {
+        throw BadArguments("an IPv4 address goes with the MAC address of one speaker");
+    }
+    request.list(SpeakersOf(speakers));
+    return Sent(request.listName);
+}
+
+auto Request(const VolumeRequest& request)
+{
+    return [request](CLI::App& app) -> Action {
+        const auto arguments = std::make_shared<VolumeRequestArguments>();
+        AddSpeakers(app, arguments->speakers);
+        AddParsed(app, "--ip", arguments->ip, ParseIp, "IPv4 address, for one speaker named by its MAC address alone")
+            ->type_name("IP");
+        return [request, arguments](const Output&) { return RequestVolume(request, *arguments); };
+    };
+}
+
+Action ResetAll(CLI::App&)
+{
+    return [](const Output&) {
+        ResetAllNetSpkVolume();
+        return Sent("ResetAllNetSpkVolume");
+    };
+}
+
+} // namespace
+
+std::vector<Command> NameAndVolumeCommands()
+{
+    const VolumeRequest get = {"GetNetSpkVolume", GetNetSpkVolume, "GetNetSpkVolumeList", GetNetSpkVolumeList};
+    const VolumeRequest up = {
+        "IncreaseNetSpkVolume", IncreaseNetSpkVolume, "IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList};
+    const VolumeRequest down = {
+        "DecreaseNetSpkVolume", DecreaseNetSpkVolume, "DecreaseNetSpkVolumeList", DecreaseNetSpkVolumeList};
+    const VolumeRequest reset = {
+        "ResetNetSpkVolume", ResetNetSpkVolume, "ResetNetSpkVolumeList", ResetNetSpkVolumeList};
+    return {
+        {"name", "Rename a speaker", Name},
+        {"volume",
+         "Volumes of speakers",
+         nullptr,
+         {
+             {"get", "Have the server report volumes; they come as events", Request(get)},
+             {"set", "Set a speaker's volume", Set},
+             {"up", "Turn speakers up by one step", Request(up)},
+             {"down", "Turn speakers down by one step", Request(down)},
+             {"reset", "Set speakers back to the server's default", Request(reset)},
+             {"reset-all", "Set all speakers back to it", ResetAll},
+         }},
+    };
+}
+
+} // namespace kiv::ctl

@@ -1,0 +1,175 @@
+#include "Arguments.h"
+#include <KivServiceInterface.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace kiv::ctl {
+namespace {
+
+using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
+
+constexpr const char* kMacDescription = "MAC address of the soundbar";
+constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
+
+template <size_t Size>
+constexpr std::array<unsigned char, Size> Untouched()
+{
+    std::array<unsigned char, Size> bytes{};
+    bytes.fill(0xff);
+    return bytes;
+}
+
+// What the library fills in begins like this. If it stays so, the server sent nothing usable.
+constexpr Identity kNoIdentity = Untouched<KIV_SOUNDBAR_DEVICE_INFO_LEN>();
+constexpr auto kNoData = Untouched<KIV_SOUND_MODE_LEN>();
+
+struct ModeArguments {
+    Mac mac{};
+    Ip ip{};
+    PayloadArguments data;
+};
+
+struct SupportArguments {
+    Mac mac{};
+    Ip ip{};
+    int supported = 0;
+};
+
+struct VersionArguments {
+    Mac mac{};
+    int length = KIV_SOUND_MODE_LEN;
+};
+
+std::string MacOf(const Identity& identity)
+{
+    return HexText(Bytes(identity).first(NETSPK_MAC_LEN), ":");
+}
+
+std::string IpOf(const Identity& identity)
+{
+    Ip ip{};
+    std::ranges::copy(Bytes(identity).last(NETSPK_IP_LEN), ip.begin());
+    return IpText(ip);
+}
+
+Action ModeGet(CLI::App&)
+{
+    return [](const Output&) {
+        Identity identity = kNoIdentity;
+        auto data = kNoData;
+        const int length = GetSoundbarSoundMode(identity.data(), data.data());
+        if (identity == kNoIdentity) {
+            return Failed("GetSoundbarSoundMode", length, kNothingUsable);
+        }
+        return Done(
+            Table(
+                {{"mac", MacOf(identity)},
+                 {"ip", IpOf(identity)},
+                 {"length", fmt::format("{}{}", length, length == 0 ? " (or one that does not fit the data)" : "")},
+                 {"data", HexText(data, " ")}}),
+            {{"result", length}, {"mac", MacOf(identity)}, {"ip", IpOf(identity)}, {"data", HexText(data, "")}});
+    };
+}
+
+Action ModeSet(CLI::App& app)
+{
+    const auto arguments = std::make_shared<ModeArguments>();
+    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    AddPayload(app, arguments->data);
+    AddIp(app, arguments->ip);
+    return [arguments](const Output&) {
+        const auto& [mac, ip, payload] = *arguments;
+        const std::string data = PayloadOf(payload, KIV_SOUNDBAR_DEVICE_INFO_LEN);
+        SetSoundbarSoundMode(mac.data(), IpNumber(ip), DataOf(data), static_cast<int>(data.size()));
+        return Sent("SetSoundbarSoundMode");
+    };
+}
+
+Action Info(CLI::App&)
+{
+    return [](const Output&) {
+        Identity identity = kNoIdentity;
+        const int value = GetSoundbarDeviceInfo(identity.data());
+        if (identity == kNoIdentity) {
+            return Failed("GetSoundbarDeviceInfo", value, kNothingUsable);
+        }
+        return Done(
+            Table({{"mac", MacOf(identity)}, {"ip", IpOf(identity)}, {"value", fmt::format("{}", value)}}),
+            {{"result", value}, {"mac", MacOf(identity)}, {"ip", IpOf(identity)}});
+    };
+}
+
+Action SupportGet(CLI::App& app)
+{
+    const auto mac = std::make_shared<Mac>();
+    AddRequired(app, "MAC", *mac, ParseMac, kMacDescription);
+    return [mac](const Output&) {
+        return AnsweredYesOrNo("IsSoundbarSupportSoundMode", IsSoundbarSupportSoundMode(mac->data()));
+    };
+}
+
+Action SupportSet(CLI::App& app)
+{
+    const auto arguments = std::make_shared<SupportArguments>();
+    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    AddRequired(app, "SUPPORTED", arguments->supported, ParseFlag, "yes (1), no (0) or another number");
+    AddIp(app, arguments->ip);
+    return [arguments](const Output&) {
+        SetSoundbarSupportSoundMode(arguments->mac.data(), IpNumber(arguments->ip), arguments->supported);
+        return Sent("SetSoundbarSupportSoundMode");
+    };
+}
+
+Action Version(CLI::App& app)
+{
+    const auto arguments = std::make_shared<VersionArguments>();
+    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    AddNumber(app, "--length", arguments->length, "Bytes of version data to ask for, 20 at most")
+        ->check(CLI::Range(1, KIV_SOUND_MODE_LEN).description(""));
+    return [arguments](const Output&) {
+        auto data = kNoData;
+        const int version = GetSoundbarProtocolVersion(arguments->mac.data(), data.data(), arguments->length);
+        // The server's own -1 comes with data.
+        if (version == -1 && data == kNoData) {
+            return Failed("GetSoundbarProtocolVersion", version, kNothingUsable);
+        }
+        const Bytes received = Bytes(data).first(static_cast<size_t>(arguments->length));
+        return Done(
+            Table({{"version", fmt::format("{}", version)}, {"data", HexText(received, " ")}}),
+            {{"result", version}, {"data", HexText(received, "")}});
+    };
+}
+
+} // namespace
+
+std::vector<Command> SoundbarCommands()
+{
+    return {
+        {"soundbar",
+         "Sound mode of a soundbar",
+         nullptr,
+         {
+             {"mode",
+              "Its sound mode",
+              nullptr,
+              {
+                  {"get", "Ask for the soundbar and its sound mode", ModeGet},
+                  {"set", "Send sound-mode data to it", ModeSet},
+              }},
+             {"info", "Ask for the soundbar", Info},
+             {"support",
+              "Whether it supports sound modes",
+              nullptr,
+              {
+                  {"get", "Ask for it", SupportGet},
+                  {"set", "Tell the server", SupportSet},
+              }},
+             {"version", "Ask for its sound-mode protocol version", Version},
+         }},
+    };
+}
+
+} // namespace kiv::ctl

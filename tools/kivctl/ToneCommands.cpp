@@ -1,0 +1,59 @@
+#include "Arguments.h"
+#include <KivServiceInterface.h>
+
+#include <memory>
+
+namespace kiv::ctl {
+namespace {
+
+struct ToneArguments {
+    Mac mac{};
+    int parameter = 0;
+    int channel = 0;
+    int extra = 0;
+};
+
+std::shared_ptr<ToneArguments> AddTone(CLI::App& app)
+{
+    auto arguments = std::make_shared<ToneArguments>();
+    AddRequired(app, "MAC", arguments->mac, ParseMac, "MAC address of the speaker");
+    AddNumber(app, "--param", arguments->parameter, "Number that the server takes");
+    AddNumber(app, "--extra", arguments->extra, "Another");
+    return arguments;
+}
+
+Action Start(CLI::App& app)
+{
+    const auto arguments = AddTone(app);
+    AddNumber(app, "--channel", arguments->channel, "Channel type");
+    return [arguments](const Output&) {
+        StartNetSpkTest(arguments->mac.data(), arguments->parameter, arguments->channel, arguments->extra);
+        return Sent("StartNetSpkTest");
+    };
+}
+
+Action Stop(CLI::App& app)
+{
+    const auto arguments = AddTone(app);
+    return [arguments](const Output&) {
+        StopNetSpkTest(arguments->mac.data(), arguments->parameter, arguments->extra);
+        return Sent("StopNetSpkTest");
+    };
+}
+
+} // namespace
+
+std::vector<Command> ToneCommands()
+{
+    return {
+        {"tone",
+         "Test tones",
+         nullptr,
+         {
+             {"start", "Start the test of a speaker", Start},
+             {"stop", "Stop the test of a speaker", Stop},
+         }},
+    };
+}
+
+} // namespace kiv::ctl
