@@ -13,9 +13,12 @@
  *   false then unless stated otherwise. The reason stands in the platform's log under the tag "NAM_SERVICE".
  * - **Blocking.** A call waits for the server, 8 s at most for each answer: one that takes its time over a request
  *   holds the call up for 8 s, one that answers nothing at all for 24 s, because it is asked three times for the
- *   client's id first. Do not call from a thread that must not wait.
+ *   client's id first. At the very worst it is 32 s, and 40 s for StartNetworkSpeaker(). Do not call from a thread that
+ *   must not wait.
  * - **Threads.** Any function may be called from any thread, also from a callback; a slow call delays no other.
  *   Callbacks run on the library's monitor thread, one after another, so they should return soon.
+ * - **Arguments.** Null is refused where the description says so; elsewhere it is the caller's crash. What the bus
+ *   cannot carry, 64 MiB in a list or a payload, is refused: nothing is sent, and the result is the failure value.
  * - **Ownership.** The caller owns every buffer, string and vector it passes; the library keeps no pointer to them.
  * - **Exceptions.** None leaves a function unless its description says so.
  * - **Unloading.** Call CNSGdbus::m_DestroyMessageMonitor on CNSGdbus::m_pInstance before dlclose(); without it the
@@ -39,6 +42,9 @@
 #define NETSPK_SPEAKER_TYPE_LEN 22 /**< characters of a speaker-type text; its field has one byte more, for the NUL */
 #define NETSPK_MAC_LEN 6           /**< bytes of a MAC address, in transmission order */
 #define NETSPK_IP_LEN 4            /**< bytes of an IPv4 address, in dotted order */
+
+#define KIV_SOUNDBAR_DEVICE_INFO_LEN (NETSPK_MAC_LEN + NETSPK_IP_LEN) /**< bytes of a soundbar's identity */
+#define KIV_SOUND_MODE_LEN 20                                         /**< bytes of sound-mode data */
 
 /* --- Setting modes ---------------------------------------------------------------------------------------------- */
 
@@ -309,8 +315,10 @@ KIV_API int GetSurroundChannelNumber(void);
 
 /* --- Speaker lists ---------------------------------------------------------------------------------------------- */
 
-/*
- * These append to a vector as push_back() does, and throw what push_back() throws if it cannot grow.
+/**
+ * @name Speaker lists
+ * Vectors grow as by push_back(), and what push_back() throws when they cannot leaves the function.
+ * @{
  */
 
 /**
@@ -320,8 +328,8 @@ KIV_API int GetSurroundChannelNumber(void);
  *                      fills the field has no NUL
  * @param pSpeakerType  gets NETSPK_SPEAKER_TYPE_LEN + 1 bytes: the speaker-type text, likewise
  * @param list          the active speakers are appended to what it holds
- * @return the number of speakers that the server announced, also if it sent fewer and none was appended; 0 if it sent
- *         nothing usable; -1 if the device has no network speakers, the server cannot be reached or the request fails.
+ * @return the number of speakers that the server announced, whatever it is: if it sent fewer, none was appended; 0 if
+ * it sent nothing usable; -1 if the device has no network speakers, the server cannot be reached or the request fails.
  *         Without a usable answer, both buffers stay as they are
  */
 KIV_API int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vector<spk_info_s>& list);
@@ -343,7 +351,7 @@ KIV_API int GetNetSpkListInfo(std::vector<STNetSpkListInfo>& list);
  */
 KIV_API int getNetSpkListInfo(STNetSpkListInfo* pList);
 
-/** Asks for the number of speaker lists. @return the server's answer, or -1 */
+/** Asks for the number of speaker lists. @return the server's answer; -1 on failure; 0 if the answer is no number */
 KIV_API int GetNetSpkListInfoNumber(void);
 
 /**
@@ -355,6 +363,8 @@ KIV_API int GetNetSpkListInfoNumber(void);
  */
 KIV_API int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list);
 
+/** @} */
+
 /* --- Connecting speakers ---------------------------------------------------------------------------------------- */
 
 /**
@@ -362,24 +372,27 @@ KIV_API int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list);
  *
  * @param pParam     payload, agreed between the server and the application
  * @param nParamLen  its bytes; may be 0
- * @return the server's answer; -1 on failure, if @p pParam is null, and if the payload is too long to be sent (64 MiB)
+ * @return the server's answer; -1 on failure and if @p pParam is null
  */
 KIV_API int ConnectNetworkSpeakerByMobile(const unsigned char* pParam, unsigned int nParamLen);
 
 /**
  * Has the server start the speaker of that identifier.
  *
- * @param pszID  identifier, of which the first five characters are sent
+ * @param pszID    identifier, of which the first five characters are sent
+ * @param nFirst   passed through unchanged
+ * @param nSecond  passed through unchanged
+ * @param nThird   passed through unchanged
  * @return the server's answer; 0 if the request fails or @p pszID is null or shorter than five characters; -1 if the
- *         device has no network speakers or the server cannot be reached
+ *         device has no network speakers, the server cannot be reached or its answer is no number
  */
 KIV_API int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, int nThird);
 
 /**
- * The same without an identifier.
+ * Vireon_StartNetworkSpeakerByID() without an identifier.
  *
- * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers or the server cannot be
- *         reached
+ * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers, the server cannot be
+ *         reached or its answer is no number
  */
 KIV_API int StartNetworkSpeakerByID(int nFirst, int nSecond, int nThird);
 
@@ -387,8 +400,8 @@ KIV_API int StartNetworkSpeakerByID(int nFirst, int nSecond, int nThird);
  * Asks how a speaker is connected.
  *
  * @param nSpeakerID  the speaker
- * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers or the server cannot be
- *         reached
+ * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers, the server cannot be
+ *         reached or its answer is no number
  */
 KIV_API int GetSpksConnectionTypeByID(int nSpeakerID);
 
@@ -405,7 +418,7 @@ KIV_API int GetSpksConnectionType(std::vector<STNetSpkConfig>* pList);
  *
  * @param connectNewSpeakersMacAddrLists  MAC addresses back to back, NETSPK_MAC_LEN bytes each
  * @param nNewSpeakersCount               their number, at least 1
- * @return the server's answer; -1 on failure and for bad arguments
+ * @return the server's answer; -1 on failure, if the list is null and if the number is below 1
  */
 KIV_API int AutoConnectNewSpeakers(const unsigned char* connectNewSpeakersMacAddrLists, int nNewSpeakersCount);
 
@@ -431,14 +444,15 @@ KIV_API int StartNetworkSpeakerGroupByMobile(int nParam);
 
 /* --- Choosing the multi-room link ------------------------------------------------------------------------------- */
 
-/*
- * Whether the multi-room feature (Tavrin) may be cancelled, pre-selected or selected: true only if the server says so,
- * false also on any failure.
+/**
+ * @name Questions about the multi-room feature (Tavrin)
+ * True only if the server says so; false also on any failure.
+ * @{
  */
-
-KIV_API bool CanCancelTavrin(void);
-KIV_API bool PreSelectTavrin(void);
-KIV_API bool CanSelectTavrin(void);
+KIV_API bool CanCancelTavrin(void); /**< Whether it may be cancelled. */
+KIV_API bool PreSelectTavrin(void); /**< What the server answers to its pre-selection. */
+KIV_API bool CanSelectTavrin(void); /**< Whether it may be selected. */
+/** @} */
 
 /* --- Test tones ------------------------------------------------------------------------------------------------- */
 
@@ -452,13 +466,10 @@ KIV_API bool CanSelectTavrin(void);
  */
 KIV_API void StartNetSpkTest(const unsigned char* pMac, int nTestParam, int nChType, int nTestExtra);
 
-/** Stops the test of a speaker. The arguments are those of StartNetSpkTest(). */
+/** Stops the test of a speaker. The arguments are those of the same names of StartNetSpkTest(). */
 KIV_API void StopNetSpkTest(const unsigned char* pMac, int nTestParam, int nTestExtra);
 
 /* --- Sound mode of a soundbar ----------------------------------------------------------------------------------- */
-
-#define KIV_SOUNDBAR_DEVICE_INFO_LEN (NETSPK_MAC_LEN + NETSPK_IP_LEN) /**< bytes of a soundbar's identity */
-#define KIV_SOUND_MODE_LEN 20                                         /**< bytes of a soundbar's sound mode */
 
 /**
  * Sends sound-mode data to a soundbar. Failures stand in the log only.
@@ -475,9 +486,9 @@ KIV_API void SetSoundbarSoundMode(const unsigned char* pMac, int nIP, const unsi
  *
  * @param soundbarDeviceInfo  gets KIV_SOUNDBAR_DEVICE_INFO_LEN bytes: MAC address, then IPv4 address in dotted order
  * @param soundmodeData       gets KIV_SOUND_MODE_LEN bytes
- * @return the length of the sound-mode data as the server states it; 0 if the server sent nothing usable, or data whose
- *         stated length does not fit it (both buffers are filled then); -1 on failure. Both buffers stay as they are
- *         without a usable answer
+ * @return the length of the sound-mode data as the server states it, which may be negative; 0 if the server sent
+ * nothing usable, or data whose stated length does not fit it (both buffers are filled then); -1 on failure. Both
+ * buffers stay as they are without a usable answer
  */
 KIV_API int GetSoundbarSoundMode(unsigned char* soundbarDeviceInfo, unsigned char* soundmodeData);
 
@@ -486,7 +497,8 @@ KIV_API int GetSoundbarSoundMode(unsigned char* soundbarDeviceInfo, unsigned cha
  *
  * @param soundbarDeviceInfo  gets KIV_SOUNDBAR_DEVICE_INFO_LEN bytes: MAC address, then IPv4 address in dotted order;
  *                            stays as it is without a usable answer
- * @return the value that the server gives with it; 0 if the server sent nothing usable; -1 on failure
+ * @return the value that the server gives with it, which may be negative; 0 if the server sent nothing usable; -1 on
+ *         failure
  */
 KIV_API int GetSoundbarDeviceInfo(unsigned char* soundbarDeviceInfo);
 
@@ -495,7 +507,7 @@ KIV_API int GetSoundbarDeviceInfo(unsigned char* soundbarDeviceInfo);
  *
  * @param pMac             the soundbar's MAC address, NETSPK_MAC_LEN bytes; nothing is sent if null
  * @param nIP              its IPv4 address, first dotted octet in the lowest byte
- * @param nSupportedOrNot  zero or not
+ * @param nSupportedOrNot  zero or not; passed through unchanged
  */
 KIV_API void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int nSupportedOrNot);
 
@@ -505,7 +517,8 @@ KIV_API void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int
  * @param soundbarMAC           the soundbar's MAC address, NETSPK_MAC_LEN bytes
  * @param pSoundModeVersion     gets the version data, KIV_SOUND_MODE_LEN bytes at most; stays as it is on failure
  * @param nSoundModeVersionLen  bytes that there is room for, at least 1
- * @return the protocol version; -1 on failure, for bad arguments, and if the server's answer has another length
+ * @return the protocol version; -1 on failure, if a pointer is null or there is no room, and if the server's answer is
+ *         not a version with KIV_SOUND_MODE_LEN bytes of data
  */
 KIV_API int GetSoundbarProtocolVersion(
     const unsigned char* soundbarMAC, unsigned char* pSoundModeVersion, int nSoundModeVersionLen);
@@ -520,13 +533,15 @@ KIV_API bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC);
 
 /* --- Names and volumes ------------------------------------------------------------------------------------------ */
 
-/*
+/**
+ * @name Requests for names and volumes
  * These hand a request to the server and return nothing: failures stand in the log, and what the server then does or
  * finds arrives as events.
  *
- *   pMac  the speaker's MAC address, NETSPK_MAC_LEN bytes; nothing is sent if null
- *   nIP   its IPv4 address, first dotted octet in the lowest byte
- *   list  the speakers; may be empty
+ * - pMac: the speaker's MAC address, NETSPK_MAC_LEN bytes; nothing is sent if null
+ * - nIP: its IPv4 address, first dotted octet in the lowest byte
+ * - list: the speakers; may be empty
+ * @{
  */
 
 /** Renames a speaker. @param pSpkName UTF-8, may be empty; nothing is sent if null or invalid */
@@ -541,12 +556,14 @@ KIV_API void GetNetSpkVolume(const unsigned char* pMac, int nIP);
 KIV_API void IncreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< One step up. */
 KIV_API void DecreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< One step down. */
 KIV_API void ResetNetSpkVolume(const unsigned char* pMac, int nIP);    /**< Back to the server's default. */
-KIV_API void ResetAllNetSpkVolume(void);                               /**< All speakers back to it. */
+KIV_API void ResetAllNetSpkVolume(void);                               /**< All speakers, likewise. */
 
 KIV_API void IncreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< One step up. */
 KIV_API void DecreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< One step down. */
 KIV_API void ResetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);    /**< Back to the server's default. */
 KIV_API void GetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);      /**< Has the server report them. */
+
+/** @} */
 
 /* --- Setting modes ---------------------------------------------------------------------------------------------- */
 
@@ -561,8 +578,8 @@ KIV_API int SetTavrinUIMode(int mode);
 /**
  * Asks for the mode of the multi-room settings screen.
  *
- * @return the mode; NETSPKSETTING_SURROUND instead of NETSPKSETTING_MULTIROOM, and if the request fails; -1 if the
- *         device has no network speakers or the server cannot be reached
+ * @return the mode; NETSPKSETTING_SURROUND instead of NETSPKSETTING_MULTIROOM, and if the request fails or the server
+ *         answers -1; -1 if the device has no network speakers or the server cannot be reached
  */
 KIV_API int GetTavrinUIMode(void);
 

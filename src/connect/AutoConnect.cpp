@@ -25,26 +25,9 @@ int AutoConnect(const Here& here, const char* method, const unsigned char* macs,
         KIV_LOG_AT(here, kLogError, "(%s) return", "pNewSpeakersMacList == NULL");
         return kApiFailed;
     }
-    const Reply reply = call.Invoke(method, BytesTuple(payload));
-    if (!reply) {
-        KIV_LOG_AT(here, kLogError, "[%s] MethodCall Error", kApiTag);
-    }
-    const int nRet = reply.Int(kApiFailed);
+    const int nRet = call.AnswerOrMinusOne(method, BytesTuple(payload));
     KIV_LOG_AT(here, kLogInfo, "[%s] nRet[%d]", kApiTag, nRet);
     return nRet;
-}
-
-int Request(const Here& here, const char* method, int argument)
-{
-    const ApiCall call(here);
-    if (!call.Ready()) {
-        return kApiFailed;
-    }
-    const Reply reply = call.Invoke(method, g_variant_new("(i)", argument));
-    if (!reply) {
-        KIV_LOG_AT(here, kLogError, "[%s] MethodCall Error", kApiTag);
-    }
-    return reply.Int(kApiFailed);
 }
 
 } // namespace
@@ -62,10 +45,14 @@ int AutoConnectNewSpeakersForOutdoor(const unsigned char* connectNewSpeakersMacA
 
 int ConnectToSpeakerForInfraLessSetup(int nParam)
 {
-    return Request(KIV_HERE, "ConnectToSpeakerForInfraLessSetup", nParam);
+    const ApiCall call(KIV_HERE);
+    return call.Ready() ? call.AnswerOrMinusOne("ConnectToSpeakerForInfraLessSetup", g_variant_new("(i)", nParam))
+                        : kApiFailed;
 }
 
 int StartNetworkSpeakerGroupByMobile(int nParam)
 {
-    return Request(KIV_HERE, "StartNetworkSpeakerGroupByMobile", nParam);
+    const ApiCall call(KIV_HERE);
+    return call.Ready() ? call.AnswerOrMinusOne("StartNetworkSpeakerGroupByMobile", g_variant_new("(i)", nParam))
+                        : kApiFailed;
 }

@@ -2,7 +2,7 @@
 #include "link/ApiCall.h"
 #include "link/Bytes.h"
 
-#include <cstring>
+#include <string.h> // NOLINT(modernize-deprecated-headers): strnlen() is of POSIX
 
 using namespace kiv::link;
 
@@ -10,18 +10,6 @@ namespace {
 
 // Identifiers are sent as their first bytes.
 constexpr std::size_t kIdLength = 5;
-
-int StartByID(const ApiCall& call, const Here& here, const char* method, GVariant* input)
-{
-    const Reply reply = call.Invoke(method, input);
-    if (!reply) {
-        KIV_LOG_AT(here, kLogError, "[%s] MethodCall(%s) Error", kApiTag, method);
-        return 0;
-    }
-    const int result = reply.Int(kApiFailed);
-    KIV_LOG_AT(here, kLogInfo, "[%s] result[%d]", kApiTag, result);
-    return result;
-}
 
 } // namespace
 
@@ -40,11 +28,7 @@ int ConnectNetworkSpeakerByMobile(const unsigned char* pParam, unsigned int nPar
         KIV_LOG_ERROR("(%s) return", "pParam == NULL");
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("ConnectNetworkSpeakerByMobile", BytesTuple(payload));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-    }
-    const int result = reply.Int(kApiFailed);
+    const int result = call.AnswerOrMinusOne("ConnectNetworkSpeakerByMobile", BytesTuple(payload));
     KIV_LOG_INFO("return value[%d]", result);
     return result;
 }
@@ -59,8 +43,8 @@ int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, i
         return 0;
     }
     // The server takes the first two numbers the other way round.
-    return StartByID(
-        call, KIV_HERE, "Vireon_StartNetworkSpeakerByID",
+    return call.AnswerOrZero(
+        "Vireon_StartNetworkSpeakerByID",
         g_variant_new("(yyyyyiii)", pszID[0], pszID[1], pszID[2], pszID[3], pszID[4], nSecond, nFirst, nThird));
 }
 
@@ -70,6 +54,6 @@ int StartNetworkSpeakerByID(int nFirst, int nSecond, int nThird)
     if (!call.Ready()) {
         return kApiFailed;
     }
-    // Here, too.
-    return StartByID(call, KIV_HERE, "StartNetworkSpeakerByID", g_variant_new("(iii)", nSecond, nFirst, nThird));
+    // The server takes the first two numbers the other way round.
+    return call.AnswerOrZero("StartNetworkSpeakerByID", g_variant_new("(iii)", nSecond, nFirst, nThird));
 }

@@ -12,14 +12,7 @@ int GetSpksConnectionTypeByID(int nSpeakerID)
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("GetSpksConnectionTypeByID", g_variant_new("(i)", nSpeakerID));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall(%s) Error", kApiTag, "GetSpksConnectionTypeByID");
-        return 0;
-    }
-    const int result = reply.Int(kApiFailed);
-    KIV_LOG_INFO("[%s] result[%d]", kApiTag, result);
-    return result;
+    return call.AnswerOrZero("GetSpksConnectionTypeByID", g_variant_new("(i)", nSpeakerID));
 }
 
 int GetSpksConnectionType(std::vector<STNetSpkConfig>* pList)

@@ -76,7 +76,7 @@ bool ByteReply::TakeMember()
     return false;
 }
 
-std::optional<int> ByteReply::TakeMemberOrFail()
+std::optional<int> ByteReply::FailureToTake()
 {
     if (!*this) {
         KIV_LOG_AT(outcome_.here, kLogError, "[%s] MethodCall Error", kApiTag);
@@ -164,6 +164,27 @@ Reply ApiCall::Invoke(const char* method, GVariant* input, VariantOwner preset) 
 ByteReply ApiCall::InvokeForBytes(const char* method, GVariant* input, VariantOwner preset) const
 {
     return ByteReply(Call(method, input, std::move(preset)));
+}
+
+int ApiCall::AnswerOrMinusOne(const char* method, GVariant* input) const
+{
+    const Reply reply = Invoke(method, input);
+    if (!reply) {
+        KIV_LOG_AT(here_, kLogError, "[%s] MethodCall Error", kApiTag);
+    }
+    return reply.Int(kApiFailed);
+}
+
+int ApiCall::AnswerOrZero(const char* method, GVariant* input) const
+{
+    const Reply reply = Invoke(method, input);
+    if (!reply) {
+        KIV_LOG_AT(here_, kLogError, "[%s] MethodCall(%s) Error", kApiTag, method);
+        return 0;
+    }
+    const int result = reply.Int(kApiFailed);
+    KIV_LOG_AT(here_, kLogInfo, "[%s] result[%d]", kApiTag, result);
+    return result;
 }
 
 GVariant* BytesTuple(const Payload& payload)

@@ -20,7 +20,7 @@ struct Outcome {
     VariantOwner value; // the reply, or what the place for it held if nothing was sent
 };
 
-// A reply that holds a scalar. Functions that read one do not release it.
+// A reply that holds a scalar. Such replies stay unreleased.
 class Reply {
 public:
     explicit Reply(Outcome outcome) : outcome_(std::move(outcome)) {}
@@ -51,12 +51,12 @@ public:
     // Whether there is a value, and whether it has a member, which is taken; what there is not is logged.
     bool HasValue() const;
     bool TakeMember();
-    // All of it, as most queries do: if there is no member, their result.
-    std::optional<int> TakeMemberOrFail();
+    // Takes the member as most queries do. If there is none, logs why, and gives the result that the query then has.
+    std::optional<int> FailureToTake();
     // The bytes of the member taken; null where it is no byte array, which is logged, or an empty one.
     Bytes Array() const;
 
-    // For the paths on which a function does not release what it took.
+    // For the paths on which a function does not release it.
     void LeaveUnreleased();
 
 private:
@@ -65,7 +65,7 @@ private:
 };
 
 /*
- * The frame of an exported function, on whose behalf it logs: first Ready(), then one Invoke() or more.
+ * The frame of an exported function, on whose behalf it logs: first Ready(), then calls on the server.
  */
 class ApiCall {
 public:
@@ -75,7 +75,7 @@ public:
     // started if need be.
     bool Ready() const;
 
-    // The first half of Ready(): everything up to the first failed attempt to reach the server.
+    // The first half of Ready(): everything up to the end of the first attempt to reach the server.
     enum class Attempt { kRefused, kUnreachable, kReady };
     Attempt TryOnce() const;
 
@@ -83,9 +83,14 @@ public:
     bool CanSend(std::uint64_t length) const;
 
     // Calls a server method with an argument tuple, or null for none. A preset stands in the place for the reply until
-    // the call is sent.
+    // the call is sent; those pass one who report that it cannot be made.
     Reply Invoke(const char* method, GVariant* input = nullptr, VariantOwner preset = nullptr) const;
     ByteReply InvokeForBytes(const char* method, GVariant* input, VariantOwner preset) const;
+
+    // The server's answer where it is an int. A failed call is logged, and gives -1.
+    int AnswerOrMinusOne(const char* method, GVariant* input = nullptr) const;
+    // The same with other lines in the log, of which one is for the answer. A failed call gives 0.
+    int AnswerOrZero(const char* method, GVariant* input) const;
 
 private:
     bool GetProxy(bool reuse, bool noOwnerCheck) const;

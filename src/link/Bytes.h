@@ -96,15 +96,4 @@ int AppendRecords(std::vector<Record>& list, Bytes bytes)
     return static_cast<int>(count);
 }
 
-// The text in a field of fixed size, which need not end with a NUL.
-template <std::size_t Size>
-class Text {
-public:
-    explicit Text(const char* field) { std::memcpy(text_, field, Size); }
-    const char* c_str() const { return text_; }
-
-private:
-    char text_[Size + 1] = {};
-};
-
 } // namespace kiv::link

@@ -9,7 +9,7 @@ bool s_pre_checking();
 // Starts that thread; 1 on success, 0 on failure.
 int m_CreateThread();
 
-// Its body.
+// Its body: six attempts, and six more each time that s_pre_checking() fails meanwhile.
 void* m_MainLaunchPro(void* unused);
 
 } // namespace kiv::link

@@ -94,13 +94,5 @@ int NodeRemoveFromWatcher(int node)
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const char* const method = "NodeRemoveFromWatcher";
-    const Reply reply = call.Invoke(method, g_variant_new("(i)", node));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall(%s) Error", kApiTag, method);
-        return 0;
-    }
-    const int result = reply.Int(kApiFailed);
-    KIV_LOG_INFO("[%s] result[%d]", kApiTag, result);
-    return result;
+    return call.AnswerOrZero("NodeRemoveFromWatcher", g_variant_new("(i)", node));
 }

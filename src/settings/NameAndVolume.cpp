@@ -17,12 +17,9 @@ void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName)
         KIV_LOG_ERROR("(%s) return", "pMac == NULL || pSpkName == NULL");
         return;
     }
-    const std::size_t length = std::strlen(pSpkName);
     KIV_LOG_DEBUG(
-        "[%s] Mac[" KIV_MAC_FORMAT "], SpkName[%s], strlen(%zu)", kApiTag, KIV_MAC_BYTES(pMac), pSpkName, length);
-    if (!call.CanSend(length)) {
-        return;
-    }
+        "[%s] Mac[" KIV_MAC_FORMAT "], SpkName[%s], strlen(%zu)", kApiTag, KIV_MAC_BYTES(pMac), pSpkName,
+        std::strlen(pSpkName));
     if (g_utf8_validate(pSpkName, -1, nullptr) == FALSE) {
         KIV_LOG_ERROR("(%s) return", "pSpkName is not valid UTF-8");
         return;
@@ -58,17 +55,17 @@ void GetNetSpkVolume(const unsigned char* pMac, int nIP)
 
 void IncreaseNetSpkVolume(const unsigned char* pMac, int nIP)
 {
-    m_SetSpkVolume(pMac, nIP, 0);
+    m_SetSpkVolume(pMac, nIP, kUp);
 }
 
 void DecreaseNetSpkVolume(const unsigned char* pMac, int nIP)
 {
-    m_SetSpkVolume(pMac, nIP, 1);
+    m_SetSpkVolume(pMac, nIP, kDown);
 }
 
 void ResetNetSpkVolume(const unsigned char* pMac, int nIP)
 {
-    m_SetSpkVolume(pMac, nIP, 2);
+    m_SetSpkVolume(pMac, nIP, kReset);
 }
 
 void ResetAllNetSpkVolume()

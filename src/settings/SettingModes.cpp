@@ -2,25 +2,17 @@
 #include "link/ApiCall.h"
 #include "link/Launch.h"
 
+#include <utility>
+
 using namespace kiv::link;
 
 namespace {
 
 // The functions that ask for a mode never tell of the multi-room mode.
-int RefuseMultiRoom(const Here& here)
+int SurroundForMultiRoom(const Here& here)
 {
     KIV_LOG_AT(here, kLogError, "[%s] Not support NETSPKSETTING_MULTIROOM, return NETSPKSETTING_SURROUND", kApiTag);
     return NETSPKSETTING_SURROUND;
-}
-
-// The server's answer to a question for a mode; -1 also if the call fails.
-int AskForMode(const ApiCall& call, const Here& here, const char* question)
-{
-    const Reply reply = call.Invoke(question);
-    if (!reply) {
-        KIV_LOG_AT(here, kLogError, "[%s] MethodCall Error", kApiTag);
-    }
-    return reply.Int(kApiFailed);
 }
 
 } // namespace
@@ -31,11 +23,7 @@ int SetTavrinUIMode(int mode)
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("SetTavrinUIMode", g_variant_new("(i)", mode));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-    }
-    return reply.Int(kApiFailed);
+    return call.AnswerOrMinusOne("SetTavrinUIMode", g_variant_new("(i)", mode));
 }
 
 int GetTavrinUIMode()
@@ -44,12 +32,12 @@ int GetTavrinUIMode()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const int mode = AskForMode(call, KIV_HERE, "GetTavrinUIMode");
-    if (mode == -1) {
+    const int mode = call.AnswerOrMinusOne("GetTavrinUIMode");
+    if (mode == kApiFailed) {
         KIV_LOG_ERROR("[%s] Cannot get TavrinUIMode from NAM, return NETSPKSETTING_SURROUND", kApiTag);
         return NETSPKSETTING_SURROUND;
     }
-    return mode == NETSPKSETTING_MULTIROOM ? RefuseMultiRoom(KIV_HERE) : mode;
+    return mode == NETSPKSETTING_MULTIROOM ? SurroundForMultiRoom(KIV_HERE) : mode;
 }
 
 int GetNetSpkSettingMode()
@@ -58,13 +46,13 @@ int GetNetSpkSettingMode()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    int mode = AskForMode(call, KIV_HERE, "GetNetSpkSettingMode");
-    if (mode == -1) {
+    int mode = call.AnswerOrMinusOne("GetNetSpkSettingMode");
+    if (mode == kApiFailed) {
         KIV_LOG_ERROR(
             "[%s] Cannot get speakersystem mode from NAM, just return default value(NETSPKSETTING_MULTIROOM)", kApiTag);
         mode = NETSPKSETTING_MULTIROOM;
     }
-    return mode == NETSPKSETTING_MULTIROOM ? RefuseMultiRoom(KIV_HERE) : mode;
+    return mode == NETSPKSETTING_MULTIROOM ? SurroundForMultiRoom(KIV_HERE) : mode;
 }
 
 bool CanEnterTavrinSettings()

@@ -9,7 +9,7 @@ namespace kiv::settings {
 
 namespace {
 
-// Bytes as this library's log has always shown them: as signed numbers, so that 0xa4 reads ffffffa4 in hexadecimal.
+// Whoever reads these lines expects bytes as signed numbers: 0xa4 in hexadecimal is ffffffa4.
 int Signed(unsigned char byte)
 {
     return static_cast<signed char>(byte);
@@ -18,9 +18,9 @@ int Signed(unsigned char byte)
 const char* MethodOf(int op)
 {
     switch (op) {
-    case 0:
+    case kUp:
         return "IncreaseNetSpkVolume";
-    case 1:
+    case kDown:
         return "DecreaseNetSpkVolume";
     default:
         return "ResetNetSpkVolume";

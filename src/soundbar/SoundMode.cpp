@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
+#include <utility>
 
 using namespace kiv::link;
 
@@ -37,7 +39,7 @@ void SetSoundbarSoundMode(const unsigned char* pMac, int nIP, const unsigned cha
         return;
     }
     KIV_LOG_DEBUG("[%s] Mac[" KIV_MAC_FORMAT "], nDataLen[%d]", kApiTag, KIV_MAC_BYTES(pMac), nDataLen);
-    // Nobody can allocate a negative length.
+    // A negative length counts as one that cannot be allocated.
     const auto dataLength = static_cast<unsigned>(std::max(nDataLen, 0));
     if (!call.CanSend(kIdentityLength + std::uint64_t{dataLength})) {
         return;
@@ -64,7 +66,7 @@ int GetSoundbarSoundMode(unsigned char* soundbarDeviceInfo, unsigned char* sound
         return kApiFailed;
     }
     ByteReply reply = call.InvokeForBytes("GetSoundbarSoundMode", g_variant_new("(i)", 0), std::move(preset));
-    if (const std::optional<int> failure = reply.TakeMemberOrFail()) {
+    if (const std::optional<int> failure = reply.FailureToTake()) {
         return *failure;
     }
     const Bytes bytes = reply.Array();
@@ -99,7 +101,7 @@ int GetSoundbarDeviceInfo(unsigned char* soundbarDeviceInfo)
         return kApiFailed;
     }
     ByteReply reply = call.InvokeForBytes("GetSoundbarDeviceInfo", g_variant_new("(i)", 0), NoBytes());
-    if (const std::optional<int> failure = reply.TakeMemberOrFail()) {
+    if (const std::optional<int> failure = reply.FailureToTake()) {
         return *failure;
     }
     const Bytes bytes = reply.Array();

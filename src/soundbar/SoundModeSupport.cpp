@@ -2,6 +2,8 @@
 #include "link/ApiCall.h"
 #include "link/Bytes.h"
 
+#include <utility>
+
 using namespace kiv::link;
 
 namespace {

@@ -1,16 +1,19 @@
 #include "KivServiceInterface.h"
 #include "link/ApiCall.h"
 
+#include <optional>
+#include <utility>
+
 using namespace kiv::link;
 
 namespace {
 
-// Whatever fails, the answer is no.
-bool Ask(const Here& here, const char* question)
+// Nothing if the server gave no answer.
+std::optional<bool> Ask(const Here& here, const char* question)
 {
     const ApiCall call(here);
     if (!call.Ready()) {
-        return false;
+        return std::nullopt;
     }
     VariantOwner preset = Sink(g_variant_new("(b)", TRUE));
     if (!preset) {
@@ -19,27 +22,37 @@ bool Ask(const Here& here, const char* question)
     const Reply reply = call.Invoke(question, nullptr, std::move(preset));
     if (!reply) {
         KIV_LOG_AT(here, kLogError, "MethodCall Error");
-        return false;
+        return std::nullopt;
     }
-    const bool answer = reply.Bool(false);
-    KIV_LOG_AT(here, kLogInfo, "b%s[%d]", question, answer);
-    return answer;
+    return reply.Bool(false);
 }
 
 } // namespace
 
 bool CanCancelTavrin()
 {
-    return Ask(KIV_HERE, "CanCancelTavrin");
+    const std::optional<bool> bCanCancelTavrin = Ask(KIV_HERE, "CanCancelTavrin");
+    if (bCanCancelTavrin) {
+        KIV_LOG_INFO("bCanCancelTavrin[%d]", *bCanCancelTavrin);
+    }
+    return bCanCancelTavrin.value_or(false);
 }
 
 bool PreSelectTavrin()
 {
-    return Ask(KIV_HERE, "PreSelectTavrin");
+    const std::optional<bool> bPreSelectTavrin = Ask(KIV_HERE, "PreSelectTavrin");
+    if (bPreSelectTavrin) {
+        KIV_LOG_INFO("bPreSelectTavrin[%d]", *bPreSelectTavrin);
+    }
+    return bPreSelectTavrin.value_or(false);
 }
 
 bool CanSelectTavrin()
 {
     KIV_LOG_DEBUG("Enter");
-    return Ask(KIV_HERE, "CanSelectTavrin");
+    const std::optional<bool> bCanSelectTavrin = Ask(KIV_HERE, "CanSelectTavrin");
+    if (bCanSelectTavrin) {
+        KIV_LOG_INFO("bCanSelectTavrin[%d]", *bCanSelectTavrin);
+    }
+    return bCanSelectTavrin.value_or(false);
 }

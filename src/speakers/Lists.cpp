@@ -2,12 +2,25 @@
 #include "link/ApiCall.h"
 #include "link/Bytes.h"
 
+#include <algorithm>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 using namespace kiv::link;
 
 namespace {
+
+// The text in a field of fixed size, which need not end with a NUL.
+template <std::size_t Size>
+class FieldText {
+public:
+    explicit FieldText(const char* field) { std::memcpy(text_, field, Size); }
+    const char* c_str() const { return text_; }
+
+private:
+    char text_[Size + 1] = {};
+};
 
 constexpr std::size_t kTypeLength = NETSPK_SPEAKER_TYPE_LEN + 1;
 
@@ -28,23 +41,6 @@ int AppendSpeakers(std::vector<spk_info_s>& list, Bytes payload)
         AppendRecords(list, speakers.first(static_cast<std::size_t>(announced) * sizeof(spk_info_s)));
     }
     return announced;
-}
-
-// Nothing where no byte array came.
-std::optional<int> ReadNodes(const Here& here, ByteReply& reply, std::vector<CNetSpkNodeInfo>& list)
-{
-    if (const std::optional<int> failure = reply.TakeMemberOrFail()) {
-        return failure;
-    }
-    const Bytes bytes = reply.Array();
-    if (bytes.data() == nullptr) {
-        KIV_LOG_AT(here, kLogError, "[%s] pByteArray is NULL", kApiTag);
-        return std::nullopt;
-    }
-    KIV_LOG_AT(
-        here, kLogDebug, "[%s] elenum[%zu], sizeof(CNetSpkNodeInfo)[%zu]", kApiTag, bytes.size(),
-        sizeof(CNetSpkNodeInfo));
-    return AppendRecords(list, bytes);
 }
 
 } // namespace
@@ -84,7 +80,7 @@ int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vector<spk_
     const int count = AppendSpeakers(list, payload);
     KIV_LOG_INFO(
         "actviceSpksDisplayName[%s], atciveSpksSpeakerType[%s], speakercount[%d]",
-        Text<NETSPK_LIST_NAME_LEN>(pDisplayName).c_str(), Text<kTypeLength>(pSpeakerType).c_str(), count);
+        FieldText<NETSPK_LIST_NAME_LEN>(pDisplayName).c_str(), FieldText<kTypeLength>(pSpeakerType).c_str(), count);
     return count;
 }
 
@@ -101,7 +97,7 @@ int GetNetSpkListInfo(std::vector<STNetSpkListInfo>& list)
         return kApiFailed;
     }
     ByteReply reply = call.InvokeForBytes("GetNetSpkListInfo", g_variant_new("(i)", 0), std::move(preset));
-    if (const std::optional<int> failure = reply.TakeMemberOrFail()) {
+    if (const std::optional<int> failure = reply.FailureToTake()) {
         return *failure;
     }
     const Bytes bytes = reply.Array();
@@ -152,10 +148,16 @@ int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list)
         return kApiFailed;
     }
     ByteReply reply = call.InvokeForBytes("GetNetSpkNodeList", g_variant_new("(i)", 0), std::move(preset));
-    const std::optional<int> size = ReadNodes(KIV_HERE, reply, list);
+    std::optional<int> size = reply.FailureToTake();
     if (!size) {
-        reply.LeaveUnreleased();
-        return kApiFailed;
+        const Bytes bytes = reply.Array();
+        if (bytes.data() == nullptr) {
+            KIV_LOG_ERROR("[%s] pByteArray is NULL", kApiTag);
+            reply.LeaveUnreleased();
+            return kApiFailed;
+        }
+        KIV_LOG_DEBUG("[%s] elenum[%zu], sizeof(CNetSpkNodeInfo)[%zu]", kApiTag, bytes.size(), sizeof(CNetSpkNodeInfo));
+        size = AppendRecords(list, bytes);
     }
     KIV_LOG_INFO("[%s] Speaker Size[%d]", kApiTag, *size);
     return *size;

@@ -115,16 +115,6 @@ protected:
 
     static Lines SentByCall(const std::string& call) { return {kOwnerQuery, IdQuery(), kOwnerQuery, call}; }
 
-    void TearDown() override
-    {
-        for (const LogLine& line : platform_log::Lines()) {
-            EXPECT_EQ(line.logId, 2) << line.Short();
-            EXPECT_EQ(line.tag, "NAM_SERVICE") << line.Short();
-            EXPECT_EQ(line.file, "KivServiceInterface.cpp") << line.Short();
-            EXPECT_GT(line.line, 0) << line.Short();
-        }
-    }
-
     CNSGdbus& client_ = *CNSGdbus::m_pInstance;
 };
 

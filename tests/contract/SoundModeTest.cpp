@@ -24,7 +24,8 @@ protected:
     }
     static std::string AnnouncedLine(int dataLength)
     {
-        return "D SetSoundbarSoundMode: [NAM_API] Mac[" + kMacLogged + "], nDataLen[" + std::to_string(dataLength) + "]";
+        return "D SetSoundbarSoundMode: [NAM_API] Mac[" + kMacLogged + "], nDataLen[" + std::to_string(dataLength) +
+               "]";
     }
 
     const unsigned char data_[3] = {0x00, 0xff, 0x80};

@@ -34,6 +34,16 @@ BusTest::~BusTest()
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
 }
 
+void BusTest::TearDown()
+{
+    for (const LogLine& line : platform_log::Lines()) {
+        EXPECT_EQ(line.logId, 2) << line.Short();
+        EXPECT_EQ(line.tag, "NAM_SERVICE") << line.Short();
+        EXPECT_EQ(line.file, "KivServiceInterface.cpp") << line.Short();
+        EXPECT_GT(line.line, 0) << line.Short();
+    }
+}
+
 void BusTest::KillServer()
 {
     server_.reset();

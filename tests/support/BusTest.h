@@ -28,6 +28,9 @@ protected:
     explicit BusTest(const sandbox::BusOptions& options = {});
     ~BusTest() override;
 
+    // Expects the head that every line of the log has.
+    void TearDown() override;
+
     void StartServer(const std::string& setUp = "") { server_.emplace(setUp); }
     // Returns when the bus knows that the server is gone.
     void KillServer();
