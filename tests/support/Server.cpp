@@ -46,7 +46,7 @@ std::string Text(GVariant* value)
     return text;
 }
 
-GVariant* Parse(const std::string& text, const char* type)
+std::shared_ptr<GVariant> Parse(const std::string& text, const char* type)
 {
     GError* error = nullptr;
     GVariant* value =
@@ -56,7 +56,7 @@ GVariant* Parse(const std::string& text, const char* type)
         g_error_free(error);
         throw std::runtime_error(text + ": " + reason);
     }
-    return value;
+    return Share(value);
 }
 
 // Returns when the other end has written something; false if it ended without.
@@ -171,7 +171,7 @@ void ServerControl::ForgetCalls()
 
 void ServerControl::SetFault(const std::string& method, const std::string& fault)
 {
-    Call("SetFault", g_variant_new("(s@a{sv})", method.c_str(), Parse(fault, "a{sv}")));
+    Call("SetFault", g_variant_new("(s@a{sv})", method.c_str(), Parse(fault, "a{sv}").get()));
 }
 
 void ServerControl::SetReply(const std::string& method, const std::vector<unsigned char>& bytes)
@@ -224,7 +224,8 @@ ServerControl::ClientAnswer ServerControl::CallClient(
     const std::string& client, const std::string& method, const std::string& arguments, unsigned timeoutMs)
 {
     const auto reply = Call(
-        "CallClient", g_variant_new("(ssvu)", client.c_str(), method.c_str(), Parse(arguments, nullptr), timeoutMs));
+        "CallClient",
+        g_variant_new("(ssvu)", client.c_str(), method.c_str(), Parse(arguments, nullptr).get(), timeoutMs));
     gboolean answered = FALSE;
     const char* error = nullptr;
     GVariant* result = nullptr;
