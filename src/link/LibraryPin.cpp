@@ -5,7 +5,6 @@
 #include <dlfcn.h>
 #include <pthread.h>
 
-#include <cstdlib>
 #include <mutex>
 
 namespace kiv::link {
@@ -28,7 +27,7 @@ const AtUnload<ForbidOpening> g_forbidAtUnload;
 // registered after the program's start comes in time.
 void ForbidOpeningAtExit()
 {
-    [[maybe_unused]] static const int registered = std::atexit(ForbidOpening);
+    static const AtUnload<ForbidOpening> atUnload;
 }
 
 // The C library releases thread-specific data after the thread's body has returned. dlclose() is the destructor
