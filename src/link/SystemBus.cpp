@@ -32,7 +32,8 @@ GMainContext* Context()
 
 void DropAll()
 {
-    g_weak_ref_clear(&g_private);
+    // Not cleared, which would leave it unfit for threads that still call while the process exits.
+    g_weak_ref_set(&g_private, nullptr);
     const std::unique_lock lock(g_opening, std::try_to_lock);
     if (lock) {
         g_clear_pointer(&g_context, g_main_context_unref);

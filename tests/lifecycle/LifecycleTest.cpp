@@ -10,6 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +19,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 using namespace kiv::test;
 
@@ -47,6 +50,11 @@ public:
 
     int Stop(int type) const { return Symbol<int(int)>("StopNetworkSpeaker")(type); }
 
+    int Subscribe(NamEventCallback callback) const
+    {
+        return Symbol<int(const char*, NamEventCallback)>("SubscribeNamServiceCallback")("name", callback);
+    }
+
     int DestroyMonitor() const
     {
         CNSGdbus* client = *Symbol<CNSGdbus*>("_ZN8CNSGdbus11m_pInstanceE");
@@ -69,11 +77,58 @@ bool IsMapped(const char* file = KIV_LIBRARY)
     return false;
 }
 
+// The threads that are not GLib's, which gives its own a name.
+long ThreadsOfOurs()
+{
+    namespace fs = std::filesystem;
+    const auto name = [](const fs::path& thread) {
+        std::string text;
+        std::getline(std::ifstream(thread / "comm"), text);
+        return text;
+    };
+    return std::ranges::count_if(fs::directory_iterator("/proc/self/task"), [&](const fs::directory_entry& thread) {
+        return name(thread.path()) == name("/proc/self");
+    });
+}
+
+// A thread that has been joined is in the kernel's list for a moment still.
+void WaitForThreadsOfOurs(long count)
+{
+    while (ThreadsOfOurs() != count) {
+        usleep(1000);
+    }
+}
+
+void WaitForEndpoint()
+{
+    platform_log::WaitForLine(
+        [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
+}
+
+std::string ClientId()
+{
+    return "tv_" + std::to_string(getpid());
+}
+
+// How often a test does its thing: ./dev soak asks for more.
+int Rounds(int few, int many)
+{
+    return std::getenv("KIV_TEST_SOAK") != nullptr ? many : few;
+}
+
 class LifecycleTest : public ::testing::Test {
 protected:
-    LifecycleTest() { setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1); }
+    LifecycleTest()
+    {
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1);
+        // The first thread of a process brings one of the thread sanitizer's along.
+        g_thread_join(g_thread_new(
+            "first", [](gpointer) -> gpointer { return nullptr; }, nullptr));
+        threads_ = ThreadsOfOurs();
+    }
 
     kiv::sandbox::PrivateBus bus_;
+    long threads_;
 };
 
 TEST_F(LifecycleTest, LoadingAndUnloadingTouchesNothing)
@@ -91,13 +146,14 @@ TEST_F(LifecycleTest, LoadingAndUnloadingTouchesNothing)
 TEST_F(LifecycleTest, WithoutItsMonitorTheLibraryReallyGoes)
 {
     const Server server;
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < Rounds(20, 100); ++round) {
         {
             const Library library;
             EXPECT_EQ(library.Stop(round), round);
             EXPECT_EQ(library.DestroyMonitor(), 0);
         }
         ASSERT_FALSE(IsMapped()) << "round " << round;
+        WaitForThreadsOfOurs(threads_);
     }
 }
 
@@ -107,15 +163,20 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
     {
         const Library library;
         EXPECT_EQ(library.Stop(1), 1);
-        platform_log::WaitForLine(
-            [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
+        WaitForEndpoint();
     }
     EXPECT_TRUE(IsMapped());
 
     ServerControl control(bus_.Address());
-    control.WaitForOwner("org.lumra.tv.networkspeaker.client.tv_" + std::to_string(getpid()));
-    control.SendEvent(0x1234, {1, 2, 3});
-    platform_log::WaitFor("I NamNotifySubscriber: [NAM_API] ** Enter **");
+    control.WaitForOwner("org.lumra.tv.networkspeaker.client." + ClientId());
+    for (int round = 0; round < Rounds(20, 100); ++round) {
+        EXPECT_EQ(Library().Stop(round), round);
+        ASSERT_TRUE(IsMapped()) << "round " << round;
+        WaitForThreadsOfOurs(threads_ + 1);
+        platform_log::Clear();
+        control.SendEvent(0x1234, {1, 2, 3});
+        platform_log::WaitFor("I NamNotifySubscriber: [NAM_API] ** Enter **");
+    }
 
     // Loading it again finds the same one, which can then be ended in order.
     {
@@ -124,6 +185,73 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
         EXPECT_EQ(library.DestroyMonitor(), 0);
     }
     EXPECT_FALSE(IsMapped());
+    WaitForThreadsOfOurs(threads_);
+}
+
+// The library, and a call that starts its monitor.
+class EndingTest : public LifecycleTest {
+protected:
+    static void EndTwiceAtOnce(const Library& library)
+    {
+        auto other = std::async(std::launch::async, [&] { return library.DestroyMonitor(); });
+        EXPECT_EQ(library.DestroyMonitor(), 0);
+        EXPECT_EQ(other.get(), 0);
+    }
+
+    void ExpectGone(int round)
+    {
+        ASSERT_FALSE(IsMapped()) << "round " << round;
+        WaitForThreadsOfOurs(threads_);
+        platform_log::Clear();
+    }
+
+    const Server server_;
+};
+
+TEST_F(EndingTest, AtAnyMomentOfItsStart)
+{
+    for (int round = 0; round < Rounds(40, 1000); ++round) {
+        {
+            const Library library;
+            auto call = std::async(std::launch::async, [&] { return library.Stop(round); });
+            // Some time later in each round, for as long as the first call and the start of the monitor take.
+            usleep(static_cast<useconds_t>(round % 40 * 100));
+            EndTwiceAtOnce(library);
+            EXPECT_EQ(call.get(), round);
+            EXPECT_EQ(library.DestroyMonitor(), 0); // one that started after that
+        }
+        ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
+    }
+}
+
+TEST_F(EndingTest, WhileCallbacksRun)
+{
+    static std::atomic<int> g_calls;
+    for (int round = 0; round < Rounds(20, 500); ++round) {
+        g_calls = 0;
+        {
+            const Library library;
+            EXPECT_EQ(
+                library.Subscribe([](int, void*, int) {
+                    g_calls.fetch_add(1);
+                    g_calls.notify_all();
+                }),
+                1);
+            auto events = std::async(std::launch::async, [&] {
+                ServerControl control(bus_.Address());
+                control.WaitForOwner("org.lumra.tv.networkspeaker.client." + ClientId());
+                return control.SendPayloads(Payload(0x1234, 3, {1, 2, 3}), 100);
+            });
+            for (int calls = 0; calls <= round % 40; calls = g_calls) {
+                g_calls.wait(calls);
+            }
+            EndTwiceAtOnce(library);
+            const int calls = g_calls;
+            events.get();
+            EXPECT_EQ(g_calls, calls); // none after that
+        }
+        ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
+    }
 }
 
 TEST_F(LifecycleTest, APlugInMayEndTheMonitorWhileItIsUnloaded)
@@ -175,25 +303,69 @@ void ExpectOrderlyExit(const char* how)
 }
 
 constexpr const char* kInStorm = "--exit-in-a-storm-of-events";
+constexpr const char* kInCallback = "--exit-in-a-callback";
 constexpr const char* kInFirstCall = "--exit-in-the-first-call";
+constexpr const char* kInCalls = "--exit-while-calls-go-on";
+constexpr const char* kAtOnce = "--exit-at-once";
 
 TEST_F(LifecycleTest, ExitUnderAStormOfEventsIsOrderly)
 {
     const Server server;
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < Rounds(20, 1000); ++round) {
         ASSERT_NO_FATAL_FAILURE(ExpectOrderlyExit(kInStorm));
+    }
+}
+
+TEST_F(LifecycleTest, ExitFromACallbackIsOrderly)
+{
+    const Server server;
+    for (int round = 0; round < Rounds(20, 1000); ++round) {
+        ASSERT_NO_FATAL_FAILURE(ExpectOrderlyExit(kInCallback));
     }
 }
 
 TEST_F(LifecycleTest, ExitWhileTheFirstCallRunsIsOrderly)
 {
     const Server server;
-    for (int round = 0; round < 25; ++round) {
+    for (int round = 0; round < Rounds(25, 1000); ++round) {
         ASSERT_NO_FATAL_FAILURE(ExpectOrderlyExit(kInFirstCall));
     }
 }
 
-// The other side of these two.
+TEST_F(LifecycleTest, ExitDoesNotHarmCallsThatGoOn)
+{
+    const Server server;
+    for (int round = 0; round < Rounds(10, 200); ++round) {
+        ASSERT_NO_FATAL_FAILURE(ExpectOrderlyExit(kInCalls));
+    }
+}
+
+TEST_F(LifecycleTest, OtherProgramsCanBeStartedWhileCallsRun)
+{
+    const Server server;
+    const Library library;
+    std::atomic<bool> enough = false;
+    std::vector<std::future<int>> callers;
+    for (int type = 1; type <= 4; ++type) {
+        callers.push_back(std::async(std::launch::async, [&, type] {
+            int answer = type;
+            while (!enough && answer == type) {
+                answer = library.Stop(type);
+            }
+            return answer;
+        }));
+    }
+    for (int round = 0; round < Rounds(100, 1000) && !HasFatalFailure(); ++round) {
+        ExpectOrderlyExit(kAtOnce);
+    }
+    enough = true;
+    for (int type = 1; type <= 4; ++type) {
+        EXPECT_EQ(callers[static_cast<std::size_t>(type - 1)].get(), type);
+    }
+    EXPECT_EQ(library.DestroyMonitor(), 0);
+}
+
+// The other side of these.
 
 [[noreturn]] void ExitInFirstCall()
 {
@@ -204,17 +376,37 @@ TEST_F(LifecycleTest, ExitWhileTheFirstCallRunsIsOrderly)
     std::exit(42);
 }
 
-[[noreturn]] void ExitInStorm()
+[[noreturn]] void ExitWhileCallsGoOn()
+{
+    static std::atomic<int> calls;
+    // Comes after what the library, loaded later, does at the end.
+    std::atexit([] {
+        for (const int before = calls; calls < before + 10;) {
+            usleep(1000);
+        }
+    });
+    static const Library& library = *new Library; // whose threads go on
+    std::thread([] {
+        for (;;) {
+            library.Stop(1);
+            ++calls;
+            calls.notify_all();
+        }
+    }).detach();
+    calls.wait(0);
+    std::exit(42);
+}
+
+// Events pour in, and calls are made.
+void RaiseStorm(NamEventCallback callback)
 {
     static const Library& library = *new Library; // whose threads go on
     library.Stop(1);
-    platform_log::WaitForLine(
-        [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
-    library.Symbol<int(const char*, NamEventCallback)>("SubscribeNamServiceCallback")("name", [](int, void*, int) {});
-    const std::string client = "tv_" + std::to_string(getpid());
-    std::thread([client] {
+    WaitForEndpoint();
+    library.Subscribe(callback);
+    std::thread([] {
         ServerControl control(getenv("DBUS_SYSTEM_BUS_ADDRESS"));
-        control.WaitForOwner("org.lumra.tv.networkspeaker.client." + client);
+        control.WaitForOwner("org.lumra.tv.networkspeaker.client." + ClientId());
         control.SendPayloads(Payload(0x1234, 3, {1, 2, 3}), 2'000);
     }).detach();
     std::thread([] {
@@ -222,8 +414,34 @@ TEST_F(LifecycleTest, ExitWhileTheFirstCallRunsIsOrderly)
             library.Stop(2);
         }
     }).detach();
+}
+
+[[noreturn]] void ExitInStorm()
+{
+    RaiseStorm([](int, void*, int) {});
     platform_log::WaitFor("I NamNotifySubscriber: [NAM_API] ** Enter **", 50);
     std::exit(42);
+}
+
+[[noreturn]] void ExitInCallback()
+{
+    RaiseStorm([](int, void*, int) { std::exit(42); });
+    for (;;) {
+        pause();
+    }
+}
+
+// Nothing of the bus is handed on to other programs.
+[[noreturn]] void ExitAtOnce()
+{
+    namespace fs = std::filesystem;
+    for (const auto& file : fs::directory_iterator("/proc/self/fd")) {
+        const bool isStandard = std::stoi(file.path().filename()) <= STDERR_FILENO;
+        if (!isStandard && fs::read_symlink(file).string().starts_with("socket:")) {
+            _exit(1);
+        }
+    }
+    _exit(42);
 }
 
 } // namespace
@@ -234,7 +452,13 @@ __attribute__((constructor)) static void OtherSide(int argc, char** argv)
     const std::string_view how(argc == 2 ? argv[1] : "");
     if (how == kInStorm) {
         ExitInStorm();
+    } else if (how == kInCallback) {
+        ExitInCallback();
     } else if (how == kInFirstCall) {
         ExitInFirstCall();
+    } else if (how == kInCalls) {
+        ExitWhileCallsGoOn();
+    } else if (how == kAtOnce) {
+        ExitAtOnce();
     }
 }
