@@ -1,0 +1,14 @@
+#pragma once
+
+namespace kiv::endurance {
+
+/*
+ * Calls every function of the library that calls the server, with arguments that it sends and with some that it
+ * refuses. Any number of threads may do so.
+ */
+void CallEveryFunction();
+
+// How many calls that is.
+int FunctionCount();
+
+} // namespace kiv::endurance

@@ -1,0 +1,43 @@
+// A data race on purpose: a callback on the monitor thread and the thread that called write the same variable. The
+// thread sanitizer must see it with all that it is told to leave out.
+
+#include "KivServiceInterface.h"
+#include "support/Server.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+namespace {
+
+int g_planted;
+std::atomic<bool> g_received;
+
+void OnEvent(int /*eventId*/, void* /*data*/, int /*length*/)
+{
+    ++g_planted;
+    g_received.store(true, std::memory_order_relaxed); // which orders nothing
+}
+
+void SendEvent()
+{
+    kiv::test::ServerControl server(std::getenv("DBUS_SYSTEM_BUS_ADDRESS"));
+    server.WaitForOwner("org.lumra.tv.networkspeaker.client.tv_" + std::to_string(getpid()));
+    server.SendEvent(7, {});
+}
+
+} // namespace
+
+int main()
+{
+    SubscribeNamServiceCallback("race", OnEvent);
+    std::thread sender(SendEvent);
+    while (!g_received.load(std::memory_order_relaxed)) {
+        ++g_planted;
+    }
+    sender.join();
+    return CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+}
