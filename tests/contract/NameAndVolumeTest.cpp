@@ -150,12 +150,13 @@ TEST_F(NameAndVolumeTest, ANameThatIsNotUtf8IsOneErrorLineAndNotSent)
     EXPECT_EQ(Sent().back(), "SetNetSpkName(" + kMacSent + ", 117440522, 'Hall')");
 }
 
-TEST_F(NameAndVolumeTest, ANameThatTheBusCannotCarryIsOneErrorLineAndNotSent)
+// The limit is that of a whole message, and GIO's to keep.
+TEST_F(NameAndVolumeTest, ANameThatNoMessageCanCarryIsAFailedCallAndLeavesTheConnection)
 {
     const std::string name(2 * kLongestArray, 'x');
     SetNetSpkName(kMac, kIp, name.c_str());
-    EXPECT_THAT(Errors("SetNetSpkName"), ElementsAre(TooLongLine("SetNetSpkName", name.size())));
-    ExpectNothingAsked();
+    EXPECT_THAT(Errors("SetNetSpkName"), ElementsAre("E SetNetSpkName: [NAM_API] MethodCall Error"));
+    EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection"));
     EXPECT_EQ(StopNetworkSpeaker(6), 6);
 }
 
