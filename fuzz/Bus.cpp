@@ -4,6 +4,7 @@
 #include "Target.h"
 #include "link/ClientEndpoint.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string_view>
@@ -55,6 +56,16 @@ GDBusConnection* Connection()
     return connection;
 }
 
+// The bus nests containers no deeper than this; for simplicity, there are no more in all.
+constexpr std::ptrdiff_t kMaxContainers = 64;
+
+bool IsSignature(const std::string& text)
+{
+    const auto opensContainer = [](char c) { return c == 'a' || c == '(' || c == '{'; };
+    return g_variant_is_signature(text.c_str()) != FALSE &&
+           std::ranges::count_if(text, opensContainer) <= kMaxContainers;
+}
+
 } // namespace
 
 Answer ReadAnswer(Input& input)
@@ -63,10 +74,7 @@ Answer ReadAnswer(Input& input)
     if (signature == "!") {
         return {nullptr, input.Utf8()};
     }
-    std::string type = "(" + signature + ")";
-    if (g_variant_is_signature(signature.c_str()) == FALSE || g_variant_type_string_is_valid(type.c_str()) == FALSE) {
-        type = "(ay)";
-    }
+    const std::string type = "(" + (IsSignature(signature) ? signature : "ay") + ")";
     const Bytes rest = input.Rest();
     const std::unique_ptr<GBytes, link::Releaser<g_bytes_unref>> bytes(g_bytes_new(rest.data(), rest.size()));
     return {Sink(g_variant_new_from_bytes(G_VARIANT_TYPE(type.c_str()), bytes.get(), FALSE)), {}};
