@@ -264,7 +264,7 @@ TEST_F(ActiveSpeakersTest, SpeakersAreAppendedToWhatTheListHolds)
 
 TEST_F(ActiveSpeakersTest, AReplyTooShortForNameAndTypeIsNothing)
 {
-    for (const std::size_t length : {1, 127, 128, 149, 150}) {
+    for (const std::size_t length : {1U, 127U, 128U, 149U, 150U}) {
         EXPECT_EQ(CallFor(SomeBytes(length)), 0) << length;
         EXPECT_TRUE(NothingIsFilled()) << length;
         EXPECT_EQ(
@@ -277,7 +277,7 @@ TEST_F(ActiveSpeakersTest, AReplyTooShortForNameAndTypeIsNothing)
 
 TEST_F(ActiveSpeakersTest, AReplyThatEndsBeforeOrInTheCountHasNoSpeakers)
 {
-    for (const std::size_t length : {151, 152, 153, 154}) {
+    for (const std::size_t length : {151U, 152U, 153U, 154U}) {
         auto payload = ActivePayload(-1, 0); // each byte of the count is 0xff
         payload.resize(length);
         payload[0] = static_cast<unsigned char>('a' + length % 26);

@@ -228,7 +228,7 @@ TEST_F(ProtocolVersionTest, AnyVersionIsReturnedAsItIs)
 
 TEST_F(ProtocolVersionTest, AReplyOfAnotherLengthIsMinusOne)
 {
-    for (const std::size_t length : {1, 3, 4, 20, 23, 25, 48, 1000}) {
+    for (const std::size_t length : {1U, 3U, 4U, 20U, 23U, 25U, 48U, 1000U}) {
         control_.SetReply("GetSoundbarProtocolVersion", Payload(3, length));
         platform_log::Clear();
         EXPECT_EQ(GetSoundbarProtocolVersion(kMac, version_.Data(), 64), -1) << length;

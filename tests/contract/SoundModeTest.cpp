@@ -280,7 +280,7 @@ protected:
 
 TEST_F(GetSoundModeTest, IdentityLengthAndDataAreTaken)
 {
-    for (const std::size_t size : {34, 35, 1000}) {
+    for (const std::size_t size : {34U, 35U, 1000U}) {
         const auto payload = Payload(20, size);
 
         EXPECT_EQ(CallFor(payload), 20) << size;
@@ -293,7 +293,7 @@ TEST_F(GetSoundModeTest, IdentityLengthAndDataAreTaken)
 
 TEST_F(GetSoundModeTest, AShortReplyIsZeroWithoutAWord)
 {
-    for (const std::size_t size : {1, 9, 10, 13, 14, 32, 33}) {
+    for (const std::size_t size : {1U, 9U, 10U, 13U, 14U, 32U, 33U}) {
         EXPECT_EQ(CallFor(Payload(5, size)), 0) << size;
         EXPECT_TRUE(identity_.IsUntouched()) << size;
         EXPECT_TRUE(data_.IsUntouched()) << size;
@@ -376,7 +376,7 @@ protected:
 
 TEST_F(DeviceInfoTest, IdentityAndValueAreTaken)
 {
-    for (const std::size_t size : {14, 15, 34, 1000}) {
+    for (const std::size_t size : {14U, 15U, 34U, 1000U}) {
         for (const int value : {0, 7, -1, -5, INT_MAX, INT_MIN}) {
             EXPECT_EQ(CallFor(Payload(value, size)), value);
             EXPECT_EQ(identity_.Bytes(), kIdentity);
