@@ -14,6 +14,7 @@
 #include <exception>
 #include <mutex>
 #include <optional>
+#include <utility>
 #include <vector>
 
 using namespace demo;
@@ -88,7 +89,7 @@ Event WaitForEvent(int id)
 {
     std::unique_lock lock(g_lock);
     g_arrived.wait(lock, [id] { return g_event && g_event->id == id; });
-    const Event event = *std::exchange(g_event, std::nullopt);
+    Event event = *std::exchange(g_event, std::nullopt);
     Say("event {:#010x} with {} bytes of data", static_cast<unsigned>(event.id), event.data.size());
     return event;
 }
