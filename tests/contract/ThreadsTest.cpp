@@ -188,6 +188,8 @@ TEST_F(ThreadsTest, ASlowLogCallHoldsUpItsOwnThreadOnly)
 
     goOn.set_value();
     slow.join();
+    platform_log::OnLine(nullptr);
+    client_.m_DestroyMessageMonitor(); // it may still be in the hook
 }
 
 TEST_F(ThreadsTest, ALogCallMayCallTheLibrary)
@@ -210,6 +212,7 @@ TEST_F(ThreadsTest, ALogCallMayCallTheLibrary)
     EXPECT_EQ(StopNetworkSpeaker(1), 1);
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("n(7, 0)"));
     platform_log::OnLine(nullptr);
+    client_.m_DestroyMessageMonitor(); // it may still be in the hook
     EXPECT_THAT(seen, ::testing::IsSupersetOf({kEnter, kEventEnter}));
 }
 
