@@ -137,6 +137,8 @@ TEST_F(LinkFailureTest, AnEventOfAnotherTypeIsAnsweredAndDropped)
 
     EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(5,)", 20000).answered);
 
+    // The answer comes first.
+    platform_log::WaitFor("E NamNotifySubscriber: NULL payload");
     EXPECT_THAT(
         platform_log::OfFunction("NamNotifySubscriber"),
         ElementsAre(
