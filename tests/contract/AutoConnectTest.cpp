@@ -1,5 +1,7 @@
 #include "RequestTest.h"
 
+#include <algorithm>
+#include <array>
 #include <climits>
 
 using namespace kiv::test;
@@ -104,10 +106,9 @@ TEST_P(MacListTest, TheAddressesFollowTheirNumber)
     call_(kMacs + 3, 1);
     EXPECT_THAT(Bytes(control_.Calls().back()), ElementsAre(1, 0, 0, 0, 0x44, 0x55, 0x66, 0xaa, 0xbb, 0xcc));
 
-    const std::vector<unsigned char> many(6 * 0x0302, 0x5a);
-    call_(many.data(), 0x0302);
-    std::vector<unsigned char> payload = {2, 3, 0, 0};
-    payload.insert(payload.end(), many.begin(), many.end());
+    std::vector<unsigned char> payload(4 + 6 * 0x0302, 0x5a);
+    call_(payload.data() + 4, 0x0302);
+    std::ranges::copy(std::array<unsigned char, 4>{2, 3, 0, 0}, payload.begin());
     EXPECT_EQ(Bytes(control_.Calls().back()), payload);
 }
 
