@@ -33,7 +33,8 @@ void SendEvent()
 
 int main()
 {
-    SubscribeNamServiceCallback("race", OnEvent);
+    while (SubscribeNamServiceCallback("race", OnEvent) != 1) {
+    }
     std::thread sender(SendEvent);
     while (!g_received.load(std::memory_order_relaxed)) {
         ++g_planted;
