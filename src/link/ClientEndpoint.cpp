@@ -184,13 +184,6 @@ void ClientEndpoint::Close()
     g_weak_ref_set(&g_servedOn, nullptr);
 }
 
-template <auto Task>
-gboolean Perform(gpointer endpoint)
-{
-    (static_cast<ClientEndpoint*>(endpoint)->*Task)();
-    return G_SOURCE_REMOVE;
-}
-
 void Attach(GMainContext* context, GSourceFunc function, gpointer data)
 {
     const SourceOwner source(g_idle_source_new());
@@ -199,13 +192,29 @@ void Attach(GMainContext* context, GSourceFunc function, gpointer data)
     g_source_attach(source.get(), context);
 }
 
+ClientEndpoint* PublishedEndpoint()
+{
+    const std::lock_guard lock(g_lifecycle);
+    return g_monitor.endpoint;
+}
+
+// A task that the monitor thread gets to at its end only is none any more: it would open again what has been closed.
+template <auto Task>
+gboolean Perform(gpointer /*data*/)
+{
+    if (ClientEndpoint* endpoint = PublishedEndpoint()) {
+        (endpoint->*Task)();
+    }
+    return G_SOURCE_REMOVE;
+}
+
 // Has the monitor thread do something when it next looks. A task that it never gets to goes with its context.
 template <auto Task>
 void Post()
 {
     const std::lock_guard lock(g_lifecycle);
     if (g_monitor.context != nullptr) {
-        Attach(g_monitor.context, Perform<Task>, g_monitor.endpoint);
+        Attach(g_monitor.context, Perform<Task>, nullptr);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <future>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -145,6 +146,27 @@ TEST_F(LostBusTest, NoThreadAndNoConnectionIsLeftOver)
             g_usleep(1000);
         }
     }
+}
+
+TEST_F(LostBusTest, AMonitorThatEndsDoesNotTurnToTheNewConnectionAnyMore)
+{
+    StartServer();
+    Connect();
+    static std::promise<void> entered;
+    static std::promise<void> release;
+    SubscribeNamServiceCallback("ending", [](int, void*, int) {
+        entered.set_value();
+        release.get_future().wait();
+        CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    });
+    control_.SendEvent(0x1234, {});
+    entered.get_future().wait();
+    LoseBus();
+    BringBusBack();
+    EXPECT_EQ(StopNetworkSpeaker(1), 1); // and asks the monitor thread to follow
+
+    release.set_value();
+    EXPECT_EQ(CNSGdbus::m_pInstance->m_DestroyMessageMonitor(), 0);
 }
 
 class SmallBusTest : public LostBusTest {
