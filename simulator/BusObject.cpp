@@ -86,10 +86,7 @@ Variant Call::Argument(std::size_t index) const
 template <>
 Bytes Call::Argument(std::size_t index) const
 {
-    const Variant array = Argument<Variant>(index);
-    std::size_t size = 0;
-    const auto* data = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(array.get(), &size, 1));
-    return {data, data + size};
+    return BytesOf(Argument<Variant>(index).get());
 }
 
 void Call::Return(GVariant* values) const

@@ -77,10 +77,11 @@ void OnReply(GObject* connection, GAsyncResult* result, void* data)
 class Burst : public std::enable_shared_from_this<Burst> {
 public:
     Burst(
-        const ClientLink& link, std::vector<std::string> clientIds, const Variant& payload, unsigned count,
+        ClientLink link, std::vector<std::string> clientIds, const Variant& payload, unsigned count,
         ClientLink::OnPushed onPushed)
-        : link_(link), clientIds_(std::move(clientIds)), arguments_(Own(g_variant_new("(@ay)", payload.get()))),
-          total_(std::uint64_t{count} * clientIds_.size()), onPushed_(std::move(onPushed))
+        : link_(std::move(link)), clientIds_(std::move(clientIds)),
+          arguments_(Own(g_variant_new("(@ay)", payload.get()))), total_(std::uint64_t{count} * clientIds_.size()),
+          onPushed_(std::move(onPushed))
     {
     }
 
@@ -111,7 +112,7 @@ private:
         Continue();
     }
 
-    const ClientLink& link_;
+    ClientLink link_;
     std::vector<std::string> clientIds_;
     Variant arguments_;
     std::uint64_t total_;
@@ -148,7 +149,7 @@ void ClientLink::Call(
         onAnswer(answer);
     };
     g_dbus_connection_send_message_with_reply(
-        connection_, message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+        connection_.get(), message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
         static_cast<int>(std::min<unsigned>(timeoutMs, INT_MAX)), nullptr, nullptr, &OnReply,
         new OnAnswer(std::move(traced)));
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kiv::simulator {
@@ -34,7 +35,9 @@ public:
     using OnAnswer = std::function<void(const ClientAnswer&)>;
     using OnPushed = std::function<void(const PushResult&)>;
 
-    ClientLink(GDBusConnection* connection, Trace trace) : connection_(connection), trace_(trace) {}
+    ClientLink(ObjectRef<GDBusConnection> connection, Trace trace) : connection_(std::move(connection)), trace_(trace)
+    {
+    }
 
     /** Whether object and names of a client can be formed from the id. */
     static bool IsUsable(const std::string& clientId);
@@ -52,7 +55,7 @@ public:
     Push(const std::vector<std::string>& clientIds, const Variant& payload, unsigned count, OnPushed onPushed) const;
 
 private:
-    GDBusConnection* connection_;
+    ObjectRef<GDBusConnection> connection_;
     Trace trace_;
 };
 

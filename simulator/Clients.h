@@ -19,6 +19,7 @@ public:
     std::string Unsubscribe(int pid, const std::string& busName);
     /** The owner of the bus name has left the bus. */
     void Leave(const std::string& busName);
+    void LeaveAll() { clients_.clear(); }
 
     /** Gives every process this id; nothing means one formed from the pid. */
     void UseId(std::optional<std::string> id) { commonId_ = std::move(id); }

@@ -2,6 +2,7 @@
 
 #include "simulator/Events.h"
 #include "simulator/Interfaces.h"
+#include "simulator/Scenario.h"
 
 #include <nlohmann/json.hpp>
 
@@ -10,10 +11,21 @@
 
 namespace kiv::simulator {
 
-Control::Control(
-    GDBusConnection* connection, Home& home, Clients& clients, Faults& faults, Server& server, const ClientLink& link,
-    Leave leave)
-    : home_(home), clients_(clients), faults_(faults), server_(server), link_(link), leave_(std::move(leave)),
+namespace {
+
+Scenario ReadGiven(const std::string& text)
+{
+    try {
+        return ReadScenario("scenario", text);
+    } catch (const FileError& error) {
+        throw InvalidArguments(error.what());
+    }
+}
+
+} // namespace
+
+Control::Control(GDBusConnection* connection, World& world, ClientLink link, Actions actions)
+    : world_(world), link_(std::move(link)), actions_(std::move(actions)),
       object_(connection, kControlPath, kControlXml, Handlers())
 {
 }
@@ -24,27 +36,27 @@ BusObject::Handlers Control::Handlers()
         {"Calls", [this](const Call& call) { Calls(call); }},
         {"ForgetCalls",
          [this](const Call& call) {
-             server_.Calls().Forget();
+             world_.calls.Forget();
              call.Return();
          }},
         {"SetFault",
          [this](const Call& call) {
-             faults_.Set(call.Argument<std::string>(0), call.Argument<Variant>(1).get());
+             world_.faults.Set(call.Argument<std::string>(0), call.Argument<Variant>(1).get());
              call.Return();
          }},
         {"ClearFaults",
          [this](const Call& call) {
-             faults_.Clear();
+             world_.faults.Clear();
              call.Return();
          }},
         {"SetClientId",
          [this](const Call& call) {
-             clients_.UseId(call.Argument<std::string>(0));
+             world_.clients.UseId(call.Argument<std::string>(0));
              call.Return();
          }},
         {"ResetClientId",
          [this](const Call& call) {
-             clients_.UseId(std::nullopt);
+             world_.clients.UseId(std::nullopt);
              call.Return();
          }},
         {"SetAtmos", [this](const Call& call) { SetAtmos(call); }},
@@ -56,21 +68,23 @@ BusObject::Handlers Control::Handlers()
         {"SendPayloads", [this](const Call& call) { SendPayloads(call); }},
         {"CallClient", [this](const Call& call) { CallClient(call); }},
         {"Model", [this](const Call& call) { Model(call); }},
-        {"Exit", [this](const Call& call) { leave_([call] { call.Return(); }); }},
+        {"Apply", [this](const Call& call) { Apply(call, ReadGiven(call.Argument<std::string>(0))); }},
+        {"AwaitServer", [this](const Call& call) { actions_.awaitServer([call] { call.Return(); }); }},
+        {"Exit", [this](const Call& call) { actions_.leave([call] { call.Return(); }); }},
     };
 }
 
 std::vector<std::string> Control::Addressed(const std::string& clientId) const
 {
-    return clientId.empty() ? clients_.Ids() : std::vector<std::string>{clientId};
+    return clientId.empty() ? world_.clients.Ids() : std::vector<std::string>{clientId};
 }
 
 void Control::Calls(const Call& call) const
 {
     GVariantBuilder calls;
     g_variant_builder_init(&calls, G_VARIANT_TYPE("a(ussuv)"));
-    unsigned number = server_.Calls().FirstNumber();
-    for (const RecordedCall& received : server_.Calls().Calls()) {
+    unsigned number = world_.calls.FirstNumber();
+    for (const RecordedCall& received : world_.calls.Calls()) {
         g_variant_builder_add(
             &calls, "(ussuv)", number++, received.sender.c_str(), received.method.c_str(), received.flags,
             Wrap(received.arguments.get()).get());
@@ -78,14 +92,16 @@ void Control::Calls(const Call& call) const
     call.Return(g_variant_new("(a(ussuv))", &calls));
 }
 
-void Control::SetAtmos(const Call& call)
+void Control::Apply(const Call& call, const Scenario& scenario) const
 {
-    const bool supported = call.Argument<bool>(0);
-    if (!home_.SetReceiverAtmos(supported)) {
-        call.Return();
-        return;
-    }
-    Announce(link_, clients_, EventPayload(kAtmosEvent, EventData(supported ? 1 : 0)), [call] { call.Return(); });
+    actions_.apply(scenario, [call] { call.Return(); });
+}
+
+void Control::SetAtmos(const Call& call) const
+{
+    Scenario scenario;
+    scenario.now.home.receiverHasAtmos = call.Argument<bool>(0);
+    Apply(call, scenario);
 }
 
 void Control::Push(const Call& call, const Variant& payload) const
@@ -121,8 +137,8 @@ void Control::CallClient(const Call& call) const
 
 void Control::Model(const Call& call) const
 {
-    nlohmann::json model = home_.ToJson();
-    model["clients"] = clients_.ToJson();
+    nlohmann::json model = world_.home.ToJson();
+    model["clients"] = world_.clients.ToJson();
     call.Return(g_variant_new("(s)", model.dump(2).c_str()));
 }
 

@@ -9,7 +9,7 @@ namespace kiv::simulator {
 Variant EventPayload(std::int32_t eventId, const Bytes& data)
 {
     const Bytes bytes = Writer().Int32(eventId).Int32(static_cast<std::int32_t>(data.size())).Append(data).Written();
-    return Own(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1));
+    return Own(NewByteArray(bytes));
 }
 
 Bytes EventData(std::int32_t value)
@@ -17,11 +17,17 @@ Bytes EventData(std::int32_t value)
     return Writer().Int32(value).Written();
 }
 
+std::vector<std::string> Usable(std::vector<std::string> ids)
+{
+    std::erase_if(ids, [](const std::string& id) { return !ClientLink::IsUsable(id); });
+    return ids;
+}
+
 void Announce(const ClientLink& link, const Clients& clients, const Variant& payload, std::function<void()> onAnnounced)
 {
-    std::vector<std::string> ids = clients.SubscribedIds();
-    std::erase_if(ids, [](const std::string& id) { return !ClientLink::IsUsable(id); });
-    link.Push(ids, payload, 1, [onAnnounced = std::move(onAnnounced)](const PushResult&) { onAnnounced(); });
+    link.Push(Usable(clients.SubscribedIds()), payload, 1, [onAnnounced = std::move(onAnnounced)](const PushResult&) {
+        onAnnounced();
+    });
 }
 
 } // namespace kiv::simulator

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace kiv::simulator {
 
@@ -19,6 +21,9 @@ Variant EventPayload(std::int32_t eventId, const Bytes& data);
 
 /** An int32 as event data. */
 Bytes EventData(std::int32_t value);
+
+/** Those of the ids that a client can have. */
+std::vector<std::string> Usable(std::vector<std::string> ids);
 
 /** Pushes the event to every subscribed client, whatever comes of it. */
 void Announce(

@@ -2,59 +2,43 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace kiv::simulator {
 
 namespace {
 
-void RequireType(const std::string& key, GVariant* value, const char* type)
+unsigned PositiveOf(GVariant* value)
 {
-    if (!g_variant_is_of_type(value, G_VARIANT_TYPE(type))) {
-        throw InvalidArguments(
-            fmt::format("fault key '{}' has type '{}', not '{}'", key, type, g_variant_get_type_string(value)));
-    }
-}
-
-std::string TextOf(const std::string& key, GVariant* value)
-{
-    RequireType(key, value, "s");
-    return g_variant_get_string(value, nullptr);
-}
-
-bool FlagOf(const std::string& key, GVariant* value)
-{
-    RequireType(key, value, "b");
-    return g_variant_get_boolean(value) != FALSE;
-}
-
-unsigned NumberOf(const std::string& key, GVariant* value)
-{
-    RequireType(key, value, "u");
-    return g_variant_get_uint32(value);
-}
-
-unsigned PositiveOf(const std::string& key, GVariant* value)
-{
-    const unsigned number = NumberOf(key, value);
+    const unsigned number = g_variant_get_uint32(value);
     if (number == 0) {
-        throw InvalidArguments(fmt::format("fault key '{}' is at least 1", key));
+        throw InvalidArguments("'every' and 'count' are at least 1");
     }
     return number;
 }
 
-std::string ErrorNameOf(const std::string& key, GVariant* value)
+std::string ErrorNameOf(GVariant* value)
 {
-    std::string name = TextOf(key, value);
+    std::string name = g_variant_get_string(value, nullptr);
     if (g_dbus_is_interface_name(name.c_str()) == FALSE) {
         throw InvalidArguments(fmt::format("'{}' is no D-Bus error name", name));
     }
     return name;
 }
 
+void SetReply(Fault& fault, Variant tuple)
+{
+    if (fault.reply != nullptr) {
+        throw InvalidArguments("at most one of the fault keys reply and bytes");
+    }
+    fault.reply = std::move(tuple);
+}
+
 } // namespace
 
 void Faults::Set(const std::string& method, GVariant* description)
 {
-    if (!methods_.contains(method)) {
+    if (method != kEveryMethod && !methods_.contains(method)) {
         throw InvalidArguments(fmt::format("the server has no method '{}'", method));
     }
     Plan plan;
@@ -69,34 +53,60 @@ void Faults::Set(const std::string& method, GVariant* description)
     plans_[method] = plan;
 }
 
+const std::map<std::string, Faults::Key>& Faults::KeyTable()
+{
+    static const std::map<std::string, Key> kKeys = {
+        {"error", {"s", [](Plan& plan, GVariant* value) { plan.fault.error = ErrorNameOf(value); }}},
+        {"message",
+         {"s", [](Plan& plan, GVariant* value) { plan.fault.message = g_variant_get_string(value, nullptr); }}},
+        {"silent",
+         {"b", [](Plan& plan, GVariant* value) { plan.fault.silent = g_variant_get_boolean(value) != FALSE; }}},
+        {"reply", {"v", [](Plan& plan, GVariant* value) { SetReply(plan.fault, Unwrap(value)); }}},
+        {"bytes",
+         {"ay", [](Plan& plan, GVariant* value) { SetReply(plan.fault, Own(g_variant_new_tuple(&value, 1))); }}},
+        {"append", {"ay", [](Plan& plan, GVariant* value) { plan.fault.append = BytesOf(value); }}},
+        {"exit", {"b", [](Plan& plan, GVariant* value) { plan.fault.exit = g_variant_get_boolean(value) != FALSE; }}},
+        {"delay",
+         {"u", [](Plan& plan,
+                  GVariant* value) { plan.fault.delay = std::chrono::milliseconds(g_variant_get_uint32(value)); }}},
+        {"every", {"u", [](Plan& plan, GVariant* value) { plan.every = PositiveOf(value); }}},
+        {"count", {"u", [](Plan& plan, GVariant* value) { plan.count = PositiveOf(value); }}},
+    };
+    return kKeys;
+}
+
+std::map<std::string, std::string> Faults::Keys()
+{
+    std::map<std::string, std::string> types;
+    for (const auto& [name, key] : KeyTable()) {
+        types.emplace(name, key.type);
+    }
+    return types;
+}
+
 void Faults::Apply(Plan& plan, const std::string& key, GVariant* value)
 {
-    if (key == "error") {
-        plan.fault.error = ErrorNameOf(key, value);
-    } else if (key == "message") {
-        plan.fault.message = TextOf(key, value);
-    } else if (key == "silent") {
-        plan.fault.silent = FlagOf(key, value);
-    } else if (key == "reply") {
-        plan.fault.reply = Unwrap(value);
-    } else if (key == "exit") {
-        plan.fault.exit = FlagOf(key, value);
-    } else if (key == "delay") {
-        plan.fault.delay = std::chrono::milliseconds(NumberOf(key, value));
-    } else if (key == "every") {
-        plan.every = PositiveOf(key, value);
-    } else if (key == "count") {
-        plan.count = PositiveOf(key, value);
-    } else {
+    const auto entry = KeyTable().find(key);
+    if (entry == KeyTable().end()) {
         throw InvalidArguments(fmt::format("there is no fault key '{}'", key));
     }
+    const std::string type = entry->second.type;
+    // A variant holds whatever it likes.
+    if (type != "v" && g_variant_is_of_type(value, G_VARIANT_TYPE(type.c_str())) == FALSE) {
+        throw InvalidArguments(
+            fmt::format("fault key '{}' has type '{}', not '{}'", key, type, g_variant_get_type_string(value)));
+    }
+    entry->second.apply(plan, value);
 }
 
 void Faults::Check(const Plan& plan)
 {
     const Fault& fault = plan.fault;
     if (!fault.error.empty() + fault.silent + (fault.reply != nullptr) + fault.exit > 1) {
-        throw InvalidArguments("at most one of the fault keys error, silent, reply and exit");
+        throw InvalidArguments("at most one of the fault keys error, silent, reply, bytes and exit");
+    }
+    if (fault.HasOutcome() && !fault.append.empty()) {
+        throw InvalidArguments("fault key 'append' goes with the proper answer");
     }
     if (!fault.message.empty() && fault.error.empty()) {
         throw InvalidArguments("fault key 'message' goes with 'error'");
@@ -105,7 +115,10 @@ void Faults::Check(const Plan& plan)
 
 Fault Faults::Next(const std::string& method)
 {
-    const auto entry = plans_.find(method);
+    auto entry = plans_.find(method);
+    if (entry == plans_.end()) {
+        entry = plans_.find(kEveryMethod);
+    }
     if (entry == plans_.end()) {
         return {};
     }

@@ -18,15 +18,27 @@ struct Fault {
     bool silent = false;
     bool exit = false;
     Variant reply;
+    /** What the bytes of a proper answer are followed by. */
+    Bytes append;
+
+    /** Whether there is another outcome than the proper answer. */
+    bool HasOutcome() const { return !error.empty() || silent || exit || reply != nullptr; }
 };
 
 /** The faults that the methods of the server have been given. */
 class Faults {
 public:
+    /** Stands for every method that has no fault of its own. */
+    static constexpr char kEveryMethod[] = "*";
+
     explicit Faults(std::set<std::string> methods) : methods_(std::move(methods)) {}
+
+    /** What a description can have, and the D-Bus types. */
+    static std::map<std::string, std::string> Keys();
 
     /** Replaces the method's fault. The description is an a{sv}. Throws BusError for one that makes no sense. */
     void Set(const std::string& method, GVariant* description);
+    void Clear(const std::string& method) { plans_.erase(method); }
     void Clear() { plans_.clear(); }
 
     /** What goes wrong with the call of this method that has just arrived. */
@@ -40,6 +52,12 @@ private:
         unsigned seen = 0;
     };
 
+    struct Key {
+        const char* type;
+        void (*apply)(Plan& plan, GVariant* value);
+    };
+
+    static const std::map<std::string, Key>& KeyTable();
     static void Apply(Plan& plan, const std::string& key, GVariant* value);
     static void Check(const Plan& plan);
 

@@ -21,16 +21,6 @@ std::string DescribeMember(GVariant* member)
     return text.get();
 }
 
-Variant Parse(const char* text)
-{
-    ErrorSlot error;
-    GVariant* value = g_variant_parse(nullptr, text, nullptr, nullptr, &error);
-    if (value == nullptr) {
-        throw InvalidArguments(fmt::format("'{}' is no value: {}", text, error->message));
-    }
-    return Own(value);
-}
-
 /** D-Bus knows fewer types than GVariant: no maybe types, no empty tuples inside others. */
 void RequireFitForDBus(GVariant* tuple)
 {
@@ -70,12 +60,34 @@ Variant Unwrap(GVariant* value)
         return Unwrap(Own(g_variant_get_variant(value)).get());
     }
     const bool isText = g_variant_is_of_type(value, G_VARIANT_TYPE_STRING) != FALSE;
-    Variant tuple = isText ? Parse(g_variant_get_string(value, nullptr)) : Own(g_variant_ref(value));
+    Variant tuple = isText ? ParseValue(g_variant_get_string(value, nullptr)) : Own(g_variant_ref(value));
     if (g_variant_is_of_type(tuple.get(), G_VARIANT_TYPE_TUPLE) == FALSE) {
         throw InvalidArguments(fmt::format("a value of type '{}' is no tuple", g_variant_get_type_string(tuple.get())));
     }
     RequireFitForDBus(tuple.get());
     return tuple;
+}
+
+Variant ParseValue(const std::string& text)
+{
+    ErrorSlot error;
+    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
+    if (value == nullptr) {
+        throw InvalidArguments(fmt::format("'{}' is no value: {}", text, error->message));
+    }
+    return Own(value);
+}
+
+Bytes BytesOf(GVariant* byteArray)
+{
+    std::size_t size = 0;
+    const auto* data = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(byteArray, &size, 1));
+    return {data, data + size};
+}
+
+GVariant* NewByteArray(const Bytes& bytes)
+{
+    return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1);
 }
 
 void After(std::chrono::milliseconds delay, std::function<void()> action)

@@ -77,4 +77,23 @@ void After(std::chrono::milliseconds delay, std::function<void()> action);
 
 using Bytes = std::vector<std::uint8_t>;
 
+/** What a byte array holds. */
+Bytes BytesOf(GVariant* byteArray);
+/** A byte array, floating. */
+GVariant* NewByteArray(const Bytes& bytes);
+
+/** The value that GVariant text stands for. Throws BusError. */
+Variant ParseValue(const std::string& text);
+
+/** Does nothing once the owner of the life has gone. */
+template <typename Action>
+auto While(const std::shared_ptr<void>& life, Action action)
+{
+    return [life = std::weak_ptr<void>(life), action = std::move(action)](const auto&... arguments) {
+        if (!life.expired()) {
+            action(arguments...);
+        }
+    };
+}
+
 } // namespace kiv::simulator

@@ -8,6 +8,21 @@
 
 namespace kiv::simulator {
 
+bool Home::Apply(HomeChange change)
+{
+    settingMode_ = change.settingMode.value_or(settingMode_);
+    tavrinUiMode_ = change.tavrinUiMode.value_or(tavrinUiMode_);
+    if (change.speakers) {
+        speakers_.Replace(std::move(*change.speakers));
+        surround_ = speakers_.Playing() > 0 && settingMode_ != kMultiRoomMode;
+    }
+    if (change.soundbars) {
+        soundbars_.Replace(std::move(*change.soundbars));
+    }
+    surround_ = change.surround.value_or(surround_);
+    return change.receiverHasAtmos && SetReceiverAtmos(*change.receiverHasAtmos);
+}
+
 int Home::SetSettingMode(int mode, int startReason)
 {
     settingMode_ = mode;
@@ -127,7 +142,7 @@ nlohmann::json Home::ToJson() const
         {"surround", surround_},
         {"surroundChannels", SurroundChannels()},
         {"receiverHasAtmos", atmos_},
-        {"soundbar", soundbar_.ToJson()},
+        {"soundbars", soundbars_.ToJson()},
     });
     return json;
 }

@@ -7,9 +7,20 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <optional>
 #include <vector>
 
 namespace kiv::simulator {
+
+/** What is to be otherwise in a home. */
+struct HomeChange {
+    std::optional<SpeakerSet> speakers;
+    std::optional<std::vector<Soundbar>> soundbars;
+    std::optional<int> settingMode;
+    std::optional<int> tavrinUiMode;
+    std::optional<bool> surround;
+    std::optional<bool> receiverHasAtmos;
+};
 
 /** A home with a TV, a soundbar and speakers, as the server knows it. */
 class Home {
@@ -17,6 +28,9 @@ public:
     Home() = default;
     Home(const Home&) = delete;
     Home& operator=(const Home&) = delete;
+
+    /** Returns whether the receiver's Atmos support is another now. */
+    bool Apply(HomeChange change);
 
     int SetSettingMode(int mode, int startReason);
     int SettingMode() const { return settingMode_; }
@@ -43,7 +57,7 @@ public:
 
     simulator::Speakers& Speakers() { return speakers_; }
     simulator::Volumes& Volumes() { return volumes_; }
-    simulator::Soundbar& Soundbar() { return soundbar_; }
+    simulator::Soundbars& Soundbars() { return soundbars_; }
 
     nlohmann::json ToJson() const;
 
@@ -55,7 +69,7 @@ private:
 
     simulator::Speakers speakers_;
     simulator::Volumes volumes_{speakers_};
-    simulator::Soundbar soundbar_;
+    simulator::Soundbars soundbars_;
     int settingMode_ = kSurroundMode;
     int startReason_ = 0;
     int tavrinUiMode_ = kSurroundMode;

@@ -6,6 +6,7 @@ inline constexpr char kServerName[] = "org.lumra.tv.networkspeaker.server";
 inline constexpr char kServerPath[] = "/org/lumra/tv/networkspeaker/server";
 
 inline constexpr char kControlName[] = "org.lumra.tv.networkspeaker.simulator";
+inline constexpr char kControlInterface[] = "org.lumra.tv.networkspeaker.simulator.control";
 inline constexpr char kControlPath[] = "/org/lumra/tv/networkspeaker/simulator";
 
 /** Introspection XML of the two objects, from the .xml files beside this one. */

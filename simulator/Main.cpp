@@ -1,4 +1,4 @@
-#include "simulator/SetUp.h"
+#include "simulator/JsonNode.h"
 #include "simulator/Simulator.h"
 
 #include <CLI/CLI.hpp>
@@ -9,9 +9,11 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -20,7 +22,9 @@ using namespace kiv::simulator;
 constexpr int kBadUsage = 2;
 
 struct Options {
-    std::string setUpFile;
+    std::string scenarioFile;
+    std::string replayFile;
+    std::string featureFile;
     std::optional<int> readyFd;
     bool verbose = false;
 };
@@ -35,18 +39,43 @@ void AnnounceReady(int fd)
     close(fd);
 }
 
+/** A server that has crashed is followed by the next. */
+void Serve(World& world, Simulator::Outage outage, const Options& options)
+{
+    const Trace trace(options.verbose);
+    auto simulator = std::make_unique<Simulator>(world, trace);
+    simulator->OwnControl();
+    simulator->Open(outage, [&options] {
+        if (options.readyFd) {
+            AnnounceReady(*options.readyFd);
+        }
+    });
+    while (const auto crash = simulator->Run()) {
+        world.clients.LeaveAll();
+        auto next = std::make_unique<Simulator>(world, trace);
+        simulator->HandOverTo(*next);
+        simulator = std::move(next);
+        simulator->Open(*crash, [] {});
+    }
+}
+
 void Run(const Options& options)
 {
-    World world;
-    if (!options.setUpFile.empty()) {
-        ApplySetUp(options.setUpFile, world.clients, world.faults);
+    Scenario scenario;
+    if (!options.scenarioFile.empty()) {
+        scenario = ReadScenario(options.scenarioFile, ReadText(options.scenarioFile));
     }
-    Simulator simulator(world, Trace(options.verbose));
-    simulator.OwnNames();
-    if (options.readyFd) {
-        AnnounceReady(*options.readyFd);
+    std::optional<Replay> replay;
+    if (!options.replayFile.empty()) {
+        replay.emplace(options.replayFile, ReadText(options.replayFile));
     }
-    simulator.Run();
+    if (AwaitServerOfOther()) {
+        return;
+    }
+    World world(scenario);
+    world.replay = replay;
+    world.featureFile = options.featureFile;
+    Serve(world, scenario.now.away.value_or(Simulator::Outage(0)), options);
 }
 
 int Report(const std::exception& error, int exitCode)
@@ -65,9 +94,13 @@ int main(int argc, char** argv)
     Options options;
     CLI::App app("Stands in for the network-speaker server on the system bus.", "kiv-simulator");
     app.add_option("--ready-fd", options.readyFd, "Write a line to this file descriptor once the names are owned");
-    app.add_option("--set-up", options.setUpFile, "JSON file with a client id and faults to start with");
+    app.add_option("--scenario", options.scenarioFile, "JSON file with the home, the faults and what happens when");
+    app.add_option("--replay", options.replayFile, "Answer from this recording");
+    app.add_option(
+        "--feature-file", options.featureFile, "Where scenarios switch the TV's network speakers off and on");
     app.add_flag("--verbose", options.verbose, "Print each call and each push to stderr");
-    app.footer("Exit codes: 0 told to leave or bus gone, 1 no bus or name taken, 2 bad arguments or set-up file.");
+    app.footer(
+        "Exit codes: 0 told to leave or bus gone, 1 no bus or name taken, 2 bad arguments, scenario or recording.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -76,7 +109,7 @@ int main(int argc, char** argv)
 
     try {
         Run(options);
-    } catch (const SetUpError& error) {
+    } catch (const FileError& error) {
         return Report(error, kBadUsage);
     } catch (const std::exception& error) {
         return Report(error, EXIT_FAILURE);

@@ -26,7 +26,7 @@ GVariant* Tuple(const std::string& value)
 
 GVariant* Tuple(const Bytes& value)
 {
-    return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, value.data(), value.size(), 1));
+    return g_variant_new("(@ay)", NewByteArray(value));
 }
 
 /** The arguments of a call, one after another. */
@@ -159,15 +159,15 @@ Methods VolumeMethods(Volumes& volumes)
     };
 }
 
-Methods SoundbarMethods(Soundbar& soundbar)
+Methods SoundbarMethods(Soundbars& soundbars)
 {
     return {
-        {"SetSoundbarSoundMode", Serve(soundbar, &Soundbar::SetSoundMode)},
-        {"GetSoundbarSoundMode", Serve(soundbar, &Soundbar::SoundMode)},
-        {"GetSoundbarDeviceInfo", Serve(soundbar, &Soundbar::DeviceInfo)},
-        {"SetSoundbarSupportSoundMode", Serve(soundbar, &Soundbar::SetSupportsSoundMode)},
-        {"IsSoundbarSupportSoundMode", Serve(soundbar, &Soundbar::SupportsSoundMode)},
-        {"GetSoundbarProtocolVersion", Serve(soundbar, &Soundbar::ProtocolVersion)},
+        {"SetSoundbarSoundMode", Serve(soundbars, &Soundbars::SetSoundMode)},
+        {"GetSoundbarSoundMode", Serve(soundbars, &Soundbars::SoundMode)},
+        {"GetSoundbarDeviceInfo", Serve(soundbars, &Soundbars::DeviceInfo)},
+        {"SetSoundbarSupportSoundMode", Serve(soundbars, &Soundbars::SetSupportsSoundMode)},
+        {"IsSoundbarSupportSoundMode", Serve(soundbars, &Soundbars::SupportsSoundMode)},
+        {"GetSoundbarProtocolVersion", Serve(soundbars, &Soundbars::ProtocolVersion)},
     };
 }
 
@@ -196,7 +196,7 @@ Methods ServerMethods(Home& home, Clients& clients)
     all.merge(PlaybackMethods(home));
     all.merge(InventoryMethods(home.Speakers()));
     all.merge(VolumeMethods(home.Volumes()));
-    all.merge(SoundbarMethods(home.Soundbar()));
+    all.merge(SoundbarMethods(home.Soundbars()));
     all.merge(ModeMethods(home));
     return all;
 }

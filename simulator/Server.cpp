@@ -12,22 +12,35 @@ namespace kiv::simulator {
 
 namespace {
 
-/** Far fewer than would fit into one message. */
-constexpr std::size_t kMostRecorded = 100000;
+constexpr unsigned kRecordedEventTimeoutMs = 20000;
+
+/** A proper answer with more bytes in it than there should be. */
+Variant WithMoreBytes(const Variant& values, const Bytes& more)
+{
+    std::vector<Variant> members;
+    std::vector<GVariant*> plain;
+    for (std::size_t i = 0; i < g_variant_n_children(values.get()); ++i) {
+        Variant member = Own(g_variant_get_child_value(values.get(), i));
+        if (g_variant_is_of_type(member.get(), G_VARIANT_TYPE_BYTESTRING) != FALSE) {
+            member = Own(NewByteArray(Writer().Append(BytesOf(member.get())).Append(more).Written()));
+        }
+        plain.push_back(member.get());
+        members.push_back(member);
+    }
+    return Own(g_variant_new_tuple(plain.data(), plain.size()));
+}
 
 } // namespace
 
-Server::Server(
-    GDBusConnection* connection, Home& home, Clients& clients, Faults& faults, const ClientLink& link, Trace trace)
-    : home_(home), clients_(clients), faults_(faults), link_(link), trace_(trace), calls_(kMostRecorded),
-      object_(connection, kServerPath, kServerXml, Handlers())
+Server::Server(GDBusConnection* connection, World& world, ClientLink link, Trace trace)
+    : world_(world), link_(std::move(link)), trace_(trace), object_(connection, kServerPath, kServerXml, Handlers())
 {
 }
 
 BusObject::Handlers Server::Handlers()
 {
     BusObject::Handlers handlers;
-    for (const auto& [name, method] : ServerMethods(home_, clients_)) {
+    for (const auto& [name, method] : ServerMethods(world_.home, world_.clients)) {
         handlers[name] = [this, method = method](const Call& call) { Serve(call, method); };
     }
     return handlers;
@@ -36,13 +49,24 @@ BusObject::Handlers Server::Handlers()
 void Server::Serve(const Call& call, const Method& method)
 {
     trace_("{} -> {} {}", call.Sender(), call.Method(), Describe(call.Arguments()));
-    calls_.Add({call.Sender(), call.Method(), call.Flags(), Own(g_variant_ref(call.Arguments()))});
+    world_.calls.Add({call.Sender(), call.Method(), call.Flags(), Own(g_variant_ref(call.Arguments()))});
 
-    const Fault fault = faults_.Next(call.Method());
-    if (fault.delay.count() == 0) {
+    Fault fault = world_.faults.Next(call.Method());
+    std::vector<RecordedEvent> events;
+    if (world_.replay && !fault.HasOutcome()) {
+        RecordedAnswer recorded = world_.replay->Next(call.Method(), call.Arguments());
+        recorded.fault.delay += fault.delay;
+        fault = recorded.fault;
+        events = recorded.events;
+    }
+    const auto answer = [this, call, method, fault, events] {
         Answer(call, method, fault);
+        PushRecorded(events);
+    };
+    if (fault.delay.count() == 0) {
+        answer();
     } else {
-        After(fault.delay, [this, call, method, fault] { Answer(call, method, fault); });
+        After(fault.delay, While(life_, answer));
     }
 }
 
@@ -61,7 +85,10 @@ void Server::Answer(const Call& call, const Method& method, const Fault& fault) 
         trace_("{} <- {} {}", call.Sender(), call.Method(), Describe(fault.reply.get()));
         call.ReturnUnchecked(fault.reply.get());
     } else {
-        const Variant values = Own(method(call));
+        Variant values = Own(method(call));
+        if (!fault.append.empty()) {
+            values = WithMoreBytes(values, fault.append);
+        }
         trace_("{} <- {} {}", call.Sender(), call.Method(), Describe(values.get()));
         call.Return(values.get());
         ReportVolumes();
@@ -70,9 +97,18 @@ void Server::Answer(const Call& call, const Method& method, const Fault& fault) 
 
 void Server::ReportVolumes() const
 {
-    const Bytes volumes = home_.Volumes().TakeReport();
+    const Bytes volumes = world_.home.Volumes().TakeReport();
     if (!volumes.empty()) {
-        Announce(link_, clients_, EventPayload(kVolumeEvent, volumes), [] {});
+        Announce(link_, world_.clients, EventPayload(kVolumeEvent, volumes), [] {});
+    }
+}
+
+void Server::PushRecorded(const std::vector<RecordedEvent>& events) const
+{
+    for (const RecordedEvent& event : events) {
+        After(event.delay, [link = link_, event] {
+            link.Call(event.client, event.method, event.arguments.get(), kRecordedEventTimeoutMs, [](const auto&) {});
+        });
     }
 }
 

@@ -1,23 +1,22 @@
 #pragma once
 
 #include "simulator/BusObject.h"
-#include "simulator/CallRecord.h"
 #include "simulator/ClientLink.h"
-#include "simulator/Clients.h"
-#include "simulator/Faults.h"
-#include "simulator/Home.h"
 #include "simulator/Methods.h"
+#include "simulator/Replay.h"
 #include "simulator/Trace.h"
+#include "simulator/World.h"
+
+#include <memory>
+#include <vector>
 
 namespace kiv::simulator {
 
-/** The server object: answers from the home, unless a fault prevents it, and records what it was called. */
+/** The server object: answers from the home or a recording, unless a fault prevents it, and records what it was called.
+ */
 class Server {
 public:
-    Server(
-        GDBusConnection* connection, Home& home, Clients& clients, Faults& faults, const ClientLink& link, Trace trace);
-
-    CallRecord& Calls() { return calls_; }
+    Server(GDBusConnection* connection, World& world, ClientLink link, Trace trace);
 
 private:
     BusObject::Handlers Handlers();
@@ -25,14 +24,14 @@ private:
     void Answer(const Call& call, const Method& method, const Fault& fault) const;
     /** To subscribers, after the answer of the call that gave rise to it. */
     void ReportVolumes() const;
+    void PushRecorded(const std::vector<RecordedEvent>& events) const;
 
-    Home& home_;
-    Clients& clients_;
-    Faults& faults_;
-    const ClientLink& link_;
+    World& world_;
+    ClientLink link_;
     Trace trace_;
-    CallRecord calls_;
     BusObject object_;
+    /** Of what waits on the main loop for its time. */
+    std::shared_ptr<void> life_ = std::make_shared<int>();
 };
 
 } // namespace kiv::simulator

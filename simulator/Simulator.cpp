@@ -6,7 +6,9 @@
 #include <glib-unix.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace kiv::simulator {
@@ -18,6 +20,8 @@ constexpr char kBusPath[] = "/org/freedesktop/DBus";
 
 /** How long the last event waits for clients that do not answer. */
 constexpr std::chrono::seconds kLongestLeave{5};
+
+constexpr unsigned kQueue = 0;
 
 ObjectRef<GDBusConnection> Connect()
 {
@@ -36,20 +40,32 @@ ObjectRef<GDBusConnection> Connect()
     return OwnObject(connection);
 }
 
+bool HasOwner(GDBusConnection* connection, const char* name)
+{
+    GVariant* reply = g_dbus_connection_call_sync(
+        connection, kBusName, kBusPath, kBusName, "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"),
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    if (reply == nullptr) {
+        return false;
+    }
+    gboolean hasOwner = FALSE;
+    g_variant_get(Own(reply).get(), "(b)", &hasOwner);
+    return hasOwner != FALSE;
+}
+
 } // namespace
 
-World::World() : faults(Interface(kServerXml).Methods()) {}
-
 Simulator::Simulator(World& world, Trace trace)
-    : world_(world), loop_(g_main_loop_new(nullptr, FALSE), g_main_loop_unref), connection_(Connect()),
-      link_(connection_.get(), trace),
-      server_(connection_.get(), world_.home, world_.clients, world_.faults, link_, trace),
+    : world_(world), trace_(trace), loop_(g_main_loop_new(nullptr, FALSE), g_main_loop_unref), connection_(Connect()),
+      link_(connection_, trace), server_(connection_.get(), world_, link_, trace),
       control_(
-          connection_.get(), world_.home, world_.clients, world_.faults, server_, link_,
-          [this](const std::function<void()>& onAnnounced) { Leave(onAnnounced); })
+          connection_.get(), world_, link_,
+          {.leave = [this](const OnDone& onAnnounced) { Leave(onAnnounced); },
+           .apply = [this](const Scenario& scenario, const OnDone& onApplied) { Apply(scenario, onApplied); },
+           .awaitServer = [this](const OnDone& onOpen) { AwaitServer(onOpen); }}),
+      signals_{
+          g_unix_signal_add(SIGTERM, &Simulator::OnSignal, this), g_unix_signal_add(SIGINT, &Simulator::OnSignal, this)}
 {
-    g_unix_signal_add(SIGTERM, &Simulator::OnSignal, this);
-    g_unix_signal_add(SIGINT, &Simulator::OnSignal, this);
     g_signal_connect_swapped(connection_.get(), "closed", G_CALLBACK(&Simulator::OnClosed), this);
     nameWatch_ = g_dbus_connection_signal_subscribe(
         connection_.get(), kBusName, kBusName, "NameOwnerChanged", kBusPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
@@ -58,15 +74,167 @@ Simulator::Simulator(World& world, Trace trace)
 
 Simulator::~Simulator()
 {
+    for (const unsigned signal : signals_) {
+        g_source_remove(signal);
+    }
     g_dbus_connection_signal_unsubscribe(connection_.get(), nameWatch_);
     g_signal_handlers_disconnect_by_data(connection_.get(), this);
+    // Calls that are not answered yet hold on to the connection.
+    g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
 }
 
-void Simulator::OwnNames()
+void Simulator::OwnControl()
 {
-    // Whoever finds the server may count on its control.
     OwnName(kControlName);
-    OwnName(kServerName);
+    FollowTimetable();
+}
+
+void Simulator::FollowTimetable()
+{
+    world_.timetable.MakeChangesBy([this](const Change& change) { MakeInTime(change); });
+}
+
+void Simulator::HandOverTo(Simulator& next)
+{
+    // Whoever the bus starts for the server finds a control.
+    next.RequestName(kControlName, kQueue);
+    ReleaseName(kControlName);
+    ReleaseName(kServerName);
+    // What had arrived before is still served, or callers of the control would see the crash.
+    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+    }
+    next.FollowTimetable();
+    if (leaving_) {
+        next.Leave([] {});
+    }
+    onHandedOver_();
+    g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);
+}
+
+void Simulator::Open(Outage outage, std::function<void()> onOpen)
+{
+    onOpen_ = std::move(onOpen);
+    opening_ = std::make_shared<int>();
+    if (outage.count() == 0) {
+        OpenNow();
+    } else {
+        After(outage, While(opening_, [this] { OpenNow(); }));
+    }
+}
+
+void Simulator::OpenNow()
+{
+    try {
+        OwnName(kServerName);
+        onOpen_();
+    } catch (const std::exception&) {
+        failure_ = std::current_exception();
+        g_main_loop_quit(loop_.get());
+        return;
+    }
+    isOpen_ = true;
+    for (const OnDone& onDone : std::exchange(awaitingServer_, {})) {
+        onDone();
+    }
+}
+
+std::optional<Simulator::Outage> Simulator::Run()
+{
+    if (failure_ == nullptr) {
+        g_main_loop_run(loop_.get());
+    }
+    if (failure_ != nullptr) {
+        std::rethrow_exception(failure_);
+    }
+    return crash_;
+}
+
+void Simulator::AwaitServer(const OnDone& onOpen)
+{
+    if (isOpen_) {
+        onOpen();
+    } else {
+        awaitingServer_.push_back(onOpen);
+    }
+}
+
+void Simulator::Apply(const Scenario& scenario, const OnDone& onApplied)
+{
+    Make(scenario.now, onApplied);
+    if (scenario.timetable) {
+        world_.timetable.Replace(*scenario.timetable);
+    }
+}
+
+void Simulator::MakeInTime(const Change& change)
+{
+    trace_("the timetable has come to a change");
+    try {
+        Make(change, [] {});
+    } catch (const BusError& error) {
+        std::fputs(fmt::format("kiv-simulator: timetable: {}\n", error.what()).c_str(), stderr);
+    }
+}
+
+void Simulator::Make(const Change& change, const OnDone& onMade)
+{
+    const bool atmosChanged = world_.Apply(change);
+    // The last who has been told drops it.
+    const std::shared_ptr<void> toldAll(
+        nullptr, [finish = While(life_, [this, change, onMade] { Finish(change, onMade); })](void*) { finish(); });
+    const auto told = [toldAll](const auto&...) {};
+    if (atmosChanged) {
+        const int supported = world_.home.ReceiverHasAtmos() ? 1 : 0;
+        Announce(link_, world_.clients, EventPayload(kAtmosEvent, EventData(supported)), told);
+    }
+    for (const EventPush& event : change.events) {
+        const auto clients = event.client.empty() ? world_.clients.Ids() : std::vector<std::string>{event.client};
+        link_.Push(Usable(clients), event.payload, 1, told);
+    }
+}
+
+void Simulator::Finish(const Change& change, const OnDone& onMade)
+{
+    const bool goesAway = change.away && !leaving_ && !crash_;
+    if (goesAway && isOpen_) {
+        trace_("crash, away for {} ms", change.away->count());
+        crash_ = change.away;
+        isOpen_ = false;
+        onHandedOver_ = onMade;
+        g_main_loop_quit(loop_.get());
+        return;
+    }
+    if (goesAway) {
+        Open(*change.away, onOpen_);
+    }
+    onMade();
+    if (change.exit) {
+        Leave([] {});
+    }
+}
+
+unsigned Simulator::RequestName(const char* name, unsigned flags)
+{
+    ErrorSlot error;
+    GVariant* reply = g_dbus_connection_call_sync(
+        connection_.get(), kBusName, kBusPath, kBusName, "RequestName", g_variant_new("(su)", name, flags),
+        G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+    if (reply == nullptr) {
+        throw std::runtime_error(fmt::format("cannot own {}: {}", name, error->message));
+    }
+    unsigned outcome = 0;
+    g_variant_get(Own(reply).get(), "(u)", &outcome);
+    return outcome;
+}
+
+void Simulator::ReleaseName(const char* name)
+{
+    GVariant* reply = g_dbus_connection_call_sync(
+        connection_.get(), kBusName, kBusPath, kBusName, "ReleaseName", g_variant_new("(s)", name), nullptr,
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    if (reply != nullptr) {
+        Own(reply);
+    }
 }
 
 void Simulator::OwnName(const char* name)
@@ -74,16 +242,7 @@ void Simulator::OwnName(const char* name)
     constexpr unsigned kDoNotQueue = 4;
     constexpr unsigned kPrimaryOwner = 1;
 
-    ErrorSlot error;
-    GVariant* reply = g_dbus_connection_call_sync(
-        connection_.get(), kBusName, kBusPath, kBusName, "RequestName", g_variant_new("(su)", name, kDoNotQueue),
-        G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
-    if (reply == nullptr) {
-        throw std::runtime_error(fmt::format("cannot own {}: {}", name, error->message));
-    }
-    unsigned outcome = 0;
-    g_variant_get(Own(reply).get(), "(u)", &outcome);
-    if (outcome != kPrimaryOwner) {
+    if (RequestName(name, kDoNotQueue) != kPrimaryOwner) {
         throw std::runtime_error(fmt::format("{} is already owned on this bus", name));
     }
 }
@@ -101,8 +260,8 @@ void Simulator::Leave(const std::function<void()>& onAnnounced)
             g_main_loop_quit(loop_.get());
         }
     };
-    After(kLongestLeave, leave);
-    Announce(link_, world_.clients, EventPayload(kExitEvent, {}), leave);
+    After(kLongestLeave, While(life_, leave));
+    Announce(link_, world_.clients, EventPayload(kExitEvent, {}), While(life_, leave));
 }
 
 int Simulator::OnSignal(void* self)
@@ -125,6 +284,26 @@ void Simulator::OnNameOwnerChanged(
     if (*newOwner == '\0') {
         static_cast<Simulator*>(self)->world_.clients.Leave(name);
     }
+}
+
+bool AwaitServerOfOther()
+{
+    const auto connection = Connect();
+    if (HasOwner(connection.get(), kServerName)) {
+        // The bus would not have started this one if it had not been away.
+        const char* const starter = std::getenv("DBUS_STARTER_BUS_TYPE");
+        return starter != nullptr && std::string_view(starter) == "system";
+    }
+    ErrorSlot error;
+    GVariant* reply = g_dbus_connection_call_sync(
+        connection.get(), kControlName, kControlPath, kControlInterface, "AwaitServer", nullptr, nullptr,
+        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &error);
+    if (reply == nullptr) {
+        // It has crashed again, or died.
+        return g_error_matches(error.Get(), G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE && AwaitServerOfOther();
+    }
+    Own(reply);
+    return true;
 }
 
 } // namespace kiv::simulator

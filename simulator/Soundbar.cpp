@@ -7,76 +7,102 @@
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace kiv::simulator {
 
 namespace {
 
-constexpr std::size_t kMostSoundModeData = 20;
-constexpr int kProtocolVersion = 2;
-constexpr char kProtocolText[] = "KIV sound mode 2.0";
 constexpr std::size_t kProtocolTextSize = 20;
 
 } // namespace
 
-Soundbar::Soundbar()
-    : name_("Soundbar"), mac_{0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0}, ip_{192, 168, 0, 20}, soundMode_{1, 0, 0, 0, 0}
+void to_json(nlohmann::json& json, const Soundbar& soundbar)
 {
+    json = {
+        {"name", soundbar.name},
+        {"mac", Text(soundbar.mac)},
+        {"ip", Text(soundbar.ip)},
+        {"soundMode", fmt::format("{:02x}", fmt::join(soundbar.soundMode, " "))},
+        {"supportsSoundMode", soundbar.supportsSoundMode},
+        {"protocolVersion", soundbar.protocolVersion},
+    };
 }
 
-int Soundbar::SetSoundMode(const Bytes& setting)
+Soundbars::Soundbars() : soundbars_{{"Soundbar", {0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0}, {192, 168, 0, 20}}} {}
+
+Soundbar* Soundbars::Find(const Mac& mac)
+{
+    const auto found = std::ranges::find(soundbars_, mac, &Soundbar::mac);
+    return found == soundbars_.end() ? nullptr : &*found;
+}
+
+const Soundbar* Soundbars::Find(const Bytes& mac) const
+{
+    const auto found = std::ranges::find(soundbars_, ReadMac(mac), &Soundbar::mac);
+    return found == soundbars_.end() ? nullptr : &*found;
+}
+
+int Soundbars::SetSoundMode(const Bytes& setting)
 {
     const auto wanted = ReadSoundModeSetting(setting);
-    if (!wanted || wanted->mac != mac_ || wanted->data.size() > kMostSoundModeData) {
+    Soundbar* soundbar = wanted ? Find(wanted->mac) : nullptr;
+    if (soundbar == nullptr || wanted->data.size() > kMostSoundModeData) {
         return kRefused;
     }
-    soundMode_ = wanted->data;
+    soundbar->soundMode = wanted->data;
     return kDone;
 }
 
-Bytes Soundbar::SoundMode() const
+Bytes Soundbars::SoundMode() const
 {
-    const Bytes identity = WriteIdentity(mac_, ip_, static_cast<int>(soundMode_.size()));
-    return Writer().Append(identity).Append(soundMode_).ToSize(identity.size() + kMostSoundModeData).Written();
-}
-
-Bytes Soundbar::DeviceInfo() const
-{
-    return WriteIdentity(mac_, ip_, supported_);
-}
-
-int Soundbar::SetSupportsSoundMode(const Bytes& support)
-{
-    const auto wanted = ReadSoundModeSupport(support);
-    if (!wanted || wanted->mac != mac_) {
-        return kRefused;
-    }
-    supported_ = wanted->supported;
-    return kDone;
-}
-
-bool Soundbar::SupportsSoundMode(const Bytes& mac) const
-{
-    return ReadMac(mac) == mac_ && supported_ != 0;
-}
-
-Bytes Soundbar::ProtocolVersion(const Bytes& mac) const
-{
-    if (ReadMac(mac) != mac_) {
+    if (soundbars_.empty()) {
         return {};
     }
-    return Writer().Int32(kProtocolVersion).Text(kProtocolText, kProtocolTextSize).Written();
+    const Soundbar& first = soundbars_.front();
+    const Bytes identity = WriteIdentity(first.mac, first.ip, static_cast<int>(first.soundMode.size()));
+    return Writer().Append(identity).Append(first.soundMode).ToSize(identity.size() + kMostSoundModeData).Written();
 }
 
-nlohmann::json Soundbar::ToJson() const
+Bytes Soundbars::DeviceInfo() const
 {
-    return {
-        {"name", name_},
-        {"mac", Text(mac_)},
-        {"ip", Text(ip_)},
-        {"soundMode", fmt::format("{:02x}", fmt::join(soundMode_, " "))},
-        {"supportsSoundMode", supported_},
-        {"protocolVersion", kProtocolVersion},
-    };
+    if (soundbars_.empty()) {
+        return {};
+    }
+    const Soundbar& first = soundbars_.front();
+    return WriteIdentity(first.mac, first.ip, first.supportsSoundMode);
+}
+
+int Soundbars::SetSupportsSoundMode(const Bytes& support)
+{
+    const auto wanted = ReadSoundModeSupport(support);
+    Soundbar* soundbar = wanted ? Find(wanted->mac) : nullptr;
+    if (soundbar == nullptr) {
+        return kRefused;
+    }
+    soundbar->supportsSoundMode = wanted->supported;
+    return kDone;
+}
+
+bool Soundbars::SupportsSoundMode(const Bytes& mac) const
+{
+    const Soundbar* soundbar = Find(mac);
+    return soundbar != nullptr && soundbar->supportsSoundMode != 0;
+}
+
+Bytes Soundbars::ProtocolVersion(const Bytes& mac) const
+{
+    const Soundbar* soundbar = Find(mac);
+    if (soundbar == nullptr) {
+        return {};
+    }
+    const int version = soundbar->protocolVersion;
+    return Writer().Int32(version).Text(fmt::format("KIV sound mode {}.0", version), kProtocolTextSize).Written();
+}
+
+nlohmann::json Soundbars::ToJson() const
+{
+    return soundbars_;
 }
 
 } // namespace kiv::simulator

@@ -6,15 +6,34 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kiv::simulator {
 
-/** The home's soundbar and its sound mode. Clients name it by its MAC address. */
-class Soundbar {
+struct Soundbar {
+    std::string name;
+    Mac mac;
+    Ip ip;
+    Bytes soundMode = {1, 0, 0, 0, 0};
+    int supportsSoundMode = 1;
+    int protocolVersion = 2;
+};
+
+void to_json(nlohmann::json& json, const Soundbar& soundbar);
+
+/** The home's soundbars and their sound modes. Clients name one by its MAC address, or mean the first. */
+class Soundbars {
 public:
-    Soundbar();
+    static constexpr std::size_t kMostSoundModeData = 20;
+
+    Soundbars();
+
+    /** Takes these for the soundbars that there are. */
+    void Replace(std::vector<Soundbar> soundbars) { soundbars_ = std::move(soundbars); }
 
     int SetSoundMode(const Bytes& setting);
+    /** Nothing in a home without a soundbar. */
     Bytes SoundMode() const;
     Bytes DeviceInfo() const;
 
@@ -25,11 +44,10 @@ public:
     nlohmann::json ToJson() const;
 
 private:
-    std::string name_;
-    Mac mac_;
-    Ip ip_;
-    Bytes soundMode_;
-    int supported_ = 1;
+    Soundbar* Find(const Mac& mac);
+    const Soundbar* Find(const Bytes& mac) const;
+
+    std::vector<Soundbar> soundbars_;
 };
 
 } // namespace kiv::simulator

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <map>
 #include <set>
 
 namespace kiv::simulator {
@@ -17,47 +16,46 @@ namespace {
 
 enum Group : int { kLivingRoom = 1, kKitchen, kBedroom, kTerrace };
 
-const std::map<int, std::string> kGroupNames = {
-    {kLivingRoom, "Living room"}, {kKitchen, "Kitchen"}, {kBedroom, "Bedroom"}, {kTerrace, "Terrace"}};
-
 constexpr Mac LastByte(std::uint8_t last)
 {
     return {0x02, 0x4b, 0x49, 0x56, 0x00, last};
 }
 
-std::string CommonName(const std::vector<Speaker>& speakers)
-{
-    if (speakers.size() == 1) {
-        return speakers.front().name;
-    }
-    std::set<int> groups;
-    for (const Speaker& speaker : speakers) {
-        groups.insert(speaker.group);
-    }
-    std::vector<std::string> names;
-    std::ranges::transform(groups, std::back_inserter(names), [](int group) { return kGroupNames.at(group); });
-    return fmt::format("{}", fmt::join(names, " + "));
-}
-
 } // namespace
 
 Speakers::Speakers()
-    : speakers_{
-          {1, kLivingRoom, "Living room left", "Shelf", LastByte(0x01), {192, 168, 0, 21}, 20, Connection::kNetwork},
-          {2, kLivingRoom, "Living room right", "Shelf", LastByte(0x02), {192, 168, 0, 22}, 20, Connection::kNetwork},
-          {3, kLivingRoom, "Subwoofer", "Subwoofer", LastByte(0x03), {192, 168, 0, 23}, 15, Connection::kNetwork},
-          {4, kKitchen, "Kitchen", "Compact", LastByte(0xa4), {192, 168, 0, 24}, 10, Connection::kNetwork},
-          {5, kBedroom, "Bedroom", "Compact", LastByte(0x05), {192, 168, 0, 25}, 10, Connection::kNone},
-          {6, kTerrace, "Terrace left", "Outdoor", LastByte(0x06), {192, 168, 0, 26}, 30, Connection::kNone},
-          {7, kTerrace, "Terrace right", "Outdoor", LastByte(0x07), {192, 168, 0, 27}, 30, Connection::kNone},
-      }
+    : set_{
+          {"Living room", "Kitchen", "Bedroom", "Terrace"},
+          {
+              {1,
+               kLivingRoom,
+               "Living room left",
+               "Shelf",
+               LastByte(0x01),
+               {192, 168, 0, 21},
+               20,
+               Connection::kNetwork},
+              {2,
+               kLivingRoom,
+               "Living room right",
+               "Shelf",
+               LastByte(0x02),
+               {192, 168, 0, 22},
+               20,
+               Connection::kNetwork},
+              {3, kLivingRoom, "Subwoofer", "Subwoofer", LastByte(0x03), {192, 168, 0, 23}, 15, Connection::kNetwork},
+              {4, kKitchen, "Kitchen", "Compact", LastByte(0xa4), {192, 168, 0, 24}, 10, Connection::kNetwork},
+              {5, kBedroom, "Bedroom", "Compact", LastByte(0x05), {192, 168, 0, 25}, 10, Connection::kNone},
+              {6, kTerrace, "Terrace left", "Outdoor", LastByte(0x06), {192, 168, 0, 26}, 30, Connection::kNone},
+              {7, kTerrace, "Terrace right", "Outdoor", LastByte(0x07), {192, 168, 0, 27}, 30, Connection::kNone},
+          }}
 {
 }
 
 Speaker* Speakers::FindIf(const std::function<bool(const Speaker&)>& matches)
 {
-    const auto found = std::ranges::find_if(speakers_, matches);
-    return found == speakers_.end() ? nullptr : &*found;
+    const auto found = std::ranges::find_if(set_.speakers, matches);
+    return found == set_.speakers.end() ? nullptr : &*found;
 }
 
 Speaker* Speakers::Find(int node)
@@ -78,7 +76,7 @@ Speaker* Speakers::Find(const SpeakerId& id)
 std::vector<Speaker*> Speakers::OfGroup(int group)
 {
     std::vector<Speaker*> found;
-    for (Speaker& speaker : speakers_) {
+    for (Speaker& speaker : set_.speakers) {
         if (speaker.group == group) {
             found.push_back(&speaker);
         }
@@ -89,7 +87,7 @@ std::vector<Speaker*> Speakers::OfGroup(int group)
 std::vector<Speaker*> Speakers::Connected()
 {
     std::vector<Speaker*> connected;
-    for (Speaker& speaker : speakers_) {
+    for (Speaker& speaker : set_.speakers) {
         if (speaker.IsConnected()) {
             connected.push_back(&speaker);
         }
@@ -177,7 +175,7 @@ int Speakers::ConnectionTypeOfNode(int node)
 
 void Speakers::Play(const std::vector<Speaker*>& chosen)
 {
-    for (Speaker& speaker : speakers_) {
+    for (Speaker& speaker : set_.speakers) {
         speaker.active = false;
     }
     for (Speaker* speaker : chosen) {
@@ -190,7 +188,7 @@ void Speakers::Play(const std::vector<Speaker*>& chosen)
 
 int Speakers::Playing() const
 {
-    return static_cast<int>(std::ranges::count(speakers_, true, &Speaker::active));
+    return static_cast<int>(std::ranges::count(set_.speakers, true, &Speaker::active));
 }
 
 int Speakers::Rename(const Mac& mac, int /*ip*/, const std::string& name)
@@ -233,19 +231,37 @@ int Speakers::StopWatching(int node)
     return 1;
 }
 
+std::string Speakers::CommonName(const std::vector<Speaker>& speakers) const
+{
+    if (speakers.size() == 1) {
+        return speakers.front().name;
+    }
+    std::set<int> groups;
+    for (const Speaker& speaker : speakers) {
+        groups.insert(speaker.group);
+    }
+    std::vector<std::string> names;
+    std::ranges::transform(groups, std::back_inserter(names), [this](int group) {
+        return set_.groupNames.at(static_cast<std::size_t>(group) - 1);
+    });
+    return fmt::format("{}", fmt::join(names, " + "));
+}
+
 Bytes Speakers::ActiveInfo() const
 {
     std::vector<Speaker> active;
-    std::ranges::copy_if(speakers_, std::back_inserter(active), &Speaker::active);
+    std::ranges::copy_if(set_.speakers, std::back_inserter(active), &Speaker::active);
     return WriteActiveGroup(CommonName(active), active);
 }
 
 std::vector<SpeakerGroup> Speakers::Groups() const
 {
     std::vector<SpeakerGroup> groups;
-    for (const auto& [number, name] : kGroupNames) {
+    int number = 0;
+    for (const std::string& name : set_.groupNames) {
+        ++number;
         std::vector<Speaker> members;
-        for (const Speaker& speaker : speakers_) {
+        for (const Speaker& speaker : set_.speakers) {
             if (speaker.group == number && speaker.IsConnected()) {
                 members.push_back(speaker);
             }
@@ -274,7 +290,7 @@ int Speakers::ListCount() const
 Bytes Speakers::Nodes() const
 {
     Writer nodes;
-    for (const Speaker& speaker : speakers_) {
+    for (const Speaker& speaker : set_.speakers) {
         nodes.Append(WriteNode(speaker));
     }
     return nodes.Written();
@@ -284,10 +300,10 @@ nlohmann::json Speakers::ToJson() const
 {
     nlohmann::json connected = nlohmann::json::array();
     nlohmann::json discovered = nlohmann::json::array();
-    for (const Speaker& speaker : speakers_) {
+    for (const Speaker& speaker : set_.speakers) {
         (speaker.IsConnected() ? connected : discovered).push_back(speaker);
     }
-    return {{"speakers", connected}, {"discovered", discovered}};
+    return {{"speakers", connected}, {"discovered", discovered}, {"groups", set_.groupNames}};
 }
 
 } // namespace kiv::simulator

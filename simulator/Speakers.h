@@ -8,14 +8,26 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kiv::simulator {
+
+/** Speakers by their groups. */
+struct SpeakerSet {
+    /** Group 1 is the first. */
+    std::vector<std::string> groupNames;
+    /** Node 1 is the first. */
+    std::vector<Speaker> speakers;
+};
 
 /** The speakers that the TV can see. One that is not connected can be connected or started, and that is all. */
 class Speakers {
 public:
     Speakers();
+
+    /** Takes these for the speakers that there are. */
+    void Replace(SpeakerSet set) { set_ = std::move(set); }
 
     /** Connected or not. Null if there is no such speaker. */
     Speaker* Find(int node);
@@ -57,8 +69,9 @@ private:
     int Connect(const Bytes& macList, Connection connection);
     /** Those of the connected speakers that belong together, the empty groups left out. */
     std::vector<SpeakerGroup> Groups() const;
+    std::string CommonName(const std::vector<Speaker>& speakers) const;
 
-    std::vector<Speaker> speakers_;
+    SpeakerSet set_;
 };
 
 } // namespace kiv::simulator

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,10 @@ using Ip = std::array<std::uint8_t, 4>;
 
 std::string Text(const Mac& mac);
 std::string Text(const Ip& ip);
+/** What people write: "02:4b:49:56:00:01", "192.168.0.21", "01 ff" with or without blanks. Nothing for all else. */
+std::optional<Mac> ParseMac(std::string_view text);
+std::optional<Ip> ParseIp(std::string_view text);
+std::optional<Bytes> ParseHex(std::string_view text);
 
 /** Takes fields off the front of bytes. Throws std::out_of_range for a field that is not there. */
 class Reader {

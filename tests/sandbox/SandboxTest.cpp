@@ -1,3 +1,5 @@
+#include "Sandbox.h"
+
 #include "Calls.h"
 #include "Processes.h"
 #include "tools/sandbox/Connection.h"
@@ -25,58 +27,6 @@ namespace fs = std::filesystem;
 
 constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 constexpr auto kClient = "org.lumra.tv.networkspeaker.client.tv_7";
-constexpr std::string_view kAddressHead = "unix:path=";
-
-std::vector<std::string> SandboxCommand(std::vector<std::string> words)
-{
-    words.insert(words.begin(), KIV_SANDBOX);
-    return words;
-}
-
-struct Outcome {
-    int exitCode;
-    std::string output;
-    std::string errors;
-};
-
-Outcome RunSandbox(const std::vector<std::string>& words)
-{
-    Child child(SandboxCommand(words));
-    child.CloseInput();
-    std::string output = child.ReadOutput();
-    std::string errors = child.ReadErrors();
-    const int status = child.WaitForEnd();
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output, errors};
-}
-
-fs::path DirectoryOf(const std::string& address)
-{
-    return fs::path(address.substr(kAddressHead.size())).parent_path();
-}
-
-/// A sandbox whose command tells its address and then runs a script, to which "read" is a way to wait for the test.
-class Sandbox {
-public:
-    explicit Sandbox(const std::string& script, std::vector<std::string> options = {})
-        : child_(SandboxCommand(WithScript(std::move(options), script))), address_(child_.ReadLine())
-    {
-    }
-
-    Child& Process() { return child_; }
-    const std::string& Address() const { return address_; }
-    fs::path Directory() const { return DirectoryOf(address_); }
-    pid_t ReadPid() { return std::stoi(child_.ReadLine()); }
-
-private:
-    static std::vector<std::string> WithScript(std::vector<std::string> options, const std::string& script)
-    {
-        options.insert(options.end(), {"--", "sh", "-c", "echo \"$DBUS_SYSTEM_BUS_ADDRESS\"; " + script});
-        return options;
-    }
-
-    Child child_;
-    std::string address_;
-};
 
 TEST(SandboxTest, PassesOnTheExitCode)
 {
@@ -110,7 +60,6 @@ TEST(SandboxTest, RefusesBadOptions)
         {"--trace"},
         {"--no-such-option", "--", "true"},
         {"--feature", "perhaps", "--", "true"},
-        {"--set-up", "/no/such/file", "--", "true"},
         {"--simulator", "/no/such/program", "--", "true"},
     };
     for (const std::vector<std::string>& words : bad) {
@@ -126,8 +75,8 @@ TEST(SandboxTest, HelpNamesEveryOption)
 
     EXPECT_EQ(outcome.exitCode, 0);
     for (const char* option :
-         {"--trace", "--trace-all", "--start", "--no-server", "--simulator-log", "--set-up", "--simulator", "--feature",
-          "Usage:"}) {
+         {"--trace", "--trace-all", "--start", "--no-server", "--simulator-log", "--scenario", "--list-scenarios",
+          "--record", "--replay", "--simulator", "--feature", "kiv-sandbox control", "Usage:"}) {
         EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
     }
 }
@@ -199,17 +148,21 @@ TEST(SandboxTest, SimulatorGetsItsOptions)
 {
     const ScratchDirectory scratch;
     const fs::path simulator = scratch.Path() / "simulator";
-    const fs::path setUp = scratch.Path() / "set up.json";
-    std::ofstream(simulator) << "#!/bin/sh\nprintf '%s|' \"$@\" >&2\nexit 1\n";
-    std::ofstream(setUp) << "{}";
+    const fs::path scenario = scratch.Path() / "my scenario.json";
+    const fs::path recording = scratch.Path() / "recording";
+    std::ofstream(simulator) << "#!/bin/sh\nshift 2; printf '%s|' \"$@\" >&2\nexit 1\n";
+    std::ofstream(scenario) << "{}";
+    std::ofstream(recording) << "";
     fs::permissions(simulator, fs::perms::owner_all);
 
-    const Outcome outcome =
-        RunSandbox({"--simulator", simulator, "--set-up", setUp, "--simulator-log", "--start", "--", "true"});
+    const Outcome outcome = RunSandbox(
+        {"--simulator", simulator, "--scenario", scenario, "--replay", recording, "--simulator-log", "--start", "--",
+         "true"});
 
     EXPECT_EQ(outcome.exitCode, 125);
     EXPECT_EQ(
-        outcome.errors.substr(0, outcome.errors.find("kiv-sandbox:")), "--set-up|" + setUp.string() + "|--verbose|");
+        outcome.errors.substr(0, outcome.errors.find("kiv-sandbox:")),
+        "--scenario|" + scenario.string() + "|--replay|" + recording.string() + "|--verbose|");
 }
 
 /// What a sandbox prints about a connection that asks for the server, then becomes a client of it and asks again.
@@ -246,12 +199,12 @@ TEST(SandboxTest, TracePrintsTheBus)
 {
     const std::string trace = Trace("--trace");
 
-    // Connection :1.2, after two of the trace.
+    // Connection :1.3, after one that made the server known, and two of the trace.
     const std::string asks = "-> org.freedesktop.DBus NameHasOwner('" + std::string(kServer) + "')\n";
     const std::string isAnswered = "<- org.freedesktop.DBus returns (false) [NameHasOwner]\n";
     EXPECT_EQ(
         WithoutTimes(trace),
-        "* :1.2 " + asks + "* :1.2 " + isAnswered + "* :1.2 -> org.freedesktop.DBus RequestName('" + kClient +
+        "* :1.3 " + asks + "* :1.3 " + isAnswered + "* :1.3 -> org.freedesktop.DBus RequestName('" + kClient +
             "', 0)\n* client.tv_7 <- org.freedesktop.DBus returns (1) [RequestName]\n* client.tv_7 " + asks +
             "* client.tv_7 " + isAnswered);
 }
@@ -261,8 +214,8 @@ TEST(SandboxTest, TraceAllPrintsTheHousekeepingToo)
     const std::string trace = Trace("--trace-all");
 
     for (const char* line :
-         {"bus: :1.2 -> org.freedesktop.DBus Hello()\n", "bus: :1.2 <- org.freedesktop.DBus returns (':1.2') [Hello]\n",
-          "bus: org.freedesktop.DBus -> all signal NameOwnerChanged(':1.2', '', ':1.2')\n",
+         {"bus: :1.3 -> org.freedesktop.DBus Hello()\n", "bus: :1.3 <- org.freedesktop.DBus returns (':1.3') [Hello]\n",
+          "bus: org.freedesktop.DBus -> all signal NameOwnerChanged(':1.3', '', ':1.3')\n",
           "bus: client.tv_7 -> org.freedesktop.DBus NameHasOwner("}) {
         EXPECT_NE(trace.find(line), std::string::npos) << line << trace;
     }

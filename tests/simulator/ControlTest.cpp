@@ -1,4 +1,5 @@
 #include "SimulatorTest.h"
+#include "simulator/Interfaces.h"
 
 #include <csignal>
 
@@ -15,6 +16,14 @@ constexpr char kInvalidArguments[] = "error org.freedesktop.DBus.Error.InvalidAr
 const Bytes kAtmosOn = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 1, 0, 0, 0};
 const Bytes kAtmosOff = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 0, 0, 0, 0};
 const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
+
+/** A text as the only argument. */
+std::string Quoted(const std::string& text)
+{
+    const std::unique_ptr<char, decltype(&g_free)> quoted(
+        g_variant_print(Own(g_variant_new("(s)", text.c_str())).get(), FALSE), g_free);
+    return quoted.get();
+}
 
 class ControlTest : public SimulatorTest {
 protected:
@@ -171,9 +180,134 @@ TEST_F(ControlTest, ModelShowsTheHome)
     EXPECT_EQ(model["speakers"].size(), 4U);
     EXPECT_EQ(model["speakers"][3]["mac"], "02:4b:49:56:00:a4");
     EXPECT_EQ(model["speakers"][3]["ip"], "192.168.0.24");
-    EXPECT_EQ(model["soundbar"]["name"], "Soundbar");
+    EXPECT_EQ(model["soundbars"][0]["name"], "Soundbar");
     EXPECT_EQ(model["receiverHasAtmos"], false);
     EXPECT_THAT(model["clients"], IsEmpty());
+}
+
+TEST_F(ControlTest, ApplyChangesWhatIsMentioned)
+{
+    EXPECT_EQ(
+        Control(
+            "Apply",
+            Quoted(R"json({"home": {"settingMode": 81}, "faults": {"DisableSurround": {"reply": "(7,)"}}})json")),
+        "()");
+    EXPECT_EQ(Server("DisableSurround"), "(7,)");
+    EXPECT_EQ(Model()["settingMode"], 81);
+    EXPECT_EQ(Model()["speakers"].size(), 4U);
+
+    EXPECT_EQ(
+        Control("Apply", Quoted(R"({"clientId": "den", "faults": {"DisableSurround": null},
+                                    "home": {"speakers": [{"name": "Hall", "mac": "02:00:00:00:00:01", "active": true}]}})")),
+        "()");
+    EXPECT_EQ(Server("DisableSurround"), "(0,)");
+    EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('den',)");
+    EXPECT_EQ(Model()["speakers"].size(), 1U);
+    EXPECT_EQ(Model()["speakers"][0]["active"], true);
+    EXPECT_EQ(Model()["settingMode"], 81);
+}
+
+TEST_F(ControlTest, WhatCannotBeAppliedChangesNothing)
+{
+    EXPECT_EQ(
+        Control("Apply", Quoted(R"({"home": {"settingMode": 81},
+"colour": 1})")),
+        std::string(kInvalidArguments) +
+            ": scenario:2: /colour: there is no such key; known are $schema, away, clientId, "
+            "description, events, exit, faults, feature, home, timetable");
+    EXPECT_THAT(
+        Control("Apply", Quoted(R"({"home": {"settingMode": 81}, "feature": "off"})")), StartsWith(kInvalidArguments));
+    EXPECT_EQ(Model()["settingMode"], 80);
+}
+
+TEST_F(ControlTest, ApplyTellsTheClientsFirst)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7");
+    const FakeClient other(bus_.Address(), "tv_8");
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    other.Tell("check_dbus_connection", 8);
+    EXPECT_EQ(
+        Control("Apply", Quoted(R"({"home": {"receiverHasAtmos": true},
+                                    "events": [{"payload": "01"}, {"client": "tv_8", "id": "0xfffffffe", "data": "05"}]})")),
+        "()");
+    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, Bytes{1}));
+    EXPECT_THAT(other.Payloads(), ElementsAre(Bytes{1}, Bytes{0xfe, 0xff, 0xff, 0xff, 1, 0, 0, 0, 5}));
+}
+
+TEST_F(ControlTest, ATimetableReplacesTheOneBefore)
+{
+    const FakeClient client(bus_.Address(), "tv_7");
+    client.Tell("check_dbus_connection", 7);
+    Control(
+        "Apply",
+        Quoted(
+            R"({"timetable": [{"at": 3600000, "exit": true}, {"at": 0, "every": 1, "events": [{"payload": "01"}]}]})"));
+    client.Payloads(3);
+    Control("Apply", Quoted(R"({"timetable": [{"at": 0, "events": [{"payload": "02"}]}]})"));
+    while (client.Payloads().back() != Bytes{2}) {
+    }
+    EXPECT_EQ(Control("Apply", Quoted(R"({"events": [{"payload": "03"}]})")), "()");
+    EXPECT_THAT(client.Payloads().back(), ElementsAre(3));
+}
+
+TEST_F(ControlTest, ACrashFailsTheCallsThatAreUnderWay)
+{
+    Control("SetFault", "('DisableSurround', {'silent': <true>})");
+    Control("SetFault", "('GetSurroundChannelNumber', {'delay': <uint32 3600000>})");
+    const unsigned silent = SendToServer("DisableSurround", "()");
+    const unsigned delayed = SendToServer("GetSurroundChannelNumber", "()");
+    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 0})")), "()");
+    AwaitAnswer(silent);
+    AwaitAnswer(delayed);
+    EXPECT_EQ(Control("AwaitServer"), "()");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(3,)");
+}
+
+TEST_F(ControlTest, TheWorldOutlastsACrash)
+{
+    const FakeClient client(bus_.Address(), "tv_7");
+    client.Tell("SubscribeNamServiceCallback", 7);
+    Control("SetFault", "('DisableSurround', {'reply': <(7,)>})");
+    Server("SetNetSpkSettingMode", "(81, 3)");
+    for (int crash = 0; crash < 3; ++crash) {
+        EXPECT_EQ(Control("Apply", Quoted(R"({"away": 1})")), "()");
+        EXPECT_EQ(Control("AwaitServer"), "()");
+    }
+    EXPECT_EQ(Server("DisableSurround"), "(7,)");
+    EXPECT_EQ(Model()["settingMode"], 81);
+    EXPECT_THAT(Model()["clients"], IsEmpty());
+    EXPECT_THAT(Control("Calls"), HasSubstr("'SubscribeNamServiceCallback'"));
+    EXPECT_EQ(Control("Exit"), "()");
+    EXPECT_EQ(program_->ExitCode(), 0);
+}
+
+TEST_F(ControlTest, CrashesDoNotDisturbItsCallers)
+{
+    Control("Apply", Quoted(R"({"timetable": [{"at": 0, "every": 1, "away": 0}]})"));
+    for (int call = 0; call < 200; ++call) {
+        ASSERT_EQ(Control("SetClientId", "('den',)"), "()");
+    }
+    EXPECT_EQ(Control("Apply", Quoted(R"({"timetable": []})")), "()");
+    // The last crash may still be under way.
+    while (Server("check_dbus_connection", "(7,)") != "('den',)") {
+    }
+}
+
+TEST_F(ControlTest, WhileTheServerIsAwayItsControlIsThere)
+{
+    bus_.WriteService({kServerName, {KIV_SIMULATOR}});
+    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 3600000})")), "()");
+    EXPECT_EQ(Control("SetFault", "('DisableSurround', {'reply': <(7,)>})"), "()");
+    EXPECT_FALSE(HasOwner(kServerName));
+
+    // Comes back before its time.
+    const unsigned call = SendToServer("DisableSurround", "()");
+    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 100})")), "()");
+    AwaitAnswer(call);
+    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 3600000})")), "()");
+    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 0})")), "()");
+    EXPECT_TRUE(HasOwner(kServerName));
+    EXPECT_EQ(Server("DisableSurround"), "(7,)");
 }
 
 TEST_F(ControlTest, ExitTellsSubscribersAndEnds)

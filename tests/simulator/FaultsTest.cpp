@@ -87,6 +87,32 @@ TEST_F(FaultsTest, AReplyIsATupleHoweverItIsWritten)
     EXPECT_TRUE(g_variant_equal(faults_.Next("Method").reply.get(), Value("()").get()));
 }
 
+TEST_F(FaultsTest, BytesAreAReply)
+{
+    Set("{'bytes': <[byte 1, 2]>}");
+    EXPECT_TRUE(g_variant_equal(faults_.Next("Method").reply.get(), Value("([byte 1, 2],)").get()));
+}
+
+TEST_F(FaultsTest, MoreBytesLeaveTheProperAnswer)
+{
+    Set("{'append': <[byte 1, 2]>}");
+    const Fault fault = faults_.Next("Method");
+    EXPECT_THAT(fault.append, ElementsAre(1, 2));
+    EXPECT_FALSE(fault.HasOutcome());
+}
+
+TEST_F(FaultsTest, AFaultOfAllMethodsYieldsToTheirOwn)
+{
+    faults_.Set("*", Value("{'error': <'A.A'>}").get());
+    Set("{'error': <'E.E'>}");
+    EXPECT_EQ(faults_.Next("Method").error, "E.E");
+    EXPECT_EQ(faults_.Next("Other").error, "A.A");
+    faults_.Clear("Method");
+    EXPECT_EQ(faults_.Next("Method").error, "A.A");
+    faults_.Clear("*");
+    EXPECT_EQ(faults_.Next("Method").error, "");
+}
+
 TEST_F(FaultsTest, RefusesWhatMakesNoSense)
 {
     EXPECT_THAT(Refusal("@a{sv} {}", "Nonsense"), HasSubstr("no method 'Nonsense'"));
@@ -96,8 +122,11 @@ TEST_F(FaultsTest, RefusesWhatMakesNoSense)
     EXPECT_THAT(Refusal("{'message': <'alone'>}"), HasSubstr("goes with 'error'"));
     EXPECT_THAT(Refusal("{'delay': <-1>}"), HasSubstr("'delay' has type 'u', not 'i'"));
     EXPECT_THAT(Refusal("{'silent': <uint32 1>}"), HasSubstr("'silent' has type 'b', not 'u'"));
-    EXPECT_THAT(Refusal("{'every': <uint32 0>}"), HasSubstr("'every' is at least 1"));
-    EXPECT_THAT(Refusal("{'count': <uint32 0>}"), HasSubstr("'count' is at least 1"));
+    EXPECT_THAT(Refusal("{'every': <uint32 0>}"), HasSubstr("at least 1"));
+    EXPECT_THAT(Refusal("{'count': <uint32 0>}"), HasSubstr("at least 1"));
+    EXPECT_THAT(Refusal("{'bytes': <'01'>}"), HasSubstr("'bytes' has type 'ay', not 's'"));
+    EXPECT_THAT(Refusal("{'bytes': <[byte 1]>, 'reply': <(1,)>}"), HasSubstr("at most one"));
+    EXPECT_THAT(Refusal("{'append': <[byte 1]>, 'silent': <true>}"), HasSubstr("goes with the proper answer"));
     EXPECT_THAT(Refusal("{'reply': <7>}"), HasSubstr("type 'i' is no tuple"));
     EXPECT_THAT(Refusal("{'reply': <'(1'>}"), HasSubstr("'(1' is no value"));
     EXPECT_THAT(Refusal("{'reply': <'(just 1,)'>}"), HasSubstr("(mi)"));

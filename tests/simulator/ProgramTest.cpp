@@ -1,9 +1,14 @@
 #include "SimulatorTest.h"
 #include "simulator/Interfaces.h"
 
+#include <fstream>
+#include <map>
+#include <sstream>
+
 namespace kiv::simulator {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -14,14 +19,13 @@ protected:
         return Program(std::move(arguments), bus_.Directory() / "errors");
     }
 
-    void ExpectBadSetUp(const std::string& setUp, const std::string& reason)
+    void ExpectBadScenario(const std::string& scenario, const std::string& reason)
     {
         std::filesystem::remove(bus_.Directory() / "errors");
-        Program program = WithSetUp(setUp);
+        Program program = WithScenario(scenario);
         EXPECT_EQ(program.Ready(), "");
-        EXPECT_EQ(program.ExitCode(), 2) << setUp;
-        EXPECT_THAT(program.Errors(), HasSubstr("set-up.json: ")) << setUp;
-        EXPECT_THAT(program.Errors(), HasSubstr(reason)) << setUp;
+        EXPECT_EQ(program.ExitCode(), 2) << scenario;
+        EXPECT_THAT(program.Errors(), HasSubstr("scenario.json:" + reason)) << scenario;
     }
 };
 
@@ -88,14 +92,14 @@ TEST_F(ProgramTest, PrintsCallsAndPushes)
     EXPECT_THAT(printed, HasSubstr("tv_7 -> ()\n"));
 }
 
-TEST_F(ProgramTest, SetUpIsAppliedBeforeTheFirstCall)
+TEST_F(ProgramTest, TheScenarioIsAppliedBeforeTheFirstCall)
 {
     const nlohmann::json faults = {
         {"StopNetworkSpeaker", {{"error", "org.example.Bad"}, {"message", "no"}, {"count", 1U}}},
         {"DisableSurround", {{"reply", "(1, 2)"}, {"delay", 1U}}},
         {"GetSurroundChannelNumber", {{"silent", false}}},
     };
-    Program program = WithSetUp(nlohmann::json{{"clientId", "den"}, {"faults", faults}}.dump());
+    Program program = WithScenario(nlohmann::json{{"clientId", "den"}, {"faults", faults}}.dump());
     ASSERT_EQ(program.Ready(), "ready\n") << program.Errors();
     EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('den',)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "error org.example.Bad: no");
@@ -104,35 +108,85 @@ TEST_F(ProgramTest, SetUpIsAppliedBeforeTheFirstCall)
     EXPECT_EQ(Server("GetSurroundChannelNumber"), "(0,)");
 }
 
-TEST_F(ProgramTest, AnEmptySetUpIsFine)
+TEST_F(ProgramTest, AnEmptyScenarioIsFine)
 {
-    Program program = WithSetUp("{}");
+    Program program = WithScenario("{}");
     EXPECT_EQ(program.Ready(), "ready\n") << program.Errors();
 }
 
-TEST_F(ProgramTest, RefusesABadSetUp)
+TEST_F(ProgramTest, RefusesABadScenario)
 {
-    ExpectBadSetUp("", "parse error");
-    ExpectBadSetUp("{", "parse error");
-    ExpectBadSetUp("[]", "a set-up is an object");
-    ExpectBadSetUp(R"({"colour": 1})", "'colour' cannot be 1");
-    ExpectBadSetUp(R"({"clientId": 1})", "'clientId' cannot be 1");
-    ExpectBadSetUp(R"({"faults": []})", "'faults' is an object");
-    ExpectBadSetUp(R"({"faults": {"DisableSurround": 1}})", "a fault is an object");
-    ExpectBadSetUp(R"({"faults": {"Nonsense": {}}})", "no method 'Nonsense'");
-    ExpectBadSetUp(
-        R"({"faults": {"DisableSurround": {"colour": 1}}})", "DisableSurround: there is no fault key 'colour'");
-    ExpectBadSetUp(R"({"faults": {"DisableSurround": {"delay": "1"}}})", "'delay' has type 'u'");
-    ExpectBadSetUp(R"({"faults": {"DisableSurround": {"delay": -1}}})", "'delay' cannot be -1");
-    ExpectBadSetUp(R"({"faults": {"DisableSurround": {"delay": 4294967296}}})", "'delay' cannot be 4294967296");
-    ExpectBadSetUp(R"({"faults": {"DisableSurround": {"reply": "(1"}}})", "'(1' is no value");
+    ExpectBadScenario("{\n  \"faults\": }", "2: parse error at line 2, column 13");
+    ExpectBadScenario("{\n  \"colour\": 1}", "2: /colour: there is no such key");
+    ExpectBadScenario(
+        "{\n\n\"faults\": {\"Nonsense\": {}}}", "3: /faults/Nonsense: the server has no method 'Nonsense'");
 }
 
-TEST_F(ProgramTest, RefusesASetUpFileThatIsNotThere)
+TEST_F(ProgramTest, RefusesFilesThatAreNotThere)
 {
-    Program program = Run({"--set-up", "/nonexistent/file"});
-    EXPECT_EQ(program.ExitCode(), 2);
-    EXPECT_THAT(program.Errors(), HasSubstr("/nonexistent/file: No such file or directory"));
+    for (const std::string option : {"--scenario", "--replay"}) {
+        std::filesystem::remove(bus_.Directory() / "errors");
+        Program program = Run({option, "/nonexistent/file"});
+        EXPECT_EQ(program.ExitCode(), 2);
+        EXPECT_EQ(program.Errors(), "kiv-simulator: /nonexistent/file: No such file or directory\n");
+    }
+    EXPECT_EQ(Run({"--scenario", bus_.Directory()}).ExitCode(), 2);
+}
+
+TEST_F(ProgramTest, SlowToComeUpItIsReadyWhenItHas)
+{
+    Program program = WithScenario(R"({"away": 300})");
+    while (!HasOwner(kControlName)) {
+    }
+    EXPECT_EQ(Control("AwaitServer"), "()");
+    EXPECT_TRUE(HasOwner(kServerName));
+    EXPECT_EQ(program.Ready(), "ready\n");
+}
+
+TEST_F(ProgramTest, WritesTheFeatureWhenToldTo)
+{
+    const std::filesystem::path file = bus_.Directory() / "features";
+    Start({"--feature-file", file});
+    EXPECT_FALSE(std::filesystem::exists(file));
+    const std::string head = "[com.molvane/featureconf]\n";
+    for (const auto& [feature, text] : std::map<std::string, std::string>{
+             {"off", head + "kiv_multi_ch_support=false\n"},
+             {"on", head + "kiv_multi_ch_support=true\n"},
+             {"absent", head}}) {
+        EXPECT_EQ(Control("Apply", "('{\"feature\": \"" + feature + "\"}',)"), "()");
+        std::ostringstream written;
+        written << std::ifstream(file).rdbuf();
+        EXPECT_EQ(written.str(), text);
+    }
+}
+
+TEST_F(ProgramTest, AnswersFromARecording)
+{
+    const std::filesystem::path file = bus_.Directory() / "recording";
+    std::ofstream(file) << R"json({"ms":0,"call":1,"method":"check_dbus_connection","arguments":"(1,)"}
+{"ms":0,"answer":1,"values":"('den',)"}
+{"ms":5,"call":2,"method":"StopNetworkSpeaker","arguments":"(3,)"}
+{"ms":5,"answer":2,"values":"(9,)"}
+{"ms":6,"event":3,"client":"den","method":"nam_notify_subscriber","arguments":"([byte 0x01, 0x02],)"}
+{"ms":7,"call":4,"method":"StopNetworkSpeaker","arguments":"(3,)"}
+{"ms":7,"answer":4,"error":"org.example.Bad","message":"no"}
+)json";
+    Start({"--replay", file});
+    const FakeClient client(bus_.Address(), "den");
+    EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('den',)");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(9,)");
+    EXPECT_THAT(client.Payloads(1), ElementsAre(Bytes{1, 2}));
+    EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('den',)");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "error org.example.Bad: no");
+
+    const std::string notRecorded = file.string() + " has StopNetworkSpeaker(3,) only 2 times";
+    EXPECT_EQ(
+        Server("StopNetworkSpeaker", "(3,)"),
+        "error org.lumra.tv.networkspeaker.simulator.Error.NotRecorded: " + notRecorded);
+    EXPECT_THAT(program_->Errors(), HasSubstr("kiv-simulator: " + notRecorded));
+
+    Control("SetFault", "('StopNetworkSpeaker', {'reply': <(5,)>})");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(4,)"), "(5,)");
 }
 
 } // namespace

@@ -283,11 +283,11 @@ void SimulatorTest::Start(std::vector<std::string> arguments)
     ASSERT_EQ(program_->Ready(), "ready\n") << program_->Errors();
 }
 
-Program SimulatorTest::WithSetUp(const std::string& setUp)
+Program SimulatorTest::WithScenario(const std::string& scenario)
 {
-    const std::filesystem::path file = bus_.Directory() / "set-up.json";
-    std::ofstream(file) << setUp;
-    return Program({"--set-up", file}, bus_.Directory() / "errors");
+    const std::filesystem::path file = bus_.Directory() / "scenario.json";
+    std::ofstream(file) << scenario;
+    return Program({"--scenario", file}, bus_.Directory() / "errors");
 }
 
 std::string SimulatorTest::Server(const std::string& method, const std::string& arguments)

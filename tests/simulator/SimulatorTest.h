@@ -76,8 +76,8 @@ protected:
 
     /** Starts the simulator and waits until it is ready. */
     void Start(std::vector<std::string> arguments = {});
-    /** Starts the simulator with a set-up file of this content. */
-    Program WithSetUp(const std::string& setUp);
+    /** Starts the simulator with a scenario of this content. */
+    Program WithScenario(const std::string& scenario);
 
     /** Calls with arguments as GVariant text. The answer is GVariant text too, or "error name: message". */
     std::string Server(const std::string& method, const std::string& arguments = "()");

@@ -62,5 +62,28 @@ TEST(WireTest, NothingIsTakenBeyondTheEnd)
     EXPECT_THROW(reader.Rest(), std::out_of_range);
 }
 
+TEST(WireTest, ReadsWhatPeopleWrite)
+{
+    EXPECT_EQ(ParseMac("02:4b:49:56:00:A4"), (Mac{0x02, 0x4b, 0x49, 0x56, 0x00, 0xa4}));
+    EXPECT_EQ(ParseIp("192.168.0.255"), (Ip{192, 168, 0, 255}));
+    EXPECT_EQ(ParseHex(" 01 fF20 "), (Bytes{1, 0xff, 0x20}));
+    EXPECT_EQ(ParseHex(""), Bytes());
+}
+
+TEST(WireTest, RefusesWhatIsNoAddressOrByte)
+{
+    for (const std::string text :
+         {"", "02:4b:49:56:00", "02:4b:49:56:00:01:", "02:4b:49:56:00:01:02", "02-4b-49-56-00-01", "02:4b:49:56:00:1ff",
+          "02:4b:49:56:00:001", "02:4b:49:56:00:-1", "02:4b:49:56:00:0g"}) {
+        EXPECT_EQ(ParseMac(text), std::nullopt) << text;
+    }
+    for (const std::string text : {"", "192.168.0", "192.168.0.256", "192.168.0.1.", "192.168.0.a", "192.168.0.0001"}) {
+        EXPECT_EQ(ParseIp(text), std::nullopt) << text;
+    }
+    for (const std::string text : {"0", "0x01", "01 2", "0 1", "gg", "01,02"}) {
+        EXPECT_EQ(ParseHex(text), std::nullopt) << text;
+    }
+}
+
 } // namespace
 } // namespace kiv::simulator

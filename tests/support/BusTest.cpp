@@ -54,7 +54,7 @@ void BusTest::MakeServerActivatable(const std::string& setUpFile)
 {
     std::vector<std::string> command{KIV_SIMULATOR};
     if (!setUpFile.empty()) {
-        command.insert(command.end(), {"--set-up", setUpFile});
+        command.insert(command.end(), {"--scenario", setUpFile});
     }
     bus_.WriteService({kServerName, command});
 }

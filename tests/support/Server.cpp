@@ -88,7 +88,7 @@ Server::Server(const std::string& setUp)
     const std::string readyFd = std::to_string(ready[1]);
     std::vector<const char*> command{KIV_SIMULATOR, "--ready-fd", readyFd.c_str()};
     if (!setUpFile.empty()) {
-        command.insert(command.end(), {"--set-up", setUpFile.c_str()});
+        command.insert(command.end(), {"--scenario", setUpFile.c_str()});
     }
     command.push_back(nullptr);
     pid_ = fork();

@@ -27,8 +27,8 @@ struct ServerCall {
  */
 class Server {
 public:
-    // Starts a process on the system bus of the environment, and returns when it owns its names. A set-up is the JSON
-    // text that the simulator takes.
+    // Starts a process on the system bus of the environment, and returns when it owns its names. A set-up is a
+    // scenario as JSON.
     explicit Server(const std::string& setUp = "");
     ~Server();
     Server(const Server&) = delete;

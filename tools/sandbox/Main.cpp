@@ -1,7 +1,14 @@
 #include "BusTrace.h"
+#include "ControlCommand.h"
 #include "Keeper.h"
 #include "PrivateBus.h"
+#include "Recorder.h"
+#include "ScenarioFiles.h"
 #include "TraceFormatter.h"
+#include "simulator/Feature.h"
+#include "simulator/Interfaces.h"
+#include "simulator/Replay.h"
+#include "simulator/Scenario.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/chrono.h>
@@ -18,11 +25,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -32,9 +39,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr auto kServerName = "org.lumra.tv.networkspeaker.server";
+using simulator::kServerName;
+
 constexpr auto kSimulatorProgram = "kiv-simulator";
 
+constexpr int kBadInput = 2;
 /// As with env(1), so that a script can tell the sandbox's failures from those of most commands.
 constexpr int kSandboxFailed = 125;
 constexpr int kCannotExecute = 126;
@@ -43,12 +52,14 @@ constexpr int kNotFound = 127;
 constexpr auto kDescription =
     "Runs a command on a system bus of its own, on which a simulated network-speaker server answers.\n\n"
     "The bus is private to the command. The simulator is started by the first call to the server. When the command\n"
-    "ends, so do the bus, the simulator and whatever the command has left running.\n";
+    "ends, so do the bus, the simulator and whatever the command has left running.\n\n"
+    "\"kiv-sandbox control\" changes what the simulator does while it runs; see its --help.\n";
 
 constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
                          "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n\n"
                          "Exit code:\n"
+                         "  2    a scenario or a recording cannot be used; nothing has been started\n"
                          "  that of the command, or 128 plus the number of the signal that ended it\n"
                          "  125  the sandbox failed, or its options are wrong\n"
                          "  126  the command cannot be executed\n"
@@ -56,18 +67,23 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "Examples:\n"
                          "  kiv-sandbox -- my-tv-app --fullscreen\n"
                          "  kiv-sandbox --trace -- kivctl surround channels\n"
+                         "  kiv-sandbox --scenario multi-room-house -- kivctl list speakers\n"
+                         "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
                          "  kiv-sandbox --start -- bash";
 
 struct Options {
     std::vector<std::string> command;
     std::string simulator;
-    std::string setUpFile;
-    std::string feature = "on";
+    std::string scenario;
+    std::string record;
+    std::string replay;
+    std::optional<std::string> feature;
     bool trace = false;
     bool traceAll = false;
     bool noServer = false;
     bool start = false;
     bool simulatorLog = false;
+    bool listScenarios = false;
 };
 
 /// Signals that would end this process, to be read from a file descriptor instead.
@@ -125,11 +141,14 @@ std::string FindSimulator(const std::string& given)
     return path;
 }
 
-Service Simulator(const Options& options)
+Service Simulator(const Options& options, const fs::path& featureFile)
 {
-    std::vector<std::string> command = {FindSimulator(options.simulator)};
-    if (!options.setUpFile.empty()) {
-        command.insert(command.end(), {"--set-up", fs::absolute(options.setUpFile)});
+    std::vector<std::string> command = {FindSimulator(options.simulator), "--feature-file", featureFile};
+    if (!options.scenario.empty()) {
+        command.insert(command.end(), {"--scenario", FindScenario(options.scenario)});
+    }
+    if (!options.replay.empty()) {
+        command.insert(command.end(), {"--replay", fs::absolute(options.replay)});
     }
     if (options.simulatorLog) {
         command.emplace_back("--verbose");
@@ -137,24 +156,18 @@ Service Simulator(const Options& options)
     return {kServerName, command};
 }
 
-BusOptions Bus(const Options& options)
+/// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the feature.
+std::string CheckFiles(const Options& options)
 {
-    BusOptions bus;
-    if (!options.noServer) {
-        bus.services.push_back(Simulator(options));
+    simulator::Scenario scenario;
+    if (!options.scenario.empty()) {
+        const fs::path file = FindScenario(options.scenario);
+        scenario = simulator::ReadScenario(file, simulator::ReadText(file));
     }
-    return bus;
-}
-
-fs::path WriteFeatureFile(const fs::path& directory, const std::string& feature)
-{
-    fs::path path = directory / "system-info.conf";
-    std::ofstream file(path);
-    file << "[com.molvane/featureconf]\n";
-    if (feature != "absent") {
-        file << "kiv_multi_ch_support=" << (feature == "on" ? "true" : "false") << '\n';
+    if (!options.replay.empty()) {
+        simulator::Replay(options.replay, simulator::ReadText(options.replay));
     }
-    return path;
+    return options.feature.value_or(scenario.now.feature.value_or("on"));
 }
 
 /// Returns the wait status of the command.
@@ -205,20 +218,47 @@ BusTrace::Listener TracePrinter(TraceFormatter::Housekeeping housekeeping)
     };
 }
 
+/// All who want to see the messages.
+BusTrace::Listener Listeners(const Options& options, std::optional<Recorder>& recorder)
+{
+    BusTrace::Listener print;
+    if (options.trace || options.traceAll) {
+        print =
+            TracePrinter(options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
+    }
+    return [print, &recorder](const Message& message) {
+        if (print) {
+            print(message);
+        }
+        if (recorder) {
+            recorder->Add(message);
+        }
+    };
+}
+
 int RunInSandbox(const Options& options)
 {
-    PrivateBus bus(Bus(options));
+    const std::string feature = CheckFiles(options);
+    std::optional<Recorder> recorder;
+    if (!options.record.empty()) {
+        recorder.emplace(options.record);
+    }
+    PrivateBus bus;
+    const fs::path featureFile = bus.Directory() / "system-info.conf";
+    simulator::WriteFeature(featureFile, feature);
     setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
-    setenv("KIV_SYSTEM_INFO_FILE", WriteFeatureFile(bus.Directory(), options.feature).c_str(), 1);
+    setenv("KIV_SYSTEM_INFO_FILE", featureFile.c_str(), 1);
     Keeper command(options.command, Keeper::Place::Foreground);
 
-    // Until here a signal simply ends this process, and the keepers clean up. The trace's threads inherit the mask.
+    // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
+    // mask.
     const EndSignals signals;
+    if (!options.noServer) {
+        bus.WriteService(Simulator(options, featureFile));
+    }
     std::optional<BusTrace> trace;
-    if (options.traceAll) {
-        trace.emplace(bus.Address(), TracePrinter(TraceFormatter::Housekeeping::Shown));
-    } else if (options.trace) {
-        trace.emplace(bus.Address(), TracePrinter(TraceFormatter::Housekeeping::Hidden));
+    if (options.trace || options.traceAll || recorder) {
+        trace.emplace(bus.Address(), Listeners(options, recorder));
     }
     if (options.start) {
         bus.Activate(kServerName);
@@ -226,6 +266,10 @@ int RunInSandbox(const Options& options)
     const int exitCode = RunCommand(options.command.front(), command, signals);
     if (trace) {
         trace->Flush();
+        trace.reset();
+    }
+    if (recorder) {
+        recorder->Finish();
     }
     return exitCode;
 }
@@ -256,6 +300,9 @@ std::vector<std::string> Command(const CLI::App& app)
 
 int Main(int argc, char** argv)
 {
+    if (argc > 1 && std::string_view(argv[1]) == "control") {
+        return ControlMain(argc - 1, argv + 1);
+    }
     Options options;
     CLI::App app(kDescription, "kiv-sandbox");
     app.formatter(std::make_shared<HelpFormat>());
@@ -266,28 +313,46 @@ int Main(int argc, char** argv)
     app.add_flag("--start", options.start, "start the simulator before the command, not at the first call");
     app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
-    app.add_option("--set-up", options.setUpFile, "set the simulator up from FILE")
-        ->option_text("FILE")
-        ->check(CLI::ExistingFile);
+    app.add_option(
+           "--scenario", options.scenario,
+           "the home, the faults and what happens when: a JSON file, or the name of "
+           "a scenario that comes along")
+        ->option_text("FILE");
+    app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
+    app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
+        ->option_text("FILE");
+    app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
     app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
         ->option_text("PATH")
         ->check(CLI::ExistingFile);
     app.add_option(
            "--feature", options.feature,
-           "whether the device has network speakers; absent: cannot be read (default: on)")
+           "whether the device has network speakers; absent: cannot be read (default: what the "
+           "scenario says, or on)")
         ->option_text("on|off|absent")
         ->check(CLI::IsMember({"on", "off", "absent"}));
     try {
         app.parse(argc, argv);
-        options.command = Command(app);
+        if (!options.listScenarios) {
+            options.command = Command(app);
+        }
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kSandboxFailed;
     }
-    try {
-        return RunInSandbox(options);
-    } catch (const std::exception& error) {
+    const auto fail = [](const std::exception& error, int exitCode) {
         fmt::print(stderr, "kiv-sandbox: {}\n", error.what());
-        return kSandboxFailed;
+        return exitCode;
+    };
+    try {
+        if (options.listScenarios) {
+            fmt::print("{}", ListScenarios());
+            return EXIT_SUCCESS;
+        }
+        return RunInSandbox(options);
+    } catch (const simulator::FileError& error) {
+        return fail(error, kBadInput);
+    } catch (const std::exception& error) {
+        return fail(error, kSandboxFailed);
     }
 }
 

@@ -21,11 +21,6 @@ bool IsHousekeeping(std::string_view owner, std::string_view member)
     return owner == kDaemon && std::find(kMembers.begin(), kMembers.end(), member) != kMembers.end();
 }
 
-bool IsAnswer(const Message& message)
-{
-    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_RETURN || message.type == G_DBUS_MESSAGE_TYPE_ERROR;
-}
-
 bool IsUnique(const std::string& busName)
 {
     return busName.starts_with(':');
@@ -70,22 +65,14 @@ void TraceFormatter::FollowNames(const Message& message)
 TraceFormatter::Member TraceFormatter::FollowCalls(const Message& message)
 {
     if (IsAnswer(message)) {
-        return TakeCall(message);
+        return openCalls_.Take(message).value_or(Member{});
     }
     if (message.type == G_DBUS_MESSAGE_TYPE_SIGNAL) {
         return {message.sender, message.member};
     }
     Member called{message.destination, message.member};
-    if ((message.flags & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0) {
-        openCalls_.insert_or_assign({message.sender, message.serial}, called);
-    }
+    openCalls_.Add(message, called);
     return called;
-}
-
-TraceFormatter::Member TraceFormatter::TakeCall(const Message& answer)
-{
-    const auto call = openCalls_.extract({answer.destination, answer.replySerial});
-    return call ? call.mapped() : Member{};
 }
 
 /// A connection goes by the well-known name that it acquired last.

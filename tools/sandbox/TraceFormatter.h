@@ -1,12 +1,9 @@
 #pragma once
 
-#include "BusTrace.h"
+#include "OpenCalls.h"
 
-#include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace kiv::sandbox {
@@ -40,13 +37,12 @@ private:
     /// Returns what the message calls, answers or signals; empty for the answer to a call from before the first
     /// message.
     Member FollowCalls(const Message& message);
-    Member TakeCall(const Message& answer);
     std::string DisplayName(const std::string& busName) const;
     std::string Shorten(const std::string& wellKnownName) const;
 
     Housekeeping housekeeping_;
-    std::vector<OwnedName> ownedNames_;                                 // in the order in which they were acquired
-    std::map<std::pair<std::string, std::uint32_t>, Member> openCalls_; // by caller and serial
+    std::vector<OwnedName> ownedNames_; // in the order in which they were acquired
+    OpenCalls<Member> openCalls_;
 };
 
 } // namespace kiv::sandbox

@@ -1,0 +1,25 @@
+#include "simulator/Feature.h"
+
+#include "simulator/Glib.h"
+
+#include <fmt/format.h>
+
+namespace kiv::simulator {
+
+void WriteFeature(const std::string& file, const std::string& feature)
+{
+    if (file.empty()) {
+        throw InvalidArguments("the simulator was started without a feature file");
+    }
+    std::string text = "[com.molvane/featureconf]\n";
+    if (feature != "absent") {
+        text += fmt::format("kiv_multi_ch_support={}\n", feature == "on");
+    }
+    ErrorSlot error;
+    // In one piece, whoever reads it at the time.
+    if (g_file_set_contents(file.c_str(), text.c_str(), static_cast<gssize>(text.size()), &error) == FALSE) {
+        throw BusError("org.freedesktop.DBus.Error.Failed", error->message);
+    }
+}
+
+} // namespace kiv::simulator

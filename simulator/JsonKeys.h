@@ -1,0 +1,63 @@
+#pragma once
+
+#include "simulator/JsonNode.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kiv::simulator {
+
+/** How to read each key of an object of a kind. */
+template <typename Target>
+using Keys = std::map<std::string, std::function<void(Target&, const JsonNode&)>>;
+
+template <typename Target>
+std::set<std::string> NamesOf(const Keys<Target>& keys)
+{
+    std::set<std::string> names;
+    for (const auto& [name, read] : keys) {
+        names.insert(name);
+    }
+    return names;
+}
+
+[[noreturn]] inline void FailUnknown(const JsonNode& node, const std::set<std::string>& known)
+{
+    node.Fail(fmt::format("there is no such key; known are {}", fmt::join(known, ", ")));
+}
+
+template <typename Target>
+Target Read(const JsonNode& node, const Keys<Target>& keys, const std::vector<std::string>& required = {})
+{
+    Target target{};
+    std::set<std::string> seen;
+    for (const auto& [name, member] : node.Members()) {
+        const auto key = keys.find(name);
+        if (key == keys.end()) {
+            FailUnknown(member, NamesOf(keys));
+        }
+        key->second(target, member);
+        seen.insert(name);
+    }
+    for (const std::string& name : required) {
+        if (!seen.contains(name)) {
+            node.Fail(fmt::format("'{}' is missing", name));
+        }
+    }
+    return target;
+}
+
+/** The reader of a key that sets a member. */
+template <typename Target, typename Member, typename Reader>
+auto Into(Member Target::*member, Reader read)
+{
+    return [member, read](Target& target, const JsonNode& node) { target.*member = read(node); };
+}
+
+} // namespace kiv::simulator

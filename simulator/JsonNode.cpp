@@ -1,0 +1,246 @@
+#include "simulator/JsonNode.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string_view>
+
+namespace kiv::simulator {
+
+namespace {
+
+using nlohmann::json;
+
+/** Characters for the parser, which does not tell by itself how far it has come. */
+class CountedCharacter {
+public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = char;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const char*;
+    using reference = const char&;
+
+    /** The line is that of the character taken last. */
+    CountedCharacter(const char* at, int* line) : at_(at), line_(line) {}
+
+    reference operator*() const { return *at_; }
+    CountedCharacter& operator++()
+    {
+        *line_ += lineEnds_ ? 1 : 0;
+        lineEnds_ = *at_ == '\n';
+        ++at_;
+        return *this;
+    }
+    bool operator==(const CountedCharacter& other) const { return at_ == other.at_; }
+    bool operator!=(const CountedCharacter& other) const { return at_ != other.at_; }
+
+private:
+    const char* at_;
+    int* line_;
+    bool lineEnds_ = false;
+};
+
+/** JSON pointers. */
+std::string Below(const std::string& pointer, std::size_t index)
+{
+    return fmt::format("{}/{}", pointer, index);
+}
+
+std::string Below(const std::string& pointer, const std::string& key)
+{
+    std::string escaped;
+    for (const char character : key) {
+        escaped += character == '~' ? "~0" : character == '/' ? "~1" : std::string(1, character);
+    }
+    return pointer + '/' + escaped;
+}
+
+/** Follows the parser through the text, and notes on which line each value begins. */
+class LineKeeper {
+public:
+    explicit LineKeeper(std::string name) : name_(std::move(name)) {}
+
+    void Note(json::parse_event_t event, const json& parsed, int line)
+    {
+        switch (event) {
+        case json::parse_event_t::key:
+            levels_.back().key = parsed.get<std::string>();
+            Keep(line);
+            break;
+        case json::parse_event_t::object_start:
+        case json::parse_event_t::array_start:
+            Begin(line);
+            levels_.push_back({here_, event == json::parse_event_t::array_start, 0, ""});
+            break;
+        case json::parse_event_t::object_end:
+        case json::parse_event_t::array_end:
+            levels_.pop_back();
+            break;
+        case json::parse_event_t::value:
+            Begin(line);
+            break;
+        }
+    }
+
+    std::map<std::string, int> Take() { return std::move(lines_); }
+
+private:
+    struct Level {
+        std::string pointer;
+        bool isArray;
+        std::size_t next;
+        std::string key;
+    };
+
+    /** A member has begun with its key already. */
+    void Begin(int line)
+    {
+        if (levels_.empty()) {
+            lines_.emplace("", line);
+        } else if (levels_.back().isArray) {
+            Level& level = levels_.back();
+            here_ = Below(level.pointer, level.next++);
+            lines_.emplace(here_, line);
+        } else {
+            here_ = Below(levels_.back().pointer, levels_.back().key);
+        }
+    }
+
+    void Keep(int line)
+    {
+        const std::string pointer = Below(levels_.back().pointer, levels_.back().key);
+        if (!lines_.emplace(pointer, line).second) {
+            throw FileError(fmt::format("{}:{}: {} is given twice", name_, line, pointer));
+        }
+    }
+
+    std::string name_;
+    std::vector<Level> levels_;
+    std::string here_;
+    std::map<std::string, int> lines_;
+};
+
+/** Without the library's name for the error. */
+std::string Reason(const json::exception& error)
+{
+    const std::string_view text = error.what();
+    return std::string(text.substr(text.find("] ") + 2));
+}
+
+} // namespace
+
+struct JsonNode::Document {
+    std::string name;
+    json root;
+    std::map<std::string, int> lines;
+};
+
+std::string ReadText(const std::string& file)
+{
+    std::ifstream stream(file);
+    std::string text;
+    std::array<char, 4096> part;
+    while (stream.read(part.data(), part.size()) || stream.gcount() > 0) {
+        text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+    }
+    // A directory can be opened, but not read.
+    if (!stream.is_open() || stream.bad()) {
+        throw FileError(fmt::format("{}: {}", file, std::strerror(errno)));
+    }
+    return text;
+}
+
+JsonNode JsonNode::Parse(const std::string& name, const std::string& text, int firstLine)
+{
+    int line = firstLine;
+    LineKeeper lines(name);
+    auto document = std::make_shared<Document>();
+    document->name = name;
+    try {
+        document->root = json::parse(
+            CountedCharacter(text.data(), &line), CountedCharacter(text.data() + text.size(), &line),
+            [&](int, json::parse_event_t event, const json& parsed) {
+                lines.Note(event, parsed, line);
+                return true;
+            });
+    } catch (const json::exception& error) {
+        throw FileError(fmt::format("{}:{}: {}", name, line, Reason(error)));
+    }
+    document->lines = lines.Take();
+    return {document, "", &document->root};
+}
+
+void JsonNode::Fail(const std::string& reason) const
+{
+    const std::string where = pointer_.empty() ? "" : pointer_ + ": ";
+    throw FileError(fmt::format("{}:{}: {}{}", document_->name, document_->lines.at(pointer_), where, reason));
+}
+
+bool JsonNode::IsNull() const
+{
+    return value_->is_null();
+}
+
+bool JsonNode::IsText() const
+{
+    return value_->is_string();
+}
+
+bool JsonNode::Flag() const
+{
+    if (!value_->is_boolean()) {
+        Fail("this is true or false");
+    }
+    return value_->get<bool>();
+}
+
+std::string JsonNode::Text() const
+{
+    if (!value_->is_string()) {
+        Fail("this is a text");
+    }
+    return value_->get<std::string>();
+}
+
+std::int64_t JsonNode::Integer(std::int64_t least, std::int64_t most) const
+{
+    const bool fits = value_->is_number_integer() &&
+                      !(value_->is_number_unsigned() && value_->get<std::uint64_t>() > INT64_MAX) &&
+                      value_->get<std::int64_t>() >= least && value_->get<std::int64_t>() <= most;
+    if (!fits) {
+        Fail(fmt::format("this is a whole number from {} to {}", least, most));
+    }
+    return value_->get<std::int64_t>();
+}
+
+std::vector<JsonNode> JsonNode::Items() const
+{
+    if (!value_->is_array()) {
+        Fail("this is a list");
+    }
+    std::vector<JsonNode> items;
+    for (std::size_t index = 0; index < value_->size(); ++index) {
+        items.push_back({document_, Below(pointer_, index), &(*value_)[index]});
+    }
+    return items;
+}
+
+std::vector<std::pair<std::string, JsonNode>> JsonNode::Members() const
+{
+    if (!value_->is_object()) {
+        Fail("this is an object");
+    }
+    std::vector<std::pair<std::string, JsonNode>> members;
+    for (const auto& member : value_->items()) {
+        members.emplace_back(member.key(), JsonNode(document_, Below(pointer_, member.key()), &member.value()));
+    }
+    return members;
+}
+
+} // namespace kiv::simulator

@@ -1,0 +1,72 @@
+#include "simulator/Recording.h"
+
+#include "simulator/JsonKeys.h"
+
+#include <nlohmann/json.hpp>
+
+namespace kiv::simulator {
+
+namespace {
+
+std::string ReadString(const JsonNode& node)
+{
+    return node.Text();
+}
+
+std::int64_t ReadNumber(const JsonNode& node)
+{
+    return node.Integer(0, INT32_MAX);
+}
+
+const Keys<RecordedLine>& LineKeys()
+{
+    static const Keys<RecordedLine> kKeys = {
+        {"ms", Into(&RecordedLine::ms, ReadNumber)},         {"call", Into(&RecordedLine::call, ReadNumber)},
+        {"event", Into(&RecordedLine::event, ReadNumber)},   {"answer", Into(&RecordedLine::answer, ReadNumber)},
+        {"method", Into(&RecordedLine::method, ReadString)}, {"arguments", Into(&RecordedLine::arguments, ReadString)},
+        {"client", Into(&RecordedLine::client, ReadString)}, {"values", Into(&RecordedLine::values, ReadString)},
+        {"error", Into(&RecordedLine::error, ReadString)},   {"message", Into(&RecordedLine::message, ReadString)},
+    };
+    return kKeys;
+}
+
+} // namespace
+
+std::string WriteLine(const RecordedLine& line)
+{
+    nlohmann::ordered_json json = {{"ms", line.ms}};
+    if (line.answer) {
+        json["answer"] = *line.answer;
+        if (line.error.empty()) {
+            json["values"] = line.values;
+        } else {
+            json["error"] = line.error;
+            json["message"] = line.message;
+        }
+        return json.dump();
+    }
+    if (line.event) {
+        json["event"] = *line.event;
+        json["client"] = line.client;
+    } else {
+        json["call"] = line.call.value_or(0);
+    }
+    json["method"] = line.method;
+    json["arguments"] = line.arguments;
+    return json.dump();
+}
+
+RecordedLine ReadLine(const std::string& name, const std::string& text, int number)
+{
+    const JsonNode node = JsonNode::Parse(name, text, number);
+    RecordedLine line = Read(node, LineKeys(), {"ms"});
+    if (line.call.has_value() + line.event.has_value() + line.answer.has_value() != 1) {
+        node.Fail("a line has one of 'call', 'event' and 'answer'");
+    }
+    if (line.answer ? line.values.empty() == line.error.empty() : line.method.empty() || line.arguments.empty()) {
+        node.Fail("calls and events have 'method' and 'arguments', answers have 'values' or 'error'");
+    }
+    return line;
+}
+
+} // namespace kiv::simulator

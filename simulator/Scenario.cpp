@@ -1,0 +1,379 @@
+#include "simulator/Scenario.h"
+
+#include "simulator/BusObject.h"
+#include "simulator/ClientLink.h"
+#include "simulator/Events.h"
+#include "simulator/Faults.h"
+#include "simulator/Interfaces.h"
+#include "simulator/JsonKeys.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+namespace kiv::simulator {
+
+namespace {
+
+constexpr std::int64_t kLongestTime = std::numeric_limits<std::int32_t>::max();
+
+int ReadInt(const JsonNode& node)
+{
+    return static_cast<int>(
+        node.Integer(std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
+}
+
+std::chrono::milliseconds ReadTime(const JsonNode& node, std::int64_t least = 0)
+{
+    return std::chrono::milliseconds(node.Integer(least, kLongestTime));
+}
+
+Bytes ReadHex(const JsonNode& node)
+{
+    const auto bytes = ParseHex(node.Text());
+    if (!bytes) {
+        node.Fail("these are bytes in hexadecimal, such as \"01 ff\"");
+    }
+    return *bytes;
+}
+
+Mac ReadMacAddress(const JsonNode& node)
+{
+    const auto mac = ParseMac(node.Text());
+    if (!mac) {
+        node.Fail("this is a MAC address, such as \"02:4b:49:56:00:01\"");
+    }
+    return *mac;
+}
+
+Ip ReadIpAddress(const JsonNode& node)
+{
+    const auto ip = ParseIp(node.Text());
+    if (!ip) {
+        node.Fail("this is an IP address, such as \"192.168.0.21\"");
+    }
+    return *ip;
+}
+
+std::string ReadWord(const JsonNode& node, const std::vector<std::string>& allowed)
+{
+    std::string word = node.Text();
+    if (std::ranges::find(allowed, word) == allowed.end()) {
+        node.Fail(fmt::format("this is one of {}", fmt::join(allowed, ", ")));
+    }
+    return word;
+}
+
+Connection ReadConnection(const JsonNode& node)
+{
+    const std::string word = ReadWord(node, {"none", "network", "direct"});
+    return word == "none" ? Connection::kNone : word == "network" ? Connection::kNetwork : Connection::kDirect;
+}
+
+std::string ReadString(const JsonNode& node)
+{
+    return node.Text();
+}
+
+bool ReadFlag(const JsonNode& node)
+{
+    return node.Flag();
+}
+
+struct GroupedSpeaker : Speaker {
+    GroupedSpeaker() : Speaker{0, 0, "", "Shelf", {}, {}, 20, Connection::kNetwork} {}
+
+    std::string groupName;
+    std::optional<Ip> ownIp;
+};
+
+const Keys<GroupedSpeaker>& SpeakerKeys()
+{
+    static const Keys<GroupedSpeaker> kKeys = {
+        {"name", Into(&Speaker::name, ReadString)},
+        {"mac", Into(&Speaker::mac, ReadMacAddress)},
+        {"group", Into(&GroupedSpeaker::groupName, ReadString)},
+        {"type", Into(&Speaker::type, ReadString)},
+        {"ip", Into(&GroupedSpeaker::ownIp, ReadIpAddress)},
+        {"volume", Into(&Speaker::volume, [](const JsonNode& node) { return static_cast<int>(node.Integer(0, 100)); })},
+        {"connection", Into(&Speaker::connection, ReadConnection)},
+        {"channel", Into(&Speaker::channel, ReadInt)},
+        {"active", Into(&Speaker::active, ReadFlag)},
+        {"watched", Into(&Speaker::watched, ReadFlag)},
+    };
+    return kKeys;
+}
+
+/** Number of the group, which is made if there is none of the name. */
+int GroupNumber(std::vector<std::string>& names, const std::string& name)
+{
+    const auto found = std::ranges::find(names, name);
+    const auto index = found - names.begin();
+    if (found == names.end()) {
+        names.push_back(name);
+    }
+    return static_cast<int>(index) + 1;
+}
+
+SpeakerSet ReadSpeakers(const JsonNode& node)
+{
+    SpeakerSet set;
+    for (const JsonNode& item : node.Items()) {
+        auto speaker = Read(item, SpeakerKeys(), {"name", "mac"});
+        if (std::ranges::find(set.speakers, speaker.mac, &Speaker::mac) != set.speakers.end()) {
+            item.Fail(fmt::format("another speaker has the MAC address {}", Text(speaker.mac)));
+        }
+        if (speaker.active && !speaker.IsConnected()) {
+            item.Fail("a speaker that is not connected cannot be active");
+        }
+        speaker.node = static_cast<int>(set.speakers.size()) + 1;
+        speaker.group = GroupNumber(set.groupNames, speaker.groupName.empty() ? speaker.name : speaker.groupName);
+        speaker.ip = speaker.ownIp.value_or(Ip{192, 168, 0, static_cast<std::uint8_t>(20 + speaker.node)});
+        set.speakers.push_back(speaker);
+    }
+    return set;
+}
+
+Bytes ReadSoundModeData(const JsonNode& node)
+{
+    Bytes data = ReadHex(node);
+    if (data.size() > Soundbars::kMostSoundModeData) {
+        node.Fail(fmt::format("a sound mode has {} bytes at most", Soundbars::kMostSoundModeData));
+    }
+    return data;
+}
+
+const Keys<Soundbar>& SoundbarKeys()
+{
+    static const Keys<Soundbar> kKeys = {
+        {"name", Into(&Soundbar::name, ReadString)},
+        {"mac", Into(&Soundbar::mac, ReadMacAddress)},
+        {"ip", Into(&Soundbar::ip, ReadIpAddress)},
+        {"soundMode", Into(&Soundbar::soundMode, ReadSoundModeData)},
+        {"supportsSoundMode", Into(&Soundbar::supportsSoundMode, ReadInt)},
+        {"protocolVersion", Into(&Soundbar::protocolVersion, ReadInt)},
+    };
+    return kKeys;
+}
+
+std::vector<Soundbar> ReadSoundbars(const JsonNode& node)
+{
+    std::vector<Soundbar> soundbars;
+    for (const JsonNode& item : node.Items()) {
+        soundbars.push_back(Read(item, SoundbarKeys(), {"name", "mac", "ip"}));
+    }
+    return soundbars;
+}
+
+const Keys<HomeChange>& HomeKeys()
+{
+    static const Keys<HomeChange> kKeys = {
+        {"speakers", Into(&HomeChange::speakers, ReadSpeakers)},
+        {"soundbars", Into(&HomeChange::soundbars, ReadSoundbars)},
+        {"settingMode", Into(&HomeChange::settingMode, ReadInt)},
+        {"tavrinUiMode", Into(&HomeChange::tavrinUiMode, ReadInt)},
+        {"surround", Into(&HomeChange::surround, ReadFlag)},
+        {"receiverHasAtmos", Into(&HomeChange::receiverHasAtmos, ReadFlag)},
+    };
+    return kKeys;
+}
+
+HomeChange ReadHome(const JsonNode& node)
+{
+    return Read(node, HomeKeys());
+}
+
+/** The value that a key of a fault has when it comes over the bus. */
+GVariant* FaultValue(const JsonNode& node, const std::string& type)
+{
+    if (type == "b") {
+        return g_variant_new_boolean(node.Flag() ? TRUE : FALSE);
+    }
+    if (type == "u") {
+        return g_variant_new_uint32(static_cast<std::uint32_t>(node.Integer(0, kLongestTime)));
+    }
+    if (type == "ay") {
+        return NewByteArray(ReadHex(node));
+    }
+    return g_variant_new_string(node.Text().c_str());
+}
+
+std::set<std::string> FaultKeys()
+{
+    std::set<std::string> names;
+    for (const auto& [name, type] : Faults::Keys()) {
+        names.insert(name);
+    }
+    return names;
+}
+
+Variant ReadFault(const JsonNode& node)
+{
+    const std::map<std::string, std::string> types = Faults::Keys();
+    std::vector<std::pair<std::string, Variant>> values;
+    for (const auto& [name, member] : node.Members()) {
+        const auto type = types.find(name);
+        if (type == types.end()) {
+            FailUnknown(member, FaultKeys());
+        }
+        values.emplace_back(name, Own(FaultValue(member, type->second)));
+    }
+    GVariantDict description;
+    g_variant_dict_init(&description, nullptr);
+    for (const auto& [name, value] : values) {
+        g_variant_dict_insert_value(&description, name.c_str(), value.get());
+    }
+    return Own(g_variant_dict_end(&description));
+}
+
+std::map<std::string, Variant> ReadFaults(const JsonNode& node)
+{
+    // Only to see whether they make sense.
+    Faults trial(Interface(kServerXml).Methods());
+    std::map<std::string, Variant> faults;
+    for (const auto& [method, member] : node.Members()) {
+        const Variant fault = member.IsNull() ? nullptr : ReadFault(member);
+        try {
+            trial.Set(method, fault == nullptr ? Own(g_variant_new("a{sv}", nullptr)).get() : fault.get());
+        } catch (const BusError& error) {
+            member.Fail(error.what());
+        }
+        faults.emplace(method, fault);
+    }
+    return faults;
+}
+
+std::int32_t ReadEventId(const JsonNode& node)
+{
+    if (!node.IsText()) {
+        return ReadInt(node);
+    }
+    const std::string text = node.Text();
+    std::uint32_t id = 0;
+    const char* const end = text.data() + text.size();
+    if (!text.starts_with("0x") || text.size() == 2 || std::from_chars(text.data() + 2, end, id, 16).ptr != end ||
+        text.size() > 10) {
+        node.Fail("this is a number, or one in hexadecimal such as \"0x02020028\"");
+    }
+    return static_cast<std::int32_t>(id);
+}
+
+struct EventEntry {
+    std::string client;
+    std::optional<std::int32_t> id;
+    Bytes data;
+    std::optional<Bytes> payload;
+};
+
+const Keys<EventEntry>& EventKeys()
+{
+    static const Keys<EventEntry> kKeys = {
+        {"client", Into(
+                       &EventEntry::client,
+                       [](const JsonNode& node) {
+                           if (!ClientLink::IsUsable(node.Text())) {
+                               node.Fail("no client can have this id");
+                           }
+                           return node.Text();
+                       })},
+        {"id", Into(&EventEntry::id, ReadEventId)},
+        {"data", Into(&EventEntry::data, ReadHex)},
+        {"payload", Into(&EventEntry::payload, ReadHex)},
+    };
+    return kKeys;
+}
+
+std::vector<EventPush> ReadEvents(const JsonNode& node)
+{
+    std::vector<EventPush> events;
+    for (const JsonNode& item : node.Items()) {
+        const auto entry = Read(item, EventKeys());
+        if (entry.id.has_value() == entry.payload.has_value() || (entry.payload && !entry.data.empty())) {
+            item.Fail("an event has either 'id' and 'data', or 'payload'");
+        }
+        const Variant payload = entry.payload ? Own(NewByteArray(*entry.payload)) : EventPayload(*entry.id, entry.data);
+        events.push_back({entry.client, payload});
+    }
+    return events;
+}
+
+/** Those that an object has that holds a change. */
+template <typename Target>
+void AddChangeKeys(Keys<Target>& keys, Change Target::*change)
+{
+    const Keys<Change> changeKeys = {
+        {"clientId", Into(&Change::clientId, ReadString)},
+        {"feature", Into(
+                        &Change::feature,
+                        [](const JsonNode& node) {
+                            return ReadWord(node, {"on", "off", "absent"});
+                        })},
+        {"home", Into(&Change::home, ReadHome)},
+        {"faults", Into(&Change::faults, ReadFaults)},
+        {"events", Into(&Change::events, ReadEvents)},
+        {"away", Into(&Change::away, [](const JsonNode& node) { return ReadTime(node); })},
+        {"exit", Into(&Change::exit, ReadFlag)},
+    };
+    for (const auto& [name, read] : changeKeys) {
+        keys.emplace(name, [change, read = read](Target& target, const JsonNode& node) { read(target.*change, node); });
+    }
+}
+
+const Keys<Appointment>& AppointmentKeys()
+{
+    static const Keys<Appointment> kKeys = [] {
+        Keys<Appointment> keys = {
+            {"at", Into(&Appointment::at, [](const JsonNode& node) { return ReadTime(node); })},
+            {"every", Into(&Appointment::every, [](const JsonNode& node) { return ReadTime(node, 1); })},
+        };
+        AddChangeKeys(keys, &Appointment::change);
+        return keys;
+    }();
+    return kKeys;
+}
+
+std::vector<Appointment> ReadTimetable(const JsonNode& node)
+{
+    std::vector<Appointment> timetable;
+    for (const JsonNode& item : node.Items()) {
+        timetable.push_back(Read(item, AppointmentKeys(), {"at"}));
+    }
+    return timetable;
+}
+
+const Keys<Scenario>& RootKeys()
+{
+    static const Keys<Scenario> kKeys = [] {
+        Keys<Scenario> keys = {
+            // For editors.
+            {"$schema", [](Scenario&, const JsonNode& node) { node.Text(); }},
+            {"description", Into(&Scenario::description, ReadString)},
+            {"timetable", Into(&Scenario::timetable, ReadTimetable)},
+        };
+        AddChangeKeys(keys, &Scenario::now);
+        return keys;
+    }();
+    return kKeys;
+}
+
+} // namespace
+
+Scenario ReadScenario(const std::string& name, const std::string& text)
+{
+    return Read(JsonNode::Parse(name, text), RootKeys());
+}
+
+std::map<std::string, std::set<std::string>> ScenarioKeys()
+{
+    return {
+        {"scenario", NamesOf(RootKeys())},
+        {"appointment", NamesOf(AppointmentKeys())},
+        {"home", NamesOf(HomeKeys())},
+        {"speaker", NamesOf(SpeakerKeys())},
+        {"soundbar", NamesOf(SoundbarKeys())},
+        {"event", NamesOf(EventKeys())},
+        {"fault", FaultKeys()},
+    };
+}
+
+} // namespace kiv::simulator

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "simulator/Glib.h"
+#include "simulator/Home.h"
+#include "simulator/JsonNode.h"
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kiv::simulator {
+
+/** To one client, or to all if it has no name. */
+struct EventPush {
+    std::string client;
+    Variant payload;
+};
+
+/** Something that becomes otherwise. What is empty stays as it is. */
+struct Change {
+    std::optional<std::string> clientId;
+    /** Whether the TV has network speakers: "on", "off" or "absent". */
+    std::optional<std::string> feature;
+    HomeChange home;
+    /** Descriptions by method; null for a fault that is taken back. */
+    std::map<std::string, Variant> faults;
+    std::vector<EventPush> events;
+    /** How long the server is away from the bus, as after a crash. */
+    std::optional<std::chrono::milliseconds> away;
+    bool exit = false;
+};
+
+struct Appointment {
+    std::chrono::milliseconds at{0};
+    std::optional<std::chrono::milliseconds> every;
+    Change change;
+};
+
+/** What people write into a file: a change for now, and others for later. */
+struct Scenario {
+    std::string description;
+    Change now;
+    std::optional<std::vector<Appointment>> timetable;
+};
+
+/** Throws FileError, with line and reason, for a scenario that cannot be used. The name stands for the text. */
+Scenario ReadScenario(const std::string& name, const std::string& text);
+
+/** The keys that each kind of object in a scenario can have. */
+std::map<std::string, std::set<std::string>> ScenarioKeys();
+
+} // namespace kiv::simulator

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "simulator/Scenario.h"
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace kiv::simulator {
+
+/** Has changes made when their time has come. */
+class Timetable {
+public:
+    using Make = std::function<void(const Change&)>;
+
+    void MakeChangesBy(Make make) { make_ = std::move(make); }
+    /** The times count from now. */
+    void Replace(const std::vector<Appointment>& appointments);
+
+private:
+    using Clock = std::chrono::steady_clock;
+    /** By the time at which each is due; of the same time, the earlier in the list comes first. */
+    using Due = std::multimap<Clock::time_point, Appointment>;
+
+    void AwaitNext();
+    void MakeNext();
+
+    Make make_;
+    std::shared_ptr<Due> due_;
+};
+
+} // namespace kiv::simulator

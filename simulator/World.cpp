@@ -1,0 +1,43 @@
+#include "simulator/World.h"
+
+#include "simulator/BusObject.h"
+#include "simulator/Feature.h"
+#include "simulator/Interfaces.h"
+
+namespace kiv::simulator {
+
+namespace {
+
+/** Far fewer than would fit into one message. */
+constexpr std::size_t kMostRecorded = 100000;
+
+} // namespace
+
+World::World(const Scenario& scenario) : faults(Interface(kServerXml).Methods()), calls(kMostRecorded)
+{
+    // Whoever started the programs has written it.
+    Change change = scenario.now;
+    change.feature.reset();
+    Apply(change);
+    timetable.Replace(scenario.timetable.value_or(std::vector<Appointment>()));
+}
+
+bool World::Apply(const Change& change)
+{
+    if (change.feature) {
+        WriteFeature(featureFile, *change.feature);
+    }
+    if (change.clientId) {
+        clients.UseId(change.clientId);
+    }
+    for (const auto& [method, fault] : change.faults) {
+        if (fault == nullptr) {
+            faults.Clear(method);
+        } else {
+            faults.Set(method, fault.get());
+        }
+    }
+    return home.Apply(change.home);
+}
+
+} // namespace kiv::simulator

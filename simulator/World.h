@@ -1,0 +1,36 @@
+#pragma once
+
+#include "simulator/CallRecord.h"
+#include "simulator/Clients.h"
+#include "simulator/Faults.h"
+#include "simulator/Home.h"
+#include "simulator/Replay.h"
+#include "simulator/Scenario.h"
+#include "simulator/Timetable.h"
+
+#include <optional>
+#include <string>
+
+namespace kiv::simulator {
+
+/** What outlasts a crash of the server. */
+struct World {
+    explicit World(const Scenario& scenario = {});
+
+    /**
+     * Does what needs no bus. Returns whether the receiver's Atmos support is another now. Throws BusError if the
+     * feature cannot be written.
+     */
+    bool Apply(const Change& change);
+
+    Home home;
+    Clients clients;
+    Faults faults;
+    CallRecord calls;
+    Timetable timetable;
+    std::optional<Replay> replay;
+    /** Where the TV's programs read which features it has; empty if it is not to be written. */
+    std::string featureFile;
+};
+
+} // namespace kiv::simulator

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "Processes.h"
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace kiv::sandbox {
+
+std::vector<std::string> SandboxCommand(std::vector<std::string> words);
+
+struct Outcome {
+    int exitCode;
+    std::string output;
+    std::string errors;
+};
+
+/// Runs a sandbox with these arguments to its end.
+Outcome RunSandbox(const std::vector<std::string>& words);
+
+/// A sandbox whose command tells its address and then runs a script, to which "read" is a way to wait for the test.
+class Sandbox {
+public:
+    explicit Sandbox(const std::string& script, std::vector<std::string> options = {});
+
+    Child& Process() { return child_; }
+    const std::string& Address() const { return address_; }
+    std::filesystem::path Directory() const;
+    pid_t ReadPid() { return std::stoi(child_.ReadLine()); }
+
+private:
+    Child child_;
+    std::string address_;
+};
+
+} // namespace kiv::sandbox

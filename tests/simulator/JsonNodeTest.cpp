@@ -1,0 +1,96 @@
+#include "simulator/JsonNode.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+namespace kiv::simulator {
+namespace {
+
+using ::testing::StartsWith;
+
+std::string Complaint(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const FileError& error) {
+        return error.what();
+    }
+    return "none";
+}
+
+/** What each value in the text is told to be, with its place. */
+void Collect(const JsonNode& node, std::vector<std::string>& places)
+{
+    places.push_back(Complaint([&node] { node.Fail("here"); }));
+    const auto tryEach = [&](const auto& visit) { Complaint(visit); };
+    tryEach([&] {
+        for (const JsonNode& item : node.Items()) {
+            Collect(item, places);
+        }
+    });
+    tryEach([&] {
+        for (const auto& [name, member] : node.Members()) {
+            Collect(member, places);
+        }
+    });
+}
+
+TEST(JsonNodeTest, KnowsThePlaceOfEachValue)
+{
+    const std::string text = R"({
+  "a": [
+    1,
+    "two",
+    {
+      "b/c~": null }, 3
+    ,[
+    true]],
+  "d":
+    5
+})";
+    std::vector<std::string> places;
+    Collect(JsonNode::Parse("file", text), places);
+    EXPECT_THAT(
+        places, testing::ElementsAre(
+                    "file:1: here", "file:2: /a: here", "file:3: /a/0: here", "file:4: /a/1: here",
+                    "file:5: /a/2: here", "file:6: /a/2/b~1c~0: here", "file:6: /a/3: here", "file:7: /a/4: here",
+                    "file:8: /a/4/0: here", "file:9: /d: here"));
+}
+
+TEST(JsonNodeTest, TellsWhereTheSyntaxEnds)
+{
+    EXPECT_THAT(
+        Complaint([] { JsonNode::Parse("file", "{\n\"a\": 1,\n}"); }),
+        StartsWith("file:3: parse error at line 3, column 1: syntax error"));
+    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", ""); }), StartsWith("file:1: parse error at line 1, column 1"));
+    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "[1] 2"); }), StartsWith("file:1: parse error"));
+    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "\"\xff\""); }), StartsWith("file:1: parse error"));
+}
+
+TEST(JsonNodeTest, RefusesAKeyThatIsGivenTwice)
+{
+    EXPECT_EQ(
+        Complaint([] { JsonNode::Parse("file", "[{\n\"a\": 1,\n\"b\": {\"a\": 1},\n\"a\": 2}]"); }),
+        "file:4: /0/a is given twice");
+}
+
+TEST(JsonNodeTest, RefusesOtherTypes)
+{
+    const JsonNode number = JsonNode::Parse("file", "7");
+    EXPECT_EQ(number.Integer(7, 7), 7);
+    EXPECT_EQ(Complaint([&] { number.Integer(8, 9); }), "file:1: this is a whole number from 8 to 9");
+    EXPECT_EQ(Complaint([&] { number.Integer(5, 6); }), "file:1: this is a whole number from 5 to 6");
+    EXPECT_EQ(Complaint([&] { number.Text(); }), "file:1: this is a text");
+    EXPECT_EQ(Complaint([&] { number.Flag(); }), "file:1: this is true or false");
+    EXPECT_EQ(Complaint([&] { number.Items(); }), "file:1: this is a list");
+    EXPECT_EQ(Complaint([&] { number.Members(); }), "file:1: this is an object");
+    for (const std::string text :
+         {"1.0", "1e2", "18446744073709551615", "99999999999999999999", "true", "\"1\"", "null"}) {
+        EXPECT_NE(Complaint([&] { JsonNode::Parse("file", text).Integer(0, 100); }), "none") << text;
+    }
+}
+
+} // namespace
+} // namespace kiv::simulator

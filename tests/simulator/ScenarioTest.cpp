@@ -1,0 +1,234 @@
+#include "simulator/Scenario.h"
+
+#include "SimulatorTest.h"
+#include "simulator/World.h"
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+namespace kiv::simulator {
+namespace {
+
+using nlohmann::json;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+std::string Complaint(const std::string& text)
+{
+    try {
+        ReadScenario("file", text);
+    } catch (const FileError& error) {
+        return error.what();
+    }
+    return "none";
+}
+
+json HomeOf(const std::string& text)
+{
+    const World world(ReadScenario("file", text));
+    return world.home.ToJson();
+}
+
+/** Puts an object of a kind into a scenario. */
+json Wrapped(const std::string& kind, const json& object)
+{
+    const std::map<std::string, json::json_pointer> places = {
+        {"scenario", json::json_pointer("")},
+        {"appointment", json::json_pointer("/timetable/0")},
+        {"home", json::json_pointer("/home")},
+        {"speaker", json::json_pointer("/home/speakers/0")},
+        {"soundbar", json::json_pointer("/home/soundbars/0")},
+        {"fault", json::json_pointer("/faults/DisableSurround")},
+        {"event", json::json_pointer("/events/0")},
+    };
+    json scenario;
+    scenario[places.at(kind)] = object;
+    return scenario;
+}
+
+class SchemaTest : public ::testing::Test {
+protected:
+    SchemaTest() : schema_(json::parse(std::ifstream(KIV_SCENARIO_SCHEMA))) {}
+
+    const json& Kind(const std::string& kind) const { return schema_.at("$defs").at(kind); }
+    const json& Properties(const std::string& kind) const { return Kind(kind).at("properties"); }
+
+    /** An object that has what it must have, and an example of the key. */
+    json Example(const std::string& kind, const std::string& key) const
+    {
+        json object = json::object();
+        for (const json& required : Kind(kind).value("required", json::array())) {
+            object[required.get<std::string>()] = Properties(kind).at(required).at("examples")[0];
+        }
+        object[key] = Properties(kind).at(key).at("examples")[0];
+        if (key == "message") {
+            object["error"] = "org.example.Bad";
+        }
+        if (kind == "event" && key != "payload") {
+            object["id"] = 1;
+        }
+        return object;
+    }
+
+    json schema_;
+};
+
+TEST_F(SchemaTest, HasTheKeysThatTheLoaderAccepts)
+{
+    const auto kinds = ScenarioKeys();
+    EXPECT_THAT(kinds, SizeIs(7));
+    for (const auto& [kind, keys] : kinds) {
+        std::set<std::string> inSchema;
+        for (const auto& property : Properties(kind).items()) {
+            inSchema.insert(property.key());
+        }
+        EXPECT_EQ(keys, inSchema) << kind;
+        EXPECT_EQ(Kind(kind).at("additionalProperties"), false) << kind;
+    }
+    for (const auto& definition : schema_.at("$defs").items()) {
+        EXPECT_EQ(definition.value().value("type", "") == "object", kinds.contains(definition.key()))
+            << definition.key();
+    }
+}
+
+TEST_F(SchemaTest, ItsExamplesAreAccepted)
+{
+    for (const auto& [kind, keys] : ScenarioKeys()) {
+        for (const std::string& key : keys) {
+            EXPECT_EQ(Complaint(Wrapped(kind, Example(kind, key)).dump()), "none") << kind << " " << key;
+        }
+    }
+}
+
+TEST_F(SchemaTest, ValuesOfNoTypeThatItAllowsAreRefused)
+{
+    for (const auto& [kind, keys] : ScenarioKeys()) {
+        for (const std::string& key : keys) {
+            json object = Example(kind, key);
+            object[key] = 1.5;
+            EXPECT_THAT(Complaint(Wrapped(kind, object).dump()), HasSubstr("/" + key + ": this is ")) << kind;
+        }
+    }
+}
+
+TEST_F(SchemaTest, WhatItRequiresIsRequired)
+{
+    for (const auto& [kind, keys] : ScenarioKeys()) {
+        for (const json& required : Kind(kind).value("required", json::array())) {
+            json object = Example(kind, required);
+            object.erase(required.get<std::string>());
+            EXPECT_THAT(
+                Complaint(Wrapped(kind, object).dump()), HasSubstr("'" + required.get<std::string>() + "' is missing"));
+        }
+    }
+}
+
+TEST(ScenarioTest, TheDocumentedOnesCanBeUsed)
+{
+    const std::string document = ReadText(KIV_SCENARIO_DOCUMENT);
+    const std::string fence = "```json\n";
+    int found = 0;
+    for (auto at = document.find(fence); at != std::string::npos; at = document.find(fence, at)) {
+        at += fence.size();
+        EXPECT_EQ(Complaint(document.substr(at, document.find("```", at) - at)), "none");
+        ++found;
+    }
+    EXPECT_GT(found, 0);
+}
+
+TEST(ScenarioTest, LeftOutAHomeIsTheSimulatorsOwn)
+{
+    EXPECT_EQ(HomeOf("{}"), Home().ToJson());
+}
+
+TEST(ScenarioTest, FillsInWhatIsLeftOutOfASpeaker)
+{
+    const json home = HomeOf(R"({"home": {"speakers": [
+        {"name": "Hall", "mac": "02:00:00:00:00:01"},
+        {"name": "Left", "mac": "02:00:00:00:00:02", "group": "Den", "ip": "10.0.0.9", "type": "Tall", "volume": 3,
+         "connection": "direct", "channel": -1, "active": true, "watched": false},
+        {"name": "Right", "mac": "02:00:00:00:00:03", "group": "Den", "connection": "none"}]}})");
+    EXPECT_EQ(home["groups"], (json{"Hall", "Den"}));
+    const json hall = {{"node", 1},       {"group", 1},      {"id", "KIV01"},           {"name", "Hall"},
+                       {"type", "Shelf"}, {"volume", 20},    {"connection", "network"}, {"mac", "02:00:00:00:00:01"},
+                       {"channel", 0},    {"active", false}, {"watched", true},         {"ip", "192.168.0.21"},
+                       {"test", nullptr}};
+    EXPECT_EQ(home["speakers"][0], hall);
+    const json left = {{"node", 2},      {"group", 2},     {"id", "KIV02"},          {"name", "Left"},
+                       {"type", "Tall"}, {"volume", 3},    {"connection", "direct"}, {"mac", "02:00:00:00:00:02"},
+                       {"channel", -1},  {"active", true}, {"watched", false},       {"ip", "10.0.0.9"},
+                       {"test", nullptr}};
+    EXPECT_EQ(home["speakers"][1], left);
+    EXPECT_EQ(home["discovered"][0]["group"], 2);
+    EXPECT_EQ(home["surroundChannels"], 1);
+}
+
+TEST(ScenarioTest, SurroundFollowsFromTheModeUnlessItIsGiven)
+{
+    const std::string speaker = R"("speakers": [{"name": "x", "mac": "02:00:00:00:00:01", "active": true}])";
+    EXPECT_EQ(HomeOf("{\"home\": {" + speaker + "}}")["surround"], true);
+    EXPECT_EQ(HomeOf("{\"home\": {\"settingMode\": 81, " + speaker + "}}")["surround"], false);
+    EXPECT_EQ(HomeOf("{\"home\": {\"surround\": false, " + speaker + "}}")["surround"], false);
+}
+
+TEST(ScenarioTest, RefusesWhatMakesNoSense)
+{
+    const auto speakers = [](const std::string& list) {
+        return Complaint("{\"home\": {\"speakers\": [" + list + "]}}");
+    };
+    const std::string hall = R"({"name": "Hall", "mac": "02:00:00:00:00:01"})";
+    EXPECT_THAT(speakers(hall + "," + hall), HasSubstr("/home/speakers/1: another speaker has the MAC address"));
+    EXPECT_THAT(
+        speakers(R"({"name": "x", "mac": "02:00:00:00:00:01", "connection": "none", "active": true})"),
+        HasSubstr("cannot be active"));
+    EXPECT_THAT(speakers(R"({"name": "x", "mac": "02"})"), HasSubstr("/mac: this is a MAC address"));
+    EXPECT_THAT(
+        speakers(R"({"name": "x", "mac": "02:00:00:00:00:01", "ip": "1"})"), HasSubstr("/ip: this is an IP address"));
+    EXPECT_THAT(Complaint(R"({"feature": "perhaps"})"), HasSubstr("/feature: this is one of on, off, absent"));
+    EXPECT_THAT(Complaint(R"({"timetable": [{}]})"), HasSubstr("/timetable/0: 'at' is missing"));
+    EXPECT_THAT(Complaint(R"({"timetable": [{"at": 1, "every": 0}]})"), HasSubstr("/timetable/0/every: this is"));
+    EXPECT_THAT(Complaint(R"({"events": [{}]})"), HasSubstr("either 'id' and 'data', or 'payload'"));
+    EXPECT_THAT(Complaint(R"({"events": [{"id": 1, "payload": ""}]})"), HasSubstr("either 'id'"));
+    EXPECT_THAT(Complaint(R"({"events": [{"data": "01", "payload": ""}]})"), HasSubstr("either 'id'"));
+    EXPECT_THAT(Complaint(R"({"events": [{"id": "020"}]})"), HasSubstr("/events/0/id: this is a number"));
+    EXPECT_THAT(Complaint(R"({"events": [{"id": "0x"}]})"), HasSubstr("/events/0/id: this is a number"));
+    EXPECT_THAT(Complaint(R"({"events": [{"id": "0x123456789"}]})"), HasSubstr("/events/0/id: this is a number"));
+    EXPECT_THAT(Complaint(R"({"events": [{"id": 1, "client": "no name"}]})"), HasSubstr("no client can have this id"));
+    EXPECT_THAT(
+        Complaint(R"({"faults": {"Nonsense": null}})"), HasSubstr("/faults/Nonsense: the server has no method"));
+    EXPECT_THAT(
+        Complaint(R"({"faults": {"DisableSurround": {"silent": true, "exit": true}}})"),
+        HasSubstr("/faults/DisableSurround: at most one"));
+    EXPECT_THAT(Complaint(R"({"faults": {"DisableSurround": {"reply": "(1"}}})"), HasSubstr("'(1' is no value"));
+    EXPECT_THAT(
+        Complaint(R"({"faults": {"DisableSurround": {"delay": -1}}})"), HasSubstr("/delay: this is a whole number"));
+    EXPECT_THAT(
+        Complaint(
+            R"({"home": {"soundbars": [{"name": "x", "mac": "02:00:00:00:00:01", "ip": "1.1.1.1", "soundMode": ")" +
+            std::string(42, '0') + "\"}]}}"),
+        HasSubstr("20 bytes at most"));
+}
+
+TEST(ScenarioTest, ReadsATimetable)
+{
+    const Scenario scenario = ReadScenario(
+        "file",
+        R"({"timetable": [{"at": 5, "away": 7}, {"at": 6, "every": 8, "events": [{"id": -2, "data": "05"}]}]})");
+    ASSERT_TRUE(scenario.timetable);
+    ASSERT_THAT(*scenario.timetable, SizeIs(2));
+    const Appointment& first = scenario.timetable->front();
+    EXPECT_EQ(first.at.count(), 5);
+    EXPECT_EQ(first.every, std::nullopt);
+    EXPECT_EQ(first.change.away, std::chrono::milliseconds(7));
+    const Appointment& second = scenario.timetable->back();
+    EXPECT_EQ(second.every, std::chrono::milliseconds(8));
+    ASSERT_THAT(second.change.events, SizeIs(1));
+    EXPECT_THAT(BytesOf(second.change.events[0].payload.get()), ElementsAre(0xfe, 0xff, 0xff, 0xff, 1, 0, 0, 0, 5));
+    EXPECT_EQ(ReadScenario("file", "{}").timetable, std::nullopt);
+}
+
+} // namespace
+} // namespace kiv::simulator

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "BusTrace.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace kiv::sandbox {
+
+inline bool IsAnswer(const Message& message)
+{
+    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_RETURN || message.type == G_DBUS_MESSAGE_TYPE_ERROR;
+}
+
+/// What is known about the calls that have no answer yet.
+template <typename About>
+class OpenCalls {
+public:
+    void Add(const Message& call, About about)
+    {
+        if ((call.flags & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0) {
+            calls_.insert_or_assign({call.sender, call.serial}, std::move(about));
+        }
+    }
+
+    /// Nothing for the answer to a call that has not been added.
+    std::optional<About> Take(const Message& answer)
+    {
+        auto call = calls_.extract({answer.destination, answer.replySerial});
+        return call ? std::optional(std::move(call.mapped())) : std::nullopt;
+    }
+
+private:
+    std::map<std::pair<std::string, std::uint32_t>, About> calls_; // by caller and serial
+};
+
+} // namespace kiv::sandbox

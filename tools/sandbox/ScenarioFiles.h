@@ -1,0 +1,15 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace kiv::sandbox {
+
+/// The file of a scenario that comes with the sandbox, if there is one of that name and no such file; otherwise the
+/// file itself.
+std::filesystem::path FindScenario(const std::string& nameOrFile);
+
+/// Name and description of the scenarios that come with the sandbox, a line each.
+std::string ListScenarios();
+
+} // namespace kiv::sandbox
