@@ -42,15 +42,14 @@ ObjectRef<GDBusConnection> Connect()
 
 bool HasOwner(GDBusConnection* connection, const char* name)
 {
-    GVariant* reply = g_dbus_connection_call_sync(
-        connection, kBusName, kBusPath, kBusName, "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"),
+    GVariant* owner = g_dbus_connection_call_sync(
+        connection, kBusName, kBusPath, kBusName, "GetNameOwner", g_variant_new("(s)", name), nullptr,
         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    if (reply == nullptr) {
+    if (owner == nullptr) {
         return false;
     }
-    gboolean hasOwner = FALSE;
-    g_variant_get(Own(reply).get(), "(b)", &hasOwner);
-    return hasOwner != FALSE;
+    g_variant_unref(owner);
+    return true;
 }
 
 } // namespace
