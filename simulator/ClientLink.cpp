@@ -88,7 +88,7 @@ public:
     void Continue()
     {
         while (sent_ < total_ && sent_ - ended_ < kMostOutstanding) {
-            const std::string& clientId = clientIds_[sent_ % clientIds_.size()];
+            const std::string& clientId = clientIds_[static_cast<std::size_t>(sent_ % clientIds_.size())];
             ++sent_;
             link_.Call(
                 clientId, kNotifyMethod, arguments_.get(), kPushTimeoutMs,

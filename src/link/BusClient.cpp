@@ -147,8 +147,7 @@ CNSGdbus& ns_proxy = *g_client;
 ConnectionOwner HeldConnection(const CNSGdbus& client)
 {
     const std::lock_guard lock(g_members);
-    GDBusConnection* connection = client.m_pConnection;
-    return ConnectionOwner(connection != nullptr ? g_object_ref(connection) : nullptr);
+    return NewReference(client.m_pConnection);
 }
 
 std::string ClientName(const CNSGdbus& client)
@@ -241,7 +240,7 @@ bool CNSGdbus::GetProxy(const char* pszXml, GDBusInterfaceVTable vtable, bool bR
         GiveProxy();
         return false;
     }
-    const ConnectionOwner inUse(g_object_ref(connection.get()));
+    const ConnectionOwner inUse = NewReference(connection.get());
     Exchange(*this, std::move(connection));
     SetReady(*this, true);
     if (!m_GetProxyObj(bNoOwnerCheck)) {

@@ -25,6 +25,12 @@ using ContextOwner = std::unique_ptr<GMainContext, Releaser<g_main_context_unref
 using LoopOwner = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
 using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
 
+// One more reference to a connection; null stays null.
+inline ConnectionOwner NewReference(GDBusConnection* connection)
+{
+    return ConnectionOwner(connection != nullptr ? static_cast<GDBusConnection*>(g_object_ref(connection)) : nullptr);
+}
+
 // Takes a new value, whose reference is still floating; null stays null.
 inline VariantOwner Sink(GVariant* value)
 {

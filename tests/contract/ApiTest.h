@@ -45,7 +45,7 @@ inline void ExpectTimed(const std::string& line, const std::string& function, st
 }
 
 // The line about a payload that cannot travel.
-inline std::string TooLongLine(const std::string& function, std::size_t bytes)
+inline std::string TooLongLine(const std::string& function, std::uint64_t bytes)
 {
     return "E " + function + ": [NAM_API] " + std::to_string(bytes) + " bytes are more than the bus carries";
 }

@@ -142,7 +142,7 @@ TEST_P(MacListTest, NumbersThatTheBusCannotCarryAreRefusedUnread)
     for (const int count : {static_cast<int>(kLongestArray / 6) + 1, 0x2aaaaaaa, 0x2aaaaaab, 0x55555556, INT_MAX}) {
         ForgetTraffic();
         EXPECT_EQ(call_(kMacs, count), -1);
-        EXPECT_THAT(Errors(function_), ElementsAre(TooLongLine(function_, 6 * static_cast<std::size_t>(count) + 4)));
+        EXPECT_THAT(Errors(function_), ElementsAre(TooLongLine(function_, 6 * static_cast<std::uint64_t>(count) + 4)));
         ExpectNothingAsked();
     }
     EXPECT_EQ(StopNetworkSpeaker(6), 6);

@@ -133,7 +133,7 @@ TEST_F(ByMobileOrIdTest, LengthsThatTheBusCannotCarryAreRefusedUnread)
         EXPECT_EQ(ConnectNetworkSpeakerByMobile(kParam, length), -1);
         EXPECT_THAT(
             Errors("ConnectNetworkSpeakerByMobile"),
-            ElementsAre(TooLongLine("ConnectNetworkSpeakerByMobile", std::size_t{length} + 4)));
+            ElementsAre(TooLongLine("ConnectNetworkSpeakerByMobile", std::uint64_t{length} + 4)));
         ExpectNothingAsked();
     }
     EXPECT_THAT(SentByMobile(kParam, 1), ElementsAre(1, 0, 0, 0, 1));
