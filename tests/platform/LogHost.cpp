@@ -167,10 +167,12 @@ void PrintJournalEntry(std::string_view entry)
         const std::string name(entry.substr(0, nameLength));
         const bool isText = entry.at(nameLength) == '=';
         entry.remove_prefix(nameLength + 1);
-        std::uint64_t length = entry.find('\n');
+        std::size_t length = entry.find('\n');
         if (!isText) {
-            entry.copy(reinterpret_cast<char*>(&length), sizeof length);
-            entry.remove_prefix(sizeof length);
+            std::uint64_t binaryLength = 0;
+            entry.copy(reinterpret_cast<char*>(&binaryLength), sizeof binaryLength);
+            entry.remove_prefix(sizeof binaryLength);
+            length = static_cast<std::size_t>(binaryLength);
         }
         std::printf("%s=%s\n", name.c_str(), std::string(entry.substr(0, length)).c_str());
         entry.remove_prefix(length + 1);

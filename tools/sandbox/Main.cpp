@@ -205,7 +205,8 @@ std::string TimeOfDay()
 {
     const auto now = std::chrono::system_clock::now();
     const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
-    return fmt::format("{:%H:%M:%S}.{:03}", fmt::localtime(milliseconds / 1000), milliseconds % 1000);
+    return fmt::format(
+        "{:%H:%M:%S}.{:03}", fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds % 1000);
 }
 
 BusTrace::Listener TracePrinter(TraceFormatter::Housekeeping housekeeping)
