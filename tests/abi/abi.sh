@@ -1,0 +1,15 @@
+#!/bin/bash
+# usage: abi.sh record|compare <library> <baseline>
+# Writes down what hosts of the library depend on: its exports, and the types that they name. Or compares with that.
+set -euo pipefail
+
+now=$(mktemp)
+trap 'rm "$now"' EXIT
+# Nothing of the machine that built the library, and no lines that other changes move.
+abidw --exported-interfaces-only --drop-undefined-syms --no-comp-dir-path --no-corpus-path --no-elf-needed \
+    --no-show-locs --no-parameter-names --type-id-style hash --out-file "$now" "$2"
+
+case $1 in
+    record) cat "$now" >"$3" ;;
+    compare) abidiff --no-show-locs "$3" "$now" ;;
+esac
