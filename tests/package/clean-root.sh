@@ -1,0 +1,35 @@
+#!/bin/bash
+# usage: clean-root.sh <directory of packages> <directory of the host's sources>
+# In a Debian root that has compilers and nothing of ours: installs the packages, builds and runs a host, and removes them.
+set -euo pipefail
+cd "$(mktemp -d)"
+
+echo "Installing"
+export DEBIAN_FRONTEND=noninteractive
+apt-get install -qq --no-install-recommends "$1"/*.deb >apt.log 2>&1 || { cat apt.log && exit 1; }
+
+echo "A host, built with pkg-config"
+version=$(dpkg-query -W -f '${Version}' libkiv-interface-api-dev)
+pkg-config --exact-version="$version" --print-errors libkiv-interface-api
+# shellcheck disable=SC2046 # several words
+c++ "$2/Host.cpp" -o host $(pkg-config --cflags --libs libkiv-interface-api)
+kiv-sandbox -- ./host
+
+echo "A host, built with find_package()"
+{ cmake -S "$2" -B build && cmake --build build; } >cmake.log 2>&1 || { cat cmake.log && exit 1; }
+kiv-sandbox -- build/packaged-host
+
+echo "The system bus starts the simulator for whoever calls, as the server's user"
+mkdir -p /run/dbus
+exec {bus}< <(exec dbus-daemon --system --nofork --nopidfile --print-address)
+busProcess=$!
+read -r _ <&"$bus"
+setpriv --reuid=nobody --regid=nogroup --clear-groups kivctl start 02:4b:49:56:00:01
+test "$(stat -c %U "/proc/$(pidof kiv-simulator)")" = root
+kill "$busProcess"
+
+echo "Removing"
+apt-get purge -qq kiv-tools 'libkiv-*' >apt.log 2>&1 || { cat apt.log && exit 1; }
+left=$(find /etc /usr /var -name '*kiv*' -o -name '*KivService*' -o -name '*networkspeaker*')
+echo "Left behind: ${left:-nothing}"
+test -z "$left"
