@@ -1,0 +1,37 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <cstddef>
+#include <string>
+
+namespace kiv::bench {
+
+// Tells the server of the benchmarks what to do. Failures are reported as std::runtime_error.
+class Control {
+public:
+    Control();
+    ~Control();
+    Control(const Control&) = delete;
+    Control& operator=(const Control&) = delete;
+
+    void SetListBytes(std::size_t count) const;
+    // Has the server send events to a client, and returns when all have been answered.
+    void Push(const std::string& id, unsigned count, unsigned outstanding) const;
+    // Returns when the client's name has an owner.
+    void WaitForClient(const std::string& id) const;
+    // The process that owns a name.
+    pid_t ProcessOf(const char* name) const;
+
+private:
+    GVariant* Call(const char* name, const char* interface, const char* method, GVariant* arguments) const;
+
+    GDBusConnection* bus_;
+};
+
+// Counts down the calls of subscribers.
+void ExpectEvents(long count);
+void OnEvent(int id, void* data, int length);
+void WaitForEvents();
+
+} // namespace kiv::bench

@@ -1,0 +1,78 @@
+// Makes calls and receives events under callgrind, which writes what each kind of them costs apart from the others.
+
+#include "Control.h"
+#include "peers/EventPeer.h"
+#include "peers/Peer.h"
+
+#include <valgrind/callgrind.h>
+
+#include <cstdio>
+#include <string>
+
+namespace kiv::bench {
+
+namespace {
+
+// So that what happens once in many calls is a part of each, and what happens once in all is none.
+constexpr int kWarmUp = 5;
+constexpr int kCalls = 50;
+constexpr unsigned kEvents = 200;
+
+void CountCalls(const std::string& what, Peer& peer, const Request& request)
+{
+    for (int i = 0; i < kWarmUp; ++i) {
+        peer.Call(request);
+    }
+    CALLGRIND_ZERO_STATS;
+    for (int i = 0; i < kCalls; ++i) {
+        peer.Call(request);
+    }
+    CALLGRIND_DUMP_STATS_AT((what + "/" + request.method + "/" + std::to_string(kCalls)).c_str());
+}
+
+void CountEvents(const Control& control, const std::string& what, EventPeer& peer, unsigned subscribers)
+{
+    const auto push = [&](unsigned count) {
+        ExpectEvents(static_cast<long>(subscribers) * count);
+        control.Push(peer.Id(), count, 1);
+        WaitForEvents();
+    };
+    peer.Subscribe(subscribers, OnEvent);
+    control.WaitForClient(peer.Id());
+    push(kWarmUp);
+    CALLGRIND_ZERO_STATS;
+    push(kEvents);
+    CALLGRIND_DUMP_STATS_AT(
+        (what + "/" + std::to_string(subscribers) + " subscribers/" + std::to_string(kEvents)).c_str());
+}
+
+void CountAll(const std::string& file)
+{
+    const std::unique_ptr<Peer> library = MakeLibraryPeer(file);
+    for (const Request& request : kScalarRequests) {
+        CountCalls("call", *library, request);
+    }
+    const std::unique_ptr<Peer> gio = MakeGioPeer();
+    CountCalls("GIO", *gio, kScalarRequests.front());
+
+    const Control control;
+    const std::unique_ptr<EventPeer> events = MakeLibraryEvents(file);
+    for (const unsigned subscribers : {1U, 101U}) {
+        CountEvents(control, "event", *events, subscribers);
+    }
+    CountEvents(control, "GIO", *MakeGioEvents(), 1);
+}
+
+} // namespace
+
+} // namespace kiv::bench
+
+int main(int argc, char** argv)
+{
+    try {
+        kiv::bench::CountAll(argc > 1 ? argv[1] : "");
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kiv-bench-counted: %s\n", error.what());
+        return 1;
+    }
+}

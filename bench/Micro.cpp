@@ -1,0 +1,122 @@
+// The parts of the library that need no bus.
+
+#include "KivServiceInterface.h"
+#include "link/ApiCall.h"
+#include "link/Bytes.h"
+#include "link/Log.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+using namespace kiv::link;
+
+constexpr int kMostRecords = 50'000;
+
+std::vector<unsigned char> Records(const benchmark::State& state)
+{
+    return std::vector<unsigned char>(static_cast<std::size_t>(state.range(0)) * sizeof(CNetSpkNodeInfo), 's');
+}
+
+void SetBytes(benchmark::State& state, std::size_t bytes)
+{
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
+}
+
+// Into a list that is new each time.
+void DecodeRecords(benchmark::State& state)
+{
+    const auto bytes = Records(state);
+    for (auto _ : state) {
+        std::vector<CNetSpkNodeInfo> list;
+        AppendRecords(list, bytes);
+        benchmark::DoNotOptimize(list.data());
+    }
+    SetBytes(state, bytes.size());
+}
+
+// Into a list that has held as many before.
+void DecodeRecordsAgain(benchmark::State& state)
+{
+    const auto bytes = Records(state);
+    std::vector<CNetSpkNodeInfo> list;
+    for (auto _ : state) {
+        list.clear();
+        AppendRecords(list, bytes);
+        benchmark::DoNotOptimize(list.data());
+    }
+    SetBytes(state, bytes.size());
+}
+
+// The yardsticks: the same bytes to a place that is new each time, and to one that is not.
+void CopyRecords(benchmark::State& state)
+{
+    const auto bytes = Records(state);
+    for (auto _ : state) {
+        void* copy = std::malloc(bytes.size());
+        std::memcpy(copy, bytes.data(), bytes.size());
+        benchmark::DoNotOptimize(copy);
+        benchmark::ClobberMemory();
+        std::free(copy);
+    }
+    SetBytes(state, bytes.size());
+}
+
+void CopyRecordsAgain(benchmark::State& state)
+{
+    const auto bytes = Records(state);
+    std::vector<unsigned char> copy(bytes.size());
+    for (auto _ : state) {
+        std::memcpy(copy.data(), bytes.data(), bytes.size());
+        benchmark::DoNotOptimize(copy.data());
+        benchmark::ClobberMemory();
+    }
+    SetBytes(state, bytes.size());
+}
+
+void PackRecords(benchmark::State& state)
+{
+    const std::vector<STNetSpkConfig> list(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        const Payload payload{BytesOf(list)};
+        const VariantOwner arguments = Sink(BytesTuple(payload));
+        benchmark::DoNotOptimize(arguments.get());
+    }
+    SetBytes(state, list.size() * sizeof(STNetSpkConfig));
+}
+
+void LogBelowTheMinimum(benchmark::State& state)
+{
+    for (auto _ : state) {
+        KIV_LOG_INFO("[%s] result[%d]", kApiTag, 7);
+    }
+}
+
+void LogAboveTheMinimum(benchmark::State& state)
+{
+    for (auto _ : state) {
+        KIV_LOG_ERROR("[%s] result[%d]", kApiTag, 7);
+    }
+}
+
+void Sizes(benchmark::internal::Benchmark* benchmark)
+{
+    for (const int records : {1, 10, 100, 1000, 10'000, kMostRecords}) {
+        benchmark->Arg(records);
+    }
+}
+
+BENCHMARK(DecodeRecords)->Apply(Sizes);
+BENCHMARK(CopyRecords)->Apply(Sizes);
+BENCHMARK(DecodeRecordsAgain)->Apply(Sizes);
+BENCHMARK(CopyRecordsAgain)->Apply(Sizes);
+BENCHMARK(PackRecords)->Apply(Sizes);
+BENCHMARK(LogBelowTheMinimum);
+BENCHMARK(LogAboveTheMinimum);
+
+} // namespace
+
+BENCHMARK_MAIN();

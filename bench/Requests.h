@@ -1,0 +1,49 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+namespace kiv::bench {
+
+// What an exported function sends as its own method, and what comes back.
+enum class Input { kNone, kInt, kThreeInts, kAddress, kName, kBytes };
+enum class Output { kInt, kBool, kText, kBytes, kIgnored };
+
+struct Request {
+    const char* method;
+    const char* shape; // for people
+    Input input;
+    Output output;
+};
+
+// One of each shape that there is; the first stands for all where only one is measured.
+inline constexpr std::array kScalarRequests = {
+    Request{"NodeRemoveFromWatcher", "int → int", Input::kInt, Output::kInt},
+    Request{"GetSurroundChannelNumber", "nothing → int", Input::kNone, Output::kInt},
+    Request{"kiv_is_receiver_atmos", "nothing → bool", Input::kNone, Output::kBool},
+    Request{"StartNetworkSpeakerByID", "3 ints → int", Input::kThreeInts, Output::kInt},
+    Request{"GetNetSpkVolume", "address → nothing", Input::kAddress, Output::kIgnored},
+    Request{"SetNetSpkName", "address, string → nothing", Input::kName, Output::kIgnored},
+    Request{"SubscribeNamServiceCallback", "int → string", Input::kInt, Output::kText},
+    Request{"IsSoundbarSupportSoundMode", "bytes → bool", Input::kBytes, Output::kBool},
+};
+inline constexpr Request kListRequest = {"GetNetSpkNodeList", "int → records", Input::kInt, Output::kBytes};
+inline constexpr std::size_t kRecordSize = 134;
+
+// The arguments, the same for all.
+inline constexpr std::array<unsigned char, 6> kMac = {0xa4, 0x11, 0x22, 0x33, 0x44, 0x55};
+inline constexpr int kIp = 0x0a00a8c0;
+inline constexpr const char* kSpeakerName = "Living Room";
+
+inline const Request* FindRequest(std::string_view method)
+{
+    for (const Request& request : kScalarRequests) {
+        if (request.method == method) {
+            return &request;
+        }
+    }
+    return method == kListRequest.method ? &kListRequest : nullptr;
+}
+
+} // namespace kiv::bench

@@ -1,0 +1,93 @@
+#include "Names.h"
+#include "peers/EventPeer.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <thread>
+
+namespace kiv::bench {
+
+namespace {
+
+constexpr const char* kId = "sdbus";
+
+void Check(int result)
+{
+    if (result < 0) {
+        throw std::runtime_error("sd-bus: no object for events");
+    }
+}
+
+int OnEvent(sd_bus_message* message, void* subscribers, sd_bus_error* /*error*/)
+{
+    const void* payload = nullptr;
+    std::size_t size = 0;
+    const int read = sd_bus_message_read_array(message, 'y', &payload, &size);
+    if (read < 0) {
+        return read;
+    }
+    const int answered = sd_bus_reply_method_return(message, nullptr);
+    TellSubscribers(*static_cast<std::vector<EventPeer::Subscriber>*>(subscribers), payload, size);
+    return answered;
+}
+
+const sd_bus_vtable kObject[] = {
+    SD_BUS_VTABLE_START(0), SD_BUS_METHOD(kEventMethod, "ay", nullptr, OnEvent, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END};
+
+// An object on a connection and a thread of its own.
+class SdBusEvents : public EventPeer {
+public:
+    SdBusEvents()
+    {
+        Check(sd_bus_open_system(&bus_));
+        Check(sd_bus_add_object_vtable(
+            bus_, nullptr, (std::string(kClientPath) + kId).c_str(), (std::string(kClientInterface) + kId).c_str(),
+            kObject, &subscribers_));
+        Check(sd_bus_request_name(bus_, (std::string(kClientName) + kId).c_str(), 0));
+        thread_ = std::thread([this] { Run(); });
+    }
+    ~SdBusEvents() override
+    {
+        eventfd_write(end_, 1);
+        thread_.join();
+        close(end_);
+        sd_bus_flush_close_unref(bus_);
+    }
+    SdBusEvents(const SdBusEvents&) = delete;
+    SdBusEvents& operator=(const SdBusEvents&) = delete;
+
+    std::string Id() const override { return kId; }
+
+    void Subscribe(unsigned count, Subscriber subscriber) override { subscribers_.assign(count, subscriber); }
+
+private:
+    void Run()
+    {
+        pollfd ready[] = {{sd_bus_get_fd(bus_), POLLIN, 0}, {end_, POLLIN, 0}};
+        while (ready[1].revents == 0) {
+            if (sd_bus_process(bus_, nullptr) == 0) {
+                ready[0].events = static_cast<short>(sd_bus_get_events(bus_));
+                poll(ready, 2, -1);
+            }
+        }
+    }
+
+    std::vector<Subscriber> subscribers_; // changed only while no events come
+    sd_bus* bus_ = nullptr;
+    int end_ = eventfd(0, EFD_CLOEXEC);
+    std::thread thread_;
+};
+
+} // namespace
+
+std::unique_ptr<EventPeer> MakeSdBusEvents()
+{
+    return std::make_unique<SdBusEvents>();
+}
+
+} // namespace kiv::bench
