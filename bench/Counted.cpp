@@ -27,7 +27,8 @@ void CountCalls(const std::string& what, Peer& peer, const Request& request)
     for (int i = 0; i < kCalls; ++i) {
         peer.Call(request);
     }
-    CALLGRIND_DUMP_STATS_AT((what + "/" + request.method + "/" + std::to_string(kCalls)).c_str());
+    const std::string title = what + "/" + request.method + "/" + std::to_string(kCalls);
+    CALLGRIND_DUMP_STATS_AT(title.c_str());
 }
 
 void CountEvents(const Control& control, const std::string& what, EventPeer& peer, unsigned subscribers)
@@ -42,8 +43,8 @@ void CountEvents(const Control& control, const std::string& what, EventPeer& pee
     push(kWarmUp);
     CALLGRIND_ZERO_STATS;
     push(kEvents);
-    CALLGRIND_DUMP_STATS_AT(
-        (what + "/" + std::to_string(subscribers) + " subscribers/" + std::to_string(kEvents)).c_str());
+    const std::string title = what + "/" + std::to_string(subscribers) + " subscribers/" + std::to_string(kEvents);
+    CALLGRIND_DUMP_STATS_AT(title.c_str());
 }
 
 void CountAll(const std::string& file)
