@@ -82,16 +82,21 @@ private:
     std::unique_ptr<unsigned char, Free> memory_;
 };
 
-// The whole records in a byte array, copied one by one behind what a list holds; bytes that make no whole record are
-// left out. Returns their number.
+// The whole records in a byte array, copied behind what a list holds, which grows as by push_back(); bytes that make no
+// whole record are left out. Returns their number.
 template <typename Record>
 int AppendRecords(std::vector<Record>& list, Bytes bytes)
 {
+    static_assert(alignof(Record) == 1 && std::is_trivially_copyable_v<Record>);
     const std::size_t count = bytes.size() / sizeof(Record);
-    for (std::size_t i = 0; i < count; ++i) {
-        Record record;
-        std::memcpy(&record, bytes.data() + i * sizeof record, sizeof record);
-        list.push_back(record);
+    const auto* next = reinterpret_cast<const Record*>(bytes.data());
+    const Record* const end = next + count;
+    while (next != end) {
+        list.push_back(*next++);
+        // Those for which it need not grow, at once.
+        const std::size_t room = std::min(static_cast<std::size_t>(end - next), list.capacity() - list.size());
+        list.insert(list.end(), next, next + room);
+        next += room;
     }
     return static_cast<int>(count);
 }
