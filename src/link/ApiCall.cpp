@@ -29,29 +29,17 @@ bool Reply::IsOf(const char* type) const
 
 int Reply::Int(int preset) const
 {
-    gint32 value = preset;
-    if (IsOf("(i)")) {
-        g_variant_get(outcome_.value.get(), "(i)", &value);
-    }
-    return value;
+    return IsOf("(i)") ? g_variant_get_int32(Member(outcome_.value.get()).get()) : preset;
 }
 
 bool Reply::Bool(bool preset) const
 {
-    gboolean value = preset;
-    if (IsOf("(b)")) {
-        g_variant_get(outcome_.value.get(), "(b)", &value);
-    }
-    return value != FALSE;
+    return IsOf("(b)") ? g_variant_get_boolean(Member(outcome_.value.get()).get()) != FALSE : preset;
 }
 
 const char* Reply::String() const
 {
-    const char* value = nullptr;
-    if (IsOf("(s)")) {
-        g_variant_get(outcome_.value.get(), "(&s)", &value);
-    }
-    return value;
+    return IsOf("(s)") ? g_variant_get_string(Member(outcome_.value.get()).get(), nullptr) : nullptr;
 }
 
 bool ByteReply::HasValue() const
@@ -66,7 +54,7 @@ bool ByteReply::TakeMember()
 {
     GVariant* value = outcome_.value.get();
     if (value != nullptr && g_variant_n_children(value) != 0) {
-        member_.reset(g_variant_get_child_value(value, 0));
+        member_ = Member(value);
         return true;
     }
     if (value != nullptr) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -25,6 +26,11 @@ constexpr int kDefaultTimeoutMs = -1;
 
 std::mutex g_members;
 std::atomic<GVariant*> g_unreleased;
+
+// What is the same in every call: made by the first one, guarded by g_members, given back at unload.
+GDBusMessage* g_ownerQuery;
+GVariant* g_ownPid;
+pid_t g_pid; // that g_ownPid holds
 
 } // namespace
 
@@ -88,23 +94,51 @@ void SetClientName(CNSGdbus& client, const char* name)
     }
 }
 
+MessageOwner OwnerQueryForServer()
+{
+    const std::lock_guard lock(g_members);
+    if (g_ownerQuery == nullptr) {
+        g_ownerQuery = g_dbus_message_new_method_call(kBusName, kBusPath, kBusInterface, kOwnerMethod);
+        g_dbus_message_set_body(g_ownerQuery, g_variant_new("(s)", kServerName));
+    }
+    return MessageOwner(g_object_ref(g_ownerQuery));
+}
+
+// A copy, which shares the parts of the message, costs a fraction of making it anew.
+MessageOwner NewOwnerQuery(const char* name)
+{
+    MessageOwner query(g_dbus_message_copy(OwnerQueryForServer().get(), nullptr));
+    if (query && std::strcmp(name, kServerName) != 0) {
+        g_dbus_message_set_body(query.get(), g_variant_new("(s)", name));
+    }
+    return query;
+}
+
+// Another one after a fork.
+VariantOwner OwnPid()
+{
+    const std::lock_guard lock(g_members);
+    const pid_t pid = getpid();
+    if (g_ownPid == nullptr || g_pid != pid) {
+        const VariantOwner previous(std::exchange(g_ownPid, Sink(g_variant_new("(i)", pid)).release()));
+        g_pid = pid;
+    }
+    return VariantOwner(g_ownPid != nullptr ? g_variant_ref(g_ownPid) : nullptr);
+}
+
 bool ReadOwnerAnswer(const Here& here, GVariant* body)
 {
-    gboolean answer = FALSE;
-    if (body != nullptr && IsOfType(here, kOwnerMethod, body, "(b)")) {
-        g_variant_get(body, "(b)", &answer);
-    }
-    return answer != FALSE;
+    return body != nullptr && IsOfType(here, kOwnerMethod, body, "(b)") &&
+           g_variant_get_boolean(Member(body).get()) != FALSE;
 }
 
 bool HasOwner(const Here& here, GDBusConnection* connection, const char* name)
 {
     bool exists = false;
-    const MessageOwner request(g_dbus_message_new_method_call(kBusName, kBusPath, kBusInterface, kOwnerMethod));
+    const MessageOwner request = NewOwnerQuery(name);
     if (!request) {
         KIV_LOG_AT(here, kLogError, "Failed to alloc new method call");
     } else if (connection != nullptr) {
-        g_dbus_message_set_body(request.get(), g_variant_new("(s)", name));
         GError* failure = nullptr;
         const MessageOwner reply(g_dbus_connection_send_message_with_reply_sync(
             connection, request.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, kDefaultTimeoutMs, nullptr, nullptr, &failure));
@@ -131,10 +165,18 @@ void FreeStrings(CNSGdbus& client)
 
 NeverDestroyed<CNSGdbus> g_client("ns", nullptr, nullptr);
 
+void ForgetConstants()
+{
+    const std::lock_guard lock(g_members);
+    g_clear_object(&g_ownerQuery);
+    g_clear_pointer(&g_ownPid, g_variant_unref);
+}
+
 void GiveBackAtUnload()
 {
     g_client->GiveProxy();
     FreeStrings(*g_client);
+    ForgetConstants();
     KeepUnreleased(nullptr);
 }
 
@@ -180,12 +222,11 @@ void AdoptClientName(const Here& here, const char* received)
 
 bool IsOfType(const Here& here, const char* method, GVariant* value, const char* expected)
 {
-    if (g_variant_is_of_type(value, G_VARIANT_TYPE(expected)) != FALSE) {
+    const char* const found = g_variant_get_type_string(value);
+    if (std::strcmp(found, expected) == 0) {
         return true;
     }
-    KIV_LOG_AT(
-        here, kLogError, "[%s] method [%s], type [%s] expected, [%s] found", kApiTag, method, expected,
-        g_variant_get_type_string(value));
+    KIV_LOG_AT(here, kLogError, "[%s] method [%s], type [%s] expected, [%s] found", kApiTag, method, expected, found);
     return false;
 }
 
@@ -288,7 +329,7 @@ bool CNSGdbus::MethodCall(std::string strMethod, GVariant* pInput, GVariant** pp
 
 bool CNSGdbus::m_GetProxyObj(bool bNoOwnerCheck)
 {
-    const VariantOwner input = Sink(g_variant_new("(i)", getpid()));
+    const VariantOwner input = OwnPid();
     if (!input) {
         KIV_LOG_ERROR("(%s) return", "param_in == NULL");
         return false;
@@ -300,7 +341,7 @@ bool CNSGdbus::m_GetProxyObj(bool bNoOwnerCheck)
     VariantOwner reply(output);
     const char* id = nullptr;
     if (reply && IsOfType(KIV_HERE, kIdMethod, reply.get(), "(s)")) {
-        g_variant_get(reply.get(), "(&s)", &id);
+        id = g_variant_get_string(Member(reply.get()).get(), nullptr);
     }
     SetClientName(*this, id != nullptr ? id : "");
     KeepUnreleased(std::move(reply));

@@ -64,7 +64,7 @@ bool NamNotifySubscriber(GVariant* parameters, GDBusMethodInvocation* invocation
     }
     VariantOwner child;
     if (IsOfType(KIV_HERE, kEventMethod, parameters, "(ay)")) {
-        child.reset(g_variant_get_child_value(parameters, 0));
+        child = Member(parameters);
     }
     g_dbus_method_invocation_return_value(unanswered.release(), nullptr);
 

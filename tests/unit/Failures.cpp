@@ -48,12 +48,11 @@ GVariant* __wrap_g_variant_new(const gchar* format, ...)
     return value;
 }
 
-GDBusMessage* __real_g_dbus_message_new_method_call(
-    const gchar* name, const gchar* path, const gchar* interface, const gchar* method);
-GDBusMessage*
-__wrap_g_dbus_message_new_method_call(const gchar* name, const gchar* path, const gchar* interface, const gchar* method)
+GDBusMessage* __real_g_dbus_message_copy(GDBusMessage* message, GError** error);
+GDBusMessage* __wrap_g_dbus_message_copy(GDBusMessage* message, GError** error)
 {
-    return g_messages.Strikes(method) ? nullptr : __real_g_dbus_message_new_method_call(name, path, interface, method);
+    return g_messages.Strikes(g_dbus_message_get_member(message)) ? nullptr
+                                                                  : __real_g_dbus_message_copy(message, error);
 }
 
 GVariant* __real_g_dbus_connection_call_sync(

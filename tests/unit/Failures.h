@@ -47,7 +47,7 @@ private:
 
 extern Failure g_calloc;
 extern Failure g_variant;  // g_variant_new(), by format
-extern Failure g_messages; // g_dbus_message_new_method_call(), by method
+extern Failure g_messages; // g_dbus_message_copy(), by method
 extern Failure g_replies;  // g_dbus_connection_call_sync(), by method: neither reply nor error
 extern Failure g_contexts;
 extern Failure g_nodeInfo;

@@ -16,9 +16,7 @@ protected:
 
 TEST_F(LinkFailureTest, NoArgumentForTheIdQuery)
 {
-    StartServer();
-    Connect();
-    g_variant.Arm();
+    g_variant.Arm(); // before the first call, which makes it
 
     EXPECT_FALSE(client_.m_GetProxyObj(false));
 
