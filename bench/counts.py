@@ -3,7 +3,7 @@
 
 counts.py BUILD check    compares with the committed table; exit code 1 if something costs more
 counts.py BUILD record   makes what is counted the committed table
-counts.py BUILD profile  prints what costs most
+counts.py BUILD profile  prints where instructions are spent, as JSON
 """
 
 import collections
@@ -145,10 +145,7 @@ def regressions(table, recorded):
 def main(build, what):
     dumps = count(pathlib.Path(build))
     if what == "profile":
-        for name, dump in dumps.items():
-            print(f"\n{name}: " + ", ".join(f"{part} {cost:.0f}" for part, cost in dump.parts().items()))
-            for cost, where, function in dump.most_expensive(12):
-                print(f"  {cost:10.1f}  {where:28} {function}")
+        print(json.dumps({name: {"parts": dump.parts(), "top": dump.most_expensive(10)} for name, dump in dumps.items()}))
         return 0
     table = figures(dumps)
     recorded = json.loads(TABLE.read_text()) if TABLE.exists() else {}

@@ -1,0 +1,56 @@
+#!/bin/bash
+# usage: measure.sh BUILD RESULTS ROUNDS
+# Takes all measurements that report.py makes its page of, ROUNDS blocks of each.
+set -euo pipefail
+
+out=$1 results=$2 rounds=$3
+library=$out/src/libkiv-interface-api.so
+driver=$out/bench/kiv-bench
+
+# Everything on one processor, which gives the steadiest figures.
+pinned() {
+    (
+        taskset --cpu-list --pid "$(($(nproc) - 1))" "$BASHPID" >/dev/null
+        "$@"
+    )
+}
+
+# Where the benchmarks' server answers on a bus of its own. Errors are part of some calls; they go nowhere.
+on_bench_bus() {
+    KIV_LOG_LEVEL=fatal "$out/tools/sandbox/kiv-sandbox" --simulator "$(realpath "$out/bench/kiv-bench-server")" --start -- "$@"
+}
+
+# Of one call of each peer: what 200 further calls add.
+count_system_calls() {
+    local peer calls counted separator=""
+    printf '{'
+    for peer in library GIO gdbus-codegen "Qt D-Bus" libdbus sd-bus sdbus-c++; do
+        counted=()
+        for calls in 100 300; do
+            on_bench_bus strace -f -c -o "$results/strace.txt" "$driver" --library "library=$library" --peer "$peer" \
+                --alone "$peer" --calls "$calls"
+            counted+=("$(awk '$NF == "total" { print $4 }' "$results/strace.txt")")
+        done
+        printf '%s"%s": %s' "$separator" "$peer" "$(((counted[1] - counted[0]) / 200))"
+        separator=", "
+    done
+    printf '}\n'
+}
+
+mkdir -p "$results"
+echo "Measuring, everything on one processor"
+pinned on_bench_bus "$driver" --library "library=$library" --rounds "$rounds" --output "$results/pinned.json"
+echo "Measuring, free"
+on_bench_bus "$driver" --library "library=$library" --rounds "$rounds" --output "$results/free.json"
+echo "Cold starts"
+for ((i = 0; i < rounds; ++i)); do
+    on_bench_bus "$out/bench/kiv-bench-cold" "$library"
+    on_bench_bus "$out/bench/kiv-bench-cold"
+done >"$results/cold.jsonl"
+echo "System calls"
+count_system_calls >"$results/system-calls.json"
+echo "Parts without a bus"
+KIV_LOG_LEVEL=none pinned "$out/bench/kiv-bench-micro" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+    --benchmark_out="$results/micro.json" --benchmark_out_format=json >"$results/micro.txt" 2>&1
+echo "Instructions"
+/usr/bin/python3 "$(dirname "$0")/counts.py" "$out" profile >"$results/counted.json"

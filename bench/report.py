@@ -1,0 +1,339 @@
+#!/usr/bin/env python3
+"""Makes docs/performance.md and its plots from what ./dev bench has measured.
+
+report.py RESULTS DOCS
+"""
+
+import collections
+import json
+import pathlib
+import platform
+import re
+import statistics
+import sys
+
+import matplotlib
+
+matplotlib.use("svg")
+matplotlib.rcParams.update({
+    "svg.hashsalt": "kiv", "svg.fonttype": "none", "font.size": 10, "axes.spines.top": False,
+    "axes.spines.right": False, "figure.constrained_layout.use": True,
+})
+import matplotlib.pyplot as plt  # noqa: E402: after the choice above
+
+BASE, OURS = "GIO", "library"
+COLOURS = collections.defaultdict(lambda: "#888888", {
+    "library": "#c8401f", "GIO": "#3a6ea5", "gdbus-codegen": "#7fa8d1", "Qt D-Bus": "#6aa84f", "libdbus": "#b5a642",
+    "sd-bus": "#7d5ba6", "sdbus-c++": "#b79bd0",
+})
+
+
+def cpu(block):
+    return block["user"] + block["system"]
+
+
+def quartiles(values):
+    return statistics.quantiles(values, n=4, method="inclusive") if len(values) > 1 else [values[0]] * 3
+
+
+class Case:
+    """The blocks of one peer, and those of bare GIO that were measured between them."""
+
+    def __init__(self, entry, base):
+        self.entry, self.blocks, self.base = entry, entry["blocks"], base["blocks"]
+
+    def quartiles(self, figure):
+        return quartiles([figure(block) for block in self.blocks])
+
+    def median(self, figure):
+        return self.quartiles(figure)[1]
+
+    def ratio(self, figure):
+        return statistics.median(figure(a) / figure(b) for a, b in zip(self.blocks, self.base))
+
+
+def wall(block):
+    return block["wall"]
+
+
+def cases(entries, *keys):
+    """Cases by those keys, then by peer."""
+    groups = collections.defaultdict(dict)
+    for entry in entries:
+        groups[tuple(entry[key] for key in keys)][entry["peer"]] = entry
+    return {
+        key: {peer: Case(entry, group[BASE]) for peer, entry in group.items()} for key, group in groups.items()
+    }
+
+
+def suite(results, name, *keys):
+    return cases([entry for entry in results["calls"] if entry["suite"] == name], *keys)
+
+
+class Report:
+    def __init__(self, results, docs):
+        self.results, self.docs, self.text = results, docs, []
+        (docs / "performance").mkdir(parents=True, exist_ok=True)
+
+    def write(self, text=""):
+        self.text.append(text)
+
+    def table(self, head, rows):
+        self.write("| " + " | ".join(head) + " |")
+        self.write("|---" * len(head) + "|")
+        for row in rows:
+            self.write("| " + " | ".join(map(str, row)) + " |")
+        self.write()
+
+    def plot(self, figure, name, caption):
+        figure.savefig(self.docs / "performance" / f"{name}.svg", metadata={"Date": None})
+        plt.close(figure)
+        self.write(f"![{caption}](performance/{name}.svg)\n")
+
+    def save(self):
+        (self.docs / "performance.md").write_text("\n".join(self.text).rstrip() + "\n")
+
+
+def processor():
+    match = re.search(r"model name\s*:\s*(.*)", pathlib.Path("/proc/cpuinfo").read_text())
+    return match.group(1) if match else platform.machine()
+
+
+def distribution():
+    match = re.search(r'PRETTY_NAME="(.*)"', pathlib.Path("/etc/os-release").read_text())
+    return match.group(1) if match else platform.system()
+
+
+def introduction(report, pinned):
+    machine = pinned["machine"]
+    report.write(f"""# Performance
+
+What a call and an event cost, beside other ways to use D-Bus. Made by `./dev bench`, which measures all of it anew and
+writes this page; `./dev bench counts` compares instructions and allocations with the committed table.
+
+Measured on {machine["processors"]} processors ({processor()}), Linux {platform.release()}, {distribution()}, GLib
+{machine["glib"]}. A dbus-daemon and a small GIO server of the benchmarks' own, the same for all, run on a private bus.
+*Pinned* means that daemon, server and client share one processor, which gives the steadiest figures; *free*, that the
+kernel places them. Peers take turns block by block in one run; a figure is the median of
+{len(pinned["calls"][0]["blocks"])} blocks, a ratio the median of the ratios to the block of bare GIO of the same round.
+
+Every peer makes a call as the library must: whether the server has an owner, the client id, whether the server has an
+owner, the method. That all send the same, and understand the answers, is checked on the bus before anything is measured.
+The library logs as it does by default. GIO, gdbus-codegen, Qt and the library share one connection among their threads;
+libdbus, sd-bus and sdbus-c++ have one a thread.
+""")
+
+
+def peers(report, pinned, free, system_calls):
+    report.write("## One caller\n")
+    figure, axes = plt.subplots(1, 2, figsize=(9, 3.2), sharey=True)
+    for axis, results, mode in zip(axes, (pinned, free), ("pinned", "free")):
+        group = suite(results, "callers", "callers")[(1,)]
+        for place, (peer, case) in enumerate(reversed(group.items())):
+            low, middle, high = (value / 1e3 for value in case.quartiles(wall))
+            axis.barh(place, middle, color=COLOURS[peer], xerr=[[middle - low], [high - middle]], ecolor="#333333")
+            axis.text(high, place, f"  {case.ratio(wall):.2f}", va="center")
+        axis.set_yticks(range(len(group)), list(reversed(group)))
+        axis.set_title(f"{mode}; number: time relative to bare GIO")
+        axis.set_xlabel("µs a call, with quartiles")
+    report.plot(figure, "peers", "Time of a call by peer")
+    group = suite(pinned, "callers", "callers")[(1,)]
+    report.table(
+        ["pinned", "µs a call", "quartiles", "time / GIO", "CPU / GIO", "client CPU µs", "switches", "system calls"],
+        [[peer, f"{case.median(wall) / 1e3:.1f}",
+          "–".join(f"{case.quartiles(wall)[i] / 1e3:.1f}" for i in (0, 2)), f"{case.ratio(wall):.3f}",
+          f"{case.ratio(cpu):.3f}", f"{case.median(cpu) / 1e3:.1f}",
+          f"{case.median(lambda block: block['switches']):.0f}", f"{system_calls.get(peer, float('nan')):.0f}"]
+         for peer, case in group.items()])
+    slower = [(peer, 1 / case.ratio(wall)) for peer, case in group.items() if case.ratio(wall) < 0.95 and peer != OURS]
+    if slower:
+        report.write(
+            "GIO, which the library's contract fixes, is slower than other stacks: bare GIO takes "
+            + ", ".join(f"{factor:.1f} times as long as {peer}" for peer, factor in slower)
+            + ". It hands each message to a worker thread and back, makes a context for each call, and builds and checks"
+            " a value for each field of a message. The library can save some of the building, and none of the rest.\n")
+
+
+def latencies(report, pinned):
+    report.write("## Latency\n")
+    figure, axis = plt.subplots(figsize=(9, 3.4))
+    for peer, case in suite(pinned, "callers", "callers")[(1,)].items():
+        values = sorted(case.entry["latencies"])
+        step = max(1, len(values) // 400)
+        axis.plot(values[::step], [i / len(values) * 100 for i in range(0, len(values), step)], label=peer,
+                  color=COLOURS[peer], linewidth=2 if peer == OURS else 1.2)
+    axis.set_xscale("log")
+    axis.set_xlabel("µs a call, pinned, one caller")
+    axis.set_ylabel("% of calls that take no longer")
+    axis.legend(frameon=False)
+    report.plot(figure, "latency", "Distribution of latencies by peer")
+
+
+def threads(report, pinned, free):
+    report.write("## Several callers\n")
+    figure, axes = plt.subplots(1, 2, figsize=(9, 3.4))
+    for axis, results, mode in zip(axes, (pinned, free), ("pinned", "free")):
+        groups = suite(results, "callers", "callers")
+        for peer in next(iter(groups.values())):
+            axis.plot([callers for callers, in groups], [1e6 / group[peer].median(wall) for group in groups.values()],
+                      marker="o", markersize=3, label=peer, color=COLOURS[peer])
+        axis.set_xscale("log", base=2)
+        axis.set_xticks([callers for callers, in groups], [callers for callers, in groups])
+        axis.set_ylim(bottom=0)
+        axis.set_title(mode)
+        axis.set_xlabel("threads that call")
+        axis.set_ylabel("calls a ms, all threads")
+    axes[0].legend(frameon=False, fontsize=8)
+    report.plot(figure, "threads", "Calls a millisecond by threads")
+    rows = []
+    for (callers,), group in suite(pinned, "callers", "callers").items():
+        unpinned = suite(free, "callers", "callers")[(callers,)]
+        rows.append([callers] + [f"{of[peer].ratio(figure):.3f}" for of in (group, unpinned)
+                                 for peer in (OURS, "gdbus-codegen") for figure in (wall, cpu)])
+    report.table(["callers"] + [f"{peer}, {figure}, {mode}" for mode in ("pinned", "free")
+                                for peer in (OURS, "gdbus-codegen") for figure in ("time", "CPU")], rows)
+
+
+def shapes(report, pinned):
+    report.write("## Every shape of call\n")
+    report.table(
+        ["shape", "µs", "time / GIO", "CPU / GIO", "gdbus-codegen: time / GIO"],
+        [[shape, f"{group[OURS].median(wall) / 1e3:.1f}", f"{group[OURS].ratio(wall):.3f}",
+          f"{group[OURS].ratio(cpu):.3f}", f"{group['gdbus-codegen'].ratio(wall):.3f}"]
+         for (shape,), group in suite(pinned, "shapes", "shape").items()])
+
+
+def micro_time(micro, name):
+    return next(
+        (run["real_time"] for run in micro["benchmarks"] if run["name"] in (name, f"{name}_median")), float("nan"))
+
+
+def lists(report, pinned, micro):
+    report.write("## Lists\n")
+    groups = suite(pinned, "lists", "records")
+    figure, axis = plt.subplots(figsize=(9, 3.4))
+    for peer in next(iter(groups.values())):
+        axis.plot([records for records, in groups], [group[peer].median(wall) / 1e3 for group in groups.values()],
+                  marker="o", markersize=3, label=peer, color=COLOURS[peer])
+    sizes = [records for records, in groups if records]
+    axis.plot(sizes, [micro_time(micro, f"CopyRecords/{records}") / 1e3 for records in sizes], "--", color="#333333",
+              label="one memcpy")
+    axis.set_xscale("symlog", linthresh=1)
+    axis.set_yscale("log")
+    axis.set_xlabel("records of 134 bytes")
+    axis.set_ylabel("µs a call, pinned")
+    axis.legend(frameon=False, fontsize=8)
+    report.plot(figure, "lists", "Time of a list call by number of records")
+    report.write("What the library adds to a list when it has arrived, beside one memcpy of the same bytes: into memory\n"
+                 "that is new to the process, and into memory that was used before.\n")
+    rows = []
+    for records in (1, 10, 100, 1000, 10000, 50000):
+        row = [records]
+        for kind in ("", "Again"):
+            decode, copy = (micro_time(micro, f"{what}Records{kind}/{records}") for what in ("Decode", "Copy"))
+            row += [f"{decode / 1e3:.2f}", f"{copy / 1e3:.2f}", f"{decode / copy:.2f}"]
+        rows.append(row)
+    report.table(["records", "new list µs", "memcpy µs", "ratio", "used list µs", "memcpy µs", "ratio"], rows)
+    report.write(f"A log line below the minimum priority takes {micro_time(micro, 'LogBelowTheMinimum'):.1f} ns.\n")
+
+
+def parts(report, pinned, counted):
+    report.write("## Where the time of a call goes\n")
+    figure, (axis, other) = plt.subplots(1, 2, figsize=(9, 3.4))
+    group = suite(pinned, "callers", "callers")[(1,)]
+    names = list(reversed(group))
+    left = [0.0] * len(names)
+    for part, label, colour in (("user", "client", "#c8401f"), ("system", "client, kernel", "#e59a82"),
+                                ("daemon", "dbus-daemon", "#888888"), ("server", "server", "#c4c4c4")):
+        # Blocks are too short for the kernel to tell these apart in each.
+        widths = [statistics.mean(block[part] for block in group[peer].blocks) / 1e3 for peer in names]
+        axis.barh(names, widths, left=left, label=label, color=colour)
+        left = [a + b for a, b in zip(left, widths)]
+    axis.set_xlabel("µs CPU a call, pinned")
+    axis.legend(frameon=False, fontsize=8)
+    shown = {OURS: "call: NodeRemoveFromWatcher", BASE: "GIO: NodeRemoveFromWatcher"}
+    bottom = [0.0] * len(shown)
+    for part in next(iter(counted.values()))["parts"]:
+        heights = [counted[name]["parts"][part] / 1e3 for name in shown.values()]
+        other.bar(list(shown), heights, bottom=bottom, label=part, width=0.5)
+        bottom = [a + b for a, b in zip(bottom, heights)]
+    other.set_ylabel("1000 instructions a call")
+    other.set_xlim(-0.5, 2.3)
+    other.legend(frameon=False, fontsize=8, loc="center right")
+    report.plot(figure, "parts", "Cost by part of a call")
+    mine = counted[shown[OURS]]
+    report.write(
+        f"Of {sum(mine['parts'].values()):,.0f} instructions of a call, {mine['parts'][OURS]:,.0f} are the library's own"
+        f" (with the C++ runtime and the log); bare GIO needs {sum(counted[shown[BASE]]['parts'].values()):,.0f}. What"
+        " costs most:\n")
+    report.table(["instructions a call", "in", "function"],
+                 [[f"{cost:,.0f}", where, f"`{function}`"] for cost, where, function in mine["top"][:10]])
+
+
+def events(report, pinned, free):
+    report.write("## Events\n")
+    figure, axes = plt.subplots(1, 2, figsize=(9, 3.4))
+    groups = cases(pinned["events"], "outstanding", "subscribers")
+    unpinned = cases(free["events"], "outstanding", "subscribers")
+    for axis, outstanding in zip(axes, sorted({key[0] for key in groups})):
+        chosen = {key[1]: group for key, group in groups.items() if key[0] == outstanding}
+        for peer in (OURS, BASE, "sd-bus"):
+            axis.plot(list(chosen), [group[peer].median(wall) / 1e3 for group in chosen.values()], marker="o",
+                      markersize=3, label=peer, color=COLOURS[peer])
+        axis.set_xscale("symlog", linthresh=1)
+        axis.set_ylim(bottom=0)
+        axis.set_title("one at a time" if outstanding == 1 else f"{outstanding} outstanding")
+        axis.set_xlabel("subscribers")
+        axis.set_ylabel("µs an event, pinned")
+    axes[0].legend(frameon=False)
+    report.plot(figure, "events", "Time of an event by subscribers")
+    report.table(
+        ["outstanding", "subscribers", "µs an event, pinned", "time / GIO", "CPU / GIO", "sd-bus: time / GIO",
+         "time / GIO, free"],
+        [[key[0], key[1], f"{group[OURS].median(wall) / 1e3:.1f}", f"{group[OURS].ratio(wall):.3f}",
+          f"{group[OURS].ratio(cpu):.3f}", f"{group['sd-bus'].ratio(wall):.3f}", f"{unpinned[key][OURS].ratio(wall):.3f}"]
+         for key, group in sorted(groups.items())])
+    few, many = groups[64, 1][OURS], groups[64, 1000][OURS]
+    report.write(f"A further subscriber costs {(many.median(wall) - few.median(wall)) / 999:.0f} ns.\n")
+
+
+def cold_start(report, runs):
+    report.write("## Cold start\n")
+    report.table(
+        ["ms from the start, median", "library loaded", "first call done", "first event received"],
+        [[peer] + [f"{statistics.median(run[what] for run in runs if run['peer'] == peer):.2f}"
+                   for what in ("loaded", "first call", "first event")] for peer in (OURS, BASE)])
+
+
+def counts(report, table):
+    report.write("## Counted\n\nThe same in every run, and compared by `./dev bench counts`.\n")
+    report.table(["", "instructions of ours", "all instructions", "allocations of ours"],
+                 [[name, row["ours"], f"{row['all']:,}", row["allocations"]] for name, row in table.items()])
+
+
+def main(results, docs):
+    results, docs = pathlib.Path(results), pathlib.Path(docs)
+
+    def read(name):
+        return json.loads((results / name).read_text())
+
+    pinned, free, micro, counted = read("pinned.json"), read("free.json"), read("micro.json"), read("counted.json")
+    cold = [json.loads(line) for line in (results / "cold.jsonl").read_text().splitlines()]
+    report = Report(results, docs)
+    introduction(report, pinned)
+    peers(report, pinned, free, read("system-calls.json"))
+    latencies(report, pinned)
+    threads(report, pinned, free)
+    shapes(report, pinned)
+    lists(report, pinned, micro)
+    events(report, pinned, free)
+    cold_start(report, cold)
+    parts(report, pinned, counted)
+    counts(report, json.loads(pathlib.Path(__file__).with_name("counts.json").read_text()))
+    report.save()
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    main(*sys.argv[1:])
