@@ -99,15 +99,18 @@ MessageOwner OwnerQueryForServer()
     const std::lock_guard lock(g_members);
     if (g_ownerQuery == nullptr) {
         g_ownerQuery = g_dbus_message_new_method_call(kBusName, kBusPath, kBusInterface, kOwnerMethod);
-        g_dbus_message_set_body(g_ownerQuery, g_variant_new("(s)", kServerName));
+        if (g_ownerQuery != nullptr) {
+            g_dbus_message_set_body(g_ownerQuery, g_variant_new("(s)", kServerName));
+        }
     }
-    return MessageOwner(g_object_ref(g_ownerQuery));
+    return NewReference(g_ownerQuery);
 }
 
 // A copy, which shares the parts of the message, costs a fraction of making it anew.
 MessageOwner NewOwnerQuery(const char* name)
 {
-    MessageOwner query(g_dbus_message_copy(OwnerQueryForServer().get(), nullptr));
+    const MessageOwner kept = OwnerQueryForServer();
+    MessageOwner query(kept ? g_dbus_message_copy(kept.get(), nullptr) : nullptr);
     if (query && std::strcmp(name, kServerName) != 0) {
         g_dbus_message_set_body(query.get(), g_variant_new("(s)", name));
     }

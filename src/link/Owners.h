@@ -25,10 +25,11 @@ using ContextOwner = std::unique_ptr<GMainContext, Releaser<g_main_context_unref
 using LoopOwner = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
 using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
 
-// One more reference to a connection; null stays null.
-inline ConnectionOwner NewReference(GDBusConnection* connection)
+// One more reference to an object; null stays null.
+template <typename Object>
+std::unique_ptr<Object, Releaser<g_object_unref>> NewReference(Object* object)
 {
-    return ConnectionOwner(connection != nullptr ? static_cast<GDBusConnection*>(g_object_ref(connection)) : nullptr);
+    return {object != nullptr ? static_cast<Object*>(g_object_ref(object)) : nullptr, {}};
 }
 
 // Takes a new value, whose reference is still floating; null stays null.
