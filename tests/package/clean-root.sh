@@ -23,10 +23,20 @@ echo "The system bus starts the simulator for whoever calls, as the server's use
 mkdir -p /run/dbus
 exec {bus}< <(exec dbus-daemon --system --nofork --nopidfile --print-address)
 busProcess=$!
+trap 'kill "$busProcess"' EXIT
 read -r _ <&"$bus"
-setpriv --reuid=nobody --regid=nogroup --clear-groups kivctl start 02:4b:49:56:00:01
-test "$(stat -c %U "/proc/$(pidof kiv-simulator)")" = root
-kill "$busProcess"
+as_nobody=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
+"${as_nobody[@]}" kivctl start 02:4b:49:56:00:01
+server=$(dbus-send --system --print-reply=literal --dest=org.freedesktop.DBus / \
+    org.freedesktop.DBus.GetConnectionUnixUser string:org.lumra.tv.networkspeaker.server)
+test "$(xargs <<<"$server")" = "uint32 0"
+
+echo "Nobody else tells the simulator what to do"
+control=(dbus-send --system --print-reply --dest=org.lumra.tv.networkspeaker.simulator
+    /org/lumra/tv/networkspeaker/simulator org.lumra.tv.networkspeaker.simulator.control.ForgetCalls)
+"${control[@]}" >/dev/null
+refusal=$(LC_ALL=C "${as_nobody[@]}" "${control[@]}" 2>&1 >/dev/null) && exit 1
+grep -q AccessDenied <<<"$refusal"
 
 echo "Removing"
 apt-get purge -qq kiv-tools 'libkiv-*' >apt.log 2>&1 || { cat apt.log && exit 1; }
