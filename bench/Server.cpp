@@ -143,7 +143,7 @@ void OnControlCall(
     }
     guint64 count = 0;
     g_variant_get(parameters, "(t)", &count);
-    SetListBytes(count);
+    SetListBytes(static_cast<std::size_t>(count));
     g_dbus_method_invocation_return_value(invocation, nullptr);
 }
 
