@@ -6,6 +6,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <new>
 #include <span>
 #include <type_traits>
 #include <vector>
@@ -82,8 +83,9 @@ private:
     std::unique_ptr<unsigned char, Free> memory_;
 };
 
-// The whole records in a byte array, copied behind what a list holds, which grows as by push_back(); bytes that make no
-// whole record are left out. Returns their number.
+// The whole records in a byte array, copied behind what a list holds; bytes that make no whole record are left out.
+// Returns their number. The list grows as by push_back(): it has that capacity in the end, and those records for which
+// there was memory if there is not enough.
 template <typename Record>
 int AppendRecords(std::vector<Record>& list, Bytes bytes)
 {
@@ -91,6 +93,15 @@ int AppendRecords(std::vector<Record>& list, Bytes bytes)
     const std::size_t count = bytes.size() / sizeof(Record);
     const auto* next = reinterpret_cast<const Record*>(bytes.data());
     const Record* const end = next + count;
+    std::size_t capacity = list.capacity();
+    while (capacity < list.size() + count) {
+        capacity = std::max<std::size_t>(1, 2 * capacity);
+    }
+    try {
+        list.reserve(std::min(capacity, list.max_size())); // in one step rather than in many
+    } catch (const std::bad_alloc&) {
+        // Step by step, then, as far as it goes.
+    }
     while (next != end) {
         list.push_back(*next++);
         // Those for which it need not grow, at once.

@@ -1,5 +1,6 @@
 #include "EventTest.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -16,12 +17,15 @@ namespace {
 // Which allocation of this thread fails next: 1 is the very next one, 0 none.
 thread_local int g_failing = 0;
 
+// Those of more bytes fail, on this thread.
+thread_local std::size_t g_largest = SIZE_MAX;
+
 } // namespace
 
 // Not inlined: where they are, gcc takes the pair of them for one of malloc() and delete.
 [[gnu::noinline]] void* operator new(std::size_t size)
 {
-    if (g_failing > 0 && --g_failing == 0) {
+    if (size > g_largest || (g_failing > 0 && --g_failing == 0)) {
         throw std::bad_alloc();
     }
     void* const memory = std::malloc(size);
@@ -72,37 +76,43 @@ TEST_P(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
 
 INSTANTIATE_TEST_SUITE_P(Nth, AllocationTest, ::testing::Values(1, 2));
 
-// Three records: the list grows for the first, the second and the third.
-class GrowingListTest : public EventTest, public ::testing::WithParamInterface<int> {
+// Three records, and memory for fewer in one piece: room for one, for two and for four is what a list asks for in turn.
+class GrowingListTest : public EventTest, public ::testing::WithParamInterface<std::size_t> {
 protected:
     GrowingListTest() { StartAndConnect(); }
 
-    static void FailAtLine(const std::string& shortForm)
+    template <typename Record>
+    static void LimitAtLine(const std::string& shortForm)
     {
-        AtLine(shortForm, [] { g_failing = GetParam(); });
+        AtLine(shortForm, [] { g_largest = GetParam() * sizeof(Record); });
+    }
+
+    template <typename Call>
+    static void ExpectNoMemory(Call call)
+    {
+        EXPECT_THROW(call(), std::bad_alloc);
+        EXPECT_NE(std::exchange(g_largest, SIZE_MAX), SIZE_MAX);
     }
 
     void SetReply(const std::string& method, std::size_t recordSize)
     {
         control_.SetReply(method, std::vector<unsigned char>(3 * recordSize));
     }
-
-    const std::size_t taken_ = static_cast<std::size_t>(GetParam()) - 1;
 };
 
 TEST_P(GrowingListTest, ThrowsWithTheRecordsThatItTook)
 {
     SetReply("GetNetSpkListInfo", sizeof(STNetSpkListInfo));
-    FailAtLine("D GetNetSpkListInfo: [NAM_API] elenum[3258], sizeof(STNetSpkListInfo)[1086]");
+    LimitAtLine<STNetSpkListInfo>("D GetNetSpkListInfo: [NAM_API] elenum[3258], sizeof(STNetSpkListInfo)[1086]");
     std::vector<STNetSpkListInfo> lists;
-    EXPECT_THROW(GetNetSpkListInfo(lists), std::bad_alloc);
-    EXPECT_EQ(lists.size(), taken_);
+    ExpectNoMemory([&] { GetNetSpkListInfo(lists); });
+    EXPECT_EQ(lists.size(), GetParam());
 
     SetReply("GetNetSpkNodeList", sizeof(CNetSpkNodeInfo));
-    FailAtLine("D GetNetSpkNodeList: [NAM_API] elenum[402], sizeof(CNetSpkNodeInfo)[134]");
+    LimitAtLine<CNetSpkNodeInfo>("D GetNetSpkNodeList: [NAM_API] elenum[402], sizeof(CNetSpkNodeInfo)[134]");
     std::vector<CNetSpkNodeInfo> nodes;
-    EXPECT_THROW(GetNetSpkNodeList(nodes), std::bad_alloc);
-    EXPECT_EQ(nodes.size(), taken_);
+    ExpectNoMemory([&] { GetNetSpkNodeList(nodes); });
+    EXPECT_EQ(nodes.size(), GetParam());
 
     EXPECT_EQ(GetNetSpkListInfo(lists), 3);
     EXPECT_EQ(GetNetSpkNodeList(nodes), 3);
@@ -111,12 +121,12 @@ TEST_P(GrowingListTest, ThrowsWithTheRecordsThatItTook)
 TEST_P(GrowingListTest, ThrowsAndLeavesThePlainArrayAlone)
 {
     SetReply("GetNetSpkListInfo", sizeof(STNetSpkListInfo));
-    FailAtLine("D GetNetSpkListInfo: [NAM_API] elenum[3258], sizeof(STNetSpkListInfo)[1086]");
+    LimitAtLine<STNetSpkListInfo>("D GetNetSpkListInfo: [NAM_API] elenum[3258], sizeof(STNetSpkListInfo)[1086]");
     STNetSpkListInfo lists[3];
     std::memset(lists, 0xee, sizeof lists);
     STNetSpkListInfo untouched[3];
     std::memset(untouched, 0xee, sizeof untouched);
-    EXPECT_THROW(getNetSpkListInfo(lists), std::bad_alloc);
+    ExpectNoMemory([&] { getNetSpkListInfo(lists); });
     EXPECT_EQ(std::memcmp(lists, untouched, sizeof lists), 0);
 }
 
@@ -126,15 +136,15 @@ TEST_P(GrowingListTest, ThrowsWithTheActiveSpeakersThatItTook)
     payload[151] = 3;
     control_.SetReply("GetActiveNetSpkInfo", payload);
     AtLine(kEnter, [] { // of the query for the id
-        FailAtLine(kEnter);
+        LimitAtLine<spk_info_s>(kEnter);
     });
     char name[NETSPK_LIST_NAME_LEN];
     char type[NETSPK_SPEAKER_TYPE_LEN + 1];
     std::vector<spk_info_s> speakers;
-    EXPECT_THROW(GetActiveNetSpkInfo(name, type, speakers), std::bad_alloc);
-    EXPECT_EQ(speakers.size(), taken_);
+    ExpectNoMemory([&] { GetActiveNetSpkInfo(name, type, speakers); });
+    EXPECT_EQ(speakers.size(), GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Nth, GrowingListTest, ::testing::Values(1, 2, 3));
+INSTANTIATE_TEST_SUITE_P(Room, GrowingListTest, ::testing::Values(0, 1, 2));
 
 } // namespace
