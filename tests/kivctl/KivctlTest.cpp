@@ -1,5 +1,6 @@
 #include "KivctlTest.h"
 
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
@@ -101,7 +102,8 @@ std::string ByteArray(size_t size, int value)
     return array + "]";
 }
 
-KivctlTest::KivctlTest() : bus_({{{kServerName, {KIV_SIMULATOR}}}, ""})
+KivctlTest::KivctlTest()
+    : bus_({{{kServerName, {KIV_SIMULATOR}}}, R"(<include ignore_missing="yes">policy.conf</include>)"})
 {
     WriteFeature(bus_, "true");
 }
@@ -158,6 +160,18 @@ std::string KivctlTest::WriteFile(const std::string& contents) const
 void KivctlTest::SwitchFeatureOff() const
 {
     WriteFeature(bus_, "false");
+}
+
+void KivctlTest::RemoveFeature() const
+{
+    std::filesystem::remove(FeatureFile(bus_));
+}
+
+void KivctlTest::Forbid(const std::string& rules) const
+{
+    std::ofstream(bus_.Directory() / "policy.conf")
+        << "<busconfig><policy context=\"mandatory\">" << rules << "</policy></busconfig>";
+    bus_.ReloadConfig();
 }
 
 GVariant* KivctlTest::Control(const char* method, GVariant* arguments) const

@@ -80,6 +80,10 @@ protected:
 
     // Without this the device has network speakers.
     void SwitchFeatureOff() const;
+    void RemoveFeature() const;
+
+    // Has the bus's policy end with these rules, in place of what this was given before.
+    void Forbid(const std::string& rules) const;
 
     // Calls the simulator's control interface, and starts the simulator if it does not run.
     GVariant* Control(const char* method, GVariant* arguments) const;

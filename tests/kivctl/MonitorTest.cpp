@@ -144,6 +144,52 @@ TEST_F(MonitorTest, EndsWhenTheBusIsLost)
     EXPECT_EQ(Json::parse(ended.out).at("error"), "the connection to the system bus is lost");
 }
 
+TEST_F(MonitorTest, AsksAServerThatComesBackForItsEvents)
+{
+    Running monitor(bus_, {"--json", "monitor"});
+    ASSERT_EQ(monitor.OutLine(), kJsonReady);
+    for (int i = 0; i < 3; ++i) {
+        g_variant_unref(Control("Exit", nullptr));
+        EXPECT_EQ(Json::parse(monitor.OutLine()).at("name"), "NAMSERVICE_EXIT_STATE");
+        EXPECT_EQ(monitor.OutLine(), R"({"server":false})");
+        bus_.Activate("org.lumra.tv.networkspeaker.server");
+        EXPECT_EQ(monitor.OutLine(), R"({"server":true})");
+        // Only subscribers are told.
+        g_variant_unref(Control("SetAtmos", g_variant_new("(b)", TRUE)));
+        EXPECT_EQ(monitor.OutLine(), R"({"atmos":1})");
+        EXPECT_EQ(Json::parse(monitor.OutLine()).at("name"), "NAMSERVICE_ATMOS_STATE");
+    }
+}
+
+TEST_F(MonitorTest, DoesNotStartAServerThatHasGone)
+{
+    Running monitor(bus_, {"monitor"});
+    ASSERT_EQ(monitor.ErrLine(), kReady);
+    g_variant_unref(Control("Exit", nullptr));
+    EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
+    monitor.Signal(SIGINT);
+    EXPECT_EQ(monitor.Wait().exitCode, 0);
+    EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+TEST_F(MonitorTest, GoesOnWhenAServerThatComesBackRefuses)
+{
+    Running monitor(bus_, {"monitor"});
+    ASSERT_EQ(monitor.ErrLine(), kReady);
+    const std::string refusing =
+        WriteFile(R"({"faults": {"SubscribeNamServiceCallback": {"error": "org.example.Broken"}}})");
+    bus_.WriteService({"org.lumra.tv.networkspeaker.server", {KIV_SIMULATOR, "--scenario", refusing}});
+    g_variant_unref(Control("Exit", nullptr));
+    EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
+    bus_.Activate("org.lumra.tv.networkspeaker.server");
+    EXPECT_EQ(
+        monitor.ErrLine(),
+        "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it");
+    SendEvent(kUnknownEvent, "");
+    EXPECT_EQ(monitor.OutLine(), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
+    EXPECT_EQ(monitor.OutLine(), "event 0x01020304, length 0");
+}
+
 TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
 {
     SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");

@@ -2,12 +2,37 @@
 
 #include <gio/gio.h>
 
+#include <string>
+
 namespace kiv::ctl {
+
+inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
+inline constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
+
+// Where a process that the server gave an id receives events.
+struct ClientNames {
+    explicit ClientNames(const std::string& id);
+
+    // Whether D-Bus allows such names.
+    bool Fit() const;
+
+    std::string name;
+    std::string path;
+    std::string interface;
+};
 
 // A connection of its own: the library's may be closed and opened anew.
 GDBusConnection* ConnectToSystemBus(GError** error);
 
+// Calls the bus itself. The arguments may be floating or null. Returns null after a failure.
+GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments, GError** error);
+
 // Has the bus start the server unless it runs. Returns whether it runs now.
+bool StartServer(GDBusConnection* bus, GError** error);
 bool StartServer();
+
+// The connection that owns a name, and its process; empty and 0 if nobody does.
+std::string OwnerOf(GDBusConnection* bus, const std::string& name);
+unsigned ProcessOf(GDBusConnection* bus, const std::string& name);
 
 } // namespace kiv::ctl

@@ -16,6 +16,7 @@ enum ExitCode {
     kFailed = 1,
     kBadArguments = 2,
     kNoNetworkSpeakers = 3,
+    kTimedOut = 4,
 };
 
 // Thrown by a command before it has sent anything.
@@ -67,6 +68,7 @@ struct Command {
     std::vector<Command> parts = {};
 };
 
+// What people want to do.
 std::vector<Command> ConnectCommands();
 std::vector<Command> DeviceCommands();
 std::vector<Command> EventCommands();
@@ -77,5 +79,18 @@ std::vector<Command> NameAndVolumeCommands();
 std::vector<Command> SoundbarCommands();
 std::vector<Command> SpeakerCommands();
 std::vector<Command> ToneCommands();
+
+// The library's functions by name.
+std::vector<Command> ConnectFunctions();
+std::vector<Command> DeviceFunctions();
+std::vector<Command> EventFunctions();
+std::vector<Command> LinkFunctions();
+std::vector<Command> ListFunctions();
+std::vector<Command> ModeFunctions();
+std::vector<Command> NameAndVolumeFunctions();
+std::vector<Command> OlderFunctions();
+std::vector<Command> SoundbarFunctions();
+std::vector<Command> SpeakerFunctions();
+std::vector<Command> ToneFunctions();
 
 } // namespace kiv::ctl

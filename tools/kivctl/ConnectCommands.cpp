@@ -29,21 +29,39 @@ struct TypeArguments {
     std::optional<int> id;
 };
 
+void AddMacs(CLI::App& app, std::vector<std::string>& macs)
+{
+    app.add_option("MAC", macs, "MAC addresses of the speakers")->type_name("")->required();
+}
+
+Result ConnectNew(const NewArguments& arguments)
+{
+    std::vector<unsigned char> macs;
+    for (const std::string& text : arguments.macs) {
+        const Mac mac = ParseMac(text);
+        macs.insert(macs.end(), mac.begin(), mac.end());
+    }
+    const int count = static_cast<int>(arguments.macs.size());
+    return arguments.outdoor
+               ? Answered("AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor(macs.data(), count))
+               : Answered("AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count));
+}
+
 Action New(CLI::App& app)
 {
     const auto arguments = std::make_shared<NewArguments>();
-    app.add_option("MAC", arguments->macs, "MAC addresses of the speakers")->type_name("")->required();
+    AddMacs(app, arguments->macs);
     app.add_flag("--outdoor", arguments->outdoor, "Connect outdoor speakers");
-    return [arguments](const Output&) {
-        std::vector<unsigned char> macs;
-        for (const std::string& text : arguments->macs) {
-            const Mac mac = ParseMac(text);
-            macs.insert(macs.end(), mac.begin(), mac.end());
-        }
-        const int count = static_cast<int>(arguments->macs.size());
-        return arguments->outdoor
-                   ? Answered("AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor(macs.data(), count))
-                   : Answered("AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count));
+    return [arguments](const Output&) { return ConnectNew(*arguments); };
+}
+
+auto NewBy(bool outdoor)
+{
+    return [outdoor](CLI::App& app) -> Action {
+        const auto arguments = std::make_shared<NewArguments>();
+        arguments->outdoor = outdoor;
+        AddMacs(app, arguments->macs);
+        return [arguments](const Output&) { return ConnectNew(*arguments); };
     };
 }
 
@@ -68,24 +86,52 @@ Action ByMobile(CLI::App& app)
     };
 }
 
+void AddNumbers(CLI::App& app, ByIdArguments& arguments)
+{
+    AddRequired(app, "FIRST", arguments.first, ParseInt, "First number");
+    AddRequired(app, "SECOND", arguments.second, ParseInt, "Second number");
+    AddRequired(app, "THIRD", arguments.third, ParseInt, "Third number");
+}
+
+Result StartById(const ByIdArguments& arguments)
+{
+    const auto& [first, second, third, id] = arguments;
+    if (!id) {
+        return AnsweredNotZero("StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third));
+    }
+    if (id->size() < kIdLength) {
+        throw BadArguments(fmt::format("the identifier \"{}\" has less than five characters", *id));
+    }
+    return AnsweredNotZero(
+        "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third));
+}
+
+CLI::Option* AddId(CLI::App& app, const char* name, std::optional<std::string>& id)
+{
+    return app.add_option(name, id, "Identifier, of which the first five characters are sent");
+}
+
 Action ById(CLI::App& app)
 {
     const auto arguments = std::make_shared<ByIdArguments>();
-    AddRequired(app, "FIRST", arguments->first, ParseInt, "First number");
-    AddRequired(app, "SECOND", arguments->second, ParseInt, "Second number");
-    AddRequired(app, "THIRD", arguments->third, ParseInt, "Third number");
-    app.add_option("--id", arguments->id, "Identifier, of which the first five characters are sent")->type_name("ID");
-    return [arguments](const Output&) {
-        const auto& [first, second, third, id] = *arguments;
-        if (!id) {
-            return AnsweredNotZero("StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third));
-        }
-        if (id->size() < kIdLength) {
-            throw BadArguments(fmt::format("the identifier \"{}\" has less than five characters", *id));
-        }
-        return AnsweredNotZero(
-            "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third));
-    };
+    AddNumbers(app, *arguments);
+    AddId(app, "--id", arguments->id)->type_name("ID");
+    return [arguments](const Output&) { return StartById(*arguments); };
+}
+
+Action ByNumbers(CLI::App& app)
+{
+    const auto arguments = std::make_shared<ByIdArguments>();
+    AddNumbers(app, *arguments);
+    return [arguments](const Output&) { return StartById(*arguments); };
+}
+
+Action ByIdAndNumbers(CLI::App& app)
+{
+    const auto arguments = std::make_shared<ByIdArguments>();
+    AddId(app, "ID", arguments->id)->type_name("")->required();
+    AddNumbers(app, *arguments);
+    return [arguments](const Output&) { return StartById(*arguments); };
 }
 
 Action Group(CLI::App& app)
@@ -97,6 +143,15 @@ Action Group(CLI::App& app)
     };
 }
 
+Result AskType(const TypeArguments& arguments)
+{
+    if (arguments.id) {
+        return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(*arguments.id));
+    }
+    std::vector<STNetSpkConfig> list = SpeakersOf(arguments.speakers);
+    return Answered("GetSpksConnectionType", GetSpksConnectionType(&list));
+}
+
 Action Type(CLI::App& app)
 {
     const auto arguments = std::make_shared<TypeArguments>();
@@ -105,13 +160,21 @@ Action Type(CLI::App& app)
         ->type_name("N")
         ->excludes("SPEAKER")
         ->excludes("--file");
-    return [arguments](const Output&) {
-        if (arguments->id) {
-            return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(*arguments->id));
-        }
-        std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
-        return Answered("GetSpksConnectionType", GetSpksConnectionType(&list));
-    };
+    return [arguments](const Output&) { return AskType(*arguments); };
+}
+
+Action TypeOfList(CLI::App& app)
+{
+    const auto arguments = std::make_shared<TypeArguments>();
+    AddSpeakers(app, arguments->speakers);
+    return [arguments](const Output&) { return AskType(*arguments); };
+}
+
+Action TypeById(CLI::App& app)
+{
+    const auto arguments = std::make_shared<TypeArguments>();
+    AddRequired(app, "N", arguments->id, ParseInt, "Number of the speaker");
+    return [arguments](const Output&) { return AskType(*arguments); };
 }
 
 } // namespace
@@ -130,6 +193,21 @@ std::vector<Command> ConnectCommands()
              {"group", "Start a speaker group as a mobile device asks", Group},
              {"type", "Ask how speakers are connected", Type},
          }},
+    };
+}
+
+std::vector<Command> ConnectFunctions()
+{
+    return {
+        {"ConnectNetworkSpeakerByMobile", "Connect a speaker as a mobile device asks", ByMobile},
+        {"Vireon_StartNetworkSpeakerByID", "Start the speaker of an identifier", ByIdAndNumbers},
+        {"StartNetworkSpeakerByID", "Start a speaker by numbers", ByNumbers},
+        {"GetSpksConnectionTypeByID", "Ask how a speaker is connected", TypeById},
+        {"GetSpksConnectionType", "Ask how speakers are connected", TypeOfList},
+        {"AutoConnectNewSpeakers", "Connect newly found speakers", NewBy(false)},
+        {"AutoConnectNewSpeakersForOutdoor", "Connect newly found outdoor speakers", NewBy(true)},
+        {"ConnectToSpeakerForInfraLessSetup", "Connect a speaker directly, to set it up without a network", Direct},
+        {"StartNetworkSpeakerGroupByMobile", "Start a speaker group as a mobile device asks", Group},
     };
 }
 

@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "Doctor.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -13,6 +14,14 @@ Action Enabled(CLI::App&)
             return Result{kNoNetworkSpeakers, "no", {{"result", false}}};
         }
         return Done("yes", {{"result", true}});
+    };
+}
+
+Action Disabled(CLI::App&)
+{
+    return [](const Output&) {
+        const bool disabled = GetWhetherKivDisabled();
+        return Done(disabled ? "yes" : "no", {{"result", disabled}});
     };
 }
 
@@ -32,8 +41,17 @@ Action Sizes(CLI::App&)
 std::vector<Command> DeviceCommands()
 {
     return {
+        {"doctor", "Tell what works, what does not, and what to do about it",
+         [](CLI::App&) -> Action { return [](const Output&) { return Examine(); }; }},
         {"enabled", "Tell whether this device has network speakers", Enabled},
         {"sizes", "Show the sizes of the exported speaker records, in bytes", Sizes},
+    };
+}
+
+std::vector<Command> DeviceFunctions()
+{
+    return {
+        {"GetWhetherKivDisabled", "Tell whether this device has no network speakers", Disabled},
     };
 }
 

@@ -19,6 +19,51 @@ Action Watch(CLI::App& app)
     return [options](const Output& output) { return Monitor(*options, output).Run(); };
 }
 
+void IgnoreEvent(int, void*, int) {}
+
+void IgnoreAtmos(int, void*) {}
+
+void AddName(CLI::App& app, std::string& name)
+{
+    app.add_option("NAME", name, "Name of the subscription")->type_name("")->required();
+}
+
+Action Subscribe(CLI::App& app)
+{
+    const auto name = std::make_shared<std::string>();
+    AddName(app, *name);
+    return [name](const Output&) {
+        return AnsweredNotZero("SubscribeNamServiceCallback", SubscribeNamServiceCallback(name->c_str(), IgnoreEvent));
+    };
+}
+
+Action Unsubscribe(CLI::App& app)
+{
+    const auto name = std::make_shared<std::string>();
+    AddName(app, *name);
+    return [name](const Output&) {
+        UnsubscribeNamServiceCallback(name->c_str());
+        return Sent("UnsubscribeNamServiceCallback");
+    };
+}
+
+Action RegisterAtmos(CLI::App&)
+{
+    return [](const Output&) {
+        return Answered("register_atmos_support_cb", register_atmos_support_cb(IgnoreAtmos, nullptr));
+    };
+}
+
+Action UnregisterAtmos(CLI::App&)
+{
+    return [](const Output&) {
+        if (const int registered = register_atmos_support_cb(IgnoreAtmos, nullptr); registered == -1) {
+            return Failed("register_atmos_support_cb", registered);
+        }
+        return Answered("unregister_atmos_support_cb", unregister_atmos_support_cb(IgnoreAtmos));
+    };
+}
+
 Action Atmos(CLI::App&)
 {
     return [](const Output&) {
@@ -45,6 +90,18 @@ std::vector<Command> EventCommands()
         {"monitor", "Show the server's events as they come, until interrupted", Watch},
         {"atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
         {"node-remove", "Have the server stop watching a node", NodeRemove},
+    };
+}
+
+std::vector<Command> EventFunctions()
+{
+    return {
+        {"SubscribeNamServiceCallback", "Subscribe to events, which are not shown", Subscribe},
+        {"UnsubscribeNamServiceCallback", "End a subscription", Unsubscribe},
+        {"NodeRemoveFromWatcher", "Have the server stop watching a node", NodeRemove},
+        {"kiv_is_receiver_atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
+        {"register_atmos_support_cb", "Register for Dolby Atmos, which is not shown", RegisterAtmos},
+        {"unregister_atmos_support_cb", "Register for Dolby Atmos, and end that", UnregisterAtmos},
     };
 }
 

@@ -27,4 +27,14 @@ std::vector<Command> LinkCommands()
     };
 }
 
+std::vector<Command> LinkFunctions()
+{
+    return {
+        {"CanCancelTavrin", "Ask whether the multi-room link may be cancelled",
+         Ask("CanCancelTavrin", CanCancelTavrin)},
+        {"PreSelectTavrin", "Preselect it, and tell whether it is", Ask("PreSelectTavrin", PreSelectTavrin)},
+        {"CanSelectTavrin", "Ask whether it may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
+    };
+}
+
 } // namespace kiv::ctl

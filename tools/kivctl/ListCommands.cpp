@@ -103,16 +103,29 @@ int GetListsByArray(std::vector<STNetSpkListInfo>& lists)
     return result;
 }
 
+Result AskAll(const AllArguments& arguments)
+{
+    std::vector<STNetSpkListInfo> lists;
+    const char* function = arguments.array ? "getNetSpkListInfo" : "GetNetSpkListInfo";
+    const int result = arguments.array ? GetListsByArray(lists) : GetNetSpkListInfo(lists);
+    return result == -1 ? Failed(function, result) : OpaqueRecords(lists, "list", arguments.hex);
+}
+
 Action All(CLI::App& app)
 {
     const auto arguments = std::make_shared<AllArguments>();
     AddHex(app, arguments->hex);
     app.add_flag("--array", arguments->array, "Use the library's form for plain arrays");
-    return [arguments](const Output&) {
-        std::vector<STNetSpkListInfo> lists;
-        const char* function = arguments->array ? "getNetSpkListInfo" : "GetNetSpkListInfo";
-        const int result = arguments->array ? GetListsByArray(lists) : GetNetSpkListInfo(lists);
-        return result == -1 ? Failed(function, result) : OpaqueRecords(lists, "list", arguments->hex);
+    return [arguments](const Output&) { return AskAll(*arguments); };
+}
+
+auto AllBy(bool array)
+{
+    return [array](CLI::App& app) -> Action {
+        const auto arguments = std::make_shared<AllArguments>();
+        arguments->array = array;
+        AddHex(app, arguments->hex);
+        return [arguments](const Output&) { return AskAll(*arguments); };
     };
 }
 
@@ -147,6 +160,17 @@ std::vector<Command> ListCommands()
              {"count", "Ask for the number of speaker lists", Count},
              {"nodes", "Ask for the speaker nodes of the network", Nodes},
          }},
+    };
+}
+
+std::vector<Command> ListFunctions()
+{
+    return {
+        {"GetActiveNetSpkInfo", "Ask for the active speaker group and its speakers", Active},
+        {"GetNetSpkListInfo", "Ask for all speaker lists", AllBy(false)},
+        {"getNetSpkListInfo", "Ask for all speaker lists, into a plain array", AllBy(true)},
+        {"GetNetSpkListInfoNumber", "Ask for the number of speaker lists", Count},
+        {"GetNetSpkNodeList", "Ask for the speaker nodes of the network", Nodes},
     };
 }
 

@@ -71,4 +71,17 @@ std::vector<Command> ModeCommands()
     };
 }
 
+std::vector<Command> ModeFunctions()
+{
+    return {
+        {"SetTavrinUIMode", "Set the mode of the multi-room settings screen", UiSet},
+        {"GetTavrinUIMode", "Ask for the mode of the multi-room settings screen", UiGet},
+        {"GetNetSpkSettingMode", "Ask in which mode the speaker system works", Get},
+        {"CanEnterTavrinSettings", "Ask whether the multi-room settings may be entered",
+         AskRunningServer("CanEnterTavrinSettings", CanEnterTavrinSettings)},
+        {"FlagEnableNetworkSpeaker", "Ask whether network speakers are enabled",
+         AskRunningServer("FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker)},
+    };
+}
+
 } // namespace kiv::ctl

@@ -60,50 +60,87 @@ Monitor::~Monitor()
 
 Result Monitor::Run()
 {
+    g_autoptr(GDBusConnection) bus = ConnectToSystemBus(nullptr);
+    // A server that the subscription started would be taken for one that came back.
+    if (bus != nullptr && !GetWhetherKivDisabled() && StartServer(bus, nullptr)) {
+        server_ = OwnerOf(bus, kServerName);
+    }
+    Result result = Subscribe();
+    if (result.exitCode != kDone) {
+        return result;
+    }
     const guint interrupt = g_unix_signal_add(SIGINT, OnInterrupt, this);
     const guint terminate = g_unix_signal_add(SIGTERM, OnInterrupt, this);
-
-    Result result;
-    if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) != 1) {
-        result = Failed("SubscribeNamServiceCallback", 0);
-    } else if (register_atmos_support_cb(OnAtmos, this) != 0) {
-        result = Failed("register_atmos_support_cb", -1);
-    } else {
-        result = WatchEvents();
-        if (!busLost_) {
-            unregister_atmos_support_cb(OnAtmos);
-            UnsubscribeNamServiceCallback(options_.name.c_str());
-        }
+    result = bus != nullptr ? WatchEvents(bus) : BusFailed("the system bus cannot be reached");
+    // This would start a server that has gone.
+    if (!busLost_ && !server_.empty()) {
+        unregister_atmos_support_cb(OnAtmos);
+        UnsubscribeNamServiceCallback(options_.name.c_str());
     }
-
     g_source_remove(terminate);
     g_source_remove(interrupt);
     return result;
 }
 
-Result Monitor::WatchEvents()
+Result Monitor::Subscribe()
+{
+    if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) != 1) {
+        return Failed("SubscribeNamServiceCallback", 0);
+    }
+    if (register_atmos_support_cb(OnAtmos, this) != 0) {
+        return Failed("register_atmos_support_cb", -1);
+    }
+    return {};
+}
+
+Result Monitor::WatchEvents(GDBusConnection* bus)
 {
     // The library serves the client object from a thread of its own, some time after the subscription. The object is
     // there as soon as this process owns the client's bus name.
     const std::string& id = CNSGdbus::m_pInstance->m_strClientName;
-    const std::string clientName = "org.lumra.tv.networkspeaker.client." + id;
-    const std::string clientPath = "/org/lumra/tv/networkspeaker/client/" + id;
-    if (!g_dbus_is_name(clientName.c_str()) || !g_variant_is_object_path(clientPath.c_str())) {
+    const ClientNames client(id);
+    if (!client.Fit()) {
         return BusFailed(fmt::format("no events can come to a client with the id \"{}\" that the server gave", id));
     }
-
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GDBusConnection) bus = ConnectToSystemBus(&error);
-    if (bus == nullptr) {
-        return BusFailed(error->message);
-    }
-    const guint watch = g_bus_watch_name_on_connection(
-        bus, clientName.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnNameOwned, OnNameNotOwned, this, nullptr);
+    const guint clientWatch = g_bus_watch_name_on_connection(
+        bus, client.name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnNameOwned, OnNameNotOwned, this, nullptr);
+    const guint serverWatch = g_bus_watch_name_on_connection(
+        bus, kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE, OnServer, OnNoServer, this, nullptr);
     while (!ended_) {
         g_main_context_iteration(nullptr, TRUE);
     }
-    g_bus_unwatch_name(watch);
+    g_bus_unwatch_name(serverWatch);
+    g_bus_unwatch_name(clientWatch);
     return busLost_ ? BusFailed("the connection to the system bus is lost") : Result{};
+}
+
+void Monitor::SubscribeAgain()
+{
+    // The other registration is the library's own affair.
+    if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) == 1) {
+        output_.Notify("the server is back, waiting for its events", {{"server", true}});
+    } else {
+        const Result failed = Failed("SubscribeNamServiceCallback", 0);
+        output_.Notify(failed.text, failed.fields);
+    }
+}
+
+void Monitor::OnServer(GDBusConnection*, const char*, const char* owner, gpointer monitor)
+{
+    auto* self = static_cast<Monitor*>(monitor);
+    if (self->server_ != owner) {
+        self->server_ = owner;
+        self->SubscribeAgain();
+    }
+}
+
+void Monitor::OnNoServer(GDBusConnection* bus, const char*, gpointer monitor)
+{
+    auto* self = static_cast<Monitor*>(monitor);
+    self->server_.clear();
+    if (bus != nullptr) {
+        self->output_.Notify("the server has gone", {{"server", false}});
+    }
 }
 
 void Monitor::OnNameOwned(GDBusConnection*, const char*, const char*, gpointer monitor)

@@ -14,7 +14,8 @@ struct MonitorOptions {
     bool raw = false;
 };
 
-// Shows the server's events until it is interrupted, has seen enough, or loses the bus. There can be one at a time.
+// Shows the server's events until it is interrupted, has seen enough, or loses the bus. A server that comes back is
+// asked for events again. There can be one at a time.
 class Monitor {
 public:
     Monitor(MonitorOptions options, const Output& output);
@@ -30,8 +31,12 @@ private:
     static gboolean OnInterrupt(gpointer monitor);
     static void OnNameOwned(GDBusConnection* bus, const char* name, const char* owner, gpointer monitor);
     static void OnNameNotOwned(GDBusConnection* bus, const char* name, gpointer monitor);
+    static void OnServer(GDBusConnection* bus, const char* name, const char* owner, gpointer monitor);
+    static void OnNoServer(GDBusConnection* bus, const char* name, gpointer monitor);
 
-    Result WatchEvents();
+    Result Subscribe();
+    Result WatchEvents(GDBusConnection* bus);
+    void SubscribeAgain();
     void ShowEvent(int id, const unsigned char* data, int length);
     void End();
 
@@ -39,6 +44,7 @@ private:
     const Output& output_;
     int shown_ = 0; // used by the library's monitor thread only
     bool busLost_ = false;
+    std::string server_; // the one that was asked for events; empty when it has gone
     std::atomic<bool> ended_ = false;
 };
 

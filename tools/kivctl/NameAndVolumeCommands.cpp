@@ -31,6 +31,13 @@ struct VolumeRequest {
     void (*list)(const std::vector<STNetSpkConfig>& list);
 };
 
+const VolumeRequest kGet = {"GetNetSpkVolume", GetNetSpkVolume, "GetNetSpkVolumeList", GetNetSpkVolumeList};
+const VolumeRequest kUp = {
+    "IncreaseNetSpkVolume", IncreaseNetSpkVolume, "IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList};
+const VolumeRequest kDown = {
+    "DecreaseNetSpkVolume", DecreaseNetSpkVolume, "DecreaseNetSpkVolumeList", DecreaseNetSpkVolumeList};
+const VolumeRequest kReset = {"ResetNetSpkVolume", ResetNetSpkVolume, "ResetNetSpkVolumeList", ResetNetSpkVolumeList};
+
 struct VolumeRequestArguments {
     SpeakerArguments speakers;
     std::optional<Ip> ip;
@@ -95,6 +102,31 @@ auto Request(const VolumeRequest& request)
     };
 }
 
+auto RequestOne(const VolumeRequest& request)
+{
+    return [request](CLI::App& app) -> Action {
+        const auto arguments = std::make_shared<VolumeArguments>();
+        AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+        AddIp(app, arguments->ip);
+        return [request, arguments](const Output&) {
+            request.one(arguments->mac.data(), IpNumber(arguments->ip));
+            return Sent(request.oneName);
+        };
+    };
+}
+
+auto RequestList(const VolumeRequest& request)
+{
+    return [request](CLI::App& app) -> Action {
+        const auto speakers = std::make_shared<SpeakerArguments>();
+        AddSpeakers(app, *speakers);
+        return [request, speakers](const Output&) {
+            request.list(SpeakersOf(*speakers));
+            return Sent(request.listName);
+        };
+    };
+}
+
 Action ResetAll(CLI::App&)
 {
     return [](const Output&) {
@@ -107,26 +139,36 @@ Action ResetAll(CLI::App&)
 
 std::vector<Command> NameAndVolumeCommands()
 {
-    const VolumeRequest get = {"GetNetSpkVolume", GetNetSpkVolume, "GetNetSpkVolumeList", GetNetSpkVolumeList};
-    const VolumeRequest up = {
-        "IncreaseNetSpkVolume", IncreaseNetSpkVolume, "IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList};
-    const VolumeRequest down = {
-        "DecreaseNetSpkVolume", DecreaseNetSpkVolume, "DecreaseNetSpkVolumeList", DecreaseNetSpkVolumeList};
-    const VolumeRequest reset = {
-        "ResetNetSpkVolume", ResetNetSpkVolume, "ResetNetSpkVolumeList", ResetNetSpkVolumeList};
     return {
         {"name", "Rename a speaker", Name},
         {"volume",
          "Volumes of speakers",
          nullptr,
          {
-             {"get", "Have the server report volumes; they come as events", Request(get)},
+             {"get", "Have the server report volumes; they come as events", Request(kGet)},
              {"set", "Set a speaker's volume", Set},
-             {"up", "Turn speakers up by one step", Request(up)},
-             {"down", "Turn speakers down by one step", Request(down)},
-             {"reset", "Set speakers back to the server's default", Request(reset)},
+             {"up", "Turn speakers up by one step", Request(kUp)},
+             {"down", "Turn speakers down by one step", Request(kDown)},
+             {"reset", "Set speakers back to the server's default", Request(kReset)},
              {"reset-all", "Set all speakers back to it", ResetAll},
          }},
+    };
+}
+
+std::vector<Command> NameAndVolumeFunctions()
+{
+    return {
+        {"SetNetSpkName", "Rename a speaker", Name},
+        {"SetNetSpkVolume", "Set a speaker's volume", Set},
+        {"GetNetSpkVolume", "Have the server report a speaker's volume", RequestOne(kGet)},
+        {"IncreaseNetSpkVolume", "Turn a speaker up by one step", RequestOne(kUp)},
+        {"DecreaseNetSpkVolume", "Turn a speaker down by one step", RequestOne(kDown)},
+        {"ResetNetSpkVolume", "Set a speaker back to the server's default", RequestOne(kReset)},
+        {"ResetAllNetSpkVolume", "Set all speakers back to it", ResetAll},
+        {"IncreaseNetSpkVolumeList", "Turn speakers up by one step", RequestList(kUp)},
+        {"DecreaseNetSpkVolumeList", "Turn speakers down by one step", RequestList(kDown)},
+        {"ResetNetSpkVolumeList", "Set speakers back to the server's default", RequestList(kReset)},
+        {"GetNetSpkVolumeList", "Have the server report the volumes of speakers", RequestList(kGet)},
     };
 }
 

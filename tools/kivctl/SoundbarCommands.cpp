@@ -172,4 +172,16 @@ std::vector<Command> SoundbarCommands()
     };
 }
 
+std::vector<Command> SoundbarFunctions()
+{
+    return {
+        {"SetSoundbarSoundMode", "Send sound-mode data to a soundbar", ModeSet},
+        {"GetSoundbarSoundMode", "Ask for the soundbar and its sound mode", ModeGet},
+        {"GetSoundbarDeviceInfo", "Ask for the soundbar", Info},
+        {"SetSoundbarSupportSoundMode", "Tell the server whether a soundbar supports sound modes", SupportSet},
+        {"GetSoundbarProtocolVersion", "Ask for a soundbar's sound-mode protocol version", Version},
+        {"IsSoundbarSupportSoundMode", "Ask whether a soundbar supports sound modes", SupportGet},
+    };
+}
+
 } // namespace kiv::ctl

@@ -59,4 +59,14 @@ std::vector<Command> SpeakerCommands()
     };
 }
 
+std::vector<Command> SpeakerFunctions()
+{
+    return {
+        {"StartNetworkSpeaker", "Route the TV's sound to speakers", Start},
+        {"StopNetworkSpeaker", "Route the TV's sound back to the TV", Stop},
+        {"DisableSurround", "Switch surround operation off", SurroundOff},
+        {"GetSurroundChannelNumber", "Ask for the number of surround channels", SurroundChannels},
+    };
+}
+
 } // namespace kiv::ctl

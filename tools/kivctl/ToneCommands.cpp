@@ -56,4 +56,12 @@ std::vector<Command> ToneCommands()
     };
 }
 
+std::vector<Command> ToneFunctions()
+{
+    return {
+        {"StartNetSpkTest", "Start the test of a speaker", Start},
+        {"StopNetSpkTest", "Stop the test of a speaker", Stop},
+    };
+}
+
 } // namespace kiv::ctl

@@ -1,7 +1,10 @@
-#include "Command.h"
+#include "App.h"
+#include "Completion.h"
+#include "TimeLimit.h"
 #include <KivServiceInterface.h>
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -10,36 +13,10 @@
 namespace kiv::ctl {
 namespace {
 
-constexpr const char* kFooter = R"(Exit codes:
-  0  done
-  1  the library reported a failure, or the output could not be written
-  2  bad arguments; nothing was sent
-  3  this device has no network speakers
+using Milliseconds = std::chrono::duration<double, std::milli>;
 
-A request that fails can look like an answer: "no", mode 80, connection type 0.
-Requests without an answer are only said to be sent. --verbose shows what failed.
-
-With --json, stdout carries nothing but JSON, one object a line. A command that
-fails says why in "error", and its exit code is the same as without --json.)";
-
-struct Choice {
-    std::string name;
-    Action action;
-};
-
-void AddCommand(CLI::App& parent, const std::string& prefix, const Command& command, Choice& choice)
-{
-    CLI::App* app = parent.add_subcommand(command.name, command.description);
-    const std::string name = prefix + command.name;
-    if (command.declare != nullptr) {
-        app->callback([&choice, name, action = command.declare(*app)] { choice = {name, action}; });
-        return;
-    }
-    app->require_subcommand(0, 1);
-    for (const Command& part : command.parts) {
-        AddCommand(*app, name + " ", part, choice);
-    }
-}
+// The shells' completion asks with it.
+constexpr const char* kComplete = "--complete";
 
 Result RunAction(const Choice& choice, const Output& output)
 {
@@ -48,6 +25,22 @@ Result RunAction(const Choice& choice, const Output& output)
     } catch (const BadArguments& error) {
         return {kBadArguments, error.what(), {{"error", error.what()}}};
     }
+}
+
+Result RunInTime(const Request& request, const Output& output)
+{
+    const TimeLimit limit(request.timeout, [&] {
+        const std::string reason =
+            fmt::format("{}: not done within {} ms", request.choice.name, request.timeout->count());
+        output.Notify(reason, {{"command", request.choice.name}, {"error", reason}});
+    });
+    return RunAction(request.choice, output);
+}
+
+void AddTiming(Result& result, Milliseconds taken)
+{
+    result.text += fmt::format("{}took {:.1f} ms", result.text.empty() ? "" : "\n", taken.count());
+    result.fields["milliseconds"] = taken.count();
 }
 
 void ShowResult(const Result& result, const std::string& command, const Output& output)
@@ -61,12 +54,17 @@ void ShowResult(const Result& result, const std::string& command, const Output& 
     }
 }
 
-int Run(const Choice& choice, const Output& output)
+int Run(const Request& request, const Output& output)
 {
-    const Result result = RunAction(choice, output);
+    const auto start = std::chrono::steady_clock::now();
+    Result result = RunInTime(request, output);
+    const Milliseconds taken = std::chrono::steady_clock::now() - start;
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    if (request.timing) {
+        AddTiming(result, taken);
+    }
     if (!result.text.empty()) {
-        ShowResult(result, choice.name, output);
+        ShowResult(result, request.choice.name, output);
     }
     if (std::ferror(stdout) != 0) {
         std::fputs("kivctl: the output could not be written\n", stderr);
@@ -83,23 +81,12 @@ int Refuse(const Output& output, const std::string& reason)
 
 int Main(int argc, char** argv)
 {
-    CLI::App app("Controls network speakers through libkiv-interface-api.", "kivctl");
-    app.set_version_flag("--version", "kivctl " KIV_VERSION);
-    app.footer(kFooter);
-    app.require_subcommand(0, 1);
-    app.fallthrough();
-    bool json = false;
-    bool verbose = false;
-    app.add_flag("--json", json, "Write JSON instead of text");
-    app.add_flag("--verbose", verbose, "Show all that the library logs (KIV_LOG_LEVEL=debug)");
-
-    Choice choice;
-    for (const auto& commands :
-         {SpeakerCommands(), ListCommands(), ConnectCommands(), NameAndVolumeCommands(), ModeCommands(), LinkCommands(),
-          ToneCommands(), SoundbarCommands(), EventCommands(), DeviceCommands()}) {
-        for (const Command& command : commands) {
-            AddCommand(app, "", command, choice);
-        }
+    CLI::App app;
+    Request request;
+    Declare(app, request);
+    if (argc > 1 && argv[1] == std::string(kComplete)) {
+        std::fputs(Completions(app, {argv + 2, argv + argc}).c_str(), stdout);
+        return kDone;
     }
 
     try {
@@ -111,14 +98,14 @@ int Main(int argc, char** argv)
         const bool wantsJson = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
         return Refuse(Output(wantsJson), error.what());
     }
-    const Output output(json);
-    if (!choice.action) {
+    const Output output(request.json);
+    if (!request.choice.action) {
         return Refuse(output, "no command given; --help lists them");
     }
-    if (verbose) {
+    if (request.verbose) {
         setenv("KIV_LOG_LEVEL", "debug", 1);
     }
-    return Run(choice, output);
+    return Run(request, output);
 }
 
 } // namespace

@@ -1,0 +1,149 @@
+#include "KivctlTest.h"
+
+#include <map>
+#include <sstream>
+
+namespace kiv::ctl {
+namespace {
+
+using CallTest = KivctlTest;
+
+// Of the functions that need any.
+const std::map<std::string, Arguments> kArguments = {
+    {"SubscribeNamServiceCallback", {"mine"}},
+    {"UnsubscribeNamServiceCallback", {"mine"}},
+    {"NodeRemoveFromWatcher", {"2"}},
+    {"StartNetworkSpeaker", {kLeft}},
+    {"ConnectNetworkSpeakerByMobile", {"00"}},
+    {"Vireon_StartNetworkSpeakerByID", {"KIV01", "1", "2", "3"}},
+    {"StartNetworkSpeakerByID", {"1", "2", "3"}},
+    {"GetSpksConnectionTypeByID", {"1"}},
+    {"GetSpksConnectionType", {kLeft}},
+    {"AutoConnectNewSpeakers", {kLeft}},
+    {"AutoConnectNewSpeakersForOutdoor", {kLeft}},
+    {"ConnectToSpeakerForInfraLessSetup", {"1"}},
+    {"StartNetworkSpeakerGroupByMobile", {"1"}},
+    {"StartNetSpkTest", {kLeft}},
+    {"StopNetSpkTest", {kLeft}},
+    {"SetSoundbarSoundMode", {kLeft, "00"}},
+    {"SetSoundbarSupportSoundMode", {kLeft, "yes"}},
+    {"GetSoundbarProtocolVersion", {kLeft}},
+    {"IsSoundbarSupportSoundMode", {kLeft}},
+    {"SetNetSpkName", {kLeft, "Left"}},
+    {"SetNetSpkVolume", {kLeft, "30"}},
+    {"GetNetSpkVolume", {kLeft}},
+    {"IncreaseNetSpkVolume", {kLeft}},
+    {"DecreaseNetSpkVolume", {kLeft}},
+    {"ResetNetSpkVolume", {kLeft}},
+    {"IncreaseNetSpkVolumeList", {kLeft}},
+    {"DecreaseNetSpkVolumeList", {kLeft}},
+    {"ResetNetSpkVolumeList", {kLeft}},
+    {"GetNetSpkVolumeList", {kLeft}},
+    {"SetTavrinUIMode", {"surround"}},
+};
+
+// What the old entry points return that do not return 0.
+const std::map<std::string, std::string> kFixedResults = {
+    {"get_size_of_spk_list_info_s", "1086"}, {"get_size_of_spk_info_s", "183"}, {"GetLastConnectSatIdx", "-1"}};
+
+// Whether the library says that it was this one, or else the server: getNetSpkListInfo is another in disguise.
+bool WasCalled(const std::string& function, const std::string& log, const std::vector<std::string>& calls)
+{
+    const std::string name = function == "getNetSpkListInfo" ? "GetNetSpkListInfo" : function;
+    return log.find(": " + name + '(') != std::string::npos || (!calls.empty() && calls.back().starts_with(name + '('));
+}
+
+bool IsOld(const std::string& function)
+{
+    return function.starts_with("SPK_") || kFixedResults.contains(function);
+}
+
+std::vector<std::string> FunctionsIn(const std::string& completions)
+{
+    std::vector<std::string> functions;
+    std::istringstream lines(completions);
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with("--")) {
+            functions.push_back(line.substr(0, line.find('\t')));
+        }
+    }
+    return functions;
+}
+
+TEST_F(CallTest, CallsTheFunctionOfThatName)
+{
+    int asked = 0;
+    for (const std::string& function : FunctionsIn(Run({"--complete", "call"}).out)) {
+        if (IsOld(function)) {
+            continue;
+        }
+        SCOPED_TRACE(function);
+        Arguments arguments = {"--verbose", "call", function};
+        if (const auto more = kArguments.find(function); more != kArguments.end()) {
+            arguments.insert(arguments.end(), more->second.begin(), more->second.end());
+        }
+        const Ended ended = Run(arguments);
+        EXPECT_TRUE(ended.exitCode == 0 || ended.exitCode == 1) << ended.err;
+        EXPECT_TRUE(WasCalled(function, ended.err, Calls())) << ended.err;
+        ++asked;
+    }
+    EXPECT_EQ(asked, 52);
+}
+
+TEST_F(CallTest, OldFunctionsReturnWhatTheyAlwaysDo)
+{
+    int asked = 0;
+    for (const std::string& function : FunctionsIn(Run({"--complete", "call"}).out)) {
+        if (IsOld(function)) {
+            SCOPED_TRACE(function);
+            const auto other = kFixedResults.find(function);
+            ExpectOutput({"call", function}, other == kFixedResults.end() ? "0" : other->second);
+            ++asked;
+        }
+    }
+    EXPECT_EQ(asked, 40);
+}
+
+TEST_F(CallTest, PassesArguments)
+{
+    Run({"call", "Vireon_StartNetworkSpeakerByID", "KIV01", "1", "-2", "3"});
+    Run({"call", "StartNetworkSpeakerByID", "4", "5", "6"});
+    Run({"call", "GetSpksConnectionTypeByID", "7"});
+    Run({"call", "ResetNetSpkVolume", kLeft, "--ip", "1.0.0.0"});
+    Run({"call", "ResetNetSpkVolumeList", kLeft + "=1"});
+    EXPECT_EQ(
+        Calls(), (std::vector<std::string>{
+                     "Vireon_StartNetworkSpeakerByID(0x4b, 0x49, 0x56, 0x30, 0x31, -2, 1, 3)",
+                     "StartNetworkSpeakerByID(5, 4, 6)",
+                     "GetSpksConnectionTypeByID(7,)",
+                     "ResetNetSpkVolume(" + kLeftBytes + ", 1)",
+                     "ResetNetSpkVolumeList([" + Record("0x01, 0x00, 0x00, 0x00", kLeftBytes) + "],)",
+                 }));
+}
+
+TEST_F(CallTest, SaysWhatAFunctionReturns)
+{
+    ExpectOutput({"call", "GetWhetherKivDisabled"}, "no");
+    ExpectOutput({"call", "SubscribeNamServiceCallback", "mine"}, "the server answered 1");
+    ExpectOutput({"call", "register_atmos_support_cb"}, "the server answered 0");
+    ExpectOutput({"call", "unregister_atmos_support_cb"}, "the server answered 0");
+    EXPECT_EQ(
+        Run({"--json", "call", "StopNetworkSpeaker", "--type", "3"}).out,
+        R"({"command":"call StopNetworkSpeaker","result":3})"
+        "\n");
+    SwitchFeatureOff();
+    ExpectOutput({"call", "GetWhetherKivDisabled"}, "yes");
+}
+
+TEST_F(CallTest, BadArgumentsSendNothing)
+{
+    ExpectFailure({"call"}, 2, "no command given");
+    ExpectFailure({"call", "StopNetworkSpeakers"}, 2, "StopNetworkSpeakers");
+    ExpectFailure({"call", "GetSpksConnectionTypeByID"}, 2, "N is required");
+    ExpectFailure({"call", "Vireon_StartNetworkSpeakerByID", "KIV0", "1", "2", "3"}, 2, "less than five characters");
+    ExpectFailure({"call", "IncreaseNetSpkVolumeList"}, 2, "name the speakers");
+    EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+} // namespace
+} // namespace kiv::ctl

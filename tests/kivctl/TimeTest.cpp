@@ -1,0 +1,66 @@
+#include "KivctlTest.h"
+
+namespace kiv::ctl {
+namespace {
+
+using TimeTest = KivctlTest;
+
+TEST_F(TimeTest, ACallThatTakesLongerThanItMayIsGivenUp)
+{
+    SetFault("StopNetworkSpeaker", "silent", "true");
+    const Ended text = Run({"--timeout", "0.5", "stop"});
+    EXPECT_EQ(text.exitCode, 4);
+    EXPECT_EQ(text.out, "");
+    EXPECT_EQ(text.err, "kivctl: stop: not done within 500 ms\n");
+
+    const Ended json = Run({"stop", "--json", "--timeout", "0.5"});
+    EXPECT_EQ(json.exitCode, 4);
+    EXPECT_EQ(Json::parse(json.out), Json({{"command", "stop"}, {"error", "stop: not done within 500 ms"}}));
+}
+
+TEST_F(TimeTest, AMonitorMayBeLimitedToo)
+{
+    const Ended ended = Run({"--timeout", "0.5", "monitor"});
+    EXPECT_EQ(ended.exitCode, 4);
+    EXPECT_NE(ended.err.find("kivctl: monitor: not done within 500 ms\n"), std::string::npos) << ended.err;
+}
+
+TEST_F(TimeTest, ACallInTimeIsAsWithoutALimit)
+{
+    ExpectOutput({"--timeout", "100", "stop", "--type", "3"}, "the server answered 3");
+}
+
+TEST_F(TimeTest, ALimitIsANumberOfSeconds)
+{
+    for (const std::string limit : {"", "0", "-1", "soon", "1s", "nan", "inf", "1e300"}) {
+        ExpectFailure({"--timeout", limit, "stop"}, 2, "--timeout: \"" + limit + "\" is no number of seconds");
+    }
+    EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+TEST_F(TimeTest, TimingTellsHowLongItTook)
+{
+    SetFault("StopNetworkSpeaker", "delay", "uint32 300");
+    const Json answer = Json::parse(Run({"--timing", "--json", "stop"}).out);
+    EXPECT_EQ(answer.at("result"), 0);
+    EXPECT_GE(answer.at("milliseconds").get<double>(), 300);
+
+    const std::string text = Run({"--timing", "stop"}).out;
+    const std::string head = "the server answered 0\ntook ";
+    ASSERT_EQ(text.substr(0, head.size()), head);
+    EXPECT_GE(std::stod(text.substr(head.size())), 300);
+    EXPECT_TRUE(text.ends_with(" ms\n")) << text;
+}
+
+TEST_F(TimeTest, TimingComesWithFailuresToo)
+{
+    bus_.RemoveService("org.lumra.tv.networkspeaker.server");
+    const Ended ended = Run({"--timing", "--json", "stop"});
+    EXPECT_EQ(ended.exitCode, 1);
+    const Json answer = Json::parse(ended.out);
+    EXPECT_TRUE(answer.contains("error"));
+    EXPECT_GE(answer.at("milliseconds").get<double>(), 0);
+}
+
+} // namespace
+} // namespace kiv::ctl

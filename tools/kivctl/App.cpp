@@ -1,0 +1,116 @@
+#include "App.h"
+
+#include "Arguments.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+
+namespace kiv::ctl {
+namespace {
+
+constexpr double kLongestTimeout = 1e6;
+
+constexpr const char* kFooter = R"(Exit codes:
+  0  done; doctor: nothing is wrong
+  1  the library reported a failure, doctor found one, or the output could not be
+     written
+  2  bad arguments; nothing was sent
+  3  this device has no network speakers
+  4  it took longer than --timeout allows
+
+A request that fails can look like an answer: "no", mode 80, connection type 0.
+Requests without an answer are only said to be sent. --verbose shows what failed.
+
+With --json, stdout carries nothing but JSON, one object a line. A command that
+fails says why in "error", and its exit code is the same as without --json.)";
+
+std::chrono::milliseconds ParseTimeout(const std::string& text)
+{
+    double seconds = 0;
+    const char* end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, seconds);
+    if (read.ec != std::errc() || read.ptr != end || !(seconds > 0 && seconds <= kLongestTimeout)) {
+        throw BadArguments(fmt::format("\"{}\" is no number of seconds above 0", text));
+    }
+    return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
+std::vector<Command> Joined(std::initializer_list<std::vector<Command>> families)
+{
+    std::vector<Command> commands;
+    for (const auto& family : families) {
+        commands.insert(commands.end(), family.begin(), family.end());
+    }
+    return commands;
+}
+
+std::vector<Command> Functions()
+{
+    return Joined({
+        DeviceFunctions(),
+        EventFunctions(),
+        SpeakerFunctions(),
+        ListFunctions(),
+        ConnectFunctions(),
+        LinkFunctions(),
+        ToneFunctions(),
+        SoundbarFunctions(),
+        NameAndVolumeFunctions(),
+        ModeFunctions(),
+        OlderFunctions(),
+    });
+}
+
+std::vector<Command> Commands()
+{
+    return Joined({
+        SpeakerCommands(),
+        ListCommands(),
+        ConnectCommands(),
+        NameAndVolumeCommands(),
+        ModeCommands(),
+        LinkCommands(),
+        ToneCommands(),
+        SoundbarCommands(),
+        EventCommands(),
+        DeviceCommands(),
+        {{"call", "Call a function of the library by its name", nullptr, Functions()}},
+    });
+}
+
+void AddCommand(CLI::App& parent, const std::string& prefix, const Command& command, Choice& choice)
+{
+    CLI::App* app = parent.add_subcommand(command.name, command.description);
+    const std::string name = prefix + command.name;
+    if (command.declare != nullptr) {
+        app->callback([&choice, name, action = command.declare(*app)] { choice = {name, action}; });
+        return;
+    }
+    app->require_subcommand(0, 1);
+    for (const Command& part : command.parts) {
+        AddCommand(*app, name + " ", part, choice);
+    }
+}
+
+} // namespace
+
+void Declare(CLI::App& app, Request& request)
+{
+    app.description("Controls network speakers through libkiv-interface-api.");
+    app.name("kivctl");
+    app.set_version_flag("--version", "kivctl " KIV_VERSION);
+    app.footer(kFooter);
+    app.require_subcommand(0, 1);
+    app.fallthrough();
+    app.add_flag("--json", request.json, "Write JSON instead of text");
+    app.add_flag("--timing", request.timing, "Show how long it took");
+    AddParsed(app, "--timeout", request.timeout, ParseTimeout, "Give up after SECONDS, such as 0.5")
+        ->type_name("SECONDS");
+    app.add_flag("--verbose", request.verbose, "Show all that the library logs (KIV_LOG_LEVEL=debug)");
+    for (const Command& command : Commands()) {
+        AddCommand(app, "", command, request.choice);
+    }
+}
+
+} // namespace kiv::ctl

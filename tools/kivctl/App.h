@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Command.h"
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace kiv::ctl {
+
+struct Choice {
+    std::string name;
+    Action action;
+};
+
+// What the command line says.
+struct Request {
+    Choice choice;
+    bool json = false;
+    bool verbose = false;
+    bool timing = false;
+    std::optional<std::chrono::milliseconds> timeout;
+};
+
+// Declares every command and option; the request gets what is read.
+void Declare(CLI::App& app, Request& request);
+
+} // namespace kiv::ctl
