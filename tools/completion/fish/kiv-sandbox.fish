@@ -1,0 +1,31 @@
+# For kiv-sandbox and kiv-simulator, from what their help lists.
+function __kiv_sandbox_candidates
+    set -l words (commandline -opc)
+    if contains -- -- $words
+        complete -C (string replace -r '^.*? -- +' '' -- (commandline -cp))
+        return
+    end
+    set -l isSandbox (string match -r 'kiv-sandbox$' -- $words[1])
+    if set -q isSandbox[1]; and contains -- $words[-1] --scenario apply
+        $words[1] --list-scenarios | string replace -r ' +' '\t'
+        __fish_complete_path (commandline -ct)
+        return
+    end
+    set -l command $words[1]
+    if test "$words[2]" = control
+        set command $words[1..3]
+    end
+    set -l help ($command --help 2>/dev/null)
+    if string match -q -- '-*' $words[-1]; and string match -qr -- "^  $words[-1] \S" $help
+        __fish_complete_path (commandline -ct)
+        return
+    end
+    string replace -rf -- '^  (?:-h,)?(--[a-z-]+)(?: \S+)? +(.*)' '$1\t$2' $help
+    string replace -rf -- '^  ([a-z-]+)  +(.*)' '$1\t$2' $help
+    if set -q isSandbox[1]; and test (count $command) = 1
+        printf '%s\n' -- control
+    end
+end
+
+complete -c kiv-sandbox -f -a '(__kiv_sandbox_candidates)'
+complete -c kiv-simulator -f -a '(__kiv_sandbox_candidates)'

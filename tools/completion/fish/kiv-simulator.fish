@@ -1,0 +1,1 @@
+kiv-sandbox.fish

@@ -1,0 +1,126 @@
+// Writes kivctl's man page: a template on stdin, in which lines such as <COMMANDS> stand for what the program itself
+// knows.
+
+#include "App.h"
+
+#include <fmt/format.h>
+
+#include <iostream>
+#include <string>
+#include <string_view>
+
+namespace kiv::ctl {
+namespace {
+
+// A line of text that roff takes for nothing else.
+std::string Roff(std::string_view text)
+{
+    std::string roff = text.starts_with('.') || text.starts_with('\'') ? "\\&" : "";
+    for (const char character : text) {
+        switch (character) {
+        case '\\':
+            roff += "\\e";
+            break;
+        case '-':
+            roff += "\\-";
+            break;
+        case '\'':
+            roff += "\\(aq";
+            break;
+        default:
+            roff += character;
+        }
+    }
+    return roff;
+}
+
+std::string Usage(const CLI::Option& option)
+{
+    if (option.get_positional()) {
+        return option.get_name();
+    }
+    std::string usage;
+    for (const std::string& name : option.get_snames()) {
+        usage += fmt::format("-{}, ", name);
+    }
+    usage += fmt::format("--{}", option.get_lnames().front());
+    return option.get_type_name().empty() || option.get_items_expected_max() == 0
+               ? usage
+               : fmt::format("{} {}", usage, option.get_type_name());
+}
+
+// Those of a command itself come with every command.
+bool IsWorthALine(const CLI::App& app, const CLI::Option& option)
+{
+    return app.get_parent() == nullptr || option.get_name() != "--help";
+}
+
+std::string Options(const CLI::App& app)
+{
+    std::string roff;
+    for (const CLI::Option* option : app.get_options()) {
+        if (IsWorthALine(app, *option)) {
+            const std::string preset = option->get_default_str();
+            roff += fmt::format(
+                ".TP\n\\fB{}\\fR\n{}{}\n", Roff(Usage(*option)), Roff(option->get_description()),
+                preset.empty() ? "" : fmt::format(" (default {})", Roff(preset)));
+        }
+    }
+    return roff;
+}
+
+std::string Commands(const CLI::App& app, const std::string& prefix)
+{
+    std::string roff;
+    for (const CLI::App* command : app.get_subcommands(nullptr)) {
+        const std::string name = prefix + command->get_name();
+        if (!command->get_subcommands(nullptr).empty()) {
+            roff += Commands(*command, name + " ");
+            continue;
+        }
+        const std::string options = Options(*command);
+        roff += fmt::format(".TP\n\\fB{}\\fR\n{}\n", Roff(name), Roff(command->get_description()));
+        if (!options.empty()) {
+            roff += fmt::format(".RS\n{}.RE\n", options);
+        }
+    }
+    return roff;
+}
+
+std::string Verbatim(std::string_view text)
+{
+    std::string roff = ".nf\n";
+    for (size_t at = 0; at <= text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        roff += Roff(text.substr(at, end - at)) + '\n';
+        at = end + 1;
+    }
+    return roff + ".fi\n";
+}
+
+void Write()
+{
+    CLI::App app;
+    Request request;
+    Declare(app, request);
+    for (std::string line; std::getline(std::cin, line);) {
+        if (line == "<OPTIONS>") {
+            std::cout << Options(app);
+        } else if (line == "<COMMANDS>") {
+            std::cout << Commands(app, "");
+        } else if (line == "<FOOTER>") {
+            std::cout << Verbatim(app.get_footer());
+        } else {
+            std::cout << line << '\n';
+        }
+    }
+}
+
+} // namespace
+} // namespace kiv::ctl
+
+int main()
+{
+    kiv::ctl::Write();
+    return std::cout.flush() ? 0 : 1;
+}
