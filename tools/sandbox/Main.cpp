@@ -67,7 +67,7 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "Examples:\n"
                          "  kiv-sandbox -- my-tv-app --fullscreen\n"
                          "  kiv-sandbox --trace -- kivctl surround channels\n"
-                         "  kiv-sandbox --scenario multi-room-house -- kivctl list speakers\n"
+                         "  kiv-sandbox --scenario multi-room-house -- kivctl list all\n"
                          "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
                          "  kiv-sandbox --start -- bash";
 
