@@ -34,6 +34,7 @@
 #include <type_traits>
 #include <vector>
 
+/** Marks what the library exports. */
 #define KIV_API __attribute__((visibility("default")))
 
 /* --- Lengths ---------------------------------------------------------------------------------------------------- */
@@ -68,18 +69,20 @@
 
 /** A speaker list as the server describes it. */
 struct STNetSpkListInfo {
-    unsigned char opaque[1086];
+    unsigned char opaque[1086]; /**< carried, not interpreted */
 };
+
+/** The same record under an older name. */
 using spk_list_info_s = STNetSpkListInfo;
 
 /** One active speaker. */
 struct spk_info_s {
-    unsigned char opaque[183];
+    unsigned char opaque[183]; /**< carried, not interpreted */
 };
 
 /** One speaker node of the network. */
 struct CNetSpkNodeInfo {
-    unsigned char opaque[134];
+    unsigned char opaque[134]; /**< carried, not interpreted */
 };
 
 /** One speaker as it is to be started, queried or set. */
@@ -131,6 +134,7 @@ struct _NS_PROXY_ASYNC_EVENT;
  */
 class KIV_API CNSGdbus {
 public:
+    /** Type of what the constructor keeps, and nobody calls. */
     using EventCallback = void (*)(const _NS_PROXY_ASYNC_EVENT& event, void* pUserData);
 
     /** The object built last; the library's own unless the host builds one. */
@@ -180,8 +184,11 @@ public:
 
     /** Body of the monitor thread; @p pInstance is the CNSGdbus that it serves. Returns null. */
     static void* m_Monitor(void* pInstance);
+    /** Puts the client object on the bus, before the client's name is asked for. */
     static void m_OnbusAcquired(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
+    /** Learns that the client's name is owned; does nothing. */
     static void m_OnnameAcquired(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
+    /** Learns that the client's name is lost or taken; does nothing. */
     static void m_OnnameLost(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
 
     /**
@@ -544,10 +551,10 @@ KIV_API bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC);
  * @{
  */
 
-/** Renames a speaker. @param pSpkName UTF-8, may be empty; nothing is sent if null or invalid */
+/** Renames a speaker. pSpkName: UTF-8, may be empty; nothing is sent if null or invalid */
 KIV_API void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName);
 
-/** Sets a speaker's volume. @param nVolume passed through unchanged */
+/** Sets a speaker's volume. nVolume: passed through unchanged */
 KIV_API void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume);
 
 /** Has the server report a speaker's volume. */
@@ -613,42 +620,42 @@ KIV_API int get_size_of_spk_info_s(...);      /**< 183, the size of spk_info_s *
 KIV_API int GetLastConnectSatIdx(...);        /**< -1 */
 KIV_API int SPK_IsConnectToTV(...);           /**< 0, and a log line */
 
-KIV_API int SPK_NotifySpkVolumeTable(...);
-KIV_API int SPK_NotifyAudioCtrl(...);
-KIV_API int SPK_GetGroupInfo(...);
-KIV_API int SPK_GetSelfAndAllCandidateNodeInfo(...);
-KIV_API int SPK_GetMacFromDi(...);
-KIV_API int SPK_GetSourceExtraNodeInfo(...);
-KIV_API int SPK_SetBTModeDelay(...);
-KIV_API int SPK_getSelfAndAllNodeInfo(...);
-KIV_API int SPK_GetSelfAndAllNodeInfo(...);
-KIV_API int SPK_SendCalData(...);
-KIV_API int SPK_UnGroupHts(...);
-KIV_API int SPK_GetGroupHts(...);
-KIV_API int SPK_SetHtsVolume(...);
-KIV_API int SPK_SetHtsMute(...);
-KIV_API int SPK_GetHtsVolume(...);
-KIV_API int SPK_GetHtsMute(...);
-KIV_API int SPK_NotifySounbarSettings(...);
-KIV_API int SPK_getAllNodeInfo(...);
-KIV_API int SPK_GetAllNodeInfo(...);
-KIV_API int SPK_GetNumberOfNode(...);
-KIV_API int SPK_NotifyPlayStatus(...);
-KIV_API int SPK_NotifyMasterStatusLED(...);
-KIV_API int SPK_NotifyAlarmVolume(...);
-KIV_API int SPK_NotifySleepMode(...);
-KIV_API int SPK_ChangeVolume(...);
-KIV_API int SPK_NotifySpkVolume(...);
-KIV_API int SPK_NotifySpkMute(...);
-KIV_API int SPK_SetKivMode_singleTV(...);
-KIV_API int SPK_SetKivMode_Lastmemory(...);
-KIV_API int SPK_SetKivMode(...);
-KIV_API int SPK_SetSpkProperty(...);
-KIV_API int SPK_UnGroup(...);
-KIV_API int SPK_SetMultiSpkGroup(...);
-KIV_API int SPK_SetMultiChGroup(...);
-KIV_API int SPK_SetMute(...);
-KIV_API int SPK_SetVolume(...);
+KIV_API int SPK_NotifySpkVolumeTable(...);           /**< 0 */
+KIV_API int SPK_NotifyAudioCtrl(...);                /**< 0 */
+KIV_API int SPK_GetGroupInfo(...);                   /**< 0 */
+KIV_API int SPK_GetSelfAndAllCandidateNodeInfo(...); /**< 0 */
+KIV_API int SPK_GetMacFromDi(...);                   /**< 0 */
+KIV_API int SPK_GetSourceExtraNodeInfo(...);         /**< 0 */
+KIV_API int SPK_SetBTModeDelay(...);                 /**< 0 */
+KIV_API int SPK_getSelfAndAllNodeInfo(...);          /**< 0 */
+KIV_API int SPK_GetSelfAndAllNodeInfo(...);          /**< 0 */
+KIV_API int SPK_SendCalData(...);                    /**< 0 */
+KIV_API int SPK_UnGroupHts(...);                     /**< 0 */
+KIV_API int SPK_GetGroupHts(...);                    /**< 0 */
+KIV_API int SPK_SetHtsVolume(...);                   /**< 0 */
+KIV_API int SPK_SetHtsMute(...);                     /**< 0 */
+KIV_API int SPK_GetHtsVolume(...);                   /**< 0 */
+KIV_API int SPK_GetHtsMute(...);                     /**< 0 */
+KIV_API int SPK_NotifySounbarSettings(...);          /**< 0 */
+KIV_API int SPK_getAllNodeInfo(...);                 /**< 0 */
+KIV_API int SPK_GetAllNodeInfo(...);                 /**< 0 */
+KIV_API int SPK_GetNumberOfNode(...);                /**< 0 */
+KIV_API int SPK_NotifyPlayStatus(...);               /**< 0 */
+KIV_API int SPK_NotifyMasterStatusLED(...);          /**< 0 */
+KIV_API int SPK_NotifyAlarmVolume(...);              /**< 0 */
+KIV_API int SPK_NotifySleepMode(...);                /**< 0 */
+KIV_API int SPK_ChangeVolume(...);                   /**< 0 */
+KIV_API int SPK_NotifySpkVolume(...);                /**< 0 */
+KIV_API int SPK_NotifySpkMute(...);                  /**< 0 */
+KIV_API int SPK_SetKivMode_singleTV(...);            /**< 0 */
+KIV_API int SPK_SetKivMode_Lastmemory(...);          /**< 0 */
+KIV_API int SPK_SetKivMode(...);                     /**< 0 */
+KIV_API int SPK_SetSpkProperty(...);                 /**< 0 */
+KIV_API int SPK_UnGroup(...);                        /**< 0 */
+KIV_API int SPK_SetMultiSpkGroup(...);               /**< 0 */
+KIV_API int SPK_SetMultiChGroup(...);                /**< 0 */
+KIV_API int SPK_SetMute(...);                        /**< 0 */
+KIV_API int SPK_SetVolume(...);                      /**< 0 */
 
 } // extern "C"
 

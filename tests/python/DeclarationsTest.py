@@ -1,0 +1,65 @@
+"""The module has what the library has."""
+
+import inspect
+import os
+import re
+from pathlib import Path
+
+import kiv
+import pytest
+
+
+def exported():
+    """Functions and globals; not the members of the class, whose names are C++'s."""
+    lines = Path(os.environ["KIV_EXPORTS"]).read_text().splitlines()
+    return {name for name in lines if re.fullmatch(r"[A-Za-z]\w*", name)}
+
+
+def test_every_export_is_there():
+    names = exported()
+    assert len(names) > 90
+    assert names - set(kiv.__all__) == set()
+
+
+def test_what_is_there_is_exported_or_of_the_header():
+    header = Path(os.environ["KIV_HEADER"]).read_text()
+    own = {"AwaitEvents", "Sandbox", "ip", "mac"}
+    assert [name for name in kiv.__all__ if name not in own and not re.search(rf"\b\w*{name}\b", header)] == []
+
+
+def test_help_is_the_text_of_the_header():
+    help_ = inspect.getdoc(kiv.StartNetworkSpeaker)
+    assert help_.startswith("Routes the TV's sound to network speakers.\n")
+    assert "@param nStartReason  reason code" in help_
+    assert kiv.GetLastConnectSatIdx.__doc__ == "-1"
+
+
+def test_parameters_have_their_names():
+    assert list(inspect.signature(kiv.StartNetworkSpeaker).parameters) == ["nMode", "list", "nStartReason"]
+
+
+def test_records_are_laid_out_as_in_memory():
+    sizes = {"STNetSpkListInfo": 1086, "spk_info_s": 183, "CNetSpkNodeInfo": 134, "STNetSpkConfig": 86}
+    assert {name: len(bytes(getattr(kiv, name)())) for name in sizes} == sizes
+    assert kiv.spk_list_info_s is kiv.STNetSpkListInfo
+    speaker = kiv.STNetSpkConfig(nReserved=1, nConfig=-2, mac=kiv.mac("02:4b:49:56:00:b0"))
+    assert bytes(speaker)[:14].hex() == "01000000" "feffffff" "024b495600b0"
+    speaker.mac = b"123456"
+    assert bytes(speaker.mac) == b"123456"
+
+
+@pytest.mark.parametrize("text", ["", "02:4b:49:56:00", "02:4b:49:56:00:b0:01", "02:4b:49:56:00:zz"])
+def test_what_is_no_mac_address_is_refused(text):
+    with pytest.raises(ValueError):
+        kiv.mac(text)
+
+
+def test_addresses_begin_with_the_lowest_byte():
+    assert kiv.ip("1.0.0.0") == 1
+    assert kiv.ip("0.0.0.255") == -(2**24)
+
+
+@pytest.mark.parametrize("text", ["", "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.x"])
+def test_what_is_no_ip_address_is_refused(text):
+    with pytest.raises(ValueError):
+        kiv.ip(text)

@@ -1,0 +1,32 @@
+"""The fixture, as it is used: several sandboxes one after another in one process."""
+
+import queue
+
+import kiv
+import pytest
+
+
+@pytest.mark.kiv_sandbox("--scenario", "no-speakers")
+def test_the_marker_has_the_options(kiv_sandbox):
+    assert kiv.GetNetSpkNodeList([]) == -1  # no byte at all
+
+
+@pytest.mark.parametrize("number", [1, 2, 3])
+def test_each_test_has_a_home_of_its_own(kiv_sandbox, number):
+    received = queue.Queue()
+    assert kiv.SubscribeNamServiceCallback("test", lambda *event: received.put(event)) == 1
+    assert kiv.AutoConnectNewSpeakers(kiv.mac("02:4b:49:56:00:05"), 1) == 1
+    assert kiv.AwaitEvents()
+    kiv_sandbox.control("event", hex(number))
+    assert received.get(timeout=60)[0] == number
+
+
+@pytest.mark.kiv_sandbox("--no-server")
+def test_without_a_server_calls_fail(kiv_sandbox):
+    assert kiv.StopNetworkSpeaker(7) == -1
+    assert kiv.FlagEnableNetworkSpeaker() is True
+    assert kiv.AwaitEvents() is False
+
+
+def test_afterwards_there_is_a_server_again(kiv_sandbox):
+    assert kiv.StopNetworkSpeaker(7) == 7
