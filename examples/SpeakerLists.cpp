@@ -1,0 +1,22 @@
+#include <KivServiceInterface.h>
+
+#include <cstdio>
+
+int main()
+{
+    std::vector<CNetSpkNodeInfo> nodes;
+    const int count = GetNetSpkNodeList(nodes);
+    if (count < 0) {
+        std::puts("the server has nothing to say, see the log");
+    } else {
+        std::printf("%d nodes\n", count);
+    }
+
+    char name[NETSPK_LIST_NAME_LEN] = {};
+    char type[NETSPK_SPEAKER_TYPE_LEN + 1] = {};
+    std::vector<spk_info_s> active;
+    GetActiveNetSpkInfo(name, type, active);
+    // Not the result, which is what the server announced: the list has what it sent.
+    std::printf("%zu active\n", active.size());
+    return CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+}
