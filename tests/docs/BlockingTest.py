@@ -1,0 +1,101 @@
+"""Calls take the seconds that the documentation says: each function in a process of its own, all at once."""
+
+import os
+import re
+import time
+from pathlib import Path
+
+import kiv
+import pytest
+from kiv import _declarations as declared
+
+PAGE = Path(__file__).parents[2] / "docs/threads-and-blocking.md"
+
+# Long enough for a busy machine, and shorter than the server's time for an answer.
+PATIENCE = 7
+
+ARGUMENTS = {
+    "int": lambda: 1,
+    "unsigned int": lambda: 1,
+    "const char*": lambda: "example",
+    "char*": lambda: bytearray(4096),
+    "const unsigned char*": lambda: bytes(4096),
+    "unsigned char*": lambda: bytearray(4096),
+    "STNetSpkListInfo*": lambda: (kiv.STNetSpkListInfo * 64)(),
+    "NamEventCallback": lambda: print,
+    "AtmosSupportCallback": lambda: print,
+    "void*": lambda: None,
+}
+
+
+def seconds(column):
+    """What the page's table has in a column, by function."""
+    found = {}
+    for line in PAGE.read_text().splitlines():
+        cells = line.strip("| ").split(" | ")
+        if len(cells) == 5 and cells[column].isdigit():
+            found.update({name: int(cells[column]) for name in re.findall(r"`(\w+)`", cells[0])})
+    return found
+
+
+def arguments(name):
+    parameters = declared.FUNCTIONS[name][1] or []
+    return [[] if "vector" in type_ else ARGUMENTS[type_]() for type_, _ in parameters]
+
+
+def start(name, go):
+    """Calls the function in a new process, once it reads the end of go. Returns how its duration can be read."""
+    result, its_result = os.pipe()
+    ready, its_ready = os.pipe()
+    if os.fork() == 0:
+        try:
+            os.close(go[1])
+            if name == "unregister_atmos_support_cb":
+                kiv.register_atmos_support_cb(print, None)
+            os.write(its_ready, b"x")
+            os.read(go[0], 1)
+            begin = time.monotonic()
+            getattr(kiv, name)(*arguments(name))
+            os.write(its_result, str(time.monotonic() - begin).encode())
+        finally:
+            os._exit(0)
+    os.close(its_result)
+    os.close(its_ready)
+    assert os.read(ready, 1) == b"x", name
+    return result
+
+
+def durations(names, prepare):
+    go = os.pipe()
+    try:
+        results = {name: start(name, go) for name in names}
+        prepare()
+    finally:
+        os.close(go[1])
+    return {name: float(os.read(result, 100)) for name, result in results.items()}
+
+
+def check(column, prepare):
+    expected = seconds(column)
+    assert len(expected) > 50
+    measured = durations(expected, prepare)
+    # A little less, because the clocks are read at different moments.
+    wrong = {name: took for name, took in measured.items() if not -0.1 < took - expected[name] < PATIENCE}
+    assert wrong == {}
+
+
+def test_without_a_server():
+    with kiv.Sandbox("--no-server"):
+        check(1, lambda: None)
+
+
+@pytest.mark.parametrize(
+    "column, faults",
+    [
+        pytest.param(2, {"*": '{"silent": true}'}, id="nothing is answered"),
+        pytest.param(3, {"*": '{"silent": true}', "check_dbus_connection": '{"delay": 0}'}, id="only the id is answered"),
+    ],
+)
+def test_with_a_server_that_does_not_answer(column, faults):
+    with kiv.Sandbox("--start") as sandbox:
+        check(column, lambda: [sandbox.control("fault", method, fault) for method, fault in faults.items()])
