@@ -22,6 +22,9 @@ constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
 constexpr const char* kClientPathPrefix = "/org/lumra/tv/networkspeaker/client/";
 constexpr std::string_view kIdPlaceholder = "%s";
 
+// Longer than GIO waits for an answer of the bus.
+constexpr guint kDrainSeconds = 30;
+
 // The connection that the endpoint is for. Weak, because a closed one must be let go before there can be a new one.
 GWeakRef g_servedOn;
 
@@ -41,6 +44,8 @@ public:
     // Opens it, or opens it anew if the connection is another one. False if the id that the server gave allows none.
     bool Follow();
     void Close();
+    // Leaves alone what has been opened on a connection that lives.
+    void CloseIfLost();
 
 private:
     bool Open(const ConnectionOwner& connection);
@@ -101,6 +106,7 @@ bool HasInterface(const GDBusNodeInfo& node)
 
 bool ClientEndpoint::Follow()
 {
+    CloseIfLost(); // first, because whoever looks for a connection just now waits for that
     // Without a connection to share, GIO would open one for the name, whose loss would end the host.
     const ConnectionOwner connection = GetSystemBus(HeldConnection(client_), nullptr);
     if (connection && connection == ServedOn()) {
@@ -182,6 +188,14 @@ void ClientEndpoint::Close()
         g_dbus_connection_unregister_object(connection.get(), registration);
     }
     g_weak_ref_set(&g_servedOn, nullptr);
+}
+
+void ClientEndpoint::CloseIfLost()
+{
+    const ConnectionOwner connection = ServedOn();
+    if (!connection || g_dbus_connection_is_closed(connection.get()) != FALSE) {
+        Close();
+    }
 }
 
 void Attach(GMainContext* context, GSourceFunc function, gpointer data)
@@ -267,11 +281,33 @@ void RunLoop(CNSGdbus& client, GMainContext* context)
     const LoopOwner unseen(ExchangeLoop(client, nullptr));
 }
 
-// What GIO has left in the context refers to the connection and to the context itself, and would keep both for good.
-void Drain(GMainContext* context)
+gboolean SetTrue(gpointer flag)
 {
-    while (g_main_context_iteration(context, g_namesInUse > 0) != FALSE || g_namesInUse > 0) {
+    *static_cast<bool*>(flag) = true;
+    return G_SOURCE_REMOVE;
+}
+
+// What GIO has left in the context refers to the connection and to the context itself, and would keep both for good.
+// False if GIO has not done with a name in time: it never does if the host had the loss of its connection delivered at
+// the very moment at which GIO asked for the name.
+bool Drain(GMainContext* context)
+{
+    bool isLate = false;
+    const SourceOwner limit(g_timeout_source_new_seconds(kDrainSeconds));
+    g_source_set_callback(limit.get(), SetTrue, &isLate, nullptr);
+    g_source_attach(limit.get(), context);
+    const auto mustWait = [&] { return g_namesInUse > 0 && !isLate; };
+    while (g_main_context_iteration(context, mustWait()) != FALSE || mustWait()) {
     }
+    g_source_destroy(limit.get());
+    return g_namesInUse == 0;
+}
+
+// What may still call the library must find it.
+void KeepPin()
+{
+    const std::lock_guard lock(g_lifecycle);
+    g_pin = nullptr;
 }
 
 bool StartMonitorOnce(CNSGdbus& client)
@@ -302,7 +338,12 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection)
 
 void ReleaseClientName()
 {
-    Post<&ClientEndpoint::Close>();
+    Post<&ClientEndpoint::CloseIfLost>();
+}
+
+bool IsClientNameInUse()
+{
+    return g_namesInUse > 0;
 }
 
 bool IsMonitorThread()
@@ -335,7 +376,9 @@ void* CNSGdbus::m_Monitor(void* pInstance)
     }
     Publish({});
     endpoint.Close();
-    Drain(context.get());
+    if (!Drain(context.get())) {
+        KeepPin();
+    }
     g_main_context_pop_thread_default(context.get());
     return nullptr;
 }

@@ -12,8 +12,11 @@ extern const GDBusInterfaceVTable kClientVTable;
 // monitor thread if there never was one, and has it move to a connection that replaced a lost one.
 void ServeEvents(CNSGdbus& client, GDBusConnection* connection);
 
-// Has the monitor thread give up the client's bus name and what it holds of the connection; does not wait for it.
+// Has the monitor thread give up the client's bus name and what it holds of a lost connection; does not wait for it.
 void ReleaseClientName();
+
+// Whether GIO has to do with the client's bus name.
+bool IsClientNameInUse();
 
 bool IsMonitorThread();
 

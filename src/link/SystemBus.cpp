@@ -111,6 +111,10 @@ void LetGo(ConnectionOwner closed)
 
     // The monitor thread cannot drop what it holds while it waits here.
     const gint64 deadline = g_get_monotonic_time() + (isFirst && !IsMonitorThread() ? kPatience : 0);
+    // Nor does GIO, where it asks for a name, expect the loss to be delivered by another thread.
+    while (IsClientNameInUse() && g_get_monotonic_time() < deadline) {
+        g_usleep(kPause);
+    }
     DeliverClosed();
     while (IsAlive(watched) && g_get_monotonic_time() < deadline) {
         g_usleep(kPause);
@@ -143,8 +147,11 @@ ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error)
     if (!IsClosed(shared)) {
         return shared;
     }
-    if (ConnectionOwner own = Private(); own && !IsClosed(own)) {
-        return own;
+    if (ConnectionOwner own = Private()) {
+        if (!IsClosed(own)) {
+            return own;
+        }
+        LetGo(std::move(own));
     }
     LetGo(std::move(shared));
     shared = ShareUnderOwnContext(error);

@@ -148,6 +148,37 @@ TEST_F(LostBusTest, NoThreadAndNoConnectionIsLeftOver)
     }
 }
 
+// It finds that by itself, in the course of following the call that found the first one lost.
+TEST_F(LostBusTest, AMonitorThatFindsItsNextConnectionLostStaysOnTheOneAfterThat)
+{
+    StartServer();
+    Connect();
+    static std::promise<void> entered;
+    static std::promise<void> release;
+    SubscribeNamServiceCallback("busy", [](int event, void*, int) {
+        if (event == 0x1234) {
+            entered.set_value();
+            release.get_future().wait();
+        }
+    });
+    auto& client = *CNSGdbus::m_pInstance;
+    auto* kept = static_cast<GDBusConnection*>(g_object_ref(client.m_pConnection));
+    control_.SendEvent(0x1234, {});
+    entered.get_future().wait();
+    g_dbus_connection_close_sync(kept, nullptr, nullptr);
+    control_.WaitForNoOwner(ClientBusName());
+    EXPECT_EQ(StopNetworkSpeaker(1), 1);
+    auto* next = static_cast<GDBusConnection*>(g_object_ref(client.m_pConnection));
+    g_dbus_connection_close_sync(next, nullptr, nullptr);
+    g_object_unref(next);
+
+    release.set_value();
+    control_.WaitForOwner(ClientBusName());
+    EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [0],)", 20000).answered);
+    EXPECT_EQ(client.m_DestroyMessageMonitor(), 0);
+    g_object_unref(kept);
+}
+
 TEST_F(LostBusTest, AMonitorThatEndsDoesNotTurnToTheNewConnectionAnyMore)
 {
     StartServer();
