@@ -138,7 +138,8 @@ void Monitor::OnNoServer(GDBusConnection* bus, const char*, gpointer monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
     self->server_.clear();
-    if (bus != nullptr) {
+    // With the bus everything is gone, and that is told by itself.
+    if (bus != nullptr && g_dbus_connection_is_closed(bus) == FALSE) {
         self->output_.Notify("the server has gone", {{"server", false}});
     }
 }
