@@ -246,9 +246,15 @@ gboolean QuitIfRequested(gpointer loop)
     return G_SOURCE_REMOVE;
 }
 
-pthread_t MonitorThread(const CNSGdbus& client)
+// Gives the thread that ends then, 0 if there is none. In one step: one that started in between would not end.
+pthread_t RequestEnd(CNSGdbus& client)
 {
     const std::lock_guard lock(g_lifecycle);
+    g_endRequested = g_endRequested || client.m_pMainLoop != nullptr || client.m_MonitorThread != 0;
+    const LoopOwner loop(std::exchange(client.m_pMainLoop, nullptr));
+    if (loop) {
+        g_main_loop_quit(loop.get());
+    }
     return client.m_MonitorThread;
 }
 
@@ -416,21 +422,12 @@ void CNSGdbus::m_OnnameLost(GDBusConnection* /*pConnection*/, const gchar* /*psz
 
 int CNSGdbus::m_DestroyMessageMonitor()
 {
-    GMainLoop* loop = nullptr;
-    {
-        const std::lock_guard lock(g_lifecycle);
-        g_endRequested = g_endRequested || m_pMainLoop != nullptr || m_MonitorThread != 0;
-        loop = std::exchange(m_pMainLoop, nullptr);
-    }
-    if (loop != nullptr) {
-        g_main_loop_quit(loop);
-        g_main_loop_unref(loop);
-    }
     if (IsMonitorThread()) {
+        RequestEnd(*this);
         return EDEADLK; // as pthread_join() would say
     }
     const std::lock_guard oneAtATime(g_joining);
-    const pthread_t thread = MonitorThread(*this);
+    const pthread_t thread = RequestEnd(*this);
     if (thread == 0) {
         return 0;
     }

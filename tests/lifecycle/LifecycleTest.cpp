@@ -224,6 +224,28 @@ TEST_F(EndingTest, AtAnyMomentOfItsStart)
     }
 }
 
+// Asked for without a pause, so that some request comes in the very moment at which the monitor starts.
+TEST_F(EndingTest, AskedForWithoutAPauseWhileItStarts)
+{
+    for (int round = 0; round < Rounds(200, 10'000); ++round) {
+        {
+            const Library library;
+            std::atomic<bool> isOver = false;
+            auto call = std::async(std::launch::async, [&] {
+                const int answer = library.Stop(round);
+                isOver = true;
+                return answer;
+            });
+            while (!isOver) {
+                EXPECT_EQ(library.DestroyMonitor(), 0);
+            }
+            EXPECT_EQ(call.get(), round);
+            EXPECT_EQ(library.DestroyMonitor(), 0);
+        }
+        ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
+    }
+}
+
 TEST_F(EndingTest, WhileCallbacksRun)
 {
     static std::atomic<int> g_calls;
