@@ -512,11 +512,7 @@ TEST_F(BusClientTest, OwnerQueryOnALostConnection)
 {
     StartServer();
     Connect();
-    trace_.reset();
-    bus_.Kill();
-    while (g_dbus_connection_is_closed(client_.m_pConnection) == FALSE) {
-        usleep(1000);
-    }
+    LoseBus();
 
     EXPECT_FALSE(client_.m_IsExistedBusname(kServerName));
 
@@ -529,8 +525,7 @@ TEST_F(BusClientTest, WithoutABusEachAttemptIsOneLine)
 {
     GetWhetherKivDisabled();
     platform_log::Clear();
-    trace_.reset();
-    bus_.Kill();
+    LoseBus();
 
     EXPECT_EQ(GetSurroundChannelNumber(), -1);
 
@@ -549,11 +544,7 @@ TEST_F(BusClientTest, ABusThatIsLostLeavesNoConnectionBehind)
 {
     StartServer();
     Connect();
-    trace_.reset();
-    bus_.Kill();
-    while (g_dbus_connection_is_closed(client_.m_pConnection) == FALSE) {
-        usleep(1000);
-    }
+    LoseBus();
 
     EXPECT_FALSE(client_.GetProxy(kXml, kNoHandlers, false, false));
 

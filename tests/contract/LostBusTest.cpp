@@ -31,13 +31,6 @@ class LostBusTest : public BusTest {
 protected:
     explicit LostBusTest(const kiv::sandbox::BusOptions& options = {}) : BusTest(options) {}
 
-    void LoseBus()
-    {
-        server_.reset();
-        trace_.reset();
-        bus_.Kill();
-    }
-
     void BringBusBack()
     {
         bus_.Start();
@@ -165,11 +158,11 @@ TEST_F(LostBusTest, AMonitorThatFindsItsNextConnectionLostStaysOnTheOneAfterThat
     auto* kept = static_cast<GDBusConnection*>(g_object_ref(client.m_pConnection));
     control_.SendEvent(0x1234, {});
     entered.get_future().wait();
-    g_dbus_connection_close_sync(kept, nullptr, nullptr);
+    Close(kept);
     control_.WaitForNoOwner(ClientBusName());
     EXPECT_EQ(StopNetworkSpeaker(1), 1);
     auto* next = static_cast<GDBusConnection*>(g_object_ref(client.m_pConnection));
-    g_dbus_connection_close_sync(next, nullptr, nullptr);
+    Close(next);
     g_object_unref(next);
 
     release.set_value();

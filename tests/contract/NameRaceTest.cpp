@@ -71,7 +71,7 @@ TEST_F(NameRaceTest, ACallThatFindsTheBusLostWaitsUntilGioHasAskedForTheName)
 {
     StartMonitorUpToThere();
     auto* lost = static_cast<GDBusConnection*>(g_object_ref(CNSGdbus::m_pInstance->m_pConnection));
-    g_dbus_connection_close_sync(lost, nullptr, nullptr);
+    Close(lost);
 
     g_atSleep = [] { g_goOn.set_value(); };
     EXPECT_EQ(StopNetworkSpeaker(2), 2);

@@ -12,6 +12,13 @@ namespace {
 
 int g_tests = 0;
 
+void WaitUntilClosed(GDBusConnection* connection)
+{
+    while (g_dbus_connection_is_closed(connection) == FALSE) {
+        usleep(1000);
+    }
+}
+
 } // namespace
 
 Lines operator+(Lines a, const Lines& b)
@@ -48,6 +55,22 @@ void BusTest::KillServer()
 {
     server_.reset();
     control_.WaitForNoOwner(kServerName);
+}
+
+void BusTest::LoseBus()
+{
+    server_.reset();
+    trace_.reset();
+    bus_.Kill();
+    if (GDBusConnection* connection = CNSGdbus::m_pInstance->m_pConnection) {
+        WaitUntilClosed(connection);
+    }
+}
+
+void BusTest::Close(GDBusConnection* connection)
+{
+    g_dbus_connection_close_sync(connection, nullptr, nullptr);
+    WaitUntilClosed(connection);
 }
 
 void BusTest::MakeServerActivatable(const std::string& setUpFile)

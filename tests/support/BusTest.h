@@ -34,6 +34,10 @@ protected:
     void StartServer(const std::string& setUp = "") { server_.emplace(setUp); }
     // Returns when the bus knows that the server is gone.
     void KillServer();
+    // Returns when the library's connection is closed.
+    void LoseBus();
+    // Returns when the connection says that it is closed, which GIO's own function may do a moment before that.
+    static void Close(GDBusConnection* connection);
     // The server is not running; the bus starts it when it is called.
     void MakeServerActivatable(const std::string& setUpFile = "");
 
