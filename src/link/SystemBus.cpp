@@ -92,6 +92,13 @@ void DeliverClosed()
     }
 }
 
+// The connection that the process shares was closed, or the bus was lost while GIO opened it, which GIO then says for
+// as long as anybody refers to what it opened.
+bool IsLost(const ConnectionOwner& shared, const GError* failure)
+{
+    return IsClosed(shared) || g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CLOSED) != FALSE;
+}
+
 bool IsAlive(GWeakRef& connection)
 {
     return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&connection))) != nullptr;
@@ -101,6 +108,10 @@ bool IsAlive(GWeakRef& connection)
 // costs the calls that come then no time.
 void LetGo(ConnectionOwner closed)
 {
+    if (!closed) {
+        DeliverClosed();
+        return;
+    }
     static const GQuark mark = g_quark_from_string("kiv-interface-api-waited");
     const bool isFirst = g_object_get_qdata(G_OBJECT(closed.get()), mark) == nullptr;
     g_object_set_qdata(G_OBJECT(closed.get()), mark, GINT_TO_POINTER(1));
@@ -143,19 +154,27 @@ ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error)
     held.reset();
 
     const std::lock_guard lock(g_opening);
-    ConnectionOwner shared = ShareUnderOwnContext(error);
-    if (!IsClosed(shared)) {
-        return shared;
-    }
-    if (ConnectionOwner own = Private()) {
-        if (!IsClosed(own)) {
-            return own;
+    GError* failure = nullptr;
+    ConnectionOwner shared = ShareUnderOwnContext(&failure);
+    if (IsLost(shared, failure)) {
+        g_clear_error(&failure);
+        if (ConnectionOwner own = Private()) {
+            if (!IsClosed(own)) {
+                return own;
+            }
+            LetGo(std::move(own));
         }
-        LetGo(std::move(own));
+        LetGo(std::move(shared));
+        shared = ShareUnderOwnContext(&failure);
+        if (IsLost(shared, failure)) {
+            g_clear_error(&failure);
+            shared = OpenPrivate(&failure);
+        }
     }
-    LetGo(std::move(shared));
-    shared = ShareUnderOwnContext(error);
-    return IsClosed(shared) ? OpenPrivate(error) : std::move(shared);
+    if (failure != nullptr) {
+        g_propagate_error(error, failure);
+    }
+    return shared;
 }
 
 } // namespace kiv::link

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <thread>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -191,6 +192,79 @@ TEST_F(LostBusTest, AMonitorThatEndsDoesNotTurnToTheNewConnectionAnyMore)
 
     release.set_value();
     EXPECT_EQ(CNSGdbus::m_pInstance->m_DestroyMessageMonitor(), 0);
+}
+
+// Drops everybody who has said who they are, before they have their name.
+class DroppingBus {
+public:
+    DroppingBus()
+    {
+        g_main_context_push_thread_default(context_);
+        gchar* guid = g_dbus_generate_guid();
+        server_ = g_dbus_server_new_sync(
+            "unix:tmpdir=/tmp", G_DBUS_SERVER_FLAGS_RUN_IN_THREAD, guid, nullptr, nullptr, nullptr);
+        g_free(guid);
+        g_dbus_server_start(server_);
+        g_main_context_pop_thread_default(context_);
+        thread_ = std::thread(g_main_loop_run, loop_);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", g_dbus_server_get_client_address(server_), 1);
+    }
+    ~DroppingBus()
+    {
+        g_main_loop_quit(loop_);
+        thread_.join();
+        g_dbus_server_stop(server_);
+        g_object_unref(server_);
+        g_main_loop_unref(loop_);
+        g_main_context_unref(context_);
+    }
+    DroppingBus(const DroppingBus&) = delete;
+    DroppingBus& operator=(const DroppingBus&) = delete;
+
+private:
+    GMainContext* context_ = g_main_context_new();
+    GMainLoop* loop_ = g_main_loop_new(context_, FALSE);
+    GDBusServer* server_ = nullptr;
+    std::thread thread_;
+};
+
+class DroppedTest : public LostBusTest {
+protected:
+    void ReturnToTheRealBus() { setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1); }
+};
+
+// GIO keeps the connection that failed, and its error with it, until somebody delivers the loss.
+TEST_F(DroppedTest, ABusThatIsLostWhileItIsOpenedIsFoundByTheNextCall)
+{
+    for (int stopType = 1; stopType <= 20; ++stopType) {
+        {
+            const DroppingBus dropping;
+            EXPECT_EQ(StopNetworkSpeaker(stopType), -1);
+        }
+        ReturnToTheRealBus();
+        StartServer();
+        ExpectCallAndEvent(stopType);
+        LoseBus();
+        bus_.Start();
+    }
+}
+
+TEST_F(DroppedTest, AHostThatLostTheBusWhileItOpenedItAndRunsNoLoopLosesNoCall)
+{
+    {
+        const DroppingBus dropping;
+        EXPECT_EQ(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr), nullptr);
+    }
+    ReturnToTheRealBus();
+    StartServer();
+    ExpectCallAndEvent(2);
+
+    while (g_main_context_iteration(nullptr, FALSE)) {
+    }
+    ExpectCallAndEvent(3);
+    auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, shared);
+    g_object_unref(shared);
 }
 
 class SmallBusTest : public LostBusTest {
