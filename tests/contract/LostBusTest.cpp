@@ -53,6 +53,17 @@ protected:
             platform_log::OfFunction("NamNotifySubscriber"),
             ElementsAre("I NamNotifySubscriber: [NAM_API] ** Enter **"));
     }
+
+    // The host runs its loop after all: the connection is a shared one again.
+    void ExpectSharedAgainAfterHostsLoop()
+    {
+        while (g_main_context_iteration(nullptr, FALSE)) {
+        }
+        ExpectCallAndEvent(3);
+        auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, shared);
+        g_object_unref(shared);
+    }
 };
 
 TEST_F(LostBusTest, ALostBusIsReplacedByTheNextCallAndEventsFlowAgain)
@@ -111,14 +122,7 @@ TEST_F(LostBusTest, AHostThatOpenedTheBusAndRunsNoLoopLosesNoCall)
     BringBusBack();
 
     ExpectCallAndEvent(2);
-
-    // The host runs its loop after all: the connection is a shared one again.
-    while (g_main_context_iteration(nullptr, FALSE)) {
-    }
-    ExpectCallAndEvent(3);
-    auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, shared);
-    g_object_unref(shared);
+    ExpectSharedAgainAfterHostsLoop();
 }
 
 TEST_F(LostBusTest, NoThreadAndNoConnectionIsLeftOver)
@@ -258,13 +262,7 @@ TEST_F(DroppedTest, AHostThatLostTheBusWhileItOpenedItAndRunsNoLoopLosesNoCall)
     ReturnToTheRealBus();
     StartServer();
     ExpectCallAndEvent(2);
-
-    while (g_main_context_iteration(nullptr, FALSE)) {
-    }
-    ExpectCallAndEvent(3);
-    auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, shared);
-    g_object_unref(shared);
+    ExpectSharedAgainAfterHostsLoop();
 }
 
 class SmallBusTest : public LostBusTest {
