@@ -160,6 +160,9 @@ ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error)
         g_clear_error(&failure);
         if (ConnectionOwner own = Private()) {
             if (!IsClosed(own)) {
+                // Of what LetGo() came too early for, so that it is a shared one again some time.
+                shared.reset();
+                DeliverClosed();
                 return own;
             }
             LetGo(std::move(own));
@@ -172,6 +175,7 @@ ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error)
         }
     }
     if (failure != nullptr) {
+        DeliverClosed(); // or whoever opens the bus next gets this very failure
         g_propagate_error(error, failure);
     }
     return shared;

@@ -265,6 +265,19 @@ TEST_F(DroppedTest, AHostThatLostTheBusWhileItOpenedItAndRunsNoLoopLosesNoCall)
     ExpectSharedAgainAfterHostsLoop();
 }
 
+TEST_F(DroppedTest, ACallThatLostTheBusWhileItOpenedItLeavesNothingToTheHost)
+{
+    {
+        const DroppingBus dropping;
+        EXPECT_EQ(StopNetworkSpeaker(1), -1);
+    }
+    ReturnToTheRealBus();
+    auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    ASSERT_NE(hosts, nullptr);
+    EXPECT_FALSE(g_dbus_connection_is_closed(hosts));
+    g_object_unref(hosts);
+}
+
 class SmallBusTest : public LostBusTest {
 protected:
     SmallBusTest() : LostBusTest({{}, "<limit name=\"max_message_size\">1000000</limit>"}) {}

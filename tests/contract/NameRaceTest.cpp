@@ -23,6 +23,8 @@ std::promise<void> g_goOn;
 
 std::function<void()> g_atSleep;
 
+bool g_deliversNothing = false;
+
 template <typename Function>
 Function* Next(const char* name)
 {
@@ -54,6 +56,13 @@ Function* Next(const char* name)
     next(microseconds);
 }
 
+[[gnu::visibility("default")]] gboolean g_main_context_iteration(GMainContext* context, gboolean mayBlock)
+{
+    static auto* const next = Next<decltype(g_main_context_iteration)>("g_main_context_iteration");
+    const bool isDelivery = std::this_thread::get_id() == g_testThread && mayBlock == FALSE;
+    return isDelivery && g_deliversNothing ? FALSE : next(context, mayBlock);
+}
+
 namespace {
 
 class NameRaceTest : public BusTest {
@@ -79,6 +88,26 @@ TEST_F(NameRaceTest, ACallThatFindsTheBusLostWaitsUntilGioHasAskedForTheName)
     g_object_unref(lost);
     control_.WaitForOwner(ClientBusName());
     EXPECT_EQ(CNSGdbus::m_pInstance->m_DestroyMessageMonitor(), 0);
+}
+
+// GIO says that a connection is closed a moment before the loss can be delivered, and hands out the closed one
+// meanwhile.
+TEST_F(NameRaceTest, ALossThatIsDeliveredLateCostsTheSharedConnectionForAWhileOnly)
+{
+    StartServer();
+    Connect();
+    auto* lost = static_cast<GDBusConnection*>(g_object_ref(CNSGdbus::m_pInstance->m_pConnection));
+    Close(lost);
+    g_object_unref(lost);
+    g_deliversNothing = true;
+    EXPECT_EQ(StopNetworkSpeaker(1), 1);
+    g_deliversNothing = false;
+    EXPECT_EQ(StopNetworkSpeaker(2), 2);
+    EXPECT_EQ(StopNetworkSpeaker(3), 3);
+    auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    EXPECT_FALSE(g_dbus_connection_is_closed(shared));
+    EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, shared);
+    g_object_unref(shared);
 }
 
 // The library cannot keep a host from having the loss delivered just then, after which GIO never comes back to the
