@@ -160,7 +160,7 @@ ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error)
         g_clear_error(&failure);
         if (ConnectionOwner own = Private()) {
             if (!IsClosed(own)) {
-                // Of what LetGo() came too early for, so that it is a shared one again some time.
+                // A loss that was not there yet when LetGo() looked: the process is to share a connection again.
                 shared.reset();
                 DeliverClosed();
                 return own;
