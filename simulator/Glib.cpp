@@ -24,6 +24,11 @@ std::string DescribeMember(GVariant* member)
 /** D-Bus knows fewer types than GVariant: no maybe types, no empty tuples inside others. */
 void RequireFitForDBus(GVariant* tuple)
 {
+    // GLib logs a critical message where it is given a body with another signature.
+    const std::string type = g_variant_get_type_string(tuple);
+    if (g_variant_is_signature(type.substr(1, type.size() - 2).c_str()) == FALSE) {
+        throw InvalidArguments(fmt::format("D-Bus has no type for '{}'", type));
+    }
     const auto message = OwnObject(g_dbus_message_new_signal("/a", "a.a", "a"));
     g_dbus_message_set_body(message.get(), tuple);
     ErrorSlot error;

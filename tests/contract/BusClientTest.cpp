@@ -1,4 +1,5 @@
 #include "support/BusTest.h"
+#include "support/Wait.h"
 
 #include <unistd.h>
 
@@ -27,15 +28,13 @@ public:
         return g_variant_new_from_data(G_VARIANT_TYPE("(i)"), &number_, sizeof number_, TRUE, OnFreed, this);
     }
     bool IsFreed() const { return freed_; }
-    void WaitUntilFreed() const { freed_.wait(false); }
+    void WaitUntilFreed() const
+    {
+        WaitUntil("the last reference to a value to be given up", [this] { return IsFreed(); });
+    }
 
 private:
-    static void OnFreed(gpointer self)
-    {
-        auto& freed = static_cast<WatchedValue*>(self)->freed_;
-        freed = true;
-        freed.notify_all();
-    }
+    static void OnFreed(gpointer self) { static_cast<WatchedValue*>(self)->freed_ = true; }
 
     const gint32 number_ = 5;
     std::atomic<bool> freed_ = false;
@@ -55,9 +54,9 @@ protected:
     // a moment now and then.
     void WaitForReferences() const
     {
-        while (g_atomic_int_get(&G_OBJECT(client_.m_pConnection)->ref_count) != 2) {
-            usleep(1000);
-        }
+        WaitUntil("two references to the connection", [this] {
+            return g_atomic_int_get(&G_OBJECT(client_.m_pConnection)->ref_count) == 2;
+        });
     }
 
     CNSGdbus& client_ = *CNSGdbus::m_pInstance;
@@ -270,9 +269,12 @@ protected:
         client_.m_DestroyMessageMonitor();
         client_.GiveProxy();
         // GIO's worker may hold it for a moment still.
-        for (gpointer held = nullptr; (held = g_weak_ref_get(&connection)) != nullptr; usleep(1000)) {
-            g_object_unref(held);
-        }
+        WaitUntil("the last reference to the connection to be given up", [&] {
+            const std::shared_ptr<void> held(g_weak_ref_get(&connection), [](gpointer object) {
+                object != nullptr ? g_object_unref(object) : void();
+            });
+            return held == nullptr;
+        });
         g_weak_ref_clear(&connection);
     }
 };

@@ -1,4 +1,5 @@
 #include "support/BusTest.h"
+#include "support/Wait.h"
 
 #include <atomic>
 #include <cerrno>
@@ -40,7 +41,7 @@ public:
     static std::vector<Event> WaitFor(std::size_t count)
     {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return events_.size() >= count; });
+        WaitUntil(std::to_string(count) + " events", changed_, lock, [&] { return events_.size() >= count; });
         return events_;
     }
 
@@ -199,7 +200,8 @@ TEST_F(EndpointTest, TheServerDoesNotWaitForReceivers)
     Connect();
     std::promise<void> release;
     g_release = &release;
-    SubscribeNamServiceCallback("blocking", [](int, void*, int) { g_release->get_future().wait(); });
+    SubscribeNamServiceCallback(
+        "blocking", [](int, void*, int) { Await("the test to let the callback go on", g_release->get_future()); });
     SubscribeNamServiceCallback("then", Received::Add);
 
     control_.SendEvent(kSomeEvent, {});
@@ -380,7 +382,7 @@ TEST_F(EndpointTest, TheServersExitIsLoggedAndPassedOn)
     });
     control_.SendEvent(NAMSERVICE_EXIT_STATE, {});
 
-    EXPECT_EQ(linesBefore.get_future().get(), 1U);
+    EXPECT_EQ(Await("the callback to be called", linesBefore.get_future()), 1U);
     EXPECT_EQ(TheOneEvent().id, NAMSERVICE_EXIT_STATE);
     EXPECT_EQ(NAMSERVICE_EXIT_STATE, 0x02020031);
     EXPECT_THAT(
@@ -461,14 +463,14 @@ TEST_F(EndpointTest, DestroyingTheMonitorWhileItRegistersItsObject)
     platform_log::OnLine([&](const LogLine& line) {
         if (line.function == "m_OnbusAcquired" && first.exchange(false)) {
             entered.set_value();
-            release.get_future().wait();
+            Await("the test to let the callback go on", release.get_future());
         }
     });
     StopNetworkSpeaker(0);
-    entered.get_future().wait();
+    Await("the callback to be called", entered.get_future());
     auto destroyed = std::async(std::launch::async, [&] { return client_.m_DestroyMessageMonitor(); });
     release.set_value();
-    EXPECT_EQ(destroyed.get(), 0);
+    EXPECT_EQ(Await("the monitor to end", destroyed), 0);
     EXPECT_EQ(client_.m_pMainLoop, nullptr);
 }
 
@@ -491,7 +493,7 @@ TEST_F(EndpointTest, DestroyingTheMonitorFromACallbackIsAnErrorAndEndsItAfterwar
 
     control_.SendEvent(kSomeEvent, {});
 
-    EXPECT_EQ(result.get_future().get(), EDEADLK);
+    EXPECT_EQ(Await("the callback's end of the monitor", result.get_future()), EDEADLK);
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
     EXPECT_EQ(client_.m_MonitorThread, 0U);
 }
@@ -505,16 +507,16 @@ TEST_F(EndpointTest, DestroyingTheMonitorWaitsForARunningCallback)
     static std::atomic<bool> left;
     SubscribeNamServiceCallback("slow", [](int, void*, int) {
         entered.set_value();
-        release.get_future().wait();
+        Await("the test to let the callback go on", release.get_future());
         left = true;
     });
     control_.SendEvent(kSomeEvent, {});
-    entered.get_future().wait();
+    Await("the callback to be called", entered.get_future());
 
     auto destroyed = std::async(std::launch::async, [&] { return client_.m_DestroyMessageMonitor(); });
     release.set_value();
 
-    EXPECT_EQ(destroyed.get(), 0);
+    EXPECT_EQ(Await("the monitor to end", destroyed), 0);
     EXPECT_TRUE(left);
 }
 

@@ -1,4 +1,5 @@
 #include "EventTest.h"
+#include "support/Wait.h"
 
 #include <atomic>
 
@@ -79,9 +80,7 @@ TEST_F(LooseBusTest, RepliesThatNobodyAskedForAreNoAnswers)
         stranger.Send(reply);
     }
     stranger.Flush();
-    while (g_replies < kReplies) {
-        g_usleep(1000);
-    }
+    WaitUntil("all replies to arrive", [] { return g_replies >= kReplies; });
     EXPECT_EQ(StopNetworkSpeaker(2), 2);
     SubscribeNamServiceCallback("name", Subscriber<'n'>);
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("n(7, 0)"));
@@ -124,8 +123,9 @@ TEST_F(HostileBusTest, AnIdThatAnotherProcessHasHoldsUpNoCallAndItsEventsComeOnc
         EXPECT_EQ(SubscribeNamServiceCallback("name", Subscriber<'n'>), 1);
     }
     // The library's turn, at the latest when the other is gone.
-    while (!control_.CallClient("everybodys", "nam_notify_subscriber", "(@ay [],)", 1000).answered) {
-    }
+    WaitUntil("the library to have the name", [this] {
+        return control_.CallClient("everybodys", "nam_notify_subscriber", "(@ay [],)", 1000).answered;
+    });
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("n(7, 0)"));
 }
 

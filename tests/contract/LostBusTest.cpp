@@ -1,4 +1,5 @@
 #include "ApiTest.h"
+#include "support/Wait.h"
 
 #include <filesystem>
 #include <fstream>
@@ -140,9 +141,7 @@ TEST_F(LostBusTest, NoThreadAndNoConnectionIsLeftOver)
     for (int loss = 0; loss < 5; ++loss) {
         lose();
         // GIO closes on a thread of its own.
-        while (Threads() > threads || OpenFiles() > files) {
-            g_usleep(1000);
-        }
+        WaitUntil("GIO to close what the lost bus left", [&] { return Threads() <= threads && OpenFiles() <= files; });
     }
 }
 
@@ -156,13 +155,13 @@ TEST_F(LostBusTest, AMonitorThatFindsItsNextConnectionLostStaysOnTheOneAfterThat
     SubscribeNamServiceCallback("busy", [](int event, void*, int) {
         if (event == 0x1234) {
             entered.set_value();
-            release.get_future().wait();
+            Await("the test to let the callback go on", release.get_future());
         }
     });
     auto& client = *CNSGdbus::m_pInstance;
     auto* kept = static_cast<GDBusConnection*>(g_object_ref(client.m_pConnection));
     control_.SendEvent(0x1234, {});
-    entered.get_future().wait();
+    Await("the callback to be called", entered.get_future());
     Close(kept);
     control_.WaitForNoOwner(ClientBusName());
     EXPECT_EQ(StopNetworkSpeaker(1), 1);
@@ -185,11 +184,11 @@ TEST_F(LostBusTest, AMonitorThatEndsDoesNotTurnToTheNewConnectionAnyMore)
     static std::promise<void> release;
     SubscribeNamServiceCallback("ending", [](int, void*, int) {
         entered.set_value();
-        release.get_future().wait();
+        Await("the test to let the callback go on", release.get_future());
         CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
     });
     control_.SendEvent(0x1234, {});
-    entered.get_future().wait();
+    Await("the callback to be called", entered.get_future());
     LoseBus();
     BringBusBack();
     EXPECT_EQ(StopNetworkSpeaker(1), 1); // and asks the monitor thread to follow

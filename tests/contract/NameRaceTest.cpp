@@ -1,4 +1,5 @@
 #include "ApiTest.h"
+#include "support/Wait.h"
 
 #include <dlfcn.h>
 
@@ -42,7 +43,7 @@ Function* Next(const char* name)
     if (std::strcmp(signal, "closed") == 0 && std::this_thread::get_id() != g_testThread &&
         g_stopsThere.exchange(false)) {
         g_isThere.set_value();
-        g_goOn.get_future().wait();
+        Await("the test to let GIO go on", g_goOn.get_future());
     }
     return id;
 }
@@ -72,7 +73,7 @@ protected:
         StartServer();
         g_stopsThere = true;
         EXPECT_EQ(StopNetworkSpeaker(1), 1);
-        g_isThere.get_future().wait();
+        Await("the monitor to be about to ask for its name", g_isThere.get_future());
     }
 };
 
@@ -122,9 +123,10 @@ TEST_F(NameRaceTest, TheMonitorEndsAlthoughGioHasLostTheName)
         hosts, "closed", G_CALLBACK(static_cast<void (*)(GDBusConnection*, gboolean, GError*, gpointer)>(deliver)),
         &isDelivered);
     g_dbus_connection_close_sync(hosts, nullptr, nullptr);
-    while (!isDelivered) {
-        g_main_context_iteration(nullptr, TRUE);
-    }
+    WaitUntil("the loss to be delivered", [&] {
+        g_main_context_iteration(nullptr, FALSE);
+        return isDelivered;
+    });
     g_object_unref(hosts);
 
     g_log_set_always_fatal(G_LOG_LEVEL_ERROR); // GIO complains of itself

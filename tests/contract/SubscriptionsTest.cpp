@@ -1,4 +1,5 @@
 #include "EventTest.h"
+#include "support/Wait.h"
 
 #include <unistd.h>
 
@@ -592,10 +593,10 @@ TEST_F(SubscribersTest, OneThatRunsHoldsUpNoCaller)
     std::promise<void> finish;
     Callbacks::Do('f', [&] {
         started.set_value();
-        finish.get_future().wait();
+        Await("the test to let the callback go on", finish.get_future());
     });
     control_.SendEvent(kEvent, {});
-    started.get_future().wait();
+    Await("the callback to be called", started.get_future());
 
     EXPECT_EQ(SubscribeNamServiceCallback("b", Subscriber<'g'>), 1);
     UnsubscribeNamServiceCallback("a");

@@ -1,4 +1,5 @@
 #include "EventTest.h"
+#include "support/Wait.h"
 
 #include <atomic>
 #include <future>
@@ -175,11 +176,11 @@ TEST_F(ThreadsTest, ASlowLogCallHoldsUpItsOwnThreadOnly)
     platform_log::OnLine([&](const LogLine& line) {
         if (!line.ofTestThread && !caught.test_and_set()) {
             logging.set_value();
-            goOn.get_future().wait();
+            Await("the test to let the call go on", goOn.get_future());
         }
     });
     std::thread slow([] { EXPECT_EQ(StopNetworkSpeaker(1), 1); });
-    logging.get_future().wait();
+    Await("the call to log", logging.get_future());
 
     for (int call = 0; call < 20; ++call) {
         EXPECT_EQ(StopNetworkSpeaker(call), call);

@@ -6,6 +6,7 @@
 #include "KivServiceInterface.h"
 #include "platform/Platform.h"
 #include "support/Server.h"
+#include "support/Wait.h"
 
 #include <unistd.h>
 
@@ -31,6 +32,7 @@
 
 using kiv::test::Payload;
 using kiv::test::ServerControl;
+using kiv::test::WaitUntil;
 
 namespace kiv::endurance {
 
@@ -155,8 +157,7 @@ void InParallel(int threads, const Action& action)
 // A call has 8 s, which are not enough on a machine that is busy otherwise.
 void CallUntilAnswered()
 {
-    while (StopNetworkSpeaker(0) != 0) {
-    }
+    WaitUntil("a call to be answered", [] { return StopNetworkSpeaker(0) == 0; });
 }
 
 // Makes that many calls, and some more.
@@ -278,18 +279,15 @@ __attribute__((no_sanitize("thread"))) bool IsLaunching()
 // The figures at a moment at which nothing is under way.
 Figures LookWhenAllIsQuiet()
 {
-    while (IsLaunching()) {
-        std::this_thread::yield();
-    }
+    WaitUntil("the launch thread to end", [] { return !IsLaunching(); });
     CallUntilAnswered(); // the link keeps the last reply: the same one each time
-    for (;;) {
+    Figures figures{};
+    WaitUntil("all threads to sleep", [&] {
         const std::optional<long> before = RunsOfSleepers();
-        const Figures figures = Look();
-        if (before && before == RunsOfSleepers()) {
-            return figures;
-        }
-        std::this_thread::yield();
-    }
+        figures = Look();
+        return before && before == RunsOfSleepers();
+    });
+    return figures;
 }
 
 // A figure of nothing is one that is not counted.

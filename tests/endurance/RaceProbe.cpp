@@ -3,6 +3,7 @@
 
 #include "KivServiceInterface.h"
 #include "support/Server.h"
+#include "support/Wait.h"
 
 #include <unistd.h>
 
@@ -28,9 +29,7 @@ void SendEvent()
 {
     kiv::test::ServerControl server(std::getenv("DBUS_SYSTEM_BUS_ADDRESS"));
     server.WaitForOwner("org.lumra.tv.networkspeaker.client.tv_" + std::to_string(getpid()));
-    while (!g_written.load(std::memory_order_relaxed)) {
-        std::this_thread::yield();
-    }
+    kiv::test::WaitUntil("the first access", [] { return g_written.load(std::memory_order_relaxed); });
     server.SendEvent(7, {});
 }
 
@@ -38,14 +37,12 @@ void SendEvent()
 
 int main()
 {
-    while (SubscribeNamServiceCallback("race", OnEvent) != 1) {
-    }
+    kiv::test::WaitUntil("the subscription", [] { return SubscribeNamServiceCallback("race", OnEvent) == 1; });
     std::thread sender(SendEvent);
     ++g_planted;
     g_written.store(true, std::memory_order_relaxed);
-    while (!g_received.load(std::memory_order_relaxed)) {
-        usleep(1000); // the sanitizer forgets accesses behind which too many others come
-    }
+    // Tried rarely enough: the sanitizer forgets accesses behind which too many others come.
+    kiv::test::WaitUntil("the event", [] { return g_received.load(std::memory_order_relaxed); });
     ++g_planted;
     sender.join();
     return CNSGdbus::m_pInstance->m_DestroyMessageMonitor();

@@ -1,6 +1,7 @@
 #include "KivServiceInterface.h"
 #include "support/Platform.h"
 #include "support/Server.h"
+#include "support/Wait.h"
 #include "tools/sandbox/BusTrace.h"
 #include "tools/sandbox/PrivateBus.h"
 
@@ -94,9 +95,7 @@ long ThreadsOfOurs()
 // A thread that has been joined is in the kernel's list for a moment still.
 void WaitForThreadsOfOurs(long count)
 {
-    while (ThreadsOfOurs() != count) {
-        usleep(1000);
-    }
+    WaitUntil(std::to_string(count) + " threads of ours", [&] { return ThreadsOfOurs() == count; });
 }
 
 void WaitForEndpoint()
@@ -195,7 +194,7 @@ protected:
     {
         auto other = std::async(std::launch::async, [&] { return library.DestroyMonitor(); });
         EXPECT_EQ(library.DestroyMonitor(), 0);
-        EXPECT_EQ(other.get(), 0);
+        EXPECT_EQ(Await("the other thread's end of the monitor", other), 0);
     }
 
     void ExpectGone(int round)
@@ -217,7 +216,7 @@ TEST_F(EndingTest, AtAnyMomentOfItsStart)
             // Some time later in each round, for as long as the first call and the start of the monitor take.
             usleep(static_cast<useconds_t>(round % 40 * 100));
             EndTwiceAtOnce(library);
-            EXPECT_EQ(call.get(), round);
+            EXPECT_EQ(Await("the call", call), round);
             EXPECT_EQ(library.DestroyMonitor(), 0); // one that started after that
         }
         ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
@@ -239,7 +238,7 @@ TEST_F(EndingTest, AskedForWithoutAPauseWhileItStarts)
             while (!isOver) {
                 EXPECT_EQ(library.DestroyMonitor(), 0);
             }
-            EXPECT_EQ(call.get(), round);
+            EXPECT_EQ(Await("the call", call), round);
             EXPECT_EQ(library.DestroyMonitor(), 0);
         }
         ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
@@ -253,23 +252,16 @@ TEST_F(EndingTest, WhileCallbacksRun)
         g_calls = 0;
         {
             const Library library;
-            EXPECT_EQ(
-                library.Subscribe([](int, void*, int) {
-                    g_calls.fetch_add(1);
-                    g_calls.notify_all();
-                }),
-                1);
+            EXPECT_EQ(library.Subscribe([](int, void*, int) { ++g_calls; }), 1);
             auto events = std::async(std::launch::async, [&] {
                 ServerControl control(bus_.Address());
                 control.WaitForOwner("org.lumra.tv.networkspeaker.client." + ClientId());
                 return control.SendPayloads(Payload(0x1234, 3, {1, 2, 3}), 100);
             });
-            for (int calls = 0; calls <= round % 40; calls = g_calls) {
-                g_calls.wait(calls);
-            }
+            WaitUntil("the callback to be called often enough", [&] { return g_calls > round % 40; });
             EndTwiceAtOnce(library);
             const int calls = g_calls;
-            events.get();
+            Await("the server to have sent its events", events);
             EXPECT_EQ(g_calls, calls); // none after that
         }
         ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
@@ -293,7 +285,7 @@ TEST_F(LifecycleTest, ALaunchThreadKeepsTheCodeInPlaceUntilItIsOver)
     std::promise<void> release;
     platform_log::OnLine([released = release.get_future().share()](const LogLine& line) {
         if (line.text.starts_with("enter t_ImplementSimulateDbus")) {
-            released.wait();
+            Await("the test to let the launch thread go on", released);
         }
     });
     {
@@ -305,9 +297,7 @@ TEST_F(LifecycleTest, ALaunchThreadKeepsTheCodeInPlaceUntilItIsOver)
 
     release.set_value();
     platform_log::WaitFor("I m_MainLaunchPro: g_dbusretrycnt=[6]");
-    while (IsMapped(KIV_LAUNCH_PROBE)) {
-        usleep(1000);
-    }
+    WaitUntil("the probe to be unmapped", [] { return !IsMapped(KIV_LAUNCH_PROBE); });
 }
 
 // Runs this program anew, so that nothing of this process's threads is missing in it.
@@ -318,8 +308,7 @@ void ExpectOrderlyExit(const char* how)
         execl("/proc/self/exe", "lifecycle_test", how, nullptr);
         _exit(127);
     }
-    int status = 0;
-    waitpid(child, &status, 0);
+    const int status = WaitForExit("the program to end", child);
     ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
     ASSERT_EQ(WEXITSTATUS(status), 42);
 }
@@ -382,7 +371,7 @@ TEST_F(LifecycleTest, OtherProgramsCanBeStartedWhileCallsRun)
     }
     enough = true;
     for (int type = 1; type <= 4; ++type) {
-        EXPECT_EQ(callers[static_cast<std::size_t>(type - 1)].get(), type);
+        EXPECT_EQ(Await("a thread's calls", callers[static_cast<std::size_t>(type - 1)]), type);
     }
     EXPECT_EQ(library.DestroyMonitor(), 0);
 }
@@ -402,20 +391,15 @@ TEST_F(LifecycleTest, OtherProgramsCanBeStartedWhileCallsRun)
 {
     static std::atomic<int> calls;
     // Comes after what the library, loaded later, does at the end.
-    std::atexit([] {
-        for (const int before = calls; calls < before + 10;) {
-            usleep(1000);
-        }
-    });
+    std::atexit([] { WaitUntil("ten more calls", [before = calls.load()] { return calls >= before + 10; }); });
     static const Library& library = *new Library; // whose threads go on
     std::thread([] {
         for (;;) {
             library.Stop(1);
             ++calls;
-            calls.notify_all();
         }
     }).detach();
-    calls.wait(0);
+    WaitUntil("the first call", [] { return calls > 0; });
     std::exit(42);
 }
 

@@ -1,6 +1,7 @@
 // Logs as the first argument asks. Stands in for the journal and for syslog, whose lines appear on stdout.
 
 #include "platform/Platform.h"
+#include "support/Wait.h"
 
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -153,9 +154,7 @@ int PrintThroughExit(const Arguments&)
             }
         }).detach();
     }
-    while (printing < 4) {
-        std::this_thread::yield();
-    }
+    kiv::test::WaitUntil("four threads to print", [] { return printing == 4; });
     return EXIT_SUCCESS;
 }
 

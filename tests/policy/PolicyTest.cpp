@@ -1,6 +1,7 @@
 #include "sandbox/Calls.h"
 #include "sandbox/Processes.h"
 #include "support/BusTest.h"
+#include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
 #include <grp.h>
@@ -459,7 +460,9 @@ public:
     static std::vector<int> WaitUntil(int last)
     {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return !lengths_.empty() && lengths_.back() == last; });
+        kiv::test::WaitUntil("the event of length " + std::to_string(last), changed_, lock, [&] {
+            return !lengths_.empty() && lengths_.back() == last;
+        });
         return lengths_;
     }
 

@@ -1,10 +1,11 @@
 #include "Processes.h"
 
+#include "support/Wait.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -39,10 +40,14 @@ std::string ReadToEnd(const Descriptor& source)
 {
     std::string text;
     std::array<char, 4096> part{};
-    for (ssize_t length = 0; (length = read(source.Get(), part.data(), part.size())) > 0;) {
+    for (;;) {
+        test::WaitUntilReadable("the end of a program's output, which so far is: " + text, source.Get());
+        const ssize_t length = read(source.Get(), part.data(), part.size());
+        if (length <= 0) {
+            return text;
+        }
         text.append(part.data(), static_cast<std::size_t>(length));
     }
-    return text;
 }
 
 } // namespace
@@ -73,10 +78,15 @@ Watched::Watched(pid_t pid) : pid_(pid), pidFd_(static_cast<int>(syscall(SYS_pid
     }
 }
 
-bool Watched::EndsWithin(int milliseconds) const
+bool Watched::HasEnded() const
 {
     pollfd event{pidFd_.Get(), POLLIN, 0};
-    return poll(&event, 1, milliseconds) == 1;
+    return poll(&event, 1, 0) == 1;
+}
+
+void Watched::WaitForEnd() const
+{
+    test::WaitUntilReadable("process " + std::to_string(pid_) + " to end", pidFd_.Get());
 }
 
 Child::Child(const std::vector<std::string>& command)
@@ -130,10 +140,13 @@ std::string Child::ReadLine()
 {
     std::string line;
     char character = 0;
-    while (read(output_.Get(), &character, sizeof character) == sizeof character && character != '\n') {
+    for (;;) {
+        test::WaitUntilReadable("the end of a line of output, which so far is: " + line, output_.Get());
+        if (read(output_.Get(), &character, sizeof character) != sizeof character || character == '\n') {
+            return line;
+        }
         line += character;
     }
-    return line;
 }
 
 std::string Child::ReadOutput()
@@ -148,9 +161,7 @@ std::string Child::ReadErrors()
 
 int Child::WaitForEnd()
 {
-    int status = 0;
-    waitpid(std::exchange(pid_, 0), &status, 0);
-    return status;
+    return test::WaitForExit("a program to end", std::exchange(pid_, 0));
 }
 
 std::string ReadFile(const std::filesystem::path& path)

@@ -30,12 +30,10 @@ public:
     explicit Watched(pid_t pid);
 
     pid_t Pid() const { return pid_; }
-    bool HasEnded() const { return EndsWithin(0); }
-    void WaitForEnd() const { EndsWithin(-1); }
+    bool HasEnded() const;
+    void WaitForEnd() const;
 
 private:
-    bool EndsWithin(int milliseconds) const;
-
     pid_t pid_;
     Descriptor pidFd_;
 };

@@ -1,5 +1,6 @@
 #include "Calls.h"
 #include "Sandbox.h"
+#include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
 #include <gmock/gmock.h>
@@ -154,13 +155,11 @@ TEST(ScenariosTest, DyingServerComesBack)
 {
     const Sandbox sandbox("read line", {"--start", "--scenario", "dying-server"});
     const Connection connection(sandbox.Address());
-    while (!HasOwner(connection, kServer)) {
-    }
+    const auto isThere = [&] { return HasOwner(connection, kServer); };
+    test::WaitUntil("the server to come up", isThere);
     const pid_t pid = OwnerPid(connection, kServer);
-    while (HasOwner(connection, kServer)) {
-    }
-    while (!HasOwner(connection, kServer)) {
-    }
+    test::WaitUntil("the server to die", std::not_fn(isThere));
+    test::WaitUntil("the server to come back", isThere);
     EXPECT_EQ(OwnerPid(connection, kServer), pid);
 }
 
@@ -344,10 +343,9 @@ TEST_F(RecordTest, IsThereWhateverEndsTheSandbox)
     EXPECT_EQ(sandbox.Process().ReadLine(), "the server answered 0");
     EXPECT_EQ(sandbox.Process().ReadLine(), "done");
     // The last line to come: the trace is behind the bus.
-    std::string text;
-    while (text.find("\"values\":\"(0,)\"}\n") == std::string::npos) {
-        text = ReadFile(file_);
-    }
+    test::WaitUntil("the answer to be recorded", [this] {
+        return ReadFile(file_).find("\"values\":\"(0,)\"}\n") != std::string::npos;
+    });
     sandbox.Process().Signal(SIGKILL);
     sandbox.Process().WaitForEnd();
     EXPECT_EQ(Replay("kivctl stop").output, "the server answered 0\n");

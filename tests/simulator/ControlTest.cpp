@@ -1,5 +1,6 @@
 #include "SimulatorTest.h"
 #include "simulator/Interfaces.h"
+#include "support/Wait.h"
 
 #include <csignal>
 
@@ -122,8 +123,7 @@ TEST_F(ControlTest, ForgetsClientsThatLeaveTheBus)
         left = client.BusName();
         EXPECT_EQ(Model()["clients"][0]["busName"], left);
     }
-    while (HasOwner(left)) {
-    }
+    test::WaitUntil("the client to leave the bus", [&] { return !HasOwner(left); });
     EXPECT_THAT(Model()["clients"], IsEmpty());
     EXPECT_EQ(Control("SendPayload", "('', [byte 1])"), "()");
 }
@@ -244,8 +244,7 @@ TEST_F(ControlTest, ATimetableReplacesTheOneBefore)
             R"({"timetable": [{"at": 3600000, "exit": true}, {"at": 0, "every": 1, "events": [{"payload": "01"}]}]})"));
     client.Payloads(3);
     Control("Apply", Quoted(R"({"timetable": [{"at": 0, "events": [{"payload": "02"}]}]})"));
-    while (client.Payloads().back() != Bytes{2}) {
-    }
+    test::WaitUntil("the event of the second timetable", [&] { return client.Payloads().back() == Bytes{2}; });
     EXPECT_EQ(Control("Apply", Quoted(R"({"events": [{"payload": "03"}]})")), "()");
     EXPECT_THAT(client.Payloads().back(), ElementsAre(3));
 }
@@ -289,8 +288,9 @@ TEST_F(ControlTest, CrashesDoNotDisturbItsCallers)
     }
     EXPECT_EQ(Control("Apply", Quoted(R"({"timetable": []})")), "()");
     // The last crash may still be under way.
-    while (Server("check_dbus_connection", "(7,)") != "('den',)") {
-    }
+    test::WaitUntil("the server to be back after its last crash", [this] {
+        return Server("check_dbus_connection", "(7,)") == "('den',)";
+    });
 }
 
 TEST_F(ControlTest, WhileTheServerIsAwayItsControlIsThere)

@@ -1,5 +1,6 @@
 #include "SimulatorTest.h"
 #include "simulator/Interfaces.h"
+#include "support/Wait.h"
 
 #include <fstream>
 #include <map>
@@ -136,8 +137,7 @@ TEST_F(ProgramTest, RefusesFilesThatAreNotThere)
 TEST_F(ProgramTest, SlowToComeUpItIsReadyWhenItHas)
 {
     Program program = WithScenario(R"({"away": 300})");
-    while (!HasOwner(kControlName)) {
-    }
+    test::WaitUntil("the simulator's control to come up", [this] { return HasOwner(kControlName); });
     EXPECT_EQ(Control("AwaitServer"), "()");
     EXPECT_TRUE(HasOwner(kServerName));
     EXPECT_EQ(program.Ready(), "ready\n");

@@ -1,6 +1,7 @@
 #include "SimulatorTest.h"
 
 #include "simulator/Interfaces.h"
+#include "support/Wait.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -24,7 +25,7 @@ namespace kiv::simulator {
 
 namespace {
 
-constexpr int kPatienceMs = 60000;
+constexpr int kPatienceMs = std::chrono::milliseconds(test::kPatience).count();
 
 std::string Text(GVariant* value)
 {
@@ -132,16 +133,18 @@ std::string Program::Ready() const
 {
     std::string text;
     char byte = 0;
-    while (read(ready_, &byte, 1) == 1) {
+    for (;;) {
+        test::WaitUntilReadable("the simulator to say that it is ready", ready_);
+        if (read(ready_, &byte, 1) != 1) {
+            return text;
+        }
         text += byte;
     }
-    return text;
 }
 
 int Program::ExitCode()
 {
-    int status = 0;
-    waitpid(std::exchange(pid_, 0), &status, 0);
+    const int status = test::WaitForExit("the simulator to end", std::exchange(pid_, 0));
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -232,7 +235,9 @@ void FakeClient::Ask(const char* method, const std::string& arguments) const
 std::vector<Bytes> FakeClient::Payloads(std::size_t atLeast) const
 {
     std::unique_lock lock(record_->mutex);
-    record_->arrived.wait(lock, [&] { return record_->payloads.size() >= atLeast; });
+    test::WaitUntil(fmt::format("{} payloads", atLeast), record_->arrived, lock, [&] {
+        return record_->payloads.size() >= atLeast;
+    });
     std::vector<Bytes> payloads;
     for (const Variant& array : record_->payloads) {
         payloads.push_back(Content(array.get()));
@@ -329,7 +334,9 @@ bool SimulatorTest::IsAnswered(unsigned serial) const
 void SimulatorTest::AwaitAnswer(unsigned serial)
 {
     std::unique_lock lock(answers_->mutex);
-    answers_->arrived.wait(lock, [&] { return answers_->serials.contains(serial); });
+    test::WaitUntil(fmt::format("the answer to call {}", serial), answers_->arrived, lock, [&] {
+        return answers_->serials.contains(serial);
+    });
 }
 
 bool SimulatorTest::HasOwner(const std::string& name)

@@ -1,5 +1,7 @@
 #include "support/BusTest.h"
 
+#include "support/Wait.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,9 +16,7 @@ int g_tests = 0;
 
 void WaitUntilClosed(GDBusConnection* connection)
 {
-    while (g_dbus_connection_is_closed(connection) == FALSE) {
-        usleep(1000);
-    }
+    WaitUntil("the connection to be closed", [&] { return g_dbus_connection_is_closed(connection) != FALSE; });
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "support/Platform.h"
 
 #include "platform/Platform.h"
+#include "support/Wait.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -8,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
-#include <stdexcept>
 #include <thread>
 
 namespace kiv::test {
@@ -16,7 +16,6 @@ namespace kiv::test {
 namespace {
 
 constexpr const char* kHead = "%s: %s(%d) > ";
-constexpr auto kPatience = std::chrono::seconds(60);
 
 struct State {
     std::mutex mutex;
@@ -111,9 +110,7 @@ void WaitFor(const std::string& shortForm, std::size_t count)
         const auto matches = [&](const LogLine& line) { return line.Short() == shortForm; };
         return static_cast<std::size_t>(std::ranges::count_if(state.lines, matches)) >= count;
     };
-    if (!state.changed.wait_for(lock, kPatience, written)) {
-        throw std::runtime_error("never logged: " + shortForm);
-    }
+    WaitUntil("the log line " + shortForm, state.changed, lock, written);
 }
 
 LogLine WaitForLine(const std::function<bool(const LogLine&)>& condition)
@@ -121,9 +118,7 @@ LogLine WaitForLine(const std::function<bool(const LogLine&)>& condition)
     State& state = TheState();
     std::unique_lock lock(state.mutex);
     const auto find = [&] { return std::ranges::find_if(state.lines, condition); };
-    if (!state.changed.wait_for(lock, kPatience, [&] { return find() != state.lines.end(); })) {
-        throw std::runtime_error("a line that was waited for was never logged");
-    }
+    WaitUntil("a log line with a certain text", state.changed, lock, [&] { return find() != state.lines.end(); });
     return *find();
 }
 

@@ -1,6 +1,7 @@
 #include "support/Server.h"
 
-#include <poll.h>
+#include "support/Wait.h"
+
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,7 +22,7 @@ namespace {
 constexpr const char* kControlName = "org.lumra.tv.networkspeaker.simulator";
 constexpr const char* kControlPath = "/org/lumra/tv/networkspeaker/simulator";
 constexpr const char* kControlInterface = "org.lumra.tv.networkspeaker.simulator.control";
-constexpr int kPatienceMs = 60'000;
+constexpr int kPatienceMs = std::chrono::milliseconds(kPatience).count();
 
 [[noreturn]] void Fail(const std::string& what)
 {
@@ -62,10 +63,7 @@ std::shared_ptr<GVariant> Parse(const std::string& text, const char* type)
 // Returns when the other end has written something; false if it ended without.
 bool Announced(int readEnd)
 {
-    pollfd ready{readEnd, POLLIN, 0};
-    if (poll(&ready, 1, kPatienceMs) <= 0) {
-        Fail("the simulator does not come up");
-    }
+    WaitUntilReadable("the simulator to come up", readEnd);
     char byte = 0;
     return read(readEnd, &byte, 1) == 1;
 }
@@ -259,9 +257,11 @@ void ServerControl::WaitForOwner(const std::string& name, bool owned)
     g_main_context_push_thread_default(connection_.Context());
     const guint id = g_bus_watch_name_on_connection(
         connection_.Get(), name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, onOwned, onVanished, &watch, nullptr);
-    while (!watch.known || watch.owned != owned) {
-        g_main_context_iteration(connection_.Context(), TRUE);
-    }
+    WaitUntil("the bus to say that " + name + (owned ? " has an owner" : " has no owner"), [&] {
+        while (g_main_context_iteration(connection_.Context(), FALSE) != FALSE) {
+        }
+        return watch.known && watch.owned == owned;
+    });
     g_bus_unwatch_name(id);
     g_main_context_pop_thread_default(connection_.Context());
 }

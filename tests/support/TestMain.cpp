@@ -1,10 +1,55 @@
+#include <execinfo.h>
 #include <glib.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+namespace {
+
+std::string g_message;
+
+// The runner ends a test that hangs without a word about it. This comes first, and tells where the test hangs.
+void EndHangingTest(int /*signal*/)
+{
+    const auto tell = [](std::string_view text) {
+        [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+    };
+    tell(g_message);
+    void* frames[64];
+    backtrace_symbols_fd(frames, backtrace(frames, 64), STDERR_FILENO);
+    _exit(EXIT_FAILURE);
+}
+
+class LimitOfEachTest : public ::testing::EmptyTestEventListener {
+public:
+    // The limit is in seconds.
+    explicit LimitOfEachTest(unsigned limit) : limit_(limit) { std::signal(SIGALRM, EndHangingTest); }
+
+private:
+    void OnTestStart(const ::testing::TestInfo& test) override
+    {
+        g_message = std::string(test.test_suite_name()) + "." + test.name() + " hangs: it has not ended after " +
+                    std::to_string(limit_) + " s. The calls of the thread that noticed it:\n";
+        alarm(limit_);
+    }
+
+    const unsigned limit_;
+};
+
+} // namespace
 
 int main(int argc, char** argv)
 {
     // GLib has nothing to complain about, whatever a test does.
     g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING));
     ::testing::InitGoogleTest(&argc, argv);
+    // Below the runner's limit, which the presets set.
+    const char* limit = std::getenv("KIV_TEST_LIMIT");
+    ::testing::UnitTest::GetInstance()->listeners().Append(
+        new LimitOfEachTest(limit != nullptr ? static_cast<unsigned>(std::atoi(limit)) : 110));
     return RUN_ALL_TESTS();
 }

@@ -1,6 +1,7 @@
 #include "link/Launch.h"
 
 #include "support/BusTest.h"
+#include "support/Wait.h"
 
 #include <pthread.h>
 
@@ -41,7 +42,7 @@ public:
     void WaitForEnd(int count = 1)
     {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return ended_ >= count; });
+        WaitUntil(std::to_string(count) + " launch threads to end", changed_, lock, [&] { return ended_ >= count; });
     }
 
 private:
@@ -152,7 +153,7 @@ public:
     void WaitUntilReached()
     {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return reached_; });
+        WaitUntil("the launch thread to be there", changed_, lock, [&] { return reached_; });
     }
 
     // From now on no thread is held up.
@@ -170,7 +171,7 @@ private:
         std::unique_lock lock(mutex_);
         reached_ = true;
         changed_.notify_all();
-        changed_.wait(lock, [&] { return released_; });
+        WaitUntil("the test to let the launch thread go on", changed_, lock, [&] { return released_; });
     }
 
     std::mutex mutex_;
