@@ -13,6 +13,11 @@
 
 namespace kiv::simulator {
 
+inline std::string ReadString(const JsonNode& node)
+{
+    return node.Text();
+}
+
 /** How to read each key of an object of a kind. */
 template <typename Target>
 using Keys = std::map<std::string, std::function<void(Target&, const JsonNode&)>>;

@@ -8,11 +8,6 @@ namespace kiv::simulator {
 
 namespace {
 
-std::string ReadString(const JsonNode& node)
-{
-    return node.Text();
-}
-
 std::int64_t ReadNumber(const JsonNode& node)
 {
     return node.Integer(0, INT32_MAX);

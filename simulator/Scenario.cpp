@@ -70,11 +70,6 @@ Connection ReadConnection(const JsonNode& node)
     return word == "none" ? Connection::kNone : word == "network" ? Connection::kNetwork : Connection::kDirect;
 }
 
-std::string ReadString(const JsonNode& node)
-{
-    return node.Text();
-}
-
 bool ReadFlag(const JsonNode& node)
 {
     return node.Flag();

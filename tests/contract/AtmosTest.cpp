@@ -10,6 +10,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
+namespace atmos_test {
 namespace {
 
 constexpr const char* kQuery = "kiv_is_receiver_atmos";
@@ -542,3 +543,4 @@ TEST_F(AtmosEventTest, ACallbackThatThrowsCostsALineAndNothingElse)
 }
 
 } // namespace
+} // namespace atmos_test

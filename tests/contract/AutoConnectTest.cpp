@@ -7,6 +7,7 @@
 using namespace kiv::test;
 using ::testing::ElementsAre;
 
+namespace auto_connect_test {
 namespace {
 
 const unsigned char kMacs[] = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff};
@@ -167,3 +168,4 @@ TEST_F(AutoConnectTest, NumbersPassThroughUnchanged)
 }
 
 } // namespace
+} // namespace auto_connect_test

@@ -1,4 +1,4 @@
-#include "support/BusTest.h"
+#include "ApiTest.h"
 #include "support/Wait.h"
 
 #include <unistd.h>
@@ -17,7 +17,6 @@ namespace {
 constexpr const char* kXml = "<node/>";
 const GDBusInterfaceVTable kNoHandlers = {};
 const std::string kAbsent = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
-const std::string kEnter = "D MethodCall: [NAM_API] Enter";
 const std::string kIdFailed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
 
 // An "(i)" that says when its last reference is gone.

@@ -6,6 +6,7 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+namespace by_mobile_or_id_test {
 namespace {
 
 const unsigned char kParam[] = {1, 2, 0xff};
@@ -203,3 +204,4 @@ TEST_F(ByMobileOrIdTest, NumbersPassThroughUnchanged)
 }
 
 } // namespace
+} // namespace by_mobile_or_id_test

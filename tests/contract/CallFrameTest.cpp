@@ -13,6 +13,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
+namespace call_frame_test {
 namespace {
 
 const std::string kEnter = "D MethodCall: [NAM_API] Enter";
@@ -449,3 +450,4 @@ TEST_F(CallFrameTest, ASlowCallHoldsUpNobody)
 }
 
 } // namespace
+} // namespace call_frame_test

@@ -6,6 +6,7 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+namespace connection_type_test {
 namespace {
 
 std::vector<STNetSpkConfig> g_speakers{Speaker(1), Speaker(100), Speaker(200)};
@@ -152,3 +153,4 @@ TEST_F(ConnectionTypeTest, TwentyThousandSpeakersTravel)
 }
 
 } // namespace
+} // namespace connection_type_test

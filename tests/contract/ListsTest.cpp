@@ -9,6 +9,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
+namespace lists_test {
 namespace {
 
 class ListsTest : public ApiTest {
@@ -680,3 +681,4 @@ TEST_F(ListsTest, ANumberThatCannotBeAskedForIsMinusOne)
 }
 
 } // namespace
+} // namespace lists_test

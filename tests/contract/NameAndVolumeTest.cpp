@@ -7,6 +7,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
+namespace name_and_volume_test {
 namespace {
 
 constexpr int kIp = 0x0700000a; // 10.0.0.7
@@ -343,3 +344,4 @@ INSTANTIATE_TEST_SUITE_P(Functions, VolumeListTest, ::testing::ValuesIn(kListFun
 });
 
 } // namespace
+} // namespace name_and_volume_test

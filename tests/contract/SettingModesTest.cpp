@@ -7,6 +7,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
+namespace setting_modes_test {
 namespace {
 
 constexpr int kSurround = 80;
@@ -270,3 +271,4 @@ INSTANTIATE_TEST_SUITE_P(Functions, EntryFlagTest, ::testing::ValuesIn(kEntryFla
 });
 
 } // namespace
+} // namespace setting_modes_test

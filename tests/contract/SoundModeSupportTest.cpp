@@ -9,6 +9,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
+namespace sound_mode_support_test {
 namespace {
 
 class SoundModeSupportTest : public ApiTest {};
@@ -358,3 +359,4 @@ TEST_F(IsSupportedTest, ANullMacIsFalseWithoutAWord)
 }
 
 } // namespace
+} // namespace sound_mode_support_test

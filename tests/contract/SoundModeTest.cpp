@@ -8,6 +8,7 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+namespace sound_mode_test {
 namespace {
 
 constexpr int kIp = 0x0700a8c0; // 192.168.0.7
@@ -413,3 +414,4 @@ TEST_F(DeviceInfoTest, AShortReplyIsLoggedAndZero)
 }
 
 } // namespace
+} // namespace sound_mode_test

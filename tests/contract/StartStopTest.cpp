@@ -8,6 +8,7 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+namespace start_stop_test {
 namespace {
 
 class StartStopTest : public ApiTest {};
@@ -256,3 +257,4 @@ TEST_F(StartStopTest, ArgumentsPassThroughUnchanged)
 }
 
 } // namespace
+} // namespace start_stop_test

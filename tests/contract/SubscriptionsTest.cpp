@@ -15,6 +15,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
+namespace subscriptions_test {
 namespace {
 
 constexpr const char* kSubscribe = "SubscribeNamServiceCallback";
@@ -607,3 +608,4 @@ TEST_F(SubscribersTest, OneThatRunsHoldsUpNoCaller)
 }
 
 } // namespace
+} // namespace subscriptions_test

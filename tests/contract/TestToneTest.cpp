@@ -6,6 +6,7 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+namespace test_tone_test {
 namespace {
 
 const Request kRequests[] = {
@@ -110,3 +111,4 @@ TEST_F(UnreadFeatureTest, AStopWithoutASpeakerDoesNotReadIt)
 }
 
 } // namespace
+} // namespace test_tone_test

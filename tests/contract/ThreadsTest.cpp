@@ -12,6 +12,7 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+namespace threads_test {
 namespace {
 
 constexpr std::size_t kSubscribingThreads = 8;
@@ -218,3 +219,4 @@ TEST_F(ThreadsTest, ALogCallMayCallTheLibrary)
 }
 
 } // namespace
+} // namespace threads_test

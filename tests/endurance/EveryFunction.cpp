@@ -25,20 +25,20 @@ std::vector<STNetSpkConfig> Speakers()
         {0, 3, {0x02, 0x4b, 0x49, 0x56, 0x00, 0xff}, {}}};
 }
 
-void OnEvent(int /*eventId*/, void* /*data*/, int /*length*/) {}
+void IgnoreEvent(int /*eventId*/, void* /*data*/, int /*length*/) {}
 
-void OnAtmos(int /*supported*/, void* /*userData*/) {}
+void IgnoreAtmos(int /*supported*/, void* /*userData*/) {}
 
 constexpr void (*kCalls[])() = {
-    [] { SubscribeNamServiceCallback("every function", OnEvent); },
+    [] { SubscribeNamServiceCallback("every function", IgnoreEvent); },
     [] { UnsubscribeNamServiceCallback("every function"); },
     [] { NodeRemoveFromWatcher(kNode); },
 
     [] { kiv_is_receiver_atmos(); },
-    [] { register_atmos_support_cb(OnAtmos, nullptr); },
-    [] { register_atmos_support_cb(OnAtmos, nullptr); }, // the second is refused
-    [] { unregister_atmos_support_cb(OnAtmos); },
-    [] { unregister_atmos_support_cb(OnAtmos); },
+    [] { register_atmos_support_cb(IgnoreAtmos, nullptr); },
+    [] { register_atmos_support_cb(IgnoreAtmos, nullptr); }, // the second is refused
+    [] { unregister_atmos_support_cb(IgnoreAtmos); },
+    [] { unregister_atmos_support_cb(IgnoreAtmos); },
 
     [] {
         auto speakers = Speakers();

@@ -3,7 +3,7 @@
 #include <map>
 #include <sstream>
 
-namespace kiv::ctl {
+namespace kiv::ctl::call_test {
 namespace {
 
 using CallTest = KivctlTest;
@@ -146,4 +146,4 @@ TEST_F(CallTest, BadArgumentsSendNothing)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::call_test

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <tuple>
 
-namespace kiv::ctl {
+namespace kiv::ctl::command_test {
 namespace {
 
 using CommandTest = KivctlTest;
@@ -344,4 +344,4 @@ TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::command_test

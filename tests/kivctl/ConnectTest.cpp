@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-namespace kiv::ctl {
+namespace kiv::ctl::connect_test {
 namespace {
 
 using ConnectTest = KivctlTest;
@@ -117,4 +117,4 @@ TEST_F(ConnectTest, WhatTheBusCannotCarryIsNotSent)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::connect_test

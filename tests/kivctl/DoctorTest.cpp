@@ -4,7 +4,7 @@
 
 #include <map>
 
-namespace kiv::ctl {
+namespace kiv::ctl::doctor_test {
 namespace {
 
 constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
@@ -148,4 +148,4 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::doctor_test

@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-namespace kiv::ctl {
+namespace kiv::ctl::list_test {
 namespace {
 
 constexpr size_t kListSize = 1086;
@@ -165,4 +165,4 @@ TEST_F(ListTest, BadArgumentsSendNothing)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::list_test

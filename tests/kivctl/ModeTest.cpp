@@ -1,6 +1,6 @@
 #include "KivctlTest.h"
 
-namespace kiv::ctl {
+namespace kiv::ctl::mode_test {
 namespace {
 
 using ModeTest = KivctlTest;
@@ -76,4 +76,4 @@ TEST_F(ModeTest, BadArgumentsSendNothing)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::mode_test

@@ -1,6 +1,6 @@
 #include "KivctlTest.h"
 
-namespace kiv::ctl {
+namespace kiv::ctl::name_and_volume_test {
 namespace {
 
 // 192.168.0.21 with its first octet in the lowest byte.
@@ -141,4 +141,4 @@ TEST_F(NameAndVolumeTest, AListThatTheBusCannotCarryIsNotSent)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::name_and_volume_test

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-namespace kiv::ctl {
+namespace kiv::ctl::soundbar_test {
 namespace {
 
 const std::string kSoundbar = "02:4b:49:56:00:b0";
@@ -139,4 +139,4 @@ TEST_F(SoundbarTest, BadArgumentsSendNothing)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::soundbar_test

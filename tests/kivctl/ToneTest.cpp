@@ -1,6 +1,6 @@
 #include "KivctlTest.h"
 
-namespace kiv::ctl {
+namespace kiv::ctl::tone_test {
 namespace {
 
 using ToneTest = KivctlTest;
@@ -34,4 +34,4 @@ TEST_F(ToneTest, BadArgumentsSendNothing)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::tone_test

@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-namespace kiv::sandbox {
+namespace kiv::sandbox::bus_trace_test {
 
 namespace {
 
@@ -269,4 +269,4 @@ TEST(DescribeTest, NamesTheFlagsOfACall)
 
 } // namespace
 
-} // namespace kiv::sandbox
+} // namespace kiv::sandbox::bus_trace_test

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace kiv::sandbox {
+namespace kiv::sandbox::private_bus_test {
 
 namespace {
 
@@ -279,4 +279,4 @@ TEST_F(PrivateBusFailureTest, NoDaemonInstalled)
 
 } // namespace
 
-} // namespace kiv::sandbox
+} // namespace kiv::sandbox::private_bus_test

@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-namespace kiv::sandbox {
+namespace kiv::sandbox::sandbox_test {
 
 namespace {
 
@@ -327,4 +327,4 @@ TEST_F(SandboxEndTest, TheDaemonIsKilled)
 
 } // namespace
 
-} // namespace kiv::sandbox
+} // namespace kiv::sandbox::sandbox_test

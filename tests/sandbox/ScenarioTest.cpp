@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-namespace kiv::sandbox {
+namespace kiv::sandbox::scenario_test {
 
 namespace {
 
@@ -353,4 +353,4 @@ TEST_F(RecordTest, IsThereWhateverEndsTheSandbox)
 
 } // namespace
 
-} // namespace kiv::sandbox
+} // namespace kiv::sandbox::scenario_test

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace kiv::sandbox {
+namespace kiv::sandbox::trace_formatter_test {
 
 namespace {
 
@@ -213,4 +213,4 @@ TEST_F(TraceFormatterTest, OnlyTheDaemonTellsWhoOwnsAName)
 
 } // namespace
 
-} // namespace kiv::sandbox
+} // namespace kiv::sandbox::trace_formatter_test

@@ -2,7 +2,7 @@
 
 #include "SimulatorTest.h"
 
-namespace kiv::simulator {
+namespace kiv::simulator::bus_object_test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -46,4 +46,4 @@ TEST_F(BusObjectTest, RefusesBadXml)
 }
 
 } // namespace
-} // namespace kiv::simulator
+} // namespace kiv::simulator::bus_object_test

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace kiv::simulator {
+namespace kiv::simulator::faults_test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -144,4 +144,4 @@ TEST_F(FaultsTest, ARefusedFaultChangesNothing)
 }
 
 } // namespace
-} // namespace kiv::simulator
+} // namespace kiv::simulator::faults_test

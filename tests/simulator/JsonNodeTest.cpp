@@ -5,7 +5,7 @@
 
 #include <functional>
 
-namespace kiv::simulator {
+namespace kiv::simulator::json_node_test {
 namespace {
 
 using ::testing::StartsWith;
@@ -93,4 +93,4 @@ TEST(JsonNodeTest, RefusesOtherTypes)
 }
 
 } // namespace
-} // namespace kiv::simulator
+} // namespace kiv::simulator::json_node_test

@@ -11,7 +11,7 @@
 #include <optional>
 #include <set>
 
-namespace kiv::simulator {
+namespace kiv::simulator::methods_test {
 namespace {
 
 /** A call, and the answer that a home gives in which nothing has been changed. */
@@ -125,4 +125,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& method) { return method.param; });
 
 } // namespace
-} // namespace kiv::simulator
+} // namespace kiv::simulator::methods_test

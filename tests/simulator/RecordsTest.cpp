@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-namespace kiv::simulator {
+namespace kiv::simulator::records_test {
 namespace {
 
 using ::testing::Each;
@@ -211,4 +211,4 @@ TEST(RecordsTest, SoundbarPayloads)
 }
 
 } // namespace
-} // namespace kiv::simulator
+} // namespace kiv::simulator::records_test

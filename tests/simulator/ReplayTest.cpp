@@ -4,7 +4,7 @@
 #include "simulator/JsonNode.h"
 #include "simulator/Recording.h"
 
-namespace kiv::simulator {
+namespace kiv::simulator::replay_test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -133,4 +133,4 @@ TEST(RecordingTest, LinesAreReadAsTheyWereWritten)
 }
 
 } // namespace
-} // namespace kiv::simulator
+} // namespace kiv::simulator::replay_test

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <set>
 
-namespace kiv::simulator {
+namespace kiv::simulator::scenario_test {
 namespace {
 
 using nlohmann::json;
@@ -231,4 +231,4 @@ TEST(ScenarioTest, ReadsATimetable)
 }
 
 } // namespace
-} // namespace kiv::simulator
+} // namespace kiv::simulator::scenario_test

@@ -5,7 +5,7 @@
 
 #include <stdexcept>
 
-namespace kiv::simulator {
+namespace kiv::simulator::wire_test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -86,4 +86,4 @@ TEST(WireTest, RefusesWhatIsNoAddressOrByte)
 }
 
 } // namespace
-} // namespace kiv::simulator
+} // namespace kiv::simulator::wire_test

@@ -11,7 +11,7 @@ namespace {
 
 using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
-constexpr const char* kMacDescription = "MAC address of the soundbar";
+constexpr const char* kSoundbarMacDescription = "MAC address of the soundbar";
 constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
 
 template <size_t Size>
@@ -77,7 +77,7 @@ Action ModeGet(CLI::App&)
 Action ModeSet(CLI::App& app)
 {
     const auto arguments = std::make_shared<ModeArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
     AddPayload(app, arguments->data);
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
@@ -105,7 +105,7 @@ Action Info(CLI::App&)
 Action SupportGet(CLI::App& app)
 {
     const auto mac = std::make_shared<Mac>();
-    AddRequired(app, "MAC", *mac, ParseMac, kMacDescription);
+    AddRequired(app, "MAC", *mac, ParseMac, kSoundbarMacDescription);
     return [mac](const Output&) {
         return AnsweredYesOrNo("IsSoundbarSupportSoundMode", IsSoundbarSupportSoundMode(mac->data()));
     };
@@ -114,7 +114,7 @@ Action SupportGet(CLI::App& app)
 Action SupportSet(CLI::App& app)
 {
     const auto arguments = std::make_shared<SupportArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
     AddRequired(app, "SUPPORTED", arguments->supported, ParseFlag, "yes (1), no (0) or another number");
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
@@ -126,7 +126,7 @@ Action SupportSet(CLI::App& app)
 Action Version(CLI::App& app)
 {
     const auto arguments = std::make_shared<VersionArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
     AddNumber(app, "--length", arguments->length, "Bytes of version data to ask for, 20 at most")
         ->check(CLI::Range(1, KIV_SOUND_MODE_LEN).description(""));
     return [arguments](const Output&) {

@@ -22,7 +22,7 @@ std::shared_ptr<ToneArguments> AddTone(CLI::App& app)
     return arguments;
 }
 
-Action Start(CLI::App& app)
+Action StartTone(CLI::App& app)
 {
     const auto arguments = AddTone(app);
     AddNumber(app, "--channel", arguments->channel, "Channel type");
@@ -32,7 +32,7 @@ Action Start(CLI::App& app)
     };
 }
 
-Action Stop(CLI::App& app)
+Action StopTone(CLI::App& app)
 {
     const auto arguments = AddTone(app);
     return [arguments](const Output&) {
@@ -50,8 +50,8 @@ std::vector<Command> ToneCommands()
          "Test tones",
          nullptr,
          {
-             {"start", "Start the test of a speaker", Start},
-             {"stop", "Stop the test of a speaker", Stop},
+             {"start", "Start the test of a speaker", StartTone},
+             {"stop", "Stop the test of a speaker", StopTone},
          }},
     };
 }
@@ -59,8 +59,8 @@ std::vector<Command> ToneCommands()
 std::vector<Command> ToneFunctions()
 {
     return {
-        {"StartNetSpkTest", "Start the test of a speaker", Start},
-        {"StopNetSpkTest", "Stop the test of a speaker", Stop},
+        {"StartNetSpkTest", "Start the test of a speaker", StartTone},
+        {"StopNetSpkTest", "Stop the test of a speaker", StopTone},
     };
 }
 

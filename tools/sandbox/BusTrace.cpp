@@ -1,6 +1,7 @@
 #include "BusTrace.h"
 
 #include "Connection.h"
+#include "Owned.h"
 
 #include <fmt/format.h>
 
@@ -20,13 +21,6 @@ constexpr glong kCharactersShown = 120;
 std::string Text(const char* text)
 {
     return text == nullptr ? "" : text;
-}
-
-std::string Owned(char* text)
-{
-    std::string copy = text;
-    g_free(text);
-    return copy;
 }
 
 std::string Print(GVariant* value)

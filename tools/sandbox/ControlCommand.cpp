@@ -27,11 +27,11 @@ using Variant = std::shared_ptr<GVariant>;
 
 constexpr int kBadUsage = 2;
 
-constexpr auto kDescription = "Changes what the simulator does while it runs. To be used within a sandbox: by its "
+constexpr auto kControlDescription = "Changes what the simulator does while it runs. To be used within a sandbox: by its "
                               "command, or by another program\n"
                               "that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
 
-constexpr auto kFooter = "Exit code:\n"
+constexpr auto kControlFooter = "Exit code:\n"
                          "  0  done\n"
                          "  1  there is no sandbox, or no simulator\n"
                          "  2  the command or its input cannot be used; nothing is changed\n\n"
@@ -219,8 +219,8 @@ void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator
 
 int ControlMain(int argc, char** argv)
 {
-    CLI::App app(kDescription, "kiv-sandbox control");
-    app.footer(kFooter);
+    CLI::App app(kControlDescription, "kiv-sandbox control");
+    app.footer(kControlFooter);
     app.require_subcommand(1);
     Words words;
     std::function<void(const Simulator&)> action;

@@ -141,7 +141,7 @@ std::string FindSimulator(const std::string& given)
     return path;
 }
 
-Service Simulator(const Options& options, const fs::path& featureFile)
+Service SimulatorService(const Options& options, const fs::path& featureFile)
 {
     std::vector<std::string> command = {FindSimulator(options.simulator), "--feature-file", featureFile};
     if (!options.scenario.empty()) {
@@ -255,7 +255,7 @@ int RunInSandbox(const Options& options)
     // mask.
     const EndSignals signals;
     if (!options.noServer) {
-        bus.WriteService(Simulator(options, featureFile));
+        bus.WriteService(SimulatorService(options, featureFile));
     }
     std::optional<BusTrace> trace;
     if (options.trace || options.traceAll || recorder) {

@@ -2,6 +2,7 @@
 
 #include "Connection.h"
 #include "Keeper.h"
+#include "Owned.h"
 
 #include <fmt/format.h>
 #include <gio/gio.h>
@@ -54,13 +55,6 @@ std::filesystem::path MakeDirectory()
         throw std::system_error(errno, std::generic_category(), path);
     }
     return path;
-}
-
-std::string Owned(char* text)
-{
-    std::string copy = text;
-    g_free(text);
-    return copy;
 }
 
 void WriteFile(const std::filesystem::path& path, const std::string& text)
