@@ -1,7 +1,4 @@
-// Writes kivctl's man page: a template on stdin, in which lines such as <COMMANDS> stand for what the program itself
-// knows.
-
-#include "App.h"
+#include "ManPage.h"
 
 #include <fmt/format.h>
 
@@ -98,11 +95,10 @@ std::string Verbatim(std::string_view text)
     return roff + ".fi\n";
 }
 
-void Write()
+} // namespace
+
+bool WriteManPage(const CLI::App& app)
 {
-    CLI::App app;
-    Request request;
-    Declare(app, request);
     for (std::string line; std::getline(std::cin, line);) {
         if (line == "<OPTIONS>") {
             std::cout << Options(app);
@@ -114,13 +110,7 @@ void Write()
             std::cout << line << '\n';
         }
     }
+    return static_cast<bool>(std::cout.flush());
 }
 
-} // namespace
 } // namespace kiv::ctl
-
-int main()
-{
-    kiv::ctl::Write();
-    return std::cout.flush() ? 0 : 1;
-}

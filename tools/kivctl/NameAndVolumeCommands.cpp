@@ -91,7 +91,7 @@ Result RequestVolume(const VolumeRequest& request, const VolumeRequestArguments&
     return Sent(request.listName);
 }
 
-auto Request(const VolumeRequest& request)
+auto RequestVolume(const VolumeRequest& request)
 {
     return [request](CLI::App& app) -> Action {
         const auto arguments = std::make_shared<VolumeRequestArguments>();
@@ -145,11 +145,11 @@ std::vector<Command> NameAndVolumeCommands()
          "Volumes of speakers",
          nullptr,
          {
-             {"get", "Have the server report volumes; they come as events", Request(kGet)},
+             {"get", "Have the server report volumes; they come as events", RequestVolume(kGet)},
              {"set", "Set a speaker's volume", Set},
-             {"up", "Turn speakers up by one step", Request(kUp)},
-             {"down", "Turn speakers down by one step", Request(kDown)},
-             {"reset", "Set speakers back to the server's default", Request(kReset)},
+             {"up", "Turn speakers up by one step", RequestVolume(kUp)},
+             {"down", "Turn speakers down by one step", RequestVolume(kDown)},
+             {"reset", "Set speakers back to the server's default", RequestVolume(kReset)},
              {"reset-all", "Set all speakers back to it", ResetAll},
          }},
     };

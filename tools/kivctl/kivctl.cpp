@@ -1,5 +1,6 @@
 #include "App.h"
 #include "Completion.h"
+#include "ManPage.h"
 #include "TimeLimit.h"
 #include <KivServiceInterface.h>
 
@@ -17,6 +18,8 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 // The shells' completion asks with it.
 constexpr const char* kComplete = "--complete";
+// The build makes the man page with it.
+constexpr const char* kManPage = "--man-page";
 
 Result RunAction(const Choice& choice, const Output& output)
 {
@@ -87,6 +90,9 @@ int Main(int argc, char** argv)
     if (argc > 1 && argv[1] == std::string(kComplete)) {
         std::fputs(Completions(app, {argv + 2, argv + argc}).c_str(), stdout);
         return kDone;
+    }
+    if (argc == 2 && argv[1] == std::string(kManPage)) {
+        return WriteManPage(app) ? kDone : kFailed;
     }
 
     try {
