@@ -27,18 +27,19 @@ using Variant = std::shared_ptr<GVariant>;
 
 constexpr int kBadUsage = 2;
 
-constexpr auto kControlDescription = "Changes what the simulator does while it runs. To be used within a sandbox: by its "
-                              "command, or by another program\n"
-                              "that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
+constexpr auto kControlDescription =
+    "Changes what the simulator does while it runs. To be used within a sandbox: by its "
+    "command, or by another program\n"
+    "that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
 
 constexpr auto kControlFooter = "Exit code:\n"
-                         "  0  done\n"
-                         "  1  there is no sandbox, or no simulator\n"
-                         "  2  the command or its input cannot be used; nothing is changed\n\n"
-                         "Examples:\n"
-                         "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
-                         "  kiv-sandbox control event 0x02020028 '01 00 00 00'\n"
-                         "  kiv-sandbox control apply surround-set";
+                                "  0  done\n"
+                                "  1  there is no sandbox, or no simulator\n"
+                                "  2  the command or its input cannot be used; nothing is changed\n\n"
+                                "Examples:\n"
+                                "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
+                                "  kiv-sandbox control event 0x02020028 '01 00 00 00'\n"
+                                "  kiv-sandbox control apply surround-set";
 
 /// The simulator will not do it.
 class Refusal : public std::runtime_error {
