@@ -26,9 +26,7 @@ inline const std::string kDeath = "{'exit': <true>}";
 
 inline std::string DiedLine(const std::string& method)
 {
-    return "E MethodCall: [NAM_API] Error: method [" + method +
-           "],[GDBus.Error:org.freedesktop.DBus.Error.NoReply: Message recipient disconnected from message bus without "
-           "replying]...";
+    return "E MethodCall: [NAM_API] Error: method [" + method + "],[" + DeadServerError() + "]...";
 }
 
 // The line about a failed call that says when it failed, and nothing else.

@@ -156,16 +156,14 @@ TEST_F(ByMobileOrIdTest, TheLongestPayloadThatTheBusCarriesIsSent)
     EXPECT_EQ(ConnectNetworkSpeakerByMobile(param.data(), static_cast<unsigned>(param.size())), -1);
 
     EXPECT_EQ(
-        platform_log::OfTestThread(), Logged(
-                                          function, {},
-                                          {
-                                              "E MethodCall: [NAM_API] Error: method [" + function +
-                                                  "],[GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown: The name "
-                                                  "org.lumra.tv.networkspeaker.server was not provided by any .service "
-                                                  "files]...",
-                                              "E " + function + ": [NAM_API] MethodCall Error",
-                                              "I " + function + ": return value[-1]",
-                                          }));
+        platform_log::OfTestThread(),
+        Logged(
+            function, {},
+            {
+                "E MethodCall: [NAM_API] Error: method [" + function + "],[" + NoServerError() + "]...",
+                "E " + function + ": [NAM_API] MethodCall Error",
+                "I " + function + ": return value[-1]",
+            }));
 }
 
 // --- The two by identifier ----------------------------------------------------------------------------------------

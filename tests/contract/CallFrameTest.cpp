@@ -375,13 +375,11 @@ TEST_F(CallFrameTest, AServerThatDiesInTheCallIsAFailedCall)
     EXPECT_EQ(StopNetworkSpeaker(1), -1);
 
     EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAre(
-                                          "I StopNetworkSpeaker: >>> API Start ", kEnter,
-                                          "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[1]", kEnter,
-                                          "E MethodCall: [NAM_API] Error: method "
-                                          "[StopNetworkSpeaker],[GDBus.Error:org.freedesktop.DBus.Error.NoReply:"
-                                          " Message recipient disconnected from message bus without replying]...",
-                                          "E StopNetworkSpeaker: [NAM_API] MethodCall Error"));
+        platform_log::OfTestThread(),
+        ElementsAre(
+            "I StopNetworkSpeaker: >>> API Start ", kEnter, "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[1]",
+            kEnter, "E MethodCall: [NAM_API] Error: method [StopNetworkSpeaker],[" + DeadServerError() + "]...",
+            "E StopNetworkSpeaker: [NAM_API] MethodCall Error"));
 }
 
 TEST_F(CallFrameTest, AServerThatGoesBetweenTheTwoOwnerQueriesIsAFailedCall)

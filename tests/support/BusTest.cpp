@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iostream>
 #include <set>
 
 namespace kiv::test {
@@ -13,6 +15,21 @@ namespace kiv::test {
 namespace {
 
 int g_tests = 0;
+
+// The name of the process that is the bus.
+std::string g_bus;
+
+std::string NameOf(pid_t process)
+{
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
+    return name;
+}
+
+bool IsDbusBroker()
+{
+    return g_bus.starts_with("dbus-broker");
+}
 
 void WaitUntilClosed(GDBusConnection* connection)
 {
@@ -33,6 +50,8 @@ BusTest::BusTest(const sandbox::BusOptions& options)
     if (++g_tests > 1) {
         ADD_FAILURE() << "one test a process: run this program with --gtest_filter, or by ctest";
     }
+    g_bus = NameOf(bus_.DaemonPid());
+    std::cout << "Bus: " << g_bus << std::endl;
     trace_.emplace(bus_.Address());
 }
 
@@ -151,6 +170,20 @@ std::string IdQuery()
     return "check_dbus_connection(" + std::to_string(getpid()) + ")";
 }
 
+std::string NoServerError()
+{
+    const std::string error = "GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown: ";
+    return IsDbusBroker() ? error + "The name is not activatable"
+                          : error + "The name " + kServerName + " was not provided by any .service files";
+}
+
+std::string DeadServerError()
+{
+    const std::string error = "GDBus.Error:org.freedesktop.DBus.Error.NoReply: ";
+    return error + (IsDbusBroker() ? "Remote peer disconnected"
+                                   : "Message recipient disconnected from message bus without replying");
+}
+
 Lines UnreachableLines(const std::string& function)
 {
     const std::string absent = "E m_IsExistedBusname: !!! ERROR " + std::string(kServerName) + " not exist ";
@@ -161,9 +194,7 @@ Lines UnreachableLines(const std::string& function)
         failed,
         "E " + function + ": !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service",
         "D MethodCall: [NAM_API] Enter",
-        "E MethodCall: [NAM_API] Error: method [check_dbus_connection],[GDBus.Error:org.freedesktop.DBus.Error."
-        "ServiceUnknown: The name " +
-            std::string(kServerName) + " was not provided by any .service files]...",
+        "E MethodCall: [NAM_API] Error: method [check_dbus_connection],[" + NoServerError() + "]...",
         failed,
         absent,
         failed,

@@ -65,6 +65,10 @@ protected:
 // What every call sends before its own method, in this order: owner, id, owner.
 inline const std::string kOwnerQuery = "NameHasOwner('org.lumra.tv.networkspeaker.server')";
 std::string IdQuery();
+// What the bus itself answers when nobody owns the server's name and nobody can be started, and when the server dies in
+// a call: the error as GIO words it. Each bus daemon has texts of its own.
+std::string NoServerError();
+std::string DeadServerError();
 // What a call logs when nobody owns the server's name and nobody can be started.
 Lines UnreachableLines(const std::string& function);
 

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <iostream>
 #include <string>
 #include <string_view>
 
@@ -40,6 +41,15 @@ private:
     const unsigned limit_;
 };
 
+// The version that is loaded, which need not be the one that the programs were built with.
+class GlibVersion : public ::testing::Environment {
+    void SetUp() override
+    {
+        std::cout << "GLib: " << glib_major_version << '.' << glib_minor_version << '.' << glib_micro_version
+                  << std::endl;
+    }
+};
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -51,5 +61,6 @@ int main(int argc, char** argv)
     const char* limit = std::getenv("KIV_TEST_LIMIT");
     ::testing::UnitTest::GetInstance()->listeners().Append(
         new LimitOfEachTest(limit != nullptr ? static_cast<unsigned>(std::atoi(limit)) : 110));
+    ::testing::AddGlobalTestEnvironment(new GlibVersion);
     return RUN_ALL_TESTS();
 }
