@@ -82,8 +82,7 @@ void PackRecords(benchmark::State& state)
 {
     const std::vector<STNetSpkConfig> list(static_cast<std::size_t>(state.range(0)));
     for (auto _ : state) {
-        const Payload payload{BytesOf(list)};
-        const VariantOwner arguments = Sink(BytesTuple(payload));
+        const VariantOwner arguments = Sink(BytesTuple(Payload{BytesOf(list)}));
         benchmark::DoNotOptimize(arguments.get());
     }
     SetBytes(state, list.size() * sizeof(STNetSpkConfig));

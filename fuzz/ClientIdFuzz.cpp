@@ -1,17 +1,19 @@
 // The client's id on its way into bus name, object path and XML. Input: the id that the server gives at first; a NUL;
-// and the one that it has changed to when the bus name is asked for, if it has.
+// and the one that it gives after that. The bus answers the request for a name when the second id comes, or too late.
 
 #include "Bus.h"
 #include "Input.h"
 #include "KivServiceInterface.h"
 #include "Platform.h"
 #include "Target.h"
-#include "link/BusClient.h"
+#include "link/ClientEndpoint.h"
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 using namespace kiv::fuzz;
 using kiv::link::Sink;
@@ -22,21 +24,26 @@ constexpr std::string_view kNamePrefix = "org.lumra.tv.networkspeaker.client.";
 constexpr std::string_view kPathPrefix = "/org/lumra/tv/networkspeaker/client/";
 constexpr std::string_view kInterfacePrefix = "org.lumra.tv.networkspeaker.client.interface.";
 constexpr std::size_t kMaxNameLength = 255;
-constexpr guint kNameOwner = 7;
+constexpr guint kSubscription = 7;
 constexpr guint kRegistration = 9;
 
-// What the endpoint has on the bus, and what it had.
-struct Endpoint {
-    std::string changedId;
-    GDestroyNotify onNameDone = nullptr;
+// What the endpoint has on the bus.
+struct Served {
     std::string name;
     std::string path;
     std::string interface;
-    bool ownsName = false;
-    bool isRegistered = false;
+    unsigned subscriptions = 0;
 };
 
-Endpoint g_endpoint;
+Served g_served;
+std::function<void()> g_answerRequest;
+
+void AnswerRequest()
+{
+    if (g_answerRequest) {
+        std::exchange(g_answerRequest, nullptr)();
+    }
+}
 
 CNSGdbus& Client()
 {
@@ -90,25 +97,50 @@ extern "C" {
 // Put in place of the functions by the linker.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 
-guint __wrap_g_bus_own_name(
-    GBusType /*type*/, const gchar* name, GBusNameOwnerFlags /*flags*/, GBusAcquiredCallback onBusAcquired,
-    GBusNameAcquiredCallback /*onNameAcquired*/, GBusNameLostCallback /*onNameLost*/, gpointer data,
-    GDestroyNotify onNameDone)
+void __wrap_g_dbus_connection_call(
+    GDBusConnection* connection, const gchar* /*busName*/, const gchar* /*path*/, const gchar* /*interface*/,
+    const gchar* /*method*/, GVariant* arguments, const GVariantType* /*replyType*/, GDBusCallFlags /*flags*/,
+    gint /*timeout*/, GCancellable* /*cancellable*/, GAsyncReadyCallback callback, gpointer data)
 {
-    KIV_REQUIRE(g_dbus_is_name(name) && !g_endpoint.ownsName);
-    g_endpoint.ownsName = true;
-    g_endpoint.name = name;
-    g_endpoint.onNameDone = onNameDone;
-    kiv::link::AdoptClientName(KIV_HERE, g_endpoint.changedId.c_str());
-    onBusAcquired(kiv::link::HeldConnection(Client()).get(), name, data);
-    return kNameOwner;
+    const kiv::link::VariantOwner owned = Sink(arguments);
+    const char* name = nullptr;
+    g_variant_get(arguments, "(&su)", &name, nullptr);
+    KIV_REQUIRE(g_dbus_is_name(name) && g_served.name.empty() && !g_answerRequest);
+    g_served.name = name;
+    g_answerRequest = [=] { callback(G_OBJECT(connection), nullptr, data); };
 }
 
-void __wrap_g_bus_unown_name(guint owner)
+GVariant*
+__wrap_g_dbus_connection_call_finish(GDBusConnection* /*connection*/, GAsyncResult* /*result*/, GError** /*error*/)
 {
-    KIV_REQUIRE(owner == kNameOwner && g_endpoint.ownsName);
-    g_endpoint.ownsName = false;
-    g_endpoint.onNameDone(&Client());
+    return g_variant_ref_sink(g_variant_new("(u)", 1));
+}
+
+gboolean __wrap_g_dbus_connection_send_message(
+    GDBusConnection* /*connection*/, GDBusMessage* message, GDBusSendMessageFlags /*flags*/, guint32* /*serial*/,
+    GError** /*error*/)
+{
+    const char* name = nullptr;
+    g_variant_get(g_dbus_message_get_body(message), "(&s)", &name);
+    KIV_REQUIRE(g_served.name == name);
+    g_served.name.clear();
+    return TRUE;
+}
+
+guint __wrap_g_dbus_connection_signal_subscribe(
+    GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* /*interface*/, const gchar* /*member*/,
+    const gchar* /*path*/, const gchar* name, GDBusSignalFlags /*flags*/, GDBusSignalCallback /*callback*/,
+    gpointer /*data*/, GDestroyNotify /*free*/)
+{
+    KIV_REQUIRE(g_dbus_is_name(name));
+    ++g_served.subscriptions;
+    return kSubscription;
+}
+
+void __wrap_g_dbus_connection_signal_unsubscribe(GDBusConnection* /*connection*/, guint subscription)
+{
+    KIV_REQUIRE(subscription == kSubscription && g_served.subscriptions != 0);
+    --g_served.subscriptions;
 }
 
 guint __wrap_g_dbus_connection_register_object(
@@ -116,24 +148,17 @@ guint __wrap_g_dbus_connection_register_object(
     const GDBusInterfaceVTable* /*vtable*/, gpointer /*data*/, GDestroyNotify /*free*/, GError** /*error*/)
 {
     KIV_REQUIRE(g_variant_is_object_path(path) && g_dbus_is_interface_name(interface->name));
-    KIV_REQUIRE(IsAsInTheTemplate(*interface) && !g_endpoint.isRegistered);
-    g_endpoint.isRegistered = true;
-    g_endpoint.path = path;
-    g_endpoint.interface = interface->name;
+    KIV_REQUIRE(IsAsInTheTemplate(*interface) && g_served.path.empty());
+    g_served.path = path;
+    g_served.interface = interface->name;
     return kRegistration;
 }
 
 gboolean __wrap_g_dbus_connection_unregister_object(GDBusConnection* /*connection*/, guint registration)
 {
-    KIV_REQUIRE(registration == kRegistration && g_endpoint.isRegistered);
-    g_endpoint.isRegistered = false;
+    KIV_REQUIRE(registration == kRegistration && !g_served.path.empty());
+    g_served.path.clear();
     return TRUE;
-}
-
-// A turn of the loop is enough to see it all.
-void __wrap_g_main_loop_run(GMainLoop* loop)
-{
-    g_main_context_iteration(g_main_loop_get_context(loop), FALSE);
 }
 
 // NOLINTEND(bugprone-reserved-identifier)
@@ -151,29 +176,41 @@ int LLVMFuzzerInitialize(int* /*argc*/, char*** argv)
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     Input input(data, size);
-    const std::string givenId = input.Utf8();
-    const std::string changedId = input.Utf8();
-    g_endpoint = {};
-    g_endpoint.changedId = changedId.empty() ? givenId : changedId;
+    const std::string first = input.Utf8();
+    const std::string second = input.Utf8();
     const unsigned references = ConnectionReferences();
-
-    const Answer id{Sink(g_variant_new("(s)", givenId.c_str())), {}};
-    const Answering answering(Question::kClientId, id);
-    KIV_REQUIRE(Client().m_GetProxyObj(true) && Client().m_strClientName == givenId);
     TakeErrorCount();
 
-    CNSGdbus::m_Monitor(&Client());
+    kiv::link::ClientEndpoint endpoint(Client(), KIV_HERE);
+    const auto serve = [&](const std::string& id) {
+        KIV_REQUIRE(endpoint.Serve(kiv::link::NewReference(Client().m_pConnection), id.c_str()));
+    };
+    const auto requireServed = [](const std::string& id) {
+        KIV_REQUIRE(g_served.name == Join(kNamePrefix, id));
+        KIV_REQUIRE(g_served.path == Join(kPathPrefix, id));
+        KIV_REQUIRE(g_served.interface == Join(kInterfacePrefix, id));
+    };
+    serve(first);
+    KIV_REQUIRE(TakeErrorCount() == (IsFit(first) ? 0 : 1));
+    const bool isAnsweredInTime = size % 2 == 0;
+    if (isAnsweredInTime) {
+        AnswerRequest();
+    }
+    serve(second);
+    if (IsFit(first)) {
+        requireServed(first); // and stays there
+    } else if (IsFit(second)) {
+        requireServed(second);
+    } else {
+        KIV_REQUIRE(g_served.name.empty() && g_served.path.empty());
+    }
+    KIV_REQUIRE(TakeErrorCount() == (IsFit(first) || IsFit(second) ? 0 : 1));
 
-    const bool isFit = IsFit(givenId);
-    const std::string path = Join(kPathPrefix, g_endpoint.changedId);
-    const bool isServed = isFit && g_variant_is_object_path(path.c_str()) != FALSE;
-    KIV_REQUIRE(g_endpoint.name == (isFit ? Join(kNamePrefix, givenId) : ""));
-    KIV_REQUIRE(g_endpoint.path == (isServed ? path : ""));
-    KIV_REQUIRE(g_endpoint.interface == (isServed ? Join(kInterfacePrefix, givenId) : ""));
-    KIV_REQUIRE(TakeErrorCount() == (isServed ? 0 : 1));
-    KIV_REQUIRE(!g_endpoint.ownsName && !g_endpoint.isRegistered);
-    KIV_REQUIRE(Client().m_pDbusNodeInfo == nullptr && Client().m_pMainLoop == nullptr);
-    kiv::link::KeepUnreleased(nullptr);
+    endpoint.Close();
+    AnswerRequest();
+    KIV_REQUIRE(g_served.name.empty() && g_served.path.empty() && g_served.subscriptions == 0);
+    KIV_REQUIRE(!kiv::link::ClientName::IsAnswerPending());
+    KIV_REQUIRE(Client().m_pDbusNodeInfo == nullptr);
     KIV_REQUIRE(ConnectionReferences() == references);
     return 0;
 }

@@ -126,7 +126,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const bool isEvent = method == nullptr || std::string_view(method) == kCallees[0];
     KIV_REQUIRE(g_outcome.answers == (isEvent && parameters != nullptr ? 1 : 0));
     CheckReceivers(isEvent ? payload : Bytes());
-    kiv::link::KeepUnreleased(nullptr);
     KIV_REQUIRE(invocation.IsGivenBack());
     return 0;
 }

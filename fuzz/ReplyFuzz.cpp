@@ -348,7 +348,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 
     read(reply, extra);
 
-    kiv::link::KeepUnreleased(nullptr);
     KIV_REQUIRE(ConnectionReferences() == references);
     return 0;
 }

@@ -13,14 +13,26 @@
  *   false then unless stated otherwise. The reason stands in the platform's log under the tag "NAM_SERVICE".
  * - **Blocking.** A call waits for the server, 8 s at most for each answer: one that takes its time over a request
  *   holds the call up for 8 s, one that answers nothing at all for 24 s, because it is asked three times for the
- *   client's id first. At the very worst it is 32 s, and 40 s for StartNetworkSpeaker(). Do not call from a thread that
- *   must not wait.
- * - **Threads.** Any function may be called from any thread, also from a callback; a slow call delays no other.
- *   Callbacks run on the library's monitor thread, one after another, so they should return soon.
- * - **Arguments.** Null is refused where the description says so; elsewhere it is the caller's crash. What the bus
- *   cannot carry, 64 MiB in a list or a payload, is refused: nothing is sent, and the result is the failure value.
+ *   client's id first. While the bus daemon answers at once, the worst is 32 s, and 40 s for StartNetworkSpeaker(). A
+ *   bus daemon that hangs holds a call up for 58 s, and one that has to open a connection for as long as it hangs. Do
+ *   not call from a thread that must not wait.
+ * - **Threads.** Any function may be called from any thread, also from a callback, but not from a GDBusMessageFilter:
+ *   GLib runs that on the thread on which it reads all replies, so that a call made there can only time out. A slow
+ *   call delays no other. Callbacks run on the library's monitor thread, one after another, so they should return soon.
+ * - **Signals.** The library's threads, and GLib's, take the signal mask of the thread whose call creates them. A host
+ *   whose signals are for certain threads blocks them in all others before these make calls.
+ * - **Descriptors and threads.** GLib ends the process if it cannot create a thread or has no file descriptor left, and
+ *   may need either in any call.
+ * - **Arguments.** Null is refused where the description says so; elsewhere it is the caller's crash. Arguments that
+ *   D-Bus has no message for make the call fail, and are not sent: a list or payload of over 64 MiB, a text that is not
+ *   UTF-8. A bus may carry less than D-Bus allows, dbus-daemon 32 MiB in a message unless it is told otherwise: it
+ *   closes the connection for a longer one, and the next call opens another.
+ * - **Losing the bus.** The call that was waiting fails, and the next one connects anew; then events come again. The
+ *   library uses the connection that GLib shares in the process. If the host still holds that one after it was lost,
+ *   the library opens one of its own, and leaves the lost one and its "closed" signal to GLib and the host.
  * - **Ownership.** The caller owns every buffer, string and vector it passes; the library keeps no pointer to them.
  * - **Exceptions.** None leaves a function unless its description says so.
+ * - **fork().** The child may exec() or exit in any way, and must not call the library.
  * - **Unloading.** Call CNSGdbus::m_DestroyMessageMonitor on CNSGdbus::m_pInstance before dlclose(); without it the
  *   library stays mapped, because its monitor thread still runs.
  */
@@ -108,7 +120,7 @@ static_assert(offsetof(STNetSpkConfig, opaque) == 14, "wire layout");
 /* --- Callbacks -------------------------------------------------------------------------------------------------- */
 
 /**
- * Receives a server event.
+ * Receives a server event. It may end the thread that it runs on, by pthread_exit(): no event comes after that.
  *
  * @param nEventId  the event, see NAMSERVICE_EXIT_STATE; ids that the library does not know are passed on as they are
  * @param pData     NAMSERVICE_EVENT_DATA_MAX bytes, of which those that the server did not send are zero; valid during
@@ -127,8 +139,12 @@ struct _NS_PROXY_ASYNC_EVENT;
 
 /**
  * The library's D-Bus client. The library has one, CNSGdbus::m_pInstance, which all functions use; a host needs it
- * only to end the monitor thread with m_DestroyMessageMonitor(). An object of the host's own whose GetProxy() is the
- * first of the process to succeed is the one that the monitor thread serves, and must outlive it.
+ * only to end the monitor thread with m_DestroyMessageMonitor().
+ *
+ * A host that builds an object of its own has two. The monitor thread serves the one whose GetProxy() is the first of
+ * the process to succeed, and m_DestroyMessageMonitor() of that one ends it. An object of the host's that is served
+ * must not go before it has ended the thread. The host's object is m_pInstance as long as it lives: keep the pointer
+ * that was there before, in order to reach the library's.
  *
  * The data members are shared with the library's threads: a host does not write them.
  */
@@ -137,13 +153,16 @@ public:
     /** Type of what the constructor keeps, and nobody calls. */
     using EventCallback = void (*)(const _NS_PROXY_ASYNC_EVENT& event, void* pUserData);
 
-    /** The object built last; the library's own unless the host builds one. */
+    /** The object built last; the library's own if the host has built none, and again once that object is gone. */
     static CNSGdbus* m_pInstance;
 
     /** Stores its arguments, touches no bus, and becomes m_pInstance. The callback is kept but never called. */
     CNSGdbus(const std::string& strProxyName, EventCallback pfnEventCallback, void* pUserData);
 
-    /** Drops the connection. The monitor thread goes on until m_DestroyMessageMonitor(). */
+    /**
+     * Drops the connection. If this object is m_pInstance, that becomes the library's own object. Does not end the
+     * monitor thread.
+     */
     ~CNSGdbus();
 
     CNSGdbus(const CNSGdbus&) = delete;
@@ -169,8 +188,8 @@ public:
      *
      * @param strMethod      method of the server's interface
      * @param pInput         argument tuple, or null for none; consumed if floating
-     * @param ppOutput       gets the reply, which the caller owns, or null if the call was sent and failed; stays as
-     *                       it is if nothing was sent
+     * @param ppOutput       gets the reply, which the caller owns, or null if the call failed; stays as it is if the
+     *                       client holds no connection or the server does not run; may be null
      * @param bNoOwnerCheck  call without looking first whether the server runs, so that the bus starts it
      * @return whether a reply came
      */
@@ -192,10 +211,11 @@ public:
     static void m_OnnameLost(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
 
     /**
-     * Ends the monitor thread, if it runs, and waits for it: no callback runs after that, and none will for the life
-     * of the process. May be called at any time and repeatedly, but not from a callback.
+     * Ends the monitor thread, if it serves this object, and waits for it: no callback runs after that, and none will
+     * for the life of the process. Waits for a callback that is running, and for nothing else. May be called at any
+     * time and repeatedly, but not from a callback.
      *
-     * @return 0, or the error number of pthread_join()
+     * @return 0, also if the thread does not serve this object; otherwise the error number of pthread_join()
      */
     int m_DestroyMessageMonitor();
 
@@ -551,7 +571,7 @@ KIV_API bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC);
  * @{
  */
 
-/** Renames a speaker. pSpkName: UTF-8, may be empty; nothing is sent if null or invalid */
+/** Renames a speaker. pSpkName: UTF-8, may be empty; nothing is sent if null, invalid or of about 128 MiB and more */
 KIV_API void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName);
 
 /** Sets a speaker's volume. nVolume: passed through unchanged */

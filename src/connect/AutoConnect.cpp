@@ -8,7 +8,7 @@ namespace {
 
 int AutoConnect(const Here& here, const char* method, const unsigned char* macs, int count)
 {
-    const ApiCall call(here);
+    ApiCall call(here);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -16,16 +16,12 @@ int AutoConnect(const Here& here, const char* method, const unsigned char* macs,
         KIV_LOG_AT(here, kLogError, "(%s) return", "connectNewSpeakersMacAddrLists == NULL || nNewSpeakersCount <= 0");
         return kApiFailed;
     }
-    const std::uint64_t macsLength = std::uint64_t{NETSPK_MAC_LEN} * static_cast<unsigned>(count);
-    if (!call.CanSend(sizeof count + macsLength)) {
-        return kApiFailed;
-    }
-    const Payload payload{BytesOf(count), Bytes(macs, static_cast<std::size_t>(macsLength))};
+    Payload payload{BytesOf(count), BytesOf(macs, NETSPK_MAC_LEN, count)};
     if (!payload) {
         KIV_LOG_AT(here, kLogError, "(%s) return", "pNewSpeakersMacList == NULL");
         return kApiFailed;
     }
-    const int nRet = call.AnswerOrMinusOne(method, BytesTuple(payload));
+    const int nRet = call.AnswerOrMinusOne(method, BytesTuple(std::move(payload)));
     KIV_LOG_AT(here, kLogInfo, "[%s] nRet[%d]", kApiTag, nRet);
     return nRet;
 }
@@ -45,14 +41,14 @@ int AutoConnectNewSpeakersForOutdoor(const unsigned char* connectNewSpeakersMacA
 
 int ConnectToSpeakerForInfraLessSetup(int nParam)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     return call.Ready() ? call.AnswerOrMinusOne("ConnectToSpeakerForInfraLessSetup", g_variant_new("(i)", nParam))
                         : kApiFailed;
 }
 
 int StartNetworkSpeakerGroupByMobile(int nParam)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     return call.Ready() ? call.AnswerOrMinusOne("StartNetworkSpeakerGroupByMobile", g_variant_new("(i)", nParam))
                         : kApiFailed;
 }

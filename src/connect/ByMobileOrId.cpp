@@ -19,23 +19,23 @@ int ConnectNetworkSpeakerByMobile(const unsigned char* pParam, unsigned int nPar
         KIV_LOG_ERROR("NULL param");
         return kApiFailed;
     }
-    const ApiCall call(KIV_HERE);
-    if (!call.Ready() || !call.CanSend(sizeof nParamLen + std::uint64_t{nParamLen})) {
+    ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
         return kApiFailed;
     }
-    const Payload payload{BytesOf(nParamLen), Bytes(pParam, nParamLen)};
+    Payload payload{BytesOf(nParamLen), Bytes(pParam, nParamLen)};
     if (!payload) {
         KIV_LOG_ERROR("(%s) return", "pParam == NULL");
         return kApiFailed;
     }
-    const int result = call.AnswerOrMinusOne("ConnectNetworkSpeakerByMobile", BytesTuple(payload));
+    const int result = call.AnswerOrMinusOne("ConnectNetworkSpeakerByMobile", BytesTuple(std::move(payload)));
     KIV_LOG_INFO("return value[%d]", result);
     return result;
 }
 
 int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, int nThird)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -50,7 +50,7 @@ int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, i
 
 int StartNetworkSpeakerByID(int nFirst, int nSecond, int nThird)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }

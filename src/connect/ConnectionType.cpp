@@ -8,7 +8,7 @@ using namespace kiv::link;
 
 int GetSpksConnectionTypeByID(int nSpeakerID)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -17,7 +17,7 @@ int GetSpksConnectionTypeByID(int nSpeakerID)
 
 int GetSpksConnectionType(std::vector<STNetSpkConfig>* pList)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -25,16 +25,12 @@ int GetSpksConnectionType(std::vector<STNetSpkConfig>* pList)
         KIV_LOG_ERROR("(%s) return", "pList == NULL");
         return kApiFailed;
     }
-    const Bytes records = BytesOf(*pList);
-    if (!call.CanSend(records.size())) {
-        return kApiFailed;
-    }
-    const Payload payload{records};
+    Payload payload{BytesOf(*pList)};
     if (!payload) {
         KIV_LOG_ERROR("[%s] calloc() fail", kApiTag);
         return 0;
     }
-    const Reply reply = call.Invoke("GetSpksConnectionType", BytesTuple(payload));
+    const Reply reply = call.Invoke("GetSpksConnectionType", BytesTuple(std::move(payload)));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error, time(%ld)", kApiTag, static_cast<long>(time(nullptr)));
         return kApiFailed;

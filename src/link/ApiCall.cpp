@@ -3,101 +3,19 @@
 #include "link/BusClient.h"
 #include "link/ClientEndpoint.h"
 
-#include <cinttypes>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace kiv::link {
 
-namespace {
-
-// D-Bus allows no longer array.
-constexpr std::uint64_t kMaxArrayLength = std::uint64_t{64} * 1024 * 1024;
-
-} // namespace
-
-Reply::~Reply()
+bool ApiCall::GetProxy(bool reuse, bool noOwnerCheck)
 {
-    if (outcome_.value) {
-        KeepUnreleased(std::move(outcome_.value));
-    }
+    connection_ = kiv::link::GetProxy(ns_proxy, kClientXml, kClientVTable, reuse, noOwnerCheck);
+    return connection_ != nullptr;
 }
 
-bool Reply::IsOf(const char* type) const
-{
-    return outcome_.value && IsOfType(outcome_.here, outcome_.method, outcome_.value.get(), type);
-}
-
-int Reply::Int(int preset) const
-{
-    return IsOf("(i)") ? g_variant_get_int32(Member(outcome_.value.get()).get()) : preset;
-}
-
-bool Reply::Bool(bool preset) const
-{
-    return IsOf("(b)") ? g_variant_get_boolean(Member(outcome_.value.get()).get()) != FALSE : preset;
-}
-
-const char* Reply::String() const
-{
-    return IsOf("(s)") ? g_variant_get_string(Member(outcome_.value.get()).get(), nullptr) : nullptr;
-}
-
-bool ByteReply::HasValue() const
-{
-    if (!outcome_.value) {
-        KIV_LOG_AT(outcome_.here, kLogError, "param_out is NULL");
-    }
-    return outcome_.value != nullptr;
-}
-
-bool ByteReply::TakeMember()
-{
-    GVariant* value = outcome_.value.get();
-    if (value != nullptr && g_variant_n_children(value) != 0) {
-        member_ = Member(value);
-        return true;
-    }
-    if (value != nullptr) {
-        IsOfType(outcome_.here, outcome_.method, value, "(ay)"); // says that it is not
-    }
-    KIV_LOG_AT(outcome_.here, kLogError, "pTuple is NULL");
-    return false;
-}
-
-std::optional<int> ByteReply::FailureToTake()
-{
-    if (!*this) {
-        KIV_LOG_AT(outcome_.here, kLogError, "[%s] MethodCall Error", kApiTag);
-        HasValue();
-        return kApiFailed;
-    }
-    if (!HasValue() || !TakeMember()) {
-        return 0;
-    }
-    return std::nullopt;
-}
-
-Bytes ByteReply::Array() const
-{
-    if (!IsOfType(outcome_.here, outcome_.method, member_.get(), "ay")) {
-        return {};
-    }
-    gsize length = 0;
-    const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(member_.get(), &length, 1));
-    return {data, length};
-}
-
-void ByteReply::LeaveUnreleased()
-{
-    KeepUnreleased(std::move(outcome_.value));
-}
-
-bool ApiCall::GetProxy(bool reuse, bool noOwnerCheck) const
-{
-    return ns_proxy.GetProxy(kClientXml, kClientVTable, reuse, noOwnerCheck);
-}
-
-ApiCall::Attempt ApiCall::TryOnce() const
+ApiCall::Attempt ApiCall::TryOnce()
 {
     if (GetWhetherKivDisabled()) {
         KIV_LOG_AT(here_, kLogError, "[%s] GetWhetherKivDisabled failed", kApiTag);
@@ -111,7 +29,7 @@ ApiCall::Attempt ApiCall::TryOnce() const
     return Attempt::kReady;
 }
 
-bool ApiCall::Ready() const
+bool ApiCall::Ready()
 {
     const Attempt first = TryOnce();
     if (first != Attempt::kUnreachable) {
@@ -126,32 +44,13 @@ bool ApiCall::Ready() const
     return true;
 }
 
-bool ApiCall::CanSend(std::uint64_t length) const
-{
-    if (length > kMaxArrayLength) {
-        KIV_LOG_AT(here_, kLogError, "[%s] %" PRIu64 " bytes are more than the bus carries", kApiTag, length);
-        return false;
-    }
-    return true;
-}
-
-Outcome ApiCall::Call(const char* method, GVariant* input, VariantOwner preset) const
+Reply ApiCall::Invoke(const char* method, GVariant* input, VariantOwner preset) const
 {
     const VariantOwner argument = Sink(input);
     GVariant* output = preset.get();
-    const bool succeeded = ns_proxy.MethodCall(method, argument.get(), &output, false);
+    const bool succeeded = CallServer(connection_.get(), method, argument.get(), &output, false);
     const bool replaced = output != preset.get();
     return {here_, method, succeeded, replaced ? VariantOwner(output) : std::move(preset)};
-}
-
-Reply ApiCall::Invoke(const char* method, GVariant* input, VariantOwner preset) const
-{
-    return Reply(Call(method, input, std::move(preset)));
-}
-
-ByteReply ApiCall::InvokeForBytes(const char* method, GVariant* input, VariantOwner preset) const
-{
-    return ByteReply(Call(method, input, std::move(preset)));
 }
 
 int ApiCall::AnswerOrMinusOne(const char* method, GVariant* input) const
@@ -175,9 +74,19 @@ int ApiCall::AnswerOrZero(const char* method, GVariant* input) const
     return result;
 }
 
-GVariant* BytesTuple(const Payload& payload)
+GVariant* BytesTuple(Payload payload)
 {
-    return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, payload.data(), payload.size(), 1));
+    const std::size_t size = payload.size();
+    unsigned char* const data = payload.Release();
+    return g_variant_new(
+        "(@ay)", g_variant_new_from_data(G_VARIANT_TYPE_BYTESTRING, data, size, TRUE, std::free, data));
+}
+
+GVariant* Text(const char* text)
+{
+    char* const copy = g_strdup(text);
+    // Not g_variant_new_string(), which logs a critical if the text is not valid.
+    return g_variant_new_from_data(G_VARIANT_TYPE_STRING, copy, std::strlen(copy) + 1, TRUE, g_free, copy);
 }
 
 VariantOwner NoBytes()

@@ -4,28 +4,24 @@
 #include "link/Log.h"
 #include "link/Owners.h"
 
-#include <string>
-
 namespace kiv::link {
 
 // The library's one client.
 extern CNSGdbus& ns_proxy;
 
-// What several threads share of a client is read and written through these, each of which is a few instructions
-// under a lock: the members are plain strings and pointers, because hosts know them as such.
-ConnectionOwner HeldConnection(const CNSGdbus& client);
-std::string ClientName(const CNSGdbus& client);
-std::string IntrospectionXml(const CNSGdbus& client);
-GDBusInterfaceVTable InterfaceVTable(const CNSGdbus& client);
+// GetProxy() of a client, which gives the connection that it got: whoever calls the server over that one does not lose
+// it to another thread's failure. Null if GetProxy() is false.
+ConnectionOwner
+GetProxy(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable, bool reuse, bool noOwnerCheck);
 
-// Takes over the client name that the server answered to a subscription, if it is another one than before; null is
-// no answer.
-void AdoptClientName(const Here& here, const char* received);
+// MethodCall() over a connection.
+bool CallServer(GDBusConnection* connection, const char* method, GVariant* input, GVariant** output, bool noOwnerCheck);
 
-// Whether what came with a method, a reply or arguments, has the type that can be decoded; if not, says so in the log.
-bool IsOfType(const Here& here, const char* method, GVariant* value, const char* expected);
+// Takes over the client id that the server answered to a subscription, if it is another one than before; null is no
+// answer.
+void AdoptClientId(const Here& here, const char* received);
 
-// Keeps a value that its user must not release, until the next such value comes.
-void KeepUnreleased(VariantOwner value);
+// Ends ns_proxy. At unload only.
+void EndClient();
 
 } // namespace kiv::link

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <limits>
 #include <memory>
 #include <new>
 #include <span>
@@ -47,6 +48,13 @@ Bytes BytesOf(const Value& value)
     return {reinterpret_cast<const unsigned char*>(&value), sizeof value};
 }
 
+// The bytes of a number of elements that lie back to back; as many as can be if their length does not fit in memory.
+inline Bytes BytesOf(const unsigned char* first, std::size_t elementSize, int count)
+{
+    const auto length = std::uint64_t{elementSize} * static_cast<unsigned>(count);
+    return {first, static_cast<std::size_t>(std::min<std::uint64_t>(length, std::numeric_limits<std::size_t>::max()))};
+}
+
 // The bytes of records that lie back to back.
 template <typename Record>
 Bytes BytesOf(const std::vector<Record>& records)
@@ -54,15 +62,21 @@ Bytes BytesOf(const std::vector<Record>& records)
     return {reinterpret_cast<const unsigned char*>(records.data()), records.size() * sizeof(Record)};
 }
 
-// A byte payload to be sent; false if there was no memory for it.
+// A byte payload to be sent; false if there was no memory for it. A length that does not fit in an int counts as one
+// for which there is none.
 class Payload {
 public:
     // The parts back to back.
     Payload(std::initializer_list<Bytes> parts)
     {
+        std::uint64_t size = 0;
         for (const Bytes part : parts) {
-            size_ += part.size();
+            size += part.size();
         }
+        if (size > std::numeric_limits<int>::max()) {
+            return;
+        }
+        size_ = static_cast<std::size_t>(size);
         memory_.reset(static_cast<unsigned char*>(std::calloc(size_, 1)));
         unsigned char* end = memory_.get();
         for (const Bytes part : parts) {
@@ -71,8 +85,9 @@ public:
     }
 
     explicit operator bool() const { return memory_ != nullptr; }
-    const unsigned char* data() const { return memory_.get(); }
     std::size_t size() const { return size_; }
+    // The memory, which the caller then frees.
+    unsigned char* Release() { return memory_.release(); }
 
 private:
     struct Free {

@@ -1,6 +1,9 @@
 #pragma once
 
 #include "KivServiceInterface.h"
+#include "link/ClientName.h"
+#include "link/Log.h"
+#include "link/Owners.h"
 
 namespace kiv::link {
 
@@ -8,16 +11,36 @@ namespace kiv::link {
 extern const char* const kClientXml;
 extern const GDBusInterfaceVTable kClientVTable;
 
-// Sees to it that events reach the client over this connection, after the server gave it its id there: starts the
-// monitor thread if there never was one, and has it move to a connection that replaced a lost one.
-void ServeEvents(CNSGdbus& client, GDBusConnection* connection);
+/*
+ * The client's object and bus name on one connection, named after the id that the server gave. The monitor thread opens
+ * and closes it, and receives in its context what is sent to it.
+ */
+class ClientEndpoint {
+public:
+    // Lines are logged on behalf of the monitor thread's body.
+    ClientEndpoint(CNSGdbus& client, const Here& here)
+        : client_(client), here_(here), name_(CNSGdbus::m_OnnameAcquired, CNSGdbus::m_OnnameLost, &client)
+    {
+    }
+    ~ClientEndpoint() { Close(); }
+    ClientEndpoint(const ClientEndpoint&) = delete;
+    ClientEndpoint& operator=(const ClientEndpoint&) = delete;
 
-// Has the monitor thread give up the client's bus name and what it holds of a lost connection; does not wait for it.
-void ReleaseClientName();
+    // Opens the endpoint on a connection, after closing it on another one. An endpoint that is open on this connection
+    // stays where it is, whatever the id; an id that allows none leaves it closed. False if the client's XML is unfit,
+    // so that there can be no endpoint whatever the id.
+    bool Serve(ConnectionOwner connection, const char* id);
+    void Close();
 
-// Whether GIO has to do with the client's bus name.
-bool IsClientNameInUse();
+private:
+    bool ParseXml(const char* id);
+    void LogUnfitId(const char* id) const;
 
-bool IsMonitorThread();
+    CNSGdbus& client_;
+    const Here here_;
+    ConnectionOwner connection_;
+    ClientName name_;
+    bool isOpen_ = false;
+};
 
 } // namespace kiv::link

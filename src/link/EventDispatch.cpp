@@ -1,9 +1,9 @@
 #include "link/EventDispatch.h"
 
 #include "KivServiceInterface.h"
-#include "link/BusClient.h"
 #include "link/Bytes.h"
 #include "link/EventReceivers.h"
+#include "link/Reply.h"
 
 #include <algorithm>
 
@@ -63,7 +63,7 @@ bool NamNotifySubscriber(GVariant* parameters, GDBusMethodInvocation* invocation
         return false;
     }
     VariantOwner child;
-    if (IsOfType(KIV_HERE, kEventMethod, parameters, "(ay)")) {
+    if (CheckType(KIV_HERE, kEventMethod, parameters, "(ay)")) {
         child = Member(parameters);
     }
     g_dbus_method_invocation_return_value(unanswered.release(), nullptr);
@@ -75,9 +75,7 @@ bool NamNotifySubscriber(GVariant* parameters, GDBusMethodInvocation* invocation
     } else if (eventId != 0) {
         Dispatch(KIV_HERE, eventId, Int32At(payload, kLengthOffset), From(payload, kDataOffset));
     }
-    const bool processed = !payload.empty();
-    KeepUnreleased(std::move(child));
-    return processed;
+    return !payload.empty();
 }
 
 } // namespace kiv::link

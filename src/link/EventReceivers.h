@@ -2,6 +2,8 @@
 
 #include "link/Log.h"
 
+#include <cxxabi.h>
+
 namespace kiv::link {
 
 // What the event dispatch passes events to, on the monitor thread. Provided by notify/; their lines are logged on
@@ -10,12 +12,18 @@ namespace kiv::link {
 void CallAtmosCallbacks(const Here& here);
 void CallSubscribers(const Here& here, int eventId, void* data, int length);
 
-// Calls a host's function; what it throws ends there, with a line in the log.
+// At unload only.
+void ForgetAtmosCallbacks();
+void ForgetSubscribers();
+
+// Calls a host's function; an exception ends there, with a line in the log.
 template <typename Function>
 void CallHost(const Here& here, Function&& function)
 {
     try {
         function();
+    } catch (const abi::__forced_unwind&) {
+        throw; // the host ends the thread: the C library aborts the process if somebody catches that
     } catch (...) {
         KIV_LOG_AT(here, kLogError, "[%s] exception from a callback dropped", kApiTag);
     }

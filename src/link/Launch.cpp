@@ -51,26 +51,26 @@ void* Pin()
 int StartThread(const pthread_attr_t& attributes)
 {
     void* pin = PinLibrary();
-    const std::lock_guard lock(g_LaunchMutex);
+    std::unique_lock lock(g_LaunchMutex);
     g_pin = pin;
     pthread_t thread = 0;
     const int result = pthread_create(&thread, &attributes, m_MainLaunchPro, nullptr);
     if (result == 0) {
         m_launchthreadId = thread;
-    } else {
-        UnpinLibrary(pin);
+        return result;
     }
+    lock.unlock();
+    UnpinLibrary(pin);
     return result;
 }
 
 } // namespace
 
-bool s_pre_checking()
+ConnectionOwner s_pre_checking()
 {
-    const ApiCall call(KIV_HERE);
-    const ApiCall::Attempt attempt = call.TryOnce();
-    if (attempt != ApiCall::Attempt::kUnreachable) {
-        return attempt == ApiCall::Attempt::kReady;
+    ApiCall call(KIV_HERE);
+    if (call.TryOnce() != ApiCall::Attempt::kUnreachable) {
+        return call.TakeConnection();
     }
     if (IsRunning()) {
         KIV_LOG_INFO("reset try count");
@@ -79,7 +79,7 @@ bool s_pre_checking()
         KIV_LOG_INFO("before m_CreateThread");
         m_CreateThread();
     }
-    return false;
+    return nullptr;
 }
 
 int m_CreateThread()

@@ -1,63 +1,70 @@
 #include "link/LibraryPin.h"
 
-#include "link/Lifetime.h"
-
 #include <dlfcn.h>
 #include <pthread.h>
+#include <unistd.h>
 
-#include <mutex>
+#include <atomic>
+#include <optional>
 
 namespace kiv::link {
 
 namespace {
 
-// A dlopen() while the process exits would run the constructors of the library, and of those it needs, once more.
-std::mutex g_opening;
-bool g_exiting;
+std::atomic<bool> g_isUsed = false;
+std::atomic<bool> g_isExiting = false;
+// Calls of dlopen() that are on their way, and the process that began the last one: a child of fork() inherits the
+// number, but not the threads.
+std::atomic<int> g_opening = 0;
+std::atomic<pid_t> g_openingPid = 0;
 
-void ForbidOpening()
-{
-    const std::lock_guard lock(g_opening);
-    g_exiting = true;
-}
+// A dlopen() that the loader's own end overtakes would run the constructors of the library, and of those it needs, once
+// more. One that has begun is over in microseconds, unless the thread that exits holds the loader's lock.
+constexpr int kPatience = 100;
+constexpr useconds_t kPauseUs = 1000;
 
-const AtUnload<ForbidOpening> g_forbidAtUnload;
+struct ExitMark {
+    ~ExitMark()
+    {
+        g_isExiting = true;
+        for (int turn = 0; g_opening != 0 && g_openingPid == getpid() && turn < kPatience; ++turn) {
+            usleep(kPauseUs);
+        }
+    }
+};
 
-// In a program that is linked with the library, the end of static objects comes too late by a moment; what is
-// registered after the program's start comes in time.
-void ForbidOpeningAtExit()
-{
-    static const AtUnload<ForbidOpening> atUnload;
-}
+class Opening {
+public:
+    Opening()
+    {
+        g_openingPid = getpid();
+        ++g_opening;
+    }
+    ~Opening() { --g_opening; }
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+};
 
 // The C library releases thread-specific data after the thread's body has returned. dlclose() is the destructor
 // itself, and not called by one, because it must not return into code that it has just unmapped.
-pthread_key_t ThreadEndKey()
+std::optional<pthread_key_t> ThreadEndKey()
 {
-    static const pthread_key_t key = [] {
+    static const std::optional<pthread_key_t> key = []() -> std::optional<pthread_key_t> {
         pthread_key_t created = 0;
         auto closeAtThreadEnd = reinterpret_cast<void (*)()>(&dlclose);
-        pthread_key_create(&created, reinterpret_cast<void (*)(void*)>(closeAtThreadEnd));
-        return created;
+        const int failure = pthread_key_create(&created, reinterpret_cast<void (*)(void*)>(closeAtThreadEnd));
+        return failure == 0 ? std::optional(created) : std::nullopt;
     }();
     return key;
 }
-
-void DeleteThreadEndKey()
-{
-    pthread_key_delete(ThreadEndKey());
-}
-
-const AtUnload<DeleteThreadEndKey> g_keyAtUnload;
 
 } // namespace
 
 void* PinLibrary()
 {
-    ForbidOpeningAtExit();
-    const std::lock_guard lock(g_opening);
+    const Opening opening;
     Dl_info self{};
-    if (g_exiting || dladdr(reinterpret_cast<void*>(&PinLibrary), &self) == 0) {
+    if (g_isExiting || dladdr(reinterpret_cast<void*>(&PinLibrary), &self) == 0) {
         return nullptr;
     }
     return dlopen(self.dli_fname, RTLD_NOW | RTLD_NOLOAD);
@@ -72,8 +79,32 @@ void UnpinLibrary(void* pin)
 
 void UnpinLibraryAtThreadEnd(void* pin)
 {
-    if (pin != nullptr) {
-        pthread_setspecific(ThreadEndKey(), pin);
+    // Without a key, the library stays mapped for good.
+    if (const auto key = ThreadEndKey(); pin != nullptr && key) {
+        pthread_setspecific(*key, pin);
+    }
+}
+
+// exit() ends static objects in the reverse order of their making, and the loader's own end counts as made before
+// main(): the mark, made later, ends first. At dlclose() it ends last of all, after what asks for WhichEnd().
+void WatchForExit()
+{
+    static const ExitMark mark;
+    g_isUsed = true;
+}
+
+End WhichEnd()
+{
+    if (!g_isUsed) {
+        return End::kNeverUsed;
+    }
+    return g_isExiting ? End::kOfProcess : End::kOfLibrary;
+}
+
+void DeleteThreadEndKey()
+{
+    if (const auto key = ThreadEndKey()) {
+        pthread_key_delete(*key);
     }
 }
 

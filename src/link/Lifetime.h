@@ -1,11 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <utility>
 
 namespace kiv::link {
 
-// An object that no static destructor touches: when the process exits, threads of the host or of the library may
-// still be using it. What it holds is given back at unload instead, by a function that such threads survive.
+// An object that no static destructor touches: threads of the host and of the library may still use it while the
+// process exits. Unload.cpp destroys it when the library is really unloaded.
 template <typename T>
 union NeverDestroyed {
     template <typename... Args>
@@ -17,14 +18,10 @@ union NeverDestroyed {
     T& operator*() { return object_; }
     T* operator->() { return &object_; }
 
+    void Destroy() { std::destroy_at(&object_); }
+
 private:
     T object_;
-};
-
-// Calls a function when the library is unloaded or the process exits.
-template <auto Function>
-struct AtUnload {
-    ~AtUnload() { Function(); }
 };
 
 } // namespace kiv::link

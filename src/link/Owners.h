@@ -16,6 +16,7 @@ struct Releaser {
 };
 
 // Each owns one reference.
+using CancellableOwner = std::unique_ptr<GCancellable, Releaser<g_object_unref>>;
 using ConnectionOwner = std::unique_ptr<GDBusConnection, Releaser<g_object_unref>>;
 using MessageOwner = std::unique_ptr<GDBusMessage, Releaser<g_object_unref>>;
 using InvocationOwner = std::unique_ptr<GDBusMethodInvocation, Releaser<g_object_unref>>;
@@ -25,11 +26,19 @@ using ContextOwner = std::unique_ptr<GMainContext, Releaser<g_main_context_unref
 using LoopOwner = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
 using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
 
+// A text that GLib allocated. Where a C callback builds one, this and not std::string: nothing is thrown through GLib.
+using TextOwner = std::unique_ptr<char, Releaser<g_free>>;
+
 // One more reference to an object; null stays null.
 template <typename Object>
 std::unique_ptr<Object, Releaser<g_object_unref>> NewReference(Object* object)
 {
     return {object != nullptr ? static_cast<Object*>(g_object_ref(object)) : nullptr, {}};
+}
+
+inline ContextOwner NewReference(GMainContext* context)
+{
+    return ContextOwner(context != nullptr ? g_main_context_ref(context) : nullptr);
 }
 
 // Takes a new value, whose reference is still floating; null stays null.

@@ -1,184 +1,146 @@
 #include "link/SystemBus.h"
 
-#include "link/ClientEndpoint.h"
 #include "link/Lifetime.h"
+
+#include <mutex>
+#include <utility>
 
 namespace kiv::link {
 
 namespace {
 
-// How long a call waits for other threads to drop the closed connection. They do as soon as they run; a callback that
-// takes its time on the monitor thread is not waited for longer than this.
-constexpr gint64 kPatience = 500 * G_TIME_SPAN_MILLISECOND;
-constexpr gulong kPause = 1 * G_TIME_SPAN_MILLISECOND;
+// A connection that the library opened for itself, and the context in which GIO delivers its "closed" signal.
+struct OwnConnection {
+    ContextOwner context;
+    ConnectionOwner connection;
+};
 
-// Recursive, because a handler of the host's for the "closed" signal may call the library.
-std::recursive_mutex g_opening;
-std::recursive_mutex g_closedDelivery;
+std::mutex g_mutex;
 
-// Made by the first opener, and only used by the thread that holds g_opening: a context has one user at a time.
-GMainContext* g_context;
+// State Own if there is a connection; otherwise None or Shared, which no variable tells apart.
+constinit NeverDestroyed<OwnConnection> g_own;
 
-// The connection of the library's own, if there is one.
-GWeakRef g_private;
-
-GMainContext* Context()
+// GIO keeps a closed connection alive until its "closed" signal was delivered. The signal is queued under the lock
+// under which the connection is marked as closed: g_dbus_connection_get_last_serial() takes that lock, so the signal is
+// in the context when it returns.
+void DeliverClosed(const OwnConnection& lost)
 {
-    if (g_context == nullptr) {
-        g_context = g_main_context_new();
-    }
-    return g_context;
-}
-
-void DropAll()
-{
-    // Not cleared, which would leave it unfit for threads that still call while the process exits.
-    g_weak_ref_set(&g_private, nullptr);
-    const std::unique_lock lock(g_opening, std::try_to_lock);
-    if (lock) {
-        g_clear_pointer(&g_context, g_main_context_unref);
+    g_dbus_connection_get_last_serial(lost.connection.get());
+    while (g_main_context_iteration(lost.context.get(), FALSE)) {
     }
 }
 
-const AtUnload<DropAll> g_allAtUnload;
-
-bool IsClosed(const ConnectionOwner& connection)
+ConnectionOwner CurrentOwn()
 {
-    return connection && g_dbus_connection_is_closed(connection.get()) != FALSE;
+    const std::lock_guard lock(g_mutex);
+    return NewReference(g_own->connection.get());
+}
+
+// Own -> None, by one of the threads that find the connection closed.
+void RetireOwn(GDBusConnection* closed)
+{
+    OwnConnection lost;
+    {
+        const std::lock_guard lock(g_mutex);
+        if (g_own->connection.get() == closed) {
+            lost = std::exchange(*g_own, {});
+        }
+    }
+    if (lost.connection) {
+        DeliverClosed(lost);
+    }
+}
+
+// None -> Own. If another thread was faster, its connection is the result, and the one given is dropped.
+ConnectionOwner PublishOwn(OwnConnection opened)
+{
+    ConnectionOwner own;
+    {
+        const std::lock_guard lock(g_mutex);
+        if (!g_own->connection) {
+            std::swap(*g_own, opened);
+        }
+        own = NewReference(g_own->connection.get());
+    }
+    if (opened.connection) {
+        DeliverClosed(opened); // it may have been lost already
+    }
+    return own;
+}
+
+// The flags with which g_bus_get_sync() opens a connection: since GLib 2.74, it authenticates in containers, too.
+GDBusConnectionFlags BusConnectionFlags()
+{
+    constexpr int kCrossNamespace = 1 << 6; // later than the oldest GLib that this is built with
+    const int since = glib_check_version(2, 74, 0) == nullptr ? kCrossNamespace : 0;
+    return static_cast<GDBusConnectionFlags>(
+        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION | since);
+}
+
+ConnectionOwner OpenOwn(GError** error)
+{
+    const TextOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, error));
+    if (!address) {
+        return nullptr;
+    }
+    OwnConnection opened;
+    opened.context.reset(g_main_context_new());
+    g_main_context_push_thread_default(opened.context.get());
+    opened.connection.reset(static_cast<GDBusConnection*>(
+        g_object_new(G_TYPE_DBUS_CONNECTION, "address", address.get(), "flags", BusConnectionFlags(), nullptr)));
+    const bool isOpen = g_initable_init(G_INITABLE(opened.connection.get()), nullptr, error) != FALSE;
+    g_main_context_pop_thread_default(opened.context.get());
+    if (!isOpen) {
+        DeliverClosed(opened); // the bus may have been lost meanwhile
+        return nullptr;
+    }
+    return PublishOwn(std::move(opened));
 }
 
 ConnectionOwner Share(GError** error)
 {
     ConnectionOwner connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, error));
-    if (connection && g_dbus_connection_get_exit_on_close(connection.get())) {
+    if (connection && g_dbus_connection_get_exit_on_close(connection.get()) != FALSE) {
         g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
     }
     return connection;
 }
 
-ConnectionOwner ShareUnderOwnContext(GError** error)
-{
-    g_main_context_push_thread_default(Context());
-    ConnectionOwner connection = Share(error);
-    g_main_context_pop_thread_default(Context());
-    return connection;
-}
-
-ConnectionOwner Private()
-{
-    return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&g_private)));
-}
-
-ConnectionOwner OpenPrivate(GError** error)
-{
-    const std::unique_ptr<char, Releaser<g_free>> address(
-        g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, error));
-    if (!address) {
-        return nullptr;
-    }
-    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
-        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    g_main_context_push_thread_default(Context());
-    ConnectionOwner connection(g_dbus_connection_new_for_address_sync(address.get(), kFlags, nullptr, nullptr, error));
-    g_main_context_pop_thread_default(Context());
-    g_weak_ref_set(&g_private, connection.get());
-    return connection;
-}
-
-void DeliverClosed()
-{
-    const std::lock_guard lock(ClosedDelivery());
-    while (g_main_context_iteration(Context(), FALSE)) {
-    }
-}
-
-// The connection that the process shares was closed, or the bus was lost while GIO opened it, which GIO then says for
-// as long as anybody refers to what it opened.
-bool IsLost(const ConnectionOwner& shared, const GError* failure)
-{
-    return IsClosed(shared) || g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CLOSED) != FALSE;
-}
-
-bool IsAlive(GWeakRef& connection)
-{
-    return ConnectionOwner(static_cast<GDBusConnection*>(g_weak_ref_get(&connection))) != nullptr;
-}
-
-// Waits until nobody refers to the closed connection any more, within limits, and once only: whoever keeps it longer
-// costs the calls that come then no time.
-void LetGo(ConnectionOwner closed)
-{
-    if (!closed) {
-        DeliverClosed();
-        return;
-    }
-    static const GQuark mark = g_quark_from_string("kiv-interface-api-waited");
-    const bool isFirst = g_object_get_qdata(G_OBJECT(closed.get()), mark) == nullptr;
-    g_object_set_qdata(G_OBJECT(closed.get()), mark, GINT_TO_POINTER(1));
-    GWeakRef watched;
-    g_weak_ref_init(&watched, closed.get());
-    closed.reset();
-    ReleaseClientName();
-
-    // The monitor thread cannot drop what it holds while it waits here.
-    const gint64 deadline = g_get_monotonic_time() + (isFirst && !IsMonitorThread() ? kPatience : 0);
-    // Nor does GIO, where it asks for a name, expect the loss to be delivered by another thread.
-    while (IsClientNameInUse() && g_get_monotonic_time() < deadline) {
-        g_usleep(kPause);
-    }
-    DeliverClosed();
-    while (IsAlive(watched) && g_get_monotonic_time() < deadline) {
-        g_usleep(kPause);
-        DeliverClosed();
-    }
-    g_weak_ref_clear(&watched);
-}
-
 } // namespace
 
-bool IsPrivate(GDBusConnection* connection)
+bool IsClosed(GDBusConnection* connection)
 {
-    return Private().get() == connection;
+    return connection != nullptr && g_dbus_connection_is_closed(connection) != FALSE;
 }
 
-std::recursive_mutex& ClosedDelivery()
+ConnectionOwner GetSystemBus(GError** error)
 {
-    return g_closedDelivery;
-}
-
-ConnectionOwner GetSystemBus(ConnectionOwner held, GError** error)
-{
-    if (held && !IsClosed(held) && !IsPrivate(held.get())) {
-        return Share(error);
+    if (ConnectionOwner own = CurrentOwn()) {
+        if (!IsClosed(own.get())) {
+            return own;
+        }
+        RetireOwn(own.get());
     }
-    held.reset();
-
-    const std::lock_guard lock(g_opening);
     GError* failure = nullptr;
-    ConnectionOwner shared = ShareUnderOwnContext(&failure);
-    if (IsLost(shared, failure)) {
+    ConnectionOwner shared = Share(&failure);
+    // None -> Shared, or Own: GIO hands out a lost connection, or the error with which its opening ended, for as long
+    // as anybody refers to it.
+    if (IsClosed(shared.get()) || g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CLOSED) != FALSE) {
         g_clear_error(&failure);
-        if (ConnectionOwner own = Private()) {
-            if (!IsClosed(own)) {
-                // A loss that was not there yet when LetGo() looked: the process is to share a connection again.
-                shared.reset();
-                DeliverClosed();
-                return own;
-            }
-            LetGo(std::move(own));
-        }
-        LetGo(std::move(shared));
-        shared = ShareUnderOwnContext(&failure);
-        if (IsLost(shared, failure)) {
-            g_clear_error(&failure);
-            shared = OpenPrivate(&failure);
-        }
+        return OpenOwn(error);
     }
     if (failure != nullptr) {
-        DeliverClosed(); // or whoever opens the bus next gets this very failure
         g_propagate_error(error, failure);
     }
     return shared;
+}
+
+void DropOwnConnection()
+{
+    if (g_own->connection) {
+        DeliverClosed(*g_own);
+    }
+    g_own.Destroy();
 }
 
 } // namespace kiv::link

@@ -3,13 +3,12 @@
 #include "link/BusClient.h"
 #include "link/EventReceivers.h"
 #include "link/Lifetime.h"
-#include "notify/Snapshot.h"
+#include "notify/Receivers.h"
 
 #include <unistd.h>
 
-#include <algorithm>
+#include <cstdint>
 #include <new>
-#include <vector>
 
 using namespace kiv::link;
 
@@ -20,78 +19,49 @@ struct Registration {
     void* userData;
 };
 
-// In order of registration, which is the order of the calls; no callback twice.
-using Registrations = std::vector<Registration>;
-
 constexpr int kSupported = 1;
 
-constinit NeverDestroyed<kiv::notify::Snapshot<Registrations>> g_registrations;
+// In order of registration, which is the order of the calls; no callback twice.
+using Registrations = kiv::notify::Receivers<std::uint64_t, Registration>;
+NeverDestroyed<Registrations> g_registrations;
 
-void ClearRegistrations()
+auto IsOf(AtmosSupportCallback callback)
 {
-    g_registrations->Clear();
-}
-
-const AtUnload<ClearRegistrations> g_registrationsAtUnload;
-
-const Registration* Find(const Registrations& registrations, const Registration& wanted)
-{
-    const auto found = std::ranges::find(registrations, wanted.callback, &Registration::callback);
-    return found != registrations.end() ? &*found : nullptr;
+    return [callback](std::uint64_t, const Registration& registration) { return registration.callback == callback; };
 }
 
 // False if the callback is registered already.
 bool Add(const Registration& registration)
 {
     try {
-        return g_registrations->Change([&](Registrations& registrations) {
-            if (Find(registrations, registration) != nullptr) {
-                return false;
-            }
-            registrations.push_back(registration);
-            return true;
-        });
+        return g_registrations->AppendUnless(IsOf(registration.callback), registration);
     } catch (const std::bad_alloc&) {
         return true; // not registered then, and the caller is not told
     }
-}
-
-enum class Removed { kNothing, kOneOfMany, kTheLast };
-
-Removed Remove(AtmosSupportCallback callback)
-{
-    Removed removed = Removed::kNothing;
-    g_registrations->Change([&](Registrations& registrations) {
-        if (std::erase_if(registrations, [&](const Registration& one) { return one.callback == callback; }) != 0) {
-            removed = registrations.empty() ? Removed::kTheLast : Removed::kOneOfMany;
-        }
-        return removed != Removed::kNothing;
-    });
-    return removed;
-}
-
-bool NoneRegistered()
-{
-    return g_registrations->Take() == nullptr;
 }
 
 } // namespace
 
 void kiv::link::CallAtmosCallbacks(const Here& here)
 {
-    if (NoneRegistered()) {
+    if (g_registrations->IsEmpty()) {
         KIV_LOG_AT(here, kLogInfo, "nothing to call");
     }
-    g_registrations->ForEach(Find, [&](const Registration& registration) {
+    g_registrations->ForEach([&](const Registration& registration) {
         KIV_LOG_AT(here, kLogInfo, "call cb");
         CallHost(here, [&] { registration.callback(kSupported, registration.userData); });
     });
 }
 
+void kiv::link::ForgetAtmosCallbacks()
+{
+    g_registrations.Destroy();
+}
+
 bool kiv_is_receiver_atmos()
 {
     KIV_LOG_INFO("[%s] Enter", kApiTag);
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return false;
     }
@@ -111,10 +81,10 @@ int register_atmos_support_cb(AtmosSupportCallback callback, void* user_data)
         KIV_LOG_INFO("invalid input\n");
         return kApiFailed;
     }
-    if (NoneRegistered()) {
+    if (g_registrations->IsEmpty()) {
         KIV_LOG_INFO("register vconf cb register_atmos_support_cb");
     }
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -124,7 +94,7 @@ int register_atmos_support_cb(AtmosSupportCallback callback, void* user_data)
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return 0;
     }
-    AdoptClientName(KIV_HERE, reply.String());
+    AdoptClientId(KIV_HERE, reply.String());
     if (!Add({callback, user_data})) {
         KIV_LOG_INFO("already registered cb ");
         return kApiFailed;
@@ -139,11 +109,11 @@ int unregister_atmos_support_cb(AtmosSupportCallback callback)
         KIV_LOG_INFO("invalid input");
         return kApiFailed;
     }
-    if (NoneRegistered()) {
+    if (g_registrations->IsEmpty()) {
         KIV_LOG_INFO("callback list is not initialized yet");
         return kApiFailed;
     }
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -152,13 +122,13 @@ int unregister_atmos_support_cb(AtmosSupportCallback callback)
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return kApiFailed;
     }
-    AdoptClientName(KIV_HERE, reply.String());
-    const Removed removed = Remove(callback);
-    if (removed == Removed::kNothing) {
+    AdoptClientId(KIV_HERE, reply.String());
+    const Registrations::Removed removed = g_registrations->Remove(IsOf(callback));
+    if (removed == Registrations::Removed::kNothing) {
         KIV_LOG_INFO("not registered cb");
         return kApiFailed;
     }
-    if (removed == Removed::kTheLast) {
+    if (removed == Registrations::Removed::kTheLast) {
         KIV_LOG_INFO("unregister vconf cb for panel_display_time");
     }
     KIV_LOG_INFO("cb for panel_display_time unregistered");

@@ -3,11 +3,12 @@
 #include "link/BusClient.h"
 #include "link/EventReceivers.h"
 #include "link/Lifetime.h"
-#include "notify/Snapshot.h"
+#include "notify/Receivers.h"
 
 #include <unistd.h>
 
-#include <map>
+#include <new>
+#include <stdexcept>
 #include <string>
 
 using namespace kiv::link;
@@ -15,82 +16,83 @@ using namespace kiv::link;
 namespace {
 
 // In byte order of the names, which is the order of the calls.
-using Registry = std::map<std::string, NamEventCallback>;
+NeverDestroyed<kiv::notify::Receivers<std::string, NamEventCallback>> g_subscribers;
 
-constinit NeverDestroyed<kiv::notify::Snapshot<Registry>> g_registry;
-
-void ClearRegistry()
+auto IsCalled(const char* wanted)
 {
-    g_registry->Clear();
+    return [wanted](const std::string& name, NamEventCallback) { return name == wanted; };
 }
 
-const AtUnload<ClearRegistry> g_registryAtUnload;
-
-bool IsRegistered(const std::string& name)
+// False if there is no memory for it.
+bool Add(const char* name, NamEventCallback callback)
 {
-    const auto registry = g_registry->Take();
-    return registry && registry->contains(name);
-}
-
-const Registry::value_type* Find(const Registry& registry, const Registry::value_type& subscription)
-{
-    const auto found = registry.find(subscription.first);
-    return found != registry.end() ? &*found : nullptr;
+    try {
+        g_subscribers->AddOrReplace(name, callback);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 } // namespace
 
 void kiv::link::CallSubscribers(const Here& here, int eventId, void* data, int length)
 {
-    g_registry->ForEach(Find, [&](const Registry::value_type& subscription) {
-        CallHost(here, [&] { subscription.second(eventId, data, length); });
-    });
+    g_subscribers->ForEach(
+        [&](NamEventCallback callback) { CallHost(here, [&] { callback(eventId, data, length); }); });
+}
+
+void kiv::link::ForgetSubscribers()
+{
+    g_subscribers.Destroy();
 }
 
 int SubscribeNamServiceCallback(const char* name, NamEventCallback callback)
 {
     KIV_LOG_DEBUG("Enter");
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready() || name == nullptr || callback == nullptr) {
         return 0;
     }
-    if (!IsRegistered(name)) {
+    if (!g_subscribers->Contains(IsCalled(name))) {
         KIV_LOG_DEBUG("%s subscribe callback successful", name);
     }
-    g_registry->Change([&](Registry& registry) {
-        registry.insert_or_assign(name, callback);
-        return true;
-    });
+    if (!Add(name, callback)) {
+        KIV_LOG_ERROR("[%s] no memory for the subscriber %s", kApiTag, name);
+        return 0;
+    }
 
     const Reply reply = call.Invoke("SubscribeNamServiceCallback", g_variant_new("(i)", getpid()));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return 0;
     }
-    AdoptClientName(KIV_HERE, reply.String());
+    AdoptClientId(KIV_HERE, reply.String());
     return 1;
 }
 
 void UnsubscribeNamServiceCallback(const char* name)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return;
     }
-    const std::string key(name);
-    g_registry->Change([&](Registry& registry) { return registry.erase(key) != 0; });
+    if (name == nullptr) {
+        throw std::logic_error("the subscriber's name is null");
+    }
+    g_subscribers->Remove(IsCalled(name));
 
     const Reply reply = call.Invoke("UnsubscribeNamServiceCallback", g_variant_new("(i)", getpid()));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return;
     }
-    AdoptClientName(KIV_HERE, reply.String());
+    AdoptClientId(KIV_HERE, reply.String());
 }
 
 int NodeRemoveFromWatcher(int node)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }

@@ -9,7 +9,7 @@ using namespace kiv::settings;
 
 void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return;
     }
@@ -20,11 +20,7 @@ void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName)
     KIV_LOG_DEBUG(
         "[%s] Mac[" KIV_MAC_FORMAT "], SpkName[%s], strlen(%zu)", kApiTag, KIV_MAC_BYTES(pMac), pSpkName,
         std::strlen(pSpkName));
-    if (g_utf8_validate(pSpkName, -1, nullptr) == FALSE) {
-        KIV_LOG_ERROR("(%s) return", "pSpkName is not valid UTF-8");
-        return;
-    }
-    if (!call.Invoke("SetNetSpkName", g_variant_new("(yyyyyyis)", KIV_MAC_BYTES(pMac), nIP, pSpkName))) {
+    if (!call.Invoke("SetNetSpkName", g_variant_new("(yyyyyyi@s)", KIV_MAC_BYTES(pMac), nIP, Text(pSpkName)))) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
     }
 }
@@ -32,7 +28,7 @@ void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName)
 void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume)
 {
     KIV_LOG_INFO("[%s] Enter", kApiTag);
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready() || pMac == nullptr) {
         return;
     }
@@ -44,7 +40,7 @@ void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume)
 void GetNetSpkVolume(const unsigned char* pMac, int nIP)
 {
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready() || pMac == nullptr) {
         return;
     }
@@ -71,7 +67,7 @@ void ResetNetSpkVolume(const unsigned char* pMac, int nIP)
 void ResetAllNetSpkVolume()
 {
     KIV_LOG_INFO("[%s] Enter", kApiTag);
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return;
     }

@@ -19,7 +19,7 @@ int SurroundForMultiRoom(const Here& here)
 
 int SetTavrinUIMode(int mode)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -28,7 +28,7 @@ int SetTavrinUIMode(int mode)
 
 int GetTavrinUIMode()
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -42,7 +42,7 @@ int GetTavrinUIMode()
 
 int GetNetSpkSettingMode()
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -57,7 +57,8 @@ int GetNetSpkSettingMode()
 
 bool CanEnterTavrinSettings()
 {
-    if (!s_pre_checking()) {
+    const ApiCall call(KIV_HERE, s_pre_checking());
+    if (!call.HasConnection()) {
         KIV_LOG_INFO("[%s] bCanEnterTavrinSettings[%d]", kApiTag, false);
         return false;
     }
@@ -65,7 +66,7 @@ bool CanEnterTavrinSettings()
     if (!preset) {
         KIV_LOG_ERROR("param_out is NULL");
     }
-    const Reply reply = ApiCall(KIV_HERE).Invoke("CanEnterTavrinSettings", nullptr, std::move(preset));
+    const Reply reply = call.Invoke("CanEnterTavrinSettings", nullptr, std::move(preset));
     if (!reply) {
         KIV_LOG_ERROR("MethodCall Error");
         return false;
@@ -78,7 +79,8 @@ bool CanEnterTavrinSettings()
 bool FlagEnableNetworkSpeaker()
 {
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
-    if (!s_pre_checking()) {
+    const ApiCall call(KIV_HERE, s_pre_checking());
+    if (!call.HasConnection()) {
         // As long as nobody can be asked, they count as enabled.
         KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, true);
         return true;
@@ -87,7 +89,7 @@ bool FlagEnableNetworkSpeaker()
     if (!preset) {
         KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
     }
-    const Reply reply = ApiCall(KIV_HERE).Invoke("FlagEnableNetworkSpeaker", nullptr, std::move(preset));
+    const Reply reply = call.Invoke("FlagEnableNetworkSpeaker", nullptr, std::move(preset));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return false;

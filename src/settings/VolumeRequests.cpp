@@ -31,7 +31,7 @@ const char* MethodOf(int op)
 
 void m_SetSpkVolume(const unsigned char* pMac, int nIP, int op)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return;
     }
@@ -52,11 +52,11 @@ void m_SetSpkVolume(const unsigned char* pMac, int nIP, int op)
 
 void TransformNetSpkList(const std::vector<STNetSpkConfig>& list, const char* methodName)
 {
-    const ApiCall call(KIV_HERE);
-    if (!call.Ready() || !call.CanSend(BytesOf(list).size())) {
+    ApiCall call(KIV_HERE);
+    if (!call.Ready()) {
         return;
     }
-    const Payload payload{BytesOf(list)};
+    Payload payload{BytesOf(list)};
     const int count = static_cast<int>(list.size());
     if (!payload) {
         KIV_LOG_ERROR("[%s] calloc(%d*%zu) fail", kApiTag, count, sizeof(STNetSpkConfig));
@@ -69,7 +69,7 @@ void TransformNetSpkList(const std::vector<STNetSpkConfig>& list, const char* me
             "[%s] Speaker[%d]: MAC[" KIV_MAC_FORMAT "] CONFIG[%d]", kApiTag, i, Signed(mac[0]), Signed(mac[1]),
             Signed(mac[2]), Signed(mac[3]), Signed(mac[4]), Signed(mac[5]), speaker.nConfig);
     }
-    if (!call.Invoke(methodName, BytesTuple(payload))) {
+    if (!call.Invoke(methodName, BytesTuple(std::move(payload)))) {
         KIV_LOG_ERROR("[%s] MethodCall(%s) Error", kApiTag, methodName);
     }
     KIV_LOG_INFO("free");

@@ -30,7 +30,7 @@ bool IsCorrupted(const unsigned char* soundmodeData, int soundModeDataLen)
 
 void SetSoundbarSoundMode(const unsigned char* pMac, int nIP, const unsigned char* pData, int nDataLen)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return;
     }
@@ -41,22 +41,19 @@ void SetSoundbarSoundMode(const unsigned char* pMac, int nIP, const unsigned cha
     KIV_LOG_DEBUG("[%s] Mac[" KIV_MAC_FORMAT "], nDataLen[%d]", kApiTag, KIV_MAC_BYTES(pMac), nDataLen);
     // A negative length counts as one that cannot be allocated.
     const auto dataLength = static_cast<unsigned>(std::max(nDataLen, 0));
-    if (!call.CanSend(kIdentityLength + std::uint64_t{dataLength})) {
-        return;
-    }
-    const Payload payload{Bytes(pMac, NETSPK_MAC_LEN), BytesOf(nIP), Bytes(pData, dataLength)};
+    Payload payload{Bytes(pMac, NETSPK_MAC_LEN), BytesOf(nIP), Bytes(pData, dataLength)};
     if (nDataLen < 0 || !payload) {
         KIV_LOG_ERROR("calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+nDataLen[%d]) fail", nDataLen);
         return;
     }
-    if (!call.Invoke("SetSoundbarSoundMode", BytesTuple(payload))) {
+    if (!call.Invoke("SetSoundbarSoundMode", BytesTuple(std::move(payload)))) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
     }
 }
 
 int GetSoundbarSoundMode(unsigned char* soundbarDeviceInfo, unsigned char* soundmodeData)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -65,9 +62,9 @@ int GetSoundbarSoundMode(unsigned char* soundbarDeviceInfo, unsigned char* sound
         KIV_LOG_ERROR("(%s) return", "param_out_val == NULL");
         return kApiFailed;
     }
-    ByteReply reply = call.InvokeForBytes("GetSoundbarSoundMode", g_variant_new("(i)", 0), std::move(preset));
-    if (const std::optional<int> failure = reply.FailureToTake()) {
-        return *failure;
+    const ByteReply reply(call.Invoke("GetSoundbarSoundMode", g_variant_new("(i)", 0), std::move(preset)));
+    if (const std::optional<int> result = reply.ResultWithoutMember(KIV_HERE)) {
+        return *result;
     }
     const Bytes bytes = reply.Array();
     if (bytes.data() == nullptr) {
@@ -88,7 +85,6 @@ int GetSoundbarSoundMode(unsigned char* soundbarDeviceInfo, unsigned char* sound
         d[8], d[9], d[10], d[11], d[12], d[13], d[14], d[15], d[16], d[17], d[18], d[19]);
     if (IsCorrupted(soundmodeData, soundModeDataLen)) {
         KIV_LOG_ERROR("soundmodeData is corrupted, So ignore it");
-        reply.LeaveUnreleased();
         return 0;
     }
     return soundModeDataLen;
@@ -96,13 +92,13 @@ int GetSoundbarSoundMode(unsigned char* soundbarDeviceInfo, unsigned char* sound
 
 int GetSoundbarDeviceInfo(unsigned char* soundbarDeviceInfo)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
-    ByteReply reply = call.InvokeForBytes("GetSoundbarDeviceInfo", g_variant_new("(i)", 0), NoBytes());
-    if (const std::optional<int> failure = reply.FailureToTake()) {
-        return *failure;
+    const ByteReply reply(call.Invoke("GetSoundbarDeviceInfo", g_variant_new("(i)", 0), NoBytes()));
+    if (const std::optional<int> result = reply.ResultWithoutMember(KIV_HERE)) {
+        return *result;
     }
     const Bytes bytes = reply.Array();
     if (bytes.data() == nullptr) {

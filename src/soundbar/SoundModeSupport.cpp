@@ -16,7 +16,7 @@ constexpr std::size_t kVersionReplyLength = kVersionDataAt + KIV_SOUND_MODE_LEN;
 
 void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int nSupportedOrNot)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return;
     }
@@ -25,12 +25,12 @@ void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int nSuppor
         return;
     }
     KIV_LOG_DEBUG("[%s] Mac[" KIV_MAC_FORMAT "], nSupportedOrNot[%d]", kApiTag, KIV_MAC_BYTES(pMac), nSupportedOrNot);
-    const Payload payload{Bytes(pMac, NETSPK_MAC_LEN), BytesOf(nIP), BytesOf(nSupportedOrNot)};
+    Payload payload{Bytes(pMac, NETSPK_MAC_LEN), BytesOf(nIP), BytesOf(nSupportedOrNot)};
     if (!payload) {
         KIV_LOG_ERROR("calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+sizeof(int)) fail");
         return;
     }
-    if (!call.Invoke("SetSoundbarSupportSoundMode", BytesTuple(payload))) {
+    if (!call.Invoke("SetSoundbarSupportSoundMode", BytesTuple(std::move(payload)))) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
     }
 }
@@ -39,7 +39,7 @@ int GetSoundbarProtocolVersion(
     const unsigned char* soundbarMAC, unsigned char* pSoundModeVersion, int nSoundModeVersionLen)
 {
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -49,7 +49,7 @@ int GetSoundbarProtocolVersion(
             static_cast<const void*>(soundbarMAC), static_cast<const void*>(pSoundModeVersion), nSoundModeVersionLen);
         return kApiFailed;
     }
-    const Payload payload{Bytes(soundbarMAC, NETSPK_MAC_LEN)};
+    Payload payload{Bytes(soundbarMAC, NETSPK_MAC_LEN)};
     if (!payload) {
         KIV_LOG_ERROR("calloc(NETSPK_MAC_LEN*sizeof(char)) fail");
         return kApiFailed;
@@ -59,12 +59,13 @@ int GetSoundbarProtocolVersion(
         KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
         return kApiFailed;
     }
-    ByteReply reply = call.InvokeForBytes("GetSoundbarProtocolVersion", BytesTuple(payload), std::move(preset));
+    const ByteReply reply(call.Invoke("GetSoundbarProtocolVersion", BytesTuple(std::move(payload)), std::move(preset)));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return kApiFailed;
     }
-    if (!reply.TakeMember()) {
+    if (!reply.HasMember()) {
+        KIV_LOG_ERROR("pTuple is NULL");
         return kApiFailed;
     }
     const Bytes bytes = reply.Array();
@@ -83,14 +84,14 @@ int GetSoundbarProtocolVersion(
 bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC)
 {
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return false;
     }
     if (soundbarMAC == nullptr) {
         return false;
     }
-    const Payload payload{Bytes(soundbarMAC, NETSPK_MAC_LEN)};
+    Payload payload{Bytes(soundbarMAC, NETSPK_MAC_LEN)};
     if (!payload) {
         KIV_LOG_ERROR("calloc(NETSPK_MAC_LEN*sizeof(char)) fail");
         return false;
@@ -100,7 +101,7 @@ bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC)
         KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
         return false;
     }
-    const Reply reply = call.Invoke("IsSoundbarSupportSoundMode", BytesTuple(payload), std::move(preset));
+    const Reply reply = call.Invoke("IsSoundbarSupportSoundMode", BytesTuple(std::move(payload)), std::move(preset));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return false;

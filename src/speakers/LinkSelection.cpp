@@ -11,7 +11,7 @@ namespace {
 // Nothing if the server gave no answer.
 std::optional<bool> Ask(const Here& here, const char* question)
 {
-    const ApiCall call(here);
+    ApiCall call(here);
     if (!call.Ready()) {
         return std::nullopt;
     }

@@ -47,7 +47,7 @@ int AppendSpeakers(std::vector<spk_info_s>& list, Bytes payload)
 
 int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vector<spk_info_s>& list)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -56,13 +56,13 @@ int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vector<spk_
         KIV_LOG_ERROR("(%s) return", "param_out == NULL");
         return kApiFailed;
     }
-    ByteReply reply = call.InvokeForBytes("GetActiveNetSpkInfo", g_variant_new("(i)", 0), std::move(preset));
+    const ByteReply reply(call.Invoke("GetActiveNetSpkInfo", g_variant_new("(i)", 0), std::move(preset)));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return kApiFailed;
     }
-    if (!reply.HasValue() || !reply.TakeMember()) {
-        return 0;
+    if (const std::optional<int> result = reply.ResultWithoutMember(KIV_HERE)) {
+        return *result;
     }
     const Bytes payload = reply.Array();
     if (payload.data() == nullptr) {
@@ -86,7 +86,7 @@ int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vector<spk_
 
 int GetNetSpkListInfo(std::vector<STNetSpkListInfo>& list)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -96,9 +96,9 @@ int GetNetSpkListInfo(std::vector<STNetSpkListInfo>& list)
         KIV_LOG_ERROR("(%s) return", "param_out_val == NULL");
         return kApiFailed;
     }
-    ByteReply reply = call.InvokeForBytes("GetNetSpkListInfo", g_variant_new("(i)", 0), std::move(preset));
-    if (const std::optional<int> failure = reply.FailureToTake()) {
-        return *failure;
+    const ByteReply reply(call.Invoke("GetNetSpkListInfo", g_variant_new("(i)", 0), std::move(preset)));
+    if (const std::optional<int> result = reply.ResultWithoutMember(KIV_HERE)) {
+        return *result;
     }
     const Bytes bytes = reply.Array();
     if (bytes.data() == nullptr) {
@@ -119,7 +119,7 @@ int getNetSpkListInfo(STNetSpkListInfo* pList)
 
 int GetNetSpkListInfoNumber()
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -137,7 +137,7 @@ int GetNetSpkListInfoNumber()
 int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list)
 {
     KIV_LOG_INFO("GetNetSpkNodeList");
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -147,13 +147,12 @@ int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list)
         KIV_LOG_ERROR("(%s) return", "param_out_value == NULL");
         return kApiFailed;
     }
-    ByteReply reply = call.InvokeForBytes("GetNetSpkNodeList", g_variant_new("(i)", 0), std::move(preset));
-    std::optional<int> size = reply.FailureToTake();
+    const ByteReply reply(call.Invoke("GetNetSpkNodeList", g_variant_new("(i)", 0), std::move(preset)));
+    std::optional<int> size = reply.ResultWithoutMember(KIV_HERE);
     if (!size) {
         const Bytes bytes = reply.Array();
         if (bytes.data() == nullptr) {
             KIV_LOG_ERROR("[%s] pByteArray is NULL", kApiTag);
-            reply.LeaveUnreleased();
             return kApiFailed;
         }
         KIV_LOG_DEBUG("[%s] elenum[%zu], sizeof(CNetSpkNodeInfo)[%zu]", kApiTag, bytes.size(), sizeof(CNetSpkNodeInfo));

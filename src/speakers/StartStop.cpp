@@ -9,15 +9,12 @@ using namespace kiv::link;
 
 int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStartReason)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
     KIV_LOG_MARK("[%s] START, nMode[%d], nStartReason[%d]", kApiTag, nMode, nStartReason);
 
-    if (!call.CanSend(BytesOf(list).size())) {
-        return kApiFailed;
-    }
     const Reply modeReply = call.Invoke("SetNetSpkSettingMode", g_variant_new("(ii)", nMode, nStartReason));
     if (!modeReply) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
@@ -28,12 +25,12 @@ int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStart
         KIV_LOG_ERROR("[%s] MethodCall(SetNetSpkSettingMode) Error!", kApiTag);
     }
 
-    const Payload payload{BytesOf(list)};
+    Payload payload{BytesOf(list)};
     if (!payload) {
         KIV_LOG_ERROR("[%s] calloc() fail", kApiTag);
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("StartNetworkSpeaker", BytesTuple(payload));
+    const Reply reply = call.Invoke("StartNetworkSpeaker", BytesTuple(std::move(payload)));
     if (!reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error, time(%d)", kApiTag, static_cast<int>(time(nullptr)));
         return kApiFailed;
@@ -45,7 +42,7 @@ int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStart
 
 int StopNetworkSpeaker(int nStopType)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -63,7 +60,7 @@ int StopNetworkSpeaker(int nStopType)
 
 int DisableSurround()
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }
@@ -79,7 +76,7 @@ int DisableSurround()
 
 int GetSurroundChannelNumber()
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return kApiFailed;
     }

@@ -5,7 +5,7 @@ using namespace kiv::link;
 
 void StartNetSpkTest(const unsigned char* pMac, int nTestParam, int nChType, int nTestExtra)
 {
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return;
     }
@@ -28,7 +28,7 @@ void StopNetSpkTest(const unsigned char* pMac, int nTestParam, int nTestExtra)
         return;
     }
     KIV_LOG_INFO("[%s] Enter, MAC[" KIV_MAC_FORMAT "], [%d]", kApiTag, KIV_MAC_BYTES(pMac), nTestExtra);
-    const ApiCall call(KIV_HERE);
+    ApiCall call(KIV_HERE);
     if (!call.Ready()) {
         return;
     }

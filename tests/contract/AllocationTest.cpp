@@ -47,15 +47,15 @@ thread_local std::size_t g_largest = SIZE_MAX;
 
 namespace {
 
-class AllocationTest : public EventTest, public ::testing::WithParamInterface<int> {};
+class AllocationTest : public EventTest {};
 
 // Between its subscription and its last line a registration allocates its entry and nothing else.
-TEST_P(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
+TEST_F(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
 {
     char hall[] = "hall";
     StartAndConnect();
     AtLine(kEnter, [&] { // of the query for the id
-        AtLine(kEnter, [&] { g_failing = GetParam(); });
+        AtLine(kEnter, [&] { g_failing = 1; });
     });
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, hall), 0);
@@ -74,7 +74,22 @@ TEST_P(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
     EXPECT_THAT(CallsAfter(NAMSERVICE_ATMOS_STATE), ElementsAre("f(1, hall)"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Nth, AllocationTest, ::testing::Values(1, 2));
+TEST_F(AllocationTest, ASubscriptionWithoutMemoryIsAnErrorLineAndZero)
+{
+    StartAndConnect();
+    const std::string line = "D SubscribeNamServiceCallback: a subscriber's name subscribe callback successful";
+    AtLine(line, [] { g_failing = 1; });
+
+    EXPECT_EQ(SubscribeNamServiceCallback("a subscriber's name", Subscriber<'s'>), 0);
+
+    EXPECT_EQ(std::exchange(g_failing, 0), 0);
+    EXPECT_EQ(
+        platform_log::OfTestThread(),
+        (Lines{
+            "D SubscribeNamServiceCallback: Enter", "I SubscribeNamServiceCallback: >>> API Start ", kEnter, line,
+            "E SubscribeNamServiceCallback: [NAM_API] no memory for the subscriber a subscriber's name"}));
+    EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
+}
 
 // Three records, and memory for fewer in one piece: room for one, for two and for four is what a list asks for in turn.
 class GrowingListTest : public EventTest, public ::testing::WithParamInterface<std::size_t> {

@@ -42,10 +42,15 @@ inline void ExpectTimed(const std::string& line, const std::string& function, st
     EXPECT_LE(seconds, std::time(nullptr));
 }
 
-// The line about a payload that cannot travel.
-inline std::string TooLongLine(const std::string& function, std::uint64_t bytes)
+// The line about a call that D-Bus has no message for.
+inline std::string UnsendableLine(const std::string& method, const std::string& reason)
 {
-    return "E " + function + ": [NAM_API] " + std::to_string(bytes) + " bytes are more than the bus carries";
+    return "E MethodCall: [NAM_API] Error: method [" + method + "],[" + reason + "]...";
+}
+
+inline std::string TooLongLine(const std::string& method)
+{
+    return UnsendableLine(method, "an array of over 64 MiB, which D-Bus does not allow");
 }
 
 // Bytes that a D-Bus array can have at most.
@@ -206,10 +211,11 @@ inline std::vector<unsigned char> Bytes(const ServerCall& call)
  */
 class ApiTest : public BusTest {
 protected:
-    ApiTest()
+    explicit ApiTest(const sandbox::BusOptions& options = {}) : BusTest(options)
     {
         StartServer();
         Connect();
+        connected_ = UniqueName();
     }
 
     // What the function itself logged.
@@ -249,12 +255,27 @@ protected:
         EXPECT_THAT(control_.Methods(), ::testing::ElementsAre("check_dbus_connection"));
     }
 
+    // The owner of the server's name has been asked for once more, and the method not called after that. The connection
+    // is the one of before, and carries the next call.
+    void ExpectNotCalled(const Lines& sentBefore = {})
+    {
+        EXPECT_EQ(Sent(), (Lines{kOwnerQuery, IdQuery()} + sentBefore + Lines{kOwnerQuery}));
+        EXPECT_EQ(StopNetworkSpeaker(6), 6);
+        EXPECT_EQ(UniqueName(), connected_);
+    }
+
     // All that the log says of a call that got as far as the server: the function's lines before its method is called,
     // and those after.
     static Lines Logged(const std::string& function, const Lines& before, const Lines& after)
     {
         return Lines{"I " + function + ": >>> API Start ", kEnter} + before + Lines{kEnter} + after;
     }
+
+private:
+    // The bus gives each connection another one.
+    static std::string UniqueName() { return g_dbus_connection_get_unique_name(CNSGdbus::m_pInstance->m_pConnection); }
+
+    std::string connected_;
 };
 
 } // namespace kiv::test

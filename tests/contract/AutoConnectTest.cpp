@@ -137,13 +137,37 @@ TEST_P(MacListTest, TheListIsNotLookedAtBeforeTheServerIsReached)
     ExpectArgumentsLast(function_, GetParam().first, [&] { EXPECT_EQ(call_(nullptr, 0), -1); });
 }
 
-TEST_P(MacListTest, NumbersThatTheBusCannotCarryAreRefusedUnread)
+TEST_P(MacListTest, AListThatTheBusCannotCarryIsAFailedCall)
+{
+    const std::vector<unsigned char> macs(kLongestArray / 6 * 6 + 6);
+
+    EXPECT_EQ(call_(macs.data(), static_cast<int>(macs.size() / 6)), -1);
+
+    EXPECT_EQ(
+        platform_log::OfTestThread(), (GetParam().first + Logged(
+                                                              function_, {},
+                                                              {
+                                                                  TooLongLine(function_),
+                                                                  "E " + function_ + ": [NAM_API] MethodCall Error",
+                                                                  "I " + function_ + ": [NAM_API] nRet[-1]",
+                                                              })));
+    ExpectNotCalled();
+}
+
+TEST_P(MacListTest, ANumberWhoseLengthDoesNotFitInAnIntCannotBeAllocatedAndIsNotRead)
 {
     // Times six, some of them are small numbers in 32 bits.
-    for (const int count : {static_cast<int>(kLongestArray / 6) + 1, 0x2aaaaaaa, 0x2aaaaaab, 0x55555556, INT_MAX}) {
+    for (const int count : {(INT_MAX - 4) / 6 + 1, 0x2aaaaaaa, 0x2aaaaaab, 0x55555556, INT_MAX}) {
         ForgetTraffic();
         EXPECT_EQ(call_(kMacs, count), -1);
-        EXPECT_THAT(Errors(function_), ElementsAre(TooLongLine(function_, 6 * static_cast<std::uint64_t>(count) + 4)));
+        EXPECT_EQ(
+            platform_log::OfTestThread(), (GetParam().first +
+                                           Lines{
+                                               "I " + function_ + ": >>> API Start ",
+                                               kEnter,
+                                               "E " + function_ + ": (pNewSpeakersMacList == NULL) return",
+                                           }))
+            << count;
         ExpectNothingAsked();
     }
     EXPECT_EQ(StopNetworkSpeaker(6), 6);

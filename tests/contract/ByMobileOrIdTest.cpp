@@ -84,6 +84,8 @@ INSTANTIATE_TEST_SUITE_P(Functions, ByMobileOrIdRequestTest, ::testing::ValuesIn
 
 class ByMobileOrIdTest : public ApiTest {
 protected:
+    explicit ByMobileOrIdTest(const kiv::sandbox::BusOptions& options = {}) : ApiTest(options) {}
+
     // What the server got in its last call of the method.
     std::vector<unsigned char> SentByMobile(const unsigned char* param, unsigned length)
     {
@@ -126,21 +128,45 @@ TEST_F(ByMobileOrIdTest, ANullParameterIsRefusedOnADisabledDeviceToo)
     EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E ConnectNetworkSpeakerByMobile: NULL param"));
 }
 
-TEST_F(ByMobileOrIdTest, LengthsThatTheBusCannotCarryAreRefusedUnread)
+TEST_F(ByMobileOrIdTest, APayloadThatTheBusCannotCarryIsAFailedCall)
 {
-    const auto tooLong = static_cast<unsigned>(kLongestArray) - 3;
-    for (const unsigned length : {tooLong, 0x7fffffffU, 0x80000000U, UINT_MAX - 4, UINT_MAX - 3, UINT_MAX}) {
+    const std::string function = "ConnectNetworkSpeakerByMobile";
+    const std::vector<unsigned char> param(kLongestArray - 3);
+
+    EXPECT_EQ(ConnectNetworkSpeakerByMobile(param.data(), static_cast<unsigned>(param.size())), -1);
+
+    EXPECT_EQ(
+        platform_log::OfTestThread(), Logged(
+                                          function, {},
+                                          {
+                                              TooLongLine(function),
+                                              "E " + function + ": [NAM_API] MethodCall Error",
+                                              "I " + function + ": return value[-1]",
+                                          }));
+    ExpectNotCalled();
+}
+
+TEST_F(ByMobileOrIdTest, ALengthThatDoesNotFitInAnIntCannotBeAllocatedAndIsNotRead)
+{
+    for (const unsigned length : {INT_MAX - 3U, 0x7fffffffU, 0x80000000U, UINT_MAX - 4, UINT_MAX - 3, UINT_MAX}) {
         ForgetTraffic();
         EXPECT_EQ(ConnectNetworkSpeakerByMobile(kParam, length), -1);
         EXPECT_THAT(
-            Errors("ConnectNetworkSpeakerByMobile"),
-            ElementsAre(TooLongLine("ConnectNetworkSpeakerByMobile", std::uint64_t{length} + 4)));
+            platform_log::OfTestThread(), ElementsAre(
+                                              "I ConnectNetworkSpeakerByMobile: >>> API Start ", kEnter,
+                                              "E ConnectNetworkSpeakerByMobile: (pParam == NULL) return"))
+            << length;
         ExpectNothingAsked();
     }
     EXPECT_THAT(SentByMobile(kParam, 1), ElementsAre(1, 0, 0, 0, 1));
 }
 
-TEST_F(ByMobileOrIdTest, TheLongestPayloadThatTheBusCarriesIsSent)
+class LongMessagesTest : public ByMobileOrIdTest {
+protected:
+    LongMessagesTest() : ByMobileOrIdTest({.extraConfig = kLongMessages}) {}
+};
+
+TEST_F(LongMessagesTest, TheLongestPayloadThatDBusAllowsIsSent)
 {
     const std::string function = "ConnectNetworkSpeakerByMobile";
     const std::vector<unsigned char> param(kLongestArray - 4);

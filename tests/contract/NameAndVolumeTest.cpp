@@ -137,28 +137,43 @@ TEST_F(NameAndVolumeTest, ANameOfAnyLengthIsSentAsItIs)
     }
 }
 
-TEST_F(NameAndVolumeTest, ANameThatIsNotUtf8IsOneErrorLineAndNotSent)
+// A name that no message can carry fails at the call.
+class UnsendableNameTest : public NameAndVolumeTest {
+protected:
+    void ExpectFailedCall(const std::string& name, const std::string& reason)
+    {
+        ForgetTraffic();
+        bool isAnnounced = false;
+        platform_log::OnLine([&](const LogLine& line) {
+            if (line.function == "SetNetSpkName" &&
+                line.text.ends_with("strlen(" + std::to_string(name.size()) + ")")) {
+                isAnnounced = line.text.find("], SpkName[" + name + "], ") != std::string::npos;
+                platform_log::Clear(); // the name may be long
+            }
+        });
+
+        SetNetSpkName(kMac, kIp, name.c_str());
+
+        EXPECT_TRUE(isAnnounced);
+        EXPECT_THAT(
+            platform_log::OfTestThread(),
+            ElementsAre(
+                kEnter, UnsendableLine("SetNetSpkName", reason), "E SetNetSpkName: [NAM_API] MethodCall Error"));
+        ExpectNotCalled();
+    }
+};
+
+TEST_F(UnsendableNameTest, OneThatIsNotUtf8)
 {
     // A stray byte, a stray continuation, one that is missing, a longer form than needed, a surrogate, beyond Unicode.
     for (const char* name : {"\xff", "ab\x80", "K\xc3", "\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
-        ForgetTraffic();
-        SetNetSpkName(kMac, kIp, name);
-        EXPECT_THAT(Errors("SetNetSpkName"), SizeIs(1)) << name;
-        ExpectNothingAsked();
+        ExpectFailedCall(name, "a text that is not valid UTF-8");
     }
-    ForgetTraffic();
-    SetNetSpkName(kMac, kIp, "Hall");
-    EXPECT_EQ(Sent().back(), "SetNetSpkName(" + kMacSent + ", 117440522, 'Hall')");
 }
 
-// The limit is that of a whole message, and GIO's to keep.
-TEST_F(NameAndVolumeTest, ANameThatNoMessageCanCarryIsAFailedCallAndLeavesTheConnection)
+TEST_F(UnsendableNameTest, OneAsLongAsTheLongestMessage)
 {
-    const std::string name(2 * kLongestArray, 'x');
-    SetNetSpkName(kMac, kIp, name.c_str());
-    EXPECT_THAT(Errors("SetNetSpkName"), ElementsAre("E SetNetSpkName: [NAM_API] MethodCall Error"));
-    EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection"));
-    EXPECT_EQ(StopNetworkSpeaker(6), 6);
+    ExpectFailedCall(std::string(2 * kLongestArray, 'x'), "arguments of over 128 MiB, which D-Bus does not allow");
 }
 
 TEST_F(NameAndVolumeTest, ANameNeedsASpeakerAndANameToBeSent)
@@ -308,15 +323,27 @@ TEST_P(VolumeListTest, EachSpeakerIsLogged)
                      "MAC[ffffffa4:ffffffa5:ffffffa6:ffffffa7:ffffffa8:ffffffa9] CONFIG[-1549622880]");
 }
 
-TEST_P(VolumeListTest, AListThatTheBusCannotCarryIsRefused)
+TEST_P(VolumeListTest, AListThatTheBusCannotCarryIsAFailedCallOnceEachSpeakerIsLogged)
 {
     const std::vector<STNetSpkConfig> list(kLongestArray / 86 + 1);
+    std::size_t speakers = 0;
+    platform_log::OnLine([&](const LogLine& line) {
+        if (line.Short().starts_with("I TransformNetSpkList: [NAM_API] Speaker[" + std::to_string(speakers) + "]")) {
+            ++speakers;
+            platform_log::Clear(); // so many lines are not worth their memory
+        }
+    });
 
     GetParam().call(list);
 
-    EXPECT_THAT(Errors("TransformNetSpkList"), ElementsAre(TooLongLine("TransformNetSpkList", list.size() * 86)));
-    ExpectNothingAsked();
-    EXPECT_EQ(StopNetworkSpeaker(6), 6);
+    EXPECT_EQ(speakers, list.size());
+    const std::string method = GetParam().name;
+    EXPECT_THAT(
+        platform_log::OfTestThread(),
+        ElementsAre(
+            kEnter, TooLongLine(method), "E TransformNetSpkList: [NAM_API] MethodCall(" + method + ") Error",
+            "I TransformNetSpkList: free"));
+    ExpectNotCalled();
 }
 
 TEST_P(VolumeListTest, AServerThatGoesBeforeTheCallIsAFailedCall)

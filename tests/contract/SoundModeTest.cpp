@@ -29,6 +29,21 @@ protected:
                "]";
     }
 
+    void ExpectNotAllocated(std::initializer_list<int> dataLengths)
+    {
+        for (const int length : dataLengths) {
+            ForgetTraffic();
+            SetSoundbarSoundMode(kMac, kIp, data_, length);
+            EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
+            EXPECT_THAT(
+                platform_log::OfTestThread(),
+                ElementsAre(
+                    "I SetSoundbarSoundMode: >>> API Start ", kEnter, AnnouncedLine(length),
+                    "E SetSoundbarSoundMode: calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+nDataLen[" + std::to_string(length) +
+                        "]) fail"));
+        }
+    }
+
     const unsigned char data_[3] = {0x00, 0xff, 0x80};
 };
 
@@ -94,31 +109,28 @@ TEST_F(SetSoundModeTest, AnAbsentServerIsNotSentAnything)
 
 TEST_F(SetSoundModeTest, ANegativeLengthCannotBeAllocated)
 {
-    for (const int length : {-1, -9, -10, -11, INT_MIN + 9, INT_MIN}) {
-        ForgetTraffic();
-        SetSoundbarSoundMode(kMac, kIp, data_, length);
-        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-        EXPECT_THAT(
-            platform_log::OfTestThread(), ElementsAre(
-                                              "I SetSoundbarSoundMode: >>> API Start ", kEnter, AnnouncedLine(length),
-                                              "E SetSoundbarSoundMode: calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+nDataLen[" +
-                                                  std::to_string(length) + "]) fail"));
-    }
+    ExpectNotAllocated({-1, -9, -10, -11, INT_MIN + 9, INT_MIN});
 }
 
-TEST_F(SetSoundModeTest, DataThatTheBusCannotCarryIsRefusedBeforeAnythingIsSent)
+TEST_F(SetSoundModeTest, ALengthThatDoesNotFitInAnIntCannotBeAllocatedAndIsNotRead)
 {
-    const std::vector<unsigned char> data(64 * 1024 * 1024);
-    for (const int length : {64 * 1024 * 1024 - 9, INT_MAX - 10, INT_MAX - 9, INT_MAX}) {
-        ForgetTraffic();
-        SetSoundbarSoundMode(kMac, kIp, data.data(), length);
-        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-        EXPECT_THAT(
-            Own("SetSoundbarSoundMode"),
-            ElementsAre(AnnouncedLine(length), ::testing::StartsWith("E SetSoundbarSoundMode: ")));
-    }
+    ExpectNotAllocated({INT_MAX - 9, INT_MAX - 1, INT_MAX});
     SetSoundbarSoundMode(kMac, kIp, data_, 3);
     EXPECT_EQ(Bytes(control_.Calls().back()).size(), 13U);
+}
+
+TEST_F(SetSoundModeTest, DataThatTheBusCannotCarryIsAFailedCall)
+{
+    const std::vector<unsigned char> data(kLongestArray - 9);
+    const int length = static_cast<int>(data.size());
+
+    SetSoundbarSoundMode(kMac, kIp, data.data(), length);
+
+    EXPECT_EQ(
+        platform_log::OfTestThread(),
+        LoggedBySet(
+            length, {TooLongLine("SetSoundbarSoundMode"), "E SetSoundbarSoundMode: [NAM_API] MethodCall Error"}));
+    ExpectNotCalled();
 }
 
 TEST_F(SetSoundModeTest, ARefusalIsOneMoreLine)

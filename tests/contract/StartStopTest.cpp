@@ -160,16 +160,21 @@ TEST_F(StartStopTest, TwentyThousandSpeakersTravel)
     EXPECT_EQ(Bytes(control_.Calls().back()).size(), 1'720'000U);
 }
 
-TEST_F(StartStopTest, AListThatTheBusCannotCarryIsRefusedBeforeAnythingIsSent)
+TEST_F(StartStopTest, AListThatTheBusCannotCarryIsAFailedCallOnceTheModeIsSet)
 {
-    std::vector<STNetSpkConfig> list(64 * 1024 * 1024 / 86 + 1);
+    std::vector<STNetSpkConfig> list(kLongestArray / 86 + 1);
+    const std::time_t before = std::time(nullptr);
 
     EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
 
-    EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection"));
+    const Lines lines = platform_log::OfTestThread();
     EXPECT_THAT(
-        Own("StartNetworkSpeaker"), ElementsAre(::testing::_, TooLongLine("StartNetworkSpeaker", list.size() * 86)));
-    EXPECT_EQ(StopNetworkSpeaker(6), 6);
+        lines, ElementsAre(
+                   "I StartNetworkSpeaker: >>> API Start ", kEnter,
+                   "M StartNetworkSpeaker: [NAM_API] START, nMode[80], nStartReason[1]", kEnter, kEnter,
+                   TooLongLine("StartNetworkSpeaker"), ::testing::_));
+    ExpectTimed(lines.back(), "StartNetworkSpeaker", before);
+    ExpectNotCalled({kOwnerQuery, "SetNetSpkSettingMode(80, 1)"});
 }
 
 // --- The others ---------------------------------------------------------------------------------------------------

@@ -1,7 +1,9 @@
 """Calls take the seconds that the documentation says: each function in a process of its own, all at once."""
 
+import contextlib
 import os
 import re
+import signal
 import time
 from pathlib import Path
 
@@ -33,7 +35,7 @@ def seconds(column):
     found = {}
     for line in PAGE.read_text().splitlines():
         cells = line.strip("| ").split(" | ")
-        if len(cells) == 5 and cells[column].isdigit():
+        if len(cells) == 6 and cells[column].isdigit():
             found.update({name: int(cells[column]) for name in re.findall(r"`(\w+)`", cells[0])})
     return found
 
@@ -43,13 +45,15 @@ def arguments(name):
     return [[] if "vector" in type_ else ARGUMENTS[type_]() for type_, _ in parameters]
 
 
-def start(name, go):
+def start(name, go, connected):
     """Calls the function in a new process, once it reads the end of go. Returns how its duration can be read."""
     result, its_result = os.pipe()
     ready, its_ready = os.pipe()
     if os.fork() == 0:
         try:
             os.close(go[1])
+            if connected:
+                kiv.StopNetworkSpeaker(0)
             if name == "unregister_atmos_support_cb":
                 kiv.register_atmos_support_cb(print, None)
             os.write(its_ready, b"x")
@@ -65,20 +69,20 @@ def start(name, go):
     return result
 
 
-def durations(names, prepare):
+def durations(names, prepare, connected):
     go = os.pipe()
     try:
-        results = {name: start(name, go) for name in names}
+        results = {name: start(name, go, connected) for name in names}
         prepare()
     finally:
         os.close(go[1])
     return {name: float(os.read(result, 100)) for name, result in results.items()}
 
 
-def check(column, prepare):
+def check(column, prepare, connected=False):
     expected = seconds(column)
     assert len(expected) > 50
-    measured = durations(expected, prepare)
+    measured = durations(expected, prepare, connected)
     # A little less, because the clocks are read at different moments.
     wrong = {name: took for name, took in measured.items() if not -0.1 < took - expected[name] < PATIENCE}
     assert wrong == {}
@@ -99,3 +103,23 @@ def test_without_a_server():
 def test_with_a_server_that_does_not_answer(column, faults):
     with kiv.Sandbox("--start") as sandbox:
         check(column, lambda: [sandbox.control("fault", method, fault) for method, fault in faults.items()])
+
+
+def bus_daemon():
+    """The process id of the sandbox's dbus-daemon, whose configuration is beside its socket."""
+    directory = Path(os.environ["DBUS_SYSTEM_BUS_ADDRESS"].removeprefix("unix:path=")).parent
+    for process in Path("/proc").glob("[0-9]*"):
+        with contextlib.suppress(OSError):
+            command = (process / "cmdline").read_bytes().split(b"\0")
+            if command[0] == b"dbus-daemon" and f"--config-file={directory}/bus.conf".encode() in command:
+                return int(process.name)
+    raise LookupError(f"no dbus-daemon runs with {directory}/bus.conf")
+
+
+def test_with_a_bus_daemon_that_hangs():
+    with kiv.Sandbox("--start"):
+        daemon = bus_daemon()
+        try:
+            check(4, lambda: os.kill(daemon, signal.SIGSTOP), connected=True)
+        finally:
+            os.kill(daemon, signal.SIGCONT)

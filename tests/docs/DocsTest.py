@@ -101,11 +101,23 @@ def explained(text):
 def test_every_line_of_the_log_is_explained():
     lines = list(logged())
     assert len(lines) == sum(len(re.findall(r"KIV_LOG_\w+\(", text)) for text in SOURCES)
-    failures, marks, information, debug = re.split("^## (?:Marks|Information|Debug)$", page("log-lines.md"), flags=re.M)
+    headings = "^## (?:Marks|Information|Debug|Reasons of the library's own)$"
+    failures, marks, information, debug, reasons = re.split(headings, page("log-lines.md"), flags=re.M)
     assert explained(failures) == {line for priority, line in lines if priority in ("Warning", "Error")}
     assert explained(marks) == {line for priority, line in lines if priority == "Mark"}
     assert explained(information) == {line for priority, line in lines if priority == "Info"}
     assert explained(debug) == {line for priority, line in lines if priority == "Debug"}
+    check = (ROOT / "src/link/WireCheck.cpp").read_text()
+    assert explained(reasons) == {text for text in re.findall(r'"([^"]*)"', check) if " " in text}
+
+
+def test_every_build_option_is_in_the_table():
+    lists = "".join(path.read_text() for path in [*ROOT.glob("CMakeLists.txt"), *ROOT.glob("*/CMakeLists.txt")])
+    settings = re.findall(r'set\((\w+)\s+(?:"[^"]*"|\S+)\s+CACHE', lists)
+    options = settings + re.findall(r"option\((\w+)", lists)
+    table = [row for row in rows(page("building.md")) if row[0].startswith("`")]
+    assert len(options) > 10
+    assert sorted(row[0].strip("`") for row in table) == sorted(options)
 
 
 def test_every_build_option_is_in_the_table():

@@ -136,6 +136,7 @@ constexpr void (*kCalls[])() = {
         CNSGdbus::m_pInstance->MethodCall("GetTavrinUIMode", nullptr, &reply, true);
         g_clear_pointer(&reply, g_variant_unref);
     },
+    [] { CNSGdbus::m_pInstance->MethodCall("GetTavrinUIMode", nullptr, nullptr, true); },
     [] { CNSGdbus::m_pInstance->MethodCall("no method", g_variant_new("(s)", "argument"), nullptr, true); }};
 
 } // namespace
@@ -145,6 +146,11 @@ void CallEveryFunction()
     for (const auto call : kCalls) {
         call();
     }
+}
+
+void CallFunction(int number)
+{
+    kCalls[number]();
 }
 
 int FunctionCount()

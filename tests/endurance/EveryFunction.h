@@ -11,4 +11,7 @@ void CallEveryFunction();
 // How many calls that is.
 int FunctionCount();
 
+// The one of these calls that has this number, from 0 on.
+void CallFunction(int number);
+
 } // namespace kiv::endurance

@@ -19,6 +19,9 @@ using Lines = std::vector<std::string>;
 
 Lines operator+(Lines a, const Lines& b);
 
+// Of a bus that carries messages of the greatest length that D-Bus allows. A system bus has a lower limit of its own.
+inline const std::string kLongMessages = "<limit name=\"max_message_size\">134217728</limit>";
+
 /*
  * The library on a system bus of the test's own. The library keeps state for the life of the process, so each test is
  * a process.

@@ -64,6 +64,7 @@ TEST_F(LinkFailureTest, MonitorWithoutNodeInfo)
     StartServer();
     g_nodeInfo.Arm();
     EXPECT_EQ(StopNetworkSpeaker(5), 5);
+    platform_log::WaitFor("E m_Monitor: m_pDbusNodeInfo is NULL");
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
     EXPECT_THAT(platform_log::OfFunction("m_Monitor"), ElementsAre("E m_Monitor: m_pDbusNodeInfo is NULL"));
     EXPECT_EQ(client_.m_pMainLoop, nullptr);
@@ -73,6 +74,7 @@ TEST_F(LinkFailureTest, MonitorWithBrokenXml)
 {
     StartServer();
     EXPECT_TRUE(client_.GetProxy("<node><interface", {}, false, false));
+    platform_log::WaitFor("E m_Monitor: pError is not NULL");
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
     EXPECT_THAT(platform_log::OfFunction("m_Monitor"), ElementsAre("E m_Monitor: pError is not NULL"));
     EXPECT_EQ(client_.m_pDbusNodeInfo, nullptr);
@@ -83,6 +85,7 @@ TEST_F(LinkFailureTest, MonitorWithoutAnInterfaceToServe)
 {
     StartServer();
     EXPECT_TRUE(client_.GetProxy("<node/>", {}, false, false));
+    platform_log::WaitFor("E m_Monitor: [NAM_API] the introspection XML has no interface");
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
     EXPECT_THAT(
         platform_log::OfFunction("m_Monitor"),

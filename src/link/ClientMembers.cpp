@@ -1,0 +1,111 @@
+#include "link/ClientMembers.h"
+
+#include "link/SystemBus.h"
+
+#include <mutex>
+#include <new>
+#include <string>
+#include <utility>
+
+namespace kiv::link {
+
+namespace {
+
+std::mutex g_mutex;
+
+ConnectionOwner Exchange(CNSGdbus& client, ConnectionOwner connection)
+{
+    const std::lock_guard lock(g_mutex);
+    client.m_bProxyReady = connection != nullptr;
+    return ConnectionOwner(std::exchange(client.m_pConnection, connection.release()));
+}
+
+// Written only when it changes, which in practice is once. Without memory for it, the text stays as it was.
+void Assign(std::string& text, const char* value)
+{
+    try {
+        if (text != value) {
+            text = value;
+        }
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+bool SameHandlers(const GDBusInterfaceVTable& a, const GDBusInterfaceVTable& b)
+{
+    return a.method_call == b.method_call && a.get_property == b.get_property && a.set_property == b.set_property;
+}
+
+} // namespace
+
+ConnectionOwner HeldConnection(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_mutex);
+    return NewReference(client.m_pConnection);
+}
+
+void HoldConnection(CNSGdbus& client, GDBusConnection* connection)
+{
+    Exchange(client, NewReference(connection));
+}
+
+void DropConnection(CNSGdbus& client)
+{
+    Exchange(client, nullptr);
+}
+
+void DropConnectionIfClosed(CNSGdbus& client)
+{
+    const ConnectionOwner held = HeldConnection(client);
+    if (!IsClosed(held.get())) {
+        return;
+    }
+    ConnectionOwner dropped;
+    const std::lock_guard lock(g_mutex);
+    // Another thread may have replaced it already.
+    if (client.m_pConnection == held.get()) {
+        dropped.reset(std::exchange(client.m_pConnection, nullptr));
+        client.m_bProxyReady = false;
+    }
+}
+
+TextOwner ClientId(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_mutex);
+    return TextOwner(g_strdup(client.m_strClientName.c_str()));
+}
+
+bool HasClientId(const CNSGdbus& client, const char* id)
+{
+    const std::lock_guard lock(g_mutex);
+    return client.m_strClientName == id;
+}
+
+void SetClientId(CNSGdbus& client, const char* id)
+{
+    const std::lock_guard lock(g_mutex);
+    Assign(client.m_strClientName, id);
+}
+
+TextOwner IntrospectionXml(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_mutex);
+    return TextOwner(g_strdup(client.m_strIntrospectionXml.c_str()));
+}
+
+GDBusInterfaceVTable InterfaceVTable(const CNSGdbus& client)
+{
+    const std::lock_guard lock(g_mutex);
+    return client.m_stInterfaceVTable;
+}
+
+void SetTemplate(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable)
+{
+    const std::lock_guard lock(g_mutex);
+    Assign(client.m_strIntrospectionXml, xml);
+    if (!SameHandlers(client.m_stInterfaceVTable, vtable)) {
+        client.m_stInterfaceVTable = vtable;
+    }
+}
+
+} // namespace kiv::link

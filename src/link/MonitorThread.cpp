@@ -1,0 +1,268 @@
+#include "link/MonitorThread.h"
+
+#include "link/ClientEndpoint.h"
+#include "link/LibraryPin.h"
+#include "link/Lifetime.h"
+#include "link/Owners.h"
+#include "link/SystemBus.h"
+
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+namespace kiv::link {
+
+namespace {
+
+class MonitorRun;
+
+// The one monitor thread. README.md states its machine. The loop and the thread's id are members of the client that it
+// serves, where hosts know them, and are guarded together with the rest.
+struct Monitor {
+    bool s_bMonitorStarted = false;
+    bool isEnding = false;  // for good
+    bool isJoining = false; // a thread waits for the end
+    // Where the endpoint is to stand. The thread takes the reference along, and keeps it in the endpoint until it takes
+    // the next one: no other connection can have this one's address meanwhile.
+    ConnectionOwner wanted;
+    const GDBusConnection* wantedConnection = nullptr;
+    TextOwner wantedId;
+    // There while the thread can be asked for something.
+    MonitorRun* run = nullptr;
+    GMainContext* context = nullptr;
+    void* pin = nullptr;
+};
+
+std::mutex g_mutex;
+constinit NeverDestroyed<Monitor> g_monitor;
+NeverDestroyed<std::condition_variable> g_joined;
+
+void Post(GMainContext* context, GSourceFunc task)
+{
+    const SourceOwner source(g_idle_source_new());
+    g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
+    g_source_set_callback(source.get(), task, nullptr, nullptr);
+    g_source_attach(source.get(), context);
+}
+
+// What an end takes from the shared state, to be released outside the lock.
+struct Ending {
+    LoopOwner loop;
+    ConnectionOwner wanted;
+};
+
+// Under the lock: no task is accepted any more, and no loop starts.
+Ending EndUnderLock(CNSGdbus& client)
+{
+    g_monitor->isEnding = true;
+    return {LoopOwner(std::exchange(client.m_pMainLoop, nullptr)), std::move(g_monitor->wanted)};
+}
+
+void EndFor(CNSGdbus& client)
+{
+    Ending ending;
+    const std::lock_guard lock(g_mutex);
+    ending = EndUnderLock(client);
+}
+
+/*
+ * What the monitor thread does, on its stack: whoever ends the thread, a callback included, ends this.
+ */
+class MonitorRun {
+public:
+    MonitorRun(CNSGdbus& client, GMainContext* context, const Here& here)
+        : client_(client), context_(context), endpoint_(client, here), loop_(g_main_loop_new(context, FALSE))
+    {
+        const std::lock_guard lock(g_mutex);
+        g_monitor->run = this;
+        g_monitor->context = context;
+        if (!g_monitor->isEnding) {
+            client.m_pMainLoop = g_main_loop_ref(loop_.get());
+        }
+    }
+
+    ~MonitorRun()
+    {
+        Unpublish();
+        endpoint_.Close();
+        // What GIO has left in the context refers to the connection. No callback runs any more, since the object is
+        // gone, and a request that was cancelled is completed without the bus.
+        while (g_main_context_iteration(context_, ClientName::IsAnswerPending() ? TRUE : FALSE) != FALSE ||
+               ClientName::IsAnswerPending()) {
+        }
+    }
+
+    MonitorRun(const MonitorRun&) = delete;
+    MonitorRun& operator=(const MonitorRun&) = delete;
+
+    // The loop begins with a look, because a quit that came before it ran has had no effect.
+    void Run()
+    {
+        Post(context_, Look);
+        g_main_loop_run(loop_.get());
+    }
+
+    // What the thread is asked for: to end, or to take the endpoint to another place.
+    static gboolean Look(gpointer /*data*/)
+    {
+        MonitorRun* run = nullptr;
+        bool isEnding = false;
+        {
+            const std::lock_guard lock(g_mutex);
+            run = g_monitor->run;
+            isEnding = g_monitor->isEnding;
+        }
+        if (run != nullptr && (isEnding || !run->Serve())) {
+            g_main_loop_quit(run->loop_.get());
+        }
+        return G_SOURCE_REMOVE;
+    }
+
+private:
+    // False if there can be no endpoint.
+    bool Serve()
+    {
+        ConnectionOwner connection;
+        TextOwner id;
+        {
+            const std::lock_guard lock(g_mutex);
+            connection = std::move(g_monitor->wanted);
+            id.reset(g_strdup(g_monitor->wantedId.get()));
+        }
+        return !connection || endpoint_.Serve(std::move(connection), id.get());
+    }
+
+    void Unpublish()
+    {
+        Ending ending;
+        const std::lock_guard lock(g_mutex);
+        ending = EndUnderLock(client_);
+        g_monitor->run = nullptr;
+        g_monitor->context = nullptr;
+    }
+
+    CNSGdbus& client_;
+    GMainContext* const context_;
+    ClientEndpoint endpoint_;
+    const LoopOwner loop_;
+};
+
+void Start(CNSGdbus& client)
+{
+    void* pin = PinLibrary();
+    Ending ending;
+    {
+        const std::lock_guard lock(g_mutex);
+        pthread_t thread = 0;
+        if (pthread_create(&thread, nullptr, CNSGdbus::m_Monitor, &client) == 0) {
+            client.m_MonitorThread = thread;
+            g_monitor->pin = std::exchange(pin, nullptr);
+        } else {
+            ending = EndUnderLock(client);
+        }
+    }
+    UnpinLibrary(pin);
+}
+
+} // namespace
+
+void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
+{
+    if (IsClosed(connection)) {
+        return; // a call that ends late does not draw the endpoint away from a connection that lives
+    }
+    ConnectionOwner wanted = NewReference(connection);
+    ContextOwner context;
+    bool isFirst = false;
+    {
+        const std::lock_guard lock(g_mutex);
+        const bool isKnown =
+            g_monitor->wantedConnection == connection && std::strcmp(g_monitor->wantedId.get(), id) == 0;
+        if (isKnown || g_monitor->isEnding) {
+            return;
+        }
+        g_monitor->wanted.swap(wanted);
+        g_monitor->wantedConnection = connection;
+        g_monitor->wantedId.reset(g_strdup(id));
+        context = NewReference(g_monitor->context);
+        isFirst = !std::exchange(g_monitor->s_bMonitorStarted, true);
+    }
+    if (context) {
+        Post(context.get(), MonitorRun::Look);
+    } else if (isFirst) {
+        Start(client);
+    }
+}
+
+void ForgetMonitor()
+{
+    g_monitor.Destroy();
+    g_joined.Destroy();
+}
+
+} // namespace kiv::link
+
+using namespace kiv::link;
+
+void* CNSGdbus::m_Monitor(void* pInstance)
+{
+    auto* client = static_cast<CNSGdbus*>(pInstance);
+    if (client == nullptr) {
+        KIV_LOG_ERROR("pInstance is NULL");
+        return nullptr;
+    }
+    const ContextOwner context(g_main_context_new());
+    if (!context) {
+        KIV_LOG_ERROR("[%s] pContext is NULL", kApiTag);
+        EndFor(*client);
+        return nullptr;
+    }
+    // GLib pops it where a callback ends the thread.
+    g_main_context_push_thread_default(context.get());
+    MonitorRun(*client, context.get(), KIV_HERE).Run();
+    g_main_context_pop_thread_default(context.get());
+    return nullptr;
+}
+
+int CNSGdbus::m_DestroyMessageMonitor()
+{
+    std::unique_lock lock(g_mutex);
+    if (m_MonitorThread == 0 && m_pMainLoop == nullptr) {
+        return 0; // not the object that the thread serves, if there is one
+    }
+    Ending ending = EndUnderLock(*this);
+    const bool isOwnEnd = pthread_equal(m_MonitorThread, pthread_self()) != 0;
+    lock.unlock();
+    if (ending.loop) {
+        g_main_loop_quit(ending.loop.get());
+    }
+    ending = {};
+    if (isOwnEnd) {
+        return EDEADLK; // as pthread_join() would say
+    }
+
+    lock.lock();
+    while (m_MonitorThread != 0 && g_monitor->isJoining) {
+        g_joined->wait(lock);
+    }
+    if (m_MonitorThread == 0) {
+        return 0;
+    }
+    g_monitor->isJoining = true;
+    const pthread_t thread = m_MonitorThread;
+    lock.unlock();
+    const int result = pthread_join(thread, nullptr);
+    lock.lock();
+    g_monitor->isJoining = false;
+    void* pin = nullptr;
+    if (result == 0) {
+        m_MonitorThread = 0;
+        pin = std::exchange(g_monitor->pin, nullptr);
+    }
+    lock.unlock();
+    g_joined->notify_all();
+    UnpinLibrary(pin);
+    return result;
+}

@@ -1,0 +1,153 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+namespace kiv::notify {
+
+/*
+ * What hosts registered to be called for events, in the order of the keys. Any thread changes it while the event
+ * dispatch walks through it, and nothing is locked while a host runs. Removing takes no memory.
+ *
+ * An entry that is removed during a walk is not called any more, but stays in the map until no walk can stand on it. An
+ * entry that is added during a walk is called from the next event on; one that was removed in that walk and comes again
+ * takes its old place.
+ */
+template <typename Key, typename Receiver>
+class Receivers {
+public:
+    bool IsEmpty() const
+    {
+        return !Contains([](const auto&...) { return true; });
+    }
+
+    // Predicates are given key and receiver.
+    template <typename Predicate>
+    bool Contains(Predicate&& isMeant) const
+    {
+        const std::lock_guard lock(mutex_);
+        return std::ranges::any_of(entries_, [&](const auto& entry) { return IsAlive(entry, isMeant); });
+    }
+
+    // May throw std::bad_alloc, and changes nothing then.
+    void AddOrReplace(Key key, const Receiver& receiver)
+    {
+        const std::lock_guard lock(mutex_);
+        Entry& entry = entries_.try_emplace(std::move(key), Entry{receiver, lastWalk_, true}).first->second;
+        entry.receiver = receiver;
+        entry.isAlive = true;
+    }
+
+    // The same, behind all others; false if there is one that is meant.
+    template <typename Predicate>
+    bool AppendUnless(Predicate&& isMeant, const Receiver& receiver)
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::ranges::any_of(entries_, [&](const auto& entry) { return IsAlive(entry, isMeant); })) {
+            return false;
+        }
+        const Key key = entries_.empty() ? Key() : entries_.rbegin()->first + 1;
+        entries_.emplace_hint(entries_.end(), key, Entry{receiver, lastWalk_, true});
+        return true;
+    }
+
+    enum class Removed { kNothing, kOneOfMany, kTheLast };
+
+    // Removes the one that is meant.
+    template <typename Predicate>
+    Removed Remove(Predicate&& isMeant)
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = std::ranges::find_if(entries_, [&](const auto& entry) { return IsAlive(entry, isMeant); });
+        if (found == entries_.end()) {
+            return Removed::kNothing;
+        }
+        found->second.isAlive = false;
+        const bool isAnyLeft = std::ranges::any_of(entries_, [](const auto& entry) { return entry.second.isAlive; });
+        hasDead_ = true;
+        EraseDead();
+        return isAnyLeft ? Removed::kOneOfMany : Removed::kTheLast;
+    }
+
+    // Calls a function with each receiver, as it is when its turn comes.
+    template <typename Function>
+    void ForEach(Function&& function)
+    {
+        Walk walk(*this);
+        while (const std::optional<Receiver> receiver = walk.Next()) {
+            function(*receiver);
+        }
+    }
+
+private:
+    struct Entry {
+        Receiver receiver;
+        std::uint64_t walkBefore; // the last one that began before the entry was added
+        bool isAlive;
+    };
+    using Entries = std::map<Key, Entry>;
+
+    // Ends in order also if a function ends its thread.
+    class Walk {
+    public:
+        explicit Walk(Receivers& receivers) : receivers_(receivers)
+        {
+            const std::lock_guard lock(receivers_.mutex_);
+            ++receivers_.walks_;
+            number_ = ++receivers_.lastWalk_;
+            next_ = receivers_.entries_.begin();
+        }
+        ~Walk()
+        {
+            const std::lock_guard lock(receivers_.mutex_);
+            --receivers_.walks_;
+            receivers_.EraseDead();
+        }
+        Walk(const Walk&) = delete;
+        Walk& operator=(const Walk&) = delete;
+
+        std::optional<Receiver> Next()
+        {
+            const std::lock_guard lock(receivers_.mutex_);
+            while (next_ != receivers_.entries_.end()) {
+                const Entry& entry = (next_++)->second;
+                if (entry.isAlive && entry.walkBefore < number_) {
+                    return entry.receiver;
+                }
+            }
+            return std::nullopt;
+        }
+
+    private:
+        Receivers& receivers_;
+        std::uint64_t number_;
+        typename Entries::iterator next_;
+    };
+
+    template <typename Predicate>
+    static bool IsAlive(const typename Entries::value_type& entry, Predicate& isMeant)
+    {
+        return entry.second.isAlive && isMeant(entry.first, entry.second.receiver);
+    }
+
+    void EraseDead()
+    {
+        if (hasDead_ && walks_ == 0) {
+            hasDead_ = false;
+            std::erase_if(entries_, [](const auto& entry) { return !entry.second.isAlive; });
+        }
+    }
+
+    mutable std::mutex mutex_;
+    Entries entries_;
+    std::uint64_t lastWalk_ = 0;
+    int walks_ = 0;
+    bool hasDead_ = false;
+};
+
+} // namespace kiv::notify
