@@ -1,0 +1,165 @@
+#include "EventTest.h"
+#include "support/Wait.h"
+
+#include <future>
+#include <latch>
+#include <thread>
+
+using namespace kiv::test;
+using ::testing::ElementsAre;
+
+// Ids that come late, to some callers only, or not at all.
+namespace client_id_test {
+namespace {
+
+constexpr const char* kIdMethod = "check_dbus_connection";
+constexpr int kCallers = 8;
+
+std::string UnfitLine(const std::string& id)
+{
+    return "E m_Monitor: [NAM_API] client id [" + id + "] fits no D-Bus name, path or interface";
+}
+
+std::string IdFault(const std::string& id)
+{
+    return "{'reply': <('" + id + "',)>}";
+}
+
+class ClientIdTest : public EventTest {
+protected:
+    // Has a call fail on a thread of its own, because the server refuses it its id.
+    void RefuseAnotherThread()
+    {
+        control_.SetFault(kIdMethod, kRefusal);
+        std::thread([] { EXPECT_EQ(StopNetworkSpeaker(1), -1); }).join();
+        control_.ClearFaults();
+    }
+};
+
+// --- Another thread's failure
+
+TEST_F(ClientIdTest, ACallKeepsItsConnectionWhenAnotherFailsMeanwhile)
+{
+    StartAndConnect();
+    AtLine("M StopNetworkSpeaker: [NAM_API] STOP, nStopType[5]", [this] { RefuseAnotherThread(); });
+    EXPECT_EQ(StopNetworkSpeaker(5), 5);
+}
+
+TEST_F(ClientIdTest, ACallWhoseIdComesLateKeepsItsConnectionWhenAnotherFailsMeanwhile)
+{
+    StartAndConnect();
+    control_.SetFault(kIdMethod, "{'delay': <uint32 1000>, 'count': <uint32 1>}");
+    auto late = std::async(std::launch::async, [] { return StopNetworkSpeaker(5); });
+    WaitUntil("the server to be asked for the id", [this] { return !control_.Methods().empty(); });
+    RefuseAnotherThread();
+    EXPECT_EQ(Await("the call whose id comes late", late), 5);
+}
+
+// A first call, which opens the endpoint, beside one that gets no id.
+TEST_F(ClientIdTest, AFailureDuringTheFirstCallCostsNoEvents)
+{
+    StartServer();
+    AtLine("M StopNetworkSpeaker: [NAM_API] STOP, nStopType[5]", [this] { RefuseAnotherThread(); });
+    EXPECT_EQ(StopNetworkSpeaker(5), 5);
+    control_.WaitForOwner(ClientBusName());
+}
+
+TEST_F(ClientIdTest, CallersWithoutAnIdDoNotTakeTheNameFromTheOthers)
+{
+    StartServer();
+    for (int round = 0; round < 20; ++round) {
+        // Every other id is a reply of another type.
+        ServerControl control(bus_.Address());
+        control.SetFault(kIdMethod, "{'reply': <(5,)>, 'every': <uint32 2>}");
+        platform_log::Clear();
+        std::latch start(kCallers);
+        std::vector<std::thread> callers;
+        for (int caller = 0; caller < kCallers; ++caller) {
+            callers.emplace_back([&] {
+                start.arrive_and_wait();
+                StopNetworkSpeaker(1);
+            });
+        }
+        for (std::thread& caller : callers) {
+            caller.join();
+        }
+        control.ClearFaults();
+        // Without another call.
+        control.WaitForOwner(ClientBusName());
+        EXPECT_TRUE(control.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [],)", 20000).answered);
+        EXPECT_EQ(platform_log::Count(UnfitLine("")), 0U);
+        LoseBus();
+        bus_.Start();
+        StartServer();
+    }
+}
+
+// --- Ids that fit no name
+
+class PassingUnfitIdTest : public ClientIdTest, public ::testing::WithParamInterface<std::string> {
+protected:
+    // Calls under an id that allows no endpoint, and then under one that does.
+    void ExpectEventsOnceTheIdIsFit(ServerControl& control)
+    {
+        const std::string id = GetParam();
+        control.SetFault(kIdMethod, IdFault(id));
+        for (int call = 1; call <= 5; ++call) {
+            EXPECT_EQ(StopNetworkSpeaker(call), call);
+        }
+        platform_log::WaitFor(UnfitLine(id));
+        control.ClearFaults();
+        EXPECT_EQ(StopNetworkSpeaker(6), 6);
+        control.WaitForOwner(ClientBusName());
+        EXPECT_TRUE(control.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [],)", 20000).answered);
+        EXPECT_EQ(platform_log::Count(UnfitLine(id)), 1U); // although five calls got it
+    }
+};
+
+TEST_P(PassingUnfitIdTest, OfTheFirstCallDelaysEventsUntilAFitOneComes)
+{
+    StartServer();
+    ExpectEventsOnceTheIdIsFit(control_);
+}
+
+TEST_P(PassingUnfitIdTest, AfterALossDelaysEventsUntilAFitOneComes)
+{
+    StartAndConnect();
+    for (int loss = 0; loss < 3; ++loss) {
+        LoseBus();
+        bus_.Start();
+        StartServer();
+        platform_log::Clear();
+        ServerControl control(bus_.Address());
+        ExpectEventsOnceTheIdIsFit(control);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Ids, PassingUnfitIdTest, ::testing::Values("", "a b", "tv/1", "1", "a..b"));
+
+TEST_F(ClientIdTest, EachUnfitIdIsLogged)
+{
+    StartServer();
+    for (const char* id : {"", "a b", ""}) {
+        const std::size_t before = platform_log::Count(UnfitLine(id));
+        control_.SetFault(kIdMethod, IdFault(id));
+        EXPECT_EQ(StopNetworkSpeaker(1), 1);
+        EXPECT_EQ(StopNetworkSpeaker(2), 2);
+        platform_log::WaitFor(UnfitLine(id), before + 1);
+    }
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+    EXPECT_EQ(platform_log::Count(UnfitLine("")), 2U);
+    EXPECT_EQ(platform_log::Count(UnfitLine("a b")), 1U);
+}
+
+TEST_F(ClientIdTest, AMonitorWithoutAnEndpointCanBeEnded)
+{
+    StartServer();
+    control_.SetFault(kIdMethod, IdFault(""));
+    EXPECT_EQ(StopNetworkSpeaker(1), 1);
+    platform_log::WaitFor(UnfitLine(""));
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+    EXPECT_EQ(client_.m_pMainLoop, nullptr);
+}
+
+} // namespace
+} // namespace client_id_test

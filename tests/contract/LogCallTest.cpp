@@ -1,0 +1,138 @@
+#include "EventTest.h"
+#include "endurance/EveryFunction.h"
+
+#include <atomic>
+#include <mutex>
+#include <set>
+#include <thread>
+
+using namespace kiv::test;
+using kiv::endurance::CallFunction;
+using kiv::endurance::FunctionCount;
+
+/*
+ * The platform's log call may call the library, any function of it from any line of any other: nothing is locked while
+ * the log runs.
+ */
+namespace log_call_test {
+namespace {
+
+// Takes turns in the outer calls, so that each test ends well within its limit under the sanitizers too.
+constexpr int kShares = 12;
+
+class LogCallTest : public EventTest, public ::testing::WithParamInterface<int> {
+protected:
+    LogCallTest() { StartAndConnect(); }
+    ~LogCallTest() override
+    {
+        platform_log::OnLine(nullptr);
+        client_.m_DestroyMessageMonitor(); // it may still be in the hook
+    }
+
+    // From now on each new line of the log calls every function. The lines of these calls do not.
+    void CallEverythingInNewLines()
+    {
+        platform_log::OnLine([this](const LogLine& line) {
+            if (isInLog_) {
+                return;
+            }
+            {
+                const std::lock_guard lock(mutex_);
+                if (!seen_.insert(line.function + std::to_string(line.line) + line.text).second) {
+                    return;
+                }
+            }
+            isInLog_ = true;
+            for (int inner = 0; inner < FunctionCount(); ++inner) {
+                CallFunction((first_ + inner) % FunctionCount());
+                ++innerCalls_;
+            }
+            isInLog_ = false;
+        });
+    }
+
+    void ForgetLines()
+    {
+        const std::lock_guard lock(mutex_);
+        seen_.clear();
+    }
+
+    // The inner call that comes first. What stands before it in the list has come last when the outer call goes on.
+    std::atomic<int> first_ = 0;
+    std::atomic<int> innerCalls_ = 0;
+
+private:
+    static inline thread_local bool isInLog_;
+    std::mutex mutex_;
+    std::set<std::string> seen_;
+};
+
+TEST_P(LogCallTest, MayCallEveryFunctionFromEveryOther)
+{
+    CallEverythingInNewLines();
+    for (int outer = GetParam(); outer < FunctionCount(); outer += kShares) {
+        ForgetLines();
+        first_ = outer; // so that one that removes finds what the one before it in the list has added
+        const int before = innerCalls_;
+        CallFunction(outer);
+        // None is without a line, but for the registrations' ends, which the others have preceded.
+        EXPECT_GE(innerCalls_, before + FunctionCount()) << "outer call " << outer;
+    }
+    platform_log::OnLine(nullptr);
+    EXPECT_EQ(StopNetworkSpeaker(3), 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(Shares, LogCallTest, ::testing::Range(0, kShares));
+
+// The lines of the first call, of the monitor's start and of the dispatch, on the monitor thread.
+TEST_F(LogCallTest, MayCallEveryFunctionWhileAnEventIsDispatched)
+{
+    char hall[] = "hall";
+    EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'a'>, hall), 0);
+    SubscribeNamServiceCallback("s", Subscriber<'s'>);
+    Callbacks::Do('a', [] { EXPECT_EQ(StopNetworkSpeaker(1), 1); });
+    Callbacks::Do('s', [] { throw 1; });
+    CallEverythingInNewLines();
+    Notify(NAMSERVICE_ATMOS_STATE, {1, 2, 3, 4});
+    Notify(NAMSERVICE_EXIT_STATE, {});
+    Notify(kEvent, {});
+    platform_log::OnLine(nullptr);
+    // The server has told of changes that the calls in between made, too.
+    EXPECT_THAT(
+        Callbacks::TakeCalls(), ::testing::IsSupersetOf(
+                                    {std::string("a(1, hall)"), "s(" + std::to_string(NAMSERVICE_ATMOS_STATE) + ", 4)",
+                                     "s(" + std::to_string(NAMSERVICE_EXIT_STATE) + ", 0)", std::string("s(7, 0)")}));
+    EXPECT_GE(innerCalls_, 8 * FunctionCount());
+}
+
+TEST_F(LogCallTest, MayCallEveryFunctionWhileALostBusIsReplaced)
+{
+    for (int loss = 0; loss < 2; ++loss) {
+        LoseBus();
+        bus_.Start();
+        StartServer();
+        ForgetLines();
+        CallEverythingInNewLines();
+        EXPECT_EQ(StopNetworkSpeaker(2), 2);
+        ServerControl(bus_.Address()).WaitForOwner(ClientBusName());
+        platform_log::OnLine(nullptr);
+    }
+    EXPECT_GE(innerCalls_, 4 * FunctionCount());
+}
+
+TEST_F(LogCallTest, MayEndTheMonitor)
+{
+    int results = 0;
+    platform_log::OnLine([&](const LogLine& line) {
+        if (line.ofTestThread) {
+            results += client_.m_DestroyMessageMonitor();
+        }
+    });
+    EXPECT_EQ(StopNetworkSpeaker(2), 2);
+    platform_log::OnLine(nullptr);
+    EXPECT_EQ(results, 0);
+    control_.WaitForNoOwner(ClientBusName());
+}
+
+} // namespace
+} // namespace log_call_test

@@ -1,0 +1,110 @@
+#include "EventTest.h"
+#include "support/Wait.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <latch>
+#include <thread>
+
+using namespace kiv::test;
+
+// A bus that is lost over and over, in a host that runs no main loop.
+namespace many_losses_test {
+namespace {
+
+constexpr int kLosses = 200;
+constexpr int kCallers = 8;
+
+std::size_t OpenFiles()
+{
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// All but those of GLib's thread pool, which come and go.
+std::size_t Threads()
+{
+    std::size_t count = 0;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(thread.path() / "comm"), name);
+        count += name.starts_with("pool") ? 0 : 1;
+    }
+    return count;
+}
+
+class ManyLossesTest : public EventTest {
+protected:
+    void LoseAndFindBus()
+    {
+        LoseBus();
+        bus_.Start();
+        StartServer();
+        platform_log::Clear();
+    }
+};
+
+TEST_F(ManyLossesTest, LeaveNothingBehindAndCostNoCall)
+{
+    StartAndConnect();
+    SubscribeNamServiceCallback("name", Subscriber<'n'>);
+    std::size_t threads = 0;
+    std::size_t files = 0;
+    for (int loss = 0; loss < kLosses; ++loss) {
+        LoseAndFindBus();
+        ASSERT_EQ(StopNetworkSpeaker(loss), loss);
+        {
+            ServerControl control(bus_.Address());
+            control.WaitForOwner(ClientBusName());
+            control.SendEvent(kEvent, {});
+            control.SendEvent(0, {});
+        }
+        ASSERT_EQ(Callbacks::TakeCalls(), Lines{"n(7, 0)"}) << "loss " << loss;
+        if (loss == 0) { // the lost shared connection stays, until the host runs its loop
+            threads = Threads();
+            files = OpenFiles();
+        }
+    }
+    // GIO closes on a thread of its own.
+    WaitUntil("GIO to close what the lost buses left", [&] { return Threads() <= threads && OpenFiles() <= files; });
+}
+
+TEST_F(ManyLossesTest, AreEachFollowedOnceHoweverManyFindThem)
+{
+    StartAndConnect();
+    for (int loss = 0; loss < 20; ++loss) {
+        LoseAndFindBus();
+        trace_.emplace(bus_.Address());
+        std::latch start(kCallers);
+        std::vector<std::thread> callers;
+        for (int caller = 0; caller < kCallers; ++caller) {
+            callers.emplace_back([&, caller] {
+                start.arrive_and_wait();
+                EXPECT_EQ(StopNetworkSpeaker(caller), caller);
+            });
+        }
+        for (std::thread& caller : callers) {
+            caller.join();
+        }
+        ServerControl control(bus_.Address());
+        control.WaitForOwner(ClientBusName());
+        EXPECT_TRUE(control.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [],)", 20000).answered);
+        const auto messages = trace_->Messages();
+        const auto isRequest = [](const auto& message) {
+            return message.member == "RequestName" && message.BodyText().find(ClientBusName()) != std::string::npos;
+        };
+        EXPECT_EQ(std::ranges::count_if(messages, isRequest), 1);
+        EXPECT_EQ(platform_log::OfFunction("m_OnbusAcquired").size(), 2U) // its entry and the path
+            << "an endpoint is opened once";
+        // Nobody opens one more afterwards.
+        EXPECT_EQ(StopNetworkSpeaker(1), 1);
+        const auto isHello = [](const auto& message) { return message.member == "Hello"; };
+        const auto hellos = std::ranges::count_if(messages, isHello);
+        EXPECT_EQ(StopNetworkSpeaker(1), 1);
+        EXPECT_EQ(std::ranges::count_if(trace_->Messages(), isHello), hellos);
+    }
+}
+
+} // namespace
+} // namespace many_losses_test

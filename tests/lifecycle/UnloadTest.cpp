@@ -1,0 +1,227 @@
+#include "KivServiceInterface.h"
+#include "support/Platform.h"
+#include "support/Server.h"
+#include "support/Wait.h"
+#include "tools/sandbox/PrivateBus.h"
+
+#include <dlfcn.h>
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using namespace kiv::test;
+
+// A real unload gives everything back.
+namespace unload_test {
+namespace {
+
+constexpr int kRounds = 100;
+
+class Loaded {
+public:
+    explicit Loaded(const char* file = KIV_LIBRARY) : handle_(dlopen(file, RTLD_NOW | RTLD_LOCAL))
+    {
+        if (handle_ == nullptr) {
+            throw std::runtime_error(dlerror());
+        }
+    }
+    ~Loaded() { dlclose(handle_); }
+    Loaded(const Loaded&) = delete;
+    Loaded& operator=(const Loaded&) = delete;
+
+    template <typename T>
+    T* Symbol(const char* name) const
+    {
+        return reinterpret_cast<T*>(dlsym(handle_, name));
+    }
+
+    CNSGdbus* Client() const { return *Symbol<CNSGdbus*>("_ZN8CNSGdbus11m_pInstanceE"); }
+    int Stop(int type) const { return Symbol<int(int)>("StopNetworkSpeaker")(type); }
+    int DestroyMonitor() const { return Symbol<int(CNSGdbus*)>("_ZN8CNSGdbus23m_DestroyMessageMonitorEv")(Client()); }
+    int Subscribe() const
+    {
+        return Symbol<int(const char*, NamEventCallback)>("SubscribeNamServiceCallback")(
+            "a name that takes memory of its own", [](int, void*, int) {});
+    }
+    int RegisterAtmos() const
+    {
+        return Symbol<int(AtmosSupportCallback, void*)>("register_atmos_support_cb")([](int, void*) {}, nullptr);
+    }
+
+private:
+    void* handle_;
+};
+
+bool IsMapped(const char* file)
+{
+    std::ifstream maps("/proc/self/maps");
+    const std::string name = std::filesystem::path(file).stem();
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find(name) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::size_t OpenFiles()
+{
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// How many keys of thread-specific data are still to be had.
+std::size_t FreeKeys()
+{
+    std::vector<pthread_key_t> keys;
+    for (pthread_key_t key = 0; pthread_key_create(&key, nullptr) == 0;) {
+        keys.push_back(key);
+    }
+    for (const pthread_key_t key : keys) {
+        pthread_key_delete(key);
+    }
+    return keys.size();
+}
+
+// Tells whether an object still lives, without keeping it alive.
+class Life {
+public:
+    explicit Life(gpointer object) { g_weak_ref_init(&object_, object); }
+    ~Life() { g_weak_ref_clear(&object_); }
+    Life(const Life&) = delete;
+    Life& operator=(const Life&) = delete;
+
+    // GIO's worker may hold it for a moment still.
+    void WaitForEnd()
+    {
+        WaitUntil("the connection to be released", [this] {
+            const std::shared_ptr<void> held(
+                g_weak_ref_get(&object_), [](gpointer object) { object != nullptr ? g_object_unref(object) : void(); });
+            return held == nullptr;
+        });
+    }
+
+private:
+    GWeakRef object_{};
+};
+
+// From now on the threads of this process, and those of its children, share one processor: each that is woken may hold
+// up the one that has woken it, between any two steps.
+void ShareOneProcessor()
+{
+    cpu_set_t allowed;
+    ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
+    int first = 0;
+    while (!CPU_ISSET(first, &allowed)) {
+        ++first;
+    }
+    CPU_ZERO(&allowed);
+    CPU_SET(first, &allowed);
+    ASSERT_EQ(sched_setaffinity(0, sizeof allowed, &allowed), 0);
+}
+
+class UnloadTest : public ::testing::Test {
+protected:
+    UnloadTest()
+    {
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1);
+        server_.emplace();
+    }
+
+    kiv::sandbox::PrivateBus bus_;
+    std::optional<Server> server_;
+};
+
+TEST_F(UnloadTest, GivesBackTheSharedConnection)
+{
+    for (int round = 0; round < 3; ++round) {
+        std::optional<Life> connection;
+        {
+            const Loaded library;
+            EXPECT_EQ(library.Stop(1), 1);
+            EXPECT_EQ(library.Subscribe(), 1);
+            EXPECT_EQ(library.RegisterAtmos(), 0);
+            connection.emplace(library.Client()->m_pConnection);
+            EXPECT_EQ(library.DestroyMonitor(), 0);
+        }
+        EXPECT_FALSE(IsMapped(KIV_LIBRARY));
+        connection->WaitForEnd();
+    }
+}
+
+TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnection)
+{
+    std::optional<Life> own;
+    {
+        const Loaded library;
+        EXPECT_EQ(library.Stop(1), 1);
+        server_.reset();
+        bus_.Kill();
+        GDBusConnection* const shared = library.Client()->m_pConnection;
+        WaitUntil("the connection to be closed", [&] { return g_dbus_connection_is_closed(shared) != FALSE; });
+        bus_.Start();
+        server_.emplace();
+        EXPECT_EQ(library.Stop(2), 2);
+        EXPECT_NE(library.Client()->m_pConnection, shared);
+        own.emplace(library.Client()->m_pConnection);
+        EXPECT_EQ(library.DestroyMonitor(), 0);
+    }
+    EXPECT_FALSE(IsMapped(KIV_LIBRARY));
+    own->WaitForEnd();
+}
+
+TEST_F(UnloadTest, GivesBackDescriptorsAndThreadKeys)
+{
+    ASSERT_NO_FATAL_FAILURE(ShareOneProcessor());
+    std::size_t files = 0;
+    std::size_t keys = 0;
+    for (int round = 0; round <= kRounds; ++round) {
+        {
+            const Loaded library;
+            ASSERT_EQ(library.Stop(round), round);
+            ASSERT_EQ(library.Subscribe(), 1);
+            ASSERT_EQ(library.DestroyMonitor(), 0);
+        }
+        ASSERT_FALSE(IsMapped(KIV_LIBRARY)) << "round " << round;
+        if (round == 0) { // GIO's own stay
+            files = OpenFiles();
+            keys = FreeKeys();
+        }
+    }
+    EXPECT_EQ(FreeKeys(), keys);
+    // GIO closes on a thread of its own.
+    WaitUntil("GIO to close what was lost", [&] { return OpenFiles() <= files; });
+}
+
+// The launch thread's end takes a key.
+TEST_F(UnloadTest, GivesBackTheKeyOfLaunchThreads)
+{
+    server_.reset();
+    std::size_t keys = 0;
+    for (int round = 0; round <= kRounds; ++round) {
+        {
+            const Loaded probe(KIV_LAUNCH_PROBE);
+            EXPECT_FALSE(probe.Symbol<bool()>("PreCheck")());
+        }
+        platform_log::WaitFor("I m_MainLaunchPro: g_dbusretrycnt=[6]");
+        WaitUntil("the probe to be unmapped", [] { return !IsMapped(KIV_LAUNCH_PROBE); });
+        platform_log::Clear();
+        if (round == 0) {
+            keys = FreeKeys();
+        }
+    }
+    EXPECT_EQ(FreeKeys(), keys);
+}
+
+} // namespace
+} // namespace unload_test
