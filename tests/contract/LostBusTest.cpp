@@ -1,8 +1,7 @@
 #include "ApiTest.h"
+#include "support/Process.h"
 #include "support/Wait.h"
 
-#include <filesystem>
-#include <fstream>
 #include <future>
 #include <thread>
 
@@ -10,24 +9,6 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 
 namespace {
-
-std::size_t OpenFiles()
-{
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-
-// All but those of GLib's thread pool, which come and go.
-std::size_t Threads()
-{
-    std::size_t count = 0;
-    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::string name;
-        std::getline(std::ifstream(thread.path() / "comm"), name);
-        count += name.starts_with("pool") ? 0 : 1;
-    }
-    return count;
-}
 
 class LostBusTest : public BusTest {
 protected:

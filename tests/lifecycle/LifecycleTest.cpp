@@ -1,5 +1,6 @@
 #include "KivServiceInterface.h"
 #include "support/Platform.h"
+#include "support/Process.h"
 #include "support/Server.h"
 #include "support/Wait.h"
 #include "tools/sandbox/BusTrace.h"
@@ -66,18 +67,6 @@ private:
     void* handle_;
 };
 
-bool IsMapped(const char* file = KIV_LIBRARY)
-{
-    std::ifstream maps("/proc/self/maps");
-    const std::string name = std::filesystem::path(file).stem();
-    for (std::string line; std::getline(maps, line);) {
-        if (line.find(name) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // The threads that are not GLib's, which gives its own a name.
 long ThreadsOfOurs()
 {
@@ -135,9 +124,9 @@ TEST_F(LifecycleTest, LoadingAndUnloadingTouchesNothing)
     kiv::sandbox::BusTrace trace(bus_.Address());
     {
         const Library library;
-        EXPECT_TRUE(IsMapped());
+        EXPECT_TRUE(IsMapped(KIV_LIBRARY));
     }
-    EXPECT_FALSE(IsMapped());
+    EXPECT_FALSE(IsMapped(KIV_LIBRARY));
     EXPECT_THAT(trace.Messages(), ::testing::IsEmpty());
     EXPECT_THAT(platform_log::Lines(), ::testing::IsEmpty());
 }
@@ -151,7 +140,7 @@ TEST_F(LifecycleTest, WithoutItsMonitorTheLibraryReallyGoes)
             EXPECT_EQ(library.Stop(round), round);
             EXPECT_EQ(library.DestroyMonitor(), 0);
         }
-        ASSERT_FALSE(IsMapped()) << "round " << round;
+        ASSERT_FALSE(IsMapped(KIV_LIBRARY)) << "round " << round;
         WaitForThreadsOfOurs(threads_);
     }
 }
@@ -164,13 +153,13 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
         EXPECT_EQ(library.Stop(1), 1);
         WaitForEndpoint();
     }
-    EXPECT_TRUE(IsMapped());
+    EXPECT_TRUE(IsMapped(KIV_LIBRARY));
 
     ServerControl control(bus_.Address());
     control.WaitForOwner("org.lumra.tv.networkspeaker.client." + ClientId());
     for (int round = 0; round < Rounds(20, 100); ++round) {
         EXPECT_EQ(Library().Stop(round), round);
-        ASSERT_TRUE(IsMapped()) << "round " << round;
+        ASSERT_TRUE(IsMapped(KIV_LIBRARY)) << "round " << round;
         WaitForThreadsOfOurs(threads_ + 1);
         platform_log::Clear();
         control.SendEvent(0x1234, {1, 2, 3});
@@ -183,7 +172,7 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
         EXPECT_EQ(library.Stop(2), 2);
         EXPECT_EQ(library.DestroyMonitor(), 0);
     }
-    EXPECT_FALSE(IsMapped());
+    EXPECT_FALSE(IsMapped(KIV_LIBRARY));
     WaitForThreadsOfOurs(threads_);
 }
 
@@ -199,7 +188,7 @@ protected:
 
     void ExpectGone(int round)
     {
-        ASSERT_FALSE(IsMapped()) << "round " << round;
+        ASSERT_FALSE(IsMapped(KIV_LIBRARY)) << "round " << round;
         WaitForThreadsOfOurs(threads_);
         platform_log::Clear();
     }
@@ -276,7 +265,7 @@ TEST_F(LifecycleTest, APlugInMayEndTheMonitorWhileItIsUnloaded)
             const Library plugin(KIV_PLUGIN);
             EXPECT_EQ(plugin.Symbol<int(int)>("Stop")(round), round);
         }
-        ASSERT_FALSE(IsMapped()) << "round " << round;
+        ASSERT_FALSE(IsMapped(KIV_LIBRARY)) << "round " << round;
     }
 }
 

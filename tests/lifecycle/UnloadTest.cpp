@@ -1,5 +1,6 @@
 #include "KivServiceInterface.h"
 #include "support/Platform.h"
+#include "support/Process.h"
 #include "support/Server.h"
 #include "support/Wait.h"
 #include "tools/sandbox/PrivateBus.h"
@@ -11,8 +12,6 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -61,24 +60,6 @@ public:
 private:
     void* handle_;
 };
-
-bool IsMapped(const char* file)
-{
-    std::ifstream maps("/proc/self/maps");
-    const std::string name = std::filesystem::path(file).stem();
-    for (std::string line; std::getline(maps, line);) {
-        if (line.find(name) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
-
-std::size_t OpenFiles()
-{
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
 
 // How many keys of thread-specific data are still to be had.
 std::size_t FreeKeys()
