@@ -211,9 +211,9 @@ public:
     static void m_OnnameLost(GDBusConnection* pConnection, const gchar* pszName, gpointer pInstance);
 
     /**
-     * Ends the monitor thread, if it serves this object, and waits for it: no callback runs after that, and none will
-     * for the life of the process. Waits for a callback that is running, and for nothing else. May be called at any
-     * time and repeatedly, but not from a callback.
+     * Ends the monitor thread, if it runs and serves this object, and waits for it: no callback runs after that, and
+     * none will for the life of the process. Waits for a callback that is running, and for nothing else. May be called
+     * at any time and repeatedly, but not from a callback.
      *
      * @return 0, also if the thread does not serve this object; otherwise the error number of pthread_join()
      */

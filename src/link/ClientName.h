@@ -41,7 +41,7 @@ private:
 
     const Handler onAcquired_;
     const Handler onLost_;
-    const gpointer data_;
+    void* const data_;
 
     GDBusConnection* connection_ = nullptr; // null while no name is asked for
     TextOwner name_;

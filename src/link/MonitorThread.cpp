@@ -18,6 +18,8 @@ namespace {
 
 class MonitorRun;
 
+constexpr int kMostTurns = 1000;
+
 // The one monitor thread. README.md states its machine. The loop and the thread's id are members of the client that it
 // serves, where hosts know them, and are guarded together with the rest.
 struct Monitor {
@@ -87,10 +89,13 @@ public:
     {
         Unpublish();
         endpoint_.Close();
+        // A request that was cancelled is completed without the bus.
+        while (ClientName::IsAnswerPending()) {
+            g_main_context_iteration(context_, TRUE);
+        }
         // What GIO has left in the context refers to the connection. No callback runs any more, since the object is
-        // gone, and a request that was cancelled is completed without the bus.
-        while (g_main_context_iteration(context_, ClientName::IsAnswerPending() ? TRUE : FALSE) != FALSE ||
-               ClientName::IsAnswerPending()) {
+        // gone. A callback may have left sources there that are never done.
+        for (int turn = 0; turn < kMostTurns && g_main_context_iteration(context_, FALSE) != FALSE; ++turn) {
         }
     }
 
@@ -147,6 +152,23 @@ private:
     GMainContext* const context_;
     ClientEndpoint endpoint_;
     const LoopOwner loop_;
+};
+
+// A thread that waits for the end, until it is joined. The host may cancel the thread that waits, after which another
+// one can. Made under the lock, and ended without it.
+class Joining {
+public:
+    Joining() { g_monitor->isJoining = true; }
+    ~Joining()
+    {
+        {
+            const std::lock_guard lock(g_mutex);
+            g_monitor->isJoining = false;
+        }
+        g_joined->notify_all();
+    }
+    Joining(const Joining&) = delete;
+    Joining& operator=(const Joining&) = delete;
 };
 
 void Start(CNSGdbus& client)
@@ -250,19 +272,17 @@ int CNSGdbus::m_DestroyMessageMonitor()
     if (m_MonitorThread == 0) {
         return 0;
     }
-    g_monitor->isJoining = true;
+    const Joining joining;
     const pthread_t thread = m_MonitorThread;
     lock.unlock();
     const int result = pthread_join(thread, nullptr);
     lock.lock();
-    g_monitor->isJoining = false;
     void* pin = nullptr;
     if (result == 0) {
         m_MonitorThread = 0;
         pin = std::exchange(g_monitor->pin, nullptr);
     }
     lock.unlock();
-    g_joined->notify_all();
     UnpinLibrary(pin);
     return result;
 }

@@ -57,7 +57,7 @@ ConnectionOwner PublishOwn(OwnConnection opened)
     ConnectionOwner own;
     {
         const std::lock_guard lock(g_mutex);
-        if (!g_own->connection) {
+        if (!g_own->connection || IsClosed(g_own->connection.get())) {
             std::swap(*g_own, opened);
         }
         own = NewReference(g_own->connection.get());
@@ -123,16 +123,10 @@ ConnectionOwner GetSystemBus(GError** error)
     }
     GError* failure = nullptr;
     ConnectionOwner shared = Share(&failure);
-    // None -> Shared, or Own: GIO hands out a lost connection, or the error with which its opening ended, for as long
-    // as anybody refers to it.
-    if (IsClosed(shared.get()) || g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CLOSED) != FALSE) {
-        g_clear_error(&failure);
-        return OpenOwn(error);
-    }
-    if (failure != nullptr) {
-        g_propagate_error(error, failure);
-    }
-    return shared;
+    const ErrorOwner stale(failure);
+    // None -> Own, or Shared: GIO hands out a lost connection, or the error with which its opening ended, for as long
+    // as anybody refers to it. An error may be of another time, so the bus is asked again.
+    return stale || IsClosed(shared.get()) ? OpenOwn(error) : std::move(shared);
 }
 
 void DropOwnConnection()

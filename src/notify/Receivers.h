@@ -15,8 +15,7 @@ namespace kiv::notify {
  * dispatch walks through it, and nothing is locked while a host runs. Removing takes no memory.
  *
  * An entry that is removed during a walk is not called any more, but stays in the map until no walk can stand on it. An
- * entry that is added during a walk is called from the next event on; one that was removed in that walk and comes again
- * takes its old place.
+ * entry that is added during a walk is called from the next event on, also one that was removed in that walk.
  */
 template <typename Key, typename Receiver>
 class Receivers {
@@ -39,8 +38,7 @@ public:
     {
         const std::lock_guard lock(mutex_);
         Entry& entry = entries_.try_emplace(std::move(key), Entry{receiver, lastWalk_, true}).first->second;
-        entry.receiver = receiver;
-        entry.isAlive = true;
+        entry = {receiver, entry.isAlive ? entry.walkBefore : lastWalk_, true};
     }
 
     // The same, behind all others; false if there is one that is meant.

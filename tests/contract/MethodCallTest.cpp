@@ -27,8 +27,10 @@ GVariant* Zeroes(const char* type, std::size_t bytes)
 // A value of data that GLib does not check.
 GVariant* Trusted(const char* type, const std::string& data)
 {
-    return g_variant_new_from_data(
-        G_VARIANT_TYPE(type), g_memdup2(data.c_str(), data.size() + 1), data.size() + 1, TRUE, nullptr, nullptr);
+    GBytes* const bytes = g_bytes_new(data.c_str(), data.size() + 1);
+    GVariant* const value = g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes, TRUE);
+    g_bytes_unref(bytes);
+    return value;
 }
 
 GVariant* Tuple(GVariant* member)

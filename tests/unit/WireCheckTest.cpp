@@ -19,6 +19,15 @@ constexpr std::uint32_t kLongestArray = 64 * 1024 * 1024;
 
 // --- Random values ------------------------------------------------------------------------------------------------
 
+// A value whose data GLib is told to trust.
+GVariant* Trusted(const char* type, const void* data, gsize size)
+{
+    GBytes* const bytes = g_bytes_new(data, size);
+    GVariant* const value = g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes, TRUE);
+    g_bytes_unref(bytes);
+    return value;
+}
+
 // Makes values of all types, of which some are such that D-Bus has no message for them. It knows of each whether it is.
 class RandomValues {
 public:
@@ -145,9 +154,7 @@ private:
 
     static GVariant* Unchecked(const char* type, const std::string& text)
     {
-        const gsize size = text.size() + 1;
-        return g_variant_new_from_data(
-            G_VARIANT_TYPE(type), g_memdup2(text.c_str(), size), size, TRUE, nullptr, nullptr);
+        return Trusted(type, text.c_str(), text.size() + 1);
     }
 
     GVariant* Number(const std::string& type)
@@ -156,8 +163,7 @@ private:
         const std::uint64_t bits = type == "b" ? Below(2) : random_();
         const gsize size = g_variant_get_size(
             Sink(g_variant_new_from_data(G_VARIANT_TYPE(type.c_str()), nullptr, 0, FALSE, nullptr, nullptr)).get());
-        return g_variant_new_from_data(
-            G_VARIANT_TYPE(type.c_str()), g_memdup2(&bits, size), size, TRUE, nullptr, nullptr);
+        return Trusted(type.c_str(), &bits, size);
     }
 
     std::mt19937_64 random_;
