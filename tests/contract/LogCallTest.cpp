@@ -107,17 +107,15 @@ TEST_F(LogCallTest, MayCallEveryFunctionWhileAnEventIsDispatched)
 
 TEST_F(LogCallTest, MayCallEveryFunctionWhileALostBusIsReplaced)
 {
-    for (int loss = 0; loss < 2; ++loss) {
-        LoseBus();
-        bus_.Start();
-        StartServer();
-        ForgetLines();
-        CallEverythingInNewLines();
-        EXPECT_EQ(StopNetworkSpeaker(2), 2);
-        ServerControl(bus_.Address()).WaitForOwner(ClientBusName());
-        platform_log::OnLine(nullptr);
-    }
-    EXPECT_GE(innerCalls_, 4 * FunctionCount());
+    LoseBus();
+    bus_.Start();
+    StartServer();
+    ForgetLines();
+    CallEverythingInNewLines();
+    EXPECT_EQ(StopNetworkSpeaker(2), 2);
+    ServerControl(bus_.Address()).WaitForOwner(ClientBusName());
+    platform_log::OnLine(nullptr);
+    EXPECT_GE(innerCalls_, 2 * FunctionCount());
 }
 
 TEST_F(LogCallTest, MayEndTheMonitor)
