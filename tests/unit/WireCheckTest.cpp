@@ -51,7 +51,7 @@ public:
     }
 
 private:
-    std::size_t Below(std::size_t limit) { return random_() % limit; }
+    std::size_t Below(std::size_t limit) { return static_cast<std::size_t>(random_() % limit); }
 
     // Whether something is to be wrong here.
     bool IsWrong()
