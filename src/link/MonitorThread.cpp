@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace kiv::link {
@@ -69,17 +70,17 @@ void EndFor(CNSGdbus& client)
     ending = EndUnderLock(client);
 }
 
-/*
- * What the monitor thread does, on its stack: whoever ends the thread, a callback included, ends this.
- */
+// What the monitor thread does, from its start to its end.
 class MonitorRun {
 public:
-    MonitorRun(CNSGdbus& client, GMainContext* context, const Here& here)
-        : client_(client), context_(context), endpoint_(client, here), loop_(g_main_loop_new(context, FALSE))
+    MonitorRun(CNSGdbus& client, ContextOwner context, const Here& here)
+        : client_(client), context_(std::move(context)), endpoint_(client, here),
+          loop_(g_main_loop_new(context_.get(), FALSE))
     {
+        g_main_context_push_thread_default(context_.get());
         const std::lock_guard lock(g_mutex);
         g_monitor->run = this;
-        g_monitor->context = context;
+        g_monitor->context = context_.get();
         if (!g_monitor->isEnding) {
             client.m_pMainLoop = g_main_loop_ref(loop_.get());
         }
@@ -91,11 +92,15 @@ public:
         endpoint_.Close();
         // A request that was cancelled is completed without the bus.
         while (ClientName::IsAnswerPending()) {
-            g_main_context_iteration(context_, TRUE);
+            g_main_context_iteration(context_.get(), TRUE);
         }
         // What GIO has left in the context refers to the connection. No callback runs any more, since the object is
         // gone. A callback may have left sources there that are never done.
-        for (int turn = 0; turn < kMostTurns && g_main_context_iteration(context_, FALSE) != FALSE; ++turn) {
+        for (int turn = 0; turn < kMostTurns && g_main_context_iteration(context_.get(), FALSE) != FALSE; ++turn) {
+        }
+        // A callback that ended the thread may have left one of its own there.
+        if (g_main_context_get_thread_default() == context_.get()) {
+            g_main_context_pop_thread_default(context_.get());
         }
     }
 
@@ -105,7 +110,7 @@ public:
     // The loop begins with a look, because a quit that came before it ran has had no effect.
     void Run()
     {
-        Post(context_, Look);
+        Post(context_.get(), Look);
         g_main_loop_run(loop_.get());
     }
 
@@ -149,7 +154,7 @@ private:
     }
 
     CNSGdbus& client_;
-    GMainContext* const context_;
+    const ContextOwner context_;
     ClientEndpoint endpoint_;
     const LoopOwner loop_;
 };
@@ -170,6 +175,10 @@ public:
     Joining(const Joining&) = delete;
     Joining& operator=(const Joining&) = delete;
 };
+
+// Ends with the thread also where a callback ends that. Not on the stack of the thread's body, which the C library does
+// not unwind where GLib has no unwind tables, as on 32-bit ARM.
+thread_local std::optional<MonitorRun> t_run;
 
 void Start(CNSGdbus& client)
 {
@@ -235,16 +244,15 @@ void* CNSGdbus::m_Monitor(void* pInstance)
         KIV_LOG_ERROR("pInstance is NULL");
         return nullptr;
     }
-    const ContextOwner context(g_main_context_new());
+    ContextOwner context(g_main_context_new());
     if (!context) {
         KIV_LOG_ERROR("[%s] pContext is NULL", kApiTag);
         EndFor(*client);
         return nullptr;
     }
-    // GLib pops it where a callback ends the thread.
-    g_main_context_push_thread_default(context.get());
-    MonitorRun(*client, context.get(), KIV_HERE).Run();
-    g_main_context_pop_thread_default(context.get());
+    t_run.emplace(*client, std::move(context), KIV_HERE);
+    t_run->Run();
+    t_run.reset();
     return nullptr;
 }
 
