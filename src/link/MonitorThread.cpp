@@ -176,9 +176,25 @@ public:
     Joining& operator=(const Joining&) = delete;
 };
 
-// Ends with the thread also where a callback ends that. Not on the stack of the thread's body, which the C library does
-// not unwind where GLib has no unwind tables, as on 32-bit ARM.
-thread_local std::optional<MonitorRun> t_run;
+// Ends the run of a thread that a callback ends: thread-specific data is released after the thread's body, which the C
+// library does not unwind where GLib has no unwind tables, as on 32-bit ARM. Not a thread_local object, for which the C
+// library takes the loader's lock: a plug-in that is being unloaded, and ends the monitor, holds that.
+std::optional<pthread_key_t> RunKey()
+{
+    static const std::optional<pthread_key_t> key = []() -> std::optional<pthread_key_t> {
+        pthread_key_t created = 0;
+        const auto endRun = [](void* run) { delete static_cast<MonitorRun*>(run); };
+        return pthread_key_create(&created, endRun) == 0 ? std::optional(created) : std::nullopt;
+    }();
+    return key;
+}
+
+void KeepForThreadEnd(MonitorRun* run)
+{
+    if (const auto key = RunKey()) {
+        pthread_setspecific(*key, run);
+    }
+}
 
 void Start(CNSGdbus& client)
 {
@@ -229,6 +245,9 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
 
 void ForgetMonitor()
 {
+    if (const auto key = RunKey()) {
+        pthread_key_delete(*key);
+    }
     g_monitor.Destroy();
     g_joined.Destroy();
 }
@@ -250,9 +269,11 @@ void* CNSGdbus::m_Monitor(void* pInstance)
         EndFor(*client);
         return nullptr;
     }
-    t_run.emplace(*client, std::move(context), KIV_HERE);
-    t_run->Run();
-    t_run.reset();
+    auto* const run = new MonitorRun(*client, std::move(context), KIV_HERE);
+    KeepForThreadEnd(run);
+    run->Run();
+    KeepForThreadEnd(nullptr);
+    delete run;
     return nullptr;
 }
 
