@@ -1,4 +1,4 @@
-# Parts that are built where what they need is there.
+# A part is built where what it needs is there.
 
 # Declares an option: ON requires what the part needs; AUTO builds the part where that is there, and never within another
 # project.
@@ -22,7 +22,8 @@ macro(kiv_missing_packages missing)
   endwhile()
 endmacro()
 
-# The same for programs. Arguments: the variable that gets the path, the program's names with a | between them, Debian package, and so on.
+# Appends to a list the Debian packages of those programs that are not found. Arguments: the variable that gets the path,
+# the program's names with a | between them, Debian package, and so on.
 macro(kiv_missing_programs missing)
   set(triples ${ARGN})
   while(triples)

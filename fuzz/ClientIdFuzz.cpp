@@ -27,7 +27,7 @@ constexpr std::size_t kMaxNameLength = 255;
 constexpr guint kSubscription = 7;
 constexpr guint kRegistration = 9;
 
-// What the endpoint has on the bus.
+// Holds what the endpoint has on the bus.
 struct Served {
     std::string name;
     std::string path;

@@ -85,7 +85,7 @@ GVariant* BytesTuple(Payload payload)
 GVariant* Text(const char* text)
 {
     char* const copy = g_strdup(text);
-    // Not g_variant_new_string(), which logs a critical if the text is not valid.
+    // g_variant_new_string() would log a critical if the text is not valid.
     return g_variant_new_from_data(G_VARIANT_TYPE_STRING, copy, std::strlen(copy) + 1, TRUE, g_free, copy);
 }
 

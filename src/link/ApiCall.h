@@ -16,7 +16,7 @@ namespace kiv::link {
 class ApiCall {
 public:
     explicit ApiCall(const Here& here) : here_(here) {}
-    // For a function that reaches the server in its own way: over this connection, or not at all if it is null.
+    // Serves a function that reaches the server in its own way: calls go over this connection, null if there is none.
     ApiCall(const Here& here, ConnectionOwner connection) : here_(here), connection_(std::move(connection)) {}
 
     // Whether calls can be made: the device has network speakers and the server gave this process its id, having been
@@ -28,7 +28,7 @@ public:
     Attempt TryOnce();
 
     bool HasConnection() const { return connection_ != nullptr; }
-    // For calls on behalf of another function.
+    // Hands the connection over, for calls on behalf of another function.
     ConnectionOwner TakeConnection() { return std::move(connection_); }
 
     // Calls a server method with an argument tuple, or null for none. A preset stands in the place for the reply if

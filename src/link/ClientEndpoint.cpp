@@ -33,7 +33,7 @@ const char* IdIn(const char* busName)
     return std::string_view(busName).starts_with(kClientNamePrefix) ? busName + kClientNamePrefix.size() : busName;
 }
 
-// Not printf(), to which a template of the host's would be a format.
+// Replaces the first placeholder. printf() would take a template of the host's for a format.
 TextOwner FillIn(const char* xml, const char* id)
 {
     const char* const at = std::strstr(xml, kIdPlaceholder);
@@ -121,7 +121,7 @@ void CNSGdbus::m_OnbusAcquired(GDBusConnection* pConnection, const gchar* pszNam
 {
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
     auto& client = *static_cast<CNSGdbus*>(pInstance);
-    // Under the id that is in the name: the client's own may have changed since.
+    // The path takes the id from the name, because the client's own may have changed since.
     const TextOwner path = ObjectPath(IdIn(pszName));
     const GDBusInterfaceVTable vtable = InterfaceVTable(client);
     GError* failure = nullptr;

@@ -7,7 +7,7 @@
 
 namespace kiv::link {
 
-// What every call hands to GetProxy(): the client object as the server calls it, and who handles it.
+// Every call hands these to GetProxy(): the client object as the server calls it, and its handlers.
 extern const char* const kClientXml;
 extern const GDBusInterfaceVTable kClientVTable;
 

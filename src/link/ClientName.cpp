@@ -69,7 +69,7 @@ void ClientName::Release()
     if (IsClosed(connection_)) {
         Tell(Told::kLost);
     } else if (isToBeReleased_) {
-        // Not g_dbus_connection_call(), which tells the bus that no reply is expected if nobody waits for it. GIO drops
+        // g_dbus_connection_call() would tell the bus that no reply is expected, because nobody waits for it. GIO drops
         // a reply whose serial it does not know.
         const MessageOwner message(g_dbus_message_new_method_call(kBusName, kBusPath, kBusInterface, "ReleaseName"));
         g_dbus_message_set_body(message.get(), g_variant_new("(s)", name_.get()));

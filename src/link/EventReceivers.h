@@ -6,7 +6,7 @@
 
 namespace kiv::link {
 
-// What the event dispatch passes events to, on the monitor thread. Provided by notify/; their lines are logged on
+// The event dispatch passes events to these, on the monitor thread. notify/ provides them; their lines are logged on
 // behalf of the dispatch.
 
 void CallAtmosCallbacks(const Here& here);

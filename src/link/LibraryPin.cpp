@@ -79,7 +79,7 @@ void UnpinLibrary(void* pin)
 
 void UnpinLibraryAtThreadEnd(void* pin)
 {
-    // Without a key, the library stays mapped for good.
+    // If there is no key, the library stays mapped for good.
     if (const auto key = ThreadEndKey(); pin != nullptr && key) {
         pthread_setspecific(*key, pin);
     }

@@ -25,14 +25,14 @@ constexpr int kMostTurns = 1000;
 // serves, where hosts know them, and are guarded together with the rest.
 struct Monitor {
     bool s_bMonitorStarted = false;
-    bool isEnding = false;  // for good
-    bool isJoining = false; // a thread waits for the end
-    // Where the endpoint is to stand. The thread takes the reference along, and keeps it in the endpoint until it takes
-    // the next one: no other connection can have this one's address meanwhile.
+    bool isEnding = false; // for good
+    bool isJoining = false;
+    // The place where the endpoint is to stand. The thread moves the reference into the endpoint, which keeps it until
+    // the next place: no other connection can have this one's address meanwhile.
     ConnectionOwner wanted;
     const GDBusConnection* wantedConnection = nullptr;
     TextOwner wantedId;
-    // There while the thread can be asked for something.
+    // Set while tasks can be posted to the thread.
     MonitorRun* run = nullptr;
     GMainContext* context = nullptr;
     void* pin = nullptr;
@@ -50,13 +50,13 @@ void Post(GMainContext* context, GSourceFunc task)
     g_source_attach(source.get(), context);
 }
 
-// What an end takes from the shared state, to be released outside the lock.
+// An end moves these out of the shared state, and releases them after the lock.
 struct Ending {
     LoopOwner loop;
     ConnectionOwner wanted;
 };
 
-// Under the lock: no task is accepted any more, and no loop starts.
+// The caller holds the lock. After this, the thread accepts no task, and a loop that starts ends at once.
 Ending EndUnderLock(CNSGdbus& client)
 {
     g_monitor->isEnding = true;
@@ -70,7 +70,7 @@ void EndFor(CNSGdbus& client)
     ending = EndUnderLock(client);
 }
 
-// What the monitor thread does, from its start to its end.
+// The life of the monitor thread: it makes this first, and ends with its destructor.
 class MonitorRun {
 public:
     MonitorRun(CNSGdbus& client, ContextOwner context, const Here& here)
@@ -90,15 +90,15 @@ public:
     {
         Unpublish();
         endpoint_.Close();
-        // A request that was cancelled is completed without the bus.
+        // GIO completes a cancelled request without the bus.
         while (ClientName::IsAnswerPending()) {
             g_main_context_iteration(context_.get(), TRUE);
         }
-        // What GIO has left in the context refers to the connection. No callback runs any more, since the object is
-        // gone. A callback may have left sources there that are never done.
+        // GIO's sources that are left in the context refer to the connection. No callback runs any more, since the object
+        // is unregistered. The number of turns is limited, because a callback may have attached a source that never ends.
         for (int turn = 0; turn < kMostTurns && g_main_context_iteration(context_.get(), FALSE) != FALSE; ++turn) {
         }
-        // A callback that ended the thread may have left one of its own there.
+        // A callback that ended the thread may have pushed a context of its own.
         if (g_main_context_get_thread_default() == context_.get()) {
             g_main_context_pop_thread_default(context_.get());
         }
@@ -107,14 +107,14 @@ public:
     MonitorRun(const MonitorRun&) = delete;
     MonitorRun& operator=(const MonitorRun&) = delete;
 
-    // The loop begins with a look, because a quit that came before it ran has had no effect.
+    // The loop begins with Look(), because a quit that came before the loop ran has had no effect.
     void Run()
     {
         Post(context_.get(), Look);
         g_main_loop_run(loop_.get());
     }
 
-    // What the thread is asked for: to end, or to take the endpoint to another place.
+    // The task that other threads post: it ends the loop, or takes the endpoint to another place.
     static gboolean Look(gpointer /*data*/)
     {
         MonitorRun* run = nullptr;
@@ -159,8 +159,8 @@ private:
     const LoopOwner loop_;
 };
 
-// A thread that waits for the end, until it is joined. The host may cancel the thread that waits, after which another
-// one can. Made under the lock, and ended without it.
+// Exists while one thread joins the monitor thread. The host may cancel that thread, and then another one joins. The
+// caller holds the lock when it makes this, and has released it when this ends.
 class Joining {
 public:
     Joining() { g_monitor->isJoining = true; }
@@ -176,9 +176,10 @@ public:
     Joining& operator=(const Joining&) = delete;
 };
 
-// Ends the run of a thread that a callback ends: thread-specific data is released after the thread's body, which the C
-// library does not unwind where GLib has no unwind tables, as on 32-bit ARM. Not a thread_local object, for which the C
-// library takes the loader's lock: a plug-in that is being unloaded, and ends the monitor, holds that.
+// The key of the thread-specific data that ends the run of a thread that a callback ends. The C library releases such data
+// after the thread's body, which it does not unwind where GLib has no unwind tables, as on 32-bit ARM. A thread_local
+// object would do the same, but the C library takes the loader's lock for it, which a plug-in holds that is being unloaded
+// and ends the monitor.
 std::optional<pthread_key_t> RunKey()
 {
     static const std::optional<pthread_key_t> key = []() -> std::optional<pthread_key_t> {

@@ -26,7 +26,7 @@ using ContextOwner = std::unique_ptr<GMainContext, Releaser<g_main_context_unref
 using LoopOwner = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
 using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
 
-// A text that GLib allocated. Where a C callback builds one, this and not std::string: nothing is thrown through GLib.
+// A text that GLib allocated. C callbacks build their texts with it, because std::string may throw through GLib.
 using TextOwner = std::unique_ptr<char, Releaser<g_free>>;
 
 // One more reference to an object; null stays null.

@@ -15,7 +15,7 @@ inline constexpr int kApiFailed = -1;
 // a line in the log.
 bool CheckType(const Here& here, const char* method, GVariant* value, const char* expected);
 
-// What came of a call on the server, on behalf of a function.
+// The result of a call on the server, decoded on behalf of a function.
 class Reply {
 public:
     // The value is the reply, or the preset if nothing was sent; null if the call failed.
@@ -55,7 +55,7 @@ public:
     // The bytes are the reply's. Null if the first member is not a byte array, or an empty one.
     Bytes Array() const { return bytes_; }
 
-    // What a query returns if there is no member to read, after its lines in the log; nothing if there is one.
+    // Logs why there is no member to read, and gives the result that a query then returns; nothing if there is one.
     std::optional<int> ResultWithoutMember(const Here& here) const;
 
 private:

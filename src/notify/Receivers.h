@@ -11,7 +11,7 @@
 namespace kiv::notify {
 
 /*
- * What hosts registered to be called for events, in the order of the keys. Any thread changes it while the event
+ * Holds what hosts registered to be called for events, in the order of the keys. Any thread changes it while the event
  * dispatch walks through it, and nothing is locked while a host runs. Removing takes no memory.
  *
  * An entry that is removed during a walk is not called any more, but stays in the map until no walk can stand on it. An
@@ -41,7 +41,7 @@ public:
         entry = {receiver, entry.isAlive ? entry.walkBefore : lastWalk_, true};
     }
 
-    // The same, behind all others; false if there is one that is meant.
+    // Adds a receiver behind all others. Does nothing, and returns false, if there is one that is meant.
     template <typename Predicate>
     bool AppendUnless(Predicate&& isMeant, const Receiver& receiver)
     {

@@ -39,7 +39,7 @@ protected:
     explicit ClientNameTest(const kiv::sandbox::BusOptions& options = {}) : EventTest(options) { StartServer(); }
     ~ClientNameTest() override { g_object_unref(shared_); }
 
-    // What this process and the bus daemon have said to each other about a name, and about nothing else.
+    // Gives the messages between this process and the bus daemon that are about a name.
     Lines TraceOf(const std::string& name)
     {
         const std::string self = g_dbus_connection_get_unique_name(shared_);
@@ -132,7 +132,7 @@ protected:
         return TraceOf(ClientBusName());
     }
 
-    // What the bus has sent until now has been handled when a later call of the object has been answered.
+    // Returns when all that the bus has sent so far is handled: a later call of the object has been answered then.
     void WaitForMonitorThread()
     {
         const kiv::sandbox::Connection caller(bus_.Address());

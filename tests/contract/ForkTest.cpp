@@ -79,7 +79,7 @@ TEST_F(ForkTest, ChildrenEndWhileSubscriptionsChange)
     ExpectOrderlyChildren();
 }
 
-// What the process has stays its own: events and calls go on, whatever the children have inherited.
+// Children inherit the connection, but the process keeps it: its events and calls go on.
 TEST_F(ForkTest, ChildrenTakeNothingFromTheirParent)
 {
     SubscribeNamServiceCallback("name", Subscriber<'n'>);

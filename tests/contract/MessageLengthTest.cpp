@@ -56,7 +56,7 @@ TEST_F(MessageLengthTest, OneThatIsLongerCostsTheConnectionAndTheNextCallFindsAn
             platform_log::OfTestThread(),
             ElementsAre(
                 "I ConnectNetworkSpeakerByMobile: >>> API Start ", kEnter, kEnter,
-                // What GLib says depends on whether it was still writing.
+                // GLib's text depends on whether it was still writing.
                 StartsWith("E MethodCall: [NAM_API] Error: method [ConnectNetworkSpeakerByMobile],["),
                 "E ConnectNetworkSpeakerByMobile: [NAM_API] MethodCall Error",
                 "I ConnectNetworkSpeakerByMobile: return value[-1]"));

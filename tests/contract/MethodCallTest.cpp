@@ -151,7 +151,8 @@ protected:
     CNSGdbus& client_ = *CNSGdbus::m_pInstance;
 };
 
-// What is not sent costs one line, and neither the connection nor a critical of GLib's, which would end the test.
+// A call that is not sent costs one line. It costs neither the connection nor a critical of GLib's, which would end the
+// test.
 class UnsendableTest : public MethodCallTest {
 protected:
     void ExpectRefused(const std::string& method, GVariant* input, const std::string& reason)

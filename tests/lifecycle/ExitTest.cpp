@@ -21,8 +21,8 @@
 using namespace kiv::test;
 
 /*
- * What the library does not do while the process exits. A program of its own, because it takes the place of functions
- * of GLib's and of the C library's, in order to see the library call them.
+ * The library does next to nothing while the process exits. The tests are a program of their own, because they take the
+ * place of functions of GLib's and of the C library's, in order to see the library call them.
  */
 
 namespace {
@@ -31,7 +31,7 @@ constexpr int kOrderly = 42;
 constexpr int kReleased = 43;
 constexpr int kWrong = 44;
 
-// On the thread that exits.
+// True on the thread that exits.
 thread_local bool g_isExiting;
 
 std::atomic<int> g_dlopens;

@@ -226,7 +226,7 @@ def bus_version(column, work):
     return f"{column.bus_version[0]} {re.search(r'[0-9][0-9.]*', text.stdout)[0]}"
 
 
-PARAGRAPHS = """# What the library is tested with
+PARAGRAPHS = """# Compatibility
 
 `./dev matrix` runs the test suites with several versions of GLib, and the contract suite also on dbus-broker, the other
 bus daemon that Linux systems have. It writes this page. A cell says how many tests passed, and how many ran.

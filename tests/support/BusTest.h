@@ -19,7 +19,8 @@ using Lines = std::vector<std::string>;
 
 Lines operator+(Lines a, const Lines& b);
 
-// Of a bus that carries messages of the greatest length that D-Bus allows. A system bus has a lower limit of its own.
+// The options of a bus that carries messages of the greatest length that D-Bus allows. A system bus has a lower limit of
+// its own.
 inline const std::string kLongMessages = "<limit name=\"max_message_size\">134217728</limit>";
 
 /*
@@ -65,14 +66,14 @@ protected:
     ServerControl control_;
 };
 
-// What every call sends before its own method, in this order: owner, id, owner.
+// Every call sends these before its own method, in this order: owner, id, owner.
 inline const std::string kOwnerQuery = "NameHasOwner('org.lumra.tv.networkspeaker.server')";
 std::string IdQuery();
-// What the bus itself answers when nobody owns the server's name and nobody can be started, and when the server dies in
-// a call: the error as GIO words it. Each bus daemon has texts of its own.
+// The bus's own answers, as GIO words the errors: nobody owns the server's name and nobody can be started; the server
+// dies in a call. Each bus daemon has texts of its own.
 std::string NoServerError();
 std::string DeadServerError();
-// What a call logs when nobody owns the server's name and nobody can be started.
+// The lines of a call when nobody owns the server's name and nobody can be started.
 Lines UnreachableLines(const std::string& function);
 
 } // namespace kiv::test

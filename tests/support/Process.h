@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-// What the test's process has of the system.
+// Counts what the test's process holds of the system.
 namespace kiv::test {
 
 std::size_t OpenFiles();
