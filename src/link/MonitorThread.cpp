@@ -94,8 +94,9 @@ public:
         while (ClientName::IsAnswerPending()) {
             g_main_context_iteration(context_.get(), TRUE);
         }
-        // GIO's sources that are left in the context refer to the connection. No callback runs any more, since the object
-        // is unregistered. The number of turns is limited, because a callback may have attached a source that never ends.
+        // GIO's sources that are left in the context refer to the connection. No callback runs any more, since the
+        // object is unregistered. The number of turns is limited, because a callback may have attached a source that
+        // never ends.
         for (int turn = 0; turn < kMostTurns && g_main_context_iteration(context_.get(), FALSE) != FALSE; ++turn) {
         }
         // A callback that ended the thread may have pushed a context of its own.
@@ -176,10 +177,10 @@ public:
     Joining& operator=(const Joining&) = delete;
 };
 
-// The key of the thread-specific data that ends the run of a thread that a callback ends. The C library releases such data
-// after the thread's body, which it does not unwind where GLib has no unwind tables, as on 32-bit ARM. A thread_local
-// object would do the same, but the C library takes the loader's lock for it, which a plug-in holds that is being unloaded
-// and ends the monitor.
+// The key of the thread-specific data that ends the run of a thread that a callback ends. The C library releases such
+// data after the thread's body, which it does not unwind where GLib has no unwind tables, as on 32-bit ARM. A
+// thread_local object would do the same, but the C library takes the loader's lock for it, which a plug-in holds that
+// is being unloaded and ends the monitor.
 std::optional<pthread_key_t> RunKey()
 {
     static const std::optional<pthread_key_t> key = []() -> std::optional<pthread_key_t> {

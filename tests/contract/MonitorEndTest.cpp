@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 
@@ -92,6 +93,27 @@ TEST_F(MonitorEndTest, CallsOfOtherMethodsLeaveNothingBehind)
     const auto arrived = [] { return platform_log::OfFunction("NamClientReceiveHandleEvent").size(); };
     WaitUntil("the calls to arrive", [&] { return arrived() == 100; });
     WaitForReferences(2);
+}
+
+// The monitor's context is the thread's default one there.
+TEST_F(MonitorEndTest, ASourceOfACallbacksThatIsAlwaysReadyHoldsUpNothing)
+{
+    StartAndConnect();
+    static std::atomic<bool> isReleased = false;
+    Callbacks::Do('a', [] {
+        GSource* const source = g_idle_source_new();
+        g_source_set_priority(source, G_PRIORITY_LOW);
+        g_source_set_callback(
+            source, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr,
+            [](gpointer) { isReleased = true; });
+        g_source_attach(source, g_main_context_get_thread_default());
+        g_source_unref(source);
+    });
+    SubscribeNamServiceCallback("a", Subscriber<'a'>);
+    EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)"));
+
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+    EXPECT_TRUE(isReleased);
 }
 
 // --- A callback that ends its thread

@@ -45,6 +45,19 @@ TEST_F(ReceiverChangesTest, ASubscriberThatIsRemovedAndAddedAfterItsTurnIsNotCal
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)", "b(7, 0)"));
 }
 
+TEST_F(ReceiverChangesTest, ASubscriberThatIsRemovedAndAddedBeforeItsTurnIsCalledFromTheNextEventOn)
+{
+    Callbacks::Do('a', [] {
+        UnsubscribeNamServiceCallback("b");
+        SubscribeNamServiceCallback("b", Subscriber<'b'>);
+        Callbacks::Do('a', nullptr);
+    });
+    SubscribeNamServiceCallback("a", Subscriber<'a'>);
+    SubscribeNamServiceCallback("b", Subscriber<'b'>);
+    EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)"));
+    EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)", "b(7, 0)"));
+}
+
 TEST_F(ReceiverChangesTest, ASubscriberMayRemoveAllAndAddOthers)
 {
     Callbacks::Do('b', [] {

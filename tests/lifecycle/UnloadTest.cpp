@@ -1,4 +1,5 @@
 #include "KivServiceInterface.h"
+#include "support/Life.h"
 #include "support/Platform.h"
 #include "support/Process.h"
 #include "support/Server.h"
@@ -12,7 +13,6 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -74,28 +74,6 @@ std::size_t FreeKeys()
     return keys.size();
 }
 
-// Tells whether an object still lives, without keeping it alive.
-class Life {
-public:
-    explicit Life(gpointer object) { g_weak_ref_init(&object_, object); }
-    ~Life() { g_weak_ref_clear(&object_); }
-    Life(const Life&) = delete;
-    Life& operator=(const Life&) = delete;
-
-    // GIO's worker may hold it for a moment still.
-    void WaitForEnd()
-    {
-        WaitUntil("the connection to be released", [this] {
-            const std::shared_ptr<void> held(
-                g_weak_ref_get(&object_), [](gpointer object) { object != nullptr ? g_object_unref(object) : void(); });
-            return held == nullptr;
-        });
-    }
-
-private:
-    GWeakRef object_{};
-};
-
 // From now on the threads of this process, and those of its children, share one processor: each that is woken may hold
 // up the one that has woken it, between any two steps.
 void ShareOneProcessor()
@@ -117,6 +95,24 @@ protected:
     {
         setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1);
         server_.emplace();
+    }
+
+    void LoseBusOf(const Loaded& library)
+    {
+        server_.reset();
+        bus_.Kill();
+        GDBusConnection* const connection = library.Client()->m_pConnection;
+        WaitUntil("the connection to be closed", [&] { return g_dbus_connection_is_closed(connection) != FALSE; });
+    }
+
+    void LoseAndFindBusOf(const Loaded& library)
+    {
+        GDBusConnection* const shared = library.Client()->m_pConnection;
+        LoseBusOf(library);
+        bus_.Start();
+        server_.emplace();
+        EXPECT_EQ(library.Stop(2), 2);
+        EXPECT_NE(library.Client()->m_pConnection, shared);
     }
 
     kiv::sandbox::PrivateBus bus_;
@@ -146,15 +142,24 @@ TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnection)
     {
         const Loaded library;
         EXPECT_EQ(library.Stop(1), 1);
-        server_.reset();
-        bus_.Kill();
-        GDBusConnection* const shared = library.Client()->m_pConnection;
-        WaitUntil("the connection to be closed", [&] { return g_dbus_connection_is_closed(shared) != FALSE; });
-        bus_.Start();
-        server_.emplace();
-        EXPECT_EQ(library.Stop(2), 2);
-        EXPECT_NE(library.Client()->m_pConnection, shared);
+        LoseAndFindBusOf(library);
         own.emplace(library.Client()->m_pConnection);
+        EXPECT_EQ(library.DestroyMonitor(), 0);
+    }
+    EXPECT_FALSE(IsMapped(KIV_LIBRARY));
+    own->WaitForEnd();
+}
+
+// No call has found it.
+TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnectionThatIsLost)
+{
+    std::optional<Life> own;
+    {
+        const Loaded library;
+        EXPECT_EQ(library.Stop(1), 1);
+        LoseAndFindBusOf(library);
+        own.emplace(library.Client()->m_pConnection);
+        LoseBusOf(library);
         EXPECT_EQ(library.DestroyMonitor(), 0);
     }
     EXPECT_FALSE(IsMapped(KIV_LIBRARY));

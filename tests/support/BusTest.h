@@ -19,8 +19,8 @@ using Lines = std::vector<std::string>;
 
 Lines operator+(Lines a, const Lines& b);
 
-// The options of a bus that carries messages of the greatest length that D-Bus allows. A system bus has a lower limit of
-// its own.
+// The options of a bus that carries messages of the greatest length that D-Bus allows. A system bus has a lower limit
+// of its own.
 inline const std::string kLongMessages = "<limit name=\"max_message_size\">134217728</limit>";
 
 /*

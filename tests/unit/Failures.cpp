@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <utility>
 
 namespace kiv::test {
 
@@ -18,9 +19,12 @@ Failure g_replies;
 Failure g_contexts;
 Failure g_nodeInfo;
 Failure g_bus;
+Failure g_busError;
 Failure g_registration;
 Failure g_thread;
 std::atomic<int> g_monitorThreads;
+std::atomic<bool> g_isJoining;
+std::function<void(GDBusConnection* opened)> g_afterOpening;
 
 } // namespace kiv::test
 
@@ -85,7 +89,21 @@ GDBusNodeInfo* __wrap_g_dbus_node_info_new_for_xml(const gchar* xml, GError** er
 GDBusConnection* __real_g_bus_get_sync(GBusType type, GCancellable* cancellable, GError** error);
 GDBusConnection* __wrap_g_bus_get_sync(GBusType type, GCancellable* cancellable, GError** error)
 {
+    if (g_busError.Strikes()) {
+        g_set_error_literal(error, G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED, "of another time");
+        return nullptr;
+    }
     return g_bus.Strikes() ? nullptr : __real_g_bus_get_sync(type, cancellable, error);
+}
+
+gboolean __real_g_initable_init(GInitable* object, GCancellable* cancellable, GError** error);
+gboolean __wrap_g_initable_init(GInitable* object, GCancellable* cancellable, GError** error)
+{
+    const gboolean isOpen = __real_g_initable_init(object, cancellable, error);
+    if (const auto action = std::exchange(g_afterOpening, nullptr)) {
+        action(G_DBUS_CONNECTION(object));
+    }
+    return isOpen;
 }
 
 guint __real_g_dbus_connection_register_object(
@@ -110,6 +128,13 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
         }
     }
     return __real_pthread_create(thread, attributes, body, argument);
+}
+
+int __real_pthread_join(pthread_t thread, void** result);
+int __wrap_pthread_join(pthread_t thread, void** result)
+{
+    g_isJoining = true;
+    return __real_pthread_join(thread, result);
 }
 
 // NOLINTEND(bugprone-reserved-identifier)

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <gio/gio.h>
+
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <string_view>
 
@@ -51,11 +54,18 @@ extern Failure g_messages; // g_dbus_message_copy(), by method
 extern Failure g_replies;  // g_dbus_connection_call_sync(), by method: neither reply nor error
 extern Failure g_contexts;
 extern Failure g_nodeInfo;
-extern Failure g_bus;
+extern Failure g_bus;      // g_bus_get_sync(): neither connection nor error
+extern Failure g_busError; // g_bus_get_sync(): the error with which an opening ended at another time
 extern Failure g_registration;
 extern Failure g_thread; // the monitor's
 
 // Attempts to create one.
 extern std::atomic<int> g_monitorThreads;
+
+// A thread is about to join another one.
+extern std::atomic<bool> g_isJoining;
+
+// Runs once, when GIO has opened the next connection with g_initable_init(), before its caller goes on.
+extern std::function<void(GDBusConnection* opened)> g_afterOpening;
 
 } // namespace kiv::test

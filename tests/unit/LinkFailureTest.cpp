@@ -1,7 +1,12 @@
 #include "link/ClientEndpoint.h"
 #include "link/EventDispatch.h"
 #include "support/BusTest.h"
+#include "support/Wait.h"
 #include "unit/Failures.h"
+
+#include <pthread.h>
+
+#include <future>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -125,6 +130,36 @@ TEST_F(LinkFailureTest, AMonitorThreadThatCannotBeCreatedIsNotTriedAgain)
     EXPECT_EQ(g_monitorThreads, 1);
     EXPECT_EQ(client_.m_MonitorThread, 0U);
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+}
+
+// The thread that waits for the monitor's end may be cancelled where it waits.
+TEST_F(LinkFailureTest, AfterACancelledWaitForTheMonitorsEndThereMayBeAnother)
+{
+    StartServer();
+    Connect();
+    static std::promise<void> entered;
+    static std::promise<void> release;
+    SubscribeNamServiceCallback("busy", [](int, void*, int) {
+        entered.set_value();
+        Await("the test to let the callback go on", release.get_future());
+    });
+    control_.SendEvent(7, {});
+    Await("the callback to be called", entered.get_future());
+    const auto end = [](void* client) -> void* {
+        static_cast<CNSGdbus*>(client)->m_DestroyMessageMonitor();
+        return nullptr;
+    };
+    pthread_t waiting = 0;
+    ASSERT_EQ(pthread_create(&waiting, nullptr, end, &client_), 0);
+    WaitUntil("the thread to wait for the monitor's end", [] { return g_isJoining.load(); });
+    ASSERT_EQ(pthread_cancel(waiting), 0);
+    void* result = nullptr;
+    ASSERT_EQ(pthread_join(waiting, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+
+    release.set_value();
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
+    EXPECT_EQ(client_.m_MonitorThread, 0U);
 }
 
 TEST_F(LinkFailureTest, AnEventOfAnotherTypeIsAnsweredAndDropped)
