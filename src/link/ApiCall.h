@@ -32,12 +32,13 @@ public:
     ConnectionOwner TakeConnection() { return std::move(connection_); }
 
     // Calls a server method with an argument tuple, or null for none. A preset stands in the place for the reply if
-    // the server is gone before it is called. Functions that report that there is none pass one.
+    // the server is gone before it is called. Functions that would log the missing reply
+    // pass one.
     Reply Invoke(const char* method, GVariant* input = nullptr, VariantOwner preset = nullptr) const;
 
     // The server's answer where it is an int. A failed call is logged, and gives -1.
     int AnswerOrMinusOne(const char* method, GVariant* input = nullptr) const;
-    // The same with other lines in the log, of which one is for the answer. A failed call gives 0.
+    // The same, but a failed call gives 0, and the answer is logged.
     int AnswerOrZero(const char* method, GVariant* input) const;
 
 private:

@@ -122,7 +122,7 @@ GetProxy(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable, 
     WatchForExit();
     SetTemplate(client, xml, vtable);
 
-    DropConnectionIfClosed(client); // GIO opens no other one for as long as anybody refers to it
+    DropConnectionIfClosed(client); // or GIO would give the same one again
     GError* failure = nullptr;
     ConnectionOwner connection = GetSystemBus(&failure);
     if (failure != nullptr) {
@@ -187,7 +187,7 @@ void AdoptClientId(const Here& here, const char* received)
 void EndClient()
 {
     g_client.Destroy();
-    g_object_unref(ServerQuery());
+    g_object_unref(ServerQuery()); // made now if no call has made it
 }
 
 } // namespace kiv::link

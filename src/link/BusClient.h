@@ -9,8 +9,8 @@ namespace kiv::link {
 // The library's one client.
 extern CNSGdbus& ns_proxy;
 
-// GetProxy() of a client, which gives the connection that it got: whoever calls the server over that one does not lose
-// it to another thread's failure. Null if GetProxy() is false.
+// GetProxy() of a client. Gives the connection that it got, or null if GetProxy() is false. Calls that go over this
+// connection do not depend on m_pConnection, which another thread's failure clears.
 ConnectionOwner
 GetProxy(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable, bool reuse, bool noOwnerCheck);
 

@@ -77,7 +77,7 @@ public:
             return;
         }
         size_ = static_cast<std::size_t>(size);
-        // An empty payload is sent, too, if the C library has a place for it.
+        // An empty payload is sent, too, if calloc() gives a pointer for 0 bytes.
         // NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI)
         memory_.reset(static_cast<unsigned char*>(std::calloc(size_, 1)));
         unsigned char* end = memory_.get();

@@ -11,7 +11,7 @@ namespace kiv::link {
  */
 
 ConnectionOwner HeldConnection(const CNSGdbus& client);
-// The client refers to the connection once, and is ready, or neither.
+// The client takes a reference, and is ready.
 void HoldConnection(CNSGdbus& client, GDBusConnection* connection);
 void DropConnection(CNSGdbus& client);
 void DropConnectionIfClosed(CNSGdbus& client);

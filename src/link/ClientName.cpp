@@ -17,8 +17,7 @@ constexpr const char* kAcquiredSignal = "NameAcquired";
 constexpr guint kNoFlags = 0;
 constexpr int kDefaultTimeoutMs = -1;
 
-// The bus's answers to RequestName, as the D-Bus specification numbers them. All others mean that somebody else in this
-// process owns the name.
+// The bus's answers to RequestName, as D-Bus numbers them. The others mean that somebody else owns the name.
 constexpr guint kPrimaryOwner = 1;
 constexpr guint kInQueue = 2;
 
@@ -27,7 +26,7 @@ int g_pendingAnswers;
 
 } // namespace
 
-// A request that the bus has not answered yet. Outlives the name if that is released meanwhile.
+// A request that the bus has not answered yet. It lives until GIO completes it, also if the name is released before.
 struct ClientName::Pending {
     ClientName* name;
 };

@@ -5,8 +5,8 @@
 namespace kiv::link {
 
 /*
- * One bus name. It is asked for and given back by the messages that GIO's own name owner sends, and neither answer is
- * waited for. The monitor thread uses it, and receives the answers in its context.
+ * Requests and releases one bus name. It sends the same messages as GIO's name owner does, and waits for neither
+ * answer. The monitor thread uses it, and receives the answers in its context.
  */
 class ClientName {
 public:

@@ -16,8 +16,8 @@ void CallSubscribers(const Here& here, int eventId, void* data, int length);
 void ForgetAtmosCallbacks();
 void ForgetSubscribers();
 
-// Calls a host's function; an exception ends there, with a line in the log. The C library's exception, by which a
-// thread is ended, is a reference to nothing.
+// Calls a host's function; an exception ends there, with a line in the log. The C library ends a thread by an exception
+// that refers to no object, which the sanitizer for null references would report.
 template <typename Function>
 __attribute__((no_sanitize("null"))) void CallHost(const Here& here, Function&& function)
 {

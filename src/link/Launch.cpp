@@ -21,7 +21,7 @@ constexpr int kMaxRetries = 5;
 // Guards both the retry count and the thread's id: the thread may be over before its creator has noted its id.
 std::mutex g_LaunchMutex;
 int g_dbusretrycnt;
-// The same for every launch thread.
+// The pin of a launch thread. The loader gives each pin the same value, so one variable does for all threads.
 void* g_pin;
 
 bool IsRunning()

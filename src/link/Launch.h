@@ -11,7 +11,7 @@ ConnectionOwner s_pre_checking();
 // Starts that thread; 1 on success, 0 on failure.
 int m_CreateThread();
 
-// Its body: six attempts, and six more each time that s_pre_checking() fails meanwhile.
+// The thread's body. It makes six attempts; each s_pre_checking() that fails meanwhile starts the count anew.
 void* m_MainLaunchPro(void* unused);
 
 } // namespace kiv::link

@@ -13,13 +13,14 @@ namespace {
 
 std::atomic<bool> g_isUsed = false;
 std::atomic<bool> g_isExiting = false;
-// Calls of dlopen() that are on their way, and the process that began the last one: a child of fork() inherits the
-// number, but not the threads.
+// Calls of dlopen() that are on their way, and the process that began the last one: a child of fork() inherits their
+// number, but not the threads that make them.
 std::atomic<int> g_opening = 0;
 std::atomic<pid_t> g_openingPid = 0;
 
-// A dlopen() that the loader's own end overtakes would run the constructors of the library, and of those it needs, once
-// more. One that has begun is over in microseconds, unless the thread that exits holds the loader's lock.
+// The process may exit while a thread is inside dlopen(). If the loader has run the library's destructors by then, that
+// dlopen() runs the constructors once more, so the exit waits for it. It is over in microseconds, unless the thread
+// that exits holds the loader's lock.
 constexpr int kPatience = 100;
 constexpr useconds_t kPauseUs = 1000;
 
@@ -85,8 +86,9 @@ void UnpinLibraryAtThreadEnd(void* pin)
     }
 }
 
-// exit() ends static objects in the reverse order of their making, and the loader's own end counts as made before
-// main(): the mark, made later, ends first. At dlclose() it ends last of all, after what asks for WhichEnd().
+// exit() destroys static objects in the reverse order of their making, and then runs the loader's own end, which was
+// registered before main(). So the mark is destroyed before the destructor functions of libraries run. At dlclose(), it
+// is destroyed after those of this library, which ask for WhichEnd().
 void WatchForExit()
 {
     static const ExitMark mark;

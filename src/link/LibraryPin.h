@@ -3,8 +3,8 @@
 namespace kiv::link {
 
 /*
- * Keeps the library mapped for a thread of its own, so that dlclose() never takes the code from under it. The thread
- * that creates it takes a pin before. Null is no pin: where the code is part of the program, and while the process
+ * Keeps the library mapped while one of its threads runs, so that dlclose() never takes the code from under it. Whoever
+ * creates the thread takes a pin before. Null is no pin: where the code is part of the program, and while the process
  * exits.
  */
 void* PinLibrary();

@@ -19,10 +19,11 @@ namespace {
 
 class MonitorRun;
 
+// Turns of the context at its end: more than GIO's sources need.
 constexpr int kMostTurns = 1000;
 
 // The one monitor thread. README.md states its machine. The loop and the thread's id are members of the client that it
-// serves, where hosts know them, and are guarded together with the rest.
+// serves, where hosts know them; the same lock guards them.
 struct Monitor {
     bool s_bMonitorStarted = false;
     bool isEnding = false; // for good
@@ -32,7 +33,7 @@ struct Monitor {
     ConnectionOwner wanted;
     const GDBusConnection* wantedConnection = nullptr;
     TextOwner wantedId;
-    // Set while tasks can be posted to the thread.
+    // Set while the thread's context lives.
     MonitorRun* run = nullptr;
     GMainContext* context = nullptr;
     void* pin = nullptr;
@@ -56,7 +57,7 @@ struct Ending {
     ConnectionOwner wanted;
 };
 
-// The caller holds the lock. After this, the thread accepts no task, and a loop that starts ends at once.
+// The caller holds the lock. After this, no place is accepted, and Look() ends the loop.
 Ending EndUnderLock(CNSGdbus& client)
 {
     g_monitor->isEnding = true;
@@ -179,8 +180,8 @@ public:
 
 // The key of the thread-specific data that ends the run of a thread that a callback ends. The C library releases such
 // data after the thread's body, which it does not unwind where GLib has no unwind tables, as on 32-bit ARM. A
-// thread_local object would do the same, but the C library takes the loader's lock for it, which a plug-in holds that
-// is being unloaded and ends the monitor.
+// thread_local object would do the same, but the C library takes the loader's lock for it. A plug-in that ends the
+// monitor while it is being unloaded holds that lock, and waits for the thread.
 std::optional<pthread_key_t> RunKey()
 {
     static const std::optional<pthread_key_t> key = []() -> std::optional<pthread_key_t> {
@@ -220,7 +221,7 @@ void Start(CNSGdbus& client)
 void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
 {
     if (IsClosed(connection)) {
-        return; // a call that ends late does not draw the endpoint away from a connection that lives
+        return; // the connection was lost during the call; the endpoint may stand on a later one by now
     }
     ConnectionOwner wanted = NewReference(connection);
     ContextOwner context;
@@ -283,7 +284,7 @@ int CNSGdbus::m_DestroyMessageMonitor()
 {
     std::unique_lock lock(g_mutex);
     if (m_MonitorThread == 0 && m_pMainLoop == nullptr) {
-        return 0; // not the object that the thread serves, if there is one
+        return 0; // no thread serves this object: none was started, it is joined, or it serves another one
     }
     Ending ending = EndUnderLock(*this);
     const bool isOwnEnd = pthread_equal(m_MonitorThread, pthread_self()) != 0;

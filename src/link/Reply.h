@@ -11,8 +11,7 @@ namespace kiv::link {
 
 inline constexpr int kApiFailed = -1;
 
-// Compares the type of what came with a method, a reply or arguments, with the one that can be decoded. A difference is
-// a line in the log.
+// Compares the type of a method's reply, or of its arguments, with the type that can be decoded. Logs a difference.
 bool CheckType(const Here& here, const char* method, GVariant* value, const char* expected);
 
 // The result of a call on the server, decoded on behalf of a function.
@@ -26,7 +25,7 @@ public:
 
     explicit operator bool() const { return succeeded_; }
 
-    // Decodes the value; the preset if it is of another type, which is logged.
+    // Decodes the value. Gives the preset if the value is of another type, which is logged, or missing.
     int Int(int preset) const;
     bool Bool(bool preset) const;
     // Null if there is none. The text is the reply's.

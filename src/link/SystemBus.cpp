@@ -51,7 +51,8 @@ void RetireOwn(GDBusConnection* closed)
     }
 }
 
-// None -> Own. If another thread was faster, its connection is the result, and the one given is dropped.
+// None -> Own. If another thread was faster, its connection is the result, unless that is lost; the other one is
+// dropped.
 ConnectionOwner PublishOwn(OwnConnection opened)
 {
     ConnectionOwner own;
@@ -68,10 +69,10 @@ ConnectionOwner PublishOwn(OwnConnection opened)
     return own;
 }
 
-// The flags with which g_bus_get_sync() opens a connection: since GLib 2.74, it authenticates in containers, too.
+// The flags with which g_bus_get_sync() opens a connection. GLib 2.74 has added the last one, for containers.
 GDBusConnectionFlags BusConnectionFlags()
 {
-    constexpr int kCrossNamespace = 1 << 6; // later than the oldest GLib that this is built with
+    constexpr int kCrossNamespace = 1 << 6; // its name is not in the headers of older GLibs
     const int since = glib_check_version(2, 74, 0) == nullptr ? kCrossNamespace : 0;
     return static_cast<GDBusConnectionFlags>(
         G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION | since);
@@ -124,8 +125,8 @@ ConnectionOwner GetSystemBus(GError** error)
     GError* failure = nullptr;
     ConnectionOwner shared = Share(&failure);
     const ErrorOwner stale(failure);
-    // None -> Own, or Shared: GIO hands out a lost connection, or the error with which its opening ended, for as long
-    // as anybody refers to it. An error may be of another time, so the bus is asked again.
+    // GIO hands out a lost connection, or the error with which its opening ended, for as long as anybody refers to it.
+    // So an error may be an old one, and the library tries to open a connection itself.
     return stale || IsClosed(shared.get()) ? OpenOwn(error) : std::move(shared);
 }
 

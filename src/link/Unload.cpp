@@ -9,12 +9,12 @@ namespace kiv::link {
 namespace {
 
 /*
- * The end of the library, in this order. Runs when dlclose() takes the library out of memory: none of its threads is
- * left then, and nothing is locked. Nothing is released when the process exits, whose threads may still be using it;
- * nor when a child of fork() exits, which may have inherited any lock as it was held by a thread that the child does
- * not have.
+ * Releases what the library holds when dlclose() takes it out of memory: none of its threads is left then, and nothing
+ * is locked. Nothing is released when a process exits, because its threads may still use it. A child of fork() may even
+ * have inherited a lock that is held by a thread which the child does not have.
  *
- * A destructor function of the library runs before its static objects end.
+ * The order: those that refer to a connection go before the connection. The receivers and the key have no order. This
+ * function runs before the library's static objects are destroyed.
  */
 [[gnu::destructor]] void Unload()
 {

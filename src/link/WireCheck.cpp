@@ -10,7 +10,7 @@ namespace kiv::link {
 
 namespace {
 
-// The limits of the D-Bus specification.
+// The limits that D-Bus sets.
 constexpr std::size_t kMaxNameLength = 255;
 constexpr std::size_t kMaxSignatureLength = 255;
 constexpr std::uint64_t kMaxArrayLength = std::uint64_t{64} * 1024 * 1024;

@@ -1,49 +1,14 @@
 #include "EventTest.h"
+#include "FailingMemory.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <new>
+#include <utility>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
-
-// A program of its own, because it replaces the global allocation functions.
-
-namespace {
-
-// Which allocation of this thread fails next: 1 is the very next one, 0 none.
-thread_local int g_failing = 0;
-
-// Those of more bytes fail, on this thread.
-thread_local std::size_t g_largest = SIZE_MAX;
-
-} // namespace
-
-// Not inlined: where they are, gcc takes the pair of them for one of malloc() and delete.
-[[gnu::noinline]] void* operator new(std::size_t size)
-{
-    if (size > g_largest || (g_failing > 0 && --g_failing == 0)) {
-        throw std::bad_alloc();
-    }
-    void* const memory = std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
-}
 
 namespace {
 
@@ -55,7 +20,7 @@ TEST_F(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
     char hall[] = "hall";
     StartAndConnect();
     AtLine(kEnter, [&] { // of the query for the id
-        AtLine(kEnter, [&] { g_failing = 1; });
+        AtLine(kEnter, [&] { g_untilFailure = 1; });
     });
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, hall), 0);
@@ -66,7 +31,7 @@ TEST_F(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
             Lines{"I register_atmos_support_cb: register vconf cb register_atmos_support_cb"} +
             AnsweredLines("register_atmos_support_cb") +
             Lines{"I register_atmos_support_cb: cregister_atmos_support_cb)"}));
-    EXPECT_EQ(std::exchange(g_failing, 0), 0);
+    EXPECT_EQ(std::exchange(g_untilFailure, 0), 0);
     EXPECT_THAT(CallsAfter(NAMSERVICE_ATMOS_STATE), IsEmpty());
     EXPECT_EQ(platform_log::Count("I NamNotifySubscriber: nothing to call"), 1U);
 
@@ -78,11 +43,11 @@ TEST_F(AllocationTest, ASubscriptionWithoutMemoryIsAnErrorLineAndZero)
 {
     StartAndConnect();
     const std::string line = "D SubscribeNamServiceCallback: a subscriber's name subscribe callback successful";
-    AtLine(line, [] { g_failing = 1; });
+    AtLine(line, [] { g_untilFailure = 1; });
 
     EXPECT_EQ(SubscribeNamServiceCallback("a subscriber's name", Subscriber<'s'>), 0);
 
-    EXPECT_EQ(std::exchange(g_failing, 0), 0);
+    EXPECT_EQ(std::exchange(g_untilFailure, 0), 0);
     EXPECT_EQ(
         platform_log::OfTestThread(),
         (Lines{

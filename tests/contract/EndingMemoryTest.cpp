@@ -1,3 +1,4 @@
+#include "FailingMemory.h"
 #include "KivServiceInterface.h"
 #include "platform/Platform.h"
 #include "support/Server.h"
@@ -9,45 +10,13 @@
 #include <atomic>
 #include <cstdlib>
 #include <exception>
-#include <new>
 
 using namespace kiv::test;
 
 /*
- * Memory that runs out at every point of a subscription's end. A program of its own, because it replaces the global
- * allocation functions, and a log call that needs no memory.
+ * Memory that runs out at every point of a subscription's end. A program of its own, because its log call needs no
+ * memory.
  */
-
-namespace {
-
-// Which allocation of this thread fails next: 1 is the very next one, 0 none. All after it fail as well.
-thread_local int g_failing = 0;
-
-} // namespace
-
-// Not inlined: where they are, gcc takes the pair of them for one of malloc() and delete.
-[[gnu::noinline]] void* operator new(std::size_t size)
-{
-    if (g_failing == 1 || (g_failing > 1 && --g_failing == 0)) {
-        g_failing = 1;
-        throw std::bad_alloc();
-    }
-    void* const memory = std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
-}
 
 int __dlog_print(int /*logId*/, int /*priority*/, const char* /*tag*/, const char* /*format*/, ...)
 {
@@ -101,12 +70,13 @@ protected:
     static bool Survives(int point, Function&& function)
     {
         try {
-            g_failing = point;
+            g_failsOn = true;
+            g_untilFailure = point;
             function();
-            g_failing = 0;
+            g_untilFailure = 0;
             return true;
         } catch (...) {
-            g_failing = 0;
+            g_untilFailure = 0;
             return false;
         }
     }

@@ -22,6 +22,13 @@ protected:
         Callbacks::Do(letter, [action] { std::thread(action).join(); });
     }
 
+    // Subscribes under names of one letter.
+    template <char... Letters>
+    static void SubscribeEach()
+    {
+        (SubscribeNamServiceCallback(std::string(1, Letters).c_str(), Subscriber<Letters>), ...);
+    }
+
     char hall_[5] = "hall";
 };
 
@@ -39,8 +46,7 @@ TEST_F(ReceiverChangesTest, ASubscriberThatIsRemovedAndAddedAfterItsTurnIsNotCal
         UnsubscribeNamServiceCallback("a");
         SubscribeNamServiceCallback("a", Subscriber<'a'>);
     });
-    SubscribeNamServiceCallback("a", Subscriber<'a'>);
-    SubscribeNamServiceCallback("b", Subscriber<'b'>);
+    SubscribeEach<'a', 'b'>();
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)", "b(7, 0)"));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)", "b(7, 0)"));
 }
@@ -52,8 +58,7 @@ TEST_F(ReceiverChangesTest, ASubscriberThatIsRemovedAndAddedBeforeItsTurnIsCalle
         SubscribeNamServiceCallback("b", Subscriber<'b'>);
         Callbacks::Do('a', nullptr);
     });
-    SubscribeNamServiceCallback("a", Subscriber<'a'>);
-    SubscribeNamServiceCallback("b", Subscriber<'b'>);
+    SubscribeEach<'a', 'b'>();
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)"));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)", "b(7, 0)"));
 }
@@ -67,10 +72,7 @@ TEST_F(ReceiverChangesTest, ASubscriberMayRemoveAllAndAddOthers)
         SubscribeNamServiceCallback("aa", Subscriber<'e'>);
         SubscribeNamServiceCallback("bb", Subscriber<'f'>);
     });
-    SubscribeNamServiceCallback("a", Subscriber<'a'>);
-    SubscribeNamServiceCallback("b", Subscriber<'b'>);
-    SubscribeNamServiceCallback("c", Subscriber<'c'>);
-    SubscribeNamServiceCallback("d", Subscriber<'d'>);
+    SubscribeEach<'a', 'b', 'c', 'd'>();
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)", "b(7, 0)"));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("e(7, 0)", "f(7, 0)"));
 }
@@ -83,9 +85,7 @@ TEST_F(ReceiverChangesTest, AnotherThreadMayChangeSubscribersMeanwhile)
         SubscribeNamServiceCallback("c", Subscriber<'r'>);
         SubscribeNamServiceCallback("d", Subscriber<'n'>);
     });
-    SubscribeNamServiceCallback("a", Subscriber<'a'>);
-    SubscribeNamServiceCallback("b", Subscriber<'b'>);
-    SubscribeNamServiceCallback("c", Subscriber<'c'>);
+    SubscribeEach<'a', 'b', 'c'>();
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)", "r(7, 0)"));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("r(7, 0)", "n(7, 0)"));
 }

@@ -120,15 +120,6 @@ def test_every_build_option_is_in_the_table():
     assert sorted(row[0].strip("`") for row in table) == sorted(options)
 
 
-def test_every_build_option_is_in_the_table():
-    lists = "".join(path.read_text() for path in [*ROOT.glob("CMakeLists.txt"), *ROOT.glob("*/CMakeLists.txt")])
-    settings = re.findall(r'set\((\w+)\s+(?:"[^"]*"|\S+)\s+CACHE', lists)
-    options = settings + re.findall(r"option\((\w+)", lists)
-    table = [row for row in rows(page("building.md")) if row[0].startswith("`")]
-    assert len(options) > 10
-    assert sorted(row[0].strip("`") for row in table) == sorted(options)
-
-
 @pytest.mark.parametrize("path", PICTURES, ids=name_of)
 def test_a_picture_is_drawn_from_its_source(path):
     labels = re.findall(r'label="([^"]*)"', path.read_text())

@@ -13,6 +13,7 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -105,14 +106,26 @@ protected:
         WaitUntil("the connection to be closed", [&] { return g_dbus_connection_is_closed(connection) != FALSE; });
     }
 
-    void LoseAndFindBusOf(const Loaded& library)
+    // Does something while the library has a connection that it opened for itself, and expects the unload to release
+    // that.
+    void UnloadWithOwnConnection(const std::function<void(const Loaded&)>& action)
     {
-        GDBusConnection* const shared = library.Client()->m_pConnection;
-        LoseBusOf(library);
-        bus_.Start();
-        server_.emplace();
-        EXPECT_EQ(library.Stop(2), 2);
-        EXPECT_NE(library.Client()->m_pConnection, shared);
+        std::optional<Life> own;
+        {
+            const Loaded library;
+            EXPECT_EQ(library.Stop(1), 1);
+            GDBusConnection* const shared = library.Client()->m_pConnection;
+            LoseBusOf(library);
+            bus_.Start();
+            server_.emplace();
+            EXPECT_EQ(library.Stop(2), 2);
+            EXPECT_NE(library.Client()->m_pConnection, shared);
+            own.emplace(library.Client()->m_pConnection);
+            action(library);
+            EXPECT_EQ(library.DestroyMonitor(), 0);
+        }
+        EXPECT_FALSE(IsMapped(KIV_LIBRARY));
+        own->WaitForEnd();
     }
 
     kiv::sandbox::PrivateBus bus_;
@@ -138,32 +151,13 @@ TEST_F(UnloadTest, GivesBackTheSharedConnection)
 
 TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnection)
 {
-    std::optional<Life> own;
-    {
-        const Loaded library;
-        EXPECT_EQ(library.Stop(1), 1);
-        LoseAndFindBusOf(library);
-        own.emplace(library.Client()->m_pConnection);
-        EXPECT_EQ(library.DestroyMonitor(), 0);
-    }
-    EXPECT_FALSE(IsMapped(KIV_LIBRARY));
-    own->WaitForEnd();
+    UnloadWithOwnConnection([](const Loaded&) {});
 }
 
-// No call has found it.
+// No call has found out that it is lost.
 TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnectionThatIsLost)
 {
-    std::optional<Life> own;
-    {
-        const Loaded library;
-        EXPECT_EQ(library.Stop(1), 1);
-        LoseAndFindBusOf(library);
-        own.emplace(library.Client()->m_pConnection);
-        LoseBusOf(library);
-        EXPECT_EQ(library.DestroyMonitor(), 0);
-    }
-    EXPECT_FALSE(IsMapped(KIV_LIBRARY));
-    own->WaitForEnd();
+    UnloadWithOwnConnection([this](const Loaded& library) { LoseBusOf(library); });
 }
 
 TEST_F(UnloadTest, GivesBackDescriptorsAndThreadKeys)
