@@ -7,7 +7,7 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).parents[2]
-PAGES = [ROOT / "README.md", *sorted(ROOT.glob("docs/*.md"))]
+PAGES = [*sorted(ROOT.glob("*.md")), *sorted(ROOT.glob("docs/*.md"))]
 EXAMPLES = sorted(path for path in ROOT.glob("examples/*") if path.name not in ("CMakeLists.txt", "__pycache__"))
 PICTURES = sorted(ROOT.glob("docs/pictures/*.dot"))
 # Without the macros themselves.
@@ -120,13 +120,11 @@ def test_every_build_option_is_in_the_table():
     assert sorted(row[0].strip("`") for row in table) == sorted(options)
 
 
-def test_every_build_option_is_in_the_table():
-    lists = "".join(path.read_text() for path in [*ROOT.glob("CMakeLists.txt"), *ROOT.glob("*/CMakeLists.txt")])
-    settings = re.findall(r'set\((\w+)\s+(?:"[^"]*"|\S+)\s+CACHE', lists)
-    options = settings + re.findall(r"option\((\w+)", lists)
-    table = [row for row in rows(page("building.md")) if row[0].startswith("`")]
-    assert len(options) > 10
-    assert sorted(row[0].strip("`") for row in table) == sorted(options)
+def test_the_version_is_everywhere_the_same():
+    header = (ROOT / "include/KivServiceInterface.h").read_text()
+    version = ".".join(re.findall(r"#define KIV_VERSION_(?:MAJOR|MINOR|MICRO) (\d+)", header))
+    assert re.search(r"^## (\d.*)$", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)[1] == version
+    assert re.match(r"\S+ \((.*?)\)", (ROOT / "packaging/debian/changelog").read_text())[1] == version
 
 
 @pytest.mark.parametrize("path", PICTURES, ids=name_of)
