@@ -8,7 +8,11 @@ import pytest
 
 ROOT = Path(__file__).parents[2]
 PAGES = [*sorted(ROOT.glob("*.md")), *sorted(ROOT.glob("docs/*.md"))]
-EXAMPLES = sorted(path for path in ROOT.glob("examples/*") if path.name not in ("CMakeLists.txt", "__pycache__"))
+EXAMPLES = sorted(
+    path
+    for path in ROOT.glob("examples/**/*")
+    if path.is_file() and path != ROOT / "examples/CMakeLists.txt" and path.parent.name != "__pycache__"
+)
 PICTURES = sorted(ROOT.glob("docs/pictures/*.dot"))
 # Without the macros themselves.
 SOURCES = [path.read_text() for path in ROOT.glob("src/**/*.*") if path.suffix in (".cpp", ".h") and path.name != "Log.h"]
@@ -62,7 +66,8 @@ def test_an_example_is_shown(path):
 
 @pytest.mark.parametrize("path", PAGES, ids=name_of)
 def test_links_lead_somewhere(path):
-    for file, heading in re.findall(r"\]\((?!https?:)([^)#]*)#?([^)]*)\)", path.read_text()):
+    text = re.sub(r"^```.*?^```$", "", path.read_text(), flags=re.DOTALL | re.MULTILINE)
+    for file, heading in re.findall(r"\]\((?!https?:)([^)#]*)#?([^)]*)\)", text):
         target = path.parent / file if file else path
         assert target.exists(), f"there is no {file}"
         if heading:

@@ -17,7 +17,7 @@ kiv-sandbox -- ./host
 
 echo "A host, built with find_package()"
 { cmake -S "$2" -B build && cmake --build build; } >cmake.log 2>&1 || { cat cmake.log && exit 1; }
-kiv-sandbox -- build/packaged-host
+ctest --test-dir build --output-on-failure --no-tests=error >cmake.log || { cat cmake.log && exit 1; }
 
 echo "The documentation, and its host in C"
 documentation=/usr/share/doc/libkiv-interface-api-dev
