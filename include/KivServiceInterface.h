@@ -134,7 +134,7 @@ struct CNetSpkNodeInfo {
 /** One speaker as it is to be started, queried or set. */
 struct STNetSpkConfig {
     int32_t nReserved;                 /**< carried, not interpreted */
-    int32_t nConfig;                   /**< the speaker's configuration value */
+    int32_t nConfig;                   /**< configuration value, on which the server and the application agree */
     unsigned char mac[NETSPK_MAC_LEN]; /**< the speaker's MAC address */
     unsigned char opaque[72];          /**< carried, not interpreted */
 };
@@ -361,7 +361,7 @@ KIV_API int unregister_atmos_support_cb(AtmosSupportCallback callback);
  *
  * @param nMode         setting mode, passed through unchanged
  * @param list          speakers to start, 86 bytes each, sent in this order; may be empty
- * @param nStartReason  reason code, passed through unchanged
+ * @param nStartReason  reason code, on which the server and the application agree; passed through unchanged
  * @return the server's answer; -1 if the device has no network speakers, the server cannot be reached or a request
  *         fails
  */
@@ -371,7 +371,7 @@ KIV_API int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, in
 /**
  * Routes the TV's sound back from the network speakers.
  *
- * @param nStopType  passed through unchanged
+ * @param nStopType  stop type, on which the server and the application agree; passed through unchanged
  * @return the server's answer, or -1
  */
 KIV_API int StopNetworkSpeaker(int nStopType);
