@@ -31,8 +31,8 @@
  *   library uses the connection that GLib shares in the process. If the host still holds that one after it was lost,
  *   the library opens one of its own, and leaves the lost one and its "closed" signal to GLib and the host.
  * - **Ownership.** The caller owns every buffer, string and vector it passes; the library keeps no pointer to them.
- * - **Exceptions.** None leaves a function unless its description says so. One that does ends a process whose
- *   caller is written in C.
+ * - **Exceptions.** As long as there is memory, none leaves a function unless its description says so. One that does
+ *   ends a process whose caller is written in C.
  * - **C.** The header compiles as C11, too, and then lacks the class CNSGdbus and the functions that take a
  *   std::vector.
  * - **fork().** The child may exec() or exit in any way, and must not call the library.
@@ -98,8 +98,8 @@
 /* --- Records ---------------------------------------------------------------------------------------------------- */
 
 /*
- * Records travel as they lie in memory: packed, in the host's byte order, text fields padded with NUL. What a field
- * named "opaque" means is agreed between the server and the application; the library carries it.
+ * Records travel as they lie in memory: little-endian, without gaps between their fields, texts filled up with NUL. The
+ * server and the application agree on the meaning of a field named "opaque"; the library carries it.
  */
 #ifndef __cplusplus
 typedef struct STNetSpkListInfo STNetSpkListInfo;
