@@ -24,16 +24,24 @@ void OnEvent(int id, void* /*data*/, int /*length*/)
 int main()
 {
     if (SubscribeNamServiceCallback("example", OnEvent) != 1) {
-        std::puts("no events");
+        std::puts("no subscription: the lines above tell why");
         return 1;
     }
-    // The server tells of the volume by an event. What it sends before the library is ready is lost.
+    // The server tells of the volume by an event. It is asked again, because an event that it sends before the library
+    // is ready is lost, and not for ever, because on some buses none arrives.
     const unsigned char left[NETSPK_MAC_LEN] = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01};
-    do {
+    bool told = false;
+    for (int attempt = 0; !told && attempt < 100; ++attempt) {
         GetNetSpkVolume(left, 0);
-    } while (!g_told.try_acquire_for(100ms));
-    std::printf("event 0x%08x\n", static_cast<unsigned>(g_event));
+        told = g_told.try_acquire_for(100ms);
+    }
+    if (told) {
+        std::printf("event 0x%08x\n", static_cast<unsigned>(g_event));
+    } else {
+        std::puts("no event within 10 seconds: run \"kivctl doctor\" on the same bus, which says why");
+    }
 
     UnsubscribeNamServiceCallback("example");
-    return CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    const int ended = CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    return told ? ended : 1;
 }

@@ -31,23 +31,47 @@
  *   library uses the connection that GLib shares in the process. If the host still holds that one after it was lost,
  *   the library opens one of its own, and leaves the lost one and its "closed" signal to GLib and the host.
  * - **Ownership.** The caller owns every buffer, string and vector it passes; the library keeps no pointer to them.
- * - **Exceptions.** None leaves a function unless its description says so.
+ * - **Exceptions.** As long as there is memory, none leaves a function unless its description says so. One that does
+ *   ends a process whose caller is written in C.
+ * - **C.** The header compiles as C11, too, and then lacks the class CNSGdbus and the functions that take a
+ *   std::vector.
  * - **fork().** The child may exec() or exit in any way, and must not call the library.
  * - **Unloading.** Call CNSGdbus::m_DestroyMessageMonitor on CNSGdbus::m_pInstance before dlclose(); without it the
  *   library stays mapped, because its monitor thread still runs.
  */
 
-#include <gio/gio.h>
 #include <pthread.h>
+
+#ifdef __cplusplus
+#include <gio/gio.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <type_traits>
 #include <vector>
+#else
+#include <assert.h>
+#include <stdalign.h>
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#endif
 
 /** Marks what the library exports. */
 #define KIV_API __attribute__((visibility("default")))
+
+/* --- Version ---------------------------------------------------------------------------------------------------- */
+
+/* The build takes the project's version from these three lines. */
+#define KIV_VERSION_MAJOR 1 /**< changes when programs have to be compiled anew */
+#define KIV_VERSION_MINOR 0 /**< changes when something was added */
+#define KIV_VERSION_MICRO 0 /**< changes when something was mended */
+
+/** Whether this header is of that version or of a later one. The preprocessor can evaluate it. */
+#define KIV_CHECK_VERSION(major, minor, micro)                                                       \
+    (KIV_VERSION_MAJOR > (major) || (KIV_VERSION_MAJOR == (major) && KIV_VERSION_MINOR > (minor)) || \
+     (KIV_VERSION_MAJOR == (major) && KIV_VERSION_MINOR == (minor) && KIV_VERSION_MICRO >= (micro)))
 
 /* --- Lengths ---------------------------------------------------------------------------------------------------- */
 
@@ -74,9 +98,17 @@
 /* --- Records ---------------------------------------------------------------------------------------------------- */
 
 /*
- * Records travel as they lie in memory: packed, in the host's byte order, text fields padded with NUL. What a field
- * named "opaque" means is agreed between the server and the application; the library carries it.
+ * Records travel as they lie in memory: little-endian, without gaps between their fields, texts filled up with NUL. The
+ * server and the application agree on the meaning of a field named "opaque"; the library carries it.
  */
+#ifndef __cplusplus
+typedef struct STNetSpkListInfo STNetSpkListInfo;
+typedef struct STNetSpkListInfo spk_list_info_s;
+typedef struct spk_info_s spk_info_s;
+typedef struct CNetSpkNodeInfo CNetSpkNodeInfo;
+typedef struct STNetSpkConfig STNetSpkConfig;
+#endif
+
 #pragma pack(push, 1)
 
 /** A speaker list as the server describes it. */
@@ -84,8 +116,10 @@ struct STNetSpkListInfo {
     unsigned char opaque[1086]; /**< carried, not interpreted */
 };
 
+#ifdef __cplusplus
 /** The same record under an older name. */
 using spk_list_info_s = STNetSpkListInfo;
+#endif
 
 /** One active speaker. */
 struct spk_info_s {
@@ -100,7 +134,7 @@ struct CNetSpkNodeInfo {
 /** One speaker as it is to be started, queried or set. */
 struct STNetSpkConfig {
     int32_t nReserved;                 /**< carried, not interpreted */
-    int32_t nConfig;                   /**< the speaker's configuration value */
+    int32_t nConfig;                   /**< configuration value, on which the server and the application agree */
     unsigned char mac[NETSPK_MAC_LEN]; /**< the speaker's MAC address */
     unsigned char opaque[72];          /**< carried, not interpreted */
 };
@@ -111,11 +145,13 @@ static_assert(sizeof(STNetSpkListInfo) == 1086 && alignof(STNetSpkListInfo) == 1
 static_assert(sizeof(spk_info_s) == 183 && alignof(spk_info_s) == 1, "wire layout");
 static_assert(sizeof(CNetSpkNodeInfo) == 134 && alignof(CNetSpkNodeInfo) == 1, "wire layout");
 static_assert(sizeof(STNetSpkConfig) == 86 && alignof(STNetSpkConfig) == 1, "wire layout");
+static_assert(offsetof(STNetSpkConfig, nConfig) == 4 && offsetof(STNetSpkConfig, mac) == 8, "wire layout");
+static_assert(offsetof(STNetSpkConfig, opaque) == 14, "wire layout");
+#ifdef __cplusplus
 static_assert(std::is_trivially_copyable<STNetSpkListInfo>::value && std::is_trivially_copyable<spk_info_s>::value, "");
 static_assert(
     std::is_trivially_copyable<CNetSpkNodeInfo>::value && std::is_trivially_copyable<STNetSpkConfig>::value, "");
-static_assert(offsetof(STNetSpkConfig, nConfig) == 4 && offsetof(STNetSpkConfig, mac) == 8, "wire layout");
-static_assert(offsetof(STNetSpkConfig, opaque) == 14, "wire layout");
+#endif
 
 /* --- Callbacks -------------------------------------------------------------------------------------------------- */
 
@@ -127,10 +163,12 @@ static_assert(offsetof(STNetSpkConfig, opaque) == 14, "wire layout");
  *                  the call only
  * @param nLength   data length as the server announced it, NAMSERVICE_EVENT_DATA_MAX at most; may be 0 or negative
  */
-using NamEventCallback = void (*)(int nEventId, void* pData, int nLength);
+typedef void (*NamEventCallback)(int nEventId, void* pData, int nLength); // NOLINT(modernize-use-using): C reads it
 
 /** Learns that the receiver supports Dolby Atmos; @p nSupported is 1. */
-using AtmosSupportCallback = void (*)(int nSupported, void* pUserData);
+typedef void (*AtmosSupportCallback)(int nSupported, void* pUserData); // NOLINT(modernize-use-using): C reads it
+
+#ifdef __cplusplus
 
 /* --- The bus client --------------------------------------------------------------------------------------------- */
 
@@ -235,6 +273,8 @@ public:
 
 extern "C" {
 
+#endif
+
 /* --- Globals ---------------------------------------------------------------------------------------------------- */
 
 extern KIV_API bool g_KivDisabled;         /**< the device has no network speakers; valid once g_GetSystemVal is set */
@@ -312,6 +352,7 @@ KIV_API int unregister_atmos_support_cb(AtmosSupportCallback callback);
 
 /* --- Starting and stopping speakers ----------------------------------------------------------------------------- */
 
+#ifdef __cplusplus
 /**
  * Routes the TV's sound to network speakers.
  *
@@ -320,16 +361,17 @@ KIV_API int unregister_atmos_support_cb(AtmosSupportCallback callback);
  *
  * @param nMode         setting mode, passed through unchanged
  * @param list          speakers to start, 86 bytes each, sent in this order; may be empty
- * @param nStartReason  reason code, passed through unchanged
+ * @param nStartReason  reason code, on which the server and the application agree; passed through unchanged
  * @return the server's answer; -1 if the device has no network speakers, the server cannot be reached or a request
  *         fails
  */
 KIV_API int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStartReason);
+#endif
 
 /**
  * Routes the TV's sound back from the network speakers.
  *
- * @param nStopType  passed through unchanged
+ * @param nStopType  stop type, on which the server and the application agree; passed through unchanged
  * @return the server's answer, or -1
  */
 KIV_API int StopNetworkSpeaker(int nStopType);
@@ -348,6 +390,7 @@ KIV_API int GetSurroundChannelNumber(void);
  * @{
  */
 
+#ifdef __cplusplus
 /**
  * Asks for the active speaker group and its speakers.
  *
@@ -368,6 +411,7 @@ KIV_API int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vec
  * @return the number of records in @p list; 0 if the server sent less than one record; -1 on failure
  */
 KIV_API int GetNetSpkListInfo(std::vector<STNetSpkListInfo>& list);
+#endif
 
 /**
  * GetNetSpkListInfo() into a plain array.
@@ -381,6 +425,7 @@ KIV_API int getNetSpkListInfo(STNetSpkListInfo* pList);
 /** Asks for the number of speaker lists. @return the server's answer; -1 on failure; 0 if the answer is no number */
 KIV_API int GetNetSpkListInfoNumber(void);
 
+#ifdef __cplusplus
 /**
  * Asks for the speaker nodes of the network.
  *
@@ -389,6 +434,7 @@ KIV_API int GetNetSpkListInfoNumber(void);
  *         byte at all
  */
 KIV_API int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list);
+#endif
 
 /** @} */
 
@@ -432,6 +478,7 @@ KIV_API int StartNetworkSpeakerByID(int nFirst, int nSecond, int nThird);
  */
 KIV_API int GetSpksConnectionTypeByID(int nSpeakerID);
 
+#ifdef __cplusplus
 /**
  * Asks how speakers are connected.
  *
@@ -439,6 +486,7 @@ KIV_API int GetSpksConnectionTypeByID(int nSpeakerID);
  * @return the server's answer; -1 on failure and if @p pList is null; 0 if there is no memory for the request
  */
 KIV_API int GetSpksConnectionType(std::vector<STNetSpkConfig>* pList);
+#endif
 
 /**
  * Has the server connect newly found speakers.
@@ -585,10 +633,12 @@ KIV_API void DecreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< One 
 KIV_API void ResetNetSpkVolume(const unsigned char* pMac, int nIP);    /**< Back to the server's default. */
 KIV_API void ResetAllNetSpkVolume(void);                               /**< All speakers, likewise. */
 
+#ifdef __cplusplus
 KIV_API void IncreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< One step up. */
 KIV_API void DecreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< One step down. */
 KIV_API void ResetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);    /**< Back to the server's default. */
 KIV_API void GetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);      /**< Has the server report them. */
+#endif
 
 /** @} */
 
@@ -635,48 +685,60 @@ KIV_API bool FlagEnableNetworkSpeaker(void);
  * hosts of the older interface still link.
  */
 
-KIV_API int get_size_of_spk_list_info_s(...); /**< 1086, the size of spk_list_info_s */
-KIV_API int get_size_of_spk_info_s(...);      /**< 183, the size of spk_info_s */
-KIV_API int GetLastConnectSatIdx(...);        /**< -1 */
-KIV_API int SPK_IsConnectToTV(...);           /**< 0, and a log line */
+#if defined(__cplusplus) || __STDC_VERSION__ >= 202311L
+#define KIV_ANY_ARGUMENTS ... /**< parameters of a function that takes whatever it is given */
+#else
+#define KIV_ANY_ARGUMENTS
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wstrict-prototypes"
+#endif
 
-KIV_API int SPK_NotifySpkVolumeTable(...);           /**< 0 */
-KIV_API int SPK_NotifyAudioCtrl(...);                /**< 0 */
-KIV_API int SPK_GetGroupInfo(...);                   /**< 0 */
-KIV_API int SPK_GetSelfAndAllCandidateNodeInfo(...); /**< 0 */
-KIV_API int SPK_GetMacFromDi(...);                   /**< 0 */
-KIV_API int SPK_GetSourceExtraNodeInfo(...);         /**< 0 */
-KIV_API int SPK_SetBTModeDelay(...);                 /**< 0 */
-KIV_API int SPK_getSelfAndAllNodeInfo(...);          /**< 0 */
-KIV_API int SPK_GetSelfAndAllNodeInfo(...);          /**< 0 */
-KIV_API int SPK_SendCalData(...);                    /**< 0 */
-KIV_API int SPK_UnGroupHts(...);                     /**< 0 */
-KIV_API int SPK_GetGroupHts(...);                    /**< 0 */
-KIV_API int SPK_SetHtsVolume(...);                   /**< 0 */
-KIV_API int SPK_SetHtsMute(...);                     /**< 0 */
-KIV_API int SPK_GetHtsVolume(...);                   /**< 0 */
-KIV_API int SPK_GetHtsMute(...);                     /**< 0 */
-KIV_API int SPK_NotifySounbarSettings(...);          /**< 0 */
-KIV_API int SPK_getAllNodeInfo(...);                 /**< 0 */
-KIV_API int SPK_GetAllNodeInfo(...);                 /**< 0 */
-KIV_API int SPK_GetNumberOfNode(...);                /**< 0 */
-KIV_API int SPK_NotifyPlayStatus(...);               /**< 0 */
-KIV_API int SPK_NotifyMasterStatusLED(...);          /**< 0 */
-KIV_API int SPK_NotifyAlarmVolume(...);              /**< 0 */
-KIV_API int SPK_NotifySleepMode(...);                /**< 0 */
-KIV_API int SPK_ChangeVolume(...);                   /**< 0 */
-KIV_API int SPK_NotifySpkVolume(...);                /**< 0 */
-KIV_API int SPK_NotifySpkMute(...);                  /**< 0 */
-KIV_API int SPK_SetKivMode_singleTV(...);            /**< 0 */
-KIV_API int SPK_SetKivMode_Lastmemory(...);          /**< 0 */
-KIV_API int SPK_SetKivMode(...);                     /**< 0 */
-KIV_API int SPK_SetSpkProperty(...);                 /**< 0 */
-KIV_API int SPK_UnGroup(...);                        /**< 0 */
-KIV_API int SPK_SetMultiSpkGroup(...);               /**< 0 */
-KIV_API int SPK_SetMultiChGroup(...);                /**< 0 */
-KIV_API int SPK_SetMute(...);                        /**< 0 */
-KIV_API int SPK_SetVolume(...);                      /**< 0 */
+KIV_API int get_size_of_spk_list_info_s(KIV_ANY_ARGUMENTS); /**< 1086, the size of spk_list_info_s */
+KIV_API int get_size_of_spk_info_s(KIV_ANY_ARGUMENTS);      /**< 183, the size of spk_info_s */
+KIV_API int GetLastConnectSatIdx(KIV_ANY_ARGUMENTS);        /**< -1 */
+KIV_API int SPK_IsConnectToTV(KIV_ANY_ARGUMENTS);           /**< 0, and a log line */
 
+KIV_API int SPK_NotifySpkVolumeTable(KIV_ANY_ARGUMENTS);           /**< 0 */
+KIV_API int SPK_NotifyAudioCtrl(KIV_ANY_ARGUMENTS);                /**< 0 */
+KIV_API int SPK_GetGroupInfo(KIV_ANY_ARGUMENTS);                   /**< 0 */
+KIV_API int SPK_GetSelfAndAllCandidateNodeInfo(KIV_ANY_ARGUMENTS); /**< 0 */
+KIV_API int SPK_GetMacFromDi(KIV_ANY_ARGUMENTS);                   /**< 0 */
+KIV_API int SPK_GetSourceExtraNodeInfo(KIV_ANY_ARGUMENTS);         /**< 0 */
+KIV_API int SPK_SetBTModeDelay(KIV_ANY_ARGUMENTS);                 /**< 0 */
+KIV_API int SPK_getSelfAndAllNodeInfo(KIV_ANY_ARGUMENTS);          /**< 0 */
+KIV_API int SPK_GetSelfAndAllNodeInfo(KIV_ANY_ARGUMENTS);          /**< 0 */
+KIV_API int SPK_SendCalData(KIV_ANY_ARGUMENTS);                    /**< 0 */
+KIV_API int SPK_UnGroupHts(KIV_ANY_ARGUMENTS);                     /**< 0 */
+KIV_API int SPK_GetGroupHts(KIV_ANY_ARGUMENTS);                    /**< 0 */
+KIV_API int SPK_SetHtsVolume(KIV_ANY_ARGUMENTS);                   /**< 0 */
+KIV_API int SPK_SetHtsMute(KIV_ANY_ARGUMENTS);                     /**< 0 */
+KIV_API int SPK_GetHtsVolume(KIV_ANY_ARGUMENTS);                   /**< 0 */
+KIV_API int SPK_GetHtsMute(KIV_ANY_ARGUMENTS);                     /**< 0 */
+KIV_API int SPK_NotifySounbarSettings(KIV_ANY_ARGUMENTS);          /**< 0 */
+KIV_API int SPK_getAllNodeInfo(KIV_ANY_ARGUMENTS);                 /**< 0 */
+KIV_API int SPK_GetAllNodeInfo(KIV_ANY_ARGUMENTS);                 /**< 0 */
+KIV_API int SPK_GetNumberOfNode(KIV_ANY_ARGUMENTS);                /**< 0 */
+KIV_API int SPK_NotifyPlayStatus(KIV_ANY_ARGUMENTS);               /**< 0 */
+KIV_API int SPK_NotifyMasterStatusLED(KIV_ANY_ARGUMENTS);          /**< 0 */
+KIV_API int SPK_NotifyAlarmVolume(KIV_ANY_ARGUMENTS);              /**< 0 */
+KIV_API int SPK_NotifySleepMode(KIV_ANY_ARGUMENTS);                /**< 0 */
+KIV_API int SPK_ChangeVolume(KIV_ANY_ARGUMENTS);                   /**< 0 */
+KIV_API int SPK_NotifySpkVolume(KIV_ANY_ARGUMENTS);                /**< 0 */
+KIV_API int SPK_NotifySpkMute(KIV_ANY_ARGUMENTS);                  /**< 0 */
+KIV_API int SPK_SetKivMode_singleTV(KIV_ANY_ARGUMENTS);            /**< 0 */
+KIV_API int SPK_SetKivMode_Lastmemory(KIV_ANY_ARGUMENTS);          /**< 0 */
+KIV_API int SPK_SetKivMode(KIV_ANY_ARGUMENTS);                     /**< 0 */
+KIV_API int SPK_SetSpkProperty(KIV_ANY_ARGUMENTS);                 /**< 0 */
+KIV_API int SPK_UnGroup(KIV_ANY_ARGUMENTS);                        /**< 0 */
+KIV_API int SPK_SetMultiSpkGroup(KIV_ANY_ARGUMENTS);               /**< 0 */
+KIV_API int SPK_SetMultiChGroup(KIV_ANY_ARGUMENTS);                /**< 0 */
+KIV_API int SPK_SetMute(KIV_ANY_ARGUMENTS);                        /**< 0 */
+KIV_API int SPK_SetVolume(KIV_ANY_ARGUMENTS);                      /**< 0 */
+
+#ifdef __cplusplus
 } // extern "C"
+#elif __STDC_VERSION__ < 202311L
+#pragma GCC diagnostic pop
+#endif
 
 #endif

@@ -23,7 +23,7 @@ def documentation(match):
 
 def parameters(text):
     """(type, name) of each, or None where any arguments will do."""
-    if text == "...":
+    if text == "KIV_ANY_ARGUMENTS":
         return None
     split = (re.fullmatch(r"(.+?)\s*(\w+)", one.strip(), re.DOTALL) for one in text.split(","))
     return [] if text in ("", "void") else [(match[1], match[2]) for match in split]

@@ -7,8 +7,12 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).parents[2]
-PAGES = [ROOT / "README.md", *sorted(ROOT.glob("docs/*.md"))]
-EXAMPLES = sorted(path for path in ROOT.glob("examples/*") if path.name not in ("CMakeLists.txt", "__pycache__"))
+PAGES = [*sorted(ROOT.glob("*.md")), *sorted(ROOT.glob("docs/*.md"))]
+EXAMPLES = sorted(
+    path
+    for path in ROOT.glob("examples/**/*")
+    if path.is_file() and path != ROOT / "examples/CMakeLists.txt" and path.parent.name != "__pycache__"
+)
 PICTURES = sorted(ROOT.glob("docs/pictures/*.dot"))
 # Without the macros themselves.
 SOURCES = [path.read_text() for path in ROOT.glob("src/**/*.*") if path.suffix in (".cpp", ".h") and path.name != "Log.h"]
@@ -62,7 +66,8 @@ def test_an_example_is_shown(path):
 
 @pytest.mark.parametrize("path", PAGES, ids=name_of)
 def test_links_lead_somewhere(path):
-    for file, heading in re.findall(r"\]\((?!https?:)([^)#]*)#?([^)]*)\)", path.read_text()):
+    text = re.sub(r"^```.*?^```$", "", path.read_text(), flags=re.DOTALL | re.MULTILINE)
+    for file, heading in re.findall(r"\]\((?!https?:)([^)#]*)#?([^)]*)\)", text):
         target = path.parent / file if file else path
         assert target.exists(), f"there is no {file}"
         if heading:
@@ -118,6 +123,128 @@ def test_every_build_option_is_in_the_table():
     table = [row for row in rows(page("building.md")) if row[0].startswith("`")]
     assert len(options) > 10
     assert sorted(row[0].strip("`") for row in table) == sorted(options)
+
+
+def test_the_version_is_everywhere_the_same():
+    header = (ROOT / "include/KivServiceInterface.h").read_text()
+    version = ".".join(re.findall(r"#define KIV_VERSION_(?:MAJOR|MINOR|MICRO) (\d+)", header))
+    assert re.search(r"^## (\d.*)$", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)[1] == version
+    assert re.match(r"\S+ \((.*?)\)", (ROOT / "packaging/debian/changelog").read_text())[1] == version
+
+
+def test_the_size_in_the_readme_is_the_measured_one():
+    told = re.search(r"(\d+) KB on\s+a 32-bit ARM", (ROOT / "README.md").read_text())[1]
+    measured = re.search(r"^\| Stripped, bytes \| \d+ \| (\d+) \|$", page("footprint.md"), re.MULTILINE)[1]
+    assert int(told) == round(int(measured) / 1000)
+
+
+HEADER = "include/KivServiceInterface.h"
+SERVER_XML = "simulator/org.lumra.tv.networkspeaker.server.xml"
+BLOCKING = "docs/threads-and-blocking.md"
+
+# Figures that stand in several places: each has a pattern for every place, and at least one finding there.
+FIGURES = {
+    "seconds for an answer": [
+        (HEADER, r"waits for the server, (\d+) s at most"),
+        (HEADER, r"waits for its reply, (\d+) s at most"),
+        (BLOCKING, r"The server has (\d+) s for each answer"),
+        (BLOCKING, r"^- \*\*(\d+)\*\*: the id comes"),
+        ("docs/security.md", r"gives up after (\d+) s"),
+        ("docs/security.md", r"costs each caller up to (\d+) s"),
+        ("docs/log-lines.md", r"did not answer in (\d+) s"),
+    ],
+    "seconds without any answer": [
+        (HEADER, r"answers nothing at all for (\d+) s"),
+        (BLOCKING, r"`StopNetworkSpeaker`.* \| 0 \| (\d+) \|"),
+        (BLOCKING, r"^- \*\*(\d+)\*\*: the client id is asked for three times"),
+        ("docs/testing.md", r"survives calls of \[(\d+) s\]"),
+        ("docs/security.md", r"answers nothing (\d+) s"),
+    ],
+    "seconds with a bus daemon that hangs": [
+        (HEADER, r"bus daemon that hangs holds a call up for (\d+) s"),
+        (BLOCKING, r"`StartNetworkSpeaker` \| \d+ \| \d+ \| \d+ \| (\d+) \|"),
+        (BLOCKING, r"`StopNetworkSpeaker`.* \| (\d+) \| \d+ \|$"),
+        (BLOCKING, r"^- \*\*(\d+)\*\*: the bus daemon is asked"),
+        ("docs/security.md", r"hangs (\d+) s;"),
+    ],
+    "seconds at the very worst": [
+        (HEADER, r"the worst is (\d+) s"),
+        (BLOCKING, r"`StopNetworkSpeaker`.* \| (\d+) \|$"),
+    ],
+    "seconds at the very worst of a start": [
+        (HEADER, r"and (\d+) s for StartNetworkSpeaker"),
+        (BLOCKING, r"`StartNetworkSpeaker` .* \| (\d+) \|$"),
+    ],
+    "bytes of an event": [
+        (HEADER, r"NAMSERVICE_EVENT_DATA_MAX (\d+)"),
+        ("README.md", r"copies at most (\d+) bytes"),
+        ("docs/events.md", r"always (\d+) bytes"),
+        ("docs/events.md", r"\*\*announced\*\*, (\d+) at most"),
+        ("docs/glossary.md", r"up to (\d+) bytes"),
+        ("docs/python.md", r"event id, (\d+) bytes"),
+        ("docs/security.md", r"copies (\d+) bytes"),
+    ],
+    "bytes of a list": [
+        (HEADER, r"sizeof\(STNetSpkListInfo\) == (\d+)"),
+        (HEADER, r"(\d+), the size of spk_list_info_s"),
+        (SERVER_XML, r"@lists: .* one record of (\d+) bytes each"),
+        ("docs/results.md", r"always return (\d+) and"),
+        ("simulator/README.md", r"A list, (\d+) bytes"),
+    ],
+    "bytes of a speaker": [
+        (HEADER, r"sizeof\(spk_info_s\) == (\d+)"),
+        (HEADER, r"(\d+), the size of spk_info_s"),
+        (SERVER_XML, r"speaker record of (\d+) bytes"),
+        ("docs/results.md", r"always return \d+ and (\d+)"),
+        ("simulator/README.md", r"A speaker, (\d+) bytes"),
+    ],
+    "bytes of a node": [
+        (HEADER, r"sizeof\(CNetSpkNodeInfo\) == (\d+)"),
+        (SERVER_XML, r"@nodes: .* one record of (\d+) bytes each"),
+        ("simulator/README.md", r"A node, (\d+) bytes"),
+    ],
+    "bytes of a configuration": [
+        (HEADER, r"sizeof\(STNetSpkConfig\) == (\d+)"),
+        (HEADER, r"speakers to start, (\d+) bytes each"),
+        (SERVER_XML, r"configuration record of (\d+) bytes"),
+    ],
+    "MiB that a dbus-daemon carries": [
+        (HEADER, r"dbus-daemon (\d+) MiB in a message"),
+        ("docs/integration.md", r"dbus-daemon carries (\d+) MiB"),
+        ("docs/testing.md", r"(\d+) MiB in a message"),
+        ("docs/security.md", r"(\d+) MiB in a message with"),
+    ],
+    "lowest CMake": [
+        ("CMakeLists.txt", r"^cmake_minimum_required\(VERSION ([\d.]+?)\.\.\."),
+        ("docs/building.md", r"CMake (\S+) is enough"),
+    ],
+    "CMake of the tests": [
+        ("CMakeLists.txt", r"cmake ([\d.]+) or newer"),
+        ("docs/building.md", r"The tests need ([\d.]+),"),
+    ],
+    "CMake of the presets": [
+        ("packaging/debian/control", r"cmake \(>= ([\d.]+)\)"),
+        ("docs/building.md", r"that `./dev` uses, ([\d.]+)\.$"),
+    ],
+}
+
+
+@pytest.mark.parametrize("figure", FIGURES)
+def test_a_figure_is_everywhere_the_same(figure):
+    found = {}
+    for file, pattern in FIGURES[figure]:
+        figures = re.findall(pattern, (ROOT / file).read_text(), re.MULTILINE)
+        assert figures, f"{file} has nothing like {pattern}"
+        found[f"{file}: {pattern}"] = set(figures)
+    assert len(set().union(*found.values())) == 1, found
+
+
+def test_nothing_is_in_another_byte_order():
+    """The contract has one byte order, whoever writes of it."""
+    contract = [*ROOT.glob("src/link/*.xml"), *ROOT.glob("simulator/*.xml"), ROOT / HEADER, ROOT / "docs/dbus.md"]
+    orders = {name_of(path): set(re.findall(r"little-endian|big-endian|host\S* byte order", path.read_text())) for path in contract}
+    assert {name: order for name, order in orders.items() if order - {"little-endian"}} == {}
+    assert sum(map(len, orders.values())) == 4
 
 
 @pytest.mark.parametrize("path", PICTURES, ids=name_of)

@@ -17,7 +17,17 @@ kiv-sandbox -- ./host
 
 echo "A host, built with find_package()"
 { cmake -S "$2" -B build && cmake --build build; } >cmake.log 2>&1 || { cat cmake.log && exit 1; }
-kiv-sandbox -- build/packaged-host
+ctest --test-dir build --output-on-failure --no-tests=error >cmake.log || { cat cmake.log && exit 1; }
+
+echo "The documentation, and its host in C"
+documentation=/usr/share/doc/libkiv-interface-api-dev
+test -e $documentation/html/index.html
+# shellcheck disable=SC2046 # several words
+{
+    cc -c $documentation/examples/CHost.c $(pkg-config --cflags libkiv-interface-api)
+    c++ -o c-host $documentation/examples/CHostVectors.cpp CHost.o $(pkg-config --cflags --libs libkiv-interface-api)
+}
+kiv-sandbox -- ./c-host
 
 echo "The system bus starts the simulator for whoever calls, as the server's user"
 mkdir -p /run/dbus

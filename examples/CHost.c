@@ -1,0 +1,27 @@
+#include <KivServiceInterface.h>
+
+#include <stdio.h>
+#include <stdlib.h>
+
+/* These two are in CHostVectors.cpp. */
+int StartSpeakers(int mode, const STNetSpkConfig* speakers, size_t count, int reason);
+int EndMonitor(void);
+
+int main(void)
+{
+    if (GetWhetherKivDisabled()) {
+        puts("this TV has no network speakers");
+        return 0;
+    }
+    const STNetSpkConfig left = {.nConfig = 1, .mac = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01}};
+    printf("started: %d\n", StartSpeakers(NETSPKSETTING_SURROUND, &left, 1, 0));
+
+    /* The room is for lists that appear between the two calls, too. */
+    const int number = GetNetSpkListInfoNumber();
+    STNetSpkListInfo* lists = calloc((number > 0 ? (size_t)number : 0) + 8, sizeof *lists);
+    printf("%d lists\n", lists ? getNetSpkListInfo(lists) : -1);
+    free(lists);
+
+    printf("stopped: %d\n", StopNetworkSpeaker(0));
+    return EndMonitor();
+}

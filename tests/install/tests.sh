@@ -1,0 +1,45 @@
+#!/bin/bash
+# usage: tests.sh <sources of a project> <prefix> <work directory>
+# Builds a project that tests an application, and runs its tests. Without the sandbox, the project is told what is missing.
+set -euo pipefail
+
+rm -rf "$3"
+mkdir -p "$3"
+log=$3/log
+ctest=$(dirname "$CMAKE_COMMAND")/ctest
+
+configure() { # build directory, options of cmake...
+  "$CMAKE_COMMAND" -S "$sources" -B "$@" >"$log" 2>&1
+}
+
+fail() {
+  cat "$log"
+  echo "$*"
+  exit 1
+}
+
+sources=$1
+configure "$3/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
+"$CMAKE_COMMAND" --build "$3/build" >"$log" 2>&1 || fail "the build failed"
+# Nothing answers on the bus of the environment.
+DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent "$ctest" --test-dir "$3/build" --verbose >"$log" 2>&1 || fail "a test failed"
+grep -q '^100% tests passed, 0 tests failed out of 2$' "$log" || fail "there are other tests"
+test "$(grep -c '\[  PASSED  \] [12] test' "$log")" = 2 || fail "a test program ran no test"
+
+# It is as if the tools were not installed.
+configure "$3/without" -DCMAKE_PREFIX_PATH="$2" -DKIV_SANDBOX=OFF && fail "cmake adds a test without a sandbox"
+tr -s ' \n' ' ' <"$log" | grep -q 'cannot add speakers, because kiv-sandbox was not found\. With find_package(): install' ||
+  fail "cmake does not say that the sandbox is missing"
+
+# This call lacks a keyword.
+mkdir "$3/mistake"
+sources=$3/mistake
+cat >"$sources/CMakeLists.txt" <<'TEXT'
+cmake_minimum_required(VERSION 3.18)
+project(mistake LANGUAGES CXX)
+find_package(kiv-interface-api 1.0 REQUIRED)
+kiv_add_test(speakers COMMAND true)
+TEXT
+configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" && fail "cmake takes a test without a name"
+tr -s ' \n' ' ' <"$log" | grep -q 'must be given NAME, COMMAND and, if need be, SANDBOX, got: speakers COMMAND true' ||
+  fail "cmake does not say what is wrong with the call"
