@@ -25,6 +25,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 
 constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
@@ -297,6 +298,18 @@ protected:
     Outcome Record(const std::string& script) const { return RunSandbox(WithScript({"--record", file_}, script)); }
     Outcome Replay(const std::string& script) const { return RunSandbox(WithScript({"--replay", file_}, script)); }
 
+    /// The files in which recordings are that have not come to their end.
+    std::vector<fs::path> Parts() const
+    {
+        std::vector<fs::path> parts;
+        for (const fs::directory_entry& entry : fs::directory_iterator(scratch_.Path())) {
+            if (entry.path().string().starts_with(file_.string() + ".part-")) {
+                parts.push_back(entry.path());
+            }
+        }
+        return parts;
+    }
+
     ScratchDirectory scratch_;
     fs::path file_ = scratch_.Path() / "recording";
 };
@@ -337,18 +350,83 @@ TEST_F(RecordTest, EventsAreRecordedAndReplayed)
     EXPECT_EQ(Replay("watch; event").output, recorded.output);
 }
 
-TEST_F(RecordTest, IsThereWhateverEndsTheSandbox)
+TEST_F(RecordTest, WhatThereIsStaysWhateverEndsTheSandbox)
+{
+    std::ofstream(file_) << "an older recording";
+    Sandbox sandbox(Script("kivctl stop; echo done; read line"), {"--record", file_});
+    EXPECT_EQ(sandbox.Process().ReadLine(), "the server answered 0");
+    EXPECT_EQ(sandbox.Process().ReadLine(), "done");
+    ASSERT_THAT(Parts(), SizeIs(1));
+    // The last line to come: the trace is behind the bus.
+    test::WaitUntil("the answer to be recorded", [this] {
+        return ReadFile(Parts().front()).find("\"values\":\"(0,)\"}\n") != std::string::npos;
+    });
+    sandbox.Process().Signal(SIGKILL);
+    sandbox.Process().WaitForEnd();
+    EXPECT_EQ(ReadFile(file_), "an older recording");
+    fs::rename(Parts().front(), file_);
+    EXPECT_EQ(Replay("kivctl stop").output, "the server answered 0\n");
+}
+
+TEST_F(RecordTest, ACommandThatIsEndedBySignalHasItsRecording)
 {
     Sandbox sandbox(Script("kivctl stop; echo done; read line"), {"--record", file_});
     EXPECT_EQ(sandbox.Process().ReadLine(), "the server answered 0");
     EXPECT_EQ(sandbox.Process().ReadLine(), "done");
-    // The last line to come: the trace is behind the bus.
-    test::WaitUntil("the answer to be recorded", [this] {
-        return ReadFile(file_).find("\"values\":\"(0,)\"}\n") != std::string::npos;
-    });
-    sandbox.Process().Signal(SIGKILL);
+    sandbox.Process().Signal(SIGTERM);
     sandbox.Process().WaitForEnd();
+    EXPECT_THAT(Parts(), IsEmpty());
     EXPECT_EQ(Replay("kivctl stop").output, "the server answered 0\n");
+}
+
+TEST_F(RecordTest, ReplacesAnOlderRecordingThatHasEnded)
+{
+    std::ofstream(file_) << "an older recording";
+    fs::permissions(file_, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    fs::create_symlink("recording", scratch_.Path() / "link");
+
+    RunSandbox(WithScript({"--record", scratch_.Path() / "link"}, "kivctl stop"));
+
+    EXPECT_THAT(ReadFile(file_), HasSubstr("\"StopNetworkSpeaker\""));
+    EXPECT_EQ(fs::status(file_).permissions(), fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    EXPECT_TRUE(fs::is_symlink(scratch_.Path() / "link"));
+    EXPECT_THAT(Parts(), IsEmpty());
+}
+
+TEST_F(RecordTest, WithoutACommandTheOlderRecordingStays)
+{
+    std::ofstream(file_) << "an older recording";
+    EXPECT_EQ(RunSandbox({"--record", file_, "--", "no-such-command"}).exitCode, 127);
+    EXPECT_EQ(ReadFile(file_), "an older recording");
+    EXPECT_THAT(Parts(), IsEmpty());
+}
+
+TEST_F(RecordTest, GoesToAPipeToo)
+{
+    EXPECT_THAT(
+        RunSandbox(WithScript({"--record", "/dev/stdout"}, "kivctl stop")).output,
+        HasSubstr("\"method\":\"StopNetworkSpeaker\""));
+}
+
+TEST_F(RecordTest, DoesNotReplaceWhatItReads)
+{
+    Record("kivctl stop");
+    const std::string recording = ReadFile(file_);
+    const fs::path otherName = scratch_.Path() / "other-name";
+    fs::create_hard_link(file_, otherName);
+    for (const fs::path& name : {file_, otherName}) {
+        const Outcome outcome = RunSandbox({"--record", name, "--replay", file_, "--", "echo", "started"});
+        EXPECT_EQ(outcome.exitCode, 2);
+        EXPECT_EQ(
+            outcome.errors,
+            "kiv-sandbox: --record must name another file than --replay, got the same file: '" + name.string() + "'\n");
+        EXPECT_THAT(outcome.output, IsEmpty());
+        EXPECT_EQ(ReadFile(file_), recording);
+    }
+    std::ofstream(file_) << "{}";
+    EXPECT_THAT(
+        RunSandbox({"--record", file_, "--scenario", otherName, "--", "true"}).errors,
+        HasSubstr("another file than --scenario"));
 }
 
 } // namespace

@@ -156,15 +156,28 @@ Service SimulatorService(const Options& options, const fs::path& featureFile)
     return {kServerName, command};
 }
 
+/// The recording replaces its file, which therefore must not be one that is read.
+void RefuseToReplace(const fs::path& input, const char* option, const std::string& record)
+{
+    // Two names of the same file have the same device and inode.
+    std::error_code notThere;
+    if (fs::equivalent(input, record, notThere)) {
+        throw simulator::FileError(
+            fmt::format("--record must name another file than {}, got the same file: '{}'", option, record));
+    }
+}
+
 /// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the feature.
 std::string CheckFiles(const Options& options)
 {
     simulator::Scenario scenario;
     if (!options.scenario.empty()) {
         const fs::path file = FindScenario(options.scenario);
+        RefuseToReplace(file, "--scenario", options.record);
         scenario = simulator::ReadScenario(file, simulator::ReadText(file));
     }
     if (!options.replay.empty()) {
+        RefuseToReplace(options.replay, "--replay", options.record);
         simulator::Replay(options.replay, simulator::ReadText(options.replay));
     }
     return options.feature.value_or(scenario.now.feature.value_or("on"));
@@ -188,6 +201,21 @@ int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals)
     }
 }
 
+/// The command has not been executed.
+class CommandError : public std::runtime_error {
+public:
+    CommandError(const std::string& name, const std::error_code& reason)
+        : std::runtime_error(fmt::format("{}: {}", name, reason.message())),
+          exitCode_(reason.value() == ENOENT ? kNotFound : kCannotExecute)
+    {
+    }
+
+    int ExitCode() const { return exitCode_; }
+
+private:
+    int exitCode_;
+};
+
 int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals)
 {
     try {
@@ -195,8 +223,7 @@ int RunCommand(const std::string& name, Keeper& command, const EndSignals& signa
         const int status = PassSignalsUntilEnd(command, signals);
         return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     } catch (const std::system_error& error) {
-        fmt::print(stderr, "kiv-sandbox: {}: {}\n", name, error.code().message());
-        return error.code().value() == ENOENT ? kNotFound : kCannotExecute;
+        throw CommandError(name, error.code());
     }
 }
 
@@ -240,10 +267,6 @@ BusTrace::Listener Listeners(const Options& options, std::optional<Recorder>& re
 int RunInSandbox(const Options& options)
 {
     const std::string feature = CheckFiles(options);
-    std::optional<Recorder> recorder;
-    if (!options.record.empty()) {
-        recorder.emplace(options.record);
-    }
     PrivateBus bus;
     const fs::path featureFile = bus.Directory() / "system-info.conf";
     simulator::WriteFeature(featureFile, feature);
@@ -254,6 +277,10 @@ int RunInSandbox(const Options& options)
     // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
     // mask.
     const EndSignals signals;
+    std::optional<Recorder> recorder;
+    if (!options.record.empty()) {
+        recorder.emplace(options.record);
+    }
     if (!options.noServer) {
         bus.WriteService(SimulatorService(options, featureFile));
     }
@@ -350,6 +377,8 @@ int Main(int argc, char** argv)
             return EXIT_SUCCESS;
         }
         return RunInSandbox(options);
+    } catch (const CommandError& error) {
+        return fail(error, error.ExitCode());
     } catch (const simulator::FileError& error) {
         return fail(error, kBadInput);
     } catch (const std::exception& error) {
