@@ -15,7 +15,6 @@ using ::testing::StartsWith;
 constexpr char kInvalidArguments[] = "error org.freedesktop.DBus.Error.InvalidArgs";
 
 const Bytes kAtmosOn = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 1, 0, 0, 0};
-const Bytes kAtmosOff = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 0, 0, 0, 0};
 const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
 
 /** A text as the only argument. */
@@ -50,7 +49,7 @@ TEST_F(ControlTest, AnyTextCanBeTheClientId)
     EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('tv_7',)");
 }
 
-TEST_F(ControlTest, AtmosReachesSubscribersOnly)
+TEST_F(ControlTest, AtmosReachesSubscribersOnlyWhenItBegins)
 {
     const FakeClient subscriber(bus_.Address(), "tv_7");
     const FakeClient other(bus_.Address(), "tv_8");
@@ -62,11 +61,13 @@ TEST_F(ControlTest, AtmosReachesSubscribersOnly)
     EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
     EXPECT_EQ(Control("SetAtmos", "(false,)"), "()");
     EXPECT_EQ(Server("kiv_is_receiver_atmos"), "(false,)");
-    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+    EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
+    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOn));
 
+    Control("SetAtmos", "(false,)");
     subscriber.Tell("UnsubscribeNamServiceCallback", 7);
     Control("SetAtmos", "(true,)");
-    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOn));
     EXPECT_THAT(other.Payloads(), IsEmpty());
 }
 
@@ -79,8 +80,9 @@ TEST_F(ControlTest, AtmosDoesNotMindClientsThatCannotBeReached)
 
     Control("SetClientId", "('no name',)");
     Server("SubscribeNamServiceCallback", "(9,)");
-    EXPECT_EQ(Control("SetAtmos", "(false,)"), "()");
-    EXPECT_THAT(refusing.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+    Control("SetAtmos", "(false,)");
+    EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
+    EXPECT_THAT(refusing.Payloads(), ElementsAre(kAtmosOn, kAtmosOn));
 }
 
 TEST_F(ControlTest, SendEventAnnouncesItsLength)
