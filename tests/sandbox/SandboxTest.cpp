@@ -75,8 +75,8 @@ TEST(SandboxTest, HelpNamesEveryOption)
 
     EXPECT_EQ(outcome.exitCode, 0);
     for (const char* option :
-         {"--trace", "--trace-all", "--start", "--no-server", "--simulator-log", "--scenario", "--list-scenarios",
-          "--record", "--replay", "--simulator", "--feature", "kiv-sandbox control", "Usage:"}) {
+         {"--trace", "--trace-all", "--start", "--lazy", "--no-server", "--simulator-log", "--scenario",
+          "--list-scenarios", "--record", "--replay", "--simulator", "--feature", "kiv-sandbox control", "Usage:"}) {
         EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
     }
 }
@@ -119,9 +119,16 @@ TEST(SandboxTest, FeatureFileSaysWhatWasAskedFor)
     EXPECT_EQ(shown({"--feature", "absent"}), head);
 }
 
-TEST(SandboxTest, FirstCallStartsTheSimulator)
+TEST(SandboxTest, TheServerRunsBeforeTheCommand)
 {
     const Sandbox sandbox("read line");
+
+    EXPECT_TRUE(HasOwner(Connection(sandbox.Address()), kServer));
+}
+
+TEST(SandboxTest, LazyLeavesTheStartToTheFirstCall)
+{
+    const Sandbox sandbox("read line", {"--lazy"});
     const Connection connection(sandbox.Address());
 
     EXPECT_FALSE(HasOwner(connection, kServer));
@@ -129,11 +136,16 @@ TEST(SandboxTest, FirstCallStartsTheSimulator)
     EXPECT_TRUE(HasOwner(connection, kServer));
 }
 
-TEST(SandboxTest, StartHasTheSimulatorReady)
+TEST(SandboxTest, AServerThatComesUpLateIsLeftToTheFirstCallUnlessStartIsGiven)
 {
-    const Sandbox sandbox("read line", {"--start"});
+    const ScratchDirectory scratch;
+    const fs::path late = scratch.Path() / "late.json";
+    std::ofstream(late) << R"({"away": 300})";
+    const Sandbox sandbox("read line", {"--scenario", late});
+    const Sandbox started("read line", {"--scenario", late, "--start"});
 
-    EXPECT_TRUE(HasOwner(Connection(sandbox.Address()), kServer));
+    EXPECT_FALSE(HasOwner(Connection(sandbox.Address()), "org.lumra.tv.networkspeaker.simulator"));
+    EXPECT_TRUE(HasOwner(Connection(started.Address()), kServer));
 }
 
 TEST(SandboxTest, NoServerMeansNone)
@@ -168,7 +180,7 @@ TEST(SandboxTest, SimulatorGetsItsOptions)
 /// What a sandbox prints about a connection that asks for the server, then becomes a client of it and asks again.
 std::string Trace(const std::string& option)
 {
-    Sandbox sandbox("read line", {option});
+    Sandbox sandbox("read line", {option, "--lazy"});
     {
         const Connection connection(sandbox.Address());
         HasOwner(connection, kServer);
@@ -223,8 +235,8 @@ TEST(SandboxTest, TraceAllPrintsTheHousekeepingToo)
 
 TEST(SandboxTest, TwoSandboxesDoNotMeet)
 {
-    const Sandbox first("read line", {"--start"});
-    const Sandbox second("read line");
+    const Sandbox first("read line");
+    const Sandbox second("read line", {"--lazy"});
 
     EXPECT_NE(first.Address(), second.Address());
     EXPECT_FALSE(HasOwner(Connection(second.Address()), kServer));

@@ -51,8 +51,8 @@ constexpr int kNotFound = 127;
 
 constexpr auto kDescription =
     "Runs a command on a system bus of its own, on which a simulated network-speaker server answers.\n\n"
-    "The bus is private to the command. The simulator is started by the first call to the server. When the command\n"
-    "ends, so do the bus, the simulator and whatever the command has left running.\n\n"
+    "The bus is private to the command. The server runs before the command does. When the command ends, so do the\n"
+    "bus, the simulator and whatever the command has left running.\n\n"
     "\"kiv-sandbox control\" changes what the simulator does while it runs; see its --help.\n";
 
 constexpr auto kFooter = "Environment of the command:\n"
@@ -69,7 +69,7 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  kiv-sandbox --trace -- kivctl surround channels\n"
                          "  kiv-sandbox --scenario multi-room-house -- kivctl list all\n"
                          "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
-                         "  kiv-sandbox --start -- bash";
+                         "  kiv-sandbox -- bash";
 
 struct Options {
     std::vector<std::string> command;
@@ -82,6 +82,7 @@ struct Options {
     bool traceAll = false;
     bool noServer = false;
     bool start = false;
+    bool lazy = false;
     bool simulatorLog = false;
     bool listScenarios = false;
 };
@@ -167,8 +168,8 @@ void RefuseToReplace(const fs::path& input, const char* option, const std::strin
     }
 }
 
-/// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the feature.
-std::string CheckFiles(const Options& options)
+/// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the scenario.
+simulator::Scenario CheckFiles(const Options& options)
 {
     simulator::Scenario scenario;
     if (!options.scenario.empty()) {
@@ -180,7 +181,14 @@ std::string CheckFiles(const Options& options)
         RefuseToReplace(options.replay, "--replay", options.record);
         simulator::Replay(options.replay, simulator::ReadText(options.replay));
     }
-    return options.feature.value_or(scenario.now.feature.value_or("on"));
+    return scenario;
+}
+
+/// Whether the server is to run before the command. One that takes its time to come up is left to the first call, so
+/// that the command sees that.
+bool IsStartedFirst(const Options& options, const simulator::Scenario& scenario)
+{
+    return options.start || (!options.lazy && !options.noServer && !scenario.now.away);
 }
 
 /// Returns the wait status of the command.
@@ -266,10 +274,10 @@ BusTrace::Listener Listeners(const Options& options, std::optional<Recorder>& re
 
 int RunInSandbox(const Options& options)
 {
-    const std::string feature = CheckFiles(options);
+    const simulator::Scenario scenario = CheckFiles(options);
     PrivateBus bus;
     const fs::path featureFile = bus.Directory() / "system-info.conf";
-    simulator::WriteFeature(featureFile, feature);
+    simulator::WriteFeature(featureFile, options.feature.value_or(scenario.now.feature.value_or("on")));
     setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
     setenv("KIV_SYSTEM_INFO_FILE", featureFile.c_str(), 1);
     Keeper command(options.command, Keeper::Place::Foreground);
@@ -288,7 +296,7 @@ int RunInSandbox(const Options& options)
     if (options.trace || options.traceAll || recorder) {
         trace.emplace(bus.Address(), Listeners(options, recorder));
     }
-    if (options.start) {
+    if (IsStartedFirst(options, scenario)) {
         bus.Activate(kServerName);
     }
     const int exitCode = RunCommand(options.command.front(), command, signals);
@@ -338,8 +346,15 @@ int Main(int argc, char** argv)
     app.prefix_command();
     app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
     app.add_flag("--trace-all", options.traceAll, "the same with the housekeeping of the bus: Hello, AddMatch, ...");
-    app.add_flag("--start", options.start, "start the simulator before the command, not at the first call");
-    app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
+    CLI::Option* const start = app.add_flag(
+        "--start", options.start,
+        "start the server before the command: the default, unless the scenario has the server come up late");
+    CLI::Option* const lazy =
+        app.add_flag("--lazy", options.lazy, "leave the start of the server to the first call, as a TV may do");
+    CLI::Option* const noServer =
+        app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
+    start->excludes(lazy, noServer);
+    lazy->excludes(noServer);
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
     app.add_option(
            "--scenario", options.scenario,
