@@ -1,6 +1,7 @@
 #include "BusTrace.h"
 #include "ControlCommand.h"
 #include "Keeper.h"
+#include "NamedSandboxes.h"
 #include "PrivateBus.h"
 #include "Recorder.h"
 #include "ScenarioFiles.h"
@@ -13,6 +14,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
@@ -25,6 +27,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -53,6 +56,7 @@ constexpr auto kDescription =
     "Runs a command on a system bus of its own, on which a simulated network-speaker server answers.\n\n"
     "The bus is private to the command. The server runs before the command does. When the command ends, so do the\n"
     "bus, the simulator and whatever the command has left running.\n\n"
+    "A sandbox with a --name is open to the same user's other terminals by --join.\n\n"
     "\"kiv-sandbox control\" changes what the simulator does while it runs; see its --help.\n";
 
 constexpr auto kFooter = "Environment of the command:\n"
@@ -69,7 +73,9 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  kiv-sandbox --trace -- kivctl surround channels\n"
                          "  kiv-sandbox --scenario multi-room-house -- kivctl list all\n"
                          "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
-                         "  kiv-sandbox -- bash";
+                         "  kiv-sandbox -- bash\n"
+                         "  kiv-sandbox --name den -- my-tv-app\n"
+                         "  kiv-sandbox --join den -- kivctl monitor";
 
 struct Options {
     std::vector<std::string> command;
@@ -77,6 +83,8 @@ struct Options {
     std::string scenario;
     std::string record;
     std::string replay;
+    std::string name;
+    std::string join;
     std::optional<std::string> feature;
     bool trace = false;
     bool traceAll = false;
@@ -85,6 +93,8 @@ struct Options {
     bool lazy = false;
     bool simulatorLog = false;
     bool listScenarios = false;
+    bool list = false;
+    bool printAddress = false;
 };
 
 /// Signals that would end this process, to be read from a file descriptor instead.
@@ -272,14 +282,27 @@ BusTrace::Listener Listeners(const Options& options, std::optional<Recorder>& re
     };
 }
 
+constexpr auto kAddressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
+
+void SetEnvironment(const Options& options, const std::map<std::string, std::string>& environment)
+{
+    for (const auto& [name, value] : environment) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    if (options.printAddress) {
+        fmt::print(stderr, "kiv-sandbox: the bus is {}\n", environment.at(kAddressVariable));
+    }
+}
+
 int RunInSandbox(const Options& options)
 {
     const simulator::Scenario scenario = CheckFiles(options);
     PrivateBus bus;
     const fs::path featureFile = bus.Directory() / "system-info.conf";
     simulator::WriteFeature(featureFile, options.feature.value_or(scenario.now.feature.value_or("on")));
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
-    setenv("KIV_SYSTEM_INFO_FILE", featureFile.c_str(), 1);
+    const std::map<std::string, std::string> environment = {
+        {kAddressVariable, bus.Address()}, {"KIV_SYSTEM_INFO_FILE", featureFile}};
+    SetEnvironment(options, environment);
     Keeper command(options.command, Keeper::Place::Foreground);
 
     // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
@@ -299,6 +322,11 @@ int RunInSandbox(const Options& options)
     if (IsStartedFirst(options, scenario)) {
         bus.Activate(kServerName);
     }
+    // The keepers, which are forked off before, do not hold the name.
+    std::optional<SandboxName> name;
+    if (!options.name.empty()) {
+        name.emplace(NamedSandbox{options.name, getpid(), options.command, environment});
+    }
     const int exitCode = RunCommand(options.command.front(), command, signals);
     if (trace) {
         trace->Flush();
@@ -308,6 +336,33 @@ int RunInSandbox(const Options& options)
         recorder->Finish();
     }
     return exitCode;
+}
+
+/// Replaces this process by the command, in a sandbox that another process has made.
+[[noreturn]] void JoinSandbox(const Options& options)
+{
+    SetEnvironment(options, FindSandbox(options.join).environment);
+    std::vector<std::string> words = options.command;
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+    throw CommandError(options.command.front(), std::error_code(errno, std::generic_category()));
+}
+
+void PrintSandboxes(bool withAddress)
+{
+    const std::vector<NamedSandbox> sandboxes = NamedSandboxes();
+    if (sandboxes.empty()) {
+        fmt::print(stderr, "kiv-sandbox: no sandbox with a --name runs\n");
+    }
+    for (const NamedSandbox& sandbox : sandboxes) {
+        const std::string address = withAddress ? sandbox.environment.at(kAddressVariable) + "  " : "";
+        fmt::print(
+            "{:<20}  process {:<8}  {}{}\n", sandbox.name, sandbox.pid, address, fmt::join(sandbox.command, " "));
+    }
 }
 
 class HelpFormat : public CLI::Formatter {
@@ -374,9 +429,24 @@ int Main(int argc, char** argv)
            "scenario says, or on)")
         ->option_text("on|off|absent")
         ->check(CLI::IsMember({"on", "off", "absent"}));
+    const std::vector<CLI::Option*> ofANewSandbox =
+        app.get_options([](const CLI::Option* option) { return option->get_name() != "--help"; });
+    app.add_option("--name", options.name, "a name by which others of the same user find the sandbox")
+        ->option_text("NAME")
+        ->check(WhyNoName);
+    CLI::Option* const join =
+        app.add_option("--join", options.join, "run the command in the sandbox of this name")->option_text("NAME");
+    join->excludes(app.get_option("--name"));
+    for (CLI::Option* const option : ofANewSandbox) {
+        join->excludes(option);
+    }
+    app.add_flag("--list", options.list, "print the running sandboxes that have a name");
+    app.add_flag(
+        "--print-address", options.printAddress,
+        "print the address of the bus: to stderr before the command runs, or with --list");
     try {
         app.parse(argc, argv);
-        if (!options.listScenarios) {
+        if (!options.listScenarios && !options.list) {
             options.command = Command(app);
         }
     } catch (const CLI::ParseError& error) {
@@ -390,6 +460,13 @@ int Main(int argc, char** argv)
         if (options.listScenarios) {
             fmt::print("{}", ListScenarios());
             return EXIT_SUCCESS;
+        }
+        if (options.list) {
+            PrintSandboxes(options.printAddress);
+            return EXIT_SUCCESS;
+        }
+        if (!options.join.empty()) {
+            JoinSandbox(options);
         }
         return RunInSandbox(options);
     } catch (const CommandError& error) {
