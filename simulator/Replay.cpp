@@ -18,8 +18,6 @@ namespace kiv::simulator {
 
 namespace {
 
-constexpr char kNotRecorded[] = "org.lumra.tv.networkspeaker.simulator.Error.NotRecorded";
-
 /** Their argument is the caller's process id, which is another each time, and how often they are called is chance. */
 bool IsAboutProcess(const std::string& method)
 {

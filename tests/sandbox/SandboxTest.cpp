@@ -76,8 +76,8 @@ TEST(SandboxTest, HelpNamesEveryOption)
     EXPECT_EQ(outcome.exitCode, 0);
     for (const char* option :
          {"--trace", "--trace-all", "--start", "--lazy", "--no-server", "--simulator-log", "--scenario",
-          "--list-scenarios", "--record", "--replay", "--simulator", "--feature", "--name", "--join", "--list",
-          "--print-address", "kiv-sandbox control", "Usage:"}) {
+          "--list-scenarios", "--record", "--replay", "--strict", "--simulator", "--feature", "--name", "--join",
+          "--list", "--print-address", "kiv-sandbox control", "Usage:"}) {
         EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
     }
 }

@@ -341,6 +341,27 @@ TEST_F(RecordTest, AReplayKnowsNothingOfTheHome)
             HasSubstr("kiv-simulator: " + file_.string() + " has StopNetworkSpeaker(3,) only 3 times\n")));
 }
 
+TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
+{
+    Record("kivctl stop --type 3");
+    const auto strict = [this](const std::string& script) {
+        return RunSandbox(WithScript({"--strict", "--replay", file_}, script));
+    };
+    const Outcome same = strict("kivctl stop --type 3");
+    EXPECT_EQ(same.exitCode, 0);
+    EXPECT_THAT(same.errors, IsEmpty());
+
+    const Outcome twice = strict("kivctl stop --type 3; kivctl stop --type 3; kivctl stop --type 4; true");
+    EXPECT_EQ(twice.exitCode, 125);
+    EXPECT_THAT(twice.errors, HasSubstr("kiv-sandbox: --strict: 2 calls were not in " + file_.string() + "\n"));
+    EXPECT_EQ(strict("kivctl stop --type 4; exit 5").exitCode, 5);
+
+    const Outcome lenient = Replay("kivctl stop --type 4; true");
+    EXPECT_EQ(lenient.exitCode, 0);
+    EXPECT_THAT(lenient.errors, Not(HasSubstr("--strict")));
+    EXPECT_EQ(RunSandbox({"--strict", "--", "true"}).exitCode, 125);
+}
+
 TEST_F(RecordTest, EventsAreRecordedAndReplayed)
 {
     const Outcome recorded = Record("watch; control atmos on; event");

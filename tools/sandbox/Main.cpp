@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -86,6 +87,7 @@ struct Options {
     std::string name;
     std::string join;
     std::optional<std::string> feature;
+    bool strict = false;
     bool trace = false;
     bool traceAll = false;
     bool noServer = false;
@@ -264,15 +266,17 @@ BusTrace::Listener TracePrinter(TraceFormatter::Housekeeping housekeeping)
     };
 }
 
-/// All who want to see the messages.
-BusTrace::Listener Listeners(const Options& options, std::optional<Recorder>& recorder)
+/// All who want to see the messages. Counts the calls that a replay does not know.
+BusTrace::Listener
+Listeners(const Options& options, std::optional<Recorder>& recorder, std::atomic<unsigned>& notRecorded)
 {
     BusTrace::Listener print;
     if (options.trace || options.traceAll) {
         print =
             TracePrinter(options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
     }
-    return [print, &recorder](const Message& message) {
+    return [print, &recorder, &notRecorded](const Message& message) {
+        notRecorded += message.errorName == simulator::kNotRecorded ? 1 : 0;
         if (print) {
             print(message);
         }
@@ -315,9 +319,10 @@ int RunInSandbox(const Options& options)
     if (!options.noServer) {
         bus.WriteService(SimulatorService(options, featureFile));
     }
+    std::atomic<unsigned> notRecorded = 0;
     std::optional<BusTrace> trace;
-    if (options.trace || options.traceAll || recorder) {
-        trace.emplace(bus.Address(), Listeners(options, recorder));
+    if (options.trace || options.traceAll || options.strict || recorder) {
+        trace.emplace(bus.Address(), Listeners(options, recorder, notRecorded));
     }
     if (IsStartedFirst(options, scenario)) {
         bus.Activate(kServerName);
@@ -334,6 +339,12 @@ int RunInSandbox(const Options& options)
     }
     if (recorder) {
         recorder->Finish();
+    }
+    if (options.strict && notRecorded != 0) {
+        fmt::print(
+            stderr, "kiv-sandbox: --strict: {} {} not in {}\n", notRecorded.load(),
+            notRecorded == 1 ? "call was" : "calls were", options.replay);
+        return exitCode == EXIT_SUCCESS ? kSandboxFailed : exitCode;
     }
     return exitCode;
 }
@@ -419,7 +430,9 @@ int Main(int argc, char** argv)
     app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
         ->option_text("FILE");
-    app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
+    CLI::Option* const replay =
+        app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
+    app.add_flag("--strict", options.strict, "fail if a call was not recorded")->needs(replay);
     app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
         ->option_text("PATH")
         ->check(CLI::ExistingFile);
