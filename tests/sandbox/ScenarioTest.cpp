@@ -193,7 +193,7 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
     std::ofstream(file) << "{\n  \"faults\": {\n    \"Nonsense\": {}\n  }\n}";
     for (const std::string option : {"--scenario", "--replay"}) {
         const Outcome outcome = RunSandbox({option, file, "--", "echo", "started"});
-        EXPECT_EQ(outcome.exitCode, 2);
+        EXPECT_EQ(outcome.exitCode, 125);
         EXPECT_THAT(outcome.output, IsEmpty());
         EXPECT_THAT(outcome.errors, StartsWith("kiv-sandbox: " + file.string() + ":"));
     }
@@ -201,9 +201,9 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
         RunSandbox({"--scenario", file, "--", "true"}).errors,
         "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method 'Nonsense'\n");
     const Outcome missing = RunSandbox({"--scenario", "no-such-scenario", "--", "true"});
-    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_EQ(missing.exitCode, 125);
     EXPECT_THAT(missing.errors, HasSubstr("no-such-scenario: No such file or directory"));
-    EXPECT_EQ(RunSandbox({"--record", "/no/such/file", "--", "true"}).exitCode, 2);
+    EXPECT_EQ(RunSandbox({"--record", "/no/such/file", "--", "true"}).exitCode, 125);
 }
 
 TEST(ScenarioOptionTest, TheFeatureOptionHasTheLastWord)
@@ -435,7 +435,7 @@ TEST_F(RecordTest, DoesNotReplaceWhatItReads)
     fs::create_hard_link(file_, otherName);
     for (const fs::path& name : {file_, otherName}) {
         const Outcome outcome = RunSandbox({"--record", name, "--replay", file_, "--", "echo", "started"});
-        EXPECT_EQ(outcome.exitCode, 2);
+        EXPECT_EQ(outcome.exitCode, 125);
         EXPECT_EQ(
             outcome.errors,
             "kiv-sandbox: --record must name another file than --replay, got the same file: '" + name.string() + "'\n");

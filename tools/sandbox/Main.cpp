@@ -47,8 +47,8 @@ using simulator::kServerName;
 
 constexpr auto kSimulatorProgram = "kiv-simulator";
 
-constexpr int kBadInput = 2;
-/// As with env(1), so that a script can tell the sandbox's failures from those of most commands.
+/// As with env(1). The sandbox has no other codes of its own, so that a script can tell its failures from those of its
+/// command.
 constexpr int kSandboxFailed = 125;
 constexpr int kCannotExecute = 126;
 constexpr int kNotFound = 127;
@@ -64,9 +64,8 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
                          "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n\n"
                          "Exit code:\n"
-                         "  2    a scenario or a recording cannot be used; nothing has been started\n"
                          "  that of the command, or 128 plus the number of the signal that ended it\n"
-                         "  125  the sandbox failed, or its options are wrong\n"
+                         "  125  the sandbox failed: its options are wrong, a file cannot be used, ...\n"
                          "  126  the command cannot be executed\n"
                          "  127  the command was not found\n\n"
                          "Examples:\n"
@@ -484,8 +483,6 @@ int Main(int argc, char** argv)
         return RunInSandbox(options);
     } catch (const CommandError& error) {
         return fail(error, error.ExitCode());
-    } catch (const simulator::FileError& error) {
-        return fail(error, kBadInput);
     } catch (const std::exception& error) {
         return fail(error, kSandboxFailed);
     }
