@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -67,6 +68,21 @@ TEST(SandboxTest, RefusesBadOptions)
         EXPECT_EQ(outcome.exitCode, 125) << testing::PrintToString(words);
         EXPECT_NE(outcome.errors, "") << testing::PrintToString(words);
     }
+}
+
+TEST(SandboxTest, ALongTmpdirIsNoHindrance)
+{
+    const ScratchDirectory scratch;
+    const fs::path deep = scratch.Path() / std::string(100, 'x');
+    fs::create_directory(deep);
+    setenv("TMPDIR", deep.c_str(), 1);
+    EXPECT_EQ(RunSandbox({"--", KIVCTL, "stop", "--type", "7"}).output, "the server answered 7\n");
+
+    const fs::path missing = scratch.Path() / "missing";
+    setenv("TMPDIR", missing.c_str(), 1);
+    const Outcome outcome = RunSandbox({"--", "true"});
+    EXPECT_EQ(outcome.exitCode, 125);
+    EXPECT_EQ(outcome.errors, "kiv-sandbox: TMPDIR must be a directory, got '" + missing.string() + "'\n");
 }
 
 TEST(SandboxTest, HelpNamesEveryOption)
