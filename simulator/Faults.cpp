@@ -12,7 +12,7 @@ unsigned PositiveOf(GVariant* value)
 {
     const unsigned number = g_variant_get_uint32(value);
     if (number == 0) {
-        throw InvalidArguments("'every' and 'count' are at least 1");
+        throw InvalidArguments("'every' and 'count' must be at least 1, got 0");
     }
     return number;
 }
@@ -21,7 +21,8 @@ std::string ErrorNameOf(GVariant* value)
 {
     std::string name = g_variant_get_string(value, nullptr);
     if (g_dbus_is_interface_name(name.c_str()) == FALSE) {
-        throw InvalidArguments(fmt::format("'{}' is no D-Bus error name", name));
+        throw InvalidArguments(
+            fmt::format("'error' must be a D-Bus error name such as org.example.Bad, got '{}'", name));
     }
     return name;
 }

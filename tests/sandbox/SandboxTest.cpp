@@ -66,8 +66,19 @@ TEST(SandboxTest, RefusesBadOptions)
     for (const std::vector<std::string>& words : bad) {
         const Outcome outcome = RunSandbox(words);
         EXPECT_EQ(outcome.exitCode, 125) << testing::PrintToString(words);
-        EXPECT_NE(outcome.errors, "") << testing::PrintToString(words);
+        EXPECT_TRUE(outcome.errors.starts_with("kiv-sandbox: ")) << outcome.errors << testing::PrintToString(words);
     }
+    EXPECT_NE(
+        RunSandbox({"--feature", "perhaps", "--", "true"})
+            .errors.find("--feature: must be one of on, off, absent, got 'perhaps'"),
+        std::string::npos);
+}
+
+TEST(SandboxTest, TellsItsVersion)
+{
+    const Outcome outcome = RunSandbox({"--version"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_TRUE(outcome.output.starts_with("kiv-sandbox 1.")) << outcome.output;
 }
 
 TEST(SandboxTest, ALongTmpdirIsNoHindrance)
@@ -170,7 +181,12 @@ TEST(SandboxTest, NoServerMeansNone)
     const Sandbox sandbox("read line", {"--no-server"});
 
     EXPECT_EQ(Ping(Connection(sandbox.Address()), kServer), "org.freedesktop.DBus.Error.ServiceUnknown");
-    EXPECT_EQ(RunSandbox({"--no-server", "--start", "--", "true"}).exitCode, 125);
+    for (const std::string option : {"--start", "--lazy"}) {
+        const Outcome both = RunSandbox({"--no-server", option, "--", "true"});
+        EXPECT_EQ(both.exitCode, 125);
+        EXPECT_EQ(
+            both.errors, "kiv-sandbox: " + option + " excludes --no-server\nkiv-sandbox: see kiv-sandbox --help\n");
+    }
 }
 
 TEST(SandboxTest, SimulatorGetsItsOptions)

@@ -202,7 +202,16 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
         "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method 'Nonsense'\n");
     const Outcome missing = RunSandbox({"--scenario", "no-such-scenario", "--", "true"});
     EXPECT_EQ(missing.exitCode, 125);
-    EXPECT_THAT(missing.errors, HasSubstr("no-such-scenario: No such file or directory"));
+    EXPECT_EQ(
+        missing.errors, "kiv-sandbox: there is no scenario and no file 'no-such-scenario' (kiv-sandbox "
+                        "--list-scenarios prints the scenarios)\n");
+    EXPECT_THAT(
+        RunSandbox({"--scenario", "slow-sever", "--", "true"}).errors, HasSubstr("; did you mean 'slow-server'?"));
+    for (const std::string option : {"--scenario", "--replay"}) {
+        const Outcome endless = RunSandbox({option, "/dev/zero", "--", "true"});
+        EXPECT_EQ(endless.exitCode, 125);
+        EXPECT_THAT(endless.errors, HasSubstr("/dev/zero: must be a file of at most"));
+    }
     EXPECT_EQ(RunSandbox({"--record", "/no/such/file", "--", "true"}).exitCode, 125);
 }
 
@@ -252,15 +261,16 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
     std::ofstream(file) << "{\n\"colour\": 1}";
     const std::map<std::string, std::string> complaints = {
         {"apply " + file.string(), kControl + file.string() + ":2: /colour: there is no such key; known are "},
-        {"apply no-such-scenario", ": No such file or directory"},
-        {"fault StopNetworkSpeaker '{'", "kiv-sandbox control: '{' is no JSON"},
-        {"fault StopNetworkSpeaker 7", "scenario:1: /faults/StopNetworkSpeaker: this is an object"},
+        {"apply suround-set", kControl + std::string("there is no scenario and no file 'suround-set'; did you mean")},
+        {"apply - </dev/zero", kControl + std::string("stdin: must be a file of at most 16 MiB, got more")},
+        {"fault StopNetworkSpeaker '{'", "kiv-sandbox control: the fault must be JSON, got '{'"},
+        {"fault StopNetworkSpeaker 7", "scenario:1: /faults/StopNetworkSpeaker: must be an object, got 7"},
         {"fault Nonsense '{}'", "scenario:1: /faults/Nonsense: the server has no method 'Nonsense'"},
-        {"feature perhaps", "/feature: this is one of on, off, absent"},
-        {"event 7x", "/events/0/id: this is a number"},
-        {"event 0x7 5", "/events/0/data: these are bytes in hexadecimal"},
+        {"feature perhaps", "state: must be one of on, off, absent, got 'perhaps'"},
+        {"event 7x", "/events/0/id: must be an event id"},
+        {"event 0x7 5", "/events/0/data: must be bytes in hexadecimal"},
         {"away -1", "milliseconds"},
-        {"atmos perhaps", "on"},
+        {"atmos perhaps", "state: must be one of on, off, got 'perhaps'"},
         {"dance", "subcommand is required"},
         {"", "subcommand is required"},
     };

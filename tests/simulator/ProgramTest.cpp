@@ -71,6 +71,18 @@ TEST_F(ProgramTest, EndsQuietlyWithTheBus)
     EXPECT_THAT(program_->Errors(), IsEmpty());
 }
 
+TEST_F(ProgramTest, TellsWrongArgumentsByItsName)
+{
+    Program program = Run({"--nonsense"});
+    program.ExitCode();
+    EXPECT_THAT(program.Errors(), ::testing::StartsWith("kiv-simulator: "));
+}
+
+TEST_F(ProgramTest, TellsItsVersion)
+{
+    EXPECT_EQ(Run({"--version"}).ExitCode(), 0);
+}
+
 TEST_F(ProgramTest, RefusesBadArguments)
 {
     EXPECT_EQ(Run({"--nonsense"}).ExitCode(), 2);
@@ -117,7 +129,7 @@ TEST_F(ProgramTest, AnEmptyScenarioIsFine)
 
 TEST_F(ProgramTest, RefusesABadScenario)
 {
-    ExpectBadScenario("{\n  \"faults\": }", "2: parse error at line 2, column 13");
+    ExpectBadScenario("{\n  \"faults\": }", "2:13: syntax error");
     ExpectBadScenario("{\n  \"colour\": 1}", "2: /colour: there is no such key");
     ExpectBadScenario(
         "{\n\n\"faults\": {\"Nonsense\": {}}}", "3: /faults/Nonsense: the server has no method 'Nonsense'");
@@ -132,6 +144,13 @@ TEST_F(ProgramTest, RefusesFilesThatAreNotThere)
         EXPECT_EQ(program.Errors(), "kiv-simulator: /nonexistent/file: No such file or directory\n");
     }
     EXPECT_EQ(Run({"--scenario", bus_.Directory()}).ExitCode(), 2);
+}
+
+TEST_F(ProgramTest, RefusesAScenarioWithoutEnd)
+{
+    Program program = Run({"--scenario", "/dev/zero"});
+    EXPECT_EQ(program.ExitCode(), 2);
+    EXPECT_EQ(program.Errors(), "kiv-simulator: /dev/zero: must be a file of at most 16 MiB, got more\n");
 }
 
 TEST_F(ProgramTest, SlowToComeUpItIsReadyWhenItHas)

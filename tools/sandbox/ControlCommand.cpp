@@ -2,6 +2,8 @@
 
 #include "Connection.h"
 #include "ScenarioFiles.h"
+#include "simulator/CommandLine.h"
+#include "simulator/Feature.h"
 #include "simulator/Interfaces.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Scenario.h"
@@ -12,8 +14,6 @@
 
 #include <climits>
 #include <cstdlib>
-#include <iostream>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -105,7 +105,8 @@ std::string ReadScenarioText(const std::string& nameOrFile)
 {
     const bool isInput = nameOrFile == "-";
     const std::string name = isInput ? "stdin" : FindScenario(nameOrFile).string();
-    std::string text = isInput ? std::string(std::istreambuf_iterator<char>(std::cin), {}) : simulator::ReadText(name);
+    std::string text = isInput ? simulator::ReadInput(simulator::kLargestScenario)
+                               : simulator::ReadText(name, simulator::kLargestScenario);
     simulator::ReadScenario(name, text);
     return text;
 }
@@ -118,7 +119,7 @@ json ParseFault(const std::string& text)
     try {
         return json::parse(text);
     } catch (const json::exception&) {
-        throw Refusal(fmt::format("'{}' is no JSON", text));
+        throw Refusal(fmt::format("the fault must be JSON, got '{}'", text));
     }
 }
 
@@ -188,7 +189,8 @@ void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator
             simulator.Apply(json{{"feature", words.feature}});
         })
         ->add_option("state", words.feature, "on, off, or absent: cannot be read")
-        ->required();
+        ->required()
+        ->check(simulator::OneOf(simulator::kFeatures));
     command(
         "atmos", "connect a receiver with Dolby Atmos, or disconnect it",
         [&](const Simulator& simulator) {
@@ -196,7 +198,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator
         })
         ->add_option("state", words.atmos, "on or off")
         ->required()
-        ->check(CLI::IsMember({"on", "off"}));
+        ->check(simulator::OneOf({"on", "off"}));
     CLI::App* const event = command("event", "push an event to every client", [&](const Simulator& simulator) {
         simulator.Apply(json{{"events", {{{"id", words.eventId}, {"data", words.data}}}}});
     });
@@ -222,6 +224,7 @@ int ControlMain(int argc, char** argv)
 {
     CLI::App app(kControlDescription, "kiv-sandbox control");
     app.footer(kControlFooter);
+    simulator::TellWithName(app);
     app.require_subcommand(1);
     Words words;
     std::function<void(const Simulator&)> action;

@@ -6,6 +6,7 @@
 #include "Recorder.h"
 #include "ScenarioFiles.h"
 #include "TraceFormatter.h"
+#include "simulator/CommandLine.h"
 #include "simulator/Feature.h"
 #include "simulator/Interfaces.h"
 #include "simulator/Replay.h"
@@ -186,11 +187,11 @@ simulator::Scenario CheckFiles(const Options& options)
     if (!options.scenario.empty()) {
         const fs::path file = FindScenario(options.scenario);
         RefuseToReplace(file, "--scenario", options.record);
-        scenario = simulator::ReadScenario(file, simulator::ReadText(file));
+        scenario = simulator::ReadScenario(file, simulator::ReadText(file, simulator::kLargestScenario));
     }
     if (!options.replay.empty()) {
         RefuseToReplace(options.replay, "--replay", options.record);
-        simulator::Replay(options.replay, simulator::ReadText(options.replay));
+        simulator::Replay(options.replay, simulator::ReadText(options.replay, simulator::kLargestRecording));
     }
     return scenario;
 }
@@ -380,6 +381,12 @@ class HelpFormat : public CLI::Formatter {
     {
         return "Usage: " + name + " [options] -- command [argument...]\n";
     }
+
+    /// Without what an option excludes or needs, which is told to those who do not heed it.
+    std::string make_option_opts(const CLI::Option* option) const override
+    {
+        return option->get_option_text().empty() ? "" : " " + option->get_option_text();
+    }
 };
 
 /// What follows the options. Without a "--" it ends at the first word that is not an option of ours.
@@ -408,6 +415,8 @@ int Main(int argc, char** argv)
     CLI::App app(kDescription, "kiv-sandbox");
     app.formatter(std::make_shared<HelpFormat>());
     app.footer(kFooter);
+    simulator::TellWithName(app);
+    app.set_version_flag("--version", "kiv-sandbox " KIV_VERSION, "print the version and exit");
     app.prefix_command();
     app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
     app.add_flag("--trace-all", options.traceAll, "the same with the housekeeping of the bus: Hello, AddMatch, ...");
@@ -440,9 +449,9 @@ int Main(int argc, char** argv)
            "whether the device has network speakers; absent: cannot be read (default: what the "
            "scenario says, or on)")
         ->option_text("on|off|absent")
-        ->check(CLI::IsMember({"on", "off", "absent"}));
-    const std::vector<CLI::Option*> ofANewSandbox =
-        app.get_options([](const CLI::Option* option) { return option->get_name() != "--help"; });
+        ->check(simulator::OneOf(simulator::kFeatures));
+    const std::vector<CLI::Option*> ofANewSandbox = app.get_options(
+        [](const CLI::Option* option) { return option->get_name() != "--help" && option->get_name() != "--version"; });
     app.add_option("--name", options.name, "a name by which others of the same user find the sandbox")
         ->option_text("NAME")
         ->check(WhyNoName);
