@@ -1,17 +1,14 @@
 #include "LivingRoom.h"
 
 #include "Story.h"
+#include "simulator/HomeText.h"
 #include <KivServiceInterface.h>
 
 #include <nlohmann/json.hpp>
 
-#include <map>
-
 namespace demo {
 
 namespace {
-
-using nlohmann::json;
 
 // A connection to the system bus that is not the library's.
 class Bus {
@@ -57,56 +54,21 @@ private:
     GDBusConnection* connection_;
 };
 
-json ReadHome()
-{
-    g_autoptr(GVariant) reply = Bus().CallSimulator("Model", nullptr);
-    const char* text = nullptr;
-    g_variant_get(reply, "(&s)", &text);
-    return json::parse(text);
-}
-
-std::string DescribeSpeaker(const json& home, const json& speaker)
-{
-    static const std::map<std::string, const char*> kConnections = {
-        {"none", "only seen"}, {"network", "home network"}, {"direct", "direct"}};
-    const std::string name = speaker.at("name");
-    const std::string room = home.at("groups").at(speaker.at("group").get<std::size_t>() - 1);
-    std::string line = fmt::format(
-        "{:<18} {:<12} {:<13} volume {:>2}", name, room, kConnections.at(speaker.at("connection")),
-        speaker.at("volume").get<int>());
-    if (speaker.at("active")) {
-        line += fmt::format("   plays channel {}", speaker.at("channel").get<int>());
-    }
-    return line;
-}
-
 } // namespace
 
 void ConnectAtmosReceiver()
 {
     const Bus bus;
     bus.WaitForOwner("org.lumra.tv.networkspeaker.client." + CNSGdbus::m_pInstance->m_strClientName);
-    g_variant_unref(bus.CallSimulator("SetAtmos", g_variant_new("(b)", TRUE)));
+    g_variant_unref(bus.CallSimulator("Atmos", g_variant_new("(b)", TRUE)));
 }
 
 std::vector<std::string> DescribeHome()
 {
-    const json home = ReadHome();
-    std::vector<std::string> lines;
-    for (const char* const list : {"speakers", "discovered"}) {
-        for (const json& speaker : home.at(list)) {
-            lines.push_back(DescribeSpeaker(home, speaker));
-        }
-    }
-    for (const json& soundbar : home.at("soundbars")) {
-        lines.push_back(fmt::format("Soundbar           sound mode {}", soundbar.at("soundMode").get<std::string>()));
-    }
-    lines.push_back(fmt::format("Receiver           {} Dolby Atmos", home.at("receiverHasAtmos") ? "with" : "without"));
-    lines.push_back(fmt::format("Surround           {} channels", home.at("surroundChannels").get<int>()));
-    lines.push_back(fmt::format(
-        "Settings screen    mode {}{}", home.at("tavrinUiMode").get<int>(),
-        home.at("tavrinPreSelected") ? ", multi-room preselected" : ""));
-    return lines;
+    g_autoptr(GVariant) reply = Bus().CallSimulator("Show", nullptr);
+    const char* text = nullptr;
+    g_variant_get(reply, "(&s)", &text);
+    return kiv::simulator::DescribeHome(nlohmann::json::parse(text));
 }
 
 } // namespace demo

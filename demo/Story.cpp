@@ -79,7 +79,7 @@ void ShowHome()
         Print(g_homeShown.empty() ? "   The home:" : "   In the home now:");
     }
     for (const std::string& line : changed) {
-        Print("     " + Styled(fmt::fg(fmt::terminal_color::green), line));
+        Print("   " + Styled(fmt::fg(fmt::terminal_color::green), line));
     }
     g_homeShown = home;
 }

@@ -36,11 +36,11 @@ def test_the_story_tells_what_is_done_and_what_the_home_is_like_then():
     chapters = re.split(r"^\d\. ", printed(), flags=re.MULTILINE)
     assert len(chapters) == 10
     assert all("home" in chapter for chapter in chapters[1:])
-    assert "Living room left   Living room  home network  volume 20\n" in chapters[1]
+    assert "Living room left  Living room 02:4b:49:56:00:01 network volume 20\n" in chapters[1]
     started = next(chapter for chapter in chapters if "StartNetworkSpeaker " in chapter)
     assert "3 speakers play now\n" in started
-    assert "Subwoofer          Living room  home network  volume 15   plays channel 3\n" in started
-    assert "Receiver           with Dolby Atmos\n" in chapters[8]
+    assert "Subwoofer         Living room 02:4b:49:56:00:03 network volume 15   channel 3\n" in started
+    assert "Receiver          with Dolby Atmos\n" in chapters[8]
     assert "The home is as it was.\n" in chapters[2]
 
 
@@ -64,4 +64,4 @@ def test_the_trace_has_lines_that_stand_among_others():
     lines = printed("--trace").splitlines()
     assert all(line.startswith("TV: ") for line in lines if line)
     assert "TV: --- inventory ---" in lines
-    assert not any("home network  volume" in line for line in lines)
+    assert not any("network volume" in line for line in lines)

@@ -1,10 +1,13 @@
 #include "Calls.h"
 #include "Sandbox.h"
+#include "simulator/BusObject.h"
+#include "simulator/Interfaces.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <csignal>
 #include <filesystem>
@@ -263,16 +266,20 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
         {"apply " + file.string(), kControl + file.string() + ":2: /colour: there is no such key; known are "},
         {"apply suround-set", kControl + std::string("there is no scenario and no file 'suround-set'; did you mean")},
         {"apply - </dev/zero", kControl + std::string("stdin: must be a file of at most 16 MiB, got more")},
-        {"fault StopNetworkSpeaker '{'", "kiv-sandbox control: the fault must be JSON, got '{'"},
-        {"fault StopNetworkSpeaker 7", "scenario:1: /faults/StopNetworkSpeaker: must be an object, got 7"},
-        {"fault Nonsense '{}'", "scenario:1: /faults/Nonsense: the server has no method 'Nonsense'"},
-        {"feature perhaps", "state: must be one of on, off, absent, got 'perhaps'"},
-        {"event 7x", "/events/0/id: must be an event id"},
-        {"event 0x7 5", "/events/0/data: must be bytes in hexadecimal"},
-        {"away -1", "milliseconds"},
-        {"atmos perhaps", "state: must be one of on, off, got 'perhaps'"},
-        {"dance", "subcommand is required"},
-        {"", "subcommand is required"},
+        {"fault StopNetworkSpeaker '{'", kControl + std::string("FAULT:1:2: syntax error")},
+        {"fault StopNetworkSpeaker 7", kControl + std::string("FAULT:1: must be an object, got 7")},
+        {"fault StopNetworkSpeaker '{\"delay\": \"x\"}'",
+         "/delay: must be a whole number from 0 to 2147483647, got \"x\""},
+        {"fault Nonsense '{}'", kControl + std::string("the server has no method 'Nonsense'")},
+        {"fault Nonsense none", kControl + std::string("the server has no method 'Nonsense'")},
+        {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got 'perhaps'")},
+        {"event 7x", kControl + std::string("ID must be in hexadecimal such as 0x02020028, got '7x'")},
+        {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got '5'")},
+        {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got 'zz'")},
+        {"away -1", "-1"},
+        {"atmos perhaps", kControl + std::string("state: must be one of on, off, got 'perhaps'")},
+        {"clear-fualts", kControl + std::string("unknown command 'clear-fualts'; did you mean 'clear-faults'?")},
+        {"", kControl + std::string("A subcommand is required")},
     };
     for (const auto& [command, complaint] : complaints) {
         const Outcome outcome = RunSandbox(WithScript({}, "control " + command));
@@ -291,14 +298,93 @@ TEST(ControlCommandTest, NeedsASandboxWithASimulator)
     EXPECT_EQ(outside.errors, kControl + std::string("not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set\n"));
 }
 
-TEST(ControlCommandTest, HelpNamesEveryCommand)
+/// "ClearFaults" becomes "clear-faults".
+std::string WithDashes(const std::string& method)
 {
-    const Outcome outcome = RunSandbox({"control", "--help"});
-    EXPECT_EQ(outcome.exitCode, 0);
-    for (const char* command :
-         {"apply", "fault", "clear-faults", "feature", "atmos", "event", "away", "exit", "show", "calls"}) {
-        EXPECT_THAT(outcome.output, HasSubstr(std::string("\n  ") + command + " ")) << command;
+    std::string words;
+    for (const char character : method) {
+        if (g_ascii_isupper(character) != FALSE && !words.empty()) {
+            words += '-';
+        }
+        words += g_ascii_tolower(character);
     }
+    return words;
+}
+
+TEST(ControlCommandTest, HasTheMethodsOfTheControlByTheirNames)
+{
+    std::set<std::string> methods;
+    for (const std::string& method : simulator::Interface(simulator::kControlXml).Methods()) {
+        methods.insert(WithDashes(method));
+    }
+    const Outcome help = RunSandbox({"control", "--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    std::istringstream lines(help.output.substr(help.output.find("Subcommands:\n")));
+    std::set<std::string> commands;
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line) && line.starts_with("  ")) {
+        if (line[2] != ' ') {
+            commands.insert(line.substr(2, line.find(' ', 2) - 2));
+        }
+    }
+    EXPECT_GT(methods.size(), 15U);
+    EXPECT_EQ(commands, methods);
+}
+
+TEST(ControlCommandTest, ShowsHomeClientsAndFaults)
+{
+    const std::string give = "control fault StopNetworkSpeaker '{\"reply\": \"(9,)\", \"every\": 2}'\n";
+    const auto faults = nlohmann::json::parse(RunSandbox(WithScript({}, give + "control show")).output).at("faults");
+    EXPECT_EQ(faults, (nlohmann::json{{"StopNetworkSpeaker", {{"reply", "(9,)"}, {"every", 2}}}}));
+
+    const std::string text = RunSandbox(WithScript({}, give + "watch; control show --text")).output;
+    EXPECT_THAT(text, StartsWith("Home\n  Living room left  Living room 02:4b:49:56:00:01 network volume 20\n"));
+    EXPECT_THAT(text, HasSubstr("\nClients\n  tv_"));
+    EXPECT_THAT(text, HasSubstr("\nFaults\n  StopNetworkSpeaker            {\"every\":2,\"reply\":\"(9,)\"}\n"));
+    EXPECT_EQ(RunSandbox(WithScript({}, "control show --json --text")).exitCode, 2);
+}
+
+TEST(ControlCommandTest, TellsTheCallsAsJsonAndForgetsThem)
+{
+    const Outcome outcome = RunSandbox(WithScript(
+        {}, "kivctl stop --type 1 >&2; control forget-calls; kivctl stop --type 3 >&2; control calls --json"));
+    const auto calls = nlohmann::json::parse(outcome.output);
+    ASSERT_FALSE(calls.empty());
+    EXPECT_EQ(calls.front().at("number"), 1);
+    EXPECT_EQ(calls.back().at("method"), "StopNetworkSpeaker");
+    EXPECT_EQ(calls.back().at("arguments"), "(3,)");
+    EXPECT_THAT(outcome.output, Not(HasSubstr("(1,)")));
+}
+
+TEST(ControlCommandTest, ReachesClients)
+{
+    const Outcome outcome = RunSandbox(WithScript(
+        {}, "watch; id=$(control show | sed -n 's/.*\"id\": \"\\(tv_.*\\)\".*/\\1/p')\n"
+            "control event 0x7 '05' --client \"$id\"; event\n"
+            "control payload '08 00 00 00 00 00 00 00' --client \"$id\"; event\n"
+            "control payloads '09 00 00 00 00 00 00 00' 3; event; event; event\n"
+            "control call-client \"$id\" nam_notify_subscriber '([byte 10, 0, 0, 0, 0, 0, 0, 0],)'; event\n"
+            "control event 0x7 --client tv_0 || echo $?\n"
+            "control call-client tv_0 x || echo $?\n"));
+    const std::string nine = "event 0x00000009, length 0\n";
+    EXPECT_EQ(
+        outcome.output, "event 0x00000007, length 1: 05\nevent 0x00000008, length 0\n3 answered\n" + nine + nine +
+                            nine + "()\nevent 0x0000000a, length 0\n1\n1\n");
+    EXPECT_THAT(outcome.errors, HasSubstr(kControl));
+}
+
+TEST(ControlCommandTest, GivesAndResetsTheClientId)
+{
+    const std::string ids = "watch; control show | sed -n 's/.*\"id\": \"\\(den\\|tv_\\).*/\\1/p'";
+    EXPECT_EQ(RunSandbox(WithScript({}, "control client-id den; " + ids)).output, "den\n");
+    EXPECT_EQ(RunSandbox(WithScript({}, "control client-id den; control reset-client-id; " + ids)).output, "tv_\n");
+}
+
+TEST(ControlCommandTest, AwaitsTheServer)
+{
+    const Outcome outcome = RunSandbox(WithScript({}, "control away 300; control await-server; kivctl stop --type 3"));
+    EXPECT_EQ(outcome.output, "the server answered 3\n");
 }
 
 class RecordTest : public testing::Test {

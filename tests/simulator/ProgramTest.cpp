@@ -96,7 +96,7 @@ TEST_F(ProgramTest, PrintsCallsAndPushes)
     const FakeClient client(bus_.Address(), "tv_7");
     client.Tell("SubscribeNamServiceCallback", 7);
     Server("StartNetworkSpeaker", Records({StartRecord(1, 0x01)}));
-    Control("SetAtmos", "(true,)");
+    Control("Atmos", "(true,)");
     const std::string printed = program_->Errors();
     EXPECT_THAT(printed, HasSubstr(client.BusName() + " -> SubscribeNamServiceCallback (7)\n"));
     EXPECT_THAT(printed, HasSubstr(client.BusName() + " <- SubscribeNamServiceCallback ('tv_7')\n"));
@@ -177,6 +177,11 @@ TEST_F(ProgramTest, WritesTheFeatureWhenToldTo)
         written << std::ifstream(file).rdbuf();
         EXPECT_EQ(written.str(), text);
     }
+    EXPECT_EQ(Control("Feature", "('on',)"), "()");
+    std::ostringstream on;
+    on << std::ifstream(file).rdbuf();
+    EXPECT_EQ(on.str(), head + "kiv_multi_ch_support=true\n");
+    EXPECT_THAT(Control("Feature", "('perhaps',)"), HasSubstr("must be one of on, off, absent, got 'perhaps'"));
 }
 
 TEST_F(ProgramTest, AnswersFromARecording)
@@ -204,7 +209,7 @@ TEST_F(ProgramTest, AnswersFromARecording)
         "error org.lumra.tv.networkspeaker.simulator.Error.NotRecorded: " + notRecorded);
     EXPECT_THAT(program_->Errors(), HasSubstr("kiv-simulator: " + notRecorded));
 
-    Control("SetFault", "('StopNetworkSpeaker', {'reply': <(5,)>})");
+    Control("Fault", "('StopNetworkSpeaker', {'reply': <(5,)>})");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(4,)"), "(5,)");
 }
 
