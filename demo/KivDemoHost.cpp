@@ -90,7 +90,7 @@ Event WaitForEvent(int id)
     std::unique_lock lock(g_lock);
     g_arrived.wait(lock, [id] { return g_event && g_event->id == id; });
     Event event = *std::exchange(g_event, std::nullopt);
-    Say("event {:#010x} with {} bytes of data", static_cast<unsigned>(event.id), event.data.size());
+    Say("(event callback)", "event {:#010x} with {} bytes of data", static_cast<unsigned>(event.id), event.data.size());
     return event;
 }
 
@@ -103,22 +103,24 @@ void Listen()
     Require(SubscribeNamServiceCallback(kSubscription, OnEvent) == 1, "the subscription failed");
     Require(register_atmos_support_cb(OnAtmos, nullptr) == 0, "the Atmos registration failed");
     Require(!kiv_is_receiver_atmos(), "Atmos is supported too early");
-    Say("subscribed to the server's events and to Atmos");
+    Say("SubscribeNamServiceCallback", "subscribed to the server's events");
+    Say("register_atmos_support_cb", "subscribed to Atmos");
 }
 
 void TakeInventory()
 {
     Chapter("inventory");
-    Say("network speakers are {}", FlagEnableNetworkSpeaker() ? "enabled" : "disabled");
-    Say("the multi-room settings {} be entered", CanEnterTavrinSettings() ? "may" : "may not");
+    Say("FlagEnableNetworkSpeaker", "network speakers are {}", FlagEnableNetworkSpeaker() ? "enabled" : "disabled");
+    Say("CanEnterTavrinSettings", "the multi-room settings {} be entered",
+        CanEnterTavrinSettings() ? "may" : "may not");
 
     std::vector<STNetSpkListInfo> lists;
     const int number = GetNetSpkListInfo(lists);
-    Say("{} speaker lists", number);
+    Say("GetNetSpkListInfo", "{} speaker lists", number);
     Require(number == GetNetSpkListInfoNumber(), "the lists are not as many as announced");
 
     std::vector<CNetSpkNodeInfo> nodes;
-    Say("{} speaker nodes in the network", GetNetSpkNodeList(nodes));
+    Say("GetNetSpkNodeList", "{} speaker nodes in the network", GetNetSpkNodeList(nodes));
     Require(nodes.size() > lists.size(), "no speaker is left to connect");
 }
 
@@ -126,9 +128,9 @@ void ConnectSpeaker()
 {
     Chapter("connecting a speaker that was only seen so far");
     std::vector<STNetSpkConfig> bedroom{Config(kBedroom, 0)};
-    Say("{} is connected by {} (0: not at all)", Text(kBedroom), GetSpksConnectionType(&bedroom));
-    Say("connecting it: {} speaker connected", AutoConnectNewSpeakers(kBedroom.data(), 1));
-    Say("now it is connected by {} (1: home network)", GetSpksConnectionType(&bedroom));
+    Say("GetSpksConnectionType", "{}: {}, not connected", Text(kBedroom), GetSpksConnectionType(&bedroom));
+    Say("AutoConnectNewSpeakers", "{} speaker connected", AutoConnectNewSpeakers(kBedroom.data(), 1));
+    Say("GetSpksConnectionType", "{}: {}, home network", Text(kBedroom), GetSpksConnectionType(&bedroom));
     Require(GetSpksConnectionTypeByID(5) == 1, "the speaker was not connected");
 }
 
@@ -137,20 +139,23 @@ void StartSpeakers()
     std::vector<STNetSpkConfig> speakers = {Config(kLeft, 1), Config(kRight, 2), Config(kSubwoofer, 3)};
     Chapter("the TV's sound on three speakers, as its surround set");
     const int started = StartNetworkSpeaker(NETSPKSETTING_SURROUND, speakers, kStartReason);
-    Say("the server answers {}: that many speakers play now", started);
+    Say("StartNetworkSpeaker", "{} speakers play now", started);
     Require(started == static_cast<int>(speakers.size()), "not all speakers were started");
-    Require(GetSurroundChannelNumber() == started, "the surround channels are not those of the speakers");
+    const int channels = GetSurroundChannelNumber();
+    Say("GetSurroundChannelNumber", "{} surround channels", channels);
+    Require(channels == started, "the surround channels are not those of the speakers");
 
     char name[NETSPK_LIST_NAME_LEN] = {};
     char type[NETSPK_SPEAKER_TYPE_LEN + 1] = {};
     std::vector<spk_info_s> active;
     const int count = GetActiveNetSpkInfo(name, type, active);
-    Say("active: \"{}\", {} speakers of type {}", name, count, type);
+    Say("GetActiveNetSpkInfo", "active: \"{}\", {} speakers of type {}", name, count, type);
     Require(count == started && active.size() == speakers.size(), "other speakers are active");
 
-    Say("a test tone on {}", Text(kLeft));
     StartNetSpkTest(kLeft.data(), 0, 1, 0);
+    Say("StartNetSpkTest", "a test tone on {}", Text(kLeft));
     StopNetSpkTest(kLeft.data(), 0, 0);
+    Say("StopNetSpkTest", "and silence");
 }
 
 int VolumeFromEvent()
@@ -166,14 +171,15 @@ void SetNameAndVolume()
 {
     Chapter("name and volume");
     SetNetSpkName(kLeft.data(), Ip(192, 168, 0, 21), "Bookshelf");
+    Say("SetNetSpkName", "{} is the Bookshelf now", Text(kLeft));
     SetNetSpkVolume(kLeft.data(), Ip(192, 168, 0, 21), 33);
-    Say("volume set to {}", VolumeFromEvent());
+    Say("SetNetSpkVolume", "volume set to {}", VolumeFromEvent());
     IncreaseNetSpkVolume(kLeft.data(), Ip(192, 168, 0, 21));
     const int louder = VolumeFromEvent();
-    Say("one step up: {}", louder);
+    Say("IncreaseNetSpkVolume", "one step up: {}", louder);
     Require(louder == 34, "the volume is another");
     ResetAllNetSpkVolume();
-    Say("all volumes reset: {}", VolumeFromEvent());
+    Say("ResetAllNetSpkVolume", "all volumes reset: {}", VolumeFromEvent());
 }
 
 void SetSoundMode()
@@ -183,11 +189,12 @@ void SetSoundMode()
     Require(GetSoundbarDeviceInfo(device) >= 0, "no soundbar");
     Mac mac{};
     std::memcpy(mac.data(), device, mac.size());
-    Say("soundbar {} at {}.{}.{}.{}", Text(mac), device[6], device[7], device[8], device[9]);
+    Say("GetSoundbarDeviceInfo", "soundbar {} at {}.{}.{}.{}", Text(mac), device[6], device[7], device[8], device[9]);
     Require(mac == kSoundbar, "another soundbar");
 
     unsigned char version[KIV_SOUND_MODE_LEN] = {};
-    Say("sound-mode protocol version {}", GetSoundbarProtocolVersion(mac.data(), version, sizeof version));
+    const int protocol = GetSoundbarProtocolVersion(mac.data(), version, sizeof version);
+    Say("GetSoundbarProtocolVersion", "sound-mode protocol version {}", protocol);
     SetSoundbarSupportSoundMode(mac.data(), Ip(192, 168, 0, 20), 1);
     Require(IsSoundbarSupportSoundMode(mac.data()), "the soundbar supports no sound modes");
 
@@ -195,19 +202,21 @@ void SetSoundMode()
     SetSoundbarSoundMode(mac.data(), Ip(192, 168, 0, 20), night.data(), static_cast<int>(night.size()));
     unsigned char mode[KIV_SOUND_MODE_LEN] = {};
     const int length = GetSoundbarSoundMode(device, mode);
-    Say("sound mode set, and read back: {} bytes, {:02x}", length, fmt::join(mode, mode + night.size(), " "));
+    Say("GetSoundbarSoundMode", "set, and read back: {} bytes, {:02x}", length,
+        fmt::join(mode, mode + night.size(), " "));
     Require(std::memcmp(mode, night.data(), night.size()) == 0, "the soundbar did not keep its sound mode");
 }
 
 void ChooseMultiRoom()
 {
     Chapter("from surround to multi-room");
-    Say("setting mode {} (80: surround)", GetNetSpkSettingMode());
+    Say("GetNetSpkSettingMode", "setting mode {} (80: surround)", GetNetSpkSettingMode());
     Require(CanSelectTavrin() && PreSelectTavrin(), "multi-room cannot be selected");
-    Say("multi-room is preselected, and {} be cancelled", CanCancelTavrin() ? "can" : "cannot");
-    Say("the settings screen shows mode {}", SetTavrinUIMode(NETSPKSETTING_MULTIROOM));
-    Say("the library never reports multi-room: it reads {}", GetTavrinUIMode());
+    Say("PreSelectTavrin", "multi-room is preselected, and {} be cancelled", CanCancelTavrin() ? "can" : "cannot");
+    Say("SetTavrinUIMode", "the settings screen shows mode {}", SetTavrinUIMode(NETSPKSETTING_MULTIROOM));
+    Say("GetTavrinUIMode", "multi-room is never reported: it reads {}", GetTavrinUIMode());
     Require(DisableSurround() == 0 && GetSurroundChannelNumber() == 0, "surround operation goes on");
+    Say("DisableSurround", "no surround channels any more");
 }
 
 void WaitForAtmos()
@@ -220,37 +229,36 @@ void WaitForAtmos()
         Require(g_atmosReported, "the Atmos callback was not called first");
     }
     Require(kiv_is_receiver_atmos(), "the server does not know of its own event");
-    Say("the receiver supports Atmos");
+    Say("kiv_is_receiver_atmos", "the receiver supports Atmos");
 }
 
 void Stop()
 {
     Chapter("the TV's own sound again");
     Require(StopNetworkSpeaker(kStopType) == kStopType, "the speakers were not stopped");
+    Say("StopNetworkSpeaker", "stopped");
     Require(unregister_atmos_support_cb(OnAtmos) == 0, "the Atmos registration was not ended");
     UnsubscribeNamServiceCallback(kSubscription);
     Require(CNSGdbus::m_pInstance->m_DestroyMessageMonitor() == 0, "the monitor thread was not ended");
-    Say("stopped and unsubscribed");
+    Say("UnsubscribeNamServiceCallback", "unsubscribed");
 }
 
 } // namespace
 
-int main()
+// With --trace it prints lines that stand among those of log and bus.
+int main(int argc, char** argv)
 try {
+    UseForm(argc > 1 && std::strcmp(argv[1], "--trace") == 0 ? Form::Lines : Form::Story);
     // A step that hangs is a failure, too.
     alarm(kLongestRunSeconds);
-    Listen();
-    TakeInventory();
-    ConnectSpeaker();
-    StartSpeakers();
-    SetNameAndVolume();
-    SetSoundMode();
-    ChooseMultiRoom();
-    WaitForAtmos();
-    Stop();
-    Say("done");
+    for (void (*step)() :
+         {Listen, TakeInventory, ConnectSpeaker, StartSpeakers, SetNameAndVolume, SetSoundMode, ChooseMultiRoom,
+          WaitForAtmos, Stop}) {
+        step();
+        ShowHome();
+    }
     return EXIT_SUCCESS;
 } catch (const std::exception& failure) {
-    Print(std::string("TV: FAILED: ") + failure.what());
+    PrintFailure(failure.what());
     return EXIT_FAILURE;
 }

@@ -3,22 +3,33 @@
 #include <fmt/format.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 
-// What the demo tells, and when it gives up.
+// Prints what the demo does, and ends it when something goes wrong.
 namespace demo {
 
-void Print(const std::string& line);
+// As a story, for people who see the library for the first time, or as lines that stand among those of log and bus.
+enum class Form { Story, Lines };
 
-// What the TV application does.
-template <typename... Arguments>
-void Say(fmt::format_string<Arguments...> format, Arguments&&... arguments)
-{
-    Print("TV: " + fmt::format(format, std::forward<Arguments>(arguments)...));
-}
+void UseForm(Form form);
 
 // Begins a part of the tour.
 void Chapter(const std::string& title);
+
+void PrintStep(std::string_view function, const std::string& outcome);
+
+// Tells what a function of the library has brought about.
+template <typename... Arguments>
+void Say(std::string_view function, fmt::format_string<Arguments...> format, Arguments&&... arguments)
+{
+    PrintStep(function, fmt::format(format, std::forward<Arguments>(arguments)...));
+}
+
+// Tells what has become otherwise in the home since the last time; of the story only.
+void ShowHome();
+
+void PrintFailure(const std::string& reason);
 
 // Ends the demo, as failed, unless the condition holds.
 void Require(bool condition, const std::string& what);

@@ -90,8 +90,9 @@
 
 /* --- Events ----------------------------------------------------------------------------------------------------- */
 
-#define NAMSERVICE_EXIT_STATE 0x02020031  /**< the server is exiting */
-#define NAMSERVICE_ATMOS_STATE 0x02020028 /**< the receiver now supports Dolby Atmos */
+#define NAMSERVICE_EXIT_STATE 0x02020031 /**< the server is exiting */
+#define NAMSERVICE_ATMOS_STATE \
+    0x02020028 /**< the receiver now supports Dolby Atmos; cannot say that it no longer does */
 
 #define NAMSERVICE_EVENT_DATA_MAX 2200 /**< bytes of event data that a subscriber gets at most */
 
@@ -165,7 +166,7 @@ static_assert(
  */
 typedef void (*NamEventCallback)(int nEventId, void* pData, int nLength); // NOLINT(modernize-use-using): C reads it
 
-/** Learns that the receiver supports Dolby Atmos; @p nSupported is 1. */
+/** Learns that the receiver supports Dolby Atmos; @p nSupported is always 1. */
 typedef void (*AtmosSupportCallback)(int nSupported, void* pUserData); // NOLINT(modernize-use-using): C reads it
 
 #ifdef __cplusplus
@@ -333,6 +334,7 @@ KIV_API bool kiv_is_receiver_atmos(void);
 /**
  * Has @p callback called with 1 and @p user_data each time the server reports that the receiver supports Atmos.
  *
+ * It cannot learn that the support has ended: kiv_is_receiver_atmos() tells the present state.
  * Callbacks are called in the order of their registration, before the event's subscribers.
  *
  * @param callback   called on the monitor thread; an exception that it throws is logged and dropped

@@ -39,9 +39,14 @@ BusObject::Handlers Control::Handlers()
              world_.calls.Forget();
              call.Return();
          }},
-        {"SetFault",
+        {"Fault",
          [this](const Call& call) {
              world_.faults.Set(call.Argument<std::string>(0), call.Argument<Variant>(1).get());
+             call.Return();
+         }},
+        {"ClearFault",
+         [this](const Call& call) {
+             world_.faults.Clear(call.Argument<std::string>(0));
              call.Return();
          }},
         {"ClearFaults",
@@ -49,7 +54,7 @@ BusObject::Handlers Control::Handlers()
              world_.faults.Clear();
              call.Return();
          }},
-        {"SetClientId",
+        {"ClientId",
          [this](const Call& call) {
              world_.clients.UseId(call.Argument<std::string>(0));
              call.Return();
@@ -59,15 +64,17 @@ BusObject::Handlers Control::Handlers()
              world_.clients.UseId(std::nullopt);
              call.Return();
          }},
-        {"SetAtmos", [this](const Call& call) { SetAtmos(call); }},
-        {"SendEvent",
+        {"Feature", [this](const Call& call) { Feature(call); }},
+        {"Atmos", [this](const Call& call) { Atmos(call); }},
+        {"Event",
          [this](const Call& call) {
              Push(call, EventPayload(call.Argument<std::int32_t>(1), call.Argument<Bytes>(2)));
          }},
-        {"SendPayload", [this](const Call& call) { Push(call, call.Argument<Variant>(1)); }},
-        {"SendPayloads", [this](const Call& call) { SendPayloads(call); }},
+        {"Payload", [this](const Call& call) { Push(call, call.Argument<Variant>(1)); }},
+        {"Payloads", [this](const Call& call) { SendPayloads(call); }},
         {"CallClient", [this](const Call& call) { CallClient(call); }},
-        {"Model", [this](const Call& call) { Model(call); }},
+        {"Show", [this](const Call& call) { Show(call); }},
+        {"Away", [this](const Call& call) { Away(call); }},
         {"Apply", [this](const Call& call) { Apply(call, ReadGiven(call.Argument<std::string>(0))); }},
         {"AwaitServer", [this](const Call& call) { actions_.awaitServer([call] { call.Return(); }); }},
         {"Exit", [this](const Call& call) { actions_.leave([call] { call.Return(); }); }},
@@ -97,7 +104,21 @@ void Control::Apply(const Call& call, const Scenario& scenario) const
     actions_.apply(scenario, [call] { call.Return(); });
 }
 
-void Control::SetAtmos(const Call& call) const
+void Control::Feature(const Call& call) const
+{
+    Scenario scenario;
+    scenario.now.feature = call.Argument<std::string>(0);
+    Apply(call, scenario);
+}
+
+void Control::Away(const Call& call) const
+{
+    Scenario scenario;
+    scenario.now.away = std::chrono::milliseconds(call.Argument<std::uint32_t>(0));
+    Apply(call, scenario);
+}
+
+void Control::Atmos(const Call& call) const
 {
     Scenario scenario;
     scenario.now.home.receiverHasAtmos = call.Argument<bool>(0);
@@ -135,11 +156,12 @@ void Control::CallClient(const Call& call) const
         });
 }
 
-void Control::Model(const Call& call) const
+void Control::Show(const Call& call) const
 {
-    nlohmann::json model = world_.home.ToJson();
-    model["clients"] = world_.clients.ToJson();
-    call.Return(g_variant_new("(s)", model.dump(2).c_str()));
+    nlohmann::json state = world_.home.ToJson();
+    state["clients"] = world_.clients.ToJson();
+    state["faults"] = world_.faults.ToJson();
+    call.Return(g_variant_new("(s)", state.dump(2).c_str()));
 }
 
 } // namespace kiv::simulator

@@ -30,11 +30,13 @@ private:
 
     void Calls(const Call& call) const;
     void Apply(const Call& call, const Scenario& scenario) const;
-    void SetAtmos(const Call& call) const;
+    void Feature(const Call& call) const;
+    void Atmos(const Call& call) const;
+    void Away(const Call& call) const;
     void Push(const Call& call, const Variant& payload) const;
     void SendPayloads(const Call& call) const;
     void CallClient(const Call& call) const;
-    void Model(const Call& call) const;
+    void Show(const Call& call) const;
 
     World& world_;
     ClientLink link_;

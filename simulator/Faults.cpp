@@ -1,6 +1,8 @@
 #include "simulator/Faults.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
 
 #include <utility>
 
@@ -12,7 +14,7 @@ unsigned PositiveOf(GVariant* value)
 {
     const unsigned number = g_variant_get_uint32(value);
     if (number == 0) {
-        throw InvalidArguments("'every' and 'count' are at least 1");
+        throw InvalidArguments("'every' and 'count' must be at least 1, got 0");
     }
     return number;
 }
@@ -21,9 +23,29 @@ std::string ErrorNameOf(GVariant* value)
 {
     std::string name = g_variant_get_string(value, nullptr);
     if (g_dbus_is_interface_name(name.c_str()) == FALSE) {
-        throw InvalidArguments(fmt::format("'{}' is no D-Bus error name", name));
+        throw InvalidArguments(
+            fmt::format("'error' must be a D-Bus error name such as org.example.Bad, got '{}'", name));
     }
     return name;
+}
+
+/** A key's value as a scenario has it. */
+nlohmann::json ValueToJson(GVariant* value)
+{
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN) != FALSE) {
+        return g_variant_get_boolean(value) != FALSE;
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_UINT32) != FALSE) {
+        return g_variant_get_uint32(value);
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_STRING) != FALSE) {
+        return g_variant_get_string(value, nullptr);
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING) != FALSE) {
+        return fmt::format("{:02x}", fmt::join(BytesOf(value), " "));
+    }
+    const std::unique_ptr<char, decltype(&g_free)> text(g_variant_print(value, TRUE), g_free);
+    return text.get();
 }
 
 void SetReply(Fault& fault, Variant tuple)
@@ -36,12 +58,18 @@ void SetReply(Fault& fault, Variant tuple)
 
 } // namespace
 
-void Faults::Set(const std::string& method, GVariant* description)
+void Faults::RequireMethod(const std::string& method) const
 {
     if (method != kEveryMethod && !methods_.contains(method)) {
         throw InvalidArguments(fmt::format("the server has no method '{}'", method));
     }
+}
+
+void Faults::Set(const std::string& method, GVariant* description)
+{
+    RequireMethod(method);
     Plan plan;
+    plan.description = Own(g_variant_ref(description));
     GVariantIter entries;
     g_variant_iter_init(&entries, description);
     const char* key = nullptr;
@@ -111,6 +139,38 @@ void Faults::Check(const Plan& plan)
     if (!fault.message.empty() && fault.error.empty()) {
         throw InvalidArguments("fault key 'message' goes with 'error'");
     }
+}
+
+void Faults::Clear(const std::string& method)
+{
+    RequireMethod(method);
+    plans_.erase(method);
+}
+
+nlohmann::json Faults::ToJson() const
+{
+    nlohmann::json faults = nlohmann::json::object();
+    for (const auto& [method, plan] : plans_) {
+        faults[method] = ToJson(plan);
+    }
+    return faults;
+}
+
+nlohmann::json Faults::ToJson(const Plan& plan)
+{
+    nlohmann::json fault = nlohmann::json::object();
+    GVariantIter entries;
+    g_variant_iter_init(&entries, plan.description.get());
+    const char* key = nullptr;
+    GVariant* next = nullptr;
+    while (g_variant_iter_next(&entries, "{&sv}", &key, &next) != FALSE) {
+        const Variant value = Own(next);
+        fault[key] = ValueToJson(value.get());
+    }
+    if (plan.count) {
+        fault["count"] = *plan.count;
+    }
+    return fault;
 }
 
 Fault Faults::Next(const std::string& method)

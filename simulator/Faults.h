@@ -2,6 +2,8 @@
 
 #include "simulator/Glib.h"
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <chrono>
 #include <map>
 #include <optional>
@@ -38,8 +40,12 @@ public:
 
     /** Replaces the method's fault. The description is an a{sv}. Throws BusError for one that makes no sense. */
     void Set(const std::string& method, GVariant* description);
-    void Clear(const std::string& method) { plans_.erase(method); }
+    /** Throws BusError if the server has no such method. */
+    void Clear(const std::string& method);
     void Clear() { plans_.clear(); }
+
+    /** The faults that are left, by method, as a scenario has them. */
+    nlohmann::json ToJson() const;
 
     /** What goes wrong with the call of this method that has just arrived. */
     Fault Next(const std::string& method);
@@ -47,6 +53,7 @@ public:
 private:
     struct Plan {
         Fault fault;
+        Variant description;
         unsigned every = 1;
         std::optional<unsigned> count;
         unsigned seen = 0;
@@ -60,6 +67,8 @@ private:
     static const std::map<std::string, Key>& KeyTable();
     static void Apply(Plan& plan, const std::string& key, GVariant* value);
     static void Check(const Plan& plan);
+    static nlohmann::json ToJson(const Plan& plan);
+    void RequireMethod(const std::string& method) const;
 
     std::set<std::string> methods_;
     std::map<std::string, Plan> plans_;

@@ -3,6 +3,9 @@
 #include "simulator/Glib.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
 
 namespace kiv::simulator {
 
@@ -10,6 +13,9 @@ void WriteFeature(const std::string& file, const std::string& feature)
 {
     if (file.empty()) {
         throw InvalidArguments("the simulator was started without a feature file");
+    }
+    if (std::ranges::find(kFeatures, feature) == kFeatures.end()) {
+        throw InvalidArguments(fmt::format("must be one of {}, got '{}'", fmt::join(kFeatures, ", "), feature));
     }
     std::string text = "[com.molvane/featureconf]\n";
     if (feature != "absent") {

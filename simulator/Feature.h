@@ -1,12 +1,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace kiv::simulator {
 
+/** What the feature of a TV can be; "absent": it cannot be read. */
+inline const std::vector<std::string> kFeatures = {"on", "off", "absent"};
+
 /**
- * Writes the file in which the TV's programs read whether it has network speakers: "on", "off", or "absent" if that
- * cannot be read. Throws BusError if there is no such file.
+ * Writes the file in which the TV's programs read whether it has network speakers. Throws BusError if there is no such
+ * file, or the feature is none of kFeatures.
  */
 void WriteFeature(const std::string& file, const std::string& feature);
 

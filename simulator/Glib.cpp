@@ -67,7 +67,8 @@ Variant Unwrap(GVariant* value)
     const bool isText = g_variant_is_of_type(value, G_VARIANT_TYPE_STRING) != FALSE;
     Variant tuple = isText ? ParseValue(g_variant_get_string(value, nullptr)) : Own(g_variant_ref(value));
     if (g_variant_is_of_type(tuple.get(), G_VARIANT_TYPE_TUPLE) == FALSE) {
-        throw InvalidArguments(fmt::format("a value of type '{}' is no tuple", g_variant_get_type_string(tuple.get())));
+        throw InvalidArguments(fmt::format(
+            "must be a tuple such as (1, 'x'), got a value of type '{}'", g_variant_get_type_string(tuple.get())));
     }
     RequireFitForDBus(tuple.get());
     return tuple;
@@ -78,7 +79,8 @@ Variant ParseValue(const std::string& text)
     ErrorSlot error;
     GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
     if (value == nullptr) {
-        throw InvalidArguments(fmt::format("'{}' is no value: {}", text, error->message));
+        throw InvalidArguments(
+            fmt::format("must be a value in GVariant text form, got '{}': {}", text, error->message));
     }
     return Own(value);
 }

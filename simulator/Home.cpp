@@ -128,7 +128,7 @@ bool Home::CanEnterTavrinSettings() const
 
 bool Home::SetReceiverAtmos(bool supported)
 {
-    return std::exchange(atmos_, supported) != supported;
+    return !std::exchange(atmos_, supported) && supported;
 }
 
 nlohmann::json Home::ToJson() const

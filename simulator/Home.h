@@ -29,7 +29,7 @@ public:
     Home(const Home&) = delete;
     Home& operator=(const Home&) = delete;
 
-    /** Returns whether the receiver's Atmos support is another now. */
+    /** Returns whether the receiver supports Atmos now and did not before. */
     bool Apply(HomeChange change);
 
     int SetSettingMode(int mode, int startReason);
@@ -52,7 +52,7 @@ public:
     bool CanEnterTavrinSettings() const;
 
     bool ReceiverHasAtmos() const { return atmos_; }
-    /** Returns whether this was a change. */
+    /** Returns whether the receiver supports Atmos now and did not before. */
     bool SetReceiverAtmos(bool supported);
 
     simulator::Speakers& Speakers() { return speakers_; }

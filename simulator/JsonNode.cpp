@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <map>
 #include <string_view>
@@ -126,11 +127,34 @@ private:
     std::map<std::string, int> lines_;
 };
 
-/** Without the library's name for the error. */
-std::string Reason(const json::exception& error)
+/**
+ * The place, and what is wrong there. The library's text begins with its own name for the error, and for most with a
+ * place "at line 3, column 1: ", whose line is that within the text and so not always that within the file.
+ */
+std::string PlaceAndReason(const json::exception& error, int line)
 {
-    const std::string_view text = error.what();
-    return std::string(text.substr(text.find("] ") + 2));
+    std::string text = error.what();
+    text.erase(0, text.find("] ") + 2);
+    constexpr std::string_view kColumn = ", column ";
+    const auto column = text.find(kColumn);
+    if (!text.starts_with("parse error at line ") || column == std::string::npos) {
+        return fmt::format("{}: {}", line, text);
+    }
+    return fmt::format("{}:{}", line, text.substr(column + kColumn.size()));
+}
+
+/** Reads to the end. */
+std::string ReadStream(std::istream& stream, const std::string& name, std::size_t most)
+{
+    std::string text;
+    std::array<char, 4096> part;
+    while (stream.read(part.data(), part.size()) || stream.gcount() > 0) {
+        text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+        if (text.size() > most) {
+            throw FileError(fmt::format("{}: must be a file of at most {} MiB, got more", name, most / kMebibyte));
+        }
+    }
+    return text;
 }
 
 } // namespace
@@ -141,14 +165,15 @@ struct JsonNode::Document {
     std::map<std::string, int> lines;
 };
 
-std::string ReadText(const std::string& file)
+std::string ReadInput(std::size_t most)
+{
+    return ReadStream(std::cin, "stdin", most);
+}
+
+std::string ReadText(const std::string& file, std::size_t most)
 {
     std::ifstream stream(file);
-    std::string text;
-    std::array<char, 4096> part;
-    while (stream.read(part.data(), part.size()) || stream.gcount() > 0) {
-        text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
-    }
+    std::string text = ReadStream(stream, file, most);
     // A directory can be opened, but not read.
     if (!stream.is_open() || stream.bad()) {
         throw FileError(fmt::format("{}: {}", file, std::strerror(errno)));
@@ -170,7 +195,7 @@ JsonNode JsonNode::Parse(const std::string& name, const std::string& text, int f
                 return true;
             });
     } catch (const json::exception& error) {
-        throw FileError(fmt::format("{}:{}: {}", name, line, Reason(error)));
+        throw FileError(fmt::format("{}:{}", name, PlaceAndReason(error, line)));
     }
     document->lines = lines.Take();
     return {document, "", &document->root};
@@ -180,6 +205,16 @@ void JsonNode::Fail(const std::string& reason) const
 {
     const std::string where = pointer_.empty() ? "" : pointer_ + ": ";
     throw FileError(fmt::format("{}:{}: {}{}", document_->name, document_->lines.at(pointer_), where, reason));
+}
+
+void JsonNode::FailExpected(const std::string& expected) const
+{
+    constexpr std::size_t kMostShown = 60;
+    std::string got = value_->dump(-1, ' ', true);
+    if (got.size() > kMostShown) {
+        got = got.substr(0, kMostShown) + "...";
+    }
+    Fail(fmt::format("must be {}, got {}", expected, got));
 }
 
 bool JsonNode::IsNull() const
@@ -195,7 +230,7 @@ bool JsonNode::IsText() const
 bool JsonNode::Flag() const
 {
     if (!value_->is_boolean()) {
-        Fail("this is true or false");
+        FailExpected("true or false");
     }
     return value_->get<bool>();
 }
@@ -203,7 +238,7 @@ bool JsonNode::Flag() const
 std::string JsonNode::Text() const
 {
     if (!value_->is_string()) {
-        Fail("this is a text");
+        FailExpected("a text");
     }
     return value_->get<std::string>();
 }
@@ -214,7 +249,7 @@ std::int64_t JsonNode::Integer(std::int64_t least, std::int64_t most) const
                       !(value_->is_number_unsigned() && value_->get<std::uint64_t>() > INT64_MAX) &&
                       value_->get<std::int64_t>() >= least && value_->get<std::int64_t>() <= most;
     if (!fits) {
-        Fail(fmt::format("this is a whole number from {} to {}", least, most));
+        FailExpected(fmt::format("a whole number from {} to {}", least, most));
     }
     return value_->get<std::int64_t>();
 }
@@ -222,7 +257,7 @@ std::int64_t JsonNode::Integer(std::int64_t least, std::int64_t most) const
 std::vector<JsonNode> JsonNode::Items() const
 {
     if (!value_->is_array()) {
-        Fail("this is a list");
+        FailExpected("a list");
     }
     std::vector<JsonNode> items;
     for (std::size_t index = 0; index < value_->size(); ++index) {
@@ -234,7 +269,7 @@ std::vector<JsonNode> JsonNode::Items() const
 std::vector<std::pair<std::string, JsonNode>> JsonNode::Members() const
 {
     if (!value_->is_object()) {
-        Fail("this is an object");
+        FailExpected("an object");
     }
     std::vector<std::pair<std::string, JsonNode>> members;
     for (const auto& member : value_->items()) {

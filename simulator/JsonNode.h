@@ -2,6 +2,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -17,8 +18,15 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/** The text of a file. Throws FileError. */
-std::string ReadText(const std::string& file);
+inline constexpr std::size_t kMebibyte = 1024 * 1024;
+/** More than people write, and less than fills the memory of a machine. */
+inline constexpr std::size_t kLargestScenario = 16 * kMebibyte;
+inline constexpr std::size_t kLargestRecording = 256 * kMebibyte;
+
+/** The text of a file. Throws FileError, also for one that is longer. */
+std::string ReadText(const std::string& file, std::size_t most);
+/** The text of stdin. */
+std::string ReadInput(std::size_t most);
 
 /** A value in a JSON text, which knows on which line it stands. What cannot be used is told by a FileError. */
 class JsonNode {
@@ -27,6 +35,8 @@ public:
     static JsonNode Parse(const std::string& name, const std::string& text, int firstLine = 1);
 
     [[noreturn]] void Fail(const std::string& reason) const;
+    /** The value is not as expected: "a list", for example. */
+    [[noreturn]] void FailExpected(const std::string& expected) const;
 
     bool IsNull() const;
     bool IsText() const;

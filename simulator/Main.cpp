@@ -1,3 +1,4 @@
+#include "simulator/CommandLine.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Simulator.h"
 
@@ -63,11 +64,11 @@ void Run(const Options& options)
 {
     Scenario scenario;
     if (!options.scenarioFile.empty()) {
-        scenario = ReadScenario(options.scenarioFile, ReadText(options.scenarioFile));
+        scenario = ReadScenario(options.scenarioFile, ReadText(options.scenarioFile, kLargestScenario));
     }
     std::optional<Replay> replay;
     if (!options.replayFile.empty()) {
-        replay.emplace(options.replayFile, ReadText(options.replayFile));
+        replay.emplace(options.replayFile, ReadText(options.replayFile, kLargestRecording));
     }
     if (AwaitServerOfOther()) {
         return;
@@ -93,6 +94,8 @@ int main(int argc, char** argv)
 
     Options options;
     CLI::App app("Stands in for the network-speaker server on the system bus.", "kiv-simulator");
+    TellWithName(app);
+    app.set_version_flag("--version", "kiv-simulator " KIV_VERSION, "Print the version and exit");
     app.add_option("--ready-fd", options.readyFd, "Write a line to this file descriptor once the names are owned");
     app.add_option("--scenario", options.scenarioFile, "JSON file with the home, the faults and what happens when");
     app.add_option("--replay", options.replayFile, "Answer from this recording");

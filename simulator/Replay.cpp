@@ -18,8 +18,6 @@ namespace kiv::simulator {
 
 namespace {
 
-constexpr char kNotRecorded[] = "org.lumra.tv.networkspeaker.simulator.Error.NotRecorded";
-
 /** Their argument is the caller's process id, which is another each time, and how often they are called is chance. */
 bool IsAboutProcess(const std::string& method)
 {
@@ -93,10 +91,12 @@ private:
     {
         events_.insert(*line.event);
         if (!lastAnswered_) {
-            Fail("an event before any answer");
+            Fail("an event must follow an answer, got one before any");
         }
         if (!ClientLink::IsUsable(line.client) || g_dbus_is_member_name(line.method.c_str()) == FALSE) {
-            Fail("no client can have this id, or this method");
+            Fail(fmt::format(
+                "an event must be for a client and a method that D-Bus can have, got '{}' and '{}'", line.client,
+                line.method));
         }
         const std::chrono::milliseconds delay(std::max<std::int64_t>(line.ms - lastAnsweredMs_, 0));
         exchanges_[*lastAnswered_].answer.events.push_back({delay, line.client, line.method, Tuple(line.arguments)});

@@ -10,6 +10,9 @@
 
 namespace kiv::simulator {
 
+/** The D-Bus error that answers a call which is not in the recording, or not so often. */
+inline constexpr char kNotRecorded[] = "org.lumra.tv.networkspeaker.simulator.Error.NotRecorded";
+
 /** A call of a client that followed an answer. */
 struct RecordedEvent {
     std::chrono::milliseconds delay;

@@ -4,6 +4,7 @@
 #include "simulator/ClientLink.h"
 #include "simulator/Events.h"
 #include "simulator/Faults.h"
+#include "simulator/Feature.h"
 #include "simulator/Interfaces.h"
 #include "simulator/JsonKeys.h"
 
@@ -32,7 +33,7 @@ Bytes ReadHex(const JsonNode& node)
 {
     const auto bytes = ParseHex(node.Text());
     if (!bytes) {
-        node.Fail("these are bytes in hexadecimal, such as \"01 ff\"");
+        node.FailExpected("bytes in hexadecimal such as \"01 ff\"");
     }
     return *bytes;
 }
@@ -41,7 +42,7 @@ Mac ReadMacAddress(const JsonNode& node)
 {
     const auto mac = ParseMac(node.Text());
     if (!mac) {
-        node.Fail("this is a MAC address, such as \"02:4b:49:56:00:01\"");
+        node.FailExpected("a MAC address such as \"02:4b:49:56:00:01\"");
     }
     return *mac;
 }
@@ -50,7 +51,7 @@ Ip ReadIpAddress(const JsonNode& node)
 {
     const auto ip = ParseIp(node.Text());
     if (!ip) {
-        node.Fail("this is an IP address, such as \"192.168.0.21\"");
+        node.FailExpected("an IP address such as \"192.168.0.21\"");
     }
     return *ip;
 }
@@ -59,7 +60,7 @@ std::string ReadWord(const JsonNode& node, const std::vector<std::string>& allow
 {
     std::string word = node.Text();
     if (std::ranges::find(allowed, word) == allowed.end()) {
-        node.Fail(fmt::format("this is one of {}", fmt::join(allowed, ", ")));
+        node.FailExpected(fmt::format("one of {}", fmt::join(allowed, ", ")));
     }
     return word;
 }
@@ -133,7 +134,7 @@ Bytes ReadSoundModeData(const JsonNode& node)
 {
     Bytes data = ReadHex(node);
     if (data.size() > Soundbars::kMostSoundModeData) {
-        node.Fail(fmt::format("a sound mode has {} bytes at most", Soundbars::kMostSoundModeData));
+        node.FailExpected(fmt::format("at most {} bytes", Soundbars::kMostSoundModeData));
     }
     return data;
 }
@@ -202,25 +203,6 @@ std::set<std::string> FaultKeys()
     return names;
 }
 
-Variant ReadFault(const JsonNode& node)
-{
-    const std::map<std::string, std::string> types = Faults::Keys();
-    std::vector<std::pair<std::string, Variant>> values;
-    for (const auto& [name, member] : node.Members()) {
-        const auto type = types.find(name);
-        if (type == types.end()) {
-            FailUnknown(member, FaultKeys());
-        }
-        values.emplace_back(name, Own(FaultValue(member, type->second)));
-    }
-    GVariantDict description;
-    g_variant_dict_init(&description, nullptr);
-    for (const auto& [name, value] : values) {
-        g_variant_dict_insert_value(&description, name.c_str(), value.get());
-    }
-    return Own(g_variant_dict_end(&description));
-}
-
 std::map<std::string, Variant> ReadFaults(const JsonNode& node)
 {
     // Only to see whether they make sense.
@@ -243,14 +225,11 @@ std::int32_t ReadEventId(const JsonNode& node)
     if (!node.IsText()) {
         return ReadInt(node);
     }
-    const std::string text = node.Text();
-    std::uint32_t id = 0;
-    const char* const end = text.data() + text.size();
-    if (!text.starts_with("0x") || text.size() == 2 || std::from_chars(text.data() + 2, end, id, 16).ptr != end ||
-        text.size() > 10) {
-        node.Fail("this is a number, or one in hexadecimal such as \"0x02020028\"");
+    const auto id = ParseEventId(node.Text());
+    if (!id) {
+        node.FailExpected("a number, or a text in hexadecimal such as \"0x02020028\"");
     }
-    return static_cast<std::int32_t>(id);
+    return *id;
 }
 
 struct EventEntry {
@@ -267,7 +246,8 @@ const Keys<EventEntry>& EventKeys()
                        &EventEntry::client,
                        [](const JsonNode& node) {
                            if (!ClientLink::IsUsable(node.Text())) {
-                               node.Fail("no client can have this id");
+                               node.FailExpected(
+                                   "letters, digits and '_', as a client's id must be part of a D-Bus name");
                            }
                            return node.Text();
                        })},
@@ -284,7 +264,7 @@ std::vector<EventPush> ReadEvents(const JsonNode& node)
     for (const JsonNode& item : node.Items()) {
         const auto entry = Read(item, EventKeys());
         if (entry.id.has_value() == entry.payload.has_value() || (entry.payload && !entry.data.empty())) {
-            item.Fail("an event has either 'id' and 'data', or 'payload'");
+            item.FailExpected("an event with either 'id' and perhaps 'data', or 'payload'");
         }
         const Variant payload = entry.payload ? Own(NewByteArray(*entry.payload)) : EventPayload(*entry.id, entry.data);
         events.push_back({entry.client, payload});
@@ -298,11 +278,7 @@ void AddChangeKeys(Keys<Target>& keys, Change Target::*change)
 {
     const Keys<Change> changeKeys = {
         {"clientId", Into(&Change::clientId, ReadString)},
-        {"feature", Into(
-                        &Change::feature,
-                        [](const JsonNode& node) {
-                            return ReadWord(node, {"on", "off", "absent"});
-                        })},
+        {"feature", Into(&Change::feature, [](const JsonNode& node) { return ReadWord(node, kFeatures); })},
         {"home", Into(&Change::home, ReadHome)},
         {"faults", Into(&Change::faults, ReadFaults)},
         {"events", Into(&Change::events, ReadEvents)},
@@ -352,6 +328,35 @@ const Keys<Scenario>& RootKeys()
 }
 
 } // namespace
+
+Variant ReadFault(const JsonNode& node)
+{
+    const std::map<std::string, std::string> types = Faults::Keys();
+    std::vector<std::pair<std::string, Variant>> values;
+    for (const auto& [name, member] : node.Members()) {
+        const auto type = types.find(name);
+        if (type == types.end()) {
+            FailUnknown(member, FaultKeys());
+        }
+        values.emplace_back(name, Own(FaultValue(member, type->second)));
+    }
+    GVariantDict description;
+    g_variant_dict_init(&description, nullptr);
+    for (const auto& [name, value] : values) {
+        g_variant_dict_insert_value(&description, name.c_str(), value.get());
+    }
+    return Own(g_variant_dict_end(&description));
+}
+
+std::optional<std::int32_t> ParseEventId(const std::string& text)
+{
+    std::uint32_t id = 0;
+    const char* const end = text.data() + text.size();
+    const bool isHex = text.starts_with("0x") && text.size() <= 10;
+    const auto result = isHex ? std::from_chars(text.data() + 2, end, id, 16) : std::from_chars_result{};
+    return isHex && result.ec == std::errc() && result.ptr == end ? std::optional(static_cast<std::int32_t>(id))
+                                                                  : std::nullopt;
+}
 
 Scenario ReadScenario(const std::string& name, const std::string& text)
 {

@@ -49,6 +49,12 @@ struct Scenario {
 /** Throws FileError, with line and reason, for a scenario that cannot be used. The name stands for the text. */
 Scenario ReadScenario(const std::string& name, const std::string& text);
 
+/** The description of a fault, an a{sv}, from what a scenario says of it. Throws FileError. */
+Variant ReadFault(const JsonNode& node);
+
+/** An event id in hexadecimal with 0x before it; nothing for another text. */
+std::optional<std::int32_t> ParseEventId(const std::string& text);
+
 /** The keys that each kind of object in a scenario can have. */
 std::map<std::string, std::set<std::string>> ScenarioKeys();
 

@@ -177,14 +177,14 @@ void Simulator::MakeInTime(const Change& change)
 
 void Simulator::Make(const Change& change, const OnDone& onMade)
 {
-    const bool atmosChanged = world_.Apply(change);
+    const bool hasGainedAtmos = world_.Apply(change);
     // The last who has been told drops it.
     const std::shared_ptr<void> toldAll(
         nullptr, [finish = While(life_, [this, change, onMade] { Finish(change, onMade); })](void*) { finish(); });
     const auto told = [toldAll](const auto&...) {};
-    if (atmosChanged) {
-        const int supported = world_.home.ReceiverHasAtmos() ? 1 : 0;
-        Announce(link_, world_.clients, EventPayload(kAtmosEvent, EventData(supported)), told);
+    // The event cannot say that the support has ended: whatever its data, the library calls back with 1.
+    if (hasGainedAtmos) {
+        Announce(link_, world_.clients, EventPayload(kAtmosEvent, EventData(1)), told);
     }
     for (const EventPush& event : change.events) {
         const auto clients = event.client.empty() ? world_.clients.Ids() : std::vector<std::string>{event.client};

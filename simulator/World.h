@@ -18,8 +18,8 @@ struct World {
     explicit World(const Scenario& scenario = {});
 
     /**
-     * Does what needs no bus. Returns whether the receiver's Atmos support is another now. Throws BusError if the
-     * feature cannot be written.
+     * Does what needs no bus. Returns whether the receiver supports Atmos now and did not before. Throws BusError if
+     * the feature cannot be written.
      */
     bool Apply(const Change& change);
 

@@ -126,7 +126,7 @@ TEST_F(CommandTest, SurroundChannelsAreThoseOfThePlayingSpeakers)
 TEST_F(CommandTest, AtmosIsWhatTheServerSays)
 {
     EXPECT_EQ(Run({"atmos"}).out, "not supported\n");
-    g_variant_unref(Control("SetAtmos", g_variant_new("(b)", TRUE)));
+    g_variant_unref(Control("Atmos", g_variant_new("(b)", TRUE)));
     EXPECT_EQ(Run({"atmos"}).out, "supported\n");
     const Ended ended = Run({"atmos", "--json"});
     EXPECT_EQ(ended.exitCode, 0);

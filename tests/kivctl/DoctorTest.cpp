@@ -107,7 +107,7 @@ TEST_F(DoctorTest, FindsThatTheServerDoesNotAnswerAsItShould)
 
 TEST_F(DoctorTest, FindsThatAnIdIsUnfit)
 {
-    g_variant_unref(Control("SetClientId", g_variant_new("(s)", "no-path")));
+    g_variant_unref(Control("ClientId", g_variant_new("(s)", "no-path")));
     EXPECT_EQ(Examine().at("client id"), "problem: \"no-path\" makes no D-Bus name, so no events can come");
 }
 
@@ -119,7 +119,7 @@ TEST_F(DoctorTest, FindsThatTheServerRefusesEvents)
 
 TEST_F(DoctorTest, FindsThatAnotherProcessHasTheName)
 {
-    g_variant_unref(Control("SetClientId", g_variant_new("(s)", "taken")));
+    g_variant_unref(Control("ClientId", g_variant_new("(s)", "taken")));
     const sandbox::Connection other(bus_.Address());
     other.CallDaemon(
         "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", "org.lumra.tv.networkspeaker.client.taken", 0U));

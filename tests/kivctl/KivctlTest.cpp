@@ -195,17 +195,17 @@ void KivctlTest::SetFault(const char* method, const char* key, const char* value
     GVariantDict fault;
     g_variant_dict_init(&fault, nullptr);
     g_variant_dict_insert_value(&fault, key, g_variant_new_parsed(value));
-    g_variant_unref(Control("SetFault", g_variant_new("(s@a{sv})", method, g_variant_dict_end(&fault))));
+    g_variant_unref(Control("Fault", g_variant_new("(s@a{sv})", method, g_variant_dict_end(&fault))));
 }
 
 void KivctlTest::SendEvent(int id, const std::string& data) const
 {
-    g_variant_unref(Control("SendEvent", g_variant_new("(si@ay)", "", id, Bytes(data))));
+    g_variant_unref(Control("Event", g_variant_new("(si@ay)", "", id, Bytes(data))));
 }
 
 void KivctlTest::SendPayload(const std::string& payload) const
 {
-    g_variant_unref(Control("SendPayload", g_variant_new("(s@ay)", "", Bytes(payload))));
+    g_variant_unref(Control("Payload", g_variant_new("(s@ay)", "", Bytes(payload))));
 }
 
 std::vector<std::string> KivctlTest::Calls() const

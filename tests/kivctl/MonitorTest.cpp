@@ -39,7 +39,7 @@ TEST_F(MonitorTest, ShowsAnAtmosChangeToBothKindsOfCallback)
 {
     Running monitor(bus_, {"monitor"});
     ASSERT_EQ(monitor.ErrLine(), kReady);
-    g_variant_unref(Control("SetAtmos", g_variant_new("(b)", TRUE)));
+    g_variant_unref(Control("Atmos", g_variant_new("(b)", TRUE)));
     EXPECT_EQ(monitor.OutLine(), "atmos 1");
     EXPECT_EQ(monitor.OutLine(), "event 0x02020028 NAMSERVICE_ATMOS_STATE, length 4: 01 00 00 00");
 }
@@ -126,7 +126,7 @@ TEST_F(MonitorTest, EndsWhenInterrupted)
 TEST_F(MonitorTest, EndsWhenTheServersIdAllowsNoEvents)
 {
     for (const std::string id : {"not a name", "no-path", "no/name"}) {
-        g_variant_unref(Control("SetClientId", g_variant_new("(s)", id.c_str())));
+        g_variant_unref(Control("ClientId", g_variant_new("(s)", id.c_str())));
         const Ended ended = Run({"monitor"});
         EXPECT_EQ(ended.exitCode, 1);
         EXPECT_NE(ended.err.find("no events can come to a client with the id \"" + id + '"'), std::string::npos)
@@ -158,7 +158,7 @@ TEST_F(MonitorTest, AsksAServerThatComesBackForItsEvents)
         bus_.Activate("org.lumra.tv.networkspeaker.server");
         EXPECT_EQ(monitor.OutLine(), R"({"server":true})");
         // Only subscribers are told.
-        g_variant_unref(Control("SetAtmos", g_variant_new("(b)", TRUE)));
+        g_variant_unref(Control("Atmos", g_variant_new("(b)", TRUE)));
         EXPECT_EQ(monitor.OutLine(), R"({"atmos":1})");
         EXPECT_EQ(Json::parse(monitor.OutLine()).at("name"), "NAMSERVICE_ATMOS_STATE");
     }

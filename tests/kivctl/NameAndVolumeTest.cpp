@@ -11,7 +11,7 @@ protected:
     // What the simulator knows of a speaker.
     Json Speaker(const std::string& mac) const
     {
-        g_autoptr(GVariant) reply = Control("Model", nullptr);
+        g_autoptr(GVariant) reply = Control("Show", nullptr);
         const char* text = nullptr;
         g_variant_get(reply, "(&s)", &text);
         const Json model = Json::parse(text);

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -65,8 +66,34 @@ TEST(SandboxTest, RefusesBadOptions)
     for (const std::vector<std::string>& words : bad) {
         const Outcome outcome = RunSandbox(words);
         EXPECT_EQ(outcome.exitCode, 125) << testing::PrintToString(words);
-        EXPECT_NE(outcome.errors, "") << testing::PrintToString(words);
+        EXPECT_TRUE(outcome.errors.starts_with("kiv-sandbox: ")) << outcome.errors << testing::PrintToString(words);
     }
+    EXPECT_NE(
+        RunSandbox({"--feature", "perhaps", "--", "true"})
+            .errors.find("--feature: must be one of on, off, absent, got 'perhaps'"),
+        std::string::npos);
+}
+
+TEST(SandboxTest, TellsItsVersion)
+{
+    const Outcome outcome = RunSandbox({"--version"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_TRUE(outcome.output.starts_with("kiv-sandbox 1.")) << outcome.output;
+}
+
+TEST(SandboxTest, ALongTmpdirIsNoHindrance)
+{
+    const ScratchDirectory scratch;
+    const fs::path deep = scratch.Path() / std::string(100, 'x');
+    fs::create_directory(deep);
+    setenv("TMPDIR", deep.c_str(), 1);
+    EXPECT_EQ(RunSandbox({"--", KIVCTL, "stop", "--type", "7"}).output, "the server answered 7\n");
+
+    const fs::path missing = scratch.Path() / "missing";
+    setenv("TMPDIR", missing.c_str(), 1);
+    const Outcome outcome = RunSandbox({"--", "true"});
+    EXPECT_EQ(outcome.exitCode, 125);
+    EXPECT_EQ(outcome.errors, "kiv-sandbox: TMPDIR must be a directory, got '" + missing.string() + "'\n");
 }
 
 TEST(SandboxTest, HelpNamesEveryOption)
@@ -75,8 +102,9 @@ TEST(SandboxTest, HelpNamesEveryOption)
 
     EXPECT_EQ(outcome.exitCode, 0);
     for (const char* option :
-         {"--trace", "--trace-all", "--start", "--no-server", "--simulator-log", "--scenario", "--list-scenarios",
-          "--record", "--replay", "--simulator", "--feature", "kiv-sandbox control", "Usage:"}) {
+         {"--trace", "--trace-all", "--start", "--lazy", "--no-server", "--simulator-log", "--scenario",
+          "--list-scenarios", "--record", "--replay", "--strict", "--simulator", "--feature", "--name", "--join",
+          "--list", "--print-address", "kiv-sandbox control", "Usage:"}) {
         EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
     }
 }
@@ -119,9 +147,16 @@ TEST(SandboxTest, FeatureFileSaysWhatWasAskedFor)
     EXPECT_EQ(shown({"--feature", "absent"}), head);
 }
 
-TEST(SandboxTest, FirstCallStartsTheSimulator)
+TEST(SandboxTest, TheServerRunsBeforeTheCommand)
 {
     const Sandbox sandbox("read line");
+
+    EXPECT_TRUE(HasOwner(Connection(sandbox.Address()), kServer));
+}
+
+TEST(SandboxTest, LazyLeavesTheStartToTheFirstCall)
+{
+    const Sandbox sandbox("read line", {"--lazy"});
     const Connection connection(sandbox.Address());
 
     EXPECT_FALSE(HasOwner(connection, kServer));
@@ -129,11 +164,16 @@ TEST(SandboxTest, FirstCallStartsTheSimulator)
     EXPECT_TRUE(HasOwner(connection, kServer));
 }
 
-TEST(SandboxTest, StartHasTheSimulatorReady)
+TEST(SandboxTest, AServerThatComesUpLateIsLeftToTheFirstCallUnlessStartIsGiven)
 {
-    const Sandbox sandbox("read line", {"--start"});
+    const ScratchDirectory scratch;
+    const fs::path late = scratch.Path() / "late.json";
+    std::ofstream(late) << R"({"away": 300})";
+    const Sandbox sandbox("read line", {"--scenario", late});
+    const Sandbox started("read line", {"--scenario", late, "--start"});
 
-    EXPECT_TRUE(HasOwner(Connection(sandbox.Address()), kServer));
+    EXPECT_FALSE(HasOwner(Connection(sandbox.Address()), "org.lumra.tv.networkspeaker.simulator"));
+    EXPECT_TRUE(HasOwner(Connection(started.Address()), kServer));
 }
 
 TEST(SandboxTest, NoServerMeansNone)
@@ -141,7 +181,12 @@ TEST(SandboxTest, NoServerMeansNone)
     const Sandbox sandbox("read line", {"--no-server"});
 
     EXPECT_EQ(Ping(Connection(sandbox.Address()), kServer), "org.freedesktop.DBus.Error.ServiceUnknown");
-    EXPECT_EQ(RunSandbox({"--no-server", "--start", "--", "true"}).exitCode, 125);
+    for (const std::string option : {"--start", "--lazy"}) {
+        const Outcome both = RunSandbox({"--no-server", option, "--", "true"});
+        EXPECT_EQ(both.exitCode, 125);
+        EXPECT_EQ(
+            both.errors, "kiv-sandbox: " + option + " excludes --no-server\nkiv-sandbox: see kiv-sandbox --help\n");
+    }
 }
 
 TEST(SandboxTest, SimulatorGetsItsOptions)
@@ -168,7 +213,7 @@ TEST(SandboxTest, SimulatorGetsItsOptions)
 /// What a sandbox prints about a connection that asks for the server, then becomes a client of it and asks again.
 std::string Trace(const std::string& option)
 {
-    Sandbox sandbox("read line", {option});
+    Sandbox sandbox("read line", {option, "--lazy"});
     {
         const Connection connection(sandbox.Address());
         HasOwner(connection, kServer);
@@ -223,8 +268,8 @@ TEST(SandboxTest, TraceAllPrintsTheHousekeepingToo)
 
 TEST(SandboxTest, TwoSandboxesDoNotMeet)
 {
-    const Sandbox first("read line", {"--start"});
-    const Sandbox second("read line");
+    const Sandbox first("read line");
+    const Sandbox second("read line", {"--lazy"});
 
     EXPECT_NE(first.Address(), second.Address());
     EXPECT_FALSE(HasOwner(Connection(second.Address()), kServer));

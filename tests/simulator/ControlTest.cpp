@@ -15,7 +15,6 @@ using ::testing::StartsWith;
 constexpr char kInvalidArguments[] = "error org.freedesktop.DBus.Error.InvalidArgs";
 
 const Bytes kAtmosOn = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 1, 0, 0, 0};
-const Bytes kAtmosOff = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 0, 0, 0, 0};
 const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
 
 /** A text as the only argument. */
@@ -33,16 +32,16 @@ protected:
 
 TEST_F(ControlTest, FaultErrors)
 {
-    EXPECT_THAT(Control("SetFault", "('Nonsense', @a{sv} {})"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("SetFault", "('DisableSurround', {'colour': <1>})"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("SetFault", "('DisableSurround', {'delay': <'x'>})"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Fault", "('Nonsense', @a{sv} {})"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Fault", "('DisableSurround', {'colour': <1>})"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Fault", "('DisableSurround', {'delay': <'x'>})"), StartsWith(kInvalidArguments));
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
 }
 
 TEST_F(ControlTest, AnyTextCanBeTheClientId)
 {
     for (const std::string id : {"living_room", "", "no/bus name %s", "ümläut"}) {
-        EXPECT_EQ(Control("SetClientId", "('" + id + "',)"), "()");
+        EXPECT_EQ(Control("ClientId", "('" + id + "',)"), "()");
         EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('" + id + "',)");
         EXPECT_EQ(Server("SubscribeNamServiceCallback", "(8,)"), "('" + id + "',)");
     }
@@ -50,23 +49,25 @@ TEST_F(ControlTest, AnyTextCanBeTheClientId)
     EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('tv_7',)");
 }
 
-TEST_F(ControlTest, AtmosReachesSubscribersOnly)
+TEST_F(ControlTest, AtmosReachesSubscribersOnlyWhenItBegins)
 {
     const FakeClient subscriber(bus_.Address(), "tv_7");
     const FakeClient other(bus_.Address(), "tv_8");
     subscriber.Tell("SubscribeNamServiceCallback", 7);
     other.Tell("check_dbus_connection", 8);
 
-    EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
+    EXPECT_EQ(Control("Atmos", "(true,)"), "()");
     EXPECT_EQ(Server("kiv_is_receiver_atmos"), "(true,)");
-    EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
-    EXPECT_EQ(Control("SetAtmos", "(false,)"), "()");
+    EXPECT_EQ(Control("Atmos", "(true,)"), "()");
+    EXPECT_EQ(Control("Atmos", "(false,)"), "()");
     EXPECT_EQ(Server("kiv_is_receiver_atmos"), "(false,)");
-    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+    EXPECT_EQ(Control("Atmos", "(true,)"), "()");
+    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOn));
 
+    Control("Atmos", "(false,)");
     subscriber.Tell("UnsubscribeNamServiceCallback", 7);
-    Control("SetAtmos", "(true,)");
-    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+    Control("Atmos", "(true,)");
+    EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, kAtmosOn));
     EXPECT_THAT(other.Payloads(), IsEmpty());
 }
 
@@ -75,19 +76,20 @@ TEST_F(ControlTest, AtmosDoesNotMindClientsThatCannotBeReached)
     const FakeClient refusing(bus_.Address(), "tv_7", FakeClient::Manner::kRefuses);
     refusing.Tell("SubscribeNamServiceCallback", 7);
     Server("SubscribeNamServiceCallback", "(8,)");
-    EXPECT_EQ(Control("SetAtmos", "(true,)"), "()");
+    EXPECT_EQ(Control("Atmos", "(true,)"), "()");
 
-    Control("SetClientId", "('no name',)");
+    Control("ClientId", "('no name',)");
     Server("SubscribeNamServiceCallback", "(9,)");
-    EXPECT_EQ(Control("SetAtmos", "(false,)"), "()");
-    EXPECT_THAT(refusing.Payloads(), ElementsAre(kAtmosOn, kAtmosOff));
+    Control("Atmos", "(false,)");
+    EXPECT_EQ(Control("Atmos", "(true,)"), "()");
+    EXPECT_THAT(refusing.Payloads(), ElementsAre(kAtmosOn, kAtmosOn));
 }
 
 TEST_F(ControlTest, SendEventAnnouncesItsLength)
 {
     const FakeClient client(bus_.Address(), "tv_7");
-    EXPECT_EQ(Control("SendEvent", "('tv_7', -2, [byte 5, 6, 7])"), "()");
-    EXPECT_EQ(Control("SendEvent", "('tv_7', 0, @ay [])"), "()");
+    EXPECT_EQ(Control("Event", "('tv_7', -2, [byte 5, 6, 7])"), "()");
+    EXPECT_EQ(Control("Event", "('tv_7', 0, @ay [])"), "()");
     EXPECT_THAT(
         client.Payloads(),
         ElementsAre(Bytes{0xfe, 0xff, 0xff, 0xff, 3, 0, 0, 0, 5, 6, 7}, Bytes{0, 0, 0, 0, 0, 0, 0, 0}));
@@ -96,8 +98,8 @@ TEST_F(ControlTest, SendEventAnnouncesItsLength)
 TEST_F(ControlTest, SendPayloadSendsTheBytesAsTheyAre)
 {
     const FakeClient client(bus_.Address(), "tv_7");
-    EXPECT_EQ(Control("SendPayload", "('tv_7', [byte 1, 2])"), "()");
-    EXPECT_EQ(Control("SendPayload", "('tv_7', @ay [])"), "()");
+    EXPECT_EQ(Control("Payload", "('tv_7', [byte 1, 2])"), "()");
+    EXPECT_EQ(Control("Payload", "('tv_7', @ay [])"), "()");
     EXPECT_THAT(client.Payloads(), ElementsAre(Bytes{1, 2}, Bytes{}));
 }
 
@@ -108,7 +110,7 @@ TEST_F(ControlTest, TheEmptyIdMeansEveryClientThatAsked)
     const FakeClient stranger(bus_.Address(), "tv_9");
     first.Tell("check_dbus_connection", 7);
     second.Tell("check_dbus_connection", 8);
-    EXPECT_EQ(Control("SendPayload", "('', [byte 1])"), "()");
+    EXPECT_EQ(Control("Payload", "('', [byte 1])"), "()");
     EXPECT_THAT(first.Payloads(), ElementsAre(Bytes{1}));
     EXPECT_THAT(second.Payloads(), ElementsAre(Bytes{1}));
     EXPECT_THAT(stranger.Payloads(), IsEmpty());
@@ -125,26 +127,26 @@ TEST_F(ControlTest, ForgetsClientsThatLeaveTheBus)
     }
     test::WaitUntil("the client to leave the bus", [&] { return !HasOwner(left); });
     EXPECT_THAT(Model()["clients"], IsEmpty());
-    EXPECT_EQ(Control("SendPayload", "('', [byte 1])"), "()");
+    EXPECT_EQ(Control("Payload", "('', [byte 1])"), "()");
 }
 
 TEST_F(ControlTest, SendingReportsTheClientsError)
 {
     const FakeClient refusing(bus_.Address(), "tv_7", FakeClient::Manner::kRefuses);
-    EXPECT_EQ(Control("SendPayload", "('tv_7', [byte 1])"), "error org.example.Refused: not now");
-    EXPECT_EQ(Control("SendEvent", "('tv_7', 1, [byte 1])"), "error org.example.Refused: not now");
+    EXPECT_EQ(Control("Payload", "('tv_7', [byte 1])"), "error org.example.Refused: not now");
+    EXPECT_EQ(Control("Event", "('tv_7', 1, [byte 1])"), "error org.example.Refused: not now");
     EXPECT_THAT(
-        Control("SendEvent", "('tv_8', 1, [byte 1])"), StartsWith("error org.freedesktop.DBus.Error.NameHasNoOwner: "));
-    EXPECT_THAT(Control("SendEvent", "('no name', 1, [byte 1])"), StartsWith(kInvalidArguments));
+        Control("Event", "('tv_8', 1, [byte 1])"), StartsWith("error org.freedesktop.DBus.Error.NameHasNoOwner: "));
+    EXPECT_THAT(Control("Event", "('no name', 1, [byte 1])"), StartsWith(kInvalidArguments));
 }
 
 TEST_F(ControlTest, SendPayloadsPushesManyInOrder)
 {
     const FakeClient client(bus_.Address(), "tv_7");
-    EXPECT_EQ(Control("SendPayloads", "('tv_7', [byte 9], uint32 3000)"), "(3000,)");
+    EXPECT_EQ(Control("Payloads", "('tv_7', [byte 9], uint32 3000)"), "(3000,)");
     EXPECT_EQ(client.Payloads().size(), 3000U);
-    EXPECT_EQ(Control("SendPayloads", "('tv_7', [byte 9], uint32 0)"), "(0,)");
-    EXPECT_EQ(Control("SendPayloads", "('tv_8', [byte 9], uint32 3)"), "(0,)");
+    EXPECT_EQ(Control("Payloads", "('tv_7', [byte 9], uint32 0)"), "(0,)");
+    EXPECT_EQ(Control("Payloads", "('tv_8', [byte 9], uint32 3)"), "(0,)");
 }
 
 TEST_F(ControlTest, CallClientTellsWhatCameBack)
@@ -183,6 +185,46 @@ TEST_F(ControlTest, ModelShowsTheHome)
     EXPECT_EQ(model["soundbars"][0]["name"], "Soundbar");
     EXPECT_EQ(model["receiverHasAtmos"], false);
     EXPECT_THAT(model["clients"], IsEmpty());
+}
+
+TEST_F(ControlTest, ShowHasTheFaultsAsAScenarioHasThem)
+{
+    EXPECT_EQ(Model()["faults"], nlohmann::json::object());
+    const nlohmann::json faults = {
+        {"*", {{"delay", 5}}},
+        {"DisableSurround", {{"reply", "(7,)"}, {"every", 2}}},
+        {"GetSoundbarDeviceInfo", {{"bytes", "01 ff"}, {"count", 3}}},
+        {"StopNetworkSpeaker", {{"error", "org.example.Bad"}, {"message", "no"}, {"count", 2}}},
+    };
+    Control("Apply", Quoted(nlohmann::json{{"faults", faults}}.dump()));
+    EXPECT_EQ(Model()["faults"], faults);
+
+    Server("StopNetworkSpeaker", "(1,)");
+    EXPECT_EQ(Model()["faults"]["StopNetworkSpeaker"]["count"], 1);
+    EXPECT_EQ(Control("Fault", "('DisableSurround', {'reply': <(8, 'x')>})"), "()");
+    EXPECT_EQ(Model()["faults"]["DisableSurround"], (nlohmann::json{{"reply", "(8, 'x')"}}));
+}
+
+TEST_F(ControlTest, ClearFaultTakesOneBack)
+{
+    Control("Fault", "('DisableSurround', {'reply': <(7,)>})");
+    Control("Fault", "('StopNetworkSpeaker', {'reply': <(7,)>})");
+    EXPECT_EQ(Control("ClearFault", "('DisableSurround',)"), "()");
+    EXPECT_EQ(Server("DisableSurround"), "(0,)");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(7,)");
+    EXPECT_EQ(
+        Control("ClearFault", "('Nonsense',)"),
+        std::string(kInvalidArguments) + ": the server has no method 'Nonsense'");
+}
+
+TEST_F(ControlTest, AwayAndFeatureAreMethodsOfTheirOwn)
+{
+    EXPECT_EQ(Control("Away", "(uint32 1,)"), "()");
+    EXPECT_EQ(Control("AwaitServer"), "()");
+    EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(3,)");
+    EXPECT_EQ(
+        Control("Feature", "('off',)"),
+        std::string(kInvalidArguments) + ": the simulator was started without a feature file");
 }
 
 TEST_F(ControlTest, ApplyChangesWhatIsMentioned)
@@ -251,8 +293,8 @@ TEST_F(ControlTest, ATimetableReplacesTheOneBefore)
 
 TEST_F(ControlTest, ACrashFailsTheCallsThatAreUnderWay)
 {
-    Control("SetFault", "('DisableSurround', {'silent': <true>})");
-    Control("SetFault", "('GetSurroundChannelNumber', {'delay': <uint32 3600000>})");
+    Control("Fault", "('DisableSurround', {'silent': <true>})");
+    Control("Fault", "('GetSurroundChannelNumber', {'delay': <uint32 3600000>})");
     const unsigned silent = SendToServer("DisableSurround", "()");
     const unsigned delayed = SendToServer("GetSurroundChannelNumber", "()");
     EXPECT_EQ(Control("Apply", Quoted(R"({"away": 0})")), "()");
@@ -266,7 +308,7 @@ TEST_F(ControlTest, TheWorldOutlastsACrash)
 {
     const FakeClient client(bus_.Address(), "tv_7");
     client.Tell("SubscribeNamServiceCallback", 7);
-    Control("SetFault", "('DisableSurround', {'reply': <(7,)>})");
+    Control("Fault", "('DisableSurround', {'reply': <(7,)>})");
     Server("SetNetSpkSettingMode", "(81, 3)");
     for (int crash = 0; crash < 3; ++crash) {
         EXPECT_EQ(Control("Apply", Quoted(R"({"away": 1})")), "()");
@@ -284,7 +326,7 @@ TEST_F(ControlTest, CrashesDoNotDisturbItsCallers)
 {
     Control("Apply", Quoted(R"({"timetable": [{"at": 0, "every": 1, "away": 0}]})"));
     for (int call = 0; call < 200; ++call) {
-        ASSERT_EQ(Control("SetClientId", "('den',)"), "()");
+        ASSERT_EQ(Control("ClientId", "('den',)"), "()");
     }
     EXPECT_EQ(Control("Apply", Quoted(R"({"timetable": []})")), "()");
     // The last crash may still be under way.
@@ -297,7 +339,7 @@ TEST_F(ControlTest, WhileTheServerIsAwayItsControlIsThere)
 {
     bus_.WriteService({kServerName, {KIV_SIMULATOR}});
     EXPECT_EQ(Control("Apply", Quoted(R"({"away": 3600000})")), "()");
-    EXPECT_EQ(Control("SetFault", "('DisableSurround', {'reply': <(7,)>})"), "()");
+    EXPECT_EQ(Control("Fault", "('DisableSurround', {'reply': <(7,)>})"), "()");
     EXPECT_FALSE(HasOwner(kServerName));
 
     // Comes back before its time.

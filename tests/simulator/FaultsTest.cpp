@@ -118,7 +118,9 @@ TEST_F(FaultsTest, RefusesWhatMakesNoSense)
     EXPECT_THAT(Refusal("@a{sv} {}", "Nonsense"), HasSubstr("no method 'Nonsense'"));
     EXPECT_THAT(Refusal("{'colour': <1>}"), HasSubstr("no fault key 'colour'"));
     EXPECT_THAT(Refusal("{'error': <1>}"), HasSubstr("'error' has type 's', not 'i'"));
-    EXPECT_THAT(Refusal("{'error': <'no name'>}"), HasSubstr("'no name' is no D-Bus error name"));
+    EXPECT_THAT(
+        Refusal("{'error': <'no name'>}"),
+        HasSubstr("'error' must be a D-Bus error name such as org.example.Bad, got 'no name'"));
     EXPECT_THAT(Refusal("{'message': <'alone'>}"), HasSubstr("goes with 'error'"));
     EXPECT_THAT(Refusal("{'delay': <-1>}"), HasSubstr("'delay' has type 'u', not 'i'"));
     EXPECT_THAT(Refusal("{'silent': <uint32 1>}"), HasSubstr("'silent' has type 'b', not 'u'"));
@@ -127,8 +129,8 @@ TEST_F(FaultsTest, RefusesWhatMakesNoSense)
     EXPECT_THAT(Refusal("{'bytes': <'01'>}"), HasSubstr("'bytes' has type 'ay', not 's'"));
     EXPECT_THAT(Refusal("{'bytes': <[byte 1]>, 'reply': <(1,)>}"), HasSubstr("at most one"));
     EXPECT_THAT(Refusal("{'append': <[byte 1]>, 'silent': <true>}"), HasSubstr("goes with the proper answer"));
-    EXPECT_THAT(Refusal("{'reply': <7>}"), HasSubstr("type 'i' is no tuple"));
-    EXPECT_THAT(Refusal("{'reply': <'(1'>}"), HasSubstr("'(1' is no value"));
+    EXPECT_THAT(Refusal("{'reply': <7>}"), HasSubstr("must be a tuple such as (1, 'x'), got a value of type 'i'"));
+    EXPECT_THAT(Refusal("{'reply': <'(1'>}"), HasSubstr("must be a value in GVariant text form, got '(1': "));
     EXPECT_THAT(Refusal("{'reply': <'(just 1,)'>}"), HasSubstr("(mi)"));
     EXPECT_THAT(Refusal("{'reply': <'(<just 1>,)'>}"), HasSubstr("mi"));
     EXPECT_THAT(Refusal("{'reply': <'((),)'>}"), HasSubstr("Empty structures"));

@@ -202,13 +202,16 @@ TEST(HomeTest, SurroundKeepsTavrinSettingsClosed)
     EXPECT_TRUE(home.CanEnterTavrinSettings());
 }
 
-TEST(HomeTest, AtmosTellsAChange)
+TEST(HomeTest, AtmosTellsItsBeginning)
 {
     Home home;
     EXPECT_FALSE(home.SetReceiverAtmos(false));
     EXPECT_TRUE(home.SetReceiverAtmos(true));
     EXPECT_TRUE(home.ReceiverHasAtmos());
     EXPECT_FALSE(home.SetReceiverAtmos(true));
+    EXPECT_FALSE(home.SetReceiverAtmos(false));
+    EXPECT_FALSE(home.ReceiverHasAtmos());
+    EXPECT_TRUE(home.SetReceiverAtmos(true));
 }
 
 } // namespace

@@ -71,6 +71,18 @@ TEST_F(ProgramTest, EndsQuietlyWithTheBus)
     EXPECT_THAT(program_->Errors(), IsEmpty());
 }
 
+TEST_F(ProgramTest, TellsWrongArgumentsByItsName)
+{
+    Program program = Run({"--nonsense"});
+    program.ExitCode();
+    EXPECT_THAT(program.Errors(), ::testing::StartsWith("kiv-simulator: "));
+}
+
+TEST_F(ProgramTest, TellsItsVersion)
+{
+    EXPECT_EQ(Run({"--version"}).ExitCode(), 0);
+}
+
 TEST_F(ProgramTest, RefusesBadArguments)
 {
     EXPECT_EQ(Run({"--nonsense"}).ExitCode(), 2);
@@ -84,7 +96,7 @@ TEST_F(ProgramTest, PrintsCallsAndPushes)
     const FakeClient client(bus_.Address(), "tv_7");
     client.Tell("SubscribeNamServiceCallback", 7);
     Server("StartNetworkSpeaker", Records({StartRecord(1, 0x01)}));
-    Control("SetAtmos", "(true,)");
+    Control("Atmos", "(true,)");
     const std::string printed = program_->Errors();
     EXPECT_THAT(printed, HasSubstr(client.BusName() + " -> SubscribeNamServiceCallback (7)\n"));
     EXPECT_THAT(printed, HasSubstr(client.BusName() + " <- SubscribeNamServiceCallback ('tv_7')\n"));
@@ -117,7 +129,7 @@ TEST_F(ProgramTest, AnEmptyScenarioIsFine)
 
 TEST_F(ProgramTest, RefusesABadScenario)
 {
-    ExpectBadScenario("{\n  \"faults\": }", "2: parse error at line 2, column 13");
+    ExpectBadScenario("{\n  \"faults\": }", "2:13: syntax error");
     ExpectBadScenario("{\n  \"colour\": 1}", "2: /colour: there is no such key");
     ExpectBadScenario(
         "{\n\n\"faults\": {\"Nonsense\": {}}}", "3: /faults/Nonsense: the server has no method 'Nonsense'");
@@ -132,6 +144,13 @@ TEST_F(ProgramTest, RefusesFilesThatAreNotThere)
         EXPECT_EQ(program.Errors(), "kiv-simulator: /nonexistent/file: No such file or directory\n");
     }
     EXPECT_EQ(Run({"--scenario", bus_.Directory()}).ExitCode(), 2);
+}
+
+TEST_F(ProgramTest, RefusesAScenarioWithoutEnd)
+{
+    Program program = Run({"--scenario", "/dev/zero"});
+    EXPECT_EQ(program.ExitCode(), 2);
+    EXPECT_EQ(program.Errors(), "kiv-simulator: /dev/zero: must be a file of at most 16 MiB, got more\n");
 }
 
 TEST_F(ProgramTest, SlowToComeUpItIsReadyWhenItHas)
@@ -158,6 +177,11 @@ TEST_F(ProgramTest, WritesTheFeatureWhenToldTo)
         written << std::ifstream(file).rdbuf();
         EXPECT_EQ(written.str(), text);
     }
+    EXPECT_EQ(Control("Feature", "('on',)"), "()");
+    std::ostringstream on;
+    on << std::ifstream(file).rdbuf();
+    EXPECT_EQ(on.str(), head + "kiv_multi_ch_support=true\n");
+    EXPECT_THAT(Control("Feature", "('perhaps',)"), HasSubstr("must be one of on, off, absent, got 'perhaps'"));
 }
 
 TEST_F(ProgramTest, AnswersFromARecording)
@@ -185,7 +209,7 @@ TEST_F(ProgramTest, AnswersFromARecording)
         "error org.lumra.tv.networkspeaker.simulator.Error.NotRecorded: " + notRecorded);
     EXPECT_THAT(program_->Errors(), HasSubstr("kiv-simulator: " + notRecorded));
 
-    Control("SetFault", "('StopNetworkSpeaker', {'reply': <(5,)>})");
+    Control("Fault", "('StopNetworkSpeaker', {'reply': <(5,)>})");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(4,)"), "(5,)");
 }
 

@@ -79,7 +79,7 @@ TEST_F(ServerTest, AFaultKeepsTheVolumeEventBack)
 {
     const FakeClient subscriber(bus_.Address(), "tv_7");
     subscriber.Tell("SubscribeNamServiceCallback", 7);
-    Control("SetFault", "('ResetAllNetSpkVolume', {'reply': <(4,)>})");
+    Control("Fault", "('ResetAllNetSpkVolume', {'reply': <(4,)>})");
     Server("ResetAllNetSpkVolume");
     Server("SetNetSpkVolume", "(" + MacArguments(0x01) + ", 0, 5)");
     EXPECT_THAT(subscriber.Payloads(1), ElementsAre(VolumeEvent({{0x01, 21, 5}})));
@@ -145,7 +145,7 @@ TEST_F(ServerTest, CountsSubscriptions)
 
 TEST_F(ServerTest, FaultError)
 {
-    Control("SetFault", "('StopNetworkSpeaker', {'error': <'org.example.Bad'>, 'message': <'no, no'>})");
+    Control("Fault", "('StopNetworkSpeaker', {'error': <'org.example.Bad'>, 'message': <'no, no'>})");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "error org.example.Bad: no, no");
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     Control("ClearFaults");
@@ -155,23 +155,23 @@ TEST_F(ServerTest, FaultError)
 TEST_F(ServerTest, FaultReplyOfAnyType)
 {
     for (const std::string reply : {"('x',)", "(1, 2)", "({'a': <1>}, 2.5)"}) {
-        Control("SetFault", "('StopNetworkSpeaker', {'reply': <" + reply + ">})");
+        Control("Fault", "('StopNetworkSpeaker', {'reply': <" + reply + ">})");
         EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), reply);
     }
-    Control("SetFault", "('StopNetworkSpeaker', {'reply': <'()'>})");
+    Control("Fault", "('StopNetworkSpeaker', {'reply': <'()'>})");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "()");
 }
 
 TEST_F(ServerTest, FaultKeepsTheHomeAsItIs)
 {
-    Control("SetFault", "('SetNetSpkSettingMode', {'reply': <(0,)>})");
+    Control("Fault", "('SetNetSpkSettingMode', {'reply': <(0,)>})");
     Server("SetNetSpkSettingMode", "(81, 1)");
     EXPECT_EQ(Model()["settingMode"], 80);
 }
 
 TEST_F(ServerTest, FaultSilent)
 {
-    Control("SetFault", "('StopNetworkSpeaker', {'silent': <true>})");
+    Control("Fault", "('StopNetworkSpeaker', {'silent': <true>})");
     const unsigned silent = SendToServer("StopNetworkSpeaker", "(1,)");
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     EXPECT_FALSE(IsAnswered(silent));
@@ -179,13 +179,13 @@ TEST_F(ServerTest, FaultSilent)
 
 TEST_F(ServerTest, FaultDelayLetsOtherCallsPass)
 {
-    Control("SetFault", "('StopNetworkSpeaker', {'delay': <uint32 150>, 'count': <uint32 1>})");
+    Control("Fault", "('StopNetworkSpeaker', {'delay': <uint32 150>, 'count': <uint32 1>})");
     const auto before = std::chrono::steady_clock::now();
     const unsigned delayed = SendToServer("StopNetworkSpeaker", "(1,)");
     AwaitAnswer(delayed);
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(150));
 
-    Control("SetFault", "('StopNetworkSpeaker', {'delay': <uint32 600000>, 'count': <uint32 1>})");
+    Control("Fault", "('StopNetworkSpeaker', {'delay': <uint32 600000>, 'count': <uint32 1>})");
     const unsigned longDelayed = SendToServer("StopNetworkSpeaker", "(1,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(2,)"), "(2,)");
     EXPECT_FALSE(IsAnswered(longDelayed));
@@ -193,20 +193,20 @@ TEST_F(ServerTest, FaultDelayLetsOtherCallsPass)
 
 TEST_F(ServerTest, FaultDelayGoesWithAnotherOutcome)
 {
-    Control("SetFault", "('StopNetworkSpeaker', {'delay': <uint32 1>, 'error': <'org.example.Late'>})");
+    Control("Fault", "('StopNetworkSpeaker', {'delay': <uint32 1>, 'error': <'org.example.Late'>})");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "error org.example.Late: ");
 }
 
 TEST_F(ServerTest, FaultExit)
 {
-    Control("SetFault", "('StopNetworkSpeaker', {'exit': <true>})");
+    Control("Fault", "('StopNetworkSpeaker', {'exit': <true>})");
     EXPECT_THAT(Server("StopNetworkSpeaker", "(1,)"), StartsWith("error org.freedesktop.DBus.Error.NoReply"));
     EXPECT_EQ(program_->ExitCode(), 1);
 }
 
 TEST_F(ServerTest, FaultEveryAndCount)
 {
-    Control("SetFault", "('StopNetworkSpeaker', {'reply': <(9,)>, 'every': <uint32 2>, 'count': <uint32 1>})");
+    Control("Fault", "('StopNetworkSpeaker', {'reply': <(9,)>, 'every': <uint32 2>, 'count': <uint32 1>})");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(9,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
@@ -216,7 +216,7 @@ TEST_F(ServerTest, FaultEveryAndCount)
 TEST_F(ServerTest, DoesNotAnswerWhoExpectsNoReply)
 {
     for (const std::string fault : {"@a{sv} {}", "{'reply': <(9,)>}", "{'error': <'org.example.Bad'>}"}) {
-        Control("SetFault", "('StopNetworkSpeaker', " + fault + ")");
+        Control("Fault", "('StopNetworkSpeaker', " + fault + ")");
         const unsigned serial = SendToServer("StopNetworkSpeaker", "(1,)", G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
         EXPECT_EQ(Server("DisableSurround"), "(0,)");
         EXPECT_FALSE(IsAnswered(serial)) << fault;
@@ -243,7 +243,7 @@ TEST_F(ServerTest, RecordsItsCalls)
 
 TEST_F(ServerTest, RecordsCallsThatGetNoAnswer)
 {
-    Control("SetFault", "('StopNetworkSpeaker', {'silent': <true>})");
+    Control("Fault", "('StopNetworkSpeaker', {'silent': <true>})");
     SendToServer("StopNetworkSpeaker", "(1,)");
     EXPECT_THAT(Control("Calls"), HasSubstr("'StopNetworkSpeaker'"));
 }

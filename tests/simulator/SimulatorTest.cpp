@@ -349,7 +349,7 @@ bool SimulatorTest::HasOwner(const std::string& name)
 
 nlohmann::json SimulatorTest::Model()
 {
-    const Variant answer = Value(Control("Model"));
+    const Variant answer = Value(Control("Show"));
     const char* text = nullptr;
     g_variant_get(answer.get(), "(&s)", &text);
     return nlohmann::json::parse(text);

@@ -169,7 +169,7 @@ void ServerControl::ForgetCalls()
 
 void ServerControl::SetFault(const std::string& method, const std::string& fault)
 {
-    Call("SetFault", g_variant_new("(s@a{sv})", method.c_str(), Parse(fault, "a{sv}").get()));
+    Call("Fault", g_variant_new("(s@a{sv})", method.c_str(), Parse(fault, "a{sv}").get()));
 }
 
 void ServerControl::SetReply(const std::string& method, const std::vector<unsigned char>& bytes)
@@ -177,7 +177,7 @@ void ServerControl::SetReply(const std::string& method, const std::vector<unsign
     GVariantDict fault;
     g_variant_dict_init(&fault, nullptr);
     g_variant_dict_insert(&fault, "reply", "(@ay)", ByteArray(bytes));
-    Call("SetFault", g_variant_new("(s@a{sv})", method.c_str(), g_variant_dict_end(&fault)));
+    Call("Fault", g_variant_new("(s@a{sv})", method.c_str(), g_variant_dict_end(&fault)));
 }
 
 void ServerControl::ClearFaults()
@@ -187,7 +187,7 @@ void ServerControl::ClearFaults()
 
 void ServerControl::SetClientId(const std::string& id)
 {
-    Call("SetClientId", g_variant_new("(s)", id.c_str()));
+    Call("ClientId", g_variant_new("(s)", id.c_str()));
 }
 
 void ServerControl::ResetClientId()
@@ -197,23 +197,23 @@ void ServerControl::ResetClientId()
 
 void ServerControl::SetAtmos(bool supported)
 {
-    Call("SetAtmos", g_variant_new("(b)", supported));
+    Call("Atmos", g_variant_new("(b)", supported));
 }
 
 void ServerControl::SendEvent(int eventId, const std::vector<unsigned char>& data)
 {
-    Call("SendEvent", g_variant_new("(si@ay)", "", eventId, ByteArray(data)));
+    Call("Event", g_variant_new("(si@ay)", "", eventId, ByteArray(data)));
 }
 
 void ServerControl::SendPayload(const std::vector<unsigned char>& payload)
 {
-    Call("SendPayload", g_variant_new("(s@ay)", "", ByteArray(payload)));
+    Call("Payload", g_variant_new("(s@ay)", "", ByteArray(payload)));
 }
 
 unsigned ServerControl::SendPayloads(const std::vector<unsigned char>& payload, unsigned count)
 {
     guint answered = 0;
-    const auto reply = Call("SendPayloads", g_variant_new("(s@ayu)", "", ByteArray(payload), count));
+    const auto reply = Call("Payloads", g_variant_new("(s@ayu)", "", ByteArray(payload), count));
     g_variant_get(reply.get(), "(u)", &answered);
     return answered;
 }

@@ -1,22 +1,31 @@
 #include "ControlCommand.h"
 
 #include "Connection.h"
+#include "Nearest.h"
+#include "Owned.h"
 #include "ScenarioFiles.h"
+#include "simulator/CommandLine.h"
+#include "simulator/Feature.h"
+#include "simulator/HomeText.h"
 #include "simulator/Interfaces.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Scenario.h"
+#include "simulator/Wire.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
-#include <iostream>
-#include <iterator>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kiv::sandbox {
 
@@ -32,14 +41,16 @@ constexpr auto kControlDescription =
     "command, or by another program\n"
     "that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
 
-constexpr auto kControlFooter = "Exit code:\n"
-                                "  0  done\n"
-                                "  1  there is no sandbox, or no simulator\n"
-                                "  2  the command or its input cannot be used; nothing is changed\n\n"
-                                "Examples:\n"
-                                "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
-                                "  kiv-sandbox control event 0x02020028 '01 00 00 00'\n"
-                                "  kiv-sandbox control apply surround-set";
+constexpr auto kControlFooter =
+    "Each is a method of the simulator's D-Bus interface, too: clear-faults is ClearFaults.\n\n"
+    "Exit code:\n"
+    "  0  done\n"
+    "  1  there is no sandbox or no simulator, or a client gives no answer\n"
+    "  2  the command or its input cannot be used; nothing is changed\n\n"
+    "Examples:\n"
+    "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
+    "  kiv-sandbox control event 0x02020028 '01 00 00 00'\n"
+    "  kiv-sandbox control apply surround-set";
 
 /// The simulator will not do it.
 class Refusal : public std::runtime_error {
@@ -100,67 +111,166 @@ private:
     Connection connection_;
 };
 
+/// A tuple that has come in a variant, where an empty one cannot travel.
+std::string PrintTuple(GVariant* value)
+{
+    const std::string text = Owned(g_variant_print(value, FALSE));
+    return text == "'()'" ? "()" : text;
+}
+
 /// Read here already, where the file has a name.
 std::string ReadScenarioText(const std::string& nameOrFile)
 {
     const bool isInput = nameOrFile == "-";
     const std::string name = isInput ? "stdin" : FindScenario(nameOrFile).string();
-    std::string text = isInput ? std::string(std::istreambuf_iterator<char>(std::cin), {}) : simulator::ReadText(name);
+    std::string text = isInput ? simulator::ReadInput(simulator::kLargestScenario)
+                               : simulator::ReadText(name, simulator::kLargestScenario);
     simulator::ReadScenario(name, text);
     return text;
 }
 
-json ParseFault(const std::string& text)
+std::int32_t ParseEventId(const std::string& text)
 {
-    if (text == "none") {
-        return nullptr;
+    const auto id = simulator::ParseEventId(text);
+    if (!id) {
+        throw Refusal(fmt::format("ID must be in hexadecimal such as 0x02020028, got '{}'", text));
     }
-    try {
-        return json::parse(text);
-    } catch (const json::exception&) {
-        throw Refusal(fmt::format("'{}' is no JSON", text));
+    return *id;
+}
+
+GVariant* ParseBytes(const std::string& text)
+{
+    const auto bytes = simulator::ParseHex(text);
+    if (!bytes) {
+        throw Refusal(fmt::format("BYTES must be in hexadecimal such as '01 ff', got '{}'", text));
+    }
+    return simulator::NewByteArray(*bytes);
+}
+
+/// What is given to the commands.
+struct Words {
+    std::string scenario;
+    std::string method;
+    std::string fault;
+    std::string feature;
+    std::string atmos;
+    std::string eventId;
+    std::string bytes;
+    std::string client;
+    std::string id;
+    std::string arguments = "()";
+    unsigned count = 0;
+    unsigned milliseconds = 0;
+    unsigned timeout = 1000;
+    bool asJson = false;
+    bool asText = false;
+};
+
+void SetFault(const Simulator& simulator, const Words& words)
+{
+    if (words.fault == "none") {
+        simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
+        return;
+    }
+    const auto fault = simulator::ReadFault(simulator::JsonNode::Parse("FAULT", words.fault));
+    simulator.Control("Fault", g_variant_new("(s@a{sv})", words.method.c_str(), fault.get()));
+}
+
+/// To one client, whose failure is told, or to all that there are.
+void PushEvent(const Simulator& simulator, const Words& words)
+{
+    const std::int32_t id = ParseEventId(words.eventId);
+    const Variant bytes = simulator::Own(ParseBytes(words.bytes));
+    if (words.client.empty()) {
+        simulator.Apply(json{{"events", {{{"id", id}, {"data", words.bytes}}}}});
+    } else {
+        simulator.Control("Event", g_variant_new("(si@ay)", words.client.c_str(), id, bytes.get()));
     }
 }
 
-void PrintModel(const Simulator& simulator)
+void PushPayloads(const Simulator& simulator, const Words& words)
 {
-    const Variant reply = simulator.Control("Model");
+    const Variant reply = simulator.Control(
+        "Payloads", g_variant_new("(s@ayu)", words.client.c_str(), ParseBytes(words.bytes), words.count));
+    guint answered = 0;
+    g_variant_get(reply.get(), "(u)", &answered);
+    fmt::print("{} answered\n", answered);
+}
+
+void CallClient(const Simulator& simulator, const Words& words)
+{
+    const Variant reply = simulator.Control(
+        "CallClient", g_variant_new(
+                          "(ssvu)", words.client.c_str(), words.method.c_str(),
+                          g_variant_new_string(words.arguments.c_str()), words.timeout));
+    const char* error = nullptr;
+    GVariant* values = nullptr;
+    g_variant_get(reply.get(), "(b&sv)", nullptr, &error, &values);
+    const Variant owned = simulator::Own(values);
+    if (*error != '\0') {
+        throw std::runtime_error(fmt::format("{}: {}", words.client, error));
+    }
+    fmt::print("{}\n", PrintTuple(owned.get()));
+}
+
+void Show(const Simulator& simulator, const Words& words)
+{
+    const Variant reply = simulator.Control("Show");
     const char* text = nullptr;
     g_variant_get(reply.get(), "(&s)", &text);
-    fmt::print("{}\n", text);
+    if (!words.asText) {
+        fmt::print("{}\n", text);
+        return;
+    }
+    const json state = json::parse(text);
+    fmt::print("Home\n");
+    for (const std::string& line : simulator::DescribeHome(state)) {
+        fmt::print("  {}\n", line);
+    }
+    fmt::print("Clients\n");
+    for (const json& client : state.at("clients")) {
+        fmt::print(
+            "  {:<17} {:<11} {} subscriptions\n", client.at("id").get<std::string>(),
+            client.at("busName").get<std::string>(), client.at("subscriptions").get<int>());
+    }
+    fmt::print("Faults\n");
+    for (const auto& [method, fault] : state.at("faults").items()) {
+        fmt::print("  {:<29} {}\n", method, fault.dump());
+    }
 }
 
-void PrintCalls(const Simulator& simulator)
+void PrintCalls(const Simulator& simulator, const Words& words)
 {
     const Variant reply = simulator.Control("Calls");
     GVariantIter* calls = nullptr;
     g_variant_get(reply.get(), "(a(ussuv))", &calls);
+    auto list = nlohmann::ordered_json::array();
     guint number = 0;
     const char* sender = nullptr;
     const char* method = nullptr;
     guint flags = 0;
     GVariant* arguments = nullptr;
     while (g_variant_iter_loop(calls, "(u&s&suv)", &number, &sender, &method, &flags, &arguments) != FALSE) {
-        char* text = g_variant_print(arguments, FALSE);
-        // An empty tuple cannot travel in a variant.
-        fmt::print("{} {} {}{}\n", number, sender, method, std::string(text) == "'()'" ? "()" : text);
-        g_free(text);
+        list.push_back(
+            {{"number", number},
+             {"sender", sender},
+             {"method", method},
+             {"flags", flags},
+             {"arguments", PrintTuple(arguments)}});
     }
     g_variant_iter_free(calls);
+    if (words.asJson) {
+        fmt::print("{}\n", list.dump(2));
+        return;
+    }
+    for (const nlohmann::ordered_json& call : list) {
+        fmt::print(
+            "{} {} {}{}\n", call.at("number").get<guint>(), call.at("sender").get<std::string>(),
+            call.at("method").get<std::string>(), call.at("arguments").get<std::string>());
+    }
 }
 
-/// What is given to the commands.
-struct Words {
-    std::string file;
-    std::string method;
-    std::string fault;
-    std::string feature;
-    std::string atmos;
-    std::string eventId;
-    std::string data;
-    unsigned milliseconds = 0;
-};
-
+/// The commands have the names of the D-Bus methods, with dashes.
 void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator&)>& action)
 {
     const auto command = [&](const char* name, const char* description,
@@ -169,51 +279,102 @@ void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator
         added->callback([&action, act = std::move(act)] { action = act; });
         return added;
     };
+    const auto plain = [&](const char* name, const char* method, const char* description) {
+        command(name, description, [method](const Simulator& simulator) { simulator.Control(method); });
+    };
+    const auto addClient = [&](CLI::App* added) {
+        added->add_option("--client", words.client, "to the client with this id, not to all")->option_text("ID");
+    };
     command(
         "apply", "apply a scenario: all that it mentions",
-        [&](const Simulator& simulator) { simulator.Apply(ReadScenarioText(words.file)); })
-        ->add_option("scenario", words.file, "a file, the name of a scenario that comes along, or - for stdin")
+        [&](const Simulator& simulator) { simulator.Apply(ReadScenarioText(words.scenario)); })
+        ->add_option("scenario", words.scenario, "a file, the name of a scenario that comes along, or - for stdin")
         ->required();
-    CLI::App* const fault = command("fault", "give a method a fault", [&](const Simulator& simulator) {
-        simulator.Apply(json{{"faults", {{words.method, ParseFault(words.fault)}}}});
-    });
+    CLI::App* const fault =
+        command("fault", "give a method a fault", [&](const Simulator& simulator) { SetFault(simulator, words); });
     fault->add_option("method", words.method, "method of the server, or * for all that have no fault of their own")
         ->required();
     fault->add_option("fault", words.fault, "the fault as JSON, or none")->required();
     command(
-        "clear-faults", "take every fault back", [](const Simulator& simulator) { simulator.Control("ClearFaults"); });
+        "clear-fault", "take a method's fault back",
+        [&](const Simulator& simulator) {
+            simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
+        })
+        ->add_option("method", words.method, "method of the server, or *")
+        ->required();
+    plain("clear-faults", "ClearFaults", "take every fault back");
     command(
         "feature", "whether the TV has network speakers",
-        [&](const Simulator& simulator) {
-            simulator.Apply(json{{"feature", words.feature}});
-        })
+        [&](const Simulator& simulator) { simulator.Control("Feature", g_variant_new("(s)", words.feature.c_str())); })
         ->add_option("state", words.feature, "on, off, or absent: cannot be read")
-        ->required();
+        ->required()
+        ->check(simulator::OneOf(simulator::kFeatures));
     command(
         "atmos", "connect a receiver with Dolby Atmos, or disconnect it",
         [&](const Simulator& simulator) {
-            simulator.Apply(json{{"home", {{"receiverHasAtmos", words.atmos == "on"}}}});
+            simulator.Control("Atmos", g_variant_new("(b)", static_cast<gboolean>(words.atmos == "on")));
         })
         ->add_option("state", words.atmos, "on or off")
         ->required()
-        ->check(CLI::IsMember({"on", "off"}));
-    CLI::App* const event = command("event", "push an event to every client", [&](const Simulator& simulator) {
-        simulator.Apply(json{{"events", {{{"id", words.eventId}, {"data", words.data}}}}});
-    });
+        ->check(simulator::OneOf({"on", "off"}));
+    CLI::App* const event = command(
+        "event", "push an event to every client", [&](const Simulator& simulator) { PushEvent(simulator, words); });
     event->add_option("id", words.eventId, "in hexadecimal, such as 0x02020028")->required();
-    event->add_option("data", words.data, "bytes in hexadecimal");
+    event->add_option("data", words.bytes, "bytes in hexadecimal");
+    addClient(event);
+    CLI::App* const payload =
+        command("payload", "push bytes as they are to every client, header included", [&](const Simulator& simulator) {
+            simulator.Control("Payload", g_variant_new("(s@ay)", words.client.c_str(), ParseBytes(words.bytes)));
+        });
+    payload->add_option("bytes", words.bytes, "in hexadecimal")->required();
+    addClient(payload);
+    CLI::App* const payloads = command(
+        "payloads", "push them many times, and print how often a client answered",
+        [&](const Simulator& simulator) { PushPayloads(simulator, words); });
+    payloads->add_option("bytes", words.bytes, "in hexadecimal")->required();
+    payloads->add_option("count", words.count, "how often")->required();
+    addClient(payloads);
+    CLI::App* const call =
+        command("call-client", "call any method of a client, and print its answer", [&](const Simulator& simulator) {
+            CallClient(simulator, words);
+        });
+    call->add_option("client", words.client, "id of the client")->required();
+    call->add_option("method", words.method, "method of its object")->required();
+    call->add_option("arguments", words.arguments, "a tuple in GVariant text form, such as \"(1, 'x')\"");
+    call->add_option("--timeout", words.timeout, "how long to wait for the answer")->option_text("MILLISECONDS");
+    command(
+        "client-id", "give every process this client id",
+        [&](const Simulator& simulator) { simulator.Control("ClientId", g_variant_new("(s)", words.id.c_str())); })
+        ->add_option("id", words.id, "any text")
+        ->required();
+    plain("reset-client-id", "ResetClientId", "give each process its own id again");
     command(
         "away", "have the server crash, and come back",
-        [&](const Simulator& simulator) {
-            simulator.Apply(json{{"away", words.milliseconds}});
-        })
+        [&](const Simulator& simulator) { simulator.Control("Away", g_variant_new("(u)", words.milliseconds)); })
         ->add_option("milliseconds", words.milliseconds, "how long it is away")
         ->required();
-    command("exit", "have the server end; the next call starts it anew", [](const Simulator& simulator) {
-        simulator.Control("Exit");
-    });
-    command("show", "print home and clients as JSON", PrintModel);
-    command("calls", "print what the server was called", PrintCalls);
+    plain("await-server", "AwaitServer", "wait until the server is on the bus again");
+    plain("exit", "Exit", "have the server end; the next call starts it anew");
+    CLI::App* const show =
+        command("show", "print home, clients and faults", [&](const Simulator& simulator) { Show(simulator, words); });
+    CLI::Option* const text = show->add_flag("--text", words.asText, "as aligned text");
+    show->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
+    command("calls", "print what the server was called", [&](const Simulator& simulator) {
+        PrintCalls(simulator, words);
+    })->add_flag("--json", words.asJson, "as JSON");
+    plain("forget-calls", "ForgetCalls", "begin the record of calls anew");
+}
+
+void RefuseUnknownCommand(const CLI::App& app, const std::string& word)
+{
+    std::vector<std::string> names;
+    for (const CLI::App* const command : app.get_subcommands(nullptr)) {
+        names.push_back(command->get_name());
+    }
+    if (!word.empty() && word.front() != '-' && std::ranges::find(names, word) == names.end()) {
+        throw CLI::ParseError(
+            fmt::format("unknown command '{}'{}", word, DidYouMean(word, names)), CLI::ExitCodes::ExtrasError);
+    }
 }
 
 } // namespace
@@ -222,11 +383,13 @@ int ControlMain(int argc, char** argv)
 {
     CLI::App app(kControlDescription, "kiv-sandbox control");
     app.footer(kControlFooter);
+    simulator::TellWithName(app);
     app.require_subcommand(1);
     Words words;
     std::function<void(const Simulator&)> action;
     AddCommands(app, words, action);
     try {
+        RefuseUnknownCommand(app, argc > 1 ? argv[1] : "");
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kBadUsage;

@@ -1,10 +1,12 @@
 #include "BusTrace.h"
 #include "ControlCommand.h"
 #include "Keeper.h"
+#include "NamedSandboxes.h"
 #include "PrivateBus.h"
 #include "Recorder.h"
 #include "ScenarioFiles.h"
 #include "TraceFormatter.h"
+#include "simulator/CommandLine.h"
 #include "simulator/Feature.h"
 #include "simulator/Interfaces.h"
 #include "simulator/Replay.h"
@@ -13,18 +15,21 @@
 #include <CLI/CLI.hpp>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -43,25 +48,25 @@ using simulator::kServerName;
 
 constexpr auto kSimulatorProgram = "kiv-simulator";
 
-constexpr int kBadInput = 2;
-/// As with env(1), so that a script can tell the sandbox's failures from those of most commands.
+/// As with env(1). The sandbox has no other codes of its own, so that a script can tell its failures from those of its
+/// command.
 constexpr int kSandboxFailed = 125;
 constexpr int kCannotExecute = 126;
 constexpr int kNotFound = 127;
 
 constexpr auto kDescription =
     "Runs a command on a system bus of its own, on which a simulated network-speaker server answers.\n\n"
-    "The bus is private to the command. The simulator is started by the first call to the server. When the command\n"
-    "ends, so do the bus, the simulator and whatever the command has left running.\n\n"
+    "The bus is private to the command. The server runs before the command does. When the command ends, so do the\n"
+    "bus, the simulator and whatever the command has left running.\n\n"
+    "A sandbox with a --name is open to the same user's other terminals by --join.\n\n"
     "\"kiv-sandbox control\" changes what the simulator does while it runs; see its --help.\n";
 
 constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
                          "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n\n"
                          "Exit code:\n"
-                         "  2    a scenario or a recording cannot be used; nothing has been started\n"
                          "  that of the command, or 128 plus the number of the signal that ended it\n"
-                         "  125  the sandbox failed, or its options are wrong\n"
+                         "  125  the sandbox failed: its options are wrong, a file cannot be used, ...\n"
                          "  126  the command cannot be executed\n"
                          "  127  the command was not found\n\n"
                          "Examples:\n"
@@ -69,7 +74,9 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  kiv-sandbox --trace -- kivctl surround channels\n"
                          "  kiv-sandbox --scenario multi-room-house -- kivctl list all\n"
                          "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
-                         "  kiv-sandbox --start -- bash";
+                         "  kiv-sandbox -- bash\n"
+                         "  kiv-sandbox --name den -- my-tv-app\n"
+                         "  kiv-sandbox --join den -- kivctl monitor";
 
 struct Options {
     std::vector<std::string> command;
@@ -77,13 +84,19 @@ struct Options {
     std::string scenario;
     std::string record;
     std::string replay;
+    std::string name;
+    std::string join;
     std::optional<std::string> feature;
+    bool strict = false;
     bool trace = false;
     bool traceAll = false;
     bool noServer = false;
     bool start = false;
+    bool lazy = false;
     bool simulatorLog = false;
     bool listScenarios = false;
+    bool list = false;
+    bool printAddress = false;
 };
 
 /// Signals that would end this process, to be read from a file descriptor instead.
@@ -156,18 +169,38 @@ Service SimulatorService(const Options& options, const fs::path& featureFile)
     return {kServerName, command};
 }
 
-/// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the feature.
-std::string CheckFiles(const Options& options)
+/// The recording replaces its file, which therefore must not be one that is read.
+void RefuseToReplace(const fs::path& input, const char* option, const std::string& record)
+{
+    // Two names of the same file have the same device and inode.
+    std::error_code notThere;
+    if (fs::equivalent(input, record, notThere)) {
+        throw simulator::FileError(
+            fmt::format("--record must name another file than {}, got the same file: '{}'", option, record));
+    }
+}
+
+/// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the scenario.
+simulator::Scenario CheckFiles(const Options& options)
 {
     simulator::Scenario scenario;
     if (!options.scenario.empty()) {
         const fs::path file = FindScenario(options.scenario);
-        scenario = simulator::ReadScenario(file, simulator::ReadText(file));
+        RefuseToReplace(file, "--scenario", options.record);
+        scenario = simulator::ReadScenario(file, simulator::ReadText(file, simulator::kLargestScenario));
     }
     if (!options.replay.empty()) {
-        simulator::Replay(options.replay, simulator::ReadText(options.replay));
+        RefuseToReplace(options.replay, "--replay", options.record);
+        simulator::Replay(options.replay, simulator::ReadText(options.replay, simulator::kLargestRecording));
     }
-    return options.feature.value_or(scenario.now.feature.value_or("on"));
+    return scenario;
+}
+
+/// Whether the server is to run before the command. One that takes its time to come up is left to the first call, so
+/// that the command sees that.
+bool IsStartedFirst(const Options& options, const simulator::Scenario& scenario)
+{
+    return options.start || (!options.lazy && !options.noServer && !scenario.now.away);
 }
 
 /// Returns the wait status of the command.
@@ -188,6 +221,21 @@ int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals)
     }
 }
 
+/// The command has not been executed.
+class CommandError : public std::runtime_error {
+public:
+    CommandError(const std::string& name, const std::error_code& reason)
+        : std::runtime_error(fmt::format("{}: {}", name, reason.message())),
+          exitCode_(reason.value() == ENOENT ? kNotFound : kCannotExecute)
+    {
+    }
+
+    int ExitCode() const { return exitCode_; }
+
+private:
+    int exitCode_;
+};
+
 int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals)
 {
     try {
@@ -195,8 +243,7 @@ int RunCommand(const std::string& name, Keeper& command, const EndSignals& signa
         const int status = PassSignalsUntilEnd(command, signals);
         return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     } catch (const std::system_error& error) {
-        fmt::print(stderr, "kiv-sandbox: {}: {}\n", name, error.code().message());
-        return error.code().value() == ENOENT ? kNotFound : kCannotExecute;
+        throw CommandError(name, error.code());
     }
 }
 
@@ -219,15 +266,17 @@ BusTrace::Listener TracePrinter(TraceFormatter::Housekeeping housekeeping)
     };
 }
 
-/// All who want to see the messages.
-BusTrace::Listener Listeners(const Options& options, std::optional<Recorder>& recorder)
+/// All who want to see the messages. Counts the calls that a replay does not know.
+BusTrace::Listener
+Listeners(const Options& options, std::optional<Recorder>& recorder, std::atomic<unsigned>& notRecorded)
 {
     BusTrace::Listener print;
     if (options.trace || options.traceAll) {
         print =
             TracePrinter(options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
     }
-    return [print, &recorder](const Message& message) {
+    return [print, &recorder, &notRecorded](const Message& message) {
+        notRecorded += message.errorName == simulator::kNotRecorded ? 1 : 0;
         if (print) {
             print(message);
         }
@@ -237,32 +286,51 @@ BusTrace::Listener Listeners(const Options& options, std::optional<Recorder>& re
     };
 }
 
+constexpr auto kAddressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
+
+void SetEnvironment(const Options& options, const std::map<std::string, std::string>& environment)
+{
+    for (const auto& [name, value] : environment) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    if (options.printAddress) {
+        fmt::print(stderr, "kiv-sandbox: the bus is {}\n", environment.at(kAddressVariable));
+    }
+}
+
 int RunInSandbox(const Options& options)
 {
-    const std::string feature = CheckFiles(options);
-    std::optional<Recorder> recorder;
-    if (!options.record.empty()) {
-        recorder.emplace(options.record);
-    }
+    const simulator::Scenario scenario = CheckFiles(options);
     PrivateBus bus;
     const fs::path featureFile = bus.Directory() / "system-info.conf";
-    simulator::WriteFeature(featureFile, feature);
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
-    setenv("KIV_SYSTEM_INFO_FILE", featureFile.c_str(), 1);
+    simulator::WriteFeature(featureFile, options.feature.value_or(scenario.now.feature.value_or("on")));
+    const std::map<std::string, std::string> environment = {
+        {kAddressVariable, bus.Address()}, {"KIV_SYSTEM_INFO_FILE", featureFile}};
+    SetEnvironment(options, environment);
     Keeper command(options.command, Keeper::Place::Foreground);
 
     // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
     // mask.
     const EndSignals signals;
+    std::optional<Recorder> recorder;
+    if (!options.record.empty()) {
+        recorder.emplace(options.record);
+    }
     if (!options.noServer) {
         bus.WriteService(SimulatorService(options, featureFile));
     }
+    std::atomic<unsigned> notRecorded = 0;
     std::optional<BusTrace> trace;
-    if (options.trace || options.traceAll || recorder) {
-        trace.emplace(bus.Address(), Listeners(options, recorder));
+    if (options.trace || options.traceAll || options.strict || recorder) {
+        trace.emplace(bus.Address(), Listeners(options, recorder, notRecorded));
     }
-    if (options.start) {
+    if (IsStartedFirst(options, scenario)) {
         bus.Activate(kServerName);
+    }
+    // The keepers, which are forked off before, do not hold the name.
+    std::optional<SandboxName> name;
+    if (!options.name.empty()) {
+        name.emplace(NamedSandbox{options.name, getpid(), options.command, environment});
     }
     const int exitCode = RunCommand(options.command.front(), command, signals);
     if (trace) {
@@ -272,13 +340,52 @@ int RunInSandbox(const Options& options)
     if (recorder) {
         recorder->Finish();
     }
+    if (options.strict && notRecorded != 0) {
+        fmt::print(
+            stderr, "kiv-sandbox: --strict: {} {} not in {}\n", notRecorded.load(),
+            notRecorded == 1 ? "call was" : "calls were", options.replay);
+        return exitCode == EXIT_SUCCESS ? kSandboxFailed : exitCode;
+    }
     return exitCode;
+}
+
+/// Replaces this process by the command, in a sandbox that another process has made.
+[[noreturn]] void JoinSandbox(const Options& options)
+{
+    SetEnvironment(options, FindSandbox(options.join).environment);
+    std::vector<std::string> words = options.command;
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+    throw CommandError(options.command.front(), std::error_code(errno, std::generic_category()));
+}
+
+void PrintSandboxes(bool withAddress)
+{
+    const std::vector<NamedSandbox> sandboxes = NamedSandboxes();
+    if (sandboxes.empty()) {
+        fmt::print(stderr, "kiv-sandbox: no sandbox with a --name runs\n");
+    }
+    for (const NamedSandbox& sandbox : sandboxes) {
+        const std::string address = withAddress ? sandbox.environment.at(kAddressVariable) + "  " : "";
+        fmt::print(
+            "{:<20}  process {:<8}  {}{}\n", sandbox.name, sandbox.pid, address, fmt::join(sandbox.command, " "));
+    }
 }
 
 class HelpFormat : public CLI::Formatter {
     std::string make_usage(const CLI::App* /*app*/, std::string name) const override
     {
         return "Usage: " + name + " [options] -- command [argument...]\n";
+    }
+
+    /// Without what an option excludes or needs, which is told to those who do not heed it.
+    std::string make_option_opts(const CLI::Option* option) const override
+    {
+        return option->get_option_text().empty() ? "" : " " + option->get_option_text();
     }
 };
 
@@ -308,11 +415,20 @@ int Main(int argc, char** argv)
     CLI::App app(kDescription, "kiv-sandbox");
     app.formatter(std::make_shared<HelpFormat>());
     app.footer(kFooter);
+    simulator::TellWithName(app);
+    app.set_version_flag("--version", "kiv-sandbox " KIV_VERSION, "print the version and exit");
     app.prefix_command();
     app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
     app.add_flag("--trace-all", options.traceAll, "the same with the housekeeping of the bus: Hello, AddMatch, ...");
-    app.add_flag("--start", options.start, "start the simulator before the command, not at the first call");
-    app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
+    CLI::Option* const start = app.add_flag(
+        "--start", options.start,
+        "start the server before the command: the default, unless the scenario has the server come up late");
+    CLI::Option* const lazy =
+        app.add_flag("--lazy", options.lazy, "leave the start of the server to the first call, as a TV may do");
+    CLI::Option* const noServer =
+        app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
+    start->excludes(lazy, noServer);
+    lazy->excludes(noServer);
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
     app.add_option(
            "--scenario", options.scenario,
@@ -322,7 +438,9 @@ int Main(int argc, char** argv)
     app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
         ->option_text("FILE");
-    app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
+    CLI::Option* const replay =
+        app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
+    app.add_flag("--strict", options.strict, "fail if a call was not recorded")->needs(replay);
     app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
         ->option_text("PATH")
         ->check(CLI::ExistingFile);
@@ -331,10 +449,25 @@ int Main(int argc, char** argv)
            "whether the device has network speakers; absent: cannot be read (default: what the "
            "scenario says, or on)")
         ->option_text("on|off|absent")
-        ->check(CLI::IsMember({"on", "off", "absent"}));
+        ->check(simulator::OneOf(simulator::kFeatures));
+    const std::vector<CLI::Option*> ofANewSandbox = app.get_options(
+        [](const CLI::Option* option) { return option->get_name() != "--help" && option->get_name() != "--version"; });
+    app.add_option("--name", options.name, "a name by which others of the same user find the sandbox")
+        ->option_text("NAME")
+        ->check(WhyNoName);
+    CLI::Option* const join =
+        app.add_option("--join", options.join, "run the command in the sandbox of this name")->option_text("NAME");
+    join->excludes(app.get_option("--name"));
+    for (CLI::Option* const option : ofANewSandbox) {
+        join->excludes(option);
+    }
+    app.add_flag("--list", options.list, "print the running sandboxes that have a name");
+    app.add_flag(
+        "--print-address", options.printAddress,
+        "print the address of the bus: to stderr before the command runs, or with --list");
     try {
         app.parse(argc, argv);
-        if (!options.listScenarios) {
+        if (!options.listScenarios && !options.list) {
             options.command = Command(app);
         }
     } catch (const CLI::ParseError& error) {
@@ -349,9 +482,16 @@ int Main(int argc, char** argv)
             fmt::print("{}", ListScenarios());
             return EXIT_SUCCESS;
         }
+        if (options.list) {
+            PrintSandboxes(options.printAddress);
+            return EXIT_SUCCESS;
+        }
+        if (!options.join.empty()) {
+            JoinSandbox(options);
+        }
         return RunInSandbox(options);
-    } catch (const simulator::FileError& error) {
-        return fail(error, kBadInput);
+    } catch (const CommandError& error) {
+        return fail(error, error.ExitCode());
     } catch (const std::exception& error) {
         return fail(error, kSandboxFailed);
     }

@@ -3,9 +3,11 @@
 #include "Connection.h"
 #include "Keeper.h"
 #include "Owned.h"
+#include "TemporaryFolder.h"
 
 #include <fmt/format.h>
 #include <gio/gio.h>
+#include <sys/un.h>
 
 #include <cerrno>
 #include <csignal>
@@ -19,6 +21,7 @@ namespace kiv::sandbox {
 namespace {
 
 constexpr auto kDaemonInterface = "org.freedesktop.DBus";
+constexpr auto kSocket = "bus";
 
 /// Limits are those of a session bus, which a test may fill and a runaway program cannot turn against others. The
 /// length of a message is the system bus's own: what it does not carry here, it does not carry on a TV.
@@ -48,9 +51,15 @@ constexpr auto kConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//D
 </busconfig>
 )";
 
+/// Where temporary files are; /tmp if a socket's path would be too long there.
 std::filesystem::path MakeDirectory()
 {
-    std::string path = (std::filesystem::temp_directory_path() / "kiv-sandbox-XXXXXX").string();
+    constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
+    const std::filesystem::path name = "kiv-sandbox-XXXXXX";
+    std::string path = TemporaryFolder() / name;
+    if ((std::filesystem::path(path) / kSocket).native().size() > kLongestSocketPath) {
+        path = std::filesystem::path("/tmp") / name;
+    }
     if (mkdtemp(path.data()) == nullptr) {
         throw std::system_error(errno, std::generic_category(), path);
     }
@@ -107,7 +116,7 @@ void WriteServiceFile(const std::filesystem::path& directory, const Service& ser
 
 PrivateBus::PrivateBus(const BusOptions& options)
     : directory_(MakeDirectory()),
-      address_("unix:path=" + Owned(g_dbus_address_escape_value((directory_ / "bus").c_str()))),
+      address_("unix:path=" + Owned(g_dbus_address_escape_value((directory_ / kSocket).c_str()))),
       keeper_(
           std::make_unique<Keeper>(DaemonCommand(ConfigurationFile(directory_)), Keeper::Place::Background, directory_))
 {

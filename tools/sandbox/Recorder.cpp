@@ -3,16 +3,23 @@
 #include "simulator/JsonNode.h"
 #include "simulator/Recording.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 namespace kiv::sandbox {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr std::string_view kServerInterface = "org.lumra.tv.networkspeaker.server.interface";
 constexpr std::string_view kClientInterface = "org.lumra.tv.networkspeaker.client.interface.";
@@ -40,12 +47,57 @@ std::string ErrorText(const Message& message)
     return text;
 }
 
+[[noreturn]] void ThrowFileError(const fs::path& file, int error)
+{
+    throw simulator::FileError(fmt::format("{}: {}", file.string(), std::strerror(error)));
+}
+
+/// The permissions of a file that replaces another are those of the other, or those of any new file.
+mode_t PermissionsFor(const fs::path& file)
+{
+    struct stat status {};
+    if (stat(file.c_str(), &status) == 0) {
+        return status.st_mode & 07777U;
+    }
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666U & ~mask;
+}
+
+/// Makes an empty file beside the given one.
+fs::path MakeFileBeside(const fs::path& file)
+{
+    std::string path = file.string() + ".part-XXXXXX";
+    const int descriptor = mkostemp(path.data(), O_CLOEXEC);
+    if (descriptor < 0) {
+        ThrowFileError(file, errno);
+    }
+    fchmod(descriptor, PermissionsFor(file));
+    close(descriptor);
+    return path;
+}
+
 } // namespace
 
-Recorder::Recorder(const std::string& file) : name_(file), file_(file)
+Recorder::Recorder(const std::string& file) : name_(file)
 {
+    // A pipe or a device is written to as it is. A symbolic link stays, and the file that it leads to is replaced.
+    const bool isReplaced = !fs::exists(file) || fs::is_regular_file(file);
+    if (isReplaced) {
+        target_ = fs::weakly_canonical(file);
+        part_ = MakeFileBeside(target_);
+    }
+    file_.open(isReplaced ? part_ : fs::path(file));
     if (!file_) {
-        throw simulator::FileError(fmt::format("{}: {}", file, std::strerror(errno)));
+        ThrowFileError(file, errno);
+    }
+}
+
+Recorder::~Recorder()
+{
+    std::error_code ignored;
+    if (!part_.empty() && fs::file_size(part_, ignored) == 0) {
+        fs::remove(part_, ignored);
     }
 }
 
@@ -79,7 +131,7 @@ void Recorder::Write(simulator::RecordedLine line)
 {
     const auto elapsed = std::chrono::steady_clock::now() - start_;
     line.ms = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
-    // At once: what there is stays, whatever ends the sandbox.
+    // Each line is flushed, so that the file beside has all lines, whatever ends the sandbox.
     file_ << simulator::WriteLine(line) << std::endl;
 }
 
@@ -89,6 +141,15 @@ void Recorder::Finish()
     if (!file_) {
         throw std::runtime_error(fmt::format("{}: cannot be written", name_));
     }
+    if (part_.empty()) {
+        return;
+    }
+    std::error_code error;
+    fs::rename(part_, target_, error);
+    if (error) {
+        throw std::runtime_error(fmt::format("{}: {}; the recording is {}", name_, error.message(), part_.string()));
+    }
+    part_.clear();
 }
 
 } // namespace kiv::sandbox

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -16,19 +17,27 @@ namespace kiv::sandbox {
 /**
  * Writes down what library and server say to each other, a line each: calls, events, and the answers to both. Wants
  * every message, in the order of the bus. Throws FileError for a file that cannot be written.
+ *
+ * The lines go to a file beside the given one, "FILE.part-" and six characters, until Finish() gives it its name. A
+ * recorder that does not come so far leaves the given file as it was, and the file beside it unless that is empty.
  */
 class Recorder {
 public:
     explicit Recorder(const std::string& file);
+    ~Recorder();
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
 
     void Add(const Message& message);
-    /// Tells whether all has been written.
+    /// Puts the recording in its place. Throws std::runtime_error if not all of it could be written.
     void Finish();
 
 private:
     void Write(simulator::RecordedLine line);
 
     std::string name_;
+    std::filesystem::path target_;
+    std::filesystem::path part_; // empty where no file is replaced
     std::ofstream file_;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::int64_t lastNumber_ = 0;

@@ -1,10 +1,12 @@
 #include "ScenarioFiles.h"
 
+#include "Nearest.h"
 #include "simulator/Scenario.h"
 
 #include <fmt/format.h>
 
 #include <set>
+#include <vector>
 
 namespace kiv::sandbox {
 
@@ -20,24 +22,41 @@ fs::path Folder()
     return fs::exists(installed) ? installed : here / "../../simulator/scenarios";
 }
 
-} // namespace
-
-fs::path FindScenario(const std::string& nameOrFile)
-{
-    const fs::path own = Folder() / (nameOrFile + ".json");
-    const bool isName = nameOrFile.find('/') == std::string::npos && !fs::exists(nameOrFile);
-    return isName && fs::exists(own) ? own.lexically_normal() : fs::absolute(nameOrFile);
-}
-
-std::string ListScenarios()
+std::set<fs::path> Files()
 {
     std::set<fs::path> files;
     for (const fs::directory_entry& entry : fs::directory_iterator(Folder())) {
         files.insert(entry.path());
     }
+    return files;
+}
+
+} // namespace
+
+fs::path FindScenario(const std::string& nameOrFile)
+{
+    if (nameOrFile.find('/') != std::string::npos || fs::exists(nameOrFile)) {
+        return fs::absolute(nameOrFile);
+    }
+    const fs::path own = Folder() / (nameOrFile + ".json");
+    if (!fs::exists(own)) {
+        std::vector<std::string> names;
+        for (const fs::path& file : Files()) {
+            names.push_back(file.stem());
+        }
+        throw simulator::FileError(fmt::format(
+            "there is no scenario and no file '{}'{} (kiv-sandbox --list-scenarios prints the scenarios)", nameOrFile,
+            DidYouMean(nameOrFile, names)));
+    }
+    return own.lexically_normal();
+}
+
+std::string ListScenarios()
+{
     std::string list;
-    for (const fs::path& file : files) {
-        const std::string description = simulator::ReadScenario(file, simulator::ReadText(file)).description;
+    for (const fs::path& file : Files()) {
+        const std::string description =
+            simulator::ReadScenario(file, simulator::ReadText(file, simulator::kLargestScenario)).description;
         list += fmt::format("{:<20}{}\n", file.stem().string(), description);
     }
     return list;

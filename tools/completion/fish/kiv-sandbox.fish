@@ -11,6 +11,10 @@ function __kiv_sandbox_candidates
         __fish_complete_path (commandline -ct)
         return
     end
+    if set -q isSandbox[1]; and test "$words[-1]" = --join
+        $words[1] --list 2>/dev/null | string replace -r ' .*' ''
+        return
+    end
     set -l command $words[1]
     if test "$words[2]" = control
         set command $words[1..3]

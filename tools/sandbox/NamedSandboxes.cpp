@@ -1,0 +1,198 @@
+#include "NamedSandboxes.h"
+
+#include "TemporaryFolder.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+namespace kiv::sandbox {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kLongestName = 64;
+
+[[noreturn]] void ThrowErrno(const std::string& what)
+{
+    throw std::runtime_error(fmt::format("{}: {}", what, std::strerror(errno)));
+}
+
+/// Where the entries of this user's sandboxes are.
+fs::path FolderPath()
+{
+    const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
+    std::error_code notThere;
+    if (runtime != nullptr && fs::is_directory(runtime, notThere)) {
+        return fs::path(runtime) / "kiv-sandbox";
+    }
+    return TemporaryFolder() / fmt::format("kiv-sandbox-{}", geteuid());
+}
+
+/// The folder of the entries. The entries do not change while it is locked by an object of this class.
+class LockedFolder {
+public:
+    LockedFolder() : path_(FolderPath())
+    {
+        if (mkdir(path_.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+            ThrowErrno(path_.string());
+        }
+        fd_ = open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        struct stat status {};
+        if (fd_ < 0 || fstat(fd_, &status) != 0) {
+            ThrowErrno(path_.string());
+        }
+        // In a folder that all may write to, another user may have made it first.
+        if (status.st_uid != geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+            close(fd_);
+            throw std::runtime_error(
+                fmt::format("{} must belong to you, and be closed to all others (mode 0700)", path_.string()));
+        }
+        flock(fd_, LOCK_EX);
+    }
+    ~LockedFolder() { close(fd_); }
+    LockedFolder(const LockedFolder&) = delete;
+    LockedFolder& operator=(const LockedFolder&) = delete;
+
+    const fs::path& Path() const { return path_; }
+
+    /// Returns a descriptor, or a negative number.
+    int Open(const std::string& name, int flags) const
+    {
+        return openat(fd_, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    }
+
+    void Remove(const std::string& name) const { unlinkat(fd_, name.c_str(), 0); }
+
+private:
+    fs::path path_;
+    int fd_;
+};
+
+std::string ReadAll(int fd)
+{
+    std::string text;
+    std::array<char, 4096> part{};
+    for (ssize_t length = 0; (length = read(fd, part.data(), part.size())) > 0;) {
+        text.append(part.data(), static_cast<std::size_t>(length));
+    }
+    return text;
+}
+
+std::string ToText(const NamedSandbox& sandbox)
+{
+    return nlohmann::json{{"pid", sandbox.pid}, {"command", sandbox.command}, {"environment", sandbox.environment}}
+        .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+NamedSandbox FromText(const std::string& name, const std::string& text)
+{
+    const auto json = nlohmann::json::parse(text);
+    return {
+        name, json.at("pid").get<pid_t>(), json.at("command").get<std::vector<std::string>>(),
+        json.at("environment").get<std::map<std::string, std::string>>()};
+}
+
+/// Reads the entry of a sandbox, and removes that of one that has ended.
+std::optional<NamedSandbox> ReadEntry(const LockedFolder& folder, const std::string& name)
+{
+    const int entry = folder.Open(name, O_RDONLY);
+    if (entry < 0) {
+        return std::nullopt;
+    }
+    const bool hasEnded = flock(entry, LOCK_SH | LOCK_NB) == 0;
+    const std::string text = hasEnded ? "" : ReadAll(entry);
+    close(entry);
+    if (hasEnded) {
+        folder.Remove(name);
+        return std::nullopt;
+    }
+    return FromText(name, text);
+}
+
+} // namespace
+
+std::string WhyNoName(const std::string& text)
+{
+    const auto isAllowed = [](char character) {
+        return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+               (character >= '0' && character <= '9') || std::string_view("-_.").find(character) != std::string::npos;
+    };
+    if (!text.empty() && text.size() <= kLongestName && text.front() != '.' && std::ranges::all_of(text, isAllowed)) {
+        return "";
+    }
+    return fmt::format(
+        "must be a name of up to {} letters, digits, '-', '_' and '.', the first no '.', got '{}'", kLongestName, text);
+}
+
+SandboxName::SandboxName(const NamedSandbox& sandbox) : name_(sandbox.name)
+{
+    const LockedFolder folder;
+    if (const auto other = ReadEntry(folder, name_)) {
+        throw std::runtime_error(fmt::format(
+            "--name must be another than that of a running sandbox, got '{}', which process {} has", name_,
+            other->pid));
+    }
+    entry_ = folder.Open(name_, O_WRONLY | O_CREAT | O_EXCL);
+    const std::string text = ToText(sandbox);
+    if (entry_ < 0 || flock(entry_, LOCK_EX | LOCK_NB) != 0 ||
+        write(entry_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        ThrowErrno((folder.Path() / name_).string());
+    }
+}
+
+SandboxName::~SandboxName()
+{
+    try {
+        LockedFolder().Remove(name_);
+    } catch (const std::runtime_error&) {
+        // Whoever looks next removes the entry, which nobody holds any more.
+    }
+    close(entry_);
+}
+
+std::vector<NamedSandbox> NamedSandboxes()
+{
+    const LockedFolder folder;
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder.Path())) {
+        names.push_back(entry.path().filename());
+    }
+    std::ranges::sort(names);
+    std::vector<NamedSandbox> sandboxes;
+    for (const std::string& name : names) {
+        if (auto sandbox = ReadEntry(folder, name)) {
+            sandboxes.push_back(std::move(*sandbox));
+        }
+    }
+    return sandboxes;
+}
+
+NamedSandbox FindSandbox(const std::string& name)
+{
+    const LockedFolder folder;
+    auto sandbox = ReadEntry(folder, name);
+    if (!sandbox) {
+        throw std::runtime_error(fmt::format(
+            "--join must be the name of a running sandbox, got '{}'; kiv-sandbox --list prints those in {}", name,
+            folder.Path().string()));
+    }
+    return std::move(*sandbox);
+}
+
+} // namespace kiv::sandbox

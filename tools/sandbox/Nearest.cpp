@@ -1,0 +1,40 @@
+#include "Nearest.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <numeric>
+
+namespace kiv::sandbox {
+
+namespace {
+
+/// How many letters must be put in, left out or replaced to make one word of the other.
+std::size_t Distance(const std::string& from, const std::string& to)
+{
+    // Of the part of "from" that has been read, to each beginning of "to".
+    std::vector<std::size_t> distances(to.size() + 1);
+    std::iota(distances.begin(), distances.end(), std::size_t{0});
+    for (const char letter : from) {
+        std::size_t diagonal = distances.front()++;
+        for (std::size_t index = 0; index < to.size(); ++index) {
+            const std::size_t replaced = diagonal + (letter == to[index] ? 0 : 1);
+            diagonal = distances[index + 1];
+            distances[index + 1] = std::min({replaced, diagonal + 1, distances[index] + 1});
+        }
+    }
+    return distances.back();
+}
+
+} // namespace
+
+std::string DidYouMean(const std::string& given, const std::vector<std::string>& words)
+{
+    const auto distance = [&given](const std::string& word) { return Distance(given, word); };
+    const auto nearest = std::ranges::min_element(words, {}, distance);
+    const bool isLike = nearest != words.end() && distance(*nearest) <= std::max<std::size_t>(2, nearest->size() / 3);
+    return isLike ? fmt::format("; did you mean '{}'?", *nearest) : "";
+}
+
+} // namespace kiv::sandbox
