@@ -289,7 +289,7 @@ TEST_F(CommandTest, ABadListFileSendsNothing)
     } cases[] = {
         {"", "line 1, column 1"},
         {"[\n\"02:4b:49:56:00:01\",\n]", "line 3, column 1"},
-        {"{}", "not a JSON array"},
+        {"{}", "must be a JSON array of speakers, got {}"},
         {"[\"\xff\"]", "ill-formed UTF-8"},
         {"[1e999]", "number overflow"},
         {R"(["02:4b:49:56:00:01", 5])", "entry 2: 5 is neither"},
@@ -310,6 +310,7 @@ TEST_F(CommandTest, ABadListFileSendsNothing)
     }
     ExpectFailure({"start", "--file", bus_.Directory() / "absent"}, 2, "No such file or directory");
     ExpectFailure({"start", "--file", bus_.Directory()}, 2, "Is a directory");
+    ExpectFailure({"start", "--file", "/dev/zero"}, 2, "/dev/zero: must have 67108864 bytes at most, and has more");
     EXPECT_EQ(Calls(), std::vector<std::string>{});
 }
 

@@ -26,7 +26,7 @@ GVariant* Bytes(const std::string& bytes)
 
 } // namespace
 
-Running::Running(const sandbox::PrivateBus& bus, const Arguments& arguments)
+Running::Running(const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment)
 {
     std::vector<const char*> argv = {KIV_CTL};
     for (const std::string& argument : arguments) {
@@ -39,6 +39,14 @@ Running::Running(const sandbox::PrivateBus& bus, const Arguments& arguments)
     g_subprocess_launcher_setenv(launcher, "DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), TRUE);
     g_subprocess_launcher_setenv(launcher, "KIV_SYSTEM_INFO_FILE", FeatureFile(bus).c_str(), TRUE);
     g_subprocess_launcher_setenv(launcher, "KIV_LOG_LEVEL", "none", TRUE);
+    g_subprocess_launcher_unsetenv(launcher, "KIV_LAYOUT");
+    for (const auto& [name, value] : environment) {
+        if (value.empty()) {
+            g_subprocess_launcher_unsetenv(launcher, name.c_str());
+        } else {
+            g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
+        }
+    }
     g_autoptr(GError) error = nullptr;
     process_ = g_subprocess_launcher_spawnv(launcher, argv.data(), &error);
     if (process_ == nullptr) {
@@ -108,9 +116,9 @@ KivctlTest::KivctlTest()
     WriteFeature(bus_, "true");
 }
 
-Ended KivctlTest::Run(const Arguments& arguments) const
+Ended KivctlTest::Run(const Arguments& arguments, const Environment& environment) const
 {
-    return Running(bus_, arguments).Wait();
+    return Running(bus_, arguments, environment).Wait();
 }
 
 void KivctlTest::ExpectOutput(const Arguments& arguments, const std::string& out) const

@@ -8,12 +8,14 @@
 #include <nlohmann/json.hpp>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kiv::ctl {
 
 using Json = nlohmann::json;
 using Arguments = std::vector<std::string>;
+using Environment = std::vector<std::pair<std::string, std::string>>;
 
 struct Ended {
     int exitCode;
@@ -24,7 +26,8 @@ struct Ended {
 // A kivctl that runs on the test's bus.
 class Running {
 public:
-    Running(const sandbox::PrivateBus& bus, const Arguments& arguments);
+    // The environment is what it has besides; an empty value removes a variable.
+    Running(const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment = {});
     ~Running();
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
@@ -64,7 +67,7 @@ class KivctlTest : public testing::Test {
 protected:
     KivctlTest();
 
-    Ended Run(const Arguments& arguments) const;
+    Ended Run(const Arguments& arguments, const Environment& environment = {}) const;
 
     // Exits with 0 and says that.
     void ExpectOutput(const Arguments& arguments, const std::string& out) const;

@@ -55,6 +55,13 @@ std::string PayloadOf(const PayloadArguments& arguments, size_t headLength);
 // Never null.
 const unsigned char* DataOf(const std::string& payload);
 
-std::string ReadFile(const std::string& path);
+// Throws BadArguments, also if the file is longer than that. It need not be a regular file.
+std::string ReadFile(const std::string& path, size_t mostBytes = kMaxArrayLength);
+
+// Throws BadArguments.
+Json ParseJson(const std::string& text);
+
+// A value as a message shows it.
+std::string Shortened(const Json& value);
 
 } // namespace kiv::ctl

@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <utility>
 
@@ -72,35 +71,33 @@ STNetSpkConfig ReadSpeaker(const Json& entry)
     throw BadArguments(fmt::format("{} is neither a string nor an object", entry.dump()));
 }
 
-Json ParseJson(const std::string& path, const std::string& text)
+std::vector<STNetSpkConfig> ReadSpeakers(const Json& list)
 {
-    try {
-        return Json::parse(text);
-    } catch (const Json::exception& error) {
-        // Its texts begin like "[json.exception.parse_error.101] ".
-        const char* reason = std::strstr(error.what(), "] ");
-        throw BadArguments(fmt::format("{}: {}", path, reason == nullptr ? error.what() : reason + 2));
-    }
-}
-
-std::vector<STNetSpkConfig> ReadSpeakerFile(const std::string& path)
-{
-    const Json list = ParseJson(path, ReadFile(path));
     if (!list.is_array()) {
-        throw BadArguments(fmt::format("{}: not a JSON array of speakers", path));
+        throw BadArguments(fmt::format("must be a JSON array of speakers, got {}", Shortened(list)));
     }
     if (list.size() > kMaxArrayLength / sizeof(STNetSpkConfig)) {
-        throw BadArguments(fmt::format("{}: {} speakers are more than the bus carries", path, list.size()));
+        throw BadArguments(fmt::format("{} speakers are more than the bus carries", list.size()));
     }
     std::vector<STNetSpkConfig> speakers;
     for (const Json& entry : list) {
         try {
             speakers.push_back(ReadSpeaker(entry));
         } catch (const BadArguments& error) {
-            throw BadArguments(fmt::format("{}: entry {}: {}", path, speakers.size() + 1, error.what()));
+            throw BadArguments(fmt::format("entry {}: {}", speakers.size() + 1, error.what()));
         }
     }
     return speakers;
+}
+
+std::vector<STNetSpkConfig> ReadSpeakerFile(const std::string& path)
+{
+    const std::string text = ReadFile(path);
+    try {
+        return ReadSpeakers(ParseJson(text));
+    } catch (const BadArguments& error) {
+        throw BadArguments(fmt::format("{}: {}", path, error.what()));
+    }
 }
 
 } // namespace

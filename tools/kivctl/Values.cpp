@@ -22,6 +22,7 @@ const Names kModes = {{"surround", NETSPKSETTING_SURROUND}, {"multiroom", NETSPK
 const Names kFlags = {{"no", 0}, {"yes", 1}};
 
 constexpr size_t kDumpWidth = 16;
+constexpr const char* kRepeated = "*";
 
 std::optional<int32_t> ReadInt(const std::string& text)
 {
@@ -59,6 +60,17 @@ std::string Printable(Bytes bytes)
     std::ranges::replace_if(
         text, [](unsigned char character) { return character < ' ' || character > '~'; }, '.');
     return text;
+}
+
+// How many columns of a terminal the text takes.
+size_t DisplayWidth(const std::string& text)
+{
+    size_t width = 0;
+    for (const unsigned char byte : text) {
+        // Further bytes of a UTF-8 character take none.
+        width += (byte & 0xc0U) == 0x80U ? 0 : 1;
+    }
+    return width;
 }
 
 } // namespace
@@ -151,12 +163,18 @@ std::string HexText(Bytes bytes, std::string_view separator)
 
 std::string HexDump(Bytes bytes)
 {
-    std::string dump;
+    std::vector<std::string> lines;
+    Bytes previous;
     for (size_t at = 0; at < bytes.size(); at += kDumpWidth) {
         const Bytes line = bytes.subspan(at, std::min(kDumpWidth, bytes.size() - at));
-        dump += fmt::format("{}{:04x}  {:47}  |{}|", at == 0 ? "" : "\n", at, HexText(line, " "), Printable(line));
+        if (!std::ranges::equal(line, previous)) {
+            lines.push_back(fmt::format("{:04x}  {:47}  |{}|", at, HexText(line, " "), Printable(line)));
+        } else if (lines.back() != kRepeated) {
+            lines.emplace_back(kRepeated);
+        }
+        previous = line;
     }
-    return dump;
+    return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
 std::string FieldText(std::span<const char> field)
@@ -164,18 +182,38 @@ std::string FieldText(std::span<const char> field)
     return {field.begin(), std::ranges::find(field, '\0')};
 }
 
+std::string Harmless(std::string text)
+{
+    std::ranges::replace_if(
+        text, [](unsigned char character) { return std::iscntrl(character) != 0; }, '?');
+    return text;
+}
+
 std::string Table(const std::vector<std::pair<std::string, std::string>>& rows)
 {
-    size_t width = 0;
+    std::vector<std::vector<std::string>> cells;
+    for (const auto& [name, value] : rows) {
+        cells.push_back({Harmless(name), Harmless(value)});
+    }
+    return Columns(cells);
+}
+
+std::string Columns(const std::vector<std::vector<std::string>>& rows)
+{
+    std::vector<size_t> widths;
     for (const auto& row : rows) {
-        width = std::max(width, row.first.size());
+        widths.resize(std::max(widths.size(), row.size()));
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], DisplayWidth(row[i]));
+        }
     }
     std::vector<std::string> lines;
-    for (const auto& [name, value] : rows) {
-        std::string line = fmt::format("{:{}}  {}", name, width, value);
-        std::ranges::replace_if(
-            line, [](unsigned char character) { return std::iscntrl(character) != 0; }, '?');
-        lines.push_back(std::move(line));
+    for (const auto& row : rows) {
+        std::string line;
+        for (size_t i = 0; i + 1 < row.size(); ++i) {
+            line += row[i] + std::string(widths[i] - DisplayWidth(row[i]) + 2, ' ');
+        }
+        lines.push_back(line + (row.empty() ? "" : row.back()));
     }
     return fmt::format("{}", fmt::join(lines, "\n"));
 }

@@ -43,13 +43,19 @@ int IpNumber(const Ip& ip);
 std::string ParseHex(const std::string& text);
 std::string HexText(Bytes bytes, std::string_view separator);
 
-// A line for 16 bytes, with their offset and as characters.
+// A line for 16 bytes, with their offset and as characters. "*" stands for lines that repeat the one before.
 std::string HexDump(Bytes bytes);
 
 // A text field that need not end with NUL.
 std::string FieldText(std::span<const char> field);
 
+// The text with control characters replaced, for a terminal.
+std::string Harmless(std::string text);
+
 // A line for each name and value, without control characters.
 std::string Table(const std::vector<std::pair<std::string, std::string>>& rows);
+
+// A line for each row, with columns that are as wide as they need to be. All rows have the same number of columns.
+std::string Columns(const std::vector<std::vector<std::string>>& rows);
 
 } // namespace kiv::ctl

@@ -57,7 +57,8 @@ constexpr auto kDescription =
 
 constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
-                         "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n\n"
+                         "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n"
+                         "  KIV_LAYOUT                  the simulator's record layout, unless it is set already\n\n"
                          "Exit code:\n"
                          "  2    a scenario or a recording cannot be used; nothing has been started\n"
                          "  that of the command, or 128 plus the number of the signal that ended it\n"
@@ -249,6 +250,8 @@ int RunInSandbox(const Options& options)
     simulator::WriteFeature(featureFile, feature);
     setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
     setenv("KIV_SYSTEM_INFO_FILE", featureFile.c_str(), 1);
+    // A layout that is named already is that of a server whose recording is replayed.
+    setenv("KIV_LAYOUT", LayoutFile().c_str(), 0);
     Keeper command(options.command, Keeper::Place::Foreground);
 
     // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the

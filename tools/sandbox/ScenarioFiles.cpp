@@ -43,4 +43,9 @@ std::string ListScenarios()
     return list;
 }
 
+fs::path LayoutFile()
+{
+    return (Folder() / "../layout.json").lexically_normal();
+}
+
 } // namespace kiv::sandbox
