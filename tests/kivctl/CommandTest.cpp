@@ -1,4 +1,5 @@
 #include "KivctlTest.h"
+#include "support/Wait.h"
 #include <KivServiceInterface.h>
 
 #include <csignal>
@@ -321,6 +322,68 @@ TEST_F(CommandTest, VerboseShowsTheLibrarysLogBesideTheResult)
         ended.out, R"({"command":"stop","result":0})"
                    "\n");
     EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
+}
+
+const Environment kLogsAsUsual = {{"KIV_LOG_LEVEL", ""}};
+
+TEST_F(CommandTest, TheLibrarysLinesStayAwayFromASuccess)
+{
+    // The first call finds no server, and has it started.
+    const Ended ended = Run({"stop"}, kLogsAsUsual);
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.out, "the server answered 0\n");
+}
+
+TEST_F(CommandTest, TheLibrarysLinesAreShownBeforeAFailure)
+{
+    SetFault("StopNetworkSpeaker", "error", "'org.example.Broken'");
+    const Ended ended = Run({"stop"}, kLogsAsUsual);
+    EXPECT_EQ(ended.exitCode, 1);
+    const size_t line = ended.err.find("[StopNetworkSpeaker],[GDBus.Error:org.example.Broken");
+    const size_t own = ended.err.find("kivctl: StopNetworkSpeaker returned -1");
+    EXPECT_NE(own, std::string::npos) << ended.err;
+    EXPECT_LT(line, own) << ended.err;
+}
+
+TEST_F(CommandTest, TheLibrarysLinesAreShownWhereAFailureLooksLikeAnAnswer)
+{
+    const std::string broken = WriteFile(R"({"faults": {"GetNetSpkSettingMode": {"error": "org.example.Broken"}}})");
+    bus_.WriteService({"org.lumra.tv.networkspeaker.server", {KIV_SIMULATOR, "--scenario", broken}});
+    const Ended ended = Run({"mode", "get"}, kLogsAsUsual);
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(ended.out, "80 (surround)\n");
+    EXPECT_NE(ended.err.find("org.example.Broken"), std::string::npos) << ended.err;
+    EXPECT_EQ(ended.err.find("not exist"), std::string::npos) << ended.err;
+}
+
+TEST_F(CommandTest, TheLibrarysLinesAreShownToWhomAsksForThem)
+{
+    EXPECT_NE(Run({"stop"}, {{"KIV_LOG_LEVEL", "warning"}}).err.find("STOP, nStopType[0]"), std::string::npos);
+    EXPECT_NE(Run({"stop", "--verbose"}, kLogsAsUsual).err.find(">>> API Start"), std::string::npos);
+}
+
+TEST_F(CommandTest, TheLibrarysLinesAreShownWhenTimeIsUp)
+{
+    SetFault("StopNetworkSpeaker", "silent", "true");
+    const Ended ended = Run({"stop", "--timeout", "0.5"}, kLogsAsUsual);
+    EXPECT_EQ(ended.exitCode, 4);
+    EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
+    EXPECT_TRUE(ended.err.ends_with("kivctl: stop: not done within 500 ms\n")) << ended.err;
+}
+
+TEST_F(CommandTest, TheLibrarysLinesSurviveASignal)
+{
+    SetFault("StopNetworkSpeaker", "silent", "true");
+    for (const int signal : {SIGINT, SIGTERM, SIGSEGV}) {
+        g_variant_unref(Control("ForgetCalls", nullptr));
+        Running stop(bus_, {"stop"}, kLogsAsUsual);
+        test::WaitUntil("the call", [this] { return !Calls().empty(); });
+        stop.Signal(signal);
+        const Ended ended = stop.Wait();
+        EXPECT_EQ(ended.exitCode, -1);
+        EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
+    }
 }
 
 TEST(OutputTest, ThatCannotBeWrittenIsAFailure)

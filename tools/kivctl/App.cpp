@@ -20,7 +20,9 @@ constexpr const char* kFooter = R"(Exit codes:
   4  it took longer than --timeout allows
 
 A request that fails can look like an answer: "no", mode 80, connection type 0.
-Requests without an answer are only said to be sent. --verbose shows what failed.
+Requests without an answer are only said to be sent. The lines that the library
+logs to stderr are shown when a request failed, and always with --verbose or where
+KIV_LOG_LEVEL is set.
 
 With --json, stdout carries nothing but JSON, one object a line. A command that
 fails says why in "error", and its exit code is the same as without --json.)";

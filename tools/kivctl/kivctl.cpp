@@ -1,5 +1,6 @@
 #include "App.h"
 #include "Completion.h"
+#include "KeptLines.h"
 #include "ManPage.h"
 #include "TimeLimit.h"
 #include <KivServiceInterface.h>
@@ -35,6 +36,7 @@ Result RunInTime(const Request& request, const Output& output)
     const TimeLimit limit(request.timeout, [&] {
         const std::string reason =
             fmt::format("{}: not done within {} ms", request.choice.name, request.timeout->count());
+        ShowLogLines();
         output.Notify(reason, {{"command", request.choice.name}, {"error", reason}});
     });
     return RunAction(request.choice, output);
@@ -63,6 +65,11 @@ int Run(const Request& request, const Output& output)
     Result result = RunInTime(request, output);
     const Milliseconds taken = std::chrono::steady_clock::now() - start;
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    if (result.exitCode == kDone) {
+        DropMootLogLines();
+    } else {
+        ShowLogLines();
+    }
     if (request.timing) {
         AddTiming(result, taken);
     }
@@ -110,6 +117,8 @@ int Main(int argc, char** argv)
     }
     if (request.verbose) {
         setenv("KIV_LOG_LEVEL", "debug", 1);
+    } else if (std::getenv("KIV_LOG_LEVEL") == nullptr) {
+        KeepLogLines();
     }
     return Run(request, output);
 }
