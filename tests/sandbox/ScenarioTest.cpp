@@ -45,7 +45,7 @@ std::string Script(const std::string& script)
            "}\n"
            "event() {\n"
            "    while read line <&3; do\n"
-           "        case $line in event*) echo \"$line\"; return ;; esac\n"
+           "        case $line in *' event '*) echo \"${line#* }\"; return ;; esac\n"
            "    done\n"
            "}\n" +
            script;

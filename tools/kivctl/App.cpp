@@ -2,14 +2,8 @@
 
 #include "Arguments.h"
 
-#include <fmt/format.h>
-
-#include <charconv>
-
 namespace kiv::ctl {
 namespace {
-
-constexpr double kLongestTimeout = 1e6;
 
 constexpr const char* kFooter = R"(Exit codes:
   0  done; doctor: nothing is wrong
@@ -26,17 +20,6 @@ KIV_LOG_LEVEL is set.
 
 With --json, stdout carries nothing but JSON, one object a line. A command that
 fails says why in "error", and its exit code is the same as without --json.)";
-
-std::chrono::milliseconds ParseTimeout(const std::string& text)
-{
-    double seconds = 0;
-    const char* end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, seconds);
-    if (read.ec != std::errc() || read.ptr != end || !(seconds > 0 && seconds <= kLongestTimeout)) {
-        throw BadArguments(fmt::format("\"{}\" is no number of seconds above 0", text));
-    }
-    return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
-}
 
 std::vector<Command> Joined(std::initializer_list<std::vector<Command>> families)
 {
@@ -107,7 +90,7 @@ void Declare(CLI::App& app, Request& request)
     app.fallthrough();
     app.add_flag("--json", request.json, "Write JSON instead of text");
     app.add_flag("--timing", request.timing, "Show how long it took");
-    AddParsed(app, "--timeout", request.timeout, ParseTimeout, "Give up after SECONDS, such as 0.5")
+    AddParsed(app, "--timeout", request.timeout, ParseSeconds, "Give up after SECONDS, such as 0.5")
         ->type_name("SECONDS");
     app.add_flag("--verbose", request.verbose, "Show all that the library logs (KIV_LOG_LEVEL=debug)");
     for (const Command& command : Commands()) {

@@ -1,5 +1,7 @@
 #include "Bus.h"
 
+#include <fmt/format.h>
+
 namespace kiv::ctl {
 
 ClientNames::ClientNames(const std::string& id)
@@ -66,6 +68,11 @@ unsigned ProcessOf(GDBusConnection* bus, const std::string& name)
         g_variant_get(reply, "(u)", &process);
     }
     return process;
+}
+
+std::string NoOwnerText(const std::string& name)
+{
+    return fmt::format("nobody owns the bus name {}, which the bus may deny to this user", name);
 }
 
 } // namespace kiv::ctl

@@ -21,6 +21,8 @@ using Names = std::map<std::string, int32_t>;
 const Names kModes = {{"surround", NETSPKSETTING_SURROUND}, {"multiroom", NETSPKSETTING_MULTIROOM}};
 const Names kFlags = {{"no", 0}, {"yes", 1}};
 
+constexpr double kMostSeconds = 1e6;
+
 constexpr size_t kDumpWidth = 16;
 constexpr const char* kRepeated = "*";
 
@@ -81,6 +83,18 @@ int32_t ParseInt(const std::string& text)
         return *number;
     }
     throw BadArguments(fmt::format("\"{}\" is no 32-bit integer", text));
+}
+
+std::chrono::milliseconds ParseSeconds(const std::string& text)
+{
+    double seconds = 0;
+    const char* end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, seconds);
+    if (read.ec != std::errc() || read.ptr != end || !(seconds > 0 && seconds <= kMostSeconds)) {
+        throw BadArguments(
+            fmt::format("must be a number of seconds above 0 and not above {:.0f}, got \"{}\"", kMostSeconds, text));
+    }
+    return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
 }
 
 int32_t ParseMode(const std::string& text)

@@ -3,6 +3,7 @@
 #include <KivServiceInterface.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -21,6 +22,9 @@ using Ip = std::array<unsigned char, NETSPK_IP_LEN>;
 using Bytes = std::span<const unsigned char>;
 
 int32_t ParseInt(const std::string& text);
+
+// More than 0, with or without a fraction.
+std::chrono::milliseconds ParseSeconds(const std::string& text);
 
 // "surround", "multiroom", or a number.
 int32_t ParseMode(const std::string& text);
