@@ -27,7 +27,10 @@ struct Ended {
 class Running {
 public:
     // The environment is what it has besides; an empty value removes a variable.
-    Running(const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment = {});
+    // Its stdout is the descriptor, if there is one, which it takes.
+    Running(
+        const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment = {},
+        int output = -1);
     ~Running();
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
@@ -46,7 +49,7 @@ private:
     static std::string ReadRest(GDataInputStream* stream);
 
     GSubprocess* process_;
-    GDataInputStream* out_;
+    GDataInputStream* out_; // none if stdout is a descriptor
     GDataInputStream* err_;
 };
 
@@ -68,6 +71,9 @@ protected:
     KivctlTest();
 
     Ended Run(const Arguments& arguments, const Environment& environment = {}) const;
+
+    // What a kivctl that succeeds writes to a terminal.
+    std::string RunOnTerminal(const Arguments& arguments) const;
 
     // Exits with 0 and says that.
     void ExpectOutput(const Arguments& arguments, const std::string& out) const;

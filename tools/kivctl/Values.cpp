@@ -22,6 +22,7 @@ const Names kModes = {{"surround", NETSPKSETTING_SURROUND}, {"multiroom", NETSPK
 const Names kFlags = {{"no", 0}, {"yes", 1}};
 
 constexpr double kMostSeconds = 1e6;
+constexpr int32_t kLoudest = 100;
 
 constexpr size_t kDumpWidth = 16;
 constexpr const char* kRepeated = "*";
@@ -95,6 +96,15 @@ std::chrono::milliseconds ParseSeconds(const std::string& text)
             fmt::format("must be a number of seconds above 0 and not above {:.0f}, got \"{}\"", kMostSeconds, text));
     }
     return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
+int32_t ParseVolume(const std::string& text)
+{
+    const auto volume = ReadInt(text);
+    if (!volume || *volume < 0 || *volume > kLoudest) {
+        throw BadArguments(fmt::format("must be a volume from 0 to {}, got \"{}\"", kLoudest, text));
+    }
+    return *volume;
 }
 
 int32_t ParseMode(const std::string& text)

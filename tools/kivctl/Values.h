@@ -26,6 +26,9 @@ int32_t ParseInt(const std::string& text);
 // More than 0, with or without a fraction.
 std::chrono::milliseconds ParseSeconds(const std::string& text);
 
+// From 0 to 100.
+int32_t ParseVolume(const std::string& text);
+
 // "surround", "multiroom", or a number.
 int32_t ParseMode(const std::string& text);
 std::string ModeText(int mode);
