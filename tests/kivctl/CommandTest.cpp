@@ -166,6 +166,21 @@ TEST_F(CommandTest, EnabledTellsTheFeature)
                   "\n");
 }
 
+TEST_F(CommandTest, EnabledTellsWhyTheFeatureCannotBeRead)
+{
+    const std::string file = bus_.Directory() / "features";
+    RemoveFeature();
+    ExpectOutput({"enabled"}, "yes: it cannot be read, which counts as yes: " + file + ": No such file or directory");
+    const auto write = [&file](const char* line) { std::ofstream(file) << "[com.molvane/featureconf]\n" << line; };
+    write("kiv_multi_ch_support=maybe\n");
+    const std::string reason = "it cannot be read, which counts as yes: " + file +
+                               ": kiv_multi_ch_support must be true or false, got \"maybe\"";
+    ExpectOutput({"enabled"}, "yes: " + reason);
+    ExpectJson({"enabled"}, {{"result", true}, {"reason", reason}});
+    write("");
+    EXPECT_NE(Run({"enabled"}).out.find("kiv_multi_ch_support"), std::string::npos);
+}
+
 TEST_F(CommandTest, ADeviceWithoutSpeakersSendsNothing)
 {
     SwitchFeatureOff();
