@@ -171,25 +171,30 @@ TEST_F(NameAndVolumeTest, OnATerminalTheVolumeIsWaitedFor)
 TEST_F(NameAndVolumeTest, BadArgumentsSendNothing)
 {
     ExpectFailure({"name", kLeft}, 2, "NAME");
-    ExpectFailure({"name", "left", "Left"}, 2, "MAC: \"left\" is no MAC address");
-    ExpectFailure({"name", kLeft, "\xff"}, 2, "the name is no valid UTF-8");
+    ExpectFailure({"name", "left", "Left"}, 2, "MAC: must be a MAC address such as 02:4b:49:56:00:01, got \"left\"");
+    ExpectFailure({"name", kLeft, "\xff"}, 2, "NAME must be valid UTF-8");
     for (const char* ip : {"", "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.04", "1.2.3.4 ", "0x1.2.3.4", "1.2.3.-4"}) {
         ExpectFailure(
-            {"volume", "set", kLeft, "1", "--ip", ip}, 2, "--ip: \"" + std::string(ip) + "\" is no IPv4 address");
+            {"volume", "set", kLeft, "1", "--ip", ip}, 2,
+            "--ip: must be an IPv4 address such as 192.168.0.21, got \"" + std::string(ip) + '"');
     }
     ExpectFailure({"volume"}, 2, "no command given");
     ExpectFailure({"volume", "set", kLeft}, 2, "VOLUME");
     for (const std::string volume : {"loud", "-5", "101", "500", "5000000000", "1.5", ""}) {
         ExpectFailure(
-            {"volume", "set", kLeft, volume}, 2, "VOLUME: must be a volume from 0 to 100, got \"" + volume + '"');
+            {"volume", "set", kLeft, volume}, 2, "VOLUME: must be an integer from 0 to 100, got \"" + volume + '"');
     }
     ExpectFailure({"volume", "get", kLeft, "--wait", "--no-wait"}, 2, "--wait");
     ExpectFailure({"volume", "get", kLeft, "--wait", "--layout", "/nowhere"}, 2, "/nowhere: No such file");
-    ExpectFailure({"volume", "up"}, 2, "name the speakers");
-    ExpectFailure({"volume", "up", "left"}, 2, "\"left\" is no MAC address");
-    ExpectFailure({"volume", "up", kLeft, "--file", WriteFile("[]")}, 2, "name the speakers");
-    ExpectFailure({"volume", "up", kLeft, kRight, "--ip", "1.2.3.4"}, 2, "an IPv4 address goes with");
-    ExpectFailure({"volume", "up", kLeft + "=1", "--ip", "1.2.3.4"}, 2, "an IPv4 address goes with");
+    ExpectFailure({"volume", "up"}, 2, "speakers must be named as SPEAKER or in --file, got neither");
+    ExpectFailure({"volume", "up", "left"}, 2, "must be a MAC address such as 02:4b:49:56:00:01, got \"left\"");
+    ExpectFailure(
+        {"volume", "up", kLeft, "--file", WriteFile("[]")}, 2,
+        "speakers must be named as SPEAKER or in --file, got both");
+    ExpectFailure(
+        {"volume", "up", kLeft, kRight, "--ip", "1.2.3.4"}, 2, "--ip must go with the MAC address of one speaker");
+    ExpectFailure(
+        {"volume", "up", kLeft + "=1", "--ip", "1.2.3.4"}, 2, "--ip must go with the MAC address of one speaker");
     ExpectFailure({"volume", "reset-all", kLeft}, 2, kLeft);
     EXPECT_EQ(Calls(), std::vector<std::string>{});
 }

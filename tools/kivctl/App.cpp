@@ -1,6 +1,12 @@
 #include "App.h"
 
 #include "Arguments.h"
+#include "Examples.h"
+#include "Words.h"
+
+#include <fmt/format.h>
+
+#include <memory>
 
 namespace kiv::ctl {
 namespace {
@@ -68,6 +74,9 @@ void AddCommand(CLI::App& parent, const std::string& prefix, const Command& comm
 {
     CLI::App* app = parent.add_subcommand(command.name, command.description);
     const std::string name = prefix + command.name;
+    if (const std::string example = ExampleOf(name); !example.empty()) {
+        app->footer("Example:\n  " + example);
+    }
     if (command.declare != nullptr) {
         app->callback([&choice, name, action = command.declare(*app)] { choice = {name, action}; });
         return;
@@ -78,6 +87,30 @@ void AddCommand(CLI::App& parent, const std::string& prefix, const Command& comm
     }
 }
 
+Result ShowHelp(const CLI::App& app, const std::vector<std::string>& words)
+{
+    if (const std::string reason = UnknownWordText(app, words); !reason.empty()) {
+        throw BadArguments(reason);
+    }
+    // The help of a command that has been parsed is that of its own last command.
+    const CLI::App* command = ReadWords(app, words).command;
+    std::string help =
+        command->get_formatter()->make_help(command, "kivctl" + PathOf(*command), CLI::AppFormatMode::Normal);
+    help.erase(help.find_last_not_of('\n') + 1);
+    return Done(help, {{"help", help}});
+}
+
+void AddHelp(CLI::App& app, Choice& choice)
+{
+    CLI::App* help = app.add_subcommand("help", "Show the help of a command");
+    const auto words = std::make_shared<std::vector<std::string>>();
+    help->add_option("COMMAND", *words, "The command, such as volume set")->type_name("");
+    help->footer("Example:\n  " + ExampleOf("help"));
+    help->callback([&app, &choice, words] {
+        choice = {"help", [&app, words](const Output&) { return ShowHelp(app, *words); }};
+    });
+}
+
 } // namespace
 
 void Declare(CLI::App& app, Request& request)
@@ -85,7 +118,6 @@ void Declare(CLI::App& app, Request& request)
     app.description("Controls network speakers through libkiv-interface-api.");
     app.name("kivctl");
     app.set_version_flag("--version", "kivctl " KIV_VERSION);
-    app.footer(kFooter);
     app.require_subcommand(0, 1);
     app.fallthrough();
     app.add_flag("--json", request.json, "Write JSON instead of text");
@@ -96,6 +128,9 @@ void Declare(CLI::App& app, Request& request)
     for (const Command& command : Commands()) {
         AddCommand(app, "", command, request.choice);
     }
+    AddHelp(app, request.choice);
+    // Commands take over a footer that is there before them.
+    app.footer(kFooter);
 }
 
 } // namespace kiv::ctl

@@ -14,7 +14,8 @@ namespace {
 std::string ReadPayload(const PayloadArguments& arguments)
 {
     if (arguments.hex.has_value() == arguments.file.has_value()) {
-        throw BadArguments("give the bytes in hex, or the file that holds them");
+        throw BadArguments(
+            fmt::format("the bytes must be given as HEX or in --file, got {}", arguments.hex ? "both" : "neither"));
     }
     return arguments.hex ? ParseHex(*arguments.hex) : ReadFile(*arguments.file);
 }

@@ -30,9 +30,10 @@ AddParsed(CLI::App& app, const std::string& name, Value& value, Parse parse, con
 
 // A positional argument that has to be there.
 template <typename Value, typename Parse>
-void AddRequired(CLI::App& app, const std::string& name, Value& value, Parse parse, const std::string& description)
+CLI::Option*
+AddRequired(CLI::App& app, const std::string& name, Value& value, Parse parse, const std::string& description)
 {
-    AddParsed(app, name, value, parse, description)->type_name("")->required();
+    return AddParsed(app, name, value, parse, description)->type_name("")->required();
 }
 
 // The value given is the default.

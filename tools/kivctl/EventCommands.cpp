@@ -18,8 +18,10 @@ Action Watch(CLI::App& app)
 {
     const auto arguments = std::make_shared<WatchArguments>();
     MonitorOptions& options = arguments->options;
-    AddParsed(app, "--count", options.count, ParseInt, "End after N events instead of when interrupted")
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()).description(""))
+    const auto parseCount = [](const std::string& text) {
+        return ParseWithin(text, 1, std::numeric_limits<int32_t>::max());
+    };
+    AddParsed(app, "--count", options.count, parseCount, "End after N events instead of when interrupted")
         ->type_name("N");
     AddParsed(app, "--for", options.duration, ParseSeconds, "End after SECONDS, with exit code 0")
         ->type_name("SECONDS");

@@ -94,7 +94,7 @@ Action Name(CLI::App& app)
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
         if (!g_utf8_validate(arguments->name.c_str(), -1, nullptr)) {
-            throw BadArguments("the name is no valid UTF-8");
+            throw BadArguments("NAME must be valid UTF-8");
         }
         SetNetSpkName(arguments->mac.data(), IpNumber(arguments->ip), arguments->name.c_str());
         return Sent("SetNetSpkName");
@@ -152,7 +152,7 @@ Result RequestVolume(const VolumeRequest& request, const VolumeRequestArguments&
             request.oneName, [&] { request.one(mac.data(), address); }, {mac}, wait);
     }
     if (ip) {
-        throw BadArguments("an IPv4 address goes with the MAC address of one speaker");
+        throw BadArguments("--ip must go with the MAC address of one speaker without a configuration value");
     }
     const std::vector<STNetSpkConfig> list = SpeakersOf(speakers);
     std::vector<Mac> macs;

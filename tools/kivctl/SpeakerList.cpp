@@ -34,7 +34,7 @@ int32_t ReadConfig(const Json& value)
                       : value.is_number_integer() ? std::in_range<int32_t>(value.get<int64_t>())
                                                   : false;
     if (!fits) {
-        throw BadArguments(fmt::format("\"config\" is {}, not a 32-bit integer", value.dump()));
+        throw BadArguments(fmt::format("\"config\" must be a 32-bit integer, got {}", Shortened(value)));
     }
     return value.get<int32_t>();
 }
@@ -42,7 +42,7 @@ int32_t ReadConfig(const Json& value)
 std::string ReadMac(const Json& value)
 {
     if (!value.is_string()) {
-        throw BadArguments(fmt::format("\"mac\" is {}, not a string", value.dump()));
+        throw BadArguments(fmt::format("\"mac\" must be a text, got {}", Shortened(value)));
     }
     return value.get<std::string>();
 }
@@ -51,7 +51,7 @@ STNetSpkConfig ReadSpeakerObject(const Json& object)
 {
     for (const auto& member : object.items()) {
         if (member.key() != "mac" && member.key() != "config") {
-            throw BadArguments(fmt::format("unknown key \"{}\"", member.key()));
+            throw BadArguments(fmt::format("unknown key \"{}\"; known are config, mac", member.key()));
         }
     }
     if (!object.contains("mac")) {
@@ -68,7 +68,8 @@ STNetSpkConfig ReadSpeaker(const Json& entry)
     if (entry.is_object()) {
         return ReadSpeakerObject(entry);
     }
-    throw BadArguments(fmt::format("{} is neither a string nor an object", entry.dump()));
+    throw BadArguments(
+        fmt::format("must be \"MAC=CONFIG\" or an object with \"mac\" and \"config\", got {}", Shortened(entry)));
 }
 
 std::vector<STNetSpkConfig> ReadSpeakers(const Json& list)
@@ -104,7 +105,7 @@ std::vector<STNetSpkConfig> ReadSpeakerFile(const std::string& path)
 
 void AddSpeakers(CLI::App& app, SpeakerArguments& arguments)
 {
-    app.add_option("SPEAKER", arguments.speakers, "Speaker as MAC[=CONFIG], such as a4:11:22:33:44:55=3")
+    app.add_option("SPEAKER", arguments.speakers, "Speaker as MAC[=CONFIG], such as 02:4b:49:56:00:01=3")
         ->type_name("");
     app.add_option(
            "--file", arguments.file, R"(JSON file instead: a list of {"mac": "...", "config": N} or "MAC=CONFIG")")
@@ -114,7 +115,8 @@ void AddSpeakers(CLI::App& app, SpeakerArguments& arguments)
 std::vector<STNetSpkConfig> SpeakersOf(const SpeakerArguments& arguments)
 {
     if (arguments.speakers.empty() == arguments.file.empty()) {
-        throw BadArguments("name the speakers, or the file that lists them");
+        throw BadArguments(fmt::format(
+            "speakers must be named as SPEAKER or in --file, got {}", arguments.file.empty() ? "neither" : "both"));
     }
     if (!arguments.file.empty()) {
         return ReadSpeakerFile(arguments.file);

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <utility>
@@ -35,6 +36,22 @@ std::optional<int32_t> ReadInt(const std::string& text)
     return read.ec == std::errc() && read.ptr == end ? std::optional(number) : std::nullopt;
 }
 
+std::vector<std::string> NamesOf(const Names& names)
+{
+    std::vector<std::string> texts;
+    std::ranges::transform(names, std::back_inserter(texts), &Names::value_type::first);
+    return texts;
+}
+
+std::string NamesText(const Names& names)
+{
+    std::vector<std::string> texts;
+    for (const auto& [name, value] : names) {
+        texts.push_back(fmt::format("{} ({})", name, value));
+    }
+    return fmt::format("{}", fmt::join(texts, ", "));
+}
+
 int32_t ParseNamed(const Names& names, const std::string& text)
 {
     if (const auto named = names.find(text); named != names.end()) {
@@ -43,7 +60,7 @@ int32_t ParseNamed(const Names& names, const std::string& text)
     if (const auto number = ReadInt(text)) {
         return *number;
     }
-    throw BadArguments(fmt::format("\"{}\" is neither a known word nor a 32-bit integer", text));
+    throw BadArguments(fmt::format("must be {} or another 32-bit integer, got \"{}\"", NamesText(names), text));
 }
 
 std::optional<unsigned char> ParseHexByte(std::string_view digits)
@@ -83,7 +100,7 @@ int32_t ParseInt(const std::string& text)
     if (const auto number = ReadInt(text)) {
         return *number;
     }
-    throw BadArguments(fmt::format("\"{}\" is no 32-bit integer", text));
+    throw BadArguments(fmt::format("must be a 32-bit integer, got \"{}\"", text));
 }
 
 std::chrono::milliseconds ParseSeconds(const std::string& text)
@@ -100,16 +117,31 @@ std::chrono::milliseconds ParseSeconds(const std::string& text)
 
 int32_t ParseVolume(const std::string& text)
 {
-    const auto volume = ReadInt(text);
-    if (!volume || *volume < 0 || *volume > kLoudest) {
-        throw BadArguments(fmt::format("must be a volume from 0 to {}, got \"{}\"", kLoudest, text));
-    }
-    return *volume;
+    return ParseWithin(text, 0, kLoudest);
 }
 
 int32_t ParseMode(const std::string& text)
 {
     return ParseNamed(kModes, text);
+}
+
+std::vector<std::string> ModeNames()
+{
+    return NamesOf(kModes);
+}
+
+std::vector<std::string> FlagNames()
+{
+    return NamesOf(kFlags);
+}
+
+int32_t ParseWithin(const std::string& text, int32_t least, int32_t most)
+{
+    const auto number = ReadInt(text);
+    if (!number || *number < least || *number > most) {
+        throw BadArguments(fmt::format("must be an integer from {} to {}, got \"{}\"", least, most, text));
+    }
+    return *number;
 }
 
 std::string ModeText(int mode)
@@ -133,8 +165,7 @@ Mac ParseMac(const std::string& text)
         mac[i] = byte.value_or(0);
     }
     if (!fits) {
-        throw BadArguments(
-            fmt::format("\"{}\" is no MAC address (six two-digit hex bytes with ':' between them)", text));
+        throw BadArguments(fmt::format("must be a MAC address such as 02:4b:49:56:00:01, got \"{}\"", text));
     }
     return mac;
 }
@@ -143,7 +174,7 @@ Ip ParseIp(const std::string& text)
 {
     Ip ip{};
     if (inet_pton(AF_INET, text.c_str(), ip.data()) != 1) {
-        throw BadArguments(fmt::format("\"{}\" is no IPv4 address", text));
+        throw BadArguments(fmt::format("must be an IPv4 address such as 192.168.0.21, got \"{}\"", text));
     }
     return ip;
 }
@@ -172,7 +203,8 @@ std::string ParseHex(const std::string& text)
         }
         const auto byte = ParseHexByte(std::string_view(text).substr(at, 2));
         if (!byte) {
-            throw BadArguments(fmt::format("\"{}\" are no bytes (two hex digits each)", text));
+            throw BadArguments(
+                fmt::format("must be bytes of two hex digits each, such as \"01 ff\", got \"{}\"", text));
         }
         bytes += static_cast<char>(*byte);
         at += 2;

@@ -31,10 +31,15 @@ int32_t ParseVolume(const std::string& text);
 
 // "surround", "multiroom", or a number.
 int32_t ParseMode(const std::string& text);
+std::vector<std::string> ModeNames();
 std::string ModeText(int mode);
 
 // "yes", "no", or a number.
 int32_t ParseFlag(const std::string& text);
+std::vector<std::string> FlagNames();
+
+// An integer from the least to the most.
+int32_t ParseWithin(const std::string& text, int32_t least, int32_t most);
 
 // Six two-digit hex bytes with ':' between them.
 Mac ParseMac(const std::string& text);

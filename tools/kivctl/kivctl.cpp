@@ -3,6 +3,7 @@
 #include "KeptLines.h"
 #include "ManPage.h"
 #include "TimeLimit.h"
+#include "Words.h"
 #include <KivServiceInterface.h>
 
 #include <CLI/CLI.hpp>
@@ -109,11 +110,13 @@ int Main(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         // Parsing may have ended before it came to the flag.
         const bool wantsJson = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
-        return Refuse(Output(wantsJson), error.what());
+        const std::string unknown = UnknownWordText(app, {argv + 1, argv + argc});
+        return Refuse(Output(wantsJson), unknown.empty() ? error.what() : unknown);
     }
     const Output output(request.json);
     if (!request.choice.action) {
-        return Refuse(output, "no command given; --help lists them");
+        const std::string path = PathOf(*ReadWords(app, {argv + 1, argv + argc}).command);
+        return Refuse(output, fmt::format("no command given; kivctl help{} lists them", path));
     }
     if (request.verbose) {
         setenv("KIV_LOG_LEVEL", "debug", 1);
