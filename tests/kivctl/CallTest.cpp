@@ -140,8 +140,10 @@ TEST_F(CallTest, BadArgumentsSendNothing)
     ExpectFailure({"call"}, 2, "no command given");
     ExpectFailure({"call", "StopNetworkSpeakers"}, 2, "StopNetworkSpeakers");
     ExpectFailure({"call", "GetSpksConnectionTypeByID"}, 2, "N is required");
-    ExpectFailure({"call", "Vireon_StartNetworkSpeakerByID", "KIV0", "1", "2", "3"}, 2, "less than five characters");
-    ExpectFailure({"call", "IncreaseNetSpkVolumeList"}, 2, "name the speakers");
+    ExpectFailure(
+        {"call", "Vireon_StartNetworkSpeakerByID", "KIV0", "1", "2", "3"}, 2,
+        "the identifier must have 5 characters or more, got \"KIV0\"");
+    ExpectFailure({"call", "IncreaseNetSpkVolumeList"}, 2, "speakers must be named as SPEAKER");
     EXPECT_EQ(Calls(), std::vector<std::string>{});
 }
 

@@ -1,9 +1,11 @@
 #include "KivctlTest.h"
+#include "support/Wait.h"
 #include <KivServiceInterface.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -165,6 +167,21 @@ TEST_F(CommandTest, EnabledTellsTheFeature)
                   "\n");
 }
 
+TEST_F(CommandTest, EnabledTellsWhyTheFeatureCannotBeRead)
+{
+    const std::string file = bus_.Directory() / "features";
+    RemoveFeature();
+    ExpectOutput({"enabled"}, "yes: it cannot be read, which counts as yes: " + file + ": No such file or directory");
+    const auto write = [&file](const char* line) { std::ofstream(file) << "[com.molvane/featureconf]\n" << line; };
+    write("kiv_multi_ch_support=maybe\n");
+    const std::string reason = "it cannot be read, which counts as yes: " + file +
+                               ": kiv_multi_ch_support must be true or false, got \"maybe\"";
+    ExpectOutput({"enabled"}, "yes: " + reason);
+    ExpectJson({"enabled"}, {{"result", true}, {"reason", reason}});
+    write("");
+    EXPECT_NE(Run({"enabled"}).out.find("kiv_multi_ch_support"), std::string::npos);
+}
+
 TEST_F(CommandTest, ADeviceWithoutSpeakersSendsNothing)
 {
     SwitchFeatureOff();
@@ -181,7 +198,6 @@ TEST_F(CommandTest, AServerThatIsNotThereIsSaidToBe)
     for (const Arguments& arguments : kRequests) {
         ExpectFailure(arguments, 1, "the network-speaker server cannot be reached");
     }
-    ExpectFailure({"monitor"}, 1, "the network-speaker server cannot be reached");
 }
 
 // Methods that the library calls on its own have no command.
@@ -224,7 +240,7 @@ TEST_F(CommandTest, ABusThatIsNotThereIsAFailure)
 {
     bus_.Kill();
     ExpectFailure({"stop"}, 1, "the network-speaker server cannot be reached");
-    ExpectFailure({"monitor"}, 1, "the network-speaker server cannot be reached");
+    ExpectFailure({"monitor"}, 1, "the system bus cannot be reached: ");
 }
 
 TEST_F(CommandTest, AFailureValueIsNamed)
@@ -242,37 +258,46 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         Arguments arguments;
         const char* reason;
     } cases[] = {
-        {{}, "no command given"},
-        {{"dance"}, "dance"},
+        {{}, "no command given; kivctl help lists them"},
+        {{"dance"}, "unknown command dance; kivctl help lists them"},
         {{"surround"}, "no command given"},
-        {{"soundbar", "mode"}, "no command given"},
+        {{"soundbar", "mode"}, "no command given; kivctl help soundbar mode lists them"},
+        {{"volum", "up"}, "unknown command volum; did you mean volume?"},
+        {{"volume", "upp"}, "unknown command volume upp; did you mean volume up?"},
+        {{"--jso", "stop"}, "unknown option --jso; did you mean --json?"},
+        {{"stop", "--tpe", "3"}, "unknown option --tpe; did you mean --type?"},
+        {{"stop", "--colour"}, "unknown option --colour; kivctl help stop lists them"},
+        {{"call", "StopNetworkSpeakers"},
+         "unknown command call StopNetworkSpeakers; did you mean call StopNetworkSpeaker?"},
+        {{"help", "volum"}, "unknown command volum; did you mean volume?"},
         {{"stop", "now"}, "now"},
         {{"stop", "atmos"}, "atmos"},
-        {{"stop", "--type", "soft"}, "--type: \"soft\" is no 32-bit integer"},
-        {{"stop", "--type", ""}, "\"\" is no 32-bit integer"},
-        {{"stop", "--type", " 1"}, "\" 1\" is no 32-bit integer"},
-        {{"stop", "--type", "0x10"}, "\"0x10\" is no 32-bit integer"},
-        {{"stop", "--type", "2147483648"}, "--type: \"2147483648\" is no"},
+        {{"stop", "--type", "soft"}, "--type: must be a 32-bit integer, got \"soft\""},
+        {{"stop", "--type", ""}, "must be a 32-bit integer, got \"\""},
+        {{"stop", "--type", " 1"}, "must be a 32-bit integer, got \" 1\""},
+        {{"stop", "--type", "0x10"}, "must be a 32-bit integer, got \"0x10\""},
+        {{"stop", "--type", "2147483648"}, "--type: must be a 32-bit integer, got \"2147483648\""},
         {{"node-remove"}, "NODE"},
         {{"node-remove", "first"}, "first"},
-        {{"monitor", "--count", "0"}, "--count"},
+        {{"monitor", "--count", "0"}, "--count: must be an integer from 1 to 2147483647, got \"0\""},
         {{"monitor", "--count", "-1"}, "--count"},
-        {{"start"}, "name the speakers"},
-        {{"start", "--mode", "stereo", kLeft}, "--mode: \"stereo\" is neither"},
-        {{"start", "--reason", "none", kLeft}, "--reason: \"none\" is no"},
-        {{"start", kLeft, "--file", WriteFile("[]")}, "name the speakers"},
-        {{"start", ""}, "\"\" is no MAC address"},
-        {{"start", "=3"}, "\"\" is no MAC address"},
-        {{"start", kLeft, "02:4b:49:56:00"}, "\"02:4b:49:56:00\" is no MAC address"},
-        {{"start", kLeft + ":07"}, "is no MAC address"},
-        {{"start", "02:4b:49:56:0:01"}, "is no MAC address"},
-        {{"start", "02:4b:49:56:00:0g"}, "is no MAC address"},
-        {{"start", "02:4b:49:56:00:-1"}, "is no MAC address"},
-        {{"start", "02-4b-49-56-00-01"}, "is no MAC address"},
-        {{"start", " 02:4b:49:56:00:01"}, "is no MAC address"},
-        {{"start", kLeft + "="}, "\"\" is no 32-bit integer"},
-        {{"start", kLeft + "=1x"}, "\"1x\" is no 32-bit integer"},
-        {{"start", kLeft + "=2147483648"}, "\"2147483648\" is no 32-bit integer"},
+        {{"start"}, "speakers must be named as SPEAKER or in --file, got neither"},
+        {{"start", "--mode", "stereo", kLeft},
+         "--mode: must be multiroom (81), surround (80) or another 32-bit integer, got \"stereo\""},
+        {{"start", "--reason", "none", kLeft}, "--reason: must be a 32-bit integer, got \"none\""},
+        {{"start", kLeft, "--file", WriteFile("[]")}, "speakers must be named as SPEAKER or in --file, got both"},
+        {{"start", ""}, "must be a MAC address such as 02:4b:49:56:00:01, got \"\""},
+        {{"start", "=3"}, "must be a MAC address such as 02:4b:49:56:00:01, got \"\""},
+        {{"start", kLeft, "02:4b:49:56:00"}, "01, got \"02:4b:49:56:00\""},
+        {{"start", kLeft + ":07"}, "must be a MAC address such as"},
+        {{"start", "02:4b:49:56:0:01"}, "must be a MAC address such as"},
+        {{"start", "02:4b:49:56:00:0g"}, "must be a MAC address such as"},
+        {{"start", "02:4b:49:56:00:-1"}, "must be a MAC address such as"},
+        {{"start", "02-4b-49-56-00-01"}, "must be a MAC address such as"},
+        {{"start", " 02:4b:49:56:00:01"}, "must be a MAC address such as"},
+        {{"start", kLeft + "="}, "must be a 32-bit integer, got \"\""},
+        {{"start", kLeft + "=1x"}, "must be a 32-bit integer, got \"1x\""},
+        {{"start", kLeft + "=2147483648"}, "must be a 32-bit integer, got \"2147483648\""},
     };
     for (const auto& [arguments, reason] : cases) {
         SCOPED_TRACE(testing::PrintToString(arguments));
@@ -289,20 +314,25 @@ TEST_F(CommandTest, ABadListFileSendsNothing)
     } cases[] = {
         {"", "line 1, column 1"},
         {"[\n\"02:4b:49:56:00:01\",\n]", "line 3, column 1"},
-        {"{}", "not a JSON array"},
+        {"{}", "must be a JSON array of speakers, got {}"},
         {"[\"\xff\"]", "ill-formed UTF-8"},
         {"[1e999]", "number overflow"},
-        {R"(["02:4b:49:56:00:01", 5])", "entry 2: 5 is neither"},
-        {R"(["02:4b:49:56:00:01", "02:4b"])", "entry 2: \"02:4b\" is no MAC address"},
+        {R"(["02:4b:49:56:00:01", 5])",
+         "entry 2: must be \"MAC=CONFIG\" or an object with \"mac\" and \"config\", got 5"},
+        {R"(["02:4b:49:56:00:01", "02:4b"])",
+         "entry 2: must be a MAC address such as 02:4b:49:56:00:01, got \"02:4b\""},
         {R"([{"config": 1}])", "entry 1: \"mac\" is missing"},
-        {R"([{"mac": 1}])", "entry 1: \"mac\" is 1, not a string"},
-        {R"([{"mac": "02:4b:49:56:00:01=1"}])", "is no MAC address"},
-        {R"([{"mac": "02:4b:49:56:00:01", "config": "1"}])", "\"config\" is \"1\""},
-        {R"([{"mac": "02:4b:49:56:00:01", "config": 1.0}])", "\"config\" is 1.0"},
-        {R"([{"mac": "02:4b:49:56:00:01", "config": 2147483648}])", "\"config\" is 2147483648"},
-        {R"([{"mac": "02:4b:49:56:00:01", "config": 18446744073709551615}])", "\"config\" is 18446744073709551615"},
-        {R"([{"mac": "02:4b:49:56:00:01", "config": -2147483649}])", "\"config\" is -2147483649"},
-        {R"([{"mac": "02:4b:49:56:00:01", "confg": 1}])", "unknown key \"confg\""},
+        {R"([{"mac": 1}])", "entry 1: \"mac\" must be a text, got 1"},
+        {R"([{"mac": "02:4b:49:56:00:01=1"}])", "must be a MAC address such as"},
+        {R"([{"mac": "02:4b:49:56:00:01", "config": "1"}])", "\"config\" must be a 32-bit integer, got \"1\""},
+        {R"([{"mac": "02:4b:49:56:00:01", "config": 1.0}])", "\"config\" must be a 32-bit integer, got 1.0"},
+        {R"([{"mac": "02:4b:49:56:00:01", "config": 2147483648}])",
+         "\"config\" must be a 32-bit integer, got 2147483648"},
+        {R"([{"mac": "02:4b:49:56:00:01", "config": 18446744073709551615}])",
+         "\"config\" must be a 32-bit integer, got 18446744073709551615"},
+        {R"([{"mac": "02:4b:49:56:00:01", "config": -2147483649}])",
+         "\"config\" must be a 32-bit integer, got -2147483649"},
+        {R"([{"mac": "02:4b:49:56:00:01", "confg": 1}])", "unknown key \"confg\"; known are config, mac"},
     };
     for (const auto& [text, reason] : cases) {
         SCOPED_TRACE(text);
@@ -310,6 +340,7 @@ TEST_F(CommandTest, ABadListFileSendsNothing)
     }
     ExpectFailure({"start", "--file", bus_.Directory() / "absent"}, 2, "No such file or directory");
     ExpectFailure({"start", "--file", bus_.Directory()}, 2, "Is a directory");
+    ExpectFailure({"start", "--file", "/dev/zero"}, 2, "/dev/zero: must have 67108864 bytes at most, and has more");
     EXPECT_EQ(Calls(), std::vector<std::string>{});
 }
 
@@ -322,11 +353,150 @@ TEST_F(CommandTest, VerboseShowsTheLibrarysLogBesideTheResult)
     EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
 }
 
+const Environment kLogsAsUsual = {{"KIV_LOG_LEVEL", ""}};
+
+TEST_F(CommandTest, TheLibrarysLinesStayAwayFromASuccess)
+{
+    // The first call finds no server, and has it started.
+    const Ended ended = Run({"stop"}, kLogsAsUsual);
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.out, "the server answered 0\n");
+}
+
+TEST_F(CommandTest, TheLibrarysLinesAreShownBeforeAFailure)
+{
+    SetFault("StopNetworkSpeaker", "error", "'org.example.Broken'");
+    const Ended ended = Run({"stop"}, kLogsAsUsual);
+    EXPECT_EQ(ended.exitCode, 1);
+    const size_t line = ended.err.find("[StopNetworkSpeaker],[GDBus.Error:org.example.Broken");
+    const size_t own = ended.err.find("kivctl: StopNetworkSpeaker returned -1");
+    EXPECT_NE(own, std::string::npos) << ended.err;
+    EXPECT_LT(line, own) << ended.err;
+}
+
+TEST_F(CommandTest, TheLibrarysLinesAreShownWhereAFailureLooksLikeAnAnswer)
+{
+    const std::string broken = WriteFile(R"({"faults": {"GetNetSpkSettingMode": {"error": "org.example.Broken"}}})");
+    bus_.WriteService({"org.lumra.tv.networkspeaker.server", {KIV_SIMULATOR, "--scenario", broken}});
+    const Ended ended = Run({"mode", "get"}, kLogsAsUsual);
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(ended.out, "80 (surround)\n");
+    EXPECT_NE(ended.err.find("org.example.Broken"), std::string::npos) << ended.err;
+    EXPECT_EQ(ended.err.find("not exist"), std::string::npos) << ended.err;
+}
+
+TEST_F(CommandTest, TheLibrarysLinesAreShownToWhomAsksForThem)
+{
+    EXPECT_NE(Run({"stop"}, {{"KIV_LOG_LEVEL", "warning"}}).err.find("STOP, nStopType[0]"), std::string::npos);
+    EXPECT_NE(Run({"stop", "--verbose"}, kLogsAsUsual).err.find(">>> API Start"), std::string::npos);
+}
+
+TEST_F(CommandTest, TheLibrarysLinesAreShownWhenTimeIsUp)
+{
+    SetFault("StopNetworkSpeaker", "silent", "true");
+    const Ended ended = Run({"stop", "--timeout", "0.5"}, kLogsAsUsual);
+    EXPECT_EQ(ended.exitCode, 4);
+    EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
+    EXPECT_TRUE(ended.err.ends_with("kivctl: stop: not done within 500 ms\n")) << ended.err;
+}
+
+TEST_F(CommandTest, TheLibrarysLinesSurviveASignal)
+{
+    SetFault("StopNetworkSpeaker", "silent", "true");
+    for (const int signal : {SIGINT, SIGTERM, SIGSEGV}) {
+        g_variant_unref(Control("ForgetCalls", nullptr));
+        Running stop(bus_, {"stop"}, kLogsAsUsual);
+        test::WaitUntil("the call", [this] { return !Calls().empty(); });
+        stop.Signal(signal);
+        const Ended ended = stop.Wait();
+        EXPECT_EQ(ended.exitCode, -1);
+        EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
+    }
+}
+
+TEST_F(CommandTest, AMonitorShowsLinesOnceItIsReady)
+{
+    Running monitor(bus_, {"monitor"}, kLogsAsUsual);
+    EXPECT_EQ(monitor.ErrLine(), "kivctl: ready, waiting for events");
+    SendPayload("");
+    EXPECT_NE(monitor.ErrLine().find("NULL payload"), std::string::npos);
+    monitor.Signal(SIGINT);
+    EXPECT_EQ(monitor.Wait().exitCode, 0);
+}
+
 TEST(OutputTest, ThatCannotBeWrittenIsAFailure)
 {
     const int status = std::system(KIV_CTL " sizes > /dev/full 2> /dev/null");
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 1);
+}
+
+// The commands that have none below them, but for the library's functions.
+std::vector<Arguments> CommandsBelow(const std::function<std::string(Arguments)>& run, const Arguments& path)
+{
+    std::vector<Arguments> commands;
+    std::istringstream help(run(path));
+    bool listed = false;
+    for (std::string line; std::getline(help, line);) {
+        listed = line == "Subcommands:" || (listed && !line.empty());
+        std::istringstream words(line);
+        std::string name;
+        if (listed && line.starts_with("  ") && line[2] != ' ' && words >> name) {
+            Arguments part = path;
+            part.push_back(name);
+            const auto below = name == "call" ? std::vector<Arguments>{} : CommandsBelow(run, part);
+            commands.insert(commands.end(), below.begin(), below.end());
+            if (below.empty()) {
+                commands.push_back(part);
+            }
+        }
+    }
+    return commands;
+}
+
+TEST_F(CommandTest, EachCommandHasAnExampleThatRuns)
+{
+    // The example of connecting a speaker comes before those that speak to it.
+    const auto help = [this](Arguments path) {
+        path.insert(path.begin(), "help");
+        return Run(path).out;
+    };
+    const std::vector<Arguments> commands = CommandsBelow(help, {});
+    EXPECT_GT(commands.size(), 40U);
+    for (const Arguments& command : commands) {
+        SCOPED_TRACE(testing::PrintToString(command));
+        const std::string text = help(command);
+        EXPECT_EQ(text.find("Exit codes"), std::string::npos);
+        const std::string head = "Example:\n  kivctl ";
+        const size_t at = text.find(head);
+        ASSERT_NE(at, std::string::npos) << text;
+        const std::string example = text.substr(at + head.size(), text.find('\n', at + head.size()) - at - head.size());
+        g_auto(GStrv) words = nullptr;
+        ASSERT_TRUE(g_shell_parse_argv(example.c_str(), nullptr, &words, nullptr)) << example;
+        const Ended ended = Run(Arguments(words, words + g_strv_length(words)));
+        EXPECT_EQ(ended.exitCode, 0) << example << ended.out << ended.err;
+    }
+}
+
+TEST_F(CommandTest, HelpIsACommandToo)
+{
+    EXPECT_EQ(Run({"help"}).out, Run({"--help"}).out);
+    EXPECT_EQ(Run({"help", "volume", "set"}).out, Run({"volume", "set", "--help"}).out);
+    EXPECT_NE(Run({"help", "volume", "set"}).out.find("kivctl volume set"), std::string::npos);
+    EXPECT_EQ(Run({"help", "call", "StopNetworkSpeaker"}).exitCode, 0);
+}
+
+TEST_F(CommandTest, ValuesAreCompleted)
+{
+    EXPECT_NE(("\n" + Run({"--complete", "start", "--mode"}).out).find("\nmultiroom\t"), std::string::npos);
+    EXPECT_NE(("\n" + Run({"--complete", "mode", "ui", "set"}).out).find("\nsurround\t"), std::string::npos);
+    EXPECT_EQ(
+        ("\n" + Run({"--complete", "mode", "ui", "set", "surround"}).out).find("\nsurround\t"), std::string::npos);
+    EXPECT_NE(
+        ("\n" + Run({"--complete", "soundbar", "support", "set", "02:4b:49:56:00:b0"}).out).find("\nyes\t"),
+        std::string::npos);
+    EXPECT_EQ(("\n" + Run({"--complete", "soundbar", "support", "set"}).out).find("\nyes\t"), std::string::npos);
 }
 
 TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)

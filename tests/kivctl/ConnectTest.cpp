@@ -89,21 +89,27 @@ TEST_F(ConnectTest, BadArgumentsSendNothing)
 {
     ExpectFailure({"connect"}, 2, "no command given");
     ExpectFailure({"connect", "new"}, 2, "MAC");
-    ExpectFailure({"connect", "new", kBedroom, "02:4b"}, 2, "\"02:4b\" is no MAC address");
-    ExpectFailure({"connect", "new", kBedroom + "=1"}, 2, "is no MAC address");
+    ExpectFailure(
+        {"connect", "new", kBedroom, "02:4b"}, 2, "must be a MAC address such as 02:4b:49:56:00:01, got \"02:4b\"");
+    ExpectFailure({"connect", "new", kBedroom + "=1"}, 2, "must be a MAC address such as");
     ExpectFailure({"connect", "direct"}, 2, "N");
-    ExpectFailure({"connect", "direct", "1.5"}, 2, "N: \"1.5\" is no 32-bit integer");
+    ExpectFailure({"connect", "direct", "1.5"}, 2, "N: must be a 32-bit integer, got \"1.5\"");
     ExpectFailure({"connect", "group", "1", "2"}, 2, "2");
-    ExpectFailure({"connect", "by-mobile"}, 2, "give the bytes in hex");
-    ExpectFailure({"connect", "by-mobile", "00", "--file", WriteFile("")}, 2, "give the bytes in hex");
-    ExpectFailure({"connect", "by-mobile", "0"}, 2, "\"0\" are no bytes");
-    ExpectFailure({"connect", "by-mobile", "0 0"}, 2, "\"0 0\" are no bytes");
-    ExpectFailure({"connect", "by-mobile", "0x00"}, 2, "\"0x00\" are no bytes");
+    ExpectFailure({"connect", "by-mobile"}, 2, "the bytes must be given as HEX or in --file, got neither");
+    ExpectFailure(
+        {"connect", "by-mobile", "00", "--file", WriteFile("")}, 2,
+        "the bytes must be given as HEX or in --file, got both");
+    ExpectFailure(
+        {"connect", "by-mobile", "0"}, 2, "must be bytes of two hex digits each, such as \"01 ff\", got \"0\"");
+    ExpectFailure({"connect", "by-mobile", "0 0"}, 2, "got \"0 0\"");
+    ExpectFailure({"connect", "by-mobile", "0x00"}, 2, "got \"0x00\"");
     ExpectFailure({"connect", "by-mobile", "--file", bus_.Directory() / "absent"}, 2, "No such file or directory");
     ExpectFailure({"connect", "by-id", "1", "2"}, 2, "THIRD");
-    ExpectFailure({"connect", "by-id", "1", "2", "3", "--id", "KIV5"}, 2, "\"KIV5\" has less than five characters");
-    ExpectFailure({"connect", "type"}, 2, "name the speakers");
-    ExpectFailure({"connect", "type", "--id", "one"}, 2, "--id: \"one\" is no 32-bit integer");
+    ExpectFailure(
+        {"connect", "by-id", "1", "2", "3", "--id", "KIV5"}, 2,
+        "the identifier must have 5 characters or more, got \"KIV5\"");
+    ExpectFailure({"connect", "type"}, 2, "speakers must be named as SPEAKER or in --file, got neither");
+    ExpectFailure({"connect", "type", "--id", "one"}, 2, "--id: must be a 32-bit integer, got \"one\"");
     ExpectFailure({"connect", "type", "--id", "1", kLeft}, 2, "--id");
     EXPECT_EQ(Calls(), std::vector<std::string>{});
 }

@@ -1,5 +1,11 @@
 #include "KivctlTest.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -26,7 +32,7 @@ GVariant* Bytes(const std::string& bytes)
 
 } // namespace
 
-Running::Running(const sandbox::PrivateBus& bus, const Arguments& arguments)
+Running::Running(const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment, int output)
 {
     std::vector<const char*> argv = {KIV_CTL};
     for (const std::string& argument : arguments) {
@@ -34,17 +40,28 @@ Running::Running(const sandbox::PrivateBus& bus, const Arguments& arguments)
     }
     argv.push_back(nullptr);
 
-    g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(
-        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE));
+    const int flags = G_SUBPROCESS_FLAGS_STDERR_PIPE | (output < 0 ? G_SUBPROCESS_FLAGS_STDOUT_PIPE : 0);
+    g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(static_cast<GSubprocessFlags>(flags));
+    if (output >= 0) {
+        g_subprocess_launcher_take_stdout_fd(launcher, output);
+    }
     g_subprocess_launcher_setenv(launcher, "DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), TRUE);
     g_subprocess_launcher_setenv(launcher, "KIV_SYSTEM_INFO_FILE", FeatureFile(bus).c_str(), TRUE);
     g_subprocess_launcher_setenv(launcher, "KIV_LOG_LEVEL", "none", TRUE);
+    g_subprocess_launcher_unsetenv(launcher, "KIV_LAYOUT");
+    for (const auto& [name, value] : environment) {
+        if (value.empty()) {
+            g_subprocess_launcher_unsetenv(launcher, name.c_str());
+        } else {
+            g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
+        }
+    }
     g_autoptr(GError) error = nullptr;
     process_ = g_subprocess_launcher_spawnv(launcher, argv.data(), &error);
     if (process_ == nullptr) {
         throw std::runtime_error(error->message);
     }
-    out_ = g_data_input_stream_new(g_subprocess_get_stdout_pipe(process_));
+    out_ = output < 0 ? g_data_input_stream_new(g_subprocess_get_stdout_pipe(process_)) : nullptr;
     err_ = g_data_input_stream_new(g_subprocess_get_stderr_pipe(process_));
 }
 
@@ -53,13 +70,13 @@ Running::~Running()
     g_subprocess_force_exit(process_);
     g_subprocess_wait(process_, nullptr, nullptr);
     g_object_unref(err_);
-    g_object_unref(out_);
+    g_clear_object(&out_);
     g_object_unref(process_);
 }
 
 Ended Running::Wait()
 {
-    Ended ended{-1, ReadRest(out_), ReadRest(err_)};
+    Ended ended{-1, out_ == nullptr ? "" : ReadRest(out_), ReadRest(err_)};
     g_subprocess_wait(process_, nullptr, nullptr);
     if (g_subprocess_get_if_exited(process_)) {
         ended.exitCode = g_subprocess_get_exit_status(process_);
@@ -108,9 +125,26 @@ KivctlTest::KivctlTest()
     WriteFeature(bus_, "true");
 }
 
-Ended KivctlTest::Run(const Arguments& arguments) const
+Ended KivctlTest::Run(const Arguments& arguments, const Environment& environment) const
 {
-    return Running(bus_, arguments).Wait();
+    return Running(bus_, arguments, environment).Wait();
+}
+
+std::string KivctlTest::RunOnTerminal(const Arguments& arguments) const
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    grantpt(terminal);
+    unlockpt(terminal);
+    const int output = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_GE(output, 0);
+    // The terminal keeps what is written until the last descriptor of its other end is closed, and a little is written.
+    const int open = fcntl(output, F_DUPFD_CLOEXEC, 0);
+    EXPECT_EQ(Running(bus_, arguments, {}, output).Wait().exitCode, 0);
+    std::array<char, 4096> text{};
+    const ssize_t length = read(terminal, text.data(), text.size());
+    close(open);
+    close(terminal);
+    return {text.data(), static_cast<size_t>(std::max<ssize_t>(length, 0))};
 }
 
 void KivctlTest::ExpectOutput(const Arguments& arguments, const std::string& out) const

@@ -8,12 +8,14 @@
 #include <nlohmann/json.hpp>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kiv::ctl {
 
 using Json = nlohmann::json;
 using Arguments = std::vector<std::string>;
+using Environment = std::vector<std::pair<std::string, std::string>>;
 
 struct Ended {
     int exitCode;
@@ -24,7 +26,11 @@ struct Ended {
 // A kivctl that runs on the test's bus.
 class Running {
 public:
-    Running(const sandbox::PrivateBus& bus, const Arguments& arguments);
+    // The environment is what it has besides; an empty value removes a variable.
+    // Its stdout is the descriptor, if there is one, which it takes.
+    Running(
+        const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment = {},
+        int output = -1);
     ~Running();
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
@@ -43,7 +49,7 @@ private:
     static std::string ReadRest(GDataInputStream* stream);
 
     GSubprocess* process_;
-    GDataInputStream* out_;
+    GDataInputStream* out_; // none if stdout is a descriptor
     GDataInputStream* err_;
 };
 
@@ -64,7 +70,10 @@ class KivctlTest : public testing::Test {
 protected:
     KivctlTest();
 
-    Ended Run(const Arguments& arguments) const;
+    Ended Run(const Arguments& arguments, const Environment& environment = {}) const;
+
+    // What a kivctl that succeeds writes to a terminal.
+    std::string RunOnTerminal(const Arguments& arguments) const;
 
     // Exits with 0 and says that.
     void ExpectOutput(const Arguments& arguments, const std::string& out) const;

@@ -32,7 +32,9 @@ protected:
 TEST_F(ListTest, ActiveTellsTheGroup)
 {
     Run({"start", kLeft, kRight});
-    ExpectOutput({"list", "active"}, "name      Living room\ntype      Shelf\nspeakers  2");
+    EXPECT_EQ(Lines({"list", "active"})[0], "name      Living room");
+    EXPECT_EQ(Lines({"list", "active"})[1], "type      Shelf");
+    EXPECT_EQ(Lines({"list", "active"})[2], "speakers  2");
     EXPECT_EQ(Calls().back(), "GetActiveNetSpkInfo(0,)");
 
     const Json active = Json::parse(Run({"list", "active", "--json"}).out);
@@ -46,17 +48,22 @@ TEST_F(ListTest, ActiveTellsTheGroup)
     }
 }
 
-TEST_F(ListTest, ActiveShowsTheRecordsOnRequest)
+TEST_F(ListTest, RecordsWithoutALayoutAreBytes)
 {
     Run({"start", kLeft, kRight});
-    const std::vector<std::string> lines = Lines({"list", "active", "--hex"});
-    // Three fields, and for each speaker a blank line, a title and twelve lines of at most 16 bytes.
-    ASSERT_EQ(lines.size(), 3U + 2 * (2 + 12));
-    EXPECT_EQ(lines[4], "speaker 1");
-    EXPECT_EQ(lines[5], "0000  4c 69 76 69 6e 67 20 72 6f 6f 6d 20 6c 65 66 74  |Living room left|");
-    EXPECT_EQ(lines[16], "00b0  00 00 00 00 00 00 00                             |.......|");
-    EXPECT_EQ(lines[17], "");
-    EXPECT_EQ(lines[18], "speaker 2");
+    for (const Arguments& arguments : {Arguments{"list", "active"}, Arguments{"list", "active", "--hex"}}) {
+        const std::vector<std::string> lines = Lines(arguments);
+        // Three lines, and for each speaker a blank line, a title and the bytes, without lines that repeat.
+        ASSERT_EQ(lines.size(), 3U + (2 + 11) + (2 + 12));
+        EXPECT_EQ(lines[4], "speaker 1");
+        EXPECT_EQ(lines[5], "0000  4c 69 76 69 6e 67 20 72 6f 6f 6d 20 6c 65 66 74  |Living room left|");
+        EXPECT_EQ(lines[6], "0010  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00  |................|");
+        EXPECT_EQ(lines[7], "*");
+        EXPECT_EQ(lines[8].substr(0, 4), "0040");
+        EXPECT_EQ(lines[15], "00b0  00 00 00 00 00 00 00                             |.......|");
+        EXPECT_EQ(lines[16], "");
+        EXPECT_EQ(lines[17], "speaker 2");
+    }
 }
 
 TEST_F(ListTest, NoneActiveIsAnAnswer)
@@ -73,11 +80,11 @@ TEST_F(ListTest, ActiveTellsWhatIsAnnouncedButNotSent)
     EXPECT_EQ(active.at("name"), std::string(128, 'x'));
     EXPECT_EQ(active.at("type"), std::string(23, 'x'));
     EXPECT_EQ(active.at("speakers"), Json::array());
-    EXPECT_EQ(Lines({"list", "active"}).back(), "speakers  2021161080 announced, 0 sent");
+    EXPECT_EQ(Lines({"list", "active"})[2], "speakers  2021161080 announced, 0 sent");
 
     const std::string withoutNumber = ByteArray(151, 'x');
     Reply("GetActiveNetSpkInfo", withoutNumber.substr(0, withoutNumber.size() - 1) + ", 255, 255, 255, 255]");
-    EXPECT_EQ(Lines({"list", "active"}).back(), "speakers  -1 announced, 0 sent");
+    EXPECT_EQ(Lines({"list", "active"})[2], "speakers  -1 announced, 0 sent");
 }
 
 TEST_F(ListTest, ANameCannotAddressTheTerminal)
@@ -99,11 +106,11 @@ TEST_F(ListTest, ActiveTellsAFailureFromAnAnswer)
 
 TEST_F(ListTest, AllAndNodesTellTheirNumber)
 {
-    ExpectOutput({"list", "all"}, "2 lists of 1086 bytes");
-    ExpectOutput({"list", "all", "--array"}, "2 lists of 1086 bytes");
+    EXPECT_EQ(Lines({"list", "all"})[0], "2 lists of 1086 bytes; --layout names their fields");
+    EXPECT_EQ(Lines({"list", "all", "--array"})[0], "2 lists of 1086 bytes; --layout names their fields");
     ExpectOutput({"list", "count"}, "the server answered 2");
     ExpectJson({"list", "count"}, {{"result", 2}});
-    ExpectOutput({"list", "nodes"}, "7 nodes of 134 bytes");
+    EXPECT_EQ(Lines({"list", "nodes"})[0], "7 nodes of 134 bytes; --layout names their fields");
     const std::vector<std::string> calls = Calls();
     ASSERT_EQ(calls.size(), 5U);
     EXPECT_EQ(calls[0], "GetNetSpkListInfo(0,)");
@@ -124,15 +131,16 @@ TEST_F(ListTest, RecordsAreShownWhole)
     ExpectJson({"list", "all", "--array"}, {{"result", 1}, {"lists", {list}}});
 
     const std::vector<std::string> all = Lines({"list", "all", "--hex"});
-    ASSERT_EQ(all.size(), 3U + 68);
-    EXPECT_EQ(all[0], "1 list of 1086 bytes");
+    ASSERT_EQ(all.size(), 3U + 3);
+    EXPECT_EQ(all[0], "1 list of 1086 bytes; --layout names their fields");
     EXPECT_EQ(all[1], "");
     EXPECT_EQ(all[2], "list 1");
     EXPECT_EQ(all[3], "0000  61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61  |aaaaaaaaaaaaaaaa|");
+    EXPECT_EQ(all[4], "*");
     EXPECT_EQ(all.back(), "0430  61 61 61 61 61 61 61 61 61 61 61 61 61 61        |aaaaaaaaaaaaaa|");
 
     const std::vector<std::string> nodes = Lines({"list", "nodes", "--hex"});
-    ASSERT_EQ(nodes.size(), 3U + 9);
+    ASSERT_EQ(nodes.size(), 3U + 3);
     EXPECT_EQ(nodes[2], "node 1");
     EXPECT_EQ(nodes.back(), "0080  c3 c3 c3 c3 c3 c3                                |......|");
 }
@@ -140,7 +148,7 @@ TEST_F(ListTest, RecordsAreShownWhole)
 TEST_F(ListTest, NoListsAreAnAnswer)
 {
     Reply("GetNetSpkListInfo", "@ay []");
-    ExpectOutput({"list", "all"}, "0 lists of 1086 bytes");
+    ExpectOutput({"list", "all"}, "0 lists of 1086 bytes; --layout names their fields");
     ExpectJson({"list", "all", "--array"}, {{"result", 0}, {"lists", Json::array()}});
 }
 

@@ -68,7 +68,9 @@ TEST_F(ModeTest, BadArgumentsSendNothing)
     ExpectFailure({"mode"}, 2, "no command given");
     ExpectFailure({"mode", "ui"}, 2, "no command given");
     ExpectFailure({"mode", "ui", "set"}, 2, "MODE");
-    ExpectFailure({"mode", "ui", "set", "Surround"}, 2, "MODE: \"Surround\" is neither a known word nor");
+    ExpectFailure(
+        {"mode", "ui", "set", "Surround"}, 2,
+        "MODE: must be multiroom (81), surround (80) or another 32-bit integer, got \"Surround\"");
     ExpectFailure({"mode", "get", "80"}, 2, "80");
     ExpectFailure({"link"}, 2, "no command given");
     ExpectFailure({"link", "can-cancel", "it"}, 2, "it");

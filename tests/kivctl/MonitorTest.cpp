@@ -1,12 +1,17 @@
 #include "KivctlTest.h"
 #include <KivServiceInterface.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
+#include <regex>
 #include <stdexcept>
 
-namespace kiv::ctl {
+namespace kiv::ctl::monitor_test {
 namespace {
+
+constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 
 constexpr int kUnknownEvent = 0x01020304;
 constexpr const char* kReady = "kivctl: ready, waiting for events";
@@ -23,16 +28,35 @@ std::string DataOf(size_t size)
     return data;
 }
 
+// An event's line without the time before it.
+std::string EventLine(Running& monitor)
+{
+    const std::string line = monitor.OutLine();
+    static const std::regex kTime(R"(\d\d:\d\d:\d\d\.\d{3} )");
+    EXPECT_TRUE(std::regex_search(line, kTime, std::regex_constants::match_continuous)) << line;
+    return std::regex_replace(line, kTime, "", std::regex_constants::format_first_only);
+}
+
+// An event's object without its time.
+std::string EventObject(Running& monitor)
+{
+    auto object = nlohmann::ordered_json::parse(monitor.OutLine());
+    static const std::regex kTime(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)");
+    EXPECT_TRUE(std::regex_match(object.value("time", ""), kTime)) << object;
+    object.erase("time");
+    return object.dump();
+}
+
 TEST_F(MonitorTest, ShowsEventsAsTheyCome)
 {
     Running monitor(bus_, {"monitor"});
     ASSERT_EQ(monitor.ErrLine(), kReady);
     SendEvent(NAMSERVICE_EXIT_STATE, "");
-    EXPECT_EQ(monitor.OutLine(), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
+    EXPECT_EQ(EventLine(monitor), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
     SendEvent(kUnknownEvent, std::string("\x01\x00\xff", 3));
-    EXPECT_EQ(monitor.OutLine(), "event 0x01020304, length 3: 01 00 ff");
+    EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 3: 01 00 ff");
     SendPayload(std::string("\xfe\xff\xff\xff\xfd\xff\xff\xff", 8));
-    EXPECT_EQ(monitor.OutLine(), "event 0xfffffffe, length -3");
+    EXPECT_EQ(EventLine(monitor), "event 0xfffffffe, length -3");
 }
 
 TEST_F(MonitorTest, ShowsAnAtmosChangeToBothKindsOfCallback)
@@ -40,8 +64,8 @@ TEST_F(MonitorTest, ShowsAnAtmosChangeToBothKindsOfCallback)
     Running monitor(bus_, {"monitor"});
     ASSERT_EQ(monitor.ErrLine(), kReady);
     g_variant_unref(Control("Atmos", g_variant_new("(b)", TRUE)));
-    EXPECT_EQ(monitor.OutLine(), "atmos 1");
-    EXPECT_EQ(monitor.OutLine(), "event 0x02020028 NAMSERVICE_ATMOS_STATE, length 4: 01 00 00 00");
+    EXPECT_EQ(EventLine(monitor), "atmos 1");
+    EXPECT_EQ(EventLine(monitor), "event 0x02020028 NAMSERVICE_ATMOS_STATE, length 4: 01 00 00 00");
 }
 
 TEST_F(MonitorTest, ShowsOneObjectALineToScripts)
@@ -49,8 +73,8 @@ TEST_F(MonitorTest, ShowsOneObjectALineToScripts)
     Running monitor(bus_, {"--json", "monitor"});
     ASSERT_EQ(monitor.OutLine(), kJsonReady);
     SendEvent(NAMSERVICE_ATMOS_STATE, "\x01");
-    EXPECT_EQ(monitor.OutLine(), R"({"atmos":1})");
-    EXPECT_EQ(monitor.OutLine(), R"({"event":"0x02020028","name":"NAMSERVICE_ATMOS_STATE","length":1,"data":"01"})");
+    EXPECT_EQ(EventObject(monitor), R"({"atmos":1})");
+    EXPECT_EQ(EventObject(monitor), R"({"event":"0x02020028","name":"NAMSERVICE_ATMOS_STATE","length":1,"data":"01"})");
     SendEvent(kUnknownEvent, std::string(40, '\xab'));
     const Json event = Json::parse(monitor.OutLine());
     EXPECT_EQ(event.at("name"), nullptr);
@@ -80,10 +104,11 @@ TEST_F(MonitorTest, ShowsAllOfTheDataOnRequest)
     Running monitor(bus_, {"monitor", "--raw", "--count", "1"});
     ASSERT_EQ(monitor.ErrLine(), kReady);
     SendEvent(kUnknownEvent, DataOf(5000));
-    const Ended ended = monitor.Wait();
+    const std::string line = EventLine(monitor);
     const std::string head = "event 0x01020304, length 2200: ";
-    EXPECT_EQ(ended.out.substr(0, head.size()), head);
-    EXPECT_EQ(ended.out.size(), head.size() + 3 * NAMSERVICE_EVENT_DATA_MAX);
+    EXPECT_EQ(line.substr(0, head.size()), head);
+    EXPECT_EQ(line.size(), head.size() + 3 * NAMSERVICE_EVENT_DATA_MAX - 1);
+    EXPECT_EQ(monitor.Wait().exitCode, 0);
 }
 
 TEST_F(MonitorTest, EndsAfterTheEventsAskedForAndUnsubscribes)
@@ -98,9 +123,11 @@ TEST_F(MonitorTest, EndsAfterTheEventsAskedForAndUnsubscribes)
             EXPECT_EQ(event, 3);
         }
     }
+    EXPECT_EQ(EventLine(monitor), "event 0x00000001, length 0");
+    EXPECT_EQ(EventLine(monitor), "event 0x00000002, length 0");
     const Ended ended = monitor.Wait();
     EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out, "event 0x00000001, length 0\nevent 0x00000002, length 0\n");
+    EXPECT_EQ(ended.out, "");
 
     const std::vector<std::string> calls = Calls();
     EXPECT_EQ(
@@ -151,15 +178,15 @@ TEST_F(MonitorTest, AsksAServerThatComesBackForItsEvents)
     for (int i = 0; i < 3; ++i) {
         g_variant_unref(Control("Exit", nullptr));
         // The event and the loss are told by two threads.
-        std::vector<std::string> lines{monitor.OutLine(), monitor.OutLine()};
-        std::sort(lines.begin(), lines.end());
-        EXPECT_EQ(Json::parse(lines[0]).value("name", ""), "NAMSERVICE_EXIT_STATE");
-        EXPECT_EQ(lines[1], R"({"server":false})");
-        bus_.Activate("org.lumra.tv.networkspeaker.server");
+        std::vector<Json> lines{Json::parse(monitor.OutLine()), Json::parse(monitor.OutLine())};
+        std::ranges::sort(lines, {}, [](const Json& line) { return line.contains("server"); });
+        EXPECT_EQ(lines[0].value("name", ""), "NAMSERVICE_EXIT_STATE");
+        EXPECT_EQ(lines[1], Json({{"server", false}}));
+        bus_.Activate(kServerName);
         EXPECT_EQ(monitor.OutLine(), R"({"server":true})");
         // Only subscribers are told.
         g_variant_unref(Control("Atmos", g_variant_new("(b)", TRUE)));
-        EXPECT_EQ(monitor.OutLine(), R"({"atmos":1})");
+        EXPECT_EQ(EventObject(monitor), R"({"atmos":1})");
         EXPECT_EQ(Json::parse(monitor.OutLine()).at("name"), "NAMSERVICE_ATMOS_STATE");
     }
 }
@@ -181,16 +208,109 @@ TEST_F(MonitorTest, GoesOnWhenAServerThatComesBackRefuses)
     ASSERT_EQ(monitor.ErrLine(), kReady);
     const std::string refusing =
         WriteFile(R"({"faults": {"SubscribeNamServiceCallback": {"error": "org.example.Broken"}}})");
-    bus_.WriteService({"org.lumra.tv.networkspeaker.server", {KIV_SIMULATOR, "--scenario", refusing}});
+    bus_.WriteService({kServerName, {KIV_SIMULATOR, "--scenario", refusing}});
     g_variant_unref(Control("Exit", nullptr));
     EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
-    bus_.Activate("org.lumra.tv.networkspeaker.server");
+    bus_.Activate(kServerName);
     EXPECT_EQ(
         monitor.ErrLine(),
         "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it");
     SendEvent(kUnknownEvent, "");
-    EXPECT_EQ(monitor.OutLine(), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
-    EXPECT_EQ(monitor.OutLine(), "event 0x01020304, length 0");
+    EXPECT_EQ(EventLine(monitor), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
+    EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 0");
+}
+
+TEST_F(MonitorTest, DecodesWhatTheLayoutNames)
+{
+    Running monitor(bus_, {"monitor", "--layout", KIV_LAYOUT_FILE});
+    ASSERT_EQ(monitor.ErrLine(), kReady);
+    Run({"volume", "get", kLeft + "=0", kRight});
+    EXPECT_EQ(
+        EventLine(monitor), "event 0x02020040 volume, length 28: mac 02:4b:49:56:00:01, ip 192.168.0.21, volume 20; "
+                            "mac 02:4b:49:56:00:02, ip 192.168.0.22, volume 20");
+    SendEvent(0x02020040, DataOf(13));
+    EXPECT_EQ(EventLine(monitor), "event 0x02020040 volume, length 13: 00 01 02 03 04 05 06 07 08 09 0a 0b 0c");
+    SendEvent(0x02020040, DataOf(15));
+    EXPECT_EQ(
+        EventLine(monitor), "event 0x02020040 volume, length 15: mac 00:01:02:03:04:05, ip 6.7.8.9, volume 218893066");
+    SendEvent(kUnknownEvent, DataOf(1));
+    EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 1: 00");
+
+    Running raw(bus_, {"monitor", "--raw", "--layout", KIV_LAYOUT_FILE, "--name", "raw"});
+    ASSERT_EQ(raw.ErrLine(), kReady);
+    SendEvent(0x02020040, DataOf(14));
+    EXPECT_EQ(
+        EventLine(raw), "event 0x02020040 volume, length 14: mac 00:01:02:03:04:05, ip 6.7.8.9, volume 218893066: "
+                        "00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d");
+
+    Running json(bus_, {"monitor", "--json", "--layout", KIV_LAYOUT_FILE});
+    ASSERT_EQ(json.OutLine(), kJsonReady);
+    SendEvent(0x02020040, DataOf(14));
+    EXPECT_EQ(
+        EventObject(json), R"({"event":"0x02020040","name":"volume","length":14,"data":"000102030405060708090a0b0c0d",)"
+                           R"("decoded":[{"mac":"00:01:02:03:04:05","ip":"6.7.8.9","volume":218893066}]})");
+}
+
+TEST_F(MonitorTest, SaysWhatIsMissingWhereTheBusDeniesTheName)
+{
+    Forbid(R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)");
+    Running monitor(bus_, {"monitor"});
+    const std::string line = monitor.ErrLine();
+    EXPECT_TRUE(line.starts_with("kivctl: not ready, events cannot come: nobody owns the bus name "
+                                 "org.lumra.tv.networkspeaker.client.tv_"))
+        << line;
+    EXPECT_TRUE(line.ends_with(", which the bus may deny to this user; kivctl doctor tells why")) << line;
+    monitor.Signal(SIGINT);
+    EXPECT_EQ(monitor.Wait().exitCode, 0);
+
+    Running json(bus_, {"monitor", "--json"});
+    const Json object = Json::parse(json.OutLine());
+    EXPECT_EQ(object.at("ready"), false);
+    EXPECT_NE(object.at("error").get<std::string>().find("nobody owns the bus name"), std::string::npos);
+}
+
+TEST_F(MonitorTest, SaysWhoHasTheName)
+{
+    g_variant_unref(Control("SetClientId", g_variant_new("(s)", "taken")));
+    const sandbox::Connection other(bus_.Address());
+    other.CallDaemon(
+        "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", "org.lumra.tv.networkspeaker.client.taken", 0U));
+    Running monitor(bus_, {"monitor"});
+    EXPECT_EQ(
+        monitor.ErrLine(), "kivctl: not ready, events cannot come: the bus name "
+                           "org.lumra.tv.networkspeaker.client.taken is owned by process " +
+                               std::to_string(getpid()) + ", which gets them; kivctl doctor tells why");
+}
+
+TEST_F(MonitorTest, WaitsForAServerThatIsNotThereYet)
+{
+    bus_.RemoveService(kServerName);
+    Running monitor(bus_, {"monitor"});
+    const std::string line = monitor.ErrLine();
+    EXPECT_TRUE(line.starts_with("kivctl: waiting for the server, which does not run and cannot be started: ")) << line;
+    bus_.WriteService({kServerName, {KIV_SIMULATOR}});
+    bus_.Activate(kServerName);
+    EXPECT_EQ(monitor.ErrLine(), kReady);
+    SendEvent(kUnknownEvent, "");
+    EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 0");
+    g_variant_unref(Control("Exit", nullptr));
+    EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
+}
+
+TEST_F(MonitorTest, EndsAfterTheTimeAskedFor)
+{
+    const Ended ended = Run({"monitor", "--for", "0.5"});
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, std::string(kReady) + '\n');
+    EXPECT_EQ(Calls().back().rfind("UnsubscribeNamServiceCallback", 0), 0U);
+
+    g_variant_unref(Control("Exit", nullptr));
+    bus_.RemoveService(kServerName);
+    EXPECT_EQ(Run({"monitor", "--for", "0.1"}).exitCode, 0);
+    for (const std::string limit : {"0", "-1", "soon", "1e9"}) {
+        ExpectFailure({"monitor", "--for", limit}, 2, "--for: must be a number of seconds above 0");
+    }
 }
 
 TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
@@ -203,4 +323,4 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
 }
 
 } // namespace
-} // namespace kiv::ctl
+} // namespace kiv::ctl::monitor_test

@@ -50,7 +50,7 @@ TEST_F(NameAndVolumeTest, VolumeIsSent)
 {
     ExpectOutput({"volume", "set", kLeft, "77", "--ip", "192.168.0.21"}, "sent");
     EXPECT_EQ(Speaker(kLeft).at("volume"), 77);
-    ExpectJson({"volume", "set", kLeft, "-1", "--ip", "1.2.3.255"}, {{"sent", true}});
+    ExpectJson({"call", "SetNetSpkVolume", kLeft, "-1", "--ip", "1.2.3.255"}, {{"sent", true}});
     EXPECT_EQ(
         Calls(), (std::vector<std::string>{
                      "SetNetSpkVolume(" + kLeftBytes + ", " + kIp + ", 77)",
@@ -104,27 +104,97 @@ TEST_F(NameAndVolumeTest, AVolumeComesAsAnEvent)
     Running monitor(bus_, {"monitor", "--count", "1"});
     ASSERT_EQ(monitor.ErrLine(), "kivctl: ready, waiting for events");
     ExpectOutput({"volume", "get", kLeft}, "sent");
-    EXPECT_EQ(monitor.OutLine(), "event 0x02020040, length 14: 02 4b 49 56 00 01 c0 a8 00 15 14 00 00 00");
+    const std::string line = monitor.OutLine();
+    EXPECT_TRUE(line.ends_with(" event 0x02020040, length 14: 02 4b 49 56 00 01 c0 a8 00 15 14 00 00 00")) << line;
     EXPECT_EQ(monitor.Wait().exitCode, 0);
+}
+
+// The arguments, with what makes kivctl wait for the volumes and understand them.
+Arguments Waiting(Arguments arguments)
+{
+    arguments.insert(arguments.end(), {"--wait", "--layout", KIV_LAYOUT_FILE});
+    return arguments;
+}
+
+TEST_F(NameAndVolumeTest, TheVolumeIsShownToWhomWaits)
+{
+    ExpectOutput(Waiting({"volume", "get", kLeft}), kLeft + "  20");
+    ExpectOutput(Waiting({"volume", "set", kLeft, "100"}), kLeft + "  100");
+    ExpectOutput(Waiting({"volume", "down", kLeft, kRight}), kLeft + "  99\n" + kRight + "  19");
+    ExpectOutput(
+        Waiting({"volume", "reset-all"}),
+        kLeft + "  25\n" + kRight + "  25\n02:4b:49:56:00:03  25\n02:4b:49:56:00:a4  25");
+    ExpectJson(
+        Waiting({"volume", "get", kRight}),
+        {{"sent", true}, {"volumes", {{{"mac", kRight}, {"ip", "192.168.0.22"}, {"volume", 25}}}}});
+}
+
+TEST_F(NameAndVolumeTest, ASpeakerThatTheServerDoesNotKnowHasNoVolume)
+{
+    const std::string unknown = "02:00:00:00:00:99";
+    for (const Arguments& arguments :
+         {Arguments{"volume", "get", unknown}, {"volume", "set", unknown, "30"}, {"volume", "up", unknown, kLeft}}) {
+        const Ended ended = Run(Waiting(arguments));
+        EXPECT_EQ(ended.exitCode, 1);
+        EXPECT_NE(ended.err.find(": sent, but no volume of " + unknown + " came within 3 s"), std::string::npos)
+            << ended.err;
+        EXPECT_EQ(ended.out, "");
+    }
+    const Json json = Json::parse(Run(Waiting({"--json", "volume", "get", unknown, kLeft})).out);
+    EXPECT_EQ(json.at("volumes").at(0).at("mac"), kLeft);
+    EXPECT_NE(json.at("error").get<std::string>().find("no volume of " + unknown + " came"), std::string::npos);
+}
+
+TEST_F(NameAndVolumeTest, WithoutALayoutTheEventIsShownAsItCame)
+{
+    ExpectOutput(
+        {"volume", "get", kLeft, "--wait"}, "event 0x02020040, length 14: 02 4b 49 56 00 01 c0 a8 00 15 14 00 00 00\n"
+                                            "--layout names the fields of the event");
+}
+
+TEST_F(NameAndVolumeTest, WaitingForAVolumeFailsWhereNoEventsCome)
+{
+    Forbid(R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)");
+    ExpectFailure(Waiting({"volume", "get", kLeft}), 1, "no volume can come: nobody owns the bus name");
+    SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
+    ExpectFailure(Waiting({"volume", "get", kLeft}), 1, "SubscribeNamServiceCallback returned 0");
+    SwitchFeatureOff();
+    ExpectFailure(Waiting({"volume", "get", kLeft}), 3, "this device has no network speakers");
+}
+
+TEST_F(NameAndVolumeTest, OnATerminalTheVolumeIsWaitedFor)
+{
+    EXPECT_EQ(RunOnTerminal({"volume", "get", kLeft, "--layout", KIV_LAYOUT_FILE}), kLeft + "  20\r\n");
+    EXPECT_EQ(RunOnTerminal({"volume", "get", kLeft, "--no-wait"}), "sent\r\n");
 }
 
 TEST_F(NameAndVolumeTest, BadArgumentsSendNothing)
 {
     ExpectFailure({"name", kLeft}, 2, "NAME");
-    ExpectFailure({"name", "left", "Left"}, 2, "MAC: \"left\" is no MAC address");
-    ExpectFailure({"name", kLeft, "\xff"}, 2, "the name is no valid UTF-8");
+    ExpectFailure({"name", "left", "Left"}, 2, "MAC: must be a MAC address such as 02:4b:49:56:00:01, got \"left\"");
+    ExpectFailure({"name", kLeft, "\xff"}, 2, "NAME must be valid UTF-8");
     for (const char* ip : {"", "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.04", "1.2.3.4 ", "0x1.2.3.4", "1.2.3.-4"}) {
         ExpectFailure(
-            {"volume", "set", kLeft, "1", "--ip", ip}, 2, "--ip: \"" + std::string(ip) + "\" is no IPv4 address");
+            {"volume", "set", kLeft, "1", "--ip", ip}, 2,
+            "--ip: must be an IPv4 address such as 192.168.0.21, got \"" + std::string(ip) + '"');
     }
     ExpectFailure({"volume"}, 2, "no command given");
     ExpectFailure({"volume", "set", kLeft}, 2, "VOLUME");
-    ExpectFailure({"volume", "set", kLeft, "loud"}, 2, "VOLUME: \"loud\" is no 32-bit integer");
-    ExpectFailure({"volume", "up"}, 2, "name the speakers");
-    ExpectFailure({"volume", "up", "left"}, 2, "\"left\" is no MAC address");
-    ExpectFailure({"volume", "up", kLeft, "--file", WriteFile("[]")}, 2, "name the speakers");
-    ExpectFailure({"volume", "up", kLeft, kRight, "--ip", "1.2.3.4"}, 2, "an IPv4 address goes with");
-    ExpectFailure({"volume", "up", kLeft + "=1", "--ip", "1.2.3.4"}, 2, "an IPv4 address goes with");
+    for (const std::string volume : {"loud", "-5", "101", "500", "5000000000", "1.5", ""}) {
+        ExpectFailure(
+            {"volume", "set", kLeft, volume}, 2, "VOLUME: must be an integer from 0 to 100, got \"" + volume + '"');
+    }
+    ExpectFailure({"volume", "get", kLeft, "--wait", "--no-wait"}, 2, "--wait");
+    ExpectFailure({"volume", "get", kLeft, "--wait", "--layout", "/nowhere"}, 2, "/nowhere: No such file");
+    ExpectFailure({"volume", "up"}, 2, "speakers must be named as SPEAKER or in --file, got neither");
+    ExpectFailure({"volume", "up", "left"}, 2, "must be a MAC address such as 02:4b:49:56:00:01, got \"left\"");
+    ExpectFailure(
+        {"volume", "up", kLeft, "--file", WriteFile("[]")}, 2,
+        "speakers must be named as SPEAKER or in --file, got both");
+    ExpectFailure(
+        {"volume", "up", kLeft, kRight, "--ip", "1.2.3.4"}, 2, "--ip must go with the MAC address of one speaker");
+    ExpectFailure(
+        {"volume", "up", kLeft + "=1", "--ip", "1.2.3.4"}, 2, "--ip must go with the MAC address of one speaker");
     ExpectFailure({"volume", "reset-all", kLeft}, 2, kLeft);
     EXPECT_EQ(Calls(), std::vector<std::string>{});
 }

@@ -123,14 +123,23 @@ TEST_F(SoundbarTest, VersionTellsAFailureFromAnAnswer)
 TEST_F(SoundbarTest, BadArgumentsSendNothing)
 {
     ExpectFailure({"soundbar"}, 2, "no command given");
-    ExpectFailure({"soundbar", "mode", "set", kSoundbar}, 2, "give the bytes in hex");
-    ExpectFailure({"soundbar", "mode", "set", kSoundbar, "xy"}, 2, "\"xy\" are no bytes");
-    ExpectFailure({"soundbar", "mode", "set", kSoundbar, "00", "--ip", "1"}, 2, "--ip: \"1\" is no IPv4 address");
+    ExpectFailure(
+        {"soundbar", "mode", "set", kSoundbar}, 2, "the bytes must be given as HEX or in --file, got neither");
+    ExpectFailure(
+        {"soundbar", "mode", "set", kSoundbar, "xy"}, 2,
+        "must be bytes of two hex digits each, such as \"01 ff\", got \"xy\"");
+    ExpectFailure(
+        {"soundbar", "mode", "set", kSoundbar, "00", "--ip", "1"}, 2,
+        "--ip: must be an IPv4 address such as 192.168.0.21, got \"1\"");
     ExpectFailure({"soundbar", "support", "get"}, 2, "MAC");
     ExpectFailure({"soundbar", "support", "set", kSoundbar}, 2, "SUPPORTED");
-    ExpectFailure({"soundbar", "support", "set", kSoundbar, "maybe"}, 2, "SUPPORTED: \"maybe\" is neither");
+    ExpectFailure(
+        {"soundbar", "support", "set", kSoundbar, "maybe"}, 2,
+        "SUPPORTED: must be no (0), yes (1) or another 32-bit integer, got \"maybe\"");
     for (const char* length : {"0", "-1", "21", "all"}) {
-        ExpectFailure({"soundbar", "version", kSoundbar, "--length", length}, 2, "--length");
+        ExpectFailure(
+            {"soundbar", "version", kSoundbar, "--length", length}, 2,
+            "--length: must be an integer from 1 to 20, got");
     }
     const std::string path = WriteFile("");
     std::filesystem::resize_file(path, 64UL * 1024 * 1024 - 9);

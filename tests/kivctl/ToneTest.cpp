@@ -27,8 +27,9 @@ TEST_F(ToneTest, BadArgumentsSendNothing)
 {
     ExpectFailure({"tone"}, 2, "no command given");
     ExpectFailure({"tone", "start"}, 2, "MAC");
-    ExpectFailure({"tone", "start", "left"}, 2, "MAC: \"left\" is no MAC address");
-    ExpectFailure({"tone", "start", kLeft, "--channel", "left"}, 2, "--channel: \"left\" is no 32-bit integer");
+    ExpectFailure({"tone", "start", "left"}, 2, "MAC: must be a MAC address such as 02:4b:49:56:00:01, got \"left\"");
+    ExpectFailure(
+        {"tone", "start", kLeft, "--channel", "left"}, 2, "--channel: must be a 32-bit integer, got \"left\"");
     ExpectFailure({"tone", "stop", kLeft, "--channel", "1"}, 2, "--channel");
     EXPECT_EQ(Calls(), std::vector<std::string>{});
 }

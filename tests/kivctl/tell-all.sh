@@ -9,7 +9,7 @@ nm=$1 library=$2 page=$4
 PATH=$(dirname "$3"):$PATH
 . "$5"
 
-# The first words of what the help of a command lists.
+# The first words of what the help of a command lists. The values of an argument are not among them.
 listed() { # section, command...
   kivctl "${@:2}" --help | sed -n "/^$1:/,/^$/s/^  \([^ ].*\)/\1/p" | sed 's/^-h,//; s/[ ,].*//'
 }
@@ -27,7 +27,8 @@ walk() { # command...
   parts=$(listed Subcommands "$@")
   # The options of kivctl itself may stand anywhere.
   diff --label "help of $*" --label "completion of $*" \
-    <({ echo "$parts"; listed Options "$@"; listed Options; } | sed '/^$/d' | sort -u) <(offered "$@" | sort) >&2
+    <({ echo "$parts"; listed Options "$@"; listed Options; } | sed '/^$/d' | sort -u) \
+    <(offered "$@" | if [ -z "$parts" ]; then grep '^-'; else cat; fi | sort) >&2
   if [ -z "$parts" ]; then
     echo "$*"
   fi
@@ -39,8 +40,12 @@ walk() { # command...
 
 commands=$(walk | sort)
 echo "$(wc -l <<<"$commands") commands"
+# Prints the words that stand in bold at the beginning of a line in a section of the man page.
+bold() { # section, first characters
+  sed -n "/^\.SH $1/,/^\.SH/s/^\\\\fB\([$2][^\\\\]*\(\\\\-[^\\\\]*\)*\)\\\\fR.*/\1/p" "$page" | sed 's/\\-/-/g'
+}
 diff --label help --label "man page" <(echo "$commands") \
-  <(sed -n '/^\.SH COMMANDS/,/^\.SH "/p' "$page" | sed -n 's/\\-/-/g; s/^\\fB\([a-z].*\)\\fR$/\1/p' | sort)
+  <({ bold COMMANDS a-z | grep -vx call; bold FUNCTIONS A-Za-z | sed 's/^/call /'; } | sort)
 
 functions=$("$nm" --dynamic --defined-only "$library" | sed -n 's/.* T \([^@]*\).*/\1/p' | sed '/^_Z/d' | sort)
 echo "$(wc -l <<<"$functions") functions"

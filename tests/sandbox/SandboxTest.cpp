@@ -147,6 +147,17 @@ TEST(SandboxTest, FeatureFileSaysWhatWasAskedFor)
     EXPECT_EQ(shown({"--feature", "absent"}), head);
 }
 
+TEST(SandboxTest, RecordsAreThoseOfTheSimulatorUnlessTheCallerKnowsOthers)
+{
+    const std::string nodes = RunSandbox({"--", KIVCTL, "list", "nodes"}).output;
+    EXPECT_NE(nodes.find("Living room left   KIV01  Shelf      02:4b:49:56:00:01  192.168.0.21"), std::string::npos)
+        << nodes;
+
+    EXPECT_EQ(
+        RunSandbox({"--", "env", "KIV_LAYOUT=mine.json", KIV_SANDBOX, "--", "sh", "-c", "echo $KIV_LAYOUT"}).output,
+        "mine.json\n");
+}
+
 TEST(SandboxTest, TheServerRunsBeforeTheCommand)
 {
     const Sandbox sandbox("read line");

@@ -2,7 +2,11 @@
 
 #include "SimulatorTest.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
+#include <fstream>
+#include <map>
 
 namespace kiv::simulator::records_test {
 namespace {
@@ -127,6 +131,47 @@ TEST(RecordsTest, List)
 TEST(RecordsTest, Volume)
 {
     EXPECT_THAT(WriteVolume(Example()), ElementsAre(0x02, 0x4b, 0x49, 0x56, 0, 0xa4, 192, 168, 0, 9, 20, 0, 0, 0));
+}
+
+using Values = std::map<std::string, std::string>;
+
+/** The fields of a record as the layout file describes them, without the records within. */
+Values ByLayout(const std::string& name, const Bytes& record)
+{
+    const auto layout = nlohmann::json::parse(std::ifstream(KIV_LAYOUT_FILE)).at("records").at(name);
+    EXPECT_EQ(layout.at("size"), record.size());
+    Values values;
+    for (const auto& field : layout.at("fields")) {
+        const std::size_t at = field.at("offset");
+        const std::string type = field.at("type");
+        if (type == "text") {
+            values[field.at("name")] = String(record, at, field.at("length"));
+        } else if (type == "mac") {
+            values[field.at("name")] = Text(Reader(Part(record, at, 6)).Take<Mac>());
+        } else if (type == "ipv4") {
+            values[field.at("name")] = Text(Reader(Part(record, at, 4)).Take<Ip>());
+        } else if (type == "i32") {
+            values[field.at("name")] = std::to_string(Int(record, at));
+        }
+    }
+    return values;
+}
+
+TEST(RecordsTest, TheLayoutFileSaysWhatIsWritten)
+{
+    Values speaker = {{"name", "Door"},      {"label", "KIVA4"},  {"type", "Shelf"}, {"mac", "02:4b:49:56:00:a4"},
+                      {"ip", "192.168.0.9"}, {"node", "3"},       {"group", "2"},    {"volume", "20"},
+                      {"channel", "-1"},     {"connection", "2"}, {"watched", "0"}};
+    EXPECT_EQ(ByLayout("node", WriteNode(Example())), speaker);
+    speaker.erase("watched");
+    speaker["playing"] = "1";
+    EXPECT_EQ(ByLayout("speaker", Part(WriteActiveGroup("Hall", {Example()}), 155, 183)), speaker);
+    EXPECT_EQ(
+        ByLayout("list", WriteList({7, "Hall", {Example(), Example()}})),
+        (Values{{"name", "Hall"}, {"type", "Shelf"}, {"connected", "2"}, {"group", "7"}, {"playing", "2"}}));
+    EXPECT_EQ(
+        ByLayout("volume", WriteVolume(Example())),
+        (Values{{"mac", "02:4b:49:56:00:a4"}, {"ip", "192.168.0.9"}, {"volume", "20"}}));
 }
 
 TEST(RecordsTest, LongTextsAreCut)

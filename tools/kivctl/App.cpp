@@ -1,15 +1,15 @@
 #include "App.h"
 
 #include "Arguments.h"
+#include "Examples.h"
+#include "Words.h"
 
 #include <fmt/format.h>
 
-#include <charconv>
+#include <memory>
 
 namespace kiv::ctl {
 namespace {
-
-constexpr double kLongestTimeout = 1e6;
 
 constexpr const char* kFooter = R"(Exit codes:
   0  done; doctor: nothing is wrong
@@ -20,21 +20,12 @@ constexpr const char* kFooter = R"(Exit codes:
   4  it took longer than --timeout allows
 
 A request that fails can look like an answer: "no", mode 80, connection type 0.
-Requests without an answer are only said to be sent. --verbose shows what failed.
+Requests without an answer are only said to be sent. The lines that the library
+logs to stderr are shown when a request failed, and always with --verbose or where
+KIV_LOG_LEVEL is set.
 
 With --json, stdout carries nothing but JSON, one object a line. A command that
 fails says why in "error", and its exit code is the same as without --json.)";
-
-std::chrono::milliseconds ParseTimeout(const std::string& text)
-{
-    double seconds = 0;
-    const char* end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, seconds);
-    if (read.ec != std::errc() || read.ptr != end || !(seconds > 0 && seconds <= kLongestTimeout)) {
-        throw BadArguments(fmt::format("\"{}\" is no number of seconds above 0", text));
-    }
-    return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
-}
 
 std::vector<Command> Joined(std::initializer_list<std::vector<Command>> families)
 {
@@ -83,6 +74,9 @@ void AddCommand(CLI::App& parent, const std::string& prefix, const Command& comm
 {
     CLI::App* app = parent.add_subcommand(command.name, command.description);
     const std::string name = prefix + command.name;
+    if (const std::string example = ExampleOf(name); !example.empty()) {
+        app->footer("Example:\n  " + example);
+    }
     if (command.declare != nullptr) {
         app->callback([&choice, name, action = command.declare(*app)] { choice = {name, action}; });
         return;
@@ -93,6 +87,30 @@ void AddCommand(CLI::App& parent, const std::string& prefix, const Command& comm
     }
 }
 
+Result ShowHelp(const CLI::App& app, const std::vector<std::string>& words)
+{
+    if (const std::string reason = UnknownWordText(app, words); !reason.empty()) {
+        throw BadArguments(reason);
+    }
+    // The help of a command that has been parsed is that of its own last command.
+    const CLI::App* command = ReadWords(app, words).command;
+    std::string help =
+        command->get_formatter()->make_help(command, "kivctl" + PathOf(*command), CLI::AppFormatMode::Normal);
+    help.erase(help.find_last_not_of('\n') + 1);
+    return Done(help, {{"help", help}});
+}
+
+void AddHelp(CLI::App& app, Choice& choice)
+{
+    CLI::App* help = app.add_subcommand("help", "Show the help of a command");
+    const auto words = std::make_shared<std::vector<std::string>>();
+    help->add_option("COMMAND", *words, "The command, such as volume set")->type_name("");
+    help->footer("Example:\n  " + ExampleOf("help"));
+    help->callback([&app, &choice, words] {
+        choice = {"help", [&app, words](const Output&) { return ShowHelp(app, *words); }};
+    });
+}
+
 } // namespace
 
 void Declare(CLI::App& app, Request& request)
@@ -100,17 +118,19 @@ void Declare(CLI::App& app, Request& request)
     app.description("Controls network speakers through libkiv-interface-api.");
     app.name("kivctl");
     app.set_version_flag("--version", "kivctl " KIV_VERSION);
-    app.footer(kFooter);
     app.require_subcommand(0, 1);
     app.fallthrough();
     app.add_flag("--json", request.json, "Write JSON instead of text");
     app.add_flag("--timing", request.timing, "Show how long it took");
-    AddParsed(app, "--timeout", request.timeout, ParseTimeout, "Give up after SECONDS, such as 0.5")
+    AddParsed(app, "--timeout", request.timeout, ParseSeconds, "Give up after SECONDS, such as 0.5")
         ->type_name("SECONDS");
     app.add_flag("--verbose", request.verbose, "Show all that the library logs (KIV_LOG_LEVEL=debug)");
     for (const Command& command : Commands()) {
         AddCommand(app, "", command, request.choice);
     }
+    AddHelp(app, request.choice);
+    // Commands take over a footer that is there before them.
+    app.footer(kFooter);
 }
 
 } // namespace kiv::ctl

@@ -2,13 +2,20 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
 namespace kiv::ctl {
 namespace {
 
 std::string ReadPayload(const PayloadArguments& arguments)
 {
     if (arguments.hex.has_value() == arguments.file.has_value()) {
-        throw BadArguments("give the bytes in hex, or the file that holds them");
+        throw BadArguments(
+            fmt::format("the bytes must be given as HEX or in --file, got {}", arguments.hex ? "both" : "neither"));
     }
     return arguments.hex ? ParseHex(*arguments.hex) : ReadFile(*arguments.file);
 }
@@ -45,15 +52,43 @@ const unsigned char* DataOf(const std::string& payload)
     return reinterpret_cast<const unsigned char*>(payload.data());
 }
 
-std::string ReadFile(const std::string& path)
+std::string ReadFile(const std::string& path, size_t mostBytes)
 {
-    g_autofree char* contents = nullptr;
-    gsize length = 0;
-    g_autoptr(GError) error = nullptr;
-    if (!g_file_get_contents(path.c_str(), &contents, &length, &error)) {
-        throw BadArguments(error->message);
+    const auto failed = [&path] { return BadArguments(fmt::format("{}: {}", path, std::strerror(errno))); };
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+    if (file == nullptr) {
+        throw failed();
     }
-    return {contents, length};
+    std::string contents;
+    std::array<char, 65536> chunk{};
+    while (const size_t length = std::fread(chunk.data(), 1, chunk.size(), file.get())) {
+        if (length > mostBytes - contents.size()) {
+            throw BadArguments(fmt::format("{}: must have {} bytes at most, and has more", path, mostBytes));
+        }
+        contents.append(chunk.data(), length);
+    }
+    if (std::ferror(file.get()) != 0) {
+        throw failed();
+    }
+    return contents;
+}
+
+Json ParseJson(const std::string& text)
+{
+    try {
+        return Json::parse(text);
+    } catch (const Json::exception& error) {
+        // Its texts begin like "[json.exception.parse_error.101] ".
+        const char* reason = std::strstr(error.what(), "] ");
+        throw BadArguments(reason == nullptr ? error.what() : reason + 2);
+    }
+}
+
+std::string Shortened(const Json& value)
+{
+    constexpr size_t kMost = 60;
+    const std::string text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
+    return text.size() <= kMost ? text : text.substr(0, kMost) + "...";
 }
 
 } // namespace kiv::ctl

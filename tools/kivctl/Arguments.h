@@ -30,9 +30,10 @@ AddParsed(CLI::App& app, const std::string& name, Value& value, Parse parse, con
 
 // A positional argument that has to be there.
 template <typename Value, typename Parse>
-void AddRequired(CLI::App& app, const std::string& name, Value& value, Parse parse, const std::string& description)
+CLI::Option*
+AddRequired(CLI::App& app, const std::string& name, Value& value, Parse parse, const std::string& description)
 {
-    AddParsed(app, name, value, parse, description)->type_name("")->required();
+    return AddParsed(app, name, value, parse, description)->type_name("")->required();
 }
 
 // The value given is the default.
@@ -55,6 +56,13 @@ std::string PayloadOf(const PayloadArguments& arguments, size_t headLength);
 // Never null.
 const unsigned char* DataOf(const std::string& payload);
 
-std::string ReadFile(const std::string& path);
+// Throws BadArguments, also if the file is longer than that. It need not be a regular file.
+std::string ReadFile(const std::string& path, size_t mostBytes = kMaxArrayLength);
+
+// Throws BadArguments.
+Json ParseJson(const std::string& text);
+
+// A value as a message shows it.
+std::string Shortened(const Json& value);
 
 } // namespace kiv::ctl

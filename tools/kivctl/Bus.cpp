@@ -1,5 +1,9 @@
 #include "Bus.h"
 
+#include "MainLoop.h"
+
+#include <fmt/format.h>
+
 namespace kiv::ctl {
 
 ClientNames::ClientNames(const std::string& id)
@@ -66,6 +70,25 @@ unsigned ProcessOf(GDBusConnection* bus, const std::string& name)
         g_variant_get(reply, "(u)", &process);
     }
     return process;
+}
+
+bool AwaitOwner(GDBusConnection* bus, const std::string& name)
+{
+    constexpr std::chrono::seconds kMoment{1};
+    bool owned = false;
+    const auto onOwned = [](GDBusConnection*, const char*, const char*, gpointer flag) {
+        *static_cast<bool*>(flag) = true;
+    };
+    const guint watch = g_bus_watch_name_on_connection(
+        bus, name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, onOwned, nullptr, &owned, nullptr);
+    WaitUntil([&owned] { return owned; }, kMoment);
+    g_bus_unwatch_name(watch);
+    return owned;
+}
+
+std::string NoOwnerText(const std::string& name)
+{
+    return fmt::format("nobody owns the bus name {}, which the bus may deny to this user", name);
 }
 
 } // namespace kiv::ctl

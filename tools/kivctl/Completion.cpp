@@ -1,26 +1,26 @@
 #include "Completion.h"
 
+#include "Words.h"
+
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <map>
+#include <utility>
 
 namespace kiv::ctl {
 namespace {
 
-bool TakesValue(const CLI::Option& option)
-{
-    return !option.get_positional() && option.get_items_expected_max() > 0;
-}
+std::map<const CLI::Option*, std::vector<std::string>> g_offered;
 
-const CLI::App* FindCommand(const CLI::App& app, const std::string& name)
+std::string ValueLines(const CLI::Option* option)
 {
-    const auto found = app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
-    return found.empty() ? nullptr : found.front();
-}
-
-const CLI::Option* FindOption(const CLI::App& app, const std::string& name)
-{
-    return name.starts_with('-') ? app.get_option_no_throw(name) : nullptr;
+    std::string lines;
+    if (const auto offered = g_offered.find(option); offered != g_offered.end()) {
+        for (const std::string& value : offered->second) {
+            lines += fmt::format("{}\t{}\n", value, option->get_description());
+        }
+    }
+    return lines;
 }
 
 std::string OptionLines(const CLI::App& app)
@@ -42,31 +42,24 @@ std::string OptionLines(const CLI::App& app)
 
 std::string Completions(const CLI::App& app, const std::vector<std::string>& words)
 {
-    const CLI::App* command = &app;
-    bool valueFollows = false;
-    for (const std::string& word : words) {
-        if (valueFollows) {
-            valueFollows = false;
-        } else if (const CLI::App* part = FindCommand(*command, word)) {
-            command = part;
-        } else {
-            const CLI::Option* option = FindOption(*command, word);
-            option = option != nullptr ? option : FindOption(app, word);
-            valueFollows = option != nullptr && TakesValue(*option);
-        }
+    const Words read = ReadWords(app, words);
+    std::string lines = ValueLines(read.awaited);
+    if (read.valueFollows) {
+        return lines;
     }
-    if (valueFollows) {
-        return "";
-    }
-    std::string lines;
-    for (const CLI::App* part : command->get_subcommands(nullptr)) {
+    for (const CLI::App* part : read.command->get_subcommands(nullptr)) {
         lines += fmt::format("{}\t{}\n", part->get_name(), part->get_description());
     }
-    lines += OptionLines(*command);
-    if (command != &app) {
+    lines += OptionLines(*read.command);
+    if (read.command != &app) {
         lines += OptionLines(app);
     }
     return lines;
+}
+
+void OfferValues(const CLI::Option* option, std::vector<std::string> values)
+{
+    g_offered[option] = std::move(values);
 }
 
 } // namespace kiv::ctl

@@ -7,8 +7,11 @@
 
 namespace kiv::ctl {
 
-// What may follow these words of a command line, for a shell that completes it: a line each, a word and, behind a tab,
-// what it does. Nothing where a value is to follow.
+// What may follow these words, a line each: the word, a tab, its description. Empty where a value follows whose words
+// are not known.
 std::string Completions(const CLI::App& app, const std::vector<std::string>& words);
+
+// Words that can be the value of the option or positional argument, to be completed.
+void OfferValues(const CLI::Option* option, std::vector<std::string> values);
 
 } // namespace kiv::ctl

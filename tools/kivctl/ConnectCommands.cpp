@@ -68,7 +68,7 @@ auto NewBy(bool outdoor)
 Action Direct(CLI::App& app)
 {
     const auto parameter = std::make_shared<int>(0);
-    AddRequired(app, "N", *parameter, ParseInt, "Number that the server takes");
+    AddRequired(app, "N", *parameter, ParseInt, "Number that is passed through to the server");
     return [parameter](const Output&) {
         return Answered("ConnectToSpeakerForInfraLessSetup", ConnectToSpeakerForInfraLessSetup(*parameter));
     };
@@ -88,9 +88,15 @@ Action ByMobile(CLI::App& app)
 
 void AddNumbers(CLI::App& app, ByIdArguments& arguments)
 {
-    AddRequired(app, "FIRST", arguments.first, ParseInt, "First number");
-    AddRequired(app, "SECOND", arguments.second, ParseInt, "Second number");
-    AddRequired(app, "THIRD", arguments.third, ParseInt, "Third number");
+    AddRequired(
+        app, "FIRST", arguments.first, ParseInt,
+        "Number that is passed through; the simulated server's setting mode, such as 80");
+    AddRequired(
+        app, "SECOND", arguments.second, ParseInt,
+        "Number that is passed through; the simulated server's node number, with an identifier its channel");
+    AddRequired(
+        app, "THIRD", arguments.third, ParseInt,
+        "Number that is passed through; the simulated server's reason for the start");
 }
 
 Result StartById(const ByIdArguments& arguments)
@@ -100,7 +106,7 @@ Result StartById(const ByIdArguments& arguments)
         return AnsweredNotZero("StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third));
     }
     if (id->size() < kIdLength) {
-        throw BadArguments(fmt::format("the identifier \"{}\" has less than five characters", *id));
+        throw BadArguments(fmt::format("the identifier must have {} characters or more, got \"{}\"", kIdLength, *id));
     }
     return AnsweredNotZero(
         "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third));
@@ -137,7 +143,7 @@ Action ByIdAndNumbers(CLI::App& app)
 Action Group(CLI::App& app)
 {
     const auto parameter = std::make_shared<int>(0);
-    AddRequired(app, "N", *parameter, ParseInt, "Number that the server takes");
+    AddRequired(app, "N", *parameter, ParseInt, "Number that is passed through; the simulated server's group number");
     return [parameter](const Output&) {
         return Answered("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile(*parameter));
     };

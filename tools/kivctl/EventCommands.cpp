@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "Layout.h"
 #include "Monitor.h"
 #include <KivServiceInterface.h>
 
@@ -8,15 +9,29 @@
 namespace kiv::ctl {
 namespace {
 
+struct WatchArguments {
+    MonitorOptions options;
+    std::string layout;
+};
+
 Action Watch(CLI::App& app)
 {
-    const auto options = std::make_shared<MonitorOptions>();
-    AddParsed(app, "--count", options->count, ParseInt, "End after N events instead of when interrupted")
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()).description(""))
+    const auto arguments = std::make_shared<WatchArguments>();
+    MonitorOptions& options = arguments->options;
+    const auto parseCount = [](const std::string& text) {
+        return ParseWithin(text, 1, std::numeric_limits<int32_t>::max());
+    };
+    AddParsed(app, "--count", options.count, parseCount, "End after N events instead of when interrupted")
         ->type_name("N");
-    app.add_option("--name", options->name, "Name of the subscription")->type_name("NAME")->capture_default_str();
-    app.add_flag("--raw", options->raw, "Show the whole data of an event (with --json it always is)");
-    return [options](const Output& output) { return Monitor(*options, output).Run(); };
+    AddParsed(app, "--for", options.duration, ParseSeconds, "End after SECONDS, with exit code 0")
+        ->type_name("SECONDS");
+    app.add_option("--name", options.name, "Name of the subscription")->type_name("NAME")->capture_default_str();
+    app.add_flag("--raw", options.raw, "Show the bytes of an event, all of them (with --json they always are)");
+    AddLayout(app, arguments->layout);
+    return [arguments](const Output& output) {
+        arguments->options.layout = LayoutOf(arguments->layout);
+        return Monitor(arguments->options, output).Run();
+    };
 }
 
 void IgnoreEvent(int, void*, int) {}

@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "Layout.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -22,8 +23,13 @@ struct ActiveSpeakers {
     std::vector<spk_info_s> speakers;
 };
 
-struct AllArguments {
+struct ShowArguments {
     bool hex = false;
+    std::string layout;
+};
+
+struct AllArguments {
+    ShowArguments show;
     bool array = false;
 };
 
@@ -48,42 +54,62 @@ std::string RecordDumps(const std::vector<Record>& records, const char* what)
     return text;
 }
 
-// Records of which nothing is known but their length.
 template <typename Record>
-Result OpaqueRecords(const std::vector<Record>& records, const char* what, bool hex)
+Json Decoded(const std::vector<Record>& records, const char* what, const Layout& layout)
 {
-    std::string text =
-        fmt::format("{} {}{} of {} bytes", records.size(), what, records.size() == 1 ? "" : "s", sizeof(Record));
-    if (hex) {
-        text += RecordDumps(records, what);
+    Json decoded = Json::array();
+    for (const Record& record : records) {
+        decoded.push_back(layout.Decode(what, record.opaque).front());
     }
-    return Done(text, {{"result", records.size()}, {what + std::string("s"), RecordsJson(records)}});
+    return decoded;
 }
 
-void AddHex(CLI::App& app, bool& hex)
+std::string Plural(const char* what)
 {
-    app.add_flag("--hex", hex, "Show the bytes of each record (with --json they always are)");
+    return what + std::string("s");
 }
 
-Result ShowActive(int result, const ActiveSpeakers& active, bool hex)
+// The fields of the records, or their bytes where no layout names the fields.
+template <typename Record>
+void AddRecords(Result& result, const std::vector<Record>& records, const char* what, const Layout& layout, bool hex)
+{
+    result.fields[Plural(what)] = RecordsJson(records);
+    if (layout.Knows(what)) {
+        const Json decoded = Decoded(records, what, layout);
+        result.text += decoded.empty() ? "" : "\n\n" + RecordsText(decoded);
+        result.fields["decoded"] = decoded;
+    }
+    if (hex || !layout.Knows(what)) {
+        result.text += RecordDumps(records, what);
+    }
+}
+
+void AddShow(CLI::App& app, ShowArguments& arguments)
+{
+    AddLayout(app, arguments.layout);
+    app.add_flag("--hex", arguments.hex, "Show the bytes of each record besides (with --json they always are)");
+}
+
+Result ShowActive(int result, const ActiveSpeakers& active, const Layout& layout, bool hex)
 {
     const std::string name = FieldText(active.name);
     const std::string type = FieldText(active.type);
     const size_t received = active.speakers.size();
     const std::string count = std::cmp_equal(result, received) ? fmt::format("{}", result)
                                                                : fmt::format("{} announced, {} sent", result, received);
-    std::string text = Table({{"name", name}, {"type", type}, {"speakers", count}});
-    if (hex) {
-        text += RecordDumps(active.speakers, "speaker");
-    }
-    return Done(text, {{"result", result}, {"name", name}, {"type", type}, {"speakers", RecordsJson(active.speakers)}});
+    Result shown = Done(
+        Table({{"name", name}, {"type", type}, {"speakers", count}}),
+        {{"result", result}, {"name", name}, {"type", type}});
+    AddRecords(shown, active.speakers, kSpeakerRecord, layout, hex);
+    return shown;
 }
 
 Action Active(CLI::App& app)
 {
-    const auto hex = std::make_shared<bool>(false);
-    AddHex(app, *hex);
-    return [hex](const Output&) {
+    const auto arguments = std::make_shared<ShowArguments>();
+    AddShow(app, *arguments);
+    return [arguments](const Output&) {
+        const Layout layout = LayoutOf(arguments->layout);
         ActiveSpeakers active;
         active.name.fill(kUntouched);
         active.type.fill(kUntouched);
@@ -91,8 +117,20 @@ Action Active(CLI::App& app)
         if (std::ranges::count(active.name, kUntouched) == NETSPK_LIST_NAME_LEN) {
             return Failed("GetActiveNetSpkInfo", result, "the request failed, or the server sent nothing usable");
         }
-        return ShowActive(result, active, *hex);
+        return ShowActive(result, active, layout, arguments->hex);
     };
+}
+
+template <typename Record>
+Result ShowRecords(const std::vector<Record>& records, const char* what, const Layout& layout, bool hex)
+{
+    const std::string hint =
+        layout.Knows(what) ? "" : fmt::format(" of {} bytes; --layout names their fields", sizeof(Record));
+    Result shown = Done(
+        fmt::format("{} {}{}", records.size(), records.size() == 1 ? what : Plural(what), hint),
+        {{"result", records.size()}});
+    AddRecords(shown, records, what, layout, hex);
+    return shown;
 }
 
 int GetListsByArray(std::vector<STNetSpkListInfo>& lists)
@@ -105,16 +143,17 @@ int GetListsByArray(std::vector<STNetSpkListInfo>& lists)
 
 Result AskAll(const AllArguments& arguments)
 {
+    const Layout layout = LayoutOf(arguments.show.layout);
     std::vector<STNetSpkListInfo> lists;
     const char* function = arguments.array ? "getNetSpkListInfo" : "GetNetSpkListInfo";
     const int result = arguments.array ? GetListsByArray(lists) : GetNetSpkListInfo(lists);
-    return result == -1 ? Failed(function, result) : OpaqueRecords(lists, "list", arguments.hex);
+    return result == -1 ? Failed(function, result) : ShowRecords(lists, kListRecord, layout, arguments.show.hex);
 }
 
 Action All(CLI::App& app)
 {
     const auto arguments = std::make_shared<AllArguments>();
-    AddHex(app, arguments->hex);
+    AddShow(app, arguments->show);
     app.add_flag("--array", arguments->array, "Use the library's form for plain arrays");
     return [arguments](const Output&) { return AskAll(*arguments); };
 }
@@ -124,7 +163,7 @@ auto AllBy(bool array)
     return [array](CLI::App& app) -> Action {
         const auto arguments = std::make_shared<AllArguments>();
         arguments->array = array;
-        AddHex(app, arguments->hex);
+        AddShow(app, arguments->show);
         return [arguments](const Output&) { return AskAll(*arguments); };
     };
 }
@@ -136,13 +175,14 @@ Action Count(CLI::App&)
 
 Action Nodes(CLI::App& app)
 {
-    const auto hex = std::make_shared<bool>(false);
-    AddHex(app, *hex);
-    return [hex](const Output&) {
+    const auto arguments = std::make_shared<ShowArguments>();
+    AddShow(app, *arguments);
+    return [arguments](const Output&) {
+        const Layout layout = LayoutOf(arguments->layout);
         std::vector<CNetSpkNodeInfo> nodes;
         const int result = GetNetSpkNodeList(nodes);
         return result == -1 ? Failed("GetNetSpkNodeList", result, "the request failed, or there are no nodes")
-                            : OpaqueRecords(nodes, "node", *hex);
+                            : ShowRecords(nodes, kNodeRecord, layout, arguments->hex);
     };
 }
 

@@ -1,13 +1,23 @@
 #include "ManPage.h"
 
+#include "Examples.h"
+#include "Words.h"
+
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <functional>
 #include <iostream>
+#include <iterator>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
 namespace kiv::ctl {
 namespace {
+
+constexpr const char* kCallCommand = "call";
 
 // A line of text that roff takes for nothing else.
 std::string Roff(std::string_view text)
@@ -34,7 +44,7 @@ std::string Roff(std::string_view text)
 std::string Usage(const CLI::Option& option)
 {
     if (option.get_positional()) {
-        return option.get_name();
+        return option.get_name() + (option.get_items_expected_max() > 1 ? "..." : "");
     }
     std::string usage;
     for (const std::string& name : option.get_snames()) {
@@ -52,34 +62,109 @@ bool IsWorthALine(const CLI::App& app, const CLI::Option& option)
     return app.get_parent() == nullptr || option.get_name() != "--help";
 }
 
-std::string Options(const CLI::App& app)
+std::string OptionText(const CLI::Option& option)
+{
+    const std::string preset = option.get_default_str();
+    return fmt::format(
+        ".TP\n\\fB{}\\fR\n{}{}\n", Roff(Usage(option)), Roff(option.get_description()),
+        preset.empty() ? "" : fmt::format(" (default {})", Roff(preset)));
+}
+
+// What an option is and says: the same in several commands is explained once.
+std::string Key(const CLI::Option& option)
+{
+    return Usage(option) + '\n' + option.get_description();
+}
+
+void ForEachCommand(const CLI::App& app, const std::function<void(const CLI::App&)>& visit)
+{
+    for (const CLI::App* command : app.get_subcommands(nullptr)) {
+        // The functions' arguments are those of the commands.
+        if (command->get_name() == kCallCommand) {
+            continue;
+        }
+        if (command->get_subcommands(nullptr).empty()) {
+            visit(*command);
+        } else {
+            ForEachCommand(*command, visit);
+        }
+    }
+}
+
+std::set<std::string> SharedKeys(const CLI::App& app)
+{
+    std::map<std::string, int> uses;
+    ForEachCommand(app, [&uses](const CLI::App& command) {
+        for (const CLI::Option* option : command.get_options()) {
+            ++uses[Key(*option)];
+        }
+    });
+    std::erase_if(uses, [](const auto& use) { return use.second < 2; });
+    std::set<std::string> keys;
+    std::ranges::transform(uses, std::inserter(keys, keys.end()), [](const auto& use) { return use.first; });
+    return keys;
+}
+
+std::string Options(const CLI::App& app, const std::set<std::string>& without)
 {
     std::string roff;
     for (const CLI::Option* option : app.get_options()) {
-        if (IsWorthALine(app, *option)) {
-            const std::string preset = option->get_default_str();
-            roff += fmt::format(
-                ".TP\n\\fB{}\\fR\n{}{}\n", Roff(Usage(*option)), Roff(option->get_description()),
-                preset.empty() ? "" : fmt::format(" (default {})", Roff(preset)));
+        if (IsWorthALine(app, *option) && !without.contains(Key(*option))) {
+            roff += OptionText(*option);
         }
     }
     return roff;
 }
 
-std::string Commands(const CLI::App& app, const std::string& prefix)
+std::string SharedOptions(const CLI::App& app)
 {
+    std::set<std::string> shared = SharedKeys(app);
     std::string roff;
-    for (const CLI::App* command : app.get_subcommands(nullptr)) {
-        const std::string name = prefix + command->get_name();
-        if (!command->get_subcommands(nullptr).empty()) {
-            roff += Commands(*command, name + " ");
-            continue;
+    ForEachCommand(app, [&](const CLI::App& command) {
+        for (const CLI::Option* option : command.get_options()) {
+            if (IsWorthALine(command, *option) && shared.erase(Key(*option)) != 0) {
+                roff += OptionText(*option);
+            }
         }
-        const std::string options = Options(*command);
-        roff += fmt::format(".TP\n\\fB{}\\fR\n{}\n", Roff(name), Roff(command->get_description()));
+    });
+    return roff;
+}
+
+std::string Synopsis(const CLI::App& command)
+{
+    std::string synopsis;
+    for (const CLI::Option* option : command.get_options()) {
+        if (IsWorthALine(command, *option)) {
+            const std::string usage = Roff(Usage(*option));
+            synopsis += option->get_required() ? ' ' + usage : fmt::format(" [{}]", usage);
+        }
+    }
+    return synopsis;
+}
+
+std::string Commands(const CLI::App& app)
+{
+    const std::set<std::string> shared = SharedKeys(app);
+    std::string roff;
+    ForEachCommand(app, [&](const CLI::App& command) {
+        const std::string name = PathOf(command).substr(1);
+        roff += fmt::format(".TP\n\\fB{}\\fR{}\n{}.\n", Roff(name), Synopsis(command), Roff(command.get_description()));
+        if (const std::string example = ExampleOf(name); !example.empty() && example != "kivctl " + name) {
+            roff += fmt::format(".br\n{}\n", Roff(example));
+        }
+        const std::string options = Options(command, shared);
         if (!options.empty()) {
             roff += fmt::format(".RS\n{}.RE\n", options);
         }
+    });
+    return roff;
+}
+
+std::string Functions(const CLI::App& app)
+{
+    std::string roff;
+    for (const CLI::App* function : FindCommand(app, kCallCommand)->get_subcommands(nullptr)) {
+        roff += fmt::format("\\fB{}\\fR\n", Roff(function->get_name()));
     }
     return roff;
 }
@@ -101,9 +186,13 @@ bool WriteManPage(const CLI::App& app)
 {
     for (std::string line; std::getline(std::cin, line);) {
         if (line == "<OPTIONS>") {
-            std::cout << Options(app);
+            std::cout << Options(app, {});
+        } else if (line == "<ARGUMENTS>") {
+            std::cout << SharedOptions(app);
         } else if (line == "<COMMANDS>") {
-            std::cout << Commands(app, "");
+            std::cout << Commands(app);
+        } else if (line == "<FUNCTIONS>") {
+            std::cout << Functions(app);
         } else if (line == "<FOOTER>") {
             std::cout << Verbatim(app.get_footer());
         } else {

@@ -1,5 +1,6 @@
 #include "Arguments.h"
 #include "Bus.h"
+#include "Completion.h"
 #include <KivServiceInterface.h>
 
 #include <memory>
@@ -28,7 +29,7 @@ Action UiGet(CLI::App&)
 Action UiSet(CLI::App& app)
 {
     const auto mode = std::make_shared<int>(0);
-    AddRequired(app, "MODE", *mode, ParseMode, kModeDescription);
+    OfferValues(AddRequired(app, "MODE", *mode, ParseMode, kModeDescription), ModeNames());
     return [mode](const Output&) { return Answered("SetTavrinUIMode", SetTavrinUIMode(*mode)); };
 }
 

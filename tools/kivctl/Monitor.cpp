@@ -1,42 +1,42 @@
 #include "Monitor.h"
 
 #include "Bus.h"
+#include "Event.h"
+#include "KeptLines.h"
 #include "Values.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <glib-unix.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <utility>
 
 namespace kiv::ctl {
 namespace {
 
-constexpr size_t kShortLength = 32;
+constexpr guint kPatienceMs = 1000;
 
 // An event callback gets no user data.
 Monitor* g_running = nullptr;
 
-const char* EventName(int id)
-{
-    switch (id) {
-    case NAMSERVICE_EXIT_STATE:
-        return "NAMSERVICE_EXIT_STATE";
-    case NAMSERVICE_ATMOS_STATE:
-        return "NAMSERVICE_ATMOS_STATE";
-    default:
-        return nullptr;
-    }
-}
+// The time of an event as the log and the sandbox's trace have it, and with the day for scripts.
+struct Stamp {
+    std::string clock;
+    std::string iso;
+};
 
-std::string ShortHexText(Bytes data, size_t most)
+Stamp Now()
 {
-    const Bytes shown = data.first(std::min(data.size(), most));
-    std::string text = HexText(shown, " ");
-    if (shown.size() < data.size()) {
-        text += fmt::format(" ... ({} more)", data.size() - shown.size());
-    }
-    return text;
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const auto milliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+    return {
+        fmt::format("{:%H:%M:%S}.{:03}", fmt::localtime(seconds), milliseconds),
+        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), milliseconds)};
 }
 
 Result BusFailed(const std::string& reason)
@@ -56,62 +56,98 @@ Monitor::~Monitor()
     // No callback runs after this.
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
     g_running = nullptr;
+    g_clear_object(&bus_);
 }
 
 Result Monitor::Run()
 {
-    g_autoptr(GDBusConnection) bus = ConnectToSystemBus(nullptr);
-    // A server that the subscription started would be taken for one that came back.
-    if (bus != nullptr && !GetWhetherKivDisabled() && StartServer(bus, nullptr)) {
-        server_ = OwnerOf(bus, kServerName);
+    if (GetWhetherKivDisabled()) {
+        return NotSent("SubscribeNamServiceCallback");
     }
-    Result result = Subscribe();
-    if (result.exitCode != kDone) {
-        return result;
+    g_autoptr(GError) error = nullptr;
+    bus_ = ConnectToSystemBus(&error);
+    if (bus_ == nullptr) {
+        return BusFailed(fmt::format("the system bus cannot be reached: {}", error->message));
     }
-    const guint interrupt = g_unix_signal_add(SIGINT, OnInterrupt, this);
-    const guint terminate = g_unix_signal_add(SIGTERM, OnInterrupt, this);
-    result = bus != nullptr ? WatchEvents(bus) : BusFailed("the system bus cannot be reached");
+    StartServerOrWait();
+    const guint end =
+        options_.duration ? g_timeout_add(static_cast<guint>(options_.duration->count()), OnEnd, this) : 0;
+    WatchEvents();
     // This would start a server that has gone.
-    if (!busLost_ && !server_.empty()) {
+    if (subscribed_ && serverThere_ && !busLost_) {
         unregister_atmos_support_cb(OnAtmos);
         UnsubscribeNamServiceCallback(options_.name.c_str());
     }
-    g_source_remove(terminate);
-    g_source_remove(interrupt);
-    return result;
+    if (end != 0) {
+        g_source_remove(end);
+    }
+    return busLost_ ? BusFailed("the connection to the system bus is lost") : result_;
 }
 
-Result Monitor::Subscribe()
+void Monitor::StartServerOrWait()
 {
-    if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) != 1) {
-        return Failed("SubscribeNamServiceCallback", 0);
+    g_autoptr(GError) error = nullptr;
+    if (StartServer(bus_, &error)) {
+        return;
     }
-    if (register_atmos_support_cb(OnAtmos, this) != 0) {
-        return Failed("register_atmos_support_cb", -1);
-    }
-    return {};
+    g_dbus_error_strip_remote_error(error);
+    const std::string reason =
+        fmt::format("waiting for the server, which does not run and cannot be started: {}", error->message);
+    output_.Notify(reason, {{"server", false}, {"error", reason}});
+    CatchSignals();
 }
 
-Result Monitor::WatchEvents(GDBusConnection* bus)
+// A signal ends the process at once while it asks a server for the first time, which may not answer.
+void Monitor::CatchSignals()
 {
-    // The library serves the client object from a thread of its own, some time after the subscription. The object is
-    // there as soon as this process owns the client's bus name.
-    const std::string& id = CNSGdbus::m_pInstance->m_strClientName;
-    const ClientNames client(id);
-    if (!client.Fit()) {
-        return BusFailed(fmt::format("no events can come to a client with the id \"{}\" that the server gave", id));
+    if (signals_.empty()) {
+        signals_ = {g_unix_signal_add(SIGINT, OnEnd, this), g_unix_signal_add(SIGTERM, OnEnd, this)};
     }
-    const guint clientWatch = g_bus_watch_name_on_connection(
-        bus, client.name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnNameOwned, OnNameNotOwned, this, nullptr);
+}
+
+void Monitor::WatchEvents()
+{
     const guint serverWatch = g_bus_watch_name_on_connection(
-        bus, kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE, OnServer, OnNoServer, this, nullptr);
+        bus_, kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE, OnServer, OnNoServer, this, nullptr);
     while (!ended_) {
         g_main_context_iteration(nullptr, TRUE);
     }
     g_bus_unwatch_name(serverWatch);
-    g_bus_unwatch_name(clientWatch);
-    return busLost_ ? BusFailed("the connection to the system bus is lost") : Result{};
+    if (clientWatch_ != 0) {
+        g_bus_unwatch_name(clientWatch_);
+    }
+    if (patience_ != 0) {
+        g_source_remove(patience_);
+    }
+    std::ranges::for_each(signals_, g_source_remove);
+}
+
+void Monitor::OnServer(GDBusConnection*, const char*, const char*, gpointer monitor)
+{
+    auto* self = static_cast<Monitor*>(monitor);
+    self->serverThere_ = true;
+    if (self->subscribed_) {
+        self->SubscribeAgain();
+    } else {
+        self->Subscribe();
+    }
+}
+
+void Monitor::Subscribe()
+{
+    const bool subscribed = SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) == 1;
+    if (subscribed && register_atmos_support_cb(OnAtmos, this) == 0) {
+        subscribed_ = true;
+        CatchSignals();
+        WatchClient();
+        return;
+    }
+    const Result failed =
+        subscribed ? Failed("register_atmos_support_cb", -1) : Failed("SubscribeNamServiceCallback", 0);
+    // One that has ended in between is waited for.
+    if (!OwnerOf(bus_, kServerName).empty()) {
+        Fail(failed);
+    }
 }
 
 void Monitor::SubscribeAgain()
@@ -125,40 +161,85 @@ void Monitor::SubscribeAgain()
     }
 }
 
-void Monitor::OnServer(GDBusConnection*, const char*, const char* owner, gpointer monitor)
+// The library serves the client object from a thread of its own, some time after the subscription. The object is there
+// as soon as this process owns the client's bus name.
+void Monitor::WatchClient()
 {
-    auto* self = static_cast<Monitor*>(monitor);
-    if (self->server_ != owner) {
-        self->server_ = owner;
-        self->SubscribeAgain();
+    const std::string& id = CNSGdbus::m_pInstance->m_strClientName;
+    const ClientNames client(id);
+    if (!client.Fit()) {
+        Fail(BusFailed(fmt::format("no events can come to a client with the id \"{}\" that the server gave", id)));
+        return;
+    }
+    client_ = client.name;
+    ExpectClient();
+    clientWatch_ = g_bus_watch_name_on_connection(
+        bus_, client_.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnNameOwned, OnNameNotOwned, this, nullptr);
+}
+
+void Monitor::ExpectClient()
+{
+    if (patience_ == 0) {
+        patience_ = g_timeout_add(kPatienceMs, OnNotReady, this);
     }
 }
 
 void Monitor::OnNoServer(GDBusConnection* bus, const char*, gpointer monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
-    self->server_.clear();
-    // With the bus everything is gone, and that is told by itself.
-    if (bus != nullptr && g_dbus_connection_is_closed(bus) == FALSE) {
+    if (bus == nullptr || g_dbus_connection_is_closed(bus) != FALSE) {
+        self->busLost_ = true;
+        self->End();
+        return;
+    }
+    // A server that never was there has been told of.
+    if (std::exchange(self->serverThere_, false)) {
         self->output_.Notify("the server has gone", {{"server", false}});
     }
 }
 
-void Monitor::OnNameOwned(GDBusConnection*, const char*, const char*, gpointer monitor)
+void Monitor::OnNameOwned(GDBusConnection* bus, const char* name, const char*, gpointer monitor)
 {
-    static_cast<Monitor*>(monitor)->output_.Notify("ready, waiting for events", {{"ready", true}});
+    auto* self = static_cast<Monitor*>(monitor);
+    if (self->patience_ != 0) {
+        g_source_remove(std::exchange(self->patience_, 0));
+    }
+    const unsigned process = ProcessOf(bus, name);
+    if (std::cmp_not_equal(process, getpid())) {
+        self->TellNotReady(fmt::format("the bus name {} is owned by process {}, which gets them", name, process));
+        return;
+    }
+    // What a first attempt logged is moot, and what comes now is about events.
+    DropMootLogLines();
+    self->output_.Notify("ready, waiting for events", {{"ready", true}});
 }
 
 void Monitor::OnNameNotOwned(GDBusConnection* bus, const char*, gpointer monitor)
 {
+    auto* self = static_cast<Monitor*>(monitor);
     if (bus == nullptr) {
-        auto* self = static_cast<Monitor*>(monitor);
         self->busLost_ = true;
         self->End();
+    } else {
+        self->ExpectClient();
     }
 }
 
-gboolean Monitor::OnInterrupt(gpointer monitor)
+gboolean Monitor::OnNotReady(gpointer monitor)
+{
+    auto* self = static_cast<Monitor*>(monitor);
+    self->patience_ = 0;
+    self->TellNotReady(NoOwnerText(self->client_));
+    return G_SOURCE_REMOVE;
+}
+
+void Monitor::TellNotReady(const std::string& reason)
+{
+    const std::string text = fmt::format("not ready, events cannot come: {}; kivctl doctor tells why", reason);
+    output_.Notify(text, {{"ready", false}, {"error", text}});
+}
+
+gboolean Monitor::OnEnd(gpointer monitor)
 {
     static_cast<Monitor*>(monitor)->End();
     return G_SOURCE_CONTINUE;
@@ -168,37 +249,33 @@ void Monitor::OnAtmos(int supported, void* monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
     if (!self->ended_) {
-        self->output_.Show(fmt::format("atmos {}", supported), {{"atmos", supported}});
+        const Stamp now = Now();
+        self->output_.Show(fmt::format("{} atmos {}", now.clock, supported), {{"time", now.iso}, {"atmos", supported}});
     }
 }
 
 void Monitor::OnEvent(int id, void* data, int length)
 {
-    if (!g_running->ended_) {
-        g_running->ShowEvent(id, static_cast<const unsigned char*>(data), length);
+    Monitor& self = *g_running;
+    if (self.ended_) {
+        return;
+    }
+    const Stamp now = Now();
+    const EventTexts event =
+        DescribeEvent(id, EventData(data, length), length, self.options_.layout, self.options_.raw);
+    Json fields = {{"time", now.iso}};
+    fields.update(event.fields);
+    self.output_.Show(fmt::format("{} {}", now.clock, event.text), fields);
+    ++self.shown_;
+    if (self.shown_ == self.options_.count) {
+        self.End();
     }
 }
 
-void Monitor::ShowEvent(int id, const unsigned char* data, int length)
+void Monitor::Fail(Result result)
 {
-    const Bytes bytes(data, static_cast<size_t>(std::max(length, 0)));
-    const char* name = EventName(id);
-    const std::string hexId = fmt::format("{:#010x}", static_cast<unsigned>(id));
-
-    std::string text = fmt::format("event {}{}{}, length {}", hexId, name ? " " : "", name ? name : "", length);
-    if (!bytes.empty()) {
-        text += ": " + ShortHexText(bytes, options_.raw ? bytes.size() : kShortLength);
-    }
-    output_.Show(
-        text, {{"event", hexId},
-               {"name", name ? Json(name) : Json(nullptr)},
-               {"length", length},
-               {"data", HexText(bytes, "")}});
-
-    ++shown_;
-    if (shown_ == options_.count) {
-        End();
-    }
+    result_ = std::move(result);
+    End();
 }
 
 void Monitor::End()

@@ -1,9 +1,14 @@
 #include "Arguments.h"
+#include "Layout.h"
 #include "SpeakerList.h"
+#include "VolumeReports.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 namespace kiv::ctl {
@@ -17,10 +22,17 @@ struct NameArguments {
     std::string name;
 };
 
+struct WaitArguments {
+    bool wait = false;
+    bool noWait = false;
+    std::string layout;
+};
+
 struct VolumeArguments {
     Mac mac{};
     Ip ip{};
     int volume = 0;
+    WaitArguments wait;
 };
 
 // A request for one speaker, and the same for a list of them.
@@ -41,7 +53,38 @@ const VolumeRequest kReset = {"ResetNetSpkVolume", ResetNetSpkVolume, "ResetNetS
 struct VolumeRequestArguments {
     SpeakerArguments speakers;
     std::optional<Ip> ip;
+    WaitArguments wait;
 };
+
+void AddWait(CLI::App& app, WaitArguments& arguments)
+{
+    app.add_flag("--wait", arguments.wait, "Wait for the volumes that the server reports (default on a terminal)");
+    app.add_flag("--no-wait", arguments.noWait, "Only send the request (default elsewhere)")->excludes("--wait");
+    AddLayout(app, arguments.layout);
+}
+
+bool Waits(const WaitArguments& arguments)
+{
+    return arguments.wait || (!arguments.noWait && isatty(STDOUT_FILENO) == 1);
+}
+
+// A request for volumes, which the server answers by events only.
+template <typename Send>
+Result
+SendForVolumes(const char* function, const Send& send, const std::vector<Mac>& speakers, const WaitArguments& wait)
+{
+    if (!Waits(wait)) {
+        send();
+        return Sent(function);
+    }
+    VolumeReports reports(LayoutOf(wait.layout));
+    if (auto failed = reports.Begin()) {
+        return *failed;
+    }
+    send();
+    Result sent = Sent(function);
+    return sent.exitCode == kDone ? reports.Await(function, speakers) : sent;
+}
 
 Action Name(CLI::App& app)
 {
@@ -51,21 +94,43 @@ Action Name(CLI::App& app)
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
         if (!g_utf8_validate(arguments->name.c_str(), -1, nullptr)) {
-            throw BadArguments("the name is no valid UTF-8");
+            throw BadArguments("NAME must be valid UTF-8");
         }
         SetNetSpkName(arguments->mac.data(), IpNumber(arguments->ip), arguments->name.c_str());
         return Sent("SetNetSpkName");
     };
 }
 
+void AddSet(CLI::App& app, VolumeArguments& arguments, int32_t (*parse)(const std::string&), const char* description)
+{
+    AddRequired(app, "MAC", arguments.mac, ParseMac, kMacDescription);
+    AddRequired(app, "VOLUME", arguments.volume, parse, description);
+    AddIp(app, arguments.ip);
+}
+
+void SendVolume(const VolumeArguments& arguments)
+{
+    SetNetSpkVolume(arguments.mac.data(), IpNumber(arguments.ip), arguments.volume);
+}
+
 Action Set(CLI::App& app)
 {
     const auto arguments = std::make_shared<VolumeArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
-    AddRequired(app, "VOLUME", arguments->volume, ParseInt, "Its new volume");
-    AddIp(app, arguments->ip);
+    AddSet(app, *arguments, ParseVolume, "Its new volume, 0 to 100");
+    AddWait(app, arguments->wait);
     return [arguments](const Output&) {
-        SetNetSpkVolume(arguments->mac.data(), IpNumber(arguments->ip), arguments->volume);
+        return SendForVolumes(
+            "SetNetSpkVolume", [&] { SendVolume(*arguments); }, {arguments->mac}, arguments->wait);
+    };
+}
+
+// The function itself takes any number.
+Action SetAny(CLI::App& app)
+{
+    const auto arguments = std::make_shared<VolumeArguments>();
+    AddSet(app, *arguments, ParseInt, "Its new volume; any number is sent");
+    return [arguments](const Output&) {
+        SendVolume(*arguments);
         return Sent("SetNetSpkVolume");
     };
 }
@@ -79,16 +144,22 @@ bool NamesOne(const SpeakerArguments& arguments)
 
 Result RequestVolume(const VolumeRequest& request, const VolumeRequestArguments& arguments)
 {
-    const auto& [speakers, ip] = arguments;
+    const auto& [speakers, ip, wait] = arguments;
     if (NamesOne(speakers)) {
-        request.one(ParseMac(speakers.speakers.front()).data(), IpNumber(ip.value_or(Ip{})));
-        return Sent(request.oneName);
+        const Mac mac = ParseMac(speakers.speakers.front());
+        const int address = IpNumber(ip.value_or(Ip{}));
+        return SendForVolumes(
+            request.oneName, [&] { request.one(mac.data(), address); }, {mac}, wait);
     }
     if (ip) {
-        throw BadArguments("an IPv4 address goes with the MAC address of one speaker");
+        throw BadArguments("--ip must go with the MAC address of one speaker without a configuration value");
     }
-    request.list(SpeakersOf(speakers));
-    return Sent(request.listName);
+    const std::vector<STNetSpkConfig> list = SpeakersOf(speakers);
+    std::vector<Mac> macs;
+    std::ranges::transform(
+        list, std::back_inserter(macs), [](const STNetSpkConfig& speaker) { return std::to_array(speaker.mac); });
+    return SendForVolumes(
+        request.listName, [&] { request.list(list); }, macs, wait);
 }
 
 auto RequestVolume(const VolumeRequest& request)
@@ -98,6 +169,7 @@ auto RequestVolume(const VolumeRequest& request)
         AddSpeakers(app, arguments->speakers);
         AddParsed(app, "--ip", arguments->ip, ParseIp, "IPv4 address, for one speaker named by its MAC address alone")
             ->type_name("IP");
+        AddWait(app, arguments->wait);
         return [request, arguments](const Output&) { return RequestVolume(request, *arguments); };
     };
 }
@@ -127,7 +199,14 @@ auto RequestList(const VolumeRequest& request)
     };
 }
 
-Action ResetAll(CLI::App&)
+Action ResetAll(CLI::App& app)
+{
+    const auto wait = std::make_shared<WaitArguments>();
+    AddWait(app, *wait);
+    return [wait](const Output&) { return SendForVolumes("ResetAllNetSpkVolume", ResetAllNetSpkVolume, {}, *wait); };
+}
+
+Action ResetAllOnly(CLI::App&)
 {
     return [](const Output&) {
         ResetAllNetSpkVolume();
@@ -145,7 +224,7 @@ std::vector<Command> NameAndVolumeCommands()
          "Volumes of speakers",
          nullptr,
          {
-             {"get", "Have the server report volumes; they come as events", RequestVolume(kGet)},
+             {"get", "Ask for the volumes of speakers", RequestVolume(kGet)},
              {"set", "Set a speaker's volume", Set},
              {"up", "Turn speakers up by one step", RequestVolume(kUp)},
              {"down", "Turn speakers down by one step", RequestVolume(kDown)},
@@ -159,12 +238,12 @@ std::vector<Command> NameAndVolumeFunctions()
 {
     return {
         {"SetNetSpkName", "Rename a speaker", Name},
-        {"SetNetSpkVolume", "Set a speaker's volume", Set},
+        {"SetNetSpkVolume", "Set a speaker's volume", SetAny},
         {"GetNetSpkVolume", "Have the server report a speaker's volume", RequestOne(kGet)},
         {"IncreaseNetSpkVolume", "Turn a speaker up by one step", RequestOne(kUp)},
         {"DecreaseNetSpkVolume", "Turn a speaker down by one step", RequestOne(kDown)},
         {"ResetNetSpkVolume", "Set a speaker back to the server's default", RequestOne(kReset)},
-        {"ResetAllNetSpkVolume", "Set all speakers back to it", ResetAll},
+        {"ResetAllNetSpkVolume", "Set all speakers back to it", ResetAllOnly},
         {"IncreaseNetSpkVolumeList", "Turn speakers up by one step", RequestList(kUp)},
         {"DecreaseNetSpkVolumeList", "Turn speakers down by one step", RequestList(kDown)},
         {"ResetNetSpkVolumeList", "Set speakers back to the server's default", RequestList(kReset)},

@@ -1,5 +1,7 @@
 #include "Output.h"
 
+#include "KeptLines.h"
+
 #include <cstdio>
 
 namespace kiv::ctl {
@@ -30,7 +32,7 @@ void Output::Notify(const std::string& text, const Json& object) const
     if (json_) {
         WriteLine(stdout, Dump(object));
     } else {
-        WriteLine(stderr, "kivctl: " + text);
+        WriteLine(Stderr(), "kivctl: " + text);
     }
 }
 

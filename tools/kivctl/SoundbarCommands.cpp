@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "Completion.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -115,7 +116,9 @@ Action SupportSet(CLI::App& app)
 {
     const auto arguments = std::make_shared<SupportArguments>();
     AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
-    AddRequired(app, "SUPPORTED", arguments->supported, ParseFlag, "yes (1), no (0) or another number");
+    OfferValues(
+        AddRequired(app, "SUPPORTED", arguments->supported, ParseFlag, "yes (1), no (0) or another number"),
+        FlagNames());
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
         SetSoundbarSupportSoundMode(arguments->mac.data(), IpNumber(arguments->ip), arguments->supported);
@@ -127,8 +130,10 @@ Action Version(CLI::App& app)
 {
     const auto arguments = std::make_shared<VersionArguments>();
     AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
-    AddNumber(app, "--length", arguments->length, "Bytes of version data to ask for, 20 at most")
-        ->check(CLI::Range(1, KIV_SOUND_MODE_LEN).description(""));
+    const auto parseLength = [](const std::string& text) { return ParseWithin(text, 1, KIV_SOUND_MODE_LEN); };
+    AddParsed(app, "--length", arguments->length, parseLength, "Bytes of version data to ask for, 20 at most")
+        ->type_name("N")
+        ->default_str(std::to_string(arguments->length));
     return [arguments](const Output&) {
         auto data = kNoData;
         const int version = GetSoundbarProtocolVersion(arguments->mac.data(), data.data(), arguments->length);

@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "Completion.h"
 #include "SpeakerList.h"
 #include <KivServiceInterface.h>
 
@@ -16,8 +17,13 @@ struct StartArguments {
 Action Start(CLI::App& app)
 {
     const auto arguments = std::make_shared<StartArguments>();
-    AddParsed(app, "--mode", arguments->mode, ParseMode, kModeDescription)->type_name("MODE")->default_str("surround");
-    AddNumber(app, "--reason", arguments->reason, "Reason code");
+    OfferValues(
+        AddParsed(app, "--mode", arguments->mode, ParseMode, kModeDescription)
+            ->type_name("MODE")
+            ->default_str("surround"),
+        ModeNames());
+    AddNumber(
+        app, "--reason", arguments->reason, "Reason code, which is agreed between the server and the application");
     AddSpeakers(app, arguments->speakers);
     return [arguments](const Output&) {
         std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
@@ -28,7 +34,7 @@ Action Start(CLI::App& app)
 Action Stop(CLI::App& app)
 {
     const auto type = std::make_shared<int>(0);
-    AddNumber(app, "--type", *type, "Stop type");
+    AddNumber(app, "--type", *type, "Stop type, which is agreed between the server and the application");
     return [type](const Output&) { return Answered("StopNetworkSpeaker", StopNetworkSpeaker(*type)); };
 }
 

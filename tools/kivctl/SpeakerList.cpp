@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <utility>
 
@@ -35,7 +34,7 @@ int32_t ReadConfig(const Json& value)
                       : value.is_number_integer() ? std::in_range<int32_t>(value.get<int64_t>())
                                                   : false;
     if (!fits) {
-        throw BadArguments(fmt::format("\"config\" is {}, not a 32-bit integer", value.dump()));
+        throw BadArguments(fmt::format("\"config\" must be a 32-bit integer, got {}", Shortened(value)));
     }
     return value.get<int32_t>();
 }
@@ -43,7 +42,7 @@ int32_t ReadConfig(const Json& value)
 std::string ReadMac(const Json& value)
 {
     if (!value.is_string()) {
-        throw BadArguments(fmt::format("\"mac\" is {}, not a string", value.dump()));
+        throw BadArguments(fmt::format("\"mac\" must be a text, got {}", Shortened(value)));
     }
     return value.get<std::string>();
 }
@@ -52,7 +51,7 @@ STNetSpkConfig ReadSpeakerObject(const Json& object)
 {
     for (const auto& member : object.items()) {
         if (member.key() != "mac" && member.key() != "config") {
-            throw BadArguments(fmt::format("unknown key \"{}\"", member.key()));
+            throw BadArguments(fmt::format("unknown key \"{}\"; known are config, mac", member.key()));
         }
     }
     if (!object.contains("mac")) {
@@ -69,45 +68,44 @@ STNetSpkConfig ReadSpeaker(const Json& entry)
     if (entry.is_object()) {
         return ReadSpeakerObject(entry);
     }
-    throw BadArguments(fmt::format("{} is neither a string nor an object", entry.dump()));
+    throw BadArguments(
+        fmt::format("must be \"MAC=CONFIG\" or an object with \"mac\" and \"config\", got {}", Shortened(entry)));
 }
 
-Json ParseJson(const std::string& path, const std::string& text)
+std::vector<STNetSpkConfig> ReadSpeakers(const Json& list)
 {
-    try {
-        return Json::parse(text);
-    } catch (const Json::exception& error) {
-        // Its texts begin like "[json.exception.parse_error.101] ".
-        const char* reason = std::strstr(error.what(), "] ");
-        throw BadArguments(fmt::format("{}: {}", path, reason == nullptr ? error.what() : reason + 2));
-    }
-}
-
-std::vector<STNetSpkConfig> ReadSpeakerFile(const std::string& path)
-{
-    const Json list = ParseJson(path, ReadFile(path));
     if (!list.is_array()) {
-        throw BadArguments(fmt::format("{}: not a JSON array of speakers", path));
+        throw BadArguments(fmt::format("must be a JSON array of speakers, got {}", Shortened(list)));
     }
     if (list.size() > kMaxArrayLength / sizeof(STNetSpkConfig)) {
-        throw BadArguments(fmt::format("{}: {} speakers are more than the bus carries", path, list.size()));
+        throw BadArguments(fmt::format("{} speakers are more than the bus carries", list.size()));
     }
     std::vector<STNetSpkConfig> speakers;
     for (const Json& entry : list) {
         try {
             speakers.push_back(ReadSpeaker(entry));
         } catch (const BadArguments& error) {
-            throw BadArguments(fmt::format("{}: entry {}: {}", path, speakers.size() + 1, error.what()));
+            throw BadArguments(fmt::format("entry {}: {}", speakers.size() + 1, error.what()));
         }
     }
     return speakers;
+}
+
+std::vector<STNetSpkConfig> ReadSpeakerFile(const std::string& path)
+{
+    const std::string text = ReadFile(path);
+    try {
+        return ReadSpeakers(ParseJson(text));
+    } catch (const BadArguments& error) {
+        throw BadArguments(fmt::format("{}: {}", path, error.what()));
+    }
 }
 
 } // namespace
 
 void AddSpeakers(CLI::App& app, SpeakerArguments& arguments)
 {
-    app.add_option("SPEAKER", arguments.speakers, "Speaker as MAC[=CONFIG], such as a4:11:22:33:44:55=3")
+    app.add_option("SPEAKER", arguments.speakers, "Speaker as MAC[=CONFIG], such as 02:4b:49:56:00:01=3")
         ->type_name("");
     app.add_option(
            "--file", arguments.file, R"(JSON file instead: a list of {"mac": "...", "config": N} or "MAC=CONFIG")")
@@ -117,7 +115,8 @@ void AddSpeakers(CLI::App& app, SpeakerArguments& arguments)
 std::vector<STNetSpkConfig> SpeakersOf(const SpeakerArguments& arguments)
 {
     if (arguments.speakers.empty() == arguments.file.empty()) {
-        throw BadArguments("name the speakers, or the file that lists them");
+        throw BadArguments(fmt::format(
+            "speakers must be named as SPEAKER or in --file, got {}", arguments.file.empty() ? "neither" : "both"));
     }
     if (!arguments.file.empty()) {
         return ReadSpeakerFile(arguments.file);

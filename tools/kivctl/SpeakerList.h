@@ -9,7 +9,7 @@
 
 namespace kiv::ctl {
 
-// Speakers on the command line, each as MAC[=CONFIG] such as "a4:11:22:33:44:55=3", or in a file that holds a JSON
+// Speakers on the command line, each as MAC[=CONFIG] such as "02:4b:49:56:00:01=3", or in a file that holds a JSON
 // array of {"mac": "...", "config": N} and "MAC[=CONFIG]".
 struct SpeakerArguments {
     std::vector<std::string> speakers;

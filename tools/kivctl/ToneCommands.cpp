@@ -17,8 +17,8 @@ std::shared_ptr<ToneArguments> AddTone(CLI::App& app)
 {
     auto arguments = std::make_shared<ToneArguments>();
     AddRequired(app, "MAC", arguments->mac, ParseMac, "MAC address of the speaker");
-    AddNumber(app, "--param", arguments->parameter, "Number that the server takes");
-    AddNumber(app, "--extra", arguments->extra, "Another");
+    AddNumber(app, "--param", arguments->parameter, "Number that is passed through to the server");
+    AddNumber(app, "--extra", arguments->extra, "Another number that is passed through");
     return arguments;
 }
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <utility>
@@ -21,7 +22,11 @@ using Names = std::map<std::string, int32_t>;
 const Names kModes = {{"surround", NETSPKSETTING_SURROUND}, {"multiroom", NETSPKSETTING_MULTIROOM}};
 const Names kFlags = {{"no", 0}, {"yes", 1}};
 
+constexpr double kMostSeconds = 1e6;
+constexpr int32_t kLoudest = 100;
+
 constexpr size_t kDumpWidth = 16;
+constexpr const char* kRepeated = "*";
 
 std::optional<int32_t> ReadInt(const std::string& text)
 {
@@ -29,6 +34,22 @@ std::optional<int32_t> ReadInt(const std::string& text)
     const char* end = text.data() + text.size();
     const auto read = std::from_chars(text.data(), end, number);
     return read.ec == std::errc() && read.ptr == end ? std::optional(number) : std::nullopt;
+}
+
+std::vector<std::string> NamesOf(const Names& names)
+{
+    std::vector<std::string> texts;
+    std::ranges::transform(names, std::back_inserter(texts), &Names::value_type::first);
+    return texts;
+}
+
+std::string NamesText(const Names& names)
+{
+    std::vector<std::string> texts;
+    for (const auto& [name, value] : names) {
+        texts.push_back(fmt::format("{} ({})", name, value));
+    }
+    return fmt::format("{}", fmt::join(texts, ", "));
 }
 
 int32_t ParseNamed(const Names& names, const std::string& text)
@@ -39,7 +60,7 @@ int32_t ParseNamed(const Names& names, const std::string& text)
     if (const auto number = ReadInt(text)) {
         return *number;
     }
-    throw BadArguments(fmt::format("\"{}\" is neither a known word nor a 32-bit integer", text));
+    throw BadArguments(fmt::format("must be {} or another 32-bit integer, got \"{}\"", NamesText(names), text));
 }
 
 std::optional<unsigned char> ParseHexByte(std::string_view digits)
@@ -61,6 +82,17 @@ std::string Printable(Bytes bytes)
     return text;
 }
 
+// How many columns of a terminal the text takes.
+size_t DisplayWidth(const std::string& text)
+{
+    size_t width = 0;
+    for (const unsigned char byte : text) {
+        // Further bytes of a UTF-8 character take none.
+        width += (byte & 0xc0U) == 0x80U ? 0 : 1;
+    }
+    return width;
+}
+
 } // namespace
 
 int32_t ParseInt(const std::string& text)
@@ -68,12 +100,48 @@ int32_t ParseInt(const std::string& text)
     if (const auto number = ReadInt(text)) {
         return *number;
     }
-    throw BadArguments(fmt::format("\"{}\" is no 32-bit integer", text));
+    throw BadArguments(fmt::format("must be a 32-bit integer, got \"{}\"", text));
+}
+
+std::chrono::milliseconds ParseSeconds(const std::string& text)
+{
+    double seconds = 0;
+    const char* end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, seconds);
+    if (read.ec != std::errc() || read.ptr != end || !(seconds > 0 && seconds <= kMostSeconds)) {
+        throw BadArguments(
+            fmt::format("must be a number of seconds above 0 and not above {:.0f}, got \"{}\"", kMostSeconds, text));
+    }
+    return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
+int32_t ParseVolume(const std::string& text)
+{
+    return ParseWithin(text, 0, kLoudest);
 }
 
 int32_t ParseMode(const std::string& text)
 {
     return ParseNamed(kModes, text);
+}
+
+std::vector<std::string> ModeNames()
+{
+    return NamesOf(kModes);
+}
+
+std::vector<std::string> FlagNames()
+{
+    return NamesOf(kFlags);
+}
+
+int32_t ParseWithin(const std::string& text, int32_t least, int32_t most)
+{
+    const auto number = ReadInt(text);
+    if (!number || *number < least || *number > most) {
+        throw BadArguments(fmt::format("must be an integer from {} to {}, got \"{}\"", least, most, text));
+    }
+    return *number;
 }
 
 std::string ModeText(int mode)
@@ -97,8 +165,7 @@ Mac ParseMac(const std::string& text)
         mac[i] = byte.value_or(0);
     }
     if (!fits) {
-        throw BadArguments(
-            fmt::format("\"{}\" is no MAC address (six two-digit hex bytes with ':' between them)", text));
+        throw BadArguments(fmt::format("must be a MAC address such as 02:4b:49:56:00:01, got \"{}\"", text));
     }
     return mac;
 }
@@ -107,7 +174,7 @@ Ip ParseIp(const std::string& text)
 {
     Ip ip{};
     if (inet_pton(AF_INET, text.c_str(), ip.data()) != 1) {
-        throw BadArguments(fmt::format("\"{}\" is no IPv4 address", text));
+        throw BadArguments(fmt::format("must be an IPv4 address such as 192.168.0.21, got \"{}\"", text));
     }
     return ip;
 }
@@ -136,7 +203,8 @@ std::string ParseHex(const std::string& text)
         }
         const auto byte = ParseHexByte(std::string_view(text).substr(at, 2));
         if (!byte) {
-            throw BadArguments(fmt::format("\"{}\" are no bytes (two hex digits each)", text));
+            throw BadArguments(
+                fmt::format("must be bytes of two hex digits each, such as \"01 ff\", got \"{}\"", text));
         }
         bytes += static_cast<char>(*byte);
         at += 2;
@@ -151,12 +219,18 @@ std::string HexText(Bytes bytes, std::string_view separator)
 
 std::string HexDump(Bytes bytes)
 {
-    std::string dump;
+    std::vector<std::string> lines;
+    Bytes previous;
     for (size_t at = 0; at < bytes.size(); at += kDumpWidth) {
         const Bytes line = bytes.subspan(at, std::min(kDumpWidth, bytes.size() - at));
-        dump += fmt::format("{}{:04x}  {:47}  |{}|", at == 0 ? "" : "\n", at, HexText(line, " "), Printable(line));
+        if (!std::ranges::equal(line, previous)) {
+            lines.push_back(fmt::format("{:04x}  {:47}  |{}|", at, HexText(line, " "), Printable(line)));
+        } else if (lines.back() != kRepeated) {
+            lines.emplace_back(kRepeated);
+        }
+        previous = line;
     }
-    return dump;
+    return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
 std::string FieldText(std::span<const char> field)
@@ -164,18 +238,38 @@ std::string FieldText(std::span<const char> field)
     return {field.begin(), std::ranges::find(field, '\0')};
 }
 
+std::string Harmless(std::string text)
+{
+    std::ranges::replace_if(
+        text, [](unsigned char character) { return std::iscntrl(character) != 0; }, '?');
+    return text;
+}
+
 std::string Table(const std::vector<std::pair<std::string, std::string>>& rows)
 {
-    size_t width = 0;
+    std::vector<std::vector<std::string>> cells;
+    for (const auto& [name, value] : rows) {
+        cells.push_back({Harmless(name), Harmless(value)});
+    }
+    return Columns(cells);
+}
+
+std::string Columns(const std::vector<std::vector<std::string>>& rows)
+{
+    std::vector<size_t> widths;
     for (const auto& row : rows) {
-        width = std::max(width, row.first.size());
+        widths.resize(std::max(widths.size(), row.size()));
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], DisplayWidth(row[i]));
+        }
     }
     std::vector<std::string> lines;
-    for (const auto& [name, value] : rows) {
-        std::string line = fmt::format("{:{}}  {}", name, width, value);
-        std::ranges::replace_if(
-            line, [](unsigned char character) { return std::iscntrl(character) != 0; }, '?');
-        lines.push_back(std::move(line));
+    for (const auto& row : rows) {
+        std::string line;
+        for (size_t i = 0; i + 1 < row.size(); ++i) {
+            line += row[i] + std::string(widths[i] - DisplayWidth(row[i]) + 2, ' ');
+        }
+        lines.push_back(line + (row.empty() ? "" : row.back()));
     }
     return fmt::format("{}", fmt::join(lines, "\n"));
 }

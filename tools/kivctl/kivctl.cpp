@@ -1,7 +1,9 @@
 #include "App.h"
 #include "Completion.h"
+#include "KeptLines.h"
 #include "ManPage.h"
 #include "TimeLimit.h"
+#include "Words.h"
 #include <KivServiceInterface.h>
 
 #include <CLI/CLI.hpp>
@@ -35,6 +37,7 @@ Result RunInTime(const Request& request, const Output& output)
     const TimeLimit limit(request.timeout, [&] {
         const std::string reason =
             fmt::format("{}: not done within {} ms", request.choice.name, request.timeout->count());
+        ShowLogLines();
         output.Notify(reason, {{"command", request.choice.name}, {"error", reason}});
     });
     return RunAction(request.choice, output);
@@ -63,6 +66,11 @@ int Run(const Request& request, const Output& output)
     Result result = RunInTime(request, output);
     const Milliseconds taken = std::chrono::steady_clock::now() - start;
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    if (result.exitCode == kDone) {
+        DropMootLogLines();
+    } else {
+        ShowLogLines();
+    }
     if (request.timing) {
         AddTiming(result, taken);
     }
@@ -102,14 +110,18 @@ int Main(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         // Parsing may have ended before it came to the flag.
         const bool wantsJson = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
-        return Refuse(Output(wantsJson), error.what());
+        const std::string unknown = UnknownWordText(app, {argv + 1, argv + argc});
+        return Refuse(Output(wantsJson), unknown.empty() ? error.what() : unknown);
     }
     const Output output(request.json);
     if (!request.choice.action) {
-        return Refuse(output, "no command given; --help lists them");
+        const std::string path = PathOf(*ReadWords(app, {argv + 1, argv + argc}).command);
+        return Refuse(output, fmt::format("no command given; kivctl help{} lists them", path));
     }
     if (request.verbose) {
         setenv("KIV_LOG_LEVEL", "debug", 1);
+    } else if (std::getenv("KIV_LOG_LEVEL") == nullptr) {
+        KeepLogLines();
     }
     return Run(request, output);
 }

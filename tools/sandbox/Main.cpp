@@ -63,7 +63,8 @@ constexpr auto kDescription =
 
 constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
-                         "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n\n"
+                         "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n"
+                         "  KIV_LAYOUT                  the simulator's record layout, unless it is set already\n\n"
                          "Exit code:\n"
                          "  that of the command, or 128 plus the number of the signal that ended it\n"
                          "  125  the sandbox failed: its options are wrong, a file cannot be used, ...\n"
@@ -293,6 +294,8 @@ void SetEnvironment(const Options& options, const std::map<std::string, std::str
     for (const auto& [name, value] : environment) {
         setenv(name.c_str(), value.c_str(), 1);
     }
+    // A layout that is named already is that of a server whose recording is replayed.
+    setenv("KIV_LAYOUT", LayoutFile().c_str(), 0);
     if (options.printAddress) {
         fmt::print(stderr, "kiv-sandbox: the bus is {}\n", environment.at(kAddressVariable));
     }

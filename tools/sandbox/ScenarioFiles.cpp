@@ -62,4 +62,9 @@ std::string ListScenarios()
     return list;
 }
 
+fs::path LayoutFile()
+{
+    return (Folder() / "../layout.json").lexically_normal();
+}
+
 } // namespace kiv::sandbox

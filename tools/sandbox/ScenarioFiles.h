@@ -12,4 +12,7 @@ std::filesystem::path FindScenario(const std::string& nameOrFile);
 /// Name and description of the scenarios that come with the sandbox, a line each.
 std::string ListScenarios();
 
+/// The file that describes the records of the simulator.
+std::filesystem::path LayoutFile();
+
 } // namespace kiv::sandbox

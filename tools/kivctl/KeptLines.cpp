@@ -1,0 +1,129 @@
+#include "KeptLines.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <sstream>
+#include <string>
+
+namespace kiv::ctl {
+namespace {
+
+// The last line that the library logs before it asks the bus to start the server.
+constexpr const char* kLaunch = "request launch kiv-service";
+constexpr const char* kTag = " NAM_SERVICE: ";
+constexpr const char* kErrorTag = " E NAM_SERVICE: ";
+
+// What the signal handler reads. Both are -1 while nothing is kept.
+volatile std::sig_atomic_t g_kept = -1;
+volatile std::sig_atomic_t g_stderr = -1;
+std::FILE* g_stderrStream = stderr;
+// The time limit's thread may end the keeping, too.
+std::atomic<bool> g_keeping = false;
+
+// Ends the process by the signal after what is kept has been shown. It calls nothing that a signal handler may not.
+void ShowAndDie(int number)
+{
+    char chunk[4096];
+    lseek(g_kept, 0, SEEK_SET);
+    for (ssize_t length = 0; (length = read(g_kept, chunk, sizeof chunk)) > 0;) {
+        if (write(g_stderr, chunk, static_cast<size_t>(length)) < 0) {
+            break;
+        }
+    }
+    raise(number); // SA_RESETHAND has put the default back.
+}
+
+// Signals that are ignored or handled already stay so.
+void HandleDeadlySignals()
+{
+    for (const int number : {SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGILL, SIGINT, SIGSEGV, SIGTERM}) {
+        struct sigaction action = {};
+        if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
+            action.sa_handler = ShowAndDie;
+            action.sa_flags = static_cast<int>(SA_RESETHAND);
+            sigaction(number, &action, nullptr);
+        }
+    }
+}
+
+// What is kept, after stderr is what it was.
+std::string EndKeeping()
+{
+    if (!g_keeping.exchange(false)) {
+        return {};
+    }
+    const int kept = g_kept;
+    dup2(g_stderr, STDERR_FILENO);
+    std::string lines;
+    char chunk[4096];
+    lseek(kept, 0, SEEK_SET);
+    for (ssize_t length = 0; (length = read(kept, chunk, sizeof chunk)) > 0;) {
+        lines.append(chunk, static_cast<size_t>(length));
+    }
+    g_kept = -1;
+    close(kept);
+    return lines;
+}
+
+void WriteToStderr(const std::string& lines)
+{
+    std::fwrite(lines.data(), 1, lines.size(), g_stderrStream);
+    std::fflush(g_stderrStream);
+}
+
+// Whether the lines tell of more than what the library did.
+bool TellOfTrouble(const std::string& lines)
+{
+    std::istringstream stream(lines);
+    for (std::string line; std::getline(stream, line);) {
+        if (line.find(kErrorTag) != std::string::npos || line.find(kTag) == std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+void KeepLogLines()
+{
+    const int original = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    std::FILE* stream = original < 0 ? nullptr : fdopen(original, "w");
+    const int kept = stream == nullptr ? -1 : memfd_create("kivctl-log", MFD_CLOEXEC);
+    if (kept < 0) {
+        return;
+    }
+    g_kept = kept;
+    g_stderr = original;
+    g_stderrStream = stream;
+    g_keeping = true;
+    HandleDeadlySignals();
+    dup2(kept, STDERR_FILENO);
+}
+
+void ShowLogLines()
+{
+    WriteToStderr(EndKeeping());
+}
+
+void DropMootLogLines()
+{
+    std::string lines = EndKeeping();
+    if (const size_t launch = lines.rfind(kLaunch); launch != std::string::npos) {
+        lines.erase(0, lines.find('\n', launch) + 1);
+    }
+    if (TellOfTrouble(lines)) {
+        WriteToStderr(lines);
+    }
+}
+
+std::FILE* Stderr()
+{
+    return g_stderrStream;
+}
+
+} // namespace kiv::ctl

@@ -1,0 +1,155 @@
+#include "Words.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <numeric>
+
+namespace kiv::ctl {
+namespace {
+
+bool TakesValue(const CLI::Option& option)
+{
+    return !option.get_positional() && option.get_items_expected_max() > 0;
+}
+
+bool IsOption(const std::string& word)
+{
+    return word.size() > 1 && word.front() == '-' && std::isdigit(static_cast<unsigned char>(word[1])) == 0;
+}
+
+const CLI::Option* FindOption(const CLI::App& app, const CLI::App& command, const std::string& name)
+{
+    const CLI::Option* option = command.get_option_no_throw(name);
+    return option != nullptr ? option : app.get_option_no_throw(name);
+}
+
+// The positional argument that takes the word behind so many, or null.
+const CLI::Option* PositionalAt(const CLI::App& command, size_t number)
+{
+    for (const CLI::Option* option : command.get_options()) {
+        if (!option->get_positional()) {
+            continue;
+        }
+        const auto most = static_cast<size_t>(option->get_items_expected_max());
+        if (number < most) {
+            return option;
+        }
+        number -= most;
+    }
+    return nullptr;
+}
+
+// How many characters have to be put in, taken out or replaced to make one word of the other.
+size_t Distance(const std::string& one, const std::string& other)
+{
+    std::vector<size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < one.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (size_t j = 0; j < other.size(); ++j) {
+            const size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+// The candidate that a mistyped word may stand for, or an empty text.
+std::string Nearest(const std::string& word, const std::vector<std::string>& candidates)
+{
+    const auto nearest = std::ranges::min_element(
+        candidates, {}, [&word](const std::string& candidate) { return Distance(word, candidate); });
+    const bool isNear = nearest != candidates.end() && Distance(word, *nearest) <= std::max<size_t>(word.size() / 3, 1);
+    return isNear ? *nearest : std::string();
+}
+
+std::vector<std::string> CommandsIn(const CLI::App& command)
+{
+    std::vector<std::string> names;
+    std::ranges::transform(command.get_subcommands(nullptr), std::back_inserter(names), [](const CLI::App* part) {
+        return part->get_name();
+    });
+    return names;
+}
+
+std::vector<std::string> OptionsOf(const CLI::App& app, const CLI::App& command)
+{
+    std::vector<std::string> names;
+    for (const CLI::App* owner : {&command, &app}) {
+        for (const CLI::Option* option : owner->get_options()) {
+            for (const std::string& name : option->get_lnames()) {
+                names.push_back("--" + name);
+            }
+        }
+    }
+    return names;
+}
+
+} // namespace
+
+Words ReadWords(const CLI::App& app, const std::vector<std::string>& words)
+{
+    Words read;
+    read.command = &app;
+    size_t positionals = 0;
+    for (const std::string& word : words) {
+        if (read.valueFollows) {
+            read.valueFollows = false;
+        } else if (const CLI::App* part = FindCommand(*read.command, word)) {
+            read.command = part;
+        } else if (IsOption(word)) {
+            const CLI::Option* option = FindOption(app, *read.command, word.substr(0, word.find('=')));
+            read.valueFollows = option != nullptr && TakesValue(*option) && word.find('=') == std::string::npos;
+            read.awaited = option;
+            if (option == nullptr && read.unknown.empty()) {
+                read.unknown = word;
+                read.unknownIn = read.command;
+            }
+        } else {
+            ++positionals;
+            if (!read.command->get_subcommands(nullptr).empty() && read.unknown.empty()) {
+                read.unknown = word;
+                read.unknownIn = read.command;
+            }
+        }
+    }
+    if (!read.valueFollows) {
+        read.awaited = PositionalAt(*read.command, positionals);
+    }
+    return read;
+}
+
+std::string UnknownWordText(const CLI::App& app, const std::vector<std::string>& words)
+{
+    const Words read = ReadWords(app, words);
+    if (read.unknown.empty()) {
+        return {};
+    }
+    const bool isOption = IsOption(read.unknown);
+    const std::string path = PathOf(*read.unknownIn);
+    const std::string nearest =
+        Nearest(read.unknown, isOption ? OptionsOf(app, *read.unknownIn) : CommandsIn(*read.unknownIn));
+    // A command goes by its whole name, an option by its own.
+    const std::string prefix = isOption || path.empty() ? "" : path.substr(1) + " ";
+    const std::string advice = nearest.empty() ? fmt::format("kivctl help{} lists them", path)
+                                               : fmt::format("did you mean {}{}?", prefix, nearest);
+    return fmt::format("unknown {} {}{}; {}", isOption ? "option" : "command", prefix, read.unknown, advice);
+}
+
+std::string PathOf(const CLI::App& command)
+{
+    return command.get_parent() == nullptr ? "" : PathOf(*command.get_parent()) + ' ' + command.get_name();
+}
+
+const CLI::App* FindCommand(const CLI::App& app, const std::string& name)
+{
+    const auto found = app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
+    return found.empty() ? nullptr : found.front();
+}
+
+} // namespace kiv::ctl
