@@ -41,8 +41,9 @@ Action Sizes(CLI::App&)
 std::vector<Command> DeviceCommands()
 {
     return {
-        {"doctor", "Tell what works, what does not, and what to do about it",
-         [](CLI::App&) -> Action { return [](const Output&) { return Examine(); }; }},
+        {"doctor",
+         "Tell what works, what does not, and what to do about it; starts the server, and subscribes for a moment",
+         [](CLI::App&) -> Action { return [](const Output& output) { return Examine(output); }; }},
         {"enabled", "Tell whether this device has network speakers", Enabled},
         {"sizes", "Show the sizes of the exported speaker records, in bytes", Sizes},
     };
