@@ -31,7 +31,7 @@
  *   library uses the connection that GLib shares in the process. If the host still holds that one after it was lost,
  *   the library opens one of its own, and leaves the lost one and its "closed" signal to GLib and the host.
  * - **Ownership.** The caller owns every buffer, string and vector it passes; the library keeps no pointer to them.
- * - **Exceptions.** None leaves a function unless its description says so.
+ * - **Exceptions.** None leaves a function unless its description says so, as long as there is memory.
  * - **fork().** The child may exec() or exit in any way, and must not call the library.
  * - **Unloading.** Call CNSGdbus::m_DestroyMessageMonitor on CNSGdbus::m_pInstance before dlclose(); without it the
  *   library stays mapped, because its monitor thread still runs.
