@@ -24,7 +24,8 @@ constexpr const char* kManPage = "--man-page";
 // Where a command that failed, or that took too long, sends people.
 std::string Advice(const std::string& command)
 {
-    return command != "doctor" ? "; kivctl doctor tells why" : "";
+    const bool isOfUse = command != "doctor" && command != "explain";
+    return isOfUse ? "; kivctl doctor tells why" : "";
 }
 
 Result RunAction(const Choice& choice, const Output& output)
