@@ -1,14 +1,60 @@
 #!/bin/bash
 # usage: kivctl.sh <source directory> <work directory>
-# For a TV, kivctl is built without the simulator and the sandbox.
+# For a TV, kivctl is built without the simulator and the sandbox, and copied alone. Where the loader cannot start it, the page
+# about porting has what the loader prints.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
+export LC_ALL=C
 
-configure -DKIV_BUILD_KIVCTL=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12
+platform=$work/platform
+mkdir "$platform"
+
+# A library of the TV's. Further arguments go to the compiler.
+make_library() { # name, function, arguments...
+    echo "extern \"C\" int $2() { return -1; }" |
+        "$CXX" -shared -fPIC "-Wl,-soname,$1" -o "$platform/$1" "${@:3}" -x c++ -
+}
+
+# The loader refuses to go on, and the page says so in its words. Arguments: a text of those, what sed makes the others of.
+expect_told() { # text, [sed expression]
+    local line
+    if LD_LIBRARY_PATH=$libraries "$tool" enabled >"$log" 2>&1; then
+        fail "kivctl runs"
+    fi
+    line=$(grep -m1 -F "$1" "$log" | sed "s,^$tool: ,,;${2:-}") || fail "the loader does not say $1, but: $(cat "$log")"
+    grep -qF "$line" "$source/docs/porting.md" || fail "docs/porting.md does not have: $line"
+}
+
+make_library libplatform-log.so.1 __dlog_print
+make_library libplatform-info.so.1 system_info_get_custom_bool
+configure -DKIV_PLATFORM_LIBRARIES="$platform/libplatform-log.so.1;$platform/libplatform-info.so.1" -DKIV_BUILD_KIVCTL=ON \
+    -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12
 build_all
 install_all
-expect_files bin/kivctl lib/libkiv-interface-api.so share/man/man1/kivctl.1 share/bash-completion/completions/kivctl
+expect_files bin/kivctl lib/libkiv-interface-api.so share/man/man1/kivctl.1 share/man/man7/kiv-log-lines.7 \
+    share/bash-completion/completions/kivctl
 expect_no_files bin/kiv-sandbox bin/kiv-simulator share/man/man1/kiv-sandbox.1 \
     share/bash-completion/completions/kiv-sandbox lib/python3
 test ! -e "$build/simulator" || fail "the simulator is built"
-"$prefix/bin/kivctl" --help | grep -q '^  doctor' || fail "kivctl does not run"
+
+# One file, which needs nothing that a TV does not have.
+mkdir "$work/tv"
+tool=$work/tv/kivctl
+cp "$prefix/bin/kivctl" "$tool"
+others=$(readelf -d "$tool" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
+    grep -vE '^(libkiv-interface-api|libg(io|object|lib)-2\.0|libstdc\+\+|libgcc_s|libm|libc|ld-linux.*)\.so' || true)
+test -z "$others" || fail "kivctl needs $others"
+libraries=$platform:$prefix/lib
+LD_LIBRARY_PATH=$libraries "$tool" doctor >"$log" 2>&1 && fail "doctor finds a bus"
+expect_line '^problem  bus '
+
+libraries=$platform
+expect_told "libkiv-interface-api.so.1: cannot open shared object file"
+libraries=$prefix/lib
+expect_told "libplatform-log.so.1: cannot open shared object file"
+libraries=$platform:$prefix/lib
+make_library libplatform-info.so.1 another_function
+expect_told "undefined symbol" "s,[^ ]*/,/usr/lib/,"
+echo 'GLIBCXX_3.4 { *; };' >"$work/map"
+make_library libstdc++.so.6 another_function -nostdlib "-Wl,--version-script=$work/map"
+expect_told "version \`GLIBCXX_3.4." "s,[^ ]*/libstdc,/usr/lib/libstdc,;s,_3[0-9.]*,_3.4.30,;s,by [^ ]*/,by /tmp/,"

@@ -243,6 +243,22 @@ TEST_F(CommandTest, ABusThatIsNotThereIsAFailure)
     ExpectFailure({"monitor"}, 1, "the system bus cannot be reached: ");
 }
 
+TEST_F(CommandTest, AFailureEndsWithWhoTellsWhy)
+{
+    bus_.RemoveService("org.lumra.tv.networkspeaker.server");
+    EXPECT_EQ(
+        Run({"stop"}).err, "kivctl: StopNetworkSpeaker returned -1: the network-speaker server cannot be reached; "
+                           "kivctl doctor tells why\n");
+    EXPECT_TRUE(Run({"monitor"}).err.ends_with("; kivctl doctor tells why\n"));
+    const std::string timed = Run({"--timing", "stop"}).err;
+    EXPECT_NE(timed.find("; kivctl doctor tells why\ntook "), std::string::npos) << timed;
+    for (const Arguments& arguments : {Arguments{"dance"}, Arguments{"stop", "--type", "soft"}, Arguments{"doctor"}}) {
+        EXPECT_EQ(Run(arguments).err.find("tells why"), std::string::npos);
+    }
+    SwitchFeatureOff();
+    EXPECT_EQ(Run({"stop"}).err.find("tells why"), std::string::npos);
+}
+
 TEST_F(CommandTest, AFailureValueIsNamed)
 {
     SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");

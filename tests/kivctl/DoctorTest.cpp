@@ -2,34 +2,76 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <map>
+#include <regex>
+#include <sstream>
 
 namespace kiv::ctl::doctor_test {
 namespace {
 
 constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 
+constexpr const char* kIntroduction =
+    "kivctl: doctor has the bus start the server unless it runs, and subscribes to events for a moment";
+
 class DoctorTest : public KivctlTest {
 protected:
-    // What the doctor found, by what it looked at. A problem comes with advice, and with exit code 1.
+    // The findings, by what was examined. A problem comes with advice and exit code 1, and the last object counts.
     std::map<std::string, std::string> Examine() const
     {
         const Ended ended = Run({"--json", "doctor"});
         EXPECT_EQ(ended.err, "");
-        const Json object = Json::parse(ended.out);
-        bool healthy = true;
+        std::istringstream lines(ended.out);
         std::map<std::string, std::string> found;
-        for (const Json& check : object.at("checks")) {
-            const std::string state = check.at("state");
-            healthy = healthy && state != "problem";
-            EXPECT_EQ(check.at("advice") == "", state == "ok") << check;
-            found[check.at("check")] = state + ": " + check.at("found").get<std::string>();
+        std::map<std::string, int> counts;
+        Json sum;
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_TRUE(sum.is_null()) << line;
+            const Json object = Json::parse(line);
+            if (object.contains("result")) {
+                sum = object;
+                continue;
+            }
+            const std::string state = object.at("state");
+            ++counts[state];
+            EXPECT_EQ(object.at("advice") != "", state == "note" || state == "problem") << object;
+            EXPECT_EQ(object.at("milliseconds").is_null(), state == "skipped") << object;
+            found[object.at("check")] = state + ": " + object.at("found").get<std::string>();
         }
-        EXPECT_EQ(object.at("result"), healthy);
-        EXPECT_EQ(ended.exitCode, healthy ? 0 : 1);
+        EXPECT_EQ(found.size(), 10U) << ended.out;
+        EXPECT_EQ(
+            sum, Json(
+                     {{"command", "doctor"},
+                      {"result", counts["problem"] == 0},
+                      {"problems", counts["problem"]},
+                      {"notes", counts["note"]},
+                      {"ok", counts["ok"]},
+                      {"skipped", counts["skipped"]}}));
+        EXPECT_EQ(ended.exitCode, counts["problem"] == 0 ? 0 : 1);
         return found;
     }
 };
+
+std::string BecauseOf(const std::string& subject)
+{
+    return "skipped: not tried, because of the problem with \"" + subject + "\"";
+}
+
+// The subjects of a text's findings with their states, such as "ok bus".
+std::vector<std::string> Subjects(const std::string& text)
+{
+    const std::regex finding(R"((ok|note|problem|skipped) +([a-z ]+[a-z])  .*)");
+    std::istringstream lines(text);
+    std::vector<std::string> subjects;
+    std::smatch match;
+    for (std::string line; std::getline(lines, line);) {
+        if (std::regex_match(line, match, finding)) {
+            subjects.push_back(match[1].str() + ' ' + match[2].str());
+        }
+    }
+    return subjects;
+}
 
 void ExpectBegins(const std::string& text, const std::string& head)
 {
@@ -40,15 +82,70 @@ TEST_F(DoctorTest, FindsNothingWhereAllIsWell)
 {
     const Ended text = Run({"doctor"});
     EXPECT_EQ(text.exitCode, 0);
-    EXPECT_EQ(text.err, "");
-    for (const char* line :
-         {"ok       feature ", "ok       bus ", "ok       client name ", "ok       activation ", "ok       server ",
-          "ok       call ", "ok       client id ", "ok       subscription ", "ok       endpoint ",
-          "ok       events        one that was sent arrived\n"}) {
-        EXPECT_NE(text.out.find(line), std::string::npos) << line << text.out;
-    }
+    EXPECT_EQ(text.err.find(kIntroduction), 0U) << text.err;
+    EXPECT_EQ(
+        Subjects(text.out), (std::vector<std::string>{
+                                "ok feature", "ok bus", "ok client name", "ok activation", "ok server", "ok call",
+                                "ok client id", "ok subscription", "ok endpoint", "ok events"}));
     EXPECT_EQ(text.out.find("->"), std::string::npos) << text.out;
-    EXPECT_EQ(Examine().size(), 10U);
+    EXPECT_TRUE(text.out.ends_with("\nnothing is wrong: 0 problems, 0 notes, 10 ok, 0 skipped\n")) << text.out;
+    ExpectBegins(Examine().at("events"), "ok: one that was sent arrived");
+}
+
+TEST_F(DoctorTest, ShowsEachFindingBeforeTheNextCheck)
+{
+    SetFault("check_dbus_connection", "silent", "true");
+    Running doctor(bus_, {"doctor"});
+    for (const char* head :
+         {"ok       feature ", "ok       bus ", "ok       client name ", "ok       activation ", "ok       server "}) {
+        ExpectBegins(doctor.OutLine(), head);
+    }
+    std::string pending;
+    while (pending != "kivctl: asking the server, up to 8 s ...") {
+        pending = doctor.ErrLine();
+        ASSERT_NE(pending, "");
+    }
+    doctor.Signal(SIGKILL);
+}
+
+TEST_F(DoctorTest, ATimeLimitLeavesTheFindingsSoFar)
+{
+    SetFault("check_dbus_connection", "silent", "true");
+    const Ended text = Run({"--timeout", "2", "doctor"});
+    EXPECT_EQ(text.exitCode, 4);
+    EXPECT_EQ(
+        Subjects(text.out),
+        (std::vector<std::string>{"ok feature", "ok bus", "ok client name", "ok activation", "ok server"}));
+    EXPECT_TRUE(text.err.ends_with("kivctl: asking the server, up to 8 s ...\n"
+                                   "kivctl: doctor: not done within 2000 ms\n"))
+        << text.err;
+}
+
+TEST_F(DoctorTest, TellsHowLongAServerWasGivenThatDoesNotAnswer)
+{
+    SetFault("check_dbus_connection", "silent", "true");
+    const auto found = Examine();
+    EXPECT_EQ(found.at("call"), "problem: the server cannot be asked: no answer within 8 s");
+    EXPECT_EQ(found.at("events"), BecauseOf("call"));
+}
+
+TEST_F(DoctorTest, NotesWhatTakesOverASecond)
+{
+    SetFault("check_dbus_connection", "delay", "uint32 1100");
+    const Ended text = Run({"doctor"});
+    EXPECT_EQ(text.exitCode, 0);
+    const std::vector<std::string> subjects = Subjects(text.out);
+    EXPECT_EQ(subjects.at(5), "note call");
+    EXPECT_NE(text.out.find(" ms  the server answers\n" + std::string(33, ' ') + "-> over 1 s, "), std::string::npos)
+        << text.out;
+}
+
+TEST_F(DoctorTest, FindsThatTheBusDoesNotAnswer)
+{
+    kill(bus_.DaemonPid(), SIGSTOP);
+    const auto found = Examine();
+    kill(bus_.DaemonPid(), SIGCONT);
+    EXPECT_EQ(found.at("bus"), "problem: cannot be reached: no answer within 8 s");
 }
 
 TEST_F(DoctorTest, FindsThatTheFeatureIsOff)
@@ -57,7 +154,8 @@ TEST_F(DoctorTest, FindsThatTheFeatureIsOff)
     const auto found = Examine();
     ExpectBegins(found.at("feature"), "problem: this device has no network speakers");
     ExpectBegins(found.at("client id"), "ok: ");
-    EXPECT_FALSE(found.contains("subscription"));
+    EXPECT_EQ(found.at("subscription"), BecauseOf("feature"));
+    EXPECT_EQ(found.at("events"), BecauseOf("feature"));
 }
 
 TEST_F(DoctorTest, NotesThatTheFeatureCannotBeRead)
@@ -71,7 +169,12 @@ TEST_F(DoctorTest, NotesThatTheFeatureCannotBeRead)
 TEST_F(DoctorTest, FindsThatThereIsNoBus)
 {
     bus_.Kill();
-    ExpectBegins(Examine().at("bus"), "problem: cannot be reached: ");
+    const auto found = Examine();
+    ExpectBegins(found.at("bus"), "problem: cannot be reached: ");
+    for (const char* subject :
+         {"client name", "activation", "server", "call", "client id", "subscription", "endpoint", "events"}) {
+        EXPECT_EQ(found.at(subject), BecauseOf("bus"));
+    }
 }
 
 TEST_F(DoctorTest, FindsThatNobodyCanStartTheServer)
@@ -94,13 +197,15 @@ TEST_F(DoctorTest, FindsThatTheServerDoesNotStart)
     bus_.WriteService({kServerName, {"/bin/false"}});
     const auto found = Examine();
     ExpectBegins(found.at("activation"), "ok: ");
-    ExpectBegins(found.at("server"), "problem: does not run: ");
+    ExpectBegins(
+        found.at("server"), "problem: does not run: org.freedesktop.DBus.Error.Spawn.ChildExited: Process "
+                            "org.lumra.tv.networkspeaker.server exited with status 1");
 }
 
 TEST_F(DoctorTest, FindsThatTheServerDoesNotAnswerAsItShould)
 {
     SetFault("check_dbus_connection", "error", "'org.example.Broken'");
-    ExpectBegins(Examine().at("call"), "problem: the server cannot be asked: ");
+    ExpectBegins(Examine().at("call"), "problem: the server cannot be asked: org.example.Broken: ");
     SetFault("check_dbus_connection", "reply", "<(5,)>");
     EXPECT_EQ(Examine().at("call"), "problem: the server answers (i) where a client id is due");
 }
@@ -114,7 +219,7 @@ TEST_F(DoctorTest, FindsThatAnIdIsUnfit)
 TEST_F(DoctorTest, FindsThatTheServerRefusesEvents)
 {
     SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
-    EXPECT_EQ(Examine().at("subscription"), "problem: the request failed, or the server refused it");
+    ExpectBegins(Examine().at("subscription"), "problem: the server promises no events: org.example.Broken: ");
 }
 
 TEST_F(DoctorTest, FindsThatAnotherProcessHasTheName)
@@ -132,14 +237,14 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
 {
     Forbid(R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)");
     auto found = Examine();
-    ExpectBegins(found.at("client name"), "problem: may not be owned: ");
-    EXPECT_FALSE(found.contains("subscription"));
+    ExpectBegins(found.at("client name"), "problem: may not be owned: org.freedesktop.DBus.Error.AccessDenied: ");
+    EXPECT_EQ(found.at("subscription"), BecauseOf("client name"));
 
     Forbid(R"(<deny send_destination="org.lumra.tv.networkspeaker.server"
                     send_interface="org.lumra.tv.networkspeaker.server.interface"/>)");
     found = Examine();
     ExpectBegins(found.at("client name"), "ok: ");
-    ExpectBegins(found.at("call"), "problem: the server cannot be asked: ");
+    ExpectBegins(found.at("call"), "problem: the server cannot be asked: org.freedesktop.DBus.Error.AccessDenied: ");
 
     Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
     found = Examine();

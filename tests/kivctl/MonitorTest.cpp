@@ -319,7 +319,8 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
     const Ended ended = Run({"monitor"});
     EXPECT_EQ(ended.exitCode, 1);
     EXPECT_EQ(
-        ended.err, "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it\n");
+        ended.err, "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it; "
+                   "kivctl doctor tells why\n");
 }
 
 } // namespace

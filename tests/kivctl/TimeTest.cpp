@@ -11,7 +11,7 @@ TEST_F(TimeTest, ACallThatTakesLongerThanItMayIsGivenUp)
     const Ended text = Run({"--timeout", "0.5", "stop"});
     EXPECT_EQ(text.exitCode, 4);
     EXPECT_EQ(text.out, "");
-    EXPECT_EQ(text.err, "kivctl: stop: not done within 500 ms\n");
+    EXPECT_EQ(text.err, "kivctl: stop: not done within 500 ms; kivctl doctor tells why\n");
 
     const Ended json = Run({"stop", "--json", "--timeout", "0.5"});
     EXPECT_EQ(json.exitCode, 4);
@@ -22,7 +22,8 @@ TEST_F(TimeTest, AMonitorMayBeLimitedToo)
 {
     const Ended ended = Run({"--timeout", "0.5", "monitor"});
     EXPECT_EQ(ended.exitCode, 4);
-    EXPECT_NE(ended.err.find("kivctl: monitor: not done within 500 ms\n"), std::string::npos) << ended.err;
+    EXPECT_NE(ended.err.find("kivctl: monitor: not done within 500 ms; kivctl doctor tells why\n"), std::string::npos)
+        << ended.err;
 }
 
 TEST_F(TimeTest, ACallInTimeIsAsWithoutALimit)

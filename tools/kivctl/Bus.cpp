@@ -18,15 +18,15 @@ bool ClientNames::Fit() const
            g_dbus_is_interface_name(interface.c_str()) != FALSE;
 }
 
-GDBusConnection* ConnectToSystemBus(GError** error)
+GDBusConnection* ConnectToSystemBus(GError** error, GCancellable* cancellable)
 {
-    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, error);
+    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, error);
     if (address == nullptr) {
         return nullptr;
     }
     constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
         G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    return g_dbus_connection_new_for_address_sync(address, kFlags, nullptr, nullptr, error);
+    return g_dbus_connection_new_for_address_sync(address, kFlags, nullptr, cancellable, error);
 }
 
 GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments, GError** error)

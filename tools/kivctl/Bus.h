@@ -22,7 +22,7 @@ struct ClientNames {
 };
 
 // A connection of its own: the library's may be closed and opened anew.
-GDBusConnection* ConnectToSystemBus(GError** error);
+GDBusConnection* ConnectToSystemBus(GError** error, GCancellable* cancellable = nullptr);
 
 // Calls the bus itself. The arguments may be floating or null. Returns null after a failure.
 GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments, GError** error);

@@ -1,5 +1,6 @@
 #include "Command.h"
 #include "Doctor.h"
+#include "Explain.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -66,8 +67,11 @@ Action Sizes(CLI::App&)
 std::vector<Command> DeviceCommands()
 {
     return {
-        {"doctor", "Tell what works, what does not, and what to do about it",
-         [](CLI::App&) -> Action { return [](const Output&) { return Examine(); }; }},
+        {"doctor",
+         "Tell what works, what does not, and what to do about it; starts the server, and subscribes for a moment",
+         [](CLI::App&) -> Action { return [](const Output& output) { return Examine(output); }; }},
+        {"explain", "Read a log from stdin, and tell below each line of the library's what it means and what to do",
+         [](CLI::App&) -> Action { return [](const Output& output) { return Explain(output); }; }},
         {"enabled", "Tell whether this device has network speakers", Enabled},
         {"sizes", "Show the sizes of the exported speaker records, in bytes", Sizes},
     };

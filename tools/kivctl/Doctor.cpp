@@ -1,43 +1,23 @@
 #include "Doctor.h"
 
-#include "Bus.h"
-#include <KivServiceInterface.h>
+#include "Alarm.h"
+#include "Checks.h"
 
 #include <fmt/format.h>
-#include <pwd.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <cstring>
-#include <functional>
+#include <chrono>
+#include <map>
 #include <optional>
-#include <utility>
-#include <vector>
+#include <string>
 
 namespace kiv::ctl {
 namespace {
 
-constexpr guint kLongestWaitMs = 5000;
-constexpr int kServerTimeoutMs = 8000; // as the library's
-constexpr unsigned kDoNotQueue = 4;
-constexpr const char* kSubscription = "kivctl-doctor";
-constexpr int32_t kTestEvent = 0x4b495644; // nobody else's
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::duration<double, std::milli>;
 
-constexpr const char* kInstallPolicy =
-    "put share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf where the bus reads its policies, reload the bus, and "
-    "run as a user whom the policy takes for a client";
-constexpr const char* kSeeTheServersLog = "look into the server's own log, and start it by hand to see what it says";
-
-enum class State { kOk, kNote, kProblem };
-
-struct Finding {
-    const char* subject;
-    State state;
-    std::string text;
-    const char* advice = "";
-};
+constexpr std::chrono::milliseconds kPatience(250);
+constexpr std::chrono::seconds kSlow(1);
 
 const char* StateText(State state)
 {
@@ -46,284 +26,124 @@ const char* StateText(State state)
         return "ok";
     case State::kNote:
         return "note";
-    default:
+    case State::kProblem:
         return "problem";
+    default:
+        return "skipped";
     }
 }
 
-std::string ErrorText(GError* error)
-{
-    g_dbus_error_strip_remote_error(error);
-    return error->message;
-}
-
-bool IsDenied(const GError* error)
-{
-    return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED) != FALSE;
-}
-
-// Runs the main context until then, though not forever. Returns whether it is so now.
-bool WaitUntil(const std::function<bool()>& isSo)
-{
-    bool tooLate = false;
-    const guint timer = g_timeout_add(
-        kLongestWaitMs,
-        [](gpointer late) -> gboolean {
-            *static_cast<bool*>(late) = true;
-            return G_SOURCE_CONTINUE;
-        },
-        &tooLate);
-    while (!isSo() && !tooLate) {
-        g_main_context_iteration(nullptr, TRUE);
+// Tells what is awaited if that takes more than a moment.
+class Pending {
+public:
+    Pending(const char* text, const Output& output)
+        : alarm_(kPatience, [text, &output] { output.Remark(fmt::format("{} ...", text)); })
+    {
     }
-    g_source_remove(timer);
-    return isSo();
-}
 
-Finding ExamineFeature()
-{
-    const bool disabled = GetWhetherKivDisabled();
-    if (!g_GetSystemVal) {
+private:
+    Alarm alarm_;
+};
+
+class Examination {
+public:
+    explicit Examination(const Output& output) : output_(output) {}
+
+    Result Run()
+    {
+        output_.Remark("doctor has the bus start the server unless it runs, and subscribes to events for a moment");
+        for (const Check& check : AllChecks()) {
+            Make(check);
+        }
+        {
+            const Pending pending(kUnsubscribePending, output_);
+            checks_.Unsubscribe();
+        }
+        return Sum();
+    }
+
+private:
+    void Make(const Check& check)
+    {
+        for (const char* needed : check.needs) {
+            if (const auto found = blame_.find(needed); found != blame_.end()) {
+                blame_[check.subject] = found->second;
+                Show(
+                    check,
+                    {State::kSkipped, fmt::format("not tried, because of the problem with \"{}\"", found->second)},
+                    std::nullopt);
+                return;
+            }
+        }
+        const auto start = Clock::now();
+        Finding finding = Examined(check);
+        const Milliseconds taken = Clock::now() - start;
+        if (finding.state == State::kProblem) {
+            blame_[check.subject] = check.subject;
+        } else if (finding.state == State::kOk && taken > kSlow) {
+            finding.state = State::kNote;
+            finding.advice =
+                "over 1 s, and an application's calls wait as long; see what keeps the bus or the server busy";
+        }
+        Show(check, finding, taken);
+    }
+
+    Finding Examined(const Check& check)
+    {
+        std::optional<Pending> pending;
+        if (check.pending != nullptr) {
+            pending.emplace(check.pending, output_);
+        }
+        return (checks_.*check.examine)();
+    }
+
+    void Show(const Check& check, const Finding& finding, std::optional<Milliseconds> taken)
+    {
+        ++counts_[finding.state];
+        const std::string time = taken ? fmt::format("{:.0f} ms", taken->count()) : "";
+        std::string text =
+            fmt::format("{:8} {:13} {:>8}  {}", StateText(finding.state), check.subject, time, finding.text);
+        if (!finding.advice.empty()) {
+            text += fmt::format("\n{:33}-> {}", "", finding.advice);
+        }
+        output_.Show(
+            text, {{"check", check.subject},
+                   {"state", StateText(finding.state)},
+                   {"found", finding.text},
+                   {"advice", finding.advice},
+                   {"milliseconds", taken ? Json(taken->count()) : Json(nullptr)}});
+    }
+
+    Result Sum()
+    {
+        const int problems = counts_[State::kProblem];
+        const int notes = counts_[State::kNote];
+        const std::string text = fmt::format(
+            "{}: {} problem{}, {} note{}, {} ok, {} skipped", problems == 0 ? "nothing is wrong" : "something is wrong",
+            problems, problems == 1 ? "" : "s", notes, notes == 1 ? "" : "s", counts_[State::kOk],
+            counts_[State::kSkipped]);
         return {
-            "feature", State::kNote, "whether this device has network speakers cannot be read; it counts as yes",
-            "on a machine that is no TV, name a feature file in KIV_SYSTEM_INFO_FILE"};
+            problems == 0 ? kDone : kFailed,
+            text,
+            {{"result", problems == 0},
+             {"problems", problems},
+             {"notes", notes},
+             {"ok", counts_[State::kOk]},
+             {"skipped", counts_[State::kSkipped]}}};
     }
-    if (disabled) {
-        return {
-            "feature", State::kProblem, "this device has no network speakers; the library sends nothing",
-            "on a machine that is no TV, set kiv_multi_ch_support=true in the file that KIV_SYSTEM_INFO_FILE names"};
-    }
-    return {"feature", State::kOk, "this device has network speakers"};
-}
 
-Finding ExamineActivation(GDBusConnection* bus)
-{
-    g_autoptr(GVariant) reply = CallBus(bus, "ListActivatableNames", nullptr, nullptr);
-    g_autofree const char** names = nullptr;
-    if (reply != nullptr) {
-        g_variant_get(reply, "(^a&s)", &names);
-    }
-    if (names != nullptr && g_strv_contains(names, kServerName)) {
-        return {"activation", State::kOk, "the bus can start the server"};
-    }
-    const bool runs = !OwnerOf(bus, kServerName).empty();
-    return {
-        "activation", runs ? State::kNote : State::kProblem,
-        runs ? "the bus cannot start the server; nobody will if it ends"
-             : "the bus cannot start the server, which does not run",
-        "start the server, or install its D-Bus service file, org.lumra.tv.networkspeaker.server.service"};
-}
-
-std::string UserOf(GDBusConnection* bus, const char* name)
-{
-    g_autoptr(GVariant) reply = CallBus(bus, "GetConnectionUnixUser", g_variant_new("(s)", name), nullptr);
-    if (reply == nullptr) {
-        return "unknown";
-    }
-    unsigned uid = 0;
-    g_variant_get(reply, "(u)", &uid);
-    std::array<char, 4096> texts{};
-    passwd entry{};
-    passwd* found = nullptr;
-    getpwuid_r(uid, &entry, texts.data(), texts.size(), &found);
-    return found != nullptr ? found->pw_name : fmt::format("{}", uid);
-}
-
-Finding ExamineServer(GDBusConnection* bus)
-{
-    g_autoptr(GError) error = nullptr;
-    if (!StartServer(bus, &error)) {
-        return {"server", State::kProblem, "does not run: " + ErrorText(error), kSeeTheServersLog};
-    }
-    return {
-        "server", State::kOk,
-        fmt::format("runs as process {} of user {}", ProcessOf(bus, kServerName), UserOf(bus, kServerName))};
-}
-
-Finding ExamineClientName(GDBusConnection* bus)
-{
-    const std::string name = fmt::format("{}doctor_{}", kClientNamePrefix, getpid());
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = CallBus(bus, "RequestName", g_variant_new("(su)", name.c_str(), kDoNotQueue), &error);
-    if (reply == nullptr) {
-        return {"client name", State::kProblem, "may not be owned: " + ErrorText(error), kInstallPolicy};
-    }
-    return {"client name", State::kOk, "the bus lets this user own one"};
-}
-
-// The id is set if the server gave one.
-Finding ExamineCall(GDBusConnection* bus, std::optional<std::string>& id)
-{
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        bus, kServerName, "/org/lumra/tv/networkspeaker/server", "org.lumra.tv.networkspeaker.server.interface",
-        "check_dbus_connection", g_variant_new("(i)", getpid()), nullptr, G_DBUS_CALL_FLAGS_NONE, kServerTimeoutMs,
-        nullptr, &error);
-    if (reply == nullptr) {
-        const bool denied = IsDenied(error);
-        return {
-            "call", State::kProblem, "the server cannot be asked: " + ErrorText(error),
-            denied ? kInstallPolicy : kSeeTheServersLog};
-    }
-    if (!g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
-        return {
-            "call", State::kProblem,
-            fmt::format("the server answers {} where a client id is due", g_variant_get_type_string(reply)),
-            "use a server that serves this version of the interface"};
-    }
-    const char* text = nullptr;
-    g_variant_get(reply, "(&s)", &text);
-    id = text;
-    return {"call", State::kOk, "the server answers"};
-}
-
-Finding ExamineId(const std::string& id)
-{
-    if (!ClientNames(id).Fit()) {
-        return {
-            "client id", State::kProblem, fmt::format("\"{}\" makes no D-Bus name, so no events can come", id),
-            "have the server give ids of letters, digits and '_', not too long"};
-    }
-    return {"client id", State::kOk, fmt::format("\"{}\"", id)};
-}
-
-std::atomic<bool> g_eventCame = false;
-
-void OnEvent(int id, void*, int)
-{
-    if (id == kTestEvent) {
-        g_eventCame = true;
-        g_main_context_wakeup(nullptr);
-    }
-}
-
-// The library serves its object from a thread of its own, some time after the subscription.
-Finding ExamineEndpoint(GDBusConnection* bus, const ClientNames& client)
-{
-    bool owned = false;
-    const auto onOwned = [](GDBusConnection*, const char*, const char*, gpointer flag) {
-        *static_cast<bool*>(flag) = true;
-    };
-    const guint watch = g_bus_watch_name_on_connection(
-        bus, client.name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, onOwned, nullptr, &owned, nullptr);
-    const bool isServed = WaitUntil([&owned] { return owned; });
-    g_bus_unwatch_name(watch);
-    if (!isServed) {
-        return {
-            "endpoint", State::kProblem, client.name + " has no owner: the library serves no object",
-            "see the library's log: kivctl --verbose doctor"};
-    }
-    const unsigned process = ProcessOf(bus, client.name);
-    if (std::cmp_not_equal(process, getpid())) {
-        return {
-            "endpoint", State::kProblem,
-            fmt::format("{} is owned by process {}, which gets this one's events", client.name, process),
-            "have the server give each process an id of its own"};
-    }
-    return {"endpoint", State::kOk, "the library serves " + client.path};
-}
-
-GVariant* TestEvent()
-{
-    constexpr std::array<int32_t, 2> kHeader = {kTestEvent, 0};
-    return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, kHeader.data(), sizeof kHeader, 1));
-}
-
-Finding ExamineEvents(GDBusConnection* bus, const ClientNames& client)
-{
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        bus, client.name.c_str(), client.path.c_str(), client.interface.c_str(), "nam_notify_subscriber", TestEvent(),
-        nullptr, G_DBUS_CALL_FLAGS_NONE, kLongestWaitMs, nullptr, &error);
-    if (reply == nullptr && IsDenied(error)) {
-        return {
-            "events", State::kNote, "the bus lets this user send none, which is as it should be for all but the server",
-            "run this as the server's user to see whether events arrive"};
-    }
-    if (reply == nullptr) {
-        return {
-            "events", State::kProblem, "the library does not answer one: " + ErrorText(error),
-            "see the library's log: kivctl --verbose doctor"};
-    }
-    if (!WaitUntil([] { return g_eventCame.load(); })) {
-        return {
-            "events", State::kProblem, "one that was sent did not arrive",
-            "see the library's log: kivctl --verbose doctor"};
-    }
-    return {"events", State::kOk, "one that was sent arrived"};
-}
-
-bool IsProblem(const Finding& finding)
-{
-    return finding.state == State::kProblem;
-}
-
-void ExamineEventPath(GDBusConnection* bus, const std::string& id, std::vector<Finding>& findings)
-{
-    if (SubscribeNamServiceCallback(kSubscription, OnEvent) != 1) {
-        findings.push_back(
-            {"subscription", State::kProblem, "the request failed, or the server refused it", kSeeTheServersLog});
-        return;
-    }
-    findings.push_back({"subscription", State::kOk, "the server promises events"});
-    const ClientNames client(id);
-    findings.push_back(ExamineEndpoint(bus, client));
-    if (!IsProblem(findings.back())) {
-        findings.push_back(ExamineEvents(bus, client));
-    }
-    UnsubscribeNamServiceCallback(kSubscription);
-}
-
-// Later steps need the earlier ones.
-std::vector<Finding> ExamineAll()
-{
-    std::vector<Finding> findings = {ExamineFeature()};
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GDBusConnection) bus = ConnectToSystemBus(&error);
-    if (bus == nullptr) {
-        findings.push_back(
-            {"bus", State::kProblem, "cannot be reached: " + ErrorText(error),
-             "start the system bus, name one in DBUS_SYSTEM_BUS_ADDRESS, or bring one: kiv-sandbox -- kivctl doctor"});
-        return findings;
-    }
-    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    findings.push_back({"bus", State::kOk, fmt::format("reached at {}", address)});
-    findings.push_back(ExamineClientName(bus));
-    findings.push_back(ExamineActivation(bus));
-    if (IsProblem(findings.back())) {
-        return findings;
-    }
-    findings.push_back(ExamineServer(bus));
-    if (IsProblem(findings.back())) {
-        return findings;
-    }
-    std::optional<std::string> id;
-    findings.push_back(ExamineCall(bus, id));
-    if (id) {
-        findings.push_back(ExamineId(*id));
-    }
-    if (std::ranges::none_of(findings, IsProblem)) {
-        ExamineEventPath(bus, *id, findings);
-    }
-    return findings;
-}
+    const Output& output_;
+    Checks checks_;
+    // By each check on which no other can build: the check whose problem is the cause.
+    std::map<std::string, std::string> blame_;
+    std::map<State, int> counts_;
+};
 
 } // namespace
 
-Result Examine()
+Result Examine(const Output& output)
 {
-    const std::vector<Finding> findings = ExamineAll();
-    std::string text;
-    Json checks = Json::array();
-    for (const auto& [subject, state, found, advice] : findings) {
-        text += fmt::format("{}{:8} {:13} {}", text.empty() ? "" : "\n", StateText(state), subject, found);
-        if (*advice != '\0') {
-            text += fmt::format("\n{:8} {:13} -> {}", "", "", advice);
-        }
-        checks.push_back({{"check", subject}, {"state", StateText(state)}, {"found", found}, {"advice", advice}});
-    }
-    const bool healthy = std::ranges::none_of(findings, IsProblem);
-    return {healthy ? kDone : kFailed, text, {{"result", healthy}, {"checks", checks}}};
+    return Examination(output).Run();
 }
 
 } // namespace kiv::ctl

@@ -4,7 +4,8 @@
 
 namespace kiv::ctl {
 
-// Goes the way that calls and events take, step by step, and says what works, what does not, and what to do about it.
-Result Examine();
+// Goes the way that calls and events take, step by step, and shows after each what works, what does not, and what to do
+// about it.
+Result Examine(const Output& output);
 
 } // namespace kiv::ctl

@@ -48,6 +48,7 @@ const std::map<std::string, std::string> kExamples = {
     {"atmos", "kivctl atmos"},
     {"node-remove", "kivctl node-remove 2"},
     {"doctor", "kivctl doctor"},
+    {"explain", "kivctl --verbose mode get 2>&1 | kivctl explain"},
     {"enabled", "kivctl enabled"},
     {"sizes", "kivctl sizes"},
     {"call", "kivctl call SetNetSpkVolume 02:4b:49:56:00:01 30"},

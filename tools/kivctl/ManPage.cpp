@@ -1,6 +1,7 @@
 #include "ManPage.h"
 
 #include "Examples.h"
+#include "LogLines.h"
 #include "Words.h"
 
 #include <fmt/format.h>
@@ -180,6 +181,33 @@ std::string Verbatim(std::string_view text)
     return roff + ".fi\n";
 }
 
+std::string Paragraphs(const LogSection& section)
+{
+    std::string roff;
+    for (const std::string& paragraph : section.paragraphs) {
+        roff += roff.empty() ? "" : ".PP\n";
+        roff += (paragraph.starts_with(' ') ? Verbatim(paragraph) : Roff(paragraph) + '\n');
+    }
+    return roff;
+}
+
+std::string LogLines()
+{
+    std::string roff;
+    for (const LogSection& section : LogSections()) {
+        // The page's own title says no more than the name of the manual page.
+        const bool isHead = roff.empty();
+        roff += fmt::format(".SH \"{}\"\n{}", isHead ? "DESCRIPTION" : Roff(section.title), Paragraphs(section));
+        for (const LogLine& line : section.lines) {
+            roff += fmt::format(".TP\n\\fB{}\\fR\n", Roff(line.format));
+            roff += line.functions.empty() ? "" : fmt::format("Of {}: ", Roff(line.functions));
+            roff += Roff(line.meaning) + '\n';
+            roff += line.advice.empty() ? "" : fmt::format(".br\n\\(-> {}\n", Roff(line.advice));
+        }
+    }
+    return roff;
+}
+
 } // namespace
 
 bool WriteManPage(const CLI::App& app)
@@ -195,6 +223,8 @@ bool WriteManPage(const CLI::App& app)
             std::cout << Functions(app);
         } else if (line == "<FOOTER>") {
             std::cout << Verbatim(app.get_footer());
+        } else if (line == "<LOG-LINES>") {
+            std::cout << LogLines();
         } else {
             std::cout << line << '\n';
         }

@@ -32,6 +32,13 @@ void Output::Notify(const std::string& text, const Json& object) const
     if (json_) {
         WriteLine(stdout, Dump(object));
     } else {
+        Remark(text);
+    }
+}
+
+void Output::Remark(const std::string& text) const
+{
+    if (!json_) {
         WriteLine(Stderr(), "kivctl: " + text);
     }
 }

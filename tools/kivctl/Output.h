@@ -20,6 +20,9 @@ public:
     // Text goes to stderr.
     void Notify(const std::string& text, const Json& object) const;
 
+    // Text goes to stderr. Scripts are not told.
+    void Remark(const std::string& text) const;
+
 private:
     bool json_;
 };

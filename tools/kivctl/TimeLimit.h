@@ -1,11 +1,10 @@
 #pragma once
 
+#include "Alarm.h"
+
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <optional>
-#include <thread>
 
 namespace kiv::ctl {
 
@@ -14,17 +13,9 @@ namespace kiv::ctl {
 class TimeLimit {
 public:
     TimeLimit(std::optional<std::chrono::milliseconds> limit, std::function<void()> sayWhy);
-    ~TimeLimit();
-    TimeLimit(const TimeLimit&) = delete;
-    TimeLimit& operator=(const TimeLimit&) = delete;
 
 private:
-    void Watch(std::chrono::milliseconds limit, const std::function<void()>& sayWhy);
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool finished_ = false;
-    std::thread watcher_;
+    std::optional<Alarm> alarm_;
 };
 
 } // namespace kiv::ctl

@@ -23,6 +23,13 @@ constexpr const char* kComplete = "--complete";
 // The build makes the man page with it.
 constexpr const char* kManPage = "--man-page";
 
+// Where a command that failed, or that took too long, sends people.
+std::string Advice(const std::string& command)
+{
+    const bool isOfUse = command != "doctor" && command != "explain";
+    return isOfUse ? "; kivctl doctor tells why" : "";
+}
+
 Result RunAction(const Choice& choice, const Output& output)
 {
     try {
@@ -38,9 +45,13 @@ Result RunInTime(const Request& request, const Output& output)
         const std::string reason =
             fmt::format("{}: not done within {} ms", request.choice.name, request.timeout->count());
         ShowLogLines();
-        output.Notify(reason, {{"command", request.choice.name}, {"error", reason}});
+        output.Notify(reason + Advice(request.choice.name), {{"command", request.choice.name}, {"error", reason}});
     });
-    return RunAction(request.choice, output);
+    Result result = RunAction(request.choice, output);
+    if (result.exitCode == kFailed && result.fields.contains("error")) {
+        result.text += Advice(request.choice.name);
+    }
+    return result;
 }
 
 void AddTiming(Result& result, Milliseconds taken)

@@ -1,0 +1,270 @@
+#include "KivctlTest.h"
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+
+namespace kiv::ctl::explain_test {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
+constexpr const char* kMethodCallError = "KivServiceInterface.cpp: StopNetworkSpeaker(89) > [NAM_API] MethodCall Error";
+constexpr const char* kExplained =
+    "\n    = the function's request failed\n    -> the line before it gives the reason\n";
+
+std::string Explain(const std::string& log, const Arguments& options = {})
+{
+    std::vector<const char*> argv = {KIV_CTL, "explain"};
+    for (const std::string& option : options) {
+        argv.push_back(option.c_str());
+    }
+    argv.push_back(nullptr);
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GSubprocess) process = g_subprocess_newv(
+        argv.data(), static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDIN_PIPE | G_SUBPROCESS_FLAGS_STDOUT_PIPE),
+        &error);
+    if (process == nullptr) {
+        throw std::runtime_error(error->message);
+    }
+    g_autoptr(GBytes) in = g_bytes_new(log.data(), log.size());
+    g_autoptr(GBytes) out = nullptr;
+    if (g_subprocess_communicate(process, in, nullptr, &out, nullptr, &error) == FALSE) {
+        throw std::runtime_error(error->message);
+    }
+    EXPECT_TRUE(g_subprocess_get_successful(process));
+    gsize size = 0;
+    const void* data = g_bytes_get_data(out, &size);
+    return {static_cast<const char*>(data), size};
+}
+
+std::vector<Json> ExplainToScripts(const std::string& log)
+{
+    std::istringstream out(Explain(log, {"--json"}));
+    std::vector<Json> objects;
+    for (std::string line; std::getline(out, line);) {
+        objects.push_back(Json::parse(line));
+    }
+    return objects;
+}
+
+// A row of the page, without markup.
+struct Row {
+    std::string section;
+    std::string line;
+    std::vector<std::string> cells; // the others
+};
+
+std::vector<Row> PageRows()
+{
+    std::ifstream page(KIV_LOG_LINES);
+    std::vector<Row> rows;
+    std::string section;
+    for (std::string text; std::getline(page, text);) {
+        std::smatch match;
+        if (text.starts_with("## ")) {
+            section = text.substr(3);
+        } else if (std::regex_match(text, match, std::regex(R"(\| `([^`]*)` \| (.*) \|)"))) {
+            Row row{section, match[1], {}};
+            std::string rest = std::regex_replace(match[2].str(), std::regex(R"(\[([^\]]*)\]\([^)]*\)|`)"), "$1");
+            for (size_t at = 0; (at = rest.find(" | ")) != std::string::npos; rest.erase(0, at + 3)) {
+                row.cells.push_back(rest.substr(0, at));
+            }
+            row.cells.push_back(rest);
+            rows.push_back(row);
+        }
+    }
+    return rows;
+}
+
+std::string WithValues(std::string line)
+{
+    line = std::regex_replace(line, std::regex("%s"), "some text");
+    line = std::regex_replace(line, std::regex("%02x"), "ffffff80");
+    line = std::regex_replace(line, std::regex("%p"), "0x7f12ab");
+    line = std::regex_replace(line, std::regex("%ld|%d"), "-1");
+    return std::regex_replace(line, std::regex("%zu|%u"), "4294967168");
+}
+
+void ExpectExplained(const std::string& function, const std::string& text, const Row& row, size_t meaning)
+{
+    const std::string line = "KivServiceInterface.cpp: " + function + "(1) > " + text;
+    const std::vector<Json> explained = ExplainToScripts(line + '\n');
+    ASSERT_EQ(explained.size(), 1U);
+    EXPECT_EQ(
+        explained[0], Json(
+                          {{"line", line},
+                           {"function", function},
+                           {"known", true},
+                           {"meaning", row.cells.at(meaning)},
+                           {"advice", row.cells.size() > meaning + 1 ? row.cells.at(meaning + 1) : ""}}));
+}
+
+TEST(ExplainTest, SaysOfEachLineWhatThePageSays)
+{
+    const std::vector<Row> rows = PageRows();
+    ASSERT_GT(rows.size(), 100U);
+    for (const Row& row : rows) {
+        const std::string text = WithValues(row.line);
+        if (row.section.starts_with("Reasons of ")) {
+            ExpectExplained("MethodCall", "[NAM_API] Error: method [Method],[" + text + "]...", row, 0);
+        } else if (row.section == "Information" || row.section == "Debug") {
+            const std::string functions = row.cells[0] == "itself" ? row.line : row.cells[0];
+            const std::regex name(R"((^|, )(\w+)(?=,|$))");
+            for (std::sregex_iterator at(functions.begin(), functions.end(), name), end; at != end; ++at) {
+                ExpectExplained((*at)[2], text, row, 1);
+            }
+        } else {
+            ExpectExplained("StopNetworkSpeaker", text, row, 0);
+        }
+    }
+}
+
+TEST(ExplainTest, ReadsTheFormsThatLogsHave)
+{
+    for (const std::string before :
+         {"", "12:34:56.789 E NAM_SERVICE: ", "Nov 22 12:34:56 tv NAM_SERVICE[123]: ",
+          "11-22 12:34:56.789+0100 E/NAM_SERVICE( 123): ", "11-22 12:34:56.789 E NAM_SERVICE(P 123, T 124): "}) {
+        EXPECT_EQ(Explain(before + kMethodCallError + '\n'), before + kMethodCallError + kExplained);
+    }
+    // The last line may lack its end, and a log of another system may end lines otherwise.
+    EXPECT_EQ(Explain(kMethodCallError), std::string(kMethodCallError) + kExplained);
+    EXPECT_EQ(Explain(std::string(kMethodCallError) + "\r\n"), std::string(kMethodCallError) + "\r" + kExplained);
+    EXPECT_EQ(Explain(""), "");
+}
+
+TEST(ExplainTest, LeavesOtherLinesAlone)
+{
+    const std::string others = "kernel: usb 1-1: new device\n\n\xff\xfe(binary\0)\n"s;
+    EXPECT_EQ(Explain(others), others);
+    EXPECT_EQ(ExplainToScripts("kernel: usb\n"), std::vector<Json>{Json({{"line", "kernel: usb"}})});
+}
+
+TEST(ExplainTest, SaysThatALineIsUnknown)
+{
+    const std::string line = "KivServiceInterface.cpp: StopNetworkSpeaker(89) > [NAM_API] something new";
+    const std::string out = Explain(line + '\n');
+    EXPECT_EQ(out.find(line + "\n    = kivctl "), 0U) << out;
+    EXPECT_NE(out.find("does not know this line"), std::string::npos) << out;
+    EXPECT_EQ(ExplainToScripts(line + '\n').at(0).at("known"), false);
+}
+
+TEST(ExplainTest, ALineWithoutEndIsReadInPieces)
+{
+    const std::string out = Explain(std::string(200'000, 'x') + '\n' + kMethodCallError + '\n');
+    EXPECT_EQ(out.find('\n'), 65535U);
+    EXPECT_TRUE(out.ends_with(std::string(kMethodCallError) + kExplained));
+}
+
+class LoggedLinesTest : public KivctlTest {
+protected:
+    // Runs a command, and sees that each line that the library logs meanwhile is explained.
+    void Collect(Arguments arguments)
+    {
+        arguments.emplace_back("--verbose");
+        const std::string log = Run(arguments).err;
+        int count = 0;
+        for (const Json& line : ExplainToScripts(log)) {
+            if (line.contains("known")) {
+                ++count;
+                EXPECT_EQ(line.at("known"), true) << line;
+                meanings_.push_back(line.at("meaning"));
+            }
+        }
+        EXPECT_GT(count, 0) << log;
+    }
+
+    void ExpectMeaning(const std::string& part) const
+    {
+        for (const std::string& meaning : meanings_) {
+            if (meaning.find(part) != std::string::npos) {
+                return;
+            }
+        }
+        ADD_FAILURE() << part << " is not among " << testing::PrintToString(meanings_);
+    }
+
+    std::vector<std::string> meanings_;
+};
+
+TEST_F(LoggedLinesTest, AreAllExplained)
+{
+    for (const Arguments& arguments : std::vector<Arguments>{
+             {"start", kLeft},
+             {"stop"},
+             {"list", "all"},
+             {"list", "nodes"},
+             {"list", "active"},
+             {"mode", "get"},
+             {"volume", "up", kLeft, kRight},
+             {"connect", "new", kLeft},
+             {"soundbar", "mode", "get"},
+             {"doctor"},
+             {"name", kLeft, "Left"},
+             {"soundbar", "version", kLeft},
+             {"mode", "can-enter"},
+             {"atmos"}}) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        Collect(arguments);
+    }
+}
+
+TEST_F(LoggedLinesTest, TellTheReasonsOfTheServer)
+{
+    SetFault("StopNetworkSpeaker", "error", "'org.example.Broken'");
+    Collect({"stop"});
+    ExpectMeaning("answered with that error");
+
+    SetFault("StopNetworkSpeaker", "error", "'org.freedesktop.DBus.Error.UnknownMethod'");
+    Collect({"stop"});
+    ExpectMeaning("the server does not have the method");
+
+    SetFault("StopNetworkSpeaker", "silent", "true");
+    Collect({"stop"});
+    ExpectMeaning("the server did not answer within 8 s");
+
+    SetFault("StopNetworkSpeaker", "reply", "<('text',)>");
+    Collect({"stop"});
+    ExpectMeaning("of another D-Bus type than agreed");
+}
+
+TEST_F(LoggedLinesTest, TellThatThePolicyForbidsTheCall)
+{
+    bus_.Activate(kServerName);
+    Forbid(R"(<deny send_destination="org.lumra.tv.networkspeaker.server"
+                    send_interface="org.lumra.tv.networkspeaker.server.interface"/>)");
+    Collect({"stop"});
+    ExpectMeaning("the bus's policy does not let this user call the server");
+}
+
+TEST_F(LoggedLinesTest, TellTheReasonsOfTheBus)
+{
+    bus_.WriteService({kServerName, {"/bin/false"}});
+    Collect({"stop"});
+    ExpectMeaning("the bus could not start the server");
+
+    bus_.RemoveService(kServerName);
+    Collect({"stop"});
+    ExpectMeaning("the bus knows no service file");
+
+    bus_.Kill();
+    Collect({"stop"});
+    ExpectMeaning("no connection to the system bus");
+}
+
+// A bus that forbids the question answers by an error, which is not an answer of the type that is due.
+TEST_F(LoggedLinesTest, TellThatTheBusForbidsTheQuestionForAnOwner)
+{
+    Forbid(
+        R"(<deny send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus" send_member="NameHasOwner"/>)");
+    Collect({"stop"});
+    ExpectMeaning("is an error of the bus, which forbids the question");
+    for (const std::string& meaning : meanings_) {
+        EXPECT_EQ(meaning.find("the bus did not answer in 25 s"), std::string::npos);
+    }
+}
+
+} // namespace
+} // namespace kiv::ctl::explain_test

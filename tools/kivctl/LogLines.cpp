@@ -1,0 +1,181 @@
+#include "LogLines.h"
+
+#include <fmt/format.h>
+#include <glib.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <sstream>
+
+namespace kiv::ctl {
+namespace {
+
+constexpr std::string_view kReasonsBegin = "Reasons of ";
+
+struct RegexDeleter {
+    void operator()(GRegex* regex) const { g_regex_unref(regex); }
+};
+
+using Regex = std::unique_ptr<GRegex, RegexDeleter>;
+
+// The texts need not be valid UTF-8.
+Regex NewRegex(const std::string& pattern)
+{
+    constexpr auto kOptions = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_DOTALL | G_REGEX_OPTIMIZE);
+    return Regex(g_regex_new(pattern.c_str(), kOptions, static_cast<GRegexMatchFlags>(0), nullptr));
+}
+
+std::string Replaced(const std::string& text, const char* pattern, const char* replacement)
+{
+    const Regex regex = NewRegex(pattern);
+    g_autofree char* replaced =
+        g_regex_replace(regex.get(), text.c_str(), -1, 0, replacement, static_cast<GRegexMatchFlags>(0), nullptr);
+    return replaced;
+}
+
+// Links are their texts, and code is itself.
+std::string WithoutMarkup(const std::string& markdown)
+{
+    return Replaced(Replaced(markdown, R"(\[([^][]*)\]\([^()]*\))", "\\1"), "`", "");
+}
+
+std::vector<std::string> CellsOf(const std::string& row)
+{
+    // Each cell has a blank before and after it.
+    std::vector<std::string> cells;
+    size_t at = 2;
+    for (size_t end = 0; (end = row.find(" |", at)) != std::string::npos; at = end + 3) {
+        cells.push_back(row.substr(at, end - at));
+    }
+    return cells;
+}
+
+// Its first row has the titles of the columns.
+class PageTable {
+public:
+    bool IsOpen() const { return !titles_.empty(); }
+    void Open(std::vector<std::string> titles) { titles_ = std::move(titles); }
+    void Close() { titles_.clear(); }
+
+    LogLine Line(const std::vector<std::string>& cells) const
+    {
+        std::map<std::string, std::string> byTitle;
+        for (size_t i = 0; i < std::min(cells.size(), titles_.size()); ++i) {
+            byTitle[titles_[i]] = WithoutMarkup(cells[i]);
+        }
+        LogLine line{
+            byTitle["Line"], byTitle["Of which function"], byTitle["Meaning"] + byTitle["What is wrong"],
+            byTitle["What to do"]};
+        if (line.functions == "itself") {
+            line.functions = line.format; // the function's name
+        }
+        return line;
+    }
+
+private:
+    std::vector<std::string> titles_;
+};
+
+std::vector<LogSection> ReadPage()
+{
+    std::istringstream page(kLogLinesPage);
+    std::vector<LogSection> sections;
+    PageTable table;
+    bool inParagraph = false;
+    for (std::string line; std::getline(page, line);) {
+        const bool isRow = line.starts_with("| ");
+        if (const size_t title = line.find_first_not_of('#'); title != 0 && title != std::string::npos) {
+            sections.push_back({WithoutMarkup(line.substr(title + 1)), {}, {}});
+        } else if (isRow && table.IsOpen()) {
+            sections.back().lines.push_back(table.Line(CellsOf(line)));
+        } else if (isRow) {
+            table.Open(CellsOf(line));
+        } else if (!line.empty() && !line.starts_with('|')) {
+            std::vector<std::string>& paragraphs = sections.back().paragraphs;
+            const bool isCode = line.starts_with("    ");
+            if (!inParagraph) {
+                paragraphs.emplace_back();
+            }
+            paragraphs.back() += (inParagraph ? (isCode ? "\n" : " ") : "") + (isCode ? line : WithoutMarkup(line));
+        }
+        inParagraph = !line.empty() && !isRow;
+        if (line.empty()) {
+            table.Close();
+        }
+    }
+    return sections;
+}
+
+// Matches what printf makes of a format.
+std::string PatternOf(const std::string& format)
+{
+    static const std::map<std::string, const char*, std::less<>> conversions = {
+        {"%s", ".*"},      {"%d", "-?[0-9]+"},    {"%ld", "-?[0-9]+"},      {"%u", "[0-9]+"},
+        {"%zu", "[0-9]+"}, {"%02x", "[0-9a-f]+"}, {"%p", "[0-9a-fnil()x]+"}};
+    std::string pattern = "^";
+    for (size_t at = 0; at < format.size();) {
+        const size_t percent = std::min(format.find('%', at), format.size());
+        g_autofree char* literal = g_regex_escape_string(format.c_str() + at, static_cast<int>(percent - at));
+        pattern += literal;
+        at = percent;
+        if (at < format.size()) {
+            const size_t end = format.find_first_of("sdupx", at) + 1;
+            pattern += conversions.at(format.substr(at, end - at));
+            at = end;
+        }
+    }
+    return pattern + "$";
+}
+
+struct Matcher {
+    Regex regex;
+    size_t literals; // the more a format spells out, the better it fits
+    const LogLine* line;
+};
+
+std::vector<Matcher> NewMatchers()
+{
+    std::vector<Matcher> matchers;
+    for (const LogSection& section : LogSections()) {
+        for (const LogLine& line : section.lines) {
+            const bool isReason = section.title.starts_with(kReasonsBegin);
+            const std::string format =
+                isReason ? fmt::format("[NAM_API] Error: method [%s],[{}]...", line.format) : line.format;
+            matchers.push_back({NewRegex(PatternOf(format)), Replaced(format, "%[0-9a-z]*[sdupx]", "").size(), &line});
+        }
+    }
+    return matchers;
+}
+
+bool IsOf(const LogLine& line, std::string_view function)
+{
+    return (" " + Replaced(line.functions, ",", " ") + " ").find(fmt::format(" {} ", function)) != std::string::npos;
+}
+
+} // namespace
+
+const std::vector<LogSection>& LogSections()
+{
+    static const std::vector<LogSection> sections = ReadPage();
+    return sections;
+}
+
+const LogLine* FindLogLine(std::string_view function, const std::string& text)
+{
+    static const std::vector<Matcher> matchers = NewMatchers();
+    const Matcher* best = nullptr;
+    for (const Matcher& matcher : matchers) {
+        if (g_regex_match(matcher.regex.get(), text.c_str(), static_cast<GRegexMatchFlags>(0), nullptr) == FALSE) {
+            continue;
+        }
+        const bool isBetter = best == nullptr || matcher.literals > best->literals ||
+                              (matcher.literals == best->literals && IsOf(*matcher.line, function));
+        if (isBetter) {
+            best = &matcher;
+        }
+    }
+    return best != nullptr ? best->line : nullptr;
+}
+
+} // namespace kiv::ctl
