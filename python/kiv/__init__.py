@@ -8,12 +8,10 @@ Other threads run on during a call. Callbacks run on the library's monitor threa
 """
 
 import atexit
-import ctypes
 import inspect
-import ipaddress
-import re
 
 from ._arguments import Call, converter
+from ._own import AwaitEvents, DestroyMessageMonitor, ip, mac
 from ._types import RECORDS, SCALARS, declared, library, type_of
 from .sandbox import Sandbox
 
@@ -23,22 +21,6 @@ __all__ = ["AwaitEvents", "DestroyMessageMonitor", "Sandbox", "ip", "mac"]
 def _export(name, value):
     globals()[name] = value
     __all__.append(name)
-
-
-def mac(text):
-    """The bytes of "02:4b:49:56:00:01"."""
-    if not re.fullmatch("[0-9a-fA-F]{2}(:[0-9a-fA-F]{2}){5}", text):
-        raise ValueError(f"must be a MAC address such as 02:4b:49:56:00:01, got {text!r}")
-    return bytes.fromhex(text.replace(":", ""))
-
-
-def ip(text):
-    """The int for "192.168.0.21", as functions take it: the first octet in the lowest byte."""
-    try:
-        octets = ipaddress.IPv4Address(str(text)).packed
-    except ValueError:
-        raise ValueError(f"must be an IPv4 address such as 192.168.0.21, got {text!r}") from None
-    return int.from_bytes(octets, "little", signed=True)
 
 
 def _function(name, result, parameters, documentation):
@@ -81,26 +63,6 @@ for _name, (_kind, _count) in declared.GLOBALS.items():
     _export(_name, type_of(_kind, _count).in_dll(library, _name))
 for _name, _declaration in declared.FUNCTIONS.items():
     _export(_name, _function(_name, *_declaration))
-
-
-library.AwaitEvents.restype = ctypes.c_bool
-
-
-def AwaitEvents():
-    """Waits until events can arrive, which is a moment after the first call that the server answers.
-
-    What the server sends before that is lost. False if events cannot arrive: the last call did not reach the server, its
-    client id is no name, the bus is gone, or DestroyMessageMonitor() was called.
-    """
-    return library.AwaitEvents()
-
-
-def DestroyMessageMonitor():
-    """CNSGdbus::m_DestroyMessageMonitor() of the library's one object.
-
-    Ends the monitor thread: no callback runs after that, for the life of the process. Done at exit in any case.
-    """
-    return library.DestroyMessageMonitor()
 
 
 # A callback must not find an interpreter that is going away.
