@@ -2,8 +2,11 @@
 
 #include <KivServiceInterface.h>
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 // A reference to a vector travels as its address. C linkage is for the names: the vectors' users look at no type.
@@ -34,37 +37,86 @@ namespace {
 
 constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
 
-struct Watch {
-    bool owned = false;
+// A wait for a name to be owned. All of it runs on one context, whose sources call the functions below.
+struct Wait {
+    GCancellable* cancellable = nullptr;
+    GAsyncResult* connected = nullptr;
+    std::string owner = {};
+    bool timedOut = false;
     bool lost = false;
 };
 
-void OnOwned(GDBusConnection* /*bus*/, const char* /*name*/, const char* /*owner*/, gpointer watch)
+gboolean OnTimeout(gpointer wait)
 {
-    static_cast<Watch*>(watch)->owned = true;
+    static_cast<Wait*>(wait)->timedOut = true;
+    // A bus that does not answer would keep the connection from being made or refused.
+    g_cancellable_cancel(static_cast<Wait*>(wait)->cancellable);
+    return G_SOURCE_REMOVE;
 }
 
-void OnNotOwned(GDBusConnection* bus, const char* /*name*/, gpointer watch)
+void OnConnected(GObject* /*source*/, GAsyncResult* result, gpointer wait)
 {
-    static_cast<Watch*>(watch)->lost = bus == nullptr;
+    static_cast<Wait*>(wait)->connected = static_cast<GAsyncResult*>(g_object_ref(result));
 }
 
-bool WaitForOwner(GDBusConnection* bus, GMainContext* context, const std::string& name)
+void OnOwned(GDBusConnection* /*bus*/, const char* /*name*/, const char* owner, gpointer wait)
 {
-    Watch watch;
-    const guint id = g_bus_watch_name_on_connection(
-        bus, name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnOwned, OnNotOwned, &watch, nullptr);
-    while (!watch.owned && !watch.lost) {
+    static_cast<Wait*>(wait)->owner = owner;
+}
+
+void OnNotOwned(GDBusConnection* bus, const char* /*name*/, gpointer wait)
+{
+    static_cast<Wait*>(wait)->owner.clear();
+    static_cast<Wait*>(wait)->lost = bus == nullptr;
+}
+
+GDBusConnection* Connect(GMainContext* context, const char* address, Wait& wait)
+{
+    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
+        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    g_dbus_connection_new_for_address(address, kFlags, nullptr, wait.cancellable, OnConnected, &wait);
+    while (wait.connected == nullptr) {
         g_main_context_iteration(context, TRUE);
     }
+    g_autoptr(GAsyncResult) result = wait.connected;
+    return g_dbus_connection_new_for_address_finish(result, nullptr);
+}
+
+bool IsOfThisProcess(GDBusConnection* bus, const std::string& owner, int timeoutMs)
+{
+    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetConnectionUnixProcessID",
+        g_variant_new("(s)", owner.c_str()), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, timeoutMs, nullptr,
+        nullptr);
+    guint32 process = 0;
+    if (reply != nullptr) {
+        g_variant_get(reply, "(u)", &process);
+    }
+    return static_cast<pid_t>(process) == getpid();
+}
+
+bool WaitUntilOwned(GMainContext* context, const char* address, const std::string& name, int timeoutMs, Wait& wait)
+{
+    g_autoptr(GDBusConnection) bus = Connect(context, address, wait);
+    if (bus == nullptr) {
+        return false;
+    }
+    const guint id = g_bus_watch_name_on_connection(
+        bus, name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnOwned, OnNotOwned, &wait, nullptr);
+    bool isOurs = false;
+    while (!isOurs && !wait.lost && !wait.timedOut) {
+        g_main_context_iteration(context, TRUE);
+        // Another process that owns the name gets this one's events, until it gives the name up.
+        isOurs = !wait.owner.empty() && IsOfThisProcess(bus, std::exchange(wait.owner, {}), timeoutMs);
+    }
     g_bus_unwatch_name(id);
-    return watch.owned;
+    return isOurs;
 }
 
 } // namespace
 
-// The client object is on the bus as soon as the client's name has an owner.
-extern "C" KIV_API bool AwaitEvents()
+// The client object is on the bus as soon as this process owns the client's name.
+extern "C" KIV_API bool AwaitEvents(int timeoutMs)
 {
     const CNSGdbus& client = *CNSGdbus::m_pInstance;
     if (!client.m_bProxyReady || client.m_MonitorThread == 0) {
@@ -75,12 +127,16 @@ extern "C" KIV_API bool AwaitEvents()
     if (address == nullptr || g_dbus_is_name(name.c_str()) == FALSE) {
         return false;
     }
-    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
-        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
     g_autoptr(GMainContext) context = g_main_context_new();
     g_main_context_push_thread_default(context);
-    g_autoptr(GDBusConnection) bus = g_dbus_connection_new_for_address_sync(address, kFlags, nullptr, nullptr, nullptr);
-    const bool owned = bus != nullptr && WaitForOwner(bus, context, name);
+    g_autoptr(GCancellable) cancellable = g_cancellable_new();
+    Wait wait{.cancellable = cancellable};
+    GSource* const limit = g_timeout_source_new(static_cast<guint>(timeoutMs));
+    g_source_set_callback(limit, OnTimeout, &wait, nullptr);
+    g_source_attach(limit, context);
+    const bool owned = WaitUntilOwned(context, address, name, timeoutMs, wait);
+    g_source_destroy(limit);
+    g_source_unref(limit);
     g_main_context_pop_thread_default(context);
     return owned;
 }

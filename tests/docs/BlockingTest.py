@@ -21,7 +21,7 @@ ARGUMENTS = {
     "unsigned int": lambda: 1,
     "const char*": lambda: "example",
     "char*": lambda: bytearray(4096),
-    "const unsigned char*": lambda: bytes(4096),
+    "const unsigned char*": lambda: bytes(kiv.NETSPK_MAC_LEN),
     "unsigned char*": lambda: bytearray(4096),
     "STNetSpkListInfo*": lambda: (kiv.STNetSpkListInfo * 64)(),
     "NamEventCallback": lambda: print,

@@ -1,0 +1,218 @@
+"""Makes of Python values what the library's functions take, and refuses what would make them read or write beyond it.
+
+A converter is called with a value and a Call, and returns what is passed.
+"""
+
+import ctypes
+import functools
+import mmap
+from contextlib import ExitStack
+
+from ._types import RECORDS, SCALARS, declared, integer, library, readable, shown
+
+_MAC_LENGTH = declared.CONSTANTS["NETSPK_MAC_LEN"]
+
+# Bytes of the buffers whose lengths are fixed, by the names of the parameters. A buffer that is in none of these tables
+# keeps the module from being imported.
+_READ = {"pMac": _MAC_LENGTH, "soundbarMAC": _MAC_LENGTH}
+_FILLED = {
+    "pDisplayName": declared.CONSTANTS["NETSPK_LIST_NAME_LEN"],
+    "pSpeakerType": declared.CONSTANTS["NETSPK_SPEAKER_TYPE_LEN"] + 1,
+    "soundbarDeviceInfo": declared.CONSTANTS["KIV_SOUNDBAR_DEVICE_INFO_LEN"],
+    "soundmodeData": declared.CONSTANTS["KIV_SOUND_MODE_LEN"],
+}
+
+# The other buffers: the parameter that counts their elements, and the bytes of an element.
+_COUNTED = {
+    "pParam": ("nParamLen", 1),
+    "pData": ("nDataLen", 1),
+    "pSoundModeVersion": ("nSoundModeVersionLen", 1),
+    "connectNewSpeakersMacAddrLists": ("nNewSpeakersCount", _MAC_LENGTH),
+}
+
+# Null makes these functions throw, which would end the process.
+_NEVER_NULL = {("UnsubscribeNamServiceCallback", "name")}
+
+# The most bytes that D-Bus carries in an array.
+_LONGEST_ARRAY = 1 << 26
+
+
+class Call(ExitStack):
+    """One call of a function. Callbacks of the stack run in any case, also if an argument is refused."""
+
+    def __init__(self, arguments):
+        super().__init__()
+        self.arguments = arguments
+        self.before = []  # run when each argument has been converted
+        self.after = []  # get the function's result
+
+
+def _scalar(name, type_):
+    return lambda value, call: type_(integer(value, name, type_))
+
+
+def _pointer(name):
+    return lambda value, call: None if value is None else ctypes.c_void_p(integer(value, name, ctypes.c_size_t))
+
+
+def _text(name, may_be_null):
+    kinds = "str, bytes or None" if may_be_null else "str or bytes"
+
+    def convert(value, call):
+        if value is None and may_be_null:
+            return None
+        text = value.encode() if isinstance(value, str) else value
+        if not isinstance(text, bytes):
+            raise TypeError(f"{name} must be {kinds}, got {shown(value)}")
+        if 0 in text:
+            raise ValueError(f"{name} must not contain a NUL, with which a C text ends, got {shown(value)}")
+        return ctypes.c_char_p(text)
+
+    return convert
+
+
+def _check_count(name, length, call):
+    counter, size = _COUNTED[name]
+
+    def check():
+        count = call.arguments[counter]
+        if count * size > length:
+            elements = "bytes" if size == 1 else f"times {size} bytes"
+            raise ValueError(f"{name} must have the {count} {elements} that {counter} tells, got {length} bytes")
+
+    call.before.append(check)
+
+
+def _bytes_to_read(name):
+    length = None if name in _COUNTED else _READ[name]
+
+    def convert(value, call):
+        if value is None:
+            return None
+        data = readable(value, name)
+        if length is None:
+            _check_count(name, len(data), call)
+        elif len(data) != length:
+            raise ValueError(f"{name} must be {length} bytes, got {len(data)}")
+        return (ctypes.c_ubyte * len(data)).from_buffer_copy(data)
+
+    return convert
+
+
+def _bytes_to_fill(name):
+    length = None if name in _COUNTED else _FILLED[name]
+
+    def convert(value, call):
+        if value is None and length is None:
+            return None
+        try:
+            buffer = memoryview(value).cast("B")
+            filled = (ctypes.c_ubyte * len(buffer)).from_buffer(buffer)
+        except TypeError:
+            raise TypeError(f"{name} must be a bytearray, got {shown(value)}") from None
+        if length is None:
+            _check_count(name, len(filled), call)
+        elif len(filled) < length:
+            raise ValueError(f"{name} must have room for {length} bytes, got {len(filled)}")
+        return filled
+
+    return convert
+
+
+def _array(name, record):
+    """The function tells nobody how many records it will write: it gets room for all that there can be."""
+
+    def convert(value, call):
+        if not (isinstance(value, ctypes.Array) and value._type_ is record):
+            example = f"(kiv.{record.__name__} * 8)()"
+            raise TypeError(f"{name} must be an array such as {example}, got {shown(value)}")
+        room = (ctypes.c_ubyte * _LONGEST_ARRAY).from_buffer(mmap.mmap(-1, _LONGEST_ARRAY))
+
+        def take_over(count):
+            if count > len(value):
+                raise ValueError(f"{name} must have room for the {count} records that there are, got {len(value)}")
+            ctypes.memmove(value, room, max(count, 0) * ctypes.sizeof(record))
+
+        call.after.append(take_over)
+        return room
+
+    return convert
+
+
+def _vector(name, record, may_be_null):
+    new = getattr(library, f"NewVectorOf_{record.__name__}")
+    records = getattr(library, f"RecordsOf_{record.__name__}")
+    count = getattr(library, f"CountOf_{record.__name__}")
+    delete = getattr(library, f"DeleteVectorOf_{record.__name__}")
+    new.restype, new.argtypes = ctypes.c_void_p, [ctypes.c_void_p, ctypes.c_size_t]
+    records.restype, records.argtypes = ctypes.c_void_p, [ctypes.c_void_p]
+    count.restype, count.argtypes = ctypes.c_size_t, [ctypes.c_void_p]
+    delete.restype, delete.argtypes = None, [ctypes.c_void_p]
+    kinds = f"a list of {record.__name__}{' or None' if may_be_null else ''}"
+
+    def convert(value, call):
+        if value is None and may_be_null:
+            return None
+        if not isinstance(value, list):
+            raise TypeError(f"{name} must be {kinds}, got {shown(value)}")
+        for index, element in enumerate(value):
+            if not isinstance(element, record):
+                raise TypeError(f"{name}[{index}] must be a {record.__name__}, got {shown(element)}")
+        vector = new((record * len(value))(*value), len(value))
+        call.callback(delete, vector)
+
+        def take_back(_):
+            number = count(vector)
+            value[:] = (record * number).from_buffer_copy(ctypes.string_at(records(vector), number * size))
+
+        size = ctypes.sizeof(record)
+        call.after.append(take_back)
+        return ctypes.c_void_p(vector)
+
+    return convert
+
+
+def _event_callback(function):
+    def call(event, data, length):
+        function(event, ctypes.string_at(data, declared.CONSTANTS["NAMSERVICE_EVENT_DATA_MAX"]), length)
+
+    return ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_void_p, ctypes.c_int)(call)
+
+
+# The library may call a callback at any time from now on, and tells callbacks apart by their addresses: each function has
+# one, for the life of the process.
+_CALLBACKS = {
+    "NamEventCallback": functools.cache(_event_callback),
+    "AtmosSupportCallback": functools.cache(ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_void_p)),
+}
+
+
+def _callback(name, made):
+    def convert(value, call):
+        if value is None:
+            return None
+        if not callable(value):
+            raise TypeError(f"{name} must be a function or None, got {shown(value)}")
+        return made(value)
+
+    return convert
+
+
+def converter(function, name, type_):
+    """The converter for a parameter of a function."""
+    element = type_.partition("std::vector<")[2].partition(">")[0]
+    if element:
+        return _vector(name, RECORDS[element], may_be_null=type_.endswith("*"))
+    if type_ == "const char*":
+        return _text(name, may_be_null=(function, name) not in _NEVER_NULL)
+    if type_ == "const unsigned char*":
+        return _bytes_to_read(name)
+    if type_ in ("char*", "unsigned char*"):
+        return _bytes_to_fill(name)
+    if type_ == "void*":
+        return _pointer(name)
+    if type_ in _CALLBACKS:
+        return _callback(name, _CALLBACKS[type_])
+    if type_.endswith("*"):
+        return _array(name, RECORDS[type_[:-1]])
+    return _scalar(name, SCALARS[type_])

@@ -1,0 +1,54 @@
+"""Functions of the module besides those of the library."""
+
+from __future__ import annotations
+
+import ctypes
+import ipaddress
+import re
+
+from ._types import library
+
+
+def mac(text: str) -> bytes:
+    """The bytes of "02:4b:49:56:00:01"."""
+    if not re.fullmatch("[0-9a-fA-F]{2}(:[0-9a-fA-F]{2}){5}", text):
+        raise ValueError(f"must be a MAC address such as 02:4b:49:56:00:01, got {text!r}")
+    return bytes.fromhex(text.replace(":", ""))
+
+
+def ip(text: str) -> int:
+    """The int for "192.168.0.21", as functions take it: the first octet in the lowest byte."""
+    try:
+        octets = ipaddress.IPv4Address(str(text)).packed
+    except ValueError:
+        raise ValueError(f"must be an IPv4 address such as 192.168.0.21, got {text!r}") from None
+    return int.from_bytes(octets, "little", signed=True)
+
+
+library.AwaitEvents.restype = ctypes.c_bool
+library.AwaitEvents.argtypes = [ctypes.c_int]
+
+_LONGEST_WAIT = (2**31 - 1) / 1000
+
+
+def AwaitEvents(timeout: float = 10) -> bool:
+    """Waits until events can arrive, which is a moment after the first call that the server answers.
+
+    What the server sends before that is lost.
+
+    Returns False if events cannot arrive: the last call did not reach the server, its client id is not valid in a D-Bus
+    name, the bus is gone, or DestroyMessageMonitor() was called. Returns False after the timeout, in seconds, if the
+    process does not own its client's name by then: the bus may forbid it, or another process may own it. "kivctl doctor"
+    tells why.
+    """
+    if not 0 <= timeout <= _LONGEST_WAIT:
+        raise ValueError(f"timeout must be seconds from 0 to {_LONGEST_WAIT:.0f}, got {timeout!r}")
+    return bool(library.AwaitEvents(round(timeout * 1000)))
+
+
+def DestroyMessageMonitor() -> int:
+    """CNSGdbus::m_DestroyMessageMonitor() of the library's one object.
+
+    Ends the monitor thread: no callback runs after that, for the life of the process. Done at exit in any case.
+    """
+    return int(library.DestroyMessageMonitor())

@@ -1,0 +1,134 @@
+"""Whether events can arrive is told in time."""
+
+import inspect
+import json
+import os
+import subprocess
+import sys
+
+import kiv
+import pytest
+
+# Longer than a call to a server that answers takes on a busy machine.
+LONG = 60
+
+BUS = """
+<busconfig>
+  <type>system</type>
+  <listen>unix:path={directory}/bus</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+    {rule}
+  </policy>
+</busconfig>
+"""
+
+
+@pytest.fixture
+def home(tmp_path):
+    """Starts a bus with a rule of its own, and the simulator on it. Returns the environment of its programs."""
+    processes = []
+
+    def start(rule):
+        configuration = tmp_path / "bus.conf"
+        configuration.write_text(BUS.format(directory=tmp_path, rule=rule))
+        ready, its_ready = os.pipe()
+        daemon = ["dbus-daemon", f"--config-file={configuration}", "--nofork", f"--print-address={its_ready}"]
+        processes.append(subprocess.Popen(daemon, pass_fds=[its_ready]))
+        os.close(its_ready)
+        assert os.read(ready, 1000).startswith(b"unix:path=")
+        os.close(ready)
+        address = {"DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={tmp_path}/bus", "DBUS_DAEMON_PID": str(processes[-1].pid)}
+        environment = {**os.environ, **address}
+        ready, its_ready = os.pipe()
+        simulator = [os.environ["KIV_SIMULATOR"], "--ready-fd", str(its_ready)]
+        processes.append(subprocess.Popen(simulator, pass_fds=[its_ready], env=environment))
+        os.close(its_ready)
+        assert os.read(ready, 1000) == b"ready\n"
+        os.close(ready)
+        return environment
+
+    yield start
+    for process in reversed(processes):
+        process.kill()
+        process.wait()
+
+
+def run(code, environment):
+    """What a program prints that has the module for itself."""
+    done = subprocess.run(
+        [sys.executable, "-c", code], env=environment, stdout=subprocess.PIPE, encoding="utf-8", timeout=LONG, check=True
+    )
+    return done.stdout
+
+
+SUBSCRIBE_AND_WAIT = """
+import kiv
+print(kiv.SubscribeNamServiceCallback("test", print), kiv.AwaitEvents({}))
+"""
+
+
+def test_a_bus_that_denies_the_name_of_the_client_is_told_in_time(home):
+    environment = home('<deny own_prefix="org.lumra.tv.networkspeaker.client"/>')
+    assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5"), environment) == "1 False\n"
+
+
+def test_without_a_timeout_there_is_one():
+    assert inspect.signature(kiv.AwaitEvents).parameters["timeout"].default == 10
+
+
+def test_a_bus_that_allows_it_is_told_when_the_name_is_owned(home):
+    assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), home("")) == "1 True\n"
+
+
+def test_a_bus_that_hangs_is_told_in_time(home):
+    code = f"""
+import kiv, os, signal
+print(kiv.StopNetworkSpeaker(7))
+os.kill({{}}, signal.SIGSTOP)
+print(kiv.AwaitEvents(timeout=0.5))
+os.kill({{}}, signal.SIGCONT)
+print(kiv.AwaitEvents(timeout={LONG}))
+"""
+    environment = home("")
+    daemon = environment["DBUS_DAEMON_PID"]
+    assert run(code.format(daemon, daemon), environment) == "7\nFalse\nTrue\n"
+
+
+def scenario(path, content):
+    file = path / "scenario.json"
+    file.write_text(json.dumps(content))
+    return str(file)
+
+
+def test_a_name_that_another_process_owns_is_not_this_ones(tmp_path):
+    with kiv.Sandbox("--scenario", scenario(tmp_path, {"clientId": "den"})):
+        own = "import kiv, sys; kiv.StopNetworkSpeaker(7); print(kiv.AwaitEvents(60), flush=True); sys.stdin.read()"
+        with subprocess.Popen(
+            [sys.executable, "-c", own], stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8"
+        ) as other:
+            assert other.stdout.readline() == "True\n"
+            assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5"), dict(os.environ)) == "1 False\n"
+            other.stdin.close()
+        assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), dict(os.environ)) == "1 True\n"
+
+
+def test_before_the_first_call_there_is_nothing_to_wait_for():
+    with kiv.Sandbox():
+        assert run("import kiv; print(kiv.AwaitEvents())", dict(os.environ)) == "False\n"
+
+
+@pytest.mark.parametrize("timeout", [-1, -0.001, float("nan"), float("inf"), 2**31])
+def test_a_timeout_is_a_number_of_seconds(timeout):
+    with pytest.raises(ValueError, match="timeout must be seconds from 0 to 2147484, got"):
+        kiv.AwaitEvents(timeout=timeout)
+
+
+@pytest.mark.parametrize("timeout", ["1", None])
+def test_a_timeout_of_another_type_is_refused(timeout):
+    with pytest.raises(TypeError):
+        kiv.AwaitEvents(timeout=timeout)
