@@ -209,10 +209,9 @@ Layout::Record ReadRecord(const Part& part, const RecordSizes& sizes)
         const Layout::Field* filled = FindField(record.fields, field.filled);
         if (!field.filled.empty() && (filled == nullptr || !kIntegers.contains(filled->type))) {
             Refuse(
-                fields.place,
-                fmt::format(
-                    "\"filled\" of \"{}\" must be the name of an integer field of this record, got \"{}\"", field.name,
-                    field.filled));
+                fields.place, fmt::format(
+                                  R"("filled" of "{}" must be the name of an integer field of this record, got "{}")",
+                                  field.name, field.filled));
         }
     }
     return record;
@@ -251,7 +250,7 @@ void CheckVolume(const Layout::Record& record, const std::string& place)
     const Layout::Field* mac = FindField(record.fields, "mac");
     const Layout::Field* volume = FindField(record.fields, "volume");
     if (mac == nullptr || mac->type != "mac" || volume == nullptr || !kIntegers.contains(volume->type)) {
-        Refuse(place, "the record of the event \"volume\" must have a MAC address \"mac\" and an integer \"volume\"");
+        Refuse(place, R"(the record of the event "volume" must have a MAC address "mac" and an integer "volume")");
     }
 }
 

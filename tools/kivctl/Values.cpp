@@ -85,12 +85,9 @@ std::string Printable(Bytes bytes)
 // How many columns of a terminal the text takes.
 size_t DisplayWidth(const std::string& text)
 {
-    size_t width = 0;
-    for (const unsigned char byte : text) {
-        // Further bytes of a UTF-8 character take none.
-        width += (byte & 0xc0U) == 0x80U ? 0 : 1;
-    }
-    return width;
+    // Further bytes of a UTF-8 character take none.
+    const auto beginsCharacter = [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0U) != 0x80U; };
+    return static_cast<size_t>(std::ranges::count_if(text, beginsCharacter));
 }
 
 } // namespace
@@ -203,8 +200,7 @@ std::string ParseHex(const std::string& text)
         }
         const auto byte = ParseHexByte(std::string_view(text).substr(at, 2));
         if (!byte) {
-            throw BadArguments(
-                fmt::format("must be bytes of two hex digits each, such as \"01 ff\", got \"{}\"", text));
+            throw BadArguments(fmt::format(R"(must be bytes of two hex digits each, such as "01 ff", got "{}")", text));
         }
         bytes += static_cast<char>(*byte);
         at += 2;
@@ -248,9 +244,9 @@ std::string Harmless(std::string text)
 std::string Table(const std::vector<std::pair<std::string, std::string>>& rows)
 {
     std::vector<std::vector<std::string>> cells;
-    for (const auto& [name, value] : rows) {
-        cells.push_back({Harmless(name), Harmless(value)});
-    }
+    std::ranges::transform(rows, std::back_inserter(cells), [](const auto& row) {
+        return std::vector<std::string>{Harmless(row.first), Harmless(row.second)};
+    });
     return Columns(cells);
 }
 
