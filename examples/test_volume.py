@@ -23,7 +23,7 @@ def test_nothing_starts_where_there_is_nothing(kiv_sandbox):
 
 
 def test_a_start_that_fails_succeeds_the_next_time(kiv_sandbox):
-    kiv_sandbox.control("fault", "StartNetworkSpeaker", '{"error": "org.example.Bad", "count": 1}')
+    kiv_sandbox.fault("StartNetworkSpeaker", error="org.example.Bad", count=1)
     speakers = [kiv.STNetSpkConfig(mac=LEFT)]
     assert kiv.StartNetworkSpeaker(kiv.NETSPKSETTING_SURROUND, speakers, 1) == -1
     assert kiv.StartNetworkSpeaker(kiv.NETSPKSETTING_SURROUND, speakers, 1) == 1
