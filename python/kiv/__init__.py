@@ -15,7 +15,17 @@ from ._own import AwaitEvents, DestroyMessageMonitor, ip, mac
 from ._types import RECORDS, SCALARS, declared, library, type_of
 from .sandbox import ControlError, ReceivedCall, Sandbox
 
-__all__ = ["AwaitEvents", "ControlError", "DestroyMessageMonitor", "ReceivedCall", "Sandbox", "ip", "mac"]
+__version__ = declared.VERSION
+
+__all__ = [
+    "AwaitEvents",
+    "ControlError",
+    "DestroyMessageMonitor",
+    "ReceivedCall",
+    "Sandbox",
+    "ip",
+    "mac",
+]
 
 
 def _export(name, value):

@@ -3,6 +3,7 @@
 import inspect
 import os
 import re
+from importlib import metadata
 from pathlib import Path
 
 import kiv
@@ -32,6 +33,12 @@ def test_help_is_the_text_of_the_header():
     assert help_.startswith("Routes the TV's sound to network speakers.\n")
     assert "@param nStartReason  reason code" in help_
     assert kiv.GetLastConnectSatIdx.__doc__ == "-1"
+
+
+def test_the_version_is_the_projects():
+    lists = (Path(os.environ["KIV_HEADER"]).parents[1] / "CMakeLists.txt").read_text()
+    assert kiv.__version__ == re.search(r"VERSION (\d+\.\d+\.\d+) DESCRIPTION", lists)[1]
+    assert metadata.version("kiv") == kiv.__version__
 
 
 def test_parameters_have_their_names():
