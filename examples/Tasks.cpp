@@ -62,6 +62,7 @@ int PlayEverywhere(const std::vector<Mac>& rooms, int reason)
     }
     SetTavrinUIMode(NETSPKSETTING_MULTIROOM); // what the settings screen shows
     std::vector<STNetSpkConfig> speakers;
+    speakers.reserve(rooms.size());
     for (const Mac& mac : rooms) {
         speakers.push_back(Configured(mac, 0));
     }

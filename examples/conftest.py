@@ -1,1 +1,13 @@
-pytest_plugins = ["kiv.pytest_plugin"]
+import queue
+
+import kiv
+import pytest
+
+
+@pytest.fixture
+def events(kiv_sandbox):
+    received = queue.Queue()
+    assert kiv.SubscribeNamServiceCallback("tests", lambda *event: received.put(event)) == 1
+    assert kiv.AwaitEvents()
+    yield received
+    kiv.UnsubscribeNamServiceCallback("tests")

@@ -1,6 +1,6 @@
 """Writes what the public header declares as Python data, from which the module is made.
 
-usage: Declarations.py HEADER OUTPUT
+usage: Declarations.py HEADER VERSION OUTPUT
 """
 
 import re
@@ -42,10 +42,11 @@ def fields(text, values):
     return [(one[2], one[1], one[3] and int(values.get(one[3], one[3]))) for one in found]
 
 
-def main(header, output):
+def main(header, version, output):
     header = Path(header).read_text()
     values = constants(header)
     declared = {
+        "VERSION": version,
         "CONSTANTS": values,
         "RECORDS": {one[1]: fields(one[2], values) for one in re.finditer(r"\nstruct (\w+) \{\n([^}]*)\n\};", header)},
         "ALIASES": {one[1]: one[2] for one in re.finditer(r"\nusing (\w+) = (\w+);", header)},

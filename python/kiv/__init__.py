@@ -13,9 +13,19 @@ import inspect
 from ._arguments import Call, converter
 from ._own import AwaitEvents, DestroyMessageMonitor, ip, mac
 from ._types import RECORDS, SCALARS, declared, library, type_of
-from .sandbox import Sandbox
+from .sandbox import ControlError, ReceivedCall, Sandbox
 
-__all__ = ["AwaitEvents", "DestroyMessageMonitor", "Sandbox", "ip", "mac"]
+__version__ = declared.VERSION
+
+__all__ = [
+    "AwaitEvents",
+    "ControlError",
+    "DestroyMessageMonitor",
+    "ReceivedCall",
+    "Sandbox",
+    "ip",
+    "mac",
+]
 
 
 def _export(name, value):

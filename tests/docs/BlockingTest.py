@@ -96,13 +96,13 @@ def test_without_a_server():
 @pytest.mark.parametrize(
     "column, faults",
     [
-        pytest.param(2, {"*": '{"silent": true}'}, id="nothing is answered"),
-        pytest.param(3, {"*": '{"silent": true}', "check_dbus_connection": '{"delay": 0}'}, id="only the id is answered"),
+        pytest.param(2, {"*": {"silent": True}}, id="nothing is answered"),
+        pytest.param(3, {"*": {"silent": True}, "check_dbus_connection": {"delay": 0}}, id="only the id is answered"),
     ],
 )
 def test_with_a_server_that_does_not_answer(column, faults):
     with kiv.Sandbox("--start") as sandbox:
-        check(column, lambda: [sandbox.control("fault", method, fault) for method, fault in faults.items()])
+        check(column, lambda: [sandbox.fault(method, **fault) for method, fault in faults.items()])
 
 
 def bus_daemon():

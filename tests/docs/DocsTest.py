@@ -154,7 +154,7 @@ FIGURES = {
         (BLOCKING, r"^- \*\*(\d+)\*\*: the id comes"),
         ("docs/security.md", r"gives up after (\d+) s"),
         ("docs/security.md", r"costs each caller up to (\d+) s"),
-        ("docs/log-lines.md", r"did not answer in (\d+) s"),
+        ("docs/log-lines.md", r"it does not run, or did not answer in (\d+) s"),
     ],
     "seconds without any answer": [
         (HEADER, r"answers nothing at all for (\d+) s"),

@@ -32,9 +32,11 @@ GVariant* Bytes(const std::string& bytes)
 
 } // namespace
 
-Running::Running(const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment, int output)
+Running::Running(
+    const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment, int output,
+    const char* program)
 {
-    std::vector<const char*> argv = {KIV_CTL};
+    std::vector<const char*> argv = {program};
     for (const std::string& argument : arguments) {
         argv.push_back(argument.c_str());
     }
@@ -128,6 +130,13 @@ KivctlTest::KivctlTest()
 Ended KivctlTest::Run(const Arguments& arguments, const Environment& environment) const
 {
     return Running(bus_, arguments, environment).Wait();
+}
+
+Ended KivctlTest::RunInShell(const std::string& line) const
+{
+    const std::string folder = std::filesystem::path(KIV_CTL).parent_path();
+    const Environment environment = {{"PATH", folder + ":" + getenv("PATH")}};
+    return Running(bus_, {"-c", line}, environment, -1, "/bin/sh").Wait();
 }
 
 std::string KivctlTest::RunOnTerminal(const Arguments& arguments) const

@@ -72,6 +72,9 @@ protected:
 
     Ended Run(const Arguments& arguments, const Environment& environment = {}) const;
 
+    // Runs a line of a shell, in which kivctl is this one.
+    Ended RunInShell(const std::string& line) const;
+
     // What a kivctl that succeeds writes to a terminal.
     std::string RunOnTerminal(const Arguments& arguments) const;
 

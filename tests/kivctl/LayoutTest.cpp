@@ -31,7 +31,7 @@ protected:
 
     Json Model() const
     {
-        g_autoptr(GVariant) reply = Control("Model", nullptr);
+        g_autoptr(GVariant) reply = Control("Show", nullptr);
         const char* text = nullptr;
         g_variant_get(reply, "(&s)", &text);
         return Json::parse(text);

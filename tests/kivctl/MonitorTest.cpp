@@ -271,7 +271,7 @@ TEST_F(MonitorTest, SaysWhatIsMissingWhereTheBusDeniesTheName)
 
 TEST_F(MonitorTest, SaysWhoHasTheName)
 {
-    g_variant_unref(Control("SetClientId", g_variant_new("(s)", "taken")));
+    g_variant_unref(Control("ClientId", g_variant_new("(s)", "taken")));
     const sandbox::Connection other(bus_.Address());
     other.CallDaemon(
         "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", "org.lumra.tv.networkspeaker.client.taken", 0U));

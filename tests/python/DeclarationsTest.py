@@ -3,6 +3,7 @@
 import inspect
 import os
 import re
+from importlib import metadata
 from pathlib import Path
 
 import kiv
@@ -23,7 +24,7 @@ def test_every_export_is_there():
 
 def test_what_is_there_is_exported_or_of_the_header():
     header = Path(os.environ["KIV_HEADER"]).read_text()
-    own = {"AwaitEvents", "Sandbox", "ip", "mac"}
+    own = {"AwaitEvents", "ControlError", "ReceivedCall", "Sandbox", "ip", "mac"}
     assert [name for name in kiv.__all__ if name not in own and not re.search(rf"\b\w*{name}\b", header)] == []
 
 
@@ -32,6 +33,12 @@ def test_help_is_the_text_of_the_header():
     assert help_.startswith("Routes the TV's sound to network speakers.\n")
     assert "@param nStartReason  reason code" in help_
     assert kiv.GetLastConnectSatIdx.__doc__ == "-1"
+
+
+def test_the_version_is_the_projects():
+    lists = (Path(os.environ["KIV_HEADER"]).parents[1] / "CMakeLists.txt").read_text()
+    assert kiv.__version__ == re.search(r"VERSION (\d+\.\d+\.\d+) DESCRIPTION", lists)[1]
+    assert metadata.version("kiv") == kiv.__version__
 
 
 def test_parameters_have_their_names():

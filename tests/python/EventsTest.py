@@ -1,7 +1,6 @@
 """Whether events can arrive is told in time."""
 
 import inspect
-import json
 import os
 import subprocess
 import sys
@@ -99,14 +98,9 @@ print(kiv.AwaitEvents(timeout={LONG}))
     assert run(code.format(daemon, daemon), environment) == "7\nFalse\nTrue\n"
 
 
-def scenario(path, content):
-    file = path / "scenario.json"
-    file.write_text(json.dumps(content))
-    return str(file)
-
-
-def test_a_name_that_another_process_owns_is_not_this_ones(tmp_path):
-    with kiv.Sandbox("--scenario", scenario(tmp_path, {"clientId": "den"})):
+def test_a_name_that_another_process_owns_is_not_this_ones():
+    with kiv.Sandbox("--start") as sandbox:
+        sandbox.apply({"clientId": "den"})
         own = "import kiv, sys; kiv.StopNetworkSpeaker(7); print(kiv.AwaitEvents(60), flush=True); sys.stdin.read()"
         with subprocess.Popen(
             [sys.executable, "-c", own], stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8"

@@ -30,3 +30,19 @@ def test_without_a_server_calls_fail(kiv_sandbox):
 
 def test_afterwards_there_is_a_server_again(kiv_sandbox):
     assert kiv.StopNetworkSpeaker(7) == 7
+
+
+def test_a_subscription_outlives_its_sandbox():
+    received = queue.Queue()
+    with kiv.Sandbox():
+        kiv.SubscribeNamServiceCallback("before", lambda *event: received.put(event))
+    with kiv.Sandbox("--start") as sandbox:
+        kiv.SubscribeNamServiceCallback("test", lambda *event: received.put("test"))
+        assert kiv.AwaitEvents()
+        sandbox.control("event", "0x11")
+        assert received.get(timeout=60)[0] == 0x11
+        assert received.get(timeout=60) == "test"
+        kiv.UnsubscribeNamServiceCallback("before")
+        sandbox.control("event", "0x12")
+        assert received.get(timeout=60) == "test"
+        kiv.UnsubscribeNamServiceCallback("test")

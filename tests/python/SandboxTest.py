@@ -67,3 +67,89 @@ def test_a_process_that_ends_takes_its_monitor_thread_with_it():
         code = "import kiv; print(kiv.SubscribeNamServiceCallback('x', print), kiv.DestroyMessageMonitor())"
         assert in_a_process(code) == "1 0\n"
         assert in_a_process("import kiv; print(kiv.SubscribeNamServiceCallback('x', print))") == "1\n"
+
+
+def test_sandboxes_do_not_overlap():
+    with kiv.Sandbox():
+        with pytest.raises(RuntimeError, match="another sandbox is in use in this process; leave it first"):
+            kiv.Sandbox().__enter__()
+    with kiv.Sandbox():
+        assert kiv.StopNetworkSpeaker(7) == 7
+
+
+def test_a_sandbox_that_is_not_in_use_is_told():
+    sandbox = kiv.Sandbox()
+    with pytest.raises(RuntimeError, match="control it inside its with statement"):
+        sandbox.control("show")
+    with sandbox:
+        pass
+    with pytest.raises(RuntimeError, match="control it inside its with statement"):
+        sandbox.home
+
+
+def test_the_home_is_what_it_is_now():
+    with kiv.Sandbox() as sandbox:
+        assert [speaker["volume"] for speaker in sandbox.home["speakers"]] == [20, 20, 15, 10]
+        kiv.SetNetSpkVolume(kiv.mac("02:4b:49:56:00:01"), kiv.ip("192.168.0.21"), 33)
+        assert [speaker["volume"] for speaker in sandbox.home["speakers"]] == [33, 20, 15, 10]
+        assert sandbox.control("show") == sandbox.home
+
+
+def test_the_calls_are_those_of_the_server():
+    with kiv.Sandbox() as sandbox:
+        assert sandbox.calls == []
+        kiv.StopNetworkSpeaker(7)
+        kiv.SetNetSpkName(kiv.mac("02:4b:49:56:00:01"), 0, "(a) 'b'\n2 :1.1 c()")
+        kiv.DisableSurround()
+        asked, stop, *_, rename, _, disable = sandbox.calls
+        assert (asked.number, asked.method, asked.arguments) == (1, "check_dbus_connection", f"({os.getpid()},)")
+        assert (stop.number, stop.method, stop.arguments) == (2, "StopNetworkSpeaker", "(7,)")
+        assert stop.sender == asked.sender and stop.sender.startswith(":1.")
+        assert rename.method == "SetNetSpkName" and rename.arguments.startswith("(0x02, 0x4b, 0x49")
+        assert (disable.method, disable.arguments) == ("DisableSurround", "()")
+        assert [call.number for call in sandbox.calls] == list(range(1, disable.number + 1))
+        assert sandbox.control("calls") == sandbox.calls
+
+
+def test_a_fault_makes_a_method_go_wrong():
+    with kiv.Sandbox("--start") as sandbox:
+        sandbox.fault("StopNetworkSpeaker", error="org.example.Bad", message="a 'reason'", count=1)
+        assert [kiv.StopNetworkSpeaker(7) for _ in range(2)] == [-1, 7]
+        sandbox.fault("StopNetworkSpeaker", reply="(9,)")
+        sandbox.fault("*", delay=0)
+        assert kiv.StopNetworkSpeaker(7) == 9
+        sandbox.fault("GetNetSpkNodeList", bytes=b"\xab" * 134)
+        nodes = []
+        assert kiv.GetNetSpkNodeList(nodes) == 1
+        assert nodes[0].opaque == b"\xab" * 134
+        sandbox.clear_faults()
+        assert kiv.StopNetworkSpeaker(7) == 7
+        with pytest.raises(TypeError, match="a fault must have a key"):
+            sandbox.fault("StopNetworkSpeaker")
+
+
+def test_a_scenario_is_applied():
+    with kiv.Sandbox("--start") as sandbox:
+        sandbox.apply({"home": {"speakers": [{"name": "Hall", "mac": "02:4b:49:56:00:31"}]}})
+        assert [speaker["name"] for speaker in sandbox.home["speakers"]] == ["Hall"]
+        sandbox.apply("no-speakers")
+        assert sandbox.home["speakers"] == []
+
+
+def test_a_command_that_prints_nothing_returns_nothing():
+    with kiv.Sandbox("--start") as sandbox:
+        assert sandbox.control("atmos", "on") is None
+        assert sandbox.control("calls", "--help").startswith("print what the server was called")
+
+
+def test_the_words_of_the_tool_are_in_the_exception(capfd):
+    with kiv.Sandbox("--start") as sandbox:
+        with pytest.raises(kiv.ControlError, match="there is no such key.*exit code 2") as raised:
+            sandbox.fault("StopNetworkSpeaker", eror="org.example.Bad")
+        assert raised.value.returncode == 2
+        assert "/faults/StopNetworkSpeaker/eror" in raised.value.stderr
+        assert raised.value.cmd[1:4] == ["control", "fault", "StopNetworkSpeaker"]
+    assert capfd.readouterr().err == ""
+    with kiv.Sandbox("--no-server") as sandbox:
+        with pytest.raises(kiv.ControlError, match="kiv-sandbox control: .*exit code 1"):
+            sandbox.home

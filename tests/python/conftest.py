@@ -1,1 +1,0 @@
-pytest_plugins = ["kiv.pytest_plugin"]
