@@ -30,7 +30,7 @@ public:
     // Its stdout is the descriptor, if there is one, which it takes.
     Running(
         const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment = {},
-        int output = -1);
+        int output = -1, const char* program = KIV_CTL);
     ~Running();
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;

@@ -36,8 +36,8 @@ def test_help_is_the_text_of_the_header():
 
 
 def test_the_version_is_the_projects():
-    lists = (Path(os.environ["KIV_HEADER"]).parents[1] / "CMakeLists.txt").read_text()
-    assert kiv.__version__ == re.search(r"VERSION (\d+\.\d+\.\d+) DESCRIPTION", lists)[1]
+    header = Path(os.environ["KIV_HEADER"]).read_text()
+    assert kiv.__version__ == ".".join(re.findall(r"#define KIV_VERSION_(?:MAJOR|MINOR|MICRO) (\d+)", header))
     assert metadata.version("kiv") == kiv.__version__
 
 

@@ -147,7 +147,7 @@ def test_the_words_of_the_tool_are_in_the_exception(capfd):
         with pytest.raises(kiv.ControlError, match="there is no such key.*exit code 2") as raised:
             sandbox.fault("StopNetworkSpeaker", eror="org.example.Bad")
         assert raised.value.returncode == 2
-        assert "/faults/StopNetworkSpeaker/eror" in raised.value.stderr
+        assert "/eror: there is no such key" in raised.value.stderr
         assert raised.value.cmd[1:4] == ["control", "fault", "StopNetworkSpeaker"]
     assert capfd.readouterr().err == ""
     with kiv.Sandbox("--no-server") as sandbox:
