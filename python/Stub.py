@@ -16,6 +16,7 @@ from typing import Union
 
 from ._own import AwaitEvents as AwaitEvents, DestroyMessageMonitor as DestroyMessageMonitor, ip as ip, mac as mac
 from ._types import Record
+from .layout import DecodedEvent as DecodedEvent, Layout as Layout, LayoutError as LayoutError
 from .sandbox import ControlError as ControlError, ReceivedCall as ReceivedCall, Sandbox as Sandbox
 
 _Text = Union[str, bytes]

@@ -13,6 +13,7 @@ import inspect
 from ._arguments import Call, converter
 from ._own import AwaitEvents, DestroyMessageMonitor, ip, mac
 from ._types import RECORDS, SCALARS, declared, library, type_of
+from .layout import DecodedEvent, Layout, LayoutError
 from .sandbox import ControlError, ReceivedCall, Sandbox
 
 __version__ = declared.VERSION
@@ -20,7 +21,10 @@ __version__ = declared.VERSION
 __all__ = [
     "AwaitEvents",
     "ControlError",
+    "DecodedEvent",
     "DestroyMessageMonitor",
+    "Layout",
+    "LayoutError",
     "ReceivedCall",
     "Sandbox",
     "ip",

@@ -32,7 +32,7 @@ version: str = kiv.__version__
 
 
 def told(event: int, data: bytes, length: int) -> None:
-    text: bytes = data[:length]
+    name: str = kiv.Layout("layout.json").event(event, data, length).name or "unknown"
 
 
 kiv.SubscribeNamServiceCallback("test", told)
@@ -71,7 +71,7 @@ def test_the_module_is_typed():
 
 def test_the_stub_has_what_the_module_has(tmp_path):
     # Files without a stub are compared with themselves, and with what they import.
-    (tmp_path / "without-stub").write_text(r"kiv\.sandbox\..*")
+    (tmp_path / "without-stub").write_text(r"kiv\.(layout|sandbox)\..*")
     assert "Success" in run("mypy.stubtest", tmp_path, "kiv", "--ignore-missing-stub", "--allowlist", "without-stub")
 
 
@@ -80,7 +80,7 @@ def test_uses_are_checked(tmp_path):
     assert "Success" in run("mypy", tmp_path, "--warn-unused-ignores", "uses.py")
 
 
-@pytest.mark.parametrize("file", ["_own.py", "sandbox.py"])
+@pytest.mark.parametrize("file", ["_own.py", "layout.py", "sandbox.py"])
 def test_a_typed_file_is_sound(tmp_path, file):
     options = ["--strict", "--follow-imports=silent", "--allow-untyped-calls"]
     assert "Success" in run("mypy", tmp_path, *options, str(MODULES / "kiv" / file))
