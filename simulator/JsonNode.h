@@ -18,7 +18,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-inline constexpr std::size_t kMebibyte = 1024 * 1024;
+inline constexpr std::size_t kMebibyte = 1UL << 20;
 /** More than people write, and less than fills the memory of a machine. */
 inline constexpr std::size_t kLargestScenario = 16 * kMebibyte;
 inline constexpr std::size_t kLargestRecording = 256 * kMebibyte;

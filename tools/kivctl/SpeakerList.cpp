@@ -69,7 +69,7 @@ STNetSpkConfig ReadSpeaker(const Json& entry)
         return ReadSpeakerObject(entry);
     }
     throw BadArguments(
-        fmt::format("must be \"MAC=CONFIG\" or an object with \"mac\" and \"config\", got {}", Shortened(entry)));
+        fmt::format(R"(must be "MAC=CONFIG" or an object with "mac" and "config", got {})", Shortened(entry)));
 }
 
 std::vector<STNetSpkConfig> ReadSpeakers(const Json& list)

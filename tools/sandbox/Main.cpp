@@ -358,6 +358,7 @@ int RunInSandbox(const Options& options)
     SetEnvironment(options, FindSandbox(options.join).environment);
     std::vector<std::string> words = options.command;
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
