@@ -139,10 +139,16 @@ TEST_F(NamedSandboxTest, WithoutARuntimeFolderTheNamesAreAmongTheTemporaryFiles)
 {
     setenv("XDG_RUNTIME_DIR", (scratch_.Path() / "none").c_str(), 1);
     setenv("TMPDIR", scratch_.Path().c_str(), 1);
-    const Sandbox den("read line", {"--name", "den"});
+    {
+        const Sandbox den("read line", {"--name", "den"});
 
-    EXPECT_TRUE(fs::exists(scratch_.Path() / ("kiv-sandbox-" + std::to_string(geteuid())) / "den"));
-    EXPECT_EQ(Join("den", "true").exitCode, 0);
+        EXPECT_TRUE(fs::exists(scratch_.Path() / ("kiv-sandbox-" + std::to_string(geteuid())) / "den"));
+        EXPECT_EQ(Join("den", "true").exitCode, 0);
+    }
+    // Another process removes the bus, and only the names' folder is left.
+    WaitUntil("the bus to be removed", [this] {
+        return std::distance(fs::directory_iterator(scratch_.Path()), fs::directory_iterator()) == 1;
+    });
 }
 
 TEST_F(NamedSandboxTest, RefusesWhatCannotBeAName)
