@@ -80,14 +80,17 @@ class Sandbox:
         Sandbox._entered = self
         return self
 
-    def __exit__(self, *_: object) -> None:
+    def __exit__(self, exception: type[BaseException] | None, *_: object) -> None:
         Sandbox._entered = None
-        self._end()
+        code = self._end()
         for name, value in self._replaced.items():
             if value is None:
                 os.environ.pop(name, None)
             else:
                 os.environ[name] = value
+        # As with --strict, when a call was not recorded.
+        if code != 0 and exception is None:
+            raise RuntimeError(f"{self._program} {' '.join(self._options)} ended with {code}; its stderr tells why")
 
     def control(self, *arguments: str) -> Any:
         """Runs "kiv-sandbox control".

@@ -26,7 +26,24 @@ DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent "$ctest" --test-dir "$3/build" --
 grep -q '^100% tests passed, 0 tests failed out of 2$' "$log" || fail "there are other tests"
 test "$(grep -c '\[  PASSED  \] [12] test' "$log")" = 2 || fail "a test program ran no test"
 
+# Each argument arrives as it is.
+mkdir "$3/arguments"
+sources=$3/arguments
+cat >"$sources/CMakeLists.txt" <<'TEXT'
+cmake_minimum_required(VERSION 3.18)
+project(arguments LANGUAGES CXX)
+enable_testing()
+find_package(kiv-interface-api 1.0 REQUIRED)
+kiv_add_test(NAME fails COMMAND sh -c "true; false")
+kiv_add_test(NAME prints SANDBOX --scenario no-speakers COMMAND printf "<%s>" "a;b" "" "c d" [[\$e]])
+TEXT
+configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
+"$ctest" --test-dir "$sources/build" --verbose >"$log" 2>&1 && fail "what follows a semicolon is lost"
+grep -qF '2: <a;b><><c d><\$e>' "$log" || fail "arguments have changed"
+grep -q '^50% tests passed, 1 tests failed out of 2$' "$log" || fail "there are other results"
+
 # It is as if the tools were not installed.
+sources=$1
 configure "$3/without" -DCMAKE_PREFIX_PATH="$2" -DKIV_SANDBOX=OFF && fail "cmake adds a test without a sandbox"
 tr -s ' \n' ' ' <"$log" | grep -q 'cannot add speakers, because kiv-sandbox was not found\. With find_package(): install' ||
   fail "cmake does not say that the sandbox is missing"

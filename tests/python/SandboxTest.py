@@ -153,3 +153,23 @@ def test_the_words_of_the_tool_are_in_the_exception(capfd):
     with kiv.Sandbox("--no-server") as sandbox:
         with pytest.raises(kiv.ControlError, match="kiv-sandbox control: .*exit code 1"):
             sandbox.home
+
+
+def test_a_sandbox_that_fails_at_its_end_is_an_error(tmp_path, capfd):
+    recording = tmp_path / "recording.jsonl"
+    with kiv.Sandbox("--record", str(recording)) as sandbox:
+        sandbox.control("atmos", "on")
+    with pytest.raises(RuntimeError, match=r"--strict ended with 125; its stderr tells why"):
+        with kiv.Sandbox("--replay", str(recording), "--strict"):
+            subprocess.run([sys.executable, "-c", "import kiv; kiv.StopNetworkSpeaker(0)"], capture_output=True)
+    assert "was not in" in capfd.readouterr().err
+
+
+def test_a_failing_body_is_told_before_a_failing_sandbox(tmp_path, capfd):
+    recording = tmp_path / "recording.jsonl"
+    with kiv.Sandbox("--record", str(recording)):
+        pass
+    with pytest.raises(ZeroDivisionError):
+        with kiv.Sandbox("--replay", str(recording), "--strict"):
+            subprocess.run([sys.executable, "-c", "import kiv; kiv.StopNetworkSpeaker(0)"], capture_output=True)
+            1 / 0
