@@ -23,8 +23,8 @@ class HungBusTest : public EventTest {
 protected:
     ~HungBusTest() override { Resume(); }
 
-    void Stop() { kill(bus_.DaemonPid(), SIGSTOP); }
-    void Resume() { kill(bus_.DaemonPid(), SIGCONT); }
+    void Stop() { SignalBus(SIGSTOP); }
+    void Resume() { SignalBus(SIGCONT); }
 
     // Ends the monitor while the bus hangs, and is through before a call that somebody else made earlier has given up.
     void ExpectEndWithoutTheBus()

@@ -14,8 +14,8 @@ class HungCallTest : public EventTest {
 protected:
     ~HungCallTest() override { Resume(); }
 
-    void Stop() { kill(bus_.DaemonPid(), SIGSTOP); }
-    void Resume() { kill(bus_.DaemonPid(), SIGCONT); }
+    void Stop() { SignalBus(SIGSTOP); }
+    void Resume() { SignalBus(SIGCONT); }
 };
 
 TEST_F(HungCallTest, ACallEndsOnABusThatHangsAndTheNextOneWorks)

@@ -146,7 +146,7 @@ TEST_F(NamedSandboxTest, WithoutARuntimeFolderTheNamesAreAmongTheTemporaryFiles)
         EXPECT_EQ(Join("den", "true").exitCode, 0);
     }
     // Another process removes the bus, and only the names' folder is left.
-    WaitUntil("the bus to be removed", [this] {
+    kiv::test::WaitUntil("the bus to be removed", [this] {
         return std::distance(fs::directory_iterator(scratch_.Path()), fs::directory_iterator()) == 1;
     });
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -90,6 +91,17 @@ void BusTest::Close(GDBusConnection* connection)
 {
     g_dbus_connection_close_sync(connection, nullptr, nullptr);
     WaitUntilClosed(connection);
+}
+
+void BusTest::SignalBus(int signal) const
+{
+    const std::string pid = std::to_string(bus_.DaemonPid());
+    // The launcher of dbus-broker leaves the messages to a child.
+    std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+    for (pid_t child = 0; IsDbusBroker() && children >> child;) {
+        kill(child, signal);
+    }
+    kill(bus_.DaemonPid(), signal);
 }
 
 void BusTest::MakeServerActivatable(const std::string& setUpFile)

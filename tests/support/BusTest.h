@@ -42,6 +42,8 @@ protected:
     void LoseBus();
     // Returns when the connection says that it is closed, which GIO's own function may do a moment before that.
     static void Close(GDBusConnection* connection);
+    // Sends a signal to the processes of the bus, such as SIGSTOP: it hangs then.
+    void SignalBus(int signal) const;
     // The server is not running; the bus starts it when it is called.
     void MakeServerActivatable(const std::string& setUpFile = "");
 
