@@ -161,21 +161,17 @@ private:
     const LoopOwner loop_;
 };
 
-// Exists while one thread joins the monitor thread. The host may cancel that thread, and then another one joins. The
-// caller holds the lock when it makes this, and has released it when this ends.
-class Joining {
+// Holds the cancellation of this thread back. On 32-bit ARM, the C library does not unwind a thread that is cancelled
+// in pthread_join(), and so would not tell the others that it no longer waits.
+class NotCancelled {
 public:
-    Joining() { g_monitor->isJoining = true; }
-    ~Joining()
-    {
-        {
-            const std::lock_guard lock(g_mutex);
-            g_monitor->isJoining = false;
-        }
-        g_joined->notify_all();
-    }
-    Joining(const Joining&) = delete;
-    Joining& operator=(const Joining&) = delete;
+    NotCancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~NotCancelled() { pthread_setcancelstate(before_, nullptr); }
+    NotCancelled(const NotCancelled&) = delete;
+    NotCancelled& operator=(const NotCancelled&) = delete;
+
+private:
+    int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
 // The key of the thread-specific data that ends the run of a thread that a callback ends. The C library releases such
@@ -297,24 +293,25 @@ int CNSGdbus::m_DestroyMessageMonitor()
         return EDEADLK; // as pthread_join() would say
     }
 
+    const NotCancelled untilJoined;
     lock.lock();
-    while (m_MonitorThread != 0 && g_monitor->isJoining) {
-        g_joined->wait(lock);
-    }
+    g_joined->wait(lock, [this] { return m_MonitorThread == 0 || !g_monitor->isJoining; });
     if (m_MonitorThread == 0) {
         return 0;
     }
-    const Joining joining;
+    g_monitor->isJoining = true;
     const pthread_t thread = m_MonitorThread;
     lock.unlock();
     const int result = pthread_join(thread, nullptr);
     lock.lock();
+    g_monitor->isJoining = false;
     void* pin = nullptr;
     if (result == 0) {
         m_MonitorThread = 0;
         pin = std::exchange(g_monitor->pin, nullptr);
     }
     lock.unlock();
+    g_joined->notify_all();
     UnpinLibrary(pin);
     return result;
 }

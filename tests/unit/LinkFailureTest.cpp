@@ -132,8 +132,8 @@ TEST_F(LinkFailureTest, AMonitorThreadThatCannotBeCreatedIsNotTriedAgain)
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
 }
 
-// The thread that waits for the monitor's end may be cancelled where it waits.
-TEST_F(LinkFailureTest, AfterACancelledWaitForTheMonitorsEndThereMayBeAnother)
+// The host may cancel the thread that waits for the monitor's end.
+TEST_F(LinkFailureTest, AWaitForTheMonitorsEndIsOverBeforeItsThreadIsCancelled)
 {
     StartServer();
     Connect();
@@ -146,20 +146,20 @@ TEST_F(LinkFailureTest, AfterACancelledWaitForTheMonitorsEndThereMayBeAnother)
     control_.SendEvent(7, {});
     Await("the callback to be called", entered.get_future());
     const auto end = [](void* client) -> void* {
-        static_cast<CNSGdbus*>(client)->m_DestroyMessageMonitor();
+        EXPECT_EQ(static_cast<CNSGdbus*>(client)->m_DestroyMessageMonitor(), 0);
+        pthread_testcancel();
         return nullptr;
     };
     pthread_t waiting = 0;
     ASSERT_EQ(pthread_create(&waiting, nullptr, end, &client_), 0);
     WaitUntil("the thread to wait for the monitor's end", [] { return g_isJoining.load(); });
     ASSERT_EQ(pthread_cancel(waiting), 0);
+    release.set_value();
     void* result = nullptr;
     ASSERT_EQ(pthread_join(waiting, &result), 0);
     EXPECT_EQ(result, PTHREAD_CANCELED);
-
-    release.set_value();
-    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
     EXPECT_EQ(client_.m_MonitorThread, 0U);
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
 }
 
 TEST_F(LinkFailureTest, AnEventOfAnotherTypeIsAnsweredAndDropped)
