@@ -60,7 +60,7 @@ def main(header, version, output):
         },
     }
     text = "".join(f"{name} = {pformat(value, width=120, sort_dicts=False)}\n" for name, value in declared.items())
-    Path(output).write_text(f'"""What the public header declares; written by the build."""\n\n{text}')
+    Path(output).write_text(f'"""Lists the declarations of the public header. The build writes this file."""\n\n{text}')
 
 
 if __name__ == "__main__":

@@ -18,7 +18,7 @@ inline void TellWithName(CLI::App& app)
     });
 }
 
-/** What an option or argument can be. */
+/** Refuses an option or argument that is none of the words. */
 inline CLI::Validator OneOf(const std::vector<std::string>& words)
 {
     const auto complain = [words](const std::string& given) {

@@ -5,7 +5,7 @@
 
 namespace kiv::simulator {
 
-/** What the feature of a TV can be; "absent": it cannot be read. */
+/** The feature of a TV is one of these; "absent" means that it cannot be read. */
 inline const std::vector<std::string> kFeatures = {"on", "off", "absent"};
 
 /**

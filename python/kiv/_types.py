@@ -1,4 +1,4 @@
-"""What the public header declares, as ctypes has it: the library, scalars and records."""
+"""Declares for ctypes what the public header declares: the library, scalars and records."""
 
 import ctypes
 import inspect

@@ -40,7 +40,7 @@ def _read_calls(text: str) -> list[ReceivedCall]:
     return [ReceivedCall(int(number), *others) for number, *others in found]
 
 
-# What the commands print that print something.
+# These readers parse the output of the commands that print something.
 _RESULTS: dict[str, Callable[[str], Any]] = {"calls": _read_calls, "show": json.loads}
 
 

@@ -1,4 +1,4 @@
-"""What the demo's application prints, to a pipe and to a terminal."""
+"""The demo's application tells its story to a pipe and to a terminal."""
 
 import os
 import pty

@@ -75,7 +75,7 @@ protected:
     // Runs a line of a shell, in which kivctl is this one.
     Ended RunInShell(const std::string& line) const;
 
-    // What a kivctl that succeeds writes to a terminal.
+    // Gives the text that kivctl writes to a terminal. Expects it to succeed.
     std::string RunOnTerminal(const Arguments& arguments) const;
 
     // Exits with 0 and says that.

@@ -44,7 +44,7 @@ protected:
     }
 };
 
-// What a record says of a speaker, in the words of the simulator's model.
+// Expects that a record describes a speaker as the simulator's model does.
 void ExpectSame(const Json& record, const Json& speaker)
 {
     for (const char* name : {"name", "type", "mac", "ip", "node", "group", "volume", "channel"}) {

@@ -1,4 +1,4 @@
-"""Whether events can arrive is told in time."""
+"""The module tells in time whether events can arrive."""
 
 import inspect
 import os
@@ -58,7 +58,7 @@ def home(tmp_path):
 
 
 def run(code, environment):
-    """What a program prints that has the module for itself."""
+    """Gives the output of a program that has the module for itself."""
     done = subprocess.run(
         [sys.executable, "-c", code], env=environment, stdout=subprocess.PIPE, encoding="utf-8", timeout=LONG, check=True
     )

@@ -9,7 +9,7 @@ import pytest
 
 
 def in_a_process(code):
-    """What a program prints that has the module for itself."""
+    """Gives the output of a program that has the module for itself."""
     done = subprocess.run([sys.executable, "-c", code], stdout=subprocess.PIPE, encoding="utf-8", check=True)
     return done.stdout
 

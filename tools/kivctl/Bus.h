@@ -35,7 +35,7 @@ bool StartServer();
 std::string OwnerOf(GDBusConnection* bus, const std::string& name);
 unsigned ProcessOf(GDBusConnection* bus, const std::string& name);
 
-// Whether the name has an owner, now or within a moment.
+// Tells whether the name has an owner, now or within a moment.
 bool AwaitOwner(GDBusConnection* bus, const std::string& name);
 
 // Why events do not come to the client of that name when nobody owns it.

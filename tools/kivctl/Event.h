@@ -16,7 +16,7 @@ struct EventTexts {
 // The data is decoded if the layout knows the event. Raw: its bytes are shown besides, and whole.
 EventTexts DescribeEvent(int id, Bytes data, int length, const Layout& layout, bool raw);
 
-// What a callback gets of an event's data.
+// The event's data as a callback gets them; none if the length is not positive.
 Bytes EventData(const void* data, int length);
 
 } // namespace kiv::ctl

@@ -17,7 +17,7 @@ constexpr const char* kLaunch = "request launch kiv-service";
 constexpr const char* kTag = " NAM_SERVICE: ";
 constexpr const char* kErrorTag = " E NAM_SERVICE: ";
 
-// What the signal handler reads. Both are -1 while nothing is kept.
+// The signal handler reads these two. Both are -1 while nothing is kept.
 volatile std::sig_atomic_t g_kept = -1;
 volatile std::sig_atomic_t g_stderr = -1;
 std::FILE* g_stderrStream = stderr;
@@ -50,7 +50,7 @@ void HandleDeadlySignals()
     }
 }
 
-// What is kept, after stderr is what it was.
+// Restores stderr, and gives the lines that were kept.
 std::string EndKeeping()
 {
     if (!g_keeping.exchange(false)) {
@@ -75,7 +75,8 @@ void WriteToStderr(const std::string& lines)
     std::fflush(g_stderrStream);
 }
 
-// Whether the lines tell of more than what the library did.
+// Tells whether a line is worth showing beside an answer: an error after the server was found, or a line that is not
+// the library's.
 bool TellOfTrouble(const std::string& lines)
 {
     std::istringstream stream(lines);

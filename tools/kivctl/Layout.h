@@ -21,7 +21,7 @@ inline constexpr const char* kNodeRecord = "node";
 // The name of the event by which the server reports volumes.
 inline constexpr const char* kVolumeEvent = "volume";
 
-// Where the fields of the server's records stand. docs/layouts.md describes the file.
+// Knows where the fields of the server's records stand. docs/layouts.md describes the file.
 class Layout {
 public:
     struct Field {
@@ -54,7 +54,7 @@ public:
     // Null if nothing is known about the event.
     const Event* FindEvent(int id) const;
 
-    // Whether an event of that name is in the file.
+    // Tells whether an event of that name is in the file.
     bool HasEvent(const std::string& name) const;
 
     // An object for each whole record in the bytes. The record is one that is known.

@@ -71,7 +71,7 @@ std::string OptionText(const CLI::Option& option)
         preset.empty() ? "" : fmt::format(" (default {})", Roff(preset)));
 }
 
-// What an option is and says: the same in several commands is explained once.
+// Identifies an option by its form and its text. Options of several commands that agree in both are explained once.
 std::string Key(const CLI::Option& option)
 {
     return Usage(option) + '\n' + option.get_description();

@@ -209,7 +209,7 @@ void Monitor::OnNameOwned(GDBusConnection* bus, const char* name, const char*, g
         self->TellNotReady(fmt::format("the bus name {} is owned by process {}, which gets them", name, process));
         return;
     }
-    // What a first attempt logged is moot, and what comes now is about events.
+    // The lines of a first attempt are moot, and those that come now are about events.
     DropMootLogLines();
     self->output_.Notify("ready, waiting for events", {{"ready", true}});
 }

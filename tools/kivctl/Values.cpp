@@ -82,7 +82,7 @@ std::string Printable(Bytes bytes)
     return text;
 }
 
-// How many columns of a terminal the text takes.
+// Counts the columns of a terminal that the text takes.
 size_t DisplayWidth(const std::string& text)
 {
     // Further bytes of a UTF-8 character take none.

@@ -33,7 +33,7 @@ private:
     void Add(int id, Bytes data, int length);
     // The speakers whose volume has not come.
     std::vector<std::string> Missing(const std::vector<std::string>& macs);
-    // Whether nothing is to be waited for any more.
+    // Tells whether there is nothing to wait for any more.
     bool IsComplete(const std::vector<std::string>& macs);
 
     const Layout layout_;

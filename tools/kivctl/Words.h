@@ -7,13 +7,13 @@
 
 namespace kiv::ctl {
 
-// How far the words of a command line go.
+// Describes how far the words of a command line have led.
 struct Words {
     // The last command that they name.
     const CLI::App* command = nullptr;
     // The option whose value is to follow, or the positional argument that may. Null if none is.
     const CLI::Option* awaited = nullptr;
-    // Whether that is an option.
+    // True if it is an option.
     bool valueFollows = false;
     // The first word that is neither a command nor an option where only these may stand. Empty if there is none.
     std::string unknown;
@@ -23,7 +23,7 @@ struct Words {
 
 Words ReadWords(const CLI::App& app, const std::vector<std::string>& words);
 
-// What is wrong with the first word that is unknown, and which one may be meant. Empty if there is none.
+// Says that the first unknown word is unknown, and which one may be meant. Empty if there is none.
 std::string UnknownWordText(const CLI::App& app, const std::vector<std::string>& words);
 
 // The command's name as it is written behind the program's, with a blank in front. Empty for the program itself.

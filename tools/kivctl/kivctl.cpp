@@ -23,7 +23,7 @@ constexpr const char* kComplete = "--complete";
 // The build makes the man page with it.
 constexpr const char* kManPage = "--man-page";
 
-// Where a command that failed, or that took too long, sends people.
+// Ends the message of a command that failed, or that took too long.
 std::string Advice(const std::string& command)
 {
     const bool isOfUse = command != "doctor" && command != "explain";

@@ -147,7 +147,7 @@ GVariant* ParseBytes(const std::string& text)
     return simulator::NewByteArray(*bytes);
 }
 
-/// What is given to the commands.
+/// The commands' arguments and options.
 struct Words {
     std::string scenario;
     std::string method;

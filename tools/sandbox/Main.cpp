@@ -197,8 +197,8 @@ simulator::Scenario CheckFiles(const Options& options)
     return scenario;
 }
 
-/// Whether the server is to run before the command. One that takes its time to come up is left to the first call, so
-/// that the command sees that.
+/// Tells whether the server is to run before the command. One that takes its time to come up is left to the first call,
+/// so that the command sees that.
 bool IsStartedFirst(const Options& options, const simulator::Scenario& scenario)
 {
     return options.start || (!options.lazy && !options.noServer && !scenario.now.away);

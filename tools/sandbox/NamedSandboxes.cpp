@@ -33,7 +33,7 @@ constexpr std::size_t kLongestName = 64;
     throw std::runtime_error(fmt::format("{}: {}", what, std::strerror(errno)));
 }
 
-/// Where the entries of this user's sandboxes are.
+/// The folder with the entries of this user's sandboxes.
 fs::path FolderPath()
 {
     const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
@@ -161,7 +161,7 @@ SandboxName::~SandboxName()
     try {
         LockedFolder().Remove(name_);
     } catch (const std::runtime_error&) {
-        // Whoever looks next removes the entry, which nobody holds any more.
+        // Nobody holds the entry any more, and the next look removes it.
     }
     close(entry_);
 }

@@ -51,7 +51,7 @@ constexpr auto kConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//D
 </busconfig>
 )";
 
-/// Where temporary files are; /tmp if a socket's path would be too long there.
+/// The folder for temporary files, or /tmp if a socket's path would be too long there.
 std::filesystem::path MakeDirectory()
 {
     constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
