@@ -1,11 +1,12 @@
 #include "Words.h"
 
+#include "tools/Nearest.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cctype>
 #include <iterator>
-#include <numeric>
 
 namespace kiv::ctl {
 namespace {
@@ -40,32 +41,6 @@ const CLI::Option* PositionalAt(const CLI::App& command, size_t number)
         number -= most;
     }
     return nullptr;
-}
-
-// How many characters have to be put in, taken out or replaced to make one word of the other.
-size_t Distance(const std::string& one, const std::string& other)
-{
-    std::vector<size_t> row(other.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < one.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < other.size(); ++j) {
-            const size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
-
-// The candidate that a mistyped word may stand for, or an empty text.
-std::string Nearest(const std::string& word, const std::vector<std::string>& candidates)
-{
-    const auto nearest = std::ranges::min_element(
-        candidates, {}, [&word](const std::string& candidate) { return Distance(word, candidate); });
-    const bool isNear = nearest != candidates.end() && Distance(word, *nearest) <= std::max<size_t>(word.size() / 3, 1);
-    return isNear ? *nearest : std::string();
 }
 
 std::vector<std::string> CommandsIn(const CLI::App& command)

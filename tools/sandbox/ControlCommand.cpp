@@ -1,7 +1,6 @@
 #include "ControlCommand.h"
 
 #include "Connection.h"
-#include "Nearest.h"
 #include "Owned.h"
 #include "ScenarioFiles.h"
 #include "simulator/CommandLine.h"
@@ -11,6 +10,7 @@
 #include "simulator/JsonNode.h"
 #include "simulator/Scenario.h"
 #include "simulator/Wire.h"
+#include "tools/Nearest.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 #include "ScenarioFiles.h"
 
-#include "Nearest.h"
 #include "simulator/Scenario.h"
+#include "tools/Nearest.h"
 
 #include <fmt/format.h>
 
