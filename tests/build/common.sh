@@ -69,26 +69,3 @@ expect_no_files() {
         test ! -e "$prefix/$file" || fail "$file is installed"
     done
 }
-
-# The parent project takes the library in the way that it is told.
-build_parent() { # way
-    local project=$source
-    source=$(dirname "$0")/parent
-    configure -DKIV_SOURCE="$project" -DWAY="$1" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
-    build_all
-    install_all
-    # Its own test, which runs the program, and no other.
-    (cd "$build" && "$(dirname "$CMAKE_COMMAND")/ctest" --output-on-failure) >"$log" || {
-        cat "$log"
-        fail "the parent's test failed"
-    }
-    expect_line '^100% tests passed, 0 tests failed out of 1$'
-    # Its own file, and no other.
-    test "$(cd "$prefix" && find . -type f)" = ./bin/parent || fail "$(cd "$prefix" && find . -type f) are installed"
-    # Its own flags, and no other.
-    grep '"command":.*Parent.cpp' "$build/compile_commands.json" >"$log"
-    if grep -qE -e ' -W| -f|-std=[^ ]*20' "$log"; then
-        fail "the parent is compiled with flags of the library: $(cat "$log")"
-    fi
-    test ! -e "$build/kiv/simulator" && test ! -e "$build/_deps/kiv-build/simulator" || fail "the simulator is built"
-}

@@ -1,7 +1,7 @@
 #!/bin/bash
 # usage: kivctl.sh <source directory> <work directory>
-# For a TV, kivctl is built without the simulator and the sandbox, and copied alone. Where the loader cannot start it, the page
-# about porting has what the loader prints.
+# For a TV, whose platform provides its calls itself, kivctl is built without the simulator and the sandbox, and copied alone.
+# Where the loader cannot start it, the page about porting has what the loader prints.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 export LC_ALL=C
@@ -28,7 +28,7 @@ expect_told() { # text, [sed expression]
 make_library libplatform-log.so.1 __dlog_print
 make_library libplatform-info.so.1 system_info_get_custom_bool
 configure -DKIV_PLATFORM_LIBRARIES="$platform/libplatform-log.so.1;$platform/libplatform-info.so.1" -DKIV_BUILD_KIVCTL=ON \
-    -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12
+    -DBUILD_TESTING=OFF -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=0
 build_all
 install_all
 expect_files bin/kivctl lib/libkiv-interface-api.so share/man/man1/kivctl.1 share/man/man7/kiv-log-lines.7 \
@@ -36,6 +36,12 @@ expect_files bin/kivctl lib/libkiv-interface-api.so share/man/man1/kivctl.1 shar
 expect_no_files bin/kiv-sandbox bin/kiv-simulator share/man/man1/kiv-sandbox.1 \
     share/bash-completion/completions/kiv-sandbox lib/python3
 test ! -e "$build/simulator" || fail "the simulator is built"
+stand_ins=$(find "$build" "$prefix" -name '*platform-host*' -o -name system-info.conf)
+test -z "$stand_ins" || fail "stand-ins for the platform are built: $stand_ins"
+needed=$(readelf -d "$prefix/lib/libkiv-interface-api.so")
+for library in libplatform-log libplatform-info; do
+    [[ $needed == *"[$library.so.1]"* ]] || fail "the library does not need $library.so.1"
+done
 
 # One file, which needs nothing that a TV does not have.
 mkdir "$work/tv"

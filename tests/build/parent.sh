@@ -1,0 +1,29 @@
+#!/bin/bash
+# usage: parent.sh <source directory> <work directory>
+# Another project takes the library alone, in each of two ways, and its own install rules, flags and tests stay as they are.
+set -euo pipefail
+. "$(dirname "$0")/common.sh"
+
+project=$source
+source=$(dirname "$0")/parent
+
+for way in subdirectory fetch-content; do
+    rm -rf "$prefix"
+    configure -DKIV_SOURCE="$project" -DWAY=$way -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+    build_all
+    install_all
+    # Its own test, which runs the program, and no other.
+    (cd "$build" && "$(dirname "$CMAKE_COMMAND")/ctest" --output-on-failure) >"$log" || {
+        cat "$log"
+        fail "the parent's test failed with $way"
+    }
+    expect_line '^100% tests passed, 0 tests failed out of 1$'
+    # Its own file, and no other.
+    test "$(cd "$prefix" && find . -type f)" = ./bin/parent || fail "$(cd "$prefix" && find . -type f) are installed with $way"
+    # Its own flags, and no other.
+    grep '"command":.*Parent.cpp' "$build/compile_commands.json" >"$log"
+    if grep -qE -e ' -W| -f|-std=[^ ]*20' "$log"; then
+        fail "the parent is compiled with flags of the library: $(cat "$log")"
+    fi
+    test ! -e "$build/_deps/kiv-build/simulator" || fail "the simulator is built with $way"
+done
