@@ -142,6 +142,11 @@ def test_the_size_in_the_readme_is_the_measured_one():
     assert int(told) == round(int(measured) / 1000)
 
 
+def test_the_words_are_in_order():
+    words = [row[0].strip("`").lower() for row in rows(page("glossary.md"))[1:]]
+    assert len(words) > 30 and words == sorted(set(words))
+
+
 def test_the_table_of_records_is_the_simulators_layout():
     layout = json.loads((ROOT / "simulator/layout.json").read_text())["records"]
 
