@@ -2,7 +2,8 @@
 #
 #   kiv_add_test(NAME <name> [SANDBOX <option>...] COMMAND <command> [<argument>...])
 #
-# The command is a program or a target that is one. SANDBOX has options of kiv-sandbox, such as --scenario <scenario>.
+# The command is a program or a target that is one. SANDBOX has options of kiv-sandbox, such as --scenario <scenario>. The
+# test finds the path of kiv-sandbox in the environment variable KIV_SANDBOX, and can run "$KIV_SANDBOX control" by it.
 function(kiv_add_test)
   cmake_parse_arguments(PARSE_ARGV 0 test "" NAME "SANDBOX;COMMAND")
   if(NOT test_NAME OR NOT test_COMMAND OR test_UNPARSED_ARGUMENTS)
@@ -18,6 +19,8 @@ function(kiv_add_test)
   if(TARGET ${program})
     string(REGEX REPLACE "^[^;]+" "$<TARGET_FILE:${program}>" test_COMMAND "${test_COMMAND}")
   endif()
+  # By env and not as a property of the test, because set_tests_properties(... ENVIRONMENT ...) replaces that property.
+  set(sandbox "/usr/bin/env KIV_SANDBOX=$<TARGET_FILE:kiv::kiv-sandbox> $<TARGET_FILE:kiv::kiv-sandbox>")
   # Each argument is passed on as it is. Without the brackets, an empty one would be lost, and a semicolon would split one.
   set(options "")
   foreach(option IN LISTS test_SANDBOX)
@@ -27,6 +30,5 @@ function(kiv_add_test)
   foreach(argument IN LISTS test_COMMAND)
     string(APPEND command " [==[${argument}]==]")
   endforeach()
-  cmake_language(
-    EVAL CODE "add_test(NAME [==[${test_NAME}]==] COMMAND $<TARGET_FILE:kiv::kiv-sandbox>${options} --${command})")
+  cmake_language(EVAL CODE "add_test(NAME [==[${test_NAME}]==] COMMAND ${sandbox}${options} --${command})")
 endfunction()

@@ -3,19 +3,33 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <semaphore>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-std::atomic<int> g_event;
+constexpr unsigned char kLeft[NETSPK_MAC_LEN] = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01};
+
+// The server's documentation says what an event's data hold. These are the volume event and its data of the simulated
+// server: MAC address, IPv4 address and volume.
+constexpr int kVolumeEvent = 0x02020040;
+constexpr int kVolumeLength = 14;
+constexpr int kVolumeOffset = 10;
+
+std::atomic<int> g_volume;
 std::counting_semaphore<> g_told{0};
 
-// On the library's monitor thread: copy what is of use, hand it over, and return.
-void OnEvent(int id, void* /*data*/, int /*length*/)
+// On the library's monitor thread: copy what is of use, hand it over, and return. Other events may come first.
+void OnEvent(int id, void* data, int length)
 {
-    g_event = id;
+    if (id != kVolumeEvent || length < kVolumeLength || std::memcmp(data, kLeft, sizeof kLeft) != 0) {
+        return;
+    }
+    int32_t volume = 0;
+    std::memcpy(&volume, static_cast<const char*>(data) + kVolumeOffset, sizeof volume);
+    g_volume = volume;
     g_told.release();
 }
 
@@ -27,21 +41,21 @@ int main()
         std::puts("no subscription: the lines above tell why");
         return 1;
     }
-    // The server tells of the volume by an event. It is asked again, because an event that it sends before the library
-    // is ready is lost, and not for ever, because on some buses none arrives.
-    const unsigned char left[NETSPK_MAC_LEN] = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01};
+    // The server reports the volume by an event. The loop asks several times, because an event that the server sends
+    // before the library is ready is lost. It gives up after 10 seconds, because on some buses no event arrives.
     bool told = false;
     for (int attempt = 0; !told && attempt < 100; ++attempt) {
-        GetNetSpkVolume(left, 0);
+        GetNetSpkVolume(kLeft, 0);
         told = g_told.try_acquire_for(100ms);
     }
     if (told) {
-        std::printf("event 0x%08x\n", static_cast<unsigned>(g_event));
+        std::printf("volume %d\n", g_volume.load());
     } else {
-        std::puts("no event within 10 seconds: run \"kivctl doctor\" on the same bus, which says why");
+        std::puts("no volume within 10 seconds: run \"kivctl doctor\" on the same bus, which says why");
     }
 
     UnsubscribeNamServiceCallback("example");
+    // A callback may still run after its subscription has ended. After this call, none does.
     const int ended = CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
     return told ? ended : 1;
 }

@@ -552,7 +552,7 @@ KIV_API void StopNetSpkTest(const unsigned char* pMac, int nTestParam, int nTest
  * Sends sound-mode data to a soundbar. Failures stand in the log only.
  *
  * @param pMac      the soundbar's MAC address, NETSPK_MAC_LEN bytes
- * @param nIP       its IPv4 address, first dotted octet in the lowest byte
+ * @param nIP       its IPv4 address, first dotted octet in the lowest byte; passed through unchanged
  * @param pData     the data; nothing is sent if it or @p pMac is null
  * @param nDataLen  its bytes; may be 0; nothing is sent if negative
  */
@@ -583,7 +583,7 @@ KIV_API int GetSoundbarDeviceInfo(unsigned char* soundbarDeviceInfo);
  * Tells the server whether a soundbar supports sound modes. Failures stand in the log only.
  *
  * @param pMac             the soundbar's MAC address, NETSPK_MAC_LEN bytes; nothing is sent if null
- * @param nIP              its IPv4 address, first dotted octet in the lowest byte
+ * @param nIP              its IPv4 address, first dotted octet in the lowest byte; passed through unchanged
  * @param nSupportedOrNot  zero or not; passed through unchanged
  */
 KIV_API void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int nSupportedOrNot);
@@ -616,7 +616,8 @@ KIV_API bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC);
  * finds arrives as events.
  *
  * - pMac: the speaker's MAC address, NETSPK_MAC_LEN bytes; nothing is sent if null
- * - nIP: its IPv4 address, first dotted octet in the lowest byte
+ * - nIP: its IPv4 address, first dotted octet in the lowest byte; passed through unchanged, 0 like any other, and the
+ *   server decides what it makes of it
  * - list: the speakers; may be empty
  * @{
  */
@@ -624,7 +625,7 @@ KIV_API bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC);
 /** Renames a speaker. pSpkName: UTF-8, may be empty; nothing is sent if null, invalid or of about 128 MiB and more */
 KIV_API void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName);
 
-/** Sets a speaker's volume. nVolume: passed through unchanged */
+/** Sets a speaker's volume. nVolume: passed through unchanged; which volumes there are is the server's choice */
 KIV_API void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume);
 
 /** Has the server report a speaker's volume. */

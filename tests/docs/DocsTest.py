@@ -1,6 +1,7 @@
 """The documentation says what is."""
 
 import html
+import json
 import re
 from pathlib import Path
 
@@ -139,6 +140,34 @@ def test_the_size_in_the_readme_is_the_measured_one():
     told = re.search(r"(\d+) KB on\s+a 32-bit ARM", (ROOT / "README.md").read_text())[1]
     measured = re.search(r"^\| Stripped, bytes \| \d+ \| (\d+) \|$", page("footprint.md"), re.MULTILINE)[1]
     assert int(told) == round(int(measured) / 1000)
+
+
+def test_the_words_are_in_order():
+    words = [row[0].strip("`").lower() for row in rows(page("glossary.md"))[1:]]
+    assert len(words) > 30 and words == sorted(set(words))
+
+
+def test_the_table_of_records_is_the_simulators_layout():
+    layout = json.loads((ROOT / "simulator/layout.json").read_text())["records"]
+
+    def length(field):
+        if "count" in field:
+            return field["count"] * layout[field["record"]]["size"]
+        return field.get("length") or {"mac": 6, "ipv4": 4, "i32": 4}[field["type"]]
+
+    fields = [
+        (record, field["offset"], length(field), field["name"], field["type"])
+        for record in layout
+        for field in layout[record]["fields"]
+    ]
+    section = page("layouts.md").split("## The simulated server's records")[1].split("\n## ")[0]
+    told = [
+        (record.strip("`"), int(offset), int(size), name.strip("`"), type_.strip("`"))
+        for names, offset, size, name, type_, _ in rows(section)
+        if names != "Record"
+        for record in names.split(", ")
+    ]
+    assert sorted(told) == sorted(fields)
 
 
 HEADER = "include/KivServiceInterface.h"

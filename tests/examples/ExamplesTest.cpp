@@ -22,7 +22,7 @@ TEST(EventsExampleTest, EndsWhereTheBusDeniesTheClientsName)
     g_autofree char* out = nullptr;
     ASSERT_TRUE(g_subprocess_communicate_utf8(example, nullptr, nullptr, &out, nullptr, nullptr));
 
-    EXPECT_STREQ(out, "no event within 10 seconds: run \"kivctl doctor\" on the same bus, which says why\n");
+    EXPECT_STREQ(out, "no volume within 10 seconds: run \"kivctl doctor\" on the same bus, which says why\n");
     EXPECT_EQ(g_subprocess_get_exit_status(example), 1);
 }
 

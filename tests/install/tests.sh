@@ -1,5 +1,5 @@
 #!/bin/bash
-# usage: tests.sh <sources of a project> <prefix> <work directory>
+# usage: tests.sh <sources of a project> <prefix or build directory of the library> <work directory>
 # Builds a project that tests an application, and runs its tests. Without the sandbox, the project is told what is missing.
 set -euo pipefail
 
@@ -24,7 +24,7 @@ configure "$3/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
 # Nothing answers on the bus of the environment.
 DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent "$ctest" --test-dir "$3/build" --verbose >"$log" 2>&1 || fail "a test failed"
 grep -q '^100% tests passed, 0 tests failed out of 2$' "$log" || fail "there are other tests"
-test "$(grep -c '\[  PASSED  \] [12] test' "$log")" = 2 || fail "a test program ran no test"
+test "$(grep -c '\[  PASSED  \] [14] test' "$log")" = 2 || fail "a test program ran no test"
 
 # Each argument arrives as it is.
 mkdir "$3/arguments"
@@ -36,11 +36,13 @@ enable_testing()
 find_package(kiv-interface-api 1.0 REQUIRED)
 kiv_add_test(NAME fails COMMAND sh -c "true; false")
 kiv_add_test(NAME prints SANDBOX --scenario no-speakers COMMAND printf "<%s>" "a;b" "" "c d" [[\$e]])
+kiv_add_test(NAME controls COMMAND sh -c [["$KIV_SANDBOX" control apply surround-set && test "$VALUE" = 1]])
+set_tests_properties(controls PROPERTIES ENVIRONMENT VALUE=1)
 TEXT
 configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
 "$ctest" --test-dir "$sources/build" --verbose >"$log" 2>&1 && fail "what follows a semicolon is lost"
 grep -qF '2: <a;b><><c d><\$e>' "$log" || fail "arguments have changed"
-grep -q '^50% tests passed, 1 tests failed out of 2$' "$log" || fail "there are other results"
+grep -q '^67% tests passed, 1 tests failed out of 3$' "$log" || fail "there are other results"
 
 # It is as if the tools were not installed.
 sources=$1

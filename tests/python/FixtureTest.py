@@ -1,14 +1,40 @@
 """The fixture, as it is used: several sandboxes one after another in one process."""
 
+import os
 import queue
+import re
+from pathlib import Path
 
 import kiv
 import pytest
 
 
+def feature():
+    """The feature of the sandbox's TV."""
+    return re.search(r"kiv_multi_ch_support=(\w+)", Path(os.environ["KIV_SYSTEM_INFO_FILE"]).read_text())[1]
+
+
 @pytest.mark.kiv_sandbox("--scenario", "no-speakers")
 def test_the_marker_has_the_options(kiv_sandbox):
     assert kiv.GetNetSpkNodeList([]) == -1  # no byte at all
+
+
+@pytest.mark.kiv_sandbox("--scenario", "no-speakers", "--feature=on")
+class TestMarkersOfAClass:
+    def test_are_those_of_a_method_without_any(self, kiv_sandbox):
+        assert kiv_sandbox.home["speakers"] == []
+        assert feature() == "true"
+
+    @pytest.mark.kiv_sandbox("--feature", "off")
+    def test_add_up_with_those_of_a_method(self, kiv_sandbox):
+        assert kiv_sandbox.home["speakers"] == []
+        assert feature() == "false"
+
+    @pytest.mark.kiv_sandbox("--scenario", "surround-set")
+    @pytest.mark.kiv_sandbox("--feature", "off")
+    def test_are_replaced_by_the_same_option_of_a_method(self, kiv_sandbox):
+        assert len(kiv_sandbox.home["speakers"]) == 3
+        assert feature() == "false"
 
 
 @pytest.mark.parametrize("number", [1, 2, 3])
