@@ -1,4 +1,5 @@
 #include "BusTrace.h"
+#include "Connection.h"
 #include "ControlCommand.h"
 #include "Keeper.h"
 #include "NamedSandboxes.h"
@@ -105,13 +106,12 @@ class EndSignals {
 public:
     EndSignals()
     {
-        sigset_t signals;
-        sigemptyset(&signals);
+        sigemptyset(&signals_);
         for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
-            sigaddset(&signals, number);
+            sigaddset(&signals_, number);
         }
-        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-        fd_ = signalfd(-1, &signals, SFD_CLOEXEC);
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+        fd_ = signalfd(-1, &signals_, SFD_CLOEXEC);
     }
     ~EndSignals() { close(fd_); }
     EndSignals(const EndSignals&) = delete;
@@ -129,7 +129,17 @@ public:
         return static_cast<int>(info.ssi_signo);
     }
 
+    /// Has these signals end this process during an action in which nobody reads them.
+    template <typename Action>
+    void EndBySignalDuring(const Action& action) const
+    {
+        pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
+        action();
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    }
+
 private:
+    sigset_t signals_{};
     int fd_;
 };
 
@@ -158,6 +168,11 @@ std::string FindSimulator(const std::string& given)
 Service SimulatorService(const Options& options, const fs::path& featureFile)
 {
     std::vector<std::string> command = {FindSimulator(options.simulator), "--feature-file", featureFile};
+    if (!options.simulator.empty()) {
+        // dbus-daemon takes a program that exits with 0 for one that runs on in the background, and waits 25 s for it
+        // to take its name. With any other exit code the start fails at once.
+        command.insert(command.begin(), {"/bin/sh", "-c", "\"$0\" \"$@\" && false"});
+    }
     if (!options.scenario.empty()) {
         command.insert(command.end(), {"--scenario", FindScenario(options.scenario)});
     }
@@ -202,6 +217,20 @@ simulator::Scenario CheckFiles(const Options& options)
 bool IsStartedFirst(const Options& options, const simulator::Scenario& scenario)
 {
     return options.start || (!options.lazy && !options.noServer && !scenario.now.away);
+}
+
+/// Returns when the server runs. A signal ends this process meanwhile.
+void StartServer(PrivateBus& bus, const Options& options, const EndSignals& signals)
+{
+    try {
+        signals.EndBySignalDuring([&bus] { bus.Activate(kServerName); });
+    } catch (const DaemonError& error) {
+        const std::string simulator = FindSimulator(options.simulator);
+        if (error.Name() == "org.freedesktop.DBus.Error.Spawn.ChildExited") {
+            throw std::runtime_error(fmt::format("{} ended without taking the name {}", simulator, kServerName));
+        }
+        throw std::runtime_error(fmt::format("{} has not taken the name {}: {}", simulator, kServerName, error.what()));
+    }
 }
 
 /// Returns the wait status of the command.
@@ -328,7 +357,7 @@ int RunInSandbox(const Options& options)
         trace.emplace(bus.Address(), Listeners(options, recorder, notRecorded));
     }
     if (IsStartedFirst(options, scenario)) {
-        bus.Activate(kServerName);
+        StartServer(bus, options, signals);
     }
     // The keepers, which are forked off before, do not hold the name.
     std::optional<SandboxName> name;
