@@ -292,10 +292,29 @@ TEST(ControlCommandTest, NeedsASandboxWithASimulator)
 {
     const Outcome none = RunSandbox(WithScript({"--no-server"}, "control show"));
     EXPECT_EQ(none.exitCode, 1);
-    EXPECT_THAT(none.errors, HasSubstr("was not provided by any .service files"));
+    EXPECT_THAT(
+        none.errors, StartsWith(kControl + std::string("no simulator runs, and none can be started: The name ")));
     const Outcome outside = RunSandbox(WithScript({}, "unset DBUS_SYSTEM_BUS_ADDRESS; control show"));
     EXPECT_EQ(outside.exitCode, 1);
     EXPECT_EQ(outside.errors, kControl + std::string("not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set\n"));
+}
+
+TEST(ControlCommandTest, TakesASimulatorThatTheBusCannotStart)
+{
+    const Outcome outcome = RunSandbox(WithScript(
+        {"--no-server"}, "fifo=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/ready; mkfifo \"$fifo\"\n" KIV_SIMULATOR
+                         " --ready-fd 3 3>\"$fifo\" &\n"
+                         "read ready <\"$fifo\"; control atmos on; kivctl atmos"));
+    EXPECT_EQ(outcome.output, "supported\n");
+    EXPECT_THAT(outcome.errors, IsEmpty());
+}
+
+TEST(ControlCommandTest, ReachesTheSimulatorWhileTheServerIsAway)
+{
+    const Outcome outcome =
+        RunSandbox(WithScript({}, "control away 3600000; control atmos on; control away 0; kivctl atmos"));
+    EXPECT_EQ(outcome.output, "supported\n");
+    EXPECT_THAT(outcome.errors, IsEmpty());
 }
 
 /// "ClearFaults" becomes "clear-faults".

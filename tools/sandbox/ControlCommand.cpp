@@ -58,15 +58,26 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The address of the sandbox's bus, and never of the system bus of this machine.
+std::string BusAddress()
+{
+    const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    if (address == nullptr) {
+        throw std::runtime_error("not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set");
+    }
+    return address;
+}
+
 /// The simulator of this sandbox.
 class Simulator {
 public:
-    Simulator() : connection_(Address())
+    Simulator() : connection_(BusAddress())
     {
-        // Like any caller of the server, for it starts at the first call.
-        Call(
-            "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "StartServiceByName",
-            g_variant_new("(su)", simulator::kServerName, 0U));
+        // A simulator that runs is used as it is. The bus may be unable to start it, and would wait while its server is
+        // away.
+        if (!IsRunning()) {
+            Start();
+        }
     }
 
     Variant Control(const char* method, GVariant* arguments = nullptr) const
@@ -78,14 +89,26 @@ public:
     void Apply(const json& scenario) const { Apply(scenario.dump()); }
 
 private:
-    /// Never the system bus of this machine.
-    static std::string Address()
+    bool IsRunning() const
     {
-        const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-        if (address == nullptr) {
-            throw std::runtime_error("not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set");
+        gboolean isRunning = FALSE;
+        g_variant_get(
+            CallDaemon("NameHasOwner", g_variant_new("(s)", simulator::kControlName)).get(), "(b)", &isRunning);
+        return isRunning != FALSE;
+    }
+
+    void Start() const
+    {
+        try {
+            CallDaemon("StartServiceByName", g_variant_new("(su)", simulator::kServerName, 0U));
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error(fmt::format("no simulator runs, and none can be started: {}", error.what()));
         }
-        return address;
+    }
+
+    Variant CallDaemon(const char* method, GVariant* arguments) const
+    {
+        return Call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method, arguments);
     }
 
     Variant
