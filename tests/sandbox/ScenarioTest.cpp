@@ -25,6 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 using ::testing::AllOf;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
@@ -362,6 +363,24 @@ TEST(ControlCommandTest, ShowsHomeClientsAndFaults)
     EXPECT_THAT(text, HasSubstr("\nClients\n  tv_"));
     EXPECT_THAT(text, HasSubstr("\nFaults\n  StopNetworkSpeaker            {\"every\":2,\"reply\":\"(9,)\"}\n"));
     EXPECT_EQ(RunSandbox(WithScript({}, "control show --json --text")).exitCode, 2);
+}
+
+TEST(ControlCommandTest, ShowsInWordsWhoPlaysAndInWhichMode)
+{
+    const std::string show = "; control show --text";
+    EXPECT_THAT(
+        RunSandbox(WithScript({}, "kivctl start 02:4b:49:56:00:03 02:4b:49:56:00:01 >&2" + show)).output,
+        AllOf(
+            HasSubstr("\n  Playing           Living room left, Subwoofer\n"),
+            HasSubstr("\n  Setting mode      80 (surround)\n"),
+            HasSubstr("\n  Settings screen   mode 80 (surround)\n")));
+    EXPECT_THAT(
+        RunSandbox(
+            WithScript({}, "echo '{\"home\": {\"settingMode\": 81, \"tavrinUiMode\": 7}}' | control apply -" + show))
+            .output,
+        AllOf(
+            HasSubstr("\n  Playing           none\n"), HasSubstr("\n  Setting mode      81 (multiroom)\n"),
+            HasSubstr("\n  Settings screen   mode 7\n"), EndsWith("\nClients\n  none\nFaults\n  none\n")));
 }
 
 TEST(ControlCommandTest, TellsTheCallsAsJsonAndForgetsThem)

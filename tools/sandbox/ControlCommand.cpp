@@ -14,6 +14,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -236,6 +237,11 @@ void CallClient(const Simulator& simulator, const Words& words)
     fmt::print("{}\n", PrintTuple(owned.get()));
 }
 
+void PrintSection(const char* heading, const std::vector<std::string>& lines)
+{
+    fmt::print("{}\n  {}\n", heading, lines.empty() ? "none" : fmt::format("{}", fmt::join(lines, "\n  ")));
+}
+
 void Show(const Simulator& simulator, const Words& words)
 {
     const Variant reply = simulator.Control("Show");
@@ -246,20 +252,19 @@ void Show(const Simulator& simulator, const Words& words)
         return;
     }
     const json state = json::parse(text);
-    fmt::print("Home\n");
-    for (const std::string& line : simulator::DescribeHome(state)) {
-        fmt::print("  {}\n", line);
-    }
-    fmt::print("Clients\n");
+    PrintSection("Home", simulator::DescribeHome(state));
+    std::vector<std::string> clients;
     for (const json& client : state.at("clients")) {
-        fmt::print(
-            "  {:<17} {:<11} {} subscriptions\n", client.at("id").get<std::string>(),
-            client.at("busName").get<std::string>(), client.at("subscriptions").get<int>());
+        clients.push_back(fmt::format(
+            "{:<17} {:<11} {} subscriptions", client.at("id").get<std::string>(),
+            client.at("busName").get<std::string>(), client.at("subscriptions").get<int>()));
     }
-    fmt::print("Faults\n");
+    PrintSection("Clients", clients);
+    std::vector<std::string> faults;
     for (const auto& [method, fault] : state.at("faults").items()) {
-        fmt::print("  {:<29} {}\n", method, fault.dump());
+        faults.push_back(fmt::format("{:<29} {}", method, fault.dump()));
     }
+    PrintSection("Faults", faults);
 }
 
 void PrintCalls(const Simulator& simulator, const Words& words)
