@@ -190,6 +190,21 @@ TEST(ScenarioOptionTest, TakesAFileOrAName)
         RunSandbox(WithScript({"--scenario", "no-speakers"}, "control show")).output, HasSubstr("\"speakers\": []"));
 }
 
+TEST(ScenarioOptionTest, IsReadFromStdinOrAPipe)
+{
+    const auto give = [](const std::string& scenario, const std::string& option) {
+        const std::string script = "echo '" + scenario + "' | " KIV_SANDBOX " --scenario " + option;
+        return RunSandbox(WithScript({}, script + " -- " KIV_SANDBOX " control show"));
+    };
+    for (const std::string option : {"-", "/dev/stdin"}) {
+        EXPECT_THAT(give(R"({"home": {"settingMode": 79}})", option).output, HasSubstr("\"settingMode\": 79"))
+            << option;
+    }
+    const Outcome bad = give(R"({"colour": 1})", "-");
+    EXPECT_EQ(bad.exitCode, 125);
+    EXPECT_THAT(bad.errors, StartsWith("kiv-sandbox: stdin:1: /colour: there is no such key"));
+}
+
 TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
 {
     const ScratchDirectory scratch;

@@ -142,15 +142,12 @@ std::string PrintTuple(GVariant* value)
     return text == "'()'" ? "()" : text;
 }
 
-/// Read here already, where the file has a name.
-std::string ReadScenarioText(const std::string& nameOrFile)
+/// Reads a scenario, and checks it here already, where the file has a name.
+std::string CheckedScenario(const std::string& nameOrFile)
 {
-    const bool isInput = nameOrFile == "-";
-    const std::string name = isInput ? "stdin" : FindScenario(nameOrFile).string();
-    std::string text = isInput ? simulator::ReadInput(simulator::kLargestScenario)
-                               : simulator::ReadText(name, simulator::kLargestScenario);
-    simulator::ReadScenario(name, text);
-    return text;
+    ScenarioText given = ReadScenarioText(nameOrFile);
+    simulator::ReadScenario(given.name, given.text);
+    return std::move(given.text);
 }
 
 std::int32_t ParseEventId(const std::string& text)
@@ -315,7 +312,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator
     };
     command(
         "apply", "apply a scenario: all that it mentions",
-        [&](const Simulator& simulator) { simulator.Apply(ReadScenarioText(words.scenario)); })
+        [&](const Simulator& simulator) { simulator.Apply(CheckedScenario(words.scenario)); })
         ->add_option("scenario", words.scenario, "a file, the name of a scenario that comes along, or - for stdin")
         ->required();
     CLI::App* const fault =

@@ -7,6 +7,7 @@
 #include "Recorder.h"
 #include "ScenarioFiles.h"
 #include "TraceFormatter.h"
+#include "WriteFile.h"
 #include "simulator/CommandLine.h"
 #include "simulator/Feature.h"
 #include "simulator/Interfaces.h"
@@ -165,7 +166,7 @@ std::string FindSimulator(const std::string& given)
     return path;
 }
 
-Service SimulatorService(const Options& options, const fs::path& featureFile)
+Service SimulatorService(const Options& options, const fs::path& featureFile, const fs::path& scenarioFile)
 {
     std::vector<std::string> command = {FindSimulator(options.simulator), "--feature-file", featureFile};
     if (!options.simulator.empty()) {
@@ -173,8 +174,8 @@ Service SimulatorService(const Options& options, const fs::path& featureFile)
         // to take its name. With any other exit code the start fails at once.
         command.insert(command.begin(), {"/bin/sh", "-c", "\"$0\" \"$@\" && false"});
     }
-    if (!options.scenario.empty()) {
-        command.insert(command.end(), {"--scenario", FindScenario(options.scenario)});
+    if (!scenarioFile.empty()) {
+        command.insert(command.end(), {"--scenario", scenarioFile});
     }
     if (!options.replay.empty()) {
         command.insert(command.end(), {"--replay", fs::absolute(options.replay)});
@@ -197,13 +198,12 @@ void RefuseToReplace(const fs::path& input, const char* option, const std::strin
 }
 
 /// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the scenario.
-simulator::Scenario CheckFiles(const Options& options)
+simulator::Scenario CheckFiles(const Options& options, const std::optional<ScenarioText>& given)
 {
     simulator::Scenario scenario;
-    if (!options.scenario.empty()) {
-        const fs::path file = FindScenario(options.scenario);
-        RefuseToReplace(file, "--scenario", options.record);
-        scenario = simulator::ReadScenario(file, simulator::ReadText(file, simulator::kLargestScenario));
+    if (given) {
+        RefuseToReplace(given->name, "--scenario", options.record);
+        scenario = simulator::ReadScenario(given->name, given->text);
     }
     if (!options.replay.empty()) {
         RefuseToReplace(options.replay, "--replay", options.record);
@@ -217,6 +217,20 @@ simulator::Scenario CheckFiles(const Options& options)
 bool IsStartedFirst(const Options& options, const simulator::Scenario& scenario)
 {
     return options.start || (!options.lazy && !options.noServer && !scenario.now.away);
+}
+
+/// The file from which the simulator reads the scenario, also when it is started anew; empty if there is none.
+fs::path ScenarioFile(const std::optional<ScenarioText>& given, const PrivateBus& bus)
+{
+    if (!given) {
+        return {};
+    }
+    if (given->isFile) {
+        return given->name;
+    }
+    fs::path copy = bus.Directory() / "scenario.json";
+    WriteFile(copy, given->text);
+    return copy;
 }
 
 /// Returns when the server runs. A signal ends this process meanwhile.
@@ -332,7 +346,11 @@ void SetEnvironment(const Options& options, const std::map<std::string, std::str
 
 int RunInSandbox(const Options& options)
 {
-    const simulator::Scenario scenario = CheckFiles(options);
+    std::optional<ScenarioText> scenarioText;
+    if (!options.scenario.empty()) {
+        scenarioText = ReadScenarioText(options.scenario);
+    }
+    const simulator::Scenario scenario = CheckFiles(options, scenarioText);
     PrivateBus bus;
     const fs::path featureFile = bus.Directory() / "system-info.conf";
     simulator::WriteFeature(featureFile, options.feature.value_or(scenario.now.feature.value_or("on")));
@@ -349,7 +367,7 @@ int RunInSandbox(const Options& options)
         recorder.emplace(options.record);
     }
     if (!options.noServer) {
-        bus.WriteService(SimulatorService(options, featureFile));
+        bus.WriteService(SimulatorService(options, featureFile, ScenarioFile(scenarioText, bus)));
     }
     std::atomic<unsigned> notRecorded = 0;
     std::optional<BusTrace> trace;
@@ -465,8 +483,8 @@ int Main(int argc, char** argv)
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
     app.add_option(
            "--scenario", options.scenario,
-           "the home, the faults and what happens when: a JSON file, or the name of "
-           "a scenario that comes along")
+           "the home, the faults and what happens when: a JSON file, the name of "
+           "a scenario that comes along, or - for stdin")
         ->option_text("FILE");
     app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")

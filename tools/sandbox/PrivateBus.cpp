@@ -4,6 +4,7 @@
 #include "Keeper.h"
 #include "Owned.h"
 #include "TemporaryFolder.h"
+#include "WriteFile.h"
 
 #include <fmt/format.h>
 #include <gio/gio.h>
@@ -12,7 +13,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -64,15 +64,6 @@ std::filesystem::path MakeDirectory()
         throw std::system_error(errno, std::generic_category(), path);
     }
     return path;
-}
-
-void WriteFile(const std::filesystem::path& path, const std::string& text)
-{
-    std::ofstream file(path);
-    file << text;
-    if (!file.flush()) {
-        throw std::runtime_error("cannot write " + path.string());
-    }
 }
 
 std::vector<std::string> DaemonCommand(const std::filesystem::path& configuration)
