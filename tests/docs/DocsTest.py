@@ -1,6 +1,7 @@
 """The documentation says what is."""
 
 import html
+import json
 import re
 from pathlib import Path
 
@@ -30,6 +31,16 @@ def name_of(path):
 def examples_in(path):
     """(file, code) of each block that says where it is from."""
     return re.findall(r"<!-- (examples/\S+) -->\n```\w+\n(.*?)```\n", path.read_text(), re.DOTALL)
+
+
+@pytest.mark.parametrize("path", [path for path in EXAMPLES if path.suffix == ".json"], ids=name_of)
+def test_a_timetable_leaves_speakers_as_they_were(path):
+    """A list replaces the one before, so a speaker that is to stay must be told with all that it was."""
+    scenario = json.loads(path.read_text())
+    speakers = scenario.get("home", {}).get("speakers", [])
+    for appointment in scenario.get("timetable", []):
+        for speaker in appointment.get("home", {}).get("speakers", []):
+            assert speaker in speakers
 
 
 def exported():
