@@ -180,6 +180,7 @@ FIGURES = {
         (BLOCKING, r"`StopNetworkSpeaker`.* \| (\d+) \| \d+ \|$"),
         (BLOCKING, r"^- \*\*(\d+)\*\*: the bus daemon is asked"),
         ("docs/security.md", r"hangs (\d+) s;"),
+        ("docs/testing.md", r"a call fails after \[(\d+) s\]"),
     ],
     "seconds at the very worst": [
         (HEADER, r"the worst is (\d+) s"),

@@ -62,6 +62,7 @@ TEST(SandboxTest, RefusesBadOptions)
         {"--trace"},
         {"--no-such-option", "--", "true"},
         {"--feature", "perhaps", "--", "true"},
+        {"--bus-fault", "perhaps", "--", "true"},
         {"--simulator", "/no/such/program", "--", "true"},
     };
     for (const std::vector<std::string>& words : bad) {
@@ -116,7 +117,7 @@ TEST(SandboxTest, HelpNamesEveryOption)
           "--strict",
           "--simulator",
           "--feature",
-         
+          "--bus-fault",
           "--name",
           "--join",
           "--list",

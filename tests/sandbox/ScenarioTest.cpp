@@ -348,7 +348,8 @@ std::string WithDashes(const std::string& method)
 
 TEST(ControlCommandTest, HasTheMethodsOfTheControlByTheirNames)
 {
-    std::set<std::string> methods;
+    // It is not on the bus, which may hang.
+    std::set<std::string> methods = {"bus-fault"};
     for (const std::string& method : simulator::Interface(simulator::kControlXml).Methods()) {
         methods.insert(WithDashes(method));
     }

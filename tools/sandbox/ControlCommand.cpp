@@ -1,5 +1,6 @@
 #include "ControlCommand.h"
 
+#include "BusFault.h"
 #include "Connection.h"
 #include "Owned.h"
 #include "ScenarioFiles.h"
@@ -38,15 +39,14 @@ using Variant = std::shared_ptr<GVariant>;
 constexpr int kBadUsage = 2;
 
 constexpr auto kControlDescription =
-    "Changes what the simulator does while it runs. To be used within a sandbox: by its "
-    "command, or by another program\n"
-    "that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
+    "Changes what the simulator and the bus do while they run. To be used within a sandbox: by its command, or by\n"
+    "another program that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
 
 constexpr auto kControlFooter =
-    "Each is a method of the simulator's D-Bus interface, too: clear-faults is ClearFaults.\n\n"
+    "Each but bus-fault is a method of the simulator's D-Bus interface, too: clear-faults is ClearFaults.\n\n"
     "Exit code:\n"
     "  0  done\n"
-    "  1  there is no sandbox or no simulator, or a client gives no answer\n"
+    "  1  there is no sandbox or no simulator, the bus hangs, or a client gives no answer\n"
     "  2  the command or its input cannot be used; nothing is changed\n\n"
     "Examples:\n"
     "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
@@ -69,10 +69,20 @@ std::string BusAddress()
     return address;
 }
 
+/// The address of a bus that answers.
+std::string AnsweringBusAddress()
+{
+    std::string address = BusAddress();
+    if (BusHangs(address)) {
+        throw std::runtime_error("the bus hangs; 'kiv-sandbox control bus-fault none' has it go on");
+    }
+    return address;
+}
+
 /// The simulator of this sandbox.
 class Simulator {
 public:
-    Simulator() : connection_(BusAddress())
+    Simulator() : connection_(AnsweringBusAddress())
     {
         // A simulator that runs is used as it is. The bus may be unable to start it, and would wait while its server is
         // away.
@@ -175,6 +185,7 @@ struct Words {
     std::string fault;
     std::string feature;
     std::string atmos;
+    std::string busFault;
     std::string eventId;
     std::string bytes;
     std::string client;
@@ -295,13 +306,14 @@ void PrintCalls(const Simulator& simulator, const Words& words)
     }
 }
 
-/// The commands have the names of the D-Bus methods, with dashes.
-void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator&)>& action)
+/// The commands have the names of the D-Bus methods, with dashes. Only bus-fault is no method, because a bus that hangs
+/// carries no call.
+void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
 {
     const auto command = [&](const char* name, const char* description,
                              std::function<void(const Simulator&)> act) -> CLI::App* {
         CLI::App* const added = app.add_subcommand(name, description);
-        added->callback([&action, act = std::move(act)] { action = act; });
+        added->callback([&action, act = std::move(act)] { action = [act] { act(Simulator()); }; });
         return added;
     };
     const auto plain = [&](const char* name, const char* method, const char* description) {
@@ -342,6 +354,11 @@ void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator
         ->add_option("state", words.atmos, "on or off")
         ->required()
         ->check(simulator::OneOf({"on", "off"}));
+    CLI::App* const busFault = app.add_subcommand("bus-fault", "have the bus deny something, or hang");
+    busFault->callback([&] { action = [&words] { SetBusFault(BusAddress(), words.busFault); }; });
+    busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
+        ->required()
+        ->check(simulator::OneOf(kBusFaults));
     CLI::App* const event = command(
         "event", "push an event to every client", [&](const Simulator& simulator) { PushEvent(simulator, words); });
     event->add_option("id", words.eventId, "in hexadecimal, such as 0x02020028")->required();
@@ -411,7 +428,7 @@ int ControlMain(int argc, char** argv)
     simulator::TellWithName(app);
     app.require_subcommand(1);
     Words words;
-    std::function<void(const Simulator&)> action;
+    std::function<void()> action;
     AddCommands(app, words, action);
     try {
         RefuseUnknownCommand(app, argc > 1 ? argv[1] : "");
@@ -424,7 +441,7 @@ int ControlMain(int argc, char** argv)
         return exitCode;
     };
     try {
-        action(Simulator());
+        action();
         return EXIT_SUCCESS;
     } catch (const Refusal& refusal) {
         return fail(refusal, kBadUsage);

@@ -1,3 +1,4 @@
+#include "BusFault.h"
 #include "BusTrace.h"
 #include "Connection.h"
 #include "ControlCommand.h"
@@ -61,7 +62,7 @@ constexpr auto kDescription =
     "The bus is private to the command. The server runs before the command does. When the command ends, so do the\n"
     "bus, the simulator and whatever the command has left running.\n\n"
     "A sandbox with a --name is open to the same user's other terminals by --join.\n\n"
-    "\"kiv-sandbox control\" changes what the simulator does while it runs; see its --help.\n";
+    "\"kiv-sandbox control\" changes what the simulator and the bus do while they run; see its --help.\n";
 
 constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
@@ -76,6 +77,7 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  kiv-sandbox -- my-tv-app --fullscreen\n"
                          "  kiv-sandbox --trace -- kivctl surround channels\n"
                          "  kiv-sandbox --scenario multi-room-house -- kivctl list all\n"
+                         "  kiv-sandbox --bus-fault deny-events -- my-tv-app\n"
                          "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
                          "  kiv-sandbox -- bash\n"
                          "  kiv-sandbox --name den -- my-tv-app\n"
@@ -89,6 +91,7 @@ struct Options {
     std::string replay;
     std::string name;
     std::string join;
+    std::string busFault;
     std::optional<std::string> feature;
     bool strict = false;
     bool trace = false;
@@ -351,7 +354,7 @@ int RunInSandbox(const Options& options)
         scenarioText = ReadScenarioText(options.scenario);
     }
     const simulator::Scenario scenario = CheckFiles(options, scenarioText);
-    PrivateBus bus;
+    PrivateBus bus({.extraConfig = kBusFaultConfig});
     const fs::path featureFile = bus.Directory() / "system-info.conf";
     simulator::WriteFeature(featureFile, options.feature.value_or(scenario.now.feature.value_or("on")));
     const std::map<std::string, std::string> environment = {
@@ -382,7 +385,12 @@ int RunInSandbox(const Options& options)
     if (!options.name.empty()) {
         name.emplace(NamedSandbox{options.name, getpid(), options.command, environment});
     }
+    if (!options.busFault.empty()) {
+        SetBusFault(bus.Address(), options.busFault);
+    }
     const int exitCode = RunCommand(options.command.front(), command, signals);
+    // A bus that hangs would not hand over the messages that are still to be traced, and would not end at once.
+    bus.Resume();
     if (trace) {
         trace->Flush();
         trace.reset();
@@ -501,6 +509,11 @@ int Main(int argc, char** argv)
            "scenario says, or on)")
         ->option_text("on|off|absent")
         ->check(simulator::OneOf(simulator::kFeatures));
+    app.add_option(
+           "--bus-fault", options.busFault,
+           "what is wrong with the bus: it denies a client's name, denies the server's events, or hangs")
+        ->option_text("deny-name|deny-events|hang|none")
+        ->check(simulator::OneOf(kBusFaults));
     const std::vector<CLI::Option*> ofANewSandbox = app.get_options(
         [](const CLI::Option* option) { return option->get_name() != "--help" && option->get_name() != "--version"; });
     app.add_option("--name", options.name, "a name by which others of the same user find the sandbox")
