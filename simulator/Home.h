@@ -25,6 +25,9 @@ struct HomeChange {
 /** A home with a TV, a soundbar and speakers, as the server knows it. */
 class Home {
 public:
+    static constexpr int kSurroundMode = 80;
+    static constexpr int kMultiRoomMode = 81;
+
     Home() = default;
     Home(const Home&) = delete;
     Home& operator=(const Home&) = delete;
@@ -62,9 +65,6 @@ public:
     nlohmann::json ToJson() const;
 
 private:
-    static constexpr int kSurroundMode = 80;
-    static constexpr int kMultiRoomMode = 81;
-
     int Start(const std::vector<Speaker*>& chosen);
 
     simulator::Speakers speakers_;

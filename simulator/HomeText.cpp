@@ -1,6 +1,9 @@
 #include "simulator/HomeText.h"
 
+#include "simulator/Home.h"
+
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 namespace kiv::simulator {
@@ -22,6 +25,30 @@ std::string DescribeSpeaker(const json& home, const json& speaker)
     return line;
 }
 
+std::string PlayingNames(const json& home)
+{
+    std::vector<std::string> names;
+    for (const json& speaker : home.at("speakers")) {
+        if (speaker.at("active")) {
+            names.push_back(speaker.at("name"));
+        }
+    }
+    return names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "));
+}
+
+/** "80 (surround)", as kivctl has it. */
+std::string ModeText(int mode)
+{
+    switch (mode) {
+    case Home::kSurroundMode:
+        return fmt::format("{} (surround)", mode);
+    case Home::kMultiRoomMode:
+        return fmt::format("{} (multiroom)", mode);
+    default:
+        return fmt::format("{}", mode);
+    }
+}
+
 } // namespace
 
 std::vector<std::string> DescribeHome(const json& home)
@@ -37,11 +64,12 @@ std::vector<std::string> DescribeHome(const json& home)
             "{:<17} {:<11} {} sound mode {}", soundbar.at("name").get<std::string>(), "soundbar",
             soundbar.at("mac").get<std::string>(), soundbar.at("soundMode").get<std::string>()));
     }
+    lines.push_back(fmt::format("{:<17} {}", "Playing", PlayingNames(home)));
     lines.push_back(fmt::format("{:<17} {} Dolby Atmos", "Receiver", home.at("receiverHasAtmos") ? "with" : "without"));
     lines.push_back(fmt::format("{:<17} {} channels", "Surround", home.at("surroundChannels").get<int>()));
-    lines.push_back(fmt::format("{:<17} {}", "Setting mode", home.at("settingMode").get<int>()));
+    lines.push_back(fmt::format("{:<17} {}", "Setting mode", ModeText(home.at("settingMode"))));
     lines.push_back(fmt::format(
-        "{:<17} mode {}{}", "Settings screen", home.at("tavrinUiMode").get<int>(),
+        "{:<17} mode {}{}", "Settings screen", ModeText(home.at("tavrinUiMode")),
         home.at("tavrinPreSelected") ? ", multi-room preselected" : ""));
     return lines;
 }

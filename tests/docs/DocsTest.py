@@ -33,6 +33,16 @@ def examples_in(path):
     return re.findall(r"<!-- (examples/\S+) -->\n```\w+\n(.*?)```\n", path.read_text(), re.DOTALL)
 
 
+@pytest.mark.parametrize("path", [path for path in EXAMPLES if path.suffix == ".json"], ids=name_of)
+def test_a_timetable_leaves_speakers_as_they_were(path):
+    """A list replaces the one before, so a speaker that is to stay must be told with all that it was."""
+    scenario = json.loads(path.read_text())
+    speakers = scenario.get("home", {}).get("speakers", [])
+    for appointment in scenario.get("timetable", []):
+        for speaker in appointment.get("home", {}).get("speakers", []):
+            assert speaker in speakers
+
+
 def exported():
     lines = (ROOT / "tests/exports/exports.txt").read_text().splitlines()
     variables = {"g_GetSystemVal", "g_KivDisabled", "g_strDeviceName", "m_launchthreadId"}
@@ -198,6 +208,7 @@ FIGURES = {
         (BLOCKING, r"`StopNetworkSpeaker`.* \| (\d+) \| \d+ \|$"),
         (BLOCKING, r"^- \*\*(\d+)\*\*: the bus daemon is asked"),
         ("docs/security.md", r"hangs (\d+) s;"),
+        ("docs/testing.md", r"a call fails after \[(\d+) s\]"),
     ],
     "seconds at the very worst": [
         (HEADER, r"the worst is (\d+) s"),

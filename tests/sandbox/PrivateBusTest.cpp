@@ -48,6 +48,18 @@ TEST(PrivateBusTest, ListensInItsOwnDirectory)
     EXPECT_EQ(OwnerPid(Connection(bus.Address()), "org.freedesktop.DBus"), bus.DaemonPid());
 }
 
+TEST(PrivateBusTest, ItsAddressLeadsToItsDirectory)
+{
+    const PrivateBus bus;
+    EXPECT_EQ(PrivateBusDirectory(bus.Address()), bus.Directory());
+
+    EXPECT_EQ(PrivateBusDirectory("unix:path=/tmp/with%20blank/kiv-sandbox-1/bus"), "/tmp/with blank/kiv-sandbox-1");
+    for (const char* other :
+         {"", "unix:path=/run/dbus/system_bus_socket", "tcp:host=localhost,port=1", "unix:path=%"}) {
+        EXPECT_THROW(PrivateBusDirectory(other), std::runtime_error) << other;
+    }
+}
+
 TEST(PrivateBusTest, DirectoryIsPrivate)
 {
     const PrivateBus bus;

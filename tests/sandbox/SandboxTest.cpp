@@ -2,6 +2,7 @@
 
 #include "Calls.h"
 #include "Processes.h"
+#include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
 #include <fmt/format.h>
@@ -61,6 +62,7 @@ TEST(SandboxTest, RefusesBadOptions)
         {"--trace"},
         {"--no-such-option", "--", "true"},
         {"--feature", "perhaps", "--", "true"},
+        {"--bus-fault", "perhaps", "--", "true"},
         {"--simulator", "/no/such/program", "--", "true"},
     };
     for (const std::vector<std::string>& words : bad) {
@@ -102,9 +104,26 @@ TEST(SandboxTest, HelpNamesEveryOption)
 
     EXPECT_EQ(outcome.exitCode, 0);
     for (const char* option :
-         {"--trace", "--trace-all", "--start", "--lazy", "--no-server", "--simulator-log", "--scenario",
-          "--list-scenarios", "--record", "--replay", "--strict", "--simulator", "--feature", "--name", "--join",
-          "--list", "--print-address", "kiv-sandbox control", "Usage:"}) {
+         {"--trace",
+          "--trace-all",
+          "--start",
+          "--lazy",
+          "--no-server",
+          "--simulator-log",
+          "--scenario",
+          "--list-scenarios",
+          "--record",
+          "--replay",
+          "--strict",
+          "--simulator",
+          "--feature",
+          "--bus-fault",
+          "--name",
+          "--join",
+          "--list",
+          "--print-address",
+          "kiv-sandbox control",
+          "Usage:"}) {
         EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
     }
 }
@@ -219,6 +238,40 @@ TEST(SandboxTest, SimulatorGetsItsOptions)
     EXPECT_EQ(
         outcome.errors.substr(0, outcome.errors.find("kiv-sandbox:")),
         "--scenario|" + scenario.string() + "|--replay|" + recording.string() + "|--verbose|");
+}
+
+TEST(SandboxTest, ASimulatorThatEndsWithoutItsNameIsToldAtOnce)
+{
+    const Outcome outcome = RunSandbox({"--simulator", "/bin/true", "--", "echo", "started"});
+
+    EXPECT_EQ(outcome.exitCode, 125);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.errors, fmt::format("kiv-sandbox: /bin/true ended without taking the name {}\n", kServer));
+}
+
+TEST(SandboxTest, TheFirstCallIsToldAtOnceOfASimulatorThatEnds)
+{
+    const Sandbox sandbox("read line", {"--lazy", "--simulator", "/bin/true"});
+
+    EXPECT_EQ(Ping(Connection(sandbox.Address()), kServer), "org.freedesktop.DBus.Error.Spawn.ChildExited");
+}
+
+TEST(SandboxTest, ASignalEndsTheWaitForTheServer)
+{
+    const ScratchDirectory scratch;
+    const fs::path simulator = scratch.Path() / "simulator";
+    const fs::path runs = scratch.Path() / "runs";
+    std::ofstream(simulator) << "#!/bin/sh\n: >" << runs << "\nexec sleep 1000\n";
+    fs::permissions(simulator, fs::perms::owner_all);
+    Child sandbox(SandboxCommand({"--simulator", simulator, "--", "true"}));
+    test::WaitUntil("the simulator to run", [&] { return fs::exists(runs); });
+
+    sandbox.Signal(SIGINT);
+
+    const int status = sandbox.WaitForEnd();
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGINT);
+    sandbox.ReadErrors(); // until no process of the sandbox is left
 }
 
 /// What a sandbox prints about a connection that asks for the server, then becomes a client of it and asks again.

@@ -17,6 +17,12 @@ constexpr char kInvalidArguments[] = "error org.freedesktop.DBus.Error.InvalidAr
 const Bytes kAtmosOn = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 1, 0, 0, 0};
 const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
 
+/** The answer to arguments that cannot be used. */
+std::string Invalid(const std::string& reason)
+{
+    return std::string(kInvalidArguments) + ": " + reason;
+}
+
 /** A text as the only argument. */
 std::string Quoted(const std::string& text)
 {
@@ -212,9 +218,7 @@ TEST_F(ControlTest, ClearFaultTakesOneBack)
     EXPECT_EQ(Control("ClearFault", "('DisableSurround',)"), "()");
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(7,)");
-    EXPECT_EQ(
-        Control("ClearFault", "('Nonsense',)"),
-        std::string(kInvalidArguments) + ": the server has no method 'Nonsense'");
+    EXPECT_EQ(Control("ClearFault", "('Nonsense',)"), Invalid("the server has no method 'Nonsense'"));
 }
 
 TEST_F(ControlTest, AwayAndFeatureAreMethodsOfTheirOwn)
@@ -222,9 +226,7 @@ TEST_F(ControlTest, AwayAndFeatureAreMethodsOfTheirOwn)
     EXPECT_EQ(Control("Away", "(uint32 1,)"), "()");
     EXPECT_EQ(Control("AwaitServer"), "()");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(3,)");
-    EXPECT_EQ(
-        Control("Feature", "('off',)"),
-        std::string(kInvalidArguments) + ": the simulator was started without a feature file");
+    EXPECT_EQ(Control("Feature", "('off',)"), Invalid("the simulator was started without a feature file"));
 }
 
 TEST_F(ControlTest, ApplyChangesWhatIsMentioned)
@@ -254,9 +256,8 @@ TEST_F(ControlTest, WhatCannotBeAppliedChangesNothing)
     EXPECT_EQ(
         Control("Apply", Quoted(R"({"home": {"settingMode": 81},
 "colour": 1})")),
-        std::string(kInvalidArguments) +
-            ": scenario:2: /colour: there is no such key; known are $schema, away, clientId, "
-            "description, events, exit, faults, feature, home, timetable");
+        Invalid("scenario:2: /colour: there is no such key; known are $schema, away, clientId, "
+                "description, events, exit, faults, feature, home, timetable"));
     EXPECT_THAT(
         Control("Apply", Quoted(R"({"home": {"settingMode": 81}, "feature": "off"})")), StartsWith(kInvalidArguments));
     EXPECT_EQ(Model()["settingMode"], 80);

@@ -1,7 +1,7 @@
 #include "Connection.h"
 
 #include <climits>
-#include <stdexcept>
+#include <utility>
 
 namespace kiv::sandbox {
 
@@ -9,13 +9,21 @@ namespace {
 
 [[noreturn]] void Throw(const std::string& what, GError* error)
 {
+    char* const remoteName = g_dbus_error_get_remote_error(error);
+    const std::string name = remoteName == nullptr ? "" : remoteName;
+    g_free(remoteName);
     g_dbus_error_strip_remote_error(error);
     const std::string reason = what + ": " + error->message;
     g_error_free(error);
-    throw std::runtime_error(reason);
+    throw DaemonError(name, reason);
 }
 
 } // namespace
+
+DaemonError::DaemonError(std::string name, const std::string& reason)
+    : std::runtime_error(reason), name_(std::move(name))
+{
+}
 
 Connection::Connection(const std::string& address) : context_(g_main_context_new())
 {

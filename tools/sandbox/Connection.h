@@ -2,9 +2,21 @@
 
 #include <gio/gio.h>
 
+#include <stdexcept>
 #include <string>
 
 namespace kiv::sandbox {
+
+/// A call of the bus daemon has failed. The name is that of the D-Bus error; it is empty if the daemon did not answer.
+class DaemonError : public std::runtime_error {
+public:
+    DaemonError(std::string name, const std::string& reason);
+
+    const std::string& Name() const { return name_; }
+
+private:
+    std::string name_;
+};
 
 /**
  * A connection to a bus that nobody shares. Failures are reported as std::runtime_error.
@@ -24,7 +36,7 @@ public:
     std::string UniqueName() const { return g_dbus_connection_get_unique_name(connection_); }
 
     /// Calls a method of the bus daemon itself and waits for the answer. The arguments may be floating or null.
-    /// Returns the serial number of the call.
+    /// Returns the serial number of the call. Throws DaemonError.
     guint32 CallDaemon(const char* interface, const char* method, GVariant* arguments = nullptr) const;
 
 private:

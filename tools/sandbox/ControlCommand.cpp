@@ -1,5 +1,6 @@
 #include "ControlCommand.h"
 
+#include "BusFault.h"
 #include "Connection.h"
 #include "Owned.h"
 #include "ScenarioFiles.h"
@@ -14,6 +15,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -37,15 +39,14 @@ using Variant = std::shared_ptr<GVariant>;
 constexpr int kBadUsage = 2;
 
 constexpr auto kControlDescription =
-    "Changes what the simulator does while it runs. To be used within a sandbox: by its "
-    "command, or by another program\n"
-    "that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
+    "Changes what the simulator and the bus do while they run. To be used within a sandbox: by its command, or by\n"
+    "another program that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
 
 constexpr auto kControlFooter =
-    "Each is a method of the simulator's D-Bus interface, too: clear-faults is ClearFaults.\n\n"
+    "Each but bus-fault is a method of the simulator's D-Bus interface, too: clear-faults is ClearFaults.\n\n"
     "Exit code:\n"
     "  0  done\n"
-    "  1  there is no sandbox or no simulator, or a client gives no answer\n"
+    "  1  there is no sandbox or no simulator, the bus hangs, or a client gives no answer\n"
     "  2  the command or its input cannot be used; nothing is changed\n\n"
     "Examples:\n"
     "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
@@ -58,15 +59,36 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The address of the sandbox's bus, and never of the system bus of this machine.
+std::string BusAddress()
+{
+    const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    if (address == nullptr) {
+        throw std::runtime_error("not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set");
+    }
+    return address;
+}
+
+/// The address of a bus that answers.
+std::string AnsweringBusAddress()
+{
+    std::string address = BusAddress();
+    if (BusHangs(address)) {
+        throw std::runtime_error("the bus hangs; 'kiv-sandbox control bus-fault none' has it go on");
+    }
+    return address;
+}
+
 /// The simulator of this sandbox.
 class Simulator {
 public:
-    Simulator() : connection_(Address())
+    Simulator() : connection_(AnsweringBusAddress())
     {
-        // Like any caller of the server, for it starts at the first call.
-        Call(
-            "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "StartServiceByName",
-            g_variant_new("(su)", simulator::kServerName, 0U));
+        // A simulator that runs is used as it is. The bus may be unable to start it, and would wait while its server is
+        // away.
+        if (!IsRunning()) {
+            Start();
+        }
     }
 
     Variant Control(const char* method, GVariant* arguments = nullptr) const
@@ -78,14 +100,26 @@ public:
     void Apply(const json& scenario) const { Apply(scenario.dump()); }
 
 private:
-    /// Never the system bus of this machine.
-    static std::string Address()
+    bool IsRunning() const
     {
-        const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-        if (address == nullptr) {
-            throw std::runtime_error("not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set");
+        gboolean isRunning = FALSE;
+        g_variant_get(
+            CallDaemon("NameHasOwner", g_variant_new("(s)", simulator::kControlName)).get(), "(b)", &isRunning);
+        return isRunning != FALSE;
+    }
+
+    void Start() const
+    {
+        try {
+            CallDaemon("StartServiceByName", g_variant_new("(su)", simulator::kServerName, 0U));
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error(fmt::format("no simulator runs, and none can be started: {}", error.what()));
         }
-        return address;
+    }
+
+    Variant CallDaemon(const char* method, GVariant* arguments) const
+    {
+        return Call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method, arguments);
     }
 
     Variant
@@ -118,15 +152,12 @@ std::string PrintTuple(GVariant* value)
     return text == "'()'" ? "()" : text;
 }
 
-/// Read here already, where the file has a name.
-std::string ReadScenarioText(const std::string& nameOrFile)
+/// Reads a scenario, and checks it here already, where the file has a name.
+std::string CheckedScenario(const std::string& nameOrFile)
 {
-    const bool isInput = nameOrFile == "-";
-    const std::string name = isInput ? "stdin" : FindScenario(nameOrFile).string();
-    std::string text = isInput ? simulator::ReadInput(simulator::kLargestScenario)
-                               : simulator::ReadText(name, simulator::kLargestScenario);
-    simulator::ReadScenario(name, text);
-    return text;
+    ScenarioText given = ReadScenarioText(nameOrFile);
+    simulator::ReadScenario(given.name, given.text);
+    return std::move(given.text);
 }
 
 std::int32_t ParseEventId(const std::string& text)
@@ -154,6 +185,7 @@ struct Words {
     std::string fault;
     std::string feature;
     std::string atmos;
+    std::string busFault;
     std::string eventId;
     std::string bytes;
     std::string client;
@@ -213,6 +245,11 @@ void CallClient(const Simulator& simulator, const Words& words)
     fmt::print("{}\n", PrintTuple(owned.get()));
 }
 
+void PrintSection(const char* heading, const std::vector<std::string>& lines)
+{
+    fmt::print("{}\n  {}\n", heading, lines.empty() ? "none" : fmt::format("{}", fmt::join(lines, "\n  ")));
+}
+
 void Show(const Simulator& simulator, const Words& words)
 {
     const Variant reply = simulator.Control("Show");
@@ -223,20 +260,19 @@ void Show(const Simulator& simulator, const Words& words)
         return;
     }
     const json state = json::parse(text);
-    fmt::print("Home\n");
-    for (const std::string& line : simulator::DescribeHome(state)) {
-        fmt::print("  {}\n", line);
-    }
-    fmt::print("Clients\n");
+    PrintSection("Home", simulator::DescribeHome(state));
+    std::vector<std::string> clients;
     for (const json& client : state.at("clients")) {
-        fmt::print(
-            "  {:<17} {:<11} {} subscriptions\n", client.at("id").get<std::string>(),
-            client.at("busName").get<std::string>(), client.at("subscriptions").get<int>());
+        clients.push_back(fmt::format(
+            "{:<17} {:<11} {} subscriptions", client.at("id").get<std::string>(),
+            client.at("busName").get<std::string>(), client.at("subscriptions").get<int>()));
     }
-    fmt::print("Faults\n");
+    PrintSection("Clients", clients);
+    std::vector<std::string> faults;
     for (const auto& [method, fault] : state.at("faults").items()) {
-        fmt::print("  {:<29} {}\n", method, fault.dump());
+        faults.push_back(fmt::format("{:<29} {}", method, fault.dump()));
     }
+    PrintSection("Faults", faults);
 }
 
 void PrintCalls(const Simulator& simulator, const Words& words)
@@ -270,13 +306,14 @@ void PrintCalls(const Simulator& simulator, const Words& words)
     }
 }
 
-/// The commands have the names of the D-Bus methods, with dashes.
-void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator&)>& action)
+/// The commands have the names of the D-Bus methods, with dashes. Only bus-fault is no method, because a bus that hangs
+/// carries no call.
+void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
 {
     const auto command = [&](const char* name, const char* description,
                              std::function<void(const Simulator&)> act) -> CLI::App* {
         CLI::App* const added = app.add_subcommand(name, description);
-        added->callback([&action, act = std::move(act)] { action = act; });
+        added->callback([&action, act = std::move(act)] { action = [act] { act(Simulator()); }; });
         return added;
     };
     const auto plain = [&](const char* name, const char* method, const char* description) {
@@ -287,7 +324,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator
     };
     command(
         "apply", "apply a scenario: all that it mentions",
-        [&](const Simulator& simulator) { simulator.Apply(ReadScenarioText(words.scenario)); })
+        [&](const Simulator& simulator) { simulator.Apply(CheckedScenario(words.scenario)); })
         ->add_option("scenario", words.scenario, "a file, the name of a scenario that comes along, or - for stdin")
         ->required();
     CLI::App* const fault =
@@ -317,6 +354,11 @@ void AddCommands(CLI::App& app, Words& words, std::function<void(const Simulator
         ->add_option("state", words.atmos, "on or off")
         ->required()
         ->check(simulator::OneOf({"on", "off"}));
+    CLI::App* const busFault = app.add_subcommand("bus-fault", "have the bus deny something, or hang");
+    busFault->callback([&] { action = [&words] { SetBusFault(BusAddress(), words.busFault); }; });
+    busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
+        ->required()
+        ->check(simulator::OneOf(kBusFaults));
     CLI::App* const event = command(
         "event", "push an event to every client", [&](const Simulator& simulator) { PushEvent(simulator, words); });
     event->add_option("id", words.eventId, "in hexadecimal, such as 0x02020028")->required();
@@ -386,7 +428,7 @@ int ControlMain(int argc, char** argv)
     simulator::TellWithName(app);
     app.require_subcommand(1);
     Words words;
-    std::function<void(const Simulator&)> action;
+    std::function<void()> action;
     AddCommands(app, words, action);
     try {
         RefuseUnknownCommand(app, argc > 1 ? argv[1] : "");
@@ -399,7 +441,7 @@ int ControlMain(int argc, char** argv)
         return exitCode;
     };
     try {
-        action(Simulator());
+        action();
         return EXIT_SUCCESS;
     } catch (const Refusal& refusal) {
         return fail(refusal, kBadUsage);

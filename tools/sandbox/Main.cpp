@@ -1,4 +1,6 @@
+#include "BusFault.h"
 #include "BusTrace.h"
+#include "Connection.h"
 #include "ControlCommand.h"
 #include "Keeper.h"
 #include "NamedSandboxes.h"
@@ -6,6 +8,7 @@
 #include "Recorder.h"
 #include "ScenarioFiles.h"
 #include "TraceFormatter.h"
+#include "WriteFile.h"
 #include "simulator/CommandLine.h"
 #include "simulator/Feature.h"
 #include "simulator/Interfaces.h"
@@ -59,7 +62,7 @@ constexpr auto kDescription =
     "The bus is private to the command. The server runs before the command does. When the command ends, so do the\n"
     "bus, the simulator and whatever the command has left running.\n\n"
     "A sandbox with a --name is open to the same user's other terminals by --join.\n\n"
-    "\"kiv-sandbox control\" changes what the simulator does while it runs; see its --help.\n";
+    "\"kiv-sandbox control\" changes what the simulator and the bus do while they run; see its --help.\n";
 
 constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
@@ -74,6 +77,7 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  kiv-sandbox -- my-tv-app --fullscreen\n"
                          "  kiv-sandbox --trace -- kivctl surround channels\n"
                          "  kiv-sandbox --scenario multi-room-house -- kivctl list all\n"
+                         "  kiv-sandbox --bus-fault deny-events -- my-tv-app\n"
                          "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
                          "  kiv-sandbox -- bash\n"
                          "  kiv-sandbox --name den -- my-tv-app\n"
@@ -87,6 +91,7 @@ struct Options {
     std::string replay;
     std::string name;
     std::string join;
+    std::string busFault;
     std::optional<std::string> feature;
     bool strict = false;
     bool trace = false;
@@ -105,13 +110,12 @@ class EndSignals {
 public:
     EndSignals()
     {
-        sigset_t signals;
-        sigemptyset(&signals);
+        sigemptyset(&signals_);
         for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
-            sigaddset(&signals, number);
+            sigaddset(&signals_, number);
         }
-        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-        fd_ = signalfd(-1, &signals, SFD_CLOEXEC);
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+        fd_ = signalfd(-1, &signals_, SFD_CLOEXEC);
     }
     ~EndSignals() { close(fd_); }
     EndSignals(const EndSignals&) = delete;
@@ -129,7 +133,17 @@ public:
         return static_cast<int>(info.ssi_signo);
     }
 
+    /// Has these signals end this process during an action in which nobody reads them.
+    template <typename Action>
+    void EndBySignalDuring(const Action& action) const
+    {
+        pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
+        action();
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    }
+
 private:
+    sigset_t signals_{};
     int fd_;
 };
 
@@ -155,11 +169,16 @@ std::string FindSimulator(const std::string& given)
     return path;
 }
 
-Service SimulatorService(const Options& options, const fs::path& featureFile)
+Service SimulatorService(const Options& options, const fs::path& featureFile, const fs::path& scenarioFile)
 {
     std::vector<std::string> command = {FindSimulator(options.simulator), "--feature-file", featureFile};
-    if (!options.scenario.empty()) {
-        command.insert(command.end(), {"--scenario", FindScenario(options.scenario)});
+    if (!options.simulator.empty()) {
+        // dbus-daemon takes a program that exits with 0 for one that runs on in the background, and waits 25 s for it
+        // to take its name. With any other exit code the start fails at once.
+        command.insert(command.begin(), {"/bin/sh", "-c", "\"$0\" \"$@\" && false"});
+    }
+    if (!scenarioFile.empty()) {
+        command.insert(command.end(), {"--scenario", scenarioFile});
     }
     if (!options.replay.empty()) {
         command.insert(command.end(), {"--replay", fs::absolute(options.replay)});
@@ -182,13 +201,12 @@ void RefuseToReplace(const fs::path& input, const char* option, const std::strin
 }
 
 /// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the scenario.
-simulator::Scenario CheckFiles(const Options& options)
+simulator::Scenario CheckFiles(const Options& options, const std::optional<ScenarioText>& given)
 {
     simulator::Scenario scenario;
-    if (!options.scenario.empty()) {
-        const fs::path file = FindScenario(options.scenario);
-        RefuseToReplace(file, "--scenario", options.record);
-        scenario = simulator::ReadScenario(file, simulator::ReadText(file, simulator::kLargestScenario));
+    if (given) {
+        RefuseToReplace(given->name, "--scenario", options.record);
+        scenario = simulator::ReadScenario(given->name, given->text);
     }
     if (!options.replay.empty()) {
         RefuseToReplace(options.replay, "--replay", options.record);
@@ -202,6 +220,34 @@ simulator::Scenario CheckFiles(const Options& options)
 bool IsStartedFirst(const Options& options, const simulator::Scenario& scenario)
 {
     return options.start || (!options.lazy && !options.noServer && !scenario.now.away);
+}
+
+/// The file from which the simulator reads the scenario, also when it is started anew; empty if there is none.
+fs::path ScenarioFile(const std::optional<ScenarioText>& given, const PrivateBus& bus)
+{
+    if (!given) {
+        return {};
+    }
+    if (given->isFile) {
+        return given->name;
+    }
+    fs::path copy = bus.Directory() / "scenario.json";
+    WriteFile(copy, given->text);
+    return copy;
+}
+
+/// Returns when the server runs. A signal ends this process meanwhile.
+void StartServer(PrivateBus& bus, const Options& options, const EndSignals& signals)
+{
+    try {
+        signals.EndBySignalDuring([&bus] { bus.Activate(kServerName); });
+    } catch (const DaemonError& error) {
+        const std::string simulator = FindSimulator(options.simulator);
+        if (error.Name() == "org.freedesktop.DBus.Error.Spawn.ChildExited") {
+            throw std::runtime_error(fmt::format("{} ended without taking the name {}", simulator, kServerName));
+        }
+        throw std::runtime_error(fmt::format("{} has not taken the name {}: {}", simulator, kServerName, error.what()));
+    }
 }
 
 /// Returns the wait status of the command.
@@ -303,8 +349,12 @@ void SetEnvironment(const Options& options, const std::map<std::string, std::str
 
 int RunInSandbox(const Options& options)
 {
-    const simulator::Scenario scenario = CheckFiles(options);
-    PrivateBus bus;
+    std::optional<ScenarioText> scenarioText;
+    if (!options.scenario.empty()) {
+        scenarioText = ReadScenarioText(options.scenario);
+    }
+    const simulator::Scenario scenario = CheckFiles(options, scenarioText);
+    PrivateBus bus({.extraConfig = kBusFaultConfig});
     const fs::path featureFile = bus.Directory() / "system-info.conf";
     simulator::WriteFeature(featureFile, options.feature.value_or(scenario.now.feature.value_or("on")));
     const std::map<std::string, std::string> environment = {
@@ -320,7 +370,7 @@ int RunInSandbox(const Options& options)
         recorder.emplace(options.record);
     }
     if (!options.noServer) {
-        bus.WriteService(SimulatorService(options, featureFile));
+        bus.WriteService(SimulatorService(options, featureFile, ScenarioFile(scenarioText, bus)));
     }
     std::atomic<unsigned> notRecorded = 0;
     std::optional<BusTrace> trace;
@@ -328,14 +378,19 @@ int RunInSandbox(const Options& options)
         trace.emplace(bus.Address(), Listeners(options, recorder, notRecorded));
     }
     if (IsStartedFirst(options, scenario)) {
-        bus.Activate(kServerName);
+        StartServer(bus, options, signals);
     }
     // The keepers, which are forked off before, do not hold the name.
     std::optional<SandboxName> name;
     if (!options.name.empty()) {
         name.emplace(NamedSandbox{options.name, getpid(), options.command, environment});
     }
+    if (!options.busFault.empty()) {
+        SetBusFault(bus.Address(), options.busFault);
+    }
     const int exitCode = RunCommand(options.command.front(), command, signals);
+    // A bus that hangs would not hand over the messages that are still to be traced, and would not end at once.
+    bus.Resume();
     if (trace) {
         trace->Flush();
         trace.reset();
@@ -436,8 +491,8 @@ int Main(int argc, char** argv)
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
     app.add_option(
            "--scenario", options.scenario,
-           "the home, the faults and what happens when: a JSON file, or the name of "
-           "a scenario that comes along")
+           "the home, the faults and what happens when: a JSON file, the name of "
+           "a scenario that comes along, or - for stdin")
         ->option_text("FILE");
     app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
@@ -454,6 +509,11 @@ int Main(int argc, char** argv)
            "scenario says, or on)")
         ->option_text("on|off|absent")
         ->check(simulator::OneOf(simulator::kFeatures));
+    app.add_option(
+           "--bus-fault", options.busFault,
+           "what is wrong with the bus: it denies a client's name, denies the server's events, or hangs")
+        ->option_text("deny-name|deny-events|hang|none")
+        ->check(simulator::OneOf(kBusFaults));
     const std::vector<CLI::Option*> ofANewSandbox = app.get_options(
         [](const CLI::Option* option) { return option->get_name() != "--help" && option->get_name() != "--version"; });
     app.add_option("--name", options.name, "a name by which others of the same user find the sandbox")

@@ -4,6 +4,7 @@
 #include "Keeper.h"
 #include "Owned.h"
 #include "TemporaryFolder.h"
+#include "WriteFile.h"
 
 #include <fmt/format.h>
 #include <gio/gio.h>
@@ -12,7 +13,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -21,6 +21,8 @@ namespace kiv::sandbox {
 namespace {
 
 constexpr auto kDaemonInterface = "org.freedesktop.DBus";
+constexpr auto kAddressHead = "unix:path=";
+constexpr auto kDirectoryHead = "kiv-sandbox-";
 constexpr auto kSocket = "bus";
 
 /// Limits are those of a session bus, which a test may fill and a runaway program cannot turn against others. The
@@ -55,7 +57,7 @@ constexpr auto kConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//D
 std::filesystem::path MakeDirectory()
 {
     constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
-    const std::filesystem::path name = "kiv-sandbox-XXXXXX";
+    const std::string name = std::string(kDirectoryHead) + "XXXXXX";
     std::string path = TemporaryFolder() / name;
     if ((std::filesystem::path(path) / kSocket).native().size() > kLongestSocketPath) {
         path = std::filesystem::path("/tmp") / name;
@@ -64,15 +66,6 @@ std::filesystem::path MakeDirectory()
         throw std::system_error(errno, std::generic_category(), path);
     }
     return path;
-}
-
-void WriteFile(const std::filesystem::path& path, const std::string& text)
-{
-    std::ofstream file(path);
-    file << text;
-    if (!file.flush()) {
-        throw std::runtime_error("cannot write " + path.string());
-    }
 }
 
 std::vector<std::string> DaemonCommand(const std::filesystem::path& configuration)
@@ -116,7 +109,7 @@ void WriteServiceFile(const std::filesystem::path& directory, const Service& ser
 
 PrivateBus::PrivateBus(const BusOptions& options)
     : directory_(MakeDirectory()),
-      address_("unix:path=" + Owned(g_dbus_address_escape_value((directory_ / kSocket).c_str()))),
+      address_(kAddressHead + Owned(g_dbus_address_escape_value((directory_ / kSocket).c_str()))),
       keeper_(
           std::make_unique<Keeper>(DaemonCommand(ConfigurationFile(directory_)), Keeper::Place::Background, directory_))
 {
@@ -146,6 +139,11 @@ void PrivateBus::Kill()
         keeper_->Signal(SIGKILL);
         keeper_->WaitForEnd();
     }
+}
+
+void PrivateBus::Resume()
+{
+    keeper_->Signal(SIGCONT);
 }
 
 void PrivateBus::Start()
@@ -184,6 +182,18 @@ void PrivateBus::ReloadConfig() const
     if (keeper_->Pid() != 0) {
         Connection(address_).CallDaemon(kDaemonInterface, "ReloadConfig");
     }
+}
+
+std::filesystem::path PrivateBusDirectory(const std::string& address)
+{
+    const std::string head = kAddressHead;
+    char* const socket = address.starts_with(head) ? g_uri_unescape_string(address.c_str() + head.size(), "") : nullptr;
+    const std::filesystem::path directory = std::filesystem::path(socket == nullptr ? "" : socket).parent_path();
+    g_free(socket);
+    if (!directory.filename().string().starts_with(kDirectoryHead)) {
+        throw std::runtime_error(fmt::format("the address must be that of a sandbox's bus, got '{}'", address));
+    }
+    return directory;
 }
 
 } // namespace kiv::sandbox

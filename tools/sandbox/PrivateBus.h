@@ -45,6 +45,8 @@ public:
 
     /// Ends the daemon by SIGKILL and returns when it is gone. Services that it started live on without a bus.
     void Kill();
+    /// Has a daemon go on that was stopped by SIGSTOP.
+    void Resume();
     /// Starts the daemon again, on the same address; one that still runs is killed first.
     void Start();
 
@@ -62,5 +64,8 @@ private:
     std::string address_;
     std::unique_ptr<Keeper> keeper_;
 };
+
+/// Returns the directory of the private bus at an address. Throws std::runtime_error for the address of another bus.
+std::filesystem::path PrivateBusDirectory(const std::string& address);
 
 } // namespace kiv::sandbox

@@ -31,8 +31,7 @@ std::set<fs::path> Files()
     return files;
 }
 
-} // namespace
-
+/// Throws FileError for a name that is neither a scenario that comes along nor a file.
 fs::path FindScenario(const std::string& nameOrFile)
 {
     if (nameOrFile.find('/') != std::string::npos || fs::exists(nameOrFile)) {
@@ -49,6 +48,17 @@ fs::path FindScenario(const std::string& nameOrFile)
             DidYouMean(nameOrFile, names)));
     }
     return own.lexically_normal();
+}
+
+} // namespace
+
+ScenarioText ReadScenarioText(const std::string& nameOrFile)
+{
+    if (nameOrFile == "-") {
+        return {"stdin", simulator::ReadInput(simulator::kLargestScenario), false};
+    }
+    const fs::path file = FindScenario(nameOrFile);
+    return {file, simulator::ReadText(file, simulator::kLargestScenario), fs::is_regular_file(file)};
 }
 
 std::string ListScenarios()

@@ -5,9 +5,16 @@
 
 namespace kiv::sandbox {
 
-/// The file of a scenario that comes with the sandbox, if there is one of that name and no such file; otherwise the
-/// file itself. Throws FileError for a name that is neither.
-std::filesystem::path FindScenario(const std::string& nameOrFile);
+/// A scenario as it was given.
+struct ScenarioText {
+    std::string name; ///< the file, or "stdin", as messages have it
+    std::string text;
+    bool isFile; ///< not stdin or a pipe, of which the simulator could not read the text once more
+};
+
+/// Reads stdin for "-", the scenario that comes with the sandbox if there is one of that name and no such file, and
+/// otherwise the file. Throws FileError if it cannot be read.
+ScenarioText ReadScenarioText(const std::string& nameOrFile);
 
 /// Name and description of the scenarios that come with the sandbox, a line each.
 std::string ListScenarios();

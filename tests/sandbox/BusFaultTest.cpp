@@ -1,0 +1,147 @@
+#include "Calls.h"
+#include "Sandbox.h"
+#include "tools/sandbox/Connection.h"
+
+#include <gio/gio.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kiv::sandbox::bus_fault_test {
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr auto kClient = "org.lumra.tv.networkspeaker.client.tv_7";
+constexpr auto kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
+// The answer of a connection that serves no object: the call has got there.
+constexpr auto kArrived = "org.freedesktop.DBus.Error.UnknownMethod";
+
+/// Sends what the server sends. Returns the name of the error that is answered.
+std::string SendEvent(const Connection& sender, const std::string& destination)
+{
+    GError* error = nullptr;
+    GVariant* const reply = g_dbus_connection_call_sync(
+        sender.Get(), destination.c_str(), "/client", "org.example.Client", "nam_notify_subscriber", nullptr, nullptr,
+        G_DBUS_CALL_FLAGS_NONE, INT_MAX, nullptr, &error);
+    if (reply != nullptr) {
+        g_variant_unref(reply);
+        return "";
+    }
+    char* const name = g_dbus_error_get_remote_error(error);
+    const std::string copy = name == nullptr ? error->message : name;
+    g_free(name);
+    g_error_free(error);
+    return copy;
+}
+
+/// "kivctl" and "control" in the script are what they should be.
+Outcome RunScript(std::vector<std::string> options, const std::string& script)
+{
+    options.insert(
+        options.end(), {"--", "sh", "-c",
+                        "export KIV_LOG_LEVEL=none\n"
+                        "kivctl() { " KIVCTL " \"$@\"; }\n"
+                        "control() { " KIV_SANDBOX " control \"$@\"; }\n" +
+                            script});
+    return RunSandbox(options);
+}
+
+/// The answers to a client that asks for its name, and to whoever sends it an event.
+std::pair<std::string, std::string> NameAndEventOn(const std::string& address)
+{
+    const Connection client(address);
+    const std::string name = RequestName(client, kClient);
+    return {name, SendEvent(Connection(address), client.UniqueName())};
+}
+
+TEST(BusFaultTest, DeniesWhatItIsTold)
+{
+    const Sandbox name("read line", {"--bus-fault", "deny-name"});
+    EXPECT_EQ(NameAndEventOn(name.Address()), std::pair(std::string(kAccessDenied), std::string(kArrived)));
+    const Sandbox events("read line", {"--bus-fault", "deny-events"});
+    EXPECT_EQ(NameAndEventOn(events.Address()), std::pair(std::string(), std::string(kAccessDenied)));
+    const Sandbox none("read line", {"--bus-fault", "none"});
+    EXPECT_EQ(NameAndEventOn(none.Address()), std::pair(std::string(), std::string(kArrived)));
+}
+
+TEST(BusFaultTest, DeniesTheServerItsEvents)
+{
+    const Outcome outcome = RunScript(
+        {"--bus-fault", "deny-events", "--simulator-log"},
+        "fifo=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/events; mkfifo \"$fifo\"\n"
+        "kivctl monitor >\"$fifo\" 2>&1 & exec 3<\"$fifo\"; read ready <&3\n"
+        "id=$(control show | sed -n 's/.*\"id\": \"\\(tv_.*\\)\".*/\\1/p')\n"
+        "control event 0x7 --client \"$id\" || echo $?; control bus-fault none; control event 0x7 --client \"$id\"");
+    EXPECT_EQ(outcome.output, "1\n");
+    EXPECT_THAT(outcome.errors, HasSubstr("kiv-sandbox control: Rejected send message"));
+}
+
+TEST(BusFaultTest, DoctorFindsThem)
+{
+    const Outcome name = RunScript({"--bus-fault", "deny-name"}, "kivctl stop --type 7; kivctl doctor");
+    EXPECT_EQ(name.exitCode, 1);
+    EXPECT_THAT(
+        name.output,
+        AllOf(HasSubstr("the server answered 7\n"), HasSubstr("problem  client name "), HasSubstr(kAccessDenied)));
+
+    const Outcome events = RunScript({"--bus-fault", "deny-events"}, "kivctl doctor");
+    EXPECT_EQ(events.exitCode, 0);
+    EXPECT_THAT(events.output, HasSubstr("note     events "));
+
+    const Outcome hang = RunScript({"--bus-fault", "hang"}, "kivctl doctor");
+    EXPECT_EQ(hang.exitCode, 1);
+    EXPECT_THAT(hang.output, AllOf(HasSubstr("problem  bus "), HasSubstr("no answer within 8 s")));
+}
+
+TEST(BusFaultTest, IsReplacedWhileTheCommandRuns)
+{
+    const Outcome outcome = RunScript(
+        {}, "control bus-fault hang; kivctl --timeout 1 stop; echo $?; control show; echo $?\n"
+            "control bus-fault deny-name; kivctl stop --type 3; kivctl doctor | grep -c AccessDenied\n"
+            "control bus-fault none; kivctl doctor | grep -c AccessDenied");
+    EXPECT_EQ(outcome.output, "4\n1\nthe server answered 3\n1\n0\n");
+    EXPECT_THAT(
+        outcome.errors,
+        HasSubstr("kiv-sandbox control: the bus hangs; 'kiv-sandbox control bus-fault none' has it go on\n"));
+}
+
+TEST(BusFaultTest, ASandboxWhoseBusHangsEnds)
+{
+    const Outcome outcome = RunSandbox({"--bus-fault", "hang", "--trace", "--", "echo", "done"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.output, "done\n");
+}
+
+TEST(BusFaultTest, NeedsNoServer)
+{
+    const Outcome outcome = RunScript({"--no-server"}, "control bus-fault hang && control bus-fault none");
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_THAT(outcome.errors, IsEmpty());
+}
+
+TEST(BusFaultTest, IsForTheBusOfASandboxOnly)
+{
+    const Outcome other =
+        RunScript({}, "export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/system_bus_socket; control bus-fault hang");
+    EXPECT_EQ(other.exitCode, 1);
+    EXPECT_EQ(
+        other.errors, "kiv-sandbox control: the address must be that of a sandbox's bus, got "
+                      "'unix:path=/nowhere/system_bus_socket'\n");
+    const Outcome gone =
+        RunScript({}, "export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/kiv-sandbox-1/bus; control bus-fault hang");
+    EXPECT_EQ(gone.exitCode, 1);
+    EXPECT_THAT(gone.errors, HasSubstr("no connection to unix:path=/nowhere/kiv-sandbox-1/bus: "));
+    EXPECT_EQ(RunScript({}, "control bus-fault perhaps").exitCode, 2);
+}
+
+} // namespace
+
+} // namespace kiv::sandbox::bus_fault_test

@@ -1,0 +1,106 @@
+#include "BusFault.h"
+
+#include "Connection.h"
+#include "PrivateBus.h"
+#include "WriteFile.h"
+
+#include <fmt/format.h>
+#include <gio/gio.h>
+#include <sys/types.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+
+namespace kiv::sandbox {
+
+namespace {
+
+constexpr auto kFaultFile = "fault.conf";
+constexpr auto kHang = "hang";
+
+/// Rules of the context "mandatory" come before all others.
+constexpr auto kFaultConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <policy context="mandatory">
+    {}
+  </policy>
+</busconfig>
+)";
+
+std::string DeniedBy(const std::string& fault)
+{
+    if (fault == "deny-name") {
+        return R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)";
+    }
+    if (fault == "deny-events") {
+        return R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)";
+    }
+    return "";
+}
+
+/// The process that listens at an address. The kernel knows it, so a daemon that is stopped is found as well. Nothing
+/// for an address that is not a socket of this machine.
+std::optional<pid_t> DaemonAt(const std::string& address)
+{
+    GError* error = nullptr;
+    GIOStream* const stream = g_dbus_address_get_stream_sync(address.c_str(), nullptr, nullptr, &error);
+    if (stream == nullptr) {
+        const std::string reason = fmt::format("no connection to {}: {}", address, error->message);
+        g_error_free(error);
+        throw std::runtime_error(reason);
+    }
+    GSocket* const socket = g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream));
+    GCredentials* credentials = g_socket_get_credentials(socket, nullptr);
+    const pid_t pid = credentials == nullptr ? -1 : g_credentials_get_unix_pid(credentials, nullptr);
+    g_clear_object(&credentials);
+    g_object_unref(stream);
+    return pid > 0 ? std::optional(pid) : std::nullopt;
+}
+
+void SendSignal(pid_t process, int number)
+{
+    if (kill(process, number) != 0) {
+        throw std::system_error(
+            errno, std::generic_category(), fmt::format("cannot send a signal to the bus, process {}", process));
+    }
+}
+
+} // namespace
+
+const std::vector<std::string> kBusFaults = {"none", "deny-name", "deny-events", kHang};
+
+const char* const kBusFaultConfig = R"(<include ignore_missing="yes">fault.conf</include>)";
+
+void SetBusFault(const std::string& address, const std::string& fault)
+{
+    const std::filesystem::path directory = PrivateBusDirectory(address);
+    const pid_t daemon = DaemonAt(address).value();
+    SendSignal(daemon, SIGCONT);
+    WriteFile(directory / kFaultFile, fmt::format(kFaultConfiguration, DeniedBy(fault)));
+    Connection(address).CallDaemon("org.freedesktop.DBus", "ReloadConfig");
+    if (fault == kHang) {
+        SendSignal(daemon, SIGSTOP);
+    }
+}
+
+bool BusHangs(const std::string& address)
+{
+    const auto daemon = DaemonAt(address);
+    if (!daemon) {
+        return false;
+    }
+    // "pid (name) state ...", in which the name can have any character.
+    std::ifstream file(fmt::format("/proc/{}/stat", *daemon));
+    const std::string stat(std::istreambuf_iterator<char>(file), {});
+    const std::size_t nameEnd = stat.rfind(')');
+    return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") T") == 0;
+}
+
+} // namespace kiv::sandbox

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kiv::sandbox {
+
+/**
+ * The fault of a private bus is one of these:
+ *
+ * - none
+ * - deny-name: nobody gets the name of a client
+ * - deny-events: nobody may send events, the server included
+ * - hang: the daemon is stopped, and answers nothing
+ */
+extern const std::vector<std::string> kBusFaults;
+
+/// The extra configuration of a private bus that can have faults.
+extern const char* const kBusFaultConfig;
+
+/// Replaces the fault of a private bus. Throws std::runtime_error if the bus cannot have faults.
+void SetBusFault(const std::string& address, const std::string& fault);
+
+/// Tells whether the daemon of a bus is stopped, so that a connection to it would never be answered.
+bool BusHangs(const std::string& address);
+
+} // namespace kiv::sandbox
