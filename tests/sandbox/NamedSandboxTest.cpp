@@ -1,13 +1,12 @@
+#include "Matchers.h"
 #include "Sandbox.h"
 #include "support/Wait.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -15,14 +14,6 @@
 namespace kiv::sandbox::named_sandbox_test {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
 
 /// Has the names in a folder of the test's own.
 class NamedSandboxTest : public testing::Test {

@@ -1,6 +1,7 @@
 #include "Sandbox.h"
 
 #include "Calls.h"
+#include "Matchers.h"
 #include "Processes.h"
 #include "tools/sandbox/Connection.h"
 
@@ -12,7 +13,6 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -23,8 +23,6 @@
 namespace kiv::sandbox::sandbox_test {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 constexpr auto kClient = "org.lumra.tv.networkspeaker.client.tv_7";

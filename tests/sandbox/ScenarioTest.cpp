@@ -1,16 +1,15 @@
 #include "Calls.h"
+#include "Matchers.h"
 #include "Sandbox.h"
 #include "simulator/BusObject.h"
 #include "simulator/Interfaces.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
@@ -21,15 +20,6 @@
 namespace kiv::sandbox::scenario_test {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
 
 constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 constexpr auto kControl = "kiv-sandbox control: ";
