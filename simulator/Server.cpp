@@ -2,9 +2,11 @@
 
 #include "simulator/Events.h"
 #include "simulator/Interfaces.h"
+#include "simulator/ShortText.h"
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
@@ -48,13 +50,13 @@ BusObject::Handlers Server::Handlers()
 
 void Server::Serve(const Call& call, const Method& method)
 {
-    trace_("{} -> {} {}", call.Sender(), call.Method(), Describe(call.Arguments()));
+    trace_("{} -> {} {}", call.Sender(), call.Method(), ShortText(call.Arguments()));
     world_.calls.Add({call.Sender(), call.Method(), call.Flags(), Own(g_variant_ref(call.Arguments()))});
 
     Fault fault = world_.faults.Next(call.Method());
     std::vector<RecordedEvent> events;
     if (world_.replay && !fault.HasOutcome()) {
-        RecordedAnswer recorded = world_.replay->Next(call.Method(), call.Arguments());
+        RecordedAnswer recorded = Recorded(call);
         recorded.fault.delay += fault.delay;
         fault = recorded.fault;
         events = recorded.events;
@@ -70,6 +72,18 @@ void Server::Serve(const Call& call, const Method& method)
     }
 }
 
+RecordedAnswer Server::Recorded(const Call& call) const
+{
+    if (const auto recorded = world_.replay->Next(call.Method(), call.Arguments())) {
+        return *recorded;
+    }
+    RecordedAnswer refusal;
+    refusal.fault.error = kNotRecorded;
+    refusal.fault.message = world_.replay->WhyNot(call.Method(), call.Arguments());
+    std::fputs(fmt::format("kiv-simulator: {}\n", refusal.fault.message).c_str(), stderr);
+    return refusal;
+}
+
 void Server::Answer(const Call& call, const Method& method, const Fault& fault) const
 {
     if (fault.exit) {
@@ -82,14 +96,14 @@ void Server::Answer(const Call& call, const Method& method, const Fault& fault) 
         trace_("{} <- {} {}: {}", call.Sender(), call.Method(), fault.error, fault.message);
         call.Fail(fault.error, fault.message);
     } else if (fault.reply != nullptr) {
-        trace_("{} <- {} {}", call.Sender(), call.Method(), Describe(fault.reply.get()));
+        trace_("{} <- {} {}", call.Sender(), call.Method(), ShortText(fault.reply.get()));
         call.ReturnUnchecked(fault.reply.get());
     } else {
         Variant values = Own(method(call));
         if (!fault.append.empty()) {
             values = WithMoreBytes(values, fault.append);
         }
-        trace_("{} <- {} {}", call.Sender(), call.Method(), Describe(values.get()));
+        trace_("{} <- {} {}", call.Sender(), call.Method(), ShortText(values.get()));
         call.Return(values.get());
         ReportVolumes();
     }

@@ -424,7 +424,7 @@ TEST_F(RecordTest, AReplayKnowsNothingOfTheHome)
         replayed.errors,
         AllOf(
             HasSubstr(Failed("StopNetworkSpeaker")),
-            HasSubstr("kiv-simulator: " + file_.string() + " has StopNetworkSpeaker(3,) only 3 times\n")));
+            HasSubstr("kiv-simulator: " + file_.string() + " has StopNetworkSpeaker(3) only 3 times\n")));
 }
 
 TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
