@@ -16,9 +16,12 @@ namespace {
 
 constexpr unsigned kRecordedEventTimeoutMs = 20000;
 
-/** A proper answer with more bytes in it than there should be. */
+/** An answer with more bytes in it than there should be. */
 Variant WithMoreBytes(const Variant& values, const Bytes& more)
 {
+    if (more.empty()) {
+        return values;
+    }
     std::vector<Variant> members;
     std::vector<GVariant*> plain;
     for (std::size_t i = 0; i < g_variant_n_children(values.get()); ++i) {
@@ -58,6 +61,7 @@ void Server::Serve(const Call& call, const Method& method)
     if (world_.replay && !fault.HasOutcome()) {
         RecordedAnswer recorded = Recorded(call);
         recorded.fault.delay += fault.delay;
+        recorded.fault.append = fault.append;
         fault = recorded.fault;
         events = recorded.events;
     }
@@ -96,13 +100,11 @@ void Server::Answer(const Call& call, const Method& method, const Fault& fault) 
         trace_("{} <- {} {}: {}", call.Sender(), call.Method(), fault.error, fault.message);
         call.Fail(fault.error, fault.message);
     } else if (fault.reply != nullptr) {
-        trace_("{} <- {} {}", call.Sender(), call.Method(), ShortText(fault.reply.get()));
-        call.ReturnUnchecked(fault.reply.get());
+        const Variant values = WithMoreBytes(fault.reply, fault.append);
+        trace_("{} <- {} {}", call.Sender(), call.Method(), ShortText(values.get()));
+        call.ReturnUnchecked(values.get());
     } else {
-        Variant values = Own(method(call));
-        if (!fault.append.empty()) {
-            values = WithMoreBytes(values, fault.append);
-        }
+        const Variant values = WithMoreBytes(Own(method(call)), fault.append);
         trace_("{} <- {} {}", call.Sender(), call.Method(), ShortText(values.get()));
         call.Return(values.get());
         ReportVolumes();

@@ -209,14 +209,15 @@ TEST(SandboxTest, SimulatorGetsItsOptions)
     std::ofstream(recording) << "";
     fs::permissions(simulator, fs::perms::owner_all);
 
-    const Outcome outcome = RunSandbox(
-        {"--simulator", simulator, "--scenario", scenario, "--replay", recording, "--simulator-log", "--start", "--",
-         "true"});
+    for (const auto& [option, file] : {std::pair{"--scenario", scenario}, std::pair{"--replay", recording}}) {
+        const Outcome outcome =
+            RunSandbox({"--simulator", simulator, option, file, "--simulator-log", "--start", "--", "true"});
 
-    EXPECT_EQ(outcome.exitCode, 125);
-    EXPECT_EQ(
-        outcome.errors.substr(0, outcome.errors.find("kiv-sandbox:")),
-        "--scenario|" + scenario.string() + "|--replay|" + recording.string() + "|--verbose|");
+        EXPECT_EQ(outcome.exitCode, 125);
+        EXPECT_EQ(
+            outcome.errors.substr(0, outcome.errors.find("kiv-sandbox:")),
+            option + ("|" + file.string()) + "|--verbose|");
+    }
 }
 
 /// What a sandbox prints about a connection that asks for the server, then becomes a client of it and asks again.

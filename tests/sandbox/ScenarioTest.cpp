@@ -448,6 +448,19 @@ TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
     EXPECT_EQ(RunSandbox({"--strict", "--", "true"}).exitCode, 125);
 }
 
+TEST_F(RecordTest, AReplayRefusesControlsThatItCannotHonour)
+{
+    Record("kivctl stop");
+    const Outcome show = Replay("control show");
+    EXPECT_EQ(show.exitCode, 2);
+    EXPECT_EQ(
+        show.errors,
+        kControl + ("the server replays " + file_.string()) + "; only without --replay does it have a home\n");
+    EXPECT_EQ(Replay("control apply surround-set").exitCode, 2);
+    EXPECT_EQ(Replay("control event 0x7").exitCode, 2);
+    EXPECT_EQ(Replay("control feature off; kivctl stop").exitCode, 3);
+}
+
 TEST_F(RecordTest, EventsAreRecordedAndReplayed)
 {
     const Outcome recorded = Record("watch; control atmos on; event");

@@ -213,5 +213,62 @@ TEST_F(ProgramTest, AnswersFromARecording)
     EXPECT_EQ(Server("StopNetworkSpeaker", "(4,)"), "(5,)");
 }
 
+/** A simulator that answers from a recording. */
+class ReplayProgramTest : public ProgramTest {
+protected:
+    ReplayProgramTest()
+    {
+        std::ofstream(file_) << R"json({"ms":0,"call":1,"method":"GetNetSpkNodeList","arguments":"(0,)"}
+{"ms":0,"answer":1,"values":"([byte 0x01],)"}
+)json";
+        Start({"--replay", file_});
+    }
+
+    void ExpectRefusal(const std::string& method, const std::string& arguments, const std::string& reason)
+    {
+        EXPECT_EQ(
+            Control(method, arguments),
+            "error org.freedesktop.DBus.Error.InvalidArgs: the server replays " + file_.string() + "; " + reason)
+            << method << arguments;
+    }
+
+    const std::filesystem::path file_ = bus_.Directory() / "recording";
+};
+
+TEST_F(ReplayProgramTest, RefusesControlsOfWhatARecordingLacks)
+{
+    const std::string home = "only without --replay does it have a home";
+    ExpectRefusal("Show", "()", home);
+    ExpectRefusal("Atmos", "(true,)", home);
+    for (const std::string key :
+         {"\"speakers\": []", "\"soundbars\": []", "\"settingMode\": 80", "\"tavrinUiMode\": 80", "\"surround\": true",
+          "\"receiverHasAtmos\": false"}) {
+        ExpectRefusal("Apply", "('{\"home\": {" + key + "}}',)", home);
+    }
+    ExpectRefusal("Apply", "('{\"timetable\": [{\"at\": 1, \"home\": {\"surround\": true}}]}',)", home);
+    const std::string ids = "client ids are those of the recording";
+    ExpectRefusal("ClientId", "('den',)", ids);
+    ExpectRefusal("ResetClientId", "()", ids);
+    ExpectRefusal("Apply", "('{\"clientId\": \"den\"}',)", ids);
+    const std::string client = "it does not know its clients, so name one with --client";
+    ExpectRefusal("Event", "('', 7, [byte 1])", client);
+    ExpectRefusal("Payload", "('', [byte 1])", client);
+    ExpectRefusal("Payloads", "('', [byte 1], uint32 2)", client);
+    ExpectRefusal("Apply", "('{\"events\": [{\"id\": 7}]}',)", client);
+}
+
+TEST_F(ReplayProgramTest, HeedsControlsThatNeedNoHome)
+{
+    const FakeClient client(bus_.Address(), "den");
+    EXPECT_EQ(Control("Event", "('den', 7, [byte 1])"), "()");
+    EXPECT_THAT(client.Payloads(1), ElementsAre(Bytes{7, 0, 0, 0, 1, 0, 0, 0, 1}));
+    EXPECT_EQ(Control("Apply", "('{\"faults\": {\"GetNetSpkNodeList\": {\"append\": \"02\"}}}',)"), "()");
+    EXPECT_EQ(Server("GetNetSpkNodeList", "(0,)"), "([0x01, 0x02],)");
+    EXPECT_THAT(Control("Calls"), HasSubstr("GetNetSpkNodeList"));
+    EXPECT_EQ(Control("Away", "(uint32 1,)"), "()");
+    EXPECT_EQ(Control("AwaitServer"), "()");
+    EXPECT_EQ(Control("Exit"), "()");
+}
+
 } // namespace
 } // namespace kiv::simulator

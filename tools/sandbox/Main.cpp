@@ -434,16 +434,17 @@ int Main(int argc, char** argv)
     start->excludes(lazy, noServer);
     lazy->excludes(noServer);
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
-    app.add_option(
-           "--scenario", options.scenario,
-           "the home, the faults and what happens when: a JSON file, or the name of "
-           "a scenario that comes along")
-        ->option_text("FILE");
+    CLI::Option* const scenario = app.add_option(
+                                         "--scenario", options.scenario,
+                                         "the home, the faults and what happens when: a JSON file, or the name of "
+                                         "a scenario that comes along")
+                                      ->option_text("FILE");
     app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
         ->option_text("FILE");
     CLI::Option* const replay =
         app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
+    replay->excludes(scenario, noServer);
     app.add_flag("--strict", options.strict, "fail if a call was not recorded")->needs(replay);
     app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
         ->option_text("PATH")
