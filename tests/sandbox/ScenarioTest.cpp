@@ -445,7 +445,35 @@ TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
     const Outcome lenient = Replay("kivctl stop --type 4; true");
     EXPECT_EQ(lenient.exitCode, 0);
     EXPECT_THAT(lenient.errors, Not(HasSubstr("--strict")));
-    EXPECT_EQ(RunSandbox({"--strict", "--", "true"}).exitCode, 125);
+}
+
+TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
+{
+    Record(
+        "kivctl stop --type 3; kivctl start 02:4b:49:56:00:01; for i in 4 5 6 7 8 9; do kivctl stop --type $i; done");
+    const auto strict = [this](const std::string& script) {
+        return RunSandbox(WithScript({"--strict", "--replay", file_}, script));
+    };
+
+    const Outcome none = strict("true");
+    EXPECT_EQ(none.exitCode, 125);
+    EXPECT_THAT(
+        none.errors,
+        AllOf(
+            StartsWith("kiv-sandbox: --strict: 9 calls of " + file_.string() + " were not made:\n  line "),
+            HasSubstr(": StopNetworkSpeaker(3)\n  line "), HasSubstr(": StartNetworkSpeaker([86 bytes: 00 00 "),
+            HasSubstr(": StopNetworkSpeaker(5)\n  and 4 more\n"), Not(HasSubstr("StopNetworkSpeaker(6)")),
+            Not(HasSubstr("check_dbus_connection"))));
+
+    // A call is made whatever the answer.
+    const Outcome one = strict("control fault StopNetworkSpeaker '{\"reply\": \"(0,)\", \"count\": 1}'\n"
+                               "for i in 3 4 5 6 7 8; do kivctl stop --type $i; done; kivctl start 02:4b:49:56:00:01");
+    EXPECT_EQ(one.exitCode, 125);
+    EXPECT_THAT(one.errors, HasSubstr("--strict: 1 call of " + file_.string() + " was not made:\n  line "));
+    EXPECT_THAT(one.errors, ::testing::EndsWith(": StopNetworkSpeaker(9)\n"));
+
+    EXPECT_EQ(strict("exit 5").exitCode, 5);
+    EXPECT_EQ(Replay("true").errors, "");
 }
 
 TEST_F(RecordTest, AReplayRefusesControlsThatItCannotHonour)

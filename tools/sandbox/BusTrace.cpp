@@ -68,6 +68,12 @@ std::string Message::BodyText() const
     return body ? Print(body.get()) : "()";
 }
 
+bool IsServerCall(const Message& message)
+{
+    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL &&
+           message.interface == "org.lumra.tv.networkspeaker.server.interface";
+}
+
 std::string Describe(const Message& message)
 {
     const std::string body = DescribeBody(message);

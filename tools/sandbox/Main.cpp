@@ -4,6 +4,7 @@
 #include "NamedSandboxes.h"
 #include "PrivateBus.h"
 #include "Recorder.h"
+#include "ReplayCheck.h"
 #include "ScenarioFiles.h"
 #include "TraceFormatter.h"
 #include "simulator/CommandLine.h"
@@ -181,20 +182,25 @@ void RefuseToReplace(const fs::path& input, const char* option, const std::strin
     }
 }
 
-/// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the scenario.
-simulator::Scenario CheckFiles(const Options& options)
-{
+struct InputFiles {
     simulator::Scenario scenario;
+    std::optional<simulator::Replay> replay;
+};
+
+/// Reads what the simulator will read, so that nothing is started for files that cannot be used.
+InputFiles ReadFiles(const Options& options)
+{
+    InputFiles files;
     if (!options.scenario.empty()) {
         const fs::path file = FindScenario(options.scenario);
         RefuseToReplace(file, "--scenario", options.record);
-        scenario = simulator::ReadScenario(file, simulator::ReadText(file, simulator::kLargestScenario));
+        files.scenario = simulator::ReadScenario(file, simulator::ReadText(file, simulator::kLargestScenario));
     }
     if (!options.replay.empty()) {
         RefuseToReplace(options.replay, "--replay", options.record);
-        simulator::Replay(options.replay, simulator::ReadText(options.replay, simulator::kLargestRecording));
+        files.replay.emplace(options.replay, simulator::ReadText(options.replay, simulator::kLargestRecording));
     }
-    return scenario;
+    return files;
 }
 
 /// Tells whether the server is to run before the command. One that takes its time to come up is left to the first call,
@@ -267,25 +273,41 @@ BusTrace::Listener TracePrinter(TraceFormatter::Housekeeping housekeeping)
     };
 }
 
-/// All who want to see the messages. Counts the calls that a replay does not know.
-BusTrace::Listener
-Listeners(const Options& options, std::optional<Recorder>& recorder, std::atomic<unsigned>& notRecorded)
-{
-    BusTrace::Listener print;
-    if (options.trace || options.traceAll) {
-        print =
-            TracePrinter(options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
+/// All that want to see the messages.
+struct Listeners {
+    Listeners(const Options& options, const InputFiles& files)
+    {
+        if (options.trace || options.traceAll) {
+            printer = TracePrinter(
+                options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
+        }
+        if (!options.record.empty()) {
+            recorder.emplace(options.record);
+        }
+        if (options.strict) {
+            replayCheck.emplace(*files.replay);
+        }
     }
-    return [print, &recorder, &notRecorded](const Message& message) {
-        notRecorded += message.errorName == simulator::kNotRecorded ? 1 : 0;
-        if (print) {
-            print(message);
+
+    BusTrace::Listener printer;
+    std::optional<Recorder> recorder;
+    std::optional<ReplayCheck> replayCheck;
+
+    bool AreAny() const { return printer || recorder || replayCheck; }
+
+    void Add(const Message& message)
+    {
+        if (printer) {
+            printer(message);
         }
         if (recorder) {
             recorder->Add(message);
         }
-    };
-}
+        if (replayCheck) {
+            replayCheck->Add(message);
+        }
+    }
+};
 
 constexpr auto kAddressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
 
@@ -303,10 +325,10 @@ void SetEnvironment(const Options& options, const std::map<std::string, std::str
 
 int RunInSandbox(const Options& options)
 {
-    const simulator::Scenario scenario = CheckFiles(options);
+    const InputFiles files = ReadFiles(options);
     PrivateBus bus;
     const fs::path featureFile = bus.Directory() / "system-info.conf";
-    simulator::WriteFeature(featureFile, options.feature.value_or(scenario.now.feature.value_or("on")));
+    simulator::WriteFeature(featureFile, options.feature.value_or(files.scenario.now.feature.value_or("on")));
     const std::map<std::string, std::string> environment = {
         {kAddressVariable, bus.Address()}, {"KIV_SYSTEM_INFO_FILE", featureFile}};
     SetEnvironment(options, environment);
@@ -315,19 +337,15 @@ int RunInSandbox(const Options& options)
     // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
     // mask.
     const EndSignals signals;
-    std::optional<Recorder> recorder;
-    if (!options.record.empty()) {
-        recorder.emplace(options.record);
-    }
+    Listeners listeners(options, files);
     if (!options.noServer) {
         bus.WriteService(SimulatorService(options, featureFile));
     }
-    std::atomic<unsigned> notRecorded = 0;
     std::optional<BusTrace> trace;
-    if (options.trace || options.traceAll || options.strict || recorder) {
-        trace.emplace(bus.Address(), Listeners(options, recorder, notRecorded));
+    if (listeners.AreAny()) {
+        trace.emplace(bus.Address(), [&listeners](const Message& message) { listeners.Add(message); });
     }
-    if (IsStartedFirst(options, scenario)) {
+    if (IsStartedFirst(options, files.scenario)) {
         bus.Activate(kServerName);
     }
     // The keepers, which are forked off before, do not hold the name.
@@ -340,16 +358,12 @@ int RunInSandbox(const Options& options)
         trace->Flush();
         trace.reset();
     }
-    if (recorder) {
-        recorder->Finish();
+    if (listeners.recorder) {
+        listeners.recorder->Finish();
     }
-    if (options.strict && notRecorded != 0) {
-        fmt::print(
-            stderr, "kiv-sandbox: --strict: {} {} not in {}\n", notRecorded.load(),
-            notRecorded == 1 ? "call was" : "calls were", options.replay);
-        return exitCode == EXIT_SUCCESS ? kSandboxFailed : exitCode;
-    }
-    return exitCode;
+    const std::string complaints = listeners.replayCheck ? listeners.replayCheck->Complaints() : "";
+    fmt::print(stderr, "{}", complaints);
+    return exitCode == EXIT_SUCCESS && !complaints.empty() ? kSandboxFailed : exitCode;
 }
 
 /// Replaces this process by the command, in a sandbox that another process has made.
@@ -445,7 +459,8 @@ int Main(int argc, char** argv)
     CLI::Option* const replay =
         app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
     replay->excludes(scenario, noServer);
-    app.add_flag("--strict", options.strict, "fail if a call was not recorded")->needs(replay);
+    app.add_flag("--strict", options.strict, "fail if a call was not recorded, or a recorded one was not made")
+        ->needs(replay);
     app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
         ->option_text("PATH")
         ->check(CLI::ExistingFile);
