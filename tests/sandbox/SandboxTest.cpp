@@ -276,6 +276,27 @@ TEST(SandboxTest, TraceAllPrintsTheHousekeepingToo)
     }
 }
 
+TEST(SandboxTest, TraceBeginsWithTheCommand)
+{
+    const std::vector<std::string> stop = {"--", "env", "KIV_LOG_LEVEL=none", KIVCTL, "stop", "--type", "7"};
+    const auto trace = [&stop](std::vector<std::string> options) {
+        options.insert(options.end(), stop.begin(), stop.end());
+        return RunSandbox(options).errors;
+    };
+    const std::string ownsName = "RequestName('org.lumra.tv.networkspeaker.server'";
+
+    const std::string shown = trace({"--trace"});
+    EXPECT_THAT(shown, Not(HasSubstr(ownsName)));
+    EXPECT_THAT(shown, HasSubstr("-> networkspeaker.server StopNetworkSpeaker(7)"));
+    // The server has been seen, so that its connection goes by its name.
+    EXPECT_THAT(shown, HasSubstr("<- networkspeaker.server returns (7) [StopNetworkSpeaker]\n"));
+
+    EXPECT_THAT(trace({"--trace-all"}), HasSubstr(ownsName));
+    for (const std::string option : {"--trace", "--trace-all"}) {
+        EXPECT_THAT(trace({option, "--lazy"}), AllOf(HasSubstr(ownsName), Not(HasSubstr("AwaitServer"))));
+    }
+}
+
 TEST(SandboxTest, TwoSandboxesDoNotMeet)
 {
     const Sandbox first("read line");

@@ -263,22 +263,38 @@ std::string TimeOfDay()
         "{:%H:%M:%S}.{:03}", fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds % 1000);
 }
 
-BusTrace::Listener TracePrinter(TraceFormatter::Housekeeping housekeeping)
-{
-    return [formatter = TraceFormatter(housekeeping)](const Message& message) mutable {
-        if (const auto line = formatter.Format(message)) {
+/// Prints the messages from the start of the command on, because those before are the sandbox's own. With the
+/// housekeeping it prints them all.
+class TracePrinter {
+public:
+    explicit TracePrinter(TraceFormatter::Housekeeping housekeeping)
+        : formatter_(housekeeping), isPrinting_(housekeeping == TraceFormatter::Housekeeping::Shown)
+    {
+    }
+
+    void CommandStarts() { isPrinting_ = true; }
+
+    void Add(const Message& message)
+    {
+        // Also the messages that are not printed tell it names.
+        const auto line = formatter_.Format(message);
+        if (line && isPrinting_) {
             // A stderr that has been closed is no reason to end the command, as an exception here would.
             std::fputs(fmt::format("{} bus: {}\n", TimeOfDay(), *line).c_str(), stderr);
         }
-    };
-}
+    }
+
+private:
+    TraceFormatter formatter_;
+    std::atomic<bool> isPrinting_;
+};
 
 /// All that want to see the messages.
 struct Listeners {
     Listeners(const Options& options, const InputFiles& files)
     {
         if (options.trace || options.traceAll) {
-            printer = TracePrinter(
+            printer.emplace(
                 options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
         }
         if (!options.record.empty()) {
@@ -289,7 +305,7 @@ struct Listeners {
         }
     }
 
-    BusTrace::Listener printer;
+    std::optional<TracePrinter> printer;
     std::optional<Recorder> recorder;
     std::optional<ReplayCheck> replayCheck;
 
@@ -298,7 +314,7 @@ struct Listeners {
     void Add(const Message& message)
     {
         if (printer) {
-            printer(message);
+            printer->Add(message);
         }
         if (recorder) {
             recorder->Add(message);
@@ -357,6 +373,10 @@ int RunInSandbox(const Options& options)
     if (trace) {
         trace->Flush();
         trace.reset();
+    if (listeners.printer) {
+        trace->Flush();
+        listeners.printer->CommandStarts();
+    }
     }
     if (listeners.recorder) {
         listeners.recorder->Finish();
@@ -437,7 +457,9 @@ int Main(int argc, char** argv)
     app.set_version_flag("--version", "kiv-sandbox " KIV_VERSION, "print the version and exit");
     app.prefix_command();
     app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
-    app.add_flag("--trace-all", options.traceAll, "the same with the housekeeping of the bus: Hello, AddMatch, ...");
+    app.add_flag(
+        "--trace-all", options.traceAll,
+        "the same with the housekeeping of bus and sandbox: Hello, AddMatch, the start of the server, ...");
     CLI::Option* const start = app.add_flag(
         "--start", options.start,
         "start the server before the command: the default, unless the scenario has the server come up late");
