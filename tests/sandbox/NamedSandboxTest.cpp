@@ -58,8 +58,11 @@ TEST_F(NamedSandboxTest, IsListedWithItsCommandAndOnRequestItsAddress)
 
 TEST_F(NamedSandboxTest, TheAddressIsPrintedOnRequest)
 {
-    Sandbox den("exit 0", {"--name", "den", "--print-address"});
-    EXPECT_EQ(den.Process().ReadErrors(), "kiv-sandbox: the bus is " + den.Address() + "\n");
+    Sandbox den("read line; echo done >&2", {"--name", "den", "--print-address"});
+    const std::string told = "kiv-sandbox: the bus is " + den.Address() + "\n";
+    EXPECT_EQ(RunSandbox({"--join", "den", "--print-address", "--", "true"}).errors, told);
+    den.Process().CloseInput();
+    EXPECT_EQ(den.Process().ReadErrors(), told + "done\n");
 }
 
 TEST_F(NamedSandboxTest, ANameIsOfOneSandboxAtATime)
@@ -70,7 +73,7 @@ TEST_F(NamedSandboxTest, ANameIsOfOneSandboxAtATime)
 
     EXPECT_EQ(second.exitCode, 125);
     EXPECT_THAT(second.output, IsEmpty());
-    EXPECT_THAT(second.errors, HasSubstr("--name must be another than that of a running sandbox, got 'den'"));
+    EXPECT_THAT(second.errors, HasSubstr("--name must be another than that of a running sandbox, got \"den\""));
     EXPECT_EQ(Join("den", "true").exitCode, 0);
 }
 
@@ -86,7 +89,7 @@ TEST_F(NamedSandboxTest, TheNameGoesWithTheSandbox)
     EXPECT_FALSE(fs::is_empty(Folder()));
     const Outcome joined = Join("den", "true");
     EXPECT_EQ(joined.exitCode, 125);
-    EXPECT_THAT(joined.errors, HasSubstr("--join must be the name of a running sandbox, got 'den'"));
+    EXPECT_THAT(joined.errors, HasSubstr("--join must be the name of a running sandbox, got \"den\""));
     EXPECT_TRUE(fs::is_empty(Folder()));
 
     Sandbox again("read line", {"--name", "den"});
@@ -148,7 +151,7 @@ TEST_F(NamedSandboxTest, RefusesWhatCannotBeAName)
     for (const std::string& name : bad) {
         const Outcome outcome = RunSandbox({"--name", name, "--", "true"});
         EXPECT_EQ(outcome.exitCode, 125) << name;
-        EXPECT_THAT(outcome.errors, HasSubstr("got '" + name + "'")) << name;
+        EXPECT_THAT(outcome.errors, HasSubstr("got \"" + name + "\"")) << name;
     }
 }
 

@@ -262,14 +262,17 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
          "/delay: must be a whole number from 0 to 2147483647, got \"x\""},
         {"fault Nonsense '{}'", kControl + std::string("the server has no method 'Nonsense'")},
         {"fault Nonsense none", kControl + std::string("the server has no method 'Nonsense'")},
-        {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got 'perhaps'")},
+        {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got \"perhaps\"")},
         {"event 7x", kControl + std::string("ID must be in hexadecimal such as 0x02020028, got '7x'")},
         {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got '5'")},
         {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got 'zz'")},
-        {"away -1", "-1"},
-        {"atmos perhaps", kControl + std::string("state: must be one of on, off, got 'perhaps'")},
+        {"away -1", kControl + std::string("milliseconds: must be an integer from 0 to 2147483647, got \"-1\"; see")},
+        {"payloads ff many", kControl + std::string("count: must be an integer from 0 to 2147483647, got \"many\"")},
+        {"show --txt", kControl + std::string("unknown option '--txt'; did you mean '--text'?\n")},
+        {"show all", kControl + std::string("unexpected argument 'all'; see kiv-sandbox control --help\n")},
+        {"atmos perhaps", kControl + std::string("state: must be one of on, off, got \"perhaps\"")},
         {"clear-fualts", kControl + std::string("unknown command 'clear-fualts'; did you mean 'clear-faults'?")},
-        {"", kControl + std::string("A subcommand is required")},
+        {"", kControl + std::string("no command given; see kiv-sandbox control --help\n")},
     };
     for (const auto& [command, complaint] : complaints) {
         const Outcome outcome = RunSandbox(WithScript({}, "control " + command));
@@ -564,8 +567,8 @@ TEST_F(RecordTest, DoesNotReplaceWhatItReads)
         const Outcome outcome = RunSandbox({"--record", name, "--replay", file_, "--", "echo", "started"});
         EXPECT_EQ(outcome.exitCode, 125);
         EXPECT_EQ(
-            outcome.errors,
-            "kiv-sandbox: --record must name another file than --replay, got the same file: '" + name.string() + "'\n");
+            outcome.errors, "kiv-sandbox: --record must name another file than --replay, got the same file: \"" +
+                                name.string() + "\"\n");
         EXPECT_THAT(outcome.output, IsEmpty());
         EXPECT_EQ(ReadFile(file_), recording);
     }

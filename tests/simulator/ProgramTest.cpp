@@ -1,4 +1,5 @@
 #include "SimulatorTest.h"
+#include "sandbox/Processes.h"
 #include "simulator/Interfaces.h"
 #include "support/Wait.h"
 
@@ -75,12 +76,14 @@ TEST_F(ProgramTest, TellsWrongArgumentsByItsName)
 {
     Program program = Run({"--nonsense"});
     program.ExitCode();
-    EXPECT_THAT(program.Errors(), ::testing::StartsWith("kiv-simulator: "));
+    EXPECT_EQ(program.Errors(), "kiv-simulator: unknown option '--nonsense'; see kiv-simulator --help\n");
 }
 
 TEST_F(ProgramTest, TellsItsVersion)
 {
-    EXPECT_EQ(Run({"--version"}).ExitCode(), 0);
+    sandbox::Child program({KIV_SIMULATOR, "--version"});
+    EXPECT_EQ(program.ReadOutput(), "kiv-simulator " KIV_VERSION "\n");
+    EXPECT_EQ(program.WaitForEnd(), 0);
 }
 
 TEST_F(ProgramTest, RefusesBadArguments)
@@ -88,6 +91,22 @@ TEST_F(ProgramTest, RefusesBadArguments)
     EXPECT_EQ(Run({"--nonsense"}).ExitCode(), 2);
     EXPECT_EQ(Run({"--ready-fd", "x"}).ExitCode(), 2);
     EXPECT_EQ(Run({"--ready-fd"}).ExitCode(), 2);
+    std::filesystem::remove(bus_.Directory() / "errors");
+    Program both = Run({"--replay", "/dev/null", "--scenario", "/dev/null"});
+    EXPECT_EQ(both.ExitCode(), 2);
+    EXPECT_EQ(both.Errors(), "kiv-simulator: --scenario excludes --replay; see kiv-simulator --help\n");
+}
+
+TEST_F(ProgramTest, TellsWhatAnArgumentMustBe)
+{
+    for (const std::string value : {"x", "-1", "3x", "2147483648"}) {
+        std::filesystem::remove(bus_.Directory() / "errors");
+        Program program = Run({"--ready-fd=" + value});
+        program.ExitCode();
+        EXPECT_EQ(
+            program.Errors(), "kiv-simulator: --ready-fd: must be an integer from 0 to 2147483647, got \"" + value +
+                                  "\"; see kiv-simulator --help\n");
+    }
 }
 
 TEST_F(ProgramTest, PrintsCallsAndPushes)

@@ -178,7 +178,7 @@ void RefuseToReplace(const fs::path& input, const char* option, const std::strin
     std::error_code notThere;
     if (fs::equivalent(input, record, notThere)) {
         throw simulator::FileError(
-            fmt::format("--record must name another file than {}, got the same file: '{}'", option, record));
+            fmt::format("--record must name another file than {}, got the same file: \"{}\"", option, record));
     }
 }
 
@@ -436,7 +436,7 @@ std::vector<std::string> Command(const CLI::App& app)
         words.erase(words.begin());
     }
     if (words.empty()) {
-        throw CLI::RequiredError("command");
+        throw CLI::ParseError("no command given", CLI::ExitCodes::RequiredError);
     }
     if (!separated && words.front().starts_with('-')) {
         throw CLI::ExtrasError(app.get_name(), {words.front()});
@@ -485,7 +485,7 @@ int Main(int argc, char** argv)
         ->needs(replay);
     app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
         ->option_text("PATH")
-        ->check(CLI::ExistingFile);
+        ->check(simulator::File());
     app.add_option(
            "--feature", options.feature,
            "whether the device has network speakers; absent: cannot be read (default: what the "
