@@ -65,6 +65,20 @@ TEST_F(NamedSandboxTest, TheAddressIsPrintedOnRequest)
     EXPECT_EQ(den.Process().ReadErrors(), told + "done\n");
 }
 
+TEST_F(NamedSandboxTest, TheLayoutOfTheSandboxIsThatOfThoseWhoJoin)
+{
+    const fs::path layout = scratch_.Path() / "layout.json";
+    const fs::path own = scratch_.Path() / "own.json";
+    std::ofstream(layout) << "{}";
+    std::ofstream(own) << "{}";
+    const Sandbox den("read line", {"--name", "den", "--layout", layout});
+
+    EXPECT_EQ(Join("den", "echo $KIV_LAYOUT").output, layout.string() + "\n");
+    EXPECT_EQ(
+        RunSandbox({"--join", "den", "--layout", own, "--", "sh", "-c", "echo $KIV_LAYOUT"}).output,
+        own.string() + "\n");
+}
+
 TEST_F(NamedSandboxTest, ANameIsOfOneSandboxAtATime)
 {
     const Sandbox den("read line", {"--name", "den"});

@@ -79,6 +79,7 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
          {"--feature", "perhaps", "--", "true"}},
         {R"(--simulator: must be a file, got "/no/such"; see kiv-sandbox --help)",
          {"--simulator", "/no/such", "--", "true"}},
+        {R"(--layout: must be a file, got "/"; see kiv-sandbox --help)", {"--layout", "/", "--", "true"}},
         {"--scenario excludes --replay; see kiv-sandbox --help",
          {"--replay", "a", "--scenario", "no-speakers", "--", "true"}},
         {"--no-server excludes --replay; see kiv-sandbox --help", {"--no-server", "--replay", "a", "--", "true"}},
@@ -119,9 +120,26 @@ TEST(SandboxTest, HelpNamesEveryOption)
 
     EXPECT_EQ(outcome.exitCode, 0);
     for (const char* option :
-         {"--trace", "--trace-all", "--start", "--lazy", "--no-server", "--simulator-log", "--scenario",
-          "--list-scenarios", "--record", "--replay", "--strict", "--simulator", "--feature", "--name", "--join",
-          "--list", "--print-address", "kiv-sandbox control", "Usage:"}) {
+         {"--trace",
+          "--trace-all",
+          "--start",
+          "--lazy",
+          "--no-server",
+          "--simulator-log",
+          "--scenario",
+          "--list-scenarios",
+          "--record",
+          "--replay",
+          "--strict",
+          "--simulator",
+          "--feature",
+          "--name",
+          "--join",
+          "--list",
+          "--print-address",
+          "--layout",
+          "kiv-sandbox control",
+          "Usage:"}) {
         EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
     }
 }
@@ -170,9 +188,16 @@ TEST(SandboxTest, RecordsAreThoseOfTheSimulatorUnlessTheCallerKnowsOthers)
     EXPECT_NE(nodes.find("Living room left   KIV01  Shelf      02:4b:49:56:00:01  192.168.0.21"), std::string::npos)
         << nodes;
 
-    EXPECT_EQ(
-        RunSandbox({"--", "env", "KIV_LAYOUT=mine.json", KIV_SANDBOX, "--", "sh", "-c", "echo $KIV_LAYOUT"}).output,
-        "mine.json\n");
+    const std::vector<std::string> show = {"--", "sh", "-c", "echo $KIV_LAYOUT"};
+    setenv("KIV_LAYOUT", "mine.json", 1);
+    EXPECT_EQ(RunSandbox(show).output, "mine.json\n");
+
+    const ScratchDirectory scratch;
+    const fs::path layout = scratch.Path() / "layout.json";
+    std::ofstream(layout) << "{}";
+    std::vector<std::string> words = {"--layout", fs::relative(layout)};
+    words.insert(words.end(), show.begin(), show.end());
+    EXPECT_EQ(RunSandbox(words).output, (fs::current_path() / fs::relative(layout)).string() + "\n");
 }
 
 TEST(SandboxTest, TheServerRunsBeforeTheCommand)

@@ -65,7 +65,7 @@ constexpr auto kDescription =
 constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
                          "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n"
-                         "  KIV_LAYOUT                  the simulator's record layout, unless it is set already\n\n"
+                         "  KIV_LAYOUT                  the record layout, see --layout\n\n"
                          "Exit code:\n"
                          "  that of the command, or 128 plus the number of the signal that ended it\n"
                          "  125  the sandbox failed: its options are wrong, a file cannot be used, ...\n"
@@ -86,6 +86,7 @@ struct Options {
     std::string scenario;
     std::string record;
     std::string replay;
+    std::string layout;
     std::string name;
     std::string join;
     std::optional<std::string> feature;
@@ -326,14 +327,18 @@ struct Listeners {
 };
 
 constexpr auto kAddressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
+constexpr auto kLayoutVariable = "KIV_LAYOUT";
 
 void SetEnvironment(const Options& options, const std::map<std::string, std::string>& environment)
 {
     for (const auto& [name, value] : environment) {
         setenv(name.c_str(), value.c_str(), 1);
     }
+    if (!options.layout.empty()) {
+        setenv(kLayoutVariable, fs::absolute(options.layout).c_str(), 1);
+    }
     // A layout that is named already is that of a server whose recording is replayed.
-    setenv("KIV_LAYOUT", LayoutFile().c_str(), 0);
+    setenv(kLayoutVariable, LayoutFile().c_str(), 0);
     if (options.printAddress) {
         fmt::print(stderr, "kiv-sandbox: the bus is {}\n", environment.at(kAddressVariable));
     }
@@ -345,8 +350,12 @@ int RunInSandbox(const Options& options)
     PrivateBus bus;
     const fs::path featureFile = bus.Directory() / "system-info.conf";
     simulator::WriteFeature(featureFile, options.feature.value_or(files.scenario.now.feature.value_or("on")));
-    const std::map<std::string, std::string> environment = {
+    std::map<std::string, std::string> environment = {
         {kAddressVariable, bus.Address()}, {"KIV_SYSTEM_INFO_FILE", featureFile}};
+    if (!options.layout.empty()) {
+        // Here, so that those who join the sandbox have it, too.
+        environment[kLayoutVariable] = fs::absolute(options.layout);
+    }
     SetEnvironment(options, environment);
     Keeper command(options.command, Keeper::Place::Foreground);
 
@@ -364,6 +373,10 @@ int RunInSandbox(const Options& options)
     if (IsStartedFirst(options, files.scenario)) {
         bus.Activate(kServerName);
     }
+    if (listeners.printer) {
+        trace->Flush();
+        listeners.printer->CommandStarts();
+    }
     // The keepers, which are forked off before, do not hold the name.
     std::optional<SandboxName> name;
     if (!options.name.empty()) {
@@ -373,10 +386,6 @@ int RunInSandbox(const Options& options)
     if (trace) {
         trace->Flush();
         trace.reset();
-    if (listeners.printer) {
-        trace->Flush();
-        listeners.printer->CommandStarts();
-    }
     }
     if (listeners.recorder) {
         listeners.recorder->Finish();
@@ -503,6 +512,11 @@ int Main(int argc, char** argv)
     for (CLI::Option* const option : ofANewSandbox) {
         join->excludes(option);
     }
+    app.add_option(
+           "--layout", options.layout,
+           "the file that names the fields of the server's records, for kivctl and the Python module")
+        ->option_text("FILE")
+        ->check(simulator::File());
     app.add_flag("--list", options.list, "print the running sandboxes that have a name");
     app.add_flag(
         "--print-address", options.printAddress,
