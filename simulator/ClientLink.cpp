@@ -1,5 +1,7 @@
 #include "simulator/ClientLink.h"
 
+#include "simulator/ShortText.h"
+
 #include <algorithm>
 #include <climits>
 #include <utility>
@@ -143,9 +145,9 @@ void ClientLink::Call(
     g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
     g_dbus_message_set_body(message.get(), arguments);
 
-    trace_("{} <- {} {}", clientId, method, Describe(arguments));
+    trace_("{} <- {} {}", clientId, method, ShortText(arguments));
     auto traced = [trace = trace_, clientId, onAnswer = std::move(onAnswer)](const ClientAnswer& answer) {
-        trace("{} -> {}", clientId, answer.error.empty() ? Describe(answer.reply.get()) : answer.error);
+        trace("{} -> {}", clientId, answer.error.empty() ? ShortText(answer.reply.get()) : answer.error);
         onAnswer(answer);
     };
     g_dbus_connection_send_message_with_reply(

@@ -1,20 +1,49 @@
 #pragma once
 
+#include "tools/Nearest.h"
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
 
 namespace kiv::simulator {
 
-/** Has wrong arguments told by the program's name, as everything else that goes wrong. */
+/** What is wrong with the arguments, and which option or command may be meant. */
+inline std::string Reason(const CLI::App& app, const CLI::Error& error)
+{
+    // The words that nothing takes, those behind a subcommand included.
+    const std::vector<std::string> words = app.remaining(true);
+    if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || words.empty()) {
+        return error.what();
+    }
+    const std::string& word = words.front();
+    if (!word.starts_with('-')) {
+        return fmt::format("unexpected argument '{}'", word);
+    }
+    const std::vector<CLI::App*> commands = app.get_subcommands();
+    std::vector<std::string> names;
+    for (const CLI::Option* const option : (commands.empty() ? &app : commands.front())->get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return fmt::format("unknown option '{}'{}", word, DidYouMean(word, names));
+}
+
+/** Has wrong arguments told by the program's name, as everything else that goes wrong, with the way to the help. */
 inline void TellWithName(CLI::App& app)
 {
     app.failure_message([](const CLI::App* program, const CLI::Error& error) {
-        return fmt::format("{0}: {1}\n{0}: see {0} --help\n", program->get_name(), error.what());
+        const std::string reason = Reason(*program, error);
+        const std::string advice = reason.ends_with('?') ? "" : fmt::format("; see {} --help", program->get_name());
+        return fmt::format("{}: {}{}\n", program->get_name(), reason, advice);
     });
 }
 
@@ -23,7 +52,31 @@ inline CLI::Validator OneOf(const std::vector<std::string>& words)
 {
     const auto complain = [words](const std::string& given) {
         const bool isKnown = std::ranges::find(words, given) != words.end();
-        return isKnown ? "" : fmt::format("must be one of {}, got '{}'", fmt::join(words, ", "), given);
+        return isKnown ? "" : fmt::format("must be one of {}, got \"{}\"", fmt::join(words, ", "), given);
+    };
+    return {complain, ""};
+}
+
+/** Refuses an option or argument that is no integer, or a smaller one. */
+inline CLI::Validator IntegerFrom(int least)
+{
+    const auto complain = [least](const std::string& given) {
+        int value = 0;
+        const auto [end, error] = std::from_chars(given.data(), given.data() + given.size(), value);
+        const bool isInteger = error == std::errc() && end == given.data() + given.size() && value >= least;
+        constexpr int kMost = std::numeric_limits<int>::max();
+        return isInteger ? "" : fmt::format("must be an integer from {} to {}, got \"{}\"", least, kMost, given);
+    };
+    return {complain, ""};
+}
+
+/** Refuses an option that names no file. */
+inline CLI::Validator File()
+{
+    const auto complain = [](const std::string& given) {
+        std::error_code ignored;
+        const bool isFile = std::filesystem::exists(given, ignored) && !std::filesystem::is_directory(given, ignored);
+        return isFile ? "" : fmt::format("must be a file, got \"{}\"", given);
     };
     return {complain, ""};
 }

@@ -4,8 +4,10 @@
 #include "simulator/Interfaces.h"
 #include "simulator/Scenario.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -20,6 +22,24 @@ Scenario ReadGiven(const std::string& text)
     } catch (const FileError& error) {
         throw InvalidArguments(error.what());
     }
+}
+
+constexpr char kNeedsHome[] = "only without --replay does it have a home";
+constexpr char kNeedsIds[] = "client ids are those of the recording";
+constexpr char kNeedsClient[] = "it does not know its clients, so name one with --client";
+
+/** What a replay lacks for a change; null if it lacks nothing. */
+const char* LackedFor(const Change& change)
+{
+    if (!change.home.IsEmpty()) {
+        return kNeedsHome;
+    }
+    if (change.clientId) {
+        return kNeedsIds;
+    }
+    const bool isForAll =
+        std::ranges::any_of(change.events, [](const EventPush& event) { return event.client.empty(); });
+    return isForAll ? kNeedsClient : nullptr;
 }
 
 } // namespace
@@ -56,11 +76,13 @@ BusObject::Handlers Control::Handlers()
          }},
         {"ClientId",
          [this](const Call& call) {
+             RefuseInReplay(kNeedsIds);
              world_.clients.UseId(call.Argument<std::string>(0));
              call.Return();
          }},
         {"ResetClientId",
          [this](const Call& call) {
+             RefuseInReplay(kNeedsIds);
              world_.clients.UseId(std::nullopt);
              call.Return();
          }},
@@ -81,8 +103,18 @@ BusObject::Handlers Control::Handlers()
     };
 }
 
+void Control::RefuseInReplay(const char* reason) const
+{
+    if (world_.replay) {
+        throw InvalidArguments(fmt::format("the server replays {}; {}", world_.replay->Name(), reason));
+    }
+}
+
 std::vector<std::string> Control::Addressed(const std::string& clientId) const
 {
+    if (clientId.empty()) {
+        RefuseInReplay(kNeedsClient);
+    }
     return clientId.empty() ? world_.clients.Ids() : std::vector<std::string>{clientId};
 }
 
@@ -101,6 +133,15 @@ void Control::Calls(const Call& call) const
 
 void Control::Apply(const Call& call, const Scenario& scenario) const
 {
+    std::vector<Change> changes = {scenario.now};
+    for (const Appointment& appointment : scenario.timetable.value_or(std::vector<Appointment>())) {
+        changes.push_back(appointment.change);
+    }
+    for (const Change& change : changes) {
+        if (const char* const reason = LackedFor(change)) {
+            RefuseInReplay(reason);
+        }
+    }
     actions_.apply(scenario, [call] { call.Return(); });
 }
 
@@ -158,6 +199,7 @@ void Control::CallClient(const Call& call) const
 
 void Control::Show(const Call& call) const
 {
+    RefuseInReplay(kNeedsHome);
     nlohmann::json state = world_.home.ToJson();
     state["clients"] = world_.clients.ToJson();
     state["faults"] = world_.faults.ToJson();

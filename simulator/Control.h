@@ -26,6 +26,8 @@ public:
 
 private:
     BusObject::Handlers Handlers();
+    /** Throws BusError if the server answers from a recording, which lacks something for the request. */
+    void RefuseInReplay(const char* reason) const;
     std::vector<std::string> Addressed(const std::string& clientId) const;
 
     void Calls(const Call& call) const;

@@ -1,25 +1,12 @@
 #include "simulator/Glib.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <utility>
 
 namespace kiv::simulator {
 
 namespace {
-
-constexpr std::size_t kLongestPrintedArray = 32;
-
-std::string DescribeMember(GVariant* member)
-{
-    if (g_variant_is_of_type(member, G_VARIANT_TYPE_BYTESTRING) != FALSE &&
-        g_variant_n_children(member) > kLongestPrintedArray) {
-        return fmt::format("<{} bytes>", g_variant_n_children(member));
-    }
-    const std::unique_ptr<char, decltype(&g_free)> text(g_variant_print(member, FALSE), g_free);
-    return text.get();
-}
 
 /** D-Bus knows fewer types than GVariant: no maybe types, no empty tuples inside others. */
 void RequireFitForDBus(GVariant* tuple)
@@ -41,18 +28,6 @@ void RequireFitForDBus(GVariant* tuple)
 }
 
 } // namespace
-
-std::string Describe(GVariant* value)
-{
-    if (g_variant_is_of_type(value, G_VARIANT_TYPE_TUPLE) == FALSE) {
-        return DescribeMember(value);
-    }
-    std::vector<std::string> members;
-    for (std::size_t i = 0; i < g_variant_n_children(value); ++i) {
-        members.push_back(DescribeMember(Own(g_variant_get_child_value(value, i)).get()));
-    }
-    return fmt::format("({})", fmt::join(members, ", "));
-}
 
 Variant Wrap(GVariant* tuple)
 {

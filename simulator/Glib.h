@@ -61,9 +61,6 @@ inline BusError InvalidArguments(const std::string& message)
     return {"org.freedesktop.DBus.Error.InvalidArgs", message};
 }
 
-/** A value as text, with long byte arrays cut down to their length. */
-std::string Describe(GVariant* value);
-
 /**
  * A tuple as the content of a variant. D-Bus has no empty tuple inside a variant: the string "()" stands for it.
  */

@@ -20,6 +20,11 @@ struct HomeChange {
     std::optional<int> tavrinUiMode;
     std::optional<bool> surround;
     std::optional<bool> receiverHasAtmos;
+
+    bool IsEmpty() const
+    {
+        return !speakers && !soundbars && !settingMode && !tavrinUiMode && !surround && !receiverHasAtmos;
+    }
 };
 
 /** A home with a TV, a soundbar and speakers, as the server knows it. */

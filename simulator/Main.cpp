@@ -96,9 +96,11 @@ int main(int argc, char** argv)
     CLI::App app("Stands in for the network-speaker server on the system bus.", "kiv-simulator");
     TellWithName(app);
     app.set_version_flag("--version", "kiv-simulator " KIV_VERSION, "Print the version and exit");
-    app.add_option("--ready-fd", options.readyFd, "Write a line to this file descriptor once the names are owned");
-    app.add_option("--scenario", options.scenarioFile, "JSON file with the home, the faults and what happens when");
-    app.add_option("--replay", options.replayFile, "Answer from this recording");
+    app.add_option("--ready-fd", options.readyFd, "Write a line to this file descriptor once the names are owned")
+        ->check(IntegerFrom(0));
+    CLI::Option* const scenario =
+        app.add_option("--scenario", options.scenarioFile, "JSON file with the home, the faults and what happens when");
+    app.add_option("--replay", options.replayFile, "Answer from this recording, without a home")->excludes(scenario);
     app.add_option(
         "--feature-file", options.featureFile, "Where scenarios switch the TV's network speakers off and on");
     app.add_flag("--verbose", options.verbose, "Print each call and each push to stderr");

@@ -1,13 +1,14 @@
 #include "simulator/Replay.h"
 
+#include "simulator/CallDifference.h"
 #include "simulator/ClientLink.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Recording.h"
+#include "simulator/ShortText.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <set>
@@ -18,11 +19,13 @@ namespace kiv::simulator {
 
 namespace {
 
+constexpr char kIdMethod[] = "check_dbus_connection";
+
 /** Their argument is the caller's process id, which is another each time, and how often they are called is chance. */
 bool IsAboutProcess(const std::string& method)
 {
     static const std::set<std::string> kMethods = {
-        "check_dbus_connection", "SubscribeNamServiceCallback", "UnsubscribeNamServiceCallback"};
+        kIdMethod, "SubscribeNamServiceCallback", "UnsubscribeNamServiceCallback"};
     return kMethods.contains(method);
 }
 
@@ -32,16 +35,15 @@ std::string Print(GVariant* value)
     return text.get();
 }
 
+/** Equal for calls that get the same answers. */
+std::pair<std::string, std::string> CallOf(const std::string& method, GVariant* arguments)
+{
+    return {method, IsAboutProcess(method) ? "" : Print(arguments)};
+}
+
 /** Puts the lines of a recording together. */
 class RecordingReader {
 public:
-    struct Exchange {
-        std::string method;
-        std::string arguments;
-        std::int64_t calledMs;
-        RecordedAnswer answer;
-    };
-
     explicit RecordingReader(std::string name) : name_(std::move(name)) {}
 
     void Add(const std::string& text, int number)
@@ -57,7 +59,7 @@ public:
         }
     }
 
-    std::vector<Exchange> Take() { return std::move(exchanges_); }
+    std::vector<RecordedExchange> Take() { return std::move(exchanges_); }
 
 private:
     void AddCall(const RecordedLine& line)
@@ -67,7 +69,7 @@ private:
         }
         RecordedAnswer silence;
         silence.fault.silent = true;
-        exchanges_.push_back({line.method, Print(Tuple(line.arguments).get()), line.ms, silence});
+        exchanges_.push_back({number_, line.ms, line.method, Tuple(line.arguments), silence});
     }
 
     void AddAnswer(const RecordedLine& line)
@@ -76,7 +78,7 @@ private:
         if (call == calls_.end()) {
             Fail(fmt::format("there was no call {}", *line.answer));
         }
-        Exchange& exchange = exchanges_[call->second];
+        RecordedExchange& exchange = exchanges_[call->second];
         Fault& fault = exchange.answer.fault;
         fault.silent = false;
         fault.delay = std::chrono::milliseconds(std::max<std::int64_t>(line.ms - exchange.calledMs, 0));
@@ -118,7 +120,7 @@ private:
 
     std::string name_;
     int number_ = 0;
-    std::vector<Exchange> exchanges_;
+    std::vector<RecordedExchange> exchanges_;
     std::map<std::int64_t, std::size_t> calls_;
     std::set<std::int64_t> events_;
     std::optional<std::size_t> lastAnswered_;
@@ -135,49 +137,84 @@ Replay::Replay(const std::string& name, const std::string& text) : name_(name)
     for (std::string line; std::getline(lines, line);) {
         reader.Add(line, ++number);
     }
-    for (const RecordingReader::Exchange& exchange : reader.Take()) {
-        const std::string arguments = IsAboutProcess(exchange.method) ? "" : exchange.arguments;
-        answers_[{exchange.method, arguments}].inOrder.push_back(exchange.answer);
+    exchanges_ = reader.Take();
+    for (std::size_t index = 0; index < exchanges_.size(); ++index) {
+        const RecordedExchange& exchange = exchanges_[index];
+        byCall_[CallOf(exchange.method, exchange.arguments.get())].inOrder.push_back(index);
     }
 }
 
-RecordedAnswer Replay::Next(const std::string& method, GVariant* arguments)
+std::optional<RecordedAnswer> Replay::Next(const std::string& method, GVariant* arguments)
 {
-    const bool isAboutProcess = IsAboutProcess(method);
-    const Call call = {method, isAboutProcess ? "" : Print(arguments)};
-    const auto found = answers_.find(call);
-    if (found != answers_.end()) {
-        Answers& answers = found->second;
-        if (answers.next < answers.inOrder.size()) {
-            return answers.inOrder[answers.next++];
-        }
-        if (isAboutProcess) {
-            RecordedAnswer last = answers.inOrder.back();
-            last.events.clear();
-            return last;
-        }
+    const auto found = byCall_.find(CallOf(method, arguments));
+    if (found == byCall_.end()) {
+        return std::nullopt;
     }
-    RecordedAnswer answer;
-    answer.fault.error = kNotRecorded;
-    answer.fault.message = WhyNot(call);
-    std::fputs(fmt::format("kiv-simulator: {}\n", answer.fault.message).c_str(), stderr);
-    return answer;
+    Exchanges& same = found->second;
+    if (same.next < same.inOrder.size()) {
+        RecordedExchange& exchange = exchanges_[same.inOrder[same.next++]];
+        exchange.isMade = true;
+        return exchange.answer;
+    }
+    if (!IsAboutProcess(method)) {
+        return std::nullopt;
+    }
+    RecordedAnswer last = exchanges_[same.inOrder.back()].answer;
+    last.events.clear();
+    return last;
 }
 
-std::string Replay::WhyNot(const Call& call) const
+std::string Replay::WhyNot(const std::string& method, GVariant* arguments) const
 {
-    const auto& [method, arguments] = call;
-    const auto found = answers_.find(call);
-    if (found != answers_.end()) {
+    const auto found = byCall_.find(CallOf(method, arguments));
+    if (found != byCall_.end()) {
         const std::size_t count = found->second.inOrder.size();
         const std::string times = count == 1 ? "once" : fmt::format("{} times", count);
-        return fmt::format("{} has {}{} only {}", name_, method, arguments, times);
+        return fmt::format("{} has {}{} only {}", name_, method, ShortText(arguments), times);
     }
-    const auto sameMethod = answers_.lower_bound({method, ""});
-    if (sameMethod == answers_.end() || sameMethod->first.first != method) {
+    const RecordedExchange* const nearest = Nearest(method, arguments);
+    if (nearest == nullptr) {
         return fmt::format("{} has no call of {}", name_, method);
     }
-    return fmt::format("{} has no {}{}, but {}{}", name_, method, arguments, method, sameMethod->first.second);
+    const CallDifference difference = FirstDifference(method, nearest->arguments.get(), arguments);
+    return fmt::format(
+        "{} has no such {}: {} must be {} as in line {}, got {}", name_, method, difference.name, difference.first,
+        nearest->line, difference.second);
+}
+
+std::vector<RecordedExchange> Replay::Unmade() const
+{
+    std::vector<RecordedExchange> unmade;
+    std::set<std::string> leftOut = {kIdMethod};
+    for (const RecordedExchange& exchange : exchanges_) {
+        if (exchange.isMade && IsAboutProcess(exchange.method)) {
+            leftOut.insert(exchange.method);
+        }
+    }
+    for (const RecordedExchange& exchange : exchanges_) {
+        if (!exchange.isMade && !leftOut.contains(exchange.method)) {
+            unmade.push_back(exchange);
+        }
+    }
+    return unmade;
+}
+
+/** The call of the method that is most like this one; null if there is none. Calls that are still to come go first. */
+const RecordedExchange* Replay::Nearest(const std::string& method, GVariant* arguments) const
+{
+    const RecordedExchange* nearest = nullptr;
+    std::pair<bool, std::size_t> most;
+    for (const RecordedExchange& exchange : exchanges_) {
+        if (exchange.method != method) {
+            continue;
+        }
+        const std::pair likeness(!exchange.isMade, CountEqualArguments(exchange.arguments.get(), arguments));
+        if (nearest == nullptr || likeness > most) {
+            nearest = &exchange;
+            most = likeness;
+        }
+    }
+    return nearest;
 }
 
 } // namespace kiv::simulator

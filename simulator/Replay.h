@@ -4,8 +4,11 @@
 #include "simulator/Glib.h"
 
 #include <chrono>
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kiv::simulator {
@@ -27,26 +30,51 @@ struct RecordedAnswer {
     std::vector<RecordedEvent> events;
 };
 
+/** A call of the server and its answer. */
+struct RecordedExchange {
+    /** Number of the call's line in the recording. */
+    int line;
+    std::int64_t calledMs;
+    std::string method;
+    Variant arguments;
+    RecordedAnswer answer;
+    /** Whether the replay has come to it. */
+    bool isMade = false;
+};
+
 /** Answers from a recording: the same call gets what it got then, the second such call what the second got. */
 class Replay {
 public:
     /** Throws FileError, with line and reason, for what is no recording. The name stands for the text. */
     Replay(const std::string& name, const std::string& text);
 
-    /** A call that was not recorded, or not so often, gets an error, which goes to stderr as well. */
-    RecordedAnswer Next(const std::string& method, GVariant* arguments);
+    const std::string& Name() const { return name_; }
+
+    /** Nothing for a call that was not recorded, or not so often. */
+    std::optional<RecordedAnswer> Next(const std::string& method, GVariant* arguments);
+    /** Why there is nothing for such a call. */
+    std::string WhyNot(const std::string& method, GVariant* arguments) const;
+
+    /**
+     * The calls that nobody has made, in their order. A call about the caller's process counts as made if one of the
+     * same method was: how often it is made is chance. The question for the client id, which the library asks before
+     * each call, is left out.
+     */
+    std::vector<RecordedExchange> Unmade() const;
 
 private:
-    struct Answers {
-        std::vector<RecordedAnswer> inOrder;
+    using Call = std::pair<std::string, std::string>;
+    /** Indices of the exchanges that begin with the same call. */
+    struct Exchanges {
+        std::vector<std::size_t> inOrder;
         std::size_t next = 0;
     };
-    using Call = std::pair<std::string, std::string>;
 
-    std::string WhyNot(const Call& call) const;
+    const RecordedExchange* Nearest(const std::string& method, GVariant* arguments) const;
 
     std::string name_;
-    std::map<Call, Answers> answers_;
+    std::vector<RecordedExchange> exchanges_;
+    std::map<Call, Exchanges> byCall_;
 };
 
 } // namespace kiv::simulator

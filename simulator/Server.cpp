@@ -2,9 +2,11 @@
 
 #include "simulator/Events.h"
 #include "simulator/Interfaces.h"
+#include "simulator/ShortText.h"
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
@@ -14,9 +16,12 @@ namespace {
 
 constexpr unsigned kRecordedEventTimeoutMs = 20000;
 
-/** A proper answer with more bytes in it than there should be. */
+/** An answer with more bytes in it than there should be. */
 Variant WithMoreBytes(const Variant& values, const Bytes& more)
 {
+    if (more.empty()) {
+        return values;
+    }
     std::vector<Variant> members;
     std::vector<GVariant*> plain;
     for (std::size_t i = 0; i < g_variant_n_children(values.get()); ++i) {
@@ -48,14 +53,15 @@ BusObject::Handlers Server::Handlers()
 
 void Server::Serve(const Call& call, const Method& method)
 {
-    trace_("{} -> {} {}", call.Sender(), call.Method(), Describe(call.Arguments()));
+    trace_("{} -> {} {}", call.Sender(), call.Method(), ShortText(call.Arguments()));
     world_.calls.Add({call.Sender(), call.Method(), call.Flags(), Own(g_variant_ref(call.Arguments()))});
 
     Fault fault = world_.faults.Next(call.Method());
     std::vector<RecordedEvent> events;
     if (world_.replay && !fault.HasOutcome()) {
-        RecordedAnswer recorded = world_.replay->Next(call.Method(), call.Arguments());
+        RecordedAnswer recorded = Recorded(call);
         recorded.fault.delay += fault.delay;
+        recorded.fault.append = fault.append;
         fault = recorded.fault;
         events = recorded.events;
     }
@@ -70,6 +76,18 @@ void Server::Serve(const Call& call, const Method& method)
     }
 }
 
+RecordedAnswer Server::Recorded(const Call& call) const
+{
+    if (const auto recorded = world_.replay->Next(call.Method(), call.Arguments())) {
+        return *recorded;
+    }
+    RecordedAnswer refusal;
+    refusal.fault.error = kNotRecorded;
+    refusal.fault.message = world_.replay->WhyNot(call.Method(), call.Arguments());
+    std::fputs(fmt::format("kiv-simulator: {}\n", refusal.fault.message).c_str(), stderr);
+    return refusal;
+}
+
 void Server::Answer(const Call& call, const Method& method, const Fault& fault) const
 {
     if (fault.exit) {
@@ -82,14 +100,12 @@ void Server::Answer(const Call& call, const Method& method, const Fault& fault) 
         trace_("{} <- {} {}: {}", call.Sender(), call.Method(), fault.error, fault.message);
         call.Fail(fault.error, fault.message);
     } else if (fault.reply != nullptr) {
-        trace_("{} <- {} {}", call.Sender(), call.Method(), Describe(fault.reply.get()));
-        call.ReturnUnchecked(fault.reply.get());
+        const Variant values = WithMoreBytes(fault.reply, fault.append);
+        trace_("{} <- {} {}", call.Sender(), call.Method(), ShortText(values.get()));
+        call.ReturnUnchecked(values.get());
     } else {
-        Variant values = Own(method(call));
-        if (!fault.append.empty()) {
-            values = WithMoreBytes(values, fault.append);
-        }
-        trace_("{} <- {} {}", call.Sender(), call.Method(), Describe(values.get()));
+        const Variant values = WithMoreBytes(Own(method(call)), fault.append);
+        trace_("{} <- {} {}", call.Sender(), call.Method(), ShortText(values.get()));
         call.Return(values.get());
         ReportVolumes();
     }

@@ -21,6 +21,8 @@ public:
 private:
     BusObject::Handlers Handlers();
     void Serve(const Call& call, const Method& method);
+    /** A call that was not recorded, or not so often, gets an error, which goes to stderr as well. */
+    RecordedAnswer Recorded(const Call& call) const;
     void Answer(const Call& call, const Method& method, const Fault& fault) const;
     /** To subscribers, after the answer of the call that gave rise to it. */
     void ReportVolumes() const;

@@ -293,6 +293,10 @@ bool AwaitServerOfOther()
         const char* const starter = std::getenv("DBUS_STARTER_BUS_TYPE");
         return starter != nullptr && std::string_view(starter) == "system";
     }
+    // Asked first, so that a trace of the bus does not begin with a call that fails.
+    if (!HasOwner(connection.get(), kControlName)) {
+        return false;
+    }
     ErrorSlot error;
     GVariant* reply = g_dbus_connection_call_sync(
         connection.get(), kControlName, kControlPath, kControlInterface, "AwaitServer", nullptr, nullptr,

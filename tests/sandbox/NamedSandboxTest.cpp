@@ -1,13 +1,12 @@
+#include "Matchers.h"
 #include "Sandbox.h"
 #include "support/Wait.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -15,14 +14,6 @@
 namespace kiv::sandbox::named_sandbox_test {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
 
 /// Has the names in a folder of the test's own.
 class NamedSandboxTest : public testing::Test {
@@ -67,8 +58,25 @@ TEST_F(NamedSandboxTest, IsListedWithItsCommandAndOnRequestItsAddress)
 
 TEST_F(NamedSandboxTest, TheAddressIsPrintedOnRequest)
 {
-    Sandbox den("exit 0", {"--name", "den", "--print-address"});
-    EXPECT_EQ(den.Process().ReadErrors(), "kiv-sandbox: the bus is " + den.Address() + "\n");
+    Sandbox den("read line; echo done >&2", {"--name", "den", "--print-address"});
+    const std::string told = "kiv-sandbox: the bus is " + den.Address() + "\n";
+    EXPECT_EQ(RunSandbox({"--join", "den", "--print-address", "--", "true"}).errors, told);
+    den.Process().CloseInput();
+    EXPECT_EQ(den.Process().ReadErrors(), told + "done\n");
+}
+
+TEST_F(NamedSandboxTest, TheLayoutOfTheSandboxIsThatOfThoseWhoJoin)
+{
+    const fs::path layout = scratch_.Path() / "layout.json";
+    const fs::path own = scratch_.Path() / "own.json";
+    std::ofstream(layout) << "{}";
+    std::ofstream(own) << "{}";
+    const Sandbox den("read line", {"--name", "den", "--layout", layout});
+
+    EXPECT_EQ(Join("den", "echo $KIV_LAYOUT").output, layout.string() + "\n");
+    EXPECT_EQ(
+        RunSandbox({"--join", "den", "--layout", own, "--", "sh", "-c", "echo $KIV_LAYOUT"}).output,
+        own.string() + "\n");
 }
 
 TEST_F(NamedSandboxTest, ANameIsOfOneSandboxAtATime)
@@ -79,7 +87,7 @@ TEST_F(NamedSandboxTest, ANameIsOfOneSandboxAtATime)
 
     EXPECT_EQ(second.exitCode, 125);
     EXPECT_THAT(second.output, IsEmpty());
-    EXPECT_THAT(second.errors, HasSubstr("--name must be another than that of a running sandbox, got 'den'"));
+    EXPECT_THAT(second.errors, HasSubstr("--name must be another than that of a running sandbox, got \"den\""));
     EXPECT_EQ(Join("den", "true").exitCode, 0);
 }
 
@@ -95,7 +103,7 @@ TEST_F(NamedSandboxTest, TheNameGoesWithTheSandbox)
     EXPECT_FALSE(fs::is_empty(Folder()));
     const Outcome joined = Join("den", "true");
     EXPECT_EQ(joined.exitCode, 125);
-    EXPECT_THAT(joined.errors, HasSubstr("--join must be the name of a running sandbox, got 'den'"));
+    EXPECT_THAT(joined.errors, HasSubstr("--join must be the name of a running sandbox, got \"den\""));
     EXPECT_TRUE(fs::is_empty(Folder()));
 
     Sandbox again("read line", {"--name", "den"});
@@ -157,7 +165,7 @@ TEST_F(NamedSandboxTest, RefusesWhatCannotBeAName)
     for (const std::string& name : bad) {
         const Outcome outcome = RunSandbox({"--name", name, "--", "true"});
         EXPECT_EQ(outcome.exitCode, 125) << name;
-        EXPECT_THAT(outcome.errors, HasSubstr("got '" + name + "'")) << name;
+        EXPECT_THAT(outcome.errors, HasSubstr("got \"" + name + "\"")) << name;
     }
 }
 

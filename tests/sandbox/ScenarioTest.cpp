@@ -1,16 +1,15 @@
 #include "Calls.h"
+#include "Matchers.h"
 #include "Sandbox.h"
 #include "simulator/BusObject.h"
 #include "simulator/Interfaces.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
@@ -21,16 +20,6 @@
 namespace kiv::sandbox::scenario_test {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-using ::testing::AllOf;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
 
 constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 constexpr auto kControl = "kiv-sandbox control: ";
@@ -288,14 +277,17 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
          "/delay: must be a whole number from 0 to 2147483647, got \"x\""},
         {"fault Nonsense '{}'", kControl + std::string("the server has no method 'Nonsense'")},
         {"fault Nonsense none", kControl + std::string("the server has no method 'Nonsense'")},
-        {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got 'perhaps'")},
+        {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got \"perhaps\"")},
         {"event 7x", kControl + std::string("ID must be in hexadecimal such as 0x02020028, got '7x'")},
         {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got '5'")},
         {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got 'zz'")},
-        {"away -1", "-1"},
-        {"atmos perhaps", kControl + std::string("state: must be one of on, off, got 'perhaps'")},
+        {"away -1", kControl + std::string("milliseconds: must be an integer from 0 to 2147483647, got \"-1\"; see")},
+        {"payloads ff many", kControl + std::string("count: must be an integer from 0 to 2147483647, got \"many\"")},
+        {"show --txt", kControl + std::string("unknown option '--txt'; did you mean '--text'?\n")},
+        {"show all", kControl + std::string("unexpected argument 'all'; see kiv-sandbox control --help\n")},
+        {"atmos perhaps", kControl + std::string("state: must be one of on, off, got \"perhaps\"")},
         {"clear-fualts", kControl + std::string("unknown command 'clear-fualts'; did you mean 'clear-faults'?")},
-        {"", kControl + std::string("A subcommand is required")},
+        {"", kControl + std::string("no command given; see kiv-sandbox control --help\n")},
     };
     for (const auto& [command, complaint] : complaints) {
         const Outcome outcome = RunSandbox(WithScript({}, "control " + command));
@@ -488,7 +480,7 @@ TEST_F(RecordTest, AReplayKnowsNothingOfTheHome)
         replayed.errors,
         AllOf(
             HasSubstr(Failed("StopNetworkSpeaker")),
-            HasSubstr("kiv-simulator: " + file_.string() + " has StopNetworkSpeaker(3,) only 3 times\n")));
+            HasSubstr("kiv-simulator: " + file_.string() + " has StopNetworkSpeaker(3) only 3 times\n")));
 }
 
 TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
@@ -509,7 +501,48 @@ TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
     const Outcome lenient = Replay("kivctl stop --type 4; true");
     EXPECT_EQ(lenient.exitCode, 0);
     EXPECT_THAT(lenient.errors, Not(HasSubstr("--strict")));
-    EXPECT_EQ(RunSandbox({"--strict", "--", "true"}).exitCode, 125);
+}
+
+TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
+{
+    Record(
+        "kivctl stop --type 3; kivctl start 02:4b:49:56:00:01; for i in 4 5 6 7 8 9; do kivctl stop --type $i; done");
+    const auto strict = [this](const std::string& script) {
+        return RunSandbox(WithScript({"--strict", "--replay", file_}, script));
+    };
+
+    const Outcome none = strict("true");
+    EXPECT_EQ(none.exitCode, 125);
+    EXPECT_THAT(
+        none.errors,
+        AllOf(
+            StartsWith("kiv-sandbox: --strict: 9 calls of " + file_.string() + " were not made:\n  line "),
+            HasSubstr(": StopNetworkSpeaker(3)\n  line "), HasSubstr(": StartNetworkSpeaker([86 bytes: 00 00 "),
+            HasSubstr(": StopNetworkSpeaker(5)\n  and 4 more\n"), Not(HasSubstr("StopNetworkSpeaker(6)")),
+            Not(HasSubstr("check_dbus_connection"))));
+
+    // A call is made whatever the answer.
+    const Outcome one = strict("control fault StopNetworkSpeaker '{\"reply\": \"(0,)\", \"count\": 1}'\n"
+                               "for i in 3 4 5 6 7 8; do kivctl stop --type $i; done; kivctl start 02:4b:49:56:00:01");
+    EXPECT_EQ(one.exitCode, 125);
+    EXPECT_THAT(one.errors, HasSubstr("--strict: 1 call of " + file_.string() + " was not made:\n  line "));
+    EXPECT_THAT(one.errors, ::testing::EndsWith(": StopNetworkSpeaker(9)\n"));
+
+    EXPECT_EQ(strict("exit 5").exitCode, 5);
+    EXPECT_EQ(Replay("true").errors, "");
+}
+
+TEST_F(RecordTest, AReplayRefusesControlsThatItCannotHonour)
+{
+    Record("kivctl stop");
+    const Outcome show = Replay("control show");
+    EXPECT_EQ(show.exitCode, 2);
+    EXPECT_EQ(
+        show.errors,
+        kControl + ("the server replays " + file_.string()) + "; only without --replay does it have a home\n");
+    EXPECT_EQ(Replay("control apply surround-set").exitCode, 2);
+    EXPECT_EQ(Replay("control event 0x7").exitCode, 2);
+    EXPECT_EQ(Replay("control feature off; kivctl stop").exitCode, 3);
 }
 
 TEST_F(RecordTest, EventsAreRecordedAndReplayed)
@@ -587,8 +620,8 @@ TEST_F(RecordTest, DoesNotReplaceWhatItReads)
         const Outcome outcome = RunSandbox({"--record", name, "--replay", file_, "--", "echo", "started"});
         EXPECT_EQ(outcome.exitCode, 125);
         EXPECT_EQ(
-            outcome.errors,
-            "kiv-sandbox: --record must name another file than --replay, got the same file: '" + name.string() + "'\n");
+            outcome.errors, "kiv-sandbox: --record must name another file than --replay, got the same file: \"" +
+                                name.string() + "\"\n");
         EXPECT_THAT(outcome.output, IsEmpty());
         EXPECT_EQ(ReadFile(file_), recording);
     }

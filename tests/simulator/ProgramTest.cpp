@@ -1,4 +1,5 @@
 #include "SimulatorTest.h"
+#include "sandbox/Processes.h"
 #include "simulator/Interfaces.h"
 #include "support/Wait.h"
 
@@ -75,12 +76,14 @@ TEST_F(ProgramTest, TellsWrongArgumentsByItsName)
 {
     Program program = Run({"--nonsense"});
     program.ExitCode();
-    EXPECT_THAT(program.Errors(), ::testing::StartsWith("kiv-simulator: "));
+    EXPECT_EQ(program.Errors(), "kiv-simulator: unknown option '--nonsense'; see kiv-simulator --help\n");
 }
 
 TEST_F(ProgramTest, TellsItsVersion)
 {
-    EXPECT_EQ(Run({"--version"}).ExitCode(), 0);
+    sandbox::Child program({KIV_SIMULATOR, "--version"});
+    EXPECT_EQ(program.ReadOutput(), "kiv-simulator " KIV_VERSION "\n");
+    EXPECT_EQ(program.WaitForEnd(), 0);
 }
 
 TEST_F(ProgramTest, RefusesBadArguments)
@@ -88,6 +91,22 @@ TEST_F(ProgramTest, RefusesBadArguments)
     EXPECT_EQ(Run({"--nonsense"}).ExitCode(), 2);
     EXPECT_EQ(Run({"--ready-fd", "x"}).ExitCode(), 2);
     EXPECT_EQ(Run({"--ready-fd"}).ExitCode(), 2);
+    std::filesystem::remove(bus_.Directory() / "errors");
+    Program both = Run({"--replay", "/dev/null", "--scenario", "/dev/null"});
+    EXPECT_EQ(both.ExitCode(), 2);
+    EXPECT_EQ(both.Errors(), "kiv-simulator: --scenario excludes --replay; see kiv-simulator --help\n");
+}
+
+TEST_F(ProgramTest, TellsWhatAnArgumentMustBe)
+{
+    for (const std::string value : {"x", "-1", "3x", "2147483648"}) {
+        std::filesystem::remove(bus_.Directory() / "errors");
+        Program program = Run({"--ready-fd=" + value});
+        program.ExitCode();
+        EXPECT_EQ(
+            program.Errors(), "kiv-simulator: --ready-fd: must be an integer from 0 to 2147483647, got \"" + value +
+                                  "\"; see kiv-simulator --help\n");
+    }
 }
 
 TEST_F(ProgramTest, PrintsCallsAndPushes)
@@ -100,8 +119,8 @@ TEST_F(ProgramTest, PrintsCallsAndPushes)
     const std::string printed = program_->Errors();
     EXPECT_THAT(printed, HasSubstr(client.BusName() + " -> SubscribeNamServiceCallback (7)\n"));
     EXPECT_THAT(printed, HasSubstr(client.BusName() + " <- SubscribeNamServiceCallback ('tv_7')\n"));
-    EXPECT_THAT(printed, HasSubstr(" -> StartNetworkSpeaker (<86 bytes>)\n"));
-    EXPECT_THAT(printed, HasSubstr("tv_7 <- nam_notify_subscriber ([0x28, "));
+    EXPECT_THAT(printed, HasSubstr(" -> StartNetworkSpeaker ([86 bytes: 00 00 00 00 01 "));
+    EXPECT_THAT(printed, HasSubstr("tv_7 <- nam_notify_subscriber ([28 00 "));
     EXPECT_THAT(printed, HasSubstr("tv_7 -> ()\n"));
 }
 
@@ -203,7 +222,7 @@ TEST_F(ProgramTest, AnswersFromARecording)
     EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('den',)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "error org.example.Bad: no");
 
-    const std::string notRecorded = file.string() + " has StopNetworkSpeaker(3,) only 2 times";
+    const std::string notRecorded = file.string() + " has StopNetworkSpeaker(3) only 2 times";
     EXPECT_EQ(
         Server("StopNetworkSpeaker", "(3,)"),
         "error org.lumra.tv.networkspeaker.simulator.Error.NotRecorded: " + notRecorded);
@@ -211,6 +230,63 @@ TEST_F(ProgramTest, AnswersFromARecording)
 
     Control("Fault", "('StopNetworkSpeaker', {'reply': <(5,)>})");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(4,)"), "(5,)");
+}
+
+/** A simulator that answers from a recording. */
+class ReplayProgramTest : public ProgramTest {
+protected:
+    ReplayProgramTest()
+    {
+        std::ofstream(file_) << R"json({"ms":0,"call":1,"method":"GetNetSpkNodeList","arguments":"(0,)"}
+{"ms":0,"answer":1,"values":"([byte 0x01],)"}
+)json";
+        Start({"--replay", file_});
+    }
+
+    void ExpectRefusal(const std::string& method, const std::string& arguments, const std::string& reason)
+    {
+        EXPECT_EQ(
+            Control(method, arguments),
+            "error org.freedesktop.DBus.Error.InvalidArgs: the server replays " + file_.string() + "; " + reason)
+            << method << arguments;
+    }
+
+    const std::filesystem::path file_ = bus_.Directory() / "recording";
+};
+
+TEST_F(ReplayProgramTest, RefusesControlsOfWhatARecordingLacks)
+{
+    const std::string home = "only without --replay does it have a home";
+    ExpectRefusal("Show", "()", home);
+    ExpectRefusal("Atmos", "(true,)", home);
+    for (const std::string key :
+         {"\"speakers\": []", "\"soundbars\": []", "\"settingMode\": 80", "\"tavrinUiMode\": 80", "\"surround\": true",
+          "\"receiverHasAtmos\": false"}) {
+        ExpectRefusal("Apply", "('{\"home\": {" + key + "}}',)", home);
+    }
+    ExpectRefusal("Apply", "('{\"timetable\": [{\"at\": 1, \"home\": {\"surround\": true}}]}',)", home);
+    const std::string ids = "client ids are those of the recording";
+    ExpectRefusal("ClientId", "('den',)", ids);
+    ExpectRefusal("ResetClientId", "()", ids);
+    ExpectRefusal("Apply", "('{\"clientId\": \"den\"}',)", ids);
+    const std::string client = "it does not know its clients, so name one with --client";
+    ExpectRefusal("Event", "('', 7, [byte 1])", client);
+    ExpectRefusal("Payload", "('', [byte 1])", client);
+    ExpectRefusal("Payloads", "('', [byte 1], uint32 2)", client);
+    ExpectRefusal("Apply", "('{\"events\": [{\"id\": 7}]}',)", client);
+}
+
+TEST_F(ReplayProgramTest, HeedsControlsThatNeedNoHome)
+{
+    const FakeClient client(bus_.Address(), "den");
+    EXPECT_EQ(Control("Event", "('den', 7, [byte 1])"), "()");
+    EXPECT_THAT(client.Payloads(1), ElementsAre(Bytes{7, 0, 0, 0, 1, 0, 0, 0, 1}));
+    EXPECT_EQ(Control("Apply", "('{\"faults\": {\"GetNetSpkNodeList\": {\"append\": \"02\"}}}',)"), "()");
+    EXPECT_EQ(Server("GetNetSpkNodeList", "(0,)"), "([0x01, 0x02],)");
+    EXPECT_THAT(Control("Calls"), HasSubstr("GetNetSpkNodeList"));
+    EXPECT_EQ(Control("Away", "(uint32 1,)"), "()");
+    EXPECT_EQ(Control("AwaitServer"), "()");
+    EXPECT_EQ(Control("Exit"), "()");
 }
 
 } // namespace

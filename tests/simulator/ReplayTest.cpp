@@ -3,10 +3,17 @@
 #include "SimulatorTest.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Recording.h"
+#include "simulator/ShortText.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <utility>
 
 namespace kiv::simulator::replay_test {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -28,7 +35,25 @@ class ReplayTest : public ::testing::Test {
 protected:
     RecordedAnswer Next(const std::string& method, const std::string& arguments = "()")
     {
-        return replay_.Next(method, Value(arguments).get());
+        return replay_.Next(method, Value(arguments).get()).value();
+    }
+
+    /** Why there is no answer. */
+    std::string WhyNot(const std::string& method, const std::string& arguments = "()")
+    {
+        EXPECT_FALSE(replay_.Next(method, Value(arguments).get()).has_value());
+        return replay_.WhyNot(method, Value(arguments).get());
+    }
+
+    /** The calls that have not been made, as "line: method(arguments)". */
+    std::vector<std::string> Unmade() const
+    {
+        std::vector<std::string> calls;
+        for (const RecordedExchange& exchange : replay_.Unmade()) {
+            calls.push_back(
+                fmt::format("{}: {}{}", exchange.line, exchange.method, ShortText(exchange.arguments.get())));
+        }
+        return calls;
     }
 
     Replay replay_{"file", kRecording};
@@ -83,15 +108,132 @@ TEST_F(ReplayTest, WhoACallerIsCanBeAskedByAnyAndAgain)
 
 TEST_F(ReplayTest, SaysWhatIsNotRecorded)
 {
-    const auto reason = [this](const std::string& method, const std::string& arguments) {
-        const Fault fault = Next(method, arguments).fault;
-        EXPECT_EQ(fault.error, "org.lumra.tv.networkspeaker.simulator.Error.NotRecorded");
-        return fault.message;
-    };
-    EXPECT_EQ(reason("ResetAllNetSpkVolume", "()"), "file has no call of ResetAllNetSpkVolume");
-    EXPECT_EQ(reason("StopNetworkSpeaker", "(4,)"), "file has no StopNetworkSpeaker(4,), but StopNetworkSpeaker(3,)");
+    EXPECT_EQ(WhyNot("ResetAllNetSpkVolume"), "file has no call of ResetAllNetSpkVolume");
+    EXPECT_EQ(
+        WhyNot("StopNetworkSpeaker", "(4,)"),
+        "file has no such StopNetworkSpeaker: stopType must be 3 as in line 1, got 4");
     Next("DisableSurround");
-    EXPECT_EQ(reason("DisableSurround", "()"), "file has DisableSurround() only once");
+    EXPECT_EQ(WhyNot("DisableSurround"), "file has DisableSurround() only once");
+}
+
+TEST_F(ReplayTest, TellsTheCallsThatWereNotMadeInTheirOrder)
+{
+    EXPECT_THAT(
+        Unmade(), ElementsAre(
+                      "1: StopNetworkSpeaker(3)", "2: DisableSurround()", "7: StopNetworkSpeaker(3)",
+                      "9: StopNetworkSpeaker(3)"));
+    Next("StopNetworkSpeaker", "(3,)");
+    Next("DisableSurround");
+    Next("StopNetworkSpeaker", "(3,)");
+    EXPECT_THAT(Unmade(), ElementsAre("9: StopNetworkSpeaker(3)"));
+    Next("StopNetworkSpeaker", "(3,)");
+    EXPECT_THAT(Unmade(), IsEmpty());
+}
+
+/** A recording of calls that nobody has answered. */
+Replay ReplayOf(const std::vector<std::pair<std::string, std::string>>& calls)
+{
+    std::string text;
+    int number = 0;
+    for (const auto& [method, arguments] : calls) {
+        RecordedLine line;
+        line.call = ++number;
+        line.method = method;
+        line.arguments = arguments;
+        text += WriteLine(line) + "\n";
+    }
+    return {"file", text};
+}
+
+TEST(UnmadeCallsTest, OneSubscriptionStandsForAll)
+{
+    Replay replay = ReplayOf({{"SubscribeNamServiceCallback", "(7,)"}, {"SubscribeNamServiceCallback", "(7,)"}});
+    EXPECT_THAT(replay.Unmade(), SizeIs(2));
+    replay.Next("SubscribeNamServiceCallback", Value("(8,)").get());
+    EXPECT_THAT(replay.Unmade(), IsEmpty());
+}
+
+/** Why the second call is not in a recording of the first one. */
+std::string WhyNotInstead(const std::string& method, const std::string& recorded, const std::string& got)
+{
+    return ReplayOf({{method, recorded}}).WhyNot(method, Value(got).get());
+}
+
+std::string Tuple(const Bytes& bytes)
+{
+    return fmt::format("([byte {}],)", fmt::join(bytes, ", "));
+}
+
+TEST(NotRecordedTest, TheArgumentHasItsNameAndAnUnknownOneItsNumber)
+{
+    EXPECT_EQ(
+        WhyNotInstead("SetNetSpkSettingMode", "(80, 1)", "(80, 2)"),
+        "file has no such SetNetSpkSettingMode: startReason must be 1 as in line 1, got 2");
+    EXPECT_EQ(
+        WhyNotInstead("OfAnotherServer", "(80, 'x')", "(80, 'y')"),
+        "file has no such OfAnotherServer: argument 2 must be 'x' as in line 1, got 'y'");
+    EXPECT_EQ(
+        WhyNotInstead("SetNetSpkSettingMode", "(80, 1, 2)", "(80, 1)"),
+        "file has no such SetNetSpkSettingMode: the arguments must be (80, 1, 2) as in line 1, got (80, 1)");
+}
+
+TEST(NotRecordedTest, SpeakersAreShownAsPeopleWriteThem)
+{
+    const auto tuple = [](const std::vector<Bytes>& records) { return Tuple(Joined(records)); };
+    EXPECT_EQ(
+        WhyNotInstead(
+            "StartNetworkSpeaker", tuple({StartRecord(1, 0x01), StartRecord(2, 0x02)}),
+            tuple({StartRecord(1, 0x01), StartRecord(2, 0x03)})),
+        "file has no such StartNetworkSpeaker: records[1] must be 02:4b:49:56:00:02=2 as in line 1, got "
+        "02:4b:49:56:00:03=2");
+    EXPECT_EQ(
+        WhyNotInstead("StartNetworkSpeaker", tuple({StartRecord(1, 0x01)}), "(@ay [],)"),
+        "file has no such StartNetworkSpeaker: records[0] must be 02:4b:49:56:00:01=1 as in line 1, got none");
+    EXPECT_EQ(
+        WhyNotInstead(
+            "AutoConnectNewSpeakers", Tuple({1, 0, 0, 0, 2, 0x4b, 0x49, 0x56, 0, 5}),
+            Tuple({1, 0, 0, 0, 2, 0x4b, 0x49, 0x56, 0, 6})),
+        "file has no such AutoConnectNewSpeakers: macs[0] must be 02:4b:49:56:00:05 as in line 1, got "
+        "02:4b:49:56:00:06");
+}
+
+TEST(NotRecordedTest, BytesAreShownAroundTheFirstThatDiffers)
+{
+    Bytes other = StartRecord(1, 0x01);
+    other[50] = 0xff;
+    EXPECT_EQ(
+        WhyNotInstead("StartNetworkSpeaker", Tuple(StartRecord(1, 0x01)), Tuple(other)),
+        "file has no such StartNetworkSpeaker: records must be [86 bytes, from byte 42: " +
+            fmt::format("{:02x}", fmt::join(Bytes(32, 0), " ")) +
+            " ...] as in line 1, got [86 bytes, from byte 42: 00 00 00 00 00 00 00 00 ff " +
+            fmt::format("{:02x}", fmt::join(Bytes(23, 0), " ")) + " ...]");
+    EXPECT_EQ(
+        WhyNotInstead("SetSoundbarSoundMode", Tuple({1, 2}), Tuple({1, 3, 4})),
+        "file has no such SetSoundbarSoundMode: setting must be [01 02] as in line 1, got [01 03 04]");
+}
+
+TEST(NotRecordedTest, TheCallMostLikeItIsNamedAndCallsThatAreStillToComeFirst)
+{
+    Replay replay = ReplayOf(
+        {{"SetNetSpkSettingMode", "(81, 5)"},
+         {"SetNetSpkSettingMode", "(80, 1)"},
+         {"SetNetSpkSettingMode", "(82, 6)"}});
+    const auto whyNot = [&replay] { return replay.WhyNot("SetNetSpkSettingMode", Value("(80, 2)").get()); };
+    EXPECT_THAT(whyNot(), HasSubstr("startReason must be 1 as in line 2"));
+    replay.Next("SetNetSpkSettingMode", Value("(80, 1)").get());
+    EXPECT_THAT(whyNot(), HasSubstr("mode must be 81 as in line 1"));
+    replay.Next("SetNetSpkSettingMode", Value("(81, 5)").get());
+    EXPECT_THAT(whyNot(), HasSubstr("mode must be 82 as in line 3"));
+}
+
+TEST(NotRecordedTest, LongArgumentsAreShortAlsoInACallThatWasMadeTooOften)
+{
+    const std::string longCall = Tuple(Bytes(2000, 7));
+    Replay replay = ReplayOf({{"StartNetworkSpeaker", longCall}});
+    replay.Next("StartNetworkSpeaker", Value(longCall).get());
+    const std::string reason = replay.WhyNot("StartNetworkSpeaker", Value(longCall).get());
+    EXPECT_THAT(reason, ::testing::StartsWith("file has StartNetworkSpeaker([2000 bytes: 07 07 "));
+    EXPECT_LT(reason.size(), 200U);
 }
 
 TEST(ReplayFileTest, RefusesWhatIsNoRecording)

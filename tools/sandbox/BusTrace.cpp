@@ -2,10 +2,10 @@
 
 #include "Connection.h"
 #include "Owned.h"
+#include "simulator/ShortText.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <limits>
 #include <mutex>
 #include <stdexcept>
@@ -14,9 +14,6 @@
 namespace kiv::sandbox {
 
 namespace {
-
-constexpr gsize kBytesShown = 32;
-constexpr glong kCharactersShown = 120;
 
 std::string Text(const char* text)
 {
@@ -28,55 +25,10 @@ std::string Print(GVariant* value)
     return Owned(g_variant_print(value, FALSE));
 }
 
-std::string PrintString(GVariant* value)
-{
-    const std::string text = Print(value);
-    const bool isLong = g_utf8_strlen(text.c_str(), -1) > kCharactersShown;
-    return isLong ? Owned(g_utf8_substring(text.c_str(), 0, kCharactersShown)) + "..." : text;
-}
-
-std::string PrintBytes(GVariant* value)
-{
-    gsize size = 0;
-    const auto* bytes = static_cast<const guint8*>(g_variant_get_fixed_array(value, &size, 1));
-    const std::string shown = fmt::format("{:02x}", fmt::join(bytes, bytes + std::min(size, kBytesShown), " "));
-    return size > kBytesShown ? fmt::format("[{} bytes: {} ...]", size, shown) : fmt::format("[{}]", shown);
-}
-
-/// Like g_variant_print, but with bytes in hexadecimal and long ones and strings cut.
-std::string PrintShort(GVariant* value)
-{
-    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING)) {
-        return PrintBytes(value);
-    }
-    if (!g_variant_is_container(value)) {
-        return PrintString(value);
-    }
-    const GVariantClass type = g_variant_classify(value);
-    const char* const separator = type == G_VARIANT_CLASS_DICT_ENTRY ? ": " : ", ";
-    std::string text;
-    const gsize count = g_variant_n_children(value);
-    for (gsize index = 0; index < count; ++index) {
-        GVariant* child = g_variant_get_child_value(value, index);
-        text += (index == 0 ? "" : separator) + PrintShort(child);
-        g_variant_unref(child);
-    }
-    switch (type) {
-    case G_VARIANT_CLASS_TUPLE:
-        return "(" + text + ")";
-    case G_VARIANT_CLASS_VARIANT:
-        return "<" + text + ">";
-    case G_VARIANT_CLASS_DICT_ENTRY:
-        return text;
-    default:
-        return "[" + text + "]";
-    }
-}
-
 /// The arguments of a call or a result, in parentheses.
 std::string DescribeBody(const Message& message)
 {
-    return message.body ? PrintShort(message.body.get()) : "()";
+    return message.body ? simulator::ShortText(message.body.get()) : "()";
 }
 
 std::string DescribeFlags(GDBusMessageFlags flags)
@@ -114,6 +66,12 @@ Message Copy(GDBusMessage* message)
 std::string Message::BodyText() const
 {
     return body ? Print(body.get()) : "()";
+}
+
+bool IsServerCall(const Message& message)
+{
+    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL &&
+           message.interface == "org.lumra.tv.networkspeaker.server.interface";
 }
 
 std::string Describe(const Message& message)

@@ -31,6 +31,9 @@ struct Message {
     std::string BodyText() const; ///< the whole body as GVariant text without type annotations; "()" without a body
 };
 
+/// Whether the message calls a method of the network-speaker server.
+bool IsServerCall(const Message& message);
+
 /**
  * One line for people, the caller on the left: ":1.5 -> org.freedesktop.DBus NameHasOwner('org.example')" and
  * ":1.5 <- org.freedesktop.DBus returns (true)". Long byte arrays and strings are cut.

@@ -374,7 +374,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         "payloads", "push them many times, and print how often a client answered",
         [&](const Simulator& simulator) { PushPayloads(simulator, words); });
     payloads->add_option("bytes", words.bytes, "in hexadecimal")->required();
-    payloads->add_option("count", words.count, "how often")->required();
+    payloads->add_option("count", words.count, "how often")->required()->check(simulator::IntegerFrom(0));
     addClient(payloads);
     CLI::App* const call =
         command("call-client", "call any method of a client, and print its answer", [&](const Simulator& simulator) {
@@ -383,7 +383,9 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
     call->add_option("client", words.client, "id of the client")->required();
     call->add_option("method", words.method, "method of its object")->required();
     call->add_option("arguments", words.arguments, "a tuple in GVariant text form, such as \"(1, 'x')\"");
-    call->add_option("--timeout", words.timeout, "how long to wait for the answer")->option_text("MILLISECONDS");
+    call->add_option("--timeout", words.timeout, "how long to wait for the answer")
+        ->option_text("MILLISECONDS")
+        ->check(simulator::IntegerFrom(0));
     command(
         "client-id", "give every process this client id",
         [&](const Simulator& simulator) { simulator.Control("ClientId", g_variant_new("(s)", words.id.c_str())); })
@@ -394,7 +396,8 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         "away", "have the server crash, and come back",
         [&](const Simulator& simulator) { simulator.Control("Away", g_variant_new("(u)", words.milliseconds)); })
         ->add_option("milliseconds", words.milliseconds, "how long it is away")
-        ->required();
+        ->required()
+        ->check(simulator::IntegerFrom(0));
     plain("await-server", "AwaitServer", "wait until the server is on the bus again");
     plain("exit", "Exit", "have the server end; the next call starts it anew");
     CLI::App* const show =
@@ -431,7 +434,10 @@ int ControlMain(int argc, char** argv)
     std::function<void()> action;
     AddCommands(app, words, action);
     try {
-        RefuseUnknownCommand(app, argc > 1 ? argv[1] : "");
+        if (argc < 2) {
+            throw CLI::ParseError("no command given", CLI::ExitCodes::RequiredError);
+        }
+        RefuseUnknownCommand(app, argv[1]);
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kBadUsage;

@@ -6,6 +6,7 @@
 #include "NamedSandboxes.h"
 #include "PrivateBus.h"
 #include "Recorder.h"
+#include "ReplayCheck.h"
 #include "ScenarioFiles.h"
 #include "TraceFormatter.h"
 #include "WriteFile.h"
@@ -67,7 +68,7 @@ constexpr auto kDescription =
 constexpr auto kFooter = "Environment of the command:\n"
                          "  DBUS_SYSTEM_BUS_ADDRESS     the private bus\n"
                          "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n"
-                         "  KIV_LAYOUT                  the simulator's record layout, unless it is set already\n\n"
+                         "  KIV_LAYOUT                  the record layout, see --layout\n\n"
                          "Exit code:\n"
                          "  that of the command, or 128 plus the number of the signal that ended it\n"
                          "  125  the sandbox failed: its options are wrong, a file cannot be used, ...\n"
@@ -89,6 +90,7 @@ struct Options {
     std::string scenario;
     std::string record;
     std::string replay;
+    std::string layout;
     std::string name;
     std::string join;
     std::string busFault;
@@ -196,23 +198,28 @@ void RefuseToReplace(const fs::path& input, const char* option, const std::strin
     std::error_code notThere;
     if (fs::equivalent(input, record, notThere)) {
         throw simulator::FileError(
-            fmt::format("--record must name another file than {}, got the same file: '{}'", option, record));
+            fmt::format("--record must name another file than {}, got the same file: \"{}\"", option, record));
     }
 }
 
-/// Reads what the simulator will read, so that nothing is started for files that cannot be used. Returns the scenario.
-simulator::Scenario CheckFiles(const Options& options, const std::optional<ScenarioText>& given)
-{
+struct InputFiles {
     simulator::Scenario scenario;
+    std::optional<simulator::Replay> replay;
+};
+
+/// Reads what the simulator will read, so that nothing is started for files that cannot be used.
+InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& given)
+{
+    InputFiles files;
     if (given) {
         RefuseToReplace(given->name, "--scenario", options.record);
-        scenario = simulator::ReadScenario(given->name, given->text);
+        files.scenario = simulator::ReadScenario(given->name, given->text);
     }
     if (!options.replay.empty()) {
         RefuseToReplace(options.replay, "--replay", options.record);
-        simulator::Replay(options.replay, simulator::ReadText(options.replay, simulator::kLargestRecording));
+        files.replay.emplace(options.replay, simulator::ReadText(options.replay, simulator::kLargestRecording));
     }
-    return scenario;
+    return files;
 }
 
 /// Tells whether the server is to run before the command. One that takes its time to come up is left to the first call,
@@ -303,45 +310,81 @@ std::string TimeOfDay()
         "{:%H:%M:%S}.{:03}", fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds % 1000);
 }
 
-BusTrace::Listener TracePrinter(TraceFormatter::Housekeeping housekeeping)
-{
-    return [formatter = TraceFormatter(housekeeping)](const Message& message) mutable {
-        if (const auto line = formatter.Format(message)) {
+/// Prints the messages from the start of the command on, because those before are the sandbox's own. With the
+/// housekeeping it prints them all.
+class TracePrinter {
+public:
+    explicit TracePrinter(TraceFormatter::Housekeeping housekeeping)
+        : formatter_(housekeeping), isPrinting_(housekeeping == TraceFormatter::Housekeeping::Shown)
+    {
+    }
+
+    void CommandStarts() { isPrinting_ = true; }
+
+    void Add(const Message& message)
+    {
+        // Also the messages that are not printed tell it names.
+        const auto line = formatter_.Format(message);
+        if (line && isPrinting_) {
             // A stderr that has been closed is no reason to end the command, as an exception here would.
             std::fputs(fmt::format("{} bus: {}\n", TimeOfDay(), *line).c_str(), stderr);
         }
-    };
-}
-
-/// All who want to see the messages. Counts the calls that a replay does not know.
-BusTrace::Listener
-Listeners(const Options& options, std::optional<Recorder>& recorder, std::atomic<unsigned>& notRecorded)
-{
-    BusTrace::Listener print;
-    if (options.trace || options.traceAll) {
-        print =
-            TracePrinter(options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
     }
-    return [print, &recorder, &notRecorded](const Message& message) {
-        notRecorded += message.errorName == simulator::kNotRecorded ? 1 : 0;
-        if (print) {
-            print(message);
+
+private:
+    TraceFormatter formatter_;
+    std::atomic<bool> isPrinting_;
+};
+
+/// All that want to see the messages.
+struct Listeners {
+    Listeners(const Options& options, const InputFiles& files)
+    {
+        if (options.trace || options.traceAll) {
+            printer.emplace(
+                options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
+        }
+        if (!options.record.empty()) {
+            recorder.emplace(options.record);
+        }
+        if (options.strict) {
+            replayCheck.emplace(*files.replay);
+        }
+    }
+
+    std::optional<TracePrinter> printer;
+    std::optional<Recorder> recorder;
+    std::optional<ReplayCheck> replayCheck;
+
+    bool AreAny() const { return printer || recorder || replayCheck; }
+
+    void Add(const Message& message)
+    {
+        if (printer) {
+            printer->Add(message);
         }
         if (recorder) {
             recorder->Add(message);
         }
-    };
-}
+        if (replayCheck) {
+            replayCheck->Add(message);
+        }
+    }
+};
 
 constexpr auto kAddressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
+constexpr auto kLayoutVariable = "KIV_LAYOUT";
 
 void SetEnvironment(const Options& options, const std::map<std::string, std::string>& environment)
 {
     for (const auto& [name, value] : environment) {
         setenv(name.c_str(), value.c_str(), 1);
     }
+    if (!options.layout.empty()) {
+        setenv(kLayoutVariable, fs::absolute(options.layout).c_str(), 1);
+    }
     // A layout that is named already is that of a server whose recording is replayed.
-    setenv("KIV_LAYOUT", LayoutFile().c_str(), 0);
+    setenv(kLayoutVariable, LayoutFile().c_str(), 0);
     if (options.printAddress) {
         fmt::print(stderr, "kiv-sandbox: the bus is {}\n", environment.at(kAddressVariable));
     }
@@ -353,32 +396,36 @@ int RunInSandbox(const Options& options)
     if (!options.scenario.empty()) {
         scenarioText = ReadScenarioText(options.scenario);
     }
-    const simulator::Scenario scenario = CheckFiles(options, scenarioText);
+    const InputFiles files = ReadFiles(options, scenarioText);
     PrivateBus bus({.extraConfig = kBusFaultConfig});
     const fs::path featureFile = bus.Directory() / "system-info.conf";
-    simulator::WriteFeature(featureFile, options.feature.value_or(scenario.now.feature.value_or("on")));
-    const std::map<std::string, std::string> environment = {
+    simulator::WriteFeature(featureFile, options.feature.value_or(files.scenario.now.feature.value_or("on")));
+    std::map<std::string, std::string> environment = {
         {kAddressVariable, bus.Address()}, {"KIV_SYSTEM_INFO_FILE", featureFile}};
+    if (!options.layout.empty()) {
+        // Here, so that those who join the sandbox have it, too.
+        environment[kLayoutVariable] = fs::absolute(options.layout);
+    }
     SetEnvironment(options, environment);
     Keeper command(options.command, Keeper::Place::Foreground);
 
     // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
     // mask.
     const EndSignals signals;
-    std::optional<Recorder> recorder;
-    if (!options.record.empty()) {
-        recorder.emplace(options.record);
-    }
+    Listeners listeners(options, files);
     if (!options.noServer) {
         bus.WriteService(SimulatorService(options, featureFile, ScenarioFile(scenarioText, bus)));
     }
-    std::atomic<unsigned> notRecorded = 0;
     std::optional<BusTrace> trace;
-    if (options.trace || options.traceAll || options.strict || recorder) {
-        trace.emplace(bus.Address(), Listeners(options, recorder, notRecorded));
+    if (listeners.AreAny()) {
+        trace.emplace(bus.Address(), [&listeners](const Message& message) { listeners.Add(message); });
     }
-    if (IsStartedFirst(options, scenario)) {
+    if (IsStartedFirst(options, files.scenario)) {
         StartServer(bus, options, signals);
+    }
+    if (listeners.printer) {
+        trace->Flush();
+        listeners.printer->CommandStarts();
     }
     // The keepers, which are forked off before, do not hold the name.
     std::optional<SandboxName> name;
@@ -395,16 +442,12 @@ int RunInSandbox(const Options& options)
         trace->Flush();
         trace.reset();
     }
-    if (recorder) {
-        recorder->Finish();
+    if (listeners.recorder) {
+        listeners.recorder->Finish();
     }
-    if (options.strict && notRecorded != 0) {
-        fmt::print(
-            stderr, "kiv-sandbox: --strict: {} {} not in {}\n", notRecorded.load(),
-            notRecorded == 1 ? "call was" : "calls were", options.replay);
-        return exitCode == EXIT_SUCCESS ? kSandboxFailed : exitCode;
-    }
-    return exitCode;
+    const std::string complaints = listeners.replayCheck ? listeners.replayCheck->Complaints() : "";
+    fmt::print(stderr, "{}", complaints);
+    return exitCode == EXIT_SUCCESS && !complaints.empty() ? kSandboxFailed : exitCode;
 }
 
 /// Replaces this process by the command, in a sandbox that another process has made.
@@ -457,7 +500,7 @@ std::vector<std::string> Command(const CLI::App& app)
         words.erase(words.begin());
     }
     if (words.empty()) {
-        throw CLI::RequiredError("command");
+        throw CLI::ParseError("no command given", CLI::ExitCodes::RequiredError);
     }
     if (!separated && words.front().starts_with('-')) {
         throw CLI::ExtrasError(app.get_name(), {words.front()});
@@ -478,7 +521,9 @@ int Main(int argc, char** argv)
     app.set_version_flag("--version", "kiv-sandbox " KIV_VERSION, "print the version and exit");
     app.prefix_command();
     app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
-    app.add_flag("--trace-all", options.traceAll, "the same with the housekeeping of the bus: Hello, AddMatch, ...");
+    app.add_flag(
+        "--trace-all", options.traceAll,
+        "the same with the housekeeping of bus and sandbox: Hello, AddMatch, the start of the server, ...");
     CLI::Option* const start = app.add_flag(
         "--start", options.start,
         "start the server before the command: the default, unless the scenario has the server come up late");
@@ -489,20 +534,22 @@ int Main(int argc, char** argv)
     start->excludes(lazy, noServer);
     lazy->excludes(noServer);
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
-    app.add_option(
-           "--scenario", options.scenario,
-           "the home, the faults and what happens when: a JSON file, the name of "
-           "a scenario that comes along, or - for stdin")
-        ->option_text("FILE");
+    CLI::Option* const scenario = app.add_option(
+                                          "--scenario", options.scenario,
+                                          "the home, the faults and what happens when: a JSON file, the name of "
+                                          "a scenario that comes along, or - for stdin")
+                                       ->option_text("FILE");
     app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
         ->option_text("FILE");
     CLI::Option* const replay =
         app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
-    app.add_flag("--strict", options.strict, "fail if a call was not recorded")->needs(replay);
+    replay->excludes(scenario, noServer);
+    app.add_flag("--strict", options.strict, "fail if a call was not recorded, or a recorded one was not made")
+        ->needs(replay);
     app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
         ->option_text("PATH")
-        ->check(CLI::ExistingFile);
+        ->check(simulator::File());
     app.add_option(
            "--feature", options.feature,
            "whether the device has network speakers; absent: cannot be read (default: what the "
@@ -525,6 +572,11 @@ int Main(int argc, char** argv)
     for (CLI::Option* const option : ofANewSandbox) {
         join->excludes(option);
     }
+    app.add_option(
+           "--layout", options.layout,
+           "the file that names the fields of the server's records, for kivctl and the Python module")
+        ->option_text("FILE")
+        ->check(simulator::File());
     app.add_flag("--list", options.list, "print the running sandboxes that have a name");
     app.add_flag(
         "--print-address", options.printAddress,

@@ -137,7 +137,8 @@ std::string WhyNoName(const std::string& text)
         return "";
     }
     return fmt::format(
-        "must be a name of up to {} letters, digits, '-', '_' and '.', the first no '.', got '{}'", kLongestName, text);
+        "must be a name of up to {} letters, digits, '-', '_' and '.', the first no '.', got \"{}\"", kLongestName,
+        text);
 }
 
 SandboxName::SandboxName(const NamedSandbox& sandbox) : name_(sandbox.name)
@@ -145,7 +146,7 @@ SandboxName::SandboxName(const NamedSandbox& sandbox) : name_(sandbox.name)
     const LockedFolder folder;
     if (const auto other = ReadEntry(folder, name_)) {
         throw std::runtime_error(fmt::format(
-            "--name must be another than that of a running sandbox, got '{}', which process {} has", name_,
+            "--name must be another than that of a running sandbox, got \"{}\", which process {} has", name_,
             other->pid));
     }
     entry_ = folder.Open(name_, O_WRONLY | O_CREAT | O_EXCL);
@@ -189,7 +190,7 @@ NamedSandbox FindSandbox(const std::string& name)
     auto sandbox = ReadEntry(folder, name);
     if (!sandbox) {
         throw std::runtime_error(fmt::format(
-            "--join must be the name of a running sandbox, got '{}'; kiv-sandbox --list prints those in {}", name,
+            "--join must be the name of a running sandbox, got \"{}\"; kiv-sandbox --list prints those in {}", name,
             folder.Path().string()));
     }
     return std::move(*sandbox);

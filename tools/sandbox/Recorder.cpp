@@ -21,7 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view kServerInterface = "org.lumra.tv.networkspeaker.server.interface";
 constexpr std::string_view kClientInterface = "org.lumra.tv.networkspeaker.client.interface.";
 
 /// With types, so that it can be read back as the same.
@@ -116,7 +115,7 @@ void Recorder::Add(const Message& message)
         return;
     }
     const bool isEvent = message.interface.starts_with(kClientInterface);
-    if (message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL || (!isEvent && message.interface != kServerInterface)) {
+    if (!IsServerCall(message) && (!isEvent || message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL)) {
         return;
     }
     (isEvent ? line.event : line.call) = ++lastNumber_;

@@ -1,0 +1,77 @@
+#include "simulator/ShortText.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace kiv::simulator {
+
+namespace {
+
+constexpr std::size_t kBytesShown = 32;
+/** So many of them stand before the byte of interest. */
+constexpr std::size_t kBytesBefore = 8;
+constexpr glong kCharactersShown = 120;
+
+using Characters = std::unique_ptr<char, decltype(&g_free)>;
+
+std::string PrintString(GVariant* value)
+{
+    const Characters text(g_variant_print(value, FALSE), g_free);
+    if (g_utf8_strlen(text.get(), -1) <= kCharactersShown) {
+        return text.get();
+    }
+    const Characters beginning(g_utf8_substring(text.get(), 0, kCharactersShown), g_free);
+    return std::string(beginning.get()) + "...";
+}
+
+} // namespace
+
+std::string ShortText(GVariant* value)
+{
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING) != FALSE) {
+        std::size_t size = 0;
+        const auto* const bytes = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(value, &size, 1));
+        return ShortBytes({bytes, size});
+    }
+    if (g_variant_is_container(value) == FALSE) {
+        return PrintString(value);
+    }
+    const GVariantClass type = g_variant_classify(value);
+    const char* const separator = type == G_VARIANT_CLASS_DICT_ENTRY ? ": " : ", ";
+    std::string text;
+    const std::size_t count = g_variant_n_children(value);
+    for (std::size_t index = 0; index < count; ++index) {
+        text += index == 0 ? "" : separator;
+        text += ShortText(Own(g_variant_get_child_value(value, index)).get());
+    }
+    switch (type) {
+    case G_VARIANT_CLASS_TUPLE:
+        return "(" + text + ")";
+    case G_VARIANT_CLASS_VARIANT:
+        return "<" + text + ">";
+    case G_VARIANT_CLASS_DICT_ENTRY:
+        return text;
+    default:
+        return "[" + text + "]";
+    }
+}
+
+std::string ShortBytes(std::span<const std::uint8_t> bytes, std::size_t shown)
+{
+    const auto hex = [&bytes](std::size_t from, std::size_t to) {
+        return fmt::format("{:02x}", fmt::join(bytes.data() + from, bytes.data() + to, " "));
+    };
+    if (bytes.size() <= kBytesShown) {
+        return fmt::format("[{}]", hex(0, bytes.size()));
+    }
+    const std::size_t from = std::min(shown, bytes.size()) - std::min({shown, bytes.size(), kBytesBefore});
+    const std::size_t to = std::min(from + kBytesShown, bytes.size());
+    return fmt::format(
+        "[{} bytes{}: {}{}]", bytes.size(), from == 0 ? "" : fmt::format(", from byte {}", from), hex(from, to),
+        to < bytes.size() ? " ..." : "");
+}
+
+} // namespace kiv::simulator

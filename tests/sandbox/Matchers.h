@@ -1,0 +1,20 @@
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+/// Short names for the tests of the programs.
+namespace kiv::sandbox {
+
+namespace fs = std::filesystem;
+
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
+} // namespace kiv::sandbox
