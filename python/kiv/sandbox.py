@@ -10,6 +10,8 @@ import subprocess
 from collections.abc import Callable, Sequence
 from typing import Any, ClassVar, NamedTuple
 
+from ._process import forget_bus, forget_feature, is_connected
+
 # Says in which environment commands of the sandbox run, and lives until its stdin ends.
 _TENANT = ["sh", "-c", r"env -0; printf '\0'; exec >/dev/null; while read -r _; do :; done"]
 
@@ -44,6 +46,10 @@ def _read_calls(text: str) -> list[ReceivedCall]:
 _RESULTS: dict[str, Callable[[str], Any]] = {"calls": _read_calls, "show": json.loads}
 
 
+# These commands can change the device feature.
+_CHANGE_FEATURE = ("apply", "feature")
+
+
 def _program() -> str:
     found = os.environ.get("KIV_SANDBOX") or shutil.which("kiv-sandbox")
     if not found:
@@ -66,6 +72,11 @@ class Sandbox:
     def __enter__(self) -> Sandbox:
         if Sandbox._entered is not None:
             raise RuntimeError("another sandbox is in use in this process; leave it first")
+        if is_connected():
+            raise RuntimeError(
+                "this process is connected to another bus, whose server the library would go on calling; enter the sandbox "
+                "before the first call, or in a process of its own"
+            )
         self._program = _program()
         # A session of its own: a Ctrl-C is for the tests, which then leave the sandbox in order.
         self._process = subprocess.Popen(
@@ -77,6 +88,7 @@ class Sandbox:
         self._environment = self._read_environment()
         self._replaced = {name: os.environ.get(name) for name in self._environment}
         os.environ.update(self._environment)
+        forget_feature()
         Sandbox._entered = self
         return self
 
@@ -88,6 +100,8 @@ class Sandbox:
                 os.environ.pop(name, None)
             else:
                 os.environ[name] = value
+        forget_feature()
+        forget_bus()
         # As with --strict, when a call was not recorded.
         if code != 0 and exception is None:
             raise RuntimeError(f"{self._program} {' '.join(self._options)} ended with {code}; its stderr tells why")
@@ -150,6 +164,8 @@ class Sandbox:
         )
         if done.returncode != 0:
             raise ControlError(done.returncode, done.args, done.stdout, done.stderr)
+        if arguments[0] in _CHANGE_FEATURE:
+            forget_feature()
         return done.stdout
 
     def _read_environment(self) -> dict[str, str]:

@@ -40,6 +40,27 @@ def test_the_device_feature_is_read_by_the_next_process():
         assert in_a_process("import kiv; print(kiv.GetWhetherKivDisabled())") == "True\n"
 
 
+@pytest.mark.parametrize("feature, disabled", [("off", True), ("on", False), ("absent", False), ("off", True)])
+def test_the_device_feature_is_that_of_the_sandbox(feature, disabled):
+    with kiv.Sandbox("--feature", feature):
+        assert kiv.GetWhetherKivDisabled() is disabled
+        assert kiv.StopNetworkSpeaker(7) == (-1 if disabled else 7)
+    assert kiv.g_GetSystemVal.value is False and kiv.g_KivDisabled.value is False
+
+
+def test_the_device_feature_can_be_changed():
+    with kiv.Sandbox() as sandbox:
+        assert kiv.StopNetworkSpeaker(7) == 7
+        sandbox.control("feature", "off")
+        assert kiv.StopNetworkSpeaker(7) == -1
+        sandbox.control("feature", "absent")
+        assert kiv.StopNetworkSpeaker(7) == 7
+        sandbox.apply({"feature": "off"})
+        assert kiv.StopNetworkSpeaker(7) == -1
+        sandbox.apply({"feature": "on"})
+        assert kiv.StopNetworkSpeaker(7) == 7
+
+
 def test_wrong_options_are_an_error():
     with pytest.raises(RuntimeError, match="125"):
         with kiv.Sandbox("--no-such-option"):
