@@ -29,6 +29,17 @@ def test_a_start_that_fails_succeeds_the_next_time(kiv_sandbox):
     assert kiv.StartNetworkSpeaker(kiv.NETSPKSETTING_SURROUND, speakers, 1) == 1
 
 
+def test_records_have_names(events):
+    layout = kiv.Layout()
+    nodes = []
+    kiv.GetNetSpkNodeList(nodes)
+    assert layout.record(nodes[0])["name"] == "Living room left"
+
+    kiv.SetNetSpkVolume(LEFT, LEFT_IP, 33)
+    name, records = layout.event(*events.get(timeout=60))
+    assert (name, records[0]["volume"]) == ("volume", 33)
+
+
 @pytest.mark.kiv_sandbox("--scenario", "no-speakers")
 def test_nothing_starts_where_there_is_nothing(kiv_sandbox):
     assert kiv.StartNetworkSpeaker(kiv.NETSPKSETTING_SURROUND, [kiv.STNetSpkConfig(mac=LEFT)], 1) < 1

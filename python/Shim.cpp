@@ -36,6 +36,9 @@ KIV_PYTHON_VECTOR(STNetSpkConfig)
 namespace {
 
 constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
+constexpr const char* kBusName = "org.freedesktop.DBus";
+constexpr const char* kBusPath = "/org/freedesktop/DBus";
+constexpr int kBusTimeoutMs = 5000;
 
 // A wait for a name to be owned. All of it runs on one context, whose sources call the functions below.
 struct Wait {
@@ -85,9 +88,8 @@ GDBusConnection* Connect(GMainContext* context, const char* address, Wait& wait)
 bool IsOfThisProcess(GDBusConnection* bus, const std::string& owner, int timeoutMs)
 {
     g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetConnectionUnixProcessID",
-        g_variant_new("(s)", owner.c_str()), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, timeoutMs, nullptr,
-        nullptr);
+        bus, kBusName, kBusPath, kBusName, "GetConnectionUnixProcessID", g_variant_new("(s)", owner.c_str()),
+        G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, timeoutMs, nullptr, nullptr);
     guint32 process = 0;
     if (reply != nullptr) {
         g_variant_get(reply, "(u)", &process);
@@ -115,6 +117,20 @@ bool WaitUntilOwned(GMainContext* context, const char* address, const std::strin
 
 } // namespace
 
+// Tells whether the library would call on the connection that it holds, wherever the environment points. GIO may not
+// know yet that a connection is lost, so the bus is asked. No other thread may be calling the library.
+extern "C" KIV_API bool IsConnected()
+{
+    GDBusConnection* const bus = CNSGdbus::m_pInstance->m_pConnection;
+    if (bus == nullptr) {
+        return false;
+    }
+    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        bus, kBusName, kBusPath, kBusName, "GetId", nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE,
+        kBusTimeoutMs, nullptr, nullptr);
+    return reply != nullptr;
+}
+
 // The client object is on the bus as soon as this process owns the client's name.
 extern "C" KIV_API bool AwaitEvents(int timeoutMs)
 {
@@ -139,6 +155,11 @@ extern "C" KIV_API bool AwaitEvents(int timeoutMs)
     g_source_unref(limit);
     g_main_context_pop_thread_default(context);
     return owned;
+}
+
+extern "C" KIV_API void GiveProxy()
+{
+    CNSGdbus::m_pInstance->GiveProxy();
 }
 
 extern "C" KIV_API int DestroyMessageMonitor()

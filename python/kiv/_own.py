@@ -6,6 +6,7 @@ import ctypes
 import ipaddress
 import re
 
+from ._process import refuse_system_bus
 from ._types import library
 
 
@@ -36,13 +37,14 @@ def AwaitEvents(timeout: float = 10) -> bool:
 
     What the server sends before that is lost.
 
-    Returns False if events cannot arrive: the last call did not reach the server, its client id is not valid in a D-Bus
-    name, the bus is gone, or DestroyMessageMonitor() was called. Returns False after the timeout, in seconds, if the
-    process does not own its client's name by then: the bus may forbid it, or another process may own it. "kivctl doctor"
-    tells why.
+    Returns False at once if events cannot arrive: no call was made in this sandbox, the last call did not reach the server,
+    its client id is not valid in a D-Bus name, the bus is gone, or DestroyMessageMonitor() was called. Returns False after
+    the timeout, in seconds, if the process does not own its client's name by then: the bus may forbid it, or another
+    process may own it. "kivctl doctor" tells why.
     """
     if not 0 <= timeout <= _LONGEST_WAIT:
         raise ValueError(f"timeout must be seconds from 0 to {_LONGEST_WAIT:.0f}, got {timeout!r}")
+    refuse_system_bus("AwaitEvents")
     return bool(library.AwaitEvents(round(timeout * 1000)))
 
 

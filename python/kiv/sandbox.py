@@ -2,13 +2,21 @@
 
 from __future__ import annotations
 
+import contextlib
 import json
 import os
-import re
 import shutil
 import subprocess
-from collections.abc import Callable, Sequence
-from typing import Any, ClassVar, NamedTuple
+import threading
+from collections import deque
+from collections.abc import Sequence
+from typing import IO, Any, ClassVar, NamedTuple, Union
+
+from ._process import forget_bus, forget_feature, is_connected
+from ._types import shown
+
+# A word of a command line.
+Word = Union[str, int, "os.PathLike[str]"]
 
 # Says in which environment commands of the sandbox run, and lives until its stdin ends.
 _TENANT = ["sh", "-c", r"env -0; printf '\0'; exec >/dev/null; while read -r _; do :; done"]
@@ -34,21 +42,49 @@ class ReceivedCall(NamedTuple):
     arguments: str  #: a tuple in GVariant text form, such as "(7,)"
 
 
-def _read_calls(text: str) -> list[ReceivedCall]:
-    """The lines that "kiv-sandbox control calls" prints."""
-    found = re.findall(r"^(\d+) (\S+) (\w+)(\(.*\))$", text, re.MULTILINE)
-    return [ReceivedCall(int(number), *others) for number, *others in found]
+# These commands print JSON.
+_JSON = (["show"], ["show", "--json"], ["calls", "--json"])
 
-
-# These readers parse the output of the commands that print something.
-_RESULTS: dict[str, Callable[[str], Any]] = {"calls": _read_calls, "show": json.loads}
+# These commands can change the device feature.
+_CHANGE_FEATURE = ("apply", "feature")
 
 
 def _program() -> str:
-    found = os.environ.get("KIV_SANDBOX") or shutil.which("kiv-sandbox")
-    if not found:
-        raise FileNotFoundError("kiv-sandbox is not in the PATH; name it with KIV_SANDBOX")
-    return found
+    named = os.environ.get("KIV_SANDBOX")
+    found = shutil.which(named or "kiv-sandbox")
+    if found:
+        return found
+    if named:
+        raise FileNotFoundError(f"KIV_SANDBOX must name the program kiv-sandbox, got {named!r}")
+    raise FileNotFoundError("kiv-sandbox is not in the PATH; name it with KIV_SANDBOX")
+
+
+def _words(values: Sequence[Word]) -> list[str]:
+    for value in values:
+        if not isinstance(value, (str, int, os.PathLike)) or isinstance(value, bool):
+            raise TypeError(f"an argument must be a str, an int or a path, got {shown(value)}")
+    return [str(int(value)) if isinstance(value, int) else os.fsdecode(value) for value in values]
+
+
+class _Stderr(threading.Thread):
+    """Passes on what a program writes to stderr, line by line, and keeps the last lines."""
+
+    def __init__(self, stream: IO[bytes]) -> None:
+        super().__init__(name="stderr of kiv-sandbox", daemon=True)
+        self._stream = stream
+        self._last: deque[bytes] = deque(maxlen=20)
+        self.start()
+
+    def run(self) -> None:
+        with self._stream:
+            for line in self._stream:
+                self._last.append(line)
+                # A stderr that nobody reads any more must not end this thread.
+                with contextlib.suppress(OSError), open(2, "wb", closefd=False) as stderr:
+                    stderr.write(line)
+
+    def last(self) -> str:
+        return b"".join(self._last).decode("utf-8", "replace").strip()
 
 
 class Sandbox:
@@ -60,23 +96,31 @@ class Sandbox:
     # A process has one connection to the system bus, so the library would call the server of the first.
     _entered: ClassVar[Sandbox | None] = None
 
-    def __init__(self, *options: str) -> None:
-        self._options = options
+    def __init__(self, *options: Word) -> None:
+        self._options = _words(options)
 
     def __enter__(self) -> Sandbox:
         if Sandbox._entered is not None:
             raise RuntimeError("another sandbox is in use in this process; leave it first")
+        if is_connected():
+            raise RuntimeError(
+                "this process is connected to another bus, whose server the library would go on calling; enter the sandbox "
+                "before the first call, or in a process of its own"
+            )
         self._program = _program()
         # A session of its own: a Ctrl-C is for the tests, which then leave the sandbox in order.
         self._process = subprocess.Popen(
             [self._program, *self._options, "--", *_TENANT],
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
             start_new_session=True,
         )
+        self._stderr = _Stderr(self._process.stderr)  # type: ignore[arg-type]
         self._environment = self._read_environment()
         self._replaced = {name: os.environ.get(name) for name in self._environment}
         os.environ.update(self._environment)
+        forget_feature()
         Sandbox._entered = self
         return self
 
@@ -88,19 +132,26 @@ class Sandbox:
                 os.environ.pop(name, None)
             else:
                 os.environ[name] = value
+        forget_feature()
+        forget_bus()
         # As with --strict, when a call was not recorded.
         if code != 0 and exception is None:
-            raise RuntimeError(f"{self._program} {' '.join(self._options)} ended with {code}; its stderr tells why")
+            raise self._failure(code)
 
-    def control(self, *arguments: str) -> Any:
-        """Runs "kiv-sandbox control".
+    def control(self, *arguments: Word) -> Any:
+        """Runs "kiv-sandbox control": sandbox.control("away", 2000).
 
-        Returns what "show" and "calls" print, as .home and .calls do; for other commands, the text that they print, or
-        None. Raises ControlError if the program fails.
+        Returns .home for "show", .calls for "calls", and the parsed JSON for "calls", "--json"; for other commands, the
+        text that they print, or None. Raises ControlError if the program fails.
         """
-        text = self._control(arguments)
-        read = _RESULTS.get(arguments[0]) if len(arguments) == 1 else None
-        return read(text) if read else text or None
+        words = _words(arguments)
+        if words == ["calls"]:
+            return self.calls
+        # The program takes the id of an event in hexadecimal alone. Callbacks get the upper half of the ids as negative.
+        if words[:1] == ["event"] and len(words) > 1 and isinstance(event := arguments[1], int):
+            words[1] = f"{event + 2**32 if -(2**31) <= event < 0 else event:#010x}"
+        text = self._control(words)
+        return json.loads(text) if words in _JSON else text or None
 
     @property
     def home(self) -> dict[str, Any]:
@@ -111,15 +162,15 @@ class Sandbox:
     @property
     def calls(self) -> list[ReceivedCall]:
         """The calls that the server has received, in their order."""
-        calls: list[ReceivedCall] = self.control("calls")
-        return calls
+        calls = self.control("calls", "--json")
+        return [ReceivedCall(*(call[field] for field in ReceivedCall._fields)) for call in calls]
 
-    def apply(self, scenario: str | dict[str, Any]) -> None:
+    def apply(self, scenario: str | os.PathLike[str] | dict[str, Any]) -> None:
         """Changes what a scenario mentions: a file, the name of a scenario that comes along, or its content."""
-        if isinstance(scenario, str):
-            self._control(["apply", scenario])
-        else:
+        if isinstance(scenario, dict):
             self._control(["apply", "-"], json.dumps(scenario))
+        else:
+            self._control(_words(["apply", scenario]))
 
     def fault(self, method: str, **fault: Any) -> None:
         """Has a method of the server go wrong: sandbox.fault("StopNetworkSpeaker", error="org.example.Bad", count=1).
@@ -150,6 +201,8 @@ class Sandbox:
         )
         if done.returncode != 0:
             raise ControlError(done.returncode, done.args, done.stdout, done.stderr)
+        if arguments[0] in _CHANGE_FEATURE:
+            forget_feature()
         return done.stdout
 
     def _read_environment(self) -> dict[str, str]:
@@ -157,8 +210,7 @@ class Sandbox:
         while not text.endswith(b"\0\0"):
             byte = self._process.stdout.read(1)  # type: ignore[union-attr]
             if not byte:
-                options = " ".join(self._options)
-                raise RuntimeError(f"{self._program} {options} ended with {self._end()}; its stderr tells why")
+                raise self._failure(self._end())
             text += byte
         pairs = (entry.decode().partition("=") for entry in text.split(b"\0") if entry)
         return {name: value for name, _, value in pairs if os.environ.get(name) != value and name not in _SHELL}
@@ -166,4 +218,10 @@ class Sandbox:
     def _end(self) -> int:
         self._process.stdin.close()  # type: ignore[union-attr]
         self._process.stdout.close()  # type: ignore[union-attr]
-        return self._process.wait()
+        code = self._process.wait()
+        self._stderr.join()
+        return code
+
+    def _failure(self, code: int) -> RuntimeError:
+        said = self._stderr.last() or "it wrote nothing to stderr"
+        return RuntimeError(f"{' '.join([self._program, *self._options])} ended with {code}: {said}")

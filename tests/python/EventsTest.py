@@ -4,6 +4,7 @@ import inspect
 import os
 import subprocess
 import sys
+import time
 
 import kiv
 import pytest
@@ -114,6 +115,33 @@ def test_a_name_that_another_process_owns_is_not_this_ones():
 def test_before_the_first_call_there_is_nothing_to_wait_for():
     with kiv.Sandbox():
         assert run("import kiv; print(kiv.AwaitEvents())", dict(os.environ)) == "False\n"
+
+
+@pytest.mark.parametrize("sandbox", ["first", "second", "third"])
+def test_before_the_first_call_of_any_sandbox_there_is_nothing_to_wait_for(kiv_sandbox, sandbox):
+    begin = time.monotonic()
+    assert kiv.AwaitEvents(timeout=2 * LONG) is False
+    assert time.monotonic() - begin < LONG
+    assert kiv.SubscribeNamServiceCallback("test", print) == 1
+    assert kiv.AwaitEvents(timeout=LONG) is True
+    kiv.UnsubscribeNamServiceCallback("test")
+
+
+def test_a_sandbox_is_not_entered_with_a_connection_to_another_bus(home):
+    code = """
+import kiv, os, signal, subprocess
+print(kiv.StopNetworkSpeaker(7))
+before = dict(os.environ)
+try:
+    kiv.Sandbox().__enter__()
+except RuntimeError as error:
+    print("connected to another bus" in str(error), os.environ == before)
+print(kiv.StopNetworkSpeaker(8))
+os.kill(int(os.environ["DBUS_DAEMON_PID"]), signal.SIGKILL)
+with kiv.Sandbox() as sandbox:
+    print(kiv.StopNetworkSpeaker(9), sandbox.calls[-1].arguments)
+"""
+    assert run(code, home("")) == "7\nTrue True\n8\n9 (9,)\n"
 
 
 @pytest.mark.parametrize("timeout", [-1, -0.001, float("nan"), float("inf"), 2**31])

@@ -2,12 +2,14 @@
 
 import json
 import queue
+import re
 from pathlib import Path
 
 import kiv
 import pytest
 
-FILE = Path(__file__).with_name("layout.json")
+ROOT = Path(__file__).parents[2]
+FILE = ROOT / "simulator/layout.json"
 LEFT = "02:4b:49:56:00:01"
 SURROUND = kiv.NETSPKSETTING_SURROUND
 
@@ -31,13 +33,15 @@ def test_records_of_the_library_have_their_fields(kiv_sandbox):
     layout = kiv.Layout(FILE)
     nodes = []
     kiv.GetNetSpkNodeList(nodes)
-    assert layout.record(nodes[0]) == {"name": "Living room left", "mac": LEFT, "ip": "192.168.0.21", "volume": 20}
+    node = layout.record(nodes[0])
+    assert (node["name"], node["mac"], node["ip"], node["volume"]) == ("Living room left", LEFT, "192.168.0.21", 20)
 
     kiv.StartNetworkSpeaker(SURROUND, [kiv.STNetSpkConfig(mac=kiv.mac(LEFT))], 1)
     speakers = []
     kiv.GetActiveNetSpkInfo(bytearray(128), bytearray(23), speakers)
     speaker = layout.record(speakers[0])
-    assert list(speaker) == ["name", "label", "type", "mac", "ip", "node", "volume", "playing"]
+    fields = json.loads(FILE.read_text())["records"]["speaker"]["fields"]
+    assert list(speaker) == [field["name"] for field in fields]
     assert (speaker["label"], speaker["type"], speaker["playing"]) == ("KIV01", "Shelf", 1)
 
 
@@ -45,7 +49,6 @@ def test_records_within_a_record_are_those_that_are_filled(kiv_sandbox):
     groups = []
     kiv.GetNetSpkListInfo(groups)
     found = [kiv.Layout(FILE).record(group) for group in groups]
-    assert list(found[0]) == ["name", "number", "speakers", "connected"]
     assert [(group["name"], group["connected"]) for group in found] == [("Living room", 3), ("Kitchen", 1)]
     names = [[speaker["name"] for speaker in group["speakers"]] for group in found]
     assert names == [["Living room left", "Living room right", "Subwoofer"], ["Kitchen"]]
@@ -141,6 +144,13 @@ def test_the_environment_names_the_file(monkeypatch, tmp_path):
             kiv.Layout()
 
 
+def test_the_page_shows_a_layout(tmp_path):
+    (example,) = re.findall("```json\n(.*?)```", (ROOT / "docs/layouts.md").read_text(), re.DOTALL)
+    file = tmp_path / "our-server.json"
+    file.write_text(example)
+    assert kiv.Layout(file).event(0x02020040, bytes(14), 14).name == "volume"
+
+
 def test_a_record_that_is_not_described_is_told(tmp_path):
     layout = kiv.Layout(write(tmp_path, {"own": {"size": 1, "fields": []}}))
     with pytest.raises(kiv.LayoutError, match="own.json: /records: has no record 'node', but own"):
@@ -169,8 +179,8 @@ def changed(*change):
 
 NODE = ("records", "node", "fields")
 AT_NODE = "/records/node/fields"
-NESTED = ("records", "list", "fields", 2)
-AT_NESTED = "/records/list/fields/2"
+NESTED = ("records", "list", "fields", 3)
+AT_NESTED = "/records/list/fields/3"
 SIZE = "/records/volume/size"
 
 
@@ -197,7 +207,7 @@ SIZE = "/records/volume/size"
         (changed(*NODE, 1, "name", "name"), AT_NODE + "/1/name", "must be a name that no other field"),
         (changed(*NODE, 0, "offset", None), AT_NODE + "/0", "must have the key offset"),
         (changed(*NODE, 0, "offset", -1), AT_NODE + "/0/offset", "must be an integer of 0 or more, got -1"),
-        (changed(*NODE, 1, "offset", 129), AT_NODE + "/1/offset", "the field's 6 bytes must lie within .* 134, got 129"),
+        (changed(*NODE, 3, "offset", 129), AT_NODE + "/3/offset", "the field's 6 bytes must lie within .* 134, got 129"),
         (changed(*NODE, 0, "type", "float"), AT_NODE + "/0/type", "must be one of text, .*, records, got 'float'"),
         (changed(*NODE, 0, "length", None), AT_NODE + "/0", "must have the key length"),
         (changed(*NODE, 0, "length", 0), AT_NODE + "/0/length", "must be an integer of 1 or more, got 0"),
@@ -207,7 +217,7 @@ SIZE = "/records/volume/size"
         (changed(*NESTED, "record", "box"), AT_NESTED + "/record", "must be one of speaker, .*, got 'box'"),
         (changed(*NESTED, "count", None), AT_NESTED, "must have the key count"),
         (changed(*NESTED, "count", 6), AT_NESTED + "/offset", "the field's 1098 bytes must lie within"),
-        (changed(*NESTED, "filled", "name"), AT_NESTED + "/filled", "must be one of number, connected, got 'name'"),
+        (changed(*NESTED, "filled", "name"), AT_NESTED + "/filled", "must be one of connected, group, playing, got 'name'"),
         (changed("events", []), "/events", "must be an object"),
         (changed("events", "0x2020040", {}), "/events", "a key must be an event id, .* got '0x2020040'"),
         (changed("events", "0x02020041", {}), "/events/0x02020041", "must have the key record"),

@@ -1,8 +1,10 @@
 """The sandbox from Python."""
 
 import os
+import queue
 import subprocess
 import sys
+from pathlib import Path
 
 import kiv
 import pytest
@@ -40,10 +42,78 @@ def test_the_device_feature_is_read_by_the_next_process():
         assert in_a_process("import kiv; print(kiv.GetWhetherKivDisabled())") == "True\n"
 
 
-def test_wrong_options_are_an_error():
-    with pytest.raises(RuntimeError, match="125"):
-        with kiv.Sandbox("--no-such-option"):
-            pass
+@pytest.mark.parametrize("feature, disabled", [("off", True), ("on", False), ("absent", False), ("off", True)])
+def test_the_device_feature_is_that_of_the_sandbox(feature, disabled):
+    with kiv.Sandbox("--feature", feature):
+        assert kiv.GetWhetherKivDisabled() is disabled
+        assert kiv.StopNetworkSpeaker(7) == (-1 if disabled else 7)
+    assert kiv.g_GetSystemVal.value is False and kiv.g_KivDisabled.value is False
+
+
+def test_the_device_feature_can_be_changed():
+    with kiv.Sandbox() as sandbox:
+        assert kiv.StopNetworkSpeaker(7) == 7
+        sandbox.control("feature", "off")
+        assert kiv.StopNetworkSpeaker(7) == -1
+        sandbox.control("feature", "absent")
+        assert kiv.StopNetworkSpeaker(7) == 7
+        sandbox.apply({"feature": "off"})
+        assert kiv.StopNetworkSpeaker(7) == -1
+        sandbox.apply({"feature": "on"})
+        assert kiv.StopNetworkSpeaker(7) == 7
+
+
+def test_the_words_of_a_sandbox_that_does_not_start_are_in_the_exception(tmp_path, capfd):
+    with pytest.raises(RuntimeError, match="--no-such-option ended with 125: kiv-sandbox: .*--no-such-option"):
+        kiv.Sandbox("--no-such-option").__enter__()
+    scenario = tmp_path / "bad.json"
+    scenario.write_text('{"home": {"speakers": [{"mac": "zz"}]}}')
+    with pytest.raises(RuntimeError, match="bad.json ended with 125: kiv-sandbox: .*/mac: must be a MAC address") as raised:
+        kiv.Sandbox("--scenario", scenario).__enter__()
+    assert str(raised.value).partition(": ")[2].strip() in capfd.readouterr().err
+
+
+def test_an_option_after_which_no_sandbox_starts_is_an_error():
+    with pytest.raises(RuntimeError, match="--version ended with 0: it wrote nothing to stderr"):
+        kiv.Sandbox("--version").__enter__()
+
+
+def test_stderr_is_passed_on_while_the_sandbox_runs():
+    """Output that comes only at the end would be lost in a crash."""
+    code = """
+import kiv, select, sys
+with kiv.Sandbox("--trace"):
+    kiv.StopNetworkSpeaker(7)
+    select.select([sys.stdin], [], [], 60)
+    print("at the end", file=sys.stderr, flush=True)
+"""
+    pipe = subprocess.PIPE
+    with subprocess.Popen([sys.executable, "-c", code], stdin=pipe, stderr=pipe, encoding="utf-8") as process:
+        found = next(line for line in process.stderr if " bus: " in line or line == "at the end\n")
+        process.stdin.close()
+        process.stderr.read()
+        assert process.wait() == 0
+    assert " bus: " in found
+
+
+def test_a_stderr_that_nobody_reads_any_more_costs_no_words(tmp_path):
+    code = """
+import kiv, sys
+sys.stdin.read()
+with kiv.Sandbox("--record", sys.argv[1]):
+    pass
+try:
+    with kiv.Sandbox("--replay", sys.argv[1], "--strict"):
+        kiv.StopNetworkSpeaker(7)
+except RuntimeError as error:
+    print("kiv-sandbox: --strict: 3 calls were not in" in str(error))
+"""
+    pipe = subprocess.PIPE
+    command = [sys.executable, "-c", code, str(tmp_path / "recording.jsonl")]
+    with subprocess.Popen(command, stdin=pipe, stdout=pipe, stderr=pipe) as process:
+        process.stderr.close()
+        process.stdin.close()
+        assert process.stdout.read() == b"True\n"
 
 
 def test_control_changes_what_the_server_does():
@@ -59,6 +129,12 @@ def test_the_program_is_looked_for_in_the_path(monkeypatch, tmp_path):
     monkeypatch.delenv("KIV_SANDBOX")
     monkeypatch.setenv("PATH", str(tmp_path))
     with pytest.raises(FileNotFoundError, match="KIV_SANDBOX"):
+        kiv.Sandbox().__enter__()
+
+
+def test_a_variable_that_names_no_program_is_told(monkeypatch):
+    monkeypatch.setenv("KIV_SANDBOX", "/no/such/program")
+    with pytest.raises(FileNotFoundError, match="KIV_SANDBOX must name the program kiv-sandbox, got '/no/such/program'"):
         kiv.Sandbox().__enter__()
 
 
@@ -93,6 +169,8 @@ def test_the_home_is_what_it_is_now():
         kiv.SetNetSpkVolume(kiv.mac("02:4b:49:56:00:01"), kiv.ip("192.168.0.21"), 33)
         assert [speaker["volume"] for speaker in sandbox.home["speakers"]] == [33, 20, 15, 10]
         assert sandbox.control("show") == sandbox.home
+        assert sandbox.control("show", "--json") == sandbox.home
+        assert sandbox.control("show", "--text").startswith("Home\n")
 
 
 def test_the_calls_are_those_of_the_server():
@@ -109,6 +187,51 @@ def test_the_calls_are_those_of_the_server():
         assert (disable.method, disable.arguments) == ("DisableSurround", "()")
         assert [call.number for call in sandbox.calls] == list(range(1, disable.number + 1))
         assert sandbox.control("calls") == sandbox.calls
+
+
+
+def test_the_calls_are_there_as_json():
+    with kiv.Sandbox() as sandbox:
+        kiv.StopNetworkSpeaker(7)
+        calls = sandbox.control("calls", "--json")
+        assert [call["method"] for call in calls] == ["check_dbus_connection", "StopNetworkSpeaker"]
+        assert list(calls[1]) == ["number", "sender", "method", "flags", "arguments"]
+        assert (calls[1]["number"], calls[1]["arguments"]) == (2, "(7,)")
+        assert [tuple(call[field] for field in kiv.ReceivedCall._fields) for call in calls] == sandbox.calls
+
+
+def test_arguments_may_be_numbers_and_paths(tmp_path):
+    scenario = tmp_path / "hall.json"
+    scenario.write_text('{"home": {"speakers": [{"name": "Hall", "mac": "02:4b:49:56:00:31"}]}}')
+    with kiv.Sandbox("--scenario", scenario) as sandbox:
+        assert [speaker["name"] for speaker in sandbox.home["speakers"]] == ["Hall"]
+        sandbox.control("apply", Path("no-speakers"))
+        assert sandbox.home["speakers"] == []
+        sandbox.apply(scenario)
+        assert [speaker["name"] for speaker in sandbox.home["speakers"]] == ["Hall"]
+        sandbox.control("away", 1)
+        sandbox.control("await-server")
+        for value in (True, 1.5, None, b"on"):
+            with pytest.raises(TypeError, match=f"an argument must be a str, an int or a path, got {value!r}"):
+                sandbox.control("atmos", value)
+    with pytest.raises(TypeError, match="an argument must be a str, an int or a path, got 4.5"):
+        kiv.Sandbox("--scenario", 4.5)
+
+
+@pytest.mark.parametrize("event", [kiv.NAMSERVICE_EXIT_STATE, 1, 2**31 - 1, -1, -(2**31)])
+def test_the_id_of_an_event_may_be_an_int(kiv_sandbox, event):
+    received = queue.Queue()
+    assert kiv.SubscribeNamServiceCallback("test", lambda *event: received.put(event[0])) == 1
+    assert kiv.AwaitEvents()
+    kiv_sandbox.control("event", event)
+    assert received.get(timeout=60) == event
+    kiv.UnsubscribeNamServiceCallback("test")
+
+
+def test_an_int_that_is_no_id_of_an_event_is_refused():
+    with kiv.Sandbox() as sandbox:
+        with pytest.raises(kiv.ControlError, match="ID must be in hexadecimal such as 0x02020028, got '0x100000000'"):
+            sandbox.control("event", 2**32)
 
 
 def test_a_fault_makes_a_method_go_wrong():
@@ -159,7 +282,7 @@ def test_a_sandbox_that_fails_at_its_end_is_an_error(tmp_path, capfd):
     recording = tmp_path / "recording.jsonl"
     with kiv.Sandbox("--record", str(recording)) as sandbox:
         sandbox.control("atmos", "on")
-    with pytest.raises(RuntimeError, match=r"--strict ended with 125; its stderr tells why"):
+    with pytest.raises(RuntimeError, match=r"--strict ended with 125: (.*\n)+kiv-sandbox: --strict: 3 calls were not in"):
         with kiv.Sandbox("--replay", str(recording), "--strict"):
             subprocess.run([sys.executable, "-c", "import kiv; kiv.StopNetworkSpeaker(0)"], capture_output=True)
     assert "kiv-sandbox: --strict: " in capfd.readouterr().err

@@ -12,6 +12,8 @@ MODULES = Path(kiv.__file__).parents[1]
 
 # Each line with an error says so; an error that is not found is one, too.
 USES = '''
+from pathlib import Path
+
 import kiv
 
 left = kiv.STNetSpkConfig(nConfig=1, mac=kiv.mac("02:4b:49:56:00:01"))
@@ -40,13 +42,17 @@ kiv.SubscribeNamServiceCallback("test", lambda: None)  # type: ignore[arg-type, 
 arrived: bool = kiv.AwaitEvents(timeout=0.5)
 kiv.AwaitEvents(timeout="1")  # type: ignore[arg-type]
 
-with kiv.Sandbox("--scenario", "surround-set") as sandbox:
+with kiv.Sandbox("--scenario", Path("surround-set")) as sandbox:
     sandbox.fault("StopNetworkSpeaker", error="org.example.Bad", count=1)
     method: str = sandbox.calls[0].method
     sandbox.calls[0].text  # type: ignore[attr-defined]
     sandbox.home["speakers"]
+    sandbox.apply(Path("hall.json"))
+    sandbox.apply(7)  # type: ignore[arg-type]
+    sandbox.control("event", kiv.NAMSERVICE_EXIT_STATE)
+    sandbox.control("away", 1.5)  # type: ignore[arg-type]
     try:
-        sandbox.control("away", "100")
+        sandbox.control("away", 100)
     except kiv.ControlError as error:
         reason: str = error.stderr
 '''
@@ -80,7 +86,7 @@ def test_uses_are_checked(tmp_path):
     assert "Success" in run("mypy", tmp_path, "--warn-unused-ignores", "uses.py")
 
 
-@pytest.mark.parametrize("file", ["_own.py", "layout.py", "sandbox.py"])
+@pytest.mark.parametrize("file", ["_own.py", "_process.py", "layout.py", "sandbox.py"])
 def test_a_typed_file_is_sound(tmp_path, file):
     options = ["--strict", "--follow-imports=silent", "--allow-untyped-calls"]
     assert "Success" in run("mypy", tmp_path, *options, str(MODULES / "kiv" / file))
