@@ -177,7 +177,7 @@ Service SimulatorService(const Options& options, const fs::path& featureFile, co
     if (!options.simulator.empty()) {
         // dbus-daemon takes a program that exits with 0 for one that runs on in the background, and waits 25 s for it
         // to take its name. With any other exit code the start fails at once.
-        command.insert(command.begin(), {"/bin/sh", "-c", "\"$0\" \"$@\" && false"});
+        command.insert(command.begin(), {"/bin/sh", "-c", R"("$0" "$@" && false)"});
     }
     if (!scenarioFile.empty()) {
         command.insert(command.end(), {"--scenario", scenarioFile});

@@ -188,7 +188,7 @@ std::filesystem::path PrivateBusDirectory(const std::string& address)
 {
     const std::string head = kAddressHead;
     char* const socket = address.starts_with(head) ? g_uri_unescape_string(address.c_str() + head.size(), "") : nullptr;
-    const std::filesystem::path directory = std::filesystem::path(socket == nullptr ? "" : socket).parent_path();
+    std::filesystem::path directory = std::filesystem::path(socket == nullptr ? "" : socket).parent_path();
     g_free(socket);
     if (!directory.filename().string().starts_with(kDirectoryHead)) {
         throw std::runtime_error(fmt::format("the address must be that of a sandbox's bus, got '{}'", address));
