@@ -74,7 +74,7 @@ TEST_F(CommandTest, StartSendsTheModeAndThenTheSpeakers)
 {
     const Ended ended = Run({"start", "--mode", "multiroom", "--reason", "-7", kLeft + "=3", kRight});
     EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out, "the server answered 2\n");
+    EXPECT_EQ(ended.out, "the server answered 2 (number of speakers that play now)\n");
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(Calls(), (std::vector<std::string>{"SetNetSpkSettingMode(81, -7)", kTwoSpeakers}));
 }
@@ -262,9 +262,26 @@ TEST_F(CommandTest, AFailureValueIsNamed)
 {
     SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
     SetFault("DisableSurround", "error", "'org.example.Broken'");
-    ExpectFailure({"stop"}, 1, "StopNetworkSpeaker returned -1: the request failed, or the server refused it");
-    ExpectFailure({"surround", "off"}, 1, "DisableSurround returned -1");
+    ExpectFailure({"stop"}, 1, "StopNetworkSpeaker returned -1: the server answered so, which usually means");
+    ExpectFailure({"surround", "off"}, 1, "DisableSurround returned -1: the request failed: org.example.Broken: ");
     EXPECT_EQ(Json::parse(Run({"stop", "--json"}).out).at("result"), -1);
+}
+
+TEST_F(CommandTest, ARequestThatFailedIsAFailureWhateverItsResult)
+{
+    SetFault("*", "error", "'org.example.Broken'");
+    SetFault("check_dbus_connection", "delay", "uint32 1"); // the client's id is given
+    std::vector<Arguments> requests = kRequests;
+    requests.insert(
+        requests.end(), {{"call", "SubscribeNamServiceCallback", "mine"},
+                         {"call", "UnsubscribeNamServiceCallback", "mine"},
+                         {"call", "register_atmos_support_cb"},
+                         {"call", "unregister_atmos_support_cb"},
+                         {"volume", "set", kLeft, "30", "--no-wait"},
+                         {"volume", "get", kLeft, "--wait"}});
+    for (const Arguments& arguments : requests) {
+        ExpectFailure(arguments, 1, ": the request failed: org.example.Broken");
+    }
 }
 
 TEST_F(CommandTest, BadArgumentsSendNothing)
@@ -390,15 +407,15 @@ TEST_F(CommandTest, TheLibrarysLinesAreShownBeforeAFailure)
     EXPECT_LT(line, own) << ended.err;
 }
 
-TEST_F(CommandTest, TheLibrarysLinesAreShownWhereAFailureLooksLikeAnAnswer)
+TEST_F(CommandTest, TheLibrarysLinesAreShownBeforeAFailureThatLooksLikeAnAnswer)
 {
     const std::string broken = WriteFile(R"({"faults": {"GetNetSpkSettingMode": {"error": "org.example.Broken"}}})");
     bus_.WriteService({"org.lumra.tv.networkspeaker.server", {KIV_SIMULATOR, "--scenario", broken}});
     const Ended ended = Run({"mode", "get"}, kLogsAsUsual);
-    EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out, "80 (surround)\n");
-    EXPECT_NE(ended.err.find("org.example.Broken"), std::string::npos) << ended.err;
-    EXPECT_EQ(ended.err.find("not exist"), std::string::npos) << ended.err;
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_NE(ended.err.find("method [GetNetSpkSettingMode],[GDBus.Error:org.example.Broken"), std::string::npos)
+        << ended.err;
 }
 
 TEST_F(CommandTest, TheLibrarysLinesAreShownToWhomAsksForThem)

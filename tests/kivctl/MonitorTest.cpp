@@ -212,9 +212,8 @@ TEST_F(MonitorTest, GoesOnWhenAServerThatComesBackRefuses)
     g_variant_unref(Control("Exit", nullptr));
     EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
     bus_.Activate(kServerName);
-    EXPECT_EQ(
-        monitor.ErrLine(),
-        "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it");
+    EXPECT_TRUE(monitor.ErrLine().starts_with(
+        "kivctl: SubscribeNamServiceCallback returned 0: the request failed: org.example.Broken"));
     SendEvent(kUnknownEvent, "");
     EXPECT_EQ(EventLine(monitor), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
     EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 0");
@@ -318,9 +317,9 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
     SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
     const Ended ended = Run({"monitor"});
     EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_EQ(
-        ended.err, "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it; "
-                   "kivctl doctor tells why\n");
+    EXPECT_TRUE(ended.err.starts_with(
+        "kivctl: SubscribeNamServiceCallback returned 0: the request failed: org.example.Broken: "))
+        << ended.err;
 }
 
 } // namespace

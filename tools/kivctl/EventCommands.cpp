@@ -72,7 +72,7 @@ Action RegisterAtmos(CLI::App&)
 Action UnregisterAtmos(CLI::App&)
 {
     return [](const Output&) {
-        if (const int registered = register_atmos_support_cb(IgnoreAtmos, nullptr); registered == -1) {
+        if (const int registered = register_atmos_support_cb(IgnoreAtmos, nullptr); registered == -1 || CallFailed()) {
             return Failed("register_atmos_support_cb", registered);
         }
         return Answered("unregister_atmos_support_cb", unregister_atmos_support_cb(IgnoreAtmos));
@@ -82,11 +82,7 @@ Action UnregisterAtmos(CLI::App&)
 Action Atmos(CLI::App&)
 {
     return [](const Output&) {
-        const bool supported = kiv_is_receiver_atmos();
-        if (!supported && !ServerReached()) {
-            return Failed("kiv_is_receiver_atmos", false);
-        }
-        return Done(supported ? "supported" : "not supported", {{"result", supported}});
+        return AnsweredYesOrNo("kiv_is_receiver_atmos", kiv_is_receiver_atmos(), "supported", "not supported");
     };
 }
 

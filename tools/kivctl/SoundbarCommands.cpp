@@ -13,7 +13,7 @@ namespace {
 using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
 constexpr const char* kSoundbarMacDescription = "MAC address of the soundbar";
-constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
+constexpr const char* kNoSoundbar = "the server sent nothing usable, which usually means that it has no such soundbar";
 
 template <size_t Size>
 constexpr std::array<unsigned char, Size> Untouched()
@@ -63,7 +63,7 @@ Action ModeGet(CLI::App&)
         auto data = kNoData;
         const int length = GetSoundbarSoundMode(identity.data(), data.data());
         if (identity == kNoIdentity) {
-            return Failed("GetSoundbarSoundMode", length, kNothingUsable);
+            return Failed("GetSoundbarSoundMode", length, kNoSoundbar);
         }
         return Done(
             Table(
@@ -95,7 +95,7 @@ Action Info(CLI::App&)
         Identity identity = kNoIdentity;
         const int value = GetSoundbarDeviceInfo(identity.data());
         if (identity == kNoIdentity) {
-            return Failed("GetSoundbarDeviceInfo", value, kNothingUsable);
+            return Failed("GetSoundbarDeviceInfo", value, kNoSoundbar);
         }
         return Done(
             Table({{"mac", MacOf(identity)}, {"ip", IpOf(identity)}, {"value", fmt::format("{}", value)}}),
@@ -139,7 +139,7 @@ Action Version(CLI::App& app)
         const int version = GetSoundbarProtocolVersion(arguments->mac.data(), data.data(), arguments->length);
         // The server's own -1 comes with data.
         if (version == -1 && data == kNoData) {
-            return Failed("GetSoundbarProtocolVersion", version, kNothingUsable);
+            return Failed("GetSoundbarProtocolVersion", version, kNoSoundbar);
         }
         const Bytes received = Bytes(data).first(static_cast<size_t>(arguments->length));
         return Done(
