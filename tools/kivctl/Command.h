@@ -30,6 +30,8 @@ struct Result {
     ExitCode exitCode = kDone;
     std::string text;
     Json fields;
+    // A call of the library's that the command no longer waits for still runs on another thread.
+    bool isAbandoned = false;
 };
 
 // A text for people, and the fields of the JSON object that says the same.

@@ -1,16 +1,21 @@
 #include "Arguments.h"
 #include "Layout.h"
 #include "Monitor.h"
+#include "UntilStopped.h"
 #include <KivServiceInterface.h>
 
+#include <chrono>
 #include <limits>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace kiv::ctl {
 namespace {
 
 struct WatchArguments {
     MonitorOptions options;
+    std::optional<std::chrono::milliseconds> duration;
     std::string layout;
 };
 
@@ -23,14 +28,21 @@ Action Watch(CLI::App& app)
     };
     AddParsed(app, "--count", options.count, parseCount, "End after N events instead of when interrupted")
         ->type_name("N");
-    AddParsed(app, "--for", options.duration, ParseSeconds, "End after SECONDS, with exit code 0")
+    AddParsed(
+        app, "--for", arguments->duration, ParseSeconds,
+        "End after SECONDS; exit code 1 if no event could come by then")
         ->type_name("SECONDS");
     app.add_option("--name", options.name, "Name of the subscription")->type_name("NAME")->capture_default_str();
     app.add_flag("--raw", options.raw, "Show the bytes of an event, all of them (with --json they always are)");
     AddLayout(app, arguments->layout);
     return [arguments](const Output& output) {
         arguments->options.layout = LayoutOf(arguments->layout);
-        return Monitor(arguments->options, output).Run();
+        const auto monitor = std::make_shared<Monitor>(arguments->options, output);
+        const bool hasEnded = RunUntilStopped(
+            [monitor](const auto& ending) { monitor->Run(ending); }, [&] { monitor->End(); }, arguments->duration);
+        Result result = monitor->Outcome();
+        result.isAbandoned = !hasEnded;
+        return result;
     };
 }
 
