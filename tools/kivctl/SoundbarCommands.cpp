@@ -12,7 +12,6 @@ namespace {
 
 using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
-constexpr const char* kSoundbarMacDescription = "MAC address of the soundbar";
 constexpr const char* kNoSoundbar = "the server sent nothing usable, which usually means that it has no such soundbar";
 
 template <size_t Size>
@@ -78,7 +77,7 @@ Action ModeGet(CLI::App&)
 Action ModeSet(CLI::App& app)
 {
     const auto arguments = std::make_shared<ModeArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
+    AddMac(app, arguments->mac);
     AddPayload(app, arguments->data);
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
@@ -106,7 +105,7 @@ Action Info(CLI::App&)
 Action SupportGet(CLI::App& app)
 {
     const auto mac = std::make_shared<Mac>();
-    AddRequired(app, "MAC", *mac, ParseMac, kSoundbarMacDescription);
+    AddMac(app, *mac);
     return [mac](const Output&) {
         return AnsweredYesOrNo("IsSoundbarSupportSoundMode", IsSoundbarSupportSoundMode(mac->data()));
     };
@@ -115,7 +114,7 @@ Action SupportGet(CLI::App& app)
 Action SupportSet(CLI::App& app)
 {
     const auto arguments = std::make_shared<SupportArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
+    AddMac(app, arguments->mac);
     OfferValues(
         AddRequired(app, "SUPPORTED", arguments->supported, ParseFlag, "yes (1), no (0) or another number"),
         FlagNames());
@@ -129,7 +128,7 @@ Action SupportSet(CLI::App& app)
 Action Version(CLI::App& app)
 {
     const auto arguments = std::make_shared<VersionArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
+    AddMac(app, arguments->mac);
     const auto parseLength = [](const std::string& text) { return ParseWithin(text, 1, KIV_SOUND_MODE_LEN); };
     AddParsed(app, "--length", arguments->length, parseLength, "Bytes of version data to ask for, 20 at most")
         ->type_name("N")
