@@ -74,7 +74,7 @@ TEST_F(CommandTest, StartSendsTheModeAndThenTheSpeakers)
 {
     const Ended ended = Run({"start", "--mode", "multiroom", "--reason", "-7", kLeft + "=3", kRight});
     EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out, "the server answered 2\n");
+    EXPECT_EQ(ended.out, "the server answered 2 (number of speakers that play now)\n");
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(Calls(), (std::vector<std::string>{"SetNetSpkSettingMode(81, -7)", kTwoSpeakers}));
 }
@@ -262,9 +262,26 @@ TEST_F(CommandTest, AFailureValueIsNamed)
 {
     SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
     SetFault("DisableSurround", "error", "'org.example.Broken'");
-    ExpectFailure({"stop"}, 1, "StopNetworkSpeaker returned -1: the request failed, or the server refused it");
-    ExpectFailure({"surround", "off"}, 1, "DisableSurround returned -1");
+    ExpectFailure({"stop"}, 1, "StopNetworkSpeaker returned -1: the server answered so, which usually means");
+    ExpectFailure({"surround", "off"}, 1, "DisableSurround returned -1: the request failed: org.example.Broken: ");
     EXPECT_EQ(Json::parse(Run({"stop", "--json"}).out).at("result"), -1);
+}
+
+TEST_F(CommandTest, ARequestThatFailedIsAFailureWhateverItsResult)
+{
+    SetFault("*", "error", "'org.example.Broken'");
+    SetFault("check_dbus_connection", "delay", "uint32 1"); // the client's id is given
+    std::vector<Arguments> requests = kRequests;
+    requests.insert(
+        requests.end(), {{"call", "SubscribeNamServiceCallback", "mine"},
+                         {"call", "UnsubscribeNamServiceCallback", "mine"},
+                         {"call", "register_atmos_support_cb"},
+                         {"call", "unregister_atmos_support_cb"},
+                         {"volume", "set", kLeft, "30", "--no-wait"},
+                         {"volume", "get", kLeft, "--wait"}});
+    for (const Arguments& arguments : requests) {
+        ExpectFailure(arguments, 1, ": the request failed: org.example.Broken");
+    }
 }
 
 TEST_F(CommandTest, BadArgumentsSendNothing)
@@ -355,8 +372,16 @@ TEST_F(CommandTest, ABadListFileSendsNothing)
     }
     ExpectFailure({"start", "--file", bus_.Directory() / "absent"}, 2, "No such file or directory");
     ExpectFailure({"start", "--file", bus_.Directory()}, 2, "Is a directory");
-    ExpectFailure({"start", "--file", "/dev/zero"}, 2, "/dev/zero: must have 67108864 bytes at most, and has more");
+    ExpectFailure({"start", "--file", "/dev/zero"}, 2, "/dev/zero: must be a file of at most 64 MiB, got more");
     EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+TEST_F(CommandTest, AListFileMayHave64MiB)
+{
+    const std::string list = WriteFile("[" + std::string(64UL * 1024 * 1024 - 2, ' ') + "]");
+    EXPECT_EQ(Run({"start", "--file", list}).exitCode, 0);
+    std::ofstream(list, std::ios::app) << ' ';
+    ExpectFailure({"start", "--file", list}, 2, list + ": must be a file of at most 64 MiB, got more");
 }
 
 TEST_F(CommandTest, VerboseShowsTheLibrarysLogBesideTheResult)
@@ -390,15 +415,15 @@ TEST_F(CommandTest, TheLibrarysLinesAreShownBeforeAFailure)
     EXPECT_LT(line, own) << ended.err;
 }
 
-TEST_F(CommandTest, TheLibrarysLinesAreShownWhereAFailureLooksLikeAnAnswer)
+TEST_F(CommandTest, TheLibrarysLinesAreShownBeforeAFailureThatLooksLikeAnAnswer)
 {
     const std::string broken = WriteFile(R"({"faults": {"GetNetSpkSettingMode": {"error": "org.example.Broken"}}})");
     bus_.WriteService({"org.lumra.tv.networkspeaker.server", {KIV_SIMULATOR, "--scenario", broken}});
     const Ended ended = Run({"mode", "get"}, kLogsAsUsual);
-    EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out, "80 (surround)\n");
-    EXPECT_NE(ended.err.find("org.example.Broken"), std::string::npos) << ended.err;
-    EXPECT_EQ(ended.err.find("not exist"), std::string::npos) << ended.err;
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_NE(ended.err.find("method [GetNetSpkSettingMode],[GDBus.Error:org.example.Broken"), std::string::npos)
+        << ended.err;
 }
 
 TEST_F(CommandTest, TheLibrarysLinesAreShownToWhomAsksForThem)
@@ -523,7 +548,9 @@ TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
     }
     EXPECT_EQ(Run({"start", "--help"}).exitCode, 0);
-    EXPECT_EQ(Run({"--version"}).out.rfind("kivctl ", 0), 0U);
+    EXPECT_EQ(
+        Run({"--version"}).out, "kivctl " + std::to_string(KIV_VERSION_MAJOR) + "." +
+                                    std::to_string(KIV_VERSION_MINOR) + "." + std::to_string(KIV_VERSION_MICRO) + "\n");
 }
 
 } // namespace

@@ -15,7 +15,8 @@ const std::string kTerraceBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x06";
 
 TEST_F(ConnectTest, NewSendsTheNumberAndTheAddresses)
 {
-    ExpectOutput({"connect", "new", kBedroom, kTerrace}, "the server answered 2");
+    ExpectOutput(
+        {"connect", "new", kBedroom, kTerrace}, "the server answered 2 (number of speakers that are newly connected)");
     ExpectJson({"connect", "new", "--outdoor", kTerrace}, {{"result", 0}});
     EXPECT_EQ(
         Calls(), (std::vector<std::string>{
@@ -26,8 +27,9 @@ TEST_F(ConnectTest, NewSendsTheNumberAndTheAddresses)
 TEST_F(ConnectTest, OneNumberIsPassed)
 {
     ExpectOutput({"connect", "direct", "5"}, "the server answered 0");
-    ExpectOutput({"connect", "group", "1"}, "the server answered 3");
-    ExpectFailure({"connect", "group", "-1"}, 1, "StartNetworkSpeakerGroupByMobile returned -1: the request failed");
+    ExpectOutput({"connect", "group", "1"}, "the server answered 3 (number of speakers that play now)");
+    ExpectFailure(
+        {"connect", "group", "-1"}, 1, "StartNetworkSpeakerGroupByMobile returned -1: the server answered so");
     const std::vector<std::string> calls = Calls();
     ASSERT_EQ(calls.size(), 4U);
     EXPECT_EQ(calls[0], "ConnectToSpeakerForInfraLessSetup(5,)");
@@ -51,8 +53,10 @@ TEST_F(ConnectTest, AMobileDevicesBytesTravelAsTheyAre)
 
 TEST_F(ConnectTest, ByIdPassesItsNumbers)
 {
-    ExpectOutput({"connect", "by-id", "80", "3", "-9"}, "the server answered 1");
-    ExpectOutput({"connect", "by-id", "81", "4", "7", "--id", "KIV05 and more"}, "the server answered 1");
+    ExpectOutput({"connect", "by-id", "80", "3", "-9"}, "the server answered 1 (number of speakers that play now)");
+    ExpectOutput(
+        {"connect", "by-id", "81", "4", "7", "--id", "KIV05 and more"},
+        "the server answered 1 (number of speakers that play now)");
     EXPECT_EQ(
         Calls(), (std::vector<std::string>{
                      "StartNetworkSpeakerByID(3, 80, -9)",
@@ -62,7 +66,9 @@ TEST_F(ConnectTest, ByIdPassesItsNumbers)
 TEST_F(ConnectTest, ByIdTakesZeroForAFailure)
 {
     SetFault("StartNetworkSpeakerByID", "error", "'org.example.Broken'");
-    ExpectFailure({"connect", "by-id", "80", "3", "0"}, 1, "StartNetworkSpeakerByID returned 0: the request failed");
+    ExpectFailure(
+        {"connect", "by-id", "80", "3", "0"}, 1,
+        "StartNetworkSpeakerByID returned 0: the request failed: org.example.Broken");
     ExpectFailure(
         {"connect", "by-id", "80", "3", "0", "--id", "Nobody"}, 1, "Vireon_StartNetworkSpeakerByID returned -1");
 }
@@ -72,6 +78,8 @@ TEST_F(ConnectTest, TypeAsksForListsAndForOne)
     ExpectOutput({"connect", "type", kLeft + "=2", kRight}, "the server answered 1");
     ExpectJson({"connect", "type", "--id", "5"}, {{"result", 0}});
     ExpectFailure({"connect", "type", "--id", "99"}, 1, "GetSpksConnectionTypeByID returned -1");
+    SetFault("GetSpksConnectionTypeByID", "error", "'org.example.Broken'");
+    ExpectFailure({"connect", "type", "--id", "5"}, 1, "GetSpksConnectionTypeByID returned 0: the request failed: org");
     const std::vector<std::string> calls = Calls();
     EXPECT_EQ(
         calls.at(0), "GetSpksConnectionType([" + Record("0x02, 0x00, 0x00, 0x00", kLeftBytes) + ", " +

@@ -258,9 +258,18 @@ TEST_F(LayoutTest, ABadFileSendsNothing)
         SCOPED_TRACE(text);
         ExpectFailure({"list", "nodes", "--layout", WriteFile(text)}, 2, reason);
     }
-    ExpectFailure({"list", "all", "--layout", "/dev/zero"}, 2, "/dev/zero: must have 1048576 bytes at most");
+    ExpectFailure({"list", "all", "--layout", "/dev/zero"}, 2, "/dev/zero: must be a file of at most 1 MiB, got more");
     ExpectFailure({"list", "active", "--layout", bus_.Directory()}, 2, "Is a directory");
     EXPECT_EQ(Calls(), std::vector<std::string>{});
+}
+
+TEST_F(LayoutTest, AFileMayHaveOneMiB)
+{
+    const std::string layout = R"({"records": {}})";
+    const std::string path = WriteFile(layout + std::string(1024UL * 1024 - layout.size(), ' '));
+    EXPECT_EQ(Run({"list", "nodes", "--layout", path}).exitCode, 0);
+    std::ofstream(path, std::ios::app) << ' ';
+    ExpectFailure({"list", "nodes", "--layout", path}, 2, path + ": must be a file of at most 1 MiB, got more");
 }
 
 } // namespace

@@ -8,7 +8,10 @@ namespace {
 constexpr size_t kListSize = 1086;
 constexpr size_t kSpeakerSize = 183;
 constexpr size_t kNodeSize = 134;
-constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
+constexpr const char* kBroken = "the request failed: org.example.Broken";
+constexpr const char* kNothingUsable = "the server sent nothing usable";
+constexpr const char* kNoLists = "the server is connected with no speaker; kivctl list nodes shows those that it sees";
+constexpr const char* kNoNodes = "the server sees no speaker; one that is switched on near the TV appears";
 
 class ListTest : public KivctlTest {
 protected:
@@ -68,7 +71,7 @@ TEST_F(ListTest, RecordsWithoutALayoutAreBytes)
 
 TEST_F(ListTest, NoneActiveIsAnAnswer)
 {
-    ExpectOutput({"list", "active"}, "name      \ntype      \nspeakers  0");
+    ExpectOutput({"list", "active"}, "name      \ntype      \nspeakers  0 (none plays now)");
     ExpectJson({"list", "active"}, {{"result", 0}, {"name", ""}, {"type", ""}, {"speakers", Json::array()}});
 }
 
@@ -91,8 +94,8 @@ TEST_F(ListTest, ANameCannotAddressTheTerminal)
 {
     Reply("GetActiveNetSpkInfo", ByteArray(151, '\033'));
     ExpectOutput(
-        {"list", "active"},
-        "name      " + std::string(128, '?') + "\ntype      " + std::string(23, '?') + "\nspeakers  0");
+        {"list", "active"}, "name      " + std::string(128, '?') + "\ntype      " + std::string(23, '?') +
+                                "\nspeakers  0 (none plays now)");
     EXPECT_EQ(Json::parse(Run({"list", "active", "--json"}).out).at("type"), std::string(23, '\033'));
 }
 
@@ -101,7 +104,7 @@ TEST_F(ListTest, ActiveTellsAFailureFromAnAnswer)
     Reply("GetActiveNetSpkInfo", ByteArray(150, 0));
     ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned 0: ") + kNothingUsable);
     SetFault("GetActiveNetSpkInfo", "error", "'org.example.Broken'");
-    ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned -1: ") + kNothingUsable);
+    ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned -1: ") + kBroken);
 }
 
 TEST_F(ListTest, AllAndNodesTellTheirNumber)
@@ -148,20 +151,51 @@ TEST_F(ListTest, RecordsAreShownWhole)
 TEST_F(ListTest, NoListsAreAnAnswer)
 {
     Reply("GetNetSpkListInfo", "@ay []");
-    ExpectOutput({"list", "all"}, "0 lists of 1086 bytes; --layout names their fields");
+    ExpectOutput({"list", "all"}, std::string("0 lists: ") + kNoLists);
     ExpectJson({"list", "all", "--array"}, {{"result", 0}, {"lists", Json::array()}});
+    SetFault("GetNetSpkListInfoNumber", "reply", "<(0,)>");
+    ExpectOutput({"list", "count"}, std::string("the server answered 0 (") + kNoLists + ")");
+}
+
+TEST_F(ListTest, NoNodesAreAnAnswer)
+{
+    Reply("GetNetSpkNodeList", "@ay []");
+    ExpectOutput({"list", "nodes"}, std::string("0 nodes: ") + kNoNodes);
+    ExpectJson({"list", "nodes"}, {{"result", -1}, {"nodes", Json::array()}});
+}
+
+TEST_F(ListTest, TheLibrarysLineAboutAnEmptyListIsNotShown)
+{
+    Reply("GetNetSpkNodeList", "@ay []");
+    Reply("GetNetSpkListInfo", "@ay []");
+    for (const char* command : {"nodes", "all"}) {
+        EXPECT_EQ(Run({"list", command}, {{"KIV_LOG_LEVEL", ""}}).err, "");
+    }
+}
+
+TEST_F(ListTest, AnAnswerOfAnotherTypeIsAFailure)
+{
+    for (const auto& [command, method] :
+         {std::pair("all", "GetNetSpkListInfo"), std::pair("nodes", "GetNetSpkNodeList"),
+          std::pair("active", "GetActiveNetSpkInfo")}) {
+        SetFault(method, "reply", "<('text',)>");
+        ExpectFailure({"list", command}, 1, "the request failed: the answer must be of the D-Bus type ay, got s");
+    }
+    SetFault("GetNetSpkListInfoNumber", "reply", "<('text',)>");
+    ExpectFailure(
+        {"list", "count"}, 1,
+        "GetNetSpkListInfoNumber returned 0: the request failed: the answer must be of the D-Bus type (i), got (s)");
 }
 
 TEST_F(ListTest, FailuresAreNamed)
 {
-    for (const char* method : {"GetNetSpkListInfo", "GetNetSpkListInfoNumber"}) {
+    for (const char* method : {"GetNetSpkListInfo", "GetNetSpkListInfoNumber", "GetNetSpkNodeList"}) {
         SetFault(method, "error", "'org.example.Broken'");
     }
-    Reply("GetNetSpkNodeList", "@ay []");
-    ExpectFailure({"list", "all"}, 1, "GetNetSpkListInfo returned -1: the request failed");
-    ExpectFailure({"list", "all", "--array"}, 1, "getNetSpkListInfo returned -1: the request failed");
-    ExpectFailure({"list", "count"}, 1, "GetNetSpkListInfoNumber returned -1: the request failed");
-    ExpectFailure({"list", "nodes"}, 1, "GetNetSpkNodeList returned -1: the request failed, or there are no nodes");
+    ExpectFailure({"list", "all"}, 1, std::string("GetNetSpkListInfo returned -1: ") + kBroken);
+    ExpectFailure({"list", "all", "--array"}, 1, std::string("getNetSpkListInfo returned -1: ") + kBroken);
+    ExpectFailure({"list", "count"}, 1, std::string("GetNetSpkListInfoNumber returned -1: ") + kBroken);
+    ExpectFailure({"list", "nodes"}, 1, std::string("GetNetSpkNodeList returned -1: ") + kBroken);
 }
 
 TEST_F(ListTest, BadArgumentsSendNothing)

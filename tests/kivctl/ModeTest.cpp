@@ -29,7 +29,8 @@ TEST_F(ModeTest, UiSetTakesNamesAndNumbers)
 TEST_F(ModeTest, AFailedSetIsNamed)
 {
     SetFault("SetTavrinUIMode", "error", "'org.example.Broken'");
-    ExpectFailure({"mode", "ui", "set", "80"}, 1, "SetTavrinUIMode returned -1: the request failed");
+    ExpectFailure(
+        {"mode", "ui", "set", "80"}, 1, "SetTavrinUIMode returned -1: the request failed: org.example.Broken");
 }
 
 TEST_F(ModeTest, EntryFlagsStartTheServer)
@@ -45,6 +46,35 @@ TEST_F(ModeTest, EntryFlagsStartTheServer)
     SetFault("CanEnterTavrinSettings", "reply", "<(false,)>");
     ExpectOutput({"mode", "enabled"}, "no");
     ExpectJson({"mode", "can-enter"}, {{"result", false}});
+}
+
+TEST_F(ModeTest, AModeThatTheLibraryMakesUpIsAFailure)
+{
+    for (const auto& [command, method] : {
+             std::pair(Arguments{"mode", "get"}, "GetNetSpkSettingMode"),
+             std::pair(Arguments{"mode", "ui", "get"}, "GetTavrinUIMode"),
+         }) {
+        SetFault(method, "error", "'org.example.Broken'");
+        ExpectFailure(command, 1, method + std::string(" returned 80: the request failed: org.example.Broken"));
+        SetFault(method, "reply", "<(-1,)>");
+        ExpectFailure(command, 1, method + std::string(" returned 80: the request failed: the server answered -1"));
+        SetFault(method, "reply", "<(81,)>");
+        ExpectOutput(command, "80 (surround)");
+    }
+}
+
+TEST_F(ModeTest, AnEntryFlagThatTheLibraryMakesUpIsAFailure)
+{
+    SetFault("FlagEnableNetworkSpeaker", "error", "'org.example.Broken'");
+    SetFault("CanEnterTavrinSettings", "reply", "<('text',)>");
+    ExpectFailure(
+        {"mode", "enabled"}, 1, "FlagEnableNetworkSpeaker returned false: the request failed: org.example.Broken");
+    ExpectFailure(
+        {"mode", "can-enter"}, 1,
+        "CanEnterTavrinSettings returned false: the request failed: the answer must be of the D-Bus type (b), got (s)");
+    // Without an id for this process, nothing more is asked.
+    SetFault("check_dbus_connection", "error", "'org.example.Broken'");
+    ExpectFailure({"mode", "enabled"}, 1, "FlagEnableNetworkSpeaker: the network-speaker server cannot be reached");
 }
 
 TEST_F(ModeTest, LinkQuestionsAreAnswered)

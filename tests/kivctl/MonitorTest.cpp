@@ -1,10 +1,14 @@
 #include "KivctlTest.h"
+#include "support/Wait.h"
 #include <KivServiceInterface.h>
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <fstream>
+#include <iterator>
 #include <regex>
 #include <stdexcept>
 
@@ -18,6 +22,8 @@ constexpr const char* kReady = "kivctl: ready, waiting for events";
 constexpr const char* kJsonReady = R"({"ready":true})";
 
 using MonitorTest = KivctlTest;
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
 std::string DataOf(size_t size)
 {
@@ -212,9 +218,10 @@ TEST_F(MonitorTest, GoesOnWhenAServerThatComesBackRefuses)
     g_variant_unref(Control("Exit", nullptr));
     EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
     bus_.Activate(kServerName);
-    EXPECT_EQ(
-        monitor.ErrLine(),
-        "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it");
+    const std::string line = monitor.ErrLine();
+    EXPECT_TRUE(
+        line.starts_with("kivctl: SubscribeNamServiceCallback returned 0: the request failed: org.example.Broken"))
+        << line;
     SendEvent(kUnknownEvent, "");
     EXPECT_EQ(EventLine(monitor), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
     EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 0");
@@ -261,7 +268,10 @@ TEST_F(MonitorTest, SaysWhatIsMissingWhereTheBusDeniesTheName)
         << line;
     EXPECT_TRUE(line.ends_with(", which the bus may deny to this user; kivctl doctor tells why")) << line;
     monitor.Signal(SIGINT);
-    EXPECT_EQ(monitor.Wait().exitCode, 0);
+    const Ended ended = monitor.Wait();
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_TRUE(ended.err.starts_with("kivctl: never ready, no event could come: nobody owns the bus name "))
+        << ended.err;
 
     Running json(bus_, {"monitor", "--json"});
     const Json object = Json::parse(json.OutLine());
@@ -299,18 +309,118 @@ TEST_F(MonitorTest, WaitsForAServerThatIsNotThereYet)
 
 TEST_F(MonitorTest, EndsAfterTheTimeAskedFor)
 {
+    const auto start = Clock::now();
     const Ended ended = Run({"monitor", "--for", "0.5"});
+    EXPECT_GE(Clock::now() - start, 500ms);
     EXPECT_EQ(ended.exitCode, 0);
     EXPECT_EQ(ended.out, "");
     EXPECT_EQ(ended.err, std::string(kReady) + '\n');
     EXPECT_EQ(Calls().back().rfind("UnsubscribeNamServiceCallback", 0), 0U);
 
-    g_variant_unref(Control("Exit", nullptr));
-    bus_.RemoveService(kServerName);
-    EXPECT_EQ(Run({"monitor", "--for", "0.1"}).exitCode, 0);
     for (const std::string limit : {"0", "-1", "soon", "1e9"}) {
         ExpectFailure({"monitor", "--for", limit}, 2, "--for: must be a number of seconds above 0");
     }
+}
+
+TEST_F(MonitorTest, FailsWhenItNeverWasReady)
+{
+    bus_.RemoveService(kServerName);
+    const std::string reason = "never ready, no event could come: the server does not run and cannot be started: ";
+    const Ended timed = Run({"monitor", "--for", "0.1"});
+    EXPECT_EQ(timed.exitCode, 1);
+    EXPECT_NE(timed.err.find("\nkivctl: " + reason), std::string::npos) << timed.err;
+    Running json(bus_, {"--json", "monitor"});
+    EXPECT_EQ(Json::parse(json.OutLine()).at("server"), false);
+    json.Signal(SIGTERM);
+    const Ended ended = json.Wait();
+    EXPECT_EQ(ended.exitCode, 1);
+    const Json object = Json::parse(ended.out);
+    EXPECT_EQ(object.at("ready"), false);
+    EXPECT_TRUE(object.at("error").get<std::string>().starts_with(reason)) << object;
+}
+
+// Shorter than the library waits for a single answer.
+constexpr auto kPrompt = 6s;
+
+TEST_F(MonitorTest, EndsInTimeWhileTheServerHangs)
+{
+    SetFault("*", "silent", "true");
+    const auto start = Clock::now();
+    const Ended timed = Run({"monitor", "--for", "0.5", "--timing"});
+    EXPECT_LT(Clock::now() - start, kPrompt);
+    EXPECT_EQ(timed.exitCode, 1);
+    EXPECT_TRUE(timed.err.starts_with(
+        "kivctl: never ready, no event could come: the server has not answered the request for its events; "
+        "kivctl doctor tells why\ntook "))
+        << timed.err;
+}
+
+TEST_F(MonitorTest, EndsWhenInterruptedWhileTheServerHangs)
+{
+    SetFault("SubscribeNamServiceCallback", "silent", "true");
+    for (const int signal : {SIGINT, SIGTERM}) {
+        g_variant_unref(Control("ForgetCalls", nullptr));
+        Running monitor(bus_, {"--timeout", "100", "monitor"});
+        test::WaitUntil("the request", [this] { return !Calls().empty(); });
+        const auto start = Clock::now();
+        monitor.Signal(signal);
+        EXPECT_EQ(monitor.Wait().exitCode, 1);
+        EXPECT_LT(Clock::now() - start, kPrompt);
+    }
+}
+
+TEST_F(MonitorTest, TakesItsSubscriptionBackNoLongerThanAMoment)
+{
+    Running monitor(bus_, {"monitor"});
+    Running counting(bus_, {"monitor", "--count", "1"});
+    ASSERT_EQ(monitor.ErrLine(), kReady);
+    ASSERT_EQ(counting.ErrLine(), kReady);
+    SetFault("*", "silent", "true");
+    const auto start = Clock::now();
+    SendEvent(kUnknownEvent, "");
+    monitor.Signal(SIGINT);
+    EXPECT_EQ(monitor.Wait().exitCode, 0);
+    EXPECT_EQ(counting.Wait().exitCode, 0);
+    EXPECT_LT(Clock::now() - start, kPrompt);
+}
+
+TEST_F(MonitorTest, EndsInTimeWhileTheBusHangs)
+{
+    kill(bus_.DaemonPid(), SIGSTOP);
+    const auto start = Clock::now();
+    const Ended ended = Run({"monitor", "--for", "0.5"});
+    EXPECT_LT(Clock::now() - start, kPrompt);
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_TRUE(ended.err.starts_with("kivctl: never ready, no event could come: the system bus has not answered"))
+        << ended.err;
+    kill(bus_.DaemonPid(), SIGCONT);
+}
+
+TEST_F(MonitorTest, WaitsBetweenTriesWhereTheServerEndsAgainAndAgain)
+{
+    const std::string dying = WriteFile(R"({"faults": {"check_dbus_connection": {"exit": true}}})");
+    const std::string starts = bus_.Directory() / "starts";
+    bus_.WriteService(
+        {kServerName,
+         {"/bin/sh", "-c", "echo >> " + starts + "; exec " + std::string(KIV_SIMULATOR) + " --scenario " + dying}});
+    const Ended ended = Run({"monitor", "--for", "4"});
+    EXPECT_EQ(ended.exitCode, 1);
+    std::ifstream file(starts);
+    EXPECT_LT(std::count(std::istreambuf_iterator<char>(file), {}, '\n'), 40);
+    EXPECT_LT(std::ranges::count(ended.err, '\n'), 10) << ended.err;
+    const std::string told = "kivctl: the server ends soon after each start";
+    const size_t at = ended.err.find(told);
+    ASSERT_NE(at, std::string::npos) << ended.err;
+    EXPECT_EQ(ended.err.find(told, at + 1), std::string::npos) << ended.err;
+}
+
+TEST_F(MonitorTest, AsksAServerAgainThatEndedBeforeItAnswered)
+{
+    SetFault("SubscribeNamServiceCallback", "exit", "true");
+    Running monitor(bus_, {"monitor"});
+    EXPECT_TRUE(monitor.ErrLine().starts_with("kivctl: the server ends soon after each start"));
+    // The next one has no fault.
+    EXPECT_EQ(monitor.ErrLine(), kReady);
 }
 
 TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
@@ -318,9 +428,15 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
     SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
     const Ended ended = Run({"monitor"});
     EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_EQ(
-        ended.err, "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it; "
-                   "kivctl doctor tells why\n");
+    EXPECT_TRUE(ended.err.starts_with(
+        "kivctl: SubscribeNamServiceCallback returned 0: the request failed: org.example.Broken: "))
+        << ended.err;
+    EXPECT_TRUE(ended.err.ends_with("; kivctl doctor tells why\n")) << ended.err;
+    // Only the second request, for the Atmos events, is refused.
+    g_variant_unref(Control(
+        "Fault", g_variant_new_parsed(
+                     "('SubscribeNamServiceCallback', {'error': <'org.example.Broken'>, 'every': <uint32 2>})")));
+    ExpectFailure({"monitor"}, 1, "register_atmos_support_cb returned 0: the request failed: org.example.Broken: ");
 }
 
 } // namespace

@@ -34,6 +34,13 @@ const struct {
     {"reset", "ResetNetSpkVolume"},
 };
 
+// The arguments, with what makes kivctl wait for the volumes and understand them.
+Arguments Waiting(Arguments arguments)
+{
+    arguments.insert(arguments.end(), {"--wait", "--layout", KIV_LAYOUT_FILE});
+    return arguments;
+}
+
 TEST_F(NameAndVolumeTest, NameIsSent)
 {
     ExpectOutput({"name", kLeft, "Stube links ä", "--ip", "192.168.0.21"}, "sent");
@@ -95,8 +102,39 @@ TEST_F(NameAndVolumeTest, ResetAllSendsNoArguments)
 
 TEST_F(NameAndVolumeTest, WhatTheServerMakesOfItIsNotKnown)
 {
-    SetFault("SetNetSpkVolume", "error", "'org.example.Broken'");
+    SetFault("SetNetSpkVolume", "reply", "<(-1,)>");
     ExpectOutput({"volume", "set", kLeft, "1"}, "sent");
+}
+
+TEST_F(NameAndVolumeTest, ARequestThatTheBusDeniesIsAFailure)
+{
+    Forbid(R"(<deny send_interface="org.lumra.tv.networkspeaker.server.interface" send_member="SetNetSpkVolume"/>)");
+    for (const Arguments& arguments :
+         {Arguments{"volume", "set", kLeft, "1"}, Waiting({"volume", "set", kLeft, "1"}),
+          Arguments{"call", "SetNetSpkVolume", kLeft, "1"}}) {
+        ExpectFailure(
+            arguments, 1, "SetNetSpkVolume: the request failed: org.freedesktop.DBus.Error.AccessDenied: Rejected");
+    }
+}
+
+TEST_F(NameAndVolumeTest, ARequestThatIsNotAnsweredIsAFailure)
+{
+    SetFault("IncreaseNetSpkVolumeList", "silent", "true");
+    const Ended ended = Run(Waiting({"volume", "up", kLeft, kRight}));
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_EQ(
+        ended.err, "kivctl: IncreaseNetSpkVolumeList: the request failed: Timeout was reached (the server did not "
+                   "answer within 8 s); kivctl doctor tells why\n");
+}
+
+TEST_F(NameAndVolumeTest, ARequestThatTheServerDoesNotSurviveIsAFailure)
+{
+    SetFault("SetNetSpkName", "exit", "true");
+    const Ended ended = Run({"--json", "name", kLeft, "Left"});
+    EXPECT_EQ(ended.exitCode, 1);
+    const std::string reason = Json::parse(ended.out).at("error");
+    EXPECT_TRUE(reason.starts_with("SetNetSpkName: the request failed: org.freedesktop.DBus.Error.NoReply: "))
+        << reason;
 }
 
 TEST_F(NameAndVolumeTest, AVolumeComesAsAnEvent)
@@ -107,13 +145,6 @@ TEST_F(NameAndVolumeTest, AVolumeComesAsAnEvent)
     const std::string line = monitor.OutLine();
     EXPECT_TRUE(line.ends_with(" event 0x02020040, length 14: 02 4b 49 56 00 01 c0 a8 00 15 14 00 00 00")) << line;
     EXPECT_EQ(monitor.Wait().exitCode, 0);
-}
-
-// The arguments, with what makes kivctl wait for the volumes and understand them.
-Arguments Waiting(Arguments arguments)
-{
-    arguments.insert(arguments.end(), {"--wait", "--layout", KIV_LAYOUT_FILE});
-    return arguments;
 }
 
 TEST_F(NameAndVolumeTest, TheVolumeIsShownToWhomWaits)

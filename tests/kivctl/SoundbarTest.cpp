@@ -8,7 +8,8 @@ namespace {
 const std::string kSoundbar = "02:4b:49:56:00:b0";
 const std::string kSoundbarBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0";
 const std::string kIpBytes = "0xc0, 0xa8, 0x00, 0x14";
-constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
+constexpr const char* kBroken = "the request failed: org.example.Broken";
+constexpr const char* kNoSoundbar = "the server sent nothing usable, which usually means that it has no such soundbar";
 
 class SoundbarTest : public KivctlTest {
 protected:
@@ -62,9 +63,9 @@ TEST_F(SoundbarTest, AnySoundModeLengthIsAnAnswerThatComesWithData)
     Reply("GetSoundbarSoundMode", 34, 2);
     EXPECT_EQ(Json::parse(Run({"soundbar", "mode", "get", "--json"}).out).at("result"), 0x02020202);
     Reply("GetSoundbarSoundMode", 33, 2);
-    ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned 0: ") + kNothingUsable);
+    ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned 0: ") + kNoSoundbar);
     SetFault("GetSoundbarSoundMode", "error", "'org.example.Broken'");
-    ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned -1: ") + kNothingUsable);
+    ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned -1: ") + kBroken);
 }
 
 TEST_F(SoundbarTest, InfoTellsTheSoundbar)
@@ -73,7 +74,7 @@ TEST_F(SoundbarTest, InfoTellsTheSoundbar)
     ExpectJson({"soundbar", "info"}, {{"result", 1}, {"mac", kSoundbar}, {"ip", "192.168.0.20"}});
     EXPECT_EQ(Calls().front(), "GetSoundbarDeviceInfo(0,)");
     Reply("GetSoundbarDeviceInfo", 13, 0);
-    ExpectFailure({"soundbar", "info"}, 1, std::string("GetSoundbarDeviceInfo returned 0: ") + kNothingUsable);
+    ExpectFailure({"soundbar", "info"}, 1, std::string("GetSoundbarDeviceInfo returned 0: ") + kNoSoundbar);
     SetFault(
         "GetSoundbarDeviceInfo", "reply",
         "<([byte 2, 0x4b, 0x49, 0x56, 0, 0xb0, 192, 168, 0, 20, 0xff, 0xff, 0xff, 0xff],)>");
@@ -113,7 +114,7 @@ TEST_F(SoundbarTest, VersionTellsAsMuchAsIsAskedFor)
 TEST_F(SoundbarTest, VersionTellsAFailureFromAnAnswer)
 {
     ExpectFailure(
-        {"soundbar", "version", kLeft}, 1, std::string("GetSoundbarProtocolVersion returned -1: ") + kNothingUsable);
+        {"soundbar", "version", kLeft}, 1, std::string("GetSoundbarProtocolVersion returned -1: ") + kNoSoundbar);
     SetFault(
         "GetSoundbarProtocolVersion", "reply",
         "<([byte 0xff, 0xff, 0xff, 0xff, 7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0],)>");

@@ -47,6 +47,9 @@ bold() { # section, first characters
 diff --label help --label "man page" <(echo "$commands") \
   <({ bold COMMANDS a-z | grep -vx call; bold FUNCTIONS A-Za-z | sed 's/^/call /'; } | sort)
 
+# Each argument has one explanation.
+diff --label nothing --label "explained twice" /dev/null <(bold ARGUMENTS 'A-Z\' | sed 's/[ .].*//' | sort | uniq -d)
+
 functions=$("$nm" --dynamic --defined-only "$library" | sed -n 's/.* T \([^@]*\).*/\1/p' | sed '/^_Z/d' | sort)
 echo "$(wc -l <<<"$functions") functions"
 diff --label exported --label "help of call" <(echo "$functions") <(sed -n 's/^call //p' <<<"$commands")

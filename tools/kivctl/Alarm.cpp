@@ -1,11 +1,17 @@
 #include "Alarm.h"
 
+#include <csignal>
 #include <utility>
 
 namespace kiv::ctl {
 
 Alarm::Alarm(std::chrono::milliseconds limit, std::function<void()> ring)
 {
+    // Signals are for the other threads.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
     watcher_ = std::thread([this, limit, ring = std::move(ring)] {
         std::unique_lock lock(mutex_);
         if (!changed_.wait_for(lock, limit, [this] { return finished_; })) {
@@ -13,6 +19,7 @@ Alarm::Alarm(std::chrono::milliseconds limit, std::function<void()> ring)
             ring();
         }
     });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 Alarm::~Alarm()

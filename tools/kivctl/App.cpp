@@ -12,17 +12,22 @@ namespace kiv::ctl {
 namespace {
 
 constexpr const char* kFooter = R"(Exit codes:
-  0  done; doctor: nothing is wrong
+  0  done; doctor: nothing is wrong; monitor: events could come, at least for a while
   1  the library reported a failure, doctor found one, or the output could not be
-     written
+     written; monitor: events never could come, the server refused them, or the bus
+     was lost
   2  bad arguments; nothing was sent
   3  this device has no network speakers
   4  it took longer than --timeout allows
 
-A request that fails can look like an answer: "no", mode 80, connection type 0.
-Requests without an answer are only said to be sent. The lines that the library
-logs to stderr are shown when a request failed, and always with --verbose or where
+Where a function of the library returns the same after a failure as after a success,
+or nothing, kivctl takes the failure from the library's log: "sent" means that the
+server has taken the request, and "no" that it has said so. The lines of the log are
+shown on stderr when a request failed, and always with --verbose or where
 KIV_LOG_LEVEL is set.
+
+monitor ends within about a second after Ctrl-C, SIGTERM or the time of --for, also
+while the server or the bus hangs.
 
 With --json, stdout carries nothing but JSON, one object a line. A command that
 fails says why in "error", and its exit code is the same as without --json.)";

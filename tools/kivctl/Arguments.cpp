@@ -27,9 +27,9 @@ CLI::Option* AddNumber(CLI::App& app, const std::string& name, int& value, const
     return AddParsed(app, name, value, ParseInt, description)->type_name("N")->default_str(std::to_string(value));
 }
 
-void AddIp(CLI::App& app, Ip& ip)
+void AddMac(CLI::App& app, Mac& mac)
 {
-    AddParsed(app, "--ip", ip, ParseIp, "IPv4 address")->type_name("IP")->default_str(IpText(ip));
+    AddRequired(app, "MAC", mac, ParseMac, "MAC address of the speaker or soundbar, such as 02:4b:49:56:00:01");
 }
 
 void AddPayload(CLI::App& app, PayloadArguments& arguments)
@@ -63,7 +63,8 @@ std::string ReadFile(const std::string& path, size_t mostBytes)
     std::array<char, 65536> chunk{};
     while (const size_t length = std::fread(chunk.data(), 1, chunk.size(), file.get())) {
         if (length > mostBytes - contents.size()) {
-            throw BadArguments(fmt::format("{}: must have {} bytes at most, and has more", path, mostBytes));
+            throw BadArguments(
+                fmt::format("{}: must be a file of at most {} MiB, got more", path, mostBytes / kMebibyte));
         }
         contents.append(chunk.data(), length);
     }

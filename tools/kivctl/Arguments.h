@@ -10,8 +10,10 @@
 
 namespace kiv::ctl {
 
+constexpr size_t kMebibyte = 1024UL * 1024;
+
 // D-Bus carries no longer array.
-constexpr size_t kMaxArrayLength = 64UL * 1024 * 1024;
+constexpr size_t kMaxArrayLength = 64 * kMebibyte;
 
 // An option or a positional argument of any type, of whose text a function makes its value.
 template <typename Value, typename Parse>
@@ -38,7 +40,17 @@ AddRequired(CLI::App& app, const std::string& name, Value& value, Parse parse, c
 
 // The value given is the default.
 CLI::Option* AddNumber(CLI::App& app, const std::string& name, int& value, const std::string& description);
-void AddIp(CLI::App& app, Ip& ip);
+void AddMac(CLI::App& app, Mac& mac);
+
+// The value is an Ip, or an optional one.
+template <typename Value>
+void AddIp(CLI::App& app, Value& ip)
+{
+    constexpr const char* kDescription =
+        "IPv4 address of the one speaker or soundbar, which is sent beside its MAC address; 0.0.0.0 where it is not "
+        "known, and the simulated server goes by the MAC address alone";
+    AddParsed(app, "--ip", ip, ParseIp, kDescription)->type_name("IP")->default_str(IpText(Ip{}));
+}
 
 inline constexpr const char* kModeDescription = "Setting mode: surround (80), multiroom (81) or another number";
 

@@ -1,5 +1,6 @@
 #include "Command.h"
 
+#include "CallLog.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -9,9 +10,12 @@
 namespace kiv::ctl {
 namespace {
 
+constexpr const char* kRefused =
+    "the server answered so, which usually means that it refuses, or knows no such speaker (kivctl list nodes)";
+
 struct Reason {
     ExitCode exitCode;
-    const char* text;
+    std::string text;
 };
 
 Reason WhyNotSent()
@@ -20,6 +24,16 @@ Reason WhyNotSent()
         return {kNoNetworkSpeakers, "this device has no network speakers"};
     }
     return {kFailed, "the network-speaker server cannot be reached"};
+}
+
+// The reason is that of a call which got an answer.
+Reason WhyFailed(const char* reason)
+{
+    if (!ServerReached()) {
+        return WhyNotSent();
+    }
+    const auto failure = RequestFailure();
+    return {kFailed, failure ? fmt::format("the request failed: {}", *failure) : reason};
 }
 
 Result Fail(const std::string& what, const Reason& reason, Json fields)
@@ -39,34 +53,33 @@ Result Done(std::string text, Json fields)
 Result Failed(const char* function, const Json& value, const char* reason)
 {
     return Fail(
-        fmt::format("{} returned {}", function, value.dump()), ServerReached() ? Reason{kFailed, reason} : WhyNotSent(),
+        fmt::format("{} returned {}", function, value.dump()), WhyFailed(reason == nullptr ? kRefused : reason),
         {{"result", value}});
 }
 
-Result Answered(const char* function, int value)
+Result Answered(const char* function, int value, const char* meaning)
 {
-    if (value == -1) {
+    if (value == -1 || CallFailed()) {
         return Failed(function, value);
     }
-    return Done(fmt::format("the server answered {}", value), {{"result", value}});
+    return Done(
+        fmt::format("the server answered {}{}", value, *meaning == '\0' ? "" : fmt::format(" ({})", meaning)),
+        {{"result", value}});
 }
 
-Result AnsweredNotZero(const char* function, int value)
+Result AnsweredNotZero(const char* function, int value, const char* meaning)
 {
-    return value == 0 ? Failed(function, value) : Answered(function, value);
+    return value == 0 ? Failed(function, value) : Answered(function, value, meaning);
 }
 
-Result AnsweredYesOrNo(const char* function, bool value)
+Result AnsweredYesOrNo(const char* function, bool value, const char* yes, const char* no)
 {
-    if (!value && !ServerReached()) {
-        return Failed(function, value);
-    }
-    return Done(value ? "yes" : "no", {{"result", value}});
+    return CallFailed() ? Failed(function, value) : Done(value ? yes : no, {{"result", value}});
 }
 
 Result Sent(const char* function)
 {
-    return ServerReached() ? Done("sent", {{"sent", true}}) : NotSent(function);
+    return CallFailed() ? Fail(function, WhyFailed(""), Json::object()) : Done("sent", {{"sent", true}});
 }
 
 Result NotSent(const char* function)
@@ -77,6 +90,11 @@ Result NotSent(const char* function)
 bool ServerReached()
 {
     return CNSGdbus::m_pInstance->m_bProxyReady;
+}
+
+bool CallFailed()
+{
+    return !ServerReached() || RequestFailure().has_value();
 }
 
 } // namespace kiv::ctl

@@ -30,23 +30,26 @@ struct Result {
     ExitCode exitCode = kDone;
     std::string text;
     Json fields;
+    // A call of the library's that the command no longer waits for still runs on another thread.
+    bool isAbandoned = false;
 };
 
 // A text for people, and the fields of the JSON object that says the same.
 Result Done(std::string text, Json fields);
 
-// The library function of that name returned its failure value.
-Result
-Failed(const char* function, const Json& value, const char* reason = "the request failed, or the server refused it");
+// The library function of that name returned this and failed, or the server answered so. The reason is for an answer;
+// null stands for a refusal.
+Result Failed(const char* function, const Json& value, const char* reason = nullptr);
 
-// The outcome of a library function that returns the server's answer, and -1 for a failure.
-Result Answered(const char* function, int value);
+// The outcome of a library function that returns the server's answer, and -1 for a failure. The meaning is that of the
+// answer.
+Result Answered(const char* function, int value, const char* meaning = "");
 
 // The same for one that also returns 0 for a failure.
-Result AnsweredNotZero(const char* function, int value);
+Result AnsweredNotZero(const char* function, int value, const char* meaning = "");
 
 // The outcome of a library function that returns false for a failure.
-Result AnsweredYesOrNo(const char* function, bool value);
+Result AnsweredYesOrNo(const char* function, bool value, const char* yes = "yes", const char* no = "no");
 
 // The outcome of a library function that returns nothing.
 Result Sent(const char* function);
@@ -56,6 +59,9 @@ Result NotSent(const char* function);
 
 // Whether the library's last call got through to the server.
 bool ServerReached();
+
+// Whether the library's last call on this thread did not get the server's answer, whatever it returned.
+bool CallFailed();
 
 using Action = std::function<Result(const Output&)>;
 

@@ -12,6 +12,8 @@ namespace {
 // So many characters of an identifier are sent.
 constexpr size_t kIdLength = 5;
 
+constexpr const char* kNewlyConnected = "number of speakers that are newly connected";
+
 struct NewArguments {
     std::vector<std::string> macs;
     bool outdoor = false;
@@ -43,8 +45,10 @@ Result ConnectNew(const NewArguments& arguments)
     }
     const int count = static_cast<int>(arguments.macs.size());
     return arguments.outdoor
-               ? Answered("AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor(macs.data(), count))
-               : Answered("AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count));
+               ? Answered(
+                     "AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor(macs.data(), count),
+                     kNewlyConnected)
+               : Answered("AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count), kNewlyConnected);
 }
 
 Action New(CLI::App& app)
@@ -103,13 +107,13 @@ Result StartById(const ByIdArguments& arguments)
 {
     const auto& [first, second, third, id] = arguments;
     if (!id) {
-        return AnsweredNotZero("StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third));
+        return AnsweredNotZero("StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third), kPlaying);
     }
     if (id->size() < kIdLength) {
         throw BadArguments(fmt::format("the identifier must have {} characters or more, got \"{}\"", kIdLength, *id));
     }
     return AnsweredNotZero(
-        "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third));
+        "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third), kPlaying);
 }
 
 CLI::Option* AddId(CLI::App& app, const char* name, std::optional<std::string>& id)
@@ -145,7 +149,7 @@ Action Group(CLI::App& app)
     const auto parameter = std::make_shared<int>(0);
     AddRequired(app, "N", *parameter, ParseInt, "Number that is passed through; the simulated server's group number");
     return [parameter](const Output&) {
-        return Answered("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile(*parameter));
+        return Answered("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile(*parameter), kPlaying);
     };
 }
 

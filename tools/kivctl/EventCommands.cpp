@@ -1,16 +1,21 @@
 #include "Arguments.h"
 #include "Layout.h"
 #include "Monitor.h"
+#include "UntilStopped.h"
 #include <KivServiceInterface.h>
 
+#include <chrono>
 #include <limits>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace kiv::ctl {
 namespace {
 
 struct WatchArguments {
     MonitorOptions options;
+    std::optional<std::chrono::milliseconds> duration;
     std::string layout;
 };
 
@@ -23,14 +28,21 @@ Action Watch(CLI::App& app)
     };
     AddParsed(app, "--count", options.count, parseCount, "End after N events instead of when interrupted")
         ->type_name("N");
-    AddParsed(app, "--for", options.duration, ParseSeconds, "End after SECONDS, with exit code 0")
+    AddParsed(
+        app, "--for", arguments->duration, ParseSeconds,
+        "End after SECONDS; exit code 1 if no event could come by then")
         ->type_name("SECONDS");
     app.add_option("--name", options.name, "Name of the subscription")->type_name("NAME")->capture_default_str();
     app.add_flag("--raw", options.raw, "Show the bytes of an event, all of them (with --json they always are)");
     AddLayout(app, arguments->layout);
     return [arguments](const Output& output) {
         arguments->options.layout = LayoutOf(arguments->layout);
-        return Monitor(arguments->options, output).Run();
+        const auto monitor = std::make_shared<Monitor>(arguments->options, output);
+        const bool hasEnded = RunUntilStopped(
+            [monitor](const auto& ending) { monitor->Run(ending); }, [&] { monitor->End(); }, arguments->duration);
+        Result result = monitor->Outcome();
+        result.isAbandoned = !hasEnded;
+        return result;
     };
 }
 
@@ -72,7 +84,7 @@ Action RegisterAtmos(CLI::App&)
 Action UnregisterAtmos(CLI::App&)
 {
     return [](const Output&) {
-        if (const int registered = register_atmos_support_cb(IgnoreAtmos, nullptr); registered == -1) {
+        if (const int registered = register_atmos_support_cb(IgnoreAtmos, nullptr); registered == -1 || CallFailed()) {
             return Failed("register_atmos_support_cb", registered);
         }
         return Answered("unregister_atmos_support_cb", unregister_atmos_support_cb(IgnoreAtmos));
@@ -82,11 +94,7 @@ Action UnregisterAtmos(CLI::App&)
 Action Atmos(CLI::App&)
 {
     return [](const Output&) {
-        const bool supported = kiv_is_receiver_atmos();
-        if (!supported && !ServerReached()) {
-            return Failed("kiv_is_receiver_atmos", false);
-        }
-        return Done(supported ? "supported" : "not supported", {{"result", supported}});
+        return AnsweredYesOrNo("kiv_is_receiver_atmos", kiv_is_receiver_atmos(), "supported", "not supported");
     };
 }
 

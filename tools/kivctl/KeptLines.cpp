@@ -16,6 +16,8 @@ namespace {
 constexpr const char* kLaunch = "request launch kiv-service";
 constexpr const char* kTag = " NAM_SERVICE: ";
 constexpr const char* kErrorTag = " E NAM_SERVICE: ";
+// An error in the library's eyes, but an empty list is an answer.
+constexpr const char* kNothingListed = "pByteArray is NULL";
 
 // The signal handler reads these two. Both are -1 while nothing is kept.
 volatile std::sig_atomic_t g_kept = -1;
@@ -81,7 +83,9 @@ bool TellOfTrouble(const std::string& lines)
 {
     std::istringstream stream(lines);
     for (std::string line; std::getline(stream, line);) {
-        if (line.find(kErrorTag) != std::string::npos || line.find(kTag) == std::string::npos) {
+        const bool isError =
+            line.find(kErrorTag) != std::string::npos && line.find(kNothingListed) == std::string::npos;
+        if (isError || line.find(kTag) == std::string::npos) {
             return true;
         }
     }

@@ -20,7 +20,7 @@ namespace kiv::ctl {
 namespace {
 
 constexpr const char* kVariable = "KIV_LAYOUT";
-constexpr size_t kMaxFileSize = 1024UL * 1024;
+constexpr size_t kMaxFileSize = kMebibyte;
 constexpr size_t kMaxRecordSize = 65536;
 constexpr const char* kRecords = "records";
 

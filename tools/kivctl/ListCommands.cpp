@@ -17,6 +17,18 @@ constexpr size_t kMostLists = kMaxArrayLength / sizeof(STNetSpkListInfo);
 // No text consists of such bytes: where they are still there, the server sent nothing usable.
 constexpr char kUntouched = '\xff';
 
+constexpr const char* kNothingUsable = "the server sent nothing usable";
+
+// Records that a server may have none of.
+struct Kind {
+    const char* record;
+    const char* whyNone;
+};
+
+constexpr Kind kLists = {
+    kListRecord, "the server is connected with no speaker; kivctl list nodes shows those that it sees"};
+constexpr Kind kNodes = {kNodeRecord, "the server sees no speaker; one that is switched on near the TV appears"};
+
 struct ActiveSpeakers {
     std::array<char, NETSPK_LIST_NAME_LEN> name;
     std::array<char, NETSPK_SPEAKER_TYPE_LEN + 1> type;
@@ -97,8 +109,9 @@ Result ShowActive(int result, const ActiveSpeakers& active, const Layout& layout
     const size_t received = active.speakers.size();
     const std::string count = std::cmp_equal(result, received) ? fmt::format("{}", result)
                                                                : fmt::format("{} announced, {} sent", result, received);
+    const std::string hint = result == 0 ? " (none plays now)" : "";
     Result shown = Done(
-        Table({{"name", name}, {"type", type}, {"speakers", count}}),
+        Table({{"name", name}, {"type", type}, {"speakers", count + hint}}),
         {{"result", result}, {"name", name}, {"type", type}});
     AddRecords(shown, active.speakers, kSpeakerRecord, layout, hex);
     return shown;
@@ -115,21 +128,24 @@ Action Active(CLI::App& app)
         active.type.fill(kUntouched);
         const int result = GetActiveNetSpkInfo(active.name.data(), active.type.data(), active.speakers);
         if (std::ranges::count(active.name, kUntouched) == NETSPK_LIST_NAME_LEN) {
-            return Failed("GetActiveNetSpkInfo", result, "the request failed, or the server sent nothing usable");
+            return Failed("GetActiveNetSpkInfo", result, kNothingUsable);
         }
         return ShowActive(result, active, layout, arguments->hex);
     };
 }
 
 template <typename Record>
-Result ShowRecords(const std::vector<Record>& records, const char* what, const Layout& layout, bool hex)
+Result ShowRecords(int result, const std::vector<Record>& records, const Kind& kind, const Layout& layout, bool hex)
 {
-    const std::string hint =
-        layout.Knows(what) ? "" : fmt::format(" of {} bytes; --layout names their fields", sizeof(Record));
-    Result shown = Done(
-        fmt::format("{} {}{}", records.size(), records.size() == 1 ? what : Plural(what), hint),
-        {{"result", records.size()}});
-    AddRecords(shown, records, what, layout, hex);
+    const bool isOne = records.size() == 1;
+    std::string text = fmt::format("{} {}", records.size(), isOne ? kind.record : Plural(kind.record));
+    if (records.empty()) {
+        text += fmt::format(": {}", kind.whyNone);
+    } else if (!layout.Knows(kind.record)) {
+        text += fmt::format(" of {} bytes; --layout names their fields", sizeof(Record));
+    }
+    Result shown = Done(text, {{"result", result}});
+    AddRecords(shown, records, kind.record, layout, hex);
     return shown;
 }
 
@@ -147,7 +163,10 @@ Result AskAll(const AllArguments& arguments)
     std::vector<STNetSpkListInfo> lists;
     const char* function = arguments.array ? "getNetSpkListInfo" : "GetNetSpkListInfo";
     const int result = arguments.array ? GetListsByArray(lists) : GetNetSpkListInfo(lists);
-    return result == -1 ? Failed(function, result) : ShowRecords(lists, kListRecord, layout, arguments.show.hex);
+    if (result == -1 || CallFailed()) {
+        return Failed(function, result, kNothingUsable);
+    }
+    return ShowRecords(result, lists, kLists, layout, arguments.show.hex);
 }
 
 Action All(CLI::App& app)
@@ -170,7 +189,10 @@ auto AllBy(bool array)
 
 Action Count(CLI::App&)
 {
-    return [](const Output&) { return Answered("GetNetSpkListInfoNumber", GetNetSpkListInfoNumber()); };
+    return [](const Output&) {
+        const int count = GetNetSpkListInfoNumber();
+        return Answered("GetNetSpkListInfoNumber", count, count == 0 ? kLists.whyNone : "");
+    };
 }
 
 Action Nodes(CLI::App& app)
@@ -181,8 +203,9 @@ Action Nodes(CLI::App& app)
         const Layout layout = LayoutOf(arguments->layout);
         std::vector<CNetSpkNodeInfo> nodes;
         const int result = GetNetSpkNodeList(nodes);
-        return result == -1 ? Failed("GetNetSpkNodeList", result, "the request failed, or there are no nodes")
-                            : ShowRecords(nodes, kNodeRecord, layout, arguments->hex);
+        // The library returns -1 for no nodes, too.
+        return CallFailed() ? Failed("GetNetSpkNodeList", result)
+                            : ShowRecords(result, nodes, kNodes, layout, arguments->hex);
     };
 }
 

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -92,17 +91,24 @@ void ForEachCommand(const CLI::App& app, const std::function<void(const CLI::App
     }
 }
 
+// The options that several commands have. Of one name, only the most frequent is among them: a command that means
+// something else by it explains that itself.
 std::set<std::string> SharedKeys(const CLI::App& app)
 {
-    std::map<std::string, int> uses;
+    std::map<std::string, std::map<std::string, int>> uses;
     ForEachCommand(app, [&uses](const CLI::App& command) {
         for (const CLI::Option* option : command.get_options()) {
-            ++uses[Key(*option)];
+            ++uses[option->get_name()][Key(*option)];
         }
     });
-    std::erase_if(uses, [](const auto& use) { return use.second < 2; });
     std::set<std::string> keys;
-    std::ranges::transform(uses, std::inserter(keys, keys.end()), [](const auto& use) { return use.first; });
+    for (const auto& [name, keysOfName] : uses) {
+        const auto& [key, count] =
+            *std::ranges::max_element(keysOfName, {}, [](const auto& use) { return use.second; });
+        if (count > 1) {
+            keys.insert(key);
+        }
+    }
     return keys;
 }
 

@@ -1,5 +1,6 @@
 #include "Arguments.h"
 #include "Bus.h"
+#include "CallLog.h"
 #include "Completion.h"
 #include <KivServiceInterface.h>
 
@@ -10,10 +11,7 @@ namespace {
 
 Result AnsweredMode(const char* function, int mode)
 {
-    if (mode == -1) {
-        return Failed(function, mode);
-    }
-    return Done(ModeText(mode), {{"result", mode}});
+    return mode == -1 || CallFailed() ? Failed(function, mode) : Done(ModeText(mode), {{"result", mode}});
 }
 
 Action Get(CLI::App&)
@@ -42,7 +40,7 @@ auto AskRunningServer(const char* function, bool (*question)())
                 return NotSent(function);
             }
             const bool answer = question();
-            return Done(answer ? "yes" : "no", {{"result", answer}});
+            return FirstAttemptFailed() ? NotSent(function) : AnsweredYesOrNo(function, answer);
         };
     };
 }

@@ -7,17 +7,23 @@
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <glib-unix.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <utility>
 
 namespace kiv::ctl {
 namespace {
 
 constexpr guint kPatienceMs = 1000;
+
+// A server that ends so soon after it came is likely to do so again.
+constexpr std::chrono::seconds kSoon{5};
+// So many times it is asked for events at once all the same; then pauses come, each twice as long as the one before.
+constexpr int kPatientTries = 3;
+constexpr int kLongestPauseS = 8;
+
+constexpr const char* kBusLost = "the connection to the system bus is lost";
 
 // An event callback gets no user data.
 Monitor* g_running = nullptr;
@@ -59,50 +65,54 @@ Monitor::~Monitor()
     g_clear_object(&bus_);
 }
 
-Result Monitor::Run()
+void Monitor::Run(const std::function<void()>& ending)
 {
     if (GetWhetherKivDisabled()) {
-        return NotSent("SubscribeNamServiceCallback");
+        Fail(NotSent("SubscribeNamServiceCallback"));
+        return;
     }
+    SetMissing("the system bus has not answered");
     g_autoptr(GError) error = nullptr;
     bus_ = ConnectToSystemBus(&error);
     if (bus_ == nullptr) {
-        return BusFailed(fmt::format("the system bus cannot be reached: {}", error->message));
+        Fail(BusFailed(fmt::format("the system bus cannot be reached: {}", error->message)));
+        return;
     }
     StartServerOrWait();
-    const guint end =
-        options_.duration ? g_timeout_add(static_cast<guint>(options_.duration->count()), OnEnd, this) : 0;
     WatchEvents();
+    ending();
     // This would start a server that has gone.
-    if (subscribed_ && serverThere_ && !busLost_) {
+    if (subscribed_ && serverThere_ && g_dbus_connection_is_closed(bus_) == FALSE) {
         unregister_atmos_support_cb(OnAtmos);
         UnsubscribeNamServiceCallback(options_.name.c_str());
     }
-    if (end != 0) {
-        g_source_remove(end);
+}
+
+Result Monitor::Outcome()
+{
+    const std::scoped_lock lock(mutex_);
+    if (failure_) {
+        return *failure_;
     }
-    return busLost_ ? BusFailed("the connection to the system bus is lost") : result_;
+    if (wasReady_ || shown_ > 0) {
+        return {};
+    }
+    const std::string reason = fmt::format("never ready, no event could come: {}", missing_);
+    return {kFailed, reason, {{"ready", false}, {"error", reason}}};
 }
 
 void Monitor::StartServerOrWait()
 {
+    SetMissing("the bus has not started the server");
     g_autoptr(GError) error = nullptr;
     if (StartServer(bus_, &error)) {
         return;
     }
     g_dbus_error_strip_remote_error(error);
-    const std::string reason =
+    SetMissing(fmt::format("the server does not run and cannot be started: {}", error->message));
+    const std::string text =
         fmt::format("waiting for the server, which does not run and cannot be started: {}", error->message);
-    output_.Notify(reason, {{"server", false}, {"error", reason}});
-    CatchSignals();
-}
-
-// A signal ends the process at once while it asks a server for the first time, which may not answer.
-void Monitor::CatchSignals()
-{
-    if (signals_.empty()) {
-        signals_ = {g_unix_signal_add(SIGINT, OnEnd, this), g_unix_signal_add(SIGTERM, OnEnd, this)};
-    }
+    Tell(text, {{"server", false}, {"error", text}});
 }
 
 void Monitor::WatchEvents()
@@ -116,36 +126,89 @@ void Monitor::WatchEvents()
     if (clientWatch_ != 0) {
         g_bus_unwatch_name(clientWatch_);
     }
-    if (patience_ != 0) {
-        g_source_remove(patience_);
+    for (const guint timer : {patience_, nextTry_}) {
+        if (timer != 0) {
+            g_source_remove(timer);
+        }
     }
-    std::ranges::for_each(signals_, g_source_remove);
 }
 
 void Monitor::OnServer(GDBusConnection*, const char*, const char*, gpointer monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
     self->serverThere_ = true;
-    if (self->subscribed_) {
-        self->SubscribeAgain();
+    self->serverCame_ = Clock::now();
+    self->TrySoon();
+}
+
+void Monitor::TrySoon()
+{
+    if (earlyEnds_ <= kPatientTries) {
+        Try();
     } else {
-        self->Subscribe();
+        TryLater();
+    }
+}
+
+void Monitor::TryLater()
+{
+    if (nextTry_ == 0) {
+        const int doublings = std::clamp(earlyEnds_ - kPatientTries - 1, 0, kLongestPauseS);
+        const int pause = std::min(1 << doublings, kLongestPauseS);
+        nextTry_ = g_timeout_add_seconds(static_cast<guint>(pause), OnNextTry, this);
+    }
+}
+
+gboolean Monitor::OnNextTry(gpointer monitor)
+{
+    auto* self = static_cast<Monitor*>(monitor);
+    self->nextTry_ = 0;
+    // The first subscription starts a server that is not there. Later on, the server is waited for.
+    if (self->serverThere_ || !self->subscribed_) {
+        self->Try();
+    }
+    return G_SOURCE_REMOVE;
+}
+
+void Monitor::Try()
+{
+    if (nextTry_ != 0) {
+        g_source_remove(std::exchange(nextTry_, 0));
+    }
+    if (subscribed_) {
+        SubscribeAgain();
+    } else {
+        Subscribe();
     }
 }
 
 void Monitor::Subscribe()
 {
-    const bool subscribed = SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) == 1;
-    if (subscribed && register_atmos_support_cb(OnAtmos, this) == 0) {
-        subscribed_ = true;
-        CatchSignals();
-        WatchClient();
+    SetMissing("the server has not answered the request for its events");
+    if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) != 1) {
+        FailUnlessGone(Failed("SubscribeNamServiceCallback", 0));
         return;
     }
-    const Result failed =
-        subscribed ? Failed("register_atmos_support_cb", -1) : Failed("SubscribeNamServiceCallback", 0);
-    // One that has ended in between is waited for.
-    if (!OwnerOf(bus_, kServerName).empty()) {
+    // It returns 0 for a request that failed, too.
+    const int registered = register_atmos_support_cb(OnAtmos, this);
+    if (registered != 0 || CallFailed()) {
+        FailUnlessGone(Failed("register_atmos_support_cb", registered));
+        return;
+    }
+    subscribed_ = true;
+    serverTold_ = true;
+    WatchClient();
+}
+
+// A server that has ended in between is asked again.
+void Monitor::FailUnlessGone(const Result& failed)
+{
+    if (IsServerGone()) {
+        SetMissing("the server ended before it answered the request for its events");
+        ++earlyEnds_;
+        TellEnds();
+        TryLater();
+    } else {
         Fail(failed);
     }
 }
@@ -154,11 +217,19 @@ void Monitor::SubscribeAgain()
 {
     // The other registration is the library's own affair.
     if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) == 1) {
-        output_.Notify("the server is back, waiting for its events", {{"server", true}});
-    } else {
-        const Result failed = Failed("SubscribeNamServiceCallback", 0);
-        output_.Notify(failed.text, failed.fields);
+        // A server that the first subscription itself has started was never told to be gone.
+        if (!std::exchange(serverTold_, true)) {
+            Tell("the server is back, waiting for its events", {{"server", true}});
+        }
+    } else if (const Result failed = Failed("SubscribeNamServiceCallback", 0); !IsServerGone()) {
+        serverTold_ = true;
+        Tell(failed.text, failed.fields);
     }
+}
+
+bool Monitor::IsServerGone() const
+{
+    return OwnerOf(bus_, kServerName).empty();
 }
 
 // The library serves the client object from a thread of its own, some time after the subscription. The object is there
@@ -188,13 +259,35 @@ void Monitor::OnNoServer(GDBusConnection* bus, const char*, gpointer monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
     if (bus == nullptr || g_dbus_connection_is_closed(bus) != FALSE) {
-        self->busLost_ = true;
-        self->End();
+        self->Fail(BusFailed(kBusLost));
         return;
     }
     // A server that never was there has been told of.
+    if (std::exchange(self->serverTold_, false)) {
+        self->Tell("the server has gone", {{"server", false}});
+    }
     if (std::exchange(self->serverThere_, false)) {
-        self->output_.Notify("the server has gone", {{"server", false}});
+        self->CountEnd();
+    }
+}
+
+void Monitor::CountEnd()
+{
+    if (Clock::now() - serverCame_ >= kSoon) {
+        earlyEnds_ = 0;
+        endsTold_ = false;
+    } else if (++earlyEnds_ > kPatientTries) {
+        TellEnds();
+    }
+}
+
+void Monitor::TellEnds()
+{
+    if (!std::exchange(endsTold_, true)) {
+        const std::string text = fmt::format(
+            "the server ends soon after each start; it is asked for its events again, after pauses of 1 to {} s",
+            kLongestPauseS);
+        Tell(text, {{"server", false}, {"error", text}});
     }
 }
 
@@ -211,15 +304,15 @@ void Monitor::OnNameOwned(GDBusConnection* bus, const char* name, const char*, g
     }
     // The lines of a first attempt are moot, and those that come now are about events.
     DropMootLogLines();
-    self->output_.Notify("ready, waiting for events", {{"ready", true}});
+    self->wasReady_ = true;
+    self->Tell("ready, waiting for events", {{"ready", true}});
 }
 
 void Monitor::OnNameNotOwned(GDBusConnection* bus, const char*, gpointer monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
     if (bus == nullptr) {
-        self->busLost_ = true;
-        self->End();
+        self->Fail(BusFailed(kBusLost));
     } else {
         self->ExpectClient();
     }
@@ -235,14 +328,9 @@ gboolean Monitor::OnNotReady(gpointer monitor)
 
 void Monitor::TellNotReady(const std::string& reason)
 {
+    SetMissing(reason);
     const std::string text = fmt::format("not ready, events cannot come: {}; kivctl doctor tells why", reason);
-    output_.Notify(text, {{"ready", false}, {"error", text}});
-}
-
-gboolean Monitor::OnEnd(gpointer monitor)
-{
-    static_cast<Monitor*>(monitor)->End();
-    return G_SOURCE_CONTINUE;
+    Tell(text, {{"ready", false}, {"error", text}});
 }
 
 void Monitor::OnAtmos(int supported, void* monitor)
@@ -274,8 +362,24 @@ void Monitor::OnEvent(int id, void* data, int length)
 
 void Monitor::Fail(Result result)
 {
-    result_ = std::move(result);
+    {
+        const std::scoped_lock lock(mutex_);
+        failure_ = std::move(result);
+    }
     End();
+}
+
+void Monitor::SetMissing(const std::string& missing)
+{
+    const std::scoped_lock lock(mutex_);
+    missing_ = missing;
+}
+
+void Monitor::Tell(const std::string& text, const Json& object) const
+{
+    if (!ended_) {
+        output_.Notify(text, object);
+    }
 }
 
 void Monitor::End()

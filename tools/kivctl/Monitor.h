@@ -6,21 +6,21 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace kiv::ctl {
 
 struct MonitorOptions {
     int count = 0; // 0: no end
-    std::optional<std::chrono::milliseconds> duration;
     std::string name = "kivctl";
     bool raw = false;
     Layout layout;
 };
 
-// Shows the server's events until it is interrupted, has seen enough, or loses the bus. It waits for a server that is
+// Shows the server's events until it is told to end, has seen enough, or loses the bus. It waits for a server that is
 // not there, and asks one that comes back for events again. There can be one at a time.
 class Monitor {
 public:
@@ -29,12 +29,17 @@ public:
     Monitor(const Monitor&) = delete;
     Monitor& operator=(const Monitor&) = delete;
 
-    Result Run();
+    // Returns after the end, though not while a call of the library's lasts. Calls the function before the last calls.
+    void Run(const std::function<void()>& ending);
+
+    // Any thread may call these, also while Run() does not return.
+    void End();
+    Result Outcome();
 
 private:
     static void OnEvent(int id, void* data, int length);
     static void OnAtmos(int supported, void* monitor);
-    static gboolean OnEnd(gpointer monitor);
+    static gboolean OnNextTry(gpointer monitor);
     static gboolean OnNotReady(gpointer monitor);
     static void OnNameOwned(GDBusConnection* bus, const char* name, const char* owner, gpointer monitor);
     static void OnNameNotOwned(GDBusConnection* bus, const char* name, gpointer monitor);
@@ -42,29 +47,47 @@ private:
     static void OnNoServer(GDBusConnection* bus, const char* name, gpointer monitor);
 
     void StartServerOrWait();
-    void CatchSignals();
     void WatchEvents();
+    // Asks the server for events, or does so after a pause.
+    void TrySoon();
+    void TryLater();
+    void Try();
     void Subscribe();
     void SubscribeAgain();
+    void FailUnlessGone(const Result& failed);
+    bool IsServerGone() const;
+    void CountEnd();
+    void TellEnds();
     void WatchClient();
     void ExpectClient();
     void Fail(Result result);
+    // What stands between the server and its first event.
+    void SetMissing(const std::string& missing);
+    void Tell(const std::string& text, const Json& object) const;
     void TellNotReady(const std::string& reason);
-    void End();
+
+    using Clock = std::chrono::steady_clock;
 
     const MonitorOptions options_;
     const Output& output_;
     GDBusConnection* bus_ = nullptr;
-    int shown_ = 0; // used by the library's monitor thread only
-    bool busLost_ = false;
     bool subscribed_ = false;
     bool serverThere_ = false;
+    bool serverTold_ = false; // the user takes the server for being there
+    Clock::time_point serverCame_;
+    int earlyEnds_ = 0; // of the server, soon after it came or before it answered; since it last lived for longer
+    bool endsTold_ = false;
     std::string client_; // the bus name by which events come; empty before the first subscription
     guint clientWatch_ = 0;
-    guint patience_ = 0;         // the timer that ends when the client's name should have an owner
-    std::vector<guint> signals_; // the sources of SIGINT and SIGTERM
-    Result result_;
+    guint patience_ = 0; // the timer that ends when the client's name should have an owner
+    guint nextTry_ = 0;  // the timer of a try that is put off
+    std::atomic<int> shown_ = 0;
+    std::atomic<bool> wasReady_ = false;
     std::atomic<bool> ended_ = false;
+    std::mutex mutex_;
+    // The mutex guards these two.
+    std::optional<Result> failure_;
+    std::string missing_;
 };
 
 } // namespace kiv::ctl

@@ -14,8 +14,6 @@
 namespace kiv::ctl {
 namespace {
 
-constexpr const char* kMacDescription = "MAC address of the speaker";
-
 struct NameArguments {
     Mac mac{};
     Ip ip{};
@@ -89,7 +87,7 @@ SendForVolumes(const char* function, const Send& send, const std::vector<Mac>& s
 Action Name(CLI::App& app)
 {
     const auto arguments = std::make_shared<NameArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+    AddMac(app, arguments->mac);
     app.add_option("NAME", arguments->name, "Its new name")->type_name("")->required();
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
@@ -103,7 +101,7 @@ Action Name(CLI::App& app)
 
 void AddSet(CLI::App& app, VolumeArguments& arguments, int32_t (*parse)(const std::string&), const char* description)
 {
-    AddRequired(app, "MAC", arguments.mac, ParseMac, kMacDescription);
+    AddMac(app, arguments.mac);
     AddRequired(app, "VOLUME", arguments.volume, parse, description);
     AddIp(app, arguments.ip);
 }
@@ -116,7 +114,7 @@ void SendVolume(const VolumeArguments& arguments)
 Action Set(CLI::App& app)
 {
     const auto arguments = std::make_shared<VolumeArguments>();
-    AddSet(app, *arguments, ParseVolume, "Its new volume, 0 to 100");
+    AddSet(app, *arguments, ParseVolume, "Its new volume, from 0, which is silent, to 100, the loudest");
     AddWait(app, arguments->wait);
     return [arguments](const Output&) {
         return SendForVolumes(
@@ -128,7 +126,9 @@ Action Set(CLI::App& app)
 Action SetAny(CLI::App& app)
 {
     const auto arguments = std::make_shared<VolumeArguments>();
-    AddSet(app, *arguments, ParseInt, "Its new volume; any number is sent");
+    AddSet(
+        app, *arguments, ParseInt,
+        "Its new volume; any number is sent, and the simulated server keeps within 0 and 100");
     return [arguments](const Output&) {
         SendVolume(*arguments);
         return Sent("SetNetSpkVolume");
@@ -167,8 +167,7 @@ auto RequestVolume(const VolumeRequest& request)
     return [request](CLI::App& app) -> Action {
         const auto arguments = std::make_shared<VolumeRequestArguments>();
         AddSpeakers(app, arguments->speakers);
-        AddParsed(app, "--ip", arguments->ip, ParseIp, "IPv4 address, for one speaker named by its MAC address alone")
-            ->type_name("IP");
+        AddIp(app, arguments->ip);
         AddWait(app, arguments->wait);
         return [request, arguments](const Output&) { return RequestVolume(request, *arguments); };
     };
@@ -178,7 +177,7 @@ auto RequestOne(const VolumeRequest& request)
 {
     return [request](CLI::App& app) -> Action {
         const auto arguments = std::make_shared<VolumeArguments>();
-        AddRequired(app, "MAC", arguments->mac, ParseMac, kMacDescription);
+        AddMac(app, arguments->mac);
         AddIp(app, arguments->ip);
         return [request, arguments](const Output&) {
             request.one(arguments->mac.data(), IpNumber(arguments->ip));

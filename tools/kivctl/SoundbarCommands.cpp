@@ -12,8 +12,7 @@ namespace {
 
 using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
-constexpr const char* kSoundbarMacDescription = "MAC address of the soundbar";
-constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
+constexpr const char* kNoSoundbar = "the server sent nothing usable, which usually means that it has no such soundbar";
 
 template <size_t Size>
 constexpr std::array<unsigned char, Size> Untouched()
@@ -63,7 +62,7 @@ Action ModeGet(CLI::App&)
         auto data = kNoData;
         const int length = GetSoundbarSoundMode(identity.data(), data.data());
         if (identity == kNoIdentity) {
-            return Failed("GetSoundbarSoundMode", length, kNothingUsable);
+            return Failed("GetSoundbarSoundMode", length, kNoSoundbar);
         }
         return Done(
             Table(
@@ -78,7 +77,7 @@ Action ModeGet(CLI::App&)
 Action ModeSet(CLI::App& app)
 {
     const auto arguments = std::make_shared<ModeArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
+    AddMac(app, arguments->mac);
     AddPayload(app, arguments->data);
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
@@ -95,7 +94,7 @@ Action Info(CLI::App&)
         Identity identity = kNoIdentity;
         const int value = GetSoundbarDeviceInfo(identity.data());
         if (identity == kNoIdentity) {
-            return Failed("GetSoundbarDeviceInfo", value, kNothingUsable);
+            return Failed("GetSoundbarDeviceInfo", value, kNoSoundbar);
         }
         return Done(
             Table({{"mac", MacOf(identity)}, {"ip", IpOf(identity)}, {"value", fmt::format("{}", value)}}),
@@ -106,7 +105,7 @@ Action Info(CLI::App&)
 Action SupportGet(CLI::App& app)
 {
     const auto mac = std::make_shared<Mac>();
-    AddRequired(app, "MAC", *mac, ParseMac, kSoundbarMacDescription);
+    AddMac(app, *mac);
     return [mac](const Output&) {
         return AnsweredYesOrNo("IsSoundbarSupportSoundMode", IsSoundbarSupportSoundMode(mac->data()));
     };
@@ -115,7 +114,7 @@ Action SupportGet(CLI::App& app)
 Action SupportSet(CLI::App& app)
 {
     const auto arguments = std::make_shared<SupportArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
+    AddMac(app, arguments->mac);
     OfferValues(
         AddRequired(app, "SUPPORTED", arguments->supported, ParseFlag, "yes (1), no (0) or another number"),
         FlagNames());
@@ -129,7 +128,7 @@ Action SupportSet(CLI::App& app)
 Action Version(CLI::App& app)
 {
     const auto arguments = std::make_shared<VersionArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, kSoundbarMacDescription);
+    AddMac(app, arguments->mac);
     const auto parseLength = [](const std::string& text) { return ParseWithin(text, 1, KIV_SOUND_MODE_LEN); };
     AddParsed(app, "--length", arguments->length, parseLength, "Bytes of version data to ask for, 20 at most")
         ->type_name("N")
@@ -139,7 +138,7 @@ Action Version(CLI::App& app)
         const int version = GetSoundbarProtocolVersion(arguments->mac.data(), data.data(), arguments->length);
         // The server's own -1 comes with data.
         if (version == -1 && data == kNoData) {
-            return Failed("GetSoundbarProtocolVersion", version, kNothingUsable);
+            return Failed("GetSoundbarProtocolVersion", version, kNoSoundbar);
         }
         const Bytes received = Bytes(data).first(static_cast<size_t>(arguments->length));
         return Done(

@@ -27,7 +27,7 @@ Action Start(CLI::App& app)
     AddSpeakers(app, arguments->speakers);
     return [arguments](const Output&) {
         std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
-        return Answered("StartNetworkSpeaker", StartNetworkSpeaker(arguments->mode, list, arguments->reason));
+        return Answered("StartNetworkSpeaker", StartNetworkSpeaker(arguments->mode, list, arguments->reason), kPlaying);
     };
 }
 
@@ -53,7 +53,7 @@ Action SurroundChannels(CLI::App&)
 std::vector<Command> SpeakerCommands()
 {
     return {
-        {"start", "Route the TV's sound to speakers", Start},
+        {"start", "Route the TV's sound to speakers; the server answers how many play then", Start},
         {"stop", "Route the TV's sound back to the TV", Stop},
         {"surround",
          "Surround operation",

@@ -9,6 +9,9 @@
 
 namespace kiv::ctl {
 
+// The meaning of the server's answer to a start.
+inline constexpr const char* kPlaying = "number of speakers that play now";
+
 // Speakers on the command line, each as MAC[=CONFIG] such as "02:4b:49:56:00:01=3", or in a file that holds a JSON
 // array of {"mac": "...", "config": N} and "MAC[=CONFIG]".
 struct SpeakerArguments {

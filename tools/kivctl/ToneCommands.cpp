@@ -16,7 +16,7 @@ struct ToneArguments {
 std::shared_ptr<ToneArguments> AddTone(CLI::App& app)
 {
     auto arguments = std::make_shared<ToneArguments>();
-    AddRequired(app, "MAC", arguments->mac, ParseMac, "MAC address of the speaker");
+    AddMac(app, arguments->mac);
     AddNumber(app, "--param", arguments->parameter, "Number that is passed through to the server");
     AddNumber(app, "--extra", arguments->extra, "Another number that is passed through");
     return arguments;

@@ -76,7 +76,9 @@ int Run(const Request& request, const Output& output)
     const auto start = std::chrono::steady_clock::now();
     Result result = RunInTime(request, output);
     const Milliseconds taken = std::chrono::steady_clock::now() - start;
-    CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    if (!result.isAbandoned) {
+        CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    }
     if (result.exitCode == kDone) {
         DropMootLogLines();
     } else {
@@ -87,6 +89,10 @@ int Run(const Request& request, const Output& output)
     }
     if (!result.text.empty()) {
         ShowResult(result, request.choice.name, output);
+    }
+    if (result.isAbandoned) {
+        // The thread that is left behind may even be stuck in writing to stdout.
+        std::_Exit(result.exitCode);
     }
     if (std::ferror(stdout) != 0) {
         std::fputs("kivctl: the output could not be written\n", stderr);
