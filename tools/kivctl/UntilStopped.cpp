@@ -52,7 +52,7 @@ bool RunUntilStopped(
     std::optional<std::chrono::milliseconds> limit)
 {
     const StopSignals signals;
-    const std::function<void()> wake = [waiting = pthread_self()] { pthread_kill(waiting, SIGTERM); };
+    const std::function<void()> wake = [waiting = pthread_self()] { pthread_kill(waiting, SIGINT); };
     const auto ended = std::make_shared<std::promise<void>>();
     const std::future<void> end = ended->get_future();
     std::thread thread([task, wake, ended] {

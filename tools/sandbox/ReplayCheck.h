@@ -4,6 +4,7 @@
 #include "simulator/Replay.h"
 
 #include <string>
+#include <utility>
 
 namespace kiv::sandbox {
 
@@ -11,7 +12,7 @@ namespace kiv::sandbox {
 /// message, in the order of the bus.
 class ReplayCheck {
 public:
-    explicit ReplayCheck(const simulator::Replay& replay) : replay_(replay) {}
+    explicit ReplayCheck(simulator::Replay replay) : replay_(std::move(replay)) {}
 
     void Add(const Message& message);
     /// Lines for stderr: the calls that were not recorded, and the recorded ones that were not made. Empty if there
