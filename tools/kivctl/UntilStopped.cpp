@@ -29,10 +29,10 @@ public:
     // Waits for one of them, though not longer than the limit.
     void Await(std::optional<std::chrono::milliseconds> limit) const
     {
-        using Clock = std::chrono::steady_clock;
-        const auto end = Clock::now() + limit.value_or(std::chrono::milliseconds(0));
+        const auto now = [] { return std::chrono::steady_clock::now(); };
+        const auto end = now() + limit.value_or(std::chrono::milliseconds(0));
         do {
-            const auto left = std::max<std::chrono::nanoseconds>(end - Clock::now(), std::chrono::nanoseconds(0));
+            const auto left = std::max<std::chrono::nanoseconds>(end - now(), std::chrono::nanoseconds(0));
             const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
             const timespec time = {seconds.count(), (left - seconds).count()};
             if (sigtimedwait(&signals_, nullptr, limit ? &time : nullptr) >= 0) {
