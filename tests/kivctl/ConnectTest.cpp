@@ -27,7 +27,7 @@ TEST_F(ConnectTest, OneNumberIsPassed)
 {
     ExpectOutput({"connect", "direct", "5"}, "the server answered 0");
     ExpectOutput({"connect", "group", "1"}, "the server answered 3");
-    ExpectFailure({"connect", "group", "-1"}, 1, "StartNetworkSpeakerGroupByMobile returned -1: the request failed");
+    ExpectFailure({"connect", "group", "-1"}, 1, "StartNetworkSpeakerGroupByMobile returned -1: the server refused it");
     const std::vector<std::string> calls = Calls();
     ASSERT_EQ(calls.size(), 4U);
     EXPECT_EQ(calls[0], "ConnectToSpeakerForInfraLessSetup(5,)");
@@ -62,7 +62,9 @@ TEST_F(ConnectTest, ByIdPassesItsNumbers)
 TEST_F(ConnectTest, ByIdTakesZeroForAFailure)
 {
     SetFault("StartNetworkSpeakerByID", "error", "'org.example.Broken'");
-    ExpectFailure({"connect", "by-id", "80", "3", "0"}, 1, "StartNetworkSpeakerByID returned 0: the request failed");
+    ExpectFailure(
+        {"connect", "by-id", "80", "3", "0"}, 1,
+        "StartNetworkSpeakerByID returned 0: the server answered with the error org.example.Broken");
     ExpectFailure(
         {"connect", "by-id", "80", "3", "0", "--id", "Nobody"}, 1, "Vireon_StartNetworkSpeakerByID returned -1");
 }

@@ -8,7 +8,8 @@ namespace {
 constexpr size_t kListSize = 1086;
 constexpr size_t kSpeakerSize = 183;
 constexpr size_t kNodeSize = 134;
-constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
+constexpr const char* kNothingUsable = "the server sent nothing usable";
+constexpr const char* kBroken = "the server answered with the error org.example.Broken";
 
 class ListTest : public KivctlTest {
 protected:
@@ -101,7 +102,7 @@ TEST_F(ListTest, ActiveTellsAFailureFromAnAnswer)
     Reply("GetActiveNetSpkInfo", ByteArray(150, 0));
     ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned 0: ") + kNothingUsable);
     SetFault("GetActiveNetSpkInfo", "error", "'org.example.Broken'");
-    ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned -1: ") + kNothingUsable);
+    ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned -1: ") + kBroken);
 }
 
 TEST_F(ListTest, AllAndNodesTellTheirNumber)
@@ -158,10 +159,12 @@ TEST_F(ListTest, FailuresAreNamed)
         SetFault(method, "error", "'org.example.Broken'");
     }
     Reply("GetNetSpkNodeList", "@ay []");
-    ExpectFailure({"list", "all"}, 1, "GetNetSpkListInfo returned -1: the request failed");
-    ExpectFailure({"list", "all", "--array"}, 1, "getNetSpkListInfo returned -1: the request failed");
-    ExpectFailure({"list", "count"}, 1, "GetNetSpkListInfoNumber returned -1: the request failed");
-    ExpectFailure({"list", "nodes"}, 1, "GetNetSpkNodeList returned -1: the request failed, or there are no nodes");
+    ExpectFailure({"list", "all"}, 1, std::string("GetNetSpkListInfo returned -1: ") + kBroken);
+    ExpectFailure(
+        {"list", "all", "--array"}, 1,
+        "getNetSpkListInfo returned -1: the server answered GetNetSpkListInfo with the error org.example.Broken");
+    ExpectFailure({"list", "count"}, 1, std::string("GetNetSpkListInfoNumber returned -1: ") + kBroken);
+    ExpectFailure({"list", "nodes"}, 1, "GetNetSpkNodeList returned -1: there are no nodes");
 }
 
 TEST_F(ListTest, BadArgumentsSendNothing)

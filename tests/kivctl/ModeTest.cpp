@@ -26,10 +26,20 @@ TEST_F(ModeTest, UiSetTakesNamesAndNumbers)
                      "SetTavrinUIMode(81,)", "SetTavrinUIMode(80,)", "SetTavrinUIMode(-7,)", "GetTavrinUIMode()"}));
 }
 
+TEST_F(ModeTest, NoAnswerIsNotTakenForOne)
+{
+    SetFault("check_dbus_connection", "error", "'org.example.Broken'");
+    for (const char* question : {"enabled", "can-enter"}) {
+        ExpectFailure({"mode", question}, 1, "the network-speaker server answers with the error org.example.Broken");
+    }
+}
+
 TEST_F(ModeTest, AFailedSetIsNamed)
 {
     SetFault("SetTavrinUIMode", "error", "'org.example.Broken'");
-    ExpectFailure({"mode", "ui", "set", "80"}, 1, "SetTavrinUIMode returned -1: the request failed");
+    ExpectFailure(
+        {"mode", "ui", "set", "80"}, 1,
+        "SetTavrinUIMode returned -1: the server answered with the error org.example.Broken");
 }
 
 TEST_F(ModeTest, EntryFlagsStartTheServer)

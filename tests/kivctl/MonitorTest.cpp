@@ -214,7 +214,7 @@ TEST_F(MonitorTest, GoesOnWhenAServerThatComesBackRefuses)
     bus_.Activate(kServerName);
     EXPECT_EQ(
         monitor.ErrLine(),
-        "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it");
+        "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken");
     SendEvent(kUnknownEvent, "");
     EXPECT_EQ(EventLine(monitor), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
     EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 0");
@@ -319,8 +319,9 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
     const Ended ended = Run({"monitor"});
     EXPECT_EQ(ended.exitCode, 1);
     EXPECT_EQ(
-        ended.err, "kivctl: SubscribeNamServiceCallback returned 0: the request failed, or the server refused it; "
-                   "kivctl doctor tells why\n");
+        ended.err,
+        "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken; "
+        "the server's own log tells why\n");
 }
 
 } // namespace

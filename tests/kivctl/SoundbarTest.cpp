@@ -8,7 +8,8 @@ namespace {
 const std::string kSoundbar = "02:4b:49:56:00:b0";
 const std::string kSoundbarBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0";
 const std::string kIpBytes = "0xc0, 0xa8, 0x00, 0x14";
-constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
+constexpr const char* kNothingUsable = "the server sent nothing usable";
+constexpr const char* kBroken = "the server answered with the error org.example.Broken";
 
 class SoundbarTest : public KivctlTest {
 protected:
@@ -64,7 +65,7 @@ TEST_F(SoundbarTest, AnySoundModeLengthIsAnAnswerThatComesWithData)
     Reply("GetSoundbarSoundMode", 33, 2);
     ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned 0: ") + kNothingUsable);
     SetFault("GetSoundbarSoundMode", "error", "'org.example.Broken'");
-    ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned -1: ") + kNothingUsable);
+    ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned -1: ") + kBroken);
 }
 
 TEST_F(SoundbarTest, InfoTellsTheSoundbar)

@@ -150,7 +150,9 @@ TEST(ScenariosTest, DyingServerDiesOfEachThirdStart)
     EXPECT_EQ(
         OutputIn("dying-server", start + start + start + start),
         "the server answered 1\nthe server answered 1\n" + Failed("StartNetworkSpeaker") +
-            "-1: the request failed, or the server refused it; kivctl doctor tells why\nthe server answered 1\n");
+            "-1: the bus answered with the error org.freedesktop.DBus.Error.NoReply: Message recipient disconnected "
+            "from "
+            "message bus without replying; the server's own log tells why\nthe server answered 1\n");
 }
 
 TEST(ScenariosTest, DyingServerComesBack)

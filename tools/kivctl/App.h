@@ -13,6 +13,7 @@ namespace kiv::ctl {
 struct Choice {
     std::string name;
     Action action;
+    bool asksServer = false;
 };
 
 // What the command line says.

@@ -1,32 +1,123 @@
 #include "Command.h"
 
+#include "CallWatch.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
 
+#include <optional>
 #include <utility>
 
 namespace kiv::ctl {
 namespace {
 
+using Outcome = SeenCall::Outcome;
+
+constexpr const char* kIdMethod = "check_dbus_connection"; // the first call on the server
+constexpr const char* kServersLogTellsWhy = Refusal{}.advice;
+constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
+constexpr const char* kBusIsSilent = "the system bus does not answer";
+
 struct Reason {
     ExitCode exitCode;
-    const char* text;
+    std::string text;
+    std::string advice;
 };
 
-Reason WhyNotSent()
+bool Is(const std::optional<SeenCall>& call, Outcome outcome)
+{
+    return call && call->outcome == outcome;
+}
+
+// Why the library has not reached the server. A command that has not called the library has a reason of its own.
+std::string WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
+{
+    const auto unreachable = [](const std::string& reason) {
+        return fmt::format("the network-speaker server cannot be reached{}{}", reason.empty() ? "" : ": ", reason);
+    };
+    if (!seen.noBus.empty()) {
+        return unreachable("no connection to the system bus: " + seen.noBus);
+    }
+    if (seen.lost) {
+        return unreachable("the connection to the system bus is lost");
+    }
+    if (Is(seen.ownerQuery, Outcome::kUnanswered)) {
+        return kBusIsSilent;
+    }
+    if (Is(seen.ownerQuery, Outcome::kError)) {
+        return unreachable("the bus does not tell whether it runs: " + seen.ownerQuery->error);
+    }
+    if (!seen.server) {
+        return unreachable(ownReason);
+    }
+    switch (seen.server->outcome) {
+    case Outcome::kUnanswered:
+        return "the network-speaker server does not answer";
+    case Outcome::kError:
+        return seen.server->isOfBus ? unreachable(seen.server->error)
+                                    : "the network-speaker server answers with the error " + seen.server->error;
+    default:
+        return fmt::format("the network-speaker server answers {} where a client id is due", seen.server->type);
+    }
+}
+
+// Why a function failed that has reached the server.
+Reason WhyFailed(const std::string& function, const Refusal& refusal, const SeenCalls& seen)
+{
+    if (seen.lost) {
+        return {kFailed, "the connection to the system bus is lost", kDoctorTellsWhy};
+    }
+    if (Is(seen.ownerQuery, Outcome::kUnanswered)) {
+        return {kFailed, kBusIsSilent, kDoctorTellsWhy};
+    }
+    if (!seen.server || seen.server->method == kIdMethod) {
+        return {kFailed, "the library has not sent the request", "--verbose shows its log"};
+    }
+    // A function may make several requests.
+    const std::string method = seen.server->method == function ? "" : seen.server->method + ' ';
+    switch (seen.server->outcome) {
+    case Outcome::kUnanswered:
+        return {kFailed, fmt::format("the server has not answered {}in time", method), kServersLogTellsWhy};
+    case Outcome::kError:
+        return {
+            kFailed,
+            fmt::format(
+                "the {} answered {}with the error {}", seen.server->isOfBus ? "bus" : "server", method,
+                seen.server->error),
+            seen.server->error.starts_with(kDenied) ? "have the policy of the bus allow it" : kServersLogTellsWhy};
+    default:
+        return {kFailed, refusal.reason, refusal.advice};
+    }
+}
+
+Reason WhyNotSent(const std::string& ownReason)
 {
     if (GetWhetherKivDisabled()) {
-        return {kNoNetworkSpeakers, "this device has no network speakers"};
+        return {kNoNetworkSpeakers, "this device has no network speakers", ""};
     }
-    return {kFailed, "the network-speaker server cannot be reached"};
+    return {kFailed, WhyNotReached(CallsSeen(), ownReason), kDoctorTellsWhy};
+}
+
+// What a command waits for.
+Reason WhyNotDone(const SeenCalls& seen)
+{
+    if (seen.connecting || Is(seen.ownerQuery, Outcome::kUnanswered)) {
+        return {kTimedOut, kBusIsSilent, kDoctorTellsWhy};
+    }
+    if (!Is(seen.server, Outcome::kUnanswered)) {
+        return {kTimedOut, seen.server ? "it waits for events" : "it has not come to ask the server", ""};
+    }
+    const bool isFirst = seen.server->method == kIdMethod;
+    return {
+        kTimedOut, fmt::format("the server has not answered {}", seen.server->method),
+        isFirst ? kDoctorTellsWhy : kServersLogTellsWhy};
 }
 
 Result Fail(const std::string& what, const Reason& reason, Json fields)
 {
-    std::string text = fmt::format("{}: {}", what, reason.text);
+    std::string text = reason.text.empty() ? what : fmt::format("{}: {}", what, reason.text);
     fields["error"] = text;
-    return {reason.exitCode, std::move(text), std::move(fields)};
+    return {reason.exitCode, std::move(text), std::move(fields), reason.advice};
 }
 
 } // namespace
@@ -36,24 +127,24 @@ Result Done(std::string text, Json fields)
     return {kDone, std::move(text), std::move(fields)};
 }
 
-Result Failed(const char* function, const Json& value, const char* reason)
+Result Failed(const char* function, const Json& value, const Refusal& refusal)
 {
     return Fail(
-        fmt::format("{} returned {}", function, value.dump()), ServerReached() ? Reason{kFailed, reason} : WhyNotSent(),
-        {{"result", value}});
+        fmt::format("{} returned {}", function, value.dump()),
+        ServerReached() ? WhyFailed(function, refusal, CallsSeen()) : WhyNotSent(""), {{"result", value}});
 }
 
-Result Answered(const char* function, int value)
+Result Answered(const char* function, int value, const Refusal& refusal)
 {
     if (value == -1) {
-        return Failed(function, value);
+        return Failed(function, value, refusal);
     }
     return Done(fmt::format("the server answered {}", value), {{"result", value}});
 }
 
-Result AnsweredNotZero(const char* function, int value)
+Result AnsweredNotZero(const char* function, int value, const Refusal& refusal)
 {
-    return value == 0 ? Failed(function, value) : Answered(function, value);
+    return value == 0 ? Failed(function, value, refusal) : Answered(function, value, refusal);
 }
 
 Result AnsweredYesOrNo(const char* function, bool value)
@@ -69,9 +160,16 @@ Result Sent(const char* function)
     return ServerReached() ? Done("sent", {{"sent", true}}) : NotSent(function);
 }
 
-Result NotSent(const char* function)
+Result NotSent(const char* function, const std::string& reason)
 {
-    return Fail(function, WhyNotSent(), Json::object());
+    return Fail(function, WhyNotSent(reason), Json::object());
+}
+
+Result TimedOut(const std::string& command, std::chrono::milliseconds limit, bool asksServer)
+{
+    return Fail(
+        fmt::format("{}: not done within {} ms", command, limit.count()),
+        asksServer ? WhyNotDone(CallsSeen()) : Reason{kTimedOut, "it waits for its input", ""}, Json::object());
 }
 
 bool ServerReached()

@@ -43,8 +43,10 @@ Result ConnectNew(const NewArguments& arguments)
     }
     const int count = static_cast<int>(arguments.macs.size());
     return arguments.outdoor
-               ? Answered("AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor(macs.data(), count))
-               : Answered("AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count));
+               ? Answered(
+                     "AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor(macs.data(), count),
+                     kUnknownSpeaker)
+               : Answered("AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count), kUnknownSpeaker);
 }
 
 Action New(CLI::App& app)
@@ -103,13 +105,15 @@ Result StartById(const ByIdArguments& arguments)
 {
     const auto& [first, second, third, id] = arguments;
     if (!id) {
-        return AnsweredNotZero("StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third));
+        return AnsweredNotZero(
+            "StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third), kUnknownSpeaker);
     }
     if (id->size() < kIdLength) {
         throw BadArguments(fmt::format("the identifier must have {} characters or more, got \"{}\"", kIdLength, *id));
     }
     return AnsweredNotZero(
-        "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third));
+        "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third),
+        kUnknownSpeaker);
 }
 
 CLI::Option* AddId(CLI::App& app, const char* name, std::optional<std::string>& id)
@@ -152,10 +156,10 @@ Action Group(CLI::App& app)
 Result AskType(const TypeArguments& arguments)
 {
     if (arguments.id) {
-        return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(*arguments.id));
+        return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(*arguments.id), kUnknownSpeaker);
     }
     std::vector<STNetSpkConfig> list = SpeakersOf(arguments.speakers);
-    return Answered("GetSpksConnectionType", GetSpksConnectionType(&list));
+    return Answered("GetSpksConnectionType", GetSpksConnectionType(&list), kUnknownSpeaker);
 }
 
 Action Type(CLI::App& app)

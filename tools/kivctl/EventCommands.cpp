@@ -94,7 +94,11 @@ Action NodeRemove(CLI::App& app)
 {
     const auto node = std::make_shared<int>(0);
     AddRequired(app, "NODE", *node, ParseInt, "Number of the node");
-    return [node](const Output&) { return AnsweredNotZero("NodeRemoveFromWatcher", NodeRemoveFromWatcher(*node)); };
+    return [node](const Output&) {
+        return AnsweredNotZero(
+            "NodeRemoveFromWatcher", NodeRemoveFromWatcher(*node),
+            {"the server watches no such node", "kivctl list nodes shows which nodes there are"});
+    };
 }
 
 } // namespace

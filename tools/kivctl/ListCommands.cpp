@@ -115,7 +115,7 @@ Action Active(CLI::App& app)
         active.type.fill(kUntouched);
         const int result = GetActiveNetSpkInfo(active.name.data(), active.type.data(), active.speakers);
         if (std::ranges::count(active.name, kUntouched) == NETSPK_LIST_NAME_LEN) {
-            return Failed("GetActiveNetSpkInfo", result, "the request failed, or the server sent nothing usable");
+            return Failed("GetActiveNetSpkInfo", result, kNothingUsable);
         }
         return ShowActive(result, active, layout, arguments->hex);
     };
@@ -181,7 +181,9 @@ Action Nodes(CLI::App& app)
         const Layout layout = LayoutOf(arguments->layout);
         std::vector<CNetSpkNodeInfo> nodes;
         const int result = GetNetSpkNodeList(nodes);
-        return result == -1 ? Failed("GetNetSpkNodeList", result, "the request failed, or there are no nodes")
+        return result == -1 ? Failed(
+                                  "GetNetSpkNodeList", result,
+                                  {"there are no nodes", "a speaker is one once it is in the network"})
                             : ShowRecords(nodes, kNodeRecord, layout, arguments->hex);
     };
 }

@@ -38,10 +38,14 @@ auto AskRunningServer(const char* function, bool (*question)())
 {
     return [function, question](CLI::App&) -> Action {
         return [function, question](const Output&) {
-            if (GetWhetherKivDisabled() || !StartServer()) {
-                return NotSent(function);
+            std::string reason;
+            if (GetWhetherKivDisabled() || !StartServer(reason)) {
+                return NotSent(function, reason);
             }
             const bool answer = question();
+            if (!ServerReached()) {
+                return NotSent(function);
+            }
             return Done(answer ? "yes" : "no", {{"result", answer}});
         };
     };

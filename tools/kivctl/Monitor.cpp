@@ -41,7 +41,7 @@ Stamp Now()
 
 Result BusFailed(const std::string& reason)
 {
-    return {kFailed, reason, {{"error", reason}}};
+    return {kFailed, reason, {{"error", reason}}, kDoctorTellsWhy};
 }
 
 } // namespace
@@ -235,7 +235,7 @@ gboolean Monitor::OnNotReady(gpointer monitor)
 
 void Monitor::TellNotReady(const std::string& reason)
 {
-    const std::string text = fmt::format("not ready, events cannot come: {}; kivctl doctor tells why", reason);
+    const std::string text = fmt::format("not ready, events cannot come: {}; {}", reason, kDoctorTellsWhy);
     output_.Notify(text, {{"ready", false}, {"error", text}});
 }
 

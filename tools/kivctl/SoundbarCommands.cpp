@@ -13,7 +13,6 @@ namespace {
 using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
 constexpr const char* kSoundbarMacDescription = "MAC address of the soundbar";
-constexpr const char* kNothingUsable = "the request failed, or the server sent nothing usable";
 
 template <size_t Size>
 constexpr std::array<unsigned char, Size> Untouched()
