@@ -1,5 +1,7 @@
 #include "KivctlTest.h"
 
+#include <sys/stat.h>
+
 #include <csignal>
 
 namespace kiv::ctl {
@@ -47,6 +49,10 @@ TEST_F(TimeTest, SaysWhatItWaitedFor)
     kill(bus_.DaemonPid(), SIGCONT);
     EXPECT_EQ(
         stop.err, "kivctl: stop: not done within 500 ms: the system bus does not answer; kivctl doctor tells why\n");
+
+    const std::string fifo = bus_.Directory() / "log";
+    ASSERT_EQ(mkfifo(fifo.c_str(), S_IRUSR | S_IWUSR), 0);
+    ExpectFailure({"--timeout", "0.5", "explain", fifo}, 4, "explain: not done within 500 ms: it waits for its input");
 }
 
 TEST_F(TimeTest, ACallInTimeIsAsWithoutALimit)

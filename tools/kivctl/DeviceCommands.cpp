@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include <memory>
+
 namespace kiv::ctl {
 namespace {
 
@@ -38,6 +40,13 @@ Action Doctor(CLI::App&)
     return [](const Output& output) { return Examine(output); };
 }
 
+Action ExplainLog(CLI::App& app)
+{
+    const auto file = std::make_shared<std::string>("-");
+    app.add_option("FILE", *file, "The log; - or none for stdin")->type_name("");
+    return [file](const Output& output) { return Explain(*file, output); };
+}
+
 Action Sizes(CLI::App&)
 {
     return [](const Output&) {
@@ -60,8 +69,8 @@ std::vector<Command> DeviceCommands()
          {},
          false},
         {"explain",
-         "Read a log from stdin, and tell below each line of the library's what it means and what to do",
-         [](CLI::App&) -> Action { return [](const Output& output) { return Explain(output); }; },
+         "Read a log, and tell below each line of the library's what it means and what to do",
+         ExplainLog,
          {},
          false},
         {"enabled", "Tell whether this device has network speakers", Enabled, {}, false},
