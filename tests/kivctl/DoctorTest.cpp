@@ -204,8 +204,7 @@ TEST_F(DoctorTest, FindsThatTheBusDoesNotAnswer)
         << timed.out;
 }
 
-// A bus that hangs later costs one wait, not one for each check.
-TEST_F(DoctorTest, FindsThatTheBusHasStoppedToAnswer)
+TEST_F(DoctorTest, FindsThatTheBusIsLostMeanwhile)
 {
     SetFault("check_dbus_connection", "delay", "uint32 1000");
     Running doctor(bus_, {"--json", "doctor"});
@@ -368,7 +367,7 @@ TEST_F(DoctorTest, FindsThatEventsMayNotBeReceived)
         "problem: the bus lets this user receive none: org.freedesktop.DBus.Error.AccessDenied: ");
 }
 
-// Root can have the server run as another user. A user without rights is the only one that there is.
+// Only root can start the server as another user. Elsewhere the test counts as skipped.
 TEST_F(DoctorTest, NotesThatOnlyTheServersUserMaySendEvents)
 {
     if (geteuid() != 0) {
