@@ -122,27 +122,10 @@ TEST(SandboxTest, HelpNamesEveryOption)
 
     EXPECT_EQ(outcome.exitCode, 0);
     for (const char* option :
-         {"--trace",
-          "--trace-all",
-          "--start",
-          "--lazy",
-          "--no-server",
-          "--simulator-log",
-          "--scenario",
-          "--list-scenarios",
-          "--record",
-          "--replay",
-          "--strict",
-          "--simulator",
-          "--feature",
-          "--bus-fault",
-          "--name",
-          "--join",
-          "--list",
-          "--print-address",
-          "--layout",
-          "kiv-sandbox control",
-          "Usage:"}) {
+         {"--trace",    "--trace-all",         "--start",  "--lazy",   "--no-server", "--simulator-log",
+          "--scenario", "--list-scenarios",    "--record", "--replay", "--strict",    "--simulator",
+          "--feature",  "--bus-fault",         "--name",   "--join",   "--list",      "--print-address",
+          "--layout",   "kiv-sandbox control", "Usage:"}) {
         EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
     }
 }

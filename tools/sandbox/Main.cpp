@@ -535,10 +535,10 @@ int Main(int argc, char** argv)
     lazy->excludes(noServer);
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
     CLI::Option* const scenario = app.add_option(
-                                          "--scenario", options.scenario,
-                                          "the home, the faults and what happens when: a JSON file, the name of "
-                                          "a scenario that comes along, or - for stdin")
-                                       ->option_text("FILE");
+                                         "--scenario", options.scenario,
+                                         "the home, the faults and what happens when: a JSON file, the name of "
+                                         "a scenario that comes along, or - for stdin")
+                                      ->option_text("FILE");
     app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
         ->option_text("FILE");
