@@ -247,8 +247,10 @@ TEST_F(CommandTest, AFailureEndsWithWhoTellsWhy)
 {
     bus_.RemoveService("org.lumra.tv.networkspeaker.server");
     EXPECT_EQ(
-        Run({"stop"}).err, "kivctl: StopNetworkSpeaker returned -1: the network-speaker server cannot be reached; "
-                           "kivctl doctor tells why\n");
+        Run({"stop"}).err,
+        "kivctl: StopNetworkSpeaker returned -1: the network-speaker server cannot be reached: "
+        "org.freedesktop.DBus.Error.ServiceUnknown: The name org.lumra.tv.networkspeaker.server was not provided by "
+        "any .service files; kivctl doctor tells why\n");
     const std::string timed = Run({"--timing", "stop"}).err;
     EXPECT_NE(timed.find("; kivctl doctor tells why\ntook "), std::string::npos) << timed;
     for (const Arguments& arguments : {Arguments{"dance"}, Arguments{"stop", "--type", "soft"}, Arguments{"doctor"}}) {
@@ -258,12 +260,59 @@ TEST_F(CommandTest, AFailureEndsWithWhoTellsWhy)
     EXPECT_EQ(Run({"stop"}).err.find("tells why"), std::string::npos);
 }
 
+TEST_F(CommandTest, AnErrorOfAServerThatIsReachedIsNamed)
+{
+    SetFault("check_dbus_connection", "error", "'org.example.Broken'");
+    for (const Arguments& arguments : kRequests) {
+        ExpectFailure(arguments, 1, "the network-speaker server answers with the error org.example.Broken");
+    }
+    EXPECT_TRUE(Run({"stop"}).err.ends_with("; kivctl doctor tells why\n"));
+    SetFault("check_dbus_connection", "reply", "<(5,)>");
+    ExpectFailure({"stop"}, 1, "the network-speaker server answers (i) where a client id is due");
+}
+
+// doctor goes the way to the server, and knows of no single request.
+TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
+{
+    SetFault("DisableSurround", "error", "'org.example.Broken'");
+    SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
+    SetFault("GetSurroundChannelNumber", "reply", "<('text',)>");
+    SetFault("GetSoundbarDeviceInfo", "reply", "<(@ay [],)>");
+    const struct {
+        Arguments arguments;
+        const char* end;
+    } cases[] = {
+        {{"node-remove", "99"}, ": the server watches no such node; kivctl list nodes shows which nodes there are\n"},
+        {{"connect", "type", "--id", "99"},
+         ": the server refused it; kivctl list nodes shows which speakers there are\n"},
+        {{"soundbar", "info"},
+         ": the server sent nothing usable, which usually means that it has no such soundbar; otherwise it serves "
+         "another version of the interface\n"},
+        {{"surround", "channels"},
+         ": the answer must be of the D-Bus type (i), got (s); the server's own log tells why\n"},
+        {{"stop"}, ": the server refused it; the server's own log tells why\n"},
+        {{"surround", "off"}, "with the error org.example.Broken; the server's own log tells why\n"},
+    };
+    for (const auto& [arguments, end] : cases) {
+        const Ended ended = Run(arguments);
+        EXPECT_EQ(ended.exitCode, 1);
+        EXPECT_TRUE(ended.err.ends_with(end)) << ended.err;
+    }
+    Forbid(R"(<deny send_path="*" send_member="DisableSurround"/>)");
+    const std::string denied = Run({"surround", "off"}).err;
+    EXPECT_NE(
+        denied.find("the bus answered with the error org.freedesktop.DBus.Error.AccessDenied: "), std::string::npos)
+        << denied;
+    EXPECT_TRUE(denied.ends_with("; have the policy of the bus allow it\n")) << denied;
+}
+
 TEST_F(CommandTest, AFailureValueIsNamed)
 {
     SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
     SetFault("DisableSurround", "error", "'org.example.Broken'");
-    ExpectFailure({"stop"}, 1, "StopNetworkSpeaker returned -1: the server answered so, which usually means");
-    ExpectFailure({"surround", "off"}, 1, "DisableSurround returned -1: the request failed: org.example.Broken: ");
+    ExpectFailure({"stop"}, 1, "StopNetworkSpeaker returned -1: the server refused it");
+    ExpectFailure(
+        {"surround", "off"}, 1, "DisableSurround returned -1: the server answered with the error org.example.Broken");
     EXPECT_EQ(Json::parse(Run({"stop", "--json"}).out).at("result"), -1);
 }
 
@@ -280,7 +329,11 @@ TEST_F(CommandTest, ARequestThatFailedIsAFailureWhateverItsResult)
                          {"volume", "set", kLeft, "30", "--no-wait"},
                          {"volume", "get", kLeft, "--wait"}});
     for (const Arguments& arguments : requests) {
-        ExpectFailure(arguments, 1, ": the request failed: org.example.Broken");
+        const Ended ended = Run(arguments);
+        EXPECT_EQ(ended.exitCode, 1);
+        EXPECT_NE(ended.err.find(": the server answered "), std::string::npos) << ended.err;
+        EXPECT_TRUE(ended.err.ends_with("with the error org.example.Broken; the server's own log tells why\n"))
+            << ended.err;
     }
 }
 
@@ -438,7 +491,10 @@ TEST_F(CommandTest, TheLibrarysLinesAreShownWhenTimeIsUp)
     const Ended ended = Run({"stop", "--timeout", "0.5"}, kLogsAsUsual);
     EXPECT_EQ(ended.exitCode, 4);
     EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
-    EXPECT_TRUE(ended.err.ends_with("kivctl: stop: not done within 500 ms; kivctl doctor tells why\n")) << ended.err;
+    EXPECT_TRUE(
+        ended.err.ends_with("kivctl: stop: not done within 500 ms: the server has not answered StopNetworkSpeaker; "
+                            "the server's own log tells why\n"))
+        << ended.err;
 }
 
 TEST_F(CommandTest, TheLibrarysLinesSurviveASignal)

@@ -28,8 +28,7 @@ TEST_F(ConnectTest, OneNumberIsPassed)
 {
     ExpectOutput({"connect", "direct", "5"}, "the server answered 0");
     ExpectOutput({"connect", "group", "1"}, "the server answered 3 (number of speakers that play now)");
-    ExpectFailure(
-        {"connect", "group", "-1"}, 1, "StartNetworkSpeakerGroupByMobile returned -1: the server answered so");
+    ExpectFailure({"connect", "group", "-1"}, 1, "StartNetworkSpeakerGroupByMobile returned -1: the server refused it");
     const std::vector<std::string> calls = Calls();
     ASSERT_EQ(calls.size(), 4U);
     EXPECT_EQ(calls[0], "ConnectToSpeakerForInfraLessSetup(5,)");
@@ -68,7 +67,7 @@ TEST_F(ConnectTest, ByIdTakesZeroForAFailure)
     SetFault("StartNetworkSpeakerByID", "error", "'org.example.Broken'");
     ExpectFailure(
         {"connect", "by-id", "80", "3", "0"}, 1,
-        "StartNetworkSpeakerByID returned 0: the request failed: org.example.Broken");
+        "StartNetworkSpeakerByID returned 0: the server answered with the error org.example.Broken");
     ExpectFailure(
         {"connect", "by-id", "80", "3", "0", "--id", "Nobody"}, 1, "Vireon_StartNetworkSpeakerByID returned -1");
 }
@@ -79,7 +78,9 @@ TEST_F(ConnectTest, TypeAsksForListsAndForOne)
     ExpectJson({"connect", "type", "--id", "5"}, {{"result", 0}});
     ExpectFailure({"connect", "type", "--id", "99"}, 1, "GetSpksConnectionTypeByID returned -1");
     SetFault("GetSpksConnectionTypeByID", "error", "'org.example.Broken'");
-    ExpectFailure({"connect", "type", "--id", "5"}, 1, "GetSpksConnectionTypeByID returned 0: the request failed: org");
+    ExpectFailure(
+        {"connect", "type", "--id", "5"}, 1,
+        "GetSpksConnectionTypeByID returned 0: the server answered with the error org");
     const std::vector<std::string> calls = Calls();
     EXPECT_EQ(
         calls.at(0), "GetSpksConnectionType([" + Record("0x02, 0x00, 0x00, 0x00", kLeftBytes) + ", " +

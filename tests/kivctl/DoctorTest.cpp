@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -73,6 +75,25 @@ std::vector<std::string> Subjects(const std::string& text)
     return subjects;
 }
 
+const std::string kAdvice = std::string(33, ' ') + "-> ";
+
+Json LastObject(const std::string& out)
+{
+    return Json::parse(out.substr(out.rfind('\n', out.size() - 2) + 1));
+}
+
+// The advice of a finding of a text.
+std::string AdviceOf(const std::string& out, const std::string& finding)
+{
+    const size_t at = out.find(finding + '\n' + kAdvice);
+    if (at == std::string::npos) {
+        ADD_FAILURE() << finding << " is not in " << out;
+        return {};
+    }
+    const size_t begin = at + finding.size() + 1 + kAdvice.size();
+    return out.substr(begin, out.find('\n', begin) - begin);
+}
+
 void ExpectBegins(const std::string& text, const std::string& head)
 {
     EXPECT_EQ(text.substr(0, head.size()), head);
@@ -108,17 +129,44 @@ TEST_F(DoctorTest, ShowsEachFindingBeforeTheNextCheck)
     doctor.Signal(SIGKILL);
 }
 
-TEST_F(DoctorTest, ATimeLimitLeavesTheFindingsSoFar)
+TEST_F(DoctorTest, ATimeLimitLeavesTheFindingsSoFarAndSkipsTheRest)
 {
     SetFault("check_dbus_connection", "silent", "true");
     const Ended text = Run({"--timeout", "2", "doctor"});
     EXPECT_EQ(text.exitCode, 4);
     EXPECT_EQ(
-        Subjects(text.out),
-        (std::vector<std::string>{"ok feature", "ok bus", "ok client name", "ok activation", "ok server"}));
-    EXPECT_TRUE(text.err.ends_with("kivctl: asking the server, up to 8 s ...\n"
-                                   "kivctl: doctor: not done within 2000 ms\n"))
-        << text.err;
+        Subjects(text.out), (std::vector<std::string>{
+                                "ok feature", "ok bus", "ok client name", "ok activation", "ok server", "problem call",
+                                "skipped client id", "skipped subscription", "skipped endpoint", "skipped events"}));
+    EXPECT_NE(text.out.find(" ms  asking the server takes longer than --timeout allows\n" + kAdvice), std::string::npos)
+        << text.out;
+    EXPECT_NE(text.out.find("  not tried, because the time is up\n"), std::string::npos) << text.out;
+    EXPECT_TRUE(
+        text.out.ends_with("\nnot done within 2000 ms, asking the server: 1 problem, 0 notes, 5 ok, 4 skipped\n"))
+        << text.out;
+    EXPECT_TRUE(text.err.ends_with("kivctl: asking the server, up to 8 s ...\n")) << text.err;
+
+    const Ended json = Run({"--json", "--timeout", "2", "doctor"});
+    EXPECT_EQ(json.exitCode, 4);
+    EXPECT_EQ(
+        LastObject(json.out), Json(
+                                  {{"command", "doctor"},
+                                   {"result", false},
+                                   {"problems", 1},
+                                   {"notes", 0},
+                                   {"ok", 5},
+                                   {"skipped", 4},
+                                   {"error", "doctor: not done within 2000 ms, asking the server"}}));
+}
+
+TEST_F(DoctorTest, ATimeLimitMayEndTheLastStep)
+{
+    SetFault("UnsubscribeNamServiceCallback", "silent", "true");
+    const Ended ended = Run({"--timeout", "2", "doctor"});
+    EXPECT_EQ(ended.exitCode, 4);
+    EXPECT_TRUE(ended.out.ends_with(
+        "\nnot done within 2000 ms, taking the subscription back: 0 problems, 0 notes, 10 ok, 0 skipped\n"))
+        << ended.out;
 }
 
 TEST_F(DoctorTest, TellsHowLongAServerWasGivenThatDoesNotAnswer)
@@ -144,8 +192,39 @@ TEST_F(DoctorTest, FindsThatTheBusDoesNotAnswer)
 {
     kill(bus_.DaemonPid(), SIGSTOP);
     const auto found = Examine();
+    const Ended timed = Run({"--timeout", "1", "doctor"});
     kill(bus_.DaemonPid(), SIGCONT);
-    EXPECT_EQ(found.at("bus"), "problem: cannot be reached: no answer within 8 s");
+    EXPECT_EQ(found.at("bus"), "problem: does not answer at " + bus_.Address() + ": no answer within 8 s");
+    EXPECT_EQ(found.at("events"), BecauseOf("bus"));
+    EXPECT_EQ(timed.exitCode, 4);
+    const std::string advice = AdviceOf(timed.out, "connecting to the bus takes longer than --timeout allows");
+    EXPECT_NE(advice.find("the bus daemon hangs"), std::string::npos) << advice;
+    EXPECT_TRUE(
+        timed.out.ends_with("\nnot done within 1000 ms, connecting to the bus: 1 problem, 0 notes, 1 ok, 8 skipped\n"))
+        << timed.out;
+}
+
+TEST_F(DoctorTest, FindsThatTheBusIsLostMeanwhile)
+{
+    SetFault("check_dbus_connection", "delay", "uint32 1000");
+    Running doctor(bus_, {"--json", "doctor"});
+    for (int line = 0; line < 5; ++line) {
+        doctor.OutLine();
+    }
+    kill(bus_.DaemonPid(), SIGKILL);
+    const Ended ended = doctor.Wait();
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_EQ(LastObject(ended.out).at("problems"), 1) << ended.out;
+    EXPECT_EQ(LastObject(ended.out).at("skipped"), 4) << ended.out;
+}
+
+TEST_F(DoctorTest, TellsTheErrorOfABusThatRefusesTheConnection)
+{
+    std::ofstream(bus_.Directory() / "policy.conf")
+        << "<busconfig><limit name=\"max_connections_per_user\">1</limit></busconfig>";
+    bus_.ReloadConfig();
+    const sandbox::Connection other(bus_.Address());
+    ExpectBegins(Examine().at("bus"), "problem: answers with the error org.freedesktop.DBus.Error.LimitsExceeded: ");
 }
 
 TEST_F(DoctorTest, FindsThatTheFeatureIsOff)
@@ -160,10 +239,20 @@ TEST_F(DoctorTest, FindsThatTheFeatureIsOff)
 
 TEST_F(DoctorTest, NotesThatTheFeatureCannotBeRead)
 {
+    const std::string file = bus_.Directory() / "features";
+    const std::string unknown = "note: whether this device has network speakers cannot be read, which counts as yes";
     RemoveFeature();
-    const auto found = Examine();
-    ExpectBegins(found.at("feature"), "note: ");
+    auto found = Examine();
+    EXPECT_EQ(found.at("feature"), unknown + ": " + file + ": No such file or directory");
     ExpectBegins(found.at("events"), "ok: ");
+
+    std::ofstream(file) << "[com.molvane/featureconf]\nkiv_multi_ch_support=perhaps\n";
+    EXPECT_EQ(
+        Examine().at("feature"),
+        unknown + ": " + file + ": kiv_multi_ch_support must be true or false, got \"perhaps\"");
+    RemoveFeature();
+    std::filesystem::create_directory(file);
+    ExpectBegins(Examine().at("feature"), unknown + ": " + file + ": ");
 }
 
 TEST_F(DoctorTest, FindsThatThereIsNoBus)
@@ -205,7 +294,7 @@ TEST_F(DoctorTest, FindsThatTheServerDoesNotStart)
 TEST_F(DoctorTest, FindsThatTheServerDoesNotAnswerAsItShould)
 {
     SetFault("check_dbus_connection", "error", "'org.example.Broken'");
-    ExpectBegins(Examine().at("call"), "problem: the server cannot be asked: org.example.Broken: ");
+    ExpectBegins(Examine().at("call"), "problem: the server answers with the error org.example.Broken");
     SetFault("check_dbus_connection", "reply", "<(5,)>");
     EXPECT_EQ(Examine().at("call"), "problem: the server answers (i) where a client id is due");
 }
@@ -219,7 +308,7 @@ TEST_F(DoctorTest, FindsThatAnIdIsUnfit)
 TEST_F(DoctorTest, FindsThatTheServerRefusesEvents)
 {
     SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
-    ExpectBegins(Examine().at("subscription"), "problem: the server promises no events: org.example.Broken: ");
+    ExpectBegins(Examine().at("subscription"), "problem: the server promises no events: org.example.Broken");
 }
 
 TEST_F(DoctorTest, FindsThatAnotherProcessHasTheName)
@@ -246,10 +335,55 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
     ExpectBegins(found.at("client name"), "ok: ");
     ExpectBegins(found.at("call"), "problem: the server cannot be asked: org.freedesktop.DBus.Error.AccessDenied: ");
 
-    Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
+    Forbid(
+        R"(<deny send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus" send_member="ListActivatableNames"/>)");
     found = Examine();
+    ExpectBegins(
+        found.at("activation"),
+        "note: the bus does not tell what it can start: org.freedesktop.DBus.Error.AccessDenied: ");
+    ExpectBegins(found.at("events"), "ok: ");
+}
+
+// The server runs as the user of this test, and doctor, too.
+TEST_F(DoctorTest, FindsThatTheServersUserMaySendNoEvents)
+{
+    Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
+    const auto found = Examine();
     ExpectBegins(found.at("endpoint"), "ok: ");
-    ExpectBegins(found.at("events"), "note: the bus lets this user send none");
+    EXPECT_NE(found.at("events").find("problem: the bus lets "), std::string::npos) << found.at("events");
+    EXPECT_NE(
+        found.at("events").find(", the server's user, send none: org.freedesktop.DBus.Error.AccessDenied: "),
+        std::string::npos)
+        << found.at("events");
+}
+
+TEST_F(DoctorTest, FindsThatEventsMayNotBeReceived)
+{
+    g_variant_unref(Control("ClientId", g_variant_new("(s)", "doctors")));
+    Forbid(
+        R"(<deny receive_path="/org/lumra/tv/networkspeaker/client/doctors" receive_member="nam_notify_subscriber"/>)");
+    ExpectBegins(
+        Examine().at("events"),
+        "problem: the bus lets this user receive none: org.freedesktop.DBus.Error.AccessDenied: ");
+}
+
+// Only root can start the server as another user. Elsewhere the test counts as skipped.
+TEST_F(DoctorTest, NotesThatOnlyTheServersUserMaySendEvents)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can start a server of another user";
+    }
+    // The other user keeps the group.
+    using std::filesystem::perms;
+    std::filesystem::permissions(
+        bus_.Directory(), perms::group_exec | perms::others_exec, std::filesystem::perm_options::add);
+    bus_.WriteService({kServerName, {"/usr/bin/setpriv", "--reuid=nobody", "--clear-groups", KIV_SIMULATOR}});
+    Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
+    const Ended ended = Run({"doctor"});
+    EXPECT_EQ(ended.exitCode, 0);
+    EXPECT_EQ(
+        AdviceOf(ended.out, "the bus lets this user send none, which is as it should be for all but the server"),
+        "run this as nobody, the server's user, to see whether events arrive");
 }
 
 } // namespace

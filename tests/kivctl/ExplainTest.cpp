@@ -1,5 +1,7 @@
 #include "KivctlTest.h"
 
+#include <sys/stat.h>
+
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -15,29 +17,47 @@ constexpr const char* kMethodCallError = "KivServiceInterface.cpp: StopNetworkSp
 constexpr const char* kExplained =
     "\n    = the function's request failed\n    -> the line before it gives the reason\n";
 
-std::string Explain(const std::string& log, const Arguments& options = {})
+struct Explained {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+std::string Text(GBytes* bytes)
+{
+    gsize size = 0;
+    const void* data = g_bytes_get_data(bytes, &size);
+    return {static_cast<const char*>(data), size};
+}
+
+Explained RunExplain(const std::string& log, const Arguments& arguments)
 {
     std::vector<const char*> argv = {KIV_CTL, "explain"};
-    for (const std::string& option : options) {
-        argv.push_back(option.c_str());
+    for (const std::string& argument : arguments) {
+        argv.push_back(argument.c_str());
     }
     argv.push_back(nullptr);
+    constexpr int kPipes =
+        G_SUBPROCESS_FLAGS_STDIN_PIPE | G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE;
     g_autoptr(GError) error = nullptr;
-    g_autoptr(GSubprocess) process = g_subprocess_newv(
-        argv.data(), static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDIN_PIPE | G_SUBPROCESS_FLAGS_STDOUT_PIPE),
-        &error);
+    g_autoptr(GSubprocess) process = g_subprocess_newv(argv.data(), static_cast<GSubprocessFlags>(kPipes), &error);
     if (process == nullptr) {
         throw std::runtime_error(error->message);
     }
     g_autoptr(GBytes) in = g_bytes_new(log.data(), log.size());
     g_autoptr(GBytes) out = nullptr;
-    if (g_subprocess_communicate(process, in, nullptr, &out, nullptr, &error) == FALSE) {
+    g_autoptr(GBytes) err = nullptr;
+    if (g_subprocess_communicate(process, in, nullptr, &out, &err, &error) == FALSE) {
         throw std::runtime_error(error->message);
     }
-    EXPECT_TRUE(g_subprocess_get_successful(process));
-    gsize size = 0;
-    const void* data = g_bytes_get_data(out, &size);
-    return {static_cast<const char*>(data), size};
+    return {g_subprocess_get_exit_status(process), Text(out), Text(err)};
+}
+
+std::string Explain(const std::string& log, const Arguments& arguments = {})
+{
+    const Explained explained = RunExplain(log, arguments);
+    EXPECT_EQ(explained.exitCode, 0) << explained.err;
+    return explained.out;
 }
 
 std::vector<Json> ExplainToScripts(const std::string& log)
@@ -151,11 +171,54 @@ TEST(ExplainTest, SaysThatALineIsUnknown)
     EXPECT_EQ(ExplainToScripts(line + '\n').at(0).at("known"), false);
 }
 
-TEST(ExplainTest, ALineWithoutEndIsReadInPieces)
+TEST(ExplainTest, ALineWithoutEndIsRefused)
 {
-    const std::string out = Explain(std::string(200'000, 'x') + '\n' + kMethodCallError + '\n');
-    EXPECT_EQ(out.find('\n'), 65535U);
-    EXPECT_TRUE(out.ends_with(std::string(kMethodCallError) + kExplained));
+    const std::string longest = std::string(1024UL * 1024, 'x') + '\n';
+    EXPECT_EQ(Explain(longest + kMethodCallError + '\n'), longest + kMethodCallError + kExplained);
+
+    const Explained longer = RunExplain('x' + longest, {});
+    EXPECT_EQ(longer.exitCode, 2);
+    EXPECT_EQ(longer.err, "kivctl: stdin: must be a log with lines of 1048576 bytes at most, got a longer one\n");
+    const Explained endless = RunExplain("", {"/dev/zero"});
+    EXPECT_EQ(endless.exitCode, 2);
+    EXPECT_EQ(endless.err, "kivctl: /dev/zero: must be a log with lines of 1048576 bytes at most, got a longer one\n");
+}
+
+TEST(ExplainTest, SaysThatALogHasNoLineOfTheLibrarys)
+{
+    const Explained others = RunExplain("kernel: usb\n\n", {});
+    EXPECT_EQ(others.exitCode, 0);
+    EXPECT_EQ(others.err.find("kivctl: none of 2 lines is the library's; "), 0U) << others.err;
+    for (const char* part : {"KivServiceInterface.cpp: ", "KIV_LOG_LEVEL=info", "journalctl -t NAM_SERVICE"}) {
+        EXPECT_NE(others.err.find(part), std::string::npos) << others.err;
+    }
+    EXPECT_EQ(RunExplain("", {}).err.find("kivctl: the log is empty; "), 0U);
+    EXPECT_EQ(RunExplain(kMethodCallError, {}).err, "");
+    EXPECT_EQ(RunExplain("kernel: usb\n", {"--json"}).err, "");
+}
+
+class ExplainFileTest : public KivctlTest {};
+
+TEST_F(ExplainFileTest, ReadsTheFileThatIsNamed)
+{
+    const std::string explained = std::string(kMethodCallError) + kExplained;
+    EXPECT_EQ(Explain("", {WriteFile(kMethodCallError)}), explained);
+    EXPECT_EQ(Explain(kMethodCallError, {"-"}), explained);
+    ExpectFailure({"explain", bus_.Directory() / "absent"}, 2, "absent: No such file or directory");
+    ExpectFailure({"explain", bus_.Directory()}, 2, ": Is a directory");
+}
+
+TEST_F(ExplainFileTest, ExplainsALineBeforeTheNextComes)
+{
+    const std::string fifo = bus_.Directory() / "log";
+    ASSERT_EQ(mkfifo(fifo.c_str(), S_IRUSR | S_IWUSR), 0);
+    Running explain(bus_, {"explain", fifo});
+    std::ofstream log(fifo);
+    log << kMethodCallError << std::endl;
+    EXPECT_EQ(explain.OutLine(), kMethodCallError);
+    EXPECT_EQ(explain.OutLine(), "    = the function's request failed");
+    log.close();
+    EXPECT_EQ(explain.Wait().exitCode, 0);
 }
 
 class LoggedLinesTest : public KivctlTest {
@@ -213,21 +276,21 @@ TEST_F(LoggedLinesTest, AreAllExplained)
 
 TEST_F(LoggedLinesTest, TellTheReasonsOfTheServer)
 {
-    SetFault("StopNetworkSpeaker", "error", "'org.example.Broken'");
-    Collect({"stop"});
-    ExpectMeaning("answered with that error");
-
-    SetFault("StopNetworkSpeaker", "error", "'org.freedesktop.DBus.Error.UnknownMethod'");
-    Collect({"stop"});
-    ExpectMeaning("the server does not have the method");
-
-    SetFault("StopNetworkSpeaker", "silent", "true");
-    Collect({"stop"});
-    ExpectMeaning("the server did not answer within 8 s");
-
-    SetFault("StopNetworkSpeaker", "reply", "<('text',)>");
-    Collect({"stop"});
-    ExpectMeaning("of another D-Bus type than agreed");
+    const struct {
+        const char* key;
+        const char* value;
+        const char* meaning;
+    } faults[] = {
+        {"error", "'org.example.Broken'", "answered with that error"},
+        {"error", "'org.freedesktop.DBus.Error.UnknownMethod'", "the server does not have the method"},
+        {"silent", "true", "the server did not answer within 8 s"},
+        {"reply", "<('text',)>", "of another D-Bus type than agreed"},
+    };
+    for (const auto& [key, value, meaning] : faults) {
+        SetFault("StopNetworkSpeaker", key, value);
+        Collect({"stop"});
+        ExpectMeaning(meaning);
+    }
 }
 
 TEST_F(LoggedLinesTest, TellThatThePolicyForbidsTheCall)

@@ -8,7 +8,7 @@ namespace {
 constexpr size_t kListSize = 1086;
 constexpr size_t kSpeakerSize = 183;
 constexpr size_t kNodeSize = 134;
-constexpr const char* kBroken = "the request failed: org.example.Broken";
+constexpr const char* kBroken = "the server answered with the error org.example.Broken";
 constexpr const char* kNothingUsable = "the server sent nothing usable";
 constexpr const char* kNoLists = "the server is connected with no speaker; kivctl list nodes shows those that it sees";
 constexpr const char* kNoNodes = "the server sees no speaker; one that is switched on near the TV appears";
@@ -179,12 +179,11 @@ TEST_F(ListTest, AnAnswerOfAnotherTypeIsAFailure)
          {std::pair("all", "GetNetSpkListInfo"), std::pair("nodes", "GetNetSpkNodeList"),
           std::pair("active", "GetActiveNetSpkInfo")}) {
         SetFault(method, "reply", "<('text',)>");
-        ExpectFailure({"list", command}, 1, "the request failed: the answer must be of the D-Bus type ay, got s");
+        ExpectFailure({"list", command}, 1, "the answer must be of the D-Bus type ay, got s");
     }
     SetFault("GetNetSpkListInfoNumber", "reply", "<('text',)>");
     ExpectFailure(
-        {"list", "count"}, 1,
-        "GetNetSpkListInfoNumber returned 0: the request failed: the answer must be of the D-Bus type (i), got (s)");
+        {"list", "count"}, 1, "GetNetSpkListInfoNumber returned 0: the answer must be of the D-Bus type (i), got (s)");
 }
 
 TEST_F(ListTest, FailuresAreNamed)
@@ -193,7 +192,9 @@ TEST_F(ListTest, FailuresAreNamed)
         SetFault(method, "error", "'org.example.Broken'");
     }
     ExpectFailure({"list", "all"}, 1, std::string("GetNetSpkListInfo returned -1: ") + kBroken);
-    ExpectFailure({"list", "all", "--array"}, 1, std::string("getNetSpkListInfo returned -1: ") + kBroken);
+    ExpectFailure(
+        {"list", "all", "--array"}, 1,
+        "getNetSpkListInfo returned -1: the server answered GetNetSpkListInfo with the error org.example.Broken");
     ExpectFailure({"list", "count"}, 1, std::string("GetNetSpkListInfoNumber returned -1: ") + kBroken);
     ExpectFailure({"list", "nodes"}, 1, std::string("GetNetSpkNodeList returned -1: ") + kBroken);
 }

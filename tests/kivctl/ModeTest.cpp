@@ -26,11 +26,20 @@ TEST_F(ModeTest, UiSetTakesNamesAndNumbers)
                      "SetTavrinUIMode(81,)", "SetTavrinUIMode(80,)", "SetTavrinUIMode(-7,)", "GetTavrinUIMode()"}));
 }
 
+TEST_F(ModeTest, NoAnswerIsNotTakenForOne)
+{
+    SetFault("check_dbus_connection", "error", "'org.example.Broken'");
+    for (const char* question : {"enabled", "can-enter"}) {
+        ExpectFailure({"mode", question}, 1, "the network-speaker server answers with the error org.example.Broken");
+    }
+}
+
 TEST_F(ModeTest, AFailedSetIsNamed)
 {
     SetFault("SetTavrinUIMode", "error", "'org.example.Broken'");
     ExpectFailure(
-        {"mode", "ui", "set", "80"}, 1, "SetTavrinUIMode returned -1: the request failed: org.example.Broken");
+        {"mode", "ui", "set", "80"}, 1,
+        "SetTavrinUIMode returned -1: the server answered with the error org.example.Broken");
 }
 
 TEST_F(ModeTest, EntryFlagsStartTheServer)
@@ -55,9 +64,10 @@ TEST_F(ModeTest, AModeThatTheLibraryMakesUpIsAFailure)
              std::pair(Arguments{"mode", "ui", "get"}, "GetTavrinUIMode"),
          }) {
         SetFault(method, "error", "'org.example.Broken'");
-        ExpectFailure(command, 1, method + std::string(" returned 80: the request failed: org.example.Broken"));
+        ExpectFailure(
+            command, 1, method + std::string(" returned 80: the server answered with the error org.example.Broken"));
         SetFault(method, "reply", "<(-1,)>");
-        ExpectFailure(command, 1, method + std::string(" returned 80: the request failed: the server answered -1"));
+        ExpectFailure(command, 1, method + std::string(" returned 80: the server answered -1"));
         SetFault(method, "reply", "<(81,)>");
         ExpectOutput(command, "80 (surround)");
     }
@@ -68,13 +78,16 @@ TEST_F(ModeTest, AnEntryFlagThatTheLibraryMakesUpIsAFailure)
     SetFault("FlagEnableNetworkSpeaker", "error", "'org.example.Broken'");
     SetFault("CanEnterTavrinSettings", "reply", "<('text',)>");
     ExpectFailure(
-        {"mode", "enabled"}, 1, "FlagEnableNetworkSpeaker returned false: the request failed: org.example.Broken");
+        {"mode", "enabled"}, 1,
+        "FlagEnableNetworkSpeaker returned false: the server answered with the error org.example.Broken");
     ExpectFailure(
         {"mode", "can-enter"}, 1,
-        "CanEnterTavrinSettings returned false: the request failed: the answer must be of the D-Bus type (b), got (s)");
+        "CanEnterTavrinSettings returned false: the answer must be of the D-Bus type (b), got (s)");
     // Without an id for this process, nothing more is asked.
     SetFault("check_dbus_connection", "error", "'org.example.Broken'");
-    ExpectFailure({"mode", "enabled"}, 1, "FlagEnableNetworkSpeaker: the network-speaker server cannot be reached");
+    ExpectFailure(
+        {"mode", "enabled"}, 1,
+        "FlagEnableNetworkSpeaker: the network-speaker server answers with the error org.example.Broken");
 }
 
 TEST_F(ModeTest, LinkQuestionsAreAnswered)

@@ -218,10 +218,9 @@ TEST_F(MonitorTest, GoesOnWhenAServerThatComesBackRefuses)
     g_variant_unref(Control("Exit", nullptr));
     EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
     bus_.Activate(kServerName);
-    const std::string line = monitor.ErrLine();
-    EXPECT_TRUE(
-        line.starts_with("kivctl: SubscribeNamServiceCallback returned 0: the request failed: org.example.Broken"))
-        << line;
+    EXPECT_EQ(
+        monitor.ErrLine(),
+        "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken");
     SendEvent(kUnknownEvent, "");
     EXPECT_EQ(EventLine(monitor), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
     EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 0");
@@ -428,15 +427,18 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
     SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
     const Ended ended = Run({"monitor"});
     EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_TRUE(ended.err.starts_with(
-        "kivctl: SubscribeNamServiceCallback returned 0: the request failed: org.example.Broken: "))
-        << ended.err;
-    EXPECT_TRUE(ended.err.ends_with("; kivctl doctor tells why\n")) << ended.err;
+    EXPECT_EQ(
+        ended.err,
+        "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken; "
+        "the server's own log tells why\n");
     // Only the second request, for the Atmos events, is refused.
     g_variant_unref(Control(
         "Fault", g_variant_new_parsed(
                      "('SubscribeNamServiceCallback', {'error': <'org.example.Broken'>, 'every': <uint32 2>})")));
-    ExpectFailure({"monitor"}, 1, "register_atmos_support_cb returned 0: the request failed: org.example.Broken: ");
+    ExpectFailure(
+        {"monitor"}, 1,
+        "register_atmos_support_cb returned 0: the server answered SubscribeNamServiceCallback with the error "
+        "org.example.Broken");
 }
 
 } // namespace

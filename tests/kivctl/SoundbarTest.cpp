@@ -8,7 +8,7 @@ namespace {
 const std::string kSoundbar = "02:4b:49:56:00:b0";
 const std::string kSoundbarBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0";
 const std::string kIpBytes = "0xc0, 0xa8, 0x00, 0x14";
-constexpr const char* kBroken = "the request failed: org.example.Broken";
+constexpr const char* kBroken = "the server answered with the error org.example.Broken";
 constexpr const char* kNoSoundbar = "the server sent nothing usable, which usually means that it has no such soundbar";
 
 class SoundbarTest : public KivctlTest {

@@ -1,5 +1,9 @@
 #include "KivctlTest.h"
 
+#include <sys/stat.h>
+
+#include <csignal>
+
 namespace kiv::ctl {
 namespace {
 
@@ -11,19 +15,44 @@ TEST_F(TimeTest, ACallThatTakesLongerThanItMayIsGivenUp)
     const Ended text = Run({"--timeout", "0.5", "stop"});
     EXPECT_EQ(text.exitCode, 4);
     EXPECT_EQ(text.out, "");
-    EXPECT_EQ(text.err, "kivctl: stop: not done within 500 ms; kivctl doctor tells why\n");
+    EXPECT_EQ(
+        text.err, "kivctl: stop: not done within 500 ms: the server has not answered StopNetworkSpeaker; "
+                  "the server's own log tells why\n");
 
     const Ended json = Run({"stop", "--json", "--timeout", "0.5"});
     EXPECT_EQ(json.exitCode, 4);
-    EXPECT_EQ(Json::parse(json.out), Json({{"command", "stop"}, {"error", "stop: not done within 500 ms"}}));
+    EXPECT_EQ(
+        Json::parse(json.out),
+        Json(
+            {{"command", "stop"},
+             {"error", "stop: not done within 500 ms: the server has not answered StopNetworkSpeaker"}}));
 }
 
 TEST_F(TimeTest, AMonitorMayBeLimitedToo)
 {
     const Ended ended = Run({"--timeout", "0.5", "monitor"});
     EXPECT_EQ(ended.exitCode, 4);
-    EXPECT_NE(ended.err.find("kivctl: monitor: not done within 500 ms; kivctl doctor tells why\n"), std::string::npos)
+    EXPECT_NE(ended.err.find("kivctl: monitor: not done within 500 ms: it waits for events\n"), std::string::npos)
         << ended.err;
+}
+
+TEST_F(TimeTest, SaysWhatItWaitedFor)
+{
+    SetFault("check_dbus_connection", "silent", "true");
+    ExpectFailure(
+        {"--timeout", "0.5", "stop"}, 4,
+        "stop: not done within 500 ms: the server has not answered check_dbus_connection");
+    EXPECT_TRUE(Run({"--timeout", "0.5", "stop"}).err.ends_with("; kivctl doctor tells why\n"));
+
+    kill(bus_.DaemonPid(), SIGSTOP);
+    const Ended stop = Run({"--timeout", "0.5", "stop"});
+    kill(bus_.DaemonPid(), SIGCONT);
+    EXPECT_EQ(
+        stop.err, "kivctl: stop: not done within 500 ms: the system bus does not answer; kivctl doctor tells why\n");
+
+    const std::string fifo = bus_.Directory() / "log";
+    ASSERT_EQ(mkfifo(fifo.c_str(), S_IRUSR | S_IWUSR), 0);
+    ExpectFailure({"--timeout", "0.5", "explain", fifo}, 4, "explain: not done within 500 ms: it waits for its input");
 }
 
 TEST_F(TimeTest, ACallInTimeIsAsWithoutALimit)

@@ -93,8 +93,8 @@ TEST(BusFaultTest, DoctorFindsThem)
         AllOf(HasSubstr("the server answered 7\n"), HasSubstr("problem  client name "), HasSubstr(kAccessDenied)));
 
     const Outcome events = RunScript({"--bus-fault", "deny-events"}, "kivctl doctor");
-    EXPECT_EQ(events.exitCode, 0);
-    EXPECT_THAT(events.output, HasSubstr("note     events "));
+    EXPECT_EQ(events.exitCode, 1);
+    EXPECT_THAT(events.output, AllOf(HasSubstr("problem  events "), HasSubstr(kAccessDenied)));
 
     const Outcome hang = RunScript({"--bus-fault", "hang"}, "kivctl doctor");
     EXPECT_EQ(hang.exitCode, 1);

@@ -139,13 +139,12 @@ TEST(ScenariosTest, DyingServerDiesOfEachThirdStart)
 {
     const std::string start = "kivctl start 02:4b:49:56:00:01; ";
     const std::string played = "the server answered 1 (number of speakers that play now)\n";
-    EXPECT_THAT(
+    EXPECT_EQ(
         OutputIn("dying-server", start + start + start + start),
-        AllOf(
-            StartsWith(
-                played + played + Failed("StartNetworkSpeaker") +
-                "-1: the request failed: org.freedesktop.DBus.Error.NoReply: "),
-            EndsWith("\n" + played)));
+        played + played + Failed("StartNetworkSpeaker") +
+            "-1: the bus answered with the error org.freedesktop.DBus.Error.NoReply: Message recipient disconnected "
+            "from message bus without replying; the server's own log tells why\n" +
+            played);
 }
 
 TEST(ScenariosTest, DyingServerComesBack)

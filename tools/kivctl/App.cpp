@@ -83,7 +83,9 @@ void AddCommand(CLI::App& parent, const std::string& prefix, const Command& comm
         app->footer("Example:\n  " + example);
     }
     if (command.declare != nullptr) {
-        app->callback([&choice, name, action = command.declare(*app)] { choice = {name, action}; });
+        app->callback([&choice, name, action = command.declare(*app), asks = command.asks] {
+            choice = {name, action, asks};
+        });
         return;
     }
     app->require_subcommand(0, 1);

@@ -13,6 +13,7 @@ namespace kiv::ctl {
 struct Choice {
     std::string name;
     Action action;
+    Asks asks = Asks::kNobody;
 };
 
 // What the command line says.

@@ -32,8 +32,8 @@ GDBusConnection* ConnectToSystemBus(GError** error, GCancellable* cancellable)
 GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments, GError** error)
 {
     return g_dbus_connection_call_sync(
-        bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method, arguments, nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error);
+        bus, kBusName, "/org/freedesktop/DBus", kBusName, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+        nullptr, error);
 }
 
 bool StartServer(GDBusConnection* bus, GError** error)
@@ -46,10 +46,30 @@ bool StartServer(GDBusConnection* bus, GError** error)
     return reply != nullptr;
 }
 
-bool StartServer()
+bool StartServer(std::string& reason)
 {
-    g_autoptr(GDBusConnection) bus = ConnectToSystemBus(nullptr);
-    return bus != nullptr && StartServer(bus, nullptr);
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GDBusConnection) bus = ConnectToSystemBus(&error);
+    if (bus != nullptr && StartServer(bus, &error)) {
+        return true;
+    }
+    reason = ErrorText(error);
+    return false;
+}
+
+std::string NamedError(const std::string& name, const std::string& text)
+{
+    return text.empty() ? name : fmt::format("{}: {}", name, text);
+}
+
+std::string ErrorText(GError* error)
+{
+    g_autofree char* name = g_dbus_error_get_remote_error(error);
+    if (name == nullptr) {
+        return error->message;
+    }
+    g_dbus_error_strip_remote_error(error);
+    return NamedError(name, error->message);
 }
 
 std::string OwnerOf(GDBusConnection* bus, const std::string& name)

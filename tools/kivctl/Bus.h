@@ -6,6 +6,7 @@
 
 namespace kiv::ctl {
 
+inline constexpr const char* kBusName = "org.freedesktop.DBus";
 inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 inline constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
 
@@ -29,7 +30,14 @@ GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments,
 
 // Has the bus start the server unless it runs. Returns whether it runs now.
 bool StartServer(GDBusConnection* bus, GError** error);
-bool StartServer();
+// The same over a connection of its own. The reason is that of a failure.
+bool StartServer(std::string& reason);
+
+// A D-Bus error: "NAME: TEXT", and the name alone if there is no text.
+std::string NamedError(const std::string& name, const std::string& text);
+
+// The same of an error that GLib gives; its text alone if D-Bus has no name for it.
+std::string ErrorText(GError* error);
 
 // The connection that owns a name, and its process; empty and 0 if nobody does.
 std::string OwnerOf(GDBusConnection* bus, const std::string& name);

@@ -1,6 +1,6 @@
 #include "CallLog.h"
 
-#include "LogLines.h"
+#include "CallWatch.h"
 #include "src/platform/Platform.h"
 
 #include <dlfcn.h>
@@ -21,8 +21,6 @@ using PlatformsPrint = int (*)(int logId, int priority, const char* tag, const c
 // The platform's numbers.
 constexpr int kInfoPriority = 4;
 constexpr int kErrorPriority = 6;
-
-constexpr const char* kBusSilent = "the bus did not tell whether the server runs: ";
 
 // The library logs at exit, too, when objects that have a destructor are gone.
 struct LastCall {
@@ -56,36 +54,23 @@ std::vector<std::string> InBrackets(std::string_view text)
     return texts;
 }
 
-// The reason of "[NAM_API] Error: method [%s],[%s]...", which may have brackets itself, and what it means.
-std::string ReasonOfError(const std::string& text)
+// The reason of "[NAM_API] Error: method [%s],[%s]...", which may have brackets itself.
+std::string ReasonOfError(std::string_view text)
 {
     constexpr std::string_view kBegin = "],[";
     constexpr std::string_view kEnd = "]...";
-    constexpr std::string_view kGlibsPrefix = "GDBus.Error:";
     const size_t begin = text.find(kBegin) + kBegin.size();
-    std::string reason = text.substr(begin, text.rfind(kEnd) - begin);
-    if (reason.starts_with(kGlibsPrefix)) {
-        reason.erase(0, kGlibsPrefix.size());
-    }
-    const LogLine* line = FindLogLine("MethodCall", text);
-    return line == nullptr ? reason : fmt::format("{} ({})", reason, line->meaning);
+    return std::string(text.substr(begin, text.rfind(kEnd) - begin));
 }
 
-void ReadError(const std::string& text)
+void ReadError(std::string_view text)
 {
-    const auto has = [&text](std::string_view part) { return text.find(part) != std::string::npos; };
+    const auto has = [text](std::string_view part) { return text.find(part) != std::string_view::npos; };
     if (has("request launch kiv-service")) {
         t_lastCall.firstAttemptFailed = true;
+        KeepFirstAttempt();
     } else if (has(" Error: method [")) {
-        SetCallReason(ReasonOfError(text));
-    } else if (text.starts_with("Failed to get uid [")) {
-        SetCallReason(kBusSilent + InBrackets(text).front());
-    } else if (text.starts_with("!!! ERROR ") && has(" not exist")) {
-        if (!std::string_view(t_lastCall.reason.data()).starts_with(kBusSilent)) {
-            SetCallReason("the server has gone");
-        }
-    } else if (has("m_pConnection is NULL")) {
-        SetCallReason("the connection to the bus is lost");
+        SetCallReason(fmt::format("the library has not sent the request: {}", ReasonOfError(text)));
     } else if (has(" expected, [") && !has("[NameHasOwner]")) {
         const std::vector<std::string> parts = InBrackets(text);
         SetCallFailure(fmt::format("the answer must be of the D-Bus type {}, got {}", parts[2], parts[3]));
@@ -108,7 +93,7 @@ void ReadLogLine(int priority, std::string_view line)
     if (priority == kInfoPriority && text.starts_with(">>> API Start")) {
         t_lastCall = {};
     } else if (priority == kErrorPriority) {
-        ReadError(std::string(text));
+        ReadError(text);
     }
 }
 

@@ -6,12 +6,13 @@
 namespace kiv::ctl {
 
 /*
- * The library tells only its log why a call failed, and of a function that returns nothing even whether it did. kivctl
- * therefore defines the platform's log function, reads each line on its way and passes it on. So it sees the lines that
- * the platform does not print, too.
+ * The library tells only its log whether a call failed, for example one that returns nothing. kivctl therefore defines
+ * the platform's log function, reads each line on its way and passes it on. So it sees the lines that the platform does
+ * not print, too. CallWatch.h has the reason if the bus or the server did not answer as usual.
  */
 
-// Why the request of this thread's last call failed. Nothing if the server answered it, or if it was not sent.
+// Whether the request of this thread's last call failed, and the library's own reason: an answer that it cannot take,
+// or a request that it does not send. Nothing if it took the answer, or if it did not reach the server.
 std::optional<std::string> RequestFailure();
 
 // Whether the first attempt of this thread's last call did not reach the server.

@@ -2,6 +2,8 @@
 
 #include "Alarm.h"
 #include "Bus.h"
+#include "Feature.h"
+#include "MainLoop.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -11,8 +13,8 @@
 #include <array>
 #include <atomic>
 #include <cstring>
-#include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace kiv::ctl {
@@ -31,6 +33,14 @@ constexpr const char* kInstallPolicy =
     "put share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf where the bus reads its policies, reload the bus, and "
     "run as a user whom the policy takes for a client";
 constexpr const char* kSeeTheServersLog = "look into the server's own log, and start it by hand to see what it says";
+constexpr const char* kMakeBus =
+    "start the system bus, name one in DBUS_SYSTEM_BUS_ADDRESS, or bring one: kiv-sandbox -- kivctl doctor";
+constexpr const char* kWakeTheBus = "the bus daemon hangs, and the calls of applications with it: wake it if it is "
+                                    "stopped (state T in ps; kill -CONT), "
+                                    "see its log, or restart it";
+constexpr const char* kMendFeature =
+    "on a machine that is no TV, have the file that KIV_SYSTEM_INFO_FILE names say kiv_multi_ch_support=true in its "
+    "section [com.molvane/featureconf]";
 constexpr const char* kSeeTheLibrarysLog = "see the library's log: kivctl --verbose doctor";
 
 bool IsDenied(const GError* error)
@@ -38,52 +48,104 @@ bool IsDenied(const GError* error)
     return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED) != FALSE;
 }
 
+bool IsSilence(const GError* error)
+{
+    return g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE ||
+           g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
+}
+
+// Whether the peer that was called has answered itself. The bus answers for one that has gone.
+bool IsAnswer(const GError* error)
+{
+    return g_dbus_error_is_remote_error(error) != FALSE && !IsDenied(error) &&
+           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) == FALSE &&
+           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) == FALSE &&
+           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER) == FALSE;
+}
+
+std::string NoAnswer(int limitMs)
+{
+    return fmt::format("no answer within {} s", limitMs / 1000);
+}
+
 // A D-Bus error keeps its name, and a missing answer is told with the limit that it had.
 std::string ReasonOf(GError* error, int limitMs)
 {
-    g_autofree char* name = g_dbus_error_get_remote_error(error);
-    if (name != nullptr) {
-        g_dbus_error_strip_remote_error(error);
-        return fmt::format("{}: {}", name, error->message);
-    }
-    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE ||
-        g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE) {
-        return fmt::format("no answer within {} s", limitMs / 1000);
-    }
-    return error->message;
+    return IsSilence(error) ? NoAnswer(limitMs) : ErrorText(error);
 }
 
-// Runs the main context until the condition holds, or for the limit. Returns whether it holds.
-bool WaitUntil(const std::function<bool()>& holds)
+// A call of the bus itself that failed.
+Finding BusProblem(const std::string& what, GError* error, const char* advice)
 {
-    bool tooLate = false;
-    const guint timer = g_timeout_add(
-        kEndpointLimitMs,
-        [](gpointer late) -> gboolean {
-            *static_cast<bool*>(late) = true;
-            return G_SOURCE_CONTINUE;
-        },
-        &tooLate);
-    while (!holds() && !tooLate) {
-        g_main_context_iteration(nullptr, TRUE);
+    if (IsSilence(error)) {
+        return {State::kProblem, "the bus does not answer: " + NoAnswer(kBusLimitMs), kWakeTheBus, true};
     }
-    g_source_remove(timer);
-    return holds();
+    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CLOSED) != FALSE) {
+        return {State::kProblem, "the connection to the bus is lost", kMakeBus, true};
+    }
+    return {State::kProblem, fmt::format("{}: {}", what, ErrorText(error)), advice};
+}
+
+// A call of a peer on the bus that failed. The subject begins a sentence.
+std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
+{
+    return IsAnswer(error) ? fmt::format("{} answers with the error {}", peer, ErrorText(error))
+                           : fmt::format("{} cannot be asked: {}", peer, ReasonOf(error, limitMs));
+}
+
+std::optional<unsigned> UidOf(GDBusConnection* bus, const char* name)
+{
+    g_autoptr(GVariant) reply = CallBus(bus, "GetConnectionUnixUser", g_variant_new("(s)", name), nullptr);
+    if (reply == nullptr) {
+        return std::nullopt;
+    }
+    unsigned uid = 0;
+    g_variant_get(reply, "(u)", &uid);
+    return uid;
 }
 
 std::string UserOf(GDBusConnection* bus, const char* name)
 {
-    g_autoptr(GVariant) reply = CallBus(bus, "GetConnectionUnixUser", g_variant_new("(s)", name), nullptr);
-    if (reply == nullptr) {
+    const std::optional<unsigned> uid = UidOf(bus, name);
+    if (!uid) {
         return "unknown";
     }
-    unsigned uid = 0;
-    g_variant_get(reply, "(u)", &uid);
     std::array<char, 4096> texts{};
     passwd entry{};
     passwd* found = nullptr;
-    getpwuid_r(uid, &entry, texts.data(), texts.size(), &found);
-    return found != nullptr ? found->pw_name : fmt::format("{}", uid);
+    getpwuid_r(*uid, &entry, texts.data(), texts.size(), &found);
+    return found != nullptr ? found->pw_name : fmt::format("{}", *uid);
+}
+
+// The policy knows users. What it denies to this process it denies to a server of the same user.
+bool IsServersUser(GDBusConnection* bus)
+{
+    const std::optional<unsigned> own = UidOf(bus, g_dbus_connection_get_unique_name(bus));
+    return own && own == UidOf(bus, kServerName);
+}
+
+// An event that the bus has not let through.
+Finding DeniedEvent(GDBusConnection* bus, GError* error)
+{
+    const std::string user = UserOf(bus, kServerName);
+    // dbus-daemon says "Rejected send message" otherwise.
+    const bool isReceiver = std::strstr(error->message, "Rejected receive message") != nullptr;
+    if (!isReceiver && !IsServersUser(bus)) {
+        return {
+            State::kNote, "the bus lets this user send none, which is as it should be for all but the server",
+            fmt::format("run this as {}, the server's user, to see whether events arrive", user)};
+    }
+    return {
+        State::kProblem,
+        fmt::format(
+            "the bus lets {}: {}",
+            isReceiver ? "this user receive none" : fmt::format("{}, the server's user, send none", user),
+            ErrorText(error)),
+        fmt::format(
+            "have the policy of the bus let {} send nam_notify_subscriber, and clients receive it, as "
+            "share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf does for the server's user that it was built with "
+            "(KIV_SERVER_USER)",
+            user)};
 }
 
 std::atomic<bool> g_eventCame = false;
@@ -113,14 +175,16 @@ Finding Checks::Feature()
 {
     const bool disabled = GetWhetherKivDisabled();
     if (!g_GetSystemVal) {
+        const std::string why = WhyFeatureIsUnknown();
         return {
-            State::kNote, "whether this device has network speakers cannot be read; it counts as yes",
-            "on a machine that is no TV, name a feature file in KIV_SYSTEM_INFO_FILE"};
+            State::kNote,
+            fmt::format(
+                "whether this device has network speakers cannot be read, which counts as yes{}{}",
+                why.empty() ? "" : ": ", why),
+            kMendFeature};
     }
     if (disabled) {
-        return {
-            State::kProblem, "this device has no network speakers; the library sends nothing",
-            "on a machine that is no TV, set kiv_multi_ch_support=true in the file that KIV_SYSTEM_INFO_FILE names"};
+        return {State::kProblem, "this device has no network speakers; the library sends nothing", kMendFeature};
     }
     return {State::kOk, "this device has network speakers"};
 }
@@ -134,13 +198,18 @@ Finding Checks::Bus()
         const Alarm alarm(std::chrono::milliseconds(kConnectLimitMs), [&] { g_cancellable_cancel(cancellable); });
         bus_ = ConnectToSystemBus(&error, cancellable);
     }
-    if (bus_ == nullptr) {
-        return {
-            State::kProblem, "cannot be reached: " + ReasonOf(error, kConnectLimitMs),
-            "start the system bus, name one in DBUS_SYSTEM_BUS_ADDRESS, or bring one: kiv-sandbox -- kivctl doctor"};
-    }
     g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    return {State::kOk, fmt::format("reached at {}", address)};
+    if (bus_ != nullptr) {
+        return {State::kOk, fmt::format("reached at {}", address)};
+    }
+    if (IsSilence(error)) {
+        return {
+            State::kProblem, fmt::format("does not answer at {}: {}", address, NoAnswer(kConnectLimitMs)), kWakeTheBus};
+    }
+    if (g_dbus_error_is_remote_error(error) != FALSE) {
+        return {State::kProblem, "answers with the error " + ErrorText(error), "see the log of the bus daemon"};
+    }
+    return {State::kProblem, fmt::format("cannot be reached: {}", error->message), kMakeBus};
 }
 
 Finding Checks::ClientName()
@@ -149,19 +218,23 @@ Finding Checks::ClientName()
     g_autoptr(GError) error = nullptr;
     g_autoptr(GVariant) reply = CallBus(bus_, "RequestName", g_variant_new("(su)", name.c_str(), kDoNotQueue), &error);
     if (reply == nullptr) {
-        return {State::kProblem, "may not be owned: " + ReasonOf(error, kBusLimitMs), kInstallPolicy};
+        return BusProblem("may not be owned", error, kInstallPolicy);
     }
     return {State::kOk, "the bus lets this user own one"};
 }
 
 Finding Checks::Activation()
 {
-    g_autoptr(GVariant) reply = CallBus(bus_, "ListActivatableNames", nullptr, nullptr);
-    g_autofree const char** names = nullptr;
-    if (reply != nullptr) {
-        g_variant_get(reply, "(^a&s)", &names);
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GVariant) reply = CallBus(bus_, "ListActivatableNames", nullptr, &error);
+    if (reply == nullptr) {
+        Finding finding = BusProblem("the bus does not tell what it can start", error, "see the policy of the bus");
+        finding.state = finding.isOfBus ? State::kProblem : State::kNote;
+        return finding;
     }
-    if (names != nullptr && g_strv_contains(names, kServerName)) {
+    g_autofree const char** names = nullptr;
+    g_variant_get(reply, "(^a&s)", &names);
+    if (g_strv_contains(names, kServerName)) {
         return {State::kOk, "the bus can start the server"};
     }
     const bool runs = !OwnerOf(bus_, kServerName).empty();
@@ -197,7 +270,7 @@ Finding Checks::Call()
     if (reply == nullptr) {
         const bool denied = IsDenied(error);
         return {
-            State::kProblem, "the server cannot be asked: " + ReasonOf(error, kServerLimitMs),
+            State::kProblem, PeerFailed("the server", error, kServerLimitMs),
             denied ? kInstallPolicy : kSeeTheServersLog};
     }
     if (!g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
@@ -249,7 +322,7 @@ Finding Checks::Endpoint()
     };
     const guint watch = g_bus_watch_name_on_connection(
         bus_, client.name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, onOwned, nullptr, &owned, nullptr);
-    const bool isServed = WaitUntil([&owned] { return owned; });
+    const bool isServed = WaitUntil([&owned] { return owned; }, std::chrono::milliseconds(kEndpointLimitMs));
     g_bus_unwatch_name(watch);
     if (!isServed) {
         return {State::kProblem, client.name + " has no owner: the library serves no object", kSeeTheLibrarysLog};
@@ -272,16 +345,12 @@ Finding Checks::Events()
         bus_, client.name.c_str(), client.path.c_str(), client.interface.c_str(), "nam_notify_subscriber", TestEvent(),
         nullptr, G_DBUS_CALL_FLAGS_NONE, kEndpointLimitMs, nullptr, &error);
     if (reply == nullptr && IsDenied(error)) {
-        return {
-            State::kNote, "the bus lets this user send none, which is as it should be for all but the server",
-            "run this as the server's user to see whether events arrive"};
+        return DeniedEvent(bus_, error);
     }
     if (reply == nullptr) {
-        return {
-            State::kProblem, "the library does not answer one: " + ReasonOf(error, kEndpointLimitMs),
-            kSeeTheLibrarysLog};
+        return {State::kProblem, PeerFailed("the library", error, kEndpointLimitMs), kSeeTheLibrarysLog};
     }
-    if (!WaitUntil([] { return g_eventCame.load(); })) {
+    if (!WaitUntil([] { return g_eventCame.load(); }, std::chrono::milliseconds(kEndpointLimitMs))) {
         return {State::kProblem, "one that was sent did not arrive", kSeeTheLibrarysLog};
     }
     return {State::kOk, "one that was sent arrived"};
@@ -297,19 +366,46 @@ void Checks::Unsubscribe()
 const std::vector<Check>& AllChecks()
 {
     static const std::vector<Check> checks = {
-        {"feature", nullptr, {}, &Checks::Feature},
-        {"bus", "connecting to the bus, up to 8 s", {}, &Checks::Bus},
-        {"client name", "asking the bus for a client's name, up to 25 s", {"bus"}, &Checks::ClientName},
-        {"activation", "asking the bus what it can start, up to 25 s", {"bus"}, &Checks::Activation},
-        {"server", "starting the server unless it runs, up to 25 s", {"activation"}, &Checks::Server},
-        {"call", "asking the server, up to 8 s", {"server"}, &Checks::Call},
-        {"client id", nullptr, {"call"}, &Checks::ClientId},
+        {"feature", "reading whether this device has network speakers", 0, {}, &Checks::Feature, kMendFeature},
+        {"bus", "connecting to the bus", kConnectLimitMs / 1000, {}, &Checks::Bus, kWakeTheBus},
+        {"client name",
+         "asking the bus for a client's name",
+         kBusLimitMs / 1000,
+         {"bus"},
+         &Checks::ClientName,
+         kWakeTheBus},
+        {"activation",
+         "asking the bus what it can start",
+         kBusLimitMs / 1000,
+         {"bus"},
+         &Checks::Activation,
+         kWakeTheBus},
+        {"server",
+         "starting the server unless it runs",
+         kBusLimitMs / 1000,
+         {"bus", "activation"},
+         &Checks::Server,
+         kSeeTheServersLog},
+        {"call", "asking the server", kServerLimitMs / 1000, {"server"}, &Checks::Call, kSeeTheServersLog},
+        {"client id", "looking at the client id", 0, {"call"}, &Checks::ClientId, ""},
         {"subscription",
-         "having the library subscribe, up to 32 s",
+         "having the library subscribe",
+         32,
          {"feature", "client name", "client id"},
-         &Checks::Subscription},
-        {"endpoint", "waiting for the library to serve its object, up to 5 s", {"subscription"}, &Checks::Endpoint},
-        {"events", "sending the library an event, up to 10 s", {"endpoint"}, &Checks::Events},
+         &Checks::Subscription,
+         kSeeTheServersLog},
+        {"endpoint",
+         "waiting for the library to serve its object",
+         kEndpointLimitMs / 1000,
+         {"subscription"},
+         &Checks::Endpoint,
+         kSeeTheLibrarysLog},
+        {"events",
+         "sending the library an event",
+         2 * kEndpointLimitMs / 1000,
+         {"endpoint"},
+         &Checks::Events,
+         kSeeTheLibrarysLog},
     };
     return checks;
 }

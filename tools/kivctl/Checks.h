@@ -15,6 +15,7 @@ struct Finding {
     State state;
     std::string text;
     std::string advice = {};
+    bool isOfBus = false; // the bus itself does not answer any more, so no other check of it makes sense
 };
 
 // The steps of the way that calls and events take. A step needs earlier ones to have succeeded, and kChecks names them.
@@ -49,15 +50,18 @@ private:
 
 struct Check {
     const char* subject;
-    const char* pending; // the wait and its limit; null for a check that asks nobody
+    const char* pending; // what is awaited
+    int limitSeconds;    // of the wait; 0 for a check that asks nobody
     std::vector<const char*> needs;
     Finding (Checks::*examine)();
+    const char* adviceIfSlow; // where the wait lasts
 };
 
 // In the order in which they are made.
 const std::vector<Check>& AllChecks();
 
 // The wait of Unsubscribe.
-inline constexpr const char* kUnsubscribePending = "taking the subscription back, up to 24 s";
+inline constexpr const char* kUnsubscribePending = "taking the subscription back";
+inline constexpr int kUnsubscribeLimitSeconds = 24;
 
 } // namespace kiv::ctl

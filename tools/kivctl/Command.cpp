@@ -1,46 +1,146 @@
 #include "Command.h"
 
 #include "CallLog.h"
+#include "CallWatch.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
 
+#include <optional>
 #include <utility>
 
 namespace kiv::ctl {
 namespace {
 
-constexpr const char* kRefused =
-    "the server answered so, which usually means that it refuses, or knows no such speaker (kivctl list nodes)";
+using Outcome = SeenCall::Outcome;
+
+constexpr const char* kIdMethod = "check_dbus_connection"; // the first call on the server
+constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
+constexpr const char* kBusIsSilent = "the system bus does not answer";
+constexpr const char* kConnectionIsLost = "the connection to the system bus is lost";
 
 struct Reason {
     ExitCode exitCode;
     std::string text;
+    std::string advice;
 };
 
-Reason WhyNotSent()
+bool Is(const std::optional<SeenCall>& call, Outcome outcome)
 {
-    if (GetWhetherKivDisabled()) {
-        return {kNoNetworkSpeakers, "this device has no network speakers"};
-    }
-    return {kFailed, "the network-speaker server cannot be reached"};
+    return call && call->outcome == outcome;
 }
 
-// The reason is that of a call which got an answer.
-Reason WhyFailed(const char* reason)
+std::string BusDoesNotTell(const SeenCalls& seen)
+{
+    return "the bus does not tell whether the server runs: " + seen.ownerQuery->error;
+}
+
+// Why the library has not reached the server. A command that has not called the library has a reason of its own.
+std::string WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
+{
+    const auto unreachable = [](const std::string& reason) {
+        return fmt::format("the network-speaker server cannot be reached{}{}", reason.empty() ? "" : ": ", reason);
+    };
+    if (!seen.noBus.empty()) {
+        return unreachable("no connection to the system bus: " + seen.noBus);
+    }
+    if (seen.lost) {
+        return unreachable(kConnectionIsLost);
+    }
+    if (Is(seen.ownerQuery, Outcome::kUnanswered)) {
+        return kBusIsSilent;
+    }
+    if (Is(seen.ownerQuery, Outcome::kError)) {
+        return unreachable(BusDoesNotTell(seen));
+    }
+    if (!seen.server) {
+        return unreachable(ownReason);
+    }
+    switch (seen.server->outcome) {
+    case Outcome::kUnanswered:
+        return "the network-speaker server does not answer";
+    case Outcome::kError:
+        return seen.server->isOfBus ? unreachable(seen.server->error)
+                                    : "the network-speaker server answers with the error " + seen.server->error;
+    default:
+        return fmt::format("the network-speaker server answers {} where a client id is due", seen.server->type);
+    }
+}
+
+// Why a request failed that the library has sent, or would have sent, over a server that it had reached.
+Reason WhyRequestFailed(const std::string& function, const std::string& libraryReason, const SeenCalls& seen)
+{
+    if (seen.lost) {
+        return {kFailed, kConnectionIsLost, kDoctorTellsWhy};
+    }
+    if (Is(seen.ownerQuery, Outcome::kUnanswered)) {
+        return {kFailed, kBusIsSilent, kDoctorTellsWhy};
+    }
+    if (Is(seen.ownerQuery, Outcome::kError)) {
+        return {kFailed, BusDoesNotTell(seen), kDoctorTellsWhy};
+    }
+    if (seen.serverGone) {
+        return {kFailed, "the server has gone", kServersLogTellsWhy};
+    }
+    if (!seen.server || seen.server->method == kIdMethod) {
+        return {kFailed, libraryReason, "--verbose shows the library's log"};
+    }
+    // A function may make several requests.
+    const std::string method = seen.server->method == function ? "" : seen.server->method + ' ';
+    switch (seen.server->outcome) {
+    case Outcome::kUnanswered:
+        return {kFailed, fmt::format("the server has not answered {}in time", method), kServersLogTellsWhy};
+    case Outcome::kError:
+        return {
+            kFailed,
+            fmt::format(
+                "the {} answered {}with the error {}", seen.server->isOfBus ? "bus" : "server", method,
+                seen.server->error),
+            seen.server->error.starts_with(kDenied) ? "have the policy of the bus allow it" : kServersLogTellsWhy};
+    default:
+        return {kFailed, libraryReason, kServersLogTellsWhy};
+    }
+}
+
+Reason WhyNotSent(const SeenCalls& seen, const std::string& ownReason)
+{
+    if (GetWhetherKivDisabled()) {
+        return {kNoNetworkSpeakers, "this device has no network speakers", ""};
+    }
+    return {kFailed, WhyNotReached(seen, ownReason), kDoctorTellsWhy};
+}
+
+// The refusal is that of a request which got its answer.
+Reason WhyFailed(const char* function, const Refusal& refusal)
 {
     if (!ServerReached()) {
-        return WhyNotSent();
+        return WhyNotSent(CallsSeen(), "");
     }
     const auto failure = RequestFailure();
-    return {kFailed, failure ? fmt::format("the request failed: {}", *failure) : reason};
+    return failure ? WhyRequestFailed(function, *failure, CallsSeen())
+                   : Reason{kFailed, refusal.reason, refusal.advice};
+}
+
+// What a command waits for.
+Reason WhyNotDone(const SeenCalls& seen)
+{
+    if (seen.connecting || Is(seen.ownerQuery, Outcome::kUnanswered)) {
+        return {kTimedOut, kBusIsSilent, kDoctorTellsWhy};
+    }
+    if (!Is(seen.server, Outcome::kUnanswered)) {
+        return {kTimedOut, seen.server ? "it waits for events" : "it has not come to ask the server", ""};
+    }
+    const bool isFirst = seen.server->method == kIdMethod;
+    return {
+        kTimedOut, fmt::format("the server has not answered {}", seen.server->method),
+        isFirst ? kDoctorTellsWhy : kServersLogTellsWhy};
 }
 
 Result Fail(const std::string& what, const Reason& reason, Json fields)
 {
-    std::string text = fmt::format("{}: {}", what, reason.text);
+    std::string text = reason.text.empty() ? what : fmt::format("{}: {}", what, reason.text);
     fields["error"] = text;
-    return {reason.exitCode, std::move(text), std::move(fields)};
+    return {reason.exitCode, std::move(text), std::move(fields), reason.advice};
 }
 
 } // namespace
@@ -50,26 +150,25 @@ Result Done(std::string text, Json fields)
     return {kDone, std::move(text), std::move(fields)};
 }
 
-Result Failed(const char* function, const Json& value, const char* reason)
+Result Failed(const char* function, const Json& value, const Refusal& refusal)
 {
     return Fail(
-        fmt::format("{} returned {}", function, value.dump()), WhyFailed(reason == nullptr ? kRefused : reason),
-        {{"result", value}});
+        fmt::format("{} returned {}", function, value.dump()), WhyFailed(function, refusal), {{"result", value}});
 }
 
-Result Answered(const char* function, int value, const char* meaning)
+Result Answered(const char* function, int value, const char* meaning, const Refusal& refusal)
 {
     if (value == -1 || CallFailed()) {
-        return Failed(function, value);
+        return Failed(function, value, refusal);
     }
     return Done(
         fmt::format("the server answered {}{}", value, *meaning == '\0' ? "" : fmt::format(" ({})", meaning)),
         {{"result", value}});
 }
 
-Result AnsweredNotZero(const char* function, int value, const char* meaning)
+Result AnsweredNotZero(const char* function, int value, const char* meaning, const Refusal& refusal)
 {
-    return value == 0 ? Failed(function, value) : Answered(function, value, meaning);
+    return value == 0 ? Failed(function, value, refusal) : Answered(function, value, meaning, refusal);
 }
 
 Result AnsweredYesOrNo(const char* function, bool value, const char* yes, const char* no)
@@ -79,12 +178,21 @@ Result AnsweredYesOrNo(const char* function, bool value, const char* yes, const 
 
 Result Sent(const char* function)
 {
-    return CallFailed() ? Fail(function, WhyFailed(""), Json::object()) : Done("sent", {{"sent", true}});
+    return CallFailed() ? Fail(function, WhyFailed(function, {}), Json::object()) : Done("sent", {{"sent", true}});
 }
 
-Result NotSent(const char* function)
+Result NotSent(const char* function, const std::string& reason)
 {
-    return Fail(function, WhyNotSent(), Json::object());
+    return Fail(
+        function, WhyNotSent(FirstAttemptFailed() ? CallsSeenInFirstAttempt() : CallsSeen(), reason), Json::object());
+}
+
+Result TimedOut(const std::string& command, std::chrono::milliseconds limit, Asks asks)
+{
+    return Fail(
+        fmt::format("{}: not done within {} ms", command, limit.count()),
+        asks == Asks::kNobody ? Reason{kTimedOut, "it waits for its input", ""} : WhyNotDone(CallsSeen()),
+        Json::object());
 }
 
 bool ServerReached()

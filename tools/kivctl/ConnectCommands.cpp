@@ -47,8 +47,10 @@ Result ConnectNew(const NewArguments& arguments)
     return arguments.outdoor
                ? Answered(
                      "AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor(macs.data(), count),
-                     kNewlyConnected)
-               : Answered("AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count), kNewlyConnected);
+                     kNewlyConnected, kUnknownSpeaker)
+               : Answered(
+                     "AutoConnectNewSpeakers", AutoConnectNewSpeakers(macs.data(), count), kNewlyConnected,
+                     kUnknownSpeaker);
 }
 
 Action New(CLI::App& app)
@@ -107,13 +109,15 @@ Result StartById(const ByIdArguments& arguments)
 {
     const auto& [first, second, third, id] = arguments;
     if (!id) {
-        return AnsweredNotZero("StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third), kPlaying);
+        return AnsweredNotZero(
+            "StartNetworkSpeakerByID", StartNetworkSpeakerByID(first, second, third), kPlaying, kUnknownSpeaker);
     }
     if (id->size() < kIdLength) {
         throw BadArguments(fmt::format("the identifier must have {} characters or more, got \"{}\"", kIdLength, *id));
     }
     return AnsweredNotZero(
-        "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third), kPlaying);
+        "Vireon_StartNetworkSpeakerByID", Vireon_StartNetworkSpeakerByID(id->c_str(), first, second, third), kPlaying,
+        kUnknownSpeaker);
 }
 
 CLI::Option* AddId(CLI::App& app, const char* name, std::optional<std::string>& id)
@@ -156,10 +160,10 @@ Action Group(CLI::App& app)
 Result AskType(const TypeArguments& arguments)
 {
     if (arguments.id) {
-        return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(*arguments.id));
+        return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(*arguments.id), "", kUnknownSpeaker);
     }
     std::vector<STNetSpkConfig> list = SpeakersOf(arguments.speakers);
-    return Answered("GetSpksConnectionType", GetSpksConnectionType(&list));
+    return Answered("GetSpksConnectionType", GetSpksConnectionType(&list), "", kUnknownSpeaker);
 }
 
 Action Type(CLI::App& app)

@@ -1,33 +1,15 @@
 #include "Command.h"
 #include "Doctor.h"
 #include "Explain.h"
+#include "Feature.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
-#include <glib.h>
 
-#include <cstdlib>
+#include <memory>
 
 namespace kiv::ctl {
 namespace {
-
-// Why the stand-in for the TV platform finds no answer in the file that is named to it. Empty if there is none.
-std::string WhyUnreadable()
-{
-    constexpr const char* kGroup = "com.molvane/featureconf";
-    constexpr const char* kKey = "kiv_multi_ch_support";
-    const char* file = std::getenv("KIV_SYSTEM_INFO_FILE");
-    if (file == nullptr || *file == '\0') {
-        return {};
-    }
-    g_autoptr(GKeyFile) features = g_key_file_new();
-    g_autoptr(GError) error = nullptr;
-    g_autofree char* value = g_key_file_load_from_file(features, file, G_KEY_FILE_NONE, &error) == FALSE
-                                 ? nullptr
-                                 : g_key_file_get_value(features, kGroup, kKey, &error);
-    return value == nullptr ? fmt::format(": {}: {}", file, error->message)
-                            : fmt::format(": {}: {} must be true or false, got \"{}\"", file, kKey, value);
-}
 
 Action Enabled(CLI::App&)
 {
@@ -36,7 +18,9 @@ Action Enabled(CLI::App&)
             return Result{kNoNetworkSpeakers, "no", {{"result", false}}};
         }
         if (!g_GetSystemVal) {
-            const std::string reason = "it cannot be read, which counts as yes" + WhyUnreadable();
+            const std::string why = WhyFeatureIsUnknown();
+            const std::string reason =
+                fmt::format("it cannot be read, which counts as yes{}{}", why.empty() ? "" : ": ", why);
             return Done("yes: " + reason, {{"result", true}, {"reason", reason}});
         }
         return Done("yes", {{"result", true}});
@@ -49,6 +33,18 @@ Action Disabled(CLI::App&)
         const bool disabled = GetWhetherKivDisabled();
         return Done(disabled ? "yes" : "no", {{"result", disabled}});
     };
+}
+
+Action Doctor(CLI::App&)
+{
+    return [](const Output& output) { return Examine(output); };
+}
+
+Action ExplainLog(CLI::App& app)
+{
+    const auto file = std::make_shared<std::string>("-");
+    app.add_option("FILE", *file, "The log; - or none for stdin")->type_name("");
+    return [file](const Output& output) { return Explain(*file, output); };
 }
 
 Action Sizes(CLI::App&)
@@ -69,18 +65,23 @@ std::vector<Command> DeviceCommands()
     return {
         {"doctor",
          "Tell what works, what does not, and what to do about it; starts the server, and subscribes for a moment",
-         [](CLI::App&) -> Action { return [](const Output& output) { return Examine(output); }; }},
-        {"explain", "Read a log from stdin, and tell below each line of the library's what it means and what to do",
-         [](CLI::App&) -> Action { return [](const Output& output) { return Explain(output); }; }},
-        {"enabled", "Tell whether this device has network speakers", Enabled},
-        {"sizes", "Show the sizes of the exported speaker records, in bytes", Sizes},
+         Doctor,
+         {},
+         Asks::kNobody},
+        {"explain",
+         "Read a log, and tell below each line of the library's what it means and what to do",
+         ExplainLog,
+         {},
+         Asks::kNobody},
+        {"enabled", "Tell whether this device has network speakers", Enabled, {}, Asks::kNobody},
+        {"sizes", "Show the sizes of the exported speaker records, in bytes", Sizes, {}, Asks::kNobody},
     };
 }
 
 std::vector<Command> DeviceFunctions()
 {
     return {
-        {"GetWhetherKivDisabled", "Tell whether this device has no network speakers", Disabled},
+        {"GetWhetherKivDisabled", "Tell whether this device has no network speakers", Disabled, {}, Asks::kNobody},
     };
 }
 

@@ -2,11 +2,13 @@
 
 #include "Alarm.h"
 #include "Checks.h"
+#include "TimeLimit.h"
 
 #include <fmt/format.h>
 
 #include <chrono>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -36,8 +38,11 @@ const char* StateText(State state)
 // Tells what is awaited if that takes more than a moment.
 class Pending {
 public:
-    Pending(const char* text, const Output& output)
-        : alarm_(kPatience, [text, &output] { output.Remark(fmt::format("{} ...", text)); })
+    Pending(const char* awaited, int limitSeconds, const Output& output)
+        : alarm_(kPatience, [=, &output] {
+              const std::string limit = limitSeconds == 0 ? "" : fmt::format(", up to {} s", limitSeconds);
+              output.Remark(fmt::format("{}{} ...", awaited, limit));
+          })
     {
     }
 
@@ -45,21 +50,29 @@ private:
     Alarm alarm_;
 };
 
+std::string Counted(int number, const char* what)
+{
+    return fmt::format("{} {}{}", number, what, number == 1 ? "" : "s");
+}
+
 class Examination {
 public:
     explicit Examination(const Output& output) : output_(output) {}
 
     Result Run()
     {
+        const AtTimeLimit atTimeLimit([this](std::chrono::milliseconds limit) { EndInTime(limit); });
         output_.Remark("doctor has the bus start the server unless it runs, and subscribes to events for a moment");
         for (const Check& check : AllChecks()) {
             Make(check);
         }
         {
-            const Pending pending(kUnsubscribePending, output_);
+            const Pending pending(kUnsubscribePending, kUnsubscribeLimitSeconds, output_);
             checks_.Unsubscribe();
         }
-        return Sum();
+        const std::scoped_lock lock(mutex_);
+        const bool isWell = counts_[State::kProblem] == 0;
+        return Sum(isWell ? kDone : kFailed, isWell ? "nothing is wrong" : "something is wrong", isWell);
     }
 
 private:
@@ -68,10 +81,7 @@ private:
         for (const char* needed : check.needs) {
             if (const auto found = blame_.find(needed); found != blame_.end()) {
                 blame_[check.subject] = found->second;
-                Show(
-                    check,
-                    {State::kSkipped, fmt::format("not tried, because of the problem with \"{}\"", found->second)},
-                    std::nullopt);
+                Tell(check, Skipped(fmt::format("because of the problem with \"{}\"", found->second)), std::nullopt);
                 return;
             }
         }
@@ -79,26 +89,37 @@ private:
         Finding finding = Examined(check);
         const Milliseconds taken = Clock::now() - start;
         if (finding.state == State::kProblem) {
+            blame_[finding.isOfBus ? "bus" : check.subject] = check.subject;
             blame_[check.subject] = check.subject;
         } else if (finding.state == State::kOk && taken > kSlow) {
             finding.state = State::kNote;
             finding.advice =
                 "over 1 s, and an application's calls wait as long; see what keeps the bus or the server busy";
         }
-        Show(check, finding, taken);
+        Tell(check, finding, taken);
     }
 
     Finding Examined(const Check& check)
     {
-        std::optional<Pending> pending;
-        if (check.pending != nullptr) {
-            pending.emplace(check.pending, output_);
-        }
+        const Pending pending(check.pending, check.limitSeconds, output_);
         return (checks_.*check.examine)();
     }
 
+    static Finding Skipped(const std::string& cause) { return {State::kSkipped, "not tried, " + cause}; }
+
+    void Tell(const Check& check, const Finding& finding, std::optional<Milliseconds> taken)
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!timeIsUp_) {
+            Show(check, finding, taken);
+        }
+    }
+
+    // The lock is held.
     void Show(const Check& check, const Finding& finding, std::optional<Milliseconds> taken)
     {
+        ++told_;
+        begun_ = Clock::now();
         ++counts_[finding.state];
         const std::string time = taken ? fmt::format("{:.0f} ms", taken->count()) : "";
         std::string text =
@@ -114,18 +135,44 @@ private:
                    {"milliseconds", taken ? Json(taken->count()) : Json(nullptr)}});
     }
 
-    Result Sum()
+    // The time limit's thread tells what this one has not come to. The process ends then.
+    void EndInTime(std::chrono::milliseconds limit)
+    {
+        const std::scoped_lock lock(mutex_);
+        timeIsUp_ = true;
+        const std::vector<Check>& checks = AllChecks();
+        std::string during = kUnsubscribePending;
+        if (told_ < checks.size()) {
+            const Check& check = checks[told_];
+            during = check.pending;
+            Show(
+                check,
+                {State::kProblem, fmt::format("{} takes longer than --timeout allows", check.pending),
+                 check.adviceIfSlow},
+                Clock::now() - begun_);
+        }
+        while (told_ < checks.size()) {
+            Show(checks[told_], Skipped("because the time is up"), std::nullopt);
+        }
+        const std::string reason = fmt::format("not done within {} ms, {}", limit.count(), during);
+        const Result sum = Sum(kTimedOut, reason, false);
+        Json fields = {{"command", "doctor"}};
+        fields.update(sum.fields);
+        fields["error"] = "doctor: " + reason;
+        output_.Show(sum.text, fields);
+    }
+
+    // The lock is held.
+    Result Sum(ExitCode exitCode, const std::string& head, bool isWell)
     {
         const int problems = counts_[State::kProblem];
         const int notes = counts_[State::kNote];
-        const std::string text = fmt::format(
-            "{}: {} problem{}, {} note{}, {} ok, {} skipped", problems == 0 ? "nothing is wrong" : "something is wrong",
-            problems, problems == 1 ? "" : "s", notes, notes == 1 ? "" : "s", counts_[State::kOk],
-            counts_[State::kSkipped]);
         return {
-            problems == 0 ? kDone : kFailed,
-            text,
-            {{"result", problems == 0},
+            exitCode,
+            fmt::format(
+                "{}: {}, {}, {} ok, {} skipped", head, Counted(problems, "problem"), Counted(notes, "note"),
+                counts_[State::kOk], counts_[State::kSkipped]),
+            {{"result", isWell},
              {"problems", problems},
              {"notes", notes},
              {"ok", counts_[State::kOk]},
@@ -136,7 +183,13 @@ private:
     Checks checks_;
     // By each check on which no other can build: the check whose problem is the cause.
     std::map<std::string, std::string> blame_;
+
+    // Guards the members below, which the time limit's thread needs, too, and what is shown.
+    std::mutex mutex_;
     std::map<State, int> counts_;
+    size_t told_ = 0;                        // checks whose findings are shown
+    Clock::time_point begun_ = Clock::now(); // of the check that is being made
+    bool timeIsUp_ = false;
 };
 
 } // namespace

@@ -102,7 +102,11 @@ Action NodeRemove(CLI::App& app)
 {
     const auto node = std::make_shared<int>(0);
     AddRequired(app, "NODE", *node, ParseInt, "Number of the node");
-    return [node](const Output&) { return AnsweredNotZero("NodeRemoveFromWatcher", NodeRemoveFromWatcher(*node)); };
+    return [node](const Output&) {
+        return AnsweredNotZero(
+            "NodeRemoveFromWatcher", NodeRemoveFromWatcher(*node), "",
+            {"the server watches no such node", "kivctl list nodes shows which nodes there are"});
+    };
 }
 
 } // namespace
@@ -110,7 +114,7 @@ Action NodeRemove(CLI::App& app)
 std::vector<Command> EventCommands()
 {
     return {
-        {"monitor", "Show the server's events as they come, until interrupted", Watch},
+        {"monitor", "Show the server's events as they come, until interrupted", Watch, {}, Asks::kServerOnOwnThread},
         {"atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
         {"node-remove", "Have the server stop watching a node", NodeRemove},
     };

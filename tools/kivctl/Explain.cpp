@@ -5,10 +5,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,8 +15,8 @@
 namespace kiv::ctl {
 namespace {
 
-// A longer line is read in pieces.
-constexpr size_t kLongestLine = 65536;
+// No log has longer ones, and what never ends is not a log.
+constexpr size_t kLongestLine = 1024UL * 1024;
 
 constexpr std::string_view kFile = "KivServiceInterface.cpp: ";
 
@@ -43,11 +42,13 @@ std::optional<Logged> LoggedBy(std::string_view line)
     return Logged{part.substr(0, parenthesis), std::string(text.substr(0, text.find_last_not_of(" \r") + 1))};
 }
 
-void ShowLine(const std::string& line, const Output& output)
+// Shows a line. Returns whether it is one of the library's.
+bool ShowLine(const std::string& line, const Output& output)
 {
     std::string text = line;
     Json object = {{"line", line}};
-    if (const auto logged = LoggedBy(line)) {
+    const auto logged = LoggedBy(line);
+    if (logged) {
         const LogLine* known = FindLogLine(logged->function, logged->text);
         const std::string meaning = known != nullptr ? known->meaning
                                                      : "kivctl " KIV_VERSION
@@ -61,26 +62,76 @@ void ShowLine(const std::string& line, const Output& output)
             {{"function", logged->function}, {"known", known != nullptr}, {"meaning", meaning}, {"advice", advice}});
     }
     output.Show(text, object);
+    return logged.has_value();
 }
+
+class LogFile {
+public:
+    explicit LogFile(const std::string& path)
+        : name_(path == "-" ? "stdin" : path), file_(path == "-" ? stdin : std::fopen(path.c_str(), "rbe"))
+    {
+        if (file_ == nullptr) {
+            throw Failure();
+        }
+    }
+    ~LogFile()
+    {
+        if (file_ != stdin) {
+            std::fclose(file_);
+        }
+    }
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+
+    bool IsTerminal() const { return isatty(fileno(file_)) != 0; }
+
+    // The next line as soon as it is there, without its end. Nothing at the end of the log.
+    std::optional<std::string> ReadLine()
+    {
+        std::string line;
+        int character = 0;
+        while ((character = getc_unlocked(file_)) != EOF && character != '\n') {
+            if (line.size() == kLongestLine) {
+                throw BadArguments(fmt::format(
+                    "{}: must be a log with lines of {} bytes at most, got a longer one", name_, kLongestLine));
+            }
+            line += static_cast<char>(character);
+        }
+        if (std::ferror(file_) != 0) {
+            throw Failure();
+        }
+        return character == EOF && line.empty() ? std::nullopt : std::optional(line);
+    }
+
+private:
+    BadArguments Failure() const { return BadArguments(fmt::format("{}: {}", name_, std::strerror(errno))); }
+
+    std::string name_;
+    std::FILE* file_;
+};
 
 } // namespace
 
-Result Explain(const Output& output)
+Result Explain(const std::string& path, const Output& output)
 {
-    if (isatty(STDIN_FILENO) != 0) {
+    LogFile log(path);
+    if (log.IsTerminal()) {
         output.Remark("reading the log from the terminal; Ctrl-D ends it");
     }
-    std::array<char, kLongestLine> buffer{};
-    while (std::cin.getline(buffer.data(), buffer.size()) || std::cin.gcount() > 0) {
-        const bool isWhole = std::cin.good();
-        const auto length = static_cast<size_t>(std::cin.gcount()) - (isWhole ? 1 : 0);
-        ShowLine(std::string(buffer.data(), length), output);
-        if (!std::cin.eof()) {
-            std::cin.clear();
-        }
+    int lines = 0;
+    int explained = 0;
+    while (const auto line = log.ReadLine()) {
+        ++lines;
+        explained += ShowLine(*line, output) ? 1 : 0;
     }
-    if (std::ferror(stdin) != 0) {
-        throw BadArguments("the log cannot be read from stdin");
+    if (explained == 0) {
+        output.Remark(fmt::format(
+            "{}; the library's lines have \"{}FUNCTION(NUMBER) > TEXT\" in them; an application logs them to stderr on "
+            "a PC, "
+            "more with KIV_LOG_LEVEL=info, and journalctl -t NAM_SERVICE shows those of a journal",
+            lines == 0 ? "the log is empty"
+                       : fmt::format("none of {} line{} is the library's", lines, lines == 1 ? "" : "s"),
+            kFile));
     }
     return {};
 }

@@ -2,9 +2,11 @@
 
 #include "Command.h"
 
+#include <string>
+
 namespace kiv::ctl {
 
-// Shows the log that stdin has, with an explanation below each line of the library.
-Result Explain(const Output& output);
+// Shows a log, with an explanation below each line of the library. The path "-" is stdin.
+Result Explain(const std::string& path, const Output& output);
 
 } // namespace kiv::ctl

@@ -17,8 +17,6 @@ constexpr size_t kMostLists = kMaxArrayLength / sizeof(STNetSpkListInfo);
 // No text consists of such bytes: where they are still there, the server sent nothing usable.
 constexpr char kUntouched = '\xff';
 
-constexpr const char* kNothingUsable = "the server sent nothing usable";
-
 // Records that a server may have none of.
 struct Kind {
     const char* record;

@@ -36,8 +36,9 @@ auto AskRunningServer(const char* function, bool (*question)())
 {
     return [function, question](CLI::App&) -> Action {
         return [function, question](const Output&) {
-            if (GetWhetherKivDisabled() || !StartServer()) {
-                return NotSent(function);
+            std::string reason;
+            if (GetWhetherKivDisabled() || !StartServer(reason)) {
+                return NotSent(function, reason);
             }
             const bool answer = question();
             return FirstAttemptFailed() ? NotSent(function) : AnsweredYesOrNo(function, answer);

@@ -1,6 +1,7 @@
 #include "Monitor.h"
 
 #include "Bus.h"
+#include "CallWatch.h"
 #include "Event.h"
 #include "KeptLines.h"
 #include "Values.h"
@@ -47,7 +48,7 @@ Stamp Now()
 
 Result BusFailed(const std::string& reason)
 {
-    return {kFailed, reason, {{"error", reason}}};
+    return {kFailed, reason, {{"error", reason}}, kDoctorTellsWhy};
 }
 
 } // namespace
@@ -72,6 +73,7 @@ void Monitor::Run(const std::function<void()>& ending)
         return;
     }
     SetMissing("the system bus has not answered");
+    WatchCalls();
     g_autoptr(GError) error = nullptr;
     bus_ = ConnectToSystemBus(&error);
     if (bus_ == nullptr) {
@@ -98,7 +100,7 @@ Result Monitor::Outcome()
         return {};
     }
     const std::string reason = fmt::format("never ready, no event could come: {}", missing_);
-    return {kFailed, reason, {{"ready", false}, {"error", reason}}};
+    return {kFailed, reason, {{"ready", false}, {"error", reason}}, kDoctorTellsWhy};
 }
 
 void Monitor::StartServerOrWait()
@@ -329,7 +331,7 @@ gboolean Monitor::OnNotReady(gpointer monitor)
 void Monitor::TellNotReady(const std::string& reason)
 {
     SetMissing(reason);
-    const std::string text = fmt::format("not ready, events cannot come: {}; kivctl doctor tells why", reason);
+    const std::string text = fmt::format("not ready, events cannot come: {}; {}", reason, kDoctorTellsWhy);
     Tell(text, {{"ready", false}, {"error", text}});
 }
 

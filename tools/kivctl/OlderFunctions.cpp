@@ -65,8 +65,11 @@ std::vector<Command> OlderFunctions()
             return Done(fmt::format("{}", result), {{"result", result}});
         };
         commands.push_back(
-            {function.name, "Of an older interface: asks nobody, and returns the same value always",
-             [call](CLI::App&) -> Action { return call; }});
+            {function.name,
+             "Of an older interface: asks nobody, and returns the same value always",
+             [call](CLI::App&) -> Action { return call; },
+             {},
+             Asks::kNobody});
     }
     return commands;
 }

@@ -12,7 +12,9 @@ namespace {
 
 using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
-constexpr const char* kNoSoundbar = "the server sent nothing usable, which usually means that it has no such soundbar";
+constexpr Refusal kNoSoundbar = {
+    "the server sent nothing usable, which usually means that it has no such soundbar",
+    "otherwise it serves another version of the interface"};
 
 template <size_t Size>
 constexpr std::array<unsigned char, Size> Untouched()

@@ -48,7 +48,7 @@ std::optional<Result> VolumeReports::Begin()
     const ClientNames client(CNSGdbus::m_pInstance->m_strClientName);
     if (bus == nullptr || !client.Fit() || !AwaitOwner(bus, client.name)) {
         const std::string reason = fmt::format("no volume can come: {}", NoOwnerText(client.name));
-        return Result{kFailed, reason, {{"error", reason}}};
+        return Result{kFailed, reason, {{"error", reason}}, kDoctorTellsWhy};
     }
     return std::nullopt;
 }

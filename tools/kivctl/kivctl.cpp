@@ -1,4 +1,5 @@
 #include "App.h"
+#include "CallWatch.h"
 #include "Completion.h"
 #include "KeptLines.h"
 #include "ManPage.h"
@@ -23,41 +24,23 @@ constexpr const char* kComplete = "--complete";
 // The build makes the man page with it.
 constexpr const char* kManPage = "--man-page";
 
-// Ends the message of a command that failed, or that took too long.
-std::string Advice(const std::string& command)
+void AddAdvice(Result& result)
 {
-    const bool isOfUse = command != "doctor" && command != "explain";
-    return isOfUse ? "; kivctl doctor tells why" : "";
+    if (!result.advice.empty()) {
+        result.text += "; " + result.advice;
+    }
 }
 
 Result RunAction(const Choice& choice, const Output& output)
 {
     try {
+        if (choice.asks == Asks::kServer && !GetWhetherKivDisabled()) {
+            WatchCalls();
+        }
         return choice.action(output);
     } catch (const BadArguments& error) {
         return {kBadArguments, error.what(), {{"error", error.what()}}};
     }
-}
-
-Result RunInTime(const Request& request, const Output& output)
-{
-    const TimeLimit limit(request.timeout, [&] {
-        const std::string reason =
-            fmt::format("{}: not done within {} ms", request.choice.name, request.timeout->count());
-        ShowLogLines();
-        output.Notify(reason + Advice(request.choice.name), {{"command", request.choice.name}, {"error", reason}});
-    });
-    Result result = RunAction(request.choice, output);
-    if (result.exitCode == kFailed && result.fields.contains("error")) {
-        result.text += Advice(request.choice.name);
-    }
-    return result;
-}
-
-void AddTiming(Result& result, Milliseconds taken)
-{
-    result.text += fmt::format("{}took {:.1f} ms", result.text.empty() ? "" : "\n", taken.count());
-    result.fields["milliseconds"] = taken.count();
 }
 
 void ShowResult(const Result& result, const std::string& command, const Output& output)
@@ -69,6 +52,28 @@ void ShowResult(const Result& result, const std::string& command, const Output& 
     } else {
         output.Show(result.text, object);
     }
+}
+
+Result RunInTime(const Request& request, const Output& output)
+{
+    const std::string& command = request.choice.name;
+    const TimeLimit limit(request.timeout, [&] {
+        ShowLogLines();
+        if (!AtTimeLimit::Say(*request.timeout)) {
+            Result result = TimedOut(command, *request.timeout, request.choice.asks);
+            AddAdvice(result);
+            ShowResult(result, command, output);
+        }
+    });
+    Result result = RunAction(request.choice, output);
+    AddAdvice(result);
+    return result;
+}
+
+void AddTiming(Result& result, Milliseconds taken)
+{
+    result.text += fmt::format("{}took {:.1f} ms", result.text.empty() ? "" : "\n", taken.count());
+    result.fields["milliseconds"] = taken.count();
 }
 
 int Run(const Request& request, const Output& output)

@@ -10,3 +10,4 @@ function __kivctl_candidates
 end
 
 complete -c kivctl -f -a '(__kivctl_candidates)'
+complete -c kivctl -n '__fish_seen_subcommand_from explain' -F
