@@ -375,7 +375,8 @@ TEST_F(DoctorTest, NotesThatOnlyTheServersUserMaySendEvents)
     }
     std::filesystem::permissions(
         bus_.Directory(), std::filesystem::perms::others_exec, std::filesystem::perm_options::add);
-    bus_.WriteService({kServerName, {"/usr/bin/setpriv", "--reuid=nobody", "--clear-groups", KIV_SIMULATOR}});
+    bus_.WriteService(
+        {kServerName, {"/usr/bin/setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", KIV_SIMULATOR}});
     Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
     const Ended ended = Run({"doctor"});
     EXPECT_EQ(ended.exitCode, 0);
