@@ -4,6 +4,7 @@
 #include "support/BusTest.h"
 #include "tools/sandbox/Connection.h"
 
+#include <cstring>
 #include <random>
 
 using namespace kiv::test;
