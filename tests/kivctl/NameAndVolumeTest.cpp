@@ -100,10 +100,39 @@ TEST_F(NameAndVolumeTest, ResetAllSendsNoArguments)
     EXPECT_EQ(Calls(), (std::vector<std::string>{"ResetAllNetSpkVolume()", "ResetAllNetSpkVolume()"}));
 }
 
-TEST_F(NameAndVolumeTest, WhatTheServerMakesOfItIsNotKnown)
+const std::string kUnknown = "02:00:00:00:00:99";
+constexpr const char* kRefused = ": the server refused it; kivctl list nodes shows which speakers there are\n";
+
+TEST_F(NameAndVolumeTest, ARequestThatTheServerRefusesIsAFailure)
 {
-    SetFault("SetNetSpkVolume", "reply", "<(-1,)>");
-    ExpectOutput({"volume", "set", kLeft, "1"}, "sent");
+    const struct {
+        Arguments arguments;
+        const char* function;
+    } cases[] = {
+        {{"name", kUnknown, "hello"}, "SetNetSpkName"},
+        {{"volume", "set", kUnknown, "30"}, "SetNetSpkVolume"},
+        {{"volume", "set", kUnknown, "30", "--wait"}, "SetNetSpkVolume"},
+        {{"call", "SetNetSpkName", kUnknown, "hello"}, "SetNetSpkName"},
+        {{"call", "SetNetSpkVolume", kUnknown, "30"}, "SetNetSpkVolume"},
+    };
+    for (const auto& [arguments, function] : cases) {
+        const Ended ended = Run(arguments);
+        EXPECT_EQ(ended.exitCode, 1);
+        EXPECT_EQ(ended.out, "");
+        EXPECT_EQ(ended.err, std::string("kivctl: ") + function + kRefused);
+    }
+    for (const auto& [command, method] : kRequests) {
+        EXPECT_EQ(Run({"volume", command, kUnknown}).err, std::string("kivctl: ") + method + kRefused);
+        EXPECT_EQ(Run({"call", method, kUnknown}).err, std::string("kivctl: ") + method + kRefused);
+        SetFault((std::string(method) + "List").c_str(), "reply", "<(-1,)>");
+        EXPECT_EQ(Run({"volume", command, kLeft, kRight}).err, std::string("kivctl: ") + method + "List" + kRefused);
+        EXPECT_EQ(Run({"call", std::string(method) + "List", kLeft}).exitCode, 1);
+    }
+    SetFault("ResetAllNetSpkVolume", "reply", "<(-1,)>");
+    for (const Arguments& arguments :
+         {Arguments{"volume", "reset-all"}, {"volume", "reset-all", "--wait"}, {"call", "ResetAllNetSpkVolume"}}) {
+        ExpectFailure(arguments, 1, "ResetAllNetSpkVolume: the server refused it");
+    }
 }
 
 TEST_F(NameAndVolumeTest, ARequestThatTheBusDeniesIsAFailure)
@@ -162,20 +191,16 @@ TEST_F(NameAndVolumeTest, TheVolumeIsShownToWhomWaits)
         {{"sent", true}, {"volumes", {{{"mac", kRight}, {"ip", "192.168.0.22"}, {"volume", 25}}}}});
 }
 
-TEST_F(NameAndVolumeTest, ASpeakerThatTheServerDoesNotKnowHasNoVolume)
+TEST_F(NameAndVolumeTest, ASpeakerOfAListThatTheServerDoesNotKnowHasNoVolume)
 {
-    const std::string unknown = "02:00:00:00:00:99";
-    for (const Arguments& arguments :
-         {Arguments{"volume", "get", unknown}, {"volume", "set", unknown, "30"}, {"volume", "up", unknown, kLeft}}) {
-        const Ended ended = Run(Waiting(arguments));
-        EXPECT_EQ(ended.exitCode, 1);
-        EXPECT_NE(ended.err.find(": sent, but no volume of " + unknown + " came within 3 s"), std::string::npos)
-            << ended.err;
-        EXPECT_EQ(ended.out, "");
-    }
-    const Json json = Json::parse(Run(Waiting({"--json", "volume", "get", unknown, kLeft})).out);
+    const Ended ended = Run(Waiting({"volume", "up", kUnknown, kLeft}));
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_NE(ended.err.find(": sent, but no volume of " + kUnknown + " came within 3 s"), std::string::npos)
+        << ended.err;
+    EXPECT_EQ(ended.out, "");
+    const Json json = Json::parse(Run(Waiting({"--json", "volume", "get", kUnknown, kLeft})).out);
     EXPECT_EQ(json.at("volumes").at(0).at("mac"), kLeft);
-    EXPECT_NE(json.at("error").get<std::string>().find("no volume of " + unknown + " came"), std::string::npos);
+    EXPECT_NE(json.at("error").get<std::string>().find("no volume of " + kUnknown + " came"), std::string::npos);
 }
 
 TEST_F(NameAndVolumeTest, WithoutALayoutTheEventIsShownAsItCame)

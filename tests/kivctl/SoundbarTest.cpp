@@ -102,6 +102,18 @@ TEST_F(SoundbarTest, SupportIsSetAndShown)
         "SetSoundbarSupportSoundMode([" + kSoundbarBytes + ", 0x00, 0x00, 0x00, 0x00, 0xfe, 0xff, 0xff, 0xff],)");
 }
 
+TEST_F(SoundbarTest, ASettingThatTheServerRefusesIsAFailure)
+{
+    for (const Arguments& arguments :
+         {Arguments{"soundbar", "mode", "set", kLeft, "00"},
+          {"soundbar", "support", "set", kLeft, "yes"},
+          {"call", "SetSoundbarSoundMode", kLeft, "00"},
+          {"call", "SetSoundbarSupportSoundMode", kLeft, "yes"}}) {
+        ExpectFailure(arguments, 1, "SoundMode: the server refused it");
+        EXPECT_TRUE(Run(arguments).err.ends_with("; kivctl soundbar info shows which soundbar there is\n"));
+    }
+}
+
 TEST_F(SoundbarTest, VersionTellsAsMuchAsIsAskedFor)
 {
     ExpectOutput(

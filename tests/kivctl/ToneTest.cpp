@@ -23,6 +23,19 @@ TEST_F(ToneTest, NumbersAreZeroByDefault)
                      "StartNetSpkTest(" + kLeftBytes + ", 0, 0, 0)", "StopNetSpkTest(" + kLeftBytes + ", 0, 0)"}));
 }
 
+TEST_F(ToneTest, ATestThatTheServerRefusesIsAFailure)
+{
+    constexpr const char* kUnknown = "02:00:00:00:00:99";
+    for (const Arguments& arguments :
+         {Arguments{"tone", "start", kUnknown},
+          {"tone", "stop", kUnknown},
+          {"call", "StartNetSpkTest", kUnknown},
+          {"call", "StopNetSpkTest", kUnknown}}) {
+        ExpectFailure(arguments, 1, "NetSpkTest: the server refused it");
+        EXPECT_TRUE(Run(arguments).err.ends_with("; kivctl list nodes shows which speakers there are\n"));
+    }
+}
+
 TEST_F(ToneTest, BadArgumentsSendNothing)
 {
     ExpectFailure({"tone"}, 2, "no command given");

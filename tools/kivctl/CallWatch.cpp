@@ -38,6 +38,15 @@ void SeeRequest(GDBusMessage* message)
     }
 }
 
+bool IsMinusOne(GVariant* body)
+{
+    gint32 value = 0;
+    if (body != nullptr && g_variant_is_of_type(body, G_VARIANT_TYPE("(i)")) != FALSE) {
+        g_variant_get(body, "(i)", &value);
+    }
+    return value == -1;
+}
+
 void Complete(SeenCall& call, GDBusMessage* reply)
 {
     if (g_dbus_message_get_message_type(reply) == G_DBUS_MESSAGE_TYPE_ERROR) {
@@ -51,6 +60,7 @@ void Complete(SeenCall& call, GDBusMessage* reply)
     }
     call.outcome = SeenCall::Outcome::kAnswered;
     call.type = fmt::format("({})", g_dbus_message_get_signature(reply));
+    call.isRefusal = IsMinusOne(g_dbus_message_get_body(reply));
 }
 
 bool IsFalse(GVariant* body)

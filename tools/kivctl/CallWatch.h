@@ -18,6 +18,7 @@ struct SeenCall {
     std::string error = {}; // "NAME: TEXT"
     bool isOfBus = false;   // the error is the bus's own, not the server's
     std::string type = {};  // the D-Bus type of an answer
+    bool isRefusal = false; // the answer is the number -1
 };
 
 struct SeenCalls {

@@ -176,9 +176,12 @@ Result AnsweredYesOrNo(const char* function, bool value, const char* yes, const 
     return CallFailed() ? Failed(function, value) : Done(value ? yes : no, {{"result", value}});
 }
 
-Result Sent(const char* function)
+Result Sent(const char* function, const Refusal& refusal)
 {
-    return CallFailed() ? Fail(function, WhyFailed(function, {}), Json::object()) : Done("sent", {{"sent", true}});
+    const SeenCalls seen = CallsSeen();
+    const bool isRefused = seen.server && seen.server->isRefusal;
+    return CallFailed() || isRefused ? Fail(function, WhyFailed(function, refusal), Json::object())
+                                     : Done("sent", {{"sent", true}});
 }
 
 Result NotSent(const char* function, const std::string& reason)

@@ -76,8 +76,9 @@ Result AnsweredNotZero(const char* function, int value, const char* meaning = ""
 // The outcome of a library function that returns false for a failure.
 Result AnsweredYesOrNo(const char* function, bool value, const char* yes = "yes", const char* no = "no");
 
-// The outcome of a library function that returns nothing.
-Result Sent(const char* function);
+// The outcome of a library function that returns nothing. The server's answer of -1, which the library does not look
+// at, is a refusal.
+Result Sent(const char* function, const Refusal& refusal = {});
 
 // The library function of that name had nobody to ask. The reason is one that a command itself has found.
 Result NotSent(const char* function, const std::string& reason = {});

@@ -16,6 +16,8 @@ constexpr Refusal kNoSoundbar = {
     "the server sent nothing usable, which usually means that it has no such soundbar",
     "otherwise it serves another version of the interface"};
 
+constexpr Refusal kUnknownSoundbar = {kUnknownSpeaker.reason, "kivctl soundbar info shows which soundbar there is"};
+
 template <size_t Size>
 constexpr std::array<unsigned char, Size> Untouched()
 {
@@ -86,7 +88,7 @@ Action ModeSet(CLI::App& app)
         const auto& [mac, ip, payload] = *arguments;
         const std::string data = PayloadOf(payload, KIV_SOUNDBAR_DEVICE_INFO_LEN);
         SetSoundbarSoundMode(mac.data(), IpNumber(ip), DataOf(data), static_cast<int>(data.size()));
-        return Sent("SetSoundbarSoundMode");
+        return Sent("SetSoundbarSoundMode", kUnknownSoundbar);
     };
 }
 
@@ -123,7 +125,7 @@ Action SupportSet(CLI::App& app)
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
         SetSoundbarSupportSoundMode(arguments->mac.data(), IpNumber(arguments->ip), arguments->supported);
-        return Sent("SetSoundbarSupportSoundMode");
+        return Sent("SetSoundbarSupportSoundMode", kUnknownSoundbar);
     };
 }
 
