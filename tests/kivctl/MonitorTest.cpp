@@ -278,6 +278,23 @@ TEST_F(MonitorTest, SaysWhatIsMissingWhereTheBusDeniesTheName)
     EXPECT_NE(object.at("error").get<std::string>().find("nobody owns the bus name"), std::string::npos);
 }
 
+TEST_F(MonitorTest, SaysWhatIsMissingAlsoWhenItEndsSoon)
+{
+    Forbid(R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)");
+    Running monitor(bus_, {"monitor"});
+    // The second is for the Atmos events. The end waits for its answer.
+    test::WaitUntil("the requests for events", [this] {
+        return std::ranges::count_if(Calls(), [](const std::string& call) {
+                   return call.starts_with("SubscribeNamServiceCallback");
+               }) == 2;
+    });
+    monitor.Signal(SIGINT);
+    const Ended ended = monitor.Wait();
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_NE(ended.err.find("kivctl: never ready, no event could come: nobody owns the bus name "), std::string::npos)
+        << ended.err;
+}
+
 TEST_F(MonitorTest, SaysWhoHasTheName)
 {
     g_variant_unref(Control("ClientId", g_variant_new("(s)", "taken")));

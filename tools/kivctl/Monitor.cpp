@@ -252,6 +252,7 @@ void Monitor::WatchClient()
 
 void Monitor::ExpectClient()
 {
+    SetMissing(NoOwnerText(client_));
     if (patience_ == 0) {
         patience_ = g_timeout_add(kPatienceMs, OnNotReady, this);
     }
