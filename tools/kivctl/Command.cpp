@@ -36,10 +36,12 @@ std::string BusDoesNotTell(const SeenCalls& seen)
 }
 
 // Why the library has not reached the server. A command that has not called the library has a reason of its own.
-std::string WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
+Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
 {
-    const auto unreachable = [](const std::string& reason) {
-        return fmt::format("the network-speaker server cannot be reached{}{}", reason.empty() ? "" : ": ", reason);
+    const auto failed = [](const std::string& text) { return Reason{kFailed, text, kDoctorTellsWhy}; };
+    const auto unreachable = [failed](const std::string& reason) {
+        return failed(
+            fmt::format("the network-speaker server cannot be reached{}{}", reason.empty() ? "" : ": ", reason));
     };
     if (!seen.noBus.empty()) {
         return unreachable("no connection to the system bus: " + seen.noBus);
@@ -48,7 +50,7 @@ std::string WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
         return unreachable(kConnectionIsLost);
     }
     if (Is(seen.ownerQuery, Outcome::kUnanswered)) {
-        return kBusIsSilent;
+        return failed(kBusIsSilent);
     }
     if (Is(seen.ownerQuery, Outcome::kError)) {
         return unreachable(BusDoesNotTell(seen));
@@ -58,12 +60,15 @@ std::string WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
     }
     switch (seen.server->outcome) {
     case Outcome::kUnanswered:
-        return "the network-speaker server does not answer";
+        return failed("the network-speaker server does not answer");
     case Outcome::kError:
-        return seen.server->isOfBus ? unreachable(seen.server->error)
-                                    : "the network-speaker server answers with the error " + seen.server->error;
+        return seen.server->isOfBus
+                   ? unreachable(seen.server->error)
+                   : Reason{
+                         kFailed, "the network-speaker server answers with the error " + seen.server->error,
+                         kServersLogTellsWhy};
     default:
-        return fmt::format("the network-speaker server answers {} where a client id is due", seen.server->type);
+        return failed(fmt::format("the network-speaker server answers {} where a client id is due", seen.server->type));
     }
 }
 
@@ -107,7 +112,7 @@ Reason WhyNotSent(const SeenCalls& seen, const std::string& ownReason)
     if (GetWhetherKivDisabled()) {
         return {kNoNetworkSpeakers, "this device has no network speakers", ""};
     }
-    return {kFailed, WhyNotReached(seen, ownReason), kDoctorTellsWhy};
+    return WhyNotReached(seen, ownReason);
 }
 
 // The refusal is that of a request which got its answer.
