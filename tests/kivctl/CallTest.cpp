@@ -140,6 +140,10 @@ TEST_F(CallTest, BadArgumentsSendNothing)
     ExpectFailure({"call"}, 2, "no command given");
     ExpectFailure({"call", "StopNetworkSpeakers"}, 2, "StopNetworkSpeakers");
     ExpectFailure({"call", "GetSpksConnectionTypeByID"}, 2, "N is required");
+    const std::string takes =
+        "; kivctl call SetNetSpkVolume takes MAC VOLUME [--ip IP], see kivctl help call SetNetSpkVolume";
+    ExpectFailure({"call", "SetNetSpkVolume", kLeft, "0", "33"}, 2, "33" + takes);
+    ExpectFailure({"call", "SetNetSpkVolume", kLeft}, 2, "VOLUME is required" + takes);
     ExpectFailure(
         {"call", "Vireon_StartNetworkSpeakerByID", "KIV0", "1", "2", "3"}, 2,
         "the identifier must have 5 characters or more, got \"KIV0\"");

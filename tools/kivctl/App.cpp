@@ -71,7 +71,11 @@ std::vector<Command> Commands()
         SoundbarCommands(),
         EventCommands(),
         DeviceCommands(),
-        {{"call", "Call a function of the library by its name", nullptr, Functions()}},
+        {{"call",
+          "Call a function of the library by its name; its arguments come in the order of C, but the IP address and "
+          "others "
+          "that have a default are options",
+          nullptr, Functions()}},
     });
 }
 

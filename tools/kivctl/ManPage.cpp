@@ -41,21 +41,6 @@ std::string Roff(std::string_view text)
     return roff;
 }
 
-std::string Usage(const CLI::Option& option)
-{
-    if (option.get_positional()) {
-        return option.get_name() + (option.get_items_expected_max() > 1 ? "..." : "");
-    }
-    std::string usage;
-    for (const std::string& name : option.get_snames()) {
-        usage += fmt::format("-{}, ", name);
-    }
-    usage += fmt::format("--{}", option.get_lnames().front());
-    return option.get_type_name().empty() || option.get_items_expected_max() == 0
-               ? usage
-               : fmt::format("{} {}", usage, option.get_type_name());
-}
-
 // Those of a command itself come with every command.
 bool IsWorthALine(const CLI::App& app, const CLI::Option& option)
 {
@@ -137,25 +122,14 @@ std::string SharedOptions(const CLI::App& app)
     return roff;
 }
 
-std::string Synopsis(const CLI::App& command)
-{
-    std::string synopsis;
-    for (const CLI::Option* option : command.get_options()) {
-        if (IsWorthALine(command, *option)) {
-            const std::string usage = Roff(Usage(*option));
-            synopsis += option->get_required() ? ' ' + usage : fmt::format(" [{}]", usage);
-        }
-    }
-    return synopsis;
-}
-
 std::string Commands(const CLI::App& app)
 {
     const std::set<std::string> shared = SharedKeys(app);
     std::string roff;
     ForEachCommand(app, [&](const CLI::App& command) {
         const std::string name = PathOf(command).substr(1);
-        roff += fmt::format(".TP\n\\fB{}\\fR{}\n{}.\n", Roff(name), Synopsis(command), Roff(command.get_description()));
+        roff += fmt::format(
+            ".TP\n\\fB{}\\fR{}\n{}.\n", Roff(name), Roff(UsageOfArguments(command)), Roff(command.get_description()));
         if (const std::string example = ExampleOf(name); !example.empty() && example != "kivctl " + name) {
             roff += fmt::format(".br\n{}\n", Roff(example));
         }

@@ -121,6 +121,33 @@ std::string PathOf(const CLI::App& command)
     return command.get_parent() == nullptr ? "" : PathOf(*command.get_parent()) + ' ' + command.get_name();
 }
 
+std::string Usage(const CLI::Option& option)
+{
+    if (option.get_positional()) {
+        return option.get_name() + (option.get_items_expected_max() > 1 ? "..." : "");
+    }
+    std::string usage;
+    for (const std::string& name : option.get_snames()) {
+        usage += fmt::format("-{}, ", name);
+    }
+    usage += fmt::format("--{}", option.get_lnames().front());
+    return option.get_type_name().empty() || option.get_items_expected_max() == 0
+               ? usage
+               : fmt::format("{} {}", usage, option.get_type_name());
+}
+
+std::string UsageOfArguments(const CLI::App& command)
+{
+    std::string usages;
+    for (const CLI::Option* option : command.get_options()) {
+        if (option != command.get_help_ptr()) {
+            const std::string usage = Usage(*option);
+            usages += option->get_required() ? ' ' + usage : fmt::format(" [{}]", usage);
+        }
+    }
+    return usages;
+}
+
 const CLI::App* FindCommand(const CLI::App& app, const std::string& name)
 {
     const auto found = app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });

@@ -29,6 +29,12 @@ std::string UnknownWordText(const CLI::App& app, const std::vector<std::string>&
 // The command's name as it is written behind the program's, with a blank in front. Empty for the program itself.
 std::string PathOf(const CLI::App& command);
 
+// An option, or a positional argument, as it is written in a command line.
+std::string Usage(const CLI::Option& option);
+
+// All that a command takes, in order, each with a blank in front, and in brackets what may be left out.
+std::string UsageOfArguments(const CLI::App& command);
+
 // The command of that name in the command given, or null.
 const CLI::App* FindCommand(const CLI::App& app, const std::string& name);
 

@@ -112,6 +112,23 @@ int Refuse(const Output& output, const std::string& reason)
     return kBadArguments;
 }
 
+// A command line that has too many words, or too few, is told those that the command takes.
+std::string WhyNotParsed(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& words)
+{
+    if (const std::string unknown = UnknownWordText(app, words); !unknown.empty()) {
+        return unknown;
+    }
+    const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
+    if (code != CLI::ExitCodes::ExtrasError && code != CLI::ExitCodes::RequiredError) {
+        return error.what();
+    }
+    const CLI::App& command = *ReadWords(app, words).command;
+    const std::string arguments = UsageOfArguments(command);
+    return fmt::format(
+        "{0}; kivctl{1} takes{2}, see kivctl help{1}", error.what(), PathOf(command),
+        arguments.empty() ? " no arguments" : arguments);
+}
+
 int Main(int argc, char** argv)
 {
     CLI::App app;
@@ -132,8 +149,7 @@ int Main(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         // Parsing may have ended before it came to the flag.
         const bool wantsJson = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
-        const std::string unknown = UnknownWordText(app, {argv + 1, argv + argc});
-        return Refuse(Output(wantsJson), unknown.empty() ? error.what() : unknown);
+        return Refuse(Output(wantsJson), WhyNotParsed(app, error, {argv + 1, argv + argc}));
     }
     const Output output(request.json);
     if (!request.choice.action) {
