@@ -6,7 +6,8 @@
 # test finds the path of kiv-sandbox in the environment variable KIV_SANDBOX, and can run "$KIV_SANDBOX control" by it.
 function(kiv_add_test)
   cmake_parse_arguments(PARSE_ARGV 0 test "" NAME "SANDBOX;COMMAND")
-  if(NOT test_NAME OR NOT test_COMMAND OR test_UNPARSED_ARGUMENTS)
+  # The texts are compared, because CMake takes a name such as "off" for false.
+  if("${test_NAME}" STREQUAL "" OR "${test_COMMAND}" STREQUAL "" OR NOT "${test_UNPARSED_ARGUMENTS}" STREQUAL "")
     string(JOIN " " arguments ${ARGV})
     message(FATAL_ERROR "kiv_add_test() must be given NAME, COMMAND and, if need be, SANDBOX, got: ${arguments}")
   endif()

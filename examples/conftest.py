@@ -7,7 +7,9 @@ import pytest
 @pytest.fixture
 def events(kiv_sandbox):
     received = queue.Queue()
-    assert kiv.SubscribeNamServiceCallback("tests", lambda *event: received.put(event)) == 1
-    assert kiv.AwaitEvents()
-    yield received
-    kiv.UnsubscribeNamServiceCallback("tests")
+    try:
+        assert kiv.SubscribeNamServiceCallback("tests", lambda *event: received.put(event)) == 1
+        assert kiv.AwaitEvents()
+        yield received
+    finally:
+        kiv.UnsubscribeNamServiceCallback("tests")

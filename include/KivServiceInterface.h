@@ -40,6 +40,10 @@
  *   library stays mapped, because its monitor thread still runs.
  */
 
+#if !defined(__cplusplus) && (!defined(__STDC_VERSION__) || __STDC_VERSION__ < 201112L)
+#error "KivServiceInterface.h must be compiled as C11 or later, such as with -std=c11, or as C++"
+#endif
+
 #include <pthread.h>
 
 #ifdef __cplusplus
@@ -252,7 +256,8 @@ public:
     /**
      * Ends the monitor thread, if it runs and serves this object, and waits for it: no callback runs after that, and
      * none will for the life of the process. Waits for a callback that is running, and for nothing else. May be called
-     * at any time and repeatedly, but not from a callback.
+     * at any time and repeatedly. In a callback it cannot wait for itself: it returns EDEADLK, the thread ends when the
+     * callback has returned, and no event comes after that.
      *
      * @return 0, also if the thread does not serve this object; otherwise the error number of pthread_join()
      */
@@ -455,16 +460,17 @@ KIV_API int ConnectNetworkSpeakerByMobile(const unsigned char* pParam, unsigned 
  * Has the server start the speaker of that identifier.
  *
  * @param pszID    identifier, of which the first five characters are sent
- * @param nFirst   passed through unchanged
- * @param nSecond  passed through unchanged
- * @param nThird   passed through unchanged
+ * @param nFirst   passed through unchanged, as the second number of the request
+ * @param nSecond  passed through unchanged, as the first number of the request
+ * @param nThird   passed through unchanged, as the third number of the request
  * @return the server's answer; 0 if the request fails or @p pszID is null or shorter than five characters; -1 if the
  *         device has no network speakers, the server cannot be reached or its answer is no number
  */
 KIV_API int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, int nThird);
 
 /**
- * Vireon_StartNetworkSpeakerByID() without an identifier.
+ * Vireon_StartNetworkSpeakerByID() without an identifier. The numbers go out in the same order: @p nSecond, @p nFirst,
+ * @p nThird.
  *
  * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers, the server cannot be
  *         reached or its answer is no number

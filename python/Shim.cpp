@@ -39,6 +39,7 @@ constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
 constexpr const char* kBusName = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr int kBusTimeoutMs = 5000;
+constexpr const char* kBusGone = "the bus cannot be reached, or is gone";
 
 // A wait for a name to be owned. All of it runs on one context, whose sources call the functions below.
 struct Wait {
@@ -131,17 +132,24 @@ extern "C" KIV_API bool IsConnected()
     return reply != nullptr;
 }
 
-// The client object is on the bus as soon as this process owns the client's name.
-extern "C" KIV_API bool AwaitEvents(int timeoutMs)
+// Returns null as soon as events can arrive, and otherwise why they cannot. The client object is on the bus when this
+// process owns the client's name.
+extern "C" KIV_API const char* AwaitEvents(int timeoutMs)
 {
     const CNSGdbus& client = *CNSGdbus::m_pInstance;
-    if (!client.m_bProxyReady || client.m_MonitorThread == 0) {
-        return false;
+    if (!client.m_bProxyReady) {
+        return "no call was made on this bus, or the last one did not reach the server";
+    }
+    if (client.m_MonitorThread == 0) {
+        return "the monitor thread has ended, so that no event can come any more";
     }
     const std::string name = kClientNamePrefix + client.m_strClientName;
     g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    if (address == nullptr || g_dbus_is_name(name.c_str()) == FALSE) {
-        return false;
+    if (g_dbus_is_name(name.c_str()) == FALSE) {
+        return "the client id that the server gave is not valid in a D-Bus name";
+    }
+    if (address == nullptr) {
+        return kBusGone;
     }
     g_autoptr(GMainContext) context = g_main_context_new();
     g_main_context_push_thread_default(context);
@@ -154,7 +162,11 @@ extern "C" KIV_API bool AwaitEvents(int timeoutMs)
     g_source_destroy(limit);
     g_source_unref(limit);
     g_main_context_pop_thread_default(context);
-    return owned;
+    if (owned) {
+        return nullptr;
+    }
+    return wait.timedOut ? "the bus has not given this process its client's name in time: \"kivctl doctor\" tells why"
+                         : kBusGone;
 }
 
 extern "C" KIV_API void GiveProxy()

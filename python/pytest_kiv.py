@@ -28,21 +28,31 @@ def pytest_unconfigure(config):
     _runs.remove(config)
 
 
-def _arguments(markers):
+def pytest_itemcollected(item):
+    # The markers of a class or a module are for those of its tests that have the fixture.
+    if "kiv_sandbox" not in getattr(item, "fixturenames", ()):
+        if any(marker.name == "kiv_sandbox" for marker in item.own_markers):
+            text = f"the marker kiv_sandbox has no effect on {item.name}, which does not use the fixture kiv_sandbox"
+            item.warn(pytest.PytestWarning(text))
+
+
+def _options(markers):
     """Adds up what the markers say, of which the closest to the test comes first.
 
     An option of a closer marker replaces the same option of the others.
     """
-    options, keywords = {}, {}
+    # pytest imports this file in each run, also of tests that have no use for the library.
+    from kiv.sandbox import option_words
+
+    options = {}
     for marker in reversed(list(markers)):
         own, name = {}, ""
-        for word in map(str, marker.args):
+        for word in option_words("the marker kiv_sandbox", marker.args, marker.kwargs):
             # A word without dashes is the value of the option before it.
             name = word.partition("=")[0] if word.startswith("--") else name
             own.setdefault(name, []).append(word)
         options.update(own)
-        keywords.update(marker.kwargs)
-    return [word for words in options.values() for word in words], keywords
+    return [word for words in options.values() for word in words]
 
 
 @pytest.fixture
@@ -51,11 +61,9 @@ def kiv_sandbox(request):
 
     The markers of the test, its class and its module add up.
     """
-    # pytest imports this file in each run, also of tests that have no use for the library.
     from kiv import Sandbox
 
-    options, keywords = _arguments(request.node.iter_markers("kiv_sandbox"))
-    with Sandbox(*options, **keywords) as sandbox:
+    with Sandbox(*_options(request.node.iter_markers("kiv_sandbox"))) as sandbox:
         yield sandbox
 
 

@@ -5,9 +5,10 @@ from __future__ import annotations
 import ctypes
 import ipaddress
 import re
+import sys
 
 from ._process import refuse_system_bus
-from ._types import library
+from ._types import library, shown
 
 
 def mac(text: str) -> bytes:
@@ -26,7 +27,7 @@ def ip(text: str) -> int:
     return int.from_bytes(octets, "little", signed=True)
 
 
-library.AwaitEvents.restype = ctypes.c_bool
+library.AwaitEvents.restype = ctypes.c_char_p
 library.AwaitEvents.argtypes = [ctypes.c_int]
 
 _LONGEST_WAIT = (2**31 - 1) / 1000
@@ -40,12 +41,21 @@ def AwaitEvents(timeout: float = 10) -> bool:
     Returns False at once if events cannot arrive: no call was made in this sandbox, the last call did not reach the server,
     its client id is not valid in a D-Bus name, the bus is gone, or DestroyMessageMonitor() was called. Returns False after
     the timeout, in seconds, if the process does not own its client's name by then: the bus may forbid it, or another
-    process may own it. "kivctl doctor" tells why.
+    process may own it. "kivctl doctor" tells why. A line on stderr says which of these it was.
     """
-    if not 0 <= timeout <= _LONGEST_WAIT:
-        raise ValueError(f"timeout must be seconds from 0 to {_LONGEST_WAIT:.0f}, got {timeout!r}")
+    allowed = f"seconds from 0 to {_LONGEST_WAIT:.0f}"
+    try:
+        is_allowed = 0 <= timeout <= _LONGEST_WAIT
+    except TypeError:
+        raise TypeError(f"timeout must be {allowed}, got {shown(timeout)}") from None
+    if not is_allowed:
+        raise ValueError(f"timeout must be {allowed}, got {timeout!r}")
     refuse_system_bus("AwaitEvents")
-    return bool(library.AwaitEvents(round(timeout * 1000)))
+    obstacle = library.AwaitEvents(round(timeout * 1000))
+    if obstacle is None:
+        return True
+    print(f"kiv.AwaitEvents(): {obstacle.decode()}", file=sys.stderr)
+    return False
 
 
 def DestroyMessageMonitor() -> int:

@@ -66,6 +66,44 @@ def _words(values: Sequence[Word]) -> list[str]:
     return [str(int(value)) if isinstance(value, int) else os.fsdecode(value) for value in values]
 
 
+def option_words(taker: str, options: Sequence[Any], named: dict[str, Any]) -> list[str]:
+    """The options of a sandbox as words. Refuses, in the taker's name, what starts none."""
+    allowed = f'{taker} takes options of kiv-sandbox, such as "--scenario", "no-speakers"'
+    if named:
+        raise TypeError(f"{allowed}, got {', '.join(f'{name}={shown(value)}' for name, value in named.items())}")
+    try:
+        words = _words(options)
+    except TypeError as error:
+        raise TypeError(f"{allowed}: {error}") from None
+    if words and not words[0].startswith("-") or "--" in words:
+        raise ValueError(f"{allowed}, got {', '.join(map(shown, options))}")
+    return words
+
+
+def _with_event_id(words: list[str], arguments: Sequence[Word]) -> list[str]:
+    """The words of the command "event" with the id as the program takes it, which is in hexadecimal alone."""
+    at = 1
+    while at < len(words) and words[at].startswith("--"):
+        at += 2 if words[at] == "--client" else 1
+    if at < len(words) and isinstance(event := arguments[at], int):
+        if not -(2**31) <= event < 2**32:
+            raise OverflowError(f"the id of an event must be from {-(2**31)} to {2**32 - 1}, got {event}")
+        # Callbacks get the upper half of the ids as negative.
+        words[at] = f"{event % 2**32:#010x}"
+    return words
+
+
+def _json(value: Any) -> str:
+    """JSON of a fault or a scenario, in which bytes are written in hexadecimal."""
+
+    def other(part: object) -> str:
+        if isinstance(part, bytes):
+            return part.hex()
+        raise TypeError(f"a value must be bytes, or of a type that JSON has, got {shown(part)}")
+
+    return json.dumps(value, default=other)
+
+
 class _Stderr(threading.Thread):
     """Passes on what a program writes to stderr, line by line, and keeps the last lines."""
 
@@ -97,7 +135,7 @@ class Sandbox:
     _entered: ClassVar[Sandbox | None] = None
 
     def __init__(self, *options: Word) -> None:
-        self._options = _words(options)
+        self._options = option_words("Sandbox()", options, {})
 
     def __enter__(self) -> Sandbox:
         if Sandbox._entered is not None:
@@ -147,9 +185,8 @@ class Sandbox:
         words = _words(arguments)
         if words == ["calls"]:
             return self.calls
-        # The program takes the id of an event in hexadecimal alone. Callbacks get the upper half of the ids as negative.
-        if words[:1] == ["event"] and len(words) > 1 and isinstance(event := arguments[1], int):
-            words[1] = f"{event + 2**32 if -(2**31) <= event < 0 else event:#010x}"
+        if words[:1] == ["event"]:
+            words = _with_event_id(words, arguments)
         text = self._control(words)
         return json.loads(text) if words in _JSON else text or None
 
@@ -168,9 +205,11 @@ class Sandbox:
     def apply(self, scenario: str | os.PathLike[str] | dict[str, Any]) -> None:
         """Changes what a scenario mentions: a file, the name of a scenario that comes along, or its content."""
         if isinstance(scenario, dict):
-            self._control(["apply", "-"], json.dumps(scenario))
+            self._control(["apply", "-"], _json(scenario))
+        elif isinstance(scenario, (str, os.PathLike)):
+            self._control(["apply", os.fsdecode(scenario)])
         else:
-            self._control(_words(["apply", scenario]))
+            raise TypeError(f"scenario must be the name of one, a file or a dict, got {shown(scenario)}")
 
     def fault(self, method: str, **fault: Any) -> None:
         """Has a method of the server go wrong: sandbox.fault("StopNetworkSpeaker", error="org.example.Bad", count=1).
@@ -181,8 +220,7 @@ class Sandbox:
         """
         if not fault:
             raise TypeError("a fault must have a key, such as error, silent or delay; clear_faults() takes faults back")
-        values = {key: value.hex() if isinstance(value, bytes) else value for key, value in fault.items()}
-        self.control("fault", method, json.dumps(values))
+        self.control("fault", method, _json(fault))
 
     def clear_faults(self) -> None:
         """Takes every fault back."""
@@ -223,5 +261,7 @@ class Sandbox:
         return code
 
     def _failure(self, code: int) -> RuntimeError:
-        said = self._stderr.last() or "it wrote nothing to stderr"
-        return RuntimeError(f"{' '.join([self._program, *self._options])} ended with {code}: {said}")
+        command = " ".join([self._program, *self._options])
+        if code == 0:
+            return RuntimeError(f"{command} started no sandbox; give options that do, such as --scenario no-speakers")
+        return RuntimeError(f"{command} ended with {code}: {self._stderr.last() or 'it wrote nothing to stderr'}")

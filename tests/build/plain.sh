@@ -15,6 +15,18 @@ install_all
 expect_files include/KivServiceInterface.h lib/libkiv-interface-api.so lib/libkiv-platform-host.so
 expect_no_files bin share/man share/bash-completion
 
+# The target of the Python module builds all of it. Until then, pytest is told of no plugin.
+configure "${without_packages[@]}" -DKIV_BUILD_PYTHON=ON
+build_target() {
+    "$CMAKE_COMMAND" --build "$build" --target "$1" >"$log" 2>&1 || fail "there is no $1: $(cat "$log")"
+}
+build_target kiv-python-shim
+test -z "$(find "$build/python" -name entry_points.txt)" || fail "pytest is told of a plugin that is not there"
+build_target kiv-python
+PYTHONPATH=$build/python python3 -c 'import importlib.metadata, importlib.util, kiv
+[plugin] = importlib.metadata.distribution("kiv").entry_points
+assert importlib.util.find_spec(plugin.value)'
+
 # A program takes the library from the build tree, too.
 (
     source+=/tests/install/host

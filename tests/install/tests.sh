@@ -38,17 +38,25 @@ kiv_add_test(NAME fails COMMAND sh -c "true; false")
 kiv_add_test(NAME prints SANDBOX --scenario no-speakers COMMAND printf "<%s>" "a;b" "" "c d" [[\$e]])
 kiv_add_test(NAME controls COMMAND sh -c [["$KIV_SANDBOX" control apply surround-set && test "$VALUE" = 1]])
 set_tests_properties(controls PROPERTIES ENVIRONMENT VALUE=1)
+kiv_add_test(NAME off COMMAND true)
 TEXT
 configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
 "$ctest" --test-dir "$sources/build" --verbose >"$log" 2>&1 && fail "what follows a semicolon is lost"
 grep -qF '2: <a;b><><c d><\$e>' "$log" || fail "arguments have changed"
-grep -q '^67% tests passed, 1 tests failed out of 3$' "$log" || fail "there are other results"
+grep -q '^75% tests passed, 1 tests failed out of 4$' "$log" || fail "there are other results"
 
 # It is as if the tools were not installed.
 sources=$1
 configure "$3/without" -DCMAKE_PREFIX_PATH="$2" -DKIV_SANDBOX=OFF && fail "cmake adds a test without a sandbox"
 tr -s ' \n' ' ' <"$log" | grep -q 'cannot add speakers, because kiv-sandbox was not found\. With find_package(): install' ||
   fail "cmake does not say that the sandbox is missing"
+
+# Neither of these paths is a program.
+for path in /no/such/kiv-sandbox "$3"; do
+  configure "$3/path" -DCMAKE_PREFIX_PATH="$2" -DKIV_SANDBOX="$path" && fail "cmake takes $path for kiv-sandbox"
+  tr -s ' \n' ' ' <"$log" | grep -qF "KIV_SANDBOX must be the path of the program kiv-sandbox, got \"$path\"" ||
+    fail "cmake does not say what is wrong with KIV_SANDBOX"
+done
 
 # This call lacks a keyword.
 mkdir "$3/mistake"

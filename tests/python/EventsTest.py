@@ -59,11 +59,20 @@ def home(tmp_path):
 
 
 def run(code, environment):
-    """Gives the output of a program that has the module for itself."""
+    """Gives the output of a program that has the module for itself, and what the module says on stderr."""
+    pipe = subprocess.PIPE
     done = subprocess.run(
-        [sys.executable, "-c", code], env=environment, stdout=subprocess.PIPE, encoding="utf-8", timeout=LONG, check=True
+        [sys.executable, "-c", code], env=environment, stdout=pipe, stderr=pipe, encoding="utf-8", timeout=LONG, check=True
     )
-    return done.stdout
+    said = [line for line in done.stderr.splitlines() if line.startswith("kiv.AwaitEvents")]
+    return done.stdout, said
+
+
+NO_CALL = "kiv.AwaitEvents(): no call was made on this bus, or the last one did not reach the server"
+NO_MONITOR = "kiv.AwaitEvents(): the monitor thread has ended, so that no event can come any more"
+NO_BUS = "kiv.AwaitEvents(): the bus cannot be reached, or is gone"
+NO_ID = "kiv.AwaitEvents(): the client id that the server gave is not valid in a D-Bus name"
+NO_NAME = 'kiv.AwaitEvents(): the bus has not given this process its client\'s name in time: "kivctl doctor" tells why'
 
 
 SUBSCRIBE_AND_WAIT = """
@@ -74,7 +83,7 @@ print(kiv.SubscribeNamServiceCallback("test", print), kiv.AwaitEvents({}))
 
 def test_a_bus_that_denies_the_name_of_the_client_is_told_in_time(home):
     environment = home('<deny own_prefix="org.lumra.tv.networkspeaker.client"/>')
-    assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5"), environment) == "1 False\n"
+    assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5"), environment) == ("1 False\n", [NO_NAME])
 
 
 def test_without_a_timeout_there_is_one():
@@ -82,7 +91,7 @@ def test_without_a_timeout_there_is_one():
 
 
 def test_a_bus_that_allows_it_is_told_when_the_name_is_owned(home):
-    assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), home("")) == "1 True\n"
+    assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), home("")) == ("1 True\n", [])
 
 
 def test_a_bus_that_hangs_is_told_in_time(home):
@@ -96,7 +105,7 @@ print(kiv.AwaitEvents(timeout={LONG}))
 """
     environment = home("")
     daemon = environment["DBUS_DAEMON_PID"]
-    assert run(code.format(daemon, daemon), environment) == "7\nFalse\nTrue\n"
+    assert run(code.format(daemon, daemon), environment) == ("7\nFalse\nTrue\n", [NO_NAME])
 
 
 def test_a_name_that_another_process_owns_is_not_this_ones():
@@ -107,14 +116,45 @@ def test_a_name_that_another_process_owns_is_not_this_ones():
             [sys.executable, "-c", own], stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8"
         ) as other:
             assert other.stdout.readline() == "True\n"
-            assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5"), dict(os.environ)) == "1 False\n"
+            assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5"), dict(os.environ)) == ("1 False\n", [NO_NAME])
             other.stdin.close()
-        assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), dict(os.environ)) == "1 True\n"
+        assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), dict(os.environ)) == ("1 True\n", [])
 
 
 def test_before_the_first_call_there_is_nothing_to_wait_for():
     with kiv.Sandbox():
-        assert run("import kiv; print(kiv.AwaitEvents())", dict(os.environ)) == "False\n"
+        assert run("import kiv; print(kiv.AwaitEvents())", dict(os.environ)) == ("False\n", [NO_CALL])
+
+
+def test_after_the_end_of_the_monitor_there_is_nothing_to_wait_for():
+    with kiv.Sandbox():
+        code = "import kiv; kiv.StopNetworkSpeaker(7); kiv.DestroyMessageMonitor(); print(kiv.AwaitEvents())"
+        assert run(code, dict(os.environ)) == ("False\n", [NO_MONITOR])
+
+
+def test_a_client_id_that_is_no_part_of_a_name_is_told():
+    with kiv.Sandbox("--start") as sandbox:
+        sandbox.apply({"clientId": "a b"})
+        assert run("import kiv; kiv.StopNetworkSpeaker(7); print(kiv.AwaitEvents())", dict(os.environ)) == ("False\n", [NO_ID])
+
+
+def test_a_bus_that_is_gone_is_told(home):
+    code = """
+import kiv, os, signal
+kiv.StopNetworkSpeaker(7)
+assert kiv.AwaitEvents(60)
+os.kill(int(os.environ["DBUS_DAEMON_PID"]), signal.SIGKILL)
+print(kiv.AwaitEvents(60))
+"""
+    assert run(code, home("")) == ("False\n", [NO_BUS])
+
+
+def test_a_failed_test_shows_why_no_event_comes(tmp_path):
+    (tmp_path / "test_use.py").write_text("import kiv\ndef test_it(kiv_sandbox):\n    assert kiv.AwaitEvents()\n")
+    done = subprocess.run(
+        [sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(tmp_path)], stdout=subprocess.PIPE, encoding="utf-8"
+    )
+    assert done.returncode == 1 and NO_CALL in done.stdout, done.stdout
 
 
 @pytest.mark.parametrize("sandbox", ["first", "second", "third"])
@@ -141,7 +181,7 @@ os.kill(int(os.environ["DBUS_DAEMON_PID"]), signal.SIGKILL)
 with kiv.Sandbox() as sandbox:
     print(kiv.StopNetworkSpeaker(9), sandbox.calls[-1].arguments)
 """
-    assert run(code, home("")) == "7\nTrue True\n8\n9 (9,)\n"
+    assert run(code, home("")) == ("7\nTrue True\n8\n9 (9,)\n", [])
 
 
 @pytest.mark.parametrize("timeout", [-1, -0.001, float("nan"), float("inf"), 2**31])
@@ -152,5 +192,5 @@ def test_a_timeout_is_a_number_of_seconds(timeout):
 
 @pytest.mark.parametrize("timeout", ["1", None])
 def test_a_timeout_of_another_type_is_refused(timeout):
-    with pytest.raises(TypeError):
+    with pytest.raises(TypeError, match=f"timeout must be seconds from 0 to 2147484, got {timeout!r}"):
         kiv.AwaitEvents(timeout=timeout)

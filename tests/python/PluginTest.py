@@ -3,6 +3,7 @@
 import os
 import subprocess
 import sys
+from pathlib import Path
 
 import kiv
 import pytest
@@ -44,11 +45,86 @@ def test_it_can_be_switched_off(tmp_path):
     assert done.returncode != 0 and "kiv_sandbox" in done.stdout
 
 
-def test_options_that_are_not_options_are_told(tmp_path):
-    (tmp_path / "test_named.py").write_text(USE.replace('"--scenario", "no-speakers"', 'scenario="no-speakers"'))
-    done = run(tmp_path)
+@pytest.mark.parametrize(
+    "options, got",
+    [
+        ('scenario="no-speakers"', "scenario='no-speakers'"),
+        ('"no-speakers"', "'no-speakers'"),
+        ('["--scenario", "no-speakers"]', "['--scenario', 'no-speakers']"),
+        ('"--", "true"', "'--', 'true'"),
+        ("5", "5"),
+    ],
+)
+def test_options_that_are_not_options_are_told(tmp_path, options, got):
+    module = 'import pytest\npytestmark = pytest.mark.kiv_sandbox("--feature", "on")\n'
+    done = run(tmp_path, use=module + USE.replace('"--scenario", "no-speakers"', options))
     assert done.returncode == 1
-    assert "unexpected keyword argument 'scenario'" in done.stdout
+    told = 'Error: the marker kiv_sandbox takes options of kiv-sandbox, such as "--scenario", "no-speakers"'
+    [line] = [line for line in done.stdout.splitlines() if line.startswith("E ") and told in line]
+    assert line.endswith(f", got {got}")
+
+
+# Two of the markers are on tests without the fixture, and one of those is there for the other tests of its class.
+UNUSED = """
+import pytest
+
+@pytest.mark.kiv_sandbox("--lazy")
+def test_without():
+    pass
+
+@pytest.fixture
+def den(kiv_sandbox):
+    pass
+
+@pytest.mark.kiv_sandbox("--lazy")
+class TestClass:
+    def test_with(self, kiv_sandbox):
+        pass
+
+    def test_of_it(self):
+        pass
+
+    @pytest.mark.kiv_sandbox("--lazy")
+    def test_by_another(self, den):
+        pass
+"""
+
+
+def test_a_marker_without_the_fixture_is_told(tmp_path):
+    done = run(tmp_path, use=UNUSED)
+    assert done.returncode == 0, done.stdout
+    assert "has no effect on test_without, which does not use the fixture kiv_sandbox" in done.stdout
+    assert "4 passed, 1 warning" in done.stdout
+
+
+# The recipe for events, with a wait that fails, and what arrives once the test and its fixtures are at their end.
+LEAK = """
+import kiv, pytest, queue
+
+@pytest.fixture(autouse=True)
+def watch(monkeypatch, kiv_sandbox):
+    told, received, subscribe = [], queue.Queue(), kiv.SubscribeNamServiceCallback
+    with monkeypatch.context() as patch:
+        patch.setattr(kiv, "SubscribeNamServiceCallback", lambda name, _: subscribe(name, lambda *event: told.append(event)))
+        patch.setattr(kiv, "AwaitEvents", lambda: False)
+        yield
+    assert subscribe("z, after all others", lambda *event: received.put(event)) == 1
+    assert kiv.AwaitEvents(60)
+    kiv_sandbox.control("event", 0x11)
+    assert received.get(timeout=60)[0] == 0x11
+    assert told == []
+
+def test_events(events):
+    pass
+"""
+
+
+def test_the_recipe_for_events_leaves_no_subscription(tmp_path):
+    examples = Path(__file__).parents[2] / "examples"
+    (tmp_path / "conftest.py").write_text((examples / "conftest.py").read_text())
+    done = run(tmp_path, use=LEAK)
+    # The one error is that of the wait.
+    assert done.returncode == 1 and done.stdout.splitlines()[-1].startswith("1 error"), done.stdout
 
 
 def test_the_library_is_not_loaded_before_it_is_used():

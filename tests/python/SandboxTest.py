@@ -2,6 +2,7 @@
 
 import os
 import queue
+import re
 import subprocess
 import sys
 from pathlib import Path
@@ -74,8 +75,18 @@ def test_the_words_of_a_sandbox_that_does_not_start_are_in_the_exception(tmp_pat
 
 
 def test_an_option_after_which_no_sandbox_starts_is_an_error():
-    with pytest.raises(RuntimeError, match="--version ended with 0: it wrote nothing to stderr"):
-        kiv.Sandbox("--version").__enter__()
+    for option in ("--version", "--help"):
+        with pytest.raises(RuntimeError, match=f"{option} started no sandbox; give options that do, such as --scenario"):
+            kiv.Sandbox(option).__enter__()
+
+
+@pytest.mark.parametrize("options", [("no-speakers",), (5,), ("--", "true"), ("--lazy", "--", "true"), (["--lazy"],)])
+def test_what_is_no_option_is_refused(options):
+    with pytest.raises(
+        (TypeError, ValueError),
+        match=rf'Sandbox\(\) takes options of kiv-sandbox, such as "--scenario", "no-speakers".* got .*{re.escape(repr(options[-1]))}',
+    ):
+        kiv.Sandbox(*options)
 
 
 def test_stderr_is_passed_on_while_the_sandbox_runs():
@@ -228,10 +239,25 @@ def test_the_id_of_an_event_may_be_an_int(kiv_sandbox, event):
     kiv.UnsubscribeNamServiceCallback("test")
 
 
-def test_an_int_that_is_no_id_of_an_event_is_refused():
+def test_the_id_of_an_event_may_follow_an_option(kiv_sandbox):
+    received = queue.Queue()
+    assert kiv.SubscribeNamServiceCallback("test", lambda *event: received.put((event[0], event[1][:1]))) == 1
+    assert kiv.AwaitEvents()
+    client = kiv_sandbox.home["clients"][0]["id"]
+    kiv_sandbox.control("event", "--client", client, 0x02020040, "07")
+    assert received.get(timeout=60) == (0x02020040, b"\x07")
+    kiv_sandbox.control("event", f"--client={client}", -2, 11)
+    assert received.get(timeout=60) == (-2, b"\x11")
+    kiv_sandbox.control("event", "0x12", 11, "--client", client)
+    assert received.get(timeout=60) == (0x12, b"\x11")
+    kiv.UnsubscribeNamServiceCallback("test")
+
+
+@pytest.mark.parametrize("event", [2**32, 2**40, -(2**31) - 1])
+def test_an_int_that_is_no_id_of_an_event_is_refused(event):
     with kiv.Sandbox() as sandbox:
-        with pytest.raises(kiv.ControlError, match="ID must be in hexadecimal such as 0x02020028, got '0x100000000'"):
-            sandbox.control("event", 2**32)
+        with pytest.raises(OverflowError, match=f"id of an event must be from -2147483648 to 4294967295, got {event}"):
+            sandbox.control("event", event)
 
 
 def test_a_fault_makes_a_method_go_wrong():
@@ -249,6 +275,8 @@ def test_a_fault_makes_a_method_go_wrong():
         assert kiv.StopNetworkSpeaker(7) == 7
         with pytest.raises(TypeError, match="a fault must have a key"):
             sandbox.fault("StopNetworkSpeaker")
+        with pytest.raises(TypeError, match="a value must be bytes, or of a type that JSON has, got <object object"):
+            sandbox.fault("StopNetworkSpeaker", delay=object())
 
 
 def test_a_scenario_is_applied():
@@ -257,6 +285,12 @@ def test_a_scenario_is_applied():
         assert [speaker["name"] for speaker in sandbox.home["speakers"]] == ["Hall"]
         sandbox.apply("no-speakers")
         assert sandbox.home["speakers"] == []
+        sandbox.apply({"faults": {"GetNetSpkNodeList": {"bytes": b"\xab" * 134}}})
+        nodes = []
+        assert kiv.GetNetSpkNodeList(nodes) == 1 and nodes[0].opaque == b"\xab" * 134
+        for scenario in (None, 7, b"no-speakers"):
+            with pytest.raises(TypeError, match=f"scenario must be the name of one, a file or a dict, got {scenario!r}"):
+                sandbox.apply(scenario)
 
 
 def test_a_command_that_prints_nothing_returns_nothing():
