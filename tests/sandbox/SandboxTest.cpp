@@ -38,8 +38,21 @@ TEST(SandboxTest, PassesOnTheExitCode)
 
 TEST(SandboxTest, TellsTheSignalThatEndedTheCommand)
 {
-    EXPECT_EQ(RunSandbox({"--", "sh", "-c", "kill -KILL $$"}).exitCode, 128 + SIGKILL);
-    EXPECT_EQ(RunSandbox({"--", "sh", "-c", "kill -SEGV $$"}).exitCode, 128 + SIGSEGV);
+    const Outcome killed = RunSandbox({"--", "sh", "-c", "kill -KILL $$"});
+    EXPECT_EQ(killed.exitCode, 128 + SIGKILL);
+    EXPECT_EQ(killed.errors, "kiv-sandbox: sh was killed by signal 9 (Killed)\n");
+    const Outcome crashed = RunSandbox({"--", "sh", "-c", "kill -SEGV $$"});
+    EXPECT_EQ(crashed.exitCode, 128 + SIGSEGV);
+    EXPECT_EQ(crashed.errors, "kiv-sandbox: sh was killed by signal 11 (Segmentation fault)\n");
+}
+
+TEST(SandboxTest, SaysNothingOfASignalThatEndsACommandOnPurpose)
+{
+    for (const int number : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) {
+        const Outcome outcome = RunSandbox({"--", "sh", "-c", fmt::format("kill -{} $$", number)});
+        EXPECT_EQ(outcome.exitCode, 128 + number);
+        EXPECT_EQ(outcome.errors, "");
+    }
 }
 
 TEST(SandboxTest, TellsThatACommandCannotBeRun)

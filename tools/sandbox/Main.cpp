@@ -290,12 +290,30 @@ private:
     int exitCode_;
 };
 
+constexpr int kSignalled = 128;
+
+/// By these signals people, terminals and shells end programs. The others tell of a crash.
+bool EndsOnPurpose(int number)
+{
+    return number == SIGHUP || number == SIGINT || number == SIGPIPE || number == SIGTERM;
+}
+
 int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals)
 {
     try {
         command.Start();
         const int status = PassSignalsUntilEnd(command, signals);
-        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+        if (!WIFSIGNALED(status)) {
+            return WEXITSTATUS(status);
+        }
+        const int number = WTERMSIG(status);
+        if (!EndsOnPurpose(number)) {
+            // A stderr that has been closed changes nothing in the exit code, as an exception here would.
+            const char* const reason = g_strsignal(number);
+            std::fputs(
+                fmt::format("kiv-sandbox: {} was killed by signal {} ({})\n", name, number, reason).c_str(), stderr);
+        }
+        return kSignalled + number;
     } catch (const std::system_error& error) {
         throw CommandError(name, error.code());
     }
