@@ -248,7 +248,7 @@ TEST(SandboxTest, SimulatorGetsItsOptions)
     const fs::path recording = scratch.Path() / "recording";
     std::ofstream(simulator) << "#!/bin/sh\nshift 2; printf '%s|' \"$@\" >&2\nexit 1\n";
     std::ofstream(scenario) << "{}";
-    std::ofstream(recording) << "";
+    std::ofstream(recording) << R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
     fs::permissions(simulator, fs::perms::owner_all);
 
     for (const auto& [option, file] : {std::pair{"--scenario", scenario}, std::pair{"--replay", recording}}) {

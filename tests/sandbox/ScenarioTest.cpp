@@ -608,6 +608,48 @@ TEST_F(RecordTest, WithoutACommandTheOlderRecordingStays)
     EXPECT_THAT(Parts(), IsEmpty());
 }
 
+TEST_F(RecordTest, AFailedCommandKeepsTheOlderRecording)
+{
+    std::ofstream(file_) << "an older recording";
+
+    const Outcome silent = RunSandbox({"--record", file_, "--", "false"});
+    EXPECT_EQ(silent.exitCode, 1);
+    EXPECT_EQ(
+        silent.errors,
+        "kiv-sandbox: " + file_.string() + " stays as it was: the command failed, and recorded nothing\n");
+    EXPECT_THAT(Parts(), IsEmpty());
+
+    const Outcome failed = Record("kivctl stop; exit 5");
+    EXPECT_EQ(failed.exitCode, 5);
+    ASSERT_THAT(Parts(), SizeIs(1));
+    EXPECT_EQ(
+        failed.errors, "kiv-sandbox: " + file_.string() + " stays as it was: the command failed, and is recorded in " +
+                           Parts().front().string() + "\n");
+    EXPECT_EQ(ReadFile(file_), "an older recording");
+    EXPECT_THAT(ReadFile(Parts().front()), HasSubstr("\"StopNetworkSpeaker\""));
+}
+
+TEST_F(RecordTest, WithoutAnOlderRecordingAFailedCommandHasItsOwn)
+{
+    std::ofstream(file_) << "";
+    const Outcome failed = Record("kivctl stop; exit 5");
+    EXPECT_EQ(failed.errors, "");
+    EXPECT_THAT(ReadFile(file_), HasSubstr("\"StopNetworkSpeaker\""));
+}
+
+TEST_F(RecordTest, ARecordingWithoutCallsIsToldAndRefusedByStrict)
+{
+    EXPECT_EQ(Record("true").errors, "");
+    const std::string told = "kiv-sandbox: " + file_.string() + ": the recording has no calls";
+    const Outcome lenient = Replay("true");
+    EXPECT_EQ(lenient.exitCode, 0);
+    EXPECT_EQ(lenient.errors, told + "\n");
+    const Outcome strict = RunSandbox({"--strict", "--replay", file_, "--", "echo", "started"});
+    EXPECT_EQ(strict.exitCode, 125);
+    EXPECT_EQ(strict.errors, told + "; --strict needs one to compare with\n");
+    EXPECT_EQ(strict.output, "");
+}
+
 TEST_F(RecordTest, GoesToAPipeToo)
 {
     EXPECT_THAT(

@@ -207,6 +207,20 @@ struct InputFiles {
     std::optional<simulator::Replay> replay;
 };
 
+/// A recording without calls is most likely that of a run that failed, and a command that calls nothing would pass with
+/// --strict.
+void TellOfNoCalls(const simulator::Replay& replay, bool isStrict)
+{
+    if (!replay.Unmade().empty()) {
+        return;
+    }
+    const std::string reason = fmt::format("{}: the recording has no calls", replay.Name());
+    if (isStrict) {
+        throw simulator::FileError(reason + "; --strict needs one to compare with");
+    }
+    fmt::print(stderr, "kiv-sandbox: {}\n", reason);
+}
+
 /// Reads what the simulator will read, so that nothing is started for files that cannot be used.
 InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& given)
 {
@@ -218,6 +232,7 @@ InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& 
     if (!options.replay.empty()) {
         RefuseToReplace(options.replay, "--replay", options.record);
         files.replay.emplace(options.replay, simulator::ReadText(options.replay, simulator::kLargestRecording));
+        TellOfNoCalls(*files.replay, options.strict);
     }
     return files;
 }
@@ -461,7 +476,8 @@ int RunInSandbox(const Options& options)
         trace.reset();
     }
     if (listeners.recorder) {
-        listeners.recorder->Finish();
+        const bool failed = exitCode != EXIT_SUCCESS && !EndsOnPurpose(exitCode - kSignalled);
+        fmt::print(stderr, "{}", listeners.recorder->Finish(failed));
     }
     const std::string complaints = listeners.replayCheck ? listeners.replayCheck->Complaints() : "";
     fmt::print(stderr, "{}", complaints);
