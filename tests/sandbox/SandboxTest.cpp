@@ -99,10 +99,16 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
          {"--replay", "a", "--scenario", "no-speakers", "--", "true"}},
         {"--no-server excludes --replay; see kiv-sandbox --help", {"--no-server", "--replay", "a", "--", "true"}},
         {"--strict requires --replay; see kiv-sandbox --help", {"--strict", "--", "true"}},
+        {"unknown option --bogus; see kiv-sandbox --help", {"--list", "--bogus"}},
+        {"unknown option --colour; see kiv-sandbox --help", {"--list-scenarios", "--colour"}},
+        {R"(--list and --list-scenarios run no command, got "true"; see kiv-sandbox --help)", {"--list", "--", "true"}},
+        {R"(--list and --list-scenarios run no command, got "echo x"; see kiv-sandbox --help)",
+         {"--list-scenarios", "echo", "x"}},
     };
     for (const auto& [line, words] : lines) {
         const Outcome outcome = RunSandbox(words);
         EXPECT_EQ(outcome.exitCode, 125) << line;
+        EXPECT_EQ(outcome.output, "");
         EXPECT_EQ(outcome.errors, "kiv-sandbox: " + line + "\n");
     }
 }

@@ -525,19 +525,24 @@ class HelpFormat : public CLI::Formatter {
     }
 };
 
-/// What follows the options. Without a "--" it ends at the first word that is not an option of ours.
-std::vector<std::string> Command(const CLI::App& app)
+/// The command, which a list does not have. Without a "--" the options end at the first word that is none of ours.
+std::vector<std::string> Command(const CLI::App& app, bool isList)
 {
     std::vector<std::string> words = app.remaining();
     const bool separated = !words.empty() && words.front() == "--";
     if (separated) {
         words.erase(words.begin());
     }
-    if (words.empty()) {
+    if (!separated && !words.empty() && words.front().starts_with('-')) {
+        throw CLI::ExtrasError(app.get_name(), {words.front()});
+    }
+    if (words.empty() && !isList) {
         throw CLI::ParseError("no command given", CLI::ExitCodes::RequiredError);
     }
-    if (!separated && words.front().starts_with('-')) {
-        throw CLI::ExtrasError(app.get_name(), {words.front()});
+    if (!words.empty() && isList) {
+        throw CLI::ParseError(
+            fmt::format("--list and --list-scenarios run no command, got \"{}\"", fmt::join(words, " ")),
+            CLI::ExitCodes::ExcludesError);
     }
     return words;
 }
@@ -617,9 +622,7 @@ int Main(int argc, char** argv)
         "print the address of the bus: to stderr before the command runs, or with --list");
     try {
         app.parse(argc, argv);
-        if (!options.listScenarios && !options.list) {
-            options.command = Command(app);
-        }
+        options.command = Command(app, options.listScenarios || options.list);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kSandboxFailed;
     }
