@@ -379,6 +379,13 @@ TEST(SandboxTest, TraceBeginsWithTheCommand)
     }
 }
 
+TEST(SandboxTest, TraceLeavesOutHowTheBusGetsItsFault)
+{
+    EXPECT_EQ(RunSandbox({"--trace", "--bus-fault", "deny-name", "--", "true"}).errors, "");
+    EXPECT_THAT(
+        RunSandbox({"--trace-all", "--bus-fault", "deny-name", "--", "true"}).errors, HasSubstr("ReloadConfig()"));
+}
+
 TEST(SandboxTest, TwoSandboxesDoNotMeet)
 {
     const Sandbox first("read line");
