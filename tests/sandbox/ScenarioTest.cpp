@@ -227,6 +227,25 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
     EXPECT_EQ(RunSandbox({"--record", "/no/such/file", "--", "true"}).exitCode, 125);
 }
 
+TEST(ScenarioOptionTest, AScenarioAndARecordingAreToldFromEachOther)
+{
+    const ScratchDirectory scratch;
+    const fs::path scenario = scratch.Path() / "scenario.json";
+    const fs::path recording = scratch.Path() / "recording.jsonl";
+    std::ofstream(scenario) << "{\n  \"feature\": \"on\"\n}\n";
+    const std::string call = R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
+    std::ofstream(recording) << call << "\n" << call << "\n";
+
+    EXPECT_EQ(
+        RunSandbox({"--replay", scenario, "--", "true"}).errors,
+        "kiv-sandbox: " + scenario.string() +
+            ":1: must be a recording, a JSON object in each line, as --record writes it, got {\n");
+    EXPECT_EQ(
+        RunSandbox({"--scenario", recording, "--", "true"}).errors,
+        "kiv-sandbox: " + recording.string() +
+            ":1: must be a scenario, one JSON object, got a recording, as --record writes it\n");
+}
+
 TEST(ScenarioOptionTest, TheFeatureOptionHasTheLastWord)
 {
     const ScratchDirectory scratch;
