@@ -274,8 +274,8 @@ TEST(ControlCommandTest, ChangesWhatTheSimulatorDoes)
         outcome.output, StartsWith(
                             answered + "9\n" + answered + "0\n" + answered + "2\nsupported\nnot supported\n" +
                             answered + "3\n" + answered + "3\n" + answered + "0\n" + answered + "4\n"));
-    EXPECT_THAT(outcome.output, HasSubstr(" StopNetworkSpeaker(4,)\n"));
-    EXPECT_THAT(outcome.output, Not(HasSubstr("StopNetworkSpeaker(3,)")));
+    EXPECT_THAT(outcome.output, HasSubstr(" StopNetworkSpeaker(4)\n"));
+    EXPECT_THAT(outcome.output, Not(HasSubstr("StopNetworkSpeaker(3")));
     EXPECT_EQ(outcome.exitCode, 3);
 }
 
