@@ -427,7 +427,7 @@ void RefuseUnknownCommand(const CLI::App& app, const std::string& word)
     }
     if (!word.empty() && word.front() != '-' && std::ranges::find(names, word) == names.end()) {
         throw CLI::ParseError(
-            fmt::format("unknown command '{}'{}", word, DidYouMean(word, names)), CLI::ExitCodes::ExtrasError);
+            fmt::format("unknown command {}{}", word, DidYouMean(word, names)), CLI::ExitCodes::ExtrasError);
     }
 }
 
