@@ -25,7 +25,7 @@ inline std::string Reason(const CLI::App& app, const CLI::Error& error)
     }
     const std::string& word = words.front();
     if (!word.starts_with('-')) {
-        return fmt::format("unexpected argument '{}'", word);
+        return fmt::format("unexpected argument \"{}\"", word);
     }
     const std::vector<CLI::App*> commands = app.get_subcommands();
     std::vector<std::string> names;
@@ -34,7 +34,7 @@ inline std::string Reason(const CLI::App& app, const CLI::Error& error)
             names.push_back("--" + name);
         }
     }
-    return fmt::format("unknown option '{}'{}", word, DidYouMean(word, names));
+    return fmt::format("unknown option {}{}", word, DidYouMean(word, names));
 }
 
 /** Has wrong arguments told by the program's name, as everything else that goes wrong, with the way to the help. */

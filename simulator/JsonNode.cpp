@@ -1,5 +1,7 @@
 #include "simulator/JsonNode.h"
 
+#include "simulator/ShortText.h"
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -129,12 +131,15 @@ private:
 
 /**
  * The place, and what is wrong there. The library's text begins with its own name for the error, and for most with a
- * place "at line 3, column 1: ", whose line is that within the text and so not always that within the file.
+ * place "at line 3, column 1: ", whose line is that within the text and so not always that within the file. It may end
+ * with a whole value, whose beginning is enough.
  */
 std::string PlaceAndReason(const json::exception& error, int line)
 {
     std::string text = error.what();
     text.erase(0, text.find("] ") + 2);
+    constexpr std::size_t kMostTold = 200;
+    text = Beginning(text, kMostTold);
     constexpr std::string_view kColumn = ", column ";
     const auto column = text.find(kColumn);
     if (!text.starts_with("parse error at line ") || column == std::string::npos) {
@@ -209,12 +214,7 @@ void JsonNode::Fail(const std::string& reason) const
 
 void JsonNode::FailExpected(const std::string& expected) const
 {
-    constexpr std::size_t kMostShown = 60;
-    std::string got = value_->dump(-1, ' ', true);
-    if (got.size() > kMostShown) {
-        got = got.substr(0, kMostShown) + "...";
-    }
-    Fail(fmt::format("must be {}, got {}", expected, got));
+    Fail(fmt::format("must be {}, got {}", expected, Beginning(value_->dump(-1, ' ', true), kMostShown)));
 }
 
 bool JsonNode::IsNull() const

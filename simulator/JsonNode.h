@@ -23,6 +23,9 @@ inline constexpr std::size_t kMebibyte = 1UL << 20;
 inline constexpr std::size_t kLargestScenario = 16 * kMebibyte;
 inline constexpr std::size_t kLargestRecording = 256 * kMebibyte;
 
+/** So many bytes of what is wrong are shown. */
+inline constexpr std::size_t kMostShown = 60;
+
 /** The text of a file. Throws FileError, also for one that is longer. */
 std::string ReadText(const std::string& file, std::size_t most);
 /** The text of stdin. */

@@ -1,8 +1,12 @@
 #include "simulator/Recording.h"
 
 #include "simulator/JsonKeys.h"
+#include "simulator/ShortText.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
 
 namespace kiv::simulator {
 
@@ -23,6 +27,14 @@ const Keys<RecordedLine>& LineKeys()
         {"error", Into(&RecordedLine::error, ReadString)},   {"message", Into(&RecordedLine::message, ReadString)},
     };
     return kKeys;
+}
+
+/** Whether a line is JSON with a key of a recording, perhaps with mistakes. */
+bool IsLike(const std::string& text)
+{
+    const auto parsed = nlohmann::json::parse(text, nullptr, false);
+    return parsed.is_object() &&
+           std::ranges::any_of(LineKeys(), [&parsed](const auto& key) { return parsed.contains(key.first); });
 }
 
 } // namespace
@@ -53,6 +65,12 @@ std::string WriteLine(const RecordedLine& line)
 
 RecordedLine ReadLine(const std::string& name, const std::string& text, int number)
 {
+    // A file whose first line is unlike any is something else, such as a scenario.
+    if (number == 1 && !IsLike(text)) {
+        throw FileError(fmt::format(
+            "{}:1: must be a recording, a JSON object in each line, as --record writes it, got {}", name,
+            Beginning(text, kMostShown)));
+    }
     const JsonNode node = JsonNode::Parse(name, text, number);
     RecordedLine line = Read(node, LineKeys(), {"ms"});
     if (line.call.has_value() + line.event.has_value() + line.answer.has_value() != 1) {
@@ -62,6 +80,16 @@ RecordedLine ReadLine(const std::string& name, const std::string& text, int numb
         node.FailExpected("a call or an event with 'method' and 'arguments', or an answer with 'values' or 'error'");
     }
     return line;
+}
+
+bool IsRecording(const std::string& text)
+{
+    try {
+        ReadLine("", text.substr(0, text.find('\n')), 1);
+        return true;
+    } catch (const FileError&) {
+        return false;
+    }
 }
 
 } // namespace kiv::simulator

@@ -192,8 +192,12 @@ std::vector<RecordedExchange> Replay::Unmade() const
         }
     }
     for (const RecordedExchange& exchange : exchanges_) {
-        if (!exchange.isMade && !leftOut.contains(exchange.method)) {
-            unmade.push_back(exchange);
+        if (exchange.isMade || leftOut.contains(exchange.method)) {
+            continue;
+        }
+        unmade.push_back(exchange);
+        if (IsAboutProcess(exchange.method)) {
+            leftOut.insert(exchange.method);
         }
     }
     return unmade;

@@ -56,9 +56,9 @@ public:
     std::string WhyNot(const std::string& method, GVariant* arguments) const;
 
     /**
-     * The calls that nobody has made, in their order. A call about the caller's process counts as made if one of the
-     * same method was: how often it is made is chance. The question for the client id, which the library asks before
-     * each call, is left out.
+     * The calls that nobody has made, in their order. Of the calls about the caller's process, those of the same method
+     * count as one, which is made if any of them is: how often they are made is chance. The question for the client id,
+     * which the library asks before each call, is left out.
      */
     std::vector<RecordedExchange> Unmade() const;
 

@@ -7,6 +7,7 @@
 #include "simulator/Feature.h"
 #include "simulator/Interfaces.h"
 #include "simulator/JsonKeys.h"
+#include "simulator/Recording.h"
 
 #include <algorithm>
 #include <charconv>
@@ -360,6 +361,9 @@ std::optional<std::int32_t> ParseEventId(const std::string& text)
 
 Scenario ReadScenario(const std::string& name, const std::string& text)
 {
+    if (IsRecording(text)) {
+        throw FileError(name + ":1: must be a scenario, one JSON object, got a recording, as --record writes it");
+    }
     return Read(JsonNode::Parse(name, text), RootKeys());
 }
 

@@ -59,6 +59,18 @@ std::string ShortText(GVariant* value)
     }
 }
 
+std::string Beginning(const std::string& text, std::size_t most)
+{
+    if (text.size() <= most) {
+        return text;
+    }
+    // A character of UTF-8 is not cut: its further bytes begin with the bits 10.
+    while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xC0U) == 0x80U) {
+        --most;
+    }
+    return text.substr(0, most) + "...";
+}
+
 std::string ShortBytes(std::span<const std::uint8_t> bytes, std::size_t shown)
 {
     const auto hex = [&bytes](std::size_t from, std::size_t to) {

@@ -34,11 +34,11 @@ inline std::string Nearest(const std::string& given, const std::vector<std::stri
     return isLike ? *nearest : std::string();
 }
 
-/// The end of a message about a mistyped word: "; did you mean 'surround-set'?". Empty if no word is like it.
+/// The end of a message about a mistyped word: "; did you mean surround-set?". Empty if no word is like it.
 inline std::string DidYouMean(const std::string& given, const std::vector<std::string>& words)
 {
     const std::string nearest = Nearest(given, words);
-    return nearest.empty() ? nearest : "; did you mean '" + nearest + "'?";
+    return nearest.empty() ? nearest : "; did you mean " + nearest + "?";
 }
 
 } // namespace kiv

@@ -110,6 +110,23 @@ TEST_F(NamedSandboxTest, TheNameGoesWithTheSandbox)
     EXPECT_EQ(Join("den", "echo $DBUS_SYSTEM_BUS_ADDRESS").output, again.Address() + "\n");
 }
 
+TEST_F(NamedSandboxTest, AShellThatOutlastsTheSandboxIsToldSo)
+{
+    Sandbox den("read line", {"--name", "den"});
+    Child joined(
+        SandboxCommand({"--join", "den", "--", "sh", "-c", "echo joined; read line; " KIV_SANDBOX " control show"}));
+    EXPECT_EQ(joined.ReadLine(), "joined");
+    den.Process().CloseInput();
+    den.Process().WaitForEnd();
+    EXPECT_FALSE(fs::exists(den.Directory()));
+
+    joined.CloseInput();
+
+    EXPECT_THAT(
+        joined.ReadErrors(),
+        StartsWith("kiv-sandbox control: the sandbox has ended: no connection to " + den.Address() + ": "));
+}
+
 TEST_F(NamedSandboxTest, AStaleEntryIsReplaced)
 {
     fs::create_directory(Folder());

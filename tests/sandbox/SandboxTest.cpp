@@ -38,8 +38,21 @@ TEST(SandboxTest, PassesOnTheExitCode)
 
 TEST(SandboxTest, TellsTheSignalThatEndedTheCommand)
 {
-    EXPECT_EQ(RunSandbox({"--", "sh", "-c", "kill -KILL $$"}).exitCode, 128 + SIGKILL);
-    EXPECT_EQ(RunSandbox({"--", "sh", "-c", "kill -SEGV $$"}).exitCode, 128 + SIGSEGV);
+    const Outcome killed = RunSandbox({"--", "sh", "-c", "kill -KILL $$"});
+    EXPECT_EQ(killed.exitCode, 128 + SIGKILL);
+    EXPECT_EQ(killed.errors, "kiv-sandbox: sh was killed by signal 9 (Killed)\n");
+    const Outcome crashed = RunSandbox({"--", "sh", "-c", "kill -SEGV $$"});
+    EXPECT_EQ(crashed.exitCode, 128 + SIGSEGV);
+    EXPECT_EQ(crashed.errors, "kiv-sandbox: sh was killed by signal 11 (Segmentation fault)\n");
+}
+
+TEST(SandboxTest, SaysNothingOfASignalThatEndsACommandOnPurpose)
+{
+    for (const int number : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) {
+        const Outcome outcome = RunSandbox({"--", "sh", "-c", fmt::format("kill -{} $$", number)});
+        EXPECT_EQ(outcome.exitCode, 128 + number);
+        EXPECT_EQ(outcome.errors, "");
+    }
 }
 
 TEST(SandboxTest, TellsThatACommandCannotBeRun)
@@ -75,8 +88,8 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
 {
     const std::map<std::string, std::vector<std::string>> lines = {
         {"no command given; see kiv-sandbox --help", {"--trace"}},
-        {"unknown option '--nonsense'; see kiv-sandbox --help", {"--nonsense", "--", "true"}},
-        {"unknown option '--trcae'; did you mean '--trace'?", {"--trcae", "--", "true"}},
+        {"unknown option --nonsense; see kiv-sandbox --help", {"--nonsense", "--", "true"}},
+        {"unknown option --trcae; did you mean --trace?", {"--trcae", "--", "true"}},
         {R"(--feature: must be one of on, off, absent, got "perhaps"; see kiv-sandbox --help)",
          {"--feature", "perhaps", "--", "true"}},
         {R"(--simulator: must be a file, got "/no/such"; see kiv-sandbox --help)",
@@ -86,10 +99,16 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
          {"--replay", "a", "--scenario", "no-speakers", "--", "true"}},
         {"--no-server excludes --replay; see kiv-sandbox --help", {"--no-server", "--replay", "a", "--", "true"}},
         {"--strict requires --replay; see kiv-sandbox --help", {"--strict", "--", "true"}},
+        {"unknown option --bogus; see kiv-sandbox --help", {"--list", "--bogus"}},
+        {"unknown option --colour; see kiv-sandbox --help", {"--list-scenarios", "--colour"}},
+        {R"(--list and --list-scenarios run no command, got "true"; see kiv-sandbox --help)", {"--list", "--", "true"}},
+        {R"(--list and --list-scenarios run no command, got "echo x"; see kiv-sandbox --help)",
+         {"--list-scenarios", "echo", "x"}},
     };
     for (const auto& [line, words] : lines) {
         const Outcome outcome = RunSandbox(words);
         EXPECT_EQ(outcome.exitCode, 125) << line;
+        EXPECT_EQ(outcome.output, "");
         EXPECT_EQ(outcome.errors, "kiv-sandbox: " + line + "\n");
     }
 }
@@ -113,7 +132,7 @@ TEST(SandboxTest, ALongTmpdirIsNoHindrance)
     setenv("TMPDIR", missing.c_str(), 1);
     const Outcome outcome = RunSandbox({"--", "true"});
     EXPECT_EQ(outcome.exitCode, 125);
-    EXPECT_EQ(outcome.errors, "kiv-sandbox: TMPDIR must be a directory, got '" + missing.string() + "'\n");
+    EXPECT_EQ(outcome.errors, "kiv-sandbox: TMPDIR must be a directory, got \"" + missing.string() + "\"\n");
 }
 
 TEST(SandboxTest, HelpNamesEveryOption)
@@ -235,7 +254,7 @@ TEST(SandboxTest, SimulatorGetsItsOptions)
     const fs::path recording = scratch.Path() / "recording";
     std::ofstream(simulator) << "#!/bin/sh\nshift 2; printf '%s|' \"$@\" >&2\nexit 1\n";
     std::ofstream(scenario) << "{}";
-    std::ofstream(recording) << "";
+    std::ofstream(recording) << R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
     fs::permissions(simulator, fs::perms::owner_all);
 
     for (const auto& [option, file] : {std::pair{"--scenario", scenario}, std::pair{"--replay", recording}}) {
@@ -358,6 +377,13 @@ TEST(SandboxTest, TraceBeginsWithTheCommand)
     for (const std::string option : {"--trace", "--trace-all"}) {
         EXPECT_THAT(trace({option, "--lazy"}), AllOf(HasSubstr(ownsName), Not(HasSubstr("AwaitServer"))));
     }
+}
+
+TEST(SandboxTest, TraceLeavesOutHowTheBusGetsItsFault)
+{
+    EXPECT_EQ(RunSandbox({"--trace", "--bus-fault", "deny-name", "--", "true"}).errors, "");
+    EXPECT_THAT(
+        RunSandbox({"--trace-all", "--bus-fault", "deny-name", "--", "true"}).errors, HasSubstr("ReloadConfig()"));
 }
 
 TEST(SandboxTest, TwoSandboxesDoNotMeet)

@@ -215,16 +215,35 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
     const Outcome missing = RunSandbox({"--scenario", "no-such-scenario", "--", "true"});
     EXPECT_EQ(missing.exitCode, 125);
     EXPECT_EQ(
-        missing.errors, "kiv-sandbox: there is no scenario and no file 'no-such-scenario' (kiv-sandbox "
+        missing.errors, "kiv-sandbox: there is no scenario and no file \"no-such-scenario\" (kiv-sandbox "
                         "--list-scenarios prints the scenarios)\n");
     EXPECT_THAT(
-        RunSandbox({"--scenario", "slow-sever", "--", "true"}).errors, HasSubstr("; did you mean 'slow-server'?"));
+        RunSandbox({"--scenario", "slow-sever", "--", "true"}).errors, HasSubstr("; did you mean slow-server?"));
     for (const std::string option : {"--scenario", "--replay"}) {
         const Outcome endless = RunSandbox({option, "/dev/zero", "--", "true"});
         EXPECT_EQ(endless.exitCode, 125);
         EXPECT_THAT(endless.errors, HasSubstr("/dev/zero: must be a file of at most"));
     }
     EXPECT_EQ(RunSandbox({"--record", "/no/such/file", "--", "true"}).exitCode, 125);
+}
+
+TEST(ScenarioOptionTest, AScenarioAndARecordingAreToldFromEachOther)
+{
+    const ScratchDirectory scratch;
+    const fs::path scenario = scratch.Path() / "scenario.json";
+    const fs::path recording = scratch.Path() / "recording.jsonl";
+    std::ofstream(scenario) << "{\n  \"feature\": \"on\"\n}\n";
+    const std::string call = R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
+    std::ofstream(recording) << call << "\n" << call << "\n";
+
+    EXPECT_EQ(
+        RunSandbox({"--replay", scenario, "--", "true"}).errors,
+        "kiv-sandbox: " + scenario.string() +
+            ":1: must be a recording, a JSON object in each line, as --record writes it, got {\n");
+    EXPECT_EQ(
+        RunSandbox({"--scenario", recording, "--", "true"}).errors,
+        "kiv-sandbox: " + recording.string() +
+            ":1: must be a scenario, one JSON object, got a recording, as --record writes it\n");
 }
 
 TEST(ScenarioOptionTest, TheFeatureOptionHasTheLastWord)
@@ -255,8 +274,8 @@ TEST(ControlCommandTest, ChangesWhatTheSimulatorDoes)
         outcome.output, StartsWith(
                             answered + "9\n" + answered + "0\n" + answered + "2\nsupported\nnot supported\n" +
                             answered + "3\n" + answered + "3\n" + answered + "0\n" + answered + "4\n"));
-    EXPECT_THAT(outcome.output, HasSubstr(" StopNetworkSpeaker(4,)\n"));
-    EXPECT_THAT(outcome.output, Not(HasSubstr("StopNetworkSpeaker(3,)")));
+    EXPECT_THAT(outcome.output, HasSubstr(" StopNetworkSpeaker(4)\n"));
+    EXPECT_THAT(outcome.output, Not(HasSubstr("StopNetworkSpeaker(3")));
     EXPECT_EQ(outcome.exitCode, 3);
 }
 
@@ -273,7 +292,7 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
     std::ofstream(file) << "{\n\"colour\": 1}";
     const std::map<std::string, std::string> complaints = {
         {"apply " + file.string(), kControl + file.string() + ":2: /colour: there is no such key; known are "},
-        {"apply suround-set", kControl + std::string("there is no scenario and no file 'suround-set'; did you mean")},
+        {"apply suround-set", kControl + std::string("there is no scenario and no file \"suround-set\"; did you mean")},
         {"apply - </dev/zero", kControl + std::string("stdin: must be a file of at most 16 MiB, got more")},
         {"fault StopNetworkSpeaker '{'", kControl + std::string("FAULT:1:2: syntax error")},
         {"fault StopNetworkSpeaker 7", kControl + std::string("FAULT:1: must be an object, got 7")},
@@ -287,10 +306,10 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
         {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got 'zz'")},
         {"away -1", kControl + std::string("milliseconds: must be an integer from 0 to 2147483647, got \"-1\"; see")},
         {"payloads ff many", kControl + std::string("count: must be an integer from 0 to 2147483647, got \"many\"")},
-        {"show --txt", kControl + std::string("unknown option '--txt'; did you mean '--text'?\n")},
-        {"show all", kControl + std::string("unexpected argument 'all'; see kiv-sandbox control --help\n")},
+        {"show --txt", kControl + std::string("unknown option --txt; did you mean --text?\n")},
+        {"show all", kControl + std::string("unexpected argument \"all\"; see kiv-sandbox control --help\n")},
         {"atmos perhaps", kControl + std::string("state: must be one of on, off, got \"perhaps\"")},
-        {"clear-fualts", kControl + std::string("unknown command 'clear-fualts'; did you mean 'clear-faults'?")},
+        {"clear-fualts", kControl + std::string("unknown command clear-fualts; did you mean clear-faults?")},
         {"", kControl + std::string("no command given; see kiv-sandbox control --help\n")},
     };
     for (const auto& [command, complaint] : complaints) {
@@ -606,6 +625,48 @@ TEST_F(RecordTest, WithoutACommandTheOlderRecordingStays)
     EXPECT_EQ(RunSandbox({"--record", file_, "--", "no-such-command"}).exitCode, 127);
     EXPECT_EQ(ReadFile(file_), "an older recording");
     EXPECT_THAT(Parts(), IsEmpty());
+}
+
+TEST_F(RecordTest, AFailedCommandKeepsTheOlderRecording)
+{
+    std::ofstream(file_) << "an older recording";
+
+    const Outcome silent = RunSandbox({"--record", file_, "--", "false"});
+    EXPECT_EQ(silent.exitCode, 1);
+    EXPECT_EQ(
+        silent.errors,
+        "kiv-sandbox: " + file_.string() + " stays as it was: the command failed, and recorded nothing\n");
+    EXPECT_THAT(Parts(), IsEmpty());
+
+    const Outcome failed = Record("kivctl stop; exit 5");
+    EXPECT_EQ(failed.exitCode, 5);
+    ASSERT_THAT(Parts(), SizeIs(1));
+    EXPECT_EQ(
+        failed.errors, "kiv-sandbox: " + file_.string() + " stays as it was: the command failed, and is recorded in " +
+                           Parts().front().string() + "\n");
+    EXPECT_EQ(ReadFile(file_), "an older recording");
+    EXPECT_THAT(ReadFile(Parts().front()), HasSubstr("\"StopNetworkSpeaker\""));
+}
+
+TEST_F(RecordTest, WithoutAnOlderRecordingAFailedCommandHasItsOwn)
+{
+    std::ofstream(file_) << "";
+    const Outcome failed = Record("kivctl stop; exit 5");
+    EXPECT_EQ(failed.errors, "");
+    EXPECT_THAT(ReadFile(file_), HasSubstr("\"StopNetworkSpeaker\""));
+}
+
+TEST_F(RecordTest, ARecordingWithoutCallsIsToldAndRefusedByStrict)
+{
+    EXPECT_EQ(Record("true").errors, "");
+    const std::string told = "kiv-sandbox: " + file_.string() + ": the recording has no calls";
+    const Outcome lenient = Replay("true");
+    EXPECT_EQ(lenient.exitCode, 0);
+    EXPECT_EQ(lenient.errors, told + "\n");
+    const Outcome strict = RunSandbox({"--strict", "--replay", file_, "--", "echo", "started"});
+    EXPECT_EQ(strict.exitCode, 125);
+    EXPECT_EQ(strict.errors, told + "; --strict needs one to compare with\n");
+    EXPECT_EQ(strict.output, "");
 }
 
 TEST_F(RecordTest, GoesToAPipeToo)

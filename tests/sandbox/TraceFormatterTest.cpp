@@ -165,12 +165,14 @@ TEST_F(TraceFormatterTest, ShortNamesStayAsTheyAre)
 
 TEST_F(TraceFormatterTest, HidesTheHousekeepingOfTheBus)
 {
-    for (const char* method : {"Hello", "AddMatch", "RemoveMatch", "GetNameOwner", "StartServiceByName"}) {
+    for (const char* method :
+         {"Hello", "AddMatch", "RemoveMatch", "GetNameOwner", "StartServiceByName", "ReloadConfig"}) {
         Answer(Call(":1.3", kDaemon, method), kDaemon);
         Answer(Call(":1.3", kDaemon, method), kDaemon, "org.freedesktop.DBus.Error.Failed");
     }
     Signal(kDaemon, "NameAcquired", g_variant_new("(s)", kServer));
     Signal(kDaemon, "NameLost", g_variant_new("(s)", kServer));
+    Signal(kDaemon, "ActivatableServicesChanged", g_variant_new("()"));
     ChangeOwner(kServer, "", ":1.3");
     ChangeOwner(kServer, ":1.3", "");
 

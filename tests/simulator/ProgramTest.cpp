@@ -76,7 +76,7 @@ TEST_F(ProgramTest, TellsWrongArgumentsByItsName)
 {
     Program program = Run({"--nonsense"});
     program.ExitCode();
-    EXPECT_EQ(program.Errors(), "kiv-simulator: unknown option '--nonsense'; see kiv-simulator --help\n");
+    EXPECT_EQ(program.Errors(), "kiv-simulator: unknown option --nonsense; see kiv-simulator --help\n");
 }
 
 TEST_F(ProgramTest, TellsItsVersion)

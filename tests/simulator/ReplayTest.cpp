@@ -148,7 +148,7 @@ Replay ReplayOf(const std::vector<std::pair<std::string, std::string>>& calls)
 TEST(UnmadeCallsTest, OneSubscriptionStandsForAll)
 {
     Replay replay = ReplayOf({{"SubscribeNamServiceCallback", "(7,)"}, {"SubscribeNamServiceCallback", "(7,)"}});
-    EXPECT_THAT(replay.Unmade(), SizeIs(2));
+    EXPECT_THAT(replay.Unmade(), SizeIs(1));
     replay.Next("SubscribeNamServiceCallback", Value("(8,)").get());
     EXPECT_THAT(replay.Unmade(), IsEmpty());
 }
@@ -264,6 +264,25 @@ TEST(ReplayFileTest, RefusesWhatIsNoRecording)
             call + "\n" + R"json({"ms":1,"answer":1,"values":"()"})json" + "\n" +
             R"json({"ms":1,"event":2,"client":"no name","method":"m","arguments":"()"})json"),
         HasSubstr("file:3: an event must be for a client and a method that D-Bus can have, got 'no name' and 'm'"));
+}
+
+TEST(ReplayFileTest, AnotherFileIsToldByItsFirstLine)
+{
+    const std::string wanted = "file:1: must be a recording, a JSON object in each line, as --record writes it, got ";
+    EXPECT_EQ(Complaint("{\n  \"home\": {}\n}"), wanted + "{");
+    EXPECT_EQ(Complaint(R"({"home": {}})"), wanted + R"({"home": {}})");
+    EXPECT_EQ(Complaint("7"), wanted + "7");
+    EXPECT_EQ(Complaint(std::string(59, 'x') + "\u00fc"), wanted + std::string(59, 'x') + "...");
+}
+
+TEST(ReplayFileTest, ALineThatIsCutOffIsNotShownWhole)
+{
+    const std::string call = R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
+    const std::string complaint =
+        Complaint(call + "\n" + R"json({"ms":1,"answer":1,"values":")json" + std::string(5000, 'x'));
+    EXPECT_THAT(complaint, ::testing::StartsWith("file:2:"));
+    EXPECT_THAT(complaint, HasSubstr("missing closing quote; last read: '\"xxx"));
+    EXPECT_LT(complaint.size(), 250U);
 }
 
 TEST(RecordingTest, LinesAreReadAsTheyWereWritten)

@@ -52,7 +52,10 @@ std::optional<pid_t> DaemonAt(const std::string& address)
     GError* error = nullptr;
     GIOStream* const stream = g_dbus_address_get_stream_sync(address.c_str(), nullptr, nullptr, &error);
     if (stream == nullptr) {
-        const std::string reason = fmt::format("no connection to {}: {}", address, error->message);
+        // The folder of a sandbox goes with it, and the socket with the folder.
+        const bool isGone = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_NOT_FOUND) != FALSE;
+        const std::string reason =
+            fmt::format("{}no connection to {}: {}", isGone ? "the sandbox has ended: " : "", address, error->message);
         g_error_free(error);
         throw std::runtime_error(reason);
     }

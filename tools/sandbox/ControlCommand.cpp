@@ -152,6 +152,15 @@ std::string PrintTuple(GVariant* value)
     return text == "'()'" ? "()" : text;
 }
 
+/// The arguments of a call, as the messages about a recording have them: without the comma behind a single one.
+std::string ForPeople(std::string tuple)
+{
+    if (tuple.ends_with(",)")) {
+        tuple.erase(tuple.size() - 2, 1);
+    }
+    return tuple;
+}
+
 /// Reads a scenario, and checks it here already, where the file has a name.
 std::string CheckedScenario(const std::string& nameOrFile)
 {
@@ -302,7 +311,7 @@ void PrintCalls(const Simulator& simulator, const Words& words)
     for (const nlohmann::ordered_json& call : list) {
         fmt::print(
             "{} {} {}{}\n", call.at("number").get<guint>(), call.at("sender").get<std::string>(),
-            call.at("method").get<std::string>(), call.at("arguments").get<std::string>());
+            call.at("method").get<std::string>(), ForPeople(call.at("arguments").get<std::string>()));
     }
 }
 
@@ -418,7 +427,7 @@ void RefuseUnknownCommand(const CLI::App& app, const std::string& word)
     }
     if (!word.empty() && word.front() != '-' && std::ranges::find(names, word) == names.end()) {
         throw CLI::ParseError(
-            fmt::format("unknown command '{}'{}", word, DidYouMean(word, names)), CLI::ExitCodes::ExtrasError);
+            fmt::format("unknown command {}{}", word, DidYouMean(word, names)), CLI::ExitCodes::ExtrasError);
     }
 }
 

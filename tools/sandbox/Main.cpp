@@ -207,6 +207,20 @@ struct InputFiles {
     std::optional<simulator::Replay> replay;
 };
 
+/// A recording without calls is most likely that of a run that failed, and a command that calls nothing would pass with
+/// --strict.
+void TellOfNoCalls(const simulator::Replay& replay, bool isStrict)
+{
+    if (!replay.Unmade().empty()) {
+        return;
+    }
+    const std::string reason = fmt::format("{}: the recording has no calls", replay.Name());
+    if (isStrict) {
+        throw simulator::FileError(reason + "; --strict needs one to compare with");
+    }
+    fmt::print(stderr, "kiv-sandbox: {}\n", reason);
+}
+
 /// Reads what the simulator will read, so that nothing is started for files that cannot be used.
 InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& given)
 {
@@ -218,6 +232,7 @@ InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& 
     if (!options.replay.empty()) {
         RefuseToReplace(options.replay, "--replay", options.record);
         files.replay.emplace(options.replay, simulator::ReadText(options.replay, simulator::kLargestRecording));
+        TellOfNoCalls(*files.replay, options.strict);
     }
     return files;
 }
@@ -290,12 +305,30 @@ private:
     int exitCode_;
 };
 
+constexpr int kSignalled = 128;
+
+/// By these signals people, terminals and shells end programs. The others tell of a crash.
+bool EndsOnPurpose(int number)
+{
+    return number == SIGHUP || number == SIGINT || number == SIGPIPE || number == SIGTERM;
+}
+
 int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals)
 {
     try {
         command.Start();
         const int status = PassSignalsUntilEnd(command, signals);
-        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+        if (!WIFSIGNALED(status)) {
+            return WEXITSTATUS(status);
+        }
+        const int number = WTERMSIG(status);
+        if (!EndsOnPurpose(number)) {
+            // A stderr that has been closed changes nothing in the exit code, as an exception here would.
+            const char* const reason = g_strsignal(number);
+            std::fputs(
+                fmt::format("kiv-sandbox: {} was killed by signal {} ({})\n", name, number, reason).c_str(), stderr);
+        }
+        return kSignalled + number;
     } catch (const std::system_error& error) {
         throw CommandError(name, error.code());
     }
@@ -443,7 +476,8 @@ int RunInSandbox(const Options& options)
         trace.reset();
     }
     if (listeners.recorder) {
-        listeners.recorder->Finish();
+        const bool failed = exitCode != EXIT_SUCCESS && !EndsOnPurpose(exitCode - kSignalled);
+        fmt::print(stderr, "{}", listeners.recorder->Finish(failed));
     }
     const std::string complaints = listeners.replayCheck ? listeners.replayCheck->Complaints() : "";
     fmt::print(stderr, "{}", complaints);
@@ -491,19 +525,24 @@ class HelpFormat : public CLI::Formatter {
     }
 };
 
-/// What follows the options. Without a "--" it ends at the first word that is not an option of ours.
-std::vector<std::string> Command(const CLI::App& app)
+/// The command, which a list does not have. Without a "--" the options end at the first word that is none of ours.
+std::vector<std::string> Command(const CLI::App& app, bool isList)
 {
     std::vector<std::string> words = app.remaining();
     const bool separated = !words.empty() && words.front() == "--";
     if (separated) {
         words.erase(words.begin());
     }
-    if (words.empty()) {
+    if (!separated && !words.empty() && words.front().starts_with('-')) {
+        throw CLI::ExtrasError(app.get_name(), {words.front()});
+    }
+    if (words.empty() && !isList) {
         throw CLI::ParseError("no command given", CLI::ExitCodes::RequiredError);
     }
-    if (!separated && words.front().starts_with('-')) {
-        throw CLI::ExtrasError(app.get_name(), {words.front()});
+    if (!words.empty() && isList) {
+        throw CLI::ParseError(
+            fmt::format("--list and --list-scenarios run no command, got \"{}\"", fmt::join(words, " ")),
+            CLI::ExitCodes::ExcludesError);
     }
     return words;
 }
@@ -583,9 +622,7 @@ int Main(int argc, char** argv)
         "print the address of the bus: to stderr before the command runs, or with --list");
     try {
         app.parse(argc, argv);
-        if (!options.listScenarios && !options.list) {
-            options.command = Command(app);
-        }
+        options.command = Command(app, options.listScenarios || options.list);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kSandboxFailed;
     }

@@ -134,14 +134,19 @@ void Recorder::Write(simulator::RecordedLine line)
     file_ << simulator::WriteLine(line) << std::endl;
 }
 
-void Recorder::Finish()
+std::string Recorder::Finish(bool hasFailed)
 {
     file_.close();
     if (!file_) {
         throw std::runtime_error(fmt::format("{}: cannot be written", name_));
     }
     if (part_.empty()) {
-        return;
+        return "";
+    }
+    if (hasFailed && fs::exists(target_) && !fs::is_empty(target_)) {
+        const std::string recorded =
+            fs::is_empty(part_) ? "recorded nothing" : fmt::format("is recorded in {}", part_.string());
+        return fmt::format("kiv-sandbox: {} stays as it was: the command failed, and {}\n", name_, recorded);
     }
     std::error_code error;
     fs::rename(part_, target_, error);
@@ -149,6 +154,7 @@ void Recorder::Finish()
         throw std::runtime_error(fmt::format("{}: {}; the recording is {}", name_, error.message(), part_.string()));
     }
     part_.clear();
+    return "";
 }
 
 } // namespace kiv::sandbox

@@ -29,8 +29,9 @@ public:
     Recorder& operator=(const Recorder&) = delete;
 
     void Add(const Message& message);
-    /// Puts the recording in its place. Throws std::runtime_error if not all of it could be written.
-    void Finish();
+    /// Puts the recording in its place; that of a run that failed stays beside an older one. Returns a line for stderr
+    /// that tells so, or nothing. Throws std::runtime_error if not all of it could be written.
+    std::string Finish(bool hasFailed);
 
 private:
     void Write(simulator::RecordedLine line);

@@ -44,7 +44,7 @@ fs::path FindScenario(const std::string& nameOrFile)
             names.push_back(file.stem());
         }
         throw simulator::FileError(fmt::format(
-            "there is no scenario and no file '{}'{} (kiv-sandbox --list-scenarios prints the scenarios)", nameOrFile,
+            "there is no scenario and no file \"{}\"{} (kiv-sandbox --list-scenarios prints the scenarios)", nameOrFile,
             DidYouMean(nameOrFile, names)));
     }
     return own.lexically_normal();

@@ -16,7 +16,7 @@ inline std::filesystem::path TemporaryFolder()
     std::filesystem::path folder = std::filesystem::temp_directory_path(error);
     if (error) {
         const char* const given = std::getenv("TMPDIR");
-        throw std::runtime_error(fmt::format("TMPDIR must be a directory, got '{}'", given == nullptr ? "" : given));
+        throw std::runtime_error(fmt::format("TMPDIR must be a directory, got \"{}\"", given == nullptr ? "" : given));
     }
     return folder;
 }
