@@ -230,7 +230,7 @@ def test_the_id_of_an_event_may_be_an_int(kiv_sandbox, event):
 
 def test_an_int_that_is_no_id_of_an_event_is_refused():
     with kiv.Sandbox() as sandbox:
-        with pytest.raises(kiv.ControlError, match="ID must be in hexadecimal such as 0x02020028, got '0x100000000'"):
+        with pytest.raises(kiv.ControlError, match="ID must be .* from 0x0 to 0xffffffff, .*got '0x100000000'"):
             sandbox.control("event", 2**32)
 
 
