@@ -76,7 +76,7 @@ void OnReply(GObject* connection, GAsyncResult* result, void* data)
     (*onAnswer)(reply == nullptr ? NoAnswer(error.Get()) : AnswerOf(reply.get()));
 }
 
-/** What a person is told of a push that has failed. */
+/** A line tells a person which client a push has not reached, and why. */
 std::string Failure(const std::string& clientId, const ClientAnswer& answer)
 {
     if (answer.error == kTimeout) {
