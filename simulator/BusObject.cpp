@@ -140,6 +140,19 @@ std::set<std::string> Interface::Methods() const
     return names;
 }
 
+std::set<std::string> Interface::MethodsThatReturn(const std::string& type) const
+{
+    std::set<std::string> names;
+    for (GDBusMethodInfo** method = Info()->methods; method != nullptr && *method != nullptr; ++method) {
+        for (GDBusArgInfo** value = (*method)->out_args; value != nullptr && *value != nullptr; ++value) {
+            if (type == (*value)->signature) {
+                names.insert((*method)->name);
+            }
+        }
+    }
+    return names;
+}
+
 BusObject::BusObject(GDBusConnection* connection, const char* path, const char* xml, Handlers handlers)
     : connection_(connection), interface_(xml), handlers_(std::move(handlers))
 {

@@ -56,6 +56,8 @@ public:
 
     GDBusInterfaceInfo* Info() const { return node_->interfaces[0]; }
     std::set<std::string> Methods() const;
+    /** The methods whose answer has a value of this type. */
+    std::set<std::string> MethodsThatReturn(const std::string& type) const;
 
 private:
     std::shared_ptr<GDBusNodeInfo> node_;

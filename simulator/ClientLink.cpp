@@ -12,6 +12,7 @@ namespace {
 
 constexpr char kNotifyMethod[] = "nam_notify_subscriber";
 constexpr unsigned kPushTimeoutMs = 20000;
+constexpr char kTimeout[] = "org.freedesktop.DBus.Error.Timeout";
 /** The bus daemon bounds how many answers a connection may have outstanding. */
 constexpr std::uint64_t kMostOutstanding = 1000;
 
@@ -61,7 +62,7 @@ ClientAnswer NoAnswer(GError* error)
 {
     ClientAnswer answer;
     const bool late = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE;
-    answer.error = late ? "org.freedesktop.DBus.Error.Timeout" : "org.freedesktop.DBus.Error.Failed";
+    answer.error = late ? kTimeout : "org.freedesktop.DBus.Error.Failed";
     answer.message = error->message;
     return answer;
 }
@@ -73,6 +74,15 @@ void OnReply(GObject* connection, GAsyncResult* result, void* data)
     const auto reply =
         OwnObject(g_dbus_connection_send_message_with_reply_finish(G_DBUS_CONNECTION(connection), result, &error));
     (*onAnswer)(reply == nullptr ? NoAnswer(error.Get()) : AnswerOf(reply.get()));
+}
+
+/** A line tells a person which client a push has not reached, and why. */
+std::string Failure(const std::string& clientId, const ClientAnswer& answer)
+{
+    if (answer.error == kTimeout) {
+        return fmt::format("client {} gave no answer within {} s", clientId, kPushTimeoutMs / 1000);
+    }
+    return fmt::format("client {}: {}: {}", clientId, answer.error, answer.message);
 }
 
 /** Pushes that are under way; kept alive by the answers that it awaits. */
@@ -94,7 +104,7 @@ public:
             ++sent_;
             link_.Call(
                 clientId, kNotifyMethod, arguments_.get(), kPushTimeoutMs,
-                [self = shared_from_this()](const ClientAnswer& answer) { self->Note(answer); });
+                [self = shared_from_this(), clientId](const ClientAnswer& answer) { self->Note(clientId, answer); });
         }
         if (ended_ == total_) {
             onPushed_(result_);
@@ -102,14 +112,14 @@ public:
     }
 
 private:
-    void Note(const ClientAnswer& answer)
+    void Note(const std::string& clientId, const ClientAnswer& answer)
     {
         ++ended_;
         if (answer.error.empty()) {
             ++result_.answered;
         } else if (result_.firstError.empty()) {
             result_.firstError = answer.error;
-            result_.firstMessage = answer.message;
+            result_.firstMessage = Failure(clientId, answer);
         }
         Continue();
     }

@@ -26,6 +26,7 @@ struct ClientAnswer {
 struct PushResult {
     std::uint64_t answered = 0;
     std::string firstError;
+    /** It has the client and the error in it. */
     std::string firstMessage;
 };
 

@@ -24,6 +24,16 @@ Scenario ReadGiven(const std::string& text)
     }
 }
 
+/** Answers a call that has told clients something, be it that one of them could not be told. */
+void Answer(const Call& call, const PushResult& result)
+{
+    if (result.firstError.empty()) {
+        call.Return();
+    } else {
+        call.Fail(result.firstError, result.firstMessage);
+    }
+}
+
 constexpr char kNeedsHome[] = "only without --replay does it have a home";
 constexpr char kNeedsIds[] = "client ids are those of the recording";
 constexpr char kNeedsClient[] = "it does not know its clients, so name one with --client";
@@ -142,7 +152,7 @@ void Control::Apply(const Call& call, const Scenario& scenario) const
             RefuseInReplay(reason);
         }
     }
-    actions_.apply(scenario, [call] { call.Return(); });
+    actions_.apply(scenario, [call](const PushResult& result) { Answer(call, result); });
 }
 
 void Control::Feature(const Call& call) const
@@ -169,11 +179,7 @@ void Control::Atmos(const Call& call) const
 void Control::Push(const Call& call, const Variant& payload) const
 {
     link_.Push(Addressed(call.Argument<std::string>(0)), payload, 1, [call](const PushResult& result) {
-        if (result.firstError.empty()) {
-            call.Return();
-        } else {
-            call.Fail(result.firstError, result.firstMessage);
-        }
+        Answer(call, result);
     });
 }
 

@@ -18,7 +18,8 @@ public:
         using OnDone = std::function<void()>;
 
         std::function<void(const OnDone&)> leave;
-        std::function<void(const Scenario&, const OnDone&)> apply;
+        /** It also says what came of the events. */
+        std::function<void(const Scenario&, const ClientLink::OnPushed&)> apply;
         std::function<void(const OnDone&)> awaitServer;
     };
 

@@ -23,11 +23,9 @@ std::vector<std::string> Usable(std::vector<std::string> ids)
     return ids;
 }
 
-void Announce(const ClientLink& link, const Clients& clients, const Variant& payload, std::function<void()> onAnnounced)
+void Announce(const ClientLink& link, const Clients& clients, const Variant& payload, ClientLink::OnPushed onAnnounced)
 {
-    link.Push(Usable(clients.SubscribedIds()), payload, 1, [onAnnounced = std::move(onAnnounced)](const PushResult&) {
-        onAnnounced();
-    });
+    link.Push(Usable(clients.SubscribedIds()), payload, 1, std::move(onAnnounced));
 }
 
 } // namespace kiv::simulator

@@ -5,7 +5,6 @@
 #include "simulator/Glib.h"
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,8 +24,7 @@ Bytes EventData(std::int32_t value);
 /** Those of the ids that a client can have. */
 std::vector<std::string> Usable(std::vector<std::string> ids);
 
-/** Pushes the event to every subscribed client, whatever comes of it. */
-void Announce(
-    const ClientLink& link, const Clients& clients, const Variant& payload, std::function<void()> onAnnounced);
+/** Pushes the event to every subscribed client. */
+void Announce(const ClientLink& link, const Clients& clients, const Variant& payload, ClientLink::OnPushed onAnnounced);
 
 } // namespace kiv::simulator

@@ -1,5 +1,7 @@
 #include "simulator/Faults.h"
 
+#include "tools/Nearest.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
@@ -10,13 +12,31 @@ namespace kiv::simulator {
 
 namespace {
 
-unsigned PositiveOf(GVariant* value)
+unsigned PositiveOf(const char* key, GVariant* value)
 {
     const unsigned number = g_variant_get_uint32(value);
     if (number == 0) {
-        throw InvalidArguments("'every' and 'count' must be at least 1, got 0");
+        throw InvalidArguments(fmt::format("'{}' must be at least 1, got 0", key));
     }
     return number;
+}
+
+/** A flag that is not set would be a fault without effect. */
+bool TrueOf(const char* key, GVariant* value)
+{
+    if (g_variant_get_boolean(value) == FALSE) {
+        throw InvalidArguments(fmt::format("'{}' must be true, or left out, got false", key));
+    }
+    return true;
+}
+
+Variant TupleOf(const char* key, GVariant* value)
+{
+    try {
+        return Unwrap(value);
+    } catch (const BusError& error) {
+        throw InvalidArguments(fmt::format("'{}' {}", key, error.what()));
+    }
 }
 
 std::string ErrorNameOf(GVariant* value)
@@ -61,7 +81,11 @@ void SetReply(Fault& fault, Variant tuple)
 void Faults::RequireMethod(const std::string& method) const
 {
     if (method != kEveryMethod && !methods_.contains(method)) {
-        throw InvalidArguments(fmt::format("the server has no method '{}'", method));
+        const std::vector<std::string> methods(methods_.begin(), methods_.end());
+        const std::string meant = DidYouMean(method, methods);
+        throw InvalidArguments(fmt::format(
+            "the server has no method '{}'{}", method,
+            meant.empty() ? fmt::format("; known are {}", fmt::join(methods, ", ")) : meant));
     }
 }
 
@@ -77,7 +101,7 @@ void Faults::Set(const std::string& method, GVariant* description)
     while (g_variant_iter_next(&entries, "{&sv}", &key, &value) != FALSE) {
         Apply(plan, key, Own(value).get());
     }
-    Check(plan);
+    Check(method, plan);
     plans_[method] = plan;
 }
 
@@ -87,18 +111,17 @@ const std::map<std::string, Faults::Key>& Faults::KeyTable()
         {"error", {"s", [](Plan& plan, GVariant* value) { plan.fault.error = ErrorNameOf(value); }}},
         {"message",
          {"s", [](Plan& plan, GVariant* value) { plan.fault.message = g_variant_get_string(value, nullptr); }}},
-        {"silent",
-         {"b", [](Plan& plan, GVariant* value) { plan.fault.silent = g_variant_get_boolean(value) != FALSE; }}},
-        {"reply", {"v", [](Plan& plan, GVariant* value) { SetReply(plan.fault, Unwrap(value)); }}},
+        {"silent", {"b", [](Plan& plan, GVariant* value) { plan.fault.silent = TrueOf("silent", value); }}},
+        {"reply", {"v", [](Plan& plan, GVariant* value) { SetReply(plan.fault, TupleOf("reply", value)); }}},
         {"bytes",
          {"ay", [](Plan& plan, GVariant* value) { SetReply(plan.fault, Own(g_variant_new_tuple(&value, 1))); }}},
         {"append", {"ay", [](Plan& plan, GVariant* value) { plan.fault.append = BytesOf(value); }}},
-        {"exit", {"b", [](Plan& plan, GVariant* value) { plan.fault.exit = g_variant_get_boolean(value) != FALSE; }}},
+        {"exit", {"b", [](Plan& plan, GVariant* value) { plan.fault.exit = TrueOf("exit", value); }}},
         {"delay",
          {"u", [](Plan& plan,
                   GVariant* value) { plan.fault.delay = std::chrono::milliseconds(g_variant_get_uint32(value)); }}},
-        {"every", {"u", [](Plan& plan, GVariant* value) { plan.every = PositiveOf(value); }}},
-        {"count", {"u", [](Plan& plan, GVariant* value) { plan.count = PositiveOf(value); }}},
+        {"every", {"u", [](Plan& plan, GVariant* value) { plan.every = PositiveOf("every", value); }}},
+        {"count", {"u", [](Plan& plan, GVariant* value) { plan.count = PositiveOf("count", value); }}},
     };
     return kKeys;
 }
@@ -127,7 +150,7 @@ void Faults::Apply(Plan& plan, const std::string& key, GVariant* value)
     entry->second.apply(plan, value);
 }
 
-void Faults::Check(const Plan& plan)
+void Faults::Check(const std::string& method, const Plan& plan) const
 {
     const Fault& fault = plan.fault;
     if (!fault.error.empty() + fault.silent + (fault.reply != nullptr) + fault.exit > 1) {
@@ -138,6 +161,13 @@ void Faults::Check(const Plan& plan)
     }
     if (!fault.message.empty() && fault.error.empty()) {
         throw InvalidArguments("fault key 'message' goes with 'error'");
+    }
+    const bool isLate = g_variant_lookup(plan.description.get(), "delay", "u", nullptr) != FALSE;
+    if (!fault.HasOutcome() && fault.append.empty() && !isLate) {
+        throw InvalidArguments("a fault must have one of the keys error, silent, reply, bytes, append, exit and delay");
+    }
+    if (!fault.append.empty() && method != kEveryMethod && !methodsWithBytes_.contains(method)) {
+        throw InvalidArguments(fmt::format("fault key 'append' needs an answer with bytes, which {} has not", method));
     }
 }
 

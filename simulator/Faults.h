@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/BusObject.h"
 #include "simulator/Glib.h"
 
 #include <nlohmann/json_fwd.hpp>
@@ -33,7 +34,13 @@ public:
     /** Stands for every method that has no fault of its own. */
     static constexpr char kEveryMethod[] = "*";
 
-    explicit Faults(std::set<std::string> methods) : methods_(std::move(methods)) {}
+    /** The methods of the server, and those of them whose answer has bytes. */
+    Faults(std::set<std::string> methods, std::set<std::string> methodsWithBytes)
+        : methods_(std::move(methods)), methodsWithBytes_(std::move(methodsWithBytes))
+    {
+    }
+    /** Those of the interface. */
+    explicit Faults(const Interface& server) : Faults(server.Methods(), server.MethodsThatReturn("ay")) {}
 
     /** What a description can have, and the D-Bus types. */
     static std::map<std::string, std::string> Keys();
@@ -66,11 +73,12 @@ private:
 
     static const std::map<std::string, Key>& KeyTable();
     static void Apply(Plan& plan, const std::string& key, GVariant* value);
-    static void Check(const Plan& plan);
+    void Check(const std::string& method, const Plan& plan) const;
     static nlohmann::json ToJson(const Plan& plan);
     void RequireMethod(const std::string& method) const;
 
     std::set<std::string> methods_;
+    std::set<std::string> methodsWithBytes_;
     std::map<std::string, Plan> plans_;
 };
 

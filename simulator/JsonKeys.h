@@ -1,6 +1,7 @@
 #pragma once
 
 #include "simulator/JsonNode.h"
+#include "tools/Nearest.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -9,6 +10,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kiv::simulator {
@@ -32,9 +34,21 @@ std::set<std::string> NamesOf(const Keys<Target>& keys)
     return names;
 }
 
-[[noreturn]] inline void FailUnknown(const JsonNode& node, const std::set<std::string>& known)
+/** The end of a message about a key that is mistyped, or that another kind of object has. */
+inline std::string MeantKey(const std::string& name, const std::set<std::string>& known)
 {
-    node.Fail(fmt::format("there is no such key; known are {}", fmt::join(known, ", ")));
+    // An event has its bytes by another name than a fault.
+    for (const auto& [one, other] : {std::pair("bytes", "data"), std::pair("data", "bytes")}) {
+        if (name == one && known.contains(other)) {
+            return fmt::format("; did you mean '{}'?", other);
+        }
+    }
+    return DidYouMean(name, {known.begin(), known.end()});
+}
+
+[[noreturn]] inline void FailUnknown(const JsonNode& node, const std::string& name, const std::set<std::string>& known)
+{
+    node.Fail(fmt::format("there is no such key; known are {}{}", fmt::join(known, ", "), MeantKey(name, known)));
 }
 
 template <typename Target>
@@ -45,7 +59,7 @@ Target Read(const JsonNode& node, const Keys<Target>& keys, const std::vector<st
     for (const auto& [name, member] : node.Members()) {
         const auto key = keys.find(name);
         if (key == keys.end()) {
-            FailUnknown(member, NamesOf(keys));
+            FailUnknown(member, name, NamesOf(keys));
         }
         key->second(target, member);
         seen.insert(name);

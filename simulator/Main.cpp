@@ -64,7 +64,7 @@ void Run(const Options& options)
 {
     Scenario scenario;
     if (!options.scenarioFile.empty()) {
-        scenario = ReadScenario(options.scenarioFile, ReadText(options.scenarioFile, kLargestScenario));
+        scenario = ReadFirstScenario(options.scenarioFile, ReadText(options.scenarioFile, kLargestScenario));
     }
     std::optional<Replay> replay;
     if (!options.replayFile.empty()) {

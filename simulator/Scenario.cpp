@@ -207,12 +207,16 @@ std::set<std::string> FaultKeys()
 std::map<std::string, Variant> ReadFaults(const JsonNode& node)
 {
     // Only to see whether they make sense.
-    Faults trial(Interface(kServerXml).Methods());
+    Faults trial{Interface(kServerXml)};
     std::map<std::string, Variant> faults;
     for (const auto& [method, member] : node.Members()) {
         const Variant fault = member.IsNull() ? nullptr : ReadFault(member);
         try {
-            trial.Set(method, fault == nullptr ? Own(g_variant_new("a{sv}", nullptr)).get() : fault.get());
+            if (fault == nullptr) {
+                trial.Clear(method);
+            } else {
+                trial.Set(method, fault.get());
+            }
         } catch (const BusError& error) {
             member.Fail(error.what());
         }
@@ -337,7 +341,7 @@ Variant ReadFault(const JsonNode& node)
     for (const auto& [name, member] : node.Members()) {
         const auto type = types.find(name);
         if (type == types.end()) {
-            FailUnknown(member, FaultKeys());
+            FailUnknown(member, name, FaultKeys());
         }
         values.emplace_back(name, Own(FaultValue(member, type->second)));
     }
@@ -365,6 +369,20 @@ Scenario ReadScenario(const std::string& name, const std::string& text)
         throw FileError(name + ":1: must be a scenario, one JSON object, got a recording, as --record writes it");
     }
     return Read(JsonNode::Parse(name, text), RootKeys());
+}
+
+Scenario ReadFirstScenario(const std::string& name, const std::string& text)
+{
+    const Scenario scenario = ReadScenario(name, text);
+    if (!scenario.now.events.empty()) {
+        for (const auto& [key, member] : JsonNode::Parse(name, text).Members()) {
+            if (key == "events") {
+                member.Fail("there is no client yet when the server starts; put the events into the timetable, or give "
+                            "the scenario to 'kiv-sandbox control apply'");
+            }
+        }
+    }
+    return scenario;
 }
 
 std::map<std::string, std::set<std::string>> ScenarioKeys()

@@ -115,7 +115,7 @@ void Server::ReportVolumes() const
 {
     const Bytes volumes = world_.home.Volumes().TakeReport();
     if (!volumes.empty()) {
-        Announce(link_, world_.clients, EventPayload(kVolumeEvent, volumes), [] {});
+        Announce(link_, world_.clients, EventPayload(kVolumeEvent, volumes), [](const PushResult&) {});
     }
 }
 

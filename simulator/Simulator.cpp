@@ -60,7 +60,8 @@ Simulator::Simulator(World& world, Trace trace)
       control_(
           connection_.get(), world_, link_,
           {.leave = [this](const OnDone& onAnnounced) { Leave(onAnnounced); },
-           .apply = [this](const Scenario& scenario, const OnDone& onApplied) { Apply(scenario, onApplied); },
+           .apply =
+               [this](const Scenario& scenario, const ClientLink::OnPushed& onApplied) { Apply(scenario, onApplied); },
            .awaitServer = [this](const OnDone& onOpen) { AwaitServer(onOpen); }}),
       signals_{
           g_unix_signal_add(SIGTERM, &Simulator::OnSignal, this), g_unix_signal_add(SIGINT, &Simulator::OnSignal, this)}
@@ -157,7 +158,7 @@ void Simulator::AwaitServer(const OnDone& onOpen)
     }
 }
 
-void Simulator::Apply(const Scenario& scenario, const OnDone& onApplied)
+void Simulator::Apply(const Scenario& scenario, const ClientLink::OnPushed& onApplied)
 {
     Make(scenario.now, onApplied);
     if (scenario.timetable) {
@@ -169,19 +170,29 @@ void Simulator::MakeInTime(const Change& change)
 {
     trace_("the timetable has come to a change");
     try {
-        Make(change, [] {});
+        Make(change, [](const PushResult&) {});
     } catch (const BusError& error) {
         std::fputs(fmt::format("kiv-simulator: timetable: {}\n", error.what()).c_str(), stderr);
     }
 }
 
-void Simulator::Make(const Change& change, const OnDone& onMade)
+void Simulator::Make(const Change& change, const ClientLink::OnPushed& onMade)
 {
     const bool hasGainedAtmos = world_.Apply(change);
+    const auto finish = While(life_, [this, change, onMade](const PushResult& result) {
+        Finish(change, [onMade, result] { onMade(result); });
+    });
     // The last who has been told drops it.
-    const std::shared_ptr<void> toldAll(
-        nullptr, [finish = While(life_, [this, change, onMade] { Finish(change, onMade); })](void*) { finish(); });
-    const auto told = [toldAll](const auto&...) {};
+    const std::shared_ptr<PushResult> all(new PushResult, [finish](const PushResult* result) {
+        finish(*result);
+        delete result;
+    });
+    const auto told = [all](const PushResult& result) {
+        if (all->firstError.empty()) {
+            all->firstError = result.firstError;
+            all->firstMessage = result.firstMessage;
+        }
+    };
     // The event cannot say that the support has ended: whatever its data, the library calls back with 1.
     if (hasGainedAtmos) {
         Announce(link_, world_.clients, EventPayload(kAtmosEvent, EventData(1)), told);
@@ -252,7 +263,7 @@ void Simulator::Leave(const std::function<void()>& onAnnounced)
         g_main_loop_quit(loop_.get());
         return;
     }
-    const auto leave = [this, onAnnounced] {
+    const auto leave = [this, onAnnounced](const auto&...) {
         if (!std::exchange(left_, true)) {
             onAnnounced();
             g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);

@@ -54,9 +54,9 @@ private:
     void OwnName(const char* name);
     void OpenNow();
     void Leave(const OnDone& onAnnounced);
-    void Apply(const Scenario& scenario, const OnDone& onApplied);
+    void Apply(const Scenario& scenario, const ClientLink::OnPushed& onApplied);
     void MakeInTime(const Change& change);
-    void Make(const Change& change, const OnDone& onMade);
+    void Make(const Change& change, const ClientLink::OnPushed& onMade);
     void Finish(const Change& change, const OnDone& onMade);
     void AwaitServer(const OnDone& onOpen);
 

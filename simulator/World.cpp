@@ -13,7 +13,7 @@ constexpr std::size_t kMostRecorded = 100000;
 
 } // namespace
 
-World::World(const Scenario& scenario) : faults(Interface(kServerXml).Methods()), calls(kMostRecorded)
+World::World(const Scenario& scenario) : faults(Interface(kServerXml)), calls(kMostRecorded)
 {
     // Whoever started the programs has written it.
     Change change = scenario.now;

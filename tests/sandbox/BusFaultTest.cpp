@@ -16,6 +16,7 @@ namespace kiv::sandbox::bus_fault_test {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -79,9 +80,11 @@ TEST(BusFaultTest, DeniesTheServerItsEvents)
         "fifo=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/events; mkfifo \"$fifo\"\n"
         "kivctl monitor >\"$fifo\" 2>&1 & exec 3<\"$fifo\"; read ready <&3\n"
         "id=$(control show | sed -n 's/.*\"id\": \"\\(tv_.*\\)\".*/\\1/p')\n"
-        "control event 0x7 --client \"$id\" || echo $?; control bus-fault none; control event 0x7 --client \"$id\"");
-    EXPECT_EQ(outcome.output, "1\n");
-    EXPECT_THAT(outcome.errors, HasSubstr("kiv-sandbox control: Rejected send message"));
+        "control event 0x7 --client \"$id\" || echo $?; control event 0x7 || echo $?; control atmos on || echo $?\n"
+        "control bus-fault none; control event 0x7 --client \"$id\" && control event 0x7 && echo told");
+    EXPECT_EQ(outcome.output, "1\n1\n1\ntold\n");
+    EXPECT_THAT(
+        outcome.errors, ContainsRegex("kiv-sandbox control: client tv_[0-9]+: .*AccessDenied: Rejected send message"));
 }
 
 TEST(BusFaultTest, DoctorFindsThem)
@@ -111,6 +114,15 @@ TEST(BusFaultTest, IsReplacedWhileTheCommandRuns)
     EXPECT_THAT(
         outcome.errors,
         HasSubstr("kiv-sandbox control: the bus hangs; 'kiv-sandbox control bus-fault none' has it go on\n"));
+}
+
+TEST(BusFaultTest, IsPrinted)
+{
+    const Outcome outcome = RunScript(
+        {}, "control bus-fault\nfor fault in deny-name deny-events hang none; do\n"
+            "    control bus-fault $fault; control bus-fault\ndone");
+    EXPECT_EQ(outcome.output, "none\ndeny-name\ndeny-events\nhang\nnone\n");
+    EXPECT_EQ(RunScript({"--bus-fault", "deny-name"}, "control bus-fault").output, "deny-name\n");
 }
 
 TEST(BusFaultTest, ASandboxWhoseBusHangsEnds)

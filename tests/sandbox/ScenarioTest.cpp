@@ -202,16 +202,21 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
 {
     const ScratchDirectory scratch;
     const fs::path file = scratch.Path() / "bad.json";
-    std::ofstream(file) << "{\n  \"faults\": {\n    \"Nonsense\": {}\n  }\n}";
+    std::ofstream(file) << "{\n  \"faults\": {\n    \"Nonsense\": null\n  }\n}";
     for (const std::string option : {"--scenario", "--replay"}) {
         const Outcome outcome = RunSandbox({option, file, "--", "echo", "started"});
         EXPECT_EQ(outcome.exitCode, 125);
         EXPECT_THAT(outcome.output, IsEmpty());
         EXPECT_THAT(outcome.errors, StartsWith("kiv-sandbox: " + file.string() + ":"));
     }
-    EXPECT_EQ(
+    EXPECT_THAT(
         RunSandbox({"--scenario", file, "--", "true"}).errors,
-        "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method 'Nonsense'\n");
+        StartsWith(
+            "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method 'Nonsense'; known"));
+    std::ofstream(file) << R"({"events": [{"id": 7}]})";
+    const Outcome events = RunSandbox({"--scenario", file, "--", "true"});
+    EXPECT_EQ(events.exitCode, 125);
+    EXPECT_THAT(events.errors, HasSubstr(":1: /events: there is no client yet when the server starts; put the events"));
     const Outcome missing = RunSandbox({"--scenario", "no-such-scenario", "--", "true"});
     EXPECT_EQ(missing.exitCode, 125);
     EXPECT_EQ(
@@ -285,6 +290,27 @@ TEST(ControlCommandTest, PushesEvents)
     EXPECT_EQ(outcome.output, "event 0x01020304, length 2: 05 06\n");
 }
 
+TEST(ControlCommandTest, SaysThatAnEventReachesNobody)
+{
+    const Outcome outcome = RunSandbox(WithScript(
+        {}, "control event 0x7 && echo done; control payload '07' && echo done\n"
+            "watch; control event 0x7 && echo done; control away 3600000; control payload '07'"));
+    EXPECT_EQ(outcome.output, "done\ndone\ndone\n");
+    const std::string note = kControl + std::string("the server knows no client; nobody was told\n");
+    EXPECT_EQ(outcome.errors, note + note + note);
+}
+
+TEST(ControlCommandTest, SaysWhichClientGivesNoAnswer)
+{
+    const Outcome outcome = RunSandbox(WithScript(
+        {}, "watch; monitor=$(control show | sed -n 's/.*\"pid\": \\([0-9]*\\).*/\\1/p'); kill -STOP $monitor; control "
+            "atmos on & control event 0x7; echo $?; wait $!; echo $?\n"
+            "kill -CONT $monitor"));
+    EXPECT_EQ(outcome.output, "1\n1\n");
+    EXPECT_THAT(
+        outcome.errors, MatchesRegex("(kiv-sandbox control: client tv_[0-9]+ gave no answer within 20 s\n){2}"));
+}
+
 TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
 {
     const ScratchDirectory scratch;
@@ -298,10 +324,19 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
         {"fault StopNetworkSpeaker 7", kControl + std::string("FAULT:1: must be an object, got 7")},
         {"fault StopNetworkSpeaker '{\"delay\": \"x\"}'",
          "/delay: must be a whole number from 0 to 2147483647, got \"x\""},
-        {"fault Nonsense '{}'", kControl + std::string("the server has no method 'Nonsense'")},
+        {"fault StopNetworkSpeaker '{}'", kControl + std::string("a fault must have one of the keys error, ")},
+        {"fault StopNetworkSpeaker",
+         kControl +
+             std::string("FAULT must be JSON such as '{\"delay\": 500}', or none, got nothing; its keys are append, ")},
+        {"fault StopNetworkSpeeker '{\"exit\": true}'",
+         "no method 'StopNetworkSpeeker'; did you mean 'StopNetworkSpeaker'?"},
+        {"fault StopNetworkSpeaker '{\"reply\": \"(1, \"}'",
+         kControl + std::string("'reply' must be a value in GVariant text form, got '(1, ': ")},
         {"fault Nonsense none", kControl + std::string("the server has no method 'Nonsense'")},
         {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got \"perhaps\"")},
-        {"event 7x", kControl + std::string("ID must be in hexadecimal such as 0x02020028, got '7x'")},
+        {"event 7x",
+         kControl + std::string("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got '7x'")},
+        {"event 0x10000000000", "from 0x0 to 0xffffffff, such as 0x02020028, got '0x10000000000'"},
         {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got '5'")},
         {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got 'zz'")},
         {"away -1", kControl + std::string("milliseconds: must be an integer from 0 to 2147483647, got \"-1\"; see")},
@@ -394,6 +429,14 @@ TEST(ControlCommandTest, ShowsHomeClientsAndFaults)
     EXPECT_THAT(text, HasSubstr("\nClients\n  tv_"));
     EXPECT_THAT(text, HasSubstr("\nFaults\n  StopNetworkSpeaker            {\"every\":2,\"reply\":\"(9,)\"}\n"));
     EXPECT_EQ(RunSandbox(WithScript({}, "control show --json --text")).exitCode, 2);
+}
+
+TEST(ControlCommandTest, ShowsNamesWithoutControlCharactersAsText)
+{
+    const std::string speaker =
+        R"({"home": {"speakers": [{"name": "a\nHome\u001b[31m", "mac": "02:00:00:00:00:01"}]}})";
+    const std::string apply = "cat <<'END' | control apply -\n" + speaker + "\nEND\n";
+    EXPECT_THAT(RunSandbox(WithScript({}, apply + "control show --text")).output, StartsWith("Home\n  a?Home?[31m "));
 }
 
 TEST(ControlCommandTest, ShowsInWordsWhoPlaysAndInWhichMode)

@@ -129,7 +129,7 @@ TEST_F(ProgramTest, TheScenarioIsAppliedBeforeTheFirstCall)
     const nlohmann::json faults = {
         {"StopNetworkSpeaker", {{"error", "org.example.Bad"}, {"message", "no"}, {"count", 1U}}},
         {"DisableSurround", {{"reply", "(1, 2)"}, {"delay", 1U}}},
-        {"GetSurroundChannelNumber", {{"silent", false}}},
+        {"GetSurroundChannelNumber", {{"delay", 1U}}},
     };
     Program program = WithScenario(nlohmann::json{{"clientId", "den"}, {"faults", faults}}.dump());
     ASSERT_EQ(program.Ready(), "ready\n") << program.Errors();
@@ -138,6 +138,13 @@ TEST_F(ProgramTest, TheScenarioIsAppliedBeforeTheFirstCall)
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
     EXPECT_EQ(Server("DisableSurround"), "(1, 2)");
     EXPECT_EQ(Server("GetSurroundChannelNumber"), "(0,)");
+}
+
+TEST_F(ProgramTest, AScenarioWithEventsForNobodyIsRefused)
+{
+    Program program = WithScenario("{\n\"events\": [{\"id\": 7}]}");
+    EXPECT_EQ(program.ExitCode(), 2);
+    EXPECT_THAT(program.Errors(), HasSubstr(":2: /events: there is no client yet when the server starts; put"));
 }
 
 TEST_F(ProgramTest, AnEmptyScenarioIsFine)

@@ -41,7 +41,7 @@ json Wrapped(const std::string& kind, const json& object)
         {"home", json::json_pointer("/home")},
         {"speaker", json::json_pointer("/home/speakers/0")},
         {"soundbar", json::json_pointer("/home/soundbars/0")},
-        {"fault", json::json_pointer("/faults/DisableSurround")},
+        {"fault", json::json_pointer("/faults/*")},
         {"event", json::json_pointer("/events/0")},
     };
     json scenario;
@@ -66,6 +66,9 @@ protected:
         object[key] = Properties(kind).at(key).at("examples")[0];
         if (key == "message") {
             object["error"] = "org.example.Bad";
+        }
+        if (key == "count" || (key == "every" && kind == "fault")) {
+            object["delay"] = 1;
         }
         if (kind == "event" && key != "payload") {
             object["id"] = 1;
@@ -218,6 +221,19 @@ TEST(ScenarioTest, RefusesWhatMakesNoSense)
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"reply": "(1"}}})"),
         HasSubstr("must be a value in GVariant text form, got '(1': "));
+    EXPECT_THAT(
+        Complaint(R"({"faults": {"StartNetwrkSpeaker": {"exit": true}}})"),
+        HasSubstr("/faults/StartNetwrkSpeaker: the server has no method 'StartNetwrkSpeaker'; did you mean "
+                  "'StartNetworkSpeaker'?"));
+    EXPECT_THAT(
+        Complaint(R"({"faults": {"StopNetworkSpeaker": {"append": "01"}}})"),
+        HasSubstr("needs an answer with bytes, which StopNetworkSpeaker has not"));
+    EXPECT_THAT(
+        Complaint(R"({"faults": {"DisableSurround": {"data": "01"}}})"),
+        HasSubstr("/data: there is no such key; known are append, bytes, "));
+    EXPECT_THAT(Complaint(R"({"faults": {"DisableSurround": {"data": "01"}}})"), HasSubstr("; did you mean 'bytes'?"));
+    EXPECT_THAT(Complaint(R"({"events": [{"id": 1, "bytes": "01"}]})"), HasSubstr("; did you mean 'data'?"));
+    EXPECT_THAT(Complaint(R"({"timetabel": []})"), HasSubstr("; did you mean 'timetable'?"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"delay": -1}}})"), HasSubstr("/delay: must be a whole number"));
     EXPECT_THAT(

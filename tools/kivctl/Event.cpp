@@ -1,5 +1,6 @@
 #include "Event.h"
 
+#include "tools/Harmless.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

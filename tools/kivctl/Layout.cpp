@@ -2,6 +2,7 @@
 
 #include "Arguments.h"
 #include "Command.h"
+#include "tools/Harmless.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

@@ -1,6 +1,7 @@
 #include "Values.h"
 
 #include "Command.h"
+#include "tools/Harmless.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -232,13 +233,6 @@ std::string HexDump(Bytes bytes)
 std::string FieldText(std::span<const char> field)
 {
     return {field.begin(), std::ranges::find(field, '\0')};
-}
-
-std::string Harmless(std::string text)
-{
-    std::ranges::replace_if(
-        text, [](unsigned char character) { return std::iscntrl(character) != 0; }, '?');
-    return text;
 }
 
 std::string Table(const std::vector<std::pair<std::string, std::string>>& rows)

@@ -61,9 +61,6 @@ std::string HexDump(Bytes bytes);
 // A text field that need not end with NUL.
 std::string FieldText(std::span<const char> field);
 
-// The text with control characters replaced, for a terminal.
-std::string Harmless(std::string text);
-
 // A line for each name and value, without control characters.
 std::string Table(const std::vector<std::pair<std::string, std::string>>& rows);
 

@@ -8,6 +8,7 @@
 #include <gio/gio.h>
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -22,6 +23,7 @@ namespace kiv::sandbox {
 namespace {
 
 constexpr auto kFaultFile = "fault.conf";
+constexpr auto kNone = "none";
 constexpr auto kHang = "hang";
 
 /// Rules of the context "mandatory" come before all others.
@@ -77,7 +79,7 @@ void SendSignal(pid_t process, int number)
 
 } // namespace
 
-const std::vector<std::string> kBusFaults = {"none", "deny-name", "deny-events", kHang};
+const std::vector<std::string> kBusFaults = {kNone, "deny-name", "deny-events", kHang};
 
 const char* const kBusFaultConfig = R"(<include ignore_missing="yes">fault.conf</include>)";
 
@@ -91,6 +93,22 @@ void SetBusFault(const std::string& address, const std::string& fault)
     if (fault == kHang) {
         SendSignal(daemon, SIGSTOP);
     }
+}
+
+std::string BusFault(const std::string& address)
+{
+    const std::filesystem::path directory = PrivateBusDirectory(address);
+    if (BusHangs(address)) {
+        return kHang;
+    }
+    std::ifstream file(directory / kFaultFile);
+    const std::string configuration(std::istreambuf_iterator<char>(file), {});
+    const auto isInForce = [&configuration](const std::string& fault) {
+        const std::string denied = DeniedBy(fault);
+        return !denied.empty() && configuration.find(denied) != std::string::npos;
+    };
+    const auto fault = std::ranges::find_if(kBusFaults, isInForce);
+    return fault == kBusFaults.end() ? kNone : *fault;
 }
 
 bool BusHangs(const std::string& address)

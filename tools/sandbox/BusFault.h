@@ -21,6 +21,9 @@ extern const char* const kBusFaultConfig;
 /// Replaces the fault of a private bus. Throws std::runtime_error if the bus cannot have faults.
 void SetBusFault(const std::string& address, const std::string& fault);
 
+/// The fault that a private bus has now. Throws std::runtime_error as SetBusFault() does.
+std::string BusFault(const std::string& address);
+
 /// Tells whether the daemon of a bus is stopped, so that a connection to it would never be answered.
 bool BusHangs(const std::string& address);
 

@@ -5,12 +5,14 @@
 #include "Owned.h"
 #include "ScenarioFiles.h"
 #include "simulator/CommandLine.h"
+#include "simulator/Faults.h"
 #include "simulator/Feature.h"
 #include "simulator/HomeText.h"
 #include "simulator/Interfaces.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Scenario.h"
 #include "simulator/Wire.h"
+#include "tools/Harmless.h"
 #include "tools/Nearest.h"
 
 #include <CLI/CLI.hpp>
@@ -46,7 +48,7 @@ constexpr auto kControlFooter =
     "Each but bus-fault is a method of the simulator's D-Bus interface, too: clear-faults is ClearFaults.\n\n"
     "Exit code:\n"
     "  0  done\n"
-    "  1  there is no sandbox or no simulator, the bus hangs, or a client gives no answer\n"
+    "  1  there is no sandbox or no simulator, the bus hangs, or a client cannot be told or gives no answer\n"
     "  2  the command or its input cannot be used; nothing is changed\n\n"
     "Examples:\n"
     "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
@@ -97,7 +99,6 @@ public:
     }
 
     void Apply(const std::string& scenario) const { Control("Apply", g_variant_new("(s)", scenario.c_str())); }
-    void Apply(const json& scenario) const { Apply(scenario.dump()); }
 
 private:
     bool IsRunning() const
@@ -173,7 +174,8 @@ std::int32_t ParseEventId(const std::string& text)
 {
     const auto id = simulator::ParseEventId(text);
     if (!id) {
-        throw Refusal(fmt::format("ID must be in hexadecimal such as 0x02020028, got '{}'", text));
+        throw Refusal(
+            fmt::format("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got '{}'", text));
     }
     return *id;
 }
@@ -207,8 +209,21 @@ struct Words {
     bool asText = false;
 };
 
+std::string FaultKeys()
+{
+    std::vector<std::string> keys;
+    for (const auto& [key, type] : simulator::Faults::Keys()) {
+        keys.push_back(key);
+    }
+    return fmt::format("{}", fmt::join(keys, ", "));
+}
+
 void SetFault(const Simulator& simulator, const Words& words)
 {
+    if (words.fault.empty()) {
+        throw Refusal(fmt::format(
+            "FAULT must be JSON such as '{{\"delay\": 500}}', or none, got nothing; its keys are {}", FaultKeys()));
+    }
     if (words.fault == "none") {
         simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
         return;
@@ -217,16 +232,34 @@ void SetFault(const Simulator& simulator, const Words& words)
     simulator.Control("Fault", g_variant_new("(s@a{sv})", words.method.c_str(), fault.get()));
 }
 
-/// To one client, whose failure is told, or to all that there are.
+/// The home, the clients and the faults.
+json State(const Simulator& simulator)
+{
+    const Variant reply = simulator.Control("Show");
+    const char* text = nullptr;
+    g_variant_get(reply.get(), "(&s)", &text);
+    return json::parse(text);
+}
+
+/// Says so if what was pushed has reached nobody. A client that is named, and is not there, is an error.
+void TellIfNobody(const Simulator& simulator, const Words& words)
+{
+    if (words.client.empty() && State(simulator).at("clients").empty()) {
+        fmt::print(stderr, "kiv-sandbox control: the server knows no client; nobody was told\n");
+    }
+}
+
 void PushEvent(const Simulator& simulator, const Words& words)
 {
     const std::int32_t id = ParseEventId(words.eventId);
-    const Variant bytes = simulator::Own(ParseBytes(words.bytes));
-    if (words.client.empty()) {
-        simulator.Apply(json{{"events", {{{"id", id}, {"data", words.bytes}}}}});
-    } else {
-        simulator.Control("Event", g_variant_new("(si@ay)", words.client.c_str(), id, bytes.get()));
-    }
+    simulator.Control("Event", g_variant_new("(si@ay)", words.client.c_str(), id, ParseBytes(words.bytes)));
+    TellIfNobody(simulator, words);
+}
+
+void PushPayload(const Simulator& simulator, const Words& words)
+{
+    simulator.Control("Payload", g_variant_new("(s@ay)", words.client.c_str(), ParseBytes(words.bytes)));
+    TellIfNobody(simulator, words);
 }
 
 void PushPayloads(const Simulator& simulator, const Words& words)
@@ -254,21 +287,19 @@ void CallClient(const Simulator& simulator, const Words& words)
     fmt::print("{}\n", PrintTuple(owned.get()));
 }
 
-void PrintSection(const char* heading, const std::vector<std::string>& lines)
+void PrintSection(const char* heading, std::vector<std::string> lines)
 {
+    std::ranges::transform(lines, lines.begin(), Harmless);
     fmt::print("{}\n  {}\n", heading, lines.empty() ? "none" : fmt::format("{}", fmt::join(lines, "\n  ")));
 }
 
 void Show(const Simulator& simulator, const Words& words)
 {
-    const Variant reply = simulator.Control("Show");
-    const char* text = nullptr;
-    g_variant_get(reply.get(), "(&s)", &text);
+    const json state = State(simulator);
     if (!words.asText) {
-        fmt::print("{}\n", text);
+        fmt::print("{}\n", state.dump(2));
         return;
     }
-    const json state = json::parse(text);
     PrintSection("Home", simulator::DescribeHome(state));
     std::vector<std::string> clients;
     for (const json& client : state.at("clients")) {
@@ -315,6 +346,15 @@ void PrintCalls(const Simulator& simulator, const Words& words)
     }
 }
 
+void SetOrPrintBusFault(const std::string& fault)
+{
+    if (fault.empty()) {
+        fmt::print("{}\n", BusFault(BusAddress()));
+    } else {
+        SetBusFault(BusAddress(), fault);
+    }
+}
+
 /// The commands have the names of the D-Bus methods, with dashes. Only bus-fault is no method, because a bus that hangs
 /// carries no call.
 void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
@@ -340,7 +380,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         command("fault", "give a method a fault", [&](const Simulator& simulator) { SetFault(simulator, words); });
     fault->add_option("method", words.method, "method of the server, or * for all that have no fault of their own")
         ->required();
-    fault->add_option("fault", words.fault, "the fault as JSON, or none")->required();
+    fault->add_option("fault", words.fault, fmt::format("as JSON, with the keys {}; or none", FaultKeys()));
     command(
         "clear-fault", "take a method's fault back",
         [&](const Simulator& simulator) {
@@ -363,10 +403,10 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->add_option("state", words.atmos, "on or off")
         ->required()
         ->check(simulator::OneOf({"on", "off"}));
-    CLI::App* const busFault = app.add_subcommand("bus-fault", "have the bus deny something, or hang");
-    busFault->callback([&] { action = [&words] { SetBusFault(BusAddress(), words.busFault); }; });
+    CLI::App* const busFault =
+        app.add_subcommand("bus-fault", "have the bus deny something, or hang; or print what is in force");
+    busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
-        ->required()
         ->check(simulator::OneOf(kBusFaults));
     CLI::App* const event = command(
         "event", "push an event to every client", [&](const Simulator& simulator) { PushEvent(simulator, words); });
@@ -375,7 +415,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
     addClient(event);
     CLI::App* const payload =
         command("payload", "push bytes as they are to every client, header included", [&](const Simulator& simulator) {
-            simulator.Control("Payload", g_variant_new("(s@ay)", words.client.c_str(), ParseBytes(words.bytes)));
+            PushPayload(simulator, words);
         });
     payload->add_option("bytes", words.bytes, "in hexadecimal")->required();
     addClient(payload);

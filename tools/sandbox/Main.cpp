@@ -227,7 +227,7 @@ InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& 
     InputFiles files;
     if (given) {
         RefuseToReplace(given->name, "--scenario", options.record);
-        files.scenario = simulator::ReadScenario(given->name, given->text);
+        files.scenario = simulator::ReadFirstScenario(given->name, given->text);
     }
     if (!options.replay.empty()) {
         RefuseToReplace(options.replay, "--replay", options.record);
