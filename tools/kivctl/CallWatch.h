@@ -18,6 +18,7 @@ struct SeenCall {
     std::string error = {}; // "NAME: TEXT"
     bool isOfBus = false;   // the error is the bus's own, not the server's
     std::string type = {};  // the D-Bus type of an answer
+    std::string text = {};  // the first value of an answer, if that is a text
 };
 
 struct SeenCalls {
