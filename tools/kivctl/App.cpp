@@ -12,7 +12,7 @@ namespace kiv::ctl {
 namespace {
 
 constexpr const char* kFooter = R"(Exit codes:
-  0  done; doctor: nothing is wrong; monitor: events could come, at least for a while
+  0  done; doctor: no problem found; monitor: events could come, at least for a while
   1  the library reported a failure, doctor found one, or the output could not be
      written; monitor: events never could come, the server refused them, or the bus
      was lost

@@ -49,10 +49,10 @@ bool IsMinusOne(GVariant* body)
 
 void Complete(SeenCall& call, GDBusMessage* reply)
 {
+    const char* arg0 = g_dbus_message_get_arg0(reply);
+    const std::string text = arg0 == nullptr ? "" : arg0;
     if (g_dbus_message_get_message_type(reply) == G_DBUS_MESSAGE_TYPE_ERROR) {
         const char* sender = g_dbus_message_get_sender(reply);
-        const char* arg0 = g_dbus_message_get_arg0(reply);
-        const std::string text = arg0 == nullptr ? "" : arg0;
         call.outcome = SeenCall::Outcome::kError;
         call.isOfBus = sender != nullptr && std::strcmp(sender, kBusName) == 0;
         call.error = NamedError(g_dbus_message_get_error_name(reply), text);
@@ -61,6 +61,7 @@ void Complete(SeenCall& call, GDBusMessage* reply)
     call.outcome = SeenCall::Outcome::kAnswered;
     call.type = fmt::format("({})", g_dbus_message_get_signature(reply));
     call.isRefusal = IsMinusOne(g_dbus_message_get_body(reply));
+    call.text = text;
 }
 
 bool IsFalse(GVariant* body)

@@ -19,6 +19,7 @@ struct SeenCall {
     bool isOfBus = false;   // the error is the bus's own, not the server's
     std::string type = {};  // the D-Bus type of an answer
     bool isRefusal = false; // the answer is the number -1
+    std::string text = {};  // the first value of an answer, if that is a text
 };
 
 struct SeenCalls {
