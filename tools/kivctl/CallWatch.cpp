@@ -51,6 +51,8 @@ void Complete(SeenCall& call, GDBusMessage* reply)
     }
     call.outcome = SeenCall::Outcome::kAnswered;
     call.type = fmt::format("({})", g_dbus_message_get_signature(reply));
+    GVariant* body = g_dbus_message_get_body(reply);
+    call.size = body == nullptr ? 0 : g_variant_get_size(body);
 }
 
 bool IsFalse(GVariant* body)

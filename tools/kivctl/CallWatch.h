@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -18,6 +19,7 @@ struct SeenCall {
     std::string error = {}; // "NAME: TEXT"
     bool isOfBus = false;   // the error is the bus's own, not the server's
     std::string type = {};  // the D-Bus type of an answer
+    size_t size = 0;        // of the answer, in bytes
 };
 
 struct SeenCalls {
