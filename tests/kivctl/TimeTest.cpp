@@ -25,7 +25,8 @@ TEST_F(TimeTest, ACallThatTakesLongerThanItMayIsGivenUp)
         Json::parse(json.out),
         Json(
             {{"command", "stop"},
-             {"error", "stop: not done within 500 ms: the server has not answered StopNetworkSpeaker"}}));
+             {"error", "stop: not done within 500 ms: the server has not answered StopNetworkSpeaker"},
+             {"advice", "the server's own log tells why"}}));
 }
 
 TEST_F(TimeTest, AMonitorMayBeLimitedToo)

@@ -30,7 +30,8 @@ monitor ends within about a second after Ctrl-C, SIGTERM or the time of --for, a
 while the server or the bus hangs.
 
 With --json, stdout carries nothing but JSON, one object a line. A command that
-fails says why in "error", and its exit code is the same as without --json.)";
+fails says why in "error" and, where there is something to do about it, that in
+"advice". Its exit code is the same as without --json.)";
 
 std::vector<Command> Joined(std::initializer_list<std::vector<Command>> families)
 {

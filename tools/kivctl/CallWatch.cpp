@@ -60,8 +60,10 @@ void Complete(SeenCall& call, GDBusMessage* reply)
     }
     call.outcome = SeenCall::Outcome::kAnswered;
     call.type = fmt::format("({})", g_dbus_message_get_signature(reply));
-    call.isRefusal = IsMinusOne(g_dbus_message_get_body(reply));
     call.text = text;
+    GVariant* body = g_dbus_message_get_body(reply);
+    call.isRefusal = IsMinusOne(body);
+    call.size = body == nullptr ? 0 : g_variant_get_size(body);
 }
 
 bool IsFalse(GVariant* body)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,7 @@ struct SeenCall {
     std::string type = {};  // the D-Bus type of an answer
     bool isRefusal = false; // the answer is the number -1
     std::string text = {};  // the first value of an answer, if that is a text
+    size_t size = 0;        // of the answer, in bytes
 };
 
 struct SeenCalls {

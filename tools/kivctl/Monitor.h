@@ -35,6 +35,7 @@ public:
     // Any thread may call these, also while Run() does not return.
     void End();
     Result Outcome();
+    bool HasShownEvents() const { return shown_ > 0; }
 
 private:
     static void OnEvent(int id, void* data, int length);

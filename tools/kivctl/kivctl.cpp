@@ -28,6 +28,7 @@ void AddAdvice(Result& result)
 {
     if (!result.advice.empty()) {
         result.text += "; " + result.advice;
+        result.fields["advice"] = result.advice;
     }
 }
 
