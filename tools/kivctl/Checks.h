@@ -44,7 +44,7 @@ public:
 
 private:
     GVariant* AskForId(GError** error);
-    // What to do about an answer of the server's that is the error "NAME: TEXT", or about none if that is empty.
+    // The advice for an answer that is the error "NAME: TEXT", and for no answer if that is empty.
     std::string ServerAdvice(const std::string& error);
     Finding LookAtSubscription();
     Finding WhyNotSubscribed();
