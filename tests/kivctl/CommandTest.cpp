@@ -353,7 +353,7 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{"--jso", "stop"}, "unknown option --jso; did you mean --json?"},
         {{"stop", "--tpe", "3"}, "unknown option --tpe; did you mean --type?"},
         {{"stop", "--colour"}, "unknown option --colour; kivctl help stop lists them"},
-        {{"--json", "--for", "3", "monitor"}, "unknown option --for; it belongs behind monitor"},
+        {{"--for", "3", "monitor"}, "unknown option --for; it belongs behind monitor"},
         {{"volume", "--ip=1.2.3.4", "get", kLeft}, "unknown option --ip=1.2.3.4; it belongs behind volume get"},
         {{"call", "StopNetworkSpeakers"},
          "unknown command call StopNetworkSpeakers; did you mean call StopNetworkSpeaker?"},
