@@ -224,7 +224,7 @@ TEST(ScenarioTest, RefusesWhatMakesNoSense)
     EXPECT_THAT(
         Complaint(R"({"faults": {"StartNetwrkSpeaker": {"exit": true}}})"),
         HasSubstr("/faults/StartNetwrkSpeaker: the server has no method 'StartNetwrkSpeaker'; did you mean "
-                  "'StartNetworkSpeaker'?"));
+                  "StartNetworkSpeaker?"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"StopNetworkSpeaker": {"append": "01"}}})"),
         HasSubstr("needs an answer with bytes, which StopNetworkSpeaker has not"));
