@@ -307,6 +307,17 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
     EXPECT_TRUE(denied.ends_with("; have the policy of the bus allow it\n")) << denied;
 }
 
+// The library logs the id, in brackets and as it came.
+TEST_F(CommandTest, AClientIdThatReadsLikeALineOfTheLogFailsNothing)
+{
+    for (const char* id : {" expected, [x", " MethodCall Error", " from NAM, ", "request launch kiv-service"}) {
+        g_variant_unref(Control("ClientId", g_variant_new("(s)", id)));
+        const Ended ended = Run({"volume", "set", "02:4b:49:56:00:01", "30", "--no-wait"});
+        EXPECT_EQ(ended.exitCode, 0) << id << ": " << ended.err;
+        EXPECT_EQ(ended.out, "sent\n") << id;
+    }
+}
+
 TEST_F(CommandTest, AFailureValueIsNamed)
 {
     SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");

@@ -112,8 +112,8 @@ void WatchCalls()
     g_autoptr(GError) error = nullptr;
     GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     SetConnecting(false);
+    const std::scoped_lock lock(g_seenMutex);
     if (bus == nullptr) {
-        const std::scoped_lock lock(g_seenMutex);
         g_seen.noBus = error->message;
         return;
     }
