@@ -36,7 +36,7 @@ struct SeenCalls {
 // Begins to watch. It waits as long as the library would for a bus that does not answer.
 void WatchCalls();
 
-// May be called by any thread.
+// Any thread may call it.
 SeenCalls CallsSeen();
 
 // The library may go on in the background after a first attempt that failed. This keeps what was seen up to then.

@@ -67,7 +67,7 @@ bool IsSilence(const GError* error)
            g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
 }
 
-// Whether the peer that was called has answered itself. The bus answers for one that has gone.
+// Tells whether the peer that was called has answered itself. The bus answers for one that has gone.
 bool IsAnswer(const GError* error)
 {
     return g_dbus_error_is_remote_error(error) != FALSE && !IsDenied(error) &&

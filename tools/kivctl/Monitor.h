@@ -62,7 +62,7 @@ private:
     void WatchClient();
     void ExpectClient();
     void Fail(Result result);
-    // What stands between the server and its first event.
+    // Notes what keeps the first event away.
     void SetMissing(const std::string& missing);
     void Tell(const std::string& text, const Json& object) const;
     void TellNotReady(const std::string& reason);
