@@ -505,11 +505,11 @@ TEST_F(CommandTest, TheLibrarysLinesAreShownToWhomAsksForThem)
 TEST_F(CommandTest, TheLibrarysLinesAreShownWhenTimeIsUp)
 {
     SetFault("StopNetworkSpeaker", "silent", "true");
-    const Ended ended = Run({"stop", "--timeout", "0.5"}, kLogsAsUsual);
+    const Ended ended = Run({"stop", "--timeout", "2"}, kLogsAsUsual);
     EXPECT_EQ(ended.exitCode, 4);
     EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
     EXPECT_TRUE(
-        ended.err.ends_with("kivctl: stop: not done within 500 ms: the server has not answered StopNetworkSpeaker; "
+        ended.err.ends_with("kivctl: stop: not done within 2000 ms: the server has not answered StopNetworkSpeaker; "
                             "the server's own log tells why\n"))
         << ended.err;
 }
