@@ -34,7 +34,7 @@ public:
         do {
             const auto left = std::max<std::chrono::nanoseconds>(end - now(), std::chrono::nanoseconds(0));
             const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-            const timespec time = {seconds.count(), (left - seconds).count()};
+            const timespec time = {static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
             if (sigtimedwait(&signals_, nullptr, limit ? &time : nullptr) >= 0) {
                 return;
             }
