@@ -20,13 +20,9 @@ namespace {
 constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 constexpr const char* kServerPath = "/org/lumra/tv/networkspeaker/server";
 constexpr const char* kServerInterface = "org.lumra.tv.networkspeaker.server.interface";
-constexpr const char* kBusName = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
-constexpr const char* kBusInterface = "org.freedesktop.DBus";
 constexpr const char* kIdMethod = "check_dbus_connection";
 constexpr const char* kOwnerMethod = "NameHasOwner";
 constexpr int kCallTimeoutMs = 8000;
-constexpr int kDefaultTimeoutMs = -1;
 
 NeverDestroyed<CNSGdbus> g_client("ns", nullptr, nullptr);
 

@@ -9,13 +9,9 @@ namespace kiv::link {
 
 namespace {
 
-constexpr const char* kBusName = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
-constexpr const char* kBusInterface = "org.freedesktop.DBus";
 constexpr const char* kLostSignal = "NameLost";
 constexpr const char* kAcquiredSignal = "NameAcquired";
 constexpr guint kNoFlags = 0;
-constexpr int kDefaultTimeoutMs = -1;
 
 // The bus's answers to RequestName, as D-Bus numbers them. The others mean that somebody else owns the name.
 constexpr guint kPrimaryOwner = 1;

@@ -39,7 +39,7 @@ struct Monitor {
     void* pin = nullptr;
 };
 
-std::mutex g_mutex;
+std::mutex g_monitorMutex;
 constinit NeverDestroyed<Monitor> g_monitor;
 NeverDestroyed<std::condition_variable> g_joined;
 
@@ -67,7 +67,7 @@ Ending EndUnderLock(CNSGdbus& client)
 void EndFor(CNSGdbus& client)
 {
     Ending ending;
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_monitorMutex);
     ending = EndUnderLock(client);
 }
 
@@ -79,7 +79,7 @@ public:
           loop_(g_main_loop_new(context_.get(), FALSE))
     {
         g_main_context_push_thread_default(context_.get());
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_monitorMutex);
         g_monitor->run = this;
         g_monitor->context = context_.get();
         if (!g_monitor->isEnding) {
@@ -122,7 +122,7 @@ public:
         MonitorRun* run = nullptr;
         bool isEnding = false;
         {
-            const std::lock_guard lock(g_mutex);
+            const std::lock_guard lock(g_monitorMutex);
             run = g_monitor->run;
             isEnding = g_monitor->isEnding;
         }
@@ -139,7 +139,7 @@ private:
         ConnectionOwner connection;
         TextOwner id;
         {
-            const std::lock_guard lock(g_mutex);
+            const std::lock_guard lock(g_monitorMutex);
             connection = std::move(g_monitor->wanted);
             id.reset(g_strdup(g_monitor->wantedId.get()));
         }
@@ -149,7 +149,7 @@ private:
     void Unpublish()
     {
         Ending ending;
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_monitorMutex);
         ending = EndUnderLock(client_);
         g_monitor->run = nullptr;
         g_monitor->context = nullptr;
@@ -200,7 +200,7 @@ void Start(CNSGdbus& client)
     void* pin = PinLibrary();
     Ending ending;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_monitorMutex);
         pthread_t thread = 0;
         if (pthread_create(&thread, nullptr, CNSGdbus::m_Monitor, &client) == 0) {
             client.m_MonitorThread = thread;
@@ -223,7 +223,7 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
     ContextOwner context;
     bool isFirst = false;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_monitorMutex);
         const bool isKnown =
             g_monitor->wantedConnection == connection && std::strcmp(g_monitor->wantedId.get(), id) == 0;
         if (isKnown || g_monitor->isEnding) {
@@ -278,7 +278,7 @@ void* CNSGdbus::m_Monitor(void* pInstance)
 
 int CNSGdbus::m_DestroyMessageMonitor()
 {
-    std::unique_lock lock(g_mutex);
+    std::unique_lock lock(g_monitorMutex);
     if (m_MonitorThread == 0 && m_pMainLoop == nullptr) {
         return 0; // no thread serves this object: none was started, it is joined, or it serves another one
     }

@@ -15,7 +15,7 @@ struct OwnConnection {
     ConnectionOwner connection;
 };
 
-std::mutex g_mutex;
+std::mutex g_ownMutex;
 
 // State Own if there is a connection; otherwise None or Shared, which no variable tells apart.
 constinit NeverDestroyed<OwnConnection> g_own;
@@ -32,7 +32,7 @@ void DeliverClosed(const OwnConnection& lost)
 
 ConnectionOwner CurrentOwn()
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_ownMutex);
     return NewReference(g_own->connection.get());
 }
 
@@ -41,7 +41,7 @@ void RetireOwn(GDBusConnection* closed)
 {
     OwnConnection lost;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_ownMutex);
         if (g_own->connection.get() == closed) {
             lost = std::exchange(*g_own, {});
         }
@@ -57,7 +57,7 @@ ConnectionOwner PublishOwn(OwnConnection opened)
 {
     ConnectionOwner own;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_ownMutex);
         if (!g_own->connection || IsClosed(g_own->connection.get())) {
             std::swap(*g_own, opened);
         }
