@@ -269,7 +269,7 @@ std::vector<EventPush> ReadEvents(const JsonNode& node)
     for (const JsonNode& item : node.Items()) {
         const auto entry = Read(item, EventKeys());
         if (entry.id.has_value() == entry.payload.has_value() || (entry.payload && !entry.data.empty())) {
-            item.FailExpected("an event with either 'id' and perhaps 'data', or 'payload'");
+            item.FailExpected("an event with either \"id\" and perhaps \"data\", or \"payload\"");
         }
         const Variant payload = entry.payload ? Own(NewByteArray(*entry.payload)) : EventPayload(*entry.id, entry.data);
         events.push_back({entry.client, payload});

@@ -226,7 +226,8 @@ TEST_F(ControlTest, ClearFaultTakesOneBack)
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(7,)");
     EXPECT_THAT(
-        Control("ClearFault", "('Nonsense',)"), StartsWith(Invalid("the server has no method 'Nonsense'; known are ")));
+        Control("ClearFault", "('Nonsense',)"),
+        StartsWith(Invalid("the server has no method \"Nonsense\"; known are ")));
 }
 
 TEST_F(ControlTest, AwayAndFeatureAreMethodsOfTheirOwn)

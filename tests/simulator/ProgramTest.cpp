@@ -158,7 +158,7 @@ TEST_F(ProgramTest, RefusesABadScenario)
     ExpectBadScenario("{\n  \"faults\": }", "2:13: syntax error");
     ExpectBadScenario("{\n  \"colour\": 1}", "2: /colour: there is no such key");
     ExpectBadScenario(
-        "{\n\n\"faults\": {\"Nonsense\": {}}}", "3: /faults/Nonsense: the server has no method 'Nonsense'");
+        "{\n\n\"faults\": {\"Nonsense\": {}}}", "3: /faults/Nonsense: the server has no method \"Nonsense\"");
 }
 
 TEST_F(ProgramTest, RefusesFilesThatAreNotThere)
@@ -207,7 +207,7 @@ TEST_F(ProgramTest, WritesTheFeatureWhenToldTo)
     std::ostringstream on;
     on << std::ifstream(file).rdbuf();
     EXPECT_EQ(on.str(), head + "kiv_multi_ch_support=true\n");
-    EXPECT_THAT(Control("Feature", "('perhaps',)"), HasSubstr("must be one of on, off, absent, got 'perhaps'"));
+    EXPECT_THAT(Control("Feature", "('perhaps',)"), HasSubstr("must be one of on, off, absent, got \"perhaps\""));
 }
 
 TEST_F(ProgramTest, AnswersFromARecording)
