@@ -216,7 +216,8 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
     std::ofstream(file) << R"({"events": [{"id": 7}]})";
     const Outcome events = RunSandbox({"--scenario", file, "--", "true"});
     EXPECT_EQ(events.exitCode, 125);
-    EXPECT_THAT(events.errors, HasSubstr(":1: /events: there is no client yet when the server starts; put the events"));
+    EXPECT_THAT(
+        events.errors, HasSubstr(":1: /events: there is no client yet when the server starts; put \"events\" into"));
     const Outcome missing = RunSandbox({"--scenario", "no-such-scenario", "--", "true"});
     EXPECT_EQ(missing.exitCode, 125);
     EXPECT_EQ(

@@ -147,6 +147,15 @@ TEST_F(ProgramTest, AScenarioWithEventsForNobodyIsRefused)
     EXPECT_THAT(program.Errors(), HasSubstr(":2: /events: there is no client yet when the server starts; put"));
 }
 
+TEST_F(ProgramTest, AScenarioThatBeginsWithAnExitIsRefused)
+{
+    ExpectBadScenario(
+        "{\n\"exit\": true}", "2: /exit: a server cannot end while it starts; put \"exit\" into the timetable, or give "
+                              "the scenario to \"kiv-sandbox control apply\"");
+    Program program = WithScenario(R"({"exit": false, "timetable": [{"at": 3600000, "exit": true}]})");
+    EXPECT_EQ(program.Ready(), "ready\n") << program.Errors();
+}
+
 TEST_F(ProgramTest, AnEmptyScenarioIsFine)
 {
     Program program = WithScenario("{}");
