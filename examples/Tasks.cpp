@@ -91,7 +91,9 @@ std::atomic<bool> g_receiverHasAtmos{false};
 void FollowAtmos()
 {
     register_atmos_support_cb([](int /*supported*/, void* /*userData*/) { g_receiverHasAtmos = true; }, nullptr);
-    g_receiverHasAtmos = kiv_is_receiver_atmos();
+    if (kiv_is_receiver_atmos()) {
+        g_receiverHasAtmos = true;
+    }
 }
 
 } // namespace

@@ -300,7 +300,12 @@ KIV_API bool GetWhetherKivDisabled(void);
 /* --- Events ----------------------------------------------------------------------------------------------------- */
 
 /**
- * Has @p callback called for every event of the server, from the next one on.
+ * Has @p callback called for every event of the server, from the next one on that can arrive.
+ *
+ * Events can arrive a moment after the first call that the server answers, and again after the bus was lost: the
+ * monitor thread asks the bus for the client's name, and no caller waits for that. What the server sends before is
+ * lost. A host that subscribes, and at once makes a request whose answer is an event, may miss that event: it repeats
+ * the request until the event comes.
  *
  * Callbacks are called in the byte order of their names. The callback is in place even if the server cannot then be
  * asked for events and the result is 0; UnsubscribeNamServiceCallback() removes it.
@@ -339,7 +344,8 @@ KIV_API bool kiv_is_receiver_atmos(void);
 /**
  * Has @p callback called with 1 and @p user_data each time the server reports that the receiver supports Atmos.
  *
- * It cannot learn that the support has ended: kiv_is_receiver_atmos() tells the present state.
+ * It cannot learn that the support has ended, and misses what is reported before events can arrive, as
+ * SubscribeNamServiceCallback() says: kiv_is_receiver_atmos() tells the present state.
  * Callbacks are called in the order of their registration, before the event's subscribers.
  *
  * @param callback   called on the monitor thread; an exception that it throws is logged and dropped

@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -40,6 +42,9 @@ constexpr const char* kBusName = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr int kBusTimeoutMs = 5000;
 constexpr const char* kBusGone = "the bus cannot be reached, or is gone";
+
+// A callback has ended the thread on which it runs, which the library joins only when it is told to from another.
+std::atomic<bool> g_endedByCallback = false;
 
 // A wait for a name to be owned. All of it runs on one context, whose sources call the functions below.
 struct Wait {
@@ -140,7 +145,7 @@ extern "C" KIV_API const char* AwaitEvents(int timeoutMs)
     if (!client.m_bProxyReady) {
         return "no call was made on this bus, or the last one did not reach the server";
     }
-    if (client.m_MonitorThread == 0) {
+    if (client.m_MonitorThread == 0 || g_endedByCallback) {
         return "the monitor thread has ended, so that no event can come any more";
     }
     const std::string name = kClientNamePrefix + client.m_strClientName;
@@ -176,5 +181,9 @@ extern "C" KIV_API void GiveProxy()
 
 extern "C" KIV_API int DestroyMessageMonitor()
 {
-    return CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    const int result = CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    if (result == EDEADLK) {
+        g_endedByCallback = true;
+    }
+    return result;
 }

@@ -37,7 +37,7 @@ struct ClientAddress {
 void RequireUsable(const std::string& clientId)
 {
     if (!ClientLink::IsUsable(clientId)) {
-        throw InvalidArguments(fmt::format("no client can have the id '{}'", clientId));
+        throw InvalidArguments(fmt::format("no client can have the id \"{}\"", clientId));
     }
 }
 
@@ -147,7 +147,7 @@ void ClientLink::Call(
 {
     RequireUsable(clientId);
     if (g_dbus_is_member_name(method.c_str()) == FALSE) {
-        throw InvalidArguments(fmt::format("D-Bus cannot carry a method named '{}'", method));
+        throw InvalidArguments(fmt::format("D-Bus cannot carry a method named \"{}\"", method));
     }
     const ClientAddress address(clientId);
     const auto message = OwnObject(g_dbus_message_new_method_call(

@@ -24,13 +24,17 @@ Scenario ReadGiven(const std::string& text)
     }
 }
 
-/** Answers a call that has told clients something, be it that one of them could not be told. */
+/**
+ * Answers a call that has told clients something, be it that one of them could not be told. A client that finds its
+ * arguments invalid says nothing of those of the call.
+ */
 void Answer(const Call& call, const PushResult& result)
 {
     if (result.firstError.empty()) {
         call.Return();
     } else {
-        call.Fail(result.firstError, result.firstMessage);
+        const bool isMisleading = result.firstError == kInvalidArguments;
+        call.Fail(isMisleading ? "org.freedesktop.DBus.Error.Failed" : result.firstError, result.firstMessage);
     }
 }
 

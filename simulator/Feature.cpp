@@ -15,7 +15,7 @@ void WriteFeature(const std::string& file, const std::string& feature)
         throw InvalidArguments("the simulator was started without a feature file");
     }
     if (std::ranges::find(kFeatures, feature) == kFeatures.end()) {
-        throw InvalidArguments(fmt::format("must be one of {}, got '{}'", fmt::join(kFeatures, ", "), feature));
+        throw InvalidArguments(fmt::format("must be one of {}, got \"{}\"", fmt::join(kFeatures, ", "), feature));
     }
     std::string text = "[com.molvane/featureconf]\n";
     if (feature != "absent") {

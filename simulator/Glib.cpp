@@ -14,7 +14,7 @@ void RequireFitForDBus(GVariant* tuple)
     // GLib logs a critical message where it is given a body with another signature.
     const std::string type = g_variant_get_type_string(tuple);
     if (g_variant_is_signature(type.substr(1, type.size() - 2).c_str()) == FALSE) {
-        throw InvalidArguments(fmt::format("D-Bus has no type for '{}'", type));
+        throw InvalidArguments(fmt::format("D-Bus has no type for \"{}\"", type));
     }
     const auto message = OwnObject(g_dbus_message_new_signal("/a", "a.a", "a"));
     g_dbus_message_set_body(message.get(), tuple);
@@ -43,7 +43,7 @@ Variant Unwrap(GVariant* value)
     Variant tuple = isText ? ParseValue(g_variant_get_string(value, nullptr)) : Own(g_variant_ref(value));
     if (g_variant_is_of_type(tuple.get(), G_VARIANT_TYPE_TUPLE) == FALSE) {
         throw InvalidArguments(fmt::format(
-            "must be a tuple such as (1, 'x'), got a value of type '{}'", g_variant_get_type_string(tuple.get())));
+            "must be a tuple such as (1, 'x'), got a value of type \"{}\"", g_variant_get_type_string(tuple.get())));
     }
     RequireFitForDBus(tuple.get());
     return tuple;
@@ -55,7 +55,7 @@ Variant ParseValue(const std::string& text)
     GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
     if (value == nullptr) {
         throw InvalidArguments(
-            fmt::format("must be a value in GVariant text form, got '{}': {}", text, error->message));
+            fmt::format("must be a value in GVariant text form, got \"{}\": {}", text, error->message));
     }
     return Own(value);
 }

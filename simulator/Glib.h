@@ -56,9 +56,11 @@ private:
     std::string name_;
 };
 
+inline constexpr const char* kInvalidArguments = "org.freedesktop.DBus.Error.InvalidArgs";
+
 inline BusError InvalidArguments(const std::string& message)
 {
-    return {"org.freedesktop.DBus.Error.InvalidArgs", message};
+    return {kInvalidArguments, message};
 }
 
 /**

@@ -66,7 +66,7 @@ Target Read(const JsonNode& node, const Keys<Target>& keys, const std::vector<st
     }
     for (const std::string& name : required) {
         if (!seen.contains(name)) {
-            node.Fail(fmt::format("'{}' is missing", name));
+            node.Fail(fmt::format("\"{}\" is missing", name));
         }
     }
     return target;

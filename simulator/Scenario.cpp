@@ -269,7 +269,7 @@ std::vector<EventPush> ReadEvents(const JsonNode& node)
     for (const JsonNode& item : node.Items()) {
         const auto entry = Read(item, EventKeys());
         if (entry.id.has_value() == entry.payload.has_value() || (entry.payload && !entry.data.empty())) {
-            item.FailExpected("an event with either 'id' and perhaps 'data', or 'payload'");
+            item.FailExpected("an event with either \"id\" and perhaps \"data\", or \"payload\"");
         }
         const Variant payload = entry.payload ? Own(NewByteArray(*entry.payload)) : EventPayload(*entry.id, entry.data);
         events.push_back({entry.client, payload});
@@ -332,6 +332,17 @@ const Keys<Scenario>& RootKeys()
     return kKeys;
 }
 
+void RefuseAtStart(const std::string& name, const std::string& text, const std::string& key, const char* reason)
+{
+    for (const auto& [present, member] : JsonNode::Parse(name, text).Members()) {
+        if (present == key) {
+            member.Fail(fmt::format(
+                "{}; put \"{}\" into the timetable, or give the scenario to \"kiv-sandbox control apply\"", reason,
+                key));
+        }
+    }
+}
+
 } // namespace
 
 Variant ReadFault(const JsonNode& node)
@@ -375,12 +386,10 @@ Scenario ReadFirstScenario(const std::string& name, const std::string& text)
 {
     Scenario scenario = ReadScenario(name, text);
     if (!scenario.now.events.empty()) {
-        for (const auto& [key, member] : JsonNode::Parse(name, text).Members()) {
-            if (key == "events") {
-                member.Fail("there is no client yet when the server starts; put the events into the timetable, or give "
-                            "the scenario to 'kiv-sandbox control apply'");
-            }
-        }
+        RefuseAtStart(name, text, "events", "there is no client yet when the server starts");
+    }
+    if (scenario.now.exit) {
+        RefuseAtStart(name, text, "exit", "a server cannot end while it starts");
     }
     return scenario;
 }

@@ -49,7 +49,7 @@ struct Scenario {
 /** Throws FileError, with line and reason, for a scenario that cannot be used. The name stands for the text. */
 Scenario ReadScenario(const std::string& name, const std::string& text);
 
-/** Reads a scenario with which a server starts: as above, but it can have no events, which would reach nobody. */
+/** Reads a scenario with which a server starts: as above, but only its timetable can have events or an exit. */
 Scenario ReadFirstScenario(const std::string& name, const std::string& text);
 
 /** The description of a fault, an a{sv}, from what a scenario says of it. Throws FileError. */

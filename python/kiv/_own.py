@@ -39,9 +39,9 @@ def AwaitEvents(timeout: float = 10) -> bool:
     What the server sends before that is lost.
 
     Returns False at once if events cannot arrive: no call was made in this sandbox, the last call did not reach the server,
-    its client id is not valid in a D-Bus name, the bus is gone, or DestroyMessageMonitor() was called. Returns False after
-    the timeout, in seconds, if the process does not own its client's name by then: the bus may forbid it, or another
-    process may own it. "kivctl doctor" tells why. A line on stderr says which of these it was.
+    its client id is not valid in a D-Bus name, the bus is gone, or DestroyMessageMonitor() was called, also by a callback.
+    Returns False after the timeout, in seconds, if the process does not own its client's name by then: the bus may forbid it,
+    or another process may own it. "kivctl doctor" tells why. A line on stderr says which of these it was.
     """
     allowed = f"seconds from 0 to {_LONGEST_WAIT:.0f}"
     try:

@@ -16,9 +16,12 @@ LEFT, RIGHT, SUBWOOFER, KITCHEN, BEDROOM = ("02:4b:49:56:00:" + last for last in
 MAC_OF_SOUNDBAR = "0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0"
 
 
-def run(example):
+def run(example, **environment):
     program = EXAMPLES / f"example-{example}"
-    return subprocess.run([program], check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout
+    done = subprocess.run(
+        [program], check=True, stdout=subprocess.PIPE, encoding="utf-8", env={**os.environ, **environment}
+    )
+    return done.stdout
 
 
 def requests(sandbox):
@@ -81,3 +84,7 @@ def test_the_tasks_do_what_they_say(kiv_sandbox):
 def test_a_receiver_with_atmos_is_noticed(kiv_sandbox):
     kiv_sandbox.control("atmos", "on")
     assert run("Tasks").endswith("Atmos: yes\n")
+
+
+def test_a_monitor_thread_that_begins_late_costs_no_event(kiv_sandbox):
+    assert run("Events", LD_PRELOAD=os.environ["SLOW_THREADS"]) == "volume 20\n"

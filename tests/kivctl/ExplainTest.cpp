@@ -166,6 +166,23 @@ TEST(ExplainTest, FindsTheTextThatALoggerHasWrapped)
     }
 }
 
+TEST(ExplainTest, ReadsAMessageThatIsAnArrayOfBytes)
+{
+    for (const std::string& message :
+         {std::string(kMethodCallError), "\x1b[31m" + std::string(kMethodCallError) + "\x1b[0m",
+          "\xff " + std::string(kMethodCallError)}) {
+        Json bytes = Json::array();
+        for (const char character : message) {
+            bytes.push_back(static_cast<unsigned char>(character));
+        }
+        const std::string line = Json({{"MESSAGE", bytes}}).dump();
+        EXPECT_EQ(Explain(line + '\n'), line + kExplained);
+    }
+    const std::string others =
+        "{\"MESSAGE\":null}\n{\"MESSAGE\":[256]}\n{\"MESSAGE\":[-1]}\n{\"MESSAGE\":[[75],\"K\"]}\n";
+    EXPECT_EQ(Explain(others), others);
+}
+
 TEST(ExplainTest, LeavesOtherLinesAlone)
 {
     const std::string others = "kernel: usb 1-1: new device\n\n\xff\xfe(no UTF-8)\n{\"no\": \"message\"}\n{no JSON\n";
@@ -183,6 +200,26 @@ TEST(ExplainTest, SaysThatALineIsUnknown)
         std::string::npos)
         << out;
     EXPECT_EQ(ExplainToScripts(line + '\n').at(0).at("known"), false);
+}
+
+TEST(ExplainTest, SaysThatALineIsCutBeforeItsText)
+{
+    const std::string line = kMethodCallError;
+    const size_t file = line.find(' ') + 1;
+    const size_t text = line.find("> ") + 2;
+    for (size_t length = file; length < text; ++length) {
+        const std::string cut = line.substr(0, length);
+        const std::string out = Explain("NAM_SERVICE: " + cut + '\n');
+        EXPECT_EQ(out.find("NAM_SERVICE: " + cut + "\n    = cut short before its text, "), 0U) << out;
+        EXPECT_NE(out.find("\n    -> have the log keep longer lines"), std::string::npos) << out;
+    }
+    const Json object = ExplainToScripts(line.substr(0, text - 1) + '\r').at(0);
+    EXPECT_EQ(object.at("function"), "StopNetworkSpeaker");
+    EXPECT_EQ(object.at("known"), false);
+
+    const std::string others = "KivServiceInterface.cpp: In function 'int Stop()':\n"
+                               "KivServiceInterface.cpp: Stop(int)\nKivServiceInterface.cpp: Stop(89) or\n";
+    EXPECT_EQ(Explain(others), others);
 }
 
 TEST(ExplainTest, ALineWithoutEndIsRefused)

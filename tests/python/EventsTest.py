@@ -132,6 +132,21 @@ def test_after_the_end_of_the_monitor_there_is_nothing_to_wait_for():
         assert run(code, dict(os.environ)) == ("False\n", [NO_MONITOR])
 
 
+def test_after_a_callback_has_ended_the_monitor_there_is_nothing_to_wait_for():
+    code = f"""
+import errno, kiv, queue, time
+ended = queue.Queue()
+assert kiv.SubscribeNamServiceCallback("test", lambda *_: ended.put(kiv.DestroyMessageMonitor())) == 1
+assert kiv.AwaitEvents({LONG})
+kiv.GetNetSpkVolume(kiv.mac("02:4b:49:56:00:01"), 0)
+print(ended.get(timeout={LONG}) == errno.EDEADLK)
+begin = time.monotonic()
+print(kiv.AwaitEvents({LONG}), time.monotonic() - begin < {LONG} / 2)
+"""
+    with kiv.Sandbox():
+        assert run(code, dict(os.environ)) == ("True\nFalse True\n", [NO_MONITOR])
+
+
 def test_a_client_id_that_is_no_part_of_a_name_is_told():
     with kiv.Sandbox("--start") as sandbox:
         sandbox.apply({"clientId": "a b"})

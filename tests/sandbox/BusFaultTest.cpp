@@ -113,7 +113,7 @@ TEST(BusFaultTest, IsReplacedWhileTheCommandRuns)
     EXPECT_EQ(outcome.output, "4\n1\nthe server answered 3\n1\n0\n");
     EXPECT_THAT(
         outcome.errors,
-        HasSubstr("kiv-sandbox control: the bus hangs; 'kiv-sandbox control bus-fault none' has it go on\n"));
+        HasSubstr("kiv-sandbox control: the bus hangs; \"kiv-sandbox control bus-fault none\" has it go on\n"));
 }
 
 TEST(BusFaultTest, IsPrinted)
@@ -146,7 +146,7 @@ TEST(BusFaultTest, IsForTheBusOfASandboxOnly)
     EXPECT_EQ(other.exitCode, 1);
     EXPECT_EQ(
         other.errors, "kiv-sandbox control: the address must be that of a sandbox's bus, got "
-                      "'unix:path=/nowhere/system_bus_socket'\n");
+                      "\"unix:path=/nowhere/system_bus_socket\"\n");
     const Outcome gone =
         RunScript({}, "export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/kiv-sandbox-1/bus; control bus-fault hang");
     EXPECT_EQ(gone.exitCode, 1);

@@ -212,11 +212,12 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
     EXPECT_THAT(
         RunSandbox({"--scenario", file, "--", "true"}).errors,
         StartsWith(
-            "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method 'Nonsense'; known"));
+            "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method \"Nonsense\"; known"));
     std::ofstream(file) << R"({"events": [{"id": 7}]})";
     const Outcome events = RunSandbox({"--scenario", file, "--", "true"});
     EXPECT_EQ(events.exitCode, 125);
-    EXPECT_THAT(events.errors, HasSubstr(":1: /events: there is no client yet when the server starts; put the events"));
+    EXPECT_THAT(
+        events.errors, HasSubstr(":1: /events: there is no client yet when the server starts; put \"events\" into"));
     const Outcome missing = RunSandbox({"--scenario", "no-such-scenario", "--", "true"});
     EXPECT_EQ(missing.exitCode, 125);
     EXPECT_EQ(
@@ -329,16 +330,16 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
          kControl +
              std::string("FAULT must be JSON such as '{\"delay\": 500}', or none, got nothing; its keys are append, ")},
         {"fault StopNetworkSpeeker '{\"exit\": true}'",
-         "no method 'StopNetworkSpeeker'; did you mean StopNetworkSpeaker?"},
+         "no method \"StopNetworkSpeeker\"; did you mean StopNetworkSpeaker?"},
         {"fault StopNetworkSpeaker '{\"reply\": \"(1, \"}'",
-         kControl + std::string("'reply' must be a value in GVariant text form, got '(1, ': ")},
-        {"fault Nonsense none", kControl + std::string("the server has no method 'Nonsense'")},
+         kControl + std::string("\"reply\" must be a value in GVariant text form, got \"(1, \": ")},
+        {"fault Nonsense none", kControl + std::string("the server has no method \"Nonsense\"")},
         {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got \"perhaps\"")},
         {"event 7x",
-         kControl + std::string("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got '7x'")},
-        {"event 0x10000000000", "from 0x0 to 0xffffffff, such as 0x02020028, got '0x10000000000'"},
-        {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got '5'")},
-        {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got 'zz'")},
+         kControl + std::string("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got \"7x\"")},
+        {"event 0x10000000000", "from 0x0 to 0xffffffff, such as 0x02020028, got \"0x10000000000\""},
+        {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"5\"")},
+        {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"zz\"")},
         {"away -1", kControl + std::string("milliseconds: must be an integer from 0 to 2147483647, got \"-1\"; see")},
         {"payloads ff many", kControl + std::string("count: must be an integer from 0 to 2147483647, got \"many\"")},
         {"show --txt", kControl + std::string("unknown option --txt; did you mean --text?\n")},

@@ -12,7 +12,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-constexpr char kInvalidArguments[] = "error org.freedesktop.DBus.Error.InvalidArgs";
+const std::string kInvalid = std::string("error ") + kInvalidArguments;
 
 const Bytes kAtmosOn = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 1, 0, 0, 0};
 const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
@@ -20,7 +20,7 @@ const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
 /** The answer to arguments that cannot be used. */
 std::string Invalid(const std::string& reason)
 {
-    return std::string(kInvalidArguments) + ": " + reason;
+    return kInvalid + ": " + reason;
 }
 
 /** A text as the only argument. */
@@ -38,9 +38,9 @@ protected:
 
 TEST_F(ControlTest, FaultErrors)
 {
-    EXPECT_THAT(Control("Fault", "('Nonsense', {'exit': <true>})"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("Fault", "('DisableSurround', {'colour': <1>})"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("Fault", "('DisableSurround', {'delay': <'x'>})"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Fault", "('Nonsense', {'exit': <true>})"), StartsWith(kInvalid));
+    EXPECT_THAT(Control("Fault", "('DisableSurround', {'colour': <1>})"), StartsWith(kInvalid));
+    EXPECT_THAT(Control("Fault", "('DisableSurround', {'delay': <'x'>})"), StartsWith(kInvalid));
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
 }
 
@@ -150,7 +150,19 @@ TEST_F(ControlTest, SendingReportsTheClientsError)
     EXPECT_THAT(
         Control("Event", "('tv_8', 1, [byte 1])"),
         StartsWith("error org.freedesktop.DBus.Error.NameHasNoOwner: client tv_8: "));
-    EXPECT_THAT(Control("Event", "('no name', 1, [byte 1])"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Event", "('no name', 1, [byte 1])"), StartsWith(kInvalid));
+}
+
+TEST_F(ControlTest, AClientsInvalidArgumentsAreNotThoseOfTheCall)
+{
+    const FakeClient client(bus_.Address(), "tv_7", FakeClient::Manner::kRefuses, kInvalidArguments);
+    client.Tell("SubscribeNamServiceCallback", 7);
+    const std::string failed =
+        "error org.freedesktop.DBus.Error.Failed: client tv_7: org.freedesktop.DBus.Error.InvalidArgs: not now";
+    EXPECT_EQ(Control("Event", "('tv_7', 1, [byte 1])"), failed);
+    EXPECT_EQ(Control("Payload", "('tv_7', [byte 1])"), failed);
+    EXPECT_EQ(Control("Atmos", "(true,)"), failed);
+    EXPECT_EQ(Control("Apply", Quoted(R"({"events": [{"id": 7}]})")), failed);
 }
 
 TEST_F(ControlTest, SendPayloadsPushesManyInOrder)
@@ -184,9 +196,9 @@ TEST_F(ControlTest, CallClientTellsWhatCameBack)
 
 TEST_F(ControlTest, CallClientRefusesWhatCannotTravel)
 {
-    EXPECT_THAT(Control("CallClient", "('tv_7', '000_x', <(1,)>, uint32 1)"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("CallClient", "('tv_7', 'Any', <1>, uint32 1)"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("CallClient", "('', 'Any', <(1,)>, uint32 1)"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("CallClient", "('tv_7', '000_x', <(1,)>, uint32 1)"), StartsWith(kInvalid));
+    EXPECT_THAT(Control("CallClient", "('tv_7', 'Any', <1>, uint32 1)"), StartsWith(kInvalid));
+    EXPECT_THAT(Control("CallClient", "('', 'Any', <(1,)>, uint32 1)"), StartsWith(kInvalid));
 }
 
 TEST_F(ControlTest, ModelShowsTheHome)
@@ -226,7 +238,8 @@ TEST_F(ControlTest, ClearFaultTakesOneBack)
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(7,)");
     EXPECT_THAT(
-        Control("ClearFault", "('Nonsense',)"), StartsWith(Invalid("the server has no method 'Nonsense'; known are ")));
+        Control("ClearFault", "('Nonsense',)"),
+        StartsWith(Invalid("the server has no method \"Nonsense\"; known are ")));
 }
 
 TEST_F(ControlTest, AwayAndFeatureAreMethodsOfTheirOwn)
@@ -266,8 +279,7 @@ TEST_F(ControlTest, WhatCannotBeAppliedChangesNothing)
 "colour": 1})")),
         Invalid("scenario:2: /colour: there is no such key; known are $schema, away, clientId, "
                 "description, events, exit, faults, feature, home, timetable"));
-    EXPECT_THAT(
-        Control("Apply", Quoted(R"({"home": {"settingMode": 81}, "feature": "off"})")), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Apply", Quoted(R"({"home": {"settingMode": 81}, "feature": "off"})")), StartsWith(kInvalid));
     EXPECT_EQ(Model()["settingMode"], 80);
 }
 

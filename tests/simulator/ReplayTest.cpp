@@ -240,7 +240,7 @@ TEST(ReplayFileTest, RefusesWhatIsNoRecording)
 {
     EXPECT_THAT(Complaint("{\"ms\":1,\"call\":1}"), HasSubstr("file:1: must be a call or an event with"));
     EXPECT_THAT(Complaint("{\"ms\":1}"), HasSubstr("file:1: must be a line with one of"));
-    EXPECT_THAT(Complaint("{\"call\":1}"), HasSubstr("file:1: 'ms' is missing"));
+    EXPECT_THAT(Complaint("{\"call\":1}"), HasSubstr("file:1: \"ms\" is missing"));
     EXPECT_THAT(Complaint("{\"ms\":1,\"colour\":1}"), HasSubstr("file:1: /colour: there is no such key"));
     const std::string call = R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
     EXPECT_EQ(Complaint(call), "none");
@@ -252,7 +252,7 @@ TEST(ReplayFileTest, RefusesWhatIsNoRecording)
         HasSubstr("file:2: there was no call 2"));
     EXPECT_THAT(
         Complaint(call + "\n" + R"json({"ms":1,"answer":1,"values":"(1"})json"),
-        HasSubstr("file:2: must be a value in GVariant text form, got '(1': "));
+        HasSubstr("file:2: must be a value in GVariant text form, got \"(1\": "));
     EXPECT_THAT(
         Complaint(call + "\n" + R"json({"ms":1,"answer":1})json"),
         HasSubstr("file:2: must be a call or an event with"));
@@ -263,7 +263,7 @@ TEST(ReplayFileTest, RefusesWhatIsNoRecording)
         Complaint(
             call + "\n" + R"json({"ms":1,"answer":1,"values":"()"})json" + "\n" +
             R"json({"ms":1,"event":2,"client":"no name","method":"m","arguments":"()"})json"),
-        HasSubstr("file:3: an event must be for a client and a method that D-Bus can have, got 'no name' and 'm'"));
+        HasSubstr("file:3: an event must be for a client and a method that D-Bus can have, got \"no name\" and \"m\""));
 }
 
 TEST(ReplayFileTest, AnotherFileIsToldByItsFirstLine)

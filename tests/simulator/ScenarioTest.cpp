@@ -124,7 +124,8 @@ TEST_F(SchemaTest, WhatItRequiresIsRequired)
             json object = Example(kind, required);
             object.erase(required.get<std::string>());
             EXPECT_THAT(
-                Complaint(Wrapped(kind, object).dump()), HasSubstr("'" + required.get<std::string>() + "' is missing"));
+                Complaint(Wrapped(kind, object).dump()),
+                HasSubstr('"' + required.get<std::string>() + "\" is missing"));
         }
     }
 }
@@ -195,13 +196,14 @@ TEST(ScenarioTest, RefusesWhatMakesNoSense)
         HasSubstr("/ip: must be an IP address such as \"192.168.0.21\", got \"1\""));
     EXPECT_THAT(
         Complaint(R"({"feature": "perhaps"})"), HasSubstr("/feature: must be one of on, off, absent, got \"perhaps\""));
-    EXPECT_THAT(Complaint(R"({"timetable": [{}]})"), HasSubstr("/timetable/0: 'at' is missing"));
+    EXPECT_THAT(Complaint(R"({"timetable": [{}]})"), HasSubstr("/timetable/0: \"at\" is missing"));
     EXPECT_THAT(
         Complaint(R"({"timetable": [{"at": 1, "every": 0}]})"),
         HasSubstr("/timetable/0/every: must be a whole number from 1 to 2147483647, got 0"));
-    EXPECT_THAT(Complaint(R"({"events": [{}]})"), HasSubstr("either 'id' and perhaps 'data', or 'payload', got {}"));
-    EXPECT_THAT(Complaint(R"({"events": [{"id": 1, "payload": ""}]})"), HasSubstr("either 'id'"));
-    EXPECT_THAT(Complaint(R"({"events": [{"data": "01", "payload": ""}]})"), HasSubstr("either 'id'"));
+    EXPECT_THAT(
+        Complaint(R"({"events": [{}]})"), HasSubstr("either \"id\" and perhaps \"data\", or \"payload\", got {}"));
+    EXPECT_THAT(Complaint(R"({"events": [{"id": 1, "payload": ""}]})"), HasSubstr("either \"id\""));
+    EXPECT_THAT(Complaint(R"({"events": [{"data": "01", "payload": ""}]})"), HasSubstr("either \"id\""));
     EXPECT_THAT(
         Complaint(R"({"events": [{"id": "020"}]})"),
         HasSubstr("/events/0/id: must be a number, or a text in hexadecimal"));
@@ -220,10 +222,10 @@ TEST(ScenarioTest, RefusesWhatMakesNoSense)
         HasSubstr("/faults/DisableSurround: at most one"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"reply": "(1"}}})"),
-        HasSubstr("must be a value in GVariant text form, got '(1': "));
+        HasSubstr("must be a value in GVariant text form, got \"(1\": "));
     EXPECT_THAT(
         Complaint(R"({"faults": {"StartNetwrkSpeaker": {"exit": true}}})"),
-        HasSubstr("/faults/StartNetwrkSpeaker: the server has no method 'StartNetwrkSpeaker'; did you mean "
+        HasSubstr("/faults/StartNetwrkSpeaker: the server has no method \"StartNetwrkSpeaker\"; did you mean "
                   "StartNetworkSpeaker?"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"StopNetworkSpeaker": {"append": "01"}}})"),

@@ -157,6 +157,7 @@ std::string Program::Errors() const
 
 struct FakeClient::Record {
     Manner manner;
+    std::string error;
     std::mutex mutex;
     std::condition_variable arrived;
     std::vector<Variant> payloads;
@@ -184,9 +185,8 @@ struct FakeClient::Record {
     void Answer(GDBusConnection* connection, GDBusMessage* call) const
     {
         const auto reply = OwnObject(
-            manner == Manner::kAnswers
-                ? g_dbus_message_new_method_reply(call)
-                : g_dbus_message_new_method_error_literal(call, "org.example.Refused", "not now"));
+            manner == Manner::kAnswers ? g_dbus_message_new_method_reply(call)
+                                       : g_dbus_message_new_method_error_literal(call, error.c_str(), "not now"));
         g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
     }
 
@@ -208,10 +208,11 @@ struct FakeClient::Record {
     }
 };
 
-FakeClient::FakeClient(const std::string& address, const std::string& id, Manner manner)
+FakeClient::FakeClient(const std::string& address, const std::string& id, Manner manner, const std::string& error)
     : record_(std::make_shared<Record>()), connection_(address)
 {
     record_->manner = manner;
+    record_->error = error;
     OnIncoming(connection_.Get(), [record = record_](GDBusConnection* connection, GDBusMessage* message) {
         return record->OnMessage(connection, message);
     });

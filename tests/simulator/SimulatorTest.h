@@ -47,7 +47,10 @@ class FakeClient {
 public:
     enum class Manner { kAnswers, kRefuses, kIsSilent };
 
-    FakeClient(const std::string& address, const std::string& id, Manner manner = Manner::kAnswers);
+    /** The error is that of one who refuses. */
+    FakeClient(
+        const std::string& address, const std::string& id, Manner manner = Manner::kAnswers,
+        const std::string& error = "org.example.Refused");
 
     std::string BusName() const { return connection_.UniqueName(); }
     /** Calls a server method with the pid as the client itself would. */

@@ -61,6 +61,11 @@ inline constexpr Refusal kNothingUsable = {
     "the server sent nothing usable", "there may be nothing to tell of, or it serves another version of the interface"};
 inline constexpr Refusal kUnknownSpeaker = {
     "the server refused it", "kivctl list nodes shows which speakers there are"};
+// The same for a request that needs a speaker with which the server is connected.
+inline constexpr Refusal kNotConnected = {
+    kUnknownSpeaker.reason,
+    "kivctl list nodes shows which speakers there are; one that is only seen must be connected first: kivctl connect "
+    "new MAC"};
 
 // The library function of that name returned this and failed, or the server answered so. The refusal is told only if
 // the request got its answer.

@@ -117,7 +117,12 @@ Action NodeRemove(CLI::App& app)
 std::vector<Command> EventCommands()
 {
     return {
-        {"monitor", "Show the server's events as they come, until interrupted", Watch, {}, Asks::kServerOnOwnThread},
+        {"monitor",
+         "Show the server's events as they come, until interrupted; only kivctl doctor tells a quiet server from "
+         "one that hangs",
+         Watch,
+         {},
+         Asks::kServerOnOwnThread},
         {"atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
         {"node-remove", "Have the server stop watching a node", NodeRemove},
     };

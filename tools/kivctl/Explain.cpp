@@ -5,7 +5,10 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -19,22 +22,64 @@ namespace {
 constexpr size_t kLongestLine = 1024UL * 1024;
 
 constexpr std::string_view kFile = "KivServiceInterface.cpp: ";
+constexpr std::string_view kBeforeText = ") > ";
+
+const LogLine kUnknown = {
+    "", "",
+    "not known to kivctl " KIV_VERSION ": cut short, or wrapped by the logger, or of another version of the library",
+    "compare it with man kiv-log-lines; for another library, use the kivctl that came with it"};
+const LogLine kCut = {
+    "", "", "cut short before its text, so that it does not say what happened",
+    "have the log keep longer lines, and look at the lines around it"};
 
 struct Logged {
     std::string_view function;
-    std::string text;
+    std::optional<std::string> text; // none if the line ends before it
 };
 
-// journalctl -o json writes an object for each line.
+bool IsByte(const Json& value)
+{
+    return value.is_number_unsigned() && value.get<uint64_t>() <= UCHAR_MAX;
+}
+
+// journalctl -o json writes an object for each line. A message that is not plain UTF-8 text is an array of its bytes.
 std::string MessageOf(const std::string& line)
 {
-    if (line.starts_with('{')) {
-        const Json entry = Json::parse(line, nullptr, false);
-        if (const auto message = entry.find("MESSAGE"); message != entry.end() && message->is_string()) {
-            return message->get<std::string>();
-        }
+    if (!line.starts_with('{')) {
+        return line;
     }
-    return line;
+    const Json entry = Json::parse(line, nullptr, false);
+    const auto message = entry.find("MESSAGE");
+    if (message == entry.end()) {
+        return line;
+    }
+    if (message->is_string()) {
+        return message->get<std::string>();
+    }
+    if (!message->is_array() || !std::ranges::all_of(*message, IsByte)) {
+        return line;
+    }
+    std::string text;
+    for (const Json& byte : *message) {
+        text += static_cast<char>(byte.get<uint8_t>());
+    }
+    return text;
+}
+
+// Tells whether a text is the beginning of "FUNCTION(LINE) > ".
+bool IsCut(std::string_view text)
+{
+    const size_t nameEnd = text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_");
+    if (nameEnd == std::string_view::npos) {
+        return true;
+    }
+    const size_t numberEnd = std::min(text.find_first_not_of("0123456789", nameEnd + 1), text.size());
+    return text[nameEnd] == '(' && kBeforeText.starts_with(text.substr(numberEnd));
+}
+
+std::string_view WithoutEnd(std::string_view text)
+{
+    return text.substr(0, text.find_last_not_of(" \r") + 1);
 }
 
 // Each log puts something else before the library's part, "FILE: FUNCTION(LINE) > TEXT".
@@ -45,22 +90,20 @@ std::optional<Logged> LoggedBy(std::string_view line)
         return std::nullopt;
     }
     const std::string_view part = line.substr(file + kFile.size());
-    const size_t parenthesis = part.find('(');
-    const size_t arrow = part.find(") > ");
-    if (parenthesis == std::string_view::npos || arrow == std::string_view::npos) {
-        return std::nullopt;
+    const std::string_view function = part.substr(0, part.find('('));
+    const size_t arrow = part.find(kBeforeText);
+    if (arrow != std::string_view::npos && function.size() < arrow) {
+        return Logged{function, std::string(WithoutEnd(part.substr(arrow + kBeforeText.size())))};
     }
-    const std::string_view text = part.substr(arrow + std::strlen(") > "));
-    return Logged{part.substr(0, parenthesis), std::string(text.substr(0, text.find_last_not_of(" \r") + 1))};
+    return IsCut(WithoutEnd(part)) ? std::optional(Logged{WithoutEnd(function), std::nullopt}) : std::nullopt;
 }
 
 // A logger may put a colour code behind the text, or the line into "message repeated 2 times: [ LINE]".
-const LogLine* KnownLine(const Logged& logged)
+const LogLine* KnownLine(std::string_view function, const std::string& text)
 {
-    const std::string& text = logged.text;
     const std::string plain = text.substr(0, text.find('\x1b'));
     for (const std::string& candidate : {text, plain, plain.substr(0, plain.rfind(']'))}) {
-        if (const LogLine* known = FindLogLine(logged.function, candidate)) {
+        if (const LogLine* known = FindLogLine(function, candidate)) {
             return known;
         }
     }
@@ -75,21 +118,17 @@ bool ShowLine(const std::string& line, const Output& output)
     const std::string message = MessageOf(line);
     const auto logged = LoggedBy(message);
     if (logged) {
-        const LogLine* known = KnownLine(*logged);
-        const std::string meaning = known != nullptr
-                                        ? known->meaning
-                                        : "not known to kivctl " KIV_VERSION
-                                          ": cut short, or wrapped by the logger, or of another version of the library";
-        const std::string advice =
-            known != nullptr
-                ? known->advice
-                : "compare it with man kiv-log-lines; for another library, use the kivctl that came with it";
-        text += fmt::format("\n    = {}", meaning);
-        if (!advice.empty()) {
-            text += fmt::format("\n    -> {}", advice);
+        const LogLine* known = logged->text ? KnownLine(logged->function, *logged->text) : nullptr;
+        const LogLine& shown = known != nullptr ? *known : logged->text ? kUnknown : kCut;
+        text += fmt::format("\n    = {}", shown.meaning);
+        if (!shown.advice.empty()) {
+            text += fmt::format("\n    -> {}", shown.advice);
         }
         object.update(
-            {{"function", logged->function}, {"known", known != nullptr}, {"meaning", meaning}, {"advice", advice}});
+            {{"function", logged->function},
+             {"known", known != nullptr},
+             {"meaning", shown.meaning},
+             {"advice", shown.advice}});
     }
     output.Show(text, object);
     return logged.has_value();

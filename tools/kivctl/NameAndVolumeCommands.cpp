@@ -71,7 +71,7 @@ template <typename Send>
 Result
 SendForVolumes(const char* function, const Send& send, const std::vector<Mac>& speakers, const WaitArguments& wait)
 {
-    const Refusal refusal = speakers.empty() ? Refusal{} : kUnknownSpeaker;
+    const Refusal refusal = speakers.empty() ? Refusal{} : kNotConnected;
     if (!Waits(wait)) {
         send();
         return Sent(function, refusal);
@@ -96,7 +96,7 @@ Action Name(CLI::App& app)
             throw BadArguments("NAME must be valid UTF-8");
         }
         SetNetSpkName(arguments->mac.data(), IpNumber(arguments->ip), arguments->name.c_str());
-        return Sent("SetNetSpkName", kUnknownSpeaker);
+        return Sent("SetNetSpkName", kNotConnected);
     };
 }
 
@@ -132,7 +132,7 @@ Action SetAny(CLI::App& app)
         "Its new volume; any number is sent, and the simulated server keeps within 0 and 100");
     return [arguments](const Output&) {
         SendVolume(*arguments);
-        return Sent("SetNetSpkVolume", kUnknownSpeaker);
+        return Sent("SetNetSpkVolume", kNotConnected);
     };
 }
 
@@ -182,7 +182,7 @@ auto RequestOne(const VolumeRequest& request)
         AddIp(app, arguments->ip);
         return [request, arguments](const Output&) {
             request.one(arguments->mac.data(), IpNumber(arguments->ip));
-            return Sent(request.oneName, kUnknownSpeaker);
+            return Sent(request.oneName, kNotConnected);
         };
     };
 }
@@ -194,7 +194,7 @@ auto RequestList(const VolumeRequest& request)
         AddSpeakers(app, *speakers);
         return [request, speakers](const Output&) {
             request.list(SpeakersOf(*speakers));
-            return Sent(request.listName, kUnknownSpeaker);
+            return Sent(request.listName, kNotConnected);
         };
     };
 }

@@ -27,7 +27,8 @@ Action Start(CLI::App& app)
     AddSpeakers(app, arguments->speakers);
     return [arguments](const Output&) {
         std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
-        return Answered("StartNetworkSpeaker", StartNetworkSpeaker(arguments->mode, list, arguments->reason), kPlaying);
+        const int playing = StartNetworkSpeaker(arguments->mode, list, arguments->reason);
+        return Answered("StartNetworkSpeaker", playing, playing == 0 && !list.empty() ? kNonePlays : kPlaying);
     };
 }
 

@@ -11,6 +11,8 @@ namespace kiv::ctl {
 
 // The meaning of the server's answer to a start.
 inline constexpr const char* kPlaying = "number of speakers that play now";
+inline constexpr const char* kNonePlays =
+    "none plays now; a speaker that is only seen must be connected first: kivctl connect new MAC";
 
 // Speakers on the command line, each as MAC[=CONFIG] such as "02:4b:49:56:00:01=3", or in a file that holds a JSON
 // array of {"mac": "...", "config": N} and "MAC[=CONFIG]".

@@ -81,7 +81,7 @@ void SendSignal(pid_t process, int number)
 
 const std::vector<std::string> kBusFaults = {kNone, "deny-name", "deny-events", kHang};
 
-const char* const kBusFaultConfig = R"(<include ignore_missing="yes">fault.conf</include>)";
+const std::string kBusFaultConfig = fmt::format(R"(<include ignore_missing="yes">{}</include>)", kFaultFile);
 
 void SetBusFault(const std::string& address, const std::string& fault)
 {

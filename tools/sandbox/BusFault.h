@@ -16,7 +16,7 @@ namespace kiv::sandbox {
 extern const std::vector<std::string> kBusFaults;
 
 /// The extra configuration of a private bus that can have faults.
-extern const char* const kBusFaultConfig;
+extern const std::string kBusFaultConfig;
 
 /// Replaces the fault of a private bus. Throws std::runtime_error if the bus cannot have faults.
 void SetBusFault(const std::string& address, const std::string& fault);

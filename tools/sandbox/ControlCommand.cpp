@@ -76,7 +76,7 @@ std::string AnsweringBusAddress()
 {
     std::string address = BusAddress();
     if (BusHangs(address)) {
-        throw std::runtime_error("the bus hangs; 'kiv-sandbox control bus-fault none' has it go on");
+        throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" has it go on");
     }
     return address;
 }
@@ -175,7 +175,7 @@ std::int32_t ParseEventId(const std::string& text)
     const auto id = simulator::ParseEventId(text);
     if (!id) {
         throw Refusal(
-            fmt::format("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got '{}'", text));
+            fmt::format("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got \"{}\"", text));
     }
     return *id;
 }
@@ -184,7 +184,7 @@ GVariant* ParseBytes(const std::string& text)
 {
     const auto bytes = simulator::ParseHex(text);
     if (!bytes) {
-        throw Refusal(fmt::format("BYTES must be in hexadecimal such as '01 ff', got '{}'", text));
+        throw Refusal(fmt::format("BYTES must be in hexadecimal such as \"01 ff\", got \"{}\"", text));
     }
     return simulator::NewByteArray(*bytes);
 }

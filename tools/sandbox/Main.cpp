@@ -578,7 +578,8 @@ int Main(int argc, char** argv)
                                          "the home, the faults and what happens when: a JSON file, the name of "
                                          "a scenario that comes along, or - for stdin")
                                       ->option_text("FILE");
-    app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
+    CLI::Option* const listScenarios =
+        app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
         ->option_text("FILE");
     CLI::Option* const replay =
@@ -600,8 +601,10 @@ int Main(int argc, char** argv)
            "what is wrong with the bus: it denies a client's name, denies the server's events, or hangs")
         ->option_text("deny-name|deny-events|hang|none")
         ->check(simulator::OneOf(kBusFaults));
-    const std::vector<CLI::Option*> ofANewSandbox = app.get_options(
-        [](const CLI::Option* option) { return option->get_name() != "--help" && option->get_name() != "--version"; });
+    const auto isOwn = [](const CLI::Option* option) {
+        return option->get_name() != "--help" && option->get_name() != "--version";
+    };
+    const std::vector<CLI::Option*> ofANewSandbox = app.get_options(isOwn);
     app.add_option("--name", options.name, "a name by which others of the same user find the sandbox")
         ->option_text("NAME")
         ->check(WhyNoName);
@@ -616,10 +619,19 @@ int Main(int argc, char** argv)
            "the file that names the fields of the server's records, for kivctl and the Python module")
         ->option_text("FILE")
         ->check(simulator::File());
-    app.add_flag("--list", options.list, "print the running sandboxes that have a name");
-    app.add_flag(
+    CLI::Option* const list = app.add_flag("--list", options.list, "print the running sandboxes that have a name");
+    CLI::Option* const printAddress = app.add_flag(
         "--print-address", options.printAddress,
         "print the address of the bus: to stderr before the command runs, or with --list");
+    // Lists run nothing on which another option could have an effect.
+    for (CLI::Option* const option : app.get_options(isOwn)) {
+        if (option != listScenarios) {
+            listScenarios->excludes(option);
+        }
+        if (option != list && option != printAddress) {
+            list->excludes(option);
+        }
+    }
     try {
         app.parse(argc, argv);
         options.command = Command(app, options.listScenarios || options.list);

@@ -191,7 +191,7 @@ std::filesystem::path PrivateBusDirectory(const std::string& address)
     std::filesystem::path directory = std::filesystem::path(socket == nullptr ? "" : socket).parent_path();
     g_free(socket);
     if (!directory.filename().string().starts_with(kDirectoryHead)) {
-        throw std::runtime_error(fmt::format("the address must be that of a sandbox's bus, got '{}'", address));
+        throw std::runtime_error(fmt::format("the address must be that of a sandbox's bus, got \"{}\"", address));
     }
     return directory;
 }
