@@ -8,7 +8,7 @@ using namespace kiv::link;
 
 namespace {
 
-// The functions that ask for a mode never tell of the multi-room mode.
+// GetTavrinUIMode() and GetNetSpkSettingMode() report the multi-room mode as surround.
 int SurroundForMultiRoom(const Here& here)
 {
     KIV_LOG_AT(here, kLogError, "[%s] Not support NETSPKSETTING_MULTIROOM, return NETSPKSETTING_SURROUND", kApiTag);
@@ -81,7 +81,7 @@ bool FlagEnableNetworkSpeaker()
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
     const ApiCall call(KIV_HERE, s_pre_checking());
     if (!call.HasConnection()) {
-        // As long as nobody can be asked, they count as enabled.
+        // Without a connection, network speakers count as enabled.
         KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, true);
         return true;
     }

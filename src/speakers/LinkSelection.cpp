@@ -8,7 +8,7 @@ using namespace kiv::link;
 
 namespace {
 
-// Nothing if the server gave no answer.
+// Returns nothing if the server gave no answer.
 std::optional<bool> Ask(const Here& here, const char* question)
 {
     ApiCall call(here);
