@@ -43,9 +43,9 @@ ObjectRef<GDBusMessage> NewCall(
 
 std::string Outcome(GDBusMessage* reply)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     if (g_dbus_message_to_gerror(reply, &error) != FALSE) {
-        g_dbus_error_strip_remote_error(error.Get());
+        g_dbus_error_strip_remote_error(error);
         return fmt::format("error {}: {}", g_dbus_message_get_error_name(reply), error->message);
     }
     GVariant* body = g_dbus_message_get_body(reply);
@@ -82,7 +82,7 @@ void OnIncoming(GDBusConnection* connection, Filter filter)
 
 Variant Value(const std::string& text)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
     if (value == nullptr) {
         throw std::runtime_error(fmt::format("{}: {}", text, error->message));
@@ -308,7 +308,7 @@ std::string SimulatorTest::Control(const std::string& method, const std::string&
 std::string SimulatorTest::Call(
     const char* name, const char* path, const char* interface, const std::string& method, const std::string& arguments)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     const auto reply = OwnObject(g_dbus_connection_send_message_with_reply_sync(
         connection_->Get(), NewCall(name, path, interface, method, arguments).get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
         kPatienceMs, nullptr, nullptr, &error));
