@@ -15,7 +15,7 @@
 namespace kiv::ctl {
 namespace {
 
-// No log has longer ones, and what never ends is not a log.
+// The longest line that is read. No log has longer lines, and a text without line ends is not a log.
 constexpr size_t kLongestLine = 1024UL * 1024;
 
 constexpr std::string_view kFile = "KivServiceInterface.cpp: ";
@@ -25,7 +25,7 @@ struct Logged {
     std::string text;
 };
 
-// journalctl -o json writes an object for each line.
+// Returns the message of a line. journalctl -o json writes an object for each line.
 std::string MessageOf(const std::string& line)
 {
     if (line.starts_with('{')) {
@@ -37,7 +37,7 @@ std::string MessageOf(const std::string& line)
     return line;
 }
 
-// Each log puts something else before the library's part, "FILE: FUNCTION(LINE) > TEXT".
+// Returns the library's part of a line, "FILE: FUNCTION(LINE) > TEXT". Each log puts something else before it.
 std::optional<Logged> LoggedBy(std::string_view line)
 {
     const size_t file = line.find(kFile);
@@ -54,7 +54,8 @@ std::optional<Logged> LoggedBy(std::string_view line)
     return Logged{part.substr(0, parenthesis), std::string(text.substr(0, text.find_last_not_of(" \r") + 1))};
 }
 
-// A logger may put a colour code behind the text, or the line into "message repeated 2 times: [ LINE]".
+// Returns the known line with this text. A logger may put a colour code behind the text, or the line into "message
+// repeated 2 times: [ LINE]".
 const LogLine* KnownLine(const Logged& logged)
 {
     const std::string& text = logged.text;
@@ -67,7 +68,7 @@ const LogLine* KnownLine(const Logged& logged)
     return nullptr;
 }
 
-// Shows a line. Returns whether it is one of the library's.
+// Shows a line. Returns whether it is a line of the library.
 bool ShowLine(const std::string& line, const Output& output)
 {
     std::string text = line;
@@ -115,7 +116,7 @@ public:
 
     bool IsTerminal() const { return isatty(fileno(file_)) != 0; }
 
-    // The next line as soon as it is there, without its end. Nothing at the end of the log.
+    // Returns the next line, without its end, as soon as it is complete. Returns nothing at the end of the log.
     std::optional<std::string> ReadLine()
     {
         std::string line;
