@@ -1,9 +1,9 @@
 // Measures the parts of the library that need no bus.
 
-#include "KivServiceInterface.h"
 #include "link/ApiCall.h"
 #include "link/Bytes.h"
 #include "link/Log.h"
+#include <KivServiceInterface.h>
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>

@@ -21,7 +21,7 @@ namespace {
 constexpr const char* kCallees[] = {
     "nam_notify_subscriber", "test_nam_notify_subscriber_1", "000_nam_notify_subscriber", nullptr};
 
-// What the library did with an event.
+// The calls that the library has made for an event.
 struct Outcome {
     int answers = 0;
     int atmosCalls = 0;

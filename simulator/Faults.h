@@ -13,7 +13,7 @@
 
 namespace kiv::simulator {
 
-// What a fault does to a call. By default, nothing.
+// The effect of a fault on a call. By default, there is none.
 struct Fault {
     std::chrono::milliseconds delay{0};
     std::string error;

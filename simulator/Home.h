@@ -12,7 +12,7 @@
 
 namespace kiv::simulator {
 
-// What changes in a home.
+// A change of a home.
 struct HomeChange {
     std::optional<SpeakerSet> speakers;
     std::optional<std::vector<Soundbar>> soundbars;

@@ -19,7 +19,7 @@ struct EventPush {
     Variant payload;
 };
 
-// A change. What is empty stays as it is.
+// A change. An empty member changes nothing.
 struct Change {
     std::optional<std::string> clientId;
     // The state of the TV's feature: "on", "off" or "absent".

@@ -1,7 +1,7 @@
 #include "peers/Library.h"
 
-#include "KivServiceInterface.h"
 #include "peers/Peer.h"
+#include <KivServiceInterface.h>
 
 #include <dlfcn.h>
 

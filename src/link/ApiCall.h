@@ -29,8 +29,8 @@ public:
     // Gives the connection away, to the ApiCall of another function.
     ConnectionOwner TakeConnection() { return std::move(connection_); }
 
-    // Calls a server method with an argument tuple, or without arguments if it is null. If nobody owns the server's
-    // name, nothing is sent, and the reply holds the preset. Functions that would log the missing reply pass a preset.
+    // Calls a server method with an argument tuple, or without arguments if it is null. If the server's name has no
+    // owner, nothing is sent, and the reply holds the preset. Functions that would log the missing reply pass a preset.
     Reply Invoke(const char* method, GVariant* input = nullptr, VariantOwner preset = nullptr) const;
 
     // Returns the int that the method answers. Logs a failed call, and returns -1 for it.

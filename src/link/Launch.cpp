@@ -109,9 +109,9 @@ void* m_MainLaunchPro(void* /*unused*/)
     int retries = 0;
     while (retries <= kMaxRetries) {
         ns_proxy.GetProxy(kClientXml, kClientVTable, true, true);
-        const bool bChecking = ns_proxy.GetProxy(kClientXml, kClientVTable, false, false);
-        KIV_LOG_INFO("bChecking=[%d]", bChecking);
-        if (bChecking) {
+        const bool succeeded = ns_proxy.GetProxy(kClientXml, kClientVTable, false, false);
+        KIV_LOG_INFO("bChecking=[%d]", succeeded);
+        if (succeeded) {
             break;
         }
         retries = CountRetry();

@@ -5,7 +5,7 @@
 namespace kiv::link {
 
 // Prepares a function that does not wait for an absent server. Returns the connection to call over, or null if no call
-// can be made. If the server was not reached, a background thread then has the bus start it.
+// can be made. If the server was not reached, a background thread then makes the bus start it.
 ConnectionOwner s_pre_checking();
 
 // Starts that thread. Returns 1 on success, 0 on failure.

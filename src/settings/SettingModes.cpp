@@ -71,9 +71,9 @@ bool CanEnterTavrinSettings()
         KIV_LOG_ERROR("MethodCall Error");
         return false;
     }
-    const bool bCanEnterTavrinSettings = reply.Bool(false);
-    KIV_LOG_INFO("bCanEnterTavrinSettings[%d]", bCanEnterTavrinSettings);
-    return bCanEnterTavrinSettings;
+    const bool answer = reply.Bool(false);
+    KIV_LOG_INFO("bCanEnterTavrinSettings[%d]", answer);
+    return answer;
 }
 
 bool FlagEnableNetworkSpeaker()
@@ -94,7 +94,7 @@ bool FlagEnableNetworkSpeaker()
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return false;
     }
-    const bool bEnableNetworkSpeaker = reply.Bool(false);
-    KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, bEnableNetworkSpeaker);
-    return bEnableNetworkSpeaker;
+    const bool answer = reply.Bool(false);
+    KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, answer);
+    return answer;
 }

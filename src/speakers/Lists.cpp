@@ -123,15 +123,15 @@ int GetNetSpkListInfoNumber()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    int nRetV = kApiFailed;
+    int result = kApiFailed;
     const Reply reply = call.Invoke("GetNetSpkListInfoNumber");
     if (reply) {
-        nRetV = reply.Int(0);
+        result = reply.Int(0);
     } else {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
     }
-    KIV_LOG_INFO("GetNetSpkListInfoNumber nRetV=[%d]", nRetV);
-    return nRetV;
+    KIV_LOG_INFO("GetNetSpkListInfoNumber nRetV=[%d]", result);
+    return result;
 }
 
 int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list)

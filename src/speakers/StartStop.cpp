@@ -85,7 +85,7 @@ int GetSurroundChannelNumber()
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return kApiFailed;
     }
-    const int nSurroundChannelNumber = reply.Int(kApiFailed);
-    KIV_LOG_INFO("[%s] nSurroundChannelNumber[%d]", kApiTag, nSurroundChannelNumber);
-    return nSurroundChannelNumber;
+    const int result = reply.Int(kApiFailed);
+    KIV_LOG_INFO("[%s] nSurroundChannelNumber[%d]", kApiTag, result);
+    return result;
 }

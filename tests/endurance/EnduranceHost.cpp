@@ -218,7 +218,7 @@ void CallAndReceive(ServerControl& server, long calls, long events)
     }
 }
 
-// --- What the process holds ---
+// --- Figures of the process ---
 
 struct Kind {
     const char* name;

@@ -467,7 +467,7 @@ const Environment kLogsAsUsual = {{"KIV_LOG_LEVEL", ""}};
 
 TEST_F(CommandTest, TheLibrarysLinesStayAwayFromASuccess)
 {
-    // The first call finds no server, and has the bus start it.
+    // The first call finds no server, and makes the bus start it.
     const Ended ended = Run({"stop"}, kLogsAsUsual);
     EXPECT_EQ(ended.exitCode, 0);
     EXPECT_EQ(ended.err, "");

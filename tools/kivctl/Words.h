@@ -7,7 +7,7 @@
 
 namespace kiv::ctl {
 
-// What the words of a command line have named so far.
+// The commands and arguments that the words of a command line have named so far.
 struct Words {
     // The last command that the words name.
     const CLI::App* command = nullptr;
