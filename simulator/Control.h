@@ -18,7 +18,7 @@ public:
         using OnDone = std::function<void()>;
 
         std::function<void(const OnDone&)> leave;
-        // The result of pushing the scenario's events is passed on.
+        // The last argument gets the result of pushing the scenario's events.
         std::function<void(const Scenario&, const ClientLink::OnPushed&)> apply;
         std::function<void(const OnDone&)> awaitServer;
     };

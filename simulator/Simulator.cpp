@@ -96,7 +96,8 @@ void Simulator::FollowTimetable()
 
 void Simulator::HandOverTo(Simulator& next)
 {
-    // The next one queues for the control's name first, so that the name is never without an owner.
+    // The next one queues for the control's name before it is released, so that a simulator that the bus starts always
+    // finds an owner of it.
     next.RequestName(kControlName, kQueue);
     ReleaseName(kControlName);
     ReleaseName(kServerName);

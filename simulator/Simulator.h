@@ -85,8 +85,8 @@ private:
     std::shared_ptr<void> life_ = std::make_shared<int>();
 };
 
-// Returns whether the server of another simulator on this bus is back, or was away a moment ago. Waits while it is
-// away. In that time, the bus starts a further simulator for each client that calls the server.
+// Returns true if another simulator is on the bus and its server was away, and waits until that server is back. While
+// it is away, the bus starts a further simulator for a client that calls it.
 bool AwaitServerOfOther();
 
 } // namespace kiv::simulator

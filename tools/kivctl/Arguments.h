@@ -42,7 +42,7 @@ AddRequired(CLI::App& app, const std::string& name, Value& value, Parse parse, c
 CLI::Option* AddNumber(CLI::App& app, const std::string& name, int& value, const std::string& description);
 void AddMac(CLI::App& app, Mac& mac);
 
-// Adds an optional address. The value is an Ip or a std::optional of it.
+// Adds the option of an IP address. The value is an Ip or a std::optional of it.
 template <typename Value>
 void AddIp(CLI::App& app, Value& ip)
 {
