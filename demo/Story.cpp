@@ -26,7 +26,7 @@ void Print(const std::string& line)
     std::fflush(stdout);
 }
 
-// NO_COLOR counts if it is not empty: https://no-color.org
+// Returns whether to colour the output. NO_COLOR counts if it is not empty: https://no-color.org
 bool IsColoured()
 {
     const char* const refusal = std::getenv("NO_COLOR");

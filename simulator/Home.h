@@ -51,7 +51,7 @@ public:
     int DisableSurround();
     int SurroundChannels() const;
 
-    // Tavrin is the multi-room feature.
+    // Sets the mode that the settings screen of Tavrin, the multi-room feature, shows. Returns the mode.
     int SetTavrinUiMode(int mode);
     int TavrinUiMode() const { return tavrinUiMode_; }
     bool CanSelectTavrin() const;

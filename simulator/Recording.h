@@ -28,7 +28,7 @@ struct RecordedLine {
 
 // Returns the text of a line, without a newline.
 std::string WriteLine(const RecordedLine& line);
-// Throws FileError, with name, number and reason, for a text that is not such a line.
+// Reads a line. Throws FileError, with name, number and reason, if it is not a line of a recording.
 RecordedLine ReadLine(const std::string& name, const std::string& text, int number);
 // Returns whether the text of a file begins with a line of a recording.
 bool IsRecording(const std::string& text);

@@ -40,7 +40,7 @@ pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body
 
 namespace {
 
-// Leaves out the thread that creates the others.
+// Returns whether GLib has a pool thread, besides the one that creates the others.
 bool HasPoolThread()
 {
     const std::filesystem::directory_iterator threads("/proc/self/task");

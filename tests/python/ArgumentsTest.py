@@ -40,7 +40,7 @@ def parameters_of(*types):
 
 
 def refused(function, name, value, error, text):
-    """Replaces the library's functions, because these tests have no bus."""
+    """Expects an error that names the parameter. The function is not called, because these tests have no bus."""
     with pytest.raises(error, match=text) as raised:
         getattr(kiv, function)(**{**proper(function), name: value})
     assert name in str(raised.value)

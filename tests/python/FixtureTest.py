@@ -10,7 +10,7 @@ import pytest
 
 
 def feature():
-    """Sets the feature of the sandbox's TV."""
+    """Returns the feature of the sandbox's TV."""
     return re.search(r"kiv_multi_ch_support=(\w+)", Path(os.environ["KIV_SYSTEM_INFO_FILE"]).read_text())[1]
 
 

@@ -16,7 +16,7 @@ pytestmark = pytest.mark.usefixtures("kiv_sandbox")
 
 @pytest.fixture
 def events():
-    """Returns a queue of the events that subscribers receive."""
+    """Yields a queue of the events that subscribers receive."""
     received = queue.Queue()
     assert kiv.SubscribeNamServiceCallback("test", lambda *event: received.put(event)) == 1
     assert kiv.AwaitEvents()

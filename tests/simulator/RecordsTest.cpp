@@ -31,7 +31,7 @@ Speaker Example()
         .watched = false};
 }
 
-// Returns bytes of a record. Expects that the record goes on behind them.
+// Returns bytes of a record. Expects that the record has all of them.
 Bytes Part(const Bytes& record, std::size_t at, std::size_t size)
 {
     EXPECT_GE(record.size(), at + size);
