@@ -57,7 +57,7 @@ def wall(block):
 
 
 def cases(entries, *keys):
-    """Cases by those keys, then by peer."""
+    """Returns the cases by these keys, then by peer."""
     groups = collections.defaultdict(dict)
     for entry in entries:
         groups[tuple(entry[key] for key in keys)][entry["peer"]] = entry
@@ -159,7 +159,7 @@ def latencies(report, pinned):
     figure, axis = plt.subplots(figsize=(9, 3.4))
     for peer, case in suite(pinned, "callers", "callers")[(1,)].items():
         values = sorted(case.entry["latencies"])
-        # Without the last percent, which says more of the machine.
+        # Leaves out the last percent, which depends on the machine more than on the peer.
         shown = range(0, len(values) * 99 // 100, max(1, len(values) // 400))
         axis.plot([values[i] for i in shown], [i / len(values) * 100 for i in shown], label=peer, color=COLOURS[peer],
                   linewidth=2 if peer == OURS else 1.2)
@@ -245,7 +245,7 @@ def parts(report, pinned, counted):
     left = [0.0] * len(names)
     for part, label, colour in (("user", "client", "#c8401f"), ("system", "client, kernel", "#e59a82"),
                                 ("daemon", "dbus-daemon", "#888888"), ("server", "server", "#c4c4c4")):
-        # Blocks are too short for the kernel to tell these apart in each.
+        # The parts are means of all blocks, because a single block is too short for the kernel to tell them apart.
         widths = [statistics.mean(block[part] for block in group[peer].blocks) / 1e3 for peer in names]
         axis.barh(names, widths, left=left, label=label, color=colour)
         left = [a + b for a, b in zip(left, widths)]

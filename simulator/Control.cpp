@@ -24,10 +24,8 @@ Scenario ReadGiven(const std::string& text)
     }
 }
 
-/**
- * Answers a call that has told clients something, be it that one of them could not be told. A client that finds its
- * arguments invalid says nothing of those of the call.
- */
+// Answers a call that has pushed events to clients. Fails if one of them could not be reached, or answered with an
+// error. A client's InvalidArgs becomes a failed request, because it does not concern the arguments of this call.
 void Answer(const Call& call, const PushResult& result)
 {
     if (result.firstError.empty()) {
@@ -42,7 +40,7 @@ constexpr char kNeedsHome[] = "only without --replay does it have a home";
 constexpr char kNeedsIds[] = "client ids are those of the recording";
 constexpr char kNeedsClient[] = "it does not know its clients, so name one with --client";
 
-/** Says what a replay lacks for a change. Returns null if it lacks nothing. */
+// Returns what a replay lacks for a change, or null if it lacks nothing.
 const char* LackedFor(const Change& change)
 {
     if (!change.home.IsEmpty()) {

@@ -21,7 +21,7 @@ unsigned PositiveOf(const char* key, GVariant* value)
     return number;
 }
 
-/** A flag that is not set would be a fault without effect. */
+// Throws BusError unless the flag is true, because a false flag would be a fault without effect.
 bool TrueOf(const char* key, GVariant* value)
 {
     if (g_variant_get_boolean(value) == FALSE) {
@@ -49,7 +49,7 @@ std::string ErrorNameOf(GVariant* value)
     return name;
 }
 
-/** A key's value as a scenario has it. */
+// Returns a key's value in the form that a scenario has.
 nlohmann::json ValueToJson(GVariant* value)
 {
     if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN) != FALSE) {
@@ -142,7 +142,7 @@ void Faults::Apply(Plan& plan, const std::string& key, GVariant* value)
         throw InvalidArguments(fmt::format("there is no fault key \"{}\"", key));
     }
     const std::string type = entry->second.type;
-    // A variant holds whatever it likes.
+    // A variant may hold a value of any type.
     if (type != "v" && g_variant_is_of_type(value, G_VARIANT_TYPE(type.c_str())) == FALSE) {
         throw InvalidArguments(
             fmt::format("fault key \"{}\" has type \"{}\", not \"{}\"", key, type, g_variant_get_type_string(value)));

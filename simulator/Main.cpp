@@ -40,7 +40,7 @@ void AnnounceReady(int fd)
     close(fd);
 }
 
-/** A server that has crashed is followed by the next. */
+// Runs the server. After each crash, another one follows.
 void Serve(World& world, Simulator::Outage outage, const Options& options)
 {
     const Trace trace(options.verbose);
@@ -89,7 +89,7 @@ int Report(const std::exception& error, int exitCode)
 
 int main(int argc, char** argv)
 {
-    // A reader that has gone away must not end the simulator.
+    // Writing to a closed pipe must not end the simulator.
     std::signal(SIGPIPE, SIG_IGN);
 
     Options options;

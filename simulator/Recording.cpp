@@ -29,7 +29,7 @@ const Keys<RecordedLine>& LineKeys()
     return kKeys;
 }
 
-/** Tells whether a line is JSON with a key of a recording, perhaps with mistakes. */
+// Returns whether a line is JSON with at least one key of a recording.
 bool IsLike(const std::string& text)
 {
     const auto parsed = nlohmann::json::parse(text, nullptr, false);
@@ -65,7 +65,7 @@ std::string WriteLine(const RecordedLine& line)
 
 RecordedLine ReadLine(const std::string& name, const std::string& text, int number)
 {
-    // A file whose first line is unlike any is something else, such as a scenario.
+    // A file whose first line has no such key is something else, such as a scenario.
     if (number == 1 && !IsLike(text)) {
         throw FileError(fmt::format(
             "{}:1: must be a recording, a JSON object in each line, as --record writes it, got {}", name,

@@ -20,7 +20,8 @@ ConnectionOwner Exchange(CNSGdbus& client, ConnectionOwner connection)
     return ConnectionOwner(std::exchange(client.m_pConnection, connection.release()));
 }
 
-// Written only when it changes, which in practice is once. Without memory for it, the text stays as it was.
+// Writes the text only if it changes, which in practice is once. If there is no memory for the new value, the text
+// keeps the old one.
 void Assign(std::string& text, const char* value)
 {
     try {
@@ -62,7 +63,7 @@ void DropConnectionIfClosed(CNSGdbus& client)
     }
     ConnectionOwner dropped;
     const std::lock_guard lock(g_membersMutex);
-    // Another thread may have replaced it already.
+    // Another thread may have replaced the connection already.
     if (client.m_pConnection == held.get()) {
         dropped.reset(std::exchange(client.m_pConnection, nullptr));
         client.m_bProxyReady = false;

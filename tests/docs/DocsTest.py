@@ -1,4 +1,4 @@
-"""The documentation says what is."""
+"""Checks that the documentation agrees with the sources."""
 
 import html
 import json
@@ -15,7 +15,7 @@ EXAMPLES = sorted(
     if path.is_file() and path != ROOT / "examples/CMakeLists.txt" and path.parent.name != "__pycache__"
 )
 PICTURES = sorted(ROOT.glob("docs/pictures/*.dot"))
-# Without the macros themselves.
+# Log.h is left out, because it defines the macros.
 SOURCES = [path.read_text() for path in ROOT.glob("src/**/*.*") if path.suffix in (".cpp", ".h") and path.name != "Log.h"]
 FORMATS = {"PRIu64": "lu", "KIV_MAC_FORMAT": ":".join(["%02x"] * 6)}
 
@@ -29,13 +29,13 @@ def name_of(path):
 
 
 def examples_in(path):
-    """(file, code) of each block that says where it is from."""
+    """Returns (file, code) of each block that names its file."""
     return re.findall(r"<!-- (examples/\S+) -->\n```\w+\n(.*?)```\n", path.read_text(), re.DOTALL)
 
 
 @pytest.mark.parametrize("path", [path for path in EXAMPLES if path.suffix == ".json"], ids=name_of)
 def test_a_timetable_leaves_speakers_as_they_were(path):
-    """A list replaces the one before, so a speaker that is to stay must be told with all that it was."""
+    """A list of speakers replaces the list before, so a speaker that stays must be repeated with all its fields."""
     scenario = json.loads(path.read_text())
     speakers = scenario.get("home", {}).get("speakers", [])
     for appointment in scenario.get("timetable", []):
@@ -50,12 +50,12 @@ def exported():
 
 
 def rows(text):
-    """Cells of the tables' rows."""
+    """Returns the cells of the tables' rows."""
     return [[cell.strip() for cell in line.strip("|").split(" | ")] for line in text.splitlines() if line[:2] == "| "]
 
 
 def functions(text):
-    """Names in code style; SPK_* is all of them."""
+    """Returns the exported names in code style. SPK_* stands for all names with this prefix."""
     named = set(re.findall(r"`(\w+)`", text)) & exported()
     return named | ({name for name in exported() if name.startswith("SPK_")} if "`SPK_*`" in text else set())
 
@@ -98,7 +98,7 @@ def test_every_function_has_its_results():
 
 
 def logged():
-    """(priority, line) of each call in the sources that logs."""
+    """Yields (priority, line) of each call that logs in the sources."""
     strings = r'((?:\s*(?:"(?:[^"\\]|\\.)*"|PRIu64|KIV_MAC_FORMAT))+)'
     call = rf"KIV_LOG_(?:(\w+)\(|AT\(\s*[\w.]+, kLog(\w+),){strings}(?:,\s*(kApiTag))?"
     for text in SOURCES:
@@ -110,7 +110,7 @@ def logged():
 
 
 def explained(text):
-    """The lines that a text explains, each without the help of another."""
+    """Returns the lines that a text explains. No explanation may refer to another."""
     found = [row for row in rows(text) if row[0] != "Line"]
     for row in found:
         assert all(row) and not {"the same", "as above", "as before"} & set(row), row
@@ -184,7 +184,7 @@ HEADER = "include/KivServiceInterface.h"
 SERVER_XML = "simulator/org.lumra.tv.networkspeaker.server.xml"
 BLOCKING = "docs/threads-and-blocking.md"
 
-# Figures that stand in several places: each has a pattern for every place, and at least one finding there.
+# Figures that several files have. Each file has patterns, and each pattern must match at least once.
 FIGURES = {
     "seconds for an answer": [
         (HEADER, r"waits for the server, (\d+) s at most"),
@@ -283,7 +283,7 @@ def test_a_figure_is_everywhere_the_same(figure):
 
 
 def test_nothing_is_in_another_byte_order():
-    """The contract has one byte order, whoever writes of it."""
+    """All files that describe the contract give the same byte order."""
     contract = [*ROOT.glob("src/link/*.xml"), *ROOT.glob("simulator/*.xml"), ROOT / HEADER, ROOT / "docs/dbus.md"]
     orders = {name_of(path): set(re.findall(r"little-endian|big-endian|host\S* byte order", path.read_text())) for path in contract}
     assert {name: order for name, order in orders.items() if order - {"little-endian"}} == {}

@@ -1,4 +1,4 @@
-"""The examples call what they mean to call: the simulated server tells what arrived, and what the home is like then."""
+"""Checks the calls of the examples that arrive at the simulated server, and the home afterwards."""
 
 import os
 import re
@@ -9,7 +9,7 @@ from unittest.mock import ANY
 import pytest
 
 EXAMPLES = Path(os.environ["KIV_EXAMPLES"])
-# QtCall is built only where Qt is installed.
+# QtCall is built only if Qt is installed.
 ON_OTHER_THREADS = ["GTaskCall", "WorkerThread", *(["QtCall"] if (EXAMPLES / "example-QtCall").exists() else [])]
 
 LEFT, RIGHT, SUBWOOFER, KITCHEN, BEDROOM = ("02:4b:49:56:00:" + last for last in ["01", "02", "03", "a4", "05"])
@@ -25,14 +25,14 @@ def run(example, **environment):
 
 
 def requests(sandbox):
-    """Methods with their arguments, without those that each call asks first. A record is (number, MAC address)."""
+    """Returns the methods with their arguments, without the queries before each call. A record is (number, MAC address)."""
     return [
         (call.method, shortened(call.arguments)) for call in sandbox.calls if call.method != "check_dbus_connection"
     ]
 
 
 def shortened(arguments):
-    """Arguments in which an array of records shows the fields that the library knows."""
+    """Returns the arguments. An array of records shows the fields that the library knows."""
     found = re.fullmatch(r"\(\[(.*)\],\)", arguments)
     data = bytes(int(byte, 16) for byte in found[1].split(", ")) if found else b""
     if not data or len(data) % 86 != 0:

@@ -19,7 +19,8 @@ constexpr const char* kIntroduction =
 
 class DoctorTest : public KivctlTest {
 protected:
-    // The findings, by what was examined. A problem comes with advice and exit code 1, and the last object counts.
+    // Returns the findings, by subject. Checks that a problem has advice and exit code 1, and that the last object has
+    // the counts.
     std::map<std::string, std::string> Examine() const
     {
         const Ended ended = Run({"--json", "doctor"});
@@ -60,7 +61,7 @@ std::string BecauseOf(const std::string& subject)
     return "skipped: not tried, because of the problem with \"" + subject + "\"";
 }
 
-// The subjects of a text's findings with their states, such as "ok bus".
+// Returns the subjects of the findings in a text with their states, such as "ok bus".
 std::vector<std::string> Subjects(const std::string& text)
 {
     const std::regex finding(R"((ok|note|problem|skipped) +([a-z ]+[a-z])  .*)");
@@ -82,7 +83,7 @@ Json LastObject(const std::string& out)
     return Json::parse(out.substr(out.rfind('\n', out.size() - 2) + 1));
 }
 
-// The advice of a finding of a text.
+// Returns the advice of a finding in a text.
 std::string AdviceOf(const std::string& out, const std::string& finding)
 {
     const size_t at = out.find(finding + '\n' + kAdvice);
@@ -138,7 +139,7 @@ TEST_F(DoctorTest, ATimeLimitLeavesTheFindingsSoFarAndSkipsTheRest)
         Subjects(text.out), (std::vector<std::string>{
                                 "ok feature", "ok bus", "ok client name", "ok activation", "ok server", "note call",
                                 "skipped client id", "skipped subscription", "skipped endpoint", "skipped events"}));
-    // The check may take 8 s, and begins in the first or the second.
+    // The check may take 8 s, and begins in the first or the second second.
     EXPECT_TRUE(std::regex_match(AdviceOf(text.out, " ms  not known within --timeout"), std::regex("give it (9|10) s")))
         << text.out;
     EXPECT_NE(text.out.find("  not tried, because the time is up\n"), std::string::npos) << text.out;
@@ -189,7 +190,7 @@ TEST_F(DoctorTest, NotesWhatTakesOverASecond)
         << text.out;
 }
 
-// The library gives a call 8 s, in which the bus has to start the server.
+// The library gives a call 8 s, in which the bus must start the server.
 TEST_F(DoctorTest, FindsThatTheServerStartsTooSlowly)
 {
     bus_.WriteService({kServerName, {"/bin/sh", "-c", std::string("sleep 8.5; exec ") + KIV_SIMULATOR}});
@@ -408,7 +409,7 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
                                   "org.freedesktop.DBus.Error.AccessDenied: ");
 }
 
-// The server runs as the user of this test, and doctor, too.
+// The server and doctor both run as the user of this test.
 TEST_F(DoctorTest, FindsThatTheServersUserMaySendNoEvents)
 {
     Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
@@ -431,7 +432,7 @@ TEST_F(DoctorTest, FindsThatEventsMayNotBeReceived)
         "problem: the bus lets this user receive none: org.freedesktop.DBus.Error.AccessDenied: ");
 }
 
-// Only root can start the server as another user. Elsewhere these tests count as skipped.
+// Only root can start the server as another user. For other users, these tests are skipped.
 class DoctorOfAnotherUserTest : public DoctorTest {
 protected:
     void SetUp() override
@@ -439,7 +440,7 @@ protected:
         if (geteuid() != 0) {
             GTEST_SKIP() << "only root can start a server of another user";
         }
-        // The other user keeps the group.
+        // The other user still has the group.
         using std::filesystem::perms;
         std::filesystem::permissions(
             bus_.Directory(), perms::group_exec | perms::others_exec, std::filesystem::perm_options::add);

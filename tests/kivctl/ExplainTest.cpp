@@ -149,7 +149,7 @@ TEST(ExplainTest, ReadsTheFormsThatLogsHave)
           "11-22 12:34:56.789+0100 E/NAM_SERVICE( 123): ", "11-22 12:34:56.789 E NAM_SERVICE(P 123, T 124): "}) {
         EXPECT_EQ(Explain(before + kMethodCallError + '\n'), before + kMethodCallError + kExplained);
     }
-    // The last line may lack its end, and a log of another system may end lines otherwise.
+    // The last line may have no line end, and the log of another system may have other line ends.
     EXPECT_EQ(Explain(kMethodCallError), std::string(kMethodCallError) + kExplained);
     EXPECT_EQ(Explain(std::string(kMethodCallError) + "\r\n"), std::string(kMethodCallError) + "\r" + kExplained);
     EXPECT_EQ(Explain(""), "");
@@ -282,7 +282,7 @@ TEST_F(ExplainFileTest, ExplainsALineBeforeTheNextComes)
 
 class LoggedLinesTest : public KivctlTest {
 protected:
-    // Runs a command, and sees that each line that the library logs meanwhile is explained.
+    // Runs a command, and checks that each line that the library logs meanwhile is explained.
     void Collect(Arguments arguments)
     {
         arguments.emplace_back("--verbose");
@@ -376,7 +376,7 @@ TEST_F(LoggedLinesTest, TellTheReasonsOfTheBus)
     ExpectMeaning("no connection to the system bus");
 }
 
-// A bus that forbids the question answers by an error, which is not an answer of the type that is due.
+// A bus that forbids the query answers with an error, which is not of the expected type.
 TEST_F(LoggedLinesTest, TellThatTheBusForbidsTheQuestionForAnOwner)
 {
     Forbid(

@@ -8,7 +8,7 @@ constexpr const char* kIp = "352364736";
 
 class NameAndVolumeTest : public KivctlTest {
 protected:
-    // What the simulator knows of a speaker.
+    // Returns the simulator's state of a speaker.
     Json Speaker(const std::string& mac) const
     {
         g_autoptr(GVariant) reply = Control("Show", nullptr);
@@ -34,7 +34,7 @@ const struct {
     {"reset", "ResetNetSpkVolume"},
 };
 
-// The arguments, with what makes kivctl wait for the volumes and understand them.
+// Returns the arguments, with those that make kivctl wait for the volumes and decode them.
 Arguments Waiting(Arguments arguments)
 {
     arguments.insert(arguments.end(), {"--wait", "--layout", KIV_LAYOUT_FILE});

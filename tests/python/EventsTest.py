@@ -1,4 +1,4 @@
-"""The module tells in time whether events can arrive."""
+"""Checks that AwaitEvents() says in time whether events can arrive."""
 
 import inspect
 import os
@@ -9,7 +9,7 @@ import time
 import kiv
 import pytest
 
-# Longer than a call to a server that answers takes on a busy machine.
+# This is longer than a call takes on a busy machine, if the server answers.
 LONG = 60
 
 BUS = """
@@ -30,7 +30,7 @@ BUS = """
 
 @pytest.fixture
 def home(tmp_path):
-    """Starts a bus with a rule of its own, and the simulator on it. Returns the environment of its programs."""
+    """Starts a bus with an additional rule, and the simulator on it. Returns the environment of its programs."""
     processes = []
 
     def start(rule):
@@ -59,7 +59,7 @@ def home(tmp_path):
 
 
 def run(code, environment):
-    """Gives the output of a program that has the module for itself, and what the module says on stderr."""
+    """Returns the output of a program that uses the module in its own process, and the module's lines on stderr."""
     pipe = subprocess.PIPE
     done = subprocess.run(
         [sys.executable, "-c", code], env=environment, stdout=pipe, stderr=pipe, encoding="utf-8", timeout=LONG, check=True

@@ -22,10 +22,10 @@ using ::testing::IsEmpty;
 
 constexpr auto kClient = "org.lumra.tv.networkspeaker.client.tv_7";
 constexpr auto kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
-// The answer of a connection that serves no object: the call has got there.
+// A connection that serves no object answers with this error when the call has arrived.
 constexpr auto kArrived = "org.freedesktop.DBus.Error.UnknownMethod";
 
-/// Sends what the server sends. Returns the name of the error that is answered.
+// Sends an event as the server does. Returns the name of the error in the answer.
 std::string SendEvent(const Connection& sender, const std::string& destination)
 {
     GError* error = nullptr;
@@ -43,7 +43,7 @@ std::string SendEvent(const Connection& sender, const std::string& destination)
     return copy;
 }
 
-/// "kivctl" and "control" in the script are what they should be.
+// Runs a script in which "kivctl" and "control" run the tested programs.
 Outcome RunScript(std::vector<std::string> options, const std::string& script)
 {
     options.insert(
@@ -55,7 +55,7 @@ Outcome RunScript(std::vector<std::string> options, const std::string& script)
     return RunSandbox(options);
 }
 
-/// The answers to a client that asks for its name, and to whoever sends it an event.
+// Returns the answers to a client that requests its name, and to a sender of an event to it.
 std::pair<std::string, std::string> NameAndEventOn(const std::string& address)
 {
     const Connection client(address);

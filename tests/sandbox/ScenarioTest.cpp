@@ -24,7 +24,8 @@ namespace {
 constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 constexpr auto kControl = "kiv-sandbox control: ";
 
-/// "kivctl" and "control" in the script are what they should be, "watch" has events come, and "event" prints the next.
+// Returns a script in which "kivctl" and "control" run the tested programs, "watch" subscribes to events, and "event"
+// prints the next one.
 std::string Script(const std::string& script)
 {
     return "export KIV_LOG_LEVEL=none\n"
@@ -56,7 +57,7 @@ std::string OutputIn(const std::string& scenario, const std::string& script)
     return RunSandbox(WithScript({"--scenario", scenario}, "exec 2>&1; " + script)).output;
 }
 
-/// What tells that a kivctl command has failed.
+// Returns the beginning of the message of a failed kivctl command.
 std::string Failed(const std::string& function)
 {
     return "kivctl: " + function + " returned ";
@@ -169,7 +170,7 @@ TEST(ScenariosTest, NewFirmware)
     EXPECT_THAT(
         output, AllOf(
                     HasSubstr("speakers  1\n"), HasSubstr("7 nodes\n"), HasSubstr("mac    " + bar),
-                    // The library takes exactly 24 bytes for it.
+                    // The library accepts only exactly 24 bytes.
                     HasSubstr(Failed("GetSoundbarProtocolVersion"))));
 }
 
@@ -384,7 +385,7 @@ TEST(ControlCommandTest, ReachesTheSimulatorWhileTheServerIsAway)
     EXPECT_THAT(outcome.errors, IsEmpty());
 }
 
-/// "ClearFaults" becomes "clear-faults".
+// Converts "ClearFaults" to "clear-faults".
 std::string WithDashes(const std::string& method)
 {
     std::string words;
@@ -399,7 +400,7 @@ std::string WithDashes(const std::string& method)
 
 TEST(ControlCommandTest, HasTheMethodsOfTheControlByTheirNames)
 {
-    // It is not on the bus, which may hang.
+    // bus-fault is not a D-Bus method, because the bus may hang.
     std::set<std::string> methods = {"bus-fault"};
     for (const std::string& method : simulator::Interface(simulator::kControlXml).Methods()) {
         methods.insert(WithDashes(method));
@@ -505,7 +506,7 @@ protected:
     Outcome Record(const std::string& script) const { return RunSandbox(WithScript({"--record", file_}, script)); }
     Outcome Replay(const std::string& script) const { return RunSandbox(WithScript({"--replay", file_}, script)); }
 
-    /// The files in which recordings are that have not come to their end.
+    // Returns the partial files of recordings that are not finished.
     std::vector<fs::path> Parts() const
     {
         std::vector<fs::path> parts;
@@ -589,7 +590,7 @@ TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
             HasSubstr(": StopNetworkSpeaker(5)\n  and 4 more\n"), Not(HasSubstr("StopNetworkSpeaker(6)")),
             Not(HasSubstr("check_dbus_connection"))));
 
-    // A call is made whatever the answer.
+    // A call counts as made, whatever its answer is.
     const Outcome one = strict("control fault StopNetworkSpeaker '{\"reply\": \"(0,)\", \"count\": 1}'\n"
                                "for i in 3 4 5 6 7 8; do kivctl stop --type $i; done; kivctl start 02:4b:49:56:00:01");
     EXPECT_EQ(one.exitCode, 125);
@@ -627,7 +628,7 @@ TEST_F(RecordTest, WhatThereIsStaysWhateverEndsTheSandbox)
     EXPECT_EQ(sandbox.Process().ReadLine(), "the server answered 0");
     EXPECT_EQ(sandbox.Process().ReadLine(), "done");
     ASSERT_THAT(Parts(), SizeIs(1));
-    // The last line to come: the trace is behind the bus.
+    // This is the last line of the recording, which is behind the bus.
     test::WaitUntil("the answer to be recorded", [this] {
         return ReadFile(Parts().front()).find("\"values\":\"(0,)\"}\n") != std::string::npos;
     });

@@ -17,13 +17,13 @@ const std::string kInvalid = std::string("error ") + kInvalidArguments;
 const Bytes kAtmosOn = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 1, 0, 0, 0};
 const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
 
-/** The answer to arguments that cannot be used. */
+// Returns the answer to arguments that are not valid.
 std::string Invalid(const std::string& reason)
 {
     return kInvalid + ": " + reason;
 }
 
-/** A text as the only argument. */
+// Returns a text as the only argument.
 std::string Quoted(const std::string& text)
 {
     const std::unique_ptr<char, decltype(&g_free)> quoted(
@@ -350,7 +350,7 @@ TEST_F(ControlTest, CrashesDoNotDisturbItsCallers)
         ASSERT_EQ(Control("ClientId", "('den',)"), "()");
     }
     EXPECT_EQ(Control("Apply", Quoted(R"({"timetable": []})")), "()");
-    // The last crash may still be under way.
+    // The last crash may not be over yet.
     test::WaitUntil("the server to be back after its last crash", [this] {
         return Server("check_dbus_connection", "(7,)") == "('den',)";
     });
@@ -363,7 +363,7 @@ TEST_F(ControlTest, WhileTheServerIsAwayItsControlIsThere)
     EXPECT_EQ(Control("Fault", "('DisableSurround', {'reply': <(7,)>})"), "()");
     EXPECT_FALSE(HasOwner(kServerName));
 
-    // Comes back before its time.
+    // The server comes back before its time.
     const unsigned call = SendToServer("DisableSurround", "()");
     EXPECT_EQ(Control("Apply", Quoted(R"({"away": 100})")), "()");
     AwaitAnswer(call);

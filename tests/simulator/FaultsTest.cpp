@@ -26,7 +26,7 @@ protected:
         return "accepted";
     }
 
-    /** Which of the next calls are affected by a fault of error E.E. */
+    // Returns which of the next calls a fault with the error E.E affects.
     std::vector<bool> Affected(std::size_t calls)
     {
         std::vector<bool> affected(calls);

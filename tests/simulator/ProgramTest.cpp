@@ -248,7 +248,7 @@ TEST_F(ProgramTest, AnswersFromARecording)
     EXPECT_EQ(Server("StopNetworkSpeaker", "(4,)"), "(5,)");
 }
 
-/** A simulator that answers from a recording. */
+// Tests a simulator that answers from a recording.
 class ReplayProgramTest : public ProgramTest {
 protected:
     ReplayProgramTest()

@@ -38,14 +38,14 @@ protected:
         return replay_.Next(method, Value(arguments).get()).value();
     }
 
-    /** Says why there is no answer. */
+    // Returns why there is no answer.
     std::string WhyNot(const std::string& method, const std::string& arguments = "()")
     {
         EXPECT_FALSE(replay_.Next(method, Value(arguments).get()).has_value());
         return replay_.WhyNot(method, Value(arguments).get());
     }
 
-    /** The calls that have not been made, as "line: method(arguments)". */
+    // Returns the calls that have not been made, as "line: method(arguments)".
     std::vector<std::string> Unmade() const
     {
         std::vector<std::string> calls;
@@ -130,7 +130,7 @@ TEST_F(ReplayTest, TellsTheCallsThatWereNotMadeInTheirOrder)
     EXPECT_THAT(Unmade(), IsEmpty());
 }
 
-/** A recording of calls that nobody has answered. */
+// Returns a recording of calls without answers.
 Replay ReplayOf(const std::vector<std::pair<std::string, std::string>>& calls)
 {
     std::string text;
@@ -153,7 +153,7 @@ TEST(UnmadeCallsTest, OneSubscriptionStandsForAll)
     EXPECT_THAT(replay.Unmade(), IsEmpty());
 }
 
-/** Says why the second call is not in a recording of the first one. */
+// Returns why the second call is not in a recording of the first one.
 std::string WhyNotInstead(const std::string& method, const std::string& recorded, const std::string& got)
 {
     return ReplayOf({{method, recorded}}).WhyNot(method, Value(got).get());

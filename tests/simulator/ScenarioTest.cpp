@@ -32,7 +32,7 @@ json HomeOf(const std::string& text)
     return world.home.ToJson();
 }
 
-/** Puts an object of a kind into a scenario. */
+// Puts an object of a kind into a scenario.
 json Wrapped(const std::string& kind, const json& object)
 {
     const std::map<std::string, json::json_pointer> places = {
@@ -56,7 +56,7 @@ protected:
     const json& Kind(const std::string& kind) const { return schema_.at("$defs").at(kind); }
     const json& Properties(const std::string& kind) const { return Kind(kind).at("properties"); }
 
-    /** An object that has what it must have, and an example of the key. */
+    // Returns an object with its required keys, and an example of the key.
     json Example(const std::string& kind, const std::string& key) const
     {
         json object = json::object();

@@ -104,7 +104,8 @@ Result ShowHelp(const CLI::App& app, const std::vector<std::string>& words)
     if (const std::string reason = UnknownWordText(app, words); !reason.empty()) {
         throw BadArguments(reason);
     }
-    // The help of a command that has been parsed is that of its own last command.
+    // The formatter makes the help, because CLI11's help() of a parsed command returns that of its last parsed
+    // subcommand.
     const CLI::App* command = ReadWords(app, words).command;
     std::string help =
         command->get_formatter()->make_help(command, "kivctl" + PathOf(*command), CLI::AppFormatMode::Normal);
@@ -141,7 +142,7 @@ void Declare(CLI::App& app, Request& request)
         AddCommand(app, "", command, request.choice);
     }
     AddHelp(app, request.choice);
-    // Commands take over a footer that is there before them.
+    // The footer is set last, because commands inherit a footer that is set before they are added.
     app.footer(kFooter);
 }
 

@@ -79,7 +79,7 @@ Json ParseJson(const std::string& text)
     try {
         return Json::parse(text);
     } catch (const Json::exception& error) {
-        // Its texts begin like "[json.exception.parse_error.101] ".
+        // The texts begin with "[json.exception.parse_error.101] " or similar.
         const char* reason = std::strstr(error.what(), "] ");
         throw BadArguments(reason == nullptr ? error.what() : reason + 2);
     }

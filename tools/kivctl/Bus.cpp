@@ -38,7 +38,8 @@ GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments,
 
 bool StartServer(GDBusConnection* bus, GError** error)
 {
-    // The bus refuses to start what it cannot, even if that runs.
+    // The owner is checked first, because the bus refuses to start a program that it has no service file for, even if
+    // it runs.
     if (!OwnerOf(bus, kServerName).empty()) {
         return true;
     }

@@ -24,12 +24,12 @@ namespace kiv::ctl {
 namespace {
 
 constexpr int kEndpointLimitMs = 5000;
-constexpr int kServerLimitMs = 8000; // the library's
+constexpr int kServerLimitMs = 8000; // the library's limit
 constexpr int kConnectLimitMs = 8000;
-constexpr int kBusLimitMs = 25000; // GLib's, and dbus-daemon's for a server that it starts
+constexpr int kBusLimitMs = 25000; // GLib's limit, and dbus-daemon's for a server that it starts
 constexpr unsigned kDoNotQueue = 4;
 constexpr const char* kSubscription = "kivctl-doctor";
-constexpr int32_t kTestEvent = 0x4b495644; // nobody else's
+constexpr int32_t kTestEvent = 0x4b495644; // an id that no server uses
 
 constexpr const char* kInstallPolicy =
     "put share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf where the bus reads its policies, reload the bus, and "
@@ -67,7 +67,7 @@ bool IsSilence(const GError* error)
            g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
 }
 
-// Tells whether the peer that was called has answered itself. The bus answers for one that has gone.
+// Returns whether the called peer itself answered. The bus answers for a peer that has gone.
 bool IsAnswer(const GError* error)
 {
     return g_dbus_error_is_remote_error(error) != FALSE && !IsDenied(error) &&
@@ -81,13 +81,13 @@ std::string NoAnswer(int limitMs)
     return fmt::format("no answer within {} s", limitMs / 1000);
 }
 
-// A D-Bus error keeps its name, and a missing answer is told with the limit that it had.
+// Returns the name and text of a D-Bus error, or the limit of the wait if there was no answer.
 std::string ReasonOf(GError* error, int limitMs)
 {
     return IsSilence(error) ? NoAnswer(limitMs) : ErrorText(error);
 }
 
-// A call of the bus itself that failed.
+// Returns the finding for a failed call of the bus itself.
 Finding BusProblem(const std::string& what, GError* error, const char* advice)
 {
     if (IsSilence(error)) {
@@ -101,7 +101,7 @@ Finding BusProblem(const std::string& what, GError* error, const char* advice)
 
 constexpr const char* kEndedTooSoon = " ended before it answered";
 
-// A call of a peer on the bus that failed. The subject begins a sentence.
+// Returns a sentence about a failed call of a peer, which is the subject.
 std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
 {
     if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE) {
@@ -111,7 +111,7 @@ std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
                            : fmt::format("{} cannot be asked: {}", peer, ReasonOf(error, limitMs));
 }
 
-// An answer that must be a client id.
+// Returns the finding for an answer that is not a client id.
 Finding NoId(const std::string& answer, const std::string& type)
 {
     return {State::kProblem, fmt::format("{} {} where a client id is due", answer, type), kUseThisInterface};
@@ -141,14 +141,14 @@ std::string UserOf(GDBusConnection* bus, const char* name)
     return found != nullptr ? found->pw_name : fmt::format("{}", *uid);
 }
 
-// The policy knows users. What it denies to this process it denies to a server of the same user.
+// Returns whether this process has the server's user. The bus applies the same rules to all processes of a user.
 bool IsServersUser(GDBusConnection* bus)
 {
     const std::optional<unsigned> own = UidOf(bus, g_dbus_connection_get_unique_name(bus));
     return own && own == UidOf(bus, kServerName);
 }
 
-// Another user's events say nothing about the server's.
+// Returns a note: the events of this user do not prove that the server's events arrive.
 Finding UnprovenEvents(GDBusConnection* bus, const char* text)
 {
     const std::string user = UserOf(bus, kServerName);
@@ -159,11 +159,11 @@ Finding UnprovenEvents(GDBusConnection* bus, const char* text)
     return finding;
 }
 
-// An event that the bus has not let through.
+// Returns the finding for an event that the bus has refused.
 Finding DeniedEvent(GDBusConnection* bus, GError* error)
 {
     const std::string user = UserOf(bus, kServerName);
-    // dbus-daemon says "Rejected send message" otherwise.
+    // When it is the sender who must not send, dbus-daemon says "Rejected send message".
     const bool isReceiver = std::strstr(error->message, "Rejected receive message") != nullptr;
     if (!isReceiver && !IsServersUser(bus)) {
         return UnprovenEvents(bus, "the bus lets this user send none, which is as it should be for all but the server");
@@ -224,7 +224,7 @@ Finding Checks::Feature()
 
 Finding Checks::Bus()
 {
-    // GLib itself sets no limit to a connection that is being opened.
+    // GLib sets no limit for opening a connection.
     g_autoptr(GCancellable) cancellable = g_cancellable_new();
     g_autoptr(GError) error = nullptr;
     {
@@ -364,7 +364,7 @@ Finding Checks::ClientId()
 
 Finding Checks::Subscription()
 {
-    // The library tells neither the answer nor why there is none.
+    // The calls are watched, because the library returns neither the answer nor the reason why there is none.
     WatchCalls();
     subscribed_ = SubscribeNamServiceCallback(kSubscription, OnEvent) == 1;
     return subscribed_ ? LookAtSubscription() : WhyNotSubscribed();
@@ -415,7 +415,8 @@ Finding Checks::WhyNotSubscribed()
     return {State::kProblem, text, ServerAdvice(error)};
 }
 
-// The library serves its object from a thread of its own, some time after the subscription.
+// Waits for the client's bus name, because the library's monitor thread serves the object some time after the
+// subscription.
 Finding Checks::Endpoint()
 {
     const ClientNames client(id_);

@@ -14,7 +14,7 @@ namespace {
 
 using Outcome = SeenCall::Outcome;
 
-constexpr const char* kIdMethod = "check_dbus_connection"; // the first call on the server
+constexpr const char* kIdMethod = "check_dbus_connection"; // the library's first call of the server
 constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
 constexpr const char* kBusIsSilent = "the system bus does not answer";
 constexpr const char* kConnectionIsLost = "the connection to the system bus is lost";
@@ -35,7 +35,7 @@ std::string BusDoesNotTell(const SeenCalls& seen)
     return "the bus does not tell whether the server runs: " + seen.ownerQuery->error;
 }
 
-// Says why the library has not reached the server. A command that has not called the library has a reason of its own.
+// Returns why the library did not reach the server. A command that has not called the library gives its own reason.
 Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
 {
     const auto failed = [](const std::string& text) { return Reason{kFailed, text, kDoctorTellsWhy}; };
@@ -72,7 +72,7 @@ Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
     }
 }
 
-// Says why a request failed that the library has sent, or would have sent, over a server that it had reached.
+// Returns why a request failed although the library had reached the server.
 Reason WhyRequestFailed(const std::string& function, const std::string& libraryReason, const SeenCalls& seen)
 {
     if (seen.lost) {
@@ -90,7 +90,7 @@ Reason WhyRequestFailed(const std::string& function, const std::string& libraryR
     if (!seen.server || seen.server->method == kIdMethod) {
         return {kFailed, libraryReason, "--verbose shows the library's log"};
     }
-    // A function may make several requests.
+    // The method is named if it is not the function's own, because a function may make several requests.
     const std::string method = seen.server->method == function ? "" : seen.server->method + ' ';
     switch (seen.server->outcome) {
     case Outcome::kUnanswered:
@@ -115,7 +115,7 @@ Reason WhyNotSent(const SeenCalls& seen, const std::string& ownReason)
     return WhyNotReached(seen, ownReason);
 }
 
-// The refusal is that of a request which got its answer.
+// Returns why a function failed. The refusal is the reason if the request got its answer.
 Reason WhyFailed(const char* function, const Refusal& refusal)
 {
     if (!ServerReached()) {
@@ -126,7 +126,7 @@ Reason WhyFailed(const char* function, const Refusal& refusal)
                    : Reason{kFailed, refusal.reason, refusal.advice};
 }
 
-// Says what a command waits for.
+// Returns what a command still waits for.
 Reason WhyNotDone(const SeenCalls& seen)
 {
     if (seen.connecting || Is(seen.ownerQuery, Outcome::kUnanswered)) {

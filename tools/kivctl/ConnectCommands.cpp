@@ -9,7 +9,7 @@
 namespace kiv::ctl {
 namespace {
 
-// So many characters of an identifier are sent.
+// The number of characters of an identifier that are sent.
 constexpr size_t kIdLength = 5;
 
 constexpr const char* kNewlyConnected = "number of speakers that are newly connected";

@@ -18,7 +18,7 @@
 namespace kiv::ctl {
 namespace {
 
-// No log has longer ones, and what never ends is not a log.
+// The longest line that is read. No log has longer lines, and a text without line ends is not a log.
 constexpr size_t kLongestLine = 1024UL * 1024;
 
 constexpr std::string_view kFile = "KivServiceInterface.cpp: ";
@@ -42,7 +42,8 @@ bool IsByte(const Json& value)
     return value.is_number_unsigned() && value.get<uint64_t>() <= UCHAR_MAX;
 }
 
-// journalctl -o json writes an object for each line. A message that is not plain UTF-8 text is an array of its bytes.
+// Returns the message of a line. journalctl -o json writes an object for each line, and a message that is not plain
+// UTF-8 text as an array of its bytes.
 std::string MessageOf(const std::string& line)
 {
     if (!line.starts_with('{')) {
@@ -82,7 +83,7 @@ std::string_view WithoutEnd(std::string_view text)
     return text.substr(0, text.find_last_not_of(" \r") + 1);
 }
 
-// Each log puts something else before the library's part, "FILE: FUNCTION(LINE) > TEXT".
+// Returns the library's part of a line, "FILE: FUNCTION(LINE) > TEXT". Each log puts something else before it.
 std::optional<Logged> LoggedBy(std::string_view line)
 {
     const size_t file = line.find(kFile);
@@ -98,7 +99,8 @@ std::optional<Logged> LoggedBy(std::string_view line)
     return IsCut(WithoutEnd(part)) ? std::optional(Logged{WithoutEnd(function), std::nullopt}) : std::nullopt;
 }
 
-// A logger may put a colour code behind the text, or the line into "message repeated 2 times: [ LINE]".
+// Returns the known line with this text. A logger may put a colour code behind the text, or the line into "message
+// repeated 2 times: [ LINE]".
 const LogLine* KnownLine(std::string_view function, const std::string& text)
 {
     const std::string plain = text.substr(0, text.find('\x1b'));
@@ -110,7 +112,7 @@ const LogLine* KnownLine(std::string_view function, const std::string& text)
     return nullptr;
 }
 
-// Shows a line. Returns whether it is one of the library's.
+// Shows a line. Returns whether it is a line of the library.
 bool ShowLine(const std::string& line, const Output& output)
 {
     std::string text = line;
@@ -154,7 +156,7 @@ public:
 
     bool IsTerminal() const { return isatty(fileno(file_)) != 0; }
 
-    // The next line as soon as it is there, without its end. Nothing at the end of the log.
+    // Returns the next line, without its end, as soon as it is complete. Returns nothing at the end of the log.
     std::optional<std::string> ReadLine()
     {
         std::string line;

@@ -12,13 +12,14 @@
 namespace kiv::ctl {
 namespace {
 
-// The library cannot be told how much room there is. No reply has more records than these.
+// The most records that a reply can have. The array has room for all of them, because getNetSpkListInfo() gets no size.
 constexpr size_t kMostLists = kMaxArrayLength / sizeof(STNetSpkListInfo);
 
-// No text consists of such bytes: where they are still there, the server sent nothing usable.
+// Buffers are filled with this byte before a call. No text has it, so if it is still there, the server sent nothing
+// usable.
 constexpr char kUntouched = '\xff';
 
-// Records that a server may have none of.
+// A kind of records, and why a server may have none of it.
 struct Kind {
     const char* record;
     const char* whyNone;
@@ -80,7 +81,7 @@ std::string Plural(const char* what)
     return what + std::string("s");
 }
 
-// The fields of the records, or their bytes where no layout names the fields.
+// Adds the fields of the records, or their bytes if no layout names the fields.
 template <typename Record>
 void AddRecords(Result& result, const std::vector<Record>& records, const char* what, const Layout& layout, bool hex)
 {
@@ -133,7 +134,7 @@ Action Active(CLI::App& app)
     };
 }
 
-// The library takes bytes that make no record for an empty answer.
+// Returns the length of the answer. The library reports bytes that are shorter than a record as an empty answer.
 size_t BytesAnswered()
 {
     const SeenCalls seen = CallsSeen();
@@ -217,7 +218,7 @@ Action Nodes(CLI::App& app)
         std::vector<CNetSpkNodeInfo> nodes;
         const char* function = "GetNetSpkNodeList";
         const int result = GetNetSpkNodeList(nodes);
-        // The library returns -1 for no nodes, too.
+        // CallFailed() is asked, because the library returns -1 for no nodes, too.
         return CallFailed() ? Failed(function, result)
                             : ShowRecords(function, result, nodes, kNodes, layout, arguments->hex);
     };

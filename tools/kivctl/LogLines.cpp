@@ -19,7 +19,7 @@ struct RegexDeleter {
 
 using Regex = std::unique_ptr<GRegex, RegexDeleter>;
 
-// The texts need not be valid UTF-8.
+// The pattern matches bytes, because the texts need not be valid UTF-8.
 Regex NewRegex(const std::string& pattern)
 {
     constexpr auto kOptions = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_DOTALL | G_REGEX_OPTIMIZE);
@@ -34,7 +34,7 @@ std::string Replaced(const std::string& text, const char* pattern, const char* r
     return replaced;
 }
 
-// Links are their texts, and code is itself.
+// Replaces links by their texts, and code by itself.
 std::string WithoutMarkup(const std::string& markdown)
 {
     return Replaced(Replaced(markdown, R"(\[([^][]*)\]\([^()]*\))", "\\1"), "`", "");
@@ -42,7 +42,7 @@ std::string WithoutMarkup(const std::string& markdown)
 
 std::vector<std::string> CellsOf(const std::string& row)
 {
-    // Each cell has a blank before and after it.
+    // Each cell has a blank before it and behind it.
     std::vector<std::string> cells;
     size_t at = 2;
     for (size_t end = 0; (end = row.find(" |", at)) != std::string::npos; at = end + 3) {
@@ -51,7 +51,7 @@ std::vector<std::string> CellsOf(const std::string& row)
     return cells;
 }
 
-// Its first row has the titles of the columns.
+// A table of the page. Its first row has the titles of the columns.
 class PageTable {
 public:
     bool IsOpen() const { return !titles_.empty(); }
@@ -107,7 +107,7 @@ std::vector<LogSection> ReadPage()
     return sections;
 }
 
-// Matches what printf makes of a format.
+// Returns a pattern that matches the output of printf for a format.
 std::string PatternOf(const std::string& format)
 {
     static const std::map<std::string, const char*, std::less<>> conversions = {
@@ -130,7 +130,7 @@ std::string PatternOf(const std::string& format)
 
 struct Matcher {
     Regex regex;
-    size_t literals; // the more a format spells out, the better it fits
+    size_t literals; // number of literal characters; the format with the most fits best
     const LogLine* line;
 };
 

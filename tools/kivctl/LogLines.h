@@ -6,10 +6,10 @@
 
 namespace kiv::ctl {
 
-// A line that the library logs, in the words of docs/log-lines.md but without their markup.
+// A line that the library logs, with the words of docs/log-lines.md but without their markup.
 struct LogLine {
-    std::string format;    // as printf has it
-    std::string functions; // names of those that log it; empty if any may
+    std::string format;    // a format of printf
+    std::string functions; // the functions that log it; empty if any function may
     std::string meaning;
     std::string advice;
 };
@@ -20,13 +20,13 @@ struct LogSection {
     std::vector<LogLine> lines;
 };
 
-// docs/log-lines.md, which is compiled in.
+// The text of docs/log-lines.md, which is compiled in.
 extern const char* const kLogLinesPage;
 
-// The page's sections in its order, the first of which is its head.
+// Returns the page's sections in their order. The first one is the text above all headings.
 const std::vector<LogSection>& LogSections();
 
-// The line that a function has logged with this text; null if the page has none.
+// Returns the line that a function has logged with this text, or null if the page does not have it.
 const LogLine* FindLogLine(std::string_view function, const std::string& text);
 
 } // namespace kiv::ctl

@@ -31,7 +31,8 @@ Action UiSet(CLI::App& app)
     return [mode](const Output&) { return Answered("SetTavrinUIMode", SetTavrinUIMode(*mode)); };
 }
 
-// A question that the library asks only while the server runs. What it returns otherwise is no answer.
+// Asks a question that the library asks only if the server runs. Without the server, the library returns a default,
+// which is not an answer.
 auto AskRunningServer(const char* function, bool (*question)())
 {
     return [function, question](CLI::App&) -> Action {

@@ -33,7 +33,7 @@ struct VolumeArguments {
     WaitArguments wait;
 };
 
-// A request for one speaker, and the same for a list of them.
+// A request for one speaker, and the same request for a list.
 struct VolumeRequest {
     const char* oneName;
     void (*one)(const unsigned char* mac, int ip);
@@ -66,7 +66,7 @@ bool Waits(const WaitArguments& arguments)
     return arguments.wait || (!arguments.noWait && isatty(STDOUT_FILENO) == 1);
 }
 
-// A request for volumes, which the server answers by events only.
+// Sends a request for volumes, which the server answers only by events.
 template <typename Send>
 Result
 SendForVolumes(const char* function, const Send& send, const std::vector<Mac>& speakers, const WaitArguments& wait)
@@ -123,7 +123,7 @@ Action Set(CLI::App& app)
     };
 }
 
-// The function itself takes any number.
+// The function itself, unlike the command, takes any number.
 Action SetAny(CLI::App& app)
 {
     const auto arguments = std::make_shared<VolumeArguments>();
@@ -136,7 +136,7 @@ Action SetAny(CLI::App& app)
     };
 }
 
-// A configuration value travels in a list only.
+// Returns whether the arguments name one speaker without a configuration value, which only lists can have.
 bool NamesOne(const SpeakerArguments& arguments)
 {
     return arguments.file.empty() && arguments.speakers.size() == 1 &&

@@ -26,7 +26,7 @@ constexpr std::array<unsigned char, Size> Untouched()
     return bytes;
 }
 
-// What the library fills in begins like this. If it stays so, the server sent nothing usable.
+// Buffers have these values before a call. If one still has them afterwards, the server sent nothing usable.
 constexpr Identity kNoIdentity = Untouched<KIV_SOUNDBAR_DEVICE_INFO_LEN>();
 constexpr auto kNoData = Untouched<KIV_SOUND_MODE_LEN>();
 
@@ -140,7 +140,7 @@ Action Version(CLI::App& app)
     return [arguments](const Output&) {
         auto data = kNoData;
         const int version = GetSoundbarProtocolVersion(arguments->mac.data(), data.data(), arguments->length);
-        // The server's own -1 comes with data.
+        // If the server itself answers -1, there is data.
         if (version == -1 && data == kNoData) {
             return Failed("GetSoundbarProtocolVersion", version, kNoSoundbar);
         }

@@ -13,7 +13,7 @@
 namespace kiv::ctl {
 namespace {
 
-// A task that is not held up ends within this time: it takes its subscription back.
+// A task that no call holds up ends within this time, in which it takes its subscription back.
 constexpr std::chrono::seconds kGrace{1};
 
 class StopSignals {
@@ -26,7 +26,7 @@ public:
         pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
     }
 
-    // Waits for one of them, though not longer than the limit.
+    // Waits for one of the signals, but not longer than the limit.
     void Await(std::optional<std::chrono::milliseconds> limit) const
     {
         const auto now = [] { return std::chrono::steady_clock::now(); };
@@ -38,7 +38,7 @@ public:
             if (sigtimedwait(&signals_, nullptr, limit ? &time : nullptr) >= 0) {
                 return;
             }
-        } while (errno == EINTR); // as when the process was suspended and goes on
+        } while (errno == EINTR); // when the process was suspended and goes on
     }
 
 private:

@@ -5,26 +5,24 @@
 
 namespace kiv::sandbox {
 
-/**
- * The fault of a private bus is one of these:
- *
- * - none
- * - deny-name: nobody gets the name of a client
- * - deny-events: nobody may send events, the server included
- * - hang: the daemon is stopped, and answers nothing
- */
+// A private bus has one of these faults:
+//
+// - none
+// - deny-name: no process gets the name of a client
+// - deny-events: no process may send events, not even the server
+// - hang: the daemon is stopped, and answers nothing
 extern const std::vector<std::string> kBusFaults;
 
-/// The extra configuration of a private bus that can have faults.
+// The additional configuration of a private bus that can have faults.
 extern const std::string kBusFaultConfig;
 
-/// Replaces the fault of a private bus. Throws std::runtime_error if the bus cannot have faults.
+// Replaces the fault of a private bus. Throws std::runtime_error if the bus cannot have faults.
 void SetBusFault(const std::string& address, const std::string& fault);
 
-/// The fault that a private bus has now. Throws std::runtime_error as SetBusFault() does.
+// Returns the fault that a private bus has now. Throws std::runtime_error as SetBusFault() does.
 std::string BusFault(const std::string& address);
 
-/// Tells whether the daemon of a bus is stopped, so that a connection to it would never be answered.
+// Returns whether the daemon of a bus is stopped, so that it would never answer a connection.
 bool BusHangs(const std::string& address);
 
 } // namespace kiv::sandbox

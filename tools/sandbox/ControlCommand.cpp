@@ -55,13 +55,14 @@ constexpr auto kControlFooter =
     "  kiv-sandbox control event 0x02020028 '01 00 00 00'\n"
     "  kiv-sandbox control apply surround-set";
 
-/// The simulator will not do it.
+// Thrown when the simulator refuses a request.
 class Refusal : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The address of the sandbox's bus, and never of the system bus of this machine.
+// Returns the address of the sandbox's bus. Throws if the variable is not set, because the address would be that of the
+// system bus of this machine.
 std::string BusAddress()
 {
     const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
@@ -71,7 +72,7 @@ std::string BusAddress()
     return address;
 }
 
-/// The address of a bus that answers.
+// Returns the address of the sandbox's bus. Throws if the bus hangs.
 std::string AnsweringBusAddress()
 {
     std::string address = BusAddress();
@@ -81,13 +82,13 @@ std::string AnsweringBusAddress()
     return address;
 }
 
-/// The simulator of this sandbox.
+// The simulator of this sandbox.
 class Simulator {
 public:
     Simulator() : connection_(AnsweringBusAddress())
     {
-        // A simulator that runs is used as it is. The bus may be unable to start it, and would wait while its server is
-        // away.
+        // A simulator that runs is not started again, because the bus may be unable to start it, and would wait while
+        // its server is away.
         if (!IsRunning()) {
             Start();
         }
@@ -126,7 +127,7 @@ private:
     Variant
     Call(const char* name, const char* path, const char* interface, const char* method, GVariant* arguments) const
     {
-        GError* error = nullptr;
+        g_autoptr(GError) error = nullptr;
         GVariant* reply = g_dbus_connection_call_sync(
             connection_.Get(), name, path, interface, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
             INT_MAX, nullptr, &error);
@@ -135,25 +136,23 @@ private:
         }
         const bool isRefusal = g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS) != FALSE;
         g_dbus_error_strip_remote_error(error);
-        const std::string reason = error->message;
-        g_error_free(error);
         if (isRefusal) {
-            throw Refusal(reason);
+            throw Refusal(error->message);
         }
-        throw std::runtime_error(reason);
+        throw std::runtime_error(error->message);
     }
 
     Connection connection_;
 };
 
-/// A tuple that has come in a variant, where an empty one cannot travel.
+// Returns the text of a tuple from a variant, in which "()" stands for an empty tuple.
 std::string PrintTuple(GVariant* value)
 {
     const std::string text = Owned(g_variant_print(value, FALSE));
     return text == "'()'" ? "()" : text;
 }
 
-/// The arguments of a call, as the messages about a recording have them: without the comma behind a single one.
+// Returns the arguments of a call in the form of messages about a recording: without the comma behind a single one.
 std::string ForPeople(std::string tuple)
 {
     if (tuple.ends_with(",)")) {
@@ -162,7 +161,7 @@ std::string ForPeople(std::string tuple)
     return tuple;
 }
 
-/// Reads a scenario, and checks it here already, where the file has a name.
+// Reads a scenario. Checks it here, because messages can name the file here.
 std::string CheckedScenario(const std::string& nameOrFile)
 {
     ScenarioText given = ReadScenarioText(nameOrFile);
@@ -189,7 +188,7 @@ GVariant* ParseBytes(const std::string& text)
     return simulator::NewByteArray(*bytes);
 }
 
-/// The commands' arguments and options.
+// The arguments and options of the commands.
 struct Words {
     std::string scenario;
     std::string method;
@@ -232,7 +231,7 @@ void SetFault(const Simulator& simulator, const Words& words)
     simulator.Control("Fault", g_variant_new("(s@a{sv})", words.method.c_str(), fault.get()));
 }
 
-/// The home, the clients and the faults.
+// Returns the home, the clients and the faults.
 json State(const Simulator& simulator)
 {
     const Variant reply = simulator.Control("Show");
@@ -241,7 +240,7 @@ json State(const Simulator& simulator)
     return json::parse(text);
 }
 
-/// Says so if what was pushed has reached nobody. A client that is named, and is not there, is an error.
+// Prints a line if a push has reached no client. A named client that is not there is an error.
 void TellIfNobody(const Simulator& simulator, const Words& words)
 {
     if (words.client.empty() && State(simulator).at("clients").empty()) {
@@ -355,8 +354,8 @@ void SetOrPrintBusFault(const std::string& fault)
     }
 }
 
-/// The commands have the names of the D-Bus methods, with dashes. Only bus-fault is no method, because a bus that hangs
-/// carries no call.
+// Adds the commands. They have the names of the D-Bus methods, with dashes. Only bus-fault is not a method, because a
+// bus that hangs carries no calls.
 void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
 {
     const auto command = [&](const char* name, const char* description,

@@ -52,8 +52,8 @@ using simulator::kServerName;
 
 constexpr auto kSimulatorProgram = "kiv-simulator";
 
-/// As with env(1). The sandbox has no other codes of its own, so that a script can tell its failures from those of its
-/// command.
+// These are the exit codes of env(1). The sandbox has no others of its own, so that a script can tell its failures from
+// those of the command.
 constexpr int kSandboxFailed = 125;
 constexpr int kCannotExecute = 126;
 constexpr int kNotFound = 127;
@@ -107,7 +107,7 @@ struct Options {
     bool printAddress = false;
 };
 
-/// Signals that would end this process, to be read from a file descriptor instead.
+// Blocks the signals that would end this process, to read them from a file descriptor.
 class EndSignals {
 public:
     EndSignals()
@@ -125,7 +125,7 @@ public:
 
     int Fd() const { return fd_; }
 
-    /// Nothing for a signal from the terminal, which sends it to the command, too.
+    // Returns nothing for a signal from the terminal, because the terminal sends it to the command, too.
     std::optional<int> Read() const
     {
         signalfd_siginfo info{};
@@ -135,7 +135,7 @@ public:
         return static_cast<int>(info.ssi_signo);
     }
 
-    /// Has these signals end this process during an action in which nobody reads them.
+    // Unblocks the signals during an action, so that they end this process.
     template <typename Action>
     void EndBySignalDuring(const Action& action) const
     {
@@ -154,7 +154,7 @@ std::string FindSimulator(const std::string& given)
     if (!given.empty()) {
         return fs::absolute(given);
     }
-    // Installed beside this program; in a build tree, in its own folder.
+    // The simulator is installed beside this program. In a build tree, it is in its own folder.
     const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
     for (const fs::path& folder : {here, here / "../../simulator"}) {
         const fs::path candidate = folder / kSimulatorProgram;
@@ -175,8 +175,8 @@ Service SimulatorService(const Options& options, const fs::path& featureFile, co
 {
     std::vector<std::string> command = {FindSimulator(options.simulator), "--feature-file", featureFile};
     if (!options.simulator.empty()) {
-        // dbus-daemon takes a program that exits with 0 for one that runs on in the background, and waits 25 s for it
-        // to take its name. With any other exit code the start fails at once.
+        // If a program exits with 0, dbus-daemon assumes that it runs on in the background, and waits 25 s for it to
+        // take its name. With any other exit code, the start fails at once.
         command.insert(command.begin(), {"/bin/sh", "-c", R"("$0" "$@" && false)"});
     }
     if (!scenarioFile.empty()) {
@@ -191,10 +191,10 @@ Service SimulatorService(const Options& options, const fs::path& featureFile, co
     return {kServerName, command};
 }
 
-/// The recording replaces its file, which therefore must not be one that is read.
+// Throws if --record names the file of another option, because the recording replaces its file.
 void RefuseToReplace(const fs::path& input, const char* option, const std::string& record)
 {
-    // Two names of the same file have the same device and inode.
+    // equivalent() compares the device and the inode of the files.
     std::error_code notThere;
     if (fs::equivalent(input, record, notThere)) {
         throw simulator::FileError(
@@ -207,8 +207,8 @@ struct InputFiles {
     std::optional<simulator::Replay> replay;
 };
 
-/// A recording without calls is most likely that of a run that failed, and a command that calls nothing would pass with
-/// --strict.
+// Reports a recording without calls. It is most likely that of a run that failed, and a command that makes no calls
+// would pass with --strict.
 void TellOfNoCalls(const simulator::Replay& replay, bool isStrict)
 {
     if (!replay.Unmade().empty()) {
@@ -221,7 +221,7 @@ void TellOfNoCalls(const simulator::Replay& replay, bool isStrict)
     fmt::print(stderr, "kiv-sandbox: {}\n", reason);
 }
 
-/// Reads what the simulator will read, so that nothing is started for files that cannot be used.
+// Reads the files that the simulator will read, so that nothing is started if they cannot be used.
 InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& given)
 {
     InputFiles files;
@@ -237,14 +237,15 @@ InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& 
     return files;
 }
 
-/// Tells whether the server is to run before the command. One that takes its time to come up is left to the first call,
-/// so that the command sees that.
+// Returns whether the server is to run before the command. If the scenario begins with an outage, the first call starts
+// the server, so that the command sees the outage.
 bool IsStartedFirst(const Options& options, const simulator::Scenario& scenario)
 {
     return options.start || (!options.lazy && !options.noServer && !scenario.now.away);
 }
 
-/// The file from which the simulator reads the scenario, also when it is started anew; empty if there is none.
+// Returns the file from which the simulator reads the scenario each time that it is started. Empty if there is no
+// scenario.
 fs::path ScenarioFile(const std::optional<ScenarioText>& given, const PrivateBus& bus)
 {
     if (!given) {
@@ -258,7 +259,7 @@ fs::path ScenarioFile(const std::optional<ScenarioText>& given, const PrivateBus
     return copy;
 }
 
-/// Returns when the server runs. A signal ends this process meanwhile.
+// Starts the server, and returns when it runs. A signal ends this process meanwhile.
 void StartServer(PrivateBus& bus, const Options& options, const EndSignals& signals)
 {
     try {
@@ -272,7 +273,7 @@ void StartServer(PrivateBus& bus, const Options& options, const EndSignals& sign
     }
 }
 
-/// Returns the wait status of the command.
+// Passes signals on until the command ends. Returns its wait status.
 int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals)
 {
     std::array<pollfd, 2> events{{{signals.Fd(), POLLIN, 0}, {command.Fd(), POLLIN, 0}}};
@@ -290,7 +291,7 @@ int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals)
     }
 }
 
-/// The command has not been executed.
+// Thrown when the command cannot be executed.
 class CommandError : public std::runtime_error {
 public:
     CommandError(const std::string& name, const std::error_code& reason)
@@ -307,7 +308,7 @@ private:
 
 constexpr int kSignalled = 128;
 
-/// By these signals people, terminals and shells end programs. The others tell of a crash.
+// Returns whether people, terminals and shells end programs by this signal. Other signals mean a crash.
 bool EndsOnPurpose(int number)
 {
     return number == SIGHUP || number == SIGINT || number == SIGPIPE || number == SIGTERM;
@@ -323,7 +324,7 @@ int RunCommand(const std::string& name, Keeper& command, const EndSignals& signa
         }
         const int number = WTERMSIG(status);
         if (!EndsOnPurpose(number)) {
-            // A stderr that has been closed changes nothing in the exit code, as an exception here would.
+            // std::fputs() is used, because an exception for a closed stderr would change the exit code.
             const char* const reason = g_strsignal(number);
             std::fputs(
                 fmt::format("kiv-sandbox: {} was killed by signal {} ({})\n", name, number, reason).c_str(), stderr);
@@ -334,7 +335,7 @@ int RunCommand(const std::string& name, Keeper& command, const EndSignals& signa
     }
 }
 
-/// As the log stand-in writes it, so that both can be read side by side.
+// Returns the time of day in the form of the log of the platform stand-in, so that both can be read side by side.
 std::string TimeOfDay()
 {
     const auto now = std::chrono::system_clock::now();
@@ -343,8 +344,8 @@ std::string TimeOfDay()
         "{:%H:%M:%S}.{:03}", fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds % 1000);
 }
 
-/// Prints the messages from the start of the command on, because those before are the sandbox's own. With the
-/// housekeeping it prints them all.
+// Prints the messages from the start of the command on, because earlier messages are the sandbox's own. With the
+// housekeeping, prints all messages.
 class TracePrinter {
 public:
     explicit TracePrinter(TraceFormatter::Housekeeping housekeeping)
@@ -356,10 +357,10 @@ public:
 
     void Add(const Message& message)
     {
-        // Also the messages that are not printed tell it names.
+        // Format() gets all messages, because it also learns names from messages that are not printed.
         const auto line = formatter_.Format(message);
         if (line && isPrinting_) {
-            // A stderr that has been closed is no reason to end the command, as an exception here would.
+            // std::fputs() is used, because an exception for a closed stderr would end the command.
             std::fputs(fmt::format("{} bus: {}\n", TimeOfDay(), *line).c_str(), stderr);
         }
     }
@@ -369,7 +370,7 @@ private:
     std::atomic<bool> isPrinting_;
 };
 
-/// All that want to see the messages.
+// Passes the messages to the trace, the recorder and the check of a replay.
 struct Listeners {
     Listeners(const Options& options, const InputFiles& files)
     {
@@ -416,7 +417,7 @@ void SetEnvironment(const Options& options, const std::map<std::string, std::str
     if (!options.layout.empty()) {
         setenv(kLayoutVariable, fs::absolute(options.layout).c_str(), 1);
     }
-    // A layout that is named already is that of a server whose recording is replayed.
+    // A layout that is named already is kept, because it belongs to the server whose recording is replayed.
     setenv(kLayoutVariable, LayoutFile().c_str(), 0);
     if (options.printAddress) {
         fmt::print(stderr, "kiv-sandbox: the bus is {}\n", environment.at(kAddressVariable));
@@ -436,14 +437,14 @@ int RunInSandbox(const Options& options)
     std::map<std::string, std::string> environment = {
         {kAddressVariable, bus.Address()}, {"KIV_SYSTEM_INFO_FILE", featureFile}};
     if (!options.layout.empty()) {
-        // Here, so that those who join the sandbox have it, too.
+        // The variable is set here, so that commands that join the sandbox have it, too.
         environment[kLayoutVariable] = fs::absolute(options.layout);
     }
     SetEnvironment(options, environment);
     Keeper command(options.command, Keeper::Place::Foreground);
 
-    // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
-    // mask.
+    // Up to here, a signal ends this process, and the keepers clean up. The threads of the bus and the trace inherit
+    // the signal mask.
     const EndSignals signals;
     Listeners listeners(options, files);
     if (!options.noServer) {
@@ -460,7 +461,7 @@ int RunInSandbox(const Options& options)
         trace->Flush();
         listeners.printer->CommandStarts();
     }
-    // The keepers, which are forked off before, do not hold the name.
+    // The name is taken after the keepers were forked, so that they do not hold its lock.
     std::optional<SandboxName> name;
     if (!options.name.empty()) {
         name.emplace(NamedSandbox{options.name, getpid(), options.command, environment});
@@ -469,7 +470,8 @@ int RunInSandbox(const Options& options)
         SetBusFault(bus.Address(), options.busFault);
     }
     const int exitCode = RunCommand(options.command.front(), command, signals);
-    // A bus that hangs would not hand over the messages that are still to be traced, and would not end at once.
+    // A bus that hangs is resumed. Otherwise it would not deliver the messages that are still to be traced, and would
+    // not end at once.
     bus.Resume();
     if (trace) {
         trace->Flush();
@@ -484,7 +486,7 @@ int RunInSandbox(const Options& options)
     return exitCode == EXIT_SUCCESS && !complaints.empty() ? kSandboxFailed : exitCode;
 }
 
-/// Replaces this process by the command, in a sandbox that another process has made.
+// Replaces this process by the command, in the sandbox of another process.
 [[noreturn]] void JoinSandbox(const Options& options)
 {
     SetEnvironment(options, FindSandbox(options.join).environment);
@@ -518,14 +520,15 @@ class HelpFormat : public CLI::Formatter {
         return "Usage: " + name + " [options] -- command [argument...]\n";
     }
 
-    /// Without what an option excludes or needs, which is told to those who do not heed it.
+    // Leaves out which options an option excludes or needs, because an error message says that.
     std::string make_option_opts(const CLI::Option* option) const override
     {
         return option->get_option_text().empty() ? "" : " " + option->get_option_text();
     }
 };
 
-/// The command, which a list does not have. Without a "--" the options end at the first word that is none of ours.
+// Returns the command. Without a "--", the options end at the first word that is not one of them. --list takes no
+// command.
 std::vector<std::string> Command(const CLI::App& app, bool isList)
 {
     std::vector<std::string> words = app.remaining();

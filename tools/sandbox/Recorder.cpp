@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kClientInterface = "org.lumra.tv.networkspeaker.client.interface.";
 
-/// With types, so that it can be read back as the same.
+// Returns the body with types, so that reading the text gives the same value.
 std::string BodyWithTypes(const Message& message)
 {
     if (!message.body) {
@@ -35,7 +35,7 @@ std::string BodyWithTypes(const Message& message)
     return copy;
 }
 
-/// The text of an error is its first value.
+// Returns the text of an error, which is its first value.
 std::string ErrorText(const Message& message)
 {
     if (!message.body || !message.signature.starts_with('s')) {
@@ -51,7 +51,7 @@ std::string ErrorText(const Message& message)
     throw simulator::FileError(fmt::format("{}: {}", file.string(), std::strerror(error)));
 }
 
-/// The permissions of a file that replaces another are those of the other, or those of any new file.
+// Returns the permissions of a file that is replaced, or those of a new file.
 mode_t PermissionsFor(const fs::path& file)
 {
     struct stat status {};
@@ -63,7 +63,7 @@ mode_t PermissionsFor(const fs::path& file)
     return 0666U & ~mask;
 }
 
-/// Makes an empty file beside the given one.
+// Makes an empty file in the same folder as the given one.
 fs::path MakeFileBeside(const fs::path& file)
 {
     std::string path = file.string() + ".part-XXXXXX";
@@ -80,7 +80,8 @@ fs::path MakeFileBeside(const fs::path& file)
 
 Recorder::Recorder(const std::string& file) : name_(file)
 {
-    // A pipe or a device is written to as it is. A symbolic link stays, and the file that it leads to is replaced.
+    // A pipe or a device is written to directly. If the file is a symbolic link, the file to which it leads is
+    // replaced.
     const bool isReplaced = !fs::exists(file) || fs::is_regular_file(file);
     if (isReplaced) {
         target_ = fs::weakly_canonical(file);
@@ -130,7 +131,7 @@ void Recorder::Write(simulator::RecordedLine line)
 {
     const auto elapsed = std::chrono::steady_clock::now() - start_;
     line.ms = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
-    // Each line is flushed, so that the file beside has all lines, whatever ends the sandbox.
+    // Each line is flushed, so that the partial file has all lines, however the sandbox ends.
     file_ << simulator::WriteLine(line) << std::endl;
 }
 
