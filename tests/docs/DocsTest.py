@@ -201,6 +201,7 @@ FIGURES = {
     "seconds without any answer": [
         (HEADER, r"answers nothing at all for (\d+) s"),
         (BLOCKING, r"takes up to (\d+) s if the server hangs"),
+        ("README.md", r"up to (\d+) s if the server hangs"),
         (BLOCKING, r"no other row names \| 0 \| (\d+) \|"),
         (BLOCKING, r"^- \*\*(\d+)\*\* seconds: the library asks the server for the client id three times"),
         ("docs/testing.md", r"survives calls of \[(\d+) s\]"),
