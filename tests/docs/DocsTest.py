@@ -204,7 +204,7 @@ FIGURES = {
         ("README.md", r"up to (\d+) s if the server hangs"),
         (BLOCKING, r"no other row names \| 0 \| (\d+) \|"),
         (BLOCKING, r"^- \*\*(\d+)\*\* seconds: the library asks the server for the client id three times"),
-        ("docs/testing.md", r"survives calls of \[(\d+) s\]"),
+        ("docs/testing.md", r"survive calls of \[(\d+) s\]"),
         ("docs/security.md", r"answers nothing (\d+) s"),
     ],
     "seconds with a bus daemon that hangs": [
