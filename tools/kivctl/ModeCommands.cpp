@@ -60,8 +60,8 @@ std::vector<Command> ModeCommands()
               "Mode of the multi-room settings screen",
               nullptr,
               {
-                  {"get", "Ask for it", UiGet},
-                  {"set", "Set it", UiSet},
+                  {"get", "Ask for the mode of the screen", UiGet},
+                  {"set", "Set the mode of the screen", UiSet},
               }},
              {"can-enter", "Ask whether the multi-room settings may be entered",
               AskRunningServer("CanEnterTavrinSettings", CanEnterTavrinSettings)},

@@ -14,7 +14,7 @@ using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
 constexpr Refusal kNoSoundbar = {
     "the server sent nothing usable, which usually means that it has no such soundbar",
-    "otherwise it serves another version of the interface"};
+    "otherwise it has another version of the interface"};
 
 constexpr Refusal kUnknownSoundbar = {kUnknownSpeaker.reason, "kivctl soundbar info shows which soundbar there is"};
 
@@ -161,21 +161,21 @@ std::vector<Command> SoundbarCommands()
          nullptr,
          {
              {"mode",
-              "Its sound mode",
+              "The sound mode of the soundbar",
               nullptr,
               {
                   {"get", "Ask for the soundbar and its sound mode", ModeGet},
-                  {"set", "Send sound-mode data to it", ModeSet},
+                  {"set", "Send sound-mode data to the soundbar", ModeSet},
               }},
              {"info", "Ask for the soundbar", Info},
              {"support",
-              "Whether it supports sound modes",
+              "Whether the soundbar supports sound modes",
               nullptr,
               {
-                  {"get", "Ask for it", SupportGet},
-                  {"set", "Tell the server", SupportSet},
+                  {"get", "Ask the server whether it does", SupportGet},
+                  {"set", "Tell the server whether it does", SupportSet},
               }},
-             {"version", "Ask for its sound-mode protocol version", Version},
+             {"version", "Ask for the soundbar's sound-mode protocol version", Version},
          }},
     };
 }

@@ -23,7 +23,7 @@ Action Start(CLI::App& app)
             ->default_str("surround"),
         ModeNames());
     AddNumber(
-        app, "--reason", arguments->reason, "Reason code, which is agreed between the server and the application");
+        app, "--reason", arguments->reason, "Reason code; the server and the application agree on it");
     AddSpeakers(app, arguments->speakers);
     return [arguments](const Output&) {
         std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
@@ -34,7 +34,7 @@ Action Start(CLI::App& app)
 Action Stop(CLI::App& app)
 {
     const auto type = std::make_shared<int>(0);
-    AddNumber(app, "--type", *type, "Stop type, which is agreed between the server and the application");
+    AddNumber(app, "--type", *type, "Stop type; the server and the application agree on it");
     return [type](const Output&) { return Answered("StopNetworkSpeaker", StopNetworkSpeaker(*type)); };
 }
 
