@@ -539,9 +539,9 @@ KIV_API int StartNetworkSpeakerGroupByMobile(int nParam);
  * They return true if the server says so, and false if it does not or on any failure.
  * @{
  */
-KIV_API bool CanCancelTavrin(void); /**< Asks whether the feature may be cancelled. */
-KIV_API bool PreSelectTavrin(void); /**< Preselects the feature, and returns whether it is preselected. */
-KIV_API bool CanSelectTavrin(void); /**< Asks whether the feature may be selected. */
+KIV_API bool CanCancelTavrin(void); /**< Asks whether Tavrin may be cancelled. */
+KIV_API bool PreSelectTavrin(void); /**< Preselects Tavrin, and returns whether it is preselected. */
+KIV_API bool CanSelectTavrin(void); /**< Asks whether Tavrin may be selected. */
 /** @} */
 
 /* --- Test tones ------------------------------------------------------------------------------------------------- */
@@ -645,16 +645,16 @@ KIV_API void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume);
 /** Has the server report a speaker's volume. */
 KIV_API void GetNetSpkVolume(const unsigned char* pMac, int nIP);
 
-KIV_API void IncreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< Turns it up by one step. */
-KIV_API void DecreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< Turns it down by one step. */
-KIV_API void ResetNetSpkVolume(const unsigned char* pMac, int nIP);    /**< Sets the server's default. */
-KIV_API void ResetAllNetSpkVolume(void);                               /**< Sets the default for all speakers. */
+KIV_API void IncreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< Turns a speaker up by one step. */
+KIV_API void DecreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< Turns a speaker down by one step. */
+KIV_API void ResetNetSpkVolume(const unsigned char* pMac, int nIP);    /**< Sets a speaker to the server's default. */
+KIV_API void ResetAllNetSpkVolume(void);                               /**< Sets all speakers to the server's default. */
 
 #ifdef __cplusplus
-KIV_API void IncreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< Turns them up by one step. */
-KIV_API void DecreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< Turns them down by one step. */
-KIV_API void ResetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);    /**< Sets the server's default. */
-KIV_API void GetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);      /**< Has the server report them. */
+KIV_API void IncreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< Turns speakers up by one step. */
+KIV_API void DecreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< Turns speakers down by one step. */
+KIV_API void ResetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);    /**< Sets speakers to the default. */
+KIV_API void GetNetSpkVolumeList(const std::vector<STNetSpkConfig>& list);      /**< Has the server report volumes. */
 #endif
 
 /** @} */
