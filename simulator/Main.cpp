@@ -98,11 +98,11 @@ int main(int argc, char** argv)
     app.set_version_flag("--version", "kiv-simulator " KIV_VERSION, "Print the version and exit");
     app.add_option("--ready-fd", options.readyFd, "Write a line to this file descriptor as soon as it owns its names")
         ->check(IntegerFrom(0));
-    CLI::Option* const scenario =
-        app.add_option("--scenario", options.scenarioFile, "Read the home, the faults and the timetable from this JSON file");
-    app.add_option("--replay", options.replayFile, "Answer from this recording, and not from a home")->excludes(scenario);
-    app.add_option(
-        "--feature-file", options.featureFile, "Write the device feature of scenarios into this file");
+    CLI::Option* const scenario = app.add_option(
+        "--scenario", options.scenarioFile, "Read the home, the faults and the timetable from this JSON file");
+    app.add_option("--replay", options.replayFile, "Answer from this recording, and not from a home")
+        ->excludes(scenario);
+    app.add_option("--feature-file", options.featureFile, "Write the device feature of scenarios into this file");
     app.add_flag("--verbose", options.verbose, "Print each call and each push to stderr");
     app.footer(
         "Exit codes: 0 it was told to leave, or the bus is gone; 1 there is no bus, or another process owns the name;\n"

@@ -344,8 +344,7 @@ TEST_F(DoctorTest, FindsThatTheServerAnswersTheSubscriptionWithNoId)
 {
     SetFault("SubscribeNamServiceCallback", "reply", "<(0,)>");
     const auto found = Examine();
-    EXPECT_EQ(
-        found.at("subscription"), "problem: the server answers the subscription with (i) instead of a client id");
+    EXPECT_EQ(found.at("subscription"), "problem: the server answers the subscription with (i) instead of a client id");
     EXPECT_EQ(found.at("events"), BecauseOf("subscription"));
 }
 
@@ -396,7 +395,7 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
     found = Examine();
     ExpectBegins(
         found.at("activation"),
-        "note: the bus does not answer what it can start: org.freedesktop.DBus.Error.AccessDenied: ");
+        "note: the bus does not say what it can start: org.freedesktop.DBus.Error.AccessDenied: ");
     ExpectBegins(found.at("events"), "ok: ");
 
     Forbid(
@@ -404,7 +403,7 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
     found = Examine();
     ExpectBegins(found.at("call"), "ok: ");
     ExpectBegins(
-        found.at("subscription"), "problem: the bus does not answer the library whether the server runs: "
+        found.at("subscription"), "problem: the bus does not tell the library whether the server runs: "
                                   "org.freedesktop.DBus.Error.AccessDenied: ");
 }
 

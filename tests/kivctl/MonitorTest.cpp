@@ -330,7 +330,9 @@ TEST_F(MonitorTest, EndsAfterTheTimeAskedFor)
     EXPECT_GE(Clock::now() - start, 2s);
     EXPECT_EQ(ended.exitCode, 0);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, std::string(kReady) + "\nkivctl: no event came; kivctl doctor finds out whether events can arrive\n");
+    EXPECT_EQ(
+        ended.err,
+        std::string(kReady) + "\nkivctl: no event came; kivctl doctor finds out whether events can arrive\n");
     const std::vector<std::string> calls = Calls();
     EXPECT_TRUE(!calls.empty() && calls.back().starts_with("UnsubscribeNamServiceCallback"));
 

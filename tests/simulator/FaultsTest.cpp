@@ -129,7 +129,9 @@ TEST_F(FaultsTest, RefusesWhatMakesNoSense)
     EXPECT_EQ(Refusal("{'count': <uint32 0>}"), "'count' must be at least 1, got 0");
     EXPECT_THAT(Refusal("{'bytes': <'01'>}"), HasSubstr("'bytes' has type 'ay', not 's'"));
     EXPECT_THAT(Refusal("{'bytes': <[byte 1]>, 'reply': <(1,)>}"), HasSubstr("at most one"));
-    EXPECT_THAT(Refusal("{'append': <[byte 1]>, 'silent': <true>}"), HasSubstr("must not stand with error, silent, reply, bytes or exit"));
+    EXPECT_THAT(
+        Refusal("{'append': <[byte 1]>, 'silent': <true>}"),
+        HasSubstr("must not stand with error, silent, reply, bytes or exit"));
     EXPECT_THAT(
         Refusal("{'reply': <7>}"), HasSubstr("'reply' must be a tuple such as (1, 'x'), got a value of type 'i'"));
     EXPECT_THAT(Refusal("{'reply': <'(1'>}"), HasSubstr("'reply' must be a value in GVariant text form, got '(1': "));

@@ -166,7 +166,8 @@ Finding DeniedEvent(GDBusConnection* bus, GError* error)
     // dbus-daemon says "Rejected send message" otherwise.
     const bool isReceiver = std::strstr(error->message, "Rejected receive message") != nullptr;
     if (!isReceiver && !IsServersUser(bus)) {
-        return UnprovenEvents(bus, "the bus lets this user send no event, as it should: only the server may send events");
+        return UnprovenEvents(
+            bus, "the bus lets this user send no event, as it should: only the server may send events");
     }
     return {
         State::kProblem,
@@ -262,7 +263,7 @@ Finding Checks::Activation()
     g_autoptr(GError) error = nullptr;
     g_autoptr(GVariant) reply = CallBus(bus_, "ListActivatableNames", nullptr, &error);
     if (reply == nullptr) {
-        Finding finding = BusProblem("the bus does not answer what it can start", error, "see the policy of the bus");
+        Finding finding = BusProblem("the bus does not say what it can start", error, "see the policy of the bus");
         finding.state = finding.isOfBus ? State::kProblem : State::kNote;
         return finding;
     }
@@ -317,7 +318,8 @@ std::string Checks::ServerAdvice(const std::string& error)
     if (error.empty()) {
         const unsigned process = ProcessOf(bus_, kServerName);
         return fmt::format(
-            "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or look into its own log to see what "
+            "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or look into its own log to "
+            "see what "
             "keeps it busy",
             process, process);
     }
@@ -399,7 +401,7 @@ Finding Checks::WhyNotSubscribed()
     }
     if (seen.ownerQuery && seen.ownerQuery->outcome == SeenCall::Outcome::kError) {
         return {
-            State::kProblem, "the bus does not answer the library whether the server runs: " + seen.ownerQuery->error,
+            State::kProblem, "the bus does not tell the library whether the server runs: " + seen.ownerQuery->error,
             "have the policy of the bus allow calls of org.freedesktop.DBus, NameHasOwner above all"};
     }
     if (!seen.server || seen.server->outcome == SeenCall::Outcome::kAnswered) {

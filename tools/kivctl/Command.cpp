@@ -32,7 +32,7 @@ bool Is(const std::optional<SeenCall>& call, Outcome outcome)
 
 std::string BusDoesNotTell(const SeenCalls& seen)
 {
-    return "the bus does not answer whether the server runs: " + seen.ownerQuery->error;
+    return "the bus does not say whether the server runs: " + seen.ownerQuery->error;
 }
 
 // Says why the library has not reached the server. A command that has not called the library has a reason of its own.

@@ -99,7 +99,8 @@ void AddNumbers(CLI::App& app, ByIdArguments& arguments)
         "Number that is passed through; the simulated server takes it for the setting mode, such as 80");
     AddRequired(
         app, "SECOND", arguments.second, ParseInt,
-        "Number that is passed through; the simulated server takes it for the node number, or for the channel if there is an "
+        "Number that is passed through; the simulated server takes it for the node number, or for the channel if there "
+        "is an "
         "identifier");
     AddRequired(
         app, "THIRD", arguments.third, ParseInt,
@@ -152,7 +153,9 @@ Action ByIdAndNumbers(CLI::App& app)
 Action Group(CLI::App& app)
 {
     const auto parameter = std::make_shared<int>(0);
-    AddRequired(app, "N", *parameter, ParseInt, "Number that is passed through; the simulated server takes it for the group number");
+    AddRequired(
+        app, "N", *parameter, ParseInt,
+        "Number that is passed through; the simulated server takes it for the group number");
     return [parameter](const Output&) {
         return Answered("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile(*parameter), kPlaying);
     };

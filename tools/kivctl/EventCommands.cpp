@@ -26,8 +26,7 @@ Action Watch(CLI::App& app)
     const auto parseCount = [](const std::string& text) {
         return ParseWithin(text, 1, std::numeric_limits<int32_t>::max());
     };
-    AddParsed(app, "--count", options.count, parseCount, "End after N events")
-        ->type_name("N");
+    AddParsed(app, "--count", options.count, parseCount, "End after N events")->type_name("N");
     AddParsed(
         app, "--for", arguments->duration, ParseSeconds,
         "End after SECONDS; the exit code is 1 if no event could come by then")
@@ -131,7 +130,8 @@ std::vector<Command> EventFunctions()
         {"NodeRemoveFromWatcher", "Have the server stop watching a node", NodeRemove},
         {"kiv_is_receiver_atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
         {"register_atmos_support_cb", "Register a callback for Dolby Atmos; its calls are not shown", RegisterAtmos},
-        {"unregister_atmos_support_cb", "Register a callback for Dolby Atmos, and end the registration", UnregisterAtmos},
+        {"unregister_atmos_support_cb", "Register a callback for Dolby Atmos, and end the registration",
+         UnregisterAtmos},
     };
 }
 

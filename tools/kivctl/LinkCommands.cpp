@@ -21,7 +21,8 @@ std::vector<Command> LinkCommands()
          nullptr,
          {
              {"can-cancel", "Ask whether the link may be cancelled", Ask("CanCancelTavrin", CanCancelTavrin)},
-             {"pre-select", "Preselect the link, and show whether it is preselected", Ask("PreSelectTavrin", PreSelectTavrin)},
+             {"pre-select", "Preselect the link, and show whether it is preselected",
+              Ask("PreSelectTavrin", PreSelectTavrin)},
              {"can-select", "Ask whether the link may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
          }},
     };
@@ -32,7 +33,8 @@ std::vector<Command> LinkFunctions()
     return {
         {"CanCancelTavrin", "Ask whether the multi-room link may be cancelled",
          Ask("CanCancelTavrin", CanCancelTavrin)},
-        {"PreSelectTavrin", "Preselect the multi-room link, and show whether it is preselected", Ask("PreSelectTavrin", PreSelectTavrin)},
+        {"PreSelectTavrin", "Preselect the multi-room link, and show whether it is preselected",
+         Ask("PreSelectTavrin", PreSelectTavrin)},
         {"CanSelectTavrin", "Ask whether the multi-room link may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
     };
 }

@@ -56,8 +56,10 @@ struct VolumeRequestArguments {
 
 void AddWait(CLI::App& app, WaitArguments& arguments)
 {
-    app.add_flag("--wait", arguments.wait, "Wait for the volumes that the server reports (default if stdout is a terminal)");
-    app.add_flag("--no-wait", arguments.noWait, "Only send the request (default if stdout is a file or a pipe)")->excludes("--wait");
+    app.add_flag(
+        "--wait", arguments.wait, "Wait for the volumes that the server reports (default if stdout is a terminal)");
+    app.add_flag("--no-wait", arguments.noWait, "Only send the request (default if stdout is a file or a pipe)")
+        ->excludes("--wait");
     AddLayout(app, arguments.layout);
 }
 

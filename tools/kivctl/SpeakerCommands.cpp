@@ -22,8 +22,7 @@ Action Start(CLI::App& app)
             ->type_name("MODE")
             ->default_str("surround"),
         ModeNames());
-    AddNumber(
-        app, "--reason", arguments->reason, "Reason code; the server and the application agree on it");
+    AddNumber(app, "--reason", arguments->reason, "Reason code; the server and the application agree on it");
     AddSpeakers(app, arguments->speakers);
     return [arguments](const Output&) {
         std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);

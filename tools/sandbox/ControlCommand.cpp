@@ -45,7 +45,8 @@ constexpr auto kControlDescription =
     "program that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
 
 constexpr auto kControlFooter =
-    "Each subcommand but bus-fault is also a method of the simulator's D-Bus interface: clear-faults is ClearFaults.\n\n"
+    "Each subcommand but bus-fault is also a method of the simulator's D-Bus interface: clear-faults is "
+    "ClearFaults.\n\n"
     "Exit code:\n"
     "  0  done\n"
     "  1  there is no sandbox or no simulator, the bus hangs, or a client cannot be told or gives no answer\n"
@@ -378,7 +379,9 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->required();
     CLI::App* const fault =
         command("fault", "give a method a fault", [&](const Simulator& simulator) { SetFault(simulator, words); });
-    fault->add_option("method", words.method, "method of the server, or * for all methods that have no fault of their own")
+    fault
+        ->add_option(
+            "method", words.method, "method of the server, or * for all methods that have no fault of their own")
         ->required();
     fault->add_option("fault", words.fault, fmt::format("as JSON, with the keys {}; or none", FaultKeys()));
     command(
@@ -403,8 +406,8 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->add_option("state", words.atmos, "on or off")
         ->required()
         ->check(simulator::OneOf({"on", "off"}));
-    CLI::App* const busFault =
-        app.add_subcommand("bus-fault", "make the bus deny something, or hang; without an argument, print the fault in force");
+    CLI::App* const busFault = app.add_subcommand(
+        "bus-fault", "make the bus deny something, or hang; without an argument, print the fault in force");
     busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
         ->check(simulator::OneOf(kBusFaults));
@@ -413,10 +416,9 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
     event->add_option("id", words.eventId, "in hexadecimal, such as 0x02020028")->required();
     event->add_option("data", words.bytes, "bytes in hexadecimal");
     addClient(event);
-    CLI::App* const payload =
-        command("payload", "push all bytes of a message, header included, to every client", [&](const Simulator& simulator) {
-            PushPayload(simulator, words);
-        });
+    CLI::App* const payload = command(
+        "payload", "push all bytes of a message, header included, to every client",
+        [&](const Simulator& simulator) { PushPayload(simulator, words); });
     payload->add_option("bytes", words.bytes, "in hexadecimal")->required();
     addClient(payload);
     CLI::App* const payloads = command(

@@ -562,7 +562,8 @@ int Main(int argc, char** argv)
     app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
     app.add_flag(
         "--trace-all", options.traceAll,
-        "like --trace, and also print the housekeeping of bus and sandbox: Hello, AddMatch, the start of the server, ...");
+        "like --trace, and also print the housekeeping of bus and sandbox: Hello, AddMatch, the start of the server, "
+        "...");
     CLI::Option* const start = app.add_flag(
         "--start", options.start,
         "start the server before the command: the default, unless the scenario makes the server start late");
@@ -586,7 +587,9 @@ int Main(int argc, char** argv)
     replay->excludes(scenario, noServer);
     app.add_flag("--strict", options.strict, "fail if a call was not recorded, or if a recorded call was not made")
         ->needs(replay);
-    app.add_option("--simulator", options.simulator, "run this simulator, and not the one that is installed beside this program")
+    app.add_option(
+           "--simulator", options.simulator,
+           "run this simulator, and not the one that is installed beside this program")
         ->option_text("PATH")
         ->check(simulator::File());
     app.add_option(
@@ -596,8 +599,7 @@ int Main(int argc, char** argv)
         ->option_text("on|off|absent")
         ->check(simulator::OneOf(simulator::kFeatures));
     app.add_option(
-           "--bus-fault", options.busFault,
-           "make the bus deny a client's name, deny the server's events, or hang")
+           "--bus-fault", options.busFault, "make the bus deny a client's name, deny the server's events, or hang")
         ->option_text("deny-name|deny-events|hang|none")
         ->check(simulator::OneOf(kBusFaults));
     const std::vector<CLI::Option*> ofANewSandbox = app.get_options(
