@@ -648,7 +648,7 @@ KIV_API void GetNetSpkVolume(const unsigned char* pMac, int nIP);
 KIV_API void IncreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< Turns a speaker up by one step. */
 KIV_API void DecreaseNetSpkVolume(const unsigned char* pMac, int nIP); /**< Turns a speaker down by one step. */
 KIV_API void ResetNetSpkVolume(const unsigned char* pMac, int nIP);    /**< Sets a speaker to the server's default. */
-KIV_API void ResetAllNetSpkVolume(void); /**< Sets all speakers to the default. */
+KIV_API void ResetAllNetSpkVolume(void);                               /**< Sets all speakers to the default. */
 
 #ifdef __cplusplus
 KIV_API void IncreaseNetSpkVolumeList(const std::vector<STNetSpkConfig>& list); /**< Turns speakers up by one step. */
