@@ -201,7 +201,7 @@ std::vector<Command> ConnectCommands()
 {
     return {
         {"connect",
-         "Connecting speakers",
+         "Connect speakers, and ask how they are connected",
          nullptr,
          {
              {"new", "Connect newly found speakers", New},

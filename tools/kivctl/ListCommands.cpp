@@ -229,7 +229,7 @@ std::vector<Command> ListCommands()
 {
     return {
         {"list",
-         "Speaker lists",
+         "Show speaker lists and nodes",
          nullptr,
          {
              {"active", "Ask for the active speaker group and its speakers", Active},

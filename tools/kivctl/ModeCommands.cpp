@@ -52,12 +52,12 @@ std::vector<Command> ModeCommands()
 {
     return {
         {"mode",
-         "Setting modes",
+         "Get and set the modes of the speaker system",
          nullptr,
          {
              {"get", "Ask in which mode the speaker system works", Get},
              {"ui",
-              "Mode of the multi-room settings screen",
+              "Get and set the mode of the multi-room settings screen",
               nullptr,
               {
                   {"get", "Ask for the mode of the screen", UiGet},

@@ -223,7 +223,7 @@ std::vector<Command> NameAndVolumeCommands()
     return {
         {"name", "Rename a speaker", Name},
         {"volume",
-         "Volumes of speakers",
+         "Get and set the volumes of speakers",
          nullptr,
          {
              {"get", "Ask for the volumes of speakers", RequestVolume(kGet)},

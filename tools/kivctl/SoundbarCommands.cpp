@@ -157,11 +157,11 @@ std::vector<Command> SoundbarCommands()
 {
     return {
         {"soundbar",
-         "Sound mode of a soundbar",
+         "Get and set the sound mode of a soundbar",
          nullptr,
          {
              {"mode",
-              "The sound mode of the soundbar",
+              "Get and set the sound mode of the soundbar",
               nullptr,
               {
                   {"get", "Ask for the soundbar and its sound mode", ModeGet},
@@ -169,11 +169,11 @@ std::vector<Command> SoundbarCommands()
               }},
              {"info", "Ask for the soundbar", Info},
              {"support",
-              "Whether the soundbar supports sound modes",
+              "Get and set whether the soundbar supports sound modes",
               nullptr,
               {
-                  {"get", "Ask the server whether it does", SupportGet},
-                  {"set", "Tell the server whether it does", SupportSet},
+                  {"get", "Ask whether the soundbar supports sound modes", SupportGet},
+                  {"set", "Tell the server whether the soundbar supports sound modes", SupportSet},
               }},
              {"version", "Ask for the soundbar's sound-mode protocol version", Version},
          }},

@@ -55,7 +55,7 @@ std::vector<Command> SpeakerCommands()
         {"start", "Route the TV's sound to speakers; the server answers how many play then", Start},
         {"stop", "Route the TV's sound back to the TV", Stop},
         {"surround",
-         "Surround operation",
+         "Switch surround operation off, or ask for its channels",
          nullptr,
          {
              {"off", "Switch surround operation off", SurroundOff},
