@@ -206,7 +206,7 @@ TEST_F(DoctorTest, TellsHowToWakeAServerThatIsStopped)
     const std::string advice = AdviceOf(Run({"doctor"}).out, "the server cannot be asked: no answer within 8 s");
     EXPECT_TRUE(std::regex_match(
         advice, std::regex("wake the server, process ([0-9]+), if it is stopped \\(state T in ps; kill -CONT \\1\\), "
-                           "or see in its own log what keeps it busy")))
+                           "or look into its own log to see what keeps it busy")))
         << advice;
 }
 

@@ -319,8 +319,7 @@ std::string Checks::ServerAdvice(const std::string& error)
         const unsigned process = ProcessOf(bus_, kServerName);
         return fmt::format(
             "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or look into its own log to "
-            "see what "
-            "keeps it busy",
+            "see what keeps it busy",
             process, process);
     }
     if (error.starts_with(kAccessDenied)) {
