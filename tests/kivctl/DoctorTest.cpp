@@ -185,7 +185,7 @@ TEST_F(DoctorTest, NotesWhatTakesOverASecond)
     EXPECT_EQ(text.exitCode, 0);
     const std::vector<std::string> subjects = Subjects(text.out);
     EXPECT_EQ(subjects.at(5), "note call");
-    EXPECT_NE(text.out.find(" ms  the server answers\n" + std::string(33, ' ') + "-> over 1 s, "), std::string::npos)
+    EXPECT_NE(text.out.find(" ms  the server answers\n" + std::string(33, ' ') + "-> this took over 1 s, "), std::string::npos)
         << text.out;
 }
 
