@@ -7,7 +7,7 @@ int main()
     std::vector<CNetSpkNodeInfo> nodes;
     const int count = GetNetSpkNodeList(nodes);
     if (count < 0) {
-        std::puts("the server has nothing to say, see the log");
+        std::puts("the call failed, or there is no node: see the log");
     } else {
         std::printf("%d nodes\n", count);
     }

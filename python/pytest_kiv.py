@@ -1,4 +1,4 @@
-"""The plugin for pytest. pytest loads it by its entry point if the module kiv is installed."""
+"""Is the pytest plugin of the module kiv. pytest finds it by itself if the module is installed."""
 
 import os
 
@@ -15,7 +15,7 @@ def pytest_addoption(parser):
     parser.getgroup("kiv").addoption(
         "--kiv-system-bus",
         action="store_true",
-        help="have calls of the module kiv outside a sandbox reach the system bus of this machine, as on a TV",
+        help="allow calls of the module kiv outside a sandbox to reach the system bus of this machine, as on a TV",
     )
 
 
@@ -58,9 +58,9 @@ def _options(markers):
 
 @pytest.fixture
 def kiv_sandbox(request):
-    """Runs a sandbox for the test, with the options of @pytest.mark.kiv_sandbox("--option", ...).
+    """Gives a test a sandbox of its own, with the options of @pytest.mark.kiv_sandbox("--option", ...).
 
-    The options of the markers of the test, its class and its module add up.
+    The options of the test's markers and of those of its class and its module add up.
     """
     from kiv import Sandbox
 

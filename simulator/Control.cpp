@@ -36,7 +36,7 @@ void Answer(const Call& call, const PushResult& result)
     }
 }
 
-constexpr char kNeedsHome[] = "only without --replay does it have a home";
+constexpr char kNeedsHome[] = "it has a home only without --replay";
 constexpr char kNeedsIds[] = "client ids are those of the recording";
 constexpr char kNeedsClient[] = "it does not know its clients, so name one with --client";
 

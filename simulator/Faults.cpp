@@ -71,7 +71,7 @@ nlohmann::json ValueToJson(GVariant* value)
 void SetReply(Fault& fault, Variant tuple)
 {
     if (fault.reply != nullptr) {
-        throw InvalidArguments("at most one of the fault keys reply and bytes");
+        throw InvalidArguments("a fault must have at most one of the keys reply and bytes");
     }
     fault.reply = std::move(tuple);
 }
@@ -154,13 +154,13 @@ void Faults::Check(const std::string& method, const Plan& plan) const
 {
     const Fault& fault = plan.fault;
     if (!fault.error.empty() + fault.silent + (fault.reply != nullptr) + fault.exit > 1) {
-        throw InvalidArguments("at most one of the fault keys error, silent, reply, bytes and exit");
+        throw InvalidArguments("a fault must have at most one of the keys error, silent, reply, bytes and exit");
     }
     if (fault.HasOutcome() && !fault.append.empty()) {
-        throw InvalidArguments("fault key \"append\" goes with the proper answer");
+        throw InvalidArguments("fault key \"append\" must not stand with error, silent, reply, bytes or exit");
     }
     if (!fault.message.empty() && fault.error.empty()) {
-        throw InvalidArguments("fault key \"message\" goes with \"error\"");
+        throw InvalidArguments("fault key \"message\" must stand with \"error\"");
     }
     const bool isLate = g_variant_lookup(plan.description.get(), "delay", "u", nullptr) != FALSE;
     if (!fault.HasOutcome() && fault.append.empty() && !isLate) {
@@ -168,7 +168,7 @@ void Faults::Check(const std::string& method, const Plan& plan) const
     }
     if (!fault.append.empty() && method != kEveryMethod && !methodsWithBytes_.contains(method)) {
         throw InvalidArguments(
-            fmt::format("fault key \"append\" needs an answer with bytes, which {} has not", method));
+            fmt::format("fault key \"append\" needs a method whose answer has bytes, got {}", method));
     }
 }
 

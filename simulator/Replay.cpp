@@ -94,7 +94,7 @@ private:
     {
         events_.insert(*line.event);
         if (!lastAnswered_) {
-            Fail("an event must follow an answer, got one before any");
+            Fail("an event must follow an answer, got an event before the first answer");
         }
         if (!ClientLink::IsUsable(line.client) || g_dbus_is_member_name(line.method.c_str()) == FALSE) {
             Fail(fmt::format(

@@ -1,10 +1,10 @@
-"""Control of wireless network speakers, for tests: the functions of libkiv-interface-api by their own names.
+"""Controls wireless network speakers, for tests. The functions of libkiv-interface-api have their own names here.
 
-The help() of a function is its comment in the C++ header. It tells what the function does and returns, and how long it
-can block. Pass a list of records for a vector, bytes for a buffer that a function reads, a bytearray of sufficient length
-for a buffer that it fills, and a function for a callback. After the call, the list has the content of the vector.
+help() of a function shows the text of the C++ header: what it does, what it returns and how long it can block. Pass a list of
+records for a vector, bytes for data that the function reads, a bytearray of sufficient length for a buffer that it fills, and
+a function for a callback. After the call, the list has the vector's new content.
 
-Other Python threads go on during a call. Callbacks run on the library's monitor thread.
+Other threads go on during a call. Callbacks run on the library's monitor thread.
 """
 
 import atexit

@@ -77,7 +77,7 @@ def _field(name, type_, raw):
 
 
 class Record(ctypes.Structure):
-    """A record as it is sent. bytes(record) returns its bytes. Two records are equal if all their bytes are."""
+    """A record. bytes(record) are its bytes on the bus. Two records are equal if all their bytes are equal."""
 
     __slots__ = ()
     __hash__ = None  # type: ignore[assignment]

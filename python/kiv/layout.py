@@ -1,6 +1,6 @@
-"""Decodes records by a layout file, which describes the fields of each record. kivctl reads the same files.
+"""Reads records by a layout file, which says which bytes hold which field.
 
-The server and the application agree on the content of such records. The library does not know it.
+The server and the application agree on the content of these records. kivctl reads the same files.
 """
 
 from __future__ import annotations
@@ -48,11 +48,11 @@ _ALL_KEYS = {*_KEYS, "length", "record", "count", "filled"}
 
 
 class LayoutError(ValueError):
-    """A layout cannot be used, or does not describe a record. The text says where and why."""
+    """Is raised if a layout cannot be used, or does not describe a record. The text says where, and what is wrong."""
 
 
 class DecodedEvent(NamedTuple):
-    """An event as a layout describes it. The name is None and there are no records if the layout lacks the event."""
+    """An event as a layout describes it. If the layout does not, the name is None and there are no records."""
 
     name: str | None
     records: list[dict[str, Any]]
@@ -192,7 +192,7 @@ def _read(file: str) -> _Node:
 
 
 class Layout:
-    """A layout file. Without a file name, reads the file that the environment variable KIV_LAYOUT names."""
+    """A layout. Layout() without an argument reads the file that the environment variable KIV_LAYOUT names."""
 
     def __init__(self, file: str | os.PathLike[str] | None = None) -> None:
         self._file = os.fspath(file) if file else os.environ.get("KIV_LAYOUT", "")
@@ -211,12 +211,12 @@ class Layout:
         return self.decode(_NAMES[type(record)], bytes(record))
 
     def event(self, event: int, data: bytes, length: int) -> DecodedEvent:
-        """Returns an event decoded. Takes the arguments of its callback."""
+        """Returns the name and the records of an event, from the arguments of its callback."""
         name, record = self._events.get(event & 0xFFFFFFFF, (None, None))
         return DecodedEvent(name, record.read_all(data[: max(length, 0)]) if record else [])
 
     def decode(self, name: str, data: bytes) -> dict[str, Any]:
-        """Returns the fields of bytes that are a record of this name."""
+        """Returns the fields of a record, from its name in the layout file and its bytes."""
         if name not in self._records:
             raise LayoutError(f"{self._file}: /records: has no record {name!r}, but {', '.join(self._records) or 'none'}")
         record = self._records[name]

@@ -1,6 +1,3 @@
-"""Loads the plugin for a conftest.py that says pytest_plugins = ["kiv.pytest_plugin"].
-
-pytest finds the plugin without this line if the module kiv is installed.
-"""
+"""Serves a conftest.py that says pytest_plugins = ["kiv.pytest_plugin"]. This is not needed any more."""
 
 pytest_plugins = ["pytest_kiv"]

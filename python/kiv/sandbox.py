@@ -1,4 +1,4 @@
-"""Runs a private system bus with a simulated network-speaker server during a with statement."""
+"""Runs a private system bus with a simulated network-speaker server, for the time of a with statement."""
 
 from __future__ import annotations
 
@@ -26,7 +26,7 @@ _SHELL = {"_", "OLDPWD", "PWD", "SHLVL"}
 
 
 class ControlError(subprocess.CalledProcessError):
-    """A "kiv-sandbox control" that failed. Its text has the stderr of the program, which is in .stderr, too."""
+    """Is raised when "kiv-sandbox control" fails. The text contains the program's stderr, which is also in .stderr."""
 
     def __str__(self) -> str:
         said = self.stderr.strip() or "kiv-sandbox control said nothing on stderr"
@@ -126,9 +126,9 @@ class _Stderr(threading.Thread):
 
 
 class Sandbox:
-    """Runs kiv-sandbox, and makes this process and those that it starts use its bus.
+    """Runs kiv-sandbox for a with statement. This process and all programs that it starts use the sandbox's bus meanwhile.
 
-    The options are those of the program: Sandbox("--scenario", "surround-set").
+    The arguments are options of kiv-sandbox: Sandbox("--scenario", "surround-set").
     """
 
     # The sandbox in use. A process can use one at a time, because it has one connection to the system bus.
@@ -178,10 +178,10 @@ class Sandbox:
             raise self._failure(code)
 
     def control(self, *arguments: Word) -> Any:
-        """Runs "kiv-sandbox control": sandbox.control("away", 2000).
+        """Runs "kiv-sandbox control" with these arguments: sandbox.control("away", 2000).
 
-        Returns .home for "show", .calls for "calls", and the parsed JSON for "calls", "--json". For other commands,
-        returns the text that they print, or None. Raises ControlError if the program fails.
+        Returns .home for "show", .calls for "calls", and the parsed JSON for "calls", "--json". For another command, returns
+        the text that it prints, or None if it prints nothing. Raises ControlError if the program fails.
         """
         words = _words(arguments)
         if words == ["calls"]:
@@ -193,18 +193,18 @@ class Sandbox:
 
     @property
     def home(self) -> dict[str, Any]:
-        """The home and the clients as they are now: sandbox.home["speakers"][0]["volume"]."""
+        """The home and the clients as they are now, as a dict: sandbox.home["speakers"][0]["volume"]."""
         home: dict[str, Any] = self.control("show")
         return home
 
     @property
     def calls(self) -> list[ReceivedCall]:
-        """The calls that the server has received, in their order."""
+        """The calls that the server has received, in the order of their arrival."""
         calls = self.control("calls", "--json")
         return [ReceivedCall(*(call[field] for field in ReceivedCall._fields)) for call in calls]
 
     def apply(self, scenario: str | os.PathLike[str] | dict[str, Any]) -> None:
-        """Changes what a scenario mentions. It is a file, the name of a scenario of the sandbox, or a dict."""
+        """Changes what a scenario mentions. The scenario is a file, the name of an installed scenario, or its content."""
         if isinstance(scenario, dict):
             self._control(["apply", "-"], _json(scenario))
         elif isinstance(scenario, (str, os.PathLike)):
@@ -213,18 +213,18 @@ class Sandbox:
             raise TypeError(f"scenario must be the name of one, a file or a dict, got {shown(scenario)}")
 
     def fault(self, method: str, **fault: Any) -> None:
-        """Makes a method of the server fail: sandbox.fault("StopNetworkSpeaker", error="org.example.Bad", count=1).
+        """Gives a method of the server a fault: sandbox.fault("StopNetworkSpeaker", error="org.example.Bad", count=1).
 
         The keys are those of a scenario's faults: error, message, silent, reply, bytes, append, exit, delay, every and
-        count. bytes and append are bytes, reply is a tuple in GVariant text form. The method "*" stands for all methods
-        without a fault of their own. A method has one fault: the next one replaces it.
+        count. bytes and append are bytes, and reply is a tuple in GVariant text form. The method "*" stands for all methods
+        that have no fault of their own. A method has one fault, and a new fault replaces it.
         """
         if not fault:
-            raise TypeError("a fault must have a key, such as error, silent or delay; clear_faults() takes faults back")
+            raise TypeError("a fault must have a key, such as error, silent or delay; clear_faults() removes faults")
         self.control("fault", method, _json(fault))
 
     def clear_faults(self) -> None:
-        """Takes every fault back."""
+        """Removes every fault."""
         self.control("clear-faults")
 
     def _control(self, arguments: Sequence[str], text: str = "") -> str:

@@ -31,13 +31,18 @@ ARGUMENTS = {
 
 
 def seconds(column):
-    """Returns the entries of a column of the page's table, by function."""
-    found = {}
+    """Returns the entries of a column of the page's table, by function. The row without names stands for all functions that no row names."""
+    found, others = {}, None
     for line in PAGE.read_text().splitlines():
         cells = line.strip("| ").split(" | ")
         if len(cells) == 6 and cells[column].isdigit():
-            found.update({name: int(cells[column]) for name in re.findall(r"`(\w+)`", cells[0])})
-    return found
+            names = re.findall(r"`([\w*]+)`", cells[0])
+            found.update({name: int(cells[column]) for name in names})
+            others = others if names else int(cells[column])
+    assert others is not None
+    # All of SPK_* return a fixed value.
+    del found["SPK_*"]
+    return {name: others for name in declared.FUNCTIONS if not name.startswith("SPK_")} | found
 
 
 def arguments(name):

@@ -269,7 +269,7 @@ TEST_F(CommandTest, AnErrorOfAServerThatIsReachedIsNamed)
     // The advice does not name doctor, because it could only say the same.
     EXPECT_TRUE(Run({"stop"}).err.ends_with("; the server's own log tells why\n"));
     SetFault("check_dbus_connection", "reply", "<(5,)>");
-    ExpectFailure({"stop"}, 1, "the network-speaker server answers (i) where a client id is due");
+    ExpectFailure({"stop"}, 1, "the network-speaker server answers (i) instead of a client id");
 }
 
 // doctor checks the way to the server, and no single requests.
@@ -287,7 +287,7 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
         {{"connect", "type", "--id", "99"},
          ": the server refused it; kivctl list nodes shows which speakers there are\n"},
         {{"soundbar", "info"},
-         ": the server sent nothing usable, which usually means that it has no such soundbar; otherwise it serves "
+         ": the server sent nothing usable, which usually means that it has no such soundbar; otherwise it has "
          "another version of the interface\n"},
         {{"surround", "channels"},
          ": the answer must be of the D-Bus type (i), got (s); the server's own log tells why\n"},
@@ -364,8 +364,10 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{"--jso", "stop"}, "unknown option --jso; did you mean --json?"},
         {{"stop", "--tpe", "3"}, "unknown option --tpe; did you mean --type?"},
         {{"stop", "--colour"}, "unknown option --colour; kivctl help stop lists them"},
-        {{"--for", "3", "monitor"}, "unknown option --for; it belongs behind monitor"},
-        {{"volume", "--ip=1.2.3.4", "get", kLeft}, "unknown option --ip=1.2.3.4; it belongs behind volume get"},
+        {{"--for", "3", "monitor"},
+         "unknown option --for; it is an option of monitor, so write it behind that command"},
+        {{"volume", "--ip=1.2.3.4", "get", kLeft},
+         "unknown option --ip=1.2.3.4; it is an option of volume get, so write it behind that command"},
         {{"call", "StopNetworkSpeakers"},
          "unknown command call StopNetworkSpeakers; did you mean call StopNetworkSpeaker?"},
         {{"help", "volum"}, "unknown command volum; did you mean volume?"},

@@ -111,7 +111,7 @@ TEST_F(DoctorTest, FindsNothingWhereAllIsWell)
                                 "ok client id", "ok subscription", "ok endpoint", "ok events"}));
     EXPECT_EQ(text.out.find("->"), std::string::npos) << text.out;
     EXPECT_TRUE(text.out.ends_with("\nnothing is wrong: 0 problems, 0 notes, 10 ok, 0 skipped\n")) << text.out;
-    ExpectBegins(Examine().at("events"), "ok: one that was sent arrived");
+    ExpectBegins(Examine().at("events"), "ok: a test event arrived");
 }
 
 TEST_F(DoctorTest, ShowsEachFindingBeforeTheNextCheck)
@@ -186,7 +186,9 @@ TEST_F(DoctorTest, NotesWhatTakesOverASecond)
     EXPECT_EQ(text.exitCode, 0);
     const std::vector<std::string> subjects = Subjects(text.out);
     EXPECT_EQ(subjects.at(5), "note call");
-    EXPECT_NE(text.out.find(" ms  the server answers\n" + std::string(33, ' ') + "-> over 1 s, "), std::string::npos)
+    EXPECT_NE(
+        text.out.find(" ms  the server answers\n" + std::string(33, ' ') + "-> this took over 1 s, "),
+        std::string::npos)
         << text.out;
 }
 
@@ -207,7 +209,7 @@ TEST_F(DoctorTest, TellsHowToWakeAServerThatIsStopped)
     const std::string advice = AdviceOf(Run({"doctor"}).out, "the server cannot be asked: no answer within 8 s");
     EXPECT_TRUE(std::regex_match(
         advice, std::regex("wake the server, process ([0-9]+), if it is stopped \\(state T in ps; kill -CONT \\1\\), "
-                           "or see in its own log what keeps it busy")))
+                           "or look into its own log to see what keeps it busy")))
         << advice;
 }
 
@@ -216,7 +218,7 @@ TEST_F(DoctorTest, FindsThatTheServerEndsWhenItIsAsked)
     SetFault("check_dbus_connection", "exit", "true");
     EXPECT_EQ(
         AdviceOf(Run({"doctor"}).out, "the server ended before it answered"),
-        "see in the server's own log why it ended");
+        "look into the server's own log to see why it ended");
 }
 
 TEST_F(DoctorTest, FindsThatTheBusDoesNotAnswer)
@@ -307,7 +309,7 @@ TEST_F(DoctorTest, NotesThatNobodyCanStartTheServerAgain)
     bus_.Activate(kServerName);
     bus_.RemoveService(kServerName);
     const auto found = Examine();
-    EXPECT_EQ(found.at("activation"), "note: the bus cannot start the server; nobody will if it ends");
+    EXPECT_EQ(found.at("activation"), "note: the bus cannot start the server; if the server ends, it stays away");
     ExpectBegins(found.at("events"), "ok: ");
 }
 
@@ -326,27 +328,26 @@ TEST_F(DoctorTest, FindsThatTheServerDoesNotAnswerAsItShould)
     SetFault("check_dbus_connection", "error", "'org.example.Broken'");
     ExpectBegins(Examine().at("call"), "problem: the server answers with the error org.example.Broken");
     SetFault("check_dbus_connection", "reply", "<(5,)>");
-    EXPECT_EQ(Examine().at("call"), "problem: the server answers (i) where a client id is due");
+    EXPECT_EQ(Examine().at("call"), "problem: the server answers (i) instead of a client id");
 }
 
 TEST_F(DoctorTest, FindsThatAnIdIsUnfit)
 {
     g_variant_unref(Control("ClientId", g_variant_new("(s)", "no-path")));
-    EXPECT_EQ(Examine().at("client id"), "problem: \"no-path\" makes no D-Bus name, so no events can come");
+    EXPECT_EQ(Examine().at("client id"), "problem: \"no-path\" does not fit into a D-Bus name, so no events can come");
 }
 
 TEST_F(DoctorTest, FindsThatTheServerRefusesEvents)
 {
     SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
-    ExpectBegins(Examine().at("subscription"), "problem: the server promises no events: org.example.Broken");
+    ExpectBegins(Examine().at("subscription"), "problem: the server refuses the subscription: org.example.Broken");
 }
 
 TEST_F(DoctorTest, FindsThatTheServerAnswersTheSubscriptionWithNoId)
 {
     SetFault("SubscribeNamServiceCallback", "reply", "<(0,)>");
     const auto found = Examine();
-    EXPECT_EQ(
-        found.at("subscription"), "problem: the server answers the subscription with (i) where a client id is due");
+    EXPECT_EQ(found.at("subscription"), "problem: the server answers the subscription with (i) instead of a client id");
     EXPECT_EQ(found.at("events"), BecauseOf("subscription"));
 }
 
@@ -365,7 +366,7 @@ TEST_F(DoctorTest, FindsThatTheServerEndsOfASubscription)
     SetFault("SubscribeNamServiceCallback", "exit", "true");
     EXPECT_EQ(
         AdviceOf(Run({"doctor"}).out, "the server ended before it answered SubscribeNamServiceCallback"),
-        "see in the server's own log why it ended");
+        "look into the server's own log to see why it ended");
 }
 
 TEST_F(DoctorTest, FindsThatAnotherProcessHasTheName)
@@ -376,7 +377,7 @@ TEST_F(DoctorTest, FindsThatAnotherProcessHasTheName)
         "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", "org.lumra.tv.networkspeaker.client.taken", 0U));
     EXPECT_EQ(
         Examine().at("endpoint"), "problem: org.lumra.tv.networkspeaker.client.taken is owned by process " +
-                                      std::to_string(getpid()) + ", which gets this one's events");
+                                      std::to_string(getpid()) + ", which gets the events of this process");
 }
 
 TEST_F(DoctorTest, FindsWhatThePolicyForbids)
@@ -397,7 +398,7 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
     found = Examine();
     ExpectBegins(
         found.at("activation"),
-        "note: the bus does not tell what it can start: org.freedesktop.DBus.Error.AccessDenied: ");
+        "note: the bus does not say what it can start: org.freedesktop.DBus.Error.AccessDenied: ");
     ExpectBegins(found.at("events"), "ok: ");
 
     Forbid(
@@ -417,7 +418,7 @@ TEST_F(DoctorTest, FindsThatTheServersUserMaySendNoEvents)
     ExpectBegins(found.at("endpoint"), "ok: ");
     EXPECT_NE(found.at("events").find("problem: the bus lets "), std::string::npos) << found.at("events");
     EXPECT_NE(
-        found.at("events").find(", the server's user, send none: org.freedesktop.DBus.Error.AccessDenied: "),
+        found.at("events").find(", the server's user, send no event: org.freedesktop.DBus.Error.AccessDenied: "),
         std::string::npos)
         << found.at("events");
 }
@@ -429,7 +430,7 @@ TEST_F(DoctorTest, FindsThatEventsMayNotBeReceived)
         R"(<deny receive_path="/org/lumra/tv/networkspeaker/client/doctors" receive_member="nam_notify_subscriber"/>)");
     ExpectBegins(
         Examine().at("events"),
-        "problem: the bus lets this user receive none: org.freedesktop.DBus.Error.AccessDenied: ");
+        "problem: the bus lets this user receive no event: org.freedesktop.DBus.Error.AccessDenied: ");
 }
 
 // Only root can start the server as another user. For other users, these tests are skipped.
@@ -463,12 +464,12 @@ protected:
 TEST_F(DoctorOfAnotherUserTest, NotesThatOnlyTheServersUserMaySendEvents)
 {
     Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
-    ExpectUnproven("the bus lets this user send none, which is as it should be for all but the server");
+    ExpectUnproven("the bus lets this user send no event, as it should: only the server may send events");
 }
 
 TEST_F(DoctorOfAnotherUserTest, ProvesNothingByEventsOfItsOwn)
 {
-    ExpectUnproven("one that this user sent arrived, but the bus may refuse the server's");
+    ExpectUnproven("a test event of this user arrived, but the bus may refuse the server's events");
 }
 
 } // namespace

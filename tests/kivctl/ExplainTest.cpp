@@ -343,7 +343,7 @@ TEST_F(LoggedLinesTest, TellTheReasonsOfTheServer)
         {"error", "'org.example.Broken'", "answered with that error"},
         {"error", "'org.freedesktop.DBus.Error.UnknownMethod'", "the server does not have the method"},
         {"silent", "true", "the server did not answer within 8 s"},
-        {"reply", "<('text',)>", "of another D-Bus type than agreed"},
+        {"reply", "<('text',)>", "another D-Bus type than agreed"},
     };
     for (const auto& [key, value, meaning] : faults) {
         SetFault("StopNetworkSpeaker", key, value);
@@ -369,7 +369,7 @@ TEST_F(LoggedLinesTest, TellTheReasonsOfTheBus)
 
     bus_.RemoveService(kServerName);
     Collect({"stop"});
-    ExpectMeaning("the bus knows no service file");
+    ExpectMeaning("the bus has no service file");
 
     bus_.Kill();
     Collect({"stop"});

@@ -265,7 +265,7 @@ TEST_F(MonitorTest, SaysWhatIsMissingWhereTheBusDeniesTheName)
     EXPECT_TRUE(line.starts_with("kivctl: not ready, events cannot come: nobody owns the bus name "
                                  "org.lumra.tv.networkspeaker.client.tv_"))
         << line;
-    EXPECT_TRUE(line.ends_with(", which the bus may deny to this user; kivctl doctor tells why")) << line;
+    EXPECT_TRUE(line.ends_with(", and the bus may not let this user own it; kivctl doctor tells why")) << line;
     monitor.Signal(SIGINT);
     const Ended ended = monitor.Wait();
     EXPECT_EQ(ended.exitCode, 1);
@@ -305,7 +305,7 @@ TEST_F(MonitorTest, SaysWhoHasTheName)
     EXPECT_EQ(
         monitor.ErrLine(), "kivctl: not ready, events cannot come: the bus name "
                            "org.lumra.tv.networkspeaker.client.taken is owned by process " +
-                               std::to_string(getpid()) + ", which gets them; kivctl doctor tells why");
+                               std::to_string(getpid()) + ", which gets the events; kivctl doctor tells why");
 }
 
 TEST_F(MonitorTest, WaitsForAServerThatIsNotThereYet)
@@ -330,7 +330,9 @@ TEST_F(MonitorTest, EndsAfterTheTimeAskedFor)
     EXPECT_GE(Clock::now() - start, 2s);
     EXPECT_EQ(ended.exitCode, 0);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, std::string(kReady) + "\nkivctl: no event came; kivctl doctor tells whether events arrive\n");
+    EXPECT_EQ(
+        ended.err,
+        std::string(kReady) + "\nkivctl: no event came; kivctl doctor finds out whether events can arrive\n");
     const std::vector<std::string> calls = Calls();
     EXPECT_TRUE(!calls.empty() && calls.back().starts_with("UnsubscribeNamServiceCallback"));
 

@@ -296,7 +296,7 @@ def test_a_scenario_is_applied():
 def test_a_command_that_prints_nothing_returns_nothing():
     with kiv.Sandbox("--start") as sandbox:
         assert sandbox.control("atmos", "on") is None
-        assert sandbox.control("calls", "--help").startswith("print what the server was called")
+        assert sandbox.control("calls", "--help").startswith("print the calls that the server has received")
 
 
 def test_the_words_of_the_tool_are_in_the_exception(capfd):

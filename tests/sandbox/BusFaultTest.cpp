@@ -113,7 +113,7 @@ TEST(BusFaultTest, IsReplacedWhileTheCommandRuns)
     EXPECT_EQ(outcome.output, "4\n1\nthe server answered 3\n1\n0\n");
     EXPECT_THAT(
         outcome.errors,
-        HasSubstr("kiv-sandbox control: the bus hangs; \"kiv-sandbox control bus-fault none\" has it go on\n"));
+        HasSubstr("kiv-sandbox control: the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on\n"));
 }
 
 TEST(BusFaultTest, IsPrinted)

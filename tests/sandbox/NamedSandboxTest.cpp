@@ -87,7 +87,7 @@ TEST_F(NamedSandboxTest, ANameIsOfOneSandboxAtATime)
 
     EXPECT_EQ(second.exitCode, 125);
     EXPECT_THAT(second.output, IsEmpty());
-    EXPECT_THAT(second.errors, HasSubstr("--name must be another than that of a running sandbox, got \"den\""));
+    EXPECT_THAT(second.errors, HasSubstr("--name must not be the name of a running sandbox, got \"den\""));
     EXPECT_EQ(Join("den", "true").exitCode, 0);
 }
 

@@ -607,8 +607,7 @@ TEST_F(RecordTest, AReplayRefusesControlsThatItCannotHonour)
     const Outcome show = Replay("control show");
     EXPECT_EQ(show.exitCode, 2);
     EXPECT_EQ(
-        show.errors,
-        kControl + ("the server replays " + file_.string()) + "; only without --replay does it have a home\n");
+        show.errors, kControl + ("the server replays " + file_.string()) + "; it has a home only without --replay\n");
     EXPECT_EQ(Replay("control apply surround-set").exitCode, 2);
     EXPECT_EQ(Replay("control event 0x7").exitCode, 2);
     EXPECT_EQ(Replay("control feature off; kivctl stop").exitCode, 3);

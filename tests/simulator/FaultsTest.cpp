@@ -123,14 +123,16 @@ TEST_F(FaultsTest, RefusesWhatMakesNoSense)
     EXPECT_THAT(
         Refusal("{'error': <'no name'>}"),
         HasSubstr("\"error\" must be a D-Bus error name such as org.example.Bad, got \"no name\""));
-    EXPECT_THAT(Refusal("{'message': <'alone'>}"), HasSubstr("goes with \"error\""));
+    EXPECT_THAT(Refusal("{'message': <'alone'>}"), HasSubstr("must stand with \"error\""));
     EXPECT_THAT(Refusal("{'delay': <-1>}"), HasSubstr("\"delay\" has type \"u\", not \"i\""));
     EXPECT_THAT(Refusal("{'silent': <uint32 1>}"), HasSubstr("\"silent\" has type \"b\", not \"u\""));
     EXPECT_EQ(Refusal("{'every': <uint32 0>}"), "\"every\" must be at least 1, got 0");
     EXPECT_EQ(Refusal("{'count': <uint32 0>}"), "\"count\" must be at least 1, got 0");
     EXPECT_THAT(Refusal("{'bytes': <'01'>}"), HasSubstr("\"bytes\" has type \"ay\", not \"s\""));
     EXPECT_THAT(Refusal("{'bytes': <[byte 1]>, 'reply': <(1,)>}"), HasSubstr("at most one"));
-    EXPECT_THAT(Refusal("{'append': <[byte 1]>, 'silent': <true>}"), HasSubstr("goes with the proper answer"));
+    EXPECT_THAT(
+        Refusal("{'append': <[byte 1]>, 'silent': <true>}"),
+        HasSubstr("must not stand with error, silent, reply, bytes or exit"));
     EXPECT_THAT(
         Refusal("{'reply': <7>}"), HasSubstr("\"reply\" must be a tuple such as (1, 'x'), got a value of type \"i\""));
     EXPECT_THAT(
@@ -151,7 +153,7 @@ TEST_F(FaultsTest, RefusesWhatHasNoEffect)
     EXPECT_EQ(Refusal("{'silent': <false>}"), "\"silent\" must be true, or left out, got false");
     EXPECT_EQ(Refusal("{'exit': <false>}"), "\"exit\" must be true, or left out, got false");
     EXPECT_THAT(
-        Refusal("{'append': <[byte 1]>}", "Other"), HasSubstr("needs an answer with bytes, which Other has not"));
+        Refusal("{'append': <[byte 1]>}", "Other"), HasSubstr("needs a method whose answer has bytes, got Other"));
     EXPECT_EQ(Refusal("{'append': <[byte 1]>}", "*"), "accepted");
     EXPECT_EQ(Refusal("{'delay': <uint32 0>}"), "accepted");
 }

@@ -272,7 +272,7 @@ protected:
 
 TEST_F(ReplayProgramTest, RefusesControlsOfWhatARecordingLacks)
 {
-    const std::string home = "only without --replay does it have a home";
+    const std::string home = "it has a home only without --replay";
     ExpectRefusal("Show", "()", home);
     ExpectRefusal("Atmos", "(true,)", home);
     for (const std::string key :

@@ -219,7 +219,7 @@ TEST(ScenarioTest, RefusesWhatMakesNoSense)
         Complaint(R"({"faults": {"Nonsense": null}})"), HasSubstr("/faults/Nonsense: the server has no method"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"silent": true, "exit": true}}})"),
-        HasSubstr("/faults/DisableSurround: at most one"));
+        HasSubstr("/faults/DisableSurround: a fault must have at most one"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"reply": "(1"}}})"),
         HasSubstr("must be a value in GVariant text form, got \"(1\": "));
@@ -229,7 +229,7 @@ TEST(ScenarioTest, RefusesWhatMakesNoSense)
                   "StartNetworkSpeaker?"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"StopNetworkSpeaker": {"append": "01"}}})"),
-        HasSubstr("needs an answer with bytes, which StopNetworkSpeaker has not"));
+        HasSubstr("needs a method whose answer has bytes, got StopNetworkSpeaker"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"data": "01"}}})"),
         HasSubstr("/data: there is no such key; known are append, bytes, "));

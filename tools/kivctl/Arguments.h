@@ -47,8 +47,8 @@ template <typename Value>
 void AddIp(CLI::App& app, Value& ip)
 {
     constexpr const char* kDescription =
-        "IPv4 address of the one speaker or soundbar, which is sent beside its MAC address; 0.0.0.0 where it is not "
-        "known, and the simulated server goes by the MAC address alone";
+        "IPv4 address of the one speaker or soundbar, sent together with its MAC address; 0.0.0.0 if you do not know "
+        "it. The simulated server uses the MAC address alone";
     AddParsed(app, "--ip", ip, ParseIp, kDescription)->type_name("IP")->default_str(IpText(Ip{}));
 }
 

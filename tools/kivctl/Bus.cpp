@@ -109,7 +109,7 @@ bool AwaitOwner(GDBusConnection* bus, const std::string& name)
 
 std::string NoOwnerText(const std::string& name)
 {
-    return fmt::format("nobody owns the bus name {}, which the bus may deny to this user", name);
+    return fmt::format("nobody owns the bus name {}, and the bus may not let this user own it", name);
 }
 
 } // namespace kiv::ctl

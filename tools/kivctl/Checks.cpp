@@ -35,13 +35,13 @@ constexpr const char* kInstallPolicy =
     "put share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf where the bus reads its policies, reload the bus, and "
     "run as a user whom the policy takes for a client";
 constexpr const char* kSeeTheServersLog = "look into the server's own log, and start it by hand to see what it says";
-constexpr const char* kSeeWhyItEnded = "see in the server's own log why it ended";
+constexpr const char* kSeeWhyItEnded = "look into the server's own log to see why it ended";
 constexpr const char* kRunServiceFile = "run the command of its service file by hand to see what it says";
 constexpr const char* kUseThisInterface = "use a server that serves this version of the interface";
 constexpr const char* kMendSocket =
-    "the rights of the bus's socket, or of a folder on its path, keep this user out: let all users write to the socket";
+    "this user may not use the bus's socket, or a folder on its path: let all users write to the socket";
 constexpr const char* kMakeBus =
-    "start the system bus, name one in DBUS_SYSTEM_BUS_ADDRESS, or bring one: kiv-sandbox -- kivctl doctor";
+    "start the system bus, name a bus in DBUS_SYSTEM_BUS_ADDRESS, or try a private bus: kiv-sandbox -- kivctl doctor";
 constexpr const char* kWakeTheBus = "the bus daemon hangs, and the calls of applications with it: wake it if it is "
                                     "stopped (state T in ps; kill -CONT), "
                                     "see its log, or restart it";
@@ -114,7 +114,7 @@ std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
 // Returns the finding for an answer that is not a client id.
 Finding NoId(const std::string& answer, const std::string& type)
 {
-    return {State::kProblem, fmt::format("{} {} where a client id is due", answer, type), kUseThisInterface};
+    return {State::kProblem, fmt::format("{} {} instead of a client id", answer, type), kUseThisInterface};
 }
 
 std::optional<unsigned> UidOf(GDBusConnection* bus, const char* name)
@@ -166,13 +166,14 @@ Finding DeniedEvent(GDBusConnection* bus, GError* error)
     // When it is the sender who must not send, dbus-daemon says "Rejected send message".
     const bool isReceiver = std::strstr(error->message, "Rejected receive message") != nullptr;
     if (!isReceiver && !IsServersUser(bus)) {
-        return UnprovenEvents(bus, "the bus lets this user send none, which is as it should be for all but the server");
+        return UnprovenEvents(
+            bus, "the bus lets this user send no event, as it should: only the server may send events");
     }
     return {
         State::kProblem,
         fmt::format(
             "the bus lets {}: {}",
-            isReceiver ? "this user receive none" : fmt::format("{}, the server's user, send none", user),
+            isReceiver ? "this user receive no event" : fmt::format("{}, the server's user, send no event", user),
             ErrorText(error)),
         fmt::format(
             "have the policy of the bus let {} send nam_notify_subscriber, and clients receive it, as "
@@ -254,7 +255,7 @@ Finding Checks::ClientName()
     if (reply == nullptr) {
         return BusProblem("may not be owned", error, kInstallPolicy);
     }
-    return {State::kOk, "the bus lets this user own one"};
+    return {State::kOk, "the bus lets this user own a client's name"};
 }
 
 Finding Checks::Activation()
@@ -262,7 +263,7 @@ Finding Checks::Activation()
     g_autoptr(GError) error = nullptr;
     g_autoptr(GVariant) reply = CallBus(bus_, "ListActivatableNames", nullptr, &error);
     if (reply == nullptr) {
-        Finding finding = BusProblem("the bus does not tell what it can start", error, "see the policy of the bus");
+        Finding finding = BusProblem("the bus does not say what it can start", error, "see the policy of the bus");
         finding.state = finding.isOfBus ? State::kProblem : State::kNote;
         return finding;
     }
@@ -274,7 +275,7 @@ Finding Checks::Activation()
     const bool runs = !OwnerOf(bus_, kServerName).empty();
     return {
         runs ? State::kNote : State::kProblem,
-        runs ? "the bus cannot start the server; nobody will if it ends"
+        runs ? "the bus cannot start the server; if the server ends, it stays away"
              : "the bus cannot start the server, which does not run",
         "start the server, or install its D-Bus service file, org.lumra.tv.networkspeaker.server.service"};
 }
@@ -317,8 +318,8 @@ std::string Checks::ServerAdvice(const std::string& error)
     if (error.empty()) {
         const unsigned process = ProcessOf(bus_, kServerName);
         return fmt::format(
-            "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or see in its own log what "
-            "keeps it busy",
+            "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or look into its own log to "
+            "see what keeps it busy",
             process, process);
     }
     if (error.starts_with(kAccessDenied)) {
@@ -330,7 +331,7 @@ std::string Checks::ServerAdvice(const std::string& error)
     if (error.starts_with(kUnknownMethod)) {
         return fmt::format("{}; process {} has the server's name", kUseThisInterface, ProcessOf(bus_, kServerName));
     }
-    return "see in the server's own log what it means by it";
+    return "look into the server's own log to see what the error means";
 }
 
 Finding Checks::Call()
@@ -356,7 +357,7 @@ Finding Checks::ClientId()
 {
     if (!ClientNames(id_).Fit()) {
         return {
-            State::kProblem, fmt::format("\"{}\" makes no D-Bus name, so no events can come", id_),
+            State::kProblem, fmt::format("\"{}\" does not fit into a D-Bus name, so no events can come", id_),
             "have the server give ids of letters, digits and '_', not too long"};
     }
     return {State::kOk, fmt::format("\"{}\"", id_)};
@@ -386,9 +387,9 @@ Finding Checks::LookAtSubscription()
                 "the server answers the subscription with the client id \"{}\", but gave \"{}\" before, for which "
                 "alone the library receives events",
                 call->text, id_),
-            "have the server keep the id of a process as long as that lives"};
+            "have the server keep the id of a process as long as the process lives"};
     }
-    return {State::kOk, "the server promises events"};
+    return {State::kOk, "the server accepts the subscription"};
 }
 
 Finding Checks::WhyNotSubscribed()
@@ -403,11 +404,11 @@ Finding Checks::WhyNotSubscribed()
             "have the policy of the bus allow calls of org.freedesktop.DBus, NameHasOwner above all"};
     }
     if (!seen.server || seen.server->outcome == SeenCall::Outcome::kAnswered) {
-        return {State::kProblem, "the library could not subscribe", kSeeTheLibrarysLog};
+        return {State::kProblem, "the library has not subscribed", kSeeTheLibrarysLog};
     }
     const std::string& error = seen.server->error;
     const char* refused =
-        seen.server->method == kSubscribeMethod ? "promises no events" : "gives the library no client id";
+        seen.server->method == kSubscribeMethod ? "refuses the subscription" : "gives the library no client id";
     const std::string text =
         error.starts_with(kNoReply)
             ? fmt::format("the server{} {}", kEndedTooSoon, seen.server->method)
@@ -435,7 +436,7 @@ Finding Checks::Endpoint()
     if (std::cmp_not_equal(process, getpid())) {
         return {
             State::kProblem,
-            fmt::format("{} is owned by process {}, which gets this one's events", client.name, process),
+            fmt::format("{} is owned by process {}, which gets the events of this process", client.name, process),
             "have the server give each process an id of its own"};
     }
     return {State::kOk, "the library serves " + client.path};
@@ -455,12 +456,12 @@ Finding Checks::Events()
         return {State::kProblem, PeerFailed("the library", error, kEndpointLimitMs), kSeeTheLibrarysLog};
     }
     if (!WaitUntil([] { return g_eventCame.load(); }, std::chrono::milliseconds(kEndpointLimitMs))) {
-        return {State::kProblem, "one that was sent did not arrive", kSeeTheLibrarysLog};
+        return {State::kProblem, "a test event was sent, but did not arrive", kSeeTheLibrarysLog};
     }
     if (!IsServersUser(bus_)) {
-        return UnprovenEvents(bus_, "one that this user sent arrived, but the bus may refuse the server's");
+        return UnprovenEvents(bus_, "a test event of this user arrived, but the bus may refuse the server's events");
     }
-    return {State::kOk, "one that was sent arrived"};
+    return {State::kOk, "a test event arrived"};
 }
 
 void Checks::Unsubscribe()

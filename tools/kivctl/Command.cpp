@@ -32,7 +32,7 @@ bool Is(const std::optional<SeenCall>& call, Outcome outcome)
 
 std::string BusDoesNotTell(const SeenCalls& seen)
 {
-    return "the bus does not tell whether the server runs: " + seen.ownerQuery->error;
+    return "the bus does not say whether the server runs: " + seen.ownerQuery->error;
 }
 
 // Returns why the library did not reach the server. A command that has not called the library gives its own reason.
@@ -68,7 +68,7 @@ Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
                          kFailed, "the network-speaker server answers with the error " + seen.server->error,
                          kServersLogTellsWhy};
     default:
-        return failed(fmt::format("the network-speaker server answers {} where a client id is due", seen.server->type));
+        return failed(fmt::format("the network-speaker server answers {} instead of a client id", seen.server->type));
     }
 }
 
@@ -133,7 +133,7 @@ Reason WhyNotDone(const SeenCalls& seen)
         return {kTimedOut, kBusIsSilent, kDoctorTellsWhy};
     }
     if (!Is(seen.server, Outcome::kUnanswered)) {
-        return {kTimedOut, seen.server ? "it waits for events" : "it has not come to ask the server", ""};
+        return {kTimedOut, seen.server ? "kivctl waits for events" : "it has not asked the server yet", ""};
     }
     const bool isFirst = seen.server->method == kIdMethod;
     return {
@@ -199,7 +199,7 @@ Result TimedOut(const std::string& command, std::chrono::milliseconds limit, Ask
 {
     return Fail(
         fmt::format("{}: not done within {} ms", command, limit.count()),
-        asks == Asks::kNobody ? Reason{kTimedOut, "it waits for its input", ""} : WhyNotDone(CallsSeen()),
+        asks == Asks::kNobody ? Reason{kTimedOut, "kivctl waits for its input", ""} : WhyNotDone(CallsSeen()),
         Json::object());
 }
 

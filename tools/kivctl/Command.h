@@ -58,7 +58,8 @@ struct Refusal {
 };
 
 inline constexpr Refusal kNothingUsable = {
-    "the server sent nothing usable", "there may be nothing to tell of, or it serves another version of the interface"};
+    "the server sent nothing usable",
+    "there may be nothing to report, or the server has another version of the interface"};
 inline constexpr Refusal kUnknownSpeaker = {
     "the server refused it", "kivctl list nodes shows which speakers there are"};
 // The same for a request that needs a speaker with which the server is connected.

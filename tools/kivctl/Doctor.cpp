@@ -94,8 +94,8 @@ private:
             blame_[check.subject] = check.subject;
         } else if (finding.state == State::kOk && taken > kSlow) {
             finding.state = State::kNote;
-            finding.advice =
-                "over 1 s, and an application's calls wait as long; see what keeps the bus or the server busy";
+            finding.advice = "this took over 1 s, and the calls of applications wait as long; find out what keeps the "
+                             "bus or the server busy";
         }
         Tell(check, finding, taken);
     }

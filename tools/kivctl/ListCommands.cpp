@@ -99,7 +99,7 @@ void AddRecords(Result& result, const std::vector<Record>& records, const char* 
 void AddShow(CLI::App& app, ShowArguments& arguments)
 {
     AddLayout(app, arguments.layout);
-    app.add_flag("--hex", arguments.hex, "Show the bytes of each record besides (with --json they always are)");
+    app.add_flag("--hex", arguments.hex, "Also show the bytes of each record, as --json always does");
 }
 
 Result ShowActive(int result, const ActiveSpeakers& active, const Layout& layout, bool hex)
@@ -149,7 +149,7 @@ Result ShowRecords(
     if (const size_t size = BytesAnswered(); records.empty() && size > 0) {
         const std::string reason =
             fmt::format("the server sent {} bytes, and a {} has {}", size, kind.record, sizeof(Record));
-        return Failed(function, result, {reason.c_str(), "it serves another version of the interface"});
+        return Failed(function, result, {reason.c_str(), "it has another version of the interface"});
     }
     const bool isOne = records.size() == 1;
     std::string text = fmt::format("{} {}", records.size(), isOne ? kind.record : Plural(kind.record));
@@ -187,7 +187,7 @@ Action All(CLI::App& app)
 {
     const auto arguments = std::make_shared<AllArguments>();
     AddShow(app, arguments->show);
-    app.add_flag("--array", arguments->array, "Use the library's form for plain arrays");
+    app.add_flag("--array", arguments->array, "Call getNetSpkListInfo, which fills a plain array");
     return [arguments](const Output&) { return AskAll(*arguments); };
 }
 
@@ -230,7 +230,7 @@ std::vector<Command> ListCommands()
 {
     return {
         {"list",
-         "Speaker lists",
+         "Show speaker lists and nodes",
          nullptr,
          {
              {"active", "Ask for the active speaker group and its speakers", Active},

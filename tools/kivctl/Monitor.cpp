@@ -302,7 +302,7 @@ void Monitor::OnNameOwned(GDBusConnection* bus, const char* name, const char*, g
     }
     const unsigned process = ProcessOf(bus, name);
     if (std::cmp_not_equal(process, getpid())) {
-        self->TellNotReady(fmt::format("the bus name {} is owned by process {}, which gets them", name, process));
+        self->TellNotReady(fmt::format("the bus name {} is owned by process {}, which gets the events", name, process));
         return;
     }
     // The lines of a first attempt do not matter any more. Lines that come from now on are about events.

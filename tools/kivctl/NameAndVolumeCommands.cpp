@@ -56,8 +56,10 @@ struct VolumeRequestArguments {
 
 void AddWait(CLI::App& app, WaitArguments& arguments)
 {
-    app.add_flag("--wait", arguments.wait, "Wait for the volumes that the server reports (default on a terminal)");
-    app.add_flag("--no-wait", arguments.noWait, "Only send the request (default elsewhere)")->excludes("--wait");
+    app.add_flag(
+        "--wait", arguments.wait, "Wait for the volumes that the server reports (default if stdout is a terminal)");
+    app.add_flag("--no-wait", arguments.noWait, "Only send the request (default if stdout is a file or a pipe)")
+        ->excludes("--wait");
     AddLayout(app, arguments.layout);
 }
 
@@ -89,7 +91,7 @@ Action Name(CLI::App& app)
 {
     const auto arguments = std::make_shared<NameArguments>();
     AddMac(app, arguments->mac);
-    app.add_option("NAME", arguments->name, "Its new name")->type_name("")->required();
+    app.add_option("NAME", arguments->name, "New name of the speaker")->type_name("")->required();
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
         if (!g_utf8_validate(arguments->name.c_str(), -1, nullptr)) {
@@ -115,7 +117,7 @@ void SendVolume(const VolumeArguments& arguments)
 Action Set(CLI::App& app)
 {
     const auto arguments = std::make_shared<VolumeArguments>();
-    AddSet(app, *arguments, ParseVolume, "Its new volume, from 0, which is silent, to 100, the loudest");
+    AddSet(app, *arguments, ParseVolume, "New volume, from 0 (silent) to 100 (loudest)");
     AddWait(app, arguments->wait);
     return [arguments](const Output&) {
         return SendForVolumes(
@@ -129,7 +131,7 @@ Action SetAny(CLI::App& app)
     const auto arguments = std::make_shared<VolumeArguments>();
     AddSet(
         app, *arguments, ParseInt,
-        "Its new volume; any number is sent, and the simulated server keeps within 0 and 100");
+        "New volume; any number is sent, and the simulated server takes a number beyond 0 to 100 for the nearer end");
     return [arguments](const Output&) {
         SendVolume(*arguments);
         return Sent("SetNetSpkVolume", kNotConnected);
@@ -221,7 +223,7 @@ std::vector<Command> NameAndVolumeCommands()
     return {
         {"name", "Rename a speaker", Name},
         {"volume",
-         "Volumes of speakers",
+         "Get and set the volumes of speakers",
          nullptr,
          {
              {"get", "Ask for the volumes of speakers", RequestVolume(kGet)},
@@ -229,7 +231,7 @@ std::vector<Command> NameAndVolumeCommands()
              {"up", "Turn speakers up by one step", RequestVolume(kUp)},
              {"down", "Turn speakers down by one step", RequestVolume(kDown)},
              {"reset", "Set speakers back to the server's default", RequestVolume(kReset)},
-             {"reset-all", "Set all speakers back to it", ResetAll},
+             {"reset-all", "Set all speakers back to the server's default", ResetAll},
          }},
     };
 }
@@ -243,7 +245,7 @@ std::vector<Command> NameAndVolumeFunctions()
         {"IncreaseNetSpkVolume", "Turn a speaker up by one step", RequestOne(kUp)},
         {"DecreaseNetSpkVolume", "Turn a speaker down by one step", RequestOne(kDown)},
         {"ResetNetSpkVolume", "Set a speaker back to the server's default", RequestOne(kReset)},
-        {"ResetAllNetSpkVolume", "Set all speakers back to it", ResetAllOnly},
+        {"ResetAllNetSpkVolume", "Set all speakers back to the server's default", ResetAllOnly},
         {"IncreaseNetSpkVolumeList", "Turn speakers up by one step", RequestList(kUp)},
         {"DecreaseNetSpkVolumeList", "Turn speakers down by one step", RequestList(kDown)},
         {"ResetNetSpkVolumeList", "Set speakers back to the server's default", RequestList(kReset)},

@@ -14,7 +14,7 @@ using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
 constexpr Refusal kNoSoundbar = {
     "the server sent nothing usable, which usually means that it has no such soundbar",
-    "otherwise it serves another version of the interface"};
+    "otherwise it has another version of the interface"};
 
 constexpr Refusal kUnknownSoundbar = {kUnknownSpeaker.reason, "kivctl soundbar info shows which soundbar there is"};
 
@@ -157,25 +157,25 @@ std::vector<Command> SoundbarCommands()
 {
     return {
         {"soundbar",
-         "Sound mode of a soundbar",
+         "Get and set the sound mode of a soundbar",
          nullptr,
          {
              {"mode",
-              "Its sound mode",
+              "Get and set the sound mode of the soundbar",
               nullptr,
               {
                   {"get", "Ask for the soundbar and its sound mode", ModeGet},
-                  {"set", "Send sound-mode data to it", ModeSet},
+                  {"set", "Send sound-mode data to the soundbar", ModeSet},
               }},
              {"info", "Ask for the soundbar", Info},
              {"support",
-              "Whether it supports sound modes",
+              "Get and set whether the soundbar supports sound modes",
               nullptr,
               {
-                  {"get", "Ask for it", SupportGet},
-                  {"set", "Tell the server", SupportSet},
+                  {"get", "Ask whether the soundbar supports sound modes", SupportGet},
+                  {"set", "Tell the server whether the soundbar supports sound modes", SupportSet},
               }},
-             {"version", "Ask for its sound-mode protocol version", Version},
+             {"version", "Ask for the soundbar's sound-mode protocol version", Version},
          }},
     };
 }

@@ -47,7 +47,7 @@ std::vector<Command> ToneCommands()
 {
     return {
         {"tone",
-         "Test tones",
+         "Start and stop test tones",
          nullptr,
          {
              {"start", "Start the test of a speaker", StartTone},

@@ -113,9 +113,10 @@ std::string UnknownWordText(const CLI::App& app, const std::vector<std::string>&
     const std::string prefix = isOption || path.empty() ? "" : path.substr(1) + " ";
     const bool isMisplaced =
         isOption && FindOption(app, *read.command, read.unknown.substr(0, read.unknown.find('='))) != nullptr;
-    const std::string advice = isMisplaced       ? fmt::format("it belongs behind{}", PathOf(*read.command))
-                               : nearest.empty() ? fmt::format("kivctl help{} lists them", path)
-                                                 : fmt::format("did you mean {}{}?", prefix, nearest);
+    const std::string advice =
+        isMisplaced       ? fmt::format("it is an option of{}, so write it behind that command", PathOf(*read.command))
+        : nearest.empty() ? fmt::format("kivctl help{} lists them", path)
+                          : fmt::format("did you mean {}{}?", prefix, nearest);
     return fmt::format("unknown {} {}{}; {}", isOption ? "option" : "command", prefix, read.unknown, advice);
 }
 

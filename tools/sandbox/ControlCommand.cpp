@@ -41,11 +41,12 @@ using Variant = std::shared_ptr<GVariant>;
 constexpr int kBadUsage = 2;
 
 constexpr auto kControlDescription =
-    "Changes what the simulator and the bus do while they run. To be used within a sandbox: by its command, or by\n"
-    "another program that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
+    "Changes what the simulator and the bus do while they run. Use it inside a sandbox: in its command, or in another\n"
+    "program that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
 
 constexpr auto kControlFooter =
-    "Each but bus-fault is a method of the simulator's D-Bus interface, too: clear-faults is ClearFaults.\n\n"
+    "Each subcommand but bus-fault is also a method of the simulator's D-Bus interface: clear-faults is "
+    "ClearFaults.\n\n"
     "Exit code:\n"
     "  0  done\n"
     "  1  there is no sandbox or no simulator, the bus hangs, or a client cannot be told or gives no answer\n"
@@ -77,7 +78,7 @@ std::string AnsweringBusAddress()
 {
     std::string address = BusAddress();
     if (BusHangs(address)) {
-        throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" has it go on");
+        throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on");
     }
     return address;
 }
@@ -368,30 +369,32 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         command(name, description, [method](const Simulator& simulator) { simulator.Control(method); });
     };
     const auto addClient = [&](CLI::App* added) {
-        added->add_option("--client", words.client, "to the client with this id, not to all")->option_text("ID");
+        added->add_option("--client", words.client, "push to the client with this id only")->option_text("ID");
     };
     command(
-        "apply", "apply a scenario: all that it mentions",
+        "apply", "apply all that a scenario mentions",
         [&](const Simulator& simulator) { simulator.Apply(CheckedScenario(words.scenario)); })
-        ->add_option("scenario", words.scenario, "a file, the name of a scenario that comes along, or - for stdin")
+        ->add_option("scenario", words.scenario, "a file, the name of an installed scenario, or - for stdin")
         ->required();
     CLI::App* const fault =
         command("fault", "give a method a fault", [&](const Simulator& simulator) { SetFault(simulator, words); });
-    fault->add_option("method", words.method, "method of the server, or * for all that have no fault of their own")
+    fault
+        ->add_option(
+            "method", words.method, "method of the server, or * for all methods that have no fault of their own")
         ->required();
     fault->add_option("fault", words.fault, fmt::format("as JSON, with the keys {}; or none", FaultKeys()));
     command(
-        "clear-fault", "take a method's fault back",
+        "clear-fault", "remove the fault of a method",
         [&](const Simulator& simulator) {
             simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
         })
         ->add_option("method", words.method, "method of the server, or *")
         ->required();
-    plain("clear-faults", "ClearFaults", "take every fault back");
+    plain("clear-faults", "ClearFaults", "remove every fault");
     command(
-        "feature", "whether the TV has network speakers",
+        "feature", "set whether the TV has network speakers",
         [&](const Simulator& simulator) { simulator.Control("Feature", g_variant_new("(s)", words.feature.c_str())); })
-        ->add_option("state", words.feature, "on, off, or absent: cannot be read")
+        ->add_option("state", words.feature, "on, off, or absent, which means that it cannot be read")
         ->required()
         ->check(simulator::OneOf(simulator::kFeatures));
     command(
@@ -402,8 +405,8 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->add_option("state", words.atmos, "on or off")
         ->required()
         ->check(simulator::OneOf({"on", "off"}));
-    CLI::App* const busFault =
-        app.add_subcommand("bus-fault", "have the bus deny something, or hang; or print what is in force");
+    CLI::App* const busFault = app.add_subcommand(
+        "bus-fault", "make the bus deny something, or hang; without an argument, print the fault in force");
     busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
         ->check(simulator::OneOf(kBusFaults));
@@ -412,17 +415,16 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
     event->add_option("id", words.eventId, "in hexadecimal, such as 0x02020028")->required();
     event->add_option("data", words.bytes, "bytes in hexadecimal");
     addClient(event);
-    CLI::App* const payload =
-        command("payload", "push bytes as they are to every client, header included", [&](const Simulator& simulator) {
-            PushPayload(simulator, words);
-        });
+    CLI::App* const payload = command(
+        "payload", "push all bytes of a message, header included, to every client",
+        [&](const Simulator& simulator) { PushPayload(simulator, words); });
     payload->add_option("bytes", words.bytes, "in hexadecimal")->required();
     addClient(payload);
     CLI::App* const payloads = command(
-        "payloads", "push them many times, and print how often a client answered",
+        "payloads", "push a payload many times, and print how often a client answered",
         [&](const Simulator& simulator) { PushPayloads(simulator, words); });
     payloads->add_option("bytes", words.bytes, "in hexadecimal")->required();
-    payloads->add_option("count", words.count, "how often")->required()->check(simulator::IntegerFrom(0));
+    payloads->add_option("count", words.count, "how many times")->required()->check(simulator::IntegerFrom(0));
     addClient(payloads);
     CLI::App* const call =
         command("call-client", "call any method of a client, and print its answer", [&](const Simulator& simulator) {
@@ -441,21 +443,21 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->required();
     plain("reset-client-id", "ResetClientId", "give each process its own id again");
     command(
-        "away", "have the server crash, and come back",
+        "away", "make the server crash, and come back",
         [&](const Simulator& simulator) { simulator.Control("Away", g_variant_new("(u)", words.milliseconds)); })
         ->add_option("milliseconds", words.milliseconds, "how long it is away")
         ->required()
         ->check(simulator::IntegerFrom(0));
     plain("await-server", "AwaitServer", "wait until the server is on the bus again");
-    plain("exit", "Exit", "have the server end; the next call starts it anew");
+    plain("exit", "Exit", "make the server end; the next call starts it again");
     CLI::App* const show =
         command("show", "print home, clients and faults", [&](const Simulator& simulator) { Show(simulator, words); });
     CLI::Option* const text = show->add_flag("--text", words.asText, "as aligned text");
     show->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
-    command("calls", "print what the server was called", [&](const Simulator& simulator) {
+    command("calls", "print the calls that the server has received", [&](const Simulator& simulator) {
         PrintCalls(simulator, words);
     })->add_flag("--json", words.asJson, "as JSON");
-    plain("forget-calls", "ForgetCalls", "begin the record of calls anew");
+    plain("forget-calls", "ForgetCalls", "empty the list of calls that the server has received");
 }
 
 void RefuseUnknownCommand(const CLI::App& app, const std::string& word)

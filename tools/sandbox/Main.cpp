@@ -60,9 +60,9 @@ constexpr int kNotFound = 127;
 
 constexpr auto kDescription =
     "Runs a command on a system bus of its own, on which a simulated network-speaker server answers.\n\n"
-    "The bus is private to the command. The server runs before the command does. When the command ends, so do the\n"
-    "bus, the simulator and whatever the command has left running.\n\n"
-    "A sandbox with a --name is open to the same user's other terminals by --join.\n\n"
+    "The bus is private to the command. The server starts before the command. When the command ends, so do the bus,\n"
+    "the simulator and all programs that the command has left running.\n\n"
+    "If the sandbox has a --name, the same user can run commands in it from other terminals, by --join.\n\n"
     "\"kiv-sandbox control\" changes what the simulator and the bus do while they run; see its --help.\n";
 
 constexpr auto kFooter = "Environment of the command:\n"
@@ -70,7 +70,7 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n"
                          "  KIV_LAYOUT                  the record layout, see --layout\n\n"
                          "Exit code:\n"
-                         "  that of the command, or 128 plus the number of the signal that ended it\n"
+                         "  the command's, or 128 plus the number of the signal that ended it\n"
                          "  125  the sandbox failed: its options are wrong, a file cannot be used, ...\n"
                          "  126  the command cannot be executed\n"
                          "  127  the command was not found\n\n"
@@ -565,50 +565,52 @@ int Main(int argc, char** argv)
     app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
     app.add_flag(
         "--trace-all", options.traceAll,
-        "the same with the housekeeping of bus and sandbox: Hello, AddMatch, the start of the server, ...");
+        "like --trace, and also print the housekeeping of bus and sandbox: Hello, AddMatch, the start of the server, "
+        "...");
     CLI::Option* const start = app.add_flag(
         "--start", options.start,
-        "start the server before the command: the default, unless the scenario has the server come up late");
+        "start the server before the command: the default, unless the scenario makes the server start late");
     CLI::Option* const lazy =
         app.add_flag("--lazy", options.lazy, "leave the start of the server to the first call, as a TV may do");
     CLI::Option* const noServer =
-        app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
+        app.add_flag("--no-server", options.noServer, "run no server, and let the bus start none");
     start->excludes(lazy, noServer);
     lazy->excludes(noServer);
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
     CLI::Option* const scenario = app.add_option(
                                          "--scenario", options.scenario,
-                                         "the home, the faults and what happens when: a JSON file, the name of "
-                                         "a scenario that comes along, or - for stdin")
+                                         "read the home, the faults and the timetable from a JSON file, from an "
+                                         "installed scenario by its name, or from stdin with -")
                                       ->option_text("FILE");
     CLI::Option* const listScenarios =
-        app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
+        app.add_flag("--list-scenarios", options.listScenarios, "print the installed scenarios");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
         ->option_text("FILE");
     CLI::Option* const replay =
         app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
     replay->excludes(scenario, noServer);
-    app.add_flag("--strict", options.strict, "fail if a call was not recorded, or a recorded one was not made")
+    app.add_flag("--strict", options.strict, "fail if a call was not recorded, or if a recorded call was not made")
         ->needs(replay);
-    app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
+    app.add_option(
+           "--simulator", options.simulator,
+           "run this simulator, and not the one that is installed beside this program")
         ->option_text("PATH")
         ->check(simulator::File());
     app.add_option(
            "--feature", options.feature,
-           "whether the device has network speakers; absent: cannot be read (default: what the "
-           "scenario says, or on)")
+           "whether the device has network speakers; absent: this cannot be read (default: the scenario's feature, or "
+           "on)")
         ->option_text("on|off|absent")
         ->check(simulator::OneOf(simulator::kFeatures));
     app.add_option(
-           "--bus-fault", options.busFault,
-           "what is wrong with the bus: it denies a client's name, denies the server's events, or hangs")
+           "--bus-fault", options.busFault, "make the bus deny a client's name, deny the server's events, or hang")
         ->option_text("deny-name|deny-events|hang|none")
         ->check(simulator::OneOf(kBusFaults));
     const auto isOwn = [](const CLI::Option* option) {
         return option->get_name() != "--help" && option->get_name() != "--version";
     };
     const std::vector<CLI::Option*> ofANewSandbox = app.get_options(isOwn);
-    app.add_option("--name", options.name, "a name by which others of the same user find the sandbox")
+    app.add_option("--name", options.name, "give the sandbox a name, by which --join finds it")
         ->option_text("NAME")
         ->check(WhyNoName);
     CLI::Option* const join =
@@ -619,7 +621,7 @@ int Main(int argc, char** argv)
     }
     app.add_option(
            "--layout", options.layout,
-           "the file that names the fields of the server's records, for kivctl and the Python module")
+           "use this file for the names of the fields in the server's records, in kivctl and the Python module")
         ->option_text("FILE")
         ->check(simulator::File());
     CLI::Option* const list = app.add_flag("--list", options.list, "print the running sandboxes that have a name");

@@ -137,8 +137,8 @@ std::string WhyNoName(const std::string& text)
         return "";
     }
     return fmt::format(
-        "must be a name of up to {} letters, digits, '-', '_' and '.', the first no '.', got \"{}\"", kLongestName,
-        text);
+        "must be a name of up to {} letters, digits, '-', '_' and '.' that does not begin with '.', got \"{}\"",
+        kLongestName, text);
 }
 
 SandboxName::SandboxName(const NamedSandbox& sandbox) : name_(sandbox.name)
@@ -146,8 +146,7 @@ SandboxName::SandboxName(const NamedSandbox& sandbox) : name_(sandbox.name)
     const LockedFolder folder;
     if (const auto other = ReadEntry(folder, name_)) {
         throw std::runtime_error(fmt::format(
-            "--name must be another than that of a running sandbox, got \"{}\", which process {} has", name_,
-            other->pid));
+            "--name must not be the name of a running sandbox, got \"{}\", which process {} has", name_, other->pid));
     }
     entry_ = folder.Open(name_, O_WRONLY | O_CREAT | O_EXCL);
     const std::string text = ToText(sandbox);
