@@ -470,21 +470,25 @@ KIV_API int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list);
 KIV_API int ConnectNetworkSpeakerByMobile(const unsigned char* pParam, unsigned int nParamLen);
 
 /**
- * Has the server start the speaker with this identifier.
+ * Has the server start the speaker with this identifier. The library sends the numbers unchanged, in another order, and
+ * does not read them. The server's interface gives them these meanings:
  *
  * @param pszID    identifier; its first five characters are sent
- * @param nFirst   passed through unchanged, as the second number of the request
- * @param nSecond  passed through unchanged, as the first number of the request
- * @param nThird   passed through unchanged, as the third number of the request
+ * @param nFirst   setting mode, such as NETSPKSETTING_SURROUND; the second number of the request
+ * @param nSecond  channel that the speaker is to play; the first number of the request
+ * @param nThird   reason of the start, as in StartNetworkSpeaker(); the third number of the request
  * @return the server's answer; 0 if the request fails or @p pszID is null or shorter than five characters; -1 if the
  *         device has no network speakers, the server cannot be reached or its answer is not a number
  */
 KIV_API int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, int nThird);
 
 /**
- * Has the server start a speaker as Vireon_StartNetworkSpeakerByID() does, without an identifier. The numbers are sent
- * in the same order: @p nSecond, @p nFirst, @p nThird.
+ * Has the server start the speaker with this node number. The library sends the numbers unchanged, in another order,
+ * and does not read them. The server's interface gives them these meanings:
  *
+ * @param nFirst   setting mode, such as NETSPKSETTING_SURROUND; the second number of the request
+ * @param nSecond  number of the speaker's node; the first number of the request
+ * @param nThird   reason of the start, as in StartNetworkSpeaker(); the third number of the request
  * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers, the server cannot be
  *         reached or its answer is not a number
  */
