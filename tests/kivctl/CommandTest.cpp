@@ -592,6 +592,16 @@ TEST_F(CommandTest, EachCommandHasAnExampleThatRuns)
     }
 }
 
+TEST_F(CommandTest, TheHelpOfAFunctionHasNoExampleOfAnother)
+{
+    EXPECT_NE(Run({"help", "call"}).out.find("kivctl call SetNetSpkVolume"), std::string::npos);
+    for (const char* function : {"StartNetworkSpeakerByID", "SetNetSpkVolume"}) {
+        const std::string help = Run({"help", "call", function}).out;
+        EXPECT_NE(help.find(function), std::string::npos) << help;
+        EXPECT_EQ(help.find("Example"), std::string::npos) << help;
+    }
+}
+
 TEST_F(CommandTest, HelpIsACommandToo)
 {
     EXPECT_EQ(Run({"help"}).out, Run({"--help"}).out);

@@ -83,9 +83,9 @@ void AddCommand(CLI::App& parent, const std::string& prefix, const Command& comm
 {
     CLI::App* app = parent.add_subcommand(command.name, command.description);
     const std::string name = prefix + command.name;
-    if (const std::string example = ExampleOf(name); !example.empty()) {
-        app->footer("Example:\n  " + example);
-    }
+    // A command without a footer of its own would inherit the example of "call".
+    const std::string example = ExampleOf(name);
+    app->footer(example.empty() ? "" : "Example:\n  " + example);
     if (command.declare != nullptr) {
         app->callback([&choice, name, action = command.declare(*app), asks = command.asks] {
             choice = {name, action, asks};
