@@ -347,7 +347,7 @@ Result Explain(const std::string& path, const Output& output)
     if (split != 0) {
         output.Remark(fmt::format(
             "journalctl -o json-pretty writes messages that are not plain text in several lines, and {} of them {} not "
-            "read; write the log with -o json, short or cat",
+            "read; write the log with -o json or cat",
             split, split == 1 ? "was" : "were"));
     }
     if (explained == 0) {
