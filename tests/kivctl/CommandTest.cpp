@@ -627,9 +627,9 @@ TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)
     const Ended help = Run({"--help"});
     EXPECT_EQ(help.exitCode, 0);
     for (const char* word :
-         {"start",  "stop", "surround", "list",     "connect",   "name",       "volume",      "mode",
-          "link",   "tone", "soundbar", "enabled",  "monitor",   "atmos",      "node-remove", "sizes",
-          "doctor", "call", "--json",   "--timing", "--timeout", "Exit codes:"}) {
+         {"start",  "stop", "surround", "list",     "connect",   "name",        "volume",        "mode",
+          "link",   "tone", "soundbar", "enabled",  "monitor",   "atmos",       "node-remove",   "sizes",
+          "doctor", "call", "--json",   "--timing", "--timeout", "Exit codes:", "did not answer"}) {
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
     }
     EXPECT_EQ(Run({"start", "--help"}).exitCode, 0);

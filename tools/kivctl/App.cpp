@@ -13,9 +13,10 @@ namespace {
 
 constexpr const char* kFooter = R"(Exit codes:
   0  done; doctor: no problem found; monitor: events could come, at least for a while
-  1  the library reported a failure, doctor found one, or the output could not be
-     written; monitor: events could never come, the server refused them, or the bus
-     was lost
+  1  the server refused a request, answered with an error or did not answer in the
+     library's time; the library reported another failure, doctor found one, or the
+     output could not be written; monitor: events could never come, the server
+     refused them, or the bus was lost
   2  bad arguments; nothing was sent
   3  this device has no network speakers
   4  the command took longer than --timeout allows

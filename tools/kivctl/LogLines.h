@@ -29,4 +29,7 @@ const std::vector<LogSection>& LogSections();
 // Returns the line that a function has logged with this text, or null if the page does not have it.
 const LogLine* FindLogLine(std::string_view function, const std::string& text);
 
+// Returns the only line that begins with this text, or null if there is none, several, or the text is too short.
+const LogLine* FindCutLogLine(std::string_view text);
+
 } // namespace kiv::ctl
