@@ -71,6 +71,19 @@ inline CLI::Validator IntegerFrom(int least)
     return {complain, ""};
 }
 
+// Makes each option of the program that takes a value refuse a word that begins with "--", because CLI11 takes any next
+// word for the value. A file of such a name can be given as "./--name".
+inline void RefuseOptionsAsValues(CLI::App& app)
+{
+    for (CLI::Option* const option : app.get_options()) {
+        if (!option->get_positional() && option->get_items_expected_max() > 0) {
+            option->check([](const std::string& given) {
+                return given.starts_with("--") ? fmt::format("needs a value, got \"{}\"", given) : "";
+            });
+        }
+    }
+}
+
 // Refuses a value that does not name a file.
 inline CLI::Validator File()
 {

@@ -637,6 +637,7 @@ int Main(int argc, char** argv)
             list->excludes(option);
         }
     }
+    simulator::RefuseOptionsAsValues(app);
     try {
         app.parse(argc, argv);
         options.command = Command(app, options.listScenarios || options.list);
