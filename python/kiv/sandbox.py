@@ -77,7 +77,8 @@ def option_words(taker: str, options: Sequence[Any], named: dict[str, Any]) -> l
     except TypeError as error:
         raise TypeError(f"{allowed}: {error}") from None
     if words and not words[0].startswith("-") or "--" in words:
-        raise ValueError(f"{allowed}, got {', '.join(map(shown, options))}")
+        kind = TypeError if isinstance(options[0], int) else ValueError
+        raise kind(f"{allowed}, got {', '.join(map(shown, options))}")
     return words
 
 

@@ -90,6 +90,11 @@ def test_what_is_no_option_is_refused(options):
         kiv.Sandbox(*options)
 
 
+def test_a_number_is_not_an_option():
+    with pytest.raises(TypeError, match=r"Sandbox\(\) takes options of kiv-sandbox, such as .*, got 5, '--lazy'"):
+        kiv.Sandbox(5, "--lazy")
+
+
 def test_stderr_is_passed_on_while_the_sandbox_runs():
     """Checks that stderr is passed on at once, because output at the end would be lost in a crash."""
     code = """
