@@ -703,7 +703,9 @@ TEST_F(RecordTest, WithoutAnOlderRecordingAFailedCommandHasItsOwn)
 
 TEST_F(RecordTest, ARecordingWithoutCallsIsToldAndRefusedByStrict)
 {
-    EXPECT_EQ(Record("true").errors, "");
+    const std::string empty = ": the recording is empty: no call was made\n";
+    EXPECT_EQ(Record("true").errors, "kiv-sandbox: " + file_.string() + empty);
+    EXPECT_EQ(RunSandbox({"--record", "/dev/null", "--", "true"}).errors, "kiv-sandbox: /dev/null" + empty);
     const std::string told = "kiv-sandbox: " + file_.string() + ": the recording has no calls";
     const Outcome lenient = Replay("true");
     EXPECT_EQ(lenient.exitCode, 0);
