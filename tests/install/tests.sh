@@ -61,10 +61,10 @@ for path in /no/such/kiv-sandbox "$3"; do
 done
 
 # These calls are mistakes, which cmake must refuse before a test passes without its command.
+prefix=$2 work=$3
 refuse() { # what cmake says, arguments of kiv_add_test()
   sources=$work/mistake
-  rm -rf "$sources"
-  mkdir "$sources"
+  mkdir -p "$sources"
   cat >"$sources/CMakeLists.txt" <<TEXT
 cmake_minimum_required(VERSION 3.18)
 project(mistake LANGUAGES CXX)
@@ -75,7 +75,6 @@ TEXT
   tr -s ' \n' ' ' <"$log" | grep -qF -e "$1" || fail "cmake does not say what is wrong with $2"
 }
 
-prefix=$2 work=$3
 for words in "speakers COMMAND true" "NAME a b COMMAND true" "NAME a" "NAME a COMMAND"; do
   refuse "must be given NAME, COMMAND and, if need be, SANDBOX, got: $words" "$words"
 done
