@@ -112,8 +112,8 @@ private:
         exchanges_[*lastAnswered_].answer.events.push_back({delay, line.client, line.method, Tuple(line.arguments)});
     }
 
-    // A call of an unknown method is accepted if the server has answered it as such, or if the name is like no other: it
-    // is a call of another server then.
+    // A call of an unknown method is accepted if the server has answered it as such, or if the name is like no other:
+    // it is a call of another server then.
     void RefuseMistypedMethods()
     {
         const std::set<std::string> known = Interface(kServerXml).Methods();

@@ -359,8 +359,7 @@ void SetOrPrintBusFault(const std::string& fault)
 // The completion of shells reads the methods from the help.
 std::string MethodsForHelp()
 {
-    return fmt::format(
-        "\n\nMethods:\n  {}", fmt::join(simulator::Interface(simulator::kServerXml).Methods(), "\n  "));
+    return fmt::format("\n\nMethods:\n  {}", fmt::join(simulator::Interface(simulator::kServerXml).Methods(), "\n  "));
 }
 
 // Lets an argument be one of the words, which its help lists.
@@ -436,9 +435,10 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
             "deny-events");
     busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     TakeOneOf(busFault->add_option("FAULT", words.busFault, "none ends the fault"), kBusFaults);
-    CLI::App* const event = command(
-        "event", "push an event to every client", "0x02020028 '01 00 00 00'",
-        [&](const Simulator& simulator) { PushEvent(simulator, words); });
+    CLI::App* const event =
+        command("event", "push an event to every client", "0x02020028 '01 00 00 00'", [&](const Simulator& simulator) {
+            PushEvent(simulator, words);
+        });
     event->add_option("ID", words.eventId, "in hexadecimal, such as 0x02020028")->required();
     event->add_option("BYTES", words.bytes, "in hexadecimal");
     addClient(event);
@@ -477,15 +477,14 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->check(simulator::IntegerFrom(0));
     plain("await-server", "AwaitServer", "wait until the server is on the bus again");
     plain("exit", "Exit", "make the server end; the next call starts it again");
-    CLI::App* const show = command(
-        "show", "print home, clients and faults", "--text",
-        [&](const Simulator& simulator) { Show(simulator, words); });
+    CLI::App* const show = command("show", "print home, clients and faults", "--text", [&](const Simulator& simulator) {
+        Show(simulator, words);
+    });
     CLI::Option* const text = show->add_flag("--text", words.asText, "as aligned text");
     show->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
-    command(
-        "calls", "print the calls that the server has received", "--json",
-        [&](const Simulator& simulator) { PrintCalls(simulator, words); })
-        ->add_flag("--json", words.asJson, "as JSON");
+    command("calls", "print the calls that the server has received", "--json", [&](const Simulator& simulator) {
+        PrintCalls(simulator, words);
+    })->add_flag("--json", words.asJson, "as JSON");
     plain("forget-calls", "ForgetCalls", "empty the list of calls that the server has received");
 }
 
