@@ -1,5 +1,5 @@
 #!/bin/bash
-# usage: bash-completion.sh <completion> <program> <what is typed behind it> <what completes the last word>
+# usage: bash-completion.sh <completion> <program> <what is typed behind it> <words that complete the last word>
 set -euo pipefail
 
 . "$1"
@@ -10,4 +10,6 @@ if [[ $3 == *' ' ]]; then COMP_WORDS+=(""); fi
 COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 function=$(complete -p "${2##*/}" | sed 's/.* -F \([^ ]*\) .*/\1/')
 "$function"
-diff --label wanted --label offered <(printf '%s\n' $4) <(printf '%s\n' "${COMPREPLY[@]}")
+for word in $4; do
+  printf '%s\n' "${COMPREPLY[@]}" | grep -x -e "$word"
+done
