@@ -622,6 +622,13 @@ TEST_F(CommandTest, ValuesAreCompleted)
     EXPECT_EQ(("\n" + Run({"--complete", "soundbar", "support", "set"}).out).find("\nyes\t"), std::string::npos);
 }
 
+TEST_F(CommandTest, TheArgumentsOfHelpAreCompleted)
+{
+    EXPECT_NE(("\n" + Run({"--complete", "--json", "help"}).out).find("\nvolume\t"), std::string::npos);
+    EXPECT_NE(("\n" + Run({"--complete", "help", "volume"}).out).find("\nreset\t"), std::string::npos);
+    EXPECT_EQ(("\n" + Run({"--complete", "help", "volume"}).out).find("\nvolume\t"), std::string::npos);
+}
+
 TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)
 {
     const Ended help = Run({"--help"});
