@@ -86,6 +86,12 @@ Ended Running::Wait()
     return ended;
 }
 
+std::string Running::ErrLine()
+{
+    const std::string line = AnyErrLine();
+    return line.starts_with("kivctl: asking the server for its events, ") ? AnyErrLine() : line;
+}
+
 std::string Running::ReadLine(GDataInputStream* stream)
 {
     g_autofree char* line = g_data_input_stream_read_line(stream, nullptr, nullptr, nullptr);

@@ -37,7 +37,9 @@ public:
 
     // Return the next line without its end, or an empty text at the end of the stream.
     std::string OutLine() { return ReadLine(out_); }
-    std::string ErrLine() { return ReadLine(err_); }
+    // Passes over the line with which monitor remarks on a busy machine that it still waits. AnyErrLine() returns it.
+    std::string ErrLine();
+    std::string AnyErrLine() { return ReadLine(err_); }
 
     void Signal(int number) { g_subprocess_send_signal(process_, number); }
 

@@ -141,15 +141,16 @@ std::string Recorder::Finish(bool hasFailed)
     if (!file_) {
         throw std::runtime_error(fmt::format("{}: cannot be written", name_));
     }
-    const std::string complaint =
-        lastNumber_ == 0 ? fmt::format("kiv-sandbox: {}: the recording is empty: no call was made\n", name_) : "";
+    const bool isEmpty = lastNumber_ == 0;
+    std::string complaint =
+        isEmpty ? fmt::format("kiv-sandbox: {}: the recording is empty: no call was made\n", name_) : "";
     if (part_.empty()) {
         return complaint;
     }
-    if (hasFailed && fs::exists(target_) && !fs::is_empty(target_)) {
-        const std::string recorded =
-            fs::is_empty(part_) ? "recorded nothing" : fmt::format("is recorded in {}", part_.string());
-        return fmt::format("kiv-sandbox: {} stays as it was: the command failed, and {}\n", name_, recorded);
+    if ((hasFailed || isEmpty) && fs::exists(target_) && !fs::is_empty(target_)) {
+        return fmt::format(
+            "kiv-sandbox: {} stays as it was: {}\n", name_,
+            isEmpty ? "no call was made" : fmt::format("the command failed, and is recorded in {}", part_.string()));
     }
     std::error_code error;
     fs::rename(part_, target_, error);

@@ -27,9 +27,9 @@ public:
     Recorder& operator=(const Recorder&) = delete;
 
     void Add(const Message& message);
-    // Renames the recording to its file. If the run failed and the file exists, the partial file keeps its name, and a
-    // line for stderr that says so is returned. For a recording without calls, a line that says so is returned.
-    // Otherwise returns nothing. Throws std::runtime_error if the recording is not complete.
+    // Renames the recording to its file. A file that is not empty stays as it was if the run failed, and the partial
+    // file then keeps its name, or if no call was made. Returns a line for stderr that says so, or that the recording
+    // is empty, or nothing. Throws std::runtime_error if the recording is not complete.
     std::string Finish(bool hasFailed);
 
 private:
