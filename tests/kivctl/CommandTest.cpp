@@ -3,7 +3,6 @@
 #include <KivServiceInterface.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <set>
@@ -540,11 +539,23 @@ TEST_F(CommandTest, AMonitorShowsLinesOnceItIsReady)
     EXPECT_EQ(monitor.Wait().exitCode, 0);
 }
 
-TEST(OutputTest, ThatCannotBeWrittenIsAFailure)
+TEST_F(CommandTest, OutputThatCannotBeWrittenIsAFailure)
 {
-    const int status = std::system(KIV_CTL " sizes > /dev/full 2> /dev/null");
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 1);
+    for (const std::string words : {"sizes", "help", "--help", "--version", "volume set --help"}) {
+        for (const char* output : {"/dev/full", "&-"}) {
+            const Ended ended = RunInShell("kivctl " + words + " >" + output);
+            EXPECT_EQ(ended.exitCode, 1) << words;
+            EXPECT_EQ(ended.err, "kivctl: the output could not be written\n") << words;
+        }
+    }
+}
+
+TEST_F(CommandTest, OutputToAClosedStreamGoesNowhere)
+{
+    const Ended ended = RunInShell("env -u KIV_LOG_LEVEL kivctl doctor >&-");
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_EQ(ended.err.find("ok "), std::string::npos) << ended.err;
+    EXPECT_TRUE(ended.err.ends_with("kivctl: the output could not be written\n")) << ended.err;
 }
 
 // Returns the commands that have no subcommands, without the library's functions.
