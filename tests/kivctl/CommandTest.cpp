@@ -238,8 +238,15 @@ TEST_F(CommandTest, EachMethodOfTheServerHasACommand)
 TEST_F(CommandTest, ABusThatIsNotThereIsAFailure)
 {
     bus_.Kill();
-    ExpectFailure({"stop"}, 1, "the network-speaker server cannot be reached");
-    ExpectFailure({"monitor"}, 1, "the system bus cannot be reached: ");
+    const std::string reason =
+        "the system bus cannot be reached at " + bus_.Address() + " (from DBUS_SYSTEM_BUS_ADDRESS): ";
+    ExpectFailure({"stop"}, 1, "the network-speaker server cannot be reached: " + reason);
+    ExpectFailure({"monitor"}, 1, reason);
+    for (const char* command : {"stop", "monitor"}) {
+        const std::string told = Run({command}).err;
+        EXPECT_TRUE(told.ends_with("; correct or unset DBUS_SYSTEM_BUS_ADDRESS, or start the bus that it names\n"))
+            << told;
+    }
 }
 
 TEST_F(CommandTest, AFailureEndsWithWhoTellsWhy)
@@ -269,6 +276,7 @@ TEST_F(CommandTest, AnErrorOfAServerThatIsReachedIsNamed)
     EXPECT_TRUE(Run({"stop"}).err.ends_with("; the server's own log tells why\n"));
     SetFault("check_dbus_connection", "reply", "<(5,)>");
     ExpectFailure({"stop"}, 1, "the network-speaker server answers (i) instead of a client id");
+    EXPECT_TRUE(Run({"stop"}).err.ends_with("; use a server that serves this interface (man kiv-dbus)\n"));
 }
 
 // doctor checks the way to the server, and no single requests.
@@ -278,6 +286,8 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
     SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
     SetFault("GetSurroundChannelNumber", "reply", "<('text',)>");
     SetFault("GetSoundbarDeviceInfo", "reply", "<(@ay [],)>");
+    SetFault("kiv_is_receiver_atmos", "error", "'org.freedesktop.DBus.Error.UnknownMethod'");
+    SetFault("CanCancelTavrin", "error", "'org.lumra.tv.networkspeaker.simulator.Error.NotRecorded'");
     const struct {
         Arguments arguments;
         const char* end;
@@ -289,7 +299,11 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
          ": the server sent nothing usable, which usually means that it has no such soundbar; otherwise it has "
          "another version of the interface\n"},
         {{"surround", "channels"},
-         ": the answer must be of the D-Bus type (i), got (s); the server's own log tells why\n"},
+         ": the answer must be of the D-Bus type (i), got (s); use a server that serves this interface (man "
+         "kiv-dbus)\n"},
+        {{"atmos"}, "Error.UnknownMethod; use a server that serves this interface (man kiv-dbus)\n"},
+        {{"link", "can-cancel"},
+         "Error.NotRecorded; the server replays a recording that has no such call: record one that has it\n"},
         {{"stop"}, ": the server refused it; the server's own log tells why\n"},
         {{"surround", "off"}, "with the error org.example.Broken; the server's own log tells why\n"},
     };

@@ -436,7 +436,9 @@ TEST_F(MonitorTest, EndsInTimeWhileTheBusHangs)
     const Ended ended = Run({"monitor", "--for", "2"});
     EXPECT_LT(Clock::now() - start, kPrompt);
     EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_TRUE(ended.err.starts_with("kivctl: never ready, no event could come: the system bus has not answered"))
+    EXPECT_NE(
+        ended.err.find("kivctl: never ready, no event could come: the system bus has not answered; "),
+        std::string::npos)
         << ended.err;
     kill(bus_.DaemonPid(), SIGCONT);
 }

@@ -27,6 +27,8 @@ request failed. So "sent" means that the server has taken the request, and "no" 
 that the server has said no. If a request failed, kivctl shows the lines of the log on
 stderr. With --verbose, or if KIV_LOG_LEVEL is set, it always shows them.
 
+If the bus has not answered after about a second, kivctl says so on stderr, and waits.
+
 monitor ends within about a second after Ctrl-C, SIGTERM or the time of --for, also
 while the server or the bus hangs.
 

@@ -12,6 +12,9 @@ namespace kiv::ctl {
 // The time that most functions of the library take at most, while the bus daemon answers.
 inline constexpr int kCallLimitSeconds = 32;
 
+// The library's first call of the server. The answer is the client's id.
+inline constexpr const char* kIdMethod = "check_dbus_connection";
+
 struct SeenCall {
     enum class Outcome { kUnanswered, kAnswered, kError };
 

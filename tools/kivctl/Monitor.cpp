@@ -76,7 +76,9 @@ void Monitor::Run(const std::function<void()>& ending)
     g_autoptr(GError) error = nullptr;
     bus_ = ConnectToSystemBus(&error);
     if (bus_ == nullptr) {
-        Fail(BusFailed(fmt::format("the system bus cannot be reached: {}", error->message)));
+        Result failed = BusFailed("the system bus " + NoBusText(error->message));
+        failed.advice = NoBusAdvice(failed.advice);
+        Fail(failed);
         return;
     }
     StartServerOrWait();

@@ -1,3 +1,4 @@
+#include "Alarm.h"
 #include "App.h"
 #include "CallWatch.h"
 #include "Completion.h"
@@ -22,6 +23,9 @@ namespace {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
+// A command says that the bus does not answer after this time.
+constexpr std::chrono::seconds kBusPatience{1};
+
 // The shells call kivctl with this word for completion.
 constexpr const char* kComplete = "--complete";
 // The build calls kivctl with this word to write the man page.
@@ -37,6 +41,10 @@ void AddAdvice(Result& result)
 
 Result RunAction(const Choice& choice, const Output& output)
 {
+    std::optional<Alarm> alarm;
+    if (choice.asks != Asks::kNobody) {
+        alarm.emplace(kBusPatience, [&output] { RemarkSilentBus(output); });
+    }
     try {
         if (choice.asks == Asks::kServer && !GetWhetherKivDisabled()) {
             WatchCalls();
