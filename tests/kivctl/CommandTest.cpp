@@ -664,6 +664,7 @@ TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)
           "doctor", "call", "--json",   "--timing", "--timeout", "Exit codes:", "did not answer"}) {
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
     }
+    EXPECT_NE(help.out.find("lets the server's events through is doctor's to say"), std::string::npos);
     EXPECT_EQ(Run({"start", "--help"}).exitCode, 0);
     EXPECT_EQ(
         Run({"--version"}).out, "kivctl " + std::to_string(KIV_VERSION_MAJOR) + "." +

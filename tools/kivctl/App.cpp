@@ -12,7 +12,8 @@ namespace kiv::ctl {
 namespace {
 
 constexpr const char* kFooter = R"(Exit codes:
-  0  done; doctor: no problem found; monitor: events could come, at least for a while
+  0  done; doctor: no problem found; monitor: subscribed and reachable, at least for a
+     while; whether the bus lets the server's events through is doctor's to say
   1  the server refused a request, answered with an error or did not answer in the
      library's time; the library reported another failure, doctor found one, or the
      output could not be written; monitor: events could never come, the server

@@ -139,4 +139,12 @@ std::string NoOwnerText(const std::string& name)
     return fmt::format("nobody owns the bus name {}, and the bus may not let this user own it", name);
 }
 
+std::string OtherIdText(const std::string& id, const std::string& served)
+{
+    return fmt::format(
+        "the server answers the subscription with the client id \"{}\", but gave \"{}\" before, for which alone the "
+        "library receives events",
+        id, served);
+}
+
 } // namespace kiv::ctl

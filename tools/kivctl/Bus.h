@@ -58,4 +58,8 @@ bool AwaitOwner(GDBusConnection* bus, const std::string& name);
 // Returns why a client receives no events when its name has no owner.
 std::string NoOwnerText(const std::string& name);
 
+// Returns why a client receives no events when the server gave another id in the subscription, and what to do.
+std::string OtherIdText(const std::string& id, const std::string& served);
+inline constexpr const char* kKeepTheId = "have the server keep the id of a process as long as the process lives";
+
 } // namespace kiv::ctl

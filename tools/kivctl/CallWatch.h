@@ -35,6 +35,7 @@ struct SeenCalls {
     std::optional<SeenCall> ownerQuery; // the last query whether the server's name has an owner
     bool serverGone = false;            // the last answer of the bus was that the server does not run
     std::optional<SeenCall> server;     // the last call on the server
+    std::string clientId;               // the last answer to kIdMethod
 };
 
 // Begins to watch. Waits for a bus that does not answer as long as the library would.

@@ -398,13 +398,7 @@ Finding Checks::LookAtSubscription()
         return NoId("the server answers the subscription with", call->type);
     }
     if (call->text != id_) {
-        return {
-            State::kProblem,
-            fmt::format(
-                "the server answers the subscription with the client id \"{}\", but gave \"{}\" before, for which "
-                "alone the library receives events",
-                call->text, id_),
-            "have the server keep the id of a process as long as the process lives"};
+        return {State::kProblem, OtherIdText(call->text, id_), kKeepTheId};
     }
     return {State::kOk, "the server accepts the subscription"};
 }
