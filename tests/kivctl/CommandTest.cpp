@@ -3,7 +3,6 @@
 #include <KivServiceInterface.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <set>
@@ -239,8 +238,15 @@ TEST_F(CommandTest, EachMethodOfTheServerHasACommand)
 TEST_F(CommandTest, ABusThatIsNotThereIsAFailure)
 {
     bus_.Kill();
-    ExpectFailure({"stop"}, 1, "the network-speaker server cannot be reached");
-    ExpectFailure({"monitor"}, 1, "the system bus cannot be reached: ");
+    const std::string reason =
+        "the system bus cannot be reached at " + bus_.Address() + " (from DBUS_SYSTEM_BUS_ADDRESS): ";
+    ExpectFailure({"stop"}, 1, "the network-speaker server cannot be reached: " + reason);
+    ExpectFailure({"monitor"}, 1, reason);
+    for (const char* command : {"stop", "monitor"}) {
+        const std::string told = Run({command}).err;
+        EXPECT_TRUE(told.ends_with("; correct or unset DBUS_SYSTEM_BUS_ADDRESS, or start the bus that it names\n"))
+            << told;
+    }
 }
 
 TEST_F(CommandTest, AFailureEndsWithWhoTellsWhy)
@@ -270,6 +276,7 @@ TEST_F(CommandTest, AnErrorOfAServerThatIsReachedIsNamed)
     EXPECT_TRUE(Run({"stop"}).err.ends_with("; the server's own log tells why\n"));
     SetFault("check_dbus_connection", "reply", "<(5,)>");
     ExpectFailure({"stop"}, 1, "the network-speaker server answers (i) instead of a client id");
+    EXPECT_TRUE(Run({"stop"}).err.ends_with("; use a server that serves this interface (man kiv-dbus)\n"));
 }
 
 // doctor checks the way to the server, and no single requests.
@@ -279,6 +286,8 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
     SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
     SetFault("GetSurroundChannelNumber", "reply", "<('text',)>");
     SetFault("GetSoundbarDeviceInfo", "reply", "<(@ay [],)>");
+    SetFault("kiv_is_receiver_atmos", "error", "'org.freedesktop.DBus.Error.UnknownMethod'");
+    SetFault("CanCancelTavrin", "error", "'org.lumra.tv.networkspeaker.simulator.Error.NotRecorded'");
     const struct {
         Arguments arguments;
         const char* end;
@@ -290,7 +299,11 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
          ": the server sent nothing usable, which usually means that it has no such soundbar; otherwise it has "
          "another version of the interface\n"},
         {{"surround", "channels"},
-         ": the answer must be of the D-Bus type (i), got (s); the server's own log tells why\n"},
+         ": the answer must be of the D-Bus type (i), got (s); use a server that serves this interface (man "
+         "kiv-dbus)\n"},
+        {{"atmos"}, "Error.UnknownMethod; use a server that serves this interface (man kiv-dbus)\n"},
+        {{"link", "can-cancel"},
+         "Error.NotRecorded; the server replays a recording that has no such call: record one that has it\n"},
         {{"stop"}, ": the server refused it; the server's own log tells why\n"},
         {{"surround", "off"}, "with the error org.example.Broken; the server's own log tells why\n"},
     };
@@ -540,11 +553,23 @@ TEST_F(CommandTest, AMonitorShowsLinesOnceItIsReady)
     EXPECT_EQ(monitor.Wait().exitCode, 0);
 }
 
-TEST(OutputTest, ThatCannotBeWrittenIsAFailure)
+TEST_F(CommandTest, OutputThatCannotBeWrittenIsAFailure)
 {
-    const int status = std::system(KIV_CTL " sizes > /dev/full 2> /dev/null");
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 1);
+    for (const std::string words : {"sizes", "help", "--help", "--version", "volume set --help"}) {
+        for (const char* output : {"/dev/full", "&-"}) {
+            const Ended ended = RunInShell("kivctl " + words + " >" + output);
+            EXPECT_EQ(ended.exitCode, 1) << words;
+            EXPECT_EQ(ended.err, "kivctl: the output could not be written\n") << words;
+        }
+    }
+}
+
+TEST_F(CommandTest, OutputToAClosedStreamGoesNowhere)
+{
+    const Ended ended = RunInShell("env -u KIV_LOG_LEVEL kivctl doctor >&-");
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_EQ(ended.err.find("ok "), std::string::npos) << ended.err;
+    EXPECT_TRUE(ended.err.ends_with("kivctl: the output could not be written\n")) << ended.err;
 }
 
 // Returns the commands that have no subcommands, without the library's functions.
@@ -639,6 +664,7 @@ TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)
           "doctor", "call", "--json",   "--timing", "--timeout", "Exit codes:", "did not answer"}) {
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
     }
+    EXPECT_NE(help.out.find("lets the server's events through is doctor's to say"), std::string::npos);
     EXPECT_EQ(Run({"start", "--help"}).exitCode, 0);
     EXPECT_EQ(
         Run({"--version"}).out, "kivctl " + std::to_string(KIV_VERSION_MAJOR) + "." +

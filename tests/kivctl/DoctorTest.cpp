@@ -111,7 +111,31 @@ TEST_F(DoctorTest, FindsNothingWhereAllIsWell)
                                 "ok client id", "ok subscription", "ok endpoint", "ok events"}));
     EXPECT_EQ(text.out.find("->"), std::string::npos) << text.out;
     EXPECT_TRUE(text.out.ends_with("\nnothing is wrong: 0 problems, 0 notes, 10 ok, 0 skipped\n")) << text.out;
-    ExpectBegins(Examine().at("events"), "ok: a test event arrived");
+    const auto found = Examine();
+    EXPECT_EQ(
+        found.at("call"),
+        "ok: the server answers check_dbus_connection; other methods are not tried: try one with kivctl call");
+    ExpectBegins(found.at("events"), "ok: a test event arrived");
+}
+
+TEST_F(DoctorTest, ShowsTheLibrarysLinesBelowTheProblem)
+{
+    SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
+    const std::string text = RunInShell("env -u KIV_LOG_LEVEL kivctl doctor 2>&1").out;
+    const size_t line = text.find("[GDBus.Error:org.example.Broken");
+    ASSERT_NE(line, std::string::npos) << text;
+    EXPECT_LT(text.find("problem  subscription"), line) << text;
+    EXPECT_LT(line, text.find("skipped  endpoint")) << text;
+}
+
+TEST_F(DoctorTest, TellsThatARecordingLacksTheCall)
+{
+    SetFault("check_dbus_connection", "error", "'org.lumra.tv.networkspeaker.simulator.Error.NotRecorded'");
+    EXPECT_EQ(
+        AdviceOf(
+            Run({"doctor"}).out,
+            "the server answers with the error org.lumra.tv.networkspeaker.simulator.Error.NotRecorded"),
+        "the server replays a recording that has no such call: record one that has it");
 }
 
 TEST_F(DoctorTest, ShowsEachFindingBeforeTheNextCheck)
@@ -187,8 +211,10 @@ TEST_F(DoctorTest, NotesWhatTakesOverASecond)
     const std::vector<std::string> subjects = Subjects(text.out);
     EXPECT_EQ(subjects.at(5), "note call");
     EXPECT_NE(
-        text.out.find(" ms  the server answers\n" + std::string(33, ' ') + "-> this took over 1 s, "),
+        text.out.find(" try one with kivctl call\n" + std::string(33, ' ') + "-> this took over 1 s, "),
         std::string::npos)
+        << text.out;
+    EXPECT_NE(text.out.find("\nno problem found, but see the 2 notes: 0 problems, 2 notes, "), std::string::npos)
         << text.out;
 }
 
@@ -227,7 +253,9 @@ TEST_F(DoctorTest, FindsThatTheBusDoesNotAnswer)
     const auto found = Examine();
     const Ended timed = Run({"--timeout", "1", "doctor"});
     kill(bus_.DaemonPid(), SIGCONT);
-    EXPECT_EQ(found.at("bus"), "problem: does not answer at " + bus_.Address() + ": no answer within 8 s");
+    EXPECT_EQ(
+        found.at("bus"),
+        "problem: does not answer at " + bus_.Address() + " (from DBUS_SYSTEM_BUS_ADDRESS): no answer within 8 s");
     EXPECT_EQ(found.at("events"), BecauseOf("bus"));
     EXPECT_EQ(timed.exitCode, 4);
     EXPECT_EQ(AdviceOf(timed.out, "not known within --timeout"), "give it 9 s");
@@ -291,7 +319,12 @@ TEST_F(DoctorTest, FindsThatThereIsNoBus)
 {
     bus_.Kill();
     const auto found = Examine();
-    ExpectBegins(found.at("bus"), "problem: cannot be reached: ");
+    ExpectBegins(
+        found.at("bus"),
+        "problem: cannot be reached at " + bus_.Address() + " (from DBUS_SYSTEM_BUS_ADDRESS): Could not connect: ");
+    EXPECT_NE(
+        Run({"doctor"}).out.find("-> correct or unset DBUS_SYSTEM_BUS_ADDRESS, or start the bus that it names\n"),
+        std::string::npos);
     for (const char* subject :
          {"client name", "activation", "server", "call", "client id", "subscription", "endpoint", "events"}) {
         EXPECT_EQ(found.at(subject), BecauseOf("bus"));
@@ -311,6 +344,8 @@ TEST_F(DoctorTest, NotesThatNobodyCanStartTheServerAgain)
     const auto found = Examine();
     EXPECT_EQ(found.at("activation"), "note: the bus cannot start the server; if the server ends, it stays away");
     ExpectBegins(found.at("events"), "ok: ");
+    EXPECT_TRUE(
+        Run({"doctor"}).out.ends_with("\nno problem found, but see the note: 0 problems, 1 note, 9 ok, 0 skipped\n"));
 }
 
 TEST_F(DoctorTest, FindsThatTheServerDoesNotStart)

@@ -317,6 +317,9 @@ TEST(ExplainTest, SaysThatALogHasNoLineOfTheLibrarys)
         EXPECT_NE(others.err.find(part), std::string::npos) << others.err;
     }
     EXPECT_EQ(RunExplain("", {}).err.find("kivctl: the log is empty; "), 0U);
+    const Explained skipped = RunExplain(std::string(100, '\0'), {});
+    EXPECT_NE(skipped.err.find("\nkivctl: none of the remaining lines is the library's; "), std::string::npos)
+        << skipped.err;
     EXPECT_EQ(RunExplain(kMethodCallError, {}).err, "");
     EXPECT_EQ(RunExplain("kernel: usb\n", {"--json"}).err, "");
 }

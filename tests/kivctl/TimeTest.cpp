@@ -9,6 +9,9 @@ namespace {
 
 using TimeTest = KivctlTest;
 
+constexpr const char* kBusHangs =
+    "kivctl: the system bus has not answered yet, and kivctl waits for it; kivctl doctor tells why";
+
 TEST_F(TimeTest, ACallThatTakesLongerThanItMayIsGivenUp)
 {
     SetFault("StopNetworkSpeaker", "silent", "true");
@@ -49,12 +52,23 @@ TEST_F(TimeTest, SaysWhatItWaitedFor)
     const Ended stop = Run({"--timeout", "2", "stop"});
     kill(bus_.DaemonPid(), SIGCONT);
     EXPECT_EQ(
-        stop.err, "kivctl: stop: not done within 2000 ms: the system bus does not answer; kivctl doctor tells why\n");
+        stop.err, std::string(kBusHangs) +
+                      "\nkivctl: stop: not done within 2000 ms: the system bus does not answer; kivctl doctor tells "
+                      "why\n");
 
     const std::string fifo = bus_.Directory() / "log";
     ASSERT_EQ(mkfifo(fifo.c_str(), S_IRUSR | S_IWUSR), 0);
     ExpectFailure(
         {"--timeout", "2", "explain", fifo}, 4, "explain: not done within 2000 ms: kivctl waits for its input");
+}
+
+TEST_F(TimeTest, SaysThatItWaitsForTheBus)
+{
+    kill(bus_.DaemonPid(), SIGSTOP);
+    EXPECT_EQ(Running(bus_, {"mode", "get"}).ErrLine(), kBusHangs);
+    EXPECT_EQ(Running(bus_, {"monitor"}).ErrLine(), kBusHangs);
+    EXPECT_EQ(Run({"--json", "--timeout", "2", "mode", "get"}).err, "");
+    kill(bus_.DaemonPid(), SIGCONT);
 }
 
 TEST_F(TimeTest, ACallInTimeIsAsWithoutALimit)

@@ -12,7 +12,8 @@ namespace kiv::ctl {
 namespace {
 
 constexpr const char* kFooter = R"(Exit codes:
-  0  done; doctor: no problem found; monitor: events could come, at least for a while
+  0  done; doctor: no problem found; monitor: subscribed and reachable, at least for a
+     while; whether the bus lets the server's events through is doctor's to say
   1  the server refused a request, answered with an error or did not answer in the
      library's time; the library reported another failure, doctor found one, or the
      output could not be written; monitor: events could never come, the server
@@ -26,6 +27,8 @@ success, or return nothing. kivctl then reads from the library's log whether the
 request failed. So "sent" means that the server has taken the request, and "no" means
 that the server has said no. If a request failed, kivctl shows the lines of the log on
 stderr. With --verbose, or if KIV_LOG_LEVEL is set, it always shows them.
+
+If the bus has not answered after about a second, kivctl says so on stderr, and waits.
 
 monitor ends within about a second after Ctrl-C, SIGTERM or the time of --for, also
 while the server or the bus hangs.

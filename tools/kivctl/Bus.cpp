@@ -4,7 +4,14 @@
 
 #include <fmt/format.h>
 
+#include <cstdlib>
+
 namespace kiv::ctl {
+namespace {
+
+constexpr const char* kAddressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
+
+} // namespace
 
 ClientNames::ClientNames(const std::string& id)
     : name(kClientNamePrefix + id), path("/org/lumra/tv/networkspeaker/client/" + id),
@@ -16,6 +23,26 @@ bool ClientNames::Fit() const
 {
     return g_dbus_is_name(name.c_str()) != FALSE && g_variant_is_object_path(path.c_str()) != FALSE &&
            g_dbus_is_interface_name(interface.c_str()) != FALSE;
+}
+
+std::string BusAddress()
+{
+    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    return fmt::format(
+        "{}{}", address == nullptr ? "an unknown address" : address,
+        std::getenv(kAddressVariable) == nullptr ? "" : fmt::format(" (from {})", kAddressVariable));
+}
+
+std::string NoBusText(const std::string& reason)
+{
+    return fmt::format("cannot be reached at {}: {}", BusAddress(), reason);
+}
+
+std::string NoBusAdvice(const std::string& otherwise)
+{
+    return std::getenv(kAddressVariable) == nullptr
+               ? otherwise
+               : fmt::format("correct or unset {}, or start the bus that it names", kAddressVariable);
 }
 
 GDBusConnection* ConnectToSystemBus(GError** error, GCancellable* cancellable)
@@ -110,6 +137,14 @@ bool AwaitOwner(GDBusConnection* bus, const std::string& name)
 std::string NoOwnerText(const std::string& name)
 {
     return fmt::format("nobody owns the bus name {}, and the bus may not let this user own it", name);
+}
+
+std::string OtherIdText(const std::string& id, const std::string& served)
+{
+    return fmt::format(
+        "the server answers the subscription with the client id \"{}\", but gave \"{}\" before, for which alone the "
+        "library receives events",
+        id, served);
 }
 
 } // namespace kiv::ctl

@@ -7,6 +7,7 @@
 namespace kiv::ctl {
 
 inline constexpr const char* kBusName = "org.freedesktop.DBus";
+inline constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
 inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 inline constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
 
@@ -21,6 +22,14 @@ struct ClientNames {
     std::string path;
     std::string interface;
 };
+
+// Returns the address of the system bus, and where it comes from unless it is the usual one.
+std::string BusAddress();
+
+// Returns the predicate of a sentence about a bus that cannot be reached, and what to do. The advice is the given one
+// unless the environment names the bus.
+std::string NoBusText(const std::string& reason);
+std::string NoBusAdvice(const std::string& otherwise);
 
 // Returns a connection of kivctl's own, because the library may close its connection and open another.
 GDBusConnection* ConnectToSystemBus(GError** error, GCancellable* cancellable = nullptr);
@@ -48,5 +57,9 @@ bool AwaitOwner(GDBusConnection* bus, const std::string& name);
 
 // Returns why a client receives no events when its name has no owner.
 std::string NoOwnerText(const std::string& name);
+
+// Returns why a client receives no events when the server gave another id in the subscription, and what to do.
+std::string OtherIdText(const std::string& id, const std::string& served);
+inline constexpr const char* kKeepTheId = "have the server keep the id of a process as long as the process lives";
 
 } // namespace kiv::ctl

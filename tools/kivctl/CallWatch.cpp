@@ -81,6 +81,9 @@ void SeeReply(GDBusMessage* message)
     const std::scoped_lock lock(g_seenMutex);
     if (g_seen.server && serial == g_serverSerial) {
         Complete(*g_seen.server, message);
+        if (g_seen.server->method == kIdMethod && g_seen.server->outcome == SeenCall::Outcome::kAnswered) {
+            g_seen.clientId = g_seen.server->text;
+        }
     } else if (g_seen.ownerQuery && serial == g_ownerSerial) {
         Complete(*g_seen.ownerQuery, message);
         g_seen.serverGone = IsFalse(g_dbus_message_get_body(message));

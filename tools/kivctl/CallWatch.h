@@ -12,6 +12,9 @@ namespace kiv::ctl {
 // The time that most functions of the library take at most, while the bus daemon answers.
 inline constexpr int kCallLimitSeconds = 32;
 
+// The library's first call of the server. The answer is the client's id.
+inline constexpr const char* kIdMethod = "check_dbus_connection";
+
 struct SeenCall {
     enum class Outcome { kUnanswered, kAnswered, kError };
 
@@ -32,6 +35,7 @@ struct SeenCalls {
     std::optional<SeenCall> ownerQuery; // the last query whether the server's name has an owner
     bool serverGone = false;            // the last answer of the bus was that the server does not run
     std::optional<SeenCall> server;     // the last call on the server
+    std::string clientId;               // the last answer to kIdMethod
 };
 
 // Begins to watch. Waits for a bus that does not answer as long as the library would.

@@ -5,6 +5,7 @@
 #include "CallWatch.h"
 #include "Feature.h"
 #include "MainLoop.h"
+#include "simulator/Replay.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -37,7 +38,6 @@ constexpr const char* kInstallPolicy =
 constexpr const char* kSeeTheServersLog = "look into the server's own log, and start it by hand to see what it says";
 constexpr const char* kSeeWhyItEnded = "look into the server's own log to see why it ended";
 constexpr const char* kRunServiceFile = "run the command of its service file by hand to see what it says";
-constexpr const char* kUseThisInterface = "use a server that serves this version of the interface";
 constexpr const char* kMendSocket =
     "this user may not use the bus's socket, or a folder on its path: let all users write to the socket";
 constexpr const char* kMakeBus =
@@ -53,7 +53,6 @@ constexpr const char* kSeeTheLibrarysLog = "see the library's log: kivctl --verb
 constexpr const char* kSubscribeMethod = "SubscribeNamServiceCallback";
 constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
 constexpr const char* kNoReply = "org.freedesktop.DBus.Error.NoReply";
-constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
 constexpr const char* kSpawnErrors = "org.freedesktop.DBus.Error.Spawn.";
 
 bool IsDenied(const GError* error)
@@ -248,19 +247,19 @@ Finding Checks::Bus()
         const Alarm alarm(std::chrono::milliseconds(kConnectLimitMs), [&] { g_cancellable_cancel(cancellable); });
         bus_ = ConnectToSystemBus(&error, cancellable);
     }
-    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
     if (bus_ != nullptr) {
-        return {State::kOk, fmt::format("reached at {}", address)};
+        return {State::kOk, "reached at " + BusAddress()};
     }
     if (IsSilence(error)) {
         return {
-            State::kProblem, fmt::format("does not answer at {}: {}", address, NoAnswer(kConnectLimitMs)), kWakeTheBus};
+            State::kProblem, fmt::format("does not answer at {}: {}", BusAddress(), NoAnswer(kConnectLimitMs)),
+            kWakeTheBus};
     }
     if (g_dbus_error_is_remote_error(error) != FALSE) {
         return {State::kProblem, "answers with the error " + ErrorText(error), "see the log of the bus daemon"};
     }
     const bool isKeptOut = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED) != FALSE;
-    return {State::kProblem, fmt::format("cannot be reached: {}", error->message), isKeptOut ? kMendSocket : kMakeBus};
+    return {State::kProblem, NoBusText(error->message), isKeptOut ? kMendSocket : NoBusAdvice(kMakeBus)};
 }
 
 Finding Checks::ClientName()
@@ -325,8 +324,7 @@ GVariant* Checks::AskForId(GError** error)
 {
     return g_dbus_connection_call_sync(
         bus_, kServerName, "/org/lumra/tv/networkspeaker/server", "org.lumra.tv.networkspeaker.server.interface",
-        "check_dbus_connection", g_variant_new("(i)", getpid()), nullptr, G_DBUS_CALL_FLAGS_NONE, kServerLimitMs,
-        nullptr, error);
+        kIdMethod, g_variant_new("(i)", getpid()), nullptr, G_DBUS_CALL_FLAGS_NONE, kServerLimitMs, nullptr, error);
 }
 
 std::string Checks::ServerAdvice(const std::string& error)
@@ -347,7 +345,8 @@ std::string Checks::ServerAdvice(const std::string& error)
     if (error.starts_with(kUnknownMethod)) {
         return fmt::format("{}; process {} has the server's name", kUseThisInterface, ProcessOf(bus_, kServerName));
     }
-    return "look into the server's own log to see what the error means";
+    return error.starts_with(simulator::kNotRecorded) ? kRecordingLacksCall
+                                                      : "look into the server's own log to see what the error means";
 }
 
 Finding Checks::Call()
@@ -366,7 +365,9 @@ Finding Checks::Call()
     const char* text = nullptr;
     g_variant_get(reply, "(&s)", &text);
     id_ = text;
-    return {State::kOk, "the server answers"};
+    return {
+        State::kOk,
+        fmt::format("the server answers {}; other methods are not tried: try one with kivctl call", kIdMethod)};
 }
 
 Finding Checks::ClientId()
@@ -397,13 +398,7 @@ Finding Checks::LookAtSubscription()
         return NoId("the server answers the subscription with", call->type);
     }
     if (call->text != id_) {
-        return {
-            State::kProblem,
-            fmt::format(
-                "the server answers the subscription with the client id \"{}\", but gave \"{}\" before, for which "
-                "alone the library receives events",
-                call->text, id_),
-            "have the server keep the id of a process as long as the process lives"};
+        return {State::kProblem, OtherIdText(call->text, id_), kKeepTheId};
     }
     return {State::kOk, "the server accepts the subscription"};
 }

@@ -1,7 +1,9 @@
 #include "Command.h"
 
+#include "Bus.h"
 #include "CallLog.h"
 #include "CallWatch.h"
+#include "simulator/Replay.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -14,7 +16,6 @@ namespace {
 
 using Outcome = SeenCall::Outcome;
 
-constexpr const char* kIdMethod = "check_dbus_connection"; // the library's first call of the server
 constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
 constexpr const char* kBusIsSilent = "the system bus does not answer";
 constexpr const char* kConnectionIsLost = "the connection to the system bus is lost";
@@ -30,9 +31,26 @@ bool Is(const std::optional<SeenCall>& call, Outcome outcome)
     return call && call->outcome == outcome;
 }
 
+bool BusIsSilent(const SeenCalls& seen)
+{
+    return seen.connecting || Is(seen.ownerQuery, Outcome::kUnanswered);
+}
+
 std::string BusDoesNotTell(const SeenCalls& seen)
 {
     return "the bus does not say whether the server runs: " + seen.ownerQuery->error;
+}
+
+// Returns the advice for an error that answers a call of the server.
+const char* AdviceOn(const std::string& error)
+{
+    if (error.starts_with(kDenied)) {
+        return "have the policy of the bus allow it";
+    }
+    if (error.starts_with(kUnknownMethod)) {
+        return kUseThisInterface;
+    }
+    return error.starts_with(simulator::kNotRecorded) ? kRecordingLacksCall : kServersLogTellsWhy;
 }
 
 // Returns why the library did not reach the server. A command that has not called the library gives its own reason.
@@ -44,7 +62,9 @@ Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
             fmt::format("the network-speaker server cannot be reached{}{}", reason.empty() ? "" : ": ", reason));
     };
     if (!seen.noBus.empty()) {
-        return unreachable("no connection to the system bus: " + seen.noBus);
+        Reason reason = unreachable("the system bus " + NoBusText(seen.noBus));
+        reason.advice = NoBusAdvice(reason.advice);
+        return reason;
     }
     if (seen.lost) {
         return unreachable(kConnectionIsLost);
@@ -66,9 +86,11 @@ Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
                    ? unreachable(seen.server->error)
                    : Reason{
                          kFailed, "the network-speaker server answers with the error " + seen.server->error,
-                         kServersLogTellsWhy};
+                         AdviceOn(seen.server->error)};
     default:
-        return failed(fmt::format("the network-speaker server answers {} instead of a client id", seen.server->type));
+        return {
+            kFailed, fmt::format("the network-speaker server answers {} instead of a client id", seen.server->type),
+            kUseThisInterface};
     }
 }
 
@@ -101,9 +123,9 @@ Reason WhyRequestFailed(const std::string& function, const std::string& libraryR
             fmt::format(
                 "the {} answered {}with the error {}", seen.server->isOfBus ? "bus" : "server", method,
                 seen.server->error),
-            seen.server->error.starts_with(kDenied) ? "have the policy of the bus allow it" : kServersLogTellsWhy};
+            AdviceOn(seen.server->error)};
     default:
-        return {kFailed, libraryReason, kServersLogTellsWhy};
+        return {kFailed, libraryReason, seen.server->isRefusal ? kServersLogTellsWhy : kUseThisInterface};
     }
 }
 
@@ -129,7 +151,7 @@ Reason WhyFailed(const char* function, const Refusal& refusal)
 // Returns what a command still waits for.
 Reason WhyNotDone(const SeenCalls& seen)
 {
-    if (seen.connecting || Is(seen.ownerQuery, Outcome::kUnanswered)) {
+    if (BusIsSilent(seen)) {
         return {kTimedOut, kBusIsSilent, kDoctorTellsWhy};
     }
     if (!Is(seen.server, Outcome::kUnanswered)) {
@@ -201,6 +223,13 @@ Result TimedOut(const std::string& command, std::chrono::milliseconds limit, Ask
         fmt::format("{}: not done within {} ms", command, limit.count()),
         asks == Asks::kNobody ? Reason{kTimedOut, "kivctl waits for its input", ""} : WhyNotDone(CallsSeen()),
         Json::object());
+}
+
+void RemarkSilentBus(const Output& output)
+{
+    if (BusIsSilent(CallsSeen())) {
+        output.Remark(fmt::format("the system bus has not answered yet, and kivctl waits for it; {}", kDoctorTellsWhy));
+    }
 }
 
 bool ServerReached()

@@ -31,6 +31,12 @@ inline constexpr const char* kDoctorTellsWhy = "kivctl doctor tells why";
 // The advice if the server received a request and did not answer it well.
 inline constexpr const char* kServersLogTellsWhy = "the server's own log tells why";
 
+// The advice if the server has another version of the interface.
+inline constexpr const char* kUseThisInterface = "use a server that serves this interface (man kiv-dbus)";
+// The advice if the server is a simulator that replays.
+inline constexpr const char* kRecordingLacksCall =
+    "the server replays a recording that has no such call: record one that has it";
+
 // The peer that the library calls for a command.
 enum class Asks {
     kNobody,
@@ -93,6 +99,9 @@ Result NotSent(const char* function, const std::string& reason = {});
 // Returns the failure of a command that did not end within its time. A command that asks the server waits for the bus,
 // the server or events.
 Result TimedOut(const std::string& command, std::chrono::milliseconds limit, Asks asks);
+
+// Remarks that the command waits for the bus, if it does.
+void RemarkSilentBus(const Output& output);
 
 // Returns whether the library's last call reached the server.
 bool ServerReached();

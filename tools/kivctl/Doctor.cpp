@@ -2,6 +2,7 @@
 
 #include "Alarm.h"
 #include "Checks.h"
+#include "KeptLines.h"
 #include "TimeLimit.h"
 
 #include <fmt/format.h>
@@ -69,11 +70,22 @@ public:
         }
         const std::scoped_lock lock(mutex_);
         const bool isWell = counts_[State::kProblem] == 0;
-        const char* wellHead = isUnproven_ ? "no problem found, but events are not proven" : "nothing is wrong";
-        return Sum(isWell ? kDone : kFailed, isWell ? wellHead : "something is wrong", isWell);
+        return Sum(isWell ? kDone : kFailed, isWell ? WellHead() : "something is wrong", isWell);
     }
 
 private:
+    // Must be called under the lock.
+    std::string WellHead()
+    {
+        if (isUnproven_) {
+            return "no problem found, but events are not proven";
+        }
+        const int notes = counts_[State::kNote];
+        return notes == 0
+                   ? "nothing is wrong"
+                   : fmt::format("no problem found, but see the {}", notes == 1 ? "note" : Counted(notes, "note"));
+    }
+
     void Make(const Check& check)
     {
         for (const char* needed : check.needs) {
@@ -95,6 +107,9 @@ private:
                              "bus or the server busy";
         }
         Tell(check, finding, taken);
+        if (finding.state == State::kProblem) {
+            ShowLogLines();
+        }
     }
 
     Finding Examined(const Check& check)

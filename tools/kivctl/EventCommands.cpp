@@ -29,7 +29,7 @@ Action Watch(CLI::App& app)
     AddParsed(app, "--count", options.count, parseCount, "End after N events")->type_name("N");
     AddParsed(
         app, "--for", arguments->duration, ParseSeconds,
-        "End after SECONDS; the exit code is 1 if no event could come by then")
+        "End after SECONDS; the exit code is 1 if the subscription was not ready by then")
         ->type_name("SECONDS");
     app.add_option("--name", options.name, "Name of the subscription")->type_name("NAME")->capture_default_str();
     app.add_flag("--raw", options.raw, "Show all bytes of an event, as --json always does");
@@ -42,7 +42,8 @@ Action Watch(CLI::App& app)
         Result result = monitor->Outcome();
         result.isAbandoned = !hasEnded;
         if (arguments->duration && result.exitCode == kDone && !monitor->HasShownEvents()) {
-            output.Remark("no event came; kivctl doctor finds out whether events can arrive");
+            const std::string advice = "kivctl doctor finds out whether events can arrive";
+            output.Notify("no event came; " + advice, {{"events", 0}, {"advice", advice}});
         }
         return result;
     };

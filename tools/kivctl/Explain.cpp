@@ -253,6 +253,8 @@ public:
         return character == EOF && line.empty() ? std::nullopt : std::optional(line);
     }
 
+    bool HasSkipped() const { return runs_ != 0 || longLines_ != 0; }
+
     void RemarkSkipped(const Output& output) const
     {
         if (runs_ != 0) {
@@ -355,8 +357,9 @@ Result Explain(const std::string& path, const Output& output)
             "{}; the library's lines have \"{}FUNCTION(NUMBER) > TEXT\" in them; an application logs them to stderr on "
             "a PC, "
             "more with KIV_LOG_LEVEL=info, and journalctl -t NAM_SERVICE shows those of a journal",
-            lines == 0 ? "the log is empty"
-                       : fmt::format("none of {} line{} is the library's", lines, lines == 1 ? "" : "s"),
+            log.HasSkipped() ? "none of the remaining lines is the library's"
+            : lines == 0     ? "the log is empty"
+                             : fmt::format("none of {} line{} is the library's", lines, lines == 1 ? "" : "s"),
             kFile));
     }
     return {};

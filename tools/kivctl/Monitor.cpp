@@ -76,7 +76,9 @@ void Monitor::Run(const std::function<void()>& ending)
     g_autoptr(GError) error = nullptr;
     bus_ = ConnectToSystemBus(&error);
     if (bus_ == nullptr) {
-        Fail(BusFailed(fmt::format("the system bus cannot be reached: {}", error->message)));
+        Result failed = BusFailed("the system bus " + NoBusText(error->message));
+        failed.advice = NoBusAdvice(failed.advice);
+        Fail(failed);
         return;
     }
     StartServerOrWait();
@@ -202,16 +204,19 @@ int Monitor::Ask(const std::function<int()>& request) const
     return request();
 }
 
-int Monitor::AskForEvents() const
+std::optional<Result> Monitor::AskForEvents() const
 {
-    return Ask([this] { return SubscribeNamServiceCallback(options_.name.c_str(), OnEvent); });
+    const int subscribed = Ask([this] { return SubscribeNamServiceCallback(options_.name.c_str(), OnEvent); });
+    // The function returns 1 for an answer of another type, too.
+    return subscribed == 1 && !CallFailed() ? std::nullopt
+                                            : std::optional(Failed("SubscribeNamServiceCallback", subscribed));
 }
 
 void Monitor::Subscribe()
 {
     SetMissing("the server has not answered the request for its events");
-    if (AskForEvents() != 1) {
-        FailUnlessGone(Failed("SubscribeNamServiceCallback", 0));
+    if (const auto failed = AskForEvents()) {
+        FailUnlessGone(*failed);
         return;
     }
     // The function returns 0 for a failed request, too.
@@ -229,9 +234,16 @@ void Monitor::Subscribe()
 void Monitor::FailUnlessGone(const Result& failed)
 {
     if (IsServerGone()) {
-        SetMissing("the server ended before it answered the request for its events");
-        ++earlyEnds_;
-        TellEnds();
+        const auto request = CallsSeen().server;
+        const std::string reason = fmt::format(
+            "the server ended before it answered {}", request ? request->method : "the request for its events");
+        SetMissing(reason);
+        if (++earlyEnds_ > 1) {
+            TellEnds();
+        } else {
+            const std::string text = reason + "; it is asked again";
+            Tell(text, {{"server", false}, {"error", text}});
+        }
         TryLater();
     } else {
         Fail(failed);
@@ -241,14 +253,14 @@ void Monitor::FailUnlessGone(const Result& failed)
 void Monitor::SubscribeAgain()
 {
     // This subscription brings all events of the server. The Atmos callback is still registered in the library.
-    if (AskForEvents() == 1) {
+    if (const auto failed = AskForEvents(); !failed) {
         // The first subscription may have started the server, which was not shown as gone then.
         if (!std::exchange(serverTold_, true)) {
             Tell("the server is back, waiting for its events", {{"server", true}});
         }
-    } else if (const Result failed = Failed("SubscribeNamServiceCallback", 0); !IsServerGone()) {
+    } else if (!IsServerGone()) {
         serverTold_ = true;
-        Tell(failed.text, failed.fields);
+        Tell(failed->text, failed->fields);
     }
 }
 
@@ -265,6 +277,11 @@ void Monitor::WatchClient()
     const ClientNames client(id);
     if (!client.Fit()) {
         Fail(BusFailed(fmt::format("no events can come to a client with the id \"{}\" that the server gave", id)));
+        return;
+    }
+    // The library serves the first id that fits.
+    if (const std::string served = CallsSeen().clientId; served != id && ClientNames(served).Fit()) {
+        TellNotReady(OtherIdText(id, served), kKeepTheId);
         return;
     }
     client_ = client.name;

@@ -57,7 +57,8 @@ private:
     void Try();
     // Makes a request to the server, and says so if the answer takes more than a moment.
     int Ask(const std::function<int()>& request) const;
-    int AskForEvents() const;
+    // Returns the failure if there is one.
+    std::optional<Result> AskForEvents() const;
     void Subscribe();
     void SubscribeAgain();
     void FailUnlessGone(const Result& failed);

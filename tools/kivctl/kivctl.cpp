@@ -1,3 +1,4 @@
+#include "Alarm.h"
 #include "App.h"
 #include "CallWatch.h"
 #include "Completion.h"
@@ -8,16 +9,22 @@
 #include <KivServiceInterface.h>
 
 #include <CLI/CLI.hpp>
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 namespace kiv::ctl {
 namespace {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
+
+// A command says that the bus does not answer after this time.
+constexpr std::chrono::seconds kBusPatience{1};
 
 // The shells call kivctl with this word for completion.
 constexpr const char* kComplete = "--complete";
@@ -34,6 +41,10 @@ void AddAdvice(Result& result)
 
 Result RunAction(const Choice& choice, const Output& output)
 {
+    std::optional<Alarm> alarm;
+    if (choice.asks != Asks::kNobody) {
+        alarm.emplace(kBusPatience, [&output] { RemarkSilentBus(output); });
+    }
     try {
         if (choice.asks == Asks::kServer && !GetWhetherKivDisabled()) {
             WatchCalls();
@@ -77,6 +88,17 @@ void AddTiming(Result& result, Milliseconds taken)
     result.fields["milliseconds"] = taken.count();
 }
 
+// Returns the exit code, or that of a failure if the output could not be written.
+int Finished(int exitCode)
+{
+    std::fflush(stdout);
+    if (std::ferror(stdout) != 0) {
+        std::fputs("kivctl: the output could not be written\n", stderr);
+        return kFailed;
+    }
+    return exitCode;
+}
+
 int Run(const Request& request, const Output& output)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -100,11 +122,7 @@ int Run(const Request& request, const Output& output)
         // _Exit() is used, because the abandoned thread may be blocked in writing to stdout.
         std::_Exit(result.exitCode);
     }
-    if (std::ferror(stdout) != 0) {
-        std::fputs("kivctl: the output could not be written\n", stderr);
-        return kFailed;
-    }
-    return result.exitCode;
+    return Finished(result.exitCode);
 }
 
 int Refuse(const Output& output, const std::string& reason)
@@ -130,8 +148,20 @@ std::string WhyNotParsed(const CLI::App& app, const CLI::ParseError& error, cons
         arguments.empty() ? " no arguments" : arguments);
 }
 
+// Takes the numbers of closed standard streams, so that no connection gets them, into which the output would go. Using
+// such a stream still fails, because its file is open in the other direction.
+void TakeClosedStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) == -1) {
+            open("/dev/null", (stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+        }
+    }
+}
+
 int Main(int argc, char** argv)
 {
+    TakeClosedStreams();
     CLI::App app;
     Request request;
     Declare(app, request);
@@ -146,7 +176,7 @@ int Main(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
-        return app.exit(help);
+        return Finished(app.exit(help));
     } catch (const CLI::ParseError& error) {
         // The flag is looked for here, because parsing may have ended before it.
         const bool wantsJson = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
