@@ -1,3 +1,4 @@
+// Needs C++20: c++ -std=c++20 VolumeSlider.cpp -o slider $(pkg-config --cflags --libs libkiv-interface-api)
 #include <KivServiceInterface.h>
 
 #include <array>

@@ -140,6 +140,19 @@ std::set<std::string> Interface::Methods() const
     return names;
 }
 
+std::string Interface::ArgumentsType(const std::string& method) const
+{
+    const GDBusMethodInfo* const info = g_dbus_interface_info_lookup_method(Info(), method.c_str());
+    if (info == nullptr) {
+        return "";
+    }
+    std::string type;
+    for (GDBusArgInfo** argument = info->in_args; argument != nullptr && *argument != nullptr; ++argument) {
+        type += (*argument)->signature;
+    }
+    return '(' + type + ')';
+}
+
 std::set<std::string> Interface::MethodsThatReturn(const std::string& type) const
 {
     std::set<std::string> names;

@@ -56,6 +56,8 @@ public:
 
     GDBusInterfaceInfo* Info() const { return node_->interfaces[0]; }
     std::set<std::string> Methods() const;
+    // Returns the D-Bus type of a method's arguments as a tuple, such as "(is)". Empty if there is no such method.
+    std::string ArgumentsType(const std::string& method) const;
     // Returns the methods whose answer has a value of this type.
     std::set<std::string> MethodsThatReturn(const std::string& type) const;
 

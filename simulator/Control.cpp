@@ -24,12 +24,18 @@ Scenario ReadGiven(const std::string& text)
     }
 }
 
-// Answers a call that has pushed events to clients. Fails if one of them could not be reached, or answered with an
-// error. A client's InvalidArgs becomes a failed request, because it does not concern the arguments of this call.
-void Answer(const Call& call, const PushResult& result)
+Variant CountAnswered(const PushResult& result)
+{
+    return Own(g_variant_new("(u)", static_cast<std::uint32_t>(result.answered)));
+}
+
+// Answers a call that has pushed events to clients with the values. Fails if one of the clients could not be reached,
+// or answered with an error. A client's InvalidArgs becomes a failed request, because it does not concern the arguments
+// of this call.
+void Answer(const Call& call, const PushResult& result, const Variant& values = nullptr)
 {
     if (result.firstError.empty()) {
-        call.Return();
+        call.Return(values.get());
     } else {
         const bool isMisleading = result.firstError == kInvalidArguments;
         call.Fail(isMisleading ? "org.freedesktop.DBus.Error.Failed" : result.firstError, result.firstMessage);
@@ -181,7 +187,7 @@ void Control::Atmos(const Call& call) const
 void Control::Push(const Call& call, const Variant& payload) const
 {
     link_.Push(Addressed(call.Argument<std::string>(0)), payload, 1, [call](const PushResult& result) {
-        Answer(call, result);
+        Answer(call, result, CountAnswered(result));
     });
 }
 
@@ -189,9 +195,7 @@ void Control::SendPayloads(const Call& call) const
 {
     link_.Push(
         Addressed(call.Argument<std::string>(0)), call.Argument<Variant>(1), call.Argument<std::uint32_t>(2),
-        [call](const PushResult& result) {
-            call.Return(g_variant_new("(u)", static_cast<std::uint32_t>(result.answered)));
-        });
+        [call](const PushResult& result) { call.Return(CountAnswered(result).get()); });
 }
 
 void Control::CallClient(const Call& call) const

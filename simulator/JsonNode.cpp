@@ -143,7 +143,11 @@ std::string PlaceAndReason(const json::exception& error, int line)
     if (!text.starts_with("parse error at line ") || column == std::string::npos) {
         return fmt::format("{}: {}", line, text);
     }
-    return fmt::format("{}:{}", line, text.substr(column + kColumn.size()));
+    // The parser calls an unquoted word, and a text in single quotes, an invalid literal.
+    const char* const hint = text.find("invalid literal") == std::string::npos
+                                 ? ""
+                                 : R"(; keys and texts must be in double quotes, such as '{"delay": 500}')";
+    return fmt::format("{}:{}{}", line, text.substr(column + kColumn.size()), hint);
 }
 
 // Reads a stream to its end.

@@ -66,6 +66,7 @@ public:
     std::vector<RecordedExchange> Take()
     {
         RefuseMistypedMethods();
+        RefuseWrongTypes();
         return std::move(exchanges_);
     }
 
@@ -130,6 +131,24 @@ private:
         }
     }
 
+    // No call can be equal to a recorded call with arguments of other types. Such a call is accepted if the server has
+    // answered it with an error.
+    void RefuseWrongTypes()
+    {
+        const Interface server(kServerXml);
+        for (const RecordedExchange& exchange : exchanges_) {
+            const std::string type = server.ArgumentsType(exchange.method);
+            const std::string given = g_variant_get_type_string(exchange.arguments.get());
+            if (type.empty() || given == type || !exchange.answer.fault.error.empty()) {
+                continue;
+            }
+            number_ = exchange.line;
+            Fail(fmt::format(
+                "/arguments: {} must be called with arguments of the D-Bus type {}, got {}", exchange.method, type,
+                given));
+        }
+    }
+
     Variant Tuple(const std::string& text) const
     {
         try {
@@ -168,6 +187,11 @@ Replay::Replay(const std::string& name, const std::string& text) : name_(name)
         const RecordedExchange& exchange = exchanges_[index];
         byCall_[CallOf(exchange.method, exchange.arguments.get())].inOrder.push_back(index);
     }
+}
+
+bool Replay::Has(const std::string& method, GVariant* arguments) const
+{
+    return byCall_.contains(CallOf(method, arguments));
 }
 
 std::optional<RecordedAnswer> Replay::Next(const std::string& method, GVariant* arguments)

@@ -51,6 +51,8 @@ public:
 
     const std::string& Name() const { return name_; }
 
+    // Returns whether such a call was recorded, however often.
+    bool Has(const std::string& method, GVariant* arguments) const;
     // Returns nothing for a call that was not recorded, or not so often.
     std::optional<RecordedAnswer> Next(const std::string& method, GVariant* arguments);
     // Returns why there is no answer for such a call.

@@ -12,7 +12,7 @@ import inspect
 
 from ._arguments import Call, converter
 from ._own import AwaitEvents, DestroyMessageMonitor, ip, mac
-from ._process import refuse_system_bus
+from ._process import before_call
 from ._types import RECORDS, SCALARS, declared, library, type_of
 from .layout import DecodedEvent, Layout, LayoutError
 from .sandbox import ControlError, ReceivedCall, Sandbox
@@ -59,7 +59,7 @@ def _function(name, result, parameters, documentation):
                 passed = [converters[parameter](value, this) for parameter, value in values.items()]
                 for check in this.before:
                     check()
-                refuse_system_bus(name)
+                before_call(name)
                 answer = function(*passed)
                 for step in this.after:
                     step(answer)

@@ -86,11 +86,12 @@ def _check_count(name, length, call):
 
 def _bytes_to_read(name):
     length = None if name in _COUNTED else _READ[name]
+    element = _COUNTED[name][1] if name in _COUNTED else length
 
     def convert(value, call):
         if value is None:
             return None
-        data = readable(value, name)
+        data = readable(value, name, element)
         if length is None:
             _check_count(name, len(data), call)
         elif len(data) != length:
@@ -150,6 +151,8 @@ def _vector(name, record, may_be_null):
     count.restype, count.argtypes = ctypes.c_size_t, [ctypes.c_void_p]
     delete.restype, delete.argtypes = None, [ctypes.c_void_p]
     kinds = f"a list of {record.__name__}{' or None' if may_be_null else ''}"
+    fields = 'mac=kiv.mac("02:4b:49:56:00:01")' if hasattr(record, "mac") else ""
+    such_as = f"such as kiv.{record.__name__}({fields})"
 
     def convert(value, call):
         if value is None and may_be_null:
@@ -158,7 +161,7 @@ def _vector(name, record, may_be_null):
             raise TypeError(f"{name} must be {kinds}, got {shown(value)}")
         for index, element in enumerate(value):
             if not isinstance(element, record):
-                raise TypeError(f"{name}[{index}] must be a {record.__name__}, got {shown(element)}")
+                raise TypeError(f"{name}[{index}] must be a {record.__name__} {such_as}, got {shown(element)}")
         vector = new((record * len(value))(*value), len(value))
         call.callback(delete, vector)
 

@@ -7,7 +7,7 @@ import ipaddress
 import re
 import sys
 
-from ._process import refuse_system_bus
+from ._process import before_call
 from ._types import library, shown
 
 
@@ -50,6 +50,9 @@ def AwaitEvents(timeout: float = 10) -> bool:
     the name, or another process may own it: "kivctl doctor" says why.
 
     A line on stderr names the reason.
+
+    Returns True also on a bus that does not let the server's events through, because the library does not learn of that.
+    "kivctl doctor" does.
     """
     allowed = f"seconds from 0 to {_LONGEST_WAIT:.0f}"
     try:
@@ -58,7 +61,7 @@ def AwaitEvents(timeout: float = 10) -> bool:
         raise TypeError(f"timeout must be {allowed}, got {shown(timeout)}") from None
     if not is_allowed:
         raise ValueError(f"timeout must be {allowed}, got {timeout!r}")
-    refuse_system_bus("AwaitEvents")
+    before_call("AwaitEvents")
     obstacle = library.AwaitEvents(round(timeout * 1000))
     if obstacle is None:
         return True

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import ctypes
+import os
 import sys
 
 from ._types import library
@@ -14,6 +15,22 @@ library.GiveProxy.restype = None
 library.GiveProxy.argtypes = []
 library.IsConnected.restype = ctypes.c_bool
 library.IsConnected.argtypes = []
+
+
+# The process that made the first call, or 0 before.
+_caller = 0
+
+
+def refuse_fork(function: str) -> None:
+    """Raises RuntimeError in a child of os.fork() if its parent has made a call.
+
+    The child lacks the threads that read from the bus, so it would wait forever.
+    """
+    if _caller not in (0, os.getpid()):
+        raise RuntimeError(
+            f"{function}() must not be called in a child that os.fork() made after a call, got process {os.getpid()}, a child "
+            f'of process {_caller}; start a new program: by subprocess, or by multiprocessing.get_context("spawn")'
+        )
 
 
 def forget_feature() -> None:
@@ -42,3 +59,11 @@ def refuse_system_bus(function: str) -> None:
     plugin = sys.modules.get("pytest_kiv")
     if plugin is not None:
         plugin.refuse_system_bus(function)
+
+
+def before_call(function: str) -> None:
+    """Raises RuntimeError if a call must not be made here. Notes that this process makes one."""
+    global _caller
+    refuse_system_bus(function)
+    refuse_fork(function)
+    _caller = os.getpid()

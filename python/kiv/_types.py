@@ -47,12 +47,13 @@ def integer(value, name, type_):
     return number
 
 
-def readable(value, name):
-    """Returns the bytes of a bytes-like object."""
+def readable(value, name, element=1):
+    """Returns the bytes of a bytes-like object that has elements of this size."""
     try:
         return bytes(memoryview(value))
     except TypeError:
-        raise TypeError(f"{name} must be bytes, got {shown(value)}") from None
+        such_as = ' such as kiv.mac("02:4b:49:56:00:01")' if element == declared.CONSTANTS["NETSPK_MAC_LEN"] else ""
+        raise TypeError(f"{name} must be bytes{such_as}, got {shown(value)}") from None
 
 
 def _field(name, type_, raw):
@@ -68,7 +69,7 @@ def _field(name, type_, raw):
         if not is_array:
             raw.__set__(record, integer(value, name, type_))
             return
-        data = readable(value, name)
+        data = readable(value, name, size)
         if len(data) != size:
             raise ValueError(f"{name} must be {size} bytes, got {len(data)}")
         raw.__set__(record, type_.from_buffer_copy(data))

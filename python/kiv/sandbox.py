@@ -12,7 +12,7 @@ from collections import deque
 from collections.abc import Sequence
 from typing import IO, Any, ClassVar, NamedTuple, Union
 
-from ._process import forget_bus, forget_feature, is_connected
+from ._process import forget_bus, forget_feature, is_connected, refuse_fork
 from ._types import shown
 
 # A word of a command line, as callers may give it.
@@ -143,6 +143,7 @@ class Sandbox:
     def __enter__(self) -> Sandbox:
         if Sandbox._entered is not None:
             raise RuntimeError("another sandbox is in use in this process; leave it first")
+        refuse_fork("Sandbox")
         if is_connected():
             raise RuntimeError(
                 "this process is connected to another bus, whose server the library would go on calling; enter the sandbox "
@@ -164,9 +165,13 @@ class Sandbox:
         os.environ.update(self._environment)
         forget_feature()
         Sandbox._entered = self
+        self._user = os.getpid()
         return self
 
     def __exit__(self, exception: type[BaseException] | None, *_: object) -> None:
+        # The sandbox goes on if a child of os.fork() leaves the with statement, for example by an exception.
+        if self._user != os.getpid():
+            return
         Sandbox._entered = None
         # If an exception leaves the sandbox, its command fails, so that an older recording stays.
         code = self._end(0 if exception is None else 1)

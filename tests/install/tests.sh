@@ -42,10 +42,24 @@ kiv_add_test(NAME off COMMAND true)
 kiv_add_test(NAME keywords SANDBOX COMMAND printf "{%s}" NAME other SANDBOX --lazy COMMAND --)
 TEXT
 configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
+grep -q 'CMake Warning' "$log" && fail "cmake warns of a command with the word SANDBOX"
 "$ctest" --test-dir "$sources/build" --verbose >"$log" 2>&1 && fail "what follows a semicolon is lost"
 grep -qF '2: <a;b><><c d><\$e>' "$log" || fail "arguments have changed"
 grep -qF '5: {NAME}{other}{SANDBOX}{--lazy}{COMMAND}{--}' "$log" || fail "words of the command are lost"
 grep -q '^80% tests passed, 1 tests failed out of 5$' "$log" || fail "there are other results"
+
+# This call is probably a mistake.
+sources=$3/late
+mkdir "$sources"
+cat >"$sources/CMakeLists.txt" <<'TEXT'
+cmake_minimum_required(VERSION 3.18)
+project(late LANGUAGES CXX)
+find_package(kiv-interface-api 1.0 REQUIRED)
+kiv_add_test(NAME late COMMAND true SANDBOX --lazy)
+TEXT
+configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake refuses SANDBOX behind COMMAND"
+tr -s ' \n' ' ' <"$log" | grep -qF 'kiv_add_test(NAME late): SANDBOX must stand before COMMAND, got it behind COMMAND' ||
+  fail "cmake does not warn of SANDBOX behind COMMAND"
 
 # This is as if the tools were not installed.
 sources=$1

@@ -80,7 +80,21 @@ def test_a_mac_address_has_six_bytes(function, name):
     refused(function, name, LEFT[:5], ValueError, "must be 6 bytes, got 5")
     refused(function, name, LEFT + b"x", ValueError, "must be 6 bytes, got 7")
     refused(function, name, b"", ValueError, "must be 6 bytes, got 0")
-    refused(function, name, "02:4b:49:56:00:01", TypeError, "must be bytes, got '02:4b:49:56:00:01'")
+    refused(function, name, "02:4b:49:56:00:01", TypeError, r'must be bytes such as kiv\.mac\(".*"\), got ')
+
+
+def test_a_refused_mac_address_or_record_says_how_to_make_one():
+    mac = r'such as kiv\.mac\("02:4b:49:56:00:01"\), got '
+    with pytest.raises(TypeError, match=f"^mac must be bytes {mac}'02:4b"):
+        kiv.STNetSpkConfig(mac="02:4b:49:56:00:01")
+    with pytest.raises(TypeError, match="^opaque must be bytes, got"):
+        kiv.STNetSpkConfig(opaque="x")
+    new = "connectNewSpeakersMacAddrLists"
+    refused("AutoConnectNewSpeakers", new, "02:4b:49:56:00:01", TypeError, f"must be bytes {mac}")
+    refused("SetSoundbarSoundMode", "pData", "x", TypeError, "^pData must be bytes, got")
+    config = r'such as kiv\.STNetSpkConfig\(mac=kiv\.mac\("02:4b:49:56:00:01"\)\), got b'
+    with pytest.raises(TypeError, match=rf"\[0\] must be a STNetSpkConfig {config}"):
+        kiv.StartNetworkSpeaker(80, [LEFT], 1)
 
 
 def test_every_mac_address_was_among_them():
@@ -185,7 +199,7 @@ def vectors():
 def test_a_list_holds_records_of_its_kind(function, name, type_):
     record = getattr(kiv, type_.partition("<")[2].partition(">")[0])
     other = kiv.STNetSpkConfig if record is not kiv.STNetSpkConfig else kiv.CNetSpkNodeInfo
-    text = rf"{name}\[1\] must be a {record.__name__}, got {other.__name__}\("
+    text = rf"{name}\[1\] must be a {record.__name__} such as kiv\.{record.__name__}\(.*\), got {other.__name__}\("
     refused(function, name, [record(), other()], TypeError, text)
     refused(function, name, (record(),), TypeError, f"must be a list of {record.__name__}")
     if type_.endswith("&"):
@@ -234,9 +248,9 @@ def test_a_record_has_its_fields_and_no_others():
         ("nReserved", "1", TypeError, "nReserved must be an int, got '1'"),
         ("mac", LEFT[:5], ValueError, "mac must be 6 bytes, got 5"),
         ("mac", LEFT + b"x", ValueError, "mac must be 6 bytes, got 7"),
-        ("mac", "02:4b:49:56:00:01", TypeError, "mac must be bytes, got '02:4b:49:56:00:01'"),
-        ("mac", 6, TypeError, "mac must be bytes, got 6"),
-        ("mac", None, TypeError, "mac must be bytes, got None"),
+        ("mac", "02:4b:49:56:00:01", TypeError, "mac must be bytes such as .*, got '02:4b:49:56:00:01'"),
+        ("mac", 6, TypeError, "mac must be bytes such as .*, got 6"),
+        ("mac", None, TypeError, "mac must be bytes such as .*, got None"),
         ("opaque", b"", ValueError, "opaque must be 72 bytes, got 0"),
     ],
 )

@@ -39,6 +39,70 @@ def test_programs_started_meanwhile_are_in_it():
         assert in_a_process("import kiv; print(kiv.StopNetworkSpeaker(7))") == "7\n"
 
 
+def forking(lines):
+    """Returns what a program prints that may call fork(text), which evaluates the text in a forked child."""
+    return in_a_process(
+        """
+import multiprocessing, os, signal, kiv
+
+def child(text):
+    signal.alarm(60)
+    try:
+        print(eval(text), flush=True)
+    except RuntimeError as error:
+        print("refused:", error, flush=True)
+
+def fork(text):
+    process = multiprocessing.get_context("fork").Process(target=child, args=[text])
+    process.start()
+    process.join()
+"""
+        + lines
+    )
+
+
+def test_a_child_is_refused_what_hangs_after_a_call_of_its_parent():
+    printed = forking(
+        """
+with kiv.Sandbox():
+    kiv.StopNetworkSpeaker(7)
+    fork("kiv.StopNetworkSpeaker(8)")
+    fork("kiv.AwaitEvents()")
+    print(kiv.StopNetworkSpeaker(7))
+fork("kiv.Sandbox().__enter__()")
+"""
+    )
+    refusal = r'refused: {}\(\) must not be called in a child that os\.fork\(\) made .*\("spawn"\)\n'
+    expected = [refusal.format("StopNetworkSpeaker"), refusal.format("AwaitEvents"), "7\n", refusal.format("Sandbox")]
+    assert re.fullmatch("".join(expected), printed)
+
+
+def test_a_child_may_make_the_first_call():
+    printed = forking(
+        """
+with kiv.Sandbox():
+    fork("kiv.StopNetworkSpeaker(8)")
+    print(kiv.StopNetworkSpeaker(7))
+"""
+    )
+    assert printed == "8\n7\n"
+
+
+def test_a_child_that_leaves_the_sandbox_does_not_end_it():
+    printed = forking(
+        """
+with kiv.Sandbox():
+    kiv.StopNetworkSpeaker(7)
+    process = os.fork()
+    if process == 0:
+        signal.alarm(60)
+        raise SystemExit(3)
+    print(os.waitstatus_to_exitcode(os.waitpid(process, 0)[1]), kiv.StopNetworkSpeaker(7))
+"""
+    )
+    assert printed == "3 7\n"
+
+
 def test_the_device_feature_is_read_by_the_next_process():
     with kiv.Sandbox("--feature", "off"):
         assert in_a_process("import kiv; print(kiv.GetWhetherKivDisabled())") == "True\n"

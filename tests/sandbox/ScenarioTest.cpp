@@ -325,6 +325,7 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
         {"apply suround-set", kControl + std::string("there is no scenario and no file \"suround-set\"; did you mean")},
         {"apply - </dev/zero", kControl + std::string("stdin: must be a file of at most 16 MiB, got more")},
         {"fault StopNetworkSpeaker '{'", kControl + std::string("FAULT:1:2: syntax error")},
+        {"fault StopNetworkSpeaker '{delay: 2}'", "must be in double quotes, such as '{\"delay\": 500}'\n"},
         {"fault StopNetworkSpeaker 7", kControl + std::string("FAULT:1: must be an object, got 7")},
         {"fault StopNetworkSpeaker '{\"delay\": \"x\"}'",
          "/delay: must be a whole number from 0 to 2147483647, got \"x\""},
@@ -458,6 +459,27 @@ TEST(ControlCommandTest, ShowsHomeClientsAndFaults)
     EXPECT_THAT(text, HasSubstr("\nClients\n  tv_"));
     EXPECT_THAT(text, HasSubstr("\nFaults\n  StopNetworkSpeaker            {\"every\":2,\"reply\":\"(9,)\"}\n"));
     EXPECT_EQ(RunSandbox(WithScript({}, "control show --json --text")).exitCode, 2);
+}
+
+TEST(ControlCommandTest, ShowsLongNamesInColumns)
+{
+    const std::string home =
+        R"({"clientId": "a_client_with_a_very_long_id", "home": {"speakers": [)"
+        R"({"name": "Büro", "mac": "02:00:00:00:00:01", "group": "Rooms of the upper floor", "active": true},)"
+        R"({"name": "Speaker beside the bookshelf", "mac": "02:00:00:00:00:02"}]},)"
+        R"("faults": {"StartNetworkSpeakerGroupByMobile": {"delay": 1}, "DisableSurround": {"delay": 1}}})";
+    const std::string apply = "cat <<'END' | control apply -\n" + home + "\nEND\n";
+    const std::string text = RunSandbox(WithScript({}, apply + "watch; control show --text")).output;
+    EXPECT_THAT(
+        text, StartsWith(
+                  "Home\n"
+                  "  Büro                         Rooms of the upper floor 02:00:00:00:00:01 network volume 20   "
+                  "channel 0\n"
+                  "  Speaker beside the bookshelf Speaker beside the bookshelf 02:00:00:00:00:02 network volume 20\n"));
+    EXPECT_THAT(text, HasSubstr("\nClients\n  a_client_with_a_very_long_id :"));
+    EXPECT_THAT(
+        text, HasSubstr("  DisableSurround                  {\"delay\":1}\n"
+                        "  StartNetworkSpeakerGroupByMobile {\"delay\":1}\n"));
 }
 
 TEST(ControlCommandTest, ShowsNamesWithoutControlCharactersAsText)
@@ -626,6 +648,22 @@ TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
 
     EXPECT_EQ(strict("exit 5").exitCode, 5);
     EXPECT_EQ(Replay("true").errors, "");
+}
+
+TEST_F(RecordTest, StrictFailsForOtherArgumentsAlsoWhereAFaultAnswers)
+{
+    Record("kivctl stop --type 3");
+    const auto strict = [this](const std::string& calls) {
+        const std::string fault = "control fault StopNetworkSpeaker '{\"reply\": \"(0,)\"}'; ";
+        return RunSandbox(WithScript({"--strict", "--replay", file_}, fault + calls));
+    };
+    EXPECT_EQ(strict("kivctl stop --type 3; kivctl stop --type 3").exitCode, 0);
+    const Outcome other = strict("kivctl stop --type 3; kivctl stop --type 4");
+    EXPECT_EQ(other.exitCode, 125);
+    EXPECT_THAT(
+        other.errors,
+        MatchesRegex("kiv-sandbox: --strict: 1 call was not in .*\n"
+                     "  .* has no such StopNetworkSpeaker: stopType must be 3 as in line [0-9]+, got 4\n"));
 }
 
 TEST_F(RecordTest, AReplayRefusesControlsThatItCannotHonour)

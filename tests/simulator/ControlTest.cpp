@@ -100,8 +100,8 @@ TEST_F(ControlTest, AtmosDoesNotMindIdsThatNoClientCanHave)
 TEST_F(ControlTest, SendEventAnnouncesItsLength)
 {
     const FakeClient client(bus_.Address(), "tv_7");
-    EXPECT_EQ(Control("Event", "('tv_7', -2, [byte 5, 6, 7])"), "()");
-    EXPECT_EQ(Control("Event", "('tv_7', 0, @ay [])"), "()");
+    EXPECT_EQ(Control("Event", "('tv_7', -2, [byte 5, 6, 7])"), "(1,)");
+    EXPECT_EQ(Control("Event", "('tv_7', 0, @ay [])"), "(1,)");
     EXPECT_THAT(
         client.Payloads(),
         ElementsAre(Bytes{0xfe, 0xff, 0xff, 0xff, 3, 0, 0, 0, 5, 6, 7}, Bytes{0, 0, 0, 0, 0, 0, 0, 0}));
@@ -110,8 +110,8 @@ TEST_F(ControlTest, SendEventAnnouncesItsLength)
 TEST_F(ControlTest, SendPayloadSendsTheBytesAsTheyAre)
 {
     const FakeClient client(bus_.Address(), "tv_7");
-    EXPECT_EQ(Control("Payload", "('tv_7', [byte 1, 2])"), "()");
-    EXPECT_EQ(Control("Payload", "('tv_7', @ay [])"), "()");
+    EXPECT_EQ(Control("Payload", "('tv_7', [byte 1, 2])"), "(1,)");
+    EXPECT_EQ(Control("Payload", "('tv_7', @ay [])"), "(1,)");
     EXPECT_THAT(client.Payloads(), ElementsAre(Bytes{1, 2}, Bytes{}));
 }
 
@@ -122,7 +122,7 @@ TEST_F(ControlTest, TheEmptyIdMeansEveryClientThatAsked)
     const FakeClient stranger(bus_.Address(), "tv_9");
     first.Tell("check_dbus_connection", 7);
     second.Tell("check_dbus_connection", 8);
-    EXPECT_EQ(Control("Payload", "('', [byte 1])"), "()");
+    EXPECT_EQ(Control("Payload", "('', [byte 1])"), "(2,)");
     EXPECT_THAT(first.Payloads(), ElementsAre(Bytes{1}));
     EXPECT_THAT(second.Payloads(), ElementsAre(Bytes{1}));
     EXPECT_THAT(stranger.Payloads(), IsEmpty());
@@ -139,7 +139,7 @@ TEST_F(ControlTest, ForgetsClientsThatLeaveTheBus)
     }
     test::WaitUntil("the client to leave the bus", [&] { return !HasOwner(left); });
     EXPECT_THAT(Model()["clients"], IsEmpty());
-    EXPECT_EQ(Control("Payload", "('', [byte 1])"), "()");
+    EXPECT_EQ(Control("Payload", "('', [byte 1])"), "(0,)");
 }
 
 TEST_F(ControlTest, SendingReportsTheClientsError)

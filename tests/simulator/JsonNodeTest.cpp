@@ -8,6 +8,9 @@
 namespace kiv::simulator::json_node_test {
 namespace {
 
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 std::string Complaint(const std::function<void()>& action)
@@ -69,6 +72,15 @@ TEST(JsonNodeTest, TellsWhereTheSyntaxEnds)
     EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "\"\xff\""); }), StartsWith("file:1:2: "));
     EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "{\"a\": }", 7); }), StartsWith("file:7:7: syntax error"));
     EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "1e999"); }), StartsWith("file:1: number overflow"));
+}
+
+TEST(JsonNodeTest, SaysThatKeysAndTextsNeedDoubleQuotes)
+{
+    const std::string hint = "; keys and texts must be in double quotes, such as '{\"delay\": 500}'";
+    for (const std::string text : {"{delay: 2}", "{'delay': 2}", "{\"error\": 'org.example.Bad'}", "[yes]"}) {
+        EXPECT_THAT(Complaint([&] { JsonNode::Parse("file", text); }), EndsWith(hint)) << text;
+    }
+    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "{\"a\": 1"); }), Not(HasSubstr("quotes,")));
 }
 
 TEST(JsonNodeTest, RefusesAKeyThatIsGivenTwice)

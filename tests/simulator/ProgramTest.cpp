@@ -295,7 +295,7 @@ TEST_F(ReplayProgramTest, RefusesControlsOfWhatARecordingLacks)
 TEST_F(ReplayProgramTest, HeedsControlsThatNeedNoHome)
 {
     const FakeClient client(bus_.Address(), "den");
-    EXPECT_EQ(Control("Event", "('den', 7, [byte 1])"), "()");
+    EXPECT_EQ(Control("Event", "('den', 7, [byte 1])"), "(1,)");
     EXPECT_THAT(client.Payloads(1), ElementsAre(Bytes{7, 0, 0, 0, 1, 0, 0, 0, 1}));
     EXPECT_EQ(Control("Apply", "('{\"faults\": {\"GetNetSpkNodeList\": {\"append\": \"02\"}}}',)"), "()");
     EXPECT_EQ(Server("GetNetSpkNodeList", "(0,)"), "([0x01, 0x02],)");

@@ -173,8 +173,8 @@ TEST(NotRecordedTest, TheArgumentHasItsNameAndAnUnknownOneItsNumber)
         WhyNotInstead("OfAnotherServer", "(80, 'x')", "(80, 'y')"),
         "file has no such OfAnotherServer: argument 2 must be 'x' as in line 1, got 'y'");
     EXPECT_EQ(
-        WhyNotInstead("SetNetSpkSettingMode", "(80, 1, 2)", "(80, 1)"),
-        "file has no such SetNetSpkSettingMode: the arguments must be (80, 1, 2) as in line 1, got (80, 1)");
+        WhyNotInstead("OfAnotherServer", "(80, 1, 2)", "(80, 1)"),
+        "file has no such OfAnotherServer: the arguments must be (80, 1, 2) as in line 1, got (80, 1)");
 }
 
 TEST(NotRecordedTest, SpeakersAreShownAsPeopleWriteThem)
@@ -278,6 +278,24 @@ TEST(ReplayFileTest, AMistypedMethodIsRefused)
         Complaint(
             mistyped + "\n" +
             R"json({"ms":1,"answer":2,"error":"org.freedesktop.DBus.Error.UnknownMethod","message":"no"})json"),
+        "none");
+}
+
+TEST(ReplayFileTest, ArgumentsOfAnotherTypeAreRefused)
+{
+    const std::string call = R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
+    const std::string wrong = R"json({"ms":1,"call":2,"method":"StopNetworkSpeaker","arguments":"('3',)"})json";
+    EXPECT_EQ(
+        Complaint(call + "\n" + wrong),
+        "file:2: /arguments: StopNetworkSpeaker must be called with arguments of the D-Bus type (i), got (s)");
+    EXPECT_EQ(
+        Complaint(R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"(1, 2)"})json"),
+        "file:1: /arguments: DisableSurround must be called with arguments of the D-Bus type (), got (ii)");
+    // The server has refused this call.
+    EXPECT_EQ(
+        Complaint(
+            wrong + "\n" +
+            R"json({"ms":1,"answer":2,"error":"org.freedesktop.DBus.Error.InvalidArgs","message":"no"})json"),
         "none");
 }
 

@@ -242,10 +242,14 @@ json State(const Simulator& simulator)
     return json::parse(text);
 }
 
-// Prints a line if a push has reached no client. A named client that is not there is an error.
-void TellIfNobody(const Simulator& simulator, const Words& words)
+// Pushes an event or a payload, and prints a line if there was no client. The answer says that, because a client may
+// come right after the push.
+void Push(const Simulator& simulator, const char* method, GVariant* arguments)
 {
-    if (words.client.empty() && State(simulator).at("clients").empty()) {
+    const Variant reply = simulator.Control(method, arguments);
+    guint told = 0;
+    g_variant_get(reply.get(), "(u)", &told);
+    if (told == 0) {
         fmt::print(stderr, "kiv-sandbox control: the server knows no client; nobody was told\n");
     }
 }
@@ -253,14 +257,12 @@ void TellIfNobody(const Simulator& simulator, const Words& words)
 void PushEvent(const Simulator& simulator, const Words& words)
 {
     const std::int32_t id = ParseEventId(words.eventId);
-    simulator.Control("Event", g_variant_new("(si@ay)", words.client.c_str(), id, ParseBytes(words.bytes)));
-    TellIfNobody(simulator, words);
+    Push(simulator, "Event", g_variant_new("(si@ay)", words.client.c_str(), id, ParseBytes(words.bytes)));
 }
 
 void PushPayload(const Simulator& simulator, const Words& words)
 {
-    simulator.Control("Payload", g_variant_new("(s@ay)", words.client.c_str(), ParseBytes(words.bytes)));
-    TellIfNobody(simulator, words);
+    Push(simulator, "Payload", g_variant_new("(s@ay)", words.client.c_str(), ParseBytes(words.bytes)));
 }
 
 void PushPayloads(const Simulator& simulator, const Words& words)
@@ -302,16 +304,24 @@ void Show(const Simulator& simulator, const Words& words)
         return;
     }
     PrintSection("Home", simulator::DescribeHome(state));
+    std::size_t width = 17;
+    for (const json& client : state.at("clients")) {
+        width = simulator::Widened(width, client.at("id"));
+    }
     std::vector<std::string> clients;
     for (const json& client : state.at("clients")) {
         clients.push_back(fmt::format(
-            "{:<17} {:<11} {} subscriptions", client.at("id").get<std::string>(),
+            "{:<{}} {:<11} {} subscriptions", client.at("id").get<std::string>(), width,
             client.at("busName").get<std::string>(), client.at("subscriptions").get<int>()));
     }
     PrintSection("Clients", clients);
+    width = 29;
+    for (const auto& [method, fault] : state.at("faults").items()) {
+        width = simulator::Widened(width, method);
+    }
     std::vector<std::string> faults;
     for (const auto& [method, fault] : state.at("faults").items()) {
-        faults.push_back(fmt::format("{:<29} {}", method, fault.dump()));
+        faults.push_back(fmt::format("{:<{}} {}", method, width, fault.dump()));
     }
     PrintSection("Faults", faults);
 }

@@ -583,7 +583,9 @@ int Main(int argc, char** argv)
     CLI::Option* const replay =
         app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
     replay->excludes(scenario, noServer);
-    app.add_flag("--strict", options.strict, "fail if a call was not recorded, or if a recorded call was not made")
+    app.add_flag(
+           "--strict", options.strict,
+           "fail if a call was not recorded, or if a recorded call was not made; the calls may come in any order")
         ->needs(replay);
     app.add_option(
            "--simulator", options.simulator,

@@ -24,12 +24,15 @@ std::string Calls(std::size_t count)
 void ReplayCheck::Add(const Message& message)
 {
     if (message.errorName == simulator::kNotRecorded) {
-        ++notRecorded_;
+        notRecorded_[{message.destination, message.replySerial}].clear();
     }
     if (IsServerCall(message)) {
         // A call without arguments has no body.
         const simulator::Variant arguments =
             message.body ? message.body : simulator::Own(g_variant_new_tuple(nullptr, 0));
+        if (!replay_.Has(message.member, arguments.get())) {
+            notRecorded_[{message.sender, message.serial}] = replay_.WhyNot(message.member, arguments.get());
+        }
         replay_.Next(message.member, arguments.get());
     }
 }
@@ -37,10 +40,13 @@ void ReplayCheck::Add(const Message& message)
 std::string ReplayCheck::Complaints() const
 {
     std::string lines;
-    if (notRecorded_ != 0) {
+    if (!notRecorded_.empty()) {
         lines += fmt::format(
-            "kiv-sandbox: --strict: {} {} not in {}\n", Calls(notRecorded_), notRecorded_ == 1 ? "was" : "were",
-            replay_.Name());
+            "kiv-sandbox: --strict: {} {} not in {}\n", Calls(notRecorded_.size()),
+            notRecorded_.size() == 1 ? "was" : "were", replay_.Name());
+    }
+    for (const auto& [call, reason] : notRecorded_) {
+        lines += reason.empty() ? "" : fmt::format("  {}\n", reason);
     }
     const std::vector<simulator::RecordedExchange> unmade = replay_.Unmade();
     if (unmade.empty()) {

@@ -3,6 +3,8 @@
 #include "BusTrace.h"
 #include "simulator/Replay.h"
 
+#include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 
@@ -21,7 +23,9 @@ public:
 
 private:
     simulator::Replay replay_;
-    unsigned notRecorded_ = 0;
+    // The calls that were not in the recording, by caller and serial. The text says why not, and is empty if the
+    // simulator has said so. A fault answers such a call without a word.
+    std::map<std::pair<std::string, std::uint32_t>, std::string> notRecorded_;
 };
 
 } // namespace kiv::sandbox
