@@ -57,15 +57,15 @@ inline CLI::Validator OneOf(const std::vector<std::string>& words)
     return {complain, ""};
 }
 
-/** Refuses an option or argument that is no integer, or a smaller one. */
-inline CLI::Validator IntegerFrom(int least)
+/** Refuses an option or argument that is no integer, or one out of the range. */
+inline CLI::Validator IntegerFrom(int least, int most = std::numeric_limits<int>::max())
 {
-    const auto complain = [least](const std::string& given) {
+    const auto complain = [least, most](const std::string& given) {
         int value = 0;
         const auto [end, error] = std::from_chars(given.data(), given.data() + given.size(), value);
-        const bool isInteger = error == std::errc() && end == given.data() + given.size() && value >= least;
-        constexpr int kMost = std::numeric_limits<int>::max();
-        return isInteger ? "" : fmt::format("must be an integer from {} to {}, got \"{}\"", least, kMost, given);
+        const bool isInteger =
+            error == std::errc() && end == given.data() + given.size() && value >= least && value <= most;
+        return isInteger ? "" : fmt::format("must be an integer from {} to {}, got \"{}\"", least, most, given);
     };
     return {complain, ""};
 }

@@ -24,8 +24,6 @@ private:
     /** A call that was not recorded, or not so often, gets an error, which goes to stderr as well. */
     RecordedAnswer Recorded(const Call& call) const;
     void Answer(const Call& call, const Method& method, const Fault& fault) const;
-    /** To subscribers, after the answer of the call that gave rise to it. */
-    void ReportVolumes() const;
     void PushRecorded(const std::vector<RecordedEvent>& events) const;
 
     World& world_;

@@ -39,6 +39,8 @@ struct Speaker {
     bool IsConnected() const { return connection != Connection::kNone; }
     /** "KIV" and the last byte of the MAC address in hex. */
     SpeakerId Id() const;
+    /** One that is plugged in is on the home's network. One that is unplugged neither plays nor tests. */
+    void Plug(bool plugged);
 };
 
 void to_json(nlohmann::json& json, const Speaker& speaker);

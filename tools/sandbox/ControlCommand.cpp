@@ -202,9 +202,12 @@ struct Words {
     std::string client;
     std::string id;
     std::string arguments = "()";
+    std::string mac;
+    std::string plugged;
     unsigned count = 0;
     unsigned milliseconds = 0;
     unsigned timeout = 1000;
+    int volume = 0;
     bool asJson = false;
     bool asText = false;
 };
@@ -293,9 +296,8 @@ void PrintSection(const char* heading, std::vector<std::string> lines)
     fmt::print("{}\n  {}\n", heading, lines.empty() ? "none" : fmt::format("{}", fmt::join(lines, "\n  ")));
 }
 
-void Show(const Simulator& simulator, const Words& words)
+void ShowState(const json& state, const Words& words)
 {
-    const json state = State(simulator);
     if (!words.asText) {
         fmt::print("{}\n", state.dump(2));
         return;
@@ -313,6 +315,20 @@ void Show(const Simulator& simulator, const Words& words)
         faults.push_back(fmt::format("{:<29} {}", method, fault.dump()));
     }
     PrintSection("Faults", faults);
+}
+
+void Show(const Simulator& simulator, const Words& words)
+{
+    ShowState(State(simulator), words);
+}
+
+void AwaitChange(const Simulator& simulator, const Words& words)
+{
+    const Variant now = simulator.Control("Show");
+    const Variant reply = simulator.Control("AwaitChange", now.get());
+    const char* text = nullptr;
+    g_variant_get(reply.get(), "(&s)", &text);
+    ShowState(json::parse(text), words);
 }
 
 void PrintCalls(const Simulator& simulator, const Words& words)
@@ -408,6 +424,18 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
     busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
         ->check(simulator::OneOf(kBusFaults));
+    CLI::App* const volume =
+        command("volume", "set a volume as somebody at the speaker would", [&](const Simulator& simulator) {
+            simulator.Control("Volume", g_variant_new("(si)", words.mac.c_str(), words.volume));
+        });
+    volume->add_option("mac", words.mac, "MAC address of a connected speaker")->required();
+    volume->add_option("volume", words.volume, "from 0 to 100")->required()->check(simulator::IntegerFrom(0, 100));
+    CLI::App* const plug = command("plug", "give a speaker power, or unplug it", [&](const Simulator& simulator) {
+        simulator.Control(
+            "Plug", g_variant_new("(sb)", words.mac.c_str(), static_cast<gboolean>(words.plugged == "on")));
+    });
+    plug->add_option("mac", words.mac, "MAC address of the speaker")->required();
+    plug->add_option("state", words.plugged, "on or off")->required()->check(simulator::OneOf({"on", "off"}));
     CLI::App* const event = command(
         "event", "push an event to every client", [&](const Simulator& simulator) { PushEvent(simulator, words); });
     event->add_option("id", words.eventId, "in hexadecimal, such as 0x02020028")->required();
@@ -449,10 +477,15 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->check(simulator::IntegerFrom(0));
     plain("await-server", "AwaitServer", "wait until the server is on the bus again");
     plain("exit", "Exit", "have the server end; the next call starts it anew");
-    CLI::App* const show =
-        command("show", "print home, clients and faults", [&](const Simulator& simulator) { Show(simulator, words); });
-    CLI::Option* const text = show->add_flag("--text", words.asText, "as aligned text");
-    show->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
+    const auto addForm = [&](CLI::App* added) {
+        CLI::Option* const text = added->add_flag("--text", words.asText, "as aligned text");
+        added->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
+    };
+    addForm(
+        command("show", "print home, clients and faults", [&](const Simulator& simulator) { Show(simulator, words); }));
+    addForm(command("await-change", "wait until any of these changes, and print them", [&](const Simulator& simulator) {
+        AwaitChange(simulator, words);
+    }));
     command("calls", "print what the server was called", [&](const Simulator& simulator) {
         PrintCalls(simulator, words);
     })->add_flag("--json", words.asJson, "as JSON");

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <glib.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace kiv::simulator {
+
+/**
+ * Answers those who wait for the state to change. While somebody waits, it looks at the state before each rest of the
+ * main loop, so that no place that changes something has to tell. While nobody waits, it costs nothing.
+ */
+class StateWatch {
+public:
+    using Answer = std::function<void(const std::string& state)>;
+
+    explicit StateWatch(std::function<std::string()> state);
+    StateWatch(const StateWatch&) = delete;
+    StateWatch& operator=(const StateWatch&) = delete;
+    ~StateWatch();
+
+    /** Answers with the state as soon as it is not the known one. */
+    void Await(std::string known, Answer answer) { waiters_.push_back({std::move(known), std::move(answer)}); }
+
+private:
+    struct Source;
+    struct Waiter {
+        std::string known;
+        Answer answer;
+    };
+
+    void Look();
+
+    std::function<std::string()> state_;
+    std::vector<Waiter> waiters_;
+    GSource* source_;
+};
+
+} // namespace kiv::simulator
