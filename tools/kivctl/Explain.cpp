@@ -18,30 +18,6 @@ namespace {
 // No log has longer ones, and what never ends is not a log.
 constexpr size_t kLongestLine = 1024UL * 1024;
 
-constexpr std::string_view kFile = "KivServiceInterface.cpp: ";
-
-struct Logged {
-    std::string_view function;
-    std::string text;
-};
-
-// Each log puts something else before the library's part, "FILE: FUNCTION(LINE) > TEXT".
-std::optional<Logged> LoggedBy(std::string_view line)
-{
-    const size_t file = line.find(kFile);
-    if (file == std::string_view::npos) {
-        return std::nullopt;
-    }
-    const std::string_view part = line.substr(file + kFile.size());
-    const size_t parenthesis = part.find('(');
-    const size_t arrow = part.find(") > ");
-    if (parenthesis == std::string_view::npos || arrow == std::string_view::npos) {
-        return std::nullopt;
-    }
-    const std::string_view text = part.substr(arrow + std::strlen(") > "));
-    return Logged{part.substr(0, parenthesis), std::string(text.substr(0, text.find_last_not_of(" \r") + 1))};
-}
-
 // Shows a line. Returns whether it is one of the library's.
 bool ShowLine(const std::string& line, const Output& output)
 {
@@ -131,7 +107,7 @@ Result Explain(const std::string& path, const Output& output)
             "more with KIV_LOG_LEVEL=info, and journalctl -t NAM_SERVICE shows those of a journal",
             lines == 0 ? "the log is empty"
                        : fmt::format("none of {} line{} is the library's", lines, lines == 1 ? "" : "s"),
-            kFile));
+            kLibraryFile));
     }
     return {};
 }

@@ -4,6 +4,7 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -154,6 +155,22 @@ bool IsOf(const LogLine& line, std::string_view function)
 }
 
 } // namespace
+
+std::optional<Logged> LoggedBy(std::string_view line)
+{
+    const size_t file = line.find(kLibraryFile);
+    if (file == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::string_view part = line.substr(file + kLibraryFile.size());
+    const size_t parenthesis = part.find('(');
+    const size_t arrow = part.find(") > ");
+    if (parenthesis == std::string_view::npos || arrow == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::string_view text = part.substr(arrow + std::strlen(") > "));
+    return Logged{part.substr(0, parenthesis), std::string(text.substr(0, text.find_last_not_of(" \r") + 1))};
+}
 
 const std::vector<LogSection>& LogSections()
 {

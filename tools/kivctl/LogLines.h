@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,5 +29,17 @@ const std::vector<LogSection>& LogSections();
 
 // The line that a function has logged with this text; null if the page has none.
 const LogLine* FindLogLine(std::string_view function, const std::string& text);
+
+// Precedes the function in each line of the library.
+inline constexpr std::string_view kLibraryFile = "KivServiceInterface.cpp: ";
+
+// What the library has logged in a line of a log.
+struct Logged {
+    std::string_view function;
+    std::string text;
+};
+
+// Each log puts something else before the library's part, "FILE: FUNCTION(LINE) > TEXT".
+std::optional<Logged> LoggedBy(std::string_view line);
 
 } // namespace kiv::ctl
