@@ -114,11 +114,13 @@ std::string BusFault(const std::string& address)
 bool BusHangs(const std::string& address)
 {
     const auto daemon = DaemonAt(address);
-    if (!daemon) {
-        return false;
-    }
+    return daemon && IsStopped(*daemon);
+}
+
+bool IsStopped(pid_t process)
+{
     // "pid (name) state ...", in which the name can have any character.
-    std::ifstream file(fmt::format("/proc/{}/stat", *daemon));
+    std::ifstream file(fmt::format("/proc/{}/stat", process));
     const std::string stat(std::istreambuf_iterator<char>(file), {});
     const std::size_t nameEnd = stat.rfind(')');
     return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") T") == 0;

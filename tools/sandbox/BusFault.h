@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -26,5 +28,8 @@ std::string BusFault(const std::string& address);
 
 /// Tells whether the daemon of a bus is stopped, so that a connection to it would never be answered.
 bool BusHangs(const std::string& address);
+
+/// Tells whether a process was stopped by a signal.
+bool IsStopped(pid_t process);
 
 } // namespace kiv::sandbox

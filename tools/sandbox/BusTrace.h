@@ -28,6 +28,8 @@ struct Message {
     std::string signature;
     std::shared_ptr<GVariant> body; ///< always a tuple; null for a message without a body
 
+    std::string TypedBodyText() const; ///< as BodyText(), with types, so that it can be read back as the same
+    std::string ErrorText() const;     ///< of an error, its first value if that is a text
     std::string BodyText() const; ///< the whole body as GVariant text without type annotations; "()" without a body
 };
 

@@ -23,29 +23,6 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kClientInterface = "org.lumra.tv.networkspeaker.client.interface.";
 
-/// With types, so that it can be read back as the same.
-std::string BodyWithTypes(const Message& message)
-{
-    if (!message.body) {
-        return "()";
-    }
-    char* text = g_variant_print(message.body.get(), TRUE);
-    std::string copy = text;
-    g_free(text);
-    return copy;
-}
-
-/// The text of an error is its first value.
-std::string ErrorText(const Message& message)
-{
-    if (!message.body || !message.signature.starts_with('s')) {
-        return "";
-    }
-    const char* text = nullptr;
-    g_variant_get_child(message.body.get(), 0, "&s", &text);
-    return text;
-}
-
 [[noreturn]] void ThrowFileError(const fs::path& file, int error)
 {
     throw simulator::FileError(fmt::format("{}: {}", file.string(), std::strerror(error)));
@@ -110,7 +87,7 @@ void Recorder::Add(const Message& message)
         }
         line.error = message.errorName;
         (line.error.empty() ? line.values : line.message) =
-            line.error.empty() ? BodyWithTypes(message) : ErrorText(message);
+            line.error.empty() ? message.TypedBodyText() : message.ErrorText();
         Write(line);
         return;
     }
@@ -121,7 +98,7 @@ void Recorder::Add(const Message& message)
     (isEvent ? line.event : line.call) = ++lastNumber_;
     line.client = isEvent ? message.interface.substr(kClientInterface.size()) : "";
     line.method = message.member;
-    line.arguments = BodyWithTypes(message);
+    line.arguments = message.TypedBodyText();
     open_.Add(message, lastNumber_);
     Write(line);
 }
