@@ -33,7 +33,7 @@ const LogLine* FindLogLine(std::string_view function, const std::string& text);
 // Precedes the function in each line of the library.
 inline constexpr std::string_view kLibraryFile = "KivServiceInterface.cpp: ";
 
-// What the library has logged in a line of a log.
+// The library's part of a line of a log.
 struct Logged {
     std::string_view function;
     std::string text;

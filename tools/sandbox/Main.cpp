@@ -4,6 +4,7 @@
 #include "ControlCommand.h"
 #include "Keeper.h"
 #include "NamedSandboxes.h"
+#include "Page.h"
 #include "PrivateBus.h"
 #include "Recorder.h"
 #include "ReplayCheck.h"
@@ -80,6 +81,7 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  kiv-sandbox --scenario multi-room-house -- kivctl list all\n"
                          "  kiv-sandbox --bus-fault deny-events -- my-tv-app\n"
                          "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
+                         "  kiv-sandbox --page -- my-tv-app\n"
                          "  kiv-sandbox -- bash\n"
                          "  kiv-sandbox --name den -- my-tv-app\n"
                          "  kiv-sandbox --join den -- kivctl monitor";
@@ -104,6 +106,8 @@ struct Options {
     bool simulatorLog = false;
     bool listScenarios = false;
     bool list = false;
+    bool page = false;
+    std::string show;
     bool printAddress = false;
 };
 
@@ -440,11 +444,18 @@ int RunInSandbox(const Options& options)
         environment[kLayoutVariable] = fs::absolute(options.layout);
     }
     SetEnvironment(options, environment);
+    std::optional<Page> page;
+    if (options.page) {
+        page.emplace();
+    }
     Keeper command(options.command, Keeper::Place::Foreground);
 
     // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
     // mask.
     const EndSignals signals;
+    if (page) {
+        page->Follow();
+    }
     Listeners listeners(options, files);
     if (!options.noServer) {
         bus.WriteService(SimulatorService(options, featureFile, ScenarioFile(scenarioText, bus)));
@@ -484,10 +495,17 @@ int RunInSandbox(const Options& options)
     return exitCode == EXIT_SUCCESS && !complaints.empty() ? kSandboxFailed : exitCode;
 }
 
-/// Replaces this process by the command, in a sandbox that another process has made.
-[[noreturn]] void JoinSandbox(const Options& options)
+/// Runs the command in a sandbox that another process has made: in place of this process, unless there is a page.
+int JoinSandbox(const Options& options)
 {
     SetEnvironment(options, FindSandbox(options.join).environment);
+    if (options.page) {
+        Page page;
+        Keeper command(options.command, Keeper::Place::Foreground);
+        const EndSignals signals;
+        page.Follow();
+        return RunCommand(options.command.front(), command, signals);
+    }
     std::vector<std::string> words = options.command;
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
@@ -525,8 +543,9 @@ class HelpFormat : public CLI::Formatter {
     }
 };
 
-/// The command, which a list does not have. Without a "--" the options end at the first word that is none of ours.
-std::vector<std::string> Command(const CLI::App& app, bool isList)
+/// The command, which lists and recordings do not have. Without a "--" the options end at the first word that is none
+/// of ours.
+std::vector<std::string> Command(const CLI::App& app, bool runsNone)
 {
     std::vector<std::string> words = app.remaining();
     const bool separated = !words.empty() && words.front() == "--";
@@ -536,12 +555,12 @@ std::vector<std::string> Command(const CLI::App& app, bool isList)
     if (!separated && !words.empty() && words.front().starts_with('-')) {
         throw CLI::ExtrasError(app.get_name(), {words.front()});
     }
-    if (words.empty() && !isList) {
+    if (words.empty() && !runsNone) {
         throw CLI::ParseError("no command given", CLI::ExitCodes::RequiredError);
     }
-    if (!words.empty() && isList) {
+    if (!words.empty() && runsNone) {
         throw CLI::ParseError(
-            fmt::format("--list and --list-scenarios run no command, got \"{}\"", fmt::join(words, " ")),
+            fmt::format("--list, --list-scenarios and --show run no command, got \"{}\"", fmt::join(words, " ")),
             CLI::ExitCodes::ExcludesError);
     }
     return words;
@@ -620,9 +639,13 @@ int Main(int argc, char** argv)
     app.add_flag(
         "--print-address", options.printAddress,
         "print the address of the bus: to stderr before the command runs, or with --list");
+    app.add_flag("--page", options.page, "show the home and what travels on the bus in a browser, live");
+    app.add_option("--show", options.show, "show what --record wrote in a browser")
+        ->option_text("FILE")
+        ->excludes(app.get_option("--page"), app.get_option("--print-address"), join);
     try {
         app.parse(argc, argv);
-        options.command = Command(app, options.listScenarios || options.list);
+        options.command = Command(app, options.listScenarios || options.list || !options.show.empty());
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kSandboxFailed;
     }
@@ -639,8 +662,12 @@ int Main(int argc, char** argv)
             PrintSandboxes(options.printAddress);
             return EXIT_SUCCESS;
         }
+        if (!options.show.empty()) {
+            SetEnvironment(options, {});
+            ShowRecording(options.show);
+        }
         if (!options.join.empty()) {
-            JoinSandbox(options);
+            return JoinSandbox(options);
         }
         return RunInSandbox(options);
     } catch (const CommandError& error) {

@@ -1,0 +1,286 @@
+"""The page is served to those who may see it, and to nobody else; a viewer costs nobody anything."""
+
+import json
+import os
+import shutil
+import socket
+import subprocess
+
+import pytest
+from Page import PROGRAM, sandbox, wait_for
+
+
+@pytest.fixture(scope="module")
+def page():
+    with sandbox("--page") as running:
+        yield running
+
+
+def test_the_page_has_a_strict_policy(page):
+    response = page.ask()
+    assert response.status == 200
+    assert response.headers["Content-Type"] == "text/html; charset=utf-8"
+    policy = response.headers["Content-Security-Policy"]
+    assert "default-src 'none'" in policy and "unsafe" not in policy and "frame-ancestors 'none'" in policy
+    assert response.headers["X-Content-Type-Options"] == "nosniff"
+    assert response.headers["Referrer-Policy"] == "no-referrer"
+    text = response.read().decode()
+    assert "<script src=" in text and "<script>" not in text and "style=" not in text
+
+
+@pytest.mark.parametrize("path", ["/", "/events", "/page.js", "/0123456789abcdef0123456789abcdef/", "/../"])
+def test_nothing_is_served_without_the_token(page, path):
+    response = page.ask(path)
+    assert response.status == 404
+    assert b"kiv" not in response.read()
+
+
+def test_a_token_is_another_each_time(page):
+    with sandbox("--page") as other:
+        assert other.parts.path != page.parts.path
+        assert len(other.parts.path.strip("/")) == 32
+        assert page.ask(other.parts.path).status == 404
+
+
+@pytest.mark.parametrize("host", ["evil.example", "localhost.evil.example:80", "127.0.0.1", None])
+def test_another_host_is_refused(page, host):
+    assert page.ask(Host=host).status in (400, 403)
+
+
+@pytest.mark.parametrize("origin", ["http://evil.example", "https://{}", "null", "http://{}.evil.example", None])
+def test_a_button_is_not_pressed_from_another_origin(page, origin):
+    before = json.loads(page.run("$KIV_SANDBOX control show"))["receiverHasAtmos"]
+    given = origin.format(page.parts.netloc) if origin else None
+    words = json.dumps(["atmos", "off" if before else "on"])
+    assert page.ask("control", "POST", words, Origin=given).status == 403
+    assert json.loads(page.run("$KIV_SANDBOX control show"))["receiverHasAtmos"] == before
+
+
+def test_another_origin_reads_nothing(page):
+    assert page.ask("events", Origin="http://evil.example").status == 403
+
+
+def test_it_listens_on_the_loopback_only(page):
+    port = f"{page.parts.port:04X}"
+    with open("/proc/net/tcp", encoding="utf-8") as table:
+        listening = [line.split()[1] for line in table if line.split()[3] == "0A"]
+    assert [address for address in listening if address.endswith(":" + port)] == [f"0100007F:{port}"]
+
+
+@pytest.mark.parametrize("body", ["", "{", '"atmos on"', '["atmos", 1]', "[[]]"])
+def test_what_is_not_a_list_of_words_is_refused(page, body):
+    assert page.ask("control", "POST", body).status == 400
+
+
+def test_a_long_request_is_refused(page):
+    assert page.ask("control", "POST", json.dumps(["apply", "x" * 100000])).status == 413
+
+
+@pytest.mark.parametrize("method", ["PUT", "DELETE", "OPTIONS"])
+def test_other_methods_are_refused(page, method):
+    assert page.ask("control", method, "[]", Origin=f"http://{page.parts.netloc}").status == 405
+
+
+def test_a_button_is_a_command_of_the_shell(page):
+    assert page.control("atmos", "on") == {"exitCode": 0, "output": ""}
+    assert json.loads(page.control("show")["output"])["receiverHasAtmos"] is True
+    refused = page.control("atmos", "perhaps")
+    assert refused["exitCode"] == 2 and "perhaps" in refused["output"]
+    assert page.control("atmos", "off")["exitCode"] == 0
+
+
+def test_a_viewer_is_told_of_each_change_and_message():
+    with sandbox("--page") as page:
+        events = page.events()
+        home = next(event["home"] for event in events if "home" in event)
+        assert home["speakers"][0]["volume"] == 20
+        page.say("$KIV_SANDBOX control volume 02:4b:49:56:00:01 44")
+        assert next(event for event in events if "home" in event)["home"]["speakers"][0]["volume"] == 44
+        page.say("$KIVCTL stop --type 7")
+        call = next(event for event in events if event.get("method") == "StopNetworkSpeaker")
+        assert call["arguments"] == "(7,)" and call["sender"].startswith(":")
+        assert next(event for event in events if event.get("answer") == call["call"])["values"] == "(7,)"
+
+
+def test_a_viewer_is_told_what_the_library_logs_and_what_it_means():
+    with sandbox("--page", "--no-server") as page:
+        page.say("$KIVCTL --verbose stop")
+        line = next(event for event in page.events() if event.get("function") == "StopNetworkSpeaker" and " E " in event["log"])
+        assert line["meaning"] and line["advice"]
+        wait_for(lambda: any("StopNetworkSpeaker" in error for error in page.errors), "the line on stderr")
+
+
+def test_a_viewer_that_comes_back_goes_on_where_it_was():
+    with sandbox("--page") as page:
+        page.run("$KIVCTL stop --type 1")
+        response = page.ask("events")
+        last = None
+        for line in response:
+            if line.startswith(b"id: "):
+                last = line[4:].strip().decode()
+            if b'"method":"StopNetworkSpeaker"' in line:
+                break
+        page.run("$KIVCTL stop --type 2")
+        again = page.ask("events", Last_Event_ID=last)
+        told = []
+        while not told or b'"(2,)"' not in told[-1]:
+            told.append(next(again))
+        assert not any(b'"arguments":"(1,)"' in line for line in told)
+
+
+def memory_of(pid):
+    with open(f"/proc/{pid}/statm", encoding="utf-8") as statm:
+        return int(statm.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+
+def test_a_viewer_that_does_not_read_costs_no_memory_and_delays_nobody():
+    with sandbox("--page") as page:
+        slow = [socket.create_connection((page.parts.hostname, page.parts.port)) for _ in range(8)]
+        for viewer in slow:
+            viewer.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+            viewer.sendall(f"GET {page.parts.path}events HTTP/1.1\r\nHost: {page.parts.netloc}\r\n\r\n".encode())
+        page.run("$KIVCTL stop")
+        before = memory_of(page.child("kiv-sandbox-page"))
+        events = page.events()
+        page.run("for i in 1 2 3 4 5; do $KIV_SANDBOX control payloads \"$(printf '%01000d' 0)\" 1000 >/dev/null; done")
+        page.say("$KIVCTL stop --type 9")
+        assert next(event for event in events if event.get("arguments") == "(9,)")
+        # The history itself may grow; eight queues of it may not.
+        assert memory_of(page.child("kiv-sandbox-page")) - before < 40 << 20
+        for viewer in slow:
+            viewer.close()
+
+
+def test_viewers_and_buttons_that_go_away_leave_nothing_behind():
+    with sandbox("--page") as page:
+        pid = page.child("kiv-sandbox-page")
+
+        def descriptors():
+            return len(os.listdir(f"/proc/{pid}/fd"))
+
+        before = descriptors()
+        for path, method, body in [("events", "GET", None)] * 20 + [("control", "POST", '["await-change"]')] * 4:
+            with socket.create_connection((page.parts.hostname, page.parts.port)) as gone:
+                length = f"Content-Length: {len(body)}\r\n" if body else ""
+                origin = f"Origin: http://{page.parts.netloc}\r\n" if body else ""
+                gone.sendall(f"{method} {page.parts.path}{path} HTTP/1.1\r\nHost: {page.parts.netloc}\r\n{origin}{length}\r\n{body or ''}".encode())
+        wait_for(lambda: page.control("atmos", "on") and page.control("atmos", "off") and descriptors() <= before + 2, "their descriptors")
+        assert page.ask().status == 200
+
+
+def test_names_and_texts_are_data():
+    with sandbox("--page") as page:
+        name = "</script><img src=x onerror=alert(1)>\u2028"
+        scenario = {"home": {"speakers": [{"name": name, "mac": "02:4b:49:56:00:31"}]}}
+        events = page.events()
+        page.say(f"echo '{json.dumps(scenario)}' | $KIV_SANDBOX control apply -")
+        assert next(e for e in events if "home" in e and e["home"]["speakers"][0]["name"] == name)
+
+
+def test_a_sandbox_without_a_page_starts_and_links_none():
+    linked = subprocess.run(["ldd", PROGRAM], capture_output=True, encoding="utf-8", check=True).stdout
+    assert "soup" not in linked
+    printed = subprocess.run([PROGRAM, "--", "ps", "-eo", "comm"], capture_output=True, encoding="utf-8", check=True).stdout
+    assert "kiv-sandbox" in printed
+
+
+def test_a_sandbox_that_was_built_without_the_page_says_so(tmp_path):
+    alone = shutil.copy(PROGRAM, tmp_path / "kiv-sandbox")
+    done = subprocess.run([alone, "--page", "--no-server", "--", "true"], capture_output=True, encoding="utf-8", check=False)
+    assert done.returncode == 125
+    assert "kiv-sandbox: there is no page: this kiv-sandbox was built without libsoup-3.0" in done.stderr
+    assert subprocess.run([alone, "--no-server", "--", "true"], check=False).returncode == 0
+
+
+def test_the_page_joins_a_running_sandbox():
+    with sandbox("--name", f"page-{os.getpid()}", "--page") as first:
+        first.run("true")
+        with sandbox("--join", f"page-{os.getpid()}", "--page") as second:
+            assert first.address != second.address
+            events = second.events()
+            first.say("$KIVCTL stop --type 5")
+            assert next(event for event in events if event.get("arguments") == "(5,)")
+
+
+def test_a_command_that_fails_fails_with_its_page():
+    done = subprocess.run([PROGRAM, "--page", "--", "sh", "-c", "echo said >&2; exit 7"], capture_output=True, encoding="utf-8", check=False)
+    assert done.returncode == 7
+    assert "said\n" in done.stderr
+
+
+RECORDING = """\
+{"ms": 0, "call": 1, "method": "check_dbus_connection", "arguments": "(7,)"}
+{"ms": 1, "answer": 1, "values": "('tv_7',)"}
+{"ms": 2, "call": 2, "method": "StartNetworkSpeaker", "arguments": "(80, [byte 0x02, 0x4b], 1)"}
+{"ms": 5, "answer": 2, "error": "org.example.Broken", "message": "no <b>markup</b>"}
+{"ms": 6, "event": 3, "client": "tv_7", "method": "nam_notify_subscriber", "arguments": "([byte 0x28, 0x00, 0x02, 0x02, 0x04, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00],)"}
+{"ms": 7, "answer": 3, "values": "()"}
+"""
+
+
+def test_a_recording_is_shown(tmp_path):
+    file = tmp_path / "morning.jsonl"
+    file.write_text(RECORDING, encoding="utf-8")
+    with sandbox("--show", str(file), command=()) as page:
+        events = page.events()
+        assert next(events)["about"]["recording"] == "morning.jsonl"
+        assert [next(events)["ms"] for _ in range(6)] == [0, 1, 2, 5, 6, 7]
+        assert page.ask("control", "POST", '["atmos", "on"]').status == 404
+
+
+@pytest.mark.parametrize("text", ["nonsense\n", "[1]\n", '{"ms": 1, "call": 1}\n', '{"ms": 1, "answer": 1, "values": 7}\n'])
+def test_a_file_that_is_not_a_recording_is_told(tmp_path, text):
+    file = tmp_path / "other.jsonl"
+    file.write_text(RECORDING + text, encoding="utf-8")
+    done = subprocess.run([PROGRAM, "--show", str(file)], capture_output=True, encoding="utf-8", check=False)
+    assert done.returncode == 125
+    assert f"kiv-sandbox: {file}:7:" in done.stderr
+
+
+def captured(file, *fields):
+    columns = [word for field in fields for word in ("-e", field)]
+    done = subprocess.run(["tshark", "-r", file, "-T", "fields", "-E", "separator=|", *columns], capture_output=True, encoding="utf-8", check=True)
+    return [line.split("|") for line in done.stdout.splitlines()]
+
+
+def test_a_capture_is_read_by_others(tmp_path):
+    recording = tmp_path / "morning.jsonl"
+    recording.write_text(RECORDING, encoding="utf-8")
+    file = tmp_path / "messages.pcap"
+    with sandbox("--show", str(recording), command=()) as page:
+        file.write_bytes(page.ask("messages.pcap").read())
+    kind = subprocess.run(["capinfos", "-E", file], capture_output=True, encoding="utf-8", check=True).stdout
+    assert "D-Bus" in kind
+    lines = captured(file, "_ws.col.Protocol", "dbus.message_type", "dbus.member", "dbus.error_name", "_ws.malformed")
+    assert [line[0] for line in lines] == ["D-Bus"] * 6
+    assert [line[2] for line in lines if line[2]] == ["check_dbus_connection", "StartNetworkSpeaker", "nam_notify_subscriber"]
+    assert lines[3][3] == "org.example.Broken"
+    assert {line[4] for line in lines} == {""}
+
+
+def test_a_capture_leaves_out_what_no_bus_could_carry(tmp_path):
+    recording = tmp_path / "odd.jsonl"
+    recording.write_text(
+        RECORDING + '{"ms": 8, "call": 8, "method": "no name", "arguments": "()"}\n'
+        '{"ms": 8, "event": 9, "client": "no/id", "method": "nam_notify_subscriber", "arguments": "()"}\n'
+        '{"ms": 8, "call": 10, "method": "Odd", "arguments": "(no values"}\n'
+        '{"ms": 9, "answer": 10, "error": "no name", "message": ""}\n', encoding="utf-8")
+    file = tmp_path / "messages.pcap"
+    with sandbox("--show", str(recording), command=()) as page:
+        file.write_bytes(page.ask("messages.pcap").read())
+    lines = captured(file, "dbus.member", "dbus.error_name", "_ws.malformed")
+    assert [line[0] for line in lines if line[0]] == ["check_dbus_connection", "StartNetworkSpeaker", "nam_notify_subscriber", "Odd"]
+    assert len(lines) == 8 and {line[2] for line in lines} == {""}
+
+
+def test_a_capture_of_a_live_page_has_the_messages_of_the_bus(tmp_path):
+    file = tmp_path / "messages.pcap"
+    with sandbox("--page") as page:
+        events = page.events()
+        page.say("$KIVCTL stop --type 3")
+        call = next(event for event in events if event.get("method") == "StopNetworkSpeaker")
+        next(event for event in events if event.get("answer") == call["call"])
+        file.write_bytes(page.ask("messages.pcap").read())
+    lines = captured(file, "dbus.member", "dbus.sender", "dbus.serial", "_ws.malformed")
+    assert [call["sender"], str(call["serial"])] in [line[1:3] for line in lines if line[0] == "StopNetworkSpeaker"]
+    assert {line[3] for line in lines} == {""}

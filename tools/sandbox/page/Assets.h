@@ -1,0 +1,10 @@
+#pragma once
+
+namespace kiv::sandbox {
+
+/// The page's three files, which are compiled in.
+extern const char* const kPageHtml;
+extern const char* const kPageCss;
+extern const char* const kPageJs;
+
+} // namespace kiv::sandbox
