@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +26,7 @@ constexpr const char* kSubscription = "demo";
 constexpr int kStartReason = 1;
 constexpr int kStopType = 0;
 constexpr unsigned kLongestRunSeconds = 60;
+constexpr std::chrono::milliseconds kRest{600};
 
 // The simulated server's own: an event that tells of volumes, 14 bytes a speaker, the last four of which are the
 // volume.
@@ -245,10 +247,12 @@ void Stop()
 
 } // namespace
 
-// With --trace it prints lines that stand among those of log and bus.
+// With --trace it prints lines that stand among those of log and bus; with --slow it rests after each step.
 int main(int argc, char** argv)
 try {
-    UseForm(argc > 1 && std::strcmp(argv[1], "--trace") == 0 ? Form::Lines : Form::Story);
+    const auto isGiven = [&](const char* option) { return argc > 1 && std::strcmp(argv[1], option) == 0; };
+    UseForm(isGiven("--trace") ? Form::Lines : Form::Story);
+    RestAfterSteps(isGiven("--slow") ? kRest : std::chrono::milliseconds(0));
     // A step that hangs is a failure, too.
     alarm(kLongestRunSeconds);
     for (void (*step)() :

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,6 +14,9 @@ namespace demo {
 enum class Form { Story, Lines };
 
 void UseForm(Form form);
+
+// So that people can watch what each step does.
+void RestAfterSteps(std::chrono::milliseconds rest);
 
 // Begins a part of the tour.
 void Chapter(const std::string& title);
