@@ -36,7 +36,8 @@ std::vector<std::string> PageCommand()
             return {program.lexically_normal(), self};
         }
     }
-    throw std::runtime_error("there is no page: this kiv-sandbox was built without libsoup-3.0, which serves it");
+    throw std::runtime_error("there is no page, because kiv-sandbox-page was not found. Install it (in Debian, "
+                             "kiv-tools-page), or build it, which takes libsoup-3.0-dev");
 }
 
 /// Sends to a socket in the abstract namespace, without waiting.
