@@ -139,16 +139,41 @@ def test_a_viewer_that_does_not_read_costs_no_memory_and_delays_nobody():
         for viewer in slow:
             viewer.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
             viewer.sendall(f"GET {page.parts.path}events HTTP/1.1\r\nHost: {page.parts.netloc}\r\n\r\n".encode())
-        page.run("$KIVCTL stop")
-        before = memory_of(page.child("kiv-sandbox-page"))
+        page.say("$KIVCTL monitor >/dev/null &")
         events = page.events()
-        page.run("for i in 1 2 3 4 5; do $KIV_SANDBOX control payloads \"$(printf '%01000d' 0)\" 1000 >/dev/null; done")
-        page.say("$KIVCTL stop --type 9")
-        assert next(event for event in events if event.get("arguments") == "(9,)")
+        next(event for event in events if event.get("home", {}).get("clients"))
+        before = memory_of(page.child("kiv-sandbox-page"))
+        page.say("for i in 1 2 3 4 5; do $KIV_SANDBOX control payloads \"$(printf '%01000d' 0)\" 1000 >/dev/null; done")
+        for _ in range(5000):
+            next(event for event in events if "event" in event)
         # The history itself may grow; eight queues of it may not.
         assert memory_of(page.child("kiv-sandbox-page")) - before < 40 << 20
         for viewer in slow:
             viewer.close()
+
+
+def test_viewers_and_commands_are_limited():
+    with sandbox("--page") as page:
+        viewers = [page.ask("events") for _ in range(64)]
+        assert {viewer.status for viewer in viewers} == {200}
+        assert page.ask("events").status == 503
+        waiting = [page.send("control", "POST", '["await-change"]') for _ in range(8)]
+        wait_for(lambda: page.ask("control", "POST", '["show"]').status == 503, "the limit")
+        # A command that has just started waits for the change after the next.
+        page.say("for i in $(seq 100); do $KIV_SANDBOX control atmos on; $KIV_SANDBOX control atmos off; done &")
+        assert {command.getresponse().status for command in waiting} == {200}
+        assert page.control("show")["exitCode"] == 0
+
+
+def test_the_history_is_limited_and_what_is_missed_is_told(tmp_path):
+    file = tmp_path / "large.jsonl"
+    line = {"ms": 1, "call": 1, "method": "StopNetworkSpeaker", "arguments": f"('{'x' * 900000}',)"}
+    file.write_text("".join(json.dumps(line | {"call": number}) + "\n" for number in range(1, 91)), encoding="utf-8")
+    with sandbox("--show", str(file), command=()) as page:
+        events = page.events(Last_Event_ID="0")
+        missed = next(event for event in events if "missed" in event)["missed"]
+        assert missed > 0
+        assert next(events)["call"] == missed + 2
 
 
 def test_viewers_and_buttons_that_go_away_leave_nothing_behind():

@@ -64,7 +64,7 @@ class Page:
             printed.append(read)
         return "".join(printed).strip()
 
-    def ask(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> Any:
+    def send(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> http.client.HTTPConnection:
         """Sends one request; a header that is None is left out."""
         connection = http.client.HTTPConnection(self.parts.hostname or "", self.parts.port, timeout=LONGEST_WAIT)
         given = {"Host": self.parts.netloc, "Origin": f"http://{self.parts.netloc}" if method == "POST" else None, **headers}
@@ -75,7 +75,11 @@ class Page:
         if body is not None:
             connection.putheader("Content-Length", str(len(body.encode())))
         connection.endheaders(body.encode() if body is not None else None)
-        return connection.getresponse()
+        return connection
+
+    def ask(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> Any:
+        """Sends one request, and returns the answer."""
+        return self.send(path, method, body, **headers).getresponse()
 
     def control(self, *words: str) -> dict[str, Any]:
         """Presses a button."""
@@ -83,9 +87,9 @@ class Page:
         assert response.status == 200, response.status
         return json.loads(response.read())
 
-    def events(self) -> Iterator[dict[str, Any]]:
+    def events(self, **headers: str) -> Iterator[dict[str, Any]]:
         """Yields each line and state as a viewer is told it."""
-        response = self.ask("events")
+        response = self.ask("events", **headers)
         assert response.status == 200, response.status
         end = time.monotonic() + LONGEST_WAIT
         for line in response:
