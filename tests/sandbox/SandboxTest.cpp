@@ -101,7 +101,10 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
         {"--strict requires --replay; see kiv-sandbox --help", {"--strict", "--", "true"}},
         {"unknown option --bogus; see kiv-sandbox --help", {"--list", "--bogus"}},
         {"unknown option --colour; see kiv-sandbox --help", {"--list-scenarios", "--colour"}},
-        {R"(--list, --list-scenarios and --show run no command, got "true"; see kiv-sandbox --help)", {"--list", "--", "true"}},
+        {R"(--list, --list-scenarios and --show run no command, got "true"; see kiv-sandbox --help)",
+         {"--list", "--", "true"}},
+        {R"(--list, --list-scenarios and --show run no command, got "true"; see kiv-sandbox --help)",
+         {"--show", "morning.jsonl", "--", "true"}},
         {R"(--list, --list-scenarios and --show run no command, got "echo x"; see kiv-sandbox --help)",
          {"--list-scenarios", "echo", "x"}},
     };
