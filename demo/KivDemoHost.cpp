@@ -107,6 +107,7 @@ void Listen()
     Require(!kiv_is_receiver_atmos(), "Atmos is supported too early");
     Say("SubscribeNamServiceCallback", "subscribed to the server's events");
     Say("register_atmos_support_cb", "subscribed to Atmos");
+    WaitUntilEventsArrive();
 }
 
 void TakeInventory()

@@ -56,11 +56,14 @@ private:
 
 } // namespace
 
+void WaitUntilEventsArrive()
+{
+    Bus().WaitForOwner("org.lumra.tv.networkspeaker.client." + CNSGdbus::m_pInstance->m_strClientName);
+}
+
 void ConnectAtmosReceiver()
 {
-    const Bus bus;
-    bus.WaitForOwner("org.lumra.tv.networkspeaker.client." + CNSGdbus::m_pInstance->m_strClientName);
-    g_variant_unref(bus.CallSimulator("Atmos", g_variant_new("(b)", TRUE)));
+    g_variant_unref(Bus().CallSimulator("Atmos", g_variant_new("(b)", TRUE)));
 }
 
 std::vector<std::string> DescribeHome()

@@ -6,8 +6,10 @@
 // The person in the living room: no part of a TV application, hence on bus connections of their own.
 namespace demo {
 
-// Plugs an Atmos receiver in, so to speak. The simulated server tells its subscribers, of which this process is one as
-// soon as it serves the client object.
+// Waits until this process owns the name of its client object: an event that is pushed before is lost.
+void WaitUntilEventsArrive();
+
+// Plugs an Atmos receiver in, so to speak. The simulated server tells its subscribers.
 void ConnectAtmosReceiver();
 
 // Describes each speaker and whatever else there is to see, a line each.

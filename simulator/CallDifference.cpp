@@ -18,7 +18,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/** Nothing for bytes that are no list of speakers. */
+/** Returns nothing for bytes that are no list of speakers. */
 std::optional<Texts> SpeakerTexts(const Bytes& bytes)
 {
     const auto configs = ReadConfigs(bytes);

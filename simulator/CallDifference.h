@@ -7,7 +7,7 @@
 
 namespace kiv::simulator {
 
-/** Where two calls of a method differ, for people. */
+/** Tells people where two calls of a method differ. */
 struct CallDifference {
     /** Name of the argument, or the part of it: "records[1]". */
     std::string name;

@@ -15,7 +15,7 @@
 
 namespace kiv::simulator {
 
-/** What is wrong with the arguments, and which option or command may be meant. */
+/** Says what is wrong with the arguments, and which option or command may be meant. */
 inline std::string Reason(const CLI::App& app, const CLI::Error& error)
 {
     // The words that nothing takes, those behind a subcommand included.

@@ -39,7 +39,7 @@ constexpr char kNeedsHome[] = "only without --replay does it have a home";
 constexpr char kNeedsIds[] = "client ids are those of the recording";
 constexpr char kNeedsClient[] = "it does not know its clients, so name one with --client";
 
-/** What a replay lacks for a change; null if it lacks nothing. */
+/** Says what a replay lacks for a change. Returns null if it lacks nothing. */
 const char* LackedFor(const Change& change)
 {
     if (!change.home.IsEmpty()) {

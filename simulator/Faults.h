@@ -39,7 +39,7 @@ public:
         : methods_(std::move(methods)), methodsWithBytes_(std::move(methodsWithBytes))
     {
     }
-    /** Those of the interface. */
+    /** Takes both from the interface. */
     explicit Faults(const Interface& server) : Faults(server.Methods(), server.MethodsThatReturn("ay")) {}
 
     /** What a description can have, and the D-Bus types. */

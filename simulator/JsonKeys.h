@@ -40,7 +40,7 @@ inline std::string MeantKey(const std::string& name, const std::set<std::string>
     // An event has its bytes by another name than a fault.
     for (const auto& [one, other] : {std::pair("bytes", "data"), std::pair("data", "bytes")}) {
         if (name == one && known.contains(other)) {
-            return fmt::format("; did you mean '{}'?", other);
+            return fmt::format("; did you mean {}?", other);
         }
     }
     return DidYouMean(name, {known.begin(), known.end()});

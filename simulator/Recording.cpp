@@ -29,7 +29,7 @@ const Keys<RecordedLine>& LineKeys()
     return kKeys;
 }
 
-/** Whether a line is JSON with a key of a recording, perhaps with mistakes. */
+/** Tells whether a line is JSON with a key of a recording, perhaps with mistakes. */
 bool IsLike(const std::string& text)
 {
     const auto parsed = nlohmann::json::parse(text, nullptr, false);

@@ -32,7 +32,7 @@ struct RecordedLine {
 std::string WriteLine(const RecordedLine& line);
 /** Throws FileError, with name, number and reason, for a line that is none. */
 RecordedLine ReadLine(const std::string& name, const std::string& text, int number);
-/** Whether the text of a file begins with a line of a recording. */
+/** Tells whether the text of a file begins with a line of a recording. */
 bool IsRecording(const std::string& text);
 
 } // namespace kiv::simulator

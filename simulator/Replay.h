@@ -38,7 +38,7 @@ struct RecordedExchange {
     std::string method;
     Variant arguments;
     RecordedAnswer answer;
-    /** Whether the replay has come to it. */
+    /** The replay has come to it. */
     bool isMade = false;
 };
 
@@ -50,9 +50,9 @@ public:
 
     const std::string& Name() const { return name_; }
 
-    /** Nothing for a call that was not recorded, or not so often. */
+    /** Returns nothing for a call that was not recorded, or not so often. */
     std::optional<RecordedAnswer> Next(const std::string& method, GVariant* arguments);
-    /** Why there is nothing for such a call. */
+    /** Says why there is nothing for such a call. */
     std::string WhyNot(const std::string& method, GVariant* arguments) const;
 
     /**

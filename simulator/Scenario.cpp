@@ -373,7 +373,7 @@ Scenario ReadScenario(const std::string& name, const std::string& text)
 
 Scenario ReadFirstScenario(const std::string& name, const std::string& text)
 {
-    const Scenario scenario = ReadScenario(name, text);
+    Scenario scenario = ReadScenario(name, text);
     if (!scenario.now.events.empty()) {
         for (const auto& [key, member] : JsonNode::Parse(name, text).Members()) {
             if (key == "events") {

@@ -61,6 +61,12 @@ expect_told "libplatform-log.so.1: cannot open shared object file"
 libraries=$platform:$prefix/lib
 make_library libplatform-info.so.1 another_function
 expect_told "undefined symbol" "s,[^ ]*/,/usr/lib/,"
+# The same where kivctl keeps the library's lines back.
+for command in enabled "list nodes" "--json doctor"; do
+    read -ra words <<<"$command"
+    env -u KIV_LOG_LEVEL LD_LIBRARY_PATH="$libraries" "$tool" "${words[@]}" >"$log" 2>&1 && fail "$command runs"
+    expect_line "undefined symbol: system_info_get_custom_bool"
+done
 echo 'GLIBCXX_3.4 { *; };' >"$work/map"
 make_library libstdc++.so.6 another_function -nostdlib "-Wl,--version-script=$work/map"
 expect_told "version \`GLIBCXX_3.4." "s,[^ ]*/libstdc,/usr/lib/libstdc,;s,_3[0-9.]*,_3.4.30,;s,by [^ ]*/,by /tmp/,"

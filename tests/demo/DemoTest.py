@@ -65,3 +65,9 @@ def test_the_trace_has_lines_that_stand_among_others():
     assert all(line.startswith("TV: ") for line in lines if line)
     assert "TV: --- inventory ---" in lines
     assert not any("network volume" in line for line in lines)
+
+
+def test_a_monitor_thread_that_begins_late_costs_no_event():
+    sandbox, *end_of_options, host = command()
+    slowly = ["env", f"LD_PRELOAD={os.environ['SLOW_THREADS']}", host]
+    assert subprocess.run([sandbox, *end_of_options, *slowly], stdout=subprocess.PIPE).returncode == 0

@@ -307,6 +307,17 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
     EXPECT_TRUE(denied.ends_with("; have the policy of the bus allow it\n")) << denied;
 }
 
+// The library logs the id, in brackets and as it came.
+TEST_F(CommandTest, AClientIdThatReadsLikeALineOfTheLogFailsNothing)
+{
+    for (const char* id : {" expected, [x", " MethodCall Error", " from NAM, ", "request launch kiv-service"}) {
+        g_variant_unref(Control("ClientId", g_variant_new("(s)", id)));
+        const Ended ended = Run({"volume", "set", "02:4b:49:56:00:01", "30", "--no-wait"});
+        EXPECT_EQ(ended.exitCode, 0) << id << ": " << ended.err;
+        EXPECT_EQ(ended.out, "sent\n") << id;
+    }
+}
+
 TEST_F(CommandTest, AFailureValueIsNamed)
 {
     SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
@@ -353,6 +364,8 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{"--jso", "stop"}, "unknown option --jso; did you mean --json?"},
         {{"stop", "--tpe", "3"}, "unknown option --tpe; did you mean --type?"},
         {{"stop", "--colour"}, "unknown option --colour; kivctl help stop lists them"},
+        {{"--for", "3", "monitor"}, "unknown option --for; it belongs behind monitor"},
+        {{"volume", "--ip=1.2.3.4", "get", kLeft}, "unknown option --ip=1.2.3.4; it belongs behind volume get"},
         {{"call", "StopNetworkSpeakers"},
          "unknown command call StopNetworkSpeakers; did you mean call StopNetworkSpeaker?"},
         {{"help", "volum"}, "unknown command volum; did you mean volume?"},
@@ -492,11 +505,11 @@ TEST_F(CommandTest, TheLibrarysLinesAreShownToWhomAsksForThem)
 TEST_F(CommandTest, TheLibrarysLinesAreShownWhenTimeIsUp)
 {
     SetFault("StopNetworkSpeaker", "silent", "true");
-    const Ended ended = Run({"stop", "--timeout", "0.5"}, kLogsAsUsual);
+    const Ended ended = Run({"stop", "--timeout", "2"}, kLogsAsUsual);
     EXPECT_EQ(ended.exitCode, 4);
     EXPECT_NE(ended.err.find("STOP, nStopType[0]"), std::string::npos) << ended.err;
     EXPECT_TRUE(
-        ended.err.ends_with("kivctl: stop: not done within 500 ms: the server has not answered StopNetworkSpeaker; "
+        ended.err.ends_with("kivctl: stop: not done within 2000 ms: the server has not answered StopNetworkSpeaker; "
                             "the server's own log tells why\n"))
         << ended.err;
 }

@@ -155,9 +155,20 @@ TEST(ExplainTest, ReadsTheFormsThatLogsHave)
     EXPECT_EQ(Explain(""), "");
 }
 
+TEST(ExplainTest, FindsTheTextThatALoggerHasWrapped)
+{
+    const std::string line = kMethodCallError;
+    const std::string json = Json({{"_PID", "12"}, {"MESSAGE", line}, {"PRIORITY", "3"}}).dump();
+    for (const std::string& wrapped :
+         {json, "Nov 22 12:34:56 tv NAM_SERVICE[1]: message repeated 4 times: [ " + line + "]",
+          "\x1b[31m" + line + "\x1b[0m", "message repeated 2 times: [ " + line + "]\x1b[0m"}) {
+        EXPECT_EQ(Explain(wrapped + '\n'), wrapped + kExplained);
+    }
+}
+
 TEST(ExplainTest, LeavesOtherLinesAlone)
 {
-    const std::string others = "kernel: usb 1-1: new device\n\n\xff\xfe(binary\0)\n"s;
+    const std::string others = "kernel: usb 1-1: new device\n\n\xff\xfe(no UTF-8)\n{\"no\": \"message\"}\n{no JSON\n";
     EXPECT_EQ(Explain(others), others);
     EXPECT_EQ(ExplainToScripts("kernel: usb\n"), std::vector<Json>{Json({{"line", "kernel: usb"}})});
 }
@@ -166,8 +177,11 @@ TEST(ExplainTest, SaysThatALineIsUnknown)
 {
     const std::string line = "KivServiceInterface.cpp: StopNetworkSpeaker(89) > [NAM_API] something new";
     const std::string out = Explain(line + '\n');
-    EXPECT_EQ(out.find(line + "\n    = kivctl "), 0U) << out;
-    EXPECT_NE(out.find("does not know this line"), std::string::npos) << out;
+    EXPECT_EQ(out.find(line + "\n    = not known to kivctl "), 0U) << out;
+    EXPECT_NE(
+        out.find(": cut short, or wrapped by the logger, or of another version of the library\n    -> "),
+        std::string::npos)
+        << out;
     EXPECT_EQ(ExplainToScripts(line + '\n').at(0).at("known"), false);
 }
 
@@ -181,7 +195,15 @@ TEST(ExplainTest, ALineWithoutEndIsRefused)
     EXPECT_EQ(longer.err, "kivctl: stdin: must be a log with lines of 1048576 bytes at most, got a longer one\n");
     const Explained endless = RunExplain("", {"/dev/zero"});
     EXPECT_EQ(endless.exitCode, 2);
-    EXPECT_EQ(endless.err, "kivctl: /dev/zero: must be a log with lines of 1048576 bytes at most, got a longer one\n");
+    EXPECT_EQ(endless.err, "kivctl: /dev/zero: must be a text log, got binary data; unpack it first\n");
+}
+
+TEST(ExplainTest, BinaryDataIsRefused)
+{
+    const Explained binary = RunExplain("\x1f\x8b\x08\0\0"s + kMethodCallError, {});
+    EXPECT_EQ(binary.exitCode, 2);
+    EXPECT_EQ(binary.out, "");
+    EXPECT_EQ(binary.err, "kivctl: stdin: must be a text log, got binary data; unpack it first\n");
 }
 
 TEST(ExplainTest, SaysThatALogHasNoLineOfTheLibrarys)

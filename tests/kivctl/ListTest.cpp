@@ -164,6 +164,16 @@ TEST_F(ListTest, NoNodesAreAnAnswer)
     ExpectJson({"list", "nodes"}, {{"result", -1}, {"nodes", Json::array()}});
 }
 
+TEST_F(ListTest, BytesThatMakeNoRecordAreAFailure)
+{
+    Reply("GetNetSpkNodeList", "[byte 1, 2]");
+    ExpectFailure({"list", "nodes"}, 1, "GetNetSpkNodeList returned 0: the server sent 2 bytes, and a node has 134");
+    for (const Arguments& arguments : {Arguments{"list", "all"}, Arguments{"list", "all", "--array"}}) {
+        Reply("GetNetSpkListInfo", ByteArray(kListSize - 1, 'a'));
+        ExpectFailure(arguments, 1, "the server sent 1085 bytes, and a list has 1086");
+    }
+}
+
 TEST_F(ListTest, TheLibrarysLineAboutAnEmptyListIsNotShown)
 {
     Reply("GetNetSpkNodeList", "@ay []");

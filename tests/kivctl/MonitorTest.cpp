@@ -326,12 +326,13 @@ TEST_F(MonitorTest, WaitsForAServerThatIsNotThereYet)
 TEST_F(MonitorTest, EndsAfterTheTimeAskedFor)
 {
     const auto start = Clock::now();
-    const Ended ended = Run({"monitor", "--for", "0.5"});
-    EXPECT_GE(Clock::now() - start, 500ms);
+    const Ended ended = Run({"monitor", "--for", "2"});
+    EXPECT_GE(Clock::now() - start, 2s);
     EXPECT_EQ(ended.exitCode, 0);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, std::string(kReady) + '\n');
-    EXPECT_EQ(Calls().back().rfind("UnsubscribeNamServiceCallback", 0), 0U);
+    EXPECT_EQ(ended.err, std::string(kReady) + "\nkivctl: no event came; kivctl doctor tells whether events arrive\n");
+    const std::vector<std::string> calls = Calls();
+    EXPECT_TRUE(!calls.empty() && calls.back().starts_with("UnsubscribeNamServiceCallback"));
 
     for (const std::string limit : {"0", "-1", "soon", "1e9"}) {
         ExpectFailure({"monitor", "--for", limit}, 2, "--for: must be a number of seconds above 0");
@@ -342,7 +343,7 @@ TEST_F(MonitorTest, FailsWhenItNeverWasReady)
 {
     bus_.RemoveService(kServerName);
     const std::string reason = "never ready, no event could come: the server does not run and cannot be started: ";
-    const Ended timed = Run({"monitor", "--for", "0.1"});
+    const Ended timed = Run({"monitor", "--for", "2"});
     EXPECT_EQ(timed.exitCode, 1);
     EXPECT_NE(timed.err.find("\nkivctl: " + reason), std::string::npos) << timed.err;
     Running json(bus_, {"--json", "monitor"});
@@ -362,7 +363,7 @@ TEST_F(MonitorTest, EndsInTimeWhileTheServerHangs)
 {
     SetFault("*", "silent", "true");
     const auto start = Clock::now();
-    const Ended timed = Run({"monitor", "--for", "0.5", "--timing"});
+    const Ended timed = Run({"monitor", "--for", "2", "--timing"});
     EXPECT_LT(Clock::now() - start, kPrompt);
     EXPECT_EQ(timed.exitCode, 1);
     EXPECT_TRUE(timed.err.starts_with(
@@ -404,7 +405,7 @@ TEST_F(MonitorTest, EndsInTimeWhileTheBusHangs)
 {
     kill(bus_.DaemonPid(), SIGSTOP);
     const auto start = Clock::now();
-    const Ended ended = Run({"monitor", "--for", "0.5"});
+    const Ended ended = Run({"monitor", "--for", "2"});
     EXPECT_LT(Clock::now() - start, kPrompt);
     EXPECT_EQ(ended.exitCode, 1);
     EXPECT_TRUE(ended.err.starts_with("kivctl: never ready, no event could come: the system bus has not answered"))

@@ -203,6 +203,20 @@ TEST_F(NameAndVolumeTest, ASpeakerOfAListThatTheServerDoesNotKnowHasNoVolume)
     EXPECT_NE(json.at("error").get<std::string>().find("no volume of " + kUnknown + " came"), std::string::npos);
 }
 
+TEST_F(NameAndVolumeTest, WhereNoVolumeComesEventsAreSuspect)
+{
+    const std::string suspect = ", or its events do not arrive";
+    Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
+    const std::string denied = Run(Waiting({"volume", "get", kLeft})).err;
+    EXPECT_NE(denied.find(suspect + "; kivctl doctor tells why\n"), std::string::npos) << denied;
+
+    Forbid("");
+    const Ended some = Run(Waiting({"volume", "get", kLeft, "02:00:00:00:00:99"}));
+    EXPECT_EQ(some.exitCode, 1);
+    EXPECT_NE(some.err.find("no volume of 02:00:00:00:00:99 came"), std::string::npos) << some.err;
+    EXPECT_EQ(some.err.find(suspect), std::string::npos) << some.err;
+}
+
 TEST_F(NameAndVolumeTest, WithoutALayoutTheEventIsShownAsItCame)
 {
     ExpectOutput(

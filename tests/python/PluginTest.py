@@ -160,7 +160,7 @@ REFUSAL = "must be called in a sandbox, got the system bus of this machine; use 
 
 
 def test_a_call_outside_a_sandbox_is_refused(tmp_path):
-    done = run(tmp_path, "--tb=line", use=MACHINE)
+    done = run(tmp_path, "--tb=line", "-rN", use=MACHINE)
     assert done.returncode == 1 and "4 failed" in done.stdout, done.stdout
     assert done.stdout.count(f"StopNetworkSpeaker() {REFUSAL}") == 3
     assert done.stdout.count(f"AwaitEvents() {REFUSAL}") == 1

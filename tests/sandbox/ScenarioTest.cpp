@@ -344,7 +344,7 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
          kControl +
              std::string("FAULT must be JSON such as '{\"delay\": 500}', or none, got nothing; its keys are append, ")},
         {"fault StopNetworkSpeeker '{\"exit\": true}'",
-         "no method 'StopNetworkSpeeker'; did you mean 'StopNetworkSpeaker'?"},
+         "no method 'StopNetworkSpeeker'; did you mean StopNetworkSpeaker?"},
         {"fault StopNetworkSpeaker '{\"reply\": \"(1, \"}'",
          kControl + std::string("'reply' must be a value in GVariant text form, got '(1, ': ")},
         {"fault Nonsense none", kControl + std::string("the server has no method 'Nonsense'")},

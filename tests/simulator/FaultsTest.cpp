@@ -116,7 +116,7 @@ TEST_F(FaultsTest, AFaultOfAllMethodsYieldsToTheirOwn)
 TEST_F(FaultsTest, RefusesWhatMakesNoSense)
 {
     EXPECT_EQ(Refusal("{'exit': <true>}", "Nonsense"), "the server has no method 'Nonsense'; known are Method, Other");
-    EXPECT_EQ(Refusal("{'exit': <true>}", "Methud"), "the server has no method 'Methud'; did you mean 'Method'?");
+    EXPECT_EQ(Refusal("{'exit': <true>}", "Methud"), "the server has no method 'Methud'; did you mean Method?");
     EXPECT_THAT(Refusal("{'colour': <1>}"), HasSubstr("no fault key 'colour'"));
     EXPECT_THAT(Refusal("{'error': <1>}"), HasSubstr("'error' has type 's', not 'i'"));
     EXPECT_THAT(

@@ -38,7 +38,7 @@ protected:
         return replay_.Next(method, Value(arguments).get()).value();
     }
 
-    /** Why there is no answer. */
+    /** Says why there is no answer. */
     std::string WhyNot(const std::string& method, const std::string& arguments = "()")
     {
         EXPECT_FALSE(replay_.Next(method, Value(arguments).get()).has_value());
@@ -153,7 +153,7 @@ TEST(UnmadeCallsTest, OneSubscriptionStandsForAll)
     EXPECT_THAT(replay.Unmade(), IsEmpty());
 }
 
-/** Why the second call is not in a recording of the first one. */
+/** Says why the second call is not in a recording of the first one. */
 std::string WhyNotInstead(const std::string& method, const std::string& recorded, const std::string& got)
 {
     return ReplayOf({{method, recorded}}).WhyNot(method, Value(got).get());

@@ -12,7 +12,7 @@ namespace kiv::ctl {
 namespace {
 
 constexpr const char* kFooter = R"(Exit codes:
-  0  done; doctor: nothing is wrong; monitor: events could come, at least for a while
+  0  done; doctor: no problem found; monitor: events could come, at least for a while
   1  the library reported a failure, doctor found one, or the output could not be
      written; monitor: events never could come, the server refused them, or the bus
      was lost
@@ -30,7 +30,8 @@ monitor ends within about a second after Ctrl-C, SIGTERM or the time of --for, a
 while the server or the bus hangs.
 
 With --json, stdout carries nothing but JSON, one object a line. A command that
-fails says why in "error", and its exit code is the same as without --json.)";
+fails says why in "error" and, where there is something to do about it, that in
+"advice". Its exit code is the same as without --json.)";
 
 std::vector<Command> Joined(std::initializer_list<std::vector<Command>> families)
 {

@@ -63,20 +63,23 @@ std::string ReasonOfError(std::string_view text)
     return std::string(text.substr(begin, text.rfind(kEnd) - begin));
 }
 
+// Goes by the beginnings of lines, because a server has its own words in others.
 void ReadError(std::string_view text)
 {
-    const auto has = [text](std::string_view part) { return text.find(part) != std::string_view::npos; };
-    if (has("request launch kiv-service")) {
+    if (text.starts_with("!!! ERROR ns_proxy.GetProxy()")) {
         t_lastCall.firstAttemptFailed = true;
         KeepFirstAttempt();
-    } else if (has(" Error: method [")) {
+    } else if (text.starts_with("[NAM_API] Error: method [")) {
         SetCallReason(fmt::format("the library has not sent the request: {}", ReasonOfError(text)));
-    } else if (has(" expected, [") && !has("[NameHasOwner]")) {
+    } else if (text.starts_with("[NAM_API] method [")) {
         const std::vector<std::string> parts = InBrackets(text);
-        SetCallFailure(fmt::format("the answer must be of the D-Bus type {}, got {}", parts[2], parts[3]));
-    } else if (has("MethodCall") && (text.ends_with(" Error") || has(" Error, time("))) {
-        t_lastCall.requestFailed = true;
-    } else if (has(" from NAM, ") && !t_lastCall.requestFailed) {
+        if (parts.size() == 4 && parts[1] != "NameHasOwner") {
+            SetCallFailure(fmt::format("the answer must be of the D-Bus type {}, got {}", parts[2], parts[3]));
+        }
+    } else if (text.starts_with("MethodCall Error") || text.starts_with("[NAM_API] MethodCall")) {
+        // The library goes on after a line that ends so.
+        t_lastCall.requestFailed = t_lastCall.requestFailed || !text.ends_with(" Error!");
+    } else if (text.starts_with("[NAM_API] Cannot get ") && !t_lastCall.requestFailed) {
         SetCallFailure("the server answered -1");
     }
 }

@@ -11,11 +11,11 @@ namespace kiv::ctl {
  * not print, too. CallWatch.h has the reason if the bus or the server did not answer as usual.
  */
 
-// Whether the request of this thread's last call failed, and the library's own reason: an answer that it cannot take,
-// or a request that it does not send. Nothing if it took the answer, or if it did not reach the server.
+// Tells that the request of this thread's last call failed, with the library's own reason: an answer that it cannot
+// take, or a request that it does not send. Returns nothing if it took the answer, or did not reach the server.
 std::optional<std::string> RequestFailure();
 
-// Whether the first attempt of this thread's last call did not reach the server.
+// Tells whether the first attempt of this thread's last call did not reach the server.
 bool FirstAttemptFailed();
 
 } // namespace kiv::ctl

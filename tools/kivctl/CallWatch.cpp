@@ -49,10 +49,10 @@ bool IsMinusOne(GVariant* body)
 
 void Complete(SeenCall& call, GDBusMessage* reply)
 {
+    const char* arg0 = g_dbus_message_get_arg0(reply);
+    const std::string text = arg0 == nullptr ? "" : arg0;
     if (g_dbus_message_get_message_type(reply) == G_DBUS_MESSAGE_TYPE_ERROR) {
         const char* sender = g_dbus_message_get_sender(reply);
-        const char* arg0 = g_dbus_message_get_arg0(reply);
-        const std::string text = arg0 == nullptr ? "" : arg0;
         call.outcome = SeenCall::Outcome::kError;
         call.isOfBus = sender != nullptr && std::strcmp(sender, kBusName) == 0;
         call.error = NamedError(g_dbus_message_get_error_name(reply), text);
@@ -60,7 +60,10 @@ void Complete(SeenCall& call, GDBusMessage* reply)
     }
     call.outcome = SeenCall::Outcome::kAnswered;
     call.type = fmt::format("({})", g_dbus_message_get_signature(reply));
-    call.isRefusal = IsMinusOne(g_dbus_message_get_body(reply));
+    call.text = text;
+    GVariant* body = g_dbus_message_get_body(reply);
+    call.isRefusal = IsMinusOne(body);
+    call.size = body == nullptr ? 0 : g_variant_get_size(body);
 }
 
 bool IsFalse(GVariant* body)
@@ -109,8 +112,8 @@ void WatchCalls()
     g_autoptr(GError) error = nullptr;
     GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     SetConnecting(false);
+    const std::scoped_lock lock(g_seenMutex);
     if (bus == nullptr) {
-        const std::scoped_lock lock(g_seenMutex);
         g_seen.noBus = error->message;
         return;
     }

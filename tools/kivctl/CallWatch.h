@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -19,6 +20,8 @@ struct SeenCall {
     bool isOfBus = false;   // the error is the bus's own, not the server's
     std::string type = {};  // the D-Bus type of an answer
     bool isRefusal = false; // the answer is the number -1
+    std::string text = {};  // the first value of an answer, if that is a text
+    size_t size = 0;        // of the answer, in bytes
 };
 
 struct SeenCalls {
@@ -33,7 +36,7 @@ struct SeenCalls {
 // Begins to watch. It waits as long as the library would for a bus that does not answer.
 void WatchCalls();
 
-// May be called by any thread.
+// Any thread may call it.
 SeenCalls CallsSeen();
 
 // The library may go on in the background after a first attempt that failed. This keeps what was seen up to then.

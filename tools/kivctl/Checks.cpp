@@ -2,6 +2,7 @@
 
 #include "Alarm.h"
 #include "Bus.h"
+#include "CallWatch.h"
 #include "Feature.h"
 #include "MainLoop.h"
 #include <KivServiceInterface.h>
@@ -12,6 +13,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -22,7 +24,7 @@ namespace kiv::ctl {
 namespace {
 
 constexpr int kEndpointLimitMs = 5000;
-constexpr int kServerLimitMs = 8000; // as the library's
+constexpr int kServerLimitMs = 8000; // the library's
 constexpr int kConnectLimitMs = 8000;
 constexpr int kBusLimitMs = 25000; // GLib's, and dbus-daemon's for a server that it starts
 constexpr unsigned kDoNotQueue = 4;
@@ -33,15 +35,26 @@ constexpr const char* kInstallPolicy =
     "put share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf where the bus reads its policies, reload the bus, and "
     "run as a user whom the policy takes for a client";
 constexpr const char* kSeeTheServersLog = "look into the server's own log, and start it by hand to see what it says";
+constexpr const char* kSeeWhyItEnded = "see in the server's own log why it ended";
+constexpr const char* kRunServiceFile = "run the command of its service file by hand to see what it says";
+constexpr const char* kUseThisInterface = "use a server that serves this version of the interface";
+constexpr const char* kMendSocket =
+    "the rights of the bus's socket, or of a folder on its path, keep this user out: let all users write to the socket";
 constexpr const char* kMakeBus =
     "start the system bus, name one in DBUS_SYSTEM_BUS_ADDRESS, or bring one: kiv-sandbox -- kivctl doctor";
 constexpr const char* kWakeTheBus = "the bus daemon hangs, and the calls of applications with it: wake it if it is "
                                     "stopped (state T in ps; kill -CONT), "
                                     "see its log, or restart it";
 constexpr const char* kMendFeature =
-    "on a machine that is no TV, have the file that KIV_SYSTEM_INFO_FILE names say kiv_multi_ch_support=true in its "
+    "on a TV, its maker sets com.molvane/featureconf/kiv_multi_ch_support, for which the library asks the platform; on "
+    "another machine, have the file that KIV_SYSTEM_INFO_FILE names say kiv_multi_ch_support=true in its "
     "section [com.molvane/featureconf]";
 constexpr const char* kSeeTheLibrarysLog = "see the library's log: kivctl --verbose doctor";
+constexpr const char* kSubscribeMethod = "SubscribeNamServiceCallback";
+constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
+constexpr const char* kNoReply = "org.freedesktop.DBus.Error.NoReply";
+constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
+constexpr const char* kSpawnErrors = "org.freedesktop.DBus.Error.Spawn.";
 
 bool IsDenied(const GError* error)
 {
@@ -54,7 +67,7 @@ bool IsSilence(const GError* error)
            g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
 }
 
-// Whether the peer that was called has answered itself. The bus answers for one that has gone.
+// Tells whether the peer that was called has answered itself. The bus answers for one that has gone.
 bool IsAnswer(const GError* error)
 {
     return g_dbus_error_is_remote_error(error) != FALSE && !IsDenied(error) &&
@@ -86,11 +99,22 @@ Finding BusProblem(const std::string& what, GError* error, const char* advice)
     return {State::kProblem, fmt::format("{}: {}", what, ErrorText(error)), advice};
 }
 
+constexpr const char* kEndedTooSoon = " ended before it answered";
+
 // A call of a peer on the bus that failed. The subject begins a sentence.
 std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
 {
+    if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE) {
+        return peer + kEndedTooSoon;
+    }
     return IsAnswer(error) ? fmt::format("{} answers with the error {}", peer, ErrorText(error))
                            : fmt::format("{} cannot be asked: {}", peer, ReasonOf(error, limitMs));
+}
+
+// An answer that must be a client id.
+Finding NoId(const std::string& answer, const std::string& type)
+{
+    return {State::kProblem, fmt::format("{} {} where a client id is due", answer, type), kUseThisInterface};
 }
 
 std::optional<unsigned> UidOf(GDBusConnection* bus, const char* name)
@@ -124,6 +148,17 @@ bool IsServersUser(GDBusConnection* bus)
     return own && own == UidOf(bus, kServerName);
 }
 
+// Another user's events say nothing about the server's.
+Finding UnprovenEvents(GDBusConnection* bus, const char* text)
+{
+    const std::string user = UserOf(bus, kServerName);
+    Finding finding = {
+        State::kNote, text,
+        fmt::format("the server runs as {}; run this as {} to see whether its events arrive", user, user)};
+    finding.isUnproven = true;
+    return finding;
+}
+
 // An event that the bus has not let through.
 Finding DeniedEvent(GDBusConnection* bus, GError* error)
 {
@@ -131,9 +166,7 @@ Finding DeniedEvent(GDBusConnection* bus, GError* error)
     // dbus-daemon says "Rejected send message" otherwise.
     const bool isReceiver = std::strstr(error->message, "Rejected receive message") != nullptr;
     if (!isReceiver && !IsServersUser(bus)) {
-        return {
-            State::kNote, "the bus lets this user send none, which is as it should be for all but the server",
-            fmt::format("run this as {}, the server's user, to see whether events arrive", user)};
+        return UnprovenEvents(bus, "the bus lets this user send none, which is as it should be for all but the server");
     }
     return {
         State::kProblem,
@@ -209,7 +242,8 @@ Finding Checks::Bus()
     if (g_dbus_error_is_remote_error(error) != FALSE) {
         return {State::kProblem, "answers with the error " + ErrorText(error), "see the log of the bus daemon"};
     }
-    return {State::kProblem, fmt::format("cannot be reached: {}", error->message), kMakeBus};
+    const bool isKeptOut = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED) != FALSE;
+    return {State::kProblem, fmt::format("cannot be reached: {}", error->message), isKeptOut ? kMendSocket : kMakeBus};
 }
 
 Finding Checks::ClientName()
@@ -248,36 +282,69 @@ Finding Checks::Activation()
 Finding Checks::Server()
 {
     g_autoptr(GError) error = nullptr;
+    const auto start = std::chrono::steady_clock::now();
     if (!StartServer(bus_, &error)) {
-        return {State::kProblem, "does not run: " + ReasonOf(error, kBusLimitMs), kSeeTheServersLog};
+        const std::string reason = ReasonOf(error, kBusLimitMs);
+        return {
+            State::kProblem, "does not run: " + reason,
+            reason.starts_with(kSpawnErrors) ? kRunServiceFile : kSeeTheServersLog};
     }
-    return {
-        State::kOk,
-        fmt::format("runs as process {} of user {}", ProcessOf(bus_, kServerName), UserOf(bus_, kServerName))};
+    const auto taken = std::chrono::steady_clock::now() - start;
+    const std::string text =
+        fmt::format("runs as process {} of user {}", ProcessOf(bus_, kServerName), UserOf(bus_, kServerName));
+    if (taken <= std::chrono::milliseconds(kServerLimitMs)) {
+        return {State::kOk, text};
+    }
+    Finding finding = {
+        State::kProblem,
+        fmt::format(
+            "{}, but started in over {} s: a call waits no longer for that, and fails", text, kServerLimitMs / 1000),
+        "start the server before the applications, or have it start faster"};
+    finding.hindersOthers = false;
+    return finding;
 }
 
-GVariant* Checks::CallServer(const char* method, GError** error)
+GVariant* Checks::AskForId(GError** error)
 {
     return g_dbus_connection_call_sync(
         bus_, kServerName, "/org/lumra/tv/networkspeaker/server", "org.lumra.tv.networkspeaker.server.interface",
-        method, g_variant_new("(i)", getpid()), nullptr, G_DBUS_CALL_FLAGS_NONE, kServerLimitMs, nullptr, error);
+        "check_dbus_connection", g_variant_new("(i)", getpid()), nullptr, G_DBUS_CALL_FLAGS_NONE, kServerLimitMs,
+        nullptr, error);
+}
+
+std::string Checks::ServerAdvice(const std::string& error)
+{
+    if (error.empty()) {
+        const unsigned process = ProcessOf(bus_, kServerName);
+        return fmt::format(
+            "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or see in its own log what "
+            "keeps it busy",
+            process, process);
+    }
+    if (error.starts_with(kAccessDenied)) {
+        return kInstallPolicy;
+    }
+    if (error.starts_with(kNoReply)) {
+        return kSeeWhyItEnded;
+    }
+    if (error.starts_with(kUnknownMethod)) {
+        return fmt::format("{}; process {} has the server's name", kUseThisInterface, ProcessOf(bus_, kServerName));
+    }
+    return "see in the server's own log what it means by it";
 }
 
 Finding Checks::Call()
 {
     g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = CallServer("check_dbus_connection", &error);
+    g_autoptr(GVariant) reply = AskForId(&error);
     if (reply == nullptr) {
-        const bool denied = IsDenied(error);
+        g_autofree char* name = g_dbus_error_get_remote_error(error);
         return {
             State::kProblem, PeerFailed("the server", error, kServerLimitMs),
-            denied ? kInstallPolicy : kSeeTheServersLog};
+            ServerAdvice(name == nullptr ? "" : name)};
     }
     if (!g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
-        return {
-            State::kProblem,
-            fmt::format("the server answers {} where a client id is due", g_variant_get_type_string(reply)),
-            "use a server that serves this version of the interface"};
+        return NoId("the server answers", g_variant_get_type_string(reply));
     }
     const char* text = nullptr;
     g_variant_get(reply, "(&s)", &text);
@@ -297,19 +364,55 @@ Finding Checks::ClientId()
 
 Finding Checks::Subscription()
 {
-    if (SubscribeNamServiceCallback(kSubscription, OnEvent) == 1) {
-        subscribed_ = true;
-        return {State::kOk, "the server promises events"};
+    // The library tells neither the answer nor why there is none.
+    WatchCalls();
+    subscribed_ = SubscribeNamServiceCallback(kSubscription, OnEvent) == 1;
+    return subscribed_ ? LookAtSubscription() : WhyNotSubscribed();
+}
+
+Finding Checks::LookAtSubscription()
+{
+    const std::optional<SeenCall> call = CallsSeen().server;
+    if (!call || call->method != kSubscribeMethod) {
+        return {State::kProblem, "the library's request was not seen on the shared connection", kSeeTheLibrarysLog};
     }
-    // The library does not tell why.
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = CallServer("SubscribeNamServiceCallback", &error);
-    if (reply == nullptr) {
+    if (call->type != "(s)") {
+        return NoId("the server answers the subscription with", call->type);
+    }
+    if (call->text != id_) {
         return {
-            State::kProblem, "the server promises no events: " + ReasonOf(error, kServerLimitMs), kSeeTheServersLog};
+            State::kProblem,
+            fmt::format(
+                "the server answers the subscription with the client id \"{}\", but gave \"{}\" before, for which "
+                "alone the library receives events",
+                call->text, id_),
+            "have the server keep the id of a process as long as that lives"};
     }
-    return {
-        State::kProblem, "the library could not subscribe, though the server takes the request", kSeeTheLibrarysLog};
+    return {State::kOk, "the server promises events"};
+}
+
+Finding Checks::WhyNotSubscribed()
+{
+    const SeenCalls seen = CallsSeen();
+    if (seen.lost) {
+        return {State::kProblem, "the connection to the bus is lost", kMakeBus, true};
+    }
+    if (seen.ownerQuery && seen.ownerQuery->outcome == SeenCall::Outcome::kError) {
+        return {
+            State::kProblem, "the bus does not tell the library whether the server runs: " + seen.ownerQuery->error,
+            "have the policy of the bus allow calls of org.freedesktop.DBus, NameHasOwner above all"};
+    }
+    if (!seen.server || seen.server->outcome == SeenCall::Outcome::kAnswered) {
+        return {State::kProblem, "the library could not subscribe", kSeeTheLibrarysLog};
+    }
+    const std::string& error = seen.server->error;
+    const char* refused =
+        seen.server->method == kSubscribeMethod ? "promises no events" : "gives the library no client id";
+    const std::string text =
+        error.starts_with(kNoReply)
+            ? fmt::format("the server{} {}", kEndedTooSoon, seen.server->method)
+            : fmt::format("the server {}: {}", refused, error.empty() ? NoAnswer(kServerLimitMs) : error);
+    return {State::kProblem, text, ServerAdvice(error)};
 }
 
 // The library serves its object from a thread of its own, some time after the subscription.
@@ -353,6 +456,9 @@ Finding Checks::Events()
     if (!WaitUntil([] { return g_eventCame.load(); }, std::chrono::milliseconds(kEndpointLimitMs))) {
         return {State::kProblem, "one that was sent did not arrive", kSeeTheLibrarysLog};
     }
+    if (!IsServersUser(bus_)) {
+        return UnprovenEvents(bus_, "one that this user sent arrived, but the bus may refuse the server's");
+    }
     return {State::kOk, "one that was sent arrived"};
 }
 
@@ -366,46 +472,24 @@ void Checks::Unsubscribe()
 const std::vector<Check>& AllChecks()
 {
     static const std::vector<Check> checks = {
-        {"feature", "reading whether this device has network speakers", 0, {}, &Checks::Feature, kMendFeature},
-        {"bus", "connecting to the bus", kConnectLimitMs / 1000, {}, &Checks::Bus, kWakeTheBus},
-        {"client name",
-         "asking the bus for a client's name",
-         kBusLimitMs / 1000,
-         {"bus"},
-         &Checks::ClientName,
-         kWakeTheBus},
-        {"activation",
-         "asking the bus what it can start",
-         kBusLimitMs / 1000,
-         {"bus"},
-         &Checks::Activation,
-         kWakeTheBus},
-        {"server",
-         "starting the server unless it runs",
-         kBusLimitMs / 1000,
-         {"bus", "activation"},
-         &Checks::Server,
-         kSeeTheServersLog},
-        {"call", "asking the server", kServerLimitMs / 1000, {"server"}, &Checks::Call, kSeeTheServersLog},
-        {"client id", "looking at the client id", 0, {"call"}, &Checks::ClientId, ""},
+        {"feature", "reading whether this device has network speakers", 0, {}, &Checks::Feature},
+        {"bus", "connecting to the bus", kConnectLimitMs / 1000, {}, &Checks::Bus},
+        {"client name", "asking the bus for a client's name", kBusLimitMs / 1000, {"bus"}, &Checks::ClientName},
+        {"activation", "asking the bus what it can start", kBusLimitMs / 1000, {"bus"}, &Checks::Activation},
+        {"server", "starting the server unless it runs", kBusLimitMs / 1000, {"bus", "activation"}, &Checks::Server},
+        {"call", "asking the server", kServerLimitMs / 1000, {"server"}, &Checks::Call},
+        {"client id", "looking at the client id", 0, {"call"}, &Checks::ClientId},
         {"subscription",
          "having the library subscribe",
          32,
          {"feature", "client name", "client id"},
-         &Checks::Subscription,
-         kSeeTheServersLog},
+         &Checks::Subscription},
         {"endpoint",
          "waiting for the library to serve its object",
          kEndpointLimitMs / 1000,
          {"subscription"},
-         &Checks::Endpoint,
-         kSeeTheLibrarysLog},
-        {"events",
-         "sending the library an event",
-         2 * kEndpointLimitMs / 1000,
-         {"endpoint"},
-         &Checks::Events,
-         kSeeTheLibrarysLog},
+         &Checks::Endpoint},
+        {"events", "sending the library an event", 2 * kEndpointLimitMs / 1000, {"endpoint"}, &Checks::Events},
     };
     return checks;
 }

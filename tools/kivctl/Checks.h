@@ -15,7 +15,9 @@ struct Finding {
     State state;
     std::string text;
     std::string advice = {};
-    bool isOfBus = false; // the bus itself does not answer any more, so no other check of it makes sense
+    bool isOfBus = false;      // the bus itself does not answer any more, so no other check of it makes sense
+    bool hindersOthers = true; // as a problem: the checks that need this one make no sense
+    bool isUnproven = false;   // as a note: the step may fail in a way that this process cannot see
 };
 
 // The steps of the way that calls and events take. A step needs earlier ones to have succeeded, and kChecks names them.
@@ -41,7 +43,11 @@ public:
     void Unsubscribe();
 
 private:
-    GVariant* CallServer(const char* method, GError** error);
+    GVariant* AskForId(GError** error);
+    // The advice for an answer that is the error "NAME: TEXT", and for no answer if that is empty.
+    std::string ServerAdvice(const std::string& error);
+    Finding LookAtSubscription();
+    Finding WhyNotSubscribed();
 
     GDBusConnection* bus_ = nullptr;
     std::string id_;
@@ -54,7 +60,6 @@ struct Check {
     int limitSeconds;    // of the wait; 0 for a check that asks nobody
     std::vector<const char*> needs;
     Finding (Checks::*examine)();
-    const char* adviceIfSlow; // where the wait lasts
 };
 
 // In the order in which they are made.

@@ -35,7 +35,7 @@ std::string BusDoesNotTell(const SeenCalls& seen)
     return "the bus does not tell whether the server runs: " + seen.ownerQuery->error;
 }
 
-// Why the library has not reached the server. A command that has not called the library has a reason of its own.
+// Says why the library has not reached the server. A command that has not called the library has a reason of its own.
 Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
 {
     const auto failed = [](const std::string& text) { return Reason{kFailed, text, kDoctorTellsWhy}; };
@@ -72,7 +72,7 @@ Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
     }
 }
 
-// Why a request failed that the library has sent, or would have sent, over a server that it had reached.
+// Says why a request failed that the library has sent, or would have sent, over a server that it had reached.
 Reason WhyRequestFailed(const std::string& function, const std::string& libraryReason, const SeenCalls& seen)
 {
     if (seen.lost) {
@@ -126,7 +126,7 @@ Reason WhyFailed(const char* function, const Refusal& refusal)
                    : Reason{kFailed, refusal.reason, refusal.advice};
 }
 
-// What a command waits for.
+// Says what a command waits for.
 Reason WhyNotDone(const SeenCalls& seen)
 {
     if (seen.connecting || Is(seen.ownerQuery, Outcome::kUnanswered)) {

@@ -31,7 +31,7 @@ inline constexpr const char* kDoctorTellsWhy = "kivctl doctor tells why";
 // The advice where the server has got a request and did not answer it well.
 inline constexpr const char* kServersLogTellsWhy = "the server's own log tells why";
 
-// Whom a command has the library ask.
+// The peer that a command has the library ask.
 enum class Asks {
     kNobody,
     kServer,
@@ -51,7 +51,7 @@ struct Result {
 // A text for people, and the fields of the JSON object that says the same.
 Result Done(std::string text, Json fields);
 
-// Why a function fails that the server has answered, and what to do about it.
+// The reason for which a function fails that the server has answered, and what to do about it.
 struct Refusal {
     const char* reason = "the server refused it";
     const char* advice = kServersLogTellsWhy;
@@ -86,10 +86,10 @@ Result NotSent(const char* function, const std::string& reason = {});
 // A command was not done within its time. One that asks the server waits for the bus, the server or events.
 Result TimedOut(const std::string& command, std::chrono::milliseconds limit, Asks asks);
 
-// Whether the library's last call got through to the server.
+// Tells whether the library's last call got through to the server.
 bool ServerReached();
 
-// Whether the library's last call on this thread did not get the server's answer, whatever it returned.
+// Tells whether the library's last call on this thread did not get the server's answer, whatever it returned.
 bool CallFailed();
 
 using Action = std::function<Result(const Output&)>;

@@ -72,7 +72,8 @@ public:
         }
         const std::scoped_lock lock(mutex_);
         const bool isWell = counts_[State::kProblem] == 0;
-        return Sum(isWell ? kDone : kFailed, isWell ? "nothing is wrong" : "something is wrong", isWell);
+        const char* wellHead = isUnproven_ ? "no problem found, but events are not proven" : "nothing is wrong";
+        return Sum(isWell ? kDone : kFailed, isWell ? wellHead : "something is wrong", isWell);
     }
 
 private:
@@ -88,7 +89,7 @@ private:
         const auto start = Clock::now();
         Finding finding = Examined(check);
         const Milliseconds taken = Clock::now() - start;
-        if (finding.state == State::kProblem) {
+        if (finding.state == State::kProblem && finding.hindersOthers) {
             blame_[finding.isOfBus ? "bus" : check.subject] = check.subject;
             blame_[check.subject] = check.subject;
         } else if (finding.state == State::kOk && taken > kSlow) {
@@ -121,6 +122,7 @@ private:
         ++told_;
         begun_ = Clock::now();
         ++counts_[finding.state];
+        isUnproven_ = isUnproven_ || finding.isUnproven;
         const std::string time = taken ? fmt::format("{:.0f} ms", taken->count()) : "";
         std::string text =
             fmt::format("{:8} {:13} {:>8}  {}", StateText(finding.state), check.subject, time, finding.text);
@@ -145,10 +147,11 @@ private:
         if (told_ < checks.size()) {
             const Check& check = checks[told_];
             during = check.pending;
+            // From the beginning to the end of what this check may take.
+            const auto enough =
+                std::chrono::floor<std::chrono::seconds>(begun_ - start_).count() + check.limitSeconds + 1;
             Show(
-                check,
-                {State::kProblem, fmt::format("{} takes longer than --timeout allows", check.pending),
-                 check.adviceIfSlow},
+                check, {State::kNote, "not known within --timeout", fmt::format("give it {} s", enough)},
                 Clock::now() - begun_);
         }
         while (told_ < checks.size()) {
@@ -180,6 +183,7 @@ private:
     }
 
     const Output& output_;
+    const Clock::time_point start_ = Clock::now();
     Checks checks_;
     // By each check on which no other can build: the check whose problem is the cause.
     std::map<std::string, std::string> blame_;
@@ -187,6 +191,7 @@ private:
     // Guards the members below, which the time limit's thread needs, too, and what is shown.
     std::mutex mutex_;
     std::map<State, int> counts_;
+    bool isUnproven_ = false;
     size_t told_ = 0;                        // checks whose findings are shown
     Clock::time_point begun_ = Clock::now(); // of the check that is being made
     bool timeIsUp_ = false;

@@ -42,6 +42,9 @@ Action Watch(CLI::App& app)
             [monitor](const auto& ending) { monitor->Run(ending); }, [&] { monitor->End(); }, arguments->duration);
         Result result = monitor->Outcome();
         result.isAbandoned = !hasEnded;
+        if (arguments->duration && result.exitCode == kDone && !monitor->HasShownEvents()) {
+            output.Remark("no event came; kivctl doctor tells whether events arrive");
+        }
         return result;
     };
 }

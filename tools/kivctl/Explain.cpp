@@ -18,18 +18,48 @@ namespace {
 // No log has longer ones, and what never ends is not a log.
 constexpr size_t kLongestLine = 1024UL * 1024;
 
+// journalctl -o json writes an object for each line.
+std::string MessageOf(const std::string& line)
+{
+    if (line.starts_with('{')) {
+        const Json entry = Json::parse(line, nullptr, false);
+        if (const auto message = entry.find("MESSAGE"); message != entry.end() && message->is_string()) {
+            return message->get<std::string>();
+        }
+    }
+    return line;
+}
+
+// A logger may put a colour code behind the text, or the line into "message repeated 2 times: [ LINE]".
+const LogLine* KnownLine(const Logged& logged)
+{
+    const std::string& text = logged.text;
+    const std::string plain = text.substr(0, text.find('\x1b'));
+    for (const std::string& candidate : {text, plain, plain.substr(0, plain.rfind(']'))}) {
+        if (const LogLine* known = FindLogLine(logged.function, candidate)) {
+            return known;
+        }
+    }
+    return nullptr;
+}
+
 // Shows a line. Returns whether it is one of the library's.
 bool ShowLine(const std::string& line, const Output& output)
 {
     std::string text = line;
     Json object = {{"line", line}};
-    const auto logged = LoggedBy(line);
+    const std::string message = MessageOf(line);
+    const auto logged = LoggedBy(message);
     if (logged) {
-        const LogLine* known = FindLogLine(logged->function, logged->text);
-        const std::string meaning = known != nullptr ? known->meaning
-                                                     : "kivctl " KIV_VERSION
-                                                       " does not know this line; the library is another";
-        const std::string advice = known != nullptr ? known->advice : "use the kivctl that came with the library";
+        const LogLine* known = KnownLine(*logged);
+        const std::string meaning = known != nullptr
+                                        ? known->meaning
+                                        : "not known to kivctl " KIV_VERSION
+                                          ": cut short, or wrapped by the logger, or of another version of the library";
+        const std::string advice =
+            known != nullptr
+                ? known->advice
+                : "compare it with man kiv-log-lines; for another library, use the kivctl that came with it";
         text += fmt::format("\n    = {}", meaning);
         if (!advice.empty()) {
             text += fmt::format("\n    -> {}", advice);
@@ -70,6 +100,9 @@ public:
             if (line.size() == kLongestLine) {
                 throw BadArguments(fmt::format(
                     "{}: must be a log with lines of {} bytes at most, got a longer one", name_, kLongestLine));
+            }
+            if (character == '\0') {
+                throw BadArguments(name_ + ": must be a text log, got binary data; unpack it first");
             }
             line += static_cast<char>(character);
         }

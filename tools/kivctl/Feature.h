@@ -4,8 +4,8 @@
 
 namespace kiv::ctl {
 
-// Why the stand-in for the TV platform finds no answer in the file that KIV_SYSTEM_INFO_FILE names: "FILE: REASON".
-// Empty if the variable names no file.
+// Says why the stand-in for the TV platform finds no answer in the file that KIV_SYSTEM_INFO_FILE names: "FILE:
+// REASON". Empty if the variable names no file.
 std::string WhyFeatureIsUnknown();
 
 } // namespace kiv::ctl

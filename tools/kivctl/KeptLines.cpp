@@ -1,5 +1,6 @@
 #include "KeptLines.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -52,6 +53,13 @@ void HandleDeadlySignals()
     }
 }
 
+// The loader looks for the platform's function when the library first calls it. If the function is missing, the loader
+// writes a line to stderr and ends the process, and nobody shows a line that is kept.
+bool PlatformIsComplete()
+{
+    return dlsym(RTLD_DEFAULT, "system_info_get_custom_bool") != nullptr;
+}
+
 // Restores stderr, and gives the lines that were kept.
 std::string EndKeeping()
 {
@@ -96,6 +104,9 @@ bool TellOfTrouble(const std::string& lines)
 
 void KeepLogLines()
 {
+    if (!PlatformIsComplete()) {
+        return;
+    }
     const int original = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     std::FILE* stream = original < 0 ? nullptr : fdopen(original, "w");
     const int kept = stream == nullptr ? -1 : memfd_create("kivctl-log", MFD_CLOEXEC);

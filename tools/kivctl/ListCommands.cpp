@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "CallWatch.h"
 #include "Layout.h"
 #include <KivServiceInterface.h>
 
@@ -132,9 +133,23 @@ Action Active(CLI::App& app)
     };
 }
 
-template <typename Record>
-Result ShowRecords(int result, const std::vector<Record>& records, const Kind& kind, const Layout& layout, bool hex)
+// The library takes bytes that make no record for an empty answer.
+size_t BytesAnswered()
 {
+    const SeenCalls seen = CallsSeen();
+    return seen.server ? seen.server->size : 0;
+}
+
+template <typename Record>
+Result ShowRecords(
+    const char* function, int result, const std::vector<Record>& records, const Kind& kind, const Layout& layout,
+    bool hex)
+{
+    if (const size_t size = BytesAnswered(); records.empty() && size > 0) {
+        const std::string reason =
+            fmt::format("the server sent {} bytes, and a {} has {}", size, kind.record, sizeof(Record));
+        return Failed(function, result, {reason.c_str(), "it serves another version of the interface"});
+    }
     const bool isOne = records.size() == 1;
     std::string text = fmt::format("{} {}", records.size(), isOne ? kind.record : Plural(kind.record));
     if (records.empty()) {
@@ -164,7 +179,7 @@ Result AskAll(const AllArguments& arguments)
     if (result == -1 || CallFailed()) {
         return Failed(function, result, kNothingUsable);
     }
-    return ShowRecords(result, lists, kLists, layout, arguments.show.hex);
+    return ShowRecords(function, result, lists, kLists, layout, arguments.show.hex);
 }
 
 Action All(CLI::App& app)
@@ -200,10 +215,11 @@ Action Nodes(CLI::App& app)
     return [arguments](const Output&) {
         const Layout layout = LayoutOf(arguments->layout);
         std::vector<CNetSpkNodeInfo> nodes;
+        const char* function = "GetNetSpkNodeList";
         const int result = GetNetSpkNodeList(nodes);
         // The library returns -1 for no nodes, too.
-        return CallFailed() ? Failed("GetNetSpkNodeList", result)
-                            : ShowRecords(result, nodes, kNodes, layout, arguments->hex);
+        return CallFailed() ? Failed(function, result)
+                            : ShowRecords(function, result, nodes, kNodes, layout, arguments->hex);
     };
 }
 

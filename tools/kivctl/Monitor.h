@@ -35,6 +35,7 @@ public:
     // Any thread may call these, also while Run() does not return.
     void End();
     Result Outcome();
+    bool HasShownEvents() const { return shown_ > 0; }
 
 private:
     static void OnEvent(int id, void* data, int length);
@@ -61,7 +62,7 @@ private:
     void WatchClient();
     void ExpectClient();
     void Fail(Result result);
-    // What stands between the server and its first event.
+    // Notes what keeps the first event away.
     void SetMissing(const std::string& missing);
     void Tell(const std::string& text, const Json& object) const;
     void TellNotReady(const std::string& reason);

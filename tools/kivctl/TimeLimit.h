@@ -19,7 +19,7 @@ public:
     AtTimeLimit(const AtTimeLimit&) = delete;
     AtTimeLimit& operator=(const AtTimeLimit&) = delete;
 
-    // Whether there was one to say.
+    // Tells whether there was one to say.
     static bool Say(std::chrono::milliseconds limit);
 };
 

@@ -107,8 +107,10 @@ Result VolumeReports::Await(const char* function, const std::vector<Mac>& speake
     if (!complete) {
         const std::string reason = fmt::format(
             "{}: sent, but no volume{}{} came within {} s; the server reports those of the speakers that it is "
-            "connected with (kivctl list all)",
-            function, missing.empty() ? "" : " of ", fmt::join(missing, ", "), kReportLimit.count());
+            "connected with (kivctl list all){}",
+            function, missing.empty() ? "" : " of ", fmt::join(missing, ", "), kReportLimit.count(),
+            rows.empty() ? ", or its events do not arrive" : "");
+        result.advice = rows.empty() ? kDoctorTellsWhy : "";
         result.exitCode = kFailed;
         result.text += (rows.empty() ? "" : "\n") + reason;
         result.fields["error"] = reason;

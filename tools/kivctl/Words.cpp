@@ -111,8 +111,11 @@ std::string UnknownWordText(const CLI::App& app, const std::vector<std::string>&
         Nearest(read.unknown, isOption ? OptionsOf(app, *read.unknownIn) : CommandsIn(*read.unknownIn));
     // A command goes by its whole name, an option by its own.
     const std::string prefix = isOption || path.empty() ? "" : path.substr(1) + " ";
-    const std::string advice = nearest.empty() ? fmt::format("kivctl help{} lists them", path)
-                                               : fmt::format("did you mean {}{}?", prefix, nearest);
+    const bool isMisplaced =
+        isOption && FindOption(app, *read.command, read.unknown.substr(0, read.unknown.find('='))) != nullptr;
+    const std::string advice = isMisplaced       ? fmt::format("it belongs behind{}", PathOf(*read.command))
+                               : nearest.empty() ? fmt::format("kivctl help{} lists them", path)
+                                                 : fmt::format("did you mean {}{}?", prefix, nearest);
     return fmt::format("unknown {} {}{}; {}", isOption ? "option" : "command", prefix, read.unknown, advice);
 }
 

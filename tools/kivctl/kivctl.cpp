@@ -28,6 +28,7 @@ void AddAdvice(Result& result)
 {
     if (!result.advice.empty()) {
         result.text += "; " + result.advice;
+        result.fields["advice"] = result.advice;
     }
 }
 
@@ -115,7 +116,7 @@ int Refuse(const Output& output, const std::string& reason)
 // A command line that has too many words, or too few, is told those that the command takes.
 std::string WhyNotParsed(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& words)
 {
-    if (const std::string unknown = UnknownWordText(app, words); !unknown.empty()) {
+    if (std::string unknown = UnknownWordText(app, words); !unknown.empty()) {
         return unknown;
     }
     const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());

@@ -33,7 +33,7 @@ struct Message {
     std::string BodyText() const; ///< the whole body as GVariant text without type annotations; "()" without a body
 };
 
-/// Whether the message calls a method of the network-speaker server.
+/// Tells whether the message calls a method of the network-speaker server.
 bool IsServerCall(const Message& message);
 
 /**
