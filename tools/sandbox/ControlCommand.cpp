@@ -75,6 +75,9 @@ std::string BusAddress()
 std::string AnsweringBusAddress()
 {
     std::string address = BusAddress();
+    if (BusIsGone(address)) {
+        throw std::runtime_error("the bus is gone; 'kiv-sandbox control bus-fault none' starts it again");
+    }
     if (BusHangs(address)) {
         throw std::runtime_error("the bus hangs; 'kiv-sandbox control bus-fault none' has it go on");
     }
@@ -420,7 +423,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->required()
         ->check(simulator::OneOf({"on", "off"}));
     CLI::App* const busFault =
-        app.add_subcommand("bus-fault", "have the bus deny something, or hang; or print what is in force");
+        app.add_subcommand("bus-fault", "have the bus deny something, hang or be gone; or print what is in force");
     busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
         ->check(simulator::OneOf(kBusFaults));

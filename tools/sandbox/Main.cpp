@@ -34,6 +34,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -276,14 +277,32 @@ void StartServer(PrivateBus& bus, const Options& options, const EndSignals& sign
     }
 }
 
+/// A bus that is started again on demand after its daemon has ended.
+struct RestartableBus {
+    PrivateBus& bus;
+    std::function<void()> onStarted;
+};
+
 /// Returns the wait status of the command.
-int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals)
+int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals, const RestartableBus* restartable)
 {
-    std::array<pollfd, 2> events{{{signals.Fd(), POLLIN, 0}, {command.Fd(), POLLIN, 0}}};
+    constexpr int kLookMilliseconds = 50;
+    PrivateBus* const bus = restartable == nullptr ? nullptr : &restartable->bus;
+    std::array<pollfd, 3> events{
+        {{signals.Fd(), POLLIN, 0}, {command.Fd(), POLLIN, 0}, {bus == nullptr ? -1 : bus->Fd(), POLLIN, 0}}};
     for (;;) {
-        poll(events.data(), events.size(), -1);
+        const bool isGone = bus != nullptr && bus->DaemonPid() == 0;
+        poll(events.data(), events.size(), isGone ? kLookMilliseconds : -1);
         if (events[1].revents != 0) {
             return command.WaitForEnd();
+        }
+        if (events[2].revents != 0) {
+            bus->Kill(); // reads that it has ended
+        }
+        if (isGone && IsRestartWanted(bus->Directory())) {
+            bus->Start();
+            restartable->onStarted();
+            ConfirmRestart(bus->Directory());
         }
         if (events[0].revents == 0) {
             continue;
@@ -317,11 +336,11 @@ bool EndsOnPurpose(int number)
     return number == SIGHUP || number == SIGINT || number == SIGPIPE || number == SIGTERM;
 }
 
-int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals)
+int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals, const RestartableBus* bus = nullptr)
 {
     try {
         command.Start();
-        const int status = PassSignalsUntilEnd(command, signals);
+        const int status = PassSignalsUntilEnd(command, signals, bus);
         if (!WIFSIGNALED(status)) {
             return WEXITSTATUS(status);
         }
@@ -461,9 +480,13 @@ int RunInSandbox(const Options& options)
         bus.WriteService(SimulatorService(options, featureFile, ScenarioFile(scenarioText, bus)));
     }
     std::optional<BusTrace> trace;
-    if (listeners.AreAny()) {
-        trace.emplace(bus.Address(), [&listeners](const Message& message) { listeners.Add(message); });
-    }
+    const RestartableBus restartable = {
+        bus, [&] {
+            if (listeners.AreAny()) {
+                trace.emplace(bus.Address(), [&listeners](const Message& message) { listeners.Add(message); });
+            }
+        }};
+    restartable.onStarted();
     if (IsStartedFirst(options, files.scenario)) {
         StartServer(bus, options, signals);
     }
@@ -479,7 +502,7 @@ int RunInSandbox(const Options& options)
     if (!options.busFault.empty()) {
         SetBusFault(bus.Address(), options.busFault);
     }
-    const int exitCode = RunCommand(options.command.front(), command, signals);
+    const int exitCode = RunCommand(options.command.front(), command, signals, &restartable);
     // A bus that hangs would not hand over the messages that are still to be traced, and would not end at once.
     bus.Resume();
     if (trace) {
@@ -495,6 +518,19 @@ int RunInSandbox(const Options& options)
     return exitCode == EXIT_SUCCESS && !complaints.empty() ? kSandboxFailed : exitCode;
 }
 
+/// Replaces this process.
+[[noreturn]] void Execute(std::vector<std::string> words)
+{
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+    throw CommandError(words.front(), std::error_code(errno, std::generic_category()));
+}
+
 /// Runs the command in a sandbox that another process has made: in place of this process, unless there is a page.
 int JoinSandbox(const Options& options)
 {
@@ -506,15 +542,7 @@ int JoinSandbox(const Options& options)
         page.Follow();
         return RunCommand(options.command.front(), command, signals);
     }
-    std::vector<std::string> words = options.command;
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
-    execvp(arguments[0], arguments.data());
-    throw CommandError(options.command.front(), std::error_code(errno, std::generic_category()));
+    Execute(options.command);
 }
 
 void PrintSandboxes(bool withAddress)
@@ -616,8 +644,8 @@ int Main(int argc, char** argv)
         ->check(simulator::OneOf(simulator::kFeatures));
     app.add_option(
            "--bus-fault", options.busFault,
-           "what is wrong with the bus: it denies a client's name, denies the server's events, or hangs")
-        ->option_text("deny-name|deny-events|hang|none")
+           "what is wrong with the bus: it denies a client's name, denies the server's events, hangs, or is gone")
+        ->option_text("deny-name|deny-events|hang|gone|none")
         ->check(simulator::OneOf(kBusFaults));
     const std::vector<CLI::Option*> ofANewSandbox = app.get_options(
         [](const CLI::Option* option) { return option->get_name() != "--help" && option->get_name() != "--version"; });
@@ -664,7 +692,9 @@ int Main(int argc, char** argv)
         }
         if (!options.show.empty()) {
             SetEnvironment(options, {});
-            ShowRecording(options.show);
+            std::vector<std::string> command = PageCommand();
+            command.push_back(options.show);
+            Execute(command);
         }
         if (!options.join.empty()) {
             return JoinSandbox(options);

@@ -1,7 +1,5 @@
 #include "Page.h"
 
-#include "Keeper.h"
-
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -12,19 +10,21 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
-#include <vector>
 
 namespace kiv::sandbox {
 
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr std::size_t kLongestLine = 4096;
+
+} // namespace
 
 std::vector<std::string> PageCommand()
 {
@@ -40,24 +40,10 @@ std::vector<std::string> PageCommand()
                              "kiv-tools-page), or build it, which takes libsoup-3.0-dev");
 }
 
-/// Sends to a socket in the abstract namespace, without waiting.
-void SendLine(int socket, const std::string& name, std::string_view line)
+Page::Page() : keeper_(PageCommand(), Keeper::Place::Background)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::copy(name.begin(), name.end(), address.sun_path + 1);
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-    sendto(
-        socket, line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),
-        size);
-}
-
-} // namespace
-
-Page::Page() : keeper_(std::make_unique<Keeper>(PageCommand(), Keeper::Place::Background))
-{
-    keeper_->Start();
-    const std::optional<std::string> name = keeper_->ReadLine();
+    keeper_.Start();
+    const std::optional<std::string> name = keeper_.ReadLine();
     if (!name) {
         throw std::runtime_error("the page cannot be shown");
     }
@@ -84,11 +70,11 @@ void Page::Follow()
     if (!passing_.joinable()) {
         dup2(stderr_, STDERR_FILENO);
         close(stderr_);
-        passing_ = std::thread([this] { PassOn(pipe_); });
+        passing_ = std::thread([this] { PassOn(); });
     }
 }
 
-void Page::PassOn(int reader) const
+void Page::PassOn() const
 {
     // A stderr that nobody reads is no reason to end this process.
     sigset_t brokenPipe;
@@ -96,43 +82,26 @@ void Page::PassOn(int reader) const
     sigaddset(&brokenPipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
     const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    std::array<char, 4096> buffer{};
-    std::string line;
-    ssize_t length = 0;
-    while ((length = read(reader, buffer.data(), buffer.size())) > 0 || (length < 0 && errno == EINTR)) {
-        const std::string_view part(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-        for (std::string_view rest = part; !rest.empty();) {
-            const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
-            if (written < 0 && errno != EINTR) {
-                break;
-            }
-            rest.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
-        }
-        for (const char character : part) {
-            if (character == '\n' || line.size() == buffer.size()) {
-                SendLine(socket, socketName_, line);
-                line.clear();
-            }
-            if (character != '\n') {
-                line += character;
-            }
+    // The name is an abstract one, which begins with a null character.
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::copy(socketName_.begin(), socketName_.end(), address.sun_path + 1);
+    const auto addressSize = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + socketName_.size());
+    std::string rest;
+    std::array<char, kLongestLine> buffer{};
+    ssize_t size = 0;
+    while ((size = read(pipe_, buffer.data(), buffer.size())) > 0 || (size < 0 && errno == EINTR)) {
+        const auto length = static_cast<std::size_t>(std::max<ssize_t>(size, 0));
+        std::fwrite(buffer.data(), 1, length, stderr);
+        rest.append(buffer.data(), length);
+        for (std::size_t end = 0; (end = std::min(rest.find('\n'), kLongestLine)) < rest.size();) {
+            sendto(
+                socket, rest.data(), end, MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),
+                addressSize);
+            rest.erase(0, end + (rest[end] == '\n' ? 1 : 0));
         }
     }
     close(socket);
-}
-
-void ShowRecording(const std::string& file)
-{
-    std::vector<std::string> words = PageCommand();
-    words.push_back(file);
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
-    execv(arguments[0], arguments.data());
-    throw std::system_error(errno, std::generic_category(), words.front());
 }
 
 } // namespace kiv::sandbox

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
+#include "Keeper.h"
+
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace kiv::sandbox {
-
-class Keeper;
 
 /**
  * The live page of the sandbox whose bus the environment names, served by a program of its own.
@@ -26,16 +26,16 @@ public:
     void Follow();
 
 private:
-    void PassOn(int reader) const;
+    void PassOn() const;
 
-    std::unique_ptr<Keeper> keeper_;
+    Keeper keeper_;
     std::string socketName_;
     int stderr_ = -1; // this process's own
     int pipe_ = -1;
     std::thread passing_;
 };
 
-/// Replaces this process by the page of a recording.
-[[noreturn]] void ShowRecording(const std::string& file);
+/// The command that serves the page of this process's bus, or that of a recording which is added to it.
+std::vector<std::string> PageCommand();
 
 } // namespace kiv::sandbox

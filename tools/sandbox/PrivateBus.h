@@ -47,6 +47,8 @@ public:
     void Kill();
     /// Has a daemon go on that was stopped by SIGSTOP.
     void Resume();
+    /// Readable when the daemon has ended; not any more after Kill().
+    int Fd() const;
     /// Starts the daemon again, on the same address; one that still runs is killed first.
     void Start();
 
