@@ -3,6 +3,7 @@
 #include "Alarm.h"
 #include "Bus.h"
 #include "CallWatch.h"
+#include "Diagnosis.h"
 #include "Feature.h"
 #include "MainLoop.h"
 #include <KivServiceInterface.h>
@@ -31,30 +32,14 @@ constexpr unsigned kDoNotQueue = 4;
 constexpr const char* kSubscription = "kivctl-doctor";
 constexpr int32_t kTestEvent = 0x4b495644; // nobody else's
 
-constexpr const char* kInstallPolicy =
-    "put share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf where the bus reads its policies, reload the bus, and "
-    "run as a user whom the policy takes for a client";
-constexpr const char* kSeeTheServersLog = "look into the server's own log, and start it by hand to see what it says";
-constexpr const char* kSeeWhyItEnded = "see in the server's own log why it ended";
-constexpr const char* kRunServiceFile = "run the command of its service file by hand to see what it says";
-constexpr const char* kUseThisInterface = "use a server that serves this version of the interface";
 constexpr const char* kMendSocket =
     "the rights of the bus's socket, or of a folder on its path, keep this user out: let all users write to the socket";
-constexpr const char* kMakeBus =
-    "start the system bus, name one in DBUS_SYSTEM_BUS_ADDRESS, or bring one: kiv-sandbox -- kivctl doctor";
-constexpr const char* kWakeTheBus = "the bus daemon hangs, and the calls of applications with it: wake it if it is "
-                                    "stopped (state T in ps; kill -CONT), "
-                                    "see its log, or restart it";
 constexpr const char* kMendFeature =
     "on a TV, its maker sets com.molvane/featureconf/kiv_multi_ch_support, for which the library asks the platform; on "
     "another machine, have the file that KIV_SYSTEM_INFO_FILE names say kiv_multi_ch_support=true in its "
     "section [com.molvane/featureconf]";
 constexpr const char* kSeeTheLibrarysLog = "see the library's log: kivctl --verbose doctor";
 constexpr const char* kSubscribeMethod = "SubscribeNamServiceCallback";
-constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
-constexpr const char* kNoReply = "org.freedesktop.DBus.Error.NoReply";
-constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
-constexpr const char* kSpawnErrors = "org.freedesktop.DBus.Error.Spawn.";
 
 bool IsDenied(const GError* error)
 {
@@ -65,15 +50,6 @@ bool IsSilence(const GError* error)
 {
     return g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE ||
            g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
-}
-
-// Tells whether the peer that was called has answered itself. The bus answers for one that has gone.
-bool IsAnswer(const GError* error)
-{
-    return g_dbus_error_is_remote_error(error) != FALSE && !IsDenied(error) &&
-           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) == FALSE &&
-           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) == FALSE &&
-           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER) == FALSE;
 }
 
 std::string NoAnswer(int limitMs)
@@ -99,16 +75,12 @@ Finding BusProblem(const std::string& what, GError* error, const char* advice)
     return {State::kProblem, fmt::format("{}: {}", what, ErrorText(error)), advice};
 }
 
-constexpr const char* kEndedTooSoon = " ended before it answered";
-
 // A call of a peer on the bus that failed. The subject begins a sentence.
 std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
 {
-    if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE) {
-        return peer + kEndedTooSoon;
-    }
-    return IsAnswer(error) ? fmt::format("{} answers with the error {}", peer, ErrorText(error))
-                           : fmt::format("{} cannot be asked: {}", peer, ReasonOf(error, limitMs));
+    return g_dbus_error_is_remote_error(error) != FALSE
+               ? FailedBy(peer, ErrorText(error))
+               : fmt::format("{} cannot be asked: {}", peer, ReasonOf(error, limitMs));
 }
 
 // An answer that must be a client id.
@@ -274,9 +246,7 @@ Finding Checks::Activation()
     const bool runs = !OwnerOf(bus_, kServerName).empty();
     return {
         runs ? State::kNote : State::kProblem,
-        runs ? "the bus cannot start the server; nobody will if it ends"
-             : "the bus cannot start the server, which does not run",
-        "start the server, or install its D-Bus service file, org.lumra.tv.networkspeaker.server.service"};
+        runs ? "the bus cannot start the server; nobody will if it ends" : kCannotStartServer, kInstallServiceFile};
 }
 
 Finding Checks::Server()
@@ -284,10 +254,8 @@ Finding Checks::Server()
     g_autoptr(GError) error = nullptr;
     const auto start = std::chrono::steady_clock::now();
     if (!StartServer(bus_, &error)) {
-        const std::string reason = ReasonOf(error, kBusLimitMs);
-        return {
-            State::kProblem, "does not run: " + reason,
-            reason.starts_with(kSpawnErrors) ? kRunServiceFile : kSeeTheServersLog};
+        const Diagnosis diagnosis = ServerDoesNotRun(ReasonOf(error, kBusLimitMs));
+        return {State::kProblem, diagnosis.found, diagnosis.advice};
     }
     const auto taken = std::chrono::steady_clock::now() - start;
     const std::string text =
@@ -321,16 +289,10 @@ std::string Checks::ServerAdvice(const std::string& error)
             "keeps it busy",
             process, process);
     }
-    if (error.starts_with(kAccessDenied)) {
-        return kInstallPolicy;
-    }
-    if (error.starts_with(kNoReply)) {
-        return kSeeWhyItEnded;
-    }
-    if (error.starts_with(kUnknownMethod)) {
-        return fmt::format("{}; process {} has the server's name", kUseThisInterface, ProcessOf(bus_, kServerName));
-    }
-    return "see in the server's own log what it means by it";
+    const std::string advice = ServerErrorAdvice(error);
+    return error.starts_with(kUnknownMethod)
+               ? fmt::format("{}; process {} has the server's name", advice, ProcessOf(bus_, kServerName))
+               : advice;
 }
 
 Finding Checks::Call()
@@ -410,7 +372,7 @@ Finding Checks::WhyNotSubscribed()
         seen.server->method == kSubscribeMethod ? "promises no events" : "gives the library no client id";
     const std::string text =
         error.starts_with(kNoReply)
-            ? fmt::format("the server{} {}", kEndedTooSoon, seen.server->method)
+            ? fmt::format("{} {}", FailedBy("the server", error), seen.server->method)
             : fmt::format("the server {}: {}", refused, error.empty() ? NoAnswer(kServerLimitMs) : error);
     return {State::kProblem, text, ServerAdvice(error)};
 }
