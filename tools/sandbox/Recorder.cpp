@@ -1,7 +1,6 @@
 #include "Recorder.h"
 
 #include "simulator/JsonNode.h"
-#include "simulator/Recording.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -55,6 +54,31 @@ fs::path MakeFileBeside(const fs::path& file)
 
 } // namespace
 
+std::optional<simulator::RecordedLine> RecordedMessages::Line(const Message& message, bool isCall)
+{
+    simulator::RecordedLine line;
+    if (IsAnswer(message)) {
+        line.answer = open_.Take(message);
+        if (!line.answer) {
+            return std::nullopt;
+        }
+        line.error = message.errorName;
+        (line.error.empty() ? line.values : line.message) =
+            line.error.empty() ? message.TypedBodyText() : message.ErrorText();
+        return line;
+    }
+    const bool isEvent = message.interface.starts_with(kClientInterface);
+    if (!isCall && (!isEvent || message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL)) {
+        return std::nullopt;
+    }
+    (isEvent ? line.event : line.call) = ++lastNumber_;
+    line.client = isEvent ? message.interface.substr(kClientInterface.size()) : "";
+    line.method = message.member;
+    line.arguments = message.TypedBodyText();
+    open_.Add(message, lastNumber_);
+    return line;
+}
+
 Recorder::Recorder(const std::string& file) : name_(file)
 {
     // A pipe or a device is written to as it is. A symbolic link stays, and the file that it leads to is replaced.
@@ -79,36 +103,14 @@ Recorder::~Recorder()
 
 void Recorder::Add(const Message& message)
 {
-    simulator::RecordedLine line;
-    if (IsAnswer(message)) {
-        line.answer = open_.Take(message);
-        if (!line.answer) {
-            return;
-        }
-        line.error = message.errorName;
-        (line.error.empty() ? line.values : line.message) =
-            line.error.empty() ? message.TypedBodyText() : message.ErrorText();
-        Write(line);
+    auto line = messages_.Line(message, IsServerCall(message));
+    if (!line) {
         return;
     }
-    const bool isEvent = message.interface.starts_with(kClientInterface);
-    if (!IsServerCall(message) && (!isEvent || message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL)) {
-        return;
-    }
-    (isEvent ? line.event : line.call) = ++lastNumber_;
-    line.client = isEvent ? message.interface.substr(kClientInterface.size()) : "";
-    line.method = message.member;
-    line.arguments = message.TypedBodyText();
-    open_.Add(message, lastNumber_);
-    Write(line);
-}
-
-void Recorder::Write(simulator::RecordedLine line)
-{
     const auto elapsed = std::chrono::steady_clock::now() - start_;
-    line.ms = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
+    line->ms = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
     // Each line is flushed, so that the file beside has all lines, whatever ends the sandbox.
-    file_ << simulator::WriteLine(line) << std::endl;
+    file_ << simulator::WriteLine(*line) << std::endl;
 }
 
 std::string Recorder::Finish(bool hasFailed)

@@ -1,18 +1,28 @@
 #pragma once
 
 #include "OpenCalls.h"
+#include "simulator/Recording.h"
 
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 
-namespace kiv::simulator {
-struct RecordedLine;
-}
-
 namespace kiv::sandbox {
+
+/// Makes lines of a recording of the messages on a bus. Wants every message, in the order of the bus.
+class RecordedMessages {
+public:
+    /// Returns the line, without its time, of an event, of a message that the caller says is a call to be recorded, and
+    /// of the answer to either. Returns nothing for other messages.
+    std::optional<simulator::RecordedLine> Line(const Message& message, bool isCall);
+
+private:
+    std::int64_t lastNumber_ = 0;
+    OpenCalls<std::int64_t> open_;
+};
 
 /**
  * Writes down what library and server say to each other, a line each: calls, events, and the answers to both. Wants
@@ -34,15 +44,12 @@ public:
     std::string Finish(bool hasFailed);
 
 private:
-    void Write(simulator::RecordedLine line);
-
     std::string name_;
     std::filesystem::path target_;
     std::filesystem::path part_; // empty where no file is replaced
     std::ofstream file_;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    std::int64_t lastNumber_ = 0;
-    OpenCalls<std::int64_t> open_;
+    RecordedMessages messages_;
 };
 
 } // namespace kiv::sandbox
