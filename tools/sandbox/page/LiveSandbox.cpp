@@ -1,15 +1,18 @@
 #include "page/LiveSandbox.h"
 
 #include "BusFault.h"
-#include "BusTrace.h"
 #include "simulator/Interfaces.h"
+#include "tools/kivctl/Diagnosis.h"
 #include "tools/kivctl/LogLines.h"
 
+#include <fmt/format.h>
 #include <gio/gunixsocketaddress.h>
+#include <nlohmann/json.hpp>
 
 #include <array>
 #include <climits>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace kiv::sandbox {
@@ -18,55 +21,96 @@ namespace {
 
 using nlohmann::json;
 
-constexpr guint kRetryMilliseconds = 50;
-constexpr guint kLookMilliseconds = 80;
+constexpr guint kLookMilliseconds = 50;
 constexpr std::size_t kLongestLogLine = 4096;
 
-/// Texts of the application and of the bus need not be valid UTF-8.
-std::string Print(const json& line)
+using Posted = std::pair<History&, std::string>;
+
+constexpr const char* kUp = "up";
+constexpr const char* kDown = "down";
+constexpr const char* kHangs = "hangs";
+
+bool AsksForServer(const Message& message)
 {
-    return line.dump(-1, ' ', false, json::error_handler_t::replace);
+    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL && message.destination == "org.freedesktop.DBus" &&
+           message.member == "NameHasOwner" && message.BodyText() == fmt::format("('{}',)", simulator::kServerName);
 }
 
 } // namespace
 
-LiveSandbox::LiveSandbox(std::string address, History& history)
-    : address_(std::move(address)), history_(history), begin_(g_get_real_time())
+std::string ShownLine(json line)
 {
-    Connect();
-    g_timeout_add(kLookMilliseconds, &LiveSandbox::LookAtBus, this);
+    if (line.contains("error")) {
+        const auto diagnosis =
+            ctl::DiagnoseServerCall(fmt::format("{}: {}", line.value("error", ""), line.value("message", "")));
+        line["found"] = diagnosis.found;
+        line["advice"] = diagnosis.advice;
+    }
+    // Texts of the application and of the bus need not be valid UTF-8.
+    return line.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+LiveSandbox::LiveSandbox(std::string address, History& history) : address_(std::move(address)), history_(history)
+{
+    // A bus that hangs would not let anybody in.
+    if (BusHangs(address_)) {
+        throw std::runtime_error("the bus hangs; 'kiv-sandbox control bus-fault none' has it go on");
+    }
+    const auto look = [](void* self) -> gboolean {
+        static_cast<LiveSandbox*>(self)->LookAtBus();
+        return G_SOURCE_CONTINUE;
+    };
+    look(this);
+    g_timeout_add(kLookMilliseconds, look, this);
+}
+
+void LiveSandbox::LookAtBus()
+{
+    if (connection_ == nullptr) {
+        Connect();
+        return;
+    }
+    // A daemon that has been stopped does not say so.
+    GIOStream* const stream = g_dbus_connection_get_stream(connection_);
+    GCredentials* daemon =
+        g_socket_get_credentials(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)), nullptr);
+    const bool hangs = daemon != nullptr && IsStopped(g_credentials_get_unix_pid(daemon, nullptr));
+    g_clear_object(&daemon);
+    SetBus(hangs ? kHangs : kUp);
+}
+
+void LiveSandbox::SetBus(const char* state)
+{
+    if (state != std::exchange(bus_, state)) {
+        const char* const advice = state == kHangs ? ctl::kWakeTheBus : state == kDown ? ctl::kMakeBus : "";
+        history_.SetState("bus", ShownLine({{"bus", state}, {"advice", advice}}));
+    }
 }
 
 void LiveSandbox::Connect()
 {
     constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
         G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    connection_ = g_dbus_connection_new_for_address_sync(address_.c_str(), kFlags, nullptr, nullptr, nullptr);
     try {
-        if (connection_ == nullptr) {
-            throw std::runtime_error("no bus");
-        }
-        trace_ = std::make_unique<BusTrace>(address_, [this](const Message& message) {
-            if (auto line = lines_.Line(message)) {
-                Post(std::move(*line));
-            }
-        });
+        trace_ = std::make_unique<BusTrace>(address_, [this](const Message& message) { Take(message); });
+        connection_ = g_dbus_connection_new_for_address_sync(address_.c_str(), kFlags, nullptr, nullptr, nullptr);
     } catch (const std::runtime_error&) {
-        g_clear_object(&connection_);
-        SetUp("bus", false);
-        g_timeout_add_once(
-            kRetryMilliseconds, [](void* self) { static_cast<LiveSandbox*>(self)->Connect(); }, this);
+        trace_.reset();
+    }
+    SetBus(connection_ == nullptr ? kDown : kUp);
+    if (connection_ == nullptr) {
         return;
     }
-    SetUp("bus", true);
     g_signal_connect_swapped(connection_, "closed", G_CALLBACK(&LiveSandbox::OnClosed), this);
     g_bus_watch_name_on_connection(
         connection_, simulator::kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE,
-        [](GDBusConnection*, const char*, const char*, void* self) {
-            static_cast<LiveSandbox*>(self)->SetUp("server", true);
+        [](GDBusConnection*, const char*, const char*, void* history) {
+            static_cast<History*>(history)->SetState("server", R"({"server":"up"})");
         },
-        [](GDBusConnection*, const char*, void* self) { static_cast<LiveSandbox*>(self)->SetUp("server", false); },
-        this, nullptr);
+        [](GDBusConnection*, const char*, void* history) {
+            static_cast<History*>(history)->SetState("server", R"({"server":"down"})");
+        },
+        &history_, nullptr);
     // Each simulator is asked anew, also one that follows another after a crash.
     g_bus_watch_name_on_connection(
         connection_, simulator::kControlName, G_BUS_NAME_WATCHER_FLAGS_NONE,
@@ -74,30 +118,11 @@ void LiveSandbox::Connect()
         nullptr, this, nullptr);
 }
 
-/// A daemon that has been stopped does not say so.
-gboolean LiveSandbox::LookAtBus(void* self)
-{
-    auto* const sandbox = static_cast<LiveSandbox*>(self);
-    if (sandbox->connection_ == nullptr) {
-        return G_SOURCE_CONTINUE;
-    }
-    GIOStream* const stream = g_dbus_connection_get_stream(sandbox->connection_);
-    GCredentials* daemon =
-        g_socket_get_credentials(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)), nullptr);
-    const bool hangs = daemon != nullptr && IsStopped(g_credentials_get_unix_pid(daemon, nullptr));
-    g_clear_object(&daemon);
-    if (hangs != std::exchange(sandbox->hangs_, hangs)) {
-        sandbox->history_.SetState("bus", hangs ? R"({"bus":"hangs"})" : R"({"bus":true})");
-    }
-    return G_SOURCE_CONTINUE;
-}
-
 void LiveSandbox::OnClosed(LiveSandbox* self)
 {
     self->trace_.reset();
     g_clear_object(&self->connection_);
-    self->SetUp("server", false);
-    self->Connect();
+    self->SetBus(kDown);
 }
 
 void LiveSandbox::AwaitChange()
@@ -120,45 +145,33 @@ void LiveSandbox::OnState(GObject* connection, GAsyncResult* result, void* self)
         g_variant_get(reply, "(&s)", &state);
         sandbox->home_ = state;
         g_variant_unref(reply);
-        sandbox->history_.SetState("home", Print({{"home", json::parse(sandbox->home_)}}));
+        sandbox->history_.SetState("home", ShownLine({{"home", json::parse(sandbox->home_)}}));
         sandbox->AwaitChange();
     }
 }
 
-void LiveSandbox::SetUp(const char* name, bool isUp)
+void LiveSandbox::Take(const Message& message)
 {
-    history_.SetState(name, Print({{name, isUp}}));
-}
-
-std::int64_t LiveSandbox::Elapsed() const
-{
-    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start_).count();
+    if (const auto line = messages_.Line(message, IsServerCall(message) || AsksForServer(message))) {
+        json shown = json::parse(simulator::WriteLine(*line));
+        shown["sender"] = message.sender;
+        shown["serial"] = message.serial;
+        Post(std::move(shown));
+    }
 }
 
 void LiveSandbox::Post(json line)
 {
-    const std::int64_t elapsed = Elapsed();
+    const std::int64_t elapsed = g_get_monotonic_time() - start_;
     line["us"] = elapsed;
     line["ms"] = elapsed / 1000;
-    const std::lock_guard lock(mutex_);
-    if (posted_.empty()) {
-        g_idle_add(&LiveSandbox::TakePosted, this);
-    }
-    posted_.push_back(Print(line));
-}
-
-gboolean LiveSandbox::TakePosted(void* self)
-{
-    auto* const sandbox = static_cast<LiveSandbox*>(self);
-    std::vector<std::string> posted;
-    {
-        const std::lock_guard lock(sandbox->mutex_);
-        posted.swap(sandbox->posted_);
-    }
-    for (std::string& line : posted) {
-        sandbox->history_.Add(std::move(line));
-    }
-    return G_SOURCE_REMOVE;
+    // The trace has a thread of its own.
+    auto posted = std::make_unique<Posted>(history_, ShownLine(std::move(line)));
+    const auto add = [](void* data) {
+        const std::unique_ptr<Posted> taken(static_cast<Posted*>(data));
+        taken->first.Add(std::move(taken->second));
+    };
+    g_idle_add_once(add, posted.release());
 }
 
 void LiveSandbox::ReadLog(const std::string& socketName)
@@ -183,14 +196,10 @@ gboolean LiveSandbox::OnDatagram(GSocket* socket, GIOCondition, void* self)
 {
     std::array<char, kLongestLogLine> buffer{};
     const gssize size = g_socket_receive(socket, buffer.data(), buffer.size(), nullptr, nullptr);
-    if (size >= 0) {
-        static_cast<LiveSandbox*>(self)->AddLogLine(std::string(buffer.data(), static_cast<std::size_t>(size)));
+    if (size < 0) {
+        return G_SOURCE_CONTINUE;
     }
-    return G_SOURCE_CONTINUE;
-}
-
-void LiveSandbox::AddLogLine(const std::string& text)
-{
+    const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
     json line = {{"log", text}};
     if (const auto logged = ctl::LoggedBy(text)) {
         line["function"] = logged->function;
@@ -200,7 +209,8 @@ void LiveSandbox::AddLogLine(const std::string& text)
             line["advice"] = known->advice;
         }
     }
-    Post(std::move(line));
+    static_cast<LiveSandbox*>(self)->Post(std::move(line));
+    return G_SOURCE_CONTINUE;
 }
 
 } // namespace kiv::sandbox

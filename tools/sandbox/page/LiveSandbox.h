@@ -1,20 +1,20 @@
 #pragma once
 
+#include "Recorder.h"
 #include "page/History.h"
-#include "page/MessageLines.h"
 
 #include <gio/gio.h>
+#include <nlohmann/json_fwd.hpp>
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <vector>
 
 namespace kiv::sandbox {
 
-class BusTrace;
+/// Prints a line of the history. An answer that is an error gets what doctor says of it.
+std::string ShownLine(nlohmann::json line);
 
 /**
  * Has the history tell of a sandbox: what travels on its bus, what the application logs, and the states "home",
@@ -33,29 +33,25 @@ public:
 
 private:
     void Connect();
+    void LookAtBus();
+    void SetBus(const char* state);
     void AwaitChange();
-    void SetUp(const char* name, bool isUp);
+    void Take(const Message& message);
     void Post(nlohmann::json line);
-    void AddLogLine(const std::string& text);
-    std::int64_t Elapsed() const;
 
-    static gboolean LookAtBus(void* self);
     static void OnClosed(LiveSandbox* self);
     static void OnState(GObject* connection, GAsyncResult* result, void* self);
     static gboolean OnDatagram(GSocket* socket, GIOCondition, void* self);
-    static gboolean TakePosted(void* self);
 
     std::string address_;
     History& history_;
-    std::int64_t begin_;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    std::int64_t begin_ = g_get_real_time();
+    std::int64_t start_ = g_get_monotonic_time();
     GDBusConnection* connection_ = nullptr;
     std::unique_ptr<BusTrace> trace_;
-    MessageLines lines_;
+    RecordedMessages messages_;
     std::string home_;
-    bool hangs_ = false;
-    std::mutex mutex_;
-    std::vector<std::string> posted_; // by the trace's thread
+    const char* bus_ = "";
 };
 
 } // namespace kiv::sandbox

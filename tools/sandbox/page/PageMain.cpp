@@ -2,6 +2,7 @@
 // Serves the page of the sandbox whose bus DBUS_SYSTEM_BUS_ADDRESS names, or of a recording. SANDBOX is the kiv-sandbox
 // that starts it.
 
+#include "Keeper.h"
 #include "page/LiveSandbox.h"
 #include "page/PageServer.h"
 #include "page/Pcap.h"
@@ -19,7 +20,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -33,31 +33,7 @@ namespace {
 
 using nlohmann::json;
 
-/// A program in the background reports to the sandbox here.
-constexpr int kReportFd = 3;
-
 constexpr guint kLastMilliseconds = 150;
-
-/// Returns the name and the description of each scenario that comes along.
-json Scenarios(const std::string& sandbox)
-{
-    char* output = nullptr;
-    json scenarios = json::array();
-    std::vector<std::string> words = {sandbox, "--list-scenarios"};
-    std::vector<char*> arguments = {words[0].data(), words[1].data(), nullptr};
-    if (g_spawn_sync(
-            nullptr, arguments.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &output, nullptr, nullptr,
-            nullptr) != FALSE) {
-        std::istringstream list(output);
-        std::string name;
-        std::string description;
-        while (list >> name && std::getline(list >> std::ws, description)) {
-            scenarios.push_back({{"name", name}, {"description", description}});
-        }
-    }
-    g_free(output);
-    return scenarios;
-}
 
 /// Returns the layout of the records that the server and the application agreed on.
 json Layout()
@@ -70,38 +46,47 @@ json Layout()
     return layout.is_object() ? layout : json::object();
 }
 
-using OnCommandDone = std::function<void(const PageServer::Outcome&)>;
-
-void FinishCommand(GObject* process, GAsyncResult* result, void* data)
+void FinishSandbox(GObject* process, GAsyncResult* result, void* data)
 {
-    const std::unique_ptr<OnCommandDone> onDone(static_cast<OnCommandDone*>(data));
+    const std::unique_ptr<PageServer::OnDone> onDone(static_cast<PageServer::OnDone*>(data));
     char* output = nullptr;
     g_subprocess_communicate_utf8_finish(G_SUBPROCESS(process), result, &output, nullptr, nullptr);
-    const int exitCode = g_subprocess_get_if_exited(G_SUBPROCESS(process)) != FALSE
-                             ? g_subprocess_get_exit_status(G_SUBPROCESS(process))
-                             : -1;
-    (*onDone)({exitCode, output == nullptr ? "" : output});
+    const bool hasExited = g_subprocess_get_if_exited(G_SUBPROCESS(process)) != FALSE;
+    (*onDone)(hasExited ? g_subprocess_get_exit_status(G_SUBPROCESS(process)) : -1, output == nullptr ? "" : output);
     g_free(output);
 }
 
-/// Runs "kiv-sandbox control" with these words.
-void RunControl(const std::string& sandbox, const std::vector<std::string>& words, OnCommandDone onDone)
+/// Runs kiv-sandbox with these words.
+void RunSandbox(const std::string& sandbox, const std::vector<std::string>& words, PageServer::OnDone onDone)
 {
-    std::vector<const char*> arguments = {sandbox.c_str(), "control"};
+    std::vector<const char*> arguments = {sandbox.c_str()};
     for (const std::string& word : words) {
         arguments.push_back(word.c_str());
     }
     arguments.push_back(nullptr);
-    GSubprocess* const process = g_subprocess_newv(
-        arguments.data(),
-        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_MERGE), nullptr);
+    constexpr auto kFlags =
+        static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_MERGE);
+    GSubprocess* const process = g_subprocess_newv(arguments.data(), kFlags, nullptr);
     if (process == nullptr) {
-        onDone({-1, fmt::format("{} cannot be started", sandbox)});
+        onDone(-1, fmt::format("{} cannot be started", sandbox));
         return;
     }
     g_subprocess_communicate_utf8_async(
-        process, nullptr, nullptr, &FinishCommand, std::make_unique<OnCommandDone>(std::move(onDone)).release());
+        process, nullptr, nullptr, &FinishSandbox, std::make_unique<PageServer::OnDone>(std::move(onDone)).release());
     g_object_unref(process);
+}
+
+/// Returns the name and the description of each scenario in a list of them.
+json Scenarios(const std::string& list)
+{
+    json scenarios = json::array();
+    std::istringstream lines(list);
+    std::string name;
+    std::string description;
+    while (lines >> name && std::getline(lines >> std::ws, description)) {
+        scenarios.push_back({{"name", name}, {"description", description}});
+    }
+    return scenarios;
 }
 
 void ReadRecording(const std::string& file, History& history)
@@ -110,41 +95,41 @@ void ReadRecording(const std::string& file, History& history)
     int number = 0;
     for (std::string line; std::getline(text, line);) {
         simulator::ReadLine(file, line, ++number); // throws unless it is a line of a recording
-        history.Add(line);
+        history.Add(ShownLine(json::parse(line)));
     }
 }
 
-struct End {
-    History& history;
-    GMainLoop* loop;
-};
-
-/// Viewers keep what they have, and are handed the last of it first.
-gboolean OnEnd(void* data)
+/// Viewers keep what they have, and are handed the last of it first. The threads of trace and connections end with the
+/// process.
+gboolean OnEnd(void* history)
 {
-    auto* const end = static_cast<End*>(data);
-    end->history.SetState("ended", json{{"ended", true}}.dump());
+    static_cast<History*>(history)->SetState("ended", R"({"ended":true})");
     g_timeout_add_once(
-        kLastMilliseconds, [](void* loop) { g_main_loop_quit(static_cast<GMainLoop*>(loop)); }, end->loop);
+        kLastMilliseconds, [](void*) { _exit(EXIT_SUCCESS); }, nullptr);
     return G_SOURCE_CONTINUE;
 }
 
-void Run(const std::string& sandbox, const std::optional<std::string>& recording)
+[[noreturn]] void Run(const std::string& sandbox, const std::optional<std::string>& recording)
 {
     History history;
     json about = {{"live", !recording}, {"layout", Layout()}};
     std::unique_ptr<LiveSandbox> live;
     PageServer::Actions actions;
+    actions.writePcap = [&history, &live] { return WritePcap(history, live ? live->Begin() : 0); };
     if (recording) {
         ReadRecording(*recording, history);
         about["recording"] = std::filesystem::path(*recording).filename();
-        actions.writePcap = [&history] { return WritePcap(history, 0); };
     } else {
         live = std::make_unique<LiveSandbox>(std::getenv("DBUS_SYSTEM_BUS_ADDRESS"), history);
-        about["scenarios"] = Scenarios(sandbox);
         about["methods"] = simulator::Interface(simulator::kServerXml).Methods();
-        actions.writePcap = [&history, &live] { return WritePcap(history, live->Begin()); };
-        actions.control = [&sandbox](const auto& words, auto onDone) { RunControl(sandbox, words, std::move(onDone)); };
+        actions.control = [&sandbox](std::vector<std::string> words, auto onDone) {
+            words.insert(words.begin(), "control");
+            RunSandbox(sandbox, words, std::move(onDone));
+        };
+        RunSandbox(sandbox, {"--list-scenarios"}, [&history, about](int, const std::string& list) mutable {
+            about["scenarios"] = Scenarios(list);
+            history.SetState("about", json{{"about", about}}.dump());
+        });
     }
     history.SetState("about", json{{"about", about}}.dump());
     const PageServer server(history, actions);
@@ -152,21 +137,17 @@ void Run(const std::string& sandbox, const std::optional<std::string>& recording
         const std::string socketName = "kiv-sandbox-page-" + server.Token();
         live->ReadLog(socketName);
         const std::string report = socketName + "\n";
-        if (write(kReportFd, report.data(), report.size()) < 0) {
+        if (write(Keeper::kReportFd, report.data(), report.size()) < 0) {
             throw std::runtime_error("the sandbox has gone");
         }
     }
     fmt::print(stderr, "kiv-sandbox: the page is {}\n", server.Address());
-    const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(
-        g_main_loop_new(nullptr, FALSE), g_main_loop_unref);
-    End end{history, loop.get()};
     for (const int signal : {SIGINT, SIGTERM}) {
-        g_unix_signal_add(signal, &OnEnd, &end);
+        g_unix_signal_add(signal, &OnEnd, &history);
     }
-    g_main_loop_run(loop.get());
-    // The threads of trace and connections end with the process.
-    std::fflush(stderr);
-    _exit(EXIT_SUCCESS);
+    for (;;) {
+        g_main_context_iteration(nullptr, TRUE);
+    }
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstring>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -19,14 +18,22 @@ namespace kiv::sandbox {
 
 namespace {
 
+using nlohmann::json;
+
 constexpr std::size_t kChunk = 64UL << 10U;
 constexpr goffset kLongestBody = 64L << 10U;
-constexpr std::size_t kMostViewers = 64;
 constexpr int kMostCommands = 8;
-constexpr guint kHeartbeatSeconds = 5;
+constexpr guint kHeartbeatSeconds = 1;
 
-constexpr auto kPolicy = "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; "
-                         "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+constexpr std::array<std::pair<const char*, const char*>, 6> kHeaders = {
+    {{"Content-Security-Policy", "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; "
+                                 "base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
+     {"X-Content-Type-Options", "nosniff"},
+     {"Referrer-Policy", "no-referrer"},
+     {"Cross-Origin-Resource-Policy", "same-origin"},
+     {"Cache-Control", "no-store"},
+     // libsoup 3.2 never closes a connection of HTTP/1.1 that its client closes between two requests.
+     {"Connection", "close"}}};
 
 std::string NewToken()
 {
@@ -49,6 +56,11 @@ void Respond(SoupServerMessage* message, const char* type, std::string_view text
     soup_server_message_set_response(message, type, SOUP_MEMORY_COPY, text.data(), text.size());
 }
 
+void Refuse(SoupServerMessage* message, guint status)
+{
+    soup_server_message_set_status(message, status, nullptr);
+}
+
 } // namespace
 
 PageServer::PageServer(History& history, Actions actions)
@@ -57,9 +69,7 @@ PageServer::PageServer(History& history, Actions actions)
 {
     GError* error = nullptr;
     if (soup_server_listen_local(server_.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, &error) == FALSE) {
-        const std::string reason = error->message;
-        g_error_free(error);
-        throw std::runtime_error(fmt::format("the page cannot be served: {}", reason));
+        throw std::runtime_error(fmt::format("the page cannot be served: {}", error->message));
     }
     GSList* const uris = soup_server_get_uris(server_.get());
     host_ = fmt::format("127.0.0.1:{}", g_uri_get_port(static_cast<GUri*>(uris->data)));
@@ -67,34 +77,23 @@ PageServer::PageServer(History& history, Actions actions)
     soup_server_add_early_handler(server_.get(), nullptr, &OnHeaders, this, nullptr);
     soup_server_add_handler(server_.get(), nullptr, &OnRequest, this, nullptr);
     history_.OnNews([this] { TellLater(); });
-    heartbeat_ = g_timeout_add_seconds(kHeartbeatSeconds, &OnHeartbeat, this);
-}
-
-PageServer::~PageServer()
-{
-    g_source_remove(heartbeat_);
-    if (telling_ != 0) {
-        g_source_remove(telling_);
-    }
-    history_.OnNews([] {});
-    for (const auto& [message, viewer] : viewers_) {
-        g_signal_handlers_disconnect_by_data(message, this);
-    }
+    // Only a write tells that a viewer has gone.
+    const auto beat = [](void* self) -> gboolean {
+        static_cast<PageServer*>(self)->TellAll(":\n\n");
+        return G_SOURCE_CONTINUE;
+    };
+    g_timeout_add_seconds(kHeartbeatSeconds, beat, this);
 }
 
 /// Runs before anything of a request's body is read.
 void PageServer::OnHeaders(SoupServer*, Message* message, const char* path, GHashTable*, void* self)
 {
-    SoupMessageHeaders* const headers = soup_server_message_get_response_headers(message);
-    soup_message_headers_append(headers, "Content-Security-Policy", kPolicy);
-    soup_message_headers_append(headers, "X-Content-Type-Options", "nosniff");
-    soup_message_headers_append(headers, "Referrer-Policy", "no-referrer");
-    soup_message_headers_append(headers, "Cross-Origin-Resource-Policy", "same-origin");
-    soup_message_headers_append(headers, "Cache-Control", "no-store");
+    for (const auto& [name, value] : kHeaders) {
+        soup_message_headers_append(soup_server_message_get_response_headers(message), name, value);
+    }
     if (const guint refusal = static_cast<PageServer*>(self)->Refusal(message, path)) {
-        soup_message_headers_append(headers, "Connection", "close");
         soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
-        soup_server_message_set_status(message, refusal, nullptr);
+        Refuse(message, refusal);
     }
 }
 
@@ -116,12 +115,11 @@ guint PageServer::Refusal(Message* message, const std::string& path) const
         return SOUP_STATUS_METHOD_NOT_ALLOWED;
     }
     SoupMessageHeaders* const headers = soup_server_message_get_request_headers(message);
-    const bool hasBody = soup_message_headers_get_encoding(headers) != SOUP_ENCODING_NONE;
-    if (hasBody && (soup_message_headers_get_encoding(headers) != SOUP_ENCODING_CONTENT_LENGTH ||
-                    soup_message_headers_get_content_length(headers) > kLongestBody)) {
-        return SOUP_STATUS_REQUEST_ENTITY_TOO_LARGE;
-    }
-    return 0;
+    const SoupEncoding encoding = soup_message_headers_get_encoding(headers);
+    const bool isLimited =
+        encoding == SOUP_ENCODING_NONE ||
+        (encoding == SOUP_ENCODING_CONTENT_LENGTH && soup_message_headers_get_content_length(headers) <= kLongestBody);
+    return isLimited ? 0 : SOUP_STATUS_REQUEST_ENTITY_TOO_LARGE;
 }
 
 void PageServer::OnRequest(SoupServer*, Message* message, const char* path, GHashTable*, void* self)
@@ -134,12 +132,11 @@ void PageServer::OnRequest(SoupServer*, Message* message, const char* path, GHas
 
 void PageServer::Serve(Message* message, const std::string& page)
 {
-    if (soup_server_message_get_method(message) == SOUP_METHOD_POST) {
-        if (page == "control" && actions_.control) {
-            Control(message);
-        } else {
-            soup_server_message_set_status(message, SOUP_STATUS_NOT_FOUND, nullptr);
-        }
+    const bool isPost = soup_server_message_get_method(message) == SOUP_METHOD_POST;
+    if (isPost && page == "control" && actions_.control) {
+        Control(message);
+    } else if (isPost) {
+        Refuse(message, SOUP_STATUS_NOT_FOUND);
     } else if (page.empty()) {
         Respond(message, "text/html; charset=utf-8", kPageHtml);
     } else if (page == "page.css") {
@@ -151,28 +148,29 @@ void PageServer::Serve(Message* message, const std::string& page)
     } else if (page == "events") {
         AddViewer(message);
     } else {
-        soup_server_message_set_status(message, SOUP_STATUS_NOT_FOUND, nullptr);
+        Refuse(message, SOUP_STATUS_NOT_FOUND);
     }
 }
 
 void PageServer::Control(Message* message)
 {
     SoupMessageBody* const body = soup_server_message_get_request_body(message);
-    const auto words = nlohmann::json::parse(body->data, body->data + body->length, nullptr, false);
-    const bool areWords =
-        words.is_array() && std::ranges::all_of(words, [](const auto& word) { return word.is_string(); });
-    if (!areWords || running_ == kMostCommands) {
-        soup_server_message_set_status(
-            message, areWords ? SOUP_STATUS_SERVICE_UNAVAILABLE : SOUP_STATUS_BAD_REQUEST, nullptr);
+    const json words = json::parse(body->data, body->data + body->length, nullptr, false);
+    if (!words.is_array() || !std::ranges::all_of(words, &json::is_string)) {
+        Refuse(message, SOUP_STATUS_BAD_REQUEST);
+        return;
+    }
+    if (running_ == kMostCommands) {
+        Refuse(message, SOUP_STATUS_SERVICE_UNAVAILABLE);
         return;
     }
     ++running_;
     g_object_ref(message);
     soup_server_message_pause(message);
-    actions_.control(words, [this, message](const Outcome& outcome) {
+    actions_.control(words, [this, message](int exitCode, const std::string& output) {
         --running_;
-        const nlohmann::json answer = {{"exitCode", outcome.exitCode}, {"output", outcome.output}};
-        Respond(message, "application/json", answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+        const json answer = {{"exitCode", exitCode}, {"output", output}};
+        Respond(message, "application/json", answer.dump(-1, ' ', false, json::error_handler_t::replace));
         soup_server_message_unpause(message);
         g_object_unref(message);
     });
@@ -180,10 +178,6 @@ void PageServer::Control(Message* message)
 
 void PageServer::AddViewer(Message* message)
 {
-    if (viewers_.size() == kMostViewers) {
-        soup_server_message_set_status(message, SOUP_STATUS_SERVICE_UNAVAILABLE, nullptr);
-        return;
-    }
     soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
     SoupMessageHeaders* const headers = soup_server_message_get_response_headers(message);
     soup_message_headers_set_encoding(headers, SOUP_ENCODING_CHUNKED);
@@ -194,45 +188,41 @@ void PageServer::AddViewer(Message* message)
     std::uint64_t number = 0;
     const bool comesBack = std::from_chars(last.data(), last.data() + last.size(), number).ec == std::errc{};
     viewers_[message] = {.next = comesBack ? std::min(number + 1, history_.End()) : history_.First()};
-    g_signal_connect(
-        message, "wrote-chunk", G_CALLBACK(+[](Message* written, void* self) {
-            auto* const server = static_cast<PageServer*>(self);
-            if (const auto found = server->viewers_.find(written); found != server->viewers_.end()) {
-                found->second.isWriting = false;
-                server->Tell(written, found->second);
-            }
-        }),
-        this);
-    g_signal_connect(
-        message, "finished",
-        G_CALLBACK(+[](Message* gone, void* self) { static_cast<PageServer*>(self)->viewers_.erase(gone); }), this);
+    const auto onWritten = [](Message* written, PageServer* self) {
+        Viewer& viewer = self->viewers_.at(written);
+        viewer.isWriting = false;
+        self->Tell(written, viewer);
+    };
+    const auto onFinished = [](Message* gone, PageServer* self) { self->viewers_.erase(gone); };
+    g_signal_connect(message, "wrote-chunk", G_CALLBACK(+onWritten), this);
+    g_signal_connect(message, "finished", G_CALLBACK(+onFinished), this);
     Tell(message, viewers_.at(message));
 }
 
 /// Waits for what else is to be done now, so that many lines make one chunk.
 void PageServer::TellLater()
 {
-    if (telling_ != 0 || viewers_.empty()) {
-        return;
+    const auto tell = [](void* self) {
+        static_cast<PageServer*>(self)->willTell_ = false;
+        static_cast<PageServer*>(self)->TellAll("");
+    };
+    if (!std::exchange(willTell_, true)) {
+        g_idle_add_once(tell, this);
     }
-    telling_ = g_idle_add(
-        [](void* self) -> gboolean {
-            auto* const server = static_cast<PageServer*>(self);
-            server->telling_ = 0;
-            for (auto& [message, viewer] : server->viewers_) {
-                server->Tell(message, viewer);
-            }
-            return G_SOURCE_REMOVE;
-        },
-        this);
 }
 
-void PageServer::Tell(Message* message, Viewer& viewer)
+void PageServer::TellAll(const char* first)
+{
+    for (auto& [message, viewer] : viewers_) {
+        Tell(message, viewer, first);
+    }
+}
+
+void PageServer::Tell(Message* message, Viewer& viewer, std::string chunk)
 {
     if (viewer.isWriting) {
         return;
     }
-    std::string chunk;
     for (const auto& [name, state] : history_.States()) {
         if (state.version > viewer.version) {
             chunk += fmt::format("data: {}\n\n", state.line);
@@ -243,9 +233,8 @@ void PageServer::Tell(Message* message, Viewer& viewer)
         chunk += fmt::format("data: {{\"missed\":{}}}\n\n", history_.First() - viewer.next);
         viewer.next = history_.First();
     }
-    while (viewer.next != history_.End() && chunk.size() < kChunk) {
+    for (; viewer.next != history_.End() && chunk.size() < kChunk; ++viewer.next) {
         chunk += fmt::format("id: {}\ndata: {}\n\n", viewer.next, history_.At(viewer.next));
-        ++viewer.next;
     }
     if (!chunk.empty()) {
         viewer.isWriting = true;
@@ -253,21 +242,6 @@ void PageServer::Tell(Message* message, Viewer& viewer)
             soup_server_message_get_response_body(message), SOUP_MEMORY_COPY, chunk.data(), chunk.size());
         soup_server_message_unpause(message);
     }
-}
-
-/// Only a write tells that a viewer has gone.
-gboolean PageServer::OnHeartbeat(void* self)
-{
-    auto* const server = static_cast<PageServer*>(self);
-    for (auto& [message, viewer] : server->viewers_) {
-        if (!viewer.isWriting) {
-            viewer.isWriting = true;
-            soup_message_body_append(
-                soup_server_message_get_response_body(message), SOUP_MEMORY_STATIC, ":\n\n", std::strlen(":\n\n"));
-            soup_server_message_unpause(message);
-        }
-    }
-    return G_SOURCE_CONTINUE;
 }
 
 } // namespace kiv::sandbox

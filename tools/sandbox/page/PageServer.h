@@ -15,22 +15,18 @@ namespace kiv::sandbox {
 /**
  * Serves the page and the history to browsers of this machine that know the token in the address, on a port that the
  * system chooses. A viewer has one chunk under way at most: one that does not read holds no memory. Throws
- * std::runtime_error if there is no loopback to listen on.
+ * std::runtime_error if there is no loopback to listen on. Lives as long as the process.
  */
 class PageServer {
 public:
-    struct Outcome {
-        int exitCode;
-        std::string output;
-    };
+    using OnDone = std::function<void(int exitCode, const std::string& output)>;
     struct Actions {
         std::function<std::string()> writePcap;
         /// Runs a command of "kiv-sandbox control"; empty for a recording.
-        std::function<void(const std::vector<std::string>& words, std::function<void(const Outcome&)> onDone)> control;
+        std::function<void(const std::vector<std::string>& words, OnDone onDone)> control;
     };
 
     PageServer(History& history, Actions actions);
-    ~PageServer();
     PageServer(const PageServer&) = delete;
     PageServer& operator=(const PageServer&) = delete;
 
@@ -47,14 +43,14 @@ private:
 
     static void OnHeaders(SoupServer*, Message* message, const char* path, GHashTable*, void* self);
     static void OnRequest(SoupServer*, Message* message, const char* path, GHashTable*, void* self);
-    static gboolean OnHeartbeat(void* self);
 
     guint Refusal(Message* message, const std::string& path) const;
     void Serve(Message* message, const std::string& page);
     void Control(Message* message);
     void AddViewer(Message* message);
     void TellLater();
-    void Tell(Message* message, Viewer& viewer);
+    void TellAll(const char* first);
+    void Tell(Message* message, Viewer& viewer, std::string chunk = {});
 
     History& history_;
     Actions actions_;
@@ -62,10 +58,9 @@ private:
     std::string root_;
     std::string host_;
     std::unique_ptr<SoupServer, decltype(&g_object_unref)> server_;
-    std::map<Message*, Viewer> viewers_;
-    int running_ = 0; // commands
-    guint telling_ = 0;
-    guint heartbeat_;
+    std::map<Message*, Viewer> viewers_; // each until its "finished" signal
+    int running_ = 0;                    // commands
+    bool willTell_ = false;
 };
 
 } // namespace kiv::sandbox

@@ -33,8 +33,6 @@ const clients = new Map();  // ids by unique bus names
 let pendingLogs = [];       // lines of functions whose calls have not been seen yet
 let missed = 0;
 
-const layoutRecords = () => states.about?.layout?.records ?? {};
-const eventOf = id => states.about?.layout?.events?.['0x' + hex(id >>> 0, 8)];
 const KNOWN_EVENTS = { 0x02020028: 'Atmos', 0x02020031: 'server ends' };
 
 // GVariant text is shown with bytes in hexadecimal and without types. Six bytes among the arguments are a MAC address.
@@ -54,33 +52,29 @@ function bytesOf(variant) {
   return found ? found[1].split(', ').map(Number) : [];
 }
 
-const int32 = (bytes, at) => bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | bytes[at + 3] << 24;
+const INTEGERS = { u8: 'Uint8', i8: 'Int8', u16: 'Uint16', i16: 'Int16', u32: 'Uint32', i32: 'Int32' };
+const integer = (bytes, at, type = 'i32') => new DataView(Uint8Array.from(bytes).buffer)[`get${INTEGERS[type]}`](at, true);
+const hexBytes = (bytes, between) => bytes.map(byte => hex(byte, 2)).join(between);
 
-function decodeRecord(name, bytes, at) {
-  const record = layoutRecords()[name];
-  return record.fields.filter(field => field.type !== 'records').map(field => {
-    const from = at + field.offset;
-    const slice = bytes.slice(from, from + (field.length ?? { mac: 6, ipv4: 4 }[field.type] ?? 4));
-    const value = {
-      mac: () => slice.map(b => hex(b, 2)).join(':'),
-      ipv4: () => slice.join('.'),
-      text: () => new TextDecoder().decode(Uint8Array.from(slice)).replace(/\0.*/s, ''),
-    }[field.type]?.() ?? (slice.length === 4 ? int32(bytes, from) : slice.map(b => hex(b, 2)).join(' '));
-    return `${field.name} ${value}`;
-  }).join(', ');
+function decodeField({ name, type, offset, length }, bytes) {
+  const slice = bytes.slice(offset, offset + (length ?? { mac: 6, ipv4: 4 }[type]));
+  const value = type in INTEGERS ? integer(bytes, offset, type) : type === 'mac' ? hexBytes(slice, ':') : type === 'ipv4'
+    ? slice.join('.') : type === 'text' ? new TextDecoder().decode(Uint8Array.from(slice)).replace(/\0.*/s, '') : hexBytes(slice, ' ');
+  return `${name} ${value}`;
 }
 
 function decodeEvent(argumentsText) {
   const bytes = bytesOf(argumentsText);
   if (bytes.length < 8) return `${bytes.length} bytes without a whole head`;
-  const id = int32(bytes, 0);
-  const data = bytes.slice(8);
-  const known = eventOf(id);
-  const size = layoutRecords()[known?.record]?.size;
-  const decoded = size && data.length % size === 0
-    ? Array.from({ length: data.length / size }, (_, i) => decodeRecord(known.record, data, i * size)).join('; ')
-    : data.length === 4 ? String(int32(data, 0)) : data.map(b => hex(b, 2)).join(' ');
-  return `0x${hex(id >>> 0, 8)} ${known?.name ?? KNOWN_EVENTS[id] ?? ''} ${decoded}`.replace(/ +/g, ' ').trim();
+  const id = integer(bytes, 0, 'u32'), data = bytes.slice(8);
+  const layout = states.about?.layout, known = layout?.events?.['0x' + hex(id, 8)], record = layout?.records?.[known?.record];
+  const records = [];
+  for (let at = 0; record && at + record.size <= data.length; at += record.size) {
+    const fields = record.fields.filter(field => field.type !== 'records');
+    records.push(fields.map(field => decodeField(field, data.slice(at, at + record.size))).join(', '));
+  }
+  const decoded = records.join('; ') || (data.length === 4 ? integer(data, 0) : hexBytes(data, ' '));
+  return `0x${hex(id, 8)} ${known?.name ?? KNOWN_EVENTS[id] ?? ''} ${decoded}`.replace(/ +/g, ' ').trim();
 }
 
 const timeOf = line => (line.us ?? (line.ms ?? 0) * 1000) / 1000;
@@ -111,9 +105,17 @@ function endBlock(block, line, failure) {
   openBlocks.splice(openBlocks.indexOf(block), 1);
 }
 
+const asksBus = line => line.method === 'NameHasOwner';
+
+function addPart(block, line, from, to) {
+  const part = { from, to, line, time: timeOf(line), answer: null };
+  block.parts.push(part);
+  messages.set(line.call ?? line.event, { block, part });
+}
+
 function addCall(line) {
   let block;
-  if (line.bus !== undefined) {
+  if (asksBus(line)) {
     block = findOpen(line.sender, 'second', 'alone') ?? beginBlock(line);
     block.stage = block.stage === 'second' ? 'second?' : 'first?';
   } else if (line.method === 'check_dbus_connection') {
@@ -124,9 +126,7 @@ function addCall(line) {
     Object.assign(block, { stage: 'method?', name: line.method, arguments: line.arguments });
     adoptLogs(block);
   }
-  const part = { from: LIBRARY, to: line.bus !== undefined ? BUS : SERVER, line, time: timeOf(line), answer: null };
-  block.parts.push(part);
-  messages.set(line.call ?? line.bus, { block, part });
+  addPart(block, line, LIBRARY, asksBus(line) ? BUS : SERVER);
 }
 
 function addAnswer(line) {
@@ -144,7 +144,7 @@ function addAnswer(line) {
     endBlock(block, line, failure);
   } else {
     if (part.line.method === 'check_dbus_connection' && !failure) clients.set(block.sender, readable(line.values).slice(2, -2));
-    if (failure || part.line.bus !== undefined && /false/.test(line.values)) endBlock(block, line, failure || 'no server runs');
+    if (failure || asksBus(part.line) && /false/.test(line.values)) endBlock(block, line, failure || 'no server runs');
     else block.stage = { 'first?': 'id', 'id?': 'second', 'alone?': 'alone', 'second?': 'method' }[block.stage];
   }
 }
@@ -152,9 +152,7 @@ function addAnswer(line) {
 function addEvent(line) {
   const block = newBlock('event', line, { name: line.method, arguments: line.arguments, sender: line.client, result: null });
   block.decoded = line.method === 'nam_notify_subscriber' ? decodeEvent(line.arguments) : line.method;
-  const part = { from: SERVER, to: LIBRARY, line, time: block.start, answer: null };
-  block.parts.push(part);
-  messages.set(line.event, { block, part });
+  addPart(block, line, SERVER, LIBRARY);
 }
 
 // These functions of the library log on behalf of the function that is called.
@@ -197,16 +195,20 @@ function addLog(line) {
   if (line.function) pendingLogs = [...pendingLogs.slice(-MOST_PENDING), { block: own, log }];
 }
 
+// Another bus gives the same unique names anew.
+function loseBus() {
+  clients.clear();
+  for (const block of openBlocks.splice(0)) Object.assign(block, { failed: true, result: 'the bus has gone' });
+}
+
 function feed(raw) {
   const line = JSON.parse(raw);
-  const state = ['about', 'home', 'server', 'bus', 'ended'].find(name => name in line && !('ms' in line));
-  if (state) {
-    states[state] = line[state];
-    drawStatesLater();
-    return;
-  }
   if ('missed' in line) missed += line.missed;
-  else {
+  else if (!('ms' in line)) {
+    Object.assign(states, line);
+    drawStatesLater();
+    if (line.bus === 'down') loseBus();
+  } else {
     rawLines.push(raw);
     if (rawLines.length > 4 * MOST_BLOCKS) rawLines.splice(0, MOST_BLOCKS);
     if ('answer' in line) addAnswer(line);
@@ -238,13 +240,10 @@ const allSpeakers = () => states.home ? [...states.home.speakers, ...states.home
 function drawStates() {
   const { home, about = {} } = states;
   const chip = (content, kind = '') => h('li', { class: kind }, content);
-  const up = (name, content) => {
-    const state = { true: 'up', false: 'down', hangs: 'hangs' }[states[name]];
-    return state && chip(`${content} ${state}`, state === 'up' ? 'on' : 'off');
-  };
+  const up = (state, content) => state && chip(`${content} ${state}`, state === 'up' ? 'on' : 'off');
   const chips = states.ended ? [chip('The sandbox has ended', 'off')]
     : states.lost ? [chip('The sandbox does not answer', 'off')]
-      : [up('bus', 'Bus'), up('server', 'Server')];
+      : [up(states.bus, 'Bus'), up(states.server, 'Server')];
   if (about.recording) chips.push(chip(`Recording ${about.recording}`));
   if (home) {
     const preselected = home.tavrinPreSelected ? ', multi-room preselected' : '';
@@ -255,6 +254,7 @@ function drawStates() {
     if (faults) chips.push(chip(`${faults} fault${faults === 1 ? '' : 's'}`, 'off'));
   }
   $('states').replaceChildren(...chips.filter(Boolean));
+  $('doctor').textContent = states.advice && !states.ended ? `Doctor: ${states.advice}` : '';
   $('left').hidden = !home && !about.live;
   document.querySelector('main').classList.toggle('wide', $('left').hidden);
   $('hands').hidden = !about.live || Boolean(states.ended);
@@ -516,6 +516,10 @@ function showDetails() {
     say('Arguments', line.arguments && readable(line.arguments));
     say('Result', answer?.values && readable(answer.values));
     say('Error', block.failed && !part ? block.result : answer?.error && `${answer.error}: ${answer.message}`, 'failed');
+    if (answer?.found && block.kind === 'call') {
+      say('Doctor', answer.found, 'failed');
+      say('   do', answer.advice);
+    }
     if (!part) say('Took', block.kind === 'log' ? '' : duration(block), 'dim');
   }
   for (const log of logs) {
@@ -591,9 +595,9 @@ function wholeSvg() {
 
 function wholeHtml() {
   const copy = page.cloneNode(true);
-  const { home, server, bus, about } = states;
+  const { home, server, bus, advice, about } = states;
   const kept = { states: [{ about: { layout: about?.layout, recording: 'saved from a page' } }], lines: rawLines };
-  if (home) kept.states.push({ home }, { server }, { bus });
+  if (home) kept.states.push({ home }, { server }, { bus, advice });
   copy.querySelectorAll('link, script, style, #save-pcap').forEach(node => node.remove());
   copy.querySelector('head').append(h('style', {}, css()));
   const json = JSON.stringify(kept).replace(/</g, '\\u003c');
