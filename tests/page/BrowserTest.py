@@ -10,7 +10,6 @@ from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
-from selenium.webdriver.support.ui import Select
 
 HOST = os.environ["KIV_DEMO_HOST"]
 
@@ -76,6 +75,14 @@ def press(browser, css):
     browser.find_element(By.CSS_SELECTOR, css).click()
 
 
+def choose(browser, field, text):
+    assert browser.execute_script("""
+        const field = document.getElementById(arguments[0]);
+        field.value = [...field.options].find(option => option.textContent === arguments[1])?.value;
+        field.dispatchEvent(new Event('change'));
+        return field.selectedIndex;""", field, text) >= 0
+
+
 def test_the_home_is_as_the_tour_leaves_it(page, browser):
     page.run(HOST)
     await_speaker(browser, "Bookshelf", "volume 25")
@@ -127,7 +134,7 @@ def test_the_hands_are_commands(page, browser):
     await_speaker(browser, "Living room right", "not connected")
     press(browser, "#plug")
     await_speaker(browser, "Living room right", "volume 77")
-    Select(browser.find_element(By.ID, "scenario")).select_by_value("multi-room-house")
+    choose(browser, "scenario", "multi-room-house")
     press(browser, "#apply")
     await_speaker(browser, "Bath", "plays on channel")
     wait_for(lambda: "Mode multi-room" in states(browser), "the mode")
@@ -141,8 +148,8 @@ def test_an_event_is_pushed_and_seen(page, browser):
 
 
 def test_a_fault_is_pressed_and_seen(page, browser):
-    Select(browser.find_element(By.ID, "method")).select_by_value("StopNetworkSpeaker")
-    Select(browser.find_element(By.ID, "fault")).select_by_visible_text("fails")
+    choose(browser, "method", "StopNetworkSpeaker")
+    choose(browser, "fault", "fails")
     press(browser, "#set-fault")
     wait_for(lambda: shown(browser, "#faults li"), "the fault")
     assert "StopNetworkSpeaker" in shown(browser, "#faults li")[0]
@@ -150,9 +157,15 @@ def test_a_fault_is_pressed_and_seen(page, browser):
     await_row(browser, "StopNetworkSpeaker(3) ✕ org.example.Broken: the page said so")
     assert browser.find_elements(By.CSS_SELECTOR, "#rows .arrow.failed")
     scroll = browser.find_element(By.ID, "scroll")
-    browser.execute_script("choose(rows.findIndex(row => row.block.name === 'StopNetworkSpeaker'))")
-    wait_for(lambda: "means" in shown(browser, "#details")[0], "what the lines of the log mean")
-    assert "do" in shown(browser, "#details b")[-1] or "means" in "".join(shown(browser, "#details b"))
+    scroll.send_keys(Keys.HOME)
+    while not shown(browser, "#details")[0].startswith("Call StopNetworkSpeaker"):
+        before = shown(browser, "#details")
+        scroll.send_keys(Keys.ARROW_DOWN)
+        wait_for(lambda before=before: shown(browser, "#details") != before, "the next row")
+    details = shown(browser, "#details")[0]
+    assert "Doctor the server answers with the error org.example.Broken: the page said so" in details
+    assert "do see in the server's own log what it means by it" in details
+    assert "means the server, or the bus, answered with that error" in details
     scroll.send_keys(Keys.ENTER)
     await_row(browser, "check_dbus_connection")
     await_row(browser, "NameHasOwner")
@@ -197,11 +210,40 @@ def test_a_server_that_crashes_is_back(page, browser):
 def test_a_bus_that_hangs_is_seen_and_goes_on(page, browser):
     press(browser, "#set-bus-fault")
     wait_for(lambda: "Bus hangs" in states(browser), "the bus")
-    Select(browser.find_element(By.ID, "bus-fault")).select_by_value("none")
+    choose(browser, "bus-fault", "Bus is well")
     press(browser, "#set-bus-fault")
     wait_for(lambda: "Bus up" in states(browser), "the bus")
     page.run("$KIVCTL volume set 02:4b:49:56:00:01 68")
     await_speaker(browser, "Living room left", "volume 68")
+
+
+def test_a_bus_that_goes_is_seen_and_comes_back(page, browser):
+    choose(browser, "bus-fault", "Bus is gone")
+    press(browser, "#set-bus-fault")
+    wait_for(lambda: {"Bus down", "Server down"} <= set(states(browser)), "the loss")
+    wait_for(lambda: "Doctor: start the system bus" in shown(browser, "#doctor")[0], "what doctor advises")
+    page.run("$KIV_SANDBOX control bus-fault none")
+    wait_for(lambda: "Bus up" in states(browser), "the bus")
+    assert shown(browser, "#doctor") == [""]
+    page.run("$KIVCTL volume set 02:4b:49:56:00:01 69")
+    wait_for(lambda: "Server up" in states(browser), "the server")
+    await_speaker(browser, "Living room left", "volume 69")
+    await_row(browser, "SetNetSpkVolume(", "69) →")
+    page.run("$KIV_SANDBOX control bus-fault gone")
+    wait_for(lambda: "Bus down" in states(browser), "the loss")
+    choose(browser, "bus-fault", "Bus is well")
+    press(browser, "#set-bus-fault")
+    wait_for(lambda: "Bus up" in states(browser), "the bus")
+    press(browser, "[data-words='await-server']")
+    wait_for(lambda: "Server up" in states(browser), "the server")
+
+
+def test_a_call_that_is_under_way_when_the_bus_goes_has_failed(page, browser):
+    page.run("""$KIV_SANDBOX control fault StopNetworkSpeaker '{"silent": true}'""")
+    page.say("$KIVCTL --timeout 20 stop --type 9 &")
+    await_row(browser, "StopNetworkSpeaker(9)")
+    page.run("$KIV_SANDBOX control bus-fault gone")
+    await_row(browser, "StopNetworkSpeaker(9) ✕ the bus has gone")
 
 
 def test_a_reload_shows_the_same(page, browser):
