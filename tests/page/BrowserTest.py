@@ -158,6 +158,7 @@ def test_a_fault_is_pressed_and_seen(page, browser):
     assert browser.find_elements(By.CSS_SELECTOR, "#rows .arrow.failed")
     scroll = browser.find_element(By.ID, "scroll")
     scroll.send_keys(Keys.HOME)
+    wait_for(lambda: not shown(browser, "#details")[0].startswith("Point at"), "the first row")
     while not shown(browser, "#details")[0].startswith("Call StopNetworkSpeaker"):
         before = shown(browser, "#details")
         scroll.send_keys(Keys.ARROW_DOWN)

@@ -61,7 +61,7 @@ class Firefox:
             for name, value in {**PREFERENCES, "browser.download.dir": self._profile}.items():
                 file.write(f"user_pref({json.dumps(name)}, {json.dumps(value)});\n")
         self._process = subprocess.Popen(
-            ["firefox-esr", "--marionette", "--headless", "--no-remote", "--profile", self._profile],
+            ["firefox-esr", "--marionette", "--remote-allow-system-access", "--headless", "--no-remote", "--profile", self._profile],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True,
             env={**os.environ, "HOME": self._profile, "MOZ_HEADLESS_WIDTH": str(width), "MOZ_HEADLESS_HEIGHT": str(height)})
         self._number = 0
