@@ -313,8 +313,8 @@ function drawHome(home) {
     text(156, 58, `Receiver ${home.receiverHasAtmos ? 'with' : 'without'} Dolby Atmos`,
       home.receiverHasAtmos ? 'accent' : 'dim')];
   home.soundbars.slice(0, 2).forEach((soundbar, index) => parts.push(
-    s('rect', { class: 'case', x: 156, y: 72 + index * 18, width: 64, height: 11, rx: 5 }),
-    text(230, 82 + index * 18, cut(`${soundbar.name}, sound mode ${soundbar.soundMode}`, (width - 240) / 6.5), 'small')));
+    s('rect', { class: 'case', x: 156, y: 72 + index * 18, width: 40, height: 11, rx: 5 }),
+    text(206, 82 + index * 18, cut(`${soundbar.name}: mode ${soundbar.soundMode}`, (width - 216) / 6.2), 'small')));
   const bottoms = [118, 118];
   for (const room of rooms) {
     const side = bottoms[0] <= bottoms[1] ? 0 : 1;
