@@ -53,7 +53,7 @@ class Element:
 
 
 class Firefox:
-    """What the tests use of selenium's browser."""
+    """The part of selenium's browser that the tests use."""
 
     def __init__(self, width: int = 1280, height: int = 1000) -> None:
         self._profile = tempfile.mkdtemp()
@@ -120,7 +120,7 @@ class Firefox:
             picture.write(base64.b64decode(self.ask("WebDriver:TakeScreenshot", full=False)))
 
     def use_theme(self, theme: str) -> None:
-        """"light" or "dark"."""
+        """The theme is "light" or "dark"."""
         self.ask("Marionette:SetContext", value="chrome")
         self.execute_script(
             "Services.prefs.setIntPref('layout.css.prefers-color-scheme.content-override', arguments[0])",
