@@ -1,4 +1,4 @@
-// What the first use costs in a process that has not used the bus: one line of JSON.
+// Measures the first use in a process that has not used the bus yet, and prints it as one line of JSON.
 
 #include "Control.h"
 #include "peers/EventPeer.h"
@@ -48,7 +48,7 @@ void Measure(const std::string& library)
 
 } // namespace kiv::bench
 
-// The library's file, or nothing for bare GIO.
+// The argument is the library's file. Without it, bare GIO is measured.
 int main(int argc, char** argv)
 {
     try {

@@ -39,14 +39,12 @@ Control::~Control()
 
 GVariant* Control::Call(const char* name, const char* interface, const char* method, GVariant* arguments) const
 {
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     GVariant* answer = g_dbus_connection_call_sync(
         bus_, name, name == std::string(kBusName) ? kBusPath : kServerPath, interface, method, arguments, nullptr,
         G_DBUS_CALL_FLAGS_NONE, kNoTimeout, nullptr, &error);
     if (answer == nullptr) {
-        const std::string reason = error->message;
-        g_error_free(error);
-        throw std::runtime_error(std::string(method) + ": " + reason);
+        throw std::runtime_error(std::string(method) + ": " + error->message);
     }
     return answer;
 }

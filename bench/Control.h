@@ -7,7 +7,7 @@
 
 namespace kiv::bench {
 
-// Tells the server of the benchmarks what to do. Failures are reported as std::runtime_error.
+// Controls the server of the benchmarks. Failures are thrown as std::runtime_error.
 class Control {
 public:
     Control();
@@ -16,11 +16,11 @@ public:
     Control& operator=(const Control&) = delete;
 
     void SetListBytes(std::size_t count) const;
-    // Has the server send events to a client, and returns when all have been answered.
+    // Makes the server send events to a client, and returns when all have been answered.
     void Push(const std::string& id, unsigned count, unsigned outstanding) const;
     // Returns when the client's name has an owner.
     void WaitForClient(const std::string& id) const;
-    // The process that owns a name.
+    // Returns the process that owns a name.
     pid_t ProcessOf(const char* name) const;
 
 private:
@@ -29,7 +29,7 @@ private:
     GDBusConnection* bus_;
 };
 
-// Counts down the calls of subscribers.
+// WaitForEvents() returns when OnEvent() has been called as many times as ExpectEvents() said.
 void ExpectEvents(long count);
 void OnEvent(int id, void* data, int length);
 void WaitForEvents();

@@ -1,4 +1,4 @@
-// Makes calls and receives events under callgrind, which writes what each kind of them costs apart from the others.
+// Makes calls and receives events under callgrind, which writes the cost of each kind separately.
 
 #include "Control.h"
 #include "peers/EventPeer.h"
@@ -13,7 +13,8 @@ namespace kiv::bench {
 
 namespace {
 
-// So that what happens once in many calls is a part of each, and what happens once in all is none.
+// The warm-up does the work that is done only once. The figures are averages of many calls, so that work that is done
+// once in many calls has its share.
 constexpr int kWarmUp = 5;
 constexpr int kCalls = 50;
 constexpr unsigned kEvents = 200;

@@ -38,7 +38,7 @@ struct Options {
     std::vector<std::string> suites = {"callers", "shapes", "lists", "events"};
     std::vector<std::string> peers;
     std::string output;
-    std::string alone; // a peer whose calls are to be watched from outside
+    std::string alone; // only this peer makes calls, for a tool that watches the process
     int rounds = 25;
     int blockMs = 25;
     int calls = 100;
@@ -87,17 +87,17 @@ std::vector<Competitor> Competitors(const Options& options)
     return all;
 }
 
-// The calls that a peer sends, as the bus sees them.
+// Returns the calls that a peer sends, as the bus sees them.
 std::vector<std::string> Sent(sandbox::BusTrace& trace, Peer& peer, const Request& request)
 {
     trace.Clear();
     peer.Call(request);
     std::vector<std::string> sent;
     for (const sandbox::Message& message : trace.Messages()) {
-        // The library's monitor thread may still be asking for its name.
+        // The library's monitor thread may still be requesting its name.
         const bool isNoCall = message.destination == kBusName && message.member != kOwnerMethod;
         if (message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL && !isNoCall) {
-            // Proxies of GIO call a server by its unique name.
+            // GIO's proxies call a server by its unique name.
             const bool isUnique = message.destination.starts_with(':');
             sent.push_back(
                 (isUnique ? kServerName : message.destination) + message.path + " " + message.interface + "." +
@@ -120,15 +120,15 @@ long ExpectedAnswer(const Request& request)
     }
 }
 
-// All peers send the same and understand the answer, or there is nothing to compare. The first call, with which a peer
-// may do more, is not looked at.
+// Throws unless all peers send the same calls and return the same answer, because otherwise they could not be compared.
+// The first call is not checked, because a peer may do more in it.
 void CheckEquality(const std::vector<Competitor>& competitors)
 {
     sandbox::BusTrace trace(std::getenv("DBUS_SYSTEM_BUS_ADDRESS"));
     std::vector<Request> requests(kScalarRequests.begin(), kScalarRequests.end());
     requests.push_back(kListRequest);
     for (const Request& request : requests) {
-        // The library sends its process id where the others send 0.
+        // These calls are not compared, because the library sends its process id where the others send 0.
         const bool comparable = request.output != Output::kText;
         std::vector<std::string> expected;
         for (const Competitor& competitor : competitors) {
@@ -155,7 +155,7 @@ json ToJson(const Usage& usage)
             {"daemon", usage.daemon}, {"server", usage.server}, {"switches", usage.switches}};
 }
 
-// Starts each round with another one, so that none always follows the same.
+// Starts each round with another competitor, so that none always follows the same one.
 template <typename Function>
 void Interleave(int rounds, std::size_t count, Function&& function)
 {
@@ -206,7 +206,7 @@ public:
         return {{"machine", Machine()}, {"calls", calls}, {"events", events}};
     }
 
-    // For a tool that counts what this process does from outside.
+    // Makes the calls of one peer alone, for a tool that counts from outside what this process does.
     void CallAlone() const
     {
         const auto found = std::ranges::find(competitors_, options_.alone, &Competitor::name);
@@ -219,7 +219,7 @@ public:
     }
 
 private:
-    // How many operations of the length measured fill a block.
+    // Returns how many operations of this duration fill a block.
     int PerBlock(double nanoseconds) const
     {
         return std::max(3, static_cast<int>(options_.blockMs * 1e6 / nanoseconds));
@@ -230,7 +230,7 @@ private:
     {
         std::fprintf(stderr, "%s: %s, %zu callers, %zu records\n", suite, request.method, active, records);
         int calls = 3;
-        for (const Competitor& competitor : competitors_) { // the first blocks, which are not counted
+        for (const Competitor& competitor : competitors_) { // the first blocks do not count
             const Block first = Measure(meter_, competitor.callers, active, request, calls);
             if (competitor.name == kBaseline) {
                 calls = PerBlock(first.perCall.wall * static_cast<double>(active));

@@ -9,7 +9,7 @@
 
 namespace kiv::bench {
 
-// What this process and the two that serve it have used; times in nanoseconds.
+// The time that this process, the bus daemon and the server have used, in nanoseconds.
 struct Usage {
     double wall = 0;
     double user = 0;
@@ -22,7 +22,7 @@ struct Usage {
     Usage operator/(double count) const;
 };
 
-// The processes whose time is read with that of this one.
+// Reads the time of this process, and of these two.
 class Meter {
 public:
     Meter(pid_t daemon, pid_t server) : daemon_(daemon), server_(server) {}
@@ -34,7 +34,7 @@ private:
     pid_t server_;
 };
 
-// A peer for each thread that calls.
+// One peer for each thread that calls.
 using Callers = std::vector<std::unique_ptr<Peer>>;
 
 struct Block {
@@ -42,7 +42,7 @@ struct Block {
     std::vector<float> latencies; // of the calls of the first caller, in microseconds
 };
 
-// Has the first so many callers make so many calls each, all at the same time.
+// Makes the first active callers make this number of calls each, all at the same time.
 Block Measure(const Meter& meter, const Callers& callers, std::size_t active, const Request& request, int calls);
 
 } // namespace kiv::bench

@@ -1,9 +1,9 @@
-// The parts of the library that need no bus.
+// Measures the parts of the library that need no bus.
 
-#include "KivServiceInterface.h"
 #include "link/ApiCall.h"
 #include "link/Bytes.h"
 #include "link/Log.h"
+#include <KivServiceInterface.h>
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -27,7 +27,7 @@ void SetBytes(benchmark::State& state, std::size_t bytes)
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
 }
 
-// Into a list that is new each time.
+// Decodes into a new list each time.
 void DecodeRecords(benchmark::State& state)
 {
     const auto bytes = Records(state);
@@ -39,7 +39,7 @@ void DecodeRecords(benchmark::State& state)
     SetBytes(state, bytes.size());
 }
 
-// Into a list that has held as many before.
+// Decodes into a list that has the capacity already.
 void DecodeRecordsAgain(benchmark::State& state)
 {
     const auto bytes = Records(state);
@@ -52,7 +52,7 @@ void DecodeRecordsAgain(benchmark::State& state)
     SetBytes(state, bytes.size());
 }
 
-// The yardsticks: the same bytes to a place that is new each time, and to one that is not.
+// Copies the same bytes to new memory each time, for comparison. The function below copies them to the same memory.
 void CopyRecords(benchmark::State& state)
 {
     const auto bytes = Records(state);
@@ -121,7 +121,7 @@ BENCHMARK(LogAboveTheMinimum);
 
 int main(int argc, char** argv)
 {
-    // What is new each time is new for the kernel, too, instead of for whom the heap kept it last.
+    // New memory comes from the kernel each time, and not from what the heap has kept.
     mallopt(M_MMAP_THRESHOLD, 64 * 1024);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

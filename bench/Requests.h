@@ -6,18 +6,18 @@
 
 namespace kiv::bench {
 
-// What an exported function sends as its own method, and what comes back.
+// The arguments that an exported function sends, and the answer that it gets.
 enum class Input { kNone, kInt, kThreeInts, kAddress, kName, kBytes };
 enum class Output { kInt, kBool, kText, kBytes, kIgnored };
 
 struct Request {
     const char* method;
-    const char* shape; // for people
+    const char* shape; // shown in the report
     Input input;
     Output output;
 };
 
-// One of each shape that there is; the first stands for all where only one is measured.
+// One request of each shape. The first one is measured where only one is.
 inline constexpr std::array kScalarRequests = {
     Request{"NodeRemoveFromWatcher", "int → int", Input::kInt, Output::kInt},
     Request{"GetSurroundChannelNumber", "nothing → int", Input::kNone, Output::kInt},
@@ -31,7 +31,7 @@ inline constexpr std::array kScalarRequests = {
 inline constexpr Request kListRequest = {"GetNetSpkNodeList", "int → records", Input::kInt, Output::kBytes};
 inline constexpr std::size_t kRecordSize = 134;
 
-// The arguments, the same for all.
+// The arguments are the same in all requests.
 inline constexpr std::array<unsigned char, 6> kMac = {0xa4, 0x11, 0x22, 0x33, 0x44, 0x55};
 inline constexpr int kIp = 0x0a00a8c0;
 inline constexpr const char* kSpeakerName = "Living Room";

@@ -1,4 +1,4 @@
-// The server of the benchmarks: an ordinary GIO object that answers at once, the same to everybody, and pushes events.
+// The server of the benchmarks: a GIO object that answers every client at once with the same values, and pushes events.
 
 #include "Names.h"
 
@@ -39,7 +39,8 @@ void SetListBytes(std::size_t count)
     g_list = g_variant_ref_sink(g_variant_new_tuple(&array, 1));
 }
 
-// Events on their way to a client, so many at a time. Ends itself, and answers, when all have been answered.
+// Pushes events to a client, a limited number at a time. When all have been answered, answers the call that asked for
+// them and deletes itself.
 class Push {
 public:
     Push(GDBusConnection* connection, GVariant* parameters, GDBusMethodInvocation* invocation)
@@ -166,7 +167,7 @@ std::string Read(const char* file)
 
 void Serve()
 {
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (bus == nullptr) {
         throw std::runtime_error(error->message);

@@ -19,8 +19,8 @@ import tempfile
 
 TABLE = pathlib.Path(__file__).with_name("counts.json")
 
-# "Ours" is the library with what it has others do for it: the C++ runtime, which nobody else uses on these ways, and the
-# platform's two functions.
+# OURS is the library with the libraries that work for it alone: the C++ runtime, which nothing else uses in these
+# calls, and the platform's two functions.
 OURS = re.compile(r"/(libkiv-[^/]*|libstdc\+\+)\.so")
 ALLOCATION = re.compile(r"^(malloc|calloc|realloc|memalign|posix_memalign|aligned_alloc|operator new.*|_Zn[wa].*)(@.*)?$")
 PARTS = [
@@ -30,7 +30,8 @@ PARTS = [
     ("C library", re.compile(r"/(libc|ld-linux[^/]*|libpthread)[.-][^/]*$")),
 ]
 
-# How much more is no finding: what GLib does depends on how threads meet, what we do hardly.
+# Differences up to these are not reported. What GLib does depends on how threads meet; what the library does hardly
+# depends on that.
 MARGINS = {"ours": 0.02, "all": 0.10, "allocations": 0.0}
 
 
@@ -70,7 +71,7 @@ class Dump:
             elif line.startswith("calls="):
                 self.calls[here[0], here[1], called_object, called] += int(line[6:].split()[0])
                 called_object = here[0]
-                skip_next = True  # what the called function costs, and those that it calls
+                skip_next = True  # the line has the cost of the called function and of those that it calls
             elif re.match(r"[+\-*\d]", line):
                 if not skip_next:
                     self.cost[here[0], here[1]] += int(line.split()[1])
@@ -80,7 +81,7 @@ class Dump:
         return sum(cost for (name, _), cost in self.cost.items() if objects.search(name)) / self.count
 
     def allocations(self):
-        """Those whose caller is ours."""
+        """Returns the number of allocations that the library makes itself, for each call or event."""
         return sum(
             count
             for (name, function, _, called), count in self.calls.items()
@@ -99,7 +100,7 @@ class Dump:
 
 
 def count(build):
-    """Dumps by name, one for each kind of call and event."""
+    """Returns the dumps by name, one for each kind of call and event."""
     with tempfile.TemporaryDirectory() as directory:
         command = [
             os.environ.get("KIV_SANDBOX", build / "tools/sandbox/kiv-sandbox"), "--simulator", build / "bench/kiv-bench-server", "--start", "--",

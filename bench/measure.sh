@@ -1,13 +1,13 @@
 #!/bin/bash
 # usage: measure.sh BUILD RESULTS ROUNDS
-# Takes all measurements that report.py makes its page of, ROUNDS blocks of each.
+# Takes all measurements for report.py, with ROUNDS blocks of each.
 set -euo pipefail
 
 out=$1 results=$2 rounds=$3
 library=$out/src/libkiv-interface-api.so
 driver=$out/bench/kiv-bench
 
-# Everything on one processor, which gives the steadiest figures.
+# Runs a command on one processor, which gives the steadiest figures.
 pinned() {
     (
         taskset --cpu-list --pid "$(($(nproc) - 1))" "$BASHPID" >/dev/null
@@ -15,12 +15,13 @@ pinned() {
     )
 }
 
-# Where the benchmarks' server answers on a bus of its own. Errors are part of some calls; they go nowhere.
+# Runs a command on a bus of its own, with the server of the benchmarks. The log shows no errors, because some calls are
+# to fail.
 on_bench_bus() {
     KIV_LOG_LEVEL=fatal "$out/tools/sandbox/kiv-sandbox" --simulator "$(realpath "$out/bench/kiv-bench-server")" --start -- "$@"
 }
 
-# Of one call of each peer: what 200 further calls add.
+# Prints how many system calls one call of each peer takes: the difference between 300 calls and 100, divided by 200.
 count_system_calls() {
     local peer calls counted separator=""
     printf '{'

@@ -57,7 +57,7 @@ def wall(block):
 
 
 def cases(entries, *keys):
-    """Cases by those keys, then by peer."""
+    """Returns the cases by these keys, then by peer."""
     groups = collections.defaultdict(dict)
     for entry in entries:
         groups[tuple(entry[key] for key in keys)][entry["peer"]] = entry
@@ -108,19 +108,19 @@ def introduction(report, pinned):
     machine = pinned["machine"]
     report.write(f"""# Performance
 
-What a call and an event cost, beside other ways to use D-Bus. Made by `./dev bench`, which measures all of it anew and
-writes this page; `./dev bench counts` compares instructions and allocations with the committed table.
+This page shows the cost of a call and of an event, in comparison with other D-Bus clients. `./dev bench` measures all of it and
+writes this page. `./dev bench counts` compares instructions and allocations with the committed table.
 
 Measured on {machine["processors"]} processors ({processor()}), Linux {platform.release()}, {distribution()}, GLib
-{machine["glib"]}. A dbus-daemon and a small GIO server of the benchmarks' own, the same for all, run on a private bus.
-*Pinned* means that daemon, server and client share one processor, which gives the steadiest figures; *free*, that the
-kernel places them. Peers take turns block by block in one run; a figure is the median of
-{len(pinned["calls"][0]["blocks"])} blocks, a ratio the median of the ratios to the block of bare GIO of the same round.
+{machine["glib"]}. All clients use the same dbus-daemon on a private bus, and the same small GIO server, which belongs to the
+benchmarks. *Pinned* means that daemon, server and client share one processor, which gives the steadiest figures. *Free*
+means that the kernel places them. The clients, called peers, take turns block by block in one run. A figure is the median of
+{len(pinned["calls"][0]["blocks"])} blocks. A ratio is the median of the ratios to the block of bare GIO of the same round.
 
-Every peer makes a call as the library must: whether the server has an owner, the client id, whether the server has an
-owner, the method. That all send the same, and understand the answers, is checked on the bus before anything is measured.
-The library logs as it does by default. GIO, gdbus-codegen, Qt and the library share one connection among their threads;
-libdbus, sd-bus and sdbus-c++ have one a thread.
+Every peer sends the four messages of a call as the library does: it asks whether the server's name has an owner, asks for the
+client id, asks for the owner again, and calls the method. Before the measurement, a check on the bus makes sure that all
+peers send the same messages and understand the answers. The library logs as it does by default. The threads of GIO,
+gdbus-codegen, Qt and the library share one connection. Each thread of libdbus, sd-bus and sdbus-c++ has a connection of its own.
 """)
 
 
@@ -150,8 +150,8 @@ def peers(report, pinned, free, system_calls):
         report.write(
             "GIO, which the library's contract fixes, is slower than other stacks: bare GIO takes "
             + ", ".join(f"{factor:.1f} times as long as {peer}" for peer, factor in slower)
-            + ". It hands each message to a worker thread and back, makes a context for each call, and builds and checks"
-            " a value for each field of a message. The library can save some of the building, and none of the rest.\n")
+            + ". GIO hands each message to a worker thread and back, makes a context for each call, and builds and checks"
+            " a value for each field of a message. The library can save a part of the building, and nothing of the rest.\n")
 
 
 def latencies(report, pinned):
@@ -159,7 +159,7 @@ def latencies(report, pinned):
     figure, axis = plt.subplots(figsize=(9, 3.4))
     for peer, case in suite(pinned, "callers", "callers")[(1,)].items():
         values = sorted(case.entry["latencies"])
-        # Without the last percent, which says more of the machine.
+        # Leaves out the last percent, which depends on the machine more than on the peer.
         shown = range(0, len(values) * 99 // 100, max(1, len(values) // 400))
         axis.plot([values[i] for i in shown], [i / len(values) * 100 for i in shown], label=peer, color=COLOURS[peer],
                   linewidth=2 if peer == OURS else 1.2)
@@ -224,7 +224,8 @@ def lists(report, pinned, micro):
     axis.set_ylabel("µs a call, pinned")
     axis.legend(frameon=False, fontsize=8)
     report.plot(figure, "lists", "Time of a list call by number of records")
-    report.write("What the library adds to a list when it has arrived, beside one memcpy of the same bytes: into memory\n"
+    report.write("The table shows the time that the library takes to copy a received list, beside one memcpy of the same bytes: into"
+                 " memory\n"
                  "that is new to the process, and into memory that was used before.\n")
     rows = []
     for records in (1, 10, 100, 1000, 10000, 50000):
@@ -245,7 +246,7 @@ def parts(report, pinned, counted):
     left = [0.0] * len(names)
     for part, label, colour in (("user", "client", "#c8401f"), ("system", "client, kernel", "#e59a82"),
                                 ("daemon", "dbus-daemon", "#888888"), ("server", "server", "#c4c4c4")):
-        # Blocks are too short for the kernel to tell these apart in each.
+        # The parts are means of all blocks, because a single block is too short for the kernel to tell them apart.
         widths = [statistics.mean(block[part] for block in group[peer].blocks) / 1e3 for peer in names]
         axis.barh(names, widths, left=left, label=label, color=colour)
         left = [a + b for a, b in zip(left, widths)]
@@ -304,12 +305,12 @@ def cold_start(report, runs):
 
 
 def counts(report, table):
-    report.write("## Counted\n\nThe same in every run, and compared by `./dev bench counts`.\n")
+    report.write("## Counted\n\nThese counts are the same in every run. `./dev bench counts` compares them.\n")
     report.table(["", "instructions of ours", "all instructions", "allocations of ours"],
                  [[name, row["ours"], f"{row['all']:,}", row["allocations"]] for name, row in table.items()])
     few, many = table["event: 1 subscribers"], table["event: 101 subscribers"]
-    report.write(f"A further subscriber costs an event {(many['all'] - few['all']) / 100:.0f} instructions, which is too"
-                 " little to be seen among the times above.\n")
+    report.write(f"Each further subscriber costs {(many['all'] - few['all']) / 100:.0f} instructions for an event, which is too"
+                 " little to be seen in the times above.\n")
 
 
 def main(results, docs):

@@ -1,7 +1,7 @@
-# A part is built where what it needs is there.
+# Decides which parts of the project are built.
 
-# Declares an option: ON requires what the part needs; AUTO builds the part where that is there, and never within another
-# project.
+# Declares an option for a part. ON requires the packages that the part needs. AUTO builds the part if they are found,
+# but never as part of another project.
 function(kiv_part_option option description)
   if(NOT DEFINED ${option})
     set(${option} AUTO CACHE STRING "${description}: ON, OFF, or AUTO")
@@ -9,8 +9,8 @@ function(kiv_part_option option description)
   endif()
 endfunction()
 
-# Appends to a list the Debian packages of those CMake packages that are not found. Arguments: CMake package, Debian
-# package, and so on. A macro, because what find_package sets is for the caller.
+# Appends to a list the Debian packages of CMake packages that are not found. Arguments: a CMake package, its Debian
+# package, and so on. This is a macro, because the caller uses the variables that find_package() sets.
 macro(kiv_missing_packages missing)
   set(pairs ${ARGN})
   while(pairs)
@@ -22,8 +22,8 @@ macro(kiv_missing_packages missing)
   endwhile()
 endmacro()
 
-# Appends to a list the Debian packages of those programs that are not found. Arguments: the variable that gets the path,
-# the program's names with a | between them, Debian package, and so on.
+# Appends to a list the Debian packages of programs that are not found. Arguments: the variable for the program's path,
+# the program's names with a | between them, its Debian package, and so on.
 macro(kiv_missing_programs missing)
   set(triples ${ARGN})
   while(triples)
@@ -36,7 +36,8 @@ macro(kiv_missing_programs missing)
   endwhile()
 endmacro()
 
-# Makes an option ON or OFF; further arguments are the Debian packages, and what else, the part needs and lacks.
+# Sets an option to ON or OFF. Further arguments are the Debian packages, and other things, that the part needs and that
+# are missing.
 function(kiv_settle option part)
   string(JOIN ", " missing ${ARGN})
   set(value ${${option}})

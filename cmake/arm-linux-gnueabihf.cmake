@@ -1,5 +1,6 @@
-# For 32-bit ARM Linux with hardware floating point, by the cross compiler that Debian names g++-arm-linux-gnueabihf.
-# Name the sysroot with -DCMAKE_SYSROOT=DIR; it holds the target's headers, libraries and .pc files.
+# Builds for 32-bit ARM Linux with hardware floating point, with the cross compiler of Debian's package
+# g++-arm-linux-gnueabihf. Name the sysroot with -DCMAKE_SYSROOT=DIR; it holds the target's headers, libraries and .pc
+# files.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
@@ -7,7 +8,7 @@ set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 
-# Programs that run at build time are the build machine's, all else is the target's.
+# Programs that run during the build are those of the build machine. Libraries, headers and packages are the target's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -2,11 +2,12 @@
 #
 #   kiv_add_test(NAME <name> [SANDBOX <option>...] COMMAND <command> [<argument>...])
 #
-# The command is a program or a target that is one. SANDBOX has options of kiv-sandbox, such as --scenario <scenario>. The
-# test finds the path of kiv-sandbox in the environment variable KIV_SANDBOX, and can run "$KIV_SANDBOX control" by it.
+# The command is a program, or a target that builds one. SANDBOX takes options of kiv-sandbox, such as --scenario
+# <scenario>. The test gets the path of kiv-sandbox in the environment variable KIV_SANDBOX, so it can run
+# "$KIV_SANDBOX control".
 function(kiv_add_test)
   cmake_parse_arguments(PARSE_ARGV 0 test "" NAME "SANDBOX;COMMAND")
-  # The texts are compared, because CMake takes a name such as "off" for false.
+  # The conditions compare texts, because if() takes a name such as "off" for false.
   if("${test_NAME}" STREQUAL "" OR "${test_COMMAND}" STREQUAL "" OR NOT "${test_UNPARSED_ARGUMENTS}" STREQUAL "")
     string(JOIN " " arguments ${ARGV})
     message(FATAL_ERROR "kiv_add_test() must be given NAME, COMMAND and, if need be, SANDBOX, got: ${arguments}")
@@ -20,9 +21,11 @@ function(kiv_add_test)
   if(TARGET ${program})
     string(REGEX REPLACE "^[^;]+" "$<TARGET_FILE:${program}>" test_COMMAND "${test_COMMAND}")
   endif()
-  # By env and not as a property of the test, because set_tests_properties(... ENVIRONMENT ...) replaces that property.
+  # env sets the variable, and not a property of the test, because set_tests_properties(... ENVIRONMENT ...) would
+  # replace that property.
   set(sandbox "/usr/bin/env KIV_SANDBOX=$<TARGET_FILE:kiv::kiv-sandbox> $<TARGET_FILE:kiv::kiv-sandbox>")
-  # Each argument is passed on as it is. Without the brackets, an empty one would be lost, and a semicolon would split one.
+  # The brackets pass each argument as it is. Without them, an empty argument would be lost, and a semicolon would split
+  # one.
   set(options "")
   foreach(option IN LISTS test_SANDBOX)
     string(APPEND options " [==[${option}]==]")

@@ -1,4 +1,4 @@
-// A TV application in small, on a tour of all that network speakers can do.
+// A small TV application. It shows step by step what a TV can do with network speakers.
 
 #include "LivingRoom.h"
 #include "Story.h"
@@ -28,8 +28,8 @@ constexpr int kStopType = 0;
 constexpr unsigned kLongestRunSeconds = 60;
 constexpr std::chrono::milliseconds kRest{600};
 
-// The simulated server's own: an event that tells of volumes, 14 bytes a speaker, the last four of which are the
-// volume.
+// The event by which the simulated server reports volumes. It has 14 bytes for each speaker, and the last four of them
+// are the volume.
 constexpr int kVolumeEvent = 0x02020040;
 constexpr std::size_t kVolumeAt = 10;
 
@@ -46,7 +46,7 @@ std::string Text(const Mac& mac)
     return fmt::format("{:02x}", fmt::join(mac, ":"));
 }
 
-// An IPv4 address as the library takes it: the first dotted octet in the lowest byte.
+// Returns an IPv4 address in the library's form: the first octet is in the lowest byte.
 int Ip(int a, int b, int c, int d)
 {
     return a | b << 8 | c << 16 | d << 24;
@@ -60,7 +60,7 @@ STNetSpkConfig Config(const Mac& mac, int32_t config)
     return speaker;
 }
 
-/* --- What the server pushes, received on the library's monitor thread -------------------------------------------- */
+// --- Events, received on the library's monitor thread ---
 
 struct Event {
     int id;
@@ -96,7 +96,7 @@ Event WaitForEvent(int id)
     return event;
 }
 
-/* --- The tour ---------------------------------------------------------------------------------------------------- */
+// --- The tour ---
 
 void Listen()
 {
@@ -248,13 +248,14 @@ void Stop()
 
 } // namespace
 
-// With --trace it prints lines that stand among those of log and bus; with --slow it rests after each step.
+// With --trace, prints plain lines that can be read among those of the log and the bus trace. With --slow, rests after
+// each step.
 int main(int argc, char** argv)
 try {
     const auto isGiven = [&](const char* option) { return argc > 1 && std::strcmp(argv[1], option) == 0; };
-    UseForm(isGiven("--trace") ? Form::Lines : Form::Story);
+    UseForm(isGiven("--trace") ? Form::kLines : Form::kStory);
     RestAfterSteps(isGiven("--slow") ? kRest : std::chrono::milliseconds(0));
-    // A step that hangs is a failure, too.
+    // SIGALRM ends the demo if a step hangs.
     alarm(kLongestRunSeconds);
     for (void (*step)() :
          {Listen, TakeInventory, ConnectSpeaker, StartSpeakers, SetNameAndVolume, SetSoundMode, ChooseMultiRoom,

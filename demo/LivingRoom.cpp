@@ -10,7 +10,7 @@ namespace demo {
 
 namespace {
 
-// A connection to the system bus that is not the library's.
+// A connection of the demo's own to the system bus. The library does not use it.
 class Bus {
 public:
     Bus()
@@ -39,7 +39,7 @@ public:
         g_bus_unwatch_name(watch);
     }
 
-    // Calls a method of the simulator. The arguments may be floating or null; the caller owns the answer.
+    // Calls a method of the simulator's control. The arguments may be floating or null. The caller owns the reply.
     GVariant* CallSimulator(const char* method, GVariant* arguments) const
     {
         GVariant* reply = g_dbus_connection_call_sync(

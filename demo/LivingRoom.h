@@ -3,16 +3,17 @@
 #include <string>
 #include <vector>
 
-// The person in the living room: no part of a TV application, hence on bus connections of their own.
+// Stands for the person in the living room. That person is not part of a TV application, so these functions have bus
+// connections of their own.
 namespace demo {
 
-// Waits until this process owns the name of its client object: an event that is pushed before is lost.
+// Waits until this process owns the name of its client object. An event that is pushed before that is lost.
 void WaitUntilEventsArrive();
 
-// Plugs an Atmos receiver in, so to speak. The simulated server tells its subscribers.
+// Makes the simulated home have an Atmos receiver. The simulated server reports it to its subscribers.
 void ConnectAtmosReceiver();
 
-// Describes each speaker and whatever else there is to see, a line each.
+// Returns one line for each speaker and for each other thing in the home.
 std::vector<std::string> DescribeHome();
 
 } // namespace demo

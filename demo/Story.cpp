@@ -17,7 +17,7 @@ namespace demo {
 
 namespace {
 
-Form g_form = Form::Story;
+Form g_form = Form::kStory;
 int g_chapter = 0;
 std::chrono::milliseconds g_rest{0};
 std::vector<std::string> g_homeShown;
@@ -28,7 +28,7 @@ void Print(const std::string& line)
     std::fflush(stdout);
 }
 
-// https://no-color.org: a variable that is not empty.
+// Returns whether to colour the output. NO_COLOR counts if it is not empty: https://no-color.org
 bool IsColoured()
 {
     const char* const refusal = std::getenv("NO_COLOR");
@@ -54,7 +54,7 @@ void RestAfterSteps(std::chrono::milliseconds rest)
 
 void Chapter(const std::string& title)
 {
-    if (g_form == Form::Lines) {
+    if (g_form == Form::kLines) {
         Print("\nTV: --- " + title + " ---");
     } else {
         Print("\n" + Styled(fmt::emphasis::bold, fmt::format("{}. {}", ++g_chapter, title)));
@@ -63,7 +63,7 @@ void Chapter(const std::string& title)
 
 void PrintStep(std::string_view function, const std::string& outcome)
 {
-    if (g_form == Form::Lines) {
+    if (g_form == Form::kLines) {
         Print("TV: " + outcome);
     } else {
         Print("   " + Styled(fmt::fg(fmt::terminal_color::cyan), fmt::format("{:<29}", function)) + " " + outcome);
@@ -73,7 +73,7 @@ void PrintStep(std::string_view function, const std::string& outcome)
 
 void ShowHome()
 {
-    if (g_form == Form::Lines) {
+    if (g_form == Form::kLines) {
         return;
     }
     const std::vector<std::string> home = DescribeHome();

@@ -3,7 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-/* These two are in CHostVectors.cpp. */
+/* CHostVectors.cpp defines these two functions. */
 int StartSpeakers(int mode, const STNetSpkConfig* speakers, size_t count, int reason);
 int EndMonitor(void);
 
@@ -16,7 +16,7 @@ int main(void)
     const STNetSpkConfig left = {.nConfig = 1, .mac = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01}};
     printf("started: %d\n", StartSpeakers(NETSPKSETTING_SURROUND, &left, 1, 0));
 
-    /* The room is for lists that appear between the two calls, too. */
+    /* There is room for 8 more lists, because some may appear between the two calls. */
     const int number = GetNetSpkListInfoNumber();
     STNetSpkListInfo* lists = calloc((number > 0 ? (size_t)number : 0) + 8, sizeof *lists);
     printf("%d lists\n", lists ? getNetSpkListInfo(lists) : -1);

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-// The host compiles this file as C++, beside its C files.
+// The host compiles this file as C++ and links it with its C files.
 extern "C" int StartSpeakers(int mode, const STNetSpkConfig* speakers, std::size_t count, int reason)
 {
     std::vector<STNetSpkConfig> list(speakers, speakers + count);

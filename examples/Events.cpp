@@ -12,8 +12,8 @@ namespace {
 
 constexpr unsigned char kLeft[NETSPK_MAC_LEN] = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01};
 
-// The server's documentation says what an event's data hold. These are the volume event and its data of the simulated
-// server: MAC address, IPv4 address and volume.
+// The documentation of a server says which events it sends and what data they have. This is the volume event of the
+// simulated server. Its data are a MAC address, an IPv4 address and the volume.
 constexpr int kVolumeEvent = 0x02020040;
 constexpr int kVolumeLength = 14;
 constexpr int kVolumeOffset = 10;
@@ -21,7 +21,8 @@ constexpr int kVolumeOffset = 10;
 std::atomic<int> g_volume;
 std::counting_semaphore<> g_told{0};
 
-// On the library's monitor thread: copy what is of use, hand it over, and return. Other events may come first.
+// Runs on the library's monitor thread. Copies what it needs, hands that over, and returns. Events for other speakers,
+// and other events, may come first.
 void OnEvent(int id, void* data, int length)
 {
     if (id != kVolumeEvent || length < kVolumeLength || std::memcmp(data, kLeft, sizeof kLeft) != 0) {

@@ -4,13 +4,14 @@
 
 namespace {
 
-// GLib runs this on a worker thread.
+// GLib calls this function on a worker thread.
 void Ask(GTask* task, gpointer /*source*/, gpointer /*data*/, GCancellable* /*cancellable*/)
 {
     g_task_return_int(task, GetSurroundChannelNumber());
 }
 
-// GLib runs this in the main context of the thread that made the task, where the user interface is.
+// GLib calls this function in the main context of the thread that made the task, which is the thread of the user
+// interface.
 void Show(GObject* /*source*/, GAsyncResult* result, gpointer loop)
 {
     std::printf("%d surround channels\n", static_cast<int>(g_task_propagate_int(G_TASK(result), nullptr)));

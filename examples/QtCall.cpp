@@ -1,4 +1,4 @@
-// The library's header comes before Qt's, which define "signals": GLib has a field of that name.
+// The library's header must come before Qt's headers. Qt defines a macro "signals", and GLib has a field of that name.
 #include <KivServiceInterface.h>
 
 #include <QCoreApplication>
@@ -10,7 +10,8 @@ int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
     QFutureWatcher<int> channels;
-    // Qt calls this in the event loop of the thread that made the watcher, where the user interface is.
+    // Qt calls this function in the event loop of the thread that made the watcher, which is the thread of the user
+    // interface.
     QObject::connect(&channels, &QFutureWatcher<int>::finished, &application, [&channels] {
         std::printf("%d surround channels\n", channels.result());
         QCoreApplication::quit();

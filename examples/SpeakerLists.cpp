@@ -7,7 +7,7 @@ int main()
     std::vector<CNetSpkNodeInfo> nodes;
     const int count = GetNetSpkNodeList(nodes);
     if (count < 0) {
-        std::puts("the server has nothing to say, see the log");
+        std::puts("the call failed, or there is no node: see the log");
     } else {
         std::printf("%d nodes\n", count);
     }
@@ -16,7 +16,7 @@ int main()
     char type[NETSPK_SPEAKER_TYPE_LEN + 1] = {};
     std::vector<spk_info_s> active;
     GetActiveNetSpkInfo(name, type, active);
-    // Not the result, which is what the server announced: the list has what it sent.
+    // The result of the call is the number that the server announced. The list has the speakers that the server sent.
     std::printf("%zu active\n", active.size());
     return CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
 }

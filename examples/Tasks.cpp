@@ -10,10 +10,10 @@ namespace {
 
 using Mac = std::array<unsigned char, NETSPK_MAC_LEN>;
 
-// The server's documentation says where a node record has the MAC address; this is where the simulated server has it.
+// The documentation of a server says where a node record has the MAC address. The simulated server has it here.
 constexpr std::size_t kMacOfNode = 96;
 
-// Returns the speakers that the TV sees, connected or not.
+// Returns the MAC addresses of the speakers that the TV sees, connected or not.
 std::vector<Mac> Nodes()
 {
     std::vector<CNetSpkNodeInfo> records;
@@ -35,7 +35,7 @@ int Connect(const std::vector<Mac>& speakers)
     return AutoConnectNewSpeakers(addresses.data(), static_cast<int>(speakers.size()));
 }
 
-// Returns the record of a speaker, with a number on which the server and the application agree: here, its channel.
+// Returns the record of a speaker. The server and the application agree what the number means; here, it is the channel.
 STNetSpkConfig Configured(const Mac& mac, int32_t channel)
 {
     STNetSpkConfig speaker = {};
@@ -44,7 +44,7 @@ STNetSpkConfig Configured(const Mac& mac, int32_t channel)
     return speaker;
 }
 
-// Two speakers and a subwoofer play the TV's surround sound. Returns the number of channels.
+// Plays the TV's surround sound on two speakers and a subwoofer. Returns the number of channels.
 int PlaySurround(const Mac& left, const Mac& right, const Mac& subwoofer, int reason)
 {
     std::vector<STNetSpkConfig> speakers = {Configured(left, 1), Configured(right, 2), Configured(subwoofer, 3)};
@@ -54,13 +54,13 @@ int PlaySurround(const Mac& left, const Mac& right, const Mac& subwoofer, int re
     return GetSurroundChannelNumber();
 }
 
-// All speakers play the same. Returns the server's answer.
+// Plays the same sound on all speakers. Returns the server's answer.
 int PlayEverywhere(const std::vector<Mac>& rooms, int reason)
 {
     if (!CanSelectTavrin() || !PreSelectTavrin()) {
         return -1;
     }
-    SetTavrinUIMode(NETSPKSETTING_MULTIROOM); // what the settings screen shows
+    SetTavrinUIMode(NETSPKSETTING_MULTIROOM); // the settings screen shows this mode
     std::vector<STNetSpkConfig> speakers;
     speakers.reserve(rooms.size());
     for (const Mac& mac : rooms) {
@@ -69,7 +69,8 @@ int PlayEverywhere(const std::vector<Mac>& rooms, int reason)
     return StartNetworkSpeaker(NETSPKSETTING_MULTIROOM, speakers, reason);
 }
 
-// Changes a byte of the soundbar's sound mode, whose meaning is the soundbar's. Returns whether there is one to change.
+// Changes a byte of the soundbar's sound mode. The soundbar defines what the bytes mean. Returns whether the mode has
+// such a byte.
 bool ChangeSoundMode(std::size_t position, unsigned char value)
 {
     unsigned char device[KIV_SOUNDBAR_DEVICE_INFO_LEN] = {};
@@ -87,11 +88,14 @@ bool ChangeSoundMode(std::size_t position, unsigned char value)
 
 std::atomic<bool> g_receiverHasAtmos{false};
 
-// Follows a receiver that comes. The server does not tell when it has gone: ask again before the answer matters.
+// Notes when an Atmos receiver is connected. The server sends no event when the receiver has gone: call
+// kiv_is_receiver_atmos() again before the answer matters.
 void FollowAtmos()
 {
     register_atmos_support_cb([](int /*supported*/, void* /*userData*/) { g_receiverHasAtmos = true; }, nullptr);
-    g_receiverHasAtmos = kiv_is_receiver_atmos();
+    if (kiv_is_receiver_atmos()) {
+        g_receiverHasAtmos = true;
+    }
 }
 
 } // namespace

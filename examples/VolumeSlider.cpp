@@ -9,12 +9,12 @@
 
 namespace {
 
-// Sets the volume of a speaker to the last value given. Values that were given while a call was under way are left out.
+// Sets the volume of a speaker to the last value given. While a call runs, newer values replace the one that waits.
 class VolumeSlider {
 public:
     explicit VolumeSlider(const std::array<unsigned char, NETSPK_MAC_LEN>& mac) : mac_(mac) {}
 
-    // Never waits for the server.
+    // Never waits for the server. Notes the value and wakes the thread.
     void MoveTo(int volume)
     {
         {
@@ -28,7 +28,7 @@ private:
     void Send(const std::stop_token& stop)
     {
         std::unique_lock lock(mutex_);
-        // At the end, a value that has not been sent still is.
+        // After the stop request, wait() still returns true once if a value has not been sent.
         while (moved_.wait(lock, stop, [this] { return wanted_.has_value(); })) {
             const int volume = *std::exchange(wanted_, std::nullopt);
             lock.unlock();
@@ -41,7 +41,7 @@ private:
     std::mutex mutex_;
     std::condition_variable_any moved_;
     std::optional<int> wanted_;
-    // The thread is the last member, so that it ends before what it uses.
+    // The thread is the last member, so that it ends before the members that it uses are destroyed.
     std::jthread sender_{[this](const std::stop_token& stop) { Send(stop); }};
 };
 

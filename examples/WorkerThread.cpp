@@ -10,7 +10,7 @@ int main()
 {
     std::future<int> channels = std::async(std::launch::async, GetSurroundChannelNumber);
     while (channels.wait_for(16ms) == std::future_status::timeout) {
-        // The next frame of the user interface.
+        // A TV application draws the next frame of its user interface here.
     }
     const int answer = channels.get();
     if (answer < 0) {

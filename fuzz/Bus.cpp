@@ -15,7 +15,7 @@ namespace {
 
 using link::Sink;
 
-// By question; null for the ordinary answer.
+// Indexed by Question. Null means the ordinary answer.
 std::array<const Answer*, 3> g_answers;
 
 Answer Ordinary(Question question)
@@ -39,7 +39,7 @@ const Answer& AnswerTo(Question question)
     return g_answers.at(index) != nullptr ? *g_answers.at(index) : ordinary.at(index);
 }
 
-// Gives out the body, or the error.
+// Returns the body, or sets the error.
 GVariant* Give(const Answer& answer, GError** error)
 {
     if (!answer.body) {
@@ -49,14 +49,14 @@ GVariant* Give(const Answer& answer, GError** error)
     return g_variant_ref(answer.body.get());
 }
 
-// Never opened: a connection that is closed is not what the targets are about.
+// Returns a connection that is never opened. That is enough, because the targets do not test closed connections.
 GDBusConnection* Connection()
 {
     static auto* const connection = static_cast<GDBusConnection*>(g_object_new(G_TYPE_DBUS_CONNECTION, nullptr));
     return connection;
 }
 
-// The bus nests containers no deeper than this; for simplicity, there are no more in all.
+// The bus allows containers this deep. The targets allow no more in total, because that is simpler to count.
 constexpr std::ptrdiff_t kMaxContainers = 64;
 
 bool IsSignature(const std::string& text)
@@ -106,7 +106,7 @@ using namespace kiv::fuzz;
 
 extern "C" {
 
-// Put in place of the functions by the linker.
+// The linker puts these functions in place of GIO's and the C library's (--wrap).
 // NOLINTBEGIN(bugprone-reserved-identifier)
 
 GDBusConnection* __wrap_g_bus_get_sync(GBusType /*type*/, GCancellable* /*cancellable*/, GError** /*error*/)

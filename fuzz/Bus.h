@@ -5,28 +5,29 @@
 
 #include <string>
 
-// The bus as the targets provide it: a connection that goes nowhere, and calls that are answered at once. The first
-// connection starts no monitor thread.
+// The bus that the targets use: a connection that is never opened, and calls that are answered at once. The first
+// connection of the client starts no monitor thread.
 namespace kiv::fuzz {
 
-// What a call comes to: a tuple, or else an error.
+// The answer to a call: a tuple, or the message of an error if the body is null.
 struct Answer {
     link::VariantOwner body;
     std::string error;
 };
 
-// The rest of an input as an answer: the D-Bus signature of a body, a NUL, and the body as GVariant serialises it,
-// which is taken as it is; or "!", a NUL, and the message of an error. What is no signature stands for "ay".
+// Reads the rest of an input as an answer. It is the D-Bus signature of a body, a NUL, and the body's serialised
+// GVariant, whose bytes are not checked. Or it is "!", a NUL, and the message of an error. A text that is not a
+// signature stands for "ay".
 Answer ReadAnswer(Input& input);
 
 enum class Question {
-    kOwner,    // of the server's bus name
-    kClientId, // of this process
-    kRequest   // all else
+    kOwner,    // whether the server's bus name has an owner
+    kClientId, // which id this process has
+    kRequest   // any other call
 };
 
-// Answers a question so as long as it lives. Otherwise there is a server, which gives out kOrdinaryId as an id, and
-// says no more to any request.
+// Answers a question in this way while the object lives. Otherwise the server's name has an owner, the id is
+// kOrdinaryId, and every other call is answered with an empty tuple.
 class Answering {
 public:
     Answering(Question question, const Answer& answer);
@@ -40,10 +41,10 @@ private:
 
 inline constexpr const char* kOrdinaryId = "tv_1";
 
-// Has the library's client connect.
+// Makes the library's client connect.
 void Connect();
 
-// References to the connection.
+// Returns the number of references to the connection.
 unsigned ConnectionReferences();
 
 } // namespace kiv::fuzz

@@ -1,5 +1,6 @@
-// The client's id on its way into bus name, object path and XML. Input: the id that the server gives at first; a NUL;
-// and the one that it gives after that. The bus answers the request for a name when the second id comes, or too late.
+// Fuzzes the client id, which becomes a part of the bus name, the object path and the XML. Input: the id that the
+// server gives first, a NUL, and the id that it gives after that. The bus answers the first request for a name when the
+// second id comes, or too late.
 
 #include "Bus.h"
 #include "Input.h"
@@ -27,7 +28,7 @@ constexpr std::size_t kMaxNameLength = 255;
 constexpr guint kSubscription = 7;
 constexpr guint kRegistration = 9;
 
-// Holds what the endpoint has on the bus.
+// The objects and names that the endpoint has on the bus.
 struct Served {
     std::string name;
     std::string path;
@@ -60,7 +61,7 @@ bool IsDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// What is fit for a name, a path and an interface alike.
+// Returns whether an id is valid in a name, a path and an interface alike.
 bool IsFit(const std::string& id)
 {
     return !id.empty() && IsLetter(id.front()) &&
@@ -73,7 +74,7 @@ std::string Join(std::string_view prefix, const std::string& id)
     return std::string(prefix) + id;
 }
 
-// An id that gets into the XML can add nothing to it.
+// Returns whether the interface has exactly the methods of the template: an id must not add anything to the XML.
 bool IsAsInTheTemplate(const GDBusInterfaceInfo& interface)
 {
     const char* const methods[] = {
@@ -89,12 +90,12 @@ bool IsAsInTheTemplate(const GDBusInterfaceInfo& interface)
 
 } // namespace
 
-// Seen by the libraries that call them too.
+// These functions are visible, because libraries that call the originals call them, too.
 #pragma GCC visibility push(default)
 
 extern "C" {
 
-// Put in place of the functions by the linker.
+// The linker puts these functions in place of GIO's (--wrap).
 // NOLINTBEGIN(bugprone-reserved-identifier)
 
 void __wrap_g_dbus_connection_call(
@@ -198,7 +199,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     }
     serve(second);
     if (IsFit(first)) {
-        requireServed(first); // and stays there
+        requireServed(first); // and the second id does not move the endpoint
     } else if (IsFit(second)) {
         requireServed(second);
     } else {

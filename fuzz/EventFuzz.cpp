@@ -1,5 +1,5 @@
-// What the server calls on the client object. Input: whom, as an index into kCallees, and the arguments as an answer;
-// an error stands for none.
+// Fuzzes calls of the client object. Input: an index into kCallees, and the arguments as an answer. An error stands for
+// no arguments.
 
 #include "Bus.h"
 #include "Input.h"
@@ -17,11 +17,11 @@ using kiv::link::Releaser;
 
 namespace {
 
-// Methods of the client object; null for the function that one of them leads to.
+// The methods of the client object. Null is for NamNotifySubscriber() itself, which one of the methods calls.
 constexpr const char* kCallees[] = {
     "nam_notify_subscriber", "test_nam_notify_subscriber_1", "000_nam_notify_subscriber", nullptr};
 
-// What has become of an event.
+// The calls that the library has made for an event.
 struct Outcome {
     int answers = 0;
     int atmosCalls = 0;
@@ -50,7 +50,8 @@ void OnEvent(int eventId, void* data, int length)
     std::copy_n(static_cast<const unsigned char*>(data), g_outcome.data.size(), g_outcome.data.begin());
 }
 
-// To the library, an invocation is a reference that it gives back, with or without an answer.
+// An invocation of which the library sees only a reference. The library gives the reference back, with or without an
+// answer.
 class Invocation {
 public:
     GDBusMethodInvocation* Give() { return reinterpret_cast<GDBusMethodInvocation*>(g_object_ref(object_.get())); }
@@ -66,7 +67,7 @@ Bytes PayloadOf(GVariant* arguments)
     if (arguments == nullptr || g_variant_is_of_type(arguments, G_VARIANT_TYPE("(ay)")) == FALSE) {
         return {};
     }
-    // All that there is of a tuple whose only member is an array of bytes.
+    // The serialised form of a tuple with one byte array is the bytes of that array.
     return {static_cast<const unsigned char*>(g_variant_get_data(arguments)), g_variant_get_size(arguments)};
 }
 
@@ -90,7 +91,7 @@ void CheckReceivers(Bytes payload)
 
 extern "C" {
 
-// Put in place of the function by the linker.
+// The linker puts this function in place of GIO's (--wrap).
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
 void __wrap_g_dbus_method_invocation_return_value(GDBusMethodInvocation* invocation, GVariant* result)
 {

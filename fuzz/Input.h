@@ -12,10 +12,10 @@
 
 namespace kiv::fuzz {
 
-// What is said about bytes here, and in the targets, is said in other words than the library's, which it is to test.
+// These functions decode bytes without the library's functions, because the targets test those.
 using Bytes = std::span<const unsigned char>;
 
-// What there is of a part.
+// Returns the bytes of a part, or as many of them as there are.
 inline Bytes Part(Bytes bytes, std::size_t begin, std::size_t size)
 {
     begin = std::min(begin, bytes.size());
@@ -27,7 +27,7 @@ inline Bytes Behind(Bytes bytes, std::size_t begin)
     return Part(bytes, begin, bytes.size());
 }
 
-// In host byte order; what is missing is zero.
+// Reads an int in host byte order. Missing bytes are zero.
 inline std::int32_t IntAt(Bytes bytes, std::size_t begin)
 {
     std::int32_t value = 0;
@@ -35,7 +35,7 @@ inline std::int32_t IntAt(Bytes bytes, std::size_t begin)
     return value;
 }
 
-// Takes an input apart from its front; where it has ended, there are only zeros.
+// Takes values off the front of an input. Behind its end, there are only zeros.
 class Input {
 public:
     Input(const std::uint8_t* data, std::size_t size) : rest_(data, size) {}
@@ -47,7 +47,7 @@ public:
         return byte;
     }
 
-    // Up to a NUL, which is taken too, or to the end.
+    // Takes a text up to a NUL, and the NUL, or up to the end.
     std::string Text()
     {
         std::string text(rest_.begin(), std::ranges::find(rest_, '\0'));
@@ -55,7 +55,7 @@ public:
         return text;
     }
 
-    // The same, but made valid, as all text is that comes over the bus.
+    // Does the same, but makes the text valid UTF-8, because all texts that come over the bus are.
     std::string Utf8()
     {
         const std::unique_ptr<char, link::Releaser<g_free>> valid(g_utf8_make_valid(Text().c_str(), -1));

@@ -1,5 +1,5 @@
-// The TV platform as the targets provide it: a log that is silent, but reads all that it is given, and a device that
-// has network speakers.
+// The TV platform that the targets use: a log that prints nothing, but formats every line, and a device that has
+// network speakers.
 
 #include "platform/Platform.h"
 

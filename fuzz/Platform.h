@@ -2,7 +2,7 @@
 
 namespace kiv::fuzz {
 
-// Lines of priority error since the last time that this was asked.
+// Returns how many lines of priority error were logged since the last call.
 int TakeErrorCount();
 
 } // namespace kiv::fuzz

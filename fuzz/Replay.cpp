@@ -1,4 +1,4 @@
-// Runs a target on inputs that were kept: on the files, and on those in the folders, that are given as arguments.
+// Runs a target on stored inputs. The arguments are files, and folders of files.
 
 #include "Target.h"
 
@@ -37,7 +37,7 @@ void Run(const fs::path& file)
     if (!stream) {
         throw std::runtime_error(file.string() + " cannot be read");
     }
-    // To stderr, which shows where it ended.
+    // If the target crashes, the last line on stderr names the input.
     std::fprintf(stderr, "%s\n", file.c_str());
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
 }

@@ -1,5 +1,4 @@
-// What the functions make of replies. Input: the function, as an index into kReaders; a byte that this function may use
-// as it likes; and the reply.
+// Fuzzes the replies of the server. Input: an index into kReaders, a byte that the reader may use, and the reply.
 
 #include "Bus.h"
 #include "Input.h"
@@ -25,7 +24,7 @@ CNSGdbus& Client()
     return *CNSGdbus::m_pInstance;
 }
 
-// --- What replies hold, read in other words than the library's ---
+// --- Decoding replies without the library's functions ---
 
 bool IsOfType(const Answer& reply, const char* type)
 {
@@ -67,7 +66,7 @@ std::vector<unsigned char> BytesIn(const Answer& reply)
     return bytes;
 }
 
-// --- Buffers and lists to be filled ---
+// --- Buffers and lists that functions fill ---
 
 template <std::size_t Size>
 class Buffer {
@@ -77,7 +76,7 @@ public:
     unsigned char* data() { return memory_.data() + kMargin; }
     char* text() { return reinterpret_cast<char*>(data()); }
 
-    // Whether it begins with these bytes, and all else is untouched, around it too.
+    // Returns whether the buffer begins with these bytes, and everything else in it and around it is untouched.
     bool HoldsOnly(Bytes expected) const
     {
         Buffer other;
@@ -92,7 +91,7 @@ private:
     std::array<unsigned char, kMargin + Size + kMargin> memory_;
 };
 
-// Whether the records from one on are those at the front of the bytes.
+// Returns whether the records from index first on are the first records in the bytes.
 template <typename Record>
 bool AreFrontOf(Bytes bytes, const std::vector<Record>& records, std::size_t first = 0)
 {
@@ -101,7 +100,7 @@ bool AreFrontOf(Bytes bytes, const std::vector<Record>& records, std::size_t fir
     return size <= bytes.size() && std::equal(begin, begin + size, bytes.begin());
 }
 
-// --- Readers: each calls a function, to whose request the reply is the answer, and looks at what it made of it ---
+// --- Readers: each calls a function, which gets the reply, and checks its results ---
 
 using Reader = void (*)(const Answer& reply, std::uint8_t extra);
 
@@ -112,7 +111,7 @@ void ReadInt(const Answer& reply, std::uint8_t /*extra*/)
     KIV_REQUIRE(IsOfType(reply, "(i)") || TakeErrorCount() > 0);
 }
 
-// Only the surround mode, or what the server says that is neither.
+// Reads a mode. A failure and multi-room must read as surround; any other mode must read as itself.
 template <auto Call>
 void ReadMode(const Answer& reply, std::uint8_t /*extra*/)
 {
@@ -180,7 +179,7 @@ void ReadActiveSpeakers(const Answer& reply, std::uint8_t extra)
 
     Buffer<NETSPK_LIST_NAME_LEN> name;
     Buffer<NETSPK_SPEAKER_TYPE_LEN + 1> type;
-    // Appended behind what is there.
+    // The speakers must be appended behind the elements of the list.
     const std::size_t before = extra % 3;
     std::vector<spk_info_s> list(before);
     KIV_REQUIRE(GetActiveNetSpkInfo(name.text(), type.text(), list) == (reply.body ? count : -1));
@@ -191,7 +190,7 @@ void ReadActiveSpeakers(const Answer& reply, std::uint8_t extra)
     KIV_REQUIRE(AreFrontOf(Behind(payload, kSpeakersAt), list, before));
 }
 
-// In place of what is there.
+// Reads a list whose old elements must be replaced.
 template <typename Record, auto Call>
 void ReadList(const Answer& reply, std::uint8_t extra, int ofNoArray)
 {
@@ -215,7 +214,7 @@ void ReadLists(const Answer& reply, std::uint8_t extra)
 
 void ReadNodes(const Answer& reply, std::uint8_t extra)
 {
-    // A reply without members is told apart from one whose member is no array.
+    // Without bytes, the function returns -1 if the reply has a first member, and 0 if it has none.
     ReadList<CNetSpkNodeInfo, GetNetSpkNodeList>(reply, extra, FirstMember(reply) ? -1 : 0);
 }
 
@@ -260,7 +259,7 @@ void ReadDeviceInfo(const Answer& reply, std::uint8_t /*extra*/)
 void ReadProtocolVersion(const Answer& reply, std::uint8_t extra)
 {
     const std::vector<unsigned char> payload = BytesIn(reply);
-    const int room = extra - 1; // negative, too
+    const int room = extra - 1; // may be negative
     const bool isComplete = payload.size() == 24 && room > 0;
 
     Buffer<KIV_SOUND_MODE_LEN> version;
@@ -269,12 +268,12 @@ void ReadProtocolVersion(const Answer& reply, std::uint8_t extra)
     KIV_REQUIRE(version.HoldsOnly(isComplete ? Part(payload, 4, copied) : Bytes()));
 }
 
-// The question for the id comes before every request.
+// Checks the question for the client id, which comes before every request.
 void AskForIdFirst(const Answer& reply, std::uint8_t /*extra*/)
 {
     {
         const Answering answering(Question::kClientId, reply);
-        KIV_REQUIRE(StopNetworkSpeaker(0) == -1); // an id is no integer
+        KIV_REQUIRE(StopNetworkSpeaker(0) == -1); // the request is answered with an empty tuple, or not sent
     }
     KIV_REQUIRE((Client().m_pConnection != nullptr) == IsOfType(reply, "(s)"));
     Connect();
@@ -286,7 +285,7 @@ std::vector<STNetSpkConfig>& Speakers()
     return speakers;
 }
 
-// The inputs that are kept refer to places here: a new reader goes to the end.
+// Stored inputs have indices into this table, so a new reader must be added at its end.
 constexpr Reader kReaders[] = {
     ReadClientId,
     ReadOwner,

@@ -19,7 +19,8 @@ GLogWriterOutput AbortOnComplaint(GLogLevelFlags level, const GLogField* fields,
     return G_LOG_WRITER_HANDLED;
 }
 
-// GLib's own allocator hides from the sanitizers what happens to freed memory; it looks at this when it is loaded.
+// Makes GLib allocate with malloc(), because the sanitizers do not see memory that GLib's slice allocator frees. GLib
+// reads the variable when it is loaded, so the program starts itself again.
 void AllocateWithMalloc(char** argv)
 {
     if (std::getenv("G_SLICE") == nullptr) {

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// What a target defines for whoever runs it: libFuzzer, or the replay of a corpus.
+// Every target defines these functions. libFuzzer, or Replay.cpp, calls them.
 extern "C" {
 int LLVMFuzzerInitialize(int* argc, char*** argv);
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -11,12 +11,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace kiv::fuzz {
 
-// To be called first of all: from now on, a complaint of GLib's is a finding. Starts the program anew if need be.
+// Must be called first. From then on, a warning or critical of GLib counts as a finding. May start the program again.
 void Prepare(char** argv);
 
 [[noreturn]] void ReportBroken(const char* expectation, const char* file, int line);
 
 } // namespace kiv::fuzz
 
-// What must hold whatever the input is.
+// Reports a finding unless the expectation holds.
 #define KIV_REQUIRE(expectation) ((expectation) ? void() : ::kiv::fuzz::ReportBroken(#expectation, __FILE__, __LINE__))

@@ -1,4 +1,4 @@
-"""Writes what the public header declares as Python data, from which the module is made.
+"""Writes the declarations of the public header as Python data. The module reads them when it is imported.
 
 usage: Declarations.py HEADER VERSION OUTPUT
 """
@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 from pprint import pformat
 
-# A function with its comment, which stands before it or behind.
+# A function with its comment, which stands before or behind it.
 FUNCTION = r"""
     (?: /\*\* (?P<before> (?: (?!\*/). )* ) \*/ \s* )?
     (?<!extern\ ) KIV_API \s+ (?P<result>\w+) \s+ (?P<name>\w+) \( (?P<parameters>[^)]*) \);
@@ -22,7 +22,7 @@ def documentation(match):
 
 
 def parameters(text):
-    """(type, name) of each, or None where any arguments will do."""
+    """Returns (type, name) of each parameter, or None for a function that takes any arguments."""
     if text == "KIV_ANY_ARGUMENTS":
         return None
     split = (re.fullmatch(r"(.+?)\s*(\w+)", one.strip(), re.DOTALL) for one in text.split(","))
@@ -32,12 +32,12 @@ def parameters(text):
 def constants(header):
     values = {}
     for match in re.finditer(r"#define (\w+) +(\([^)]*\)|0x[0-9a-f]+|\d+)", header):
-        values[match[1]] = eval(match[2], {}, values)  # one of the header's own expressions
+        values[match[1]] = eval(match[2], {}, values)  # the text is an expression from the header
     return values
 
 
 def fields(text, values):
-    """(name, type, how many or None) of each."""
+    """Returns (name, type, length of the array or None) of each field."""
     found = re.finditer(r"^\s*([\w ]+?) (\w+)(?:\[(\w+)\])?;", text, re.MULTILINE)
     return [(one[2], one[1], one[3] and int(values.get(one[3], one[3]))) for one in found]
 

@@ -1,15 +1,18 @@
-// What Python cannot do by itself with the library: handle vectors, use a class, and wait on the bus.
+// Does what Python cannot do with the library by itself: handles vectors, uses a class, and waits on the bus.
 
 #include <KivServiceInterface.h>
 
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
 
-// A reference to a vector travels as its address. C linkage is for the names: the vectors' users look at no type.
+// A reference to a vector is passed as its address. The functions have C linkage for their names alone: their callers
+// do not look at types.
 #define KIV_PYTHON_VECTOR(Record)                                                                        \
     extern "C" KIV_API std::vector<Record>* NewVectorOf_##Record(const Record* first, std::size_t count) \
     {                                                                                                    \
@@ -41,7 +44,10 @@ constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr int kBusTimeoutMs = 5000;
 constexpr const char* kBusGone = "the bus cannot be reached, or is gone";
 
-// A wait for a name to be owned. All of it runs on one context, whose sources call the functions below.
+// Is set when a callback has ended the monitor thread, on which it runs. The library joins it only from another thread.
+std::atomic<bool> g_endedByCallback = false;
+
+// A wait until a name is owned. All of it runs on one context, whose sources call the functions below.
 struct Wait {
     GCancellable* cancellable = nullptr;
     GAsyncResult* connected = nullptr;
@@ -53,7 +59,7 @@ struct Wait {
 gboolean OnTimeout(gpointer wait)
 {
     static_cast<Wait*>(wait)->timedOut = true;
-    // A bus that does not answer would keep the connection from being made or refused.
+    // Ends a wait for a bus that neither makes nor refuses the connection.
     g_cancellable_cancel(static_cast<Wait*>(wait)->cancellable);
     return G_SOURCE_REMOVE;
 }
@@ -109,7 +115,8 @@ bool WaitUntilOwned(GMainContext* context, const char* address, const std::strin
     bool isOurs = false;
     while (!isOurs && !wait.lost && !wait.timedOut) {
         g_main_context_iteration(context, TRUE);
-        // Another process that owns the name gets this one's events, until it gives the name up.
+        // If another process owns the name, it gets this process's events, and this process waits until it gives the
+        // name up.
         isOurs = !wait.owner.empty() && IsOfThisProcess(bus, std::exchange(wait.owner, {}), timeoutMs);
     }
     g_bus_unwatch_name(id);
@@ -118,8 +125,8 @@ bool WaitUntilOwned(GMainContext* context, const char* address, const std::strin
 
 } // namespace
 
-// Tells whether the library would call on the connection that it holds, wherever the environment points. GIO may not
-// know yet that a connection is lost, so the bus is asked. No other thread may be calling the library.
+// Tells whether the library would go on calling over the connection that it holds, whatever bus the environment names.
+// Asks the bus, because GIO may not know yet that the connection is lost. No other thread may be calling the library.
 extern "C" KIV_API bool IsConnected()
 {
     GDBusConnection* const bus = CNSGdbus::m_pInstance->m_pConnection;
@@ -132,15 +139,15 @@ extern "C" KIV_API bool IsConnected()
     return reply != nullptr;
 }
 
-// Returns null as soon as events can arrive, and otherwise why they cannot. The client object is on the bus when this
-// process owns the client's name.
+// Returns null as soon as events can arrive, or else the reason why they cannot. They can arrive when this process owns
+// the client's name, because the library registers the client object before it requests the name.
 extern "C" KIV_API const char* AwaitEvents(int timeoutMs)
 {
     const CNSGdbus& client = *CNSGdbus::m_pInstance;
     if (!client.m_bProxyReady) {
         return "no call was made on this bus, or the last one did not reach the server";
     }
-    if (client.m_MonitorThread == 0) {
+    if (client.m_MonitorThread == 0 || g_endedByCallback) {
         return "the monitor thread has ended, so that no event can come any more";
     }
     const std::string name = kClientNamePrefix + client.m_strClientName;
@@ -176,5 +183,9 @@ extern "C" KIV_API void GiveProxy()
 
 extern "C" KIV_API int DestroyMessageMonitor()
 {
-    return CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    const int result = CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
+    if (result == EDEADLK) {
+        g_endedByCallback = true;
+    }
+    return result;
 }

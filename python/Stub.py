@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 
 HEAD = '''\
-"""Control of wireless network speakers, for tests; written by the build."""
+"""Controls wireless network speakers, for tests. The build writes this file."""
 
 import ctypes
 from collections.abc import Callable

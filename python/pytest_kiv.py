@@ -1,13 +1,13 @@
-"""Finds its way into pytest by itself, wherever the module kiv is installed."""
+"""Is the pytest plugin of the module kiv. pytest finds it by itself if the module is installed."""
 
 import os
 
 import pytest
 
-# The end of the path at which every machine has its own system bus.
+# The path of every machine's own system bus ends like this.
 _SOCKET = "/dbus/system_bus_socket"
 
-# The runs of pytest in this process. A test may run pytest within pytest.
+# The runs of pytest in this process, the innermost last. A test may run pytest itself.
 _runs = []
 
 
@@ -15,7 +15,7 @@ def pytest_addoption(parser):
     parser.getgroup("kiv").addoption(
         "--kiv-system-bus",
         action="store_true",
-        help="have calls of the module kiv outside a sandbox reach the system bus of this machine, as on a TV",
+        help="allow calls of the module kiv outside a sandbox to reach the system bus of this machine, as on a TV",
     )
 
 
@@ -29,7 +29,8 @@ def pytest_unconfigure(config):
 
 
 def pytest_itemcollected(item):
-    # The markers of a class or a module are for those of its tests that have the fixture.
+    # A marker of a class or a module is meant for those of its tests that use the fixture, so only one of the test
+    # itself is reported.
     if "kiv_sandbox" not in getattr(item, "fixturenames", ()):
         if any(marker.name == "kiv_sandbox" for marker in item.own_markers):
             text = f"the marker kiv_sandbox has no effect on {item.name}, which does not use the fixture kiv_sandbox"
@@ -37,11 +38,11 @@ def pytest_itemcollected(item):
 
 
 def _options(markers):
-    """Adds up what the markers say, of which the closest to the test comes first.
+    """Returns the options of all markers together. The first marker is the closest to the test.
 
     An option of a closer marker replaces the same option of the others.
     """
-    # pytest imports this file in each run, also of tests that have no use for the library.
+    # The import is here, because pytest imports this file in every run, also for tests that do not use the library.
     from kiv.sandbox import option_words
 
     options = {}
@@ -57,9 +58,9 @@ def _options(markers):
 
 @pytest.fixture
 def kiv_sandbox(request):
-    """A sandbox of the test's own; its options are those of @pytest.mark.kiv_sandbox("--option", ...).
+    """Gives a test a sandbox of its own, with the options of @pytest.mark.kiv_sandbox("--option", ...).
 
-    The markers of the test, its class and its module add up.
+    The options of the test's markers and of those of its class and its module add up.
     """
     from kiv import Sandbox
 
@@ -68,7 +69,7 @@ def kiv_sandbox(request):
 
 
 def refuse_system_bus(function):
-    """The module kiv asks before each call that uses the bus."""
+    """Raises RuntimeError if a call would use the system bus of this machine. The module kiv asks before each call."""
     if not _runs or _runs[-1].getoption("kiv_system_bus", False):
         return
     address = os.environ.get("DBUS_SYSTEM_BUS_ADDRESS")

@@ -2,7 +2,7 @@
 
 namespace kiv::simulator {
 
-/** Int answers that all methods share. */
+// The int answers that all methods share.
 inline constexpr int kDone = 0;
 inline constexpr int kRefused = -1;
 

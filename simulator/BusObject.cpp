@@ -91,7 +91,7 @@ Bytes Call::Argument(std::size_t index) const
 
 void Call::Return(GVariant* values) const
 {
-    // Answering an invocation gives up a reference to it.
+    // g_dbus_method_invocation_return_value() takes over a reference to the invocation.
     g_object_ref(invocation_.get());
     g_dbus_method_invocation_return_value(invocation_.get(), values);
 }
@@ -117,7 +117,7 @@ void Call::ReturnUnchecked(GVariant* values) const
 
 Interface::Interface(const char* xml)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     node_ = {g_dbus_node_info_new_for_xml(xml, &error), [](GDBusNodeInfo* node) {
                  if (node != nullptr) {
                      g_dbus_node_info_unref(node);
@@ -159,7 +159,7 @@ BusObject::BusObject(GDBusConnection* connection, const char* path, const char* 
     RequireSameMethods(interface_.Methods(), handlers_);
 
     static const GDBusInterfaceVTable kVtable = {&BusObject::OnCall, nullptr, nullptr, {}};
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     registration_ =
         g_dbus_connection_register_object(connection_, path, interface_.Info(), &kVtable, this, nullptr, &error);
     if (registration_ == 0) {

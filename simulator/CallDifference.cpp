@@ -18,7 +18,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/** Returns nothing for bytes that are no list of speakers. */
+// Returns nothing for bytes that are not a list of speakers.
 std::optional<Texts> SpeakerTexts(const Bytes& bytes)
 {
     const auto configs = ReadConfigs(bytes);
@@ -45,7 +45,7 @@ std::optional<Texts> MacTexts(const Bytes& bytes)
     return texts;
 }
 
-/** Reads the bytes of an argument by its name: the interface gives the same name to the same content. */
+// Decodes the bytes of an argument by its name, because the interface gives the same name to the same content.
 std::optional<Texts> ReadByName(const std::string& name, const Bytes& bytes)
 {
     if (name == "records") {
@@ -66,7 +66,7 @@ std::string ArgumentName(const std::string& method, std::size_t index)
     return fmt::format("argument {}", index + 1);
 }
 
-/** The first of the texts that differs; the one behind the last is "none". */
+// Returns the first text that differs. A missing text counts as "none".
 std::optional<CallDifference> FirstDifferentText(const std::string& name, const Texts& first, const Texts& second)
 {
     const auto [inFirst, inSecond] = std::ranges::mismatch(first, second);

@@ -7,19 +7,19 @@
 
 namespace kiv::simulator {
 
-/** Tells people where two calls of a method differ. */
+// Shows where two calls of a method differ.
 struct CallDifference {
-    /** Name of the argument, or the part of it: "records[1]". */
+    // The name of the argument, or of a part of it: "records[1]".
     std::string name;
-    /** Its values in the two calls, shortened. */
+    // The argument's values in the two calls, shortened.
     std::string first;
     std::string second;
 };
 
-/** Counts the arguments that are equal in two calls. */
+// Counts the arguments that are equal in two calls.
 std::size_t CountEqualArguments(GVariant* first, GVariant* second);
 
-/** The first argument that differs. The two tuples are not equal. */
+// Returns the first argument that differs. The two tuples must not be equal.
 CallDifference FirstDifference(const std::string& method, GVariant* first, GVariant* second);
 
 } // namespace kiv::simulator

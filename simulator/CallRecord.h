@@ -14,7 +14,7 @@ struct RecordedCall {
     Variant arguments;
 };
 
-/** The newest calls, in order. Keeps a simulator that serves for months from growing. */
+// The newest calls, in order. The number of calls is limited, because a simulator may serve for months.
 class CallRecord {
 public:
     explicit CallRecord(std::size_t most) : most_(most) {}
@@ -23,7 +23,7 @@ public:
     void Forget();
 
     const std::deque<RecordedCall>& Calls() const { return calls_; }
-    /** Number of the first of these calls, counted from 1 since the record was last empty. */
+    // Returns the number of the first of these calls. Numbers begin with 1 when the record is empty.
     unsigned FirstNumber() const { return firstNumber_; }
 
 private:

@@ -13,7 +13,7 @@ namespace {
 constexpr char kNotifyMethod[] = "nam_notify_subscriber";
 constexpr unsigned kPushTimeoutMs = 20000;
 constexpr char kTimeout[] = "org.freedesktop.DBus.Error.Timeout";
-/** The bus daemon bounds how many answers a connection may have outstanding. */
+// The bus daemon limits the number of answers that a connection waits for.
 constexpr std::uint64_t kMostOutstanding = 1000;
 
 struct ClientAddress {
@@ -37,7 +37,7 @@ struct ClientAddress {
 void RequireUsable(const std::string& clientId)
 {
     if (!ClientLink::IsUsable(clientId)) {
-        throw InvalidArguments(fmt::format("no client can have the id '{}'", clientId));
+        throw InvalidArguments(fmt::format("no client can have the id \"{}\"", clientId));
     }
 }
 
@@ -45,9 +45,9 @@ ClientAnswer AnswerOf(GDBusMessage* reply)
 {
     ClientAnswer answer;
     answer.fromClient = g_strcmp0(g_dbus_message_get_sender(reply), "org.freedesktop.DBus") != 0;
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     if (g_dbus_message_to_gerror(reply, &error) != FALSE) {
-        g_dbus_error_strip_remote_error(error.Get());
+        g_dbus_error_strip_remote_error(error);
         answer.error = g_dbus_message_get_error_name(reply);
         answer.message = error->message;
         return answer;
@@ -70,13 +70,13 @@ ClientAnswer NoAnswer(GError* error)
 void OnReply(GObject* connection, GAsyncResult* result, void* data)
 {
     const std::unique_ptr<ClientLink::OnAnswer> onAnswer(static_cast<ClientLink::OnAnswer*>(data));
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     const auto reply =
         OwnObject(g_dbus_connection_send_message_with_reply_finish(G_DBUS_CONNECTION(connection), result, &error));
-    (*onAnswer)(reply == nullptr ? NoAnswer(error.Get()) : AnswerOf(reply.get()));
+    (*onAnswer)(reply == nullptr ? NoAnswer(error) : AnswerOf(reply.get()));
 }
 
-/** A line tells a person which client a push has not reached, and why. */
+// Returns a line that says which client a push has not reached, and why.
 std::string Failure(const std::string& clientId, const ClientAnswer& answer)
 {
     if (answer.error == kTimeout) {
@@ -85,7 +85,7 @@ std::string Failure(const std::string& clientId, const ClientAnswer& answer)
     return fmt::format("client {}: {}: {}", clientId, answer.error, answer.message);
 }
 
-/** Pushes that are under way; kept alive by the answers that it awaits. */
+// Pushes that are under way. The callbacks that wait for the answers keep this object alive.
 class Burst : public std::enable_shared_from_this<Burst> {
 public:
     Burst(
@@ -147,7 +147,7 @@ void ClientLink::Call(
 {
     RequireUsable(clientId);
     if (g_dbus_is_member_name(method.c_str()) == FALSE) {
-        throw InvalidArguments(fmt::format("D-Bus cannot carry a method named '{}'", method));
+        throw InvalidArguments(fmt::format("D-Bus cannot carry a method named \"{}\"", method));
     }
     const ClientAddress address(clientId);
     const auto message = OwnObject(g_dbus_message_new_method_call(

@@ -11,26 +11,26 @@
 
 namespace kiv::simulator {
 
-/** What came back from a call on a client. */
+// The answer to a call of a client.
 struct ClientAnswer {
-    /** The client itself answered, be it with an error. */
+    // Whether the client itself answered, be it with an error.
     bool fromClient = false;
-    /** D-Bus error name and message; empty if the call succeeded. */
+    // The name and the message of a D-Bus error, or empty if the call succeeded.
     std::string error;
     std::string message;
-    /** Empty if the call failed. */
+    // The values of the reply, or an empty tuple if the call failed.
     Variant reply = Own(g_variant_new_tuple(nullptr, 0));
 };
 
-/** What came of pushing events. */
+// The result of pushing events.
 struct PushResult {
     std::uint64_t answered = 0;
     std::string firstError;
-    /** It has the client and the error in it. */
+    // The message names the client and the error.
     std::string firstMessage;
 };
 
-/** Calls the objects that the client processes serve. Answers arrive on the main loop, calls are not awaited. */
+// Calls the objects of client processes. Calls do not block, and answers arrive on the main loop.
 class ClientLink {
 public:
     using OnAnswer = std::function<void(const ClientAnswer&)>;
@@ -40,18 +40,16 @@ public:
     {
     }
 
-    /** Whether object and names of a client can be formed from the id. */
+    // Returns whether the object path and the names of a client can be formed from the id.
     static bool IsUsable(const std::string& clientId);
 
-    /** Calls a method with a tuple of arguments. Throws BusError for an id or a method name that cannot be used. */
+    // Calls a method with a tuple of arguments. Throws BusError for an id or a method name that is not valid.
     void Call(
         const std::string& clientId, const std::string& method, GVariant* arguments, unsigned timeoutMs,
         OnAnswer onAnswer) const;
 
-    /**
-     * Pushes the payload to each of the clients, count times, each push behind the other without awaiting answers.
-     * Throws BusError if one of the ids cannot be used.
-     */
+    // Pushes the payload count times to each of the clients, without waiting for answers in between. Throws BusError if
+    // one of the ids is not valid.
     void
     Push(const std::vector<std::string>& clientIds, const Variant& payload, unsigned count, OnPushed onPushed) const;
 

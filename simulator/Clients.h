@@ -10,21 +10,21 @@
 
 namespace kiv::simulator {
 
-/** The processes that use the server, the ids they were given, and which of them want events. */
+// The processes that use the server, their client ids, and their subscriptions.
 class Clients {
 public:
-    /** Notes the process and the bus name it calls from, and answers its client id. */
+    // Notes a process and the bus name from which it calls. Returns its client id.
     std::string Meet(int pid, const std::string& busName);
     std::string Subscribe(int pid, const std::string& busName);
     std::string Unsubscribe(int pid, const std::string& busName);
-    /** The owner of the bus name has left the bus. */
+    // Forgets the owner of a bus name that has left the bus.
     void Leave(const std::string& busName);
     void LeaveAll() { clients_.clear(); }
 
-    /** Gives every process this id; nothing means one formed from the pid. */
+    // Gives every process this id. Without one, ids are formed from process ids.
     void UseId(std::optional<std::string> id) { commonId_ = std::move(id); }
 
-    /** Ids without repetition. */
+    // Return each id once.
     std::vector<std::string> Ids() const;
     std::vector<std::string> SubscribedIds() const;
 

@@ -15,10 +15,10 @@
 
 namespace kiv::simulator {
 
-/** Says what is wrong with the arguments, and which option or command may be meant. */
+// Returns what is wrong with the arguments, and which option or command may be meant.
 inline std::string Reason(const CLI::App& app, const CLI::Error& error)
 {
-    // The words that nothing takes, those behind a subcommand included.
+    // The words that no option or argument takes, those behind a subcommand included.
     const std::vector<std::string> words = app.remaining(true);
     if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ExtrasError) || words.empty()) {
         return error.what();
@@ -37,7 +37,8 @@ inline std::string Reason(const CLI::App& app, const CLI::Error& error)
     return fmt::format("unknown option {}{}", word, DidYouMean(word, names));
 }
 
-/** Has wrong arguments told by the program's name, as everything else that goes wrong, with the way to the help. */
+// Makes messages about wrong arguments begin with the program's name, like all other errors, and end with the way to
+// the help.
 inline void TellWithName(CLI::App& app)
 {
     app.failure_message([](const CLI::App* program, const CLI::Error& error) {
@@ -47,7 +48,7 @@ inline void TellWithName(CLI::App& app)
     });
 }
 
-/** Refuses an option or argument that is none of the words. */
+// Refuses a value that is not one of the words.
 inline CLI::Validator OneOf(const std::vector<std::string>& words)
 {
     const auto complain = [words](const std::string& given) {
@@ -57,7 +58,7 @@ inline CLI::Validator OneOf(const std::vector<std::string>& words)
     return {complain, ""};
 }
 
-/** Refuses an option or argument that is no integer, or one out of the range. */
+// Refuses a value that is not an integer, or is out of the range.
 inline CLI::Validator IntegerFrom(int least, int most = std::numeric_limits<int>::max())
 {
     const auto complain = [least, most](const std::string& given) {
@@ -70,7 +71,7 @@ inline CLI::Validator IntegerFrom(int least, int most = std::numeric_limits<int>
     return {complain, ""};
 }
 
-/** Refuses an option that names no file. */
+// Refuses a value that does not name a file.
 inline CLI::Validator File()
 {
     const auto complain = [](const std::string& given) {

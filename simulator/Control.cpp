@@ -25,21 +25,23 @@ Scenario ReadGiven(const std::string& text)
     }
 }
 
-/** Answers a call that has told clients something, be it that one of them could not be told. */
+// Answers a call that has pushed events to clients. Fails if one of them could not be reached, or answered with an
+// error. A client's InvalidArgs becomes a failed request, because it does not concern the arguments of this call.
 void Answer(const Call& call, const PushResult& result)
 {
     if (result.firstError.empty()) {
         call.Return();
     } else {
-        call.Fail(result.firstError, result.firstMessage);
+        const bool isMisleading = result.firstError == kInvalidArguments;
+        call.Fail(isMisleading ? "org.freedesktop.DBus.Error.Failed" : result.firstError, result.firstMessage);
     }
 }
 
-constexpr char kNeedsHome[] = "only without --replay does it have a home";
+constexpr char kNeedsHome[] = "it has a home only without --replay";
 constexpr char kNeedsIds[] = "client ids are those of the recording";
 constexpr char kNeedsClient[] = "it does not know its clients, so name one with --client";
 
-/** Says what a replay lacks for a change. Returns null if it lacks nothing. */
+// Returns what a replay lacks for a change, or null if it lacks nothing.
 const char* LackedFor(const Change& change)
 {
     if (!change.home.IsEmpty()) {
@@ -58,7 +60,7 @@ Mac ReadMac(const Call& call)
     const auto text = call.Argument<std::string>(0);
     const auto mac = ParseMac(text);
     if (!mac) {
-        throw InvalidArguments(fmt::format("the MAC address must be such as 02:4b:49:56:00:01, got '{}'", text));
+        throw InvalidArguments(fmt::format("MAC must be a MAC address such as 02:4b:49:56:00:01, got \"{}\"", text));
     }
     return *mac;
 }

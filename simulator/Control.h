@@ -11,15 +11,15 @@
 
 namespace kiv::simulator {
 
-/** The object through which tests and people watch and disturb the server. */
+// The object by which tests and people watch the server and disturb it.
 class Control {
 public:
-    /** What concerns the whole simulator. Each says when it is done. */
+    // Actions of the whole simulator. Each calls its last argument when it is done.
     struct Actions {
         using OnDone = std::function<void()>;
 
         std::function<void(const OnDone&)> leave;
-        /** It also says what came of the events. */
+        // The last argument gets the result of pushing the scenario's events.
         std::function<void(const Scenario&, const ClientLink::OnPushed&)> apply;
         std::function<void(const OnDone&)> awaitServer;
     };
@@ -28,7 +28,7 @@ public:
 
 private:
     BusObject::Handlers Handlers();
-    /** Throws BusError if the server answers from a recording, which lacks something for the request. */
+    // Throws BusError if the server answers from a recording, which does not have what the request needs.
     void RefuseInReplay(const char* reason) const;
     std::vector<std::string> Addressed(const std::string& clientId) const;
 

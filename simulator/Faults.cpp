@@ -16,16 +16,16 @@ unsigned PositiveOf(const char* key, GVariant* value)
 {
     const unsigned number = g_variant_get_uint32(value);
     if (number == 0) {
-        throw InvalidArguments(fmt::format("'{}' must be at least 1, got 0", key));
+        throw InvalidArguments(fmt::format("\"{}\" must be at least 1, got 0", key));
     }
     return number;
 }
 
-/** A flag that is not set would be a fault without effect. */
+// Throws BusError unless the flag is true, because a false flag would be a fault without effect.
 bool TrueOf(const char* key, GVariant* value)
 {
     if (g_variant_get_boolean(value) == FALSE) {
-        throw InvalidArguments(fmt::format("'{}' must be true, or left out, got false", key));
+        throw InvalidArguments(fmt::format("\"{}\" must be true, or left out, got false", key));
     }
     return true;
 }
@@ -35,7 +35,7 @@ Variant TupleOf(const char* key, GVariant* value)
     try {
         return Unwrap(value);
     } catch (const BusError& error) {
-        throw InvalidArguments(fmt::format("'{}' {}", key, error.what()));
+        throw InvalidArguments(fmt::format("\"{}\" {}", key, error.what()));
     }
 }
 
@@ -44,12 +44,12 @@ std::string ErrorNameOf(GVariant* value)
     std::string name = g_variant_get_string(value, nullptr);
     if (g_dbus_is_interface_name(name.c_str()) == FALSE) {
         throw InvalidArguments(
-            fmt::format("'error' must be a D-Bus error name such as org.example.Bad, got '{}'", name));
+            fmt::format("\"error\" must be a D-Bus error name such as org.example.Bad, got \"{}\"", name));
     }
     return name;
 }
 
-/** A key's value as a scenario has it. */
+// Returns a key's value in the form that a scenario has.
 nlohmann::json ValueToJson(GVariant* value)
 {
     if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN) != FALSE) {
@@ -71,7 +71,7 @@ nlohmann::json ValueToJson(GVariant* value)
 void SetReply(Fault& fault, Variant tuple)
 {
     if (fault.reply != nullptr) {
-        throw InvalidArguments("at most one of the fault keys reply and bytes");
+        throw InvalidArguments("a fault must have at most one of the keys reply and bytes");
     }
     fault.reply = std::move(tuple);
 }
@@ -84,7 +84,7 @@ void Faults::RequireMethod(const std::string& method) const
         const std::vector<std::string> methods(methods_.begin(), methods_.end());
         const std::string meant = DidYouMean(method, methods);
         throw InvalidArguments(fmt::format(
-            "the server has no method '{}'{}", method,
+            "the server has no method \"{}\"{}", method,
             meant.empty() ? fmt::format("; known are {}", fmt::join(methods, ", ")) : meant));
     }
 }
@@ -139,13 +139,13 @@ void Faults::Apply(Plan& plan, const std::string& key, GVariant* value)
 {
     const auto entry = KeyTable().find(key);
     if (entry == KeyTable().end()) {
-        throw InvalidArguments(fmt::format("there is no fault key '{}'", key));
+        throw InvalidArguments(fmt::format("there is no fault key \"{}\"", key));
     }
     const std::string type = entry->second.type;
-    // A variant holds whatever it likes.
+    // A variant may hold a value of any type.
     if (type != "v" && g_variant_is_of_type(value, G_VARIANT_TYPE(type.c_str())) == FALSE) {
         throw InvalidArguments(
-            fmt::format("fault key '{}' has type '{}', not '{}'", key, type, g_variant_get_type_string(value)));
+            fmt::format("fault key \"{}\" has type \"{}\", not \"{}\"", key, type, g_variant_get_type_string(value)));
     }
     entry->second.apply(plan, value);
 }
@@ -154,20 +154,21 @@ void Faults::Check(const std::string& method, const Plan& plan) const
 {
     const Fault& fault = plan.fault;
     if (!fault.error.empty() + fault.silent + (fault.reply != nullptr) + fault.exit > 1) {
-        throw InvalidArguments("at most one of the fault keys error, silent, reply, bytes and exit");
+        throw InvalidArguments("a fault must have at most one of the keys error, silent, reply, bytes and exit");
     }
     if (fault.HasOutcome() && !fault.append.empty()) {
-        throw InvalidArguments("fault key 'append' goes with the proper answer");
+        throw InvalidArguments("fault key \"append\" must not stand with error, silent, reply, bytes or exit");
     }
     if (!fault.message.empty() && fault.error.empty()) {
-        throw InvalidArguments("fault key 'message' goes with 'error'");
+        throw InvalidArguments("fault key \"message\" must stand with \"error\"");
     }
     const bool isLate = g_variant_lookup(plan.description.get(), "delay", "u", nullptr) != FALSE;
     if (!fault.HasOutcome() && fault.append.empty() && !isLate) {
         throw InvalidArguments("a fault must have one of the keys error, silent, reply, bytes, append, exit and delay");
     }
     if (!fault.append.empty() && method != kEveryMethod && !methodsWithBytes_.contains(method)) {
-        throw InvalidArguments(fmt::format("fault key 'append' needs an answer with bytes, which {} has not", method));
+        throw InvalidArguments(
+            fmt::format("fault key \"append\" needs a method whose answer has bytes, got {}", method));
     }
 }
 

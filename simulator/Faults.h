@@ -13,7 +13,7 @@
 
 namespace kiv::simulator {
 
-/** What goes wrong with a call; nothing by default. */
+// The effect of a fault on a call. By default, there is none.
 struct Fault {
     std::chrono::milliseconds delay{0};
     std::string error;
@@ -21,40 +21,40 @@ struct Fault {
     bool silent = false;
     bool exit = false;
     Variant reply;
-    /** What the bytes of a proper answer are followed by. */
+    // These bytes follow the bytes of the proper answer.
     Bytes append;
 
-    /** Whether there is another outcome than the proper answer. */
+    // Returns whether the call gets another outcome than the proper answer.
     bool HasOutcome() const { return !error.empty() || silent || exit || reply != nullptr; }
 };
 
-/** The faults that the methods of the server have been given. */
+// The faults of the server's methods.
 class Faults {
 public:
-    /** Stands for every method that has no fault of its own. */
+    // Stands for every method that has no fault of its own.
     static constexpr char kEveryMethod[] = "*";
 
-    /** The methods of the server, and those of them whose answer has bytes. */
+    // Takes the methods of the server, and those whose answer has bytes.
     Faults(std::set<std::string> methods, std::set<std::string> methodsWithBytes)
         : methods_(std::move(methods)), methodsWithBytes_(std::move(methodsWithBytes))
     {
     }
-    /** Takes both from the interface. */
+    // Takes both sets of methods from the interface.
     explicit Faults(const Interface& server) : Faults(server.Methods(), server.MethodsThatReturn("ay")) {}
 
-    /** What a description can have, and the D-Bus types. */
+    // Returns the keys that a description can have, with their D-Bus types.
     static std::map<std::string, std::string> Keys();
 
-    /** Replaces the method's fault. The description is an a{sv}. Throws BusError for one that makes no sense. */
+    // Replaces the method's fault. The description is an a{sv}. Throws BusError for a description that is not valid.
     void Set(const std::string& method, GVariant* description);
-    /** Throws BusError if the server has no such method. */
+    // Throws BusError if the server has no such method.
     void Clear(const std::string& method);
     void Clear() { plans_.clear(); }
 
-    /** The faults that are left, by method, as a scenario has them. */
+    // Returns the faults that are left, by method, in the form that a scenario has.
     nlohmann::json ToJson() const;
 
-    /** What goes wrong with the call of this method that has just arrived. */
+    // Returns the fault of a call of this method that has just arrived.
     Fault Next(const std::string& method);
 
 private:

@@ -15,14 +15,14 @@ void WriteFeature(const std::string& file, const std::string& feature)
         throw InvalidArguments("the simulator was started without a feature file");
     }
     if (std::ranges::find(kFeatures, feature) == kFeatures.end()) {
-        throw InvalidArguments(fmt::format("must be one of {}, got '{}'", fmt::join(kFeatures, ", "), feature));
+        throw InvalidArguments(fmt::format("must be one of {}, got \"{}\"", fmt::join(kFeatures, ", "), feature));
     }
     std::string text = "[com.molvane/featureconf]\n";
     if (feature != "absent") {
         text += fmt::format("kiv_multi_ch_support={}\n", feature == "on");
     }
-    ErrorSlot error;
-    // In one piece, whoever reads it at the time.
+    g_autoptr(GError) error = nullptr;
+    // g_file_set_contents() replaces the file as a whole, so that no reader sees a part of it.
     if (g_file_set_contents(file.c_str(), text.c_str(), static_cast<gssize>(text.size()), &error) == FALSE) {
         throw BusError("org.freedesktop.DBus.Error.Failed", error->message);
     }

@@ -5,13 +5,11 @@
 
 namespace kiv::simulator {
 
-/** The feature of a TV is one of these; "absent" means that it cannot be read. */
+// The states of the TV's feature. "absent" means that the feature cannot be read.
 inline const std::vector<std::string> kFeatures = {"on", "off", "absent"};
 
-/**
- * Writes the file in which the TV's programs read whether it has network speakers. Throws BusError if there is no such
- * file, or the feature is none of kFeatures.
- */
+// Writes the file from which the TV's programs read whether it has network speakers. Throws BusError if no file is
+// named, or if the feature is not one of kFeatures.
 void WriteFeature(const std::string& file, const std::string& feature);
 
 } // namespace kiv::simulator

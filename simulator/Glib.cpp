@@ -8,17 +8,18 @@ namespace kiv::simulator {
 
 namespace {
 
-/** D-Bus knows fewer types than GVariant: no maybe types, no empty tuples inside others. */
+// Throws BusError unless D-Bus has a type for the tuple. GVariant has more types: maybe types, and empty tuples inside
+// others.
 void RequireFitForDBus(GVariant* tuple)
 {
-    // GLib logs a critical message where it is given a body with another signature.
+    // The signature is checked first, because GLib logs a critical for a body that D-Bus has no type for.
     const std::string type = g_variant_get_type_string(tuple);
     if (g_variant_is_signature(type.substr(1, type.size() - 2).c_str()) == FALSE) {
-        throw InvalidArguments(fmt::format("D-Bus has no type for '{}'", type));
+        throw InvalidArguments(fmt::format("D-Bus has no type for \"{}\"", type));
     }
     const auto message = OwnObject(g_dbus_message_new_signal("/a", "a.a", "a"));
     g_dbus_message_set_body(message.get(), tuple);
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     std::size_t size = 0;
     const std::unique_ptr<unsigned char, decltype(&g_free)> wire(
         g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, &error), g_free);
@@ -43,7 +44,7 @@ Variant Unwrap(GVariant* value)
     Variant tuple = isText ? ParseValue(g_variant_get_string(value, nullptr)) : Own(g_variant_ref(value));
     if (g_variant_is_of_type(tuple.get(), G_VARIANT_TYPE_TUPLE) == FALSE) {
         throw InvalidArguments(fmt::format(
-            "must be a tuple such as (1, 'x'), got a value of type '{}'", g_variant_get_type_string(tuple.get())));
+            "must be a tuple such as (1, 'x'), got a value of type \"{}\"", g_variant_get_type_string(tuple.get())));
     }
     RequireFitForDBus(tuple.get());
     return tuple;
@@ -51,11 +52,11 @@ Variant Unwrap(GVariant* value)
 
 Variant ParseValue(const std::string& text)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
     if (value == nullptr) {
         throw InvalidArguments(
-            fmt::format("must be a value in GVariant text form, got '{}': {}", text, error->message));
+            fmt::format("must be a value in GVariant text form, got \"{}\": {}", text, error->message));
     }
     return Own(value);
 }

@@ -13,7 +13,7 @@
 
 namespace kiv::simulator {
 
-/** A shared reference to a value; takes a floating one over. */
+// A shared reference to a value. Own() takes over a reference, floating or not.
 using Variant = std::shared_ptr<GVariant>;
 
 inline Variant Own(GVariant* value)
@@ -30,23 +30,7 @@ ObjectRef<T> OwnObject(T* object)
     return {object, [](T* o) { g_clear_object(&o); }};
 }
 
-/** The error slot of a GLib call. */
-class ErrorSlot {
-public:
-    ErrorSlot() = default;
-    ErrorSlot(const ErrorSlot&) = delete;
-    ErrorSlot& operator=(const ErrorSlot&) = delete;
-    ~ErrorSlot() { g_clear_error(&error_); }
-
-    GError** operator&() { return &error_; }
-    GError* operator->() const { return error_; }
-    GError* Get() const { return error_; }
-
-private:
-    GError* error_ = nullptr;
-};
-
-/** Becomes the D-Bus error that answers the call being handled. */
+// An exception that becomes the D-Bus error that answers the current call.
 class BusError : public std::runtime_error {
 public:
     BusError(std::string name, const std::string& message) : std::runtime_error(message), name_(std::move(name)) {}
@@ -56,33 +40,34 @@ private:
     std::string name_;
 };
 
+inline constexpr const char* kInvalidArguments = "org.freedesktop.DBus.Error.InvalidArgs";
+
 inline BusError InvalidArguments(const std::string& message)
 {
-    return {"org.freedesktop.DBus.Error.InvalidArgs", message};
+    return {kInvalidArguments, message};
 }
 
-/**
- * A tuple as the content of a variant. D-Bus has no empty tuple inside a variant: the string "()" stands for it.
- */
+// Returns a tuple as the content of a variant. D-Bus has no empty tuple inside a variant: the string "()" stands for
+// it.
 Variant Wrap(GVariant* tuple);
 
-/** The tuple that a variant holds, as itself or written as text. Throws BusError for anything else. */
+// Returns the tuple that a variant holds, as a tuple or as text. Throws BusError for anything else.
 Variant Unwrap(GVariant* value);
 
-/** Does something on the main loop when the time has passed. */
+// Runs an action on the main loop after a delay.
 void After(std::chrono::milliseconds delay, std::function<void()> action);
 
 using Bytes = std::vector<std::uint8_t>;
 
-/** What a byte array holds. */
+// Returns the bytes of a byte array.
 Bytes BytesOf(GVariant* byteArray);
-/** A byte array, floating. */
+// Returns a new byte array, whose reference is floating.
 GVariant* NewByteArray(const Bytes& bytes);
 
-/** The value that GVariant text stands for. Throws BusError. */
+// Parses GVariant text. Throws BusError if it is not valid.
 Variant ParseValue(const std::string& text);
 
-/** Does nothing once the owner of the life has gone. */
+// Returns the action, wrapped so that it does nothing after the owner of the life has gone.
 template <typename Action>
 auto While(const std::shared_ptr<void>& life, Action action)
 {

@@ -12,7 +12,7 @@
 
 namespace kiv::simulator {
 
-/** What is to be otherwise in a home. */
+// A change of a home.
 struct HomeChange {
     std::optional<SpeakerSet> speakers;
     std::optional<std::vector<Soundbar>> soundbars;
@@ -27,7 +27,7 @@ struct HomeChange {
     }
 };
 
-/** A home with a TV, a soundbar and speakers, as the server knows it. */
+// The state of a home with a TV, soundbars and speakers, as the server knows it.
 class Home {
 public:
     static constexpr int kSurroundMode = 80;
@@ -37,7 +37,7 @@ public:
     Home(const Home&) = delete;
     Home& operator=(const Home&) = delete;
 
-    /** Returns whether the receiver supports Atmos now and did not before. */
+    // Returns whether the receiver supports Atmos now and did not before.
     bool Apply(HomeChange change);
 
     int SetSettingMode(int mode, int startReason);
@@ -51,7 +51,7 @@ public:
     int DisableSurround();
     int SurroundChannels() const;
 
-    /** Tavrin is the multi-room feature. */
+    // Sets the mode that the settings screen of Tavrin, the multi-room feature, shows. Returns the mode.
     int SetTavrinUiMode(int mode);
     int TavrinUiMode() const { return tavrinUiMode_; }
     bool CanSelectTavrin() const;
@@ -60,7 +60,7 @@ public:
     bool CanEnterTavrinSettings() const;
 
     bool ReceiverHasAtmos() const { return atmos_; }
-    /** Returns whether the receiver supports Atmos now and did not before. */
+    // Returns whether the receiver supports Atmos now and did not before.
     bool SetReceiverAtmos(bool supported);
 
     simulator::Speakers& Speakers() { return speakers_; }

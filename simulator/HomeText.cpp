@@ -36,7 +36,7 @@ std::string PlayingNames(const json& home)
     return names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "));
 }
 
-/** "80 (surround)", as kivctl has it. */
+// Returns a mode in the form that kivctl prints: "80 (surround)".
 std::string ModeText(int mode)
 {
     switch (mode) {

@@ -7,7 +7,7 @@
 
 namespace kiv::simulator {
 
-/** Describes each speaker of a home, and whatever else there is to see in it, a line each, from what Show answers. */
+// Returns one line for each speaker, and for each other thing in a home, from the answer of Show.
 std::vector<std::string> DescribeHome(const nlohmann::json& home);
 
 } // namespace kiv::simulator

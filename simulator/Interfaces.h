@@ -9,7 +9,7 @@ inline constexpr char kControlName[] = "org.lumra.tv.networkspeaker.simulator";
 inline constexpr char kControlInterface[] = "org.lumra.tv.networkspeaker.simulator.control";
 inline constexpr char kControlPath[] = "/org/lumra/tv/networkspeaker/simulator";
 
-/** Introspection XML of the two objects, from the .xml files beside this one. */
+// The introspection XML of the two objects, from the .xml files in this folder.
 extern const char* const kServerXml;
 extern const char* const kControlXml;
 

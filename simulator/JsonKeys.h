@@ -20,7 +20,7 @@ inline std::string ReadString(const JsonNode& node)
     return node.Text();
 }
 
-/** How to read each key of an object of a kind. */
+// The readers of all keys that an object of a kind can have.
 template <typename Target>
 using Keys = std::map<std::string, std::function<void(Target&, const JsonNode&)>>;
 
@@ -34,10 +34,10 @@ std::set<std::string> NamesOf(const Keys<Target>& keys)
     return names;
 }
 
-/** The end of a message about a key that is mistyped, or that another kind of object has. */
+// Returns the end of a message about an unknown key: the key that may be meant.
 inline std::string MeantKey(const std::string& name, const std::set<std::string>& known)
 {
-    // An event has its bytes by another name than a fault.
+    // An event has its bytes under another key than a fault.
     for (const auto& [one, other] : {std::pair("bytes", "data"), std::pair("data", "bytes")}) {
         if (name == one && known.contains(other)) {
             return fmt::format("; did you mean {}?", other);
@@ -66,13 +66,13 @@ Target Read(const JsonNode& node, const Keys<Target>& keys, const std::vector<st
     }
     for (const std::string& name : required) {
         if (!seen.contains(name)) {
-            node.Fail(fmt::format("'{}' is missing", name));
+            node.Fail(fmt::format("\"{}\" is missing", name));
         }
     }
     return target;
 }
 
-/** The reader of a key that sets a member. */
+// Returns the reader of a key that sets a member.
 template <typename Target, typename Member, typename Reader>
 auto Into(Member Target::*member, Reader read)
 {

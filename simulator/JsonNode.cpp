@@ -20,7 +20,7 @@ namespace {
 
 using nlohmann::json;
 
-/** Characters for the parser, which does not tell by itself how far it has come. */
+// An iterator for the parser that counts lines, because the parser does not report its position.
 class CountedCharacter {
 public:
     using iterator_category = std::input_iterator_tag;
@@ -29,7 +29,7 @@ public:
     using pointer = const char*;
     using reference = const char&;
 
-    /** The line is that of the character taken last. */
+    // Counts lines in *line, which is the line of the character that was taken last.
     CountedCharacter(const char* at, int* line) : at_(at), line_(line) {}
 
     reference operator*() const { return *at_; }
@@ -49,7 +49,7 @@ private:
     bool lineEnds_ = false;
 };
 
-/** JSON pointers. */
+// Below() returns the JSON pointer of an element or a member.
 std::string Below(const std::string& pointer, std::size_t index)
 {
     return fmt::format("{}/{}", pointer, index);
@@ -64,7 +64,7 @@ std::string Below(const std::string& pointer, const std::string& key)
     return pointer + '/' + escaped;
 }
 
-/** Follows the parser through the text, and notes on which line each value begins. */
+// Receives the parser's events, and notes the line on which each value begins.
 class LineKeeper {
 public:
     explicit LineKeeper(std::string name) : name_(std::move(name)) {}
@@ -101,7 +101,7 @@ private:
         std::string key;
     };
 
-    /** A member has begun with its key already. */
+    // Notes the line of a value. The line of a member is that of its key, and is noted already.
     void Begin(int line)
     {
         if (levels_.empty()) {
@@ -129,11 +129,9 @@ private:
     std::map<std::string, int> lines_;
 };
 
-/**
- * The place, and what is wrong there. The library's text begins with its own name for the error, and for most with a
- * place "at line 3, column 1: ", whose line is that within the text and so not always that within the file. It may end
- * with a whole value, whose beginning is enough.
- */
+// Returns the place of an error, and what is wrong there. The text of most errors has a place "at line 3, column 1: ".
+// Its line counts within the text, which may begin within a file, so it is replaced. The text may end with a whole
+// value, of which the beginning is enough.
 std::string PlaceAndReason(const json::exception& error, int line)
 {
     std::string text = error.what();
@@ -148,7 +146,7 @@ std::string PlaceAndReason(const json::exception& error, int line)
     return fmt::format("{}:{}", line, text.substr(column + kColumn.size()));
 }
 
-/** Reads to the end. */
+// Reads a stream to its end.
 std::string ReadStream(std::istream& stream, const std::string& name, std::size_t most)
 {
     std::string text;
@@ -179,7 +177,7 @@ std::string ReadText(const std::string& file, std::size_t most)
 {
     std::ifstream stream(file);
     std::string text = ReadStream(stream, file, most);
-    // A directory can be opened, but not read.
+    // Opening a directory succeeds, and reading it fails.
     if (!stream.is_open() || stream.bad()) {
         throw FileError(fmt::format("{}: {}", file, std::strerror(errno)));
     }

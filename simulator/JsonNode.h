@@ -12,33 +12,33 @@
 
 namespace kiv::simulator {
 
-/** Something is wrong with a file that a person has written. The message tells where and what. */
+// An error in a file that a person has written. The message says where it is and what is wrong.
 class FileError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
 inline constexpr std::size_t kMebibyte = 1UL << 20;
-/** More than people write, and less than fills the memory of a machine. */
+// The sizes are larger than any file that people write, and small enough for a machine's memory.
 inline constexpr std::size_t kLargestScenario = 16 * kMebibyte;
 inline constexpr std::size_t kLargestRecording = 256 * kMebibyte;
 
-/** So many bytes of what is wrong are shown. */
+// Messages show at most this number of bytes of a wrong value.
 inline constexpr std::size_t kMostShown = 60;
 
-/** The text of a file. Throws FileError, also for one that is longer. */
+// Returns the text of a file. Throws FileError if it cannot be read, or is longer.
 std::string ReadText(const std::string& file, std::size_t most);
-/** The text of stdin. */
+// Returns the text of stdin.
 std::string ReadInput(std::size_t most);
 
-/** A value in a JSON text, which knows on which line it stands. What cannot be used is told by a FileError. */
+// A value in a JSON text, with the line on which it stands. Throws FileError if a value cannot be used.
 class JsonNode {
 public:
-    /** The root of a text. The name stands for the text in messages. */
+    // Returns the root of a text. Messages call the text by the name.
     static JsonNode Parse(const std::string& name, const std::string& text, int firstLine = 1);
 
     [[noreturn]] void Fail(const std::string& reason) const;
-    /** The value is not as expected: "a list", for example. */
+    // Fails because the value is not what was expected: "a list", for example.
     [[noreturn]] void FailExpected(const std::string& expected) const;
 
     bool IsNull() const;

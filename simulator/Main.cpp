@@ -40,7 +40,7 @@ void AnnounceReady(int fd)
     close(fd);
 }
 
-/** A server that has crashed is followed by the next. */
+// Runs the server. After each crash, another one follows.
 void Serve(World& world, Simulator::Outage outage, const Options& options)
 {
     const Trace trace(options.verbose);
@@ -89,23 +89,24 @@ int Report(const std::exception& error, int exitCode)
 
 int main(int argc, char** argv)
 {
-    // A reader that has gone away must not end the simulator.
+    // Writing to a closed pipe must not end the simulator.
     std::signal(SIGPIPE, SIG_IGN);
 
     Options options;
-    CLI::App app("Stands in for the network-speaker server on the system bus.", "kiv-simulator");
+    CLI::App app("Takes the place of the network-speaker server on the system bus.", "kiv-simulator");
     TellWithName(app);
     app.set_version_flag("--version", "kiv-simulator " KIV_VERSION, "Print the version and exit");
-    app.add_option("--ready-fd", options.readyFd, "Write a line to this file descriptor once the names are owned")
+    app.add_option("--ready-fd", options.readyFd, "Write a line to this file descriptor as soon as it owns its names")
         ->check(IntegerFrom(0));
-    CLI::Option* const scenario =
-        app.add_option("--scenario", options.scenarioFile, "JSON file with the home, the faults and what happens when");
-    app.add_option("--replay", options.replayFile, "Answer from this recording, without a home")->excludes(scenario);
-    app.add_option(
-        "--feature-file", options.featureFile, "Where scenarios switch the TV's network speakers off and on");
+    CLI::Option* const scenario = app.add_option(
+        "--scenario", options.scenarioFile, "Read the home, the faults and the timetable from this JSON file");
+    app.add_option("--replay", options.replayFile, "Answer from this recording, and not from a home")
+        ->excludes(scenario);
+    app.add_option("--feature-file", options.featureFile, "Write the device feature of scenarios into this file");
     app.add_flag("--verbose", options.verbose, "Print each call and each push to stderr");
     app.footer(
-        "Exit codes: 0 told to leave or bus gone, 1 no bus or name taken, 2 bad arguments, scenario or recording.");
+        "Exit codes: 0 it was told to leave, or the bus is gone; 1 there is no bus, or another process owns the name;\n"
+        "2 the arguments, the scenario or the recording cannot be used.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -29,7 +29,7 @@ GVariant* Tuple(const Bytes& value)
     return g_variant_new("(@ay)", NewByteArray(value));
 }
 
-/** The arguments of a call, one after another. */
+// Reads the arguments of a call, one after another.
 class ArgumentReader {
 public:
     explicit ArgumentReader(const Call& call) : call_(call) {}
@@ -49,7 +49,7 @@ private:
         value = call_.Argument<T>(next_++);
     }
 
-    /** An address travels as so many single bytes. */
+    // An address is sent as single bytes, one in each argument.
     template <std::size_t Size>
     void Read(std::array<std::uint8_t, Size>& value)
     {
@@ -67,13 +67,13 @@ Method ServeWith(Object& object, Function function)
 {
     return [&object, function](const Call& call) {
         ArgumentReader reader(call);
-        // Braces keep the order.
+        // Braces, unlike parentheses, evaluate the elements in order.
         const std::tuple<Object&, std::decay_t<Args>...> arguments{object, reader.Next<std::decay_t<Args>>()...};
         return Tuple(std::apply(function, arguments));
     };
 }
 
-/** Hands the leading arguments of the call to a member function, and answers what it returns. */
+// Passes the first arguments of the call to a member function, and answers with its result.
 template <typename Object, typename Result, typename... Args>
 Method Serve(Object& object, Result (Object::*function)(Args...))
 {
@@ -86,7 +86,8 @@ Method Serve(Object& object, Result (Object::*function)(Args...) const)
     return ServeWith<Args...>(object, function);
 }
 
-/** For what a client process asks on its own behalf: its pid, and the bus name from which it calls. */
+// Serves a method that a process calls about itself. The arguments are its process id, and the bus name from which it
+// calls.
 Method Serve(Clients& clients, std::string (Clients::*function)(int, const std::string&))
 {
     return [&clients, function](const Call& call) {

@@ -10,11 +10,11 @@
 
 namespace kiv::simulator {
 
-/** Makes the tuple that answers a call. */
+// Returns the tuple that answers a call.
 using Method = std::function<GVariant*(const Call&)>;
 using Methods = std::map<std::string, Method>;
 
-/** What the server answers to each of its methods, and what that does to the home. */
+// Returns the methods of the server. Each answers a call, and changes the home as the call asks.
 Methods ServerMethods(Home& home, Clients& clients);
 
 } // namespace kiv::simulator

@@ -29,7 +29,7 @@ const Keys<RecordedLine>& LineKeys()
     return kKeys;
 }
 
-/** Tells whether a line is JSON with a key of a recording, perhaps with mistakes. */
+// Returns whether a line is JSON with at least one key of a recording.
 bool IsLike(const std::string& text)
 {
     const auto parsed = nlohmann::json::parse(text, nullptr, false);
@@ -65,7 +65,7 @@ std::string WriteLine(const RecordedLine& line)
 
 RecordedLine ReadLine(const std::string& name, const std::string& text, int number)
 {
-    // A file whose first line is unlike any is something else, such as a scenario.
+    // A file whose first line has no such key is something else, such as a scenario.
     if (number == 1 && !IsLike(text)) {
         throw FileError(fmt::format(
             "{}:1: must be a recording, a JSON object in each line, as --record writes it, got {}", name,
@@ -74,10 +74,11 @@ RecordedLine ReadLine(const std::string& name, const std::string& text, int numb
     const JsonNode node = JsonNode::Parse(name, text, number);
     RecordedLine line = Read(node, LineKeys(), {"ms"});
     if (line.call.has_value() + line.event.has_value() + line.answer.has_value() != 1) {
-        node.FailExpected("a line with one of 'call', 'event' and 'answer'");
+        node.FailExpected("a line with one of \"call\", \"event\" and \"answer\"");
     }
     if (line.answer ? line.values.empty() == line.error.empty() : line.method.empty() || line.arguments.empty()) {
-        node.FailExpected("a call or an event with 'method' and 'arguments', or an answer with 'values' or 'error'");
+        node.FailExpected(
+            "a call or an event with \"method\" and \"arguments\", or an answer with \"values\" or \"error\"");
     }
     return line;
 }

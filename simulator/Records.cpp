@@ -20,7 +20,7 @@ constexpr std::size_t kListSpeakers = 5;
 constexpr std::size_t kListSpeakersEnd = kGroupNameSize + kGroupTypeSize + kIntSize + kListSpeakers * kSpeakerSize;
 constexpr std::size_t kNodeSize = 134;
 
-/** The 128 bytes with which all records of a single speaker begin. */
+// Writes the 128 bytes with which all records of a single speaker begin.
 Writer SpeakerFields(const Speaker& speaker)
 {
     constexpr std::size_t kNameSize = 64;

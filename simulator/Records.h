@@ -9,12 +9,10 @@
 
 namespace kiv::simulator {
 
-/*
- * The byte layouts that travel in arrays. What is read comes from clients and is nothing if its length is wrong. What
- * is written is complete and padded with zeros.
- */
+// The byte layouts of arrays. Reading returns nothing if the length is wrong, because the bytes come from clients.
+// Records are written as a whole, with zeros behind their fields.
 
-/** A speaker that a client names, 86 bytes. */
+// A speaker that a client names, in 86 bytes.
 struct SpeakerConfig {
     std::int32_t value;
     Mac mac;
@@ -30,7 +28,7 @@ struct SoundModeSupport {
     std::int32_t supported;
 };
 
-/** Speakers that can be chosen together. */
+// Speakers that can be chosen together.
 struct SpeakerGroup {
     int number;
     std::string name;
@@ -40,20 +38,20 @@ struct SpeakerGroup {
 std::optional<std::vector<SpeakerConfig>> ReadConfigs(const Bytes& bytes);
 std::optional<std::vector<Mac>> ReadMacList(const Bytes& bytes);
 std::optional<Mac> ReadMac(const Bytes& bytes);
-/** The content of a message that a mobile device sends by way of the TV: a MAC address, and what else it likes. */
+// Reads a message that a mobile device sends by way of the TV: a MAC address, and any bytes behind it.
 std::optional<Mac> ReadMobileMessage(const Bytes& bytes);
 std::optional<SoundModeSetting> ReadSoundModeSetting(const Bytes& bytes);
 std::optional<SoundModeSupport> ReadSoundModeSupport(const Bytes& bytes);
 
-/** Name, type and count, and 183 bytes for each speaker. */
+// Writes name, type and count, and 183 bytes for each speaker.
 Bytes WriteActiveGroup(const std::string& name, const std::vector<Speaker>& speakers);
-/** 1086 bytes. */
+// Writes 1086 bytes.
 Bytes WriteList(const SpeakerGroup& group);
-/** 134 bytes. */
+// Writes 134 bytes.
 Bytes WriteNode(const Speaker& speaker);
-/** 14 bytes. */
+// Writes 14 bytes.
 Bytes WriteVolume(const Speaker& speaker);
-/** MAC, IP and a value, 14 bytes. */
+// Writes a MAC address, an IP address and a value, in 14 bytes.
 Bytes WriteIdentity(const Mac& mac, const Ip& ip, std::int32_t value);
 
 } // namespace kiv::simulator

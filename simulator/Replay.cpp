@@ -21,7 +21,8 @@ namespace {
 
 constexpr char kIdMethod[] = "check_dbus_connection";
 
-/** Their argument is the caller's process id, which is another each time, and how often they are called is chance. */
+// Returns whether a method is about the calling process. Its argument is the process id, which differs from run to run,
+// and the number of its calls depends on chance.
 bool IsAboutProcess(const std::string& method)
 {
     static const std::set<std::string> kMethods = {
@@ -35,13 +36,13 @@ std::string Print(GVariant* value)
     return text.get();
 }
 
-/** Equal for calls that get the same answers. */
+// Returns a key that is equal for calls that get the same answers.
 std::pair<std::string, std::string> CallOf(const std::string& method, GVariant* arguments)
 {
     return {method, IsAboutProcess(method) ? "" : Print(arguments)};
 }
 
-/** Puts the lines of a recording together. */
+// Joins the lines of a recording to exchanges.
 class RecordingReader {
 public:
     explicit RecordingReader(std::string name) : name_(std::move(name)) {}
@@ -93,11 +94,11 @@ private:
     {
         events_.insert(*line.event);
         if (!lastAnswered_) {
-            Fail("an event must follow an answer, got one before any");
+            Fail("an event must follow an answer, got an event before the first answer");
         }
         if (!ClientLink::IsUsable(line.client) || g_dbus_is_member_name(line.method.c_str()) == FALSE) {
             Fail(fmt::format(
-                "an event must be for a client and a method that D-Bus can have, got '{}' and '{}'", line.client,
+                "an event must be for a client and a method that D-Bus can have, got \"{}\" and \"{}\"", line.client,
                 line.method));
         }
         const std::chrono::milliseconds delay(std::max<std::int64_t>(line.ms - lastAnsweredMs_, 0));
@@ -203,7 +204,8 @@ std::vector<RecordedExchange> Replay::Unmade() const
     return unmade;
 }
 
-/** The call of the method that is most like this one; null if there is none. Calls that are still to come go first. */
+// Returns the recorded call of the method that is most like this one, or null if there is none. Prefers calls that are
+// still to come.
 const RecordedExchange* Replay::Nearest(const std::string& method, GVariant* arguments) const
 {
     const RecordedExchange* nearest = nullptr;

@@ -13,10 +13,10 @@
 
 namespace kiv::simulator {
 
-/** The D-Bus error that answers a call which is not in the recording, or not so often. */
+// The D-Bus error that answers a call that is not in the recording, or not so often.
 inline constexpr char kNotRecorded[] = "org.lumra.tv.networkspeaker.simulator.Error.NotRecorded";
 
-/** A call of a client that followed an answer. */
+// A call of a client that followed an answer.
 struct RecordedEvent {
     std::chrono::milliseconds delay;
     std::string client;
@@ -25,46 +25,45 @@ struct RecordedEvent {
 };
 
 struct RecordedAnswer {
-    /** The answer, put as a fault: an error, a reply, silence, and how long it took. */
+    // The answer in the form of a fault: an error, a reply or silence, and the delay.
     Fault fault;
     std::vector<RecordedEvent> events;
 };
 
-/** A call of the server and its answer. */
+// A call of the server and its answer.
 struct RecordedExchange {
-    /** Number of the call's line in the recording. */
+    // The number of the call's line in the recording.
     int line;
     std::int64_t calledMs;
     std::string method;
     Variant arguments;
     RecordedAnswer answer;
-    /** The replay has come to it. */
+    // Whether the replay has used the exchange.
     bool isMade = false;
 };
 
-/** Answers from a recording: the same call gets what it got then, the second such call what the second got. */
+// Answers calls from a recording. The first of several equal calls gets the first answer that was recorded for them,
+// the second call the second answer, and so on.
 class Replay {
 public:
-    /** Throws FileError, with line and reason, for what is no recording. The name stands for the text. */
+    // Throws FileError, with line and reason, for a text that is not a recording. Messages call the text by the name.
     Replay(const std::string& name, const std::string& text);
 
     const std::string& Name() const { return name_; }
 
-    /** Returns nothing for a call that was not recorded, or not so often. */
+    // Returns nothing for a call that was not recorded, or not so often.
     std::optional<RecordedAnswer> Next(const std::string& method, GVariant* arguments);
-    /** Says why there is nothing for such a call. */
+    // Returns why there is no answer for such a call.
     std::string WhyNot(const std::string& method, GVariant* arguments) const;
 
-    /**
-     * The calls that nobody has made, in their order. Of the calls about the caller's process, those of the same method
-     * count as one, which is made if any of them is: how often they are made is chance. The question for the client id,
-     * which the library asks before each call, is left out.
-     */
+    // Returns the recorded calls that no client has made, in their order. Calls of one method about the caller's
+    // process count as one call, because their number depends on chance. The question for the client id is left out,
+    // because the library asks it before each call.
     std::vector<RecordedExchange> Unmade() const;
 
 private:
     using Call = std::pair<std::string, std::string>;
-    /** Indices of the exchanges that begin with the same call. */
+    // The indices of the exchanges with equal calls.
     struct Exchanges {
         std::vector<std::size_t> inOrder;
         std::size_t next = 0;

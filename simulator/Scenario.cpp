@@ -101,7 +101,7 @@ const Keys<GroupedSpeaker>& SpeakerKeys()
     return kKeys;
 }
 
-/** Number of the group, which is made if there is none of the name. */
+// Returns the number of the group. Adds the group if it is new.
 int GroupNumber(std::vector<std::string>& names, const std::string& name)
 {
     const auto found = std::ranges::find(names, name);
@@ -180,7 +180,7 @@ HomeChange ReadHome(const JsonNode& node)
     return Read(node, HomeKeys());
 }
 
-/** The value that a key of a fault has when it comes over the bus. */
+// Returns the value of a fault's key in the type that the bus method takes.
 GVariant* FaultValue(const JsonNode& node, const std::string& type)
 {
     if (type == "b") {
@@ -206,7 +206,7 @@ std::set<std::string> FaultKeys()
 
 std::map<std::string, Variant> ReadFaults(const JsonNode& node)
 {
-    // Only to see whether they make sense.
+    // The faults are set in a trial object, which throws if one is not valid.
     Faults trial{Interface(kServerXml)};
     std::map<std::string, Variant> faults;
     for (const auto& [method, member] : node.Members()) {
@@ -269,7 +269,7 @@ std::vector<EventPush> ReadEvents(const JsonNode& node)
     for (const JsonNode& item : node.Items()) {
         const auto entry = Read(item, EventKeys());
         if (entry.id.has_value() == entry.payload.has_value() || (entry.payload && !entry.data.empty())) {
-            item.FailExpected("an event with either 'id' and perhaps 'data', or 'payload'");
+            item.FailExpected("an event with either \"id\" and perhaps \"data\", or \"payload\"");
         }
         const Variant payload = entry.payload ? Own(NewByteArray(*entry.payload)) : EventPayload(*entry.id, entry.data);
         events.push_back({entry.client, payload});
@@ -277,7 +277,7 @@ std::vector<EventPush> ReadEvents(const JsonNode& node)
     return events;
 }
 
-/** Those that an object has that holds a change. */
+// Adds the keys that every object with a change has.
 template <typename Target>
 void AddChangeKeys(Keys<Target>& keys, Change Target::*change)
 {
@@ -321,7 +321,7 @@ const Keys<Scenario>& RootKeys()
 {
     static const Keys<Scenario> kKeys = [] {
         Keys<Scenario> keys = {
-            // For editors.
+            // Editors use this key. It is checked and ignored.
             {"$schema", [](Scenario&, const JsonNode& node) { node.Text(); }},
             {"description", Into(&Scenario::description, ReadString)},
             {"timetable", Into(&Scenario::timetable, ReadTimetable)},
@@ -330,6 +330,17 @@ const Keys<Scenario>& RootKeys()
         return keys;
     }();
     return kKeys;
+}
+
+void RefuseAtStart(const std::string& name, const std::string& text, const std::string& key, const char* reason)
+{
+    for (const auto& [present, member] : JsonNode::Parse(name, text).Members()) {
+        if (present == key) {
+            member.Fail(fmt::format(
+                "{}; put \"{}\" into the timetable, or give the scenario to \"kiv-sandbox control apply\"", reason,
+                key));
+        }
+    }
 }
 
 } // namespace
@@ -375,12 +386,10 @@ Scenario ReadFirstScenario(const std::string& name, const std::string& text)
 {
     Scenario scenario = ReadScenario(name, text);
     if (!scenario.now.events.empty()) {
-        for (const auto& [key, member] : JsonNode::Parse(name, text).Members()) {
-            if (key == "events") {
-                member.Fail("there is no client yet when the server starts; put the events into the timetable, or give "
-                            "the scenario to 'kiv-sandbox control apply'");
-            }
-        }
+        RefuseAtStart(name, text, "events", "there is no client yet when the server starts");
+    }
+    if (scenario.now.exit) {
+        RefuseAtStart(name, text, "exit", "a server cannot end while it starts");
     }
     return scenario;
 }

@@ -13,22 +13,22 @@
 
 namespace kiv::simulator {
 
-/** To one client, or to all if it has no name. */
+// An event for one client, or for all if the name is empty.
 struct EventPush {
     std::string client;
     Variant payload;
 };
 
-/** Something that becomes otherwise. What is empty stays as it is. */
+// A change. An empty member changes nothing.
 struct Change {
     std::optional<std::string> clientId;
-    /** Whether the TV has network speakers: "on", "off" or "absent". */
+    // The state of the TV's feature: "on", "off" or "absent".
     std::optional<std::string> feature;
     HomeChange home;
-    /** Descriptions by method; null for a fault that is taken back. */
+    // The descriptions by method. Null takes a fault back.
     std::map<std::string, Variant> faults;
     std::vector<EventPush> events;
-    /** How long the server is away from the bus, as after a crash. */
+    // How long the server is away from the bus after a crash.
     std::optional<std::chrono::milliseconds> away;
     bool exit = false;
 };
@@ -39,26 +39,27 @@ struct Appointment {
     Change change;
 };
 
-/** What people write into a file: a change for now, and others for later. */
+// The content of a scenario file: a change for now, and others for later.
 struct Scenario {
     std::string description;
     Change now;
     std::optional<std::vector<Appointment>> timetable;
 };
 
-/** Throws FileError, with line and reason, for a scenario that cannot be used. The name stands for the text. */
+// Reads a scenario. Throws FileError, with line and reason, if it cannot be used. Messages call the text by the name.
 Scenario ReadScenario(const std::string& name, const std::string& text);
 
-/** Reads a scenario with which a server starts: as above, but it can have no events, which would reach nobody. */
+// Reads a scenario with which a server starts. It must not have events, because no client could receive them yet, nor
+// an exit, except in its timetable.
 Scenario ReadFirstScenario(const std::string& name, const std::string& text);
 
-/** The description of a fault, an a{sv}, from what a scenario says of it. Throws FileError. */
+// Returns the description of a fault, an a{sv}, from its form in a scenario. Throws FileError if it is not valid.
 Variant ReadFault(const JsonNode& node);
 
-/** An event id in hexadecimal with 0x before it; nothing for another text. */
+// Reads an event id in hexadecimal, with 0x before it. Returns nothing for another text.
 std::optional<std::int32_t> ParseEventId(const std::string& text);
 
-/** The keys that each kind of object in a scenario can have. */
+// Returns the keys that each kind of object in a scenario can have.
 std::map<std::string, std::set<std::string>> ScenarioKeys();
 
 } // namespace kiv::simulator

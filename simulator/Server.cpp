@@ -16,7 +16,7 @@ namespace {
 
 constexpr unsigned kRecordedEventTimeoutMs = 20000;
 
-/** An answer with more bytes in it than there should be. */
+// Returns an answer with more bytes behind those of its byte array.
 Variant WithMoreBytes(const Variant& values, const Bytes& more)
 {
     if (more.empty()) {

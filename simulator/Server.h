@@ -12,8 +12,8 @@
 
 namespace kiv::simulator {
 
-/** The server object: answers from the home or a recording, unless a fault prevents it, and records what it was called.
- */
+// The server object. It records calls, and answers them from the home or from a recording, unless a fault prevents
+// that.
 class Server {
 public:
     Server(GDBusConnection* connection, World& world, ClientLink link, Trace trace);
@@ -21,7 +21,7 @@ public:
 private:
     BusObject::Handlers Handlers();
     void Serve(const Call& call, const Method& method);
-    /** A call that was not recorded, or not so often, gets an error, which goes to stderr as well. */
+    // Returns an error for a call that was not recorded, or not so often, and prints that to stderr.
     RecordedAnswer Recorded(const Call& call) const;
     void Answer(const Call& call, const Method& method, const Fault& fault) const;
     void PushRecorded(const std::vector<RecordedEvent>& events) const;
@@ -30,7 +30,7 @@ private:
     ClientLink link_;
     Trace trace_;
     BusObject object_;
-    /** Of what waits on the main loop for its time. */
+    // Expires when this object ends, for actions that wait on the main loop.
     std::shared_ptr<void> life_ = std::make_shared<int>();
 };
 

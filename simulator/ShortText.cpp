@@ -11,7 +11,7 @@ namespace kiv::simulator {
 namespace {
 
 constexpr std::size_t kBytesShown = 32;
-/** So many of them stand before the byte of interest. */
+// This number of them is shown before the byte of interest.
 constexpr std::size_t kBytesBefore = 8;
 constexpr glong kCharactersShown = 120;
 
@@ -64,7 +64,7 @@ std::string Beginning(const std::string& text, std::size_t most)
     if (text.size() <= most) {
         return text;
     }
-    // A character of UTF-8 is not cut: its further bytes begin with the bits 10.
+    // The text is not cut within a character of UTF-8, whose further bytes begin with the bits 10.
     while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xC0U) == 0x80U) {
         --most;
     }

@@ -18,14 +18,14 @@ namespace {
 constexpr char kBusName[] = "org.freedesktop.DBus";
 constexpr char kBusPath[] = "/org/freedesktop/DBus";
 
-/** How long the last event waits for clients that do not answer. */
+// The longest time for which the simulator waits for answers to its last event.
 constexpr std::chrono::seconds kLongestLeave{5};
 
 constexpr unsigned kQueue = 0;
 
 ObjectRef<GDBusConnection> Connect()
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     const std::unique_ptr<char, decltype(&g_free)> address(
         g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error), g_free);
     GDBusConnection* connection = nullptr;
@@ -79,7 +79,7 @@ Simulator::~Simulator()
     }
     g_dbus_connection_signal_unsubscribe(connection_.get(), nameWatch_);
     g_signal_handlers_disconnect_by_data(connection_.get(), this);
-    // Calls that are not answered yet hold on to the connection.
+    // The connection is closed here, because calls that are not answered yet refer to it.
     g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
 }
 
@@ -96,11 +96,12 @@ void Simulator::FollowTimetable()
 
 void Simulator::HandOverTo(Simulator& next)
 {
-    // Whoever the bus starts for the server finds a control.
+    // The next one queues for the control's name before it is released, so that a simulator that the bus starts always
+    // finds an owner of it.
     next.RequestName(kControlName, kQueue);
     ReleaseName(kControlName);
     ReleaseName(kServerName);
-    // What had arrived before is still served, or callers of the control would see the crash.
+    // Calls that have arrived before are still served. Otherwise callers of the control would notice the crash.
     while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
     }
     next.FollowTimetable();
@@ -182,7 +183,7 @@ void Simulator::Make(const Change& change, const ClientLink::OnPushed& onMade)
     const auto finish = While(life_, [this, change, onMade](const PushResult& result) {
         Finish(change, [onMade, result] { onMade(result); });
     });
-    // The last who has been told drops it.
+    // The callback of the last client drops the shared result, which calls finish().
     const std::shared_ptr<PushResult> all(new PushResult, [finish](const PushResult* result) {
         finish(*result);
         delete result;
@@ -193,7 +194,7 @@ void Simulator::Make(const Change& change, const ClientLink::OnPushed& onMade)
             all->firstMessage = result.firstMessage;
         }
     };
-    // The event cannot say that the support has ended: whatever its data, the library calls back with 1.
+    // The event is pushed only when the support begins, because the library calls back with 1 whatever the data are.
     if (hasGainedAtmos) {
         Announce(link_, world_.clients, EventPayload(kAtmosEvent, EventData(1)), told);
     }
@@ -225,7 +226,7 @@ void Simulator::Finish(const Change& change, const OnDone& onMade)
 
 unsigned Simulator::RequestName(const char* name, unsigned flags)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     GVariant* reply = g_dbus_connection_call_sync(
         connection_.get(), kBusName, kBusPath, kBusName, "RequestName", g_variant_new("(su)", name, flags),
         G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
@@ -300,21 +301,21 @@ bool AwaitServerOfOther()
 {
     const auto connection = Connect();
     if (HasOwner(connection.get(), kServerName)) {
-        // The bus would not have started this one if it had not been away.
+        // The server runs. If the bus started this process, the server was away until a moment ago.
         const char* const starter = std::getenv("DBUS_STARTER_BUS_TYPE");
         return starter != nullptr && std::string_view(starter) == "system";
     }
-    // Asked first, so that a trace of the bus does not begin with a call that fails.
+    // The owner is asked for first, so that a trace of the bus does not begin with a call that fails.
     if (!HasOwner(connection.get(), kControlName)) {
         return false;
     }
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     GVariant* reply = g_dbus_connection_call_sync(
         connection.get(), kControlName, kControlPath, kControlInterface, "AwaitServer", nullptr, nullptr,
         G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &error);
     if (reply == nullptr) {
-        // It has crashed again, or died.
-        return g_error_matches(error.Get(), G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE && AwaitServerOfOther();
+        // Without a reply, that simulator has crashed again, or has ended.
+        return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE && AwaitServerOfOther();
     }
     Own(reply);
     return true;

@@ -17,32 +17,28 @@
 
 namespace kiv::simulator {
 
-/**
- * The stand-in for the network-speaker server, on the system bus. It ends with a crash of the server, after which the
- * next one carries on in the same world.
- */
+// The stand-in for the network-speaker server on the system bus. An object serves until the server crashes, and the
+// next object goes on in the same world.
 class Simulator {
 public:
     using Outage = std::chrono::milliseconds;
 
-    /** Throws std::runtime_error, with the reason, if there is no bus. */
+    // Connects to the system bus. Throws std::runtime_error, with the reason, if there is no bus.
     Simulator(World& world, Trace trace);
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
-    /** Leaves the bus. */
+    // Leaves the bus.
     ~Simulator();
 
-    /** Throws std::runtime_error, with the reason, if the name of the control is not to be had. */
+    // Takes the name of the control. Throws std::runtime_error, with the reason, if it cannot be owned.
     void OwnControl();
-    /** After a crash: gives up the names, of which the next gets the control's. */
+    // Gives up the names after a crash. The next object gets the control's name.
     void HandOverTo(Simulator& next);
-    /** The server is on the bus when the outage has passed. */
+    // Makes the server appear on the bus when the outage has passed.
     void Open(Outage outage, std::function<void()> onOpen);
 
-    /**
-     * Serves until told to leave, or until the bus is gone. Returns how long the server is to be away if it was told to
-     * crash. Throws std::runtime_error, with the reason, if the name of the server is not to be had.
-     */
+    // Serves until it is told to leave, or until the bus is gone. If it is told to crash, returns how long the server
+    // is to be away. Throws std::runtime_error, with the reason, if the name of the server cannot be owned.
     std::optional<Outage> Run();
 
 private:
@@ -77,7 +73,7 @@ private:
     unsigned nameWatch_;
     bool isOpen_ = false;
     std::vector<OnDone> awaitingServer_;
-    /** Of an outage; another outage takes its place. */
+    // The life of the current outage. Another outage replaces it.
     std::shared_ptr<void> opening_;
     OnDone onOpen_ = [] {};
     std::optional<Outage> crash_;
@@ -85,14 +81,12 @@ private:
     std::exception_ptr failure_;
     bool leaving_ = false;
     bool left_ = false;
-    /** Of what waits on the main loop for its time. */
+    // Expires when this object ends, for actions that wait on the main loop.
     std::shared_ptr<void> life_ = std::make_shared<int>();
 };
 
-/**
- * Whether a simulator was on the bus whose server was away. Returns then when that is back: the bus starts another
- * simulator for whoever calls the server meanwhile.
- */
+// Returns true if another simulator is on the bus and its server was away, and waits until that server is back. While
+// it is away, the bus starts a further simulator for a client that calls it.
 bool AwaitServerOfOther();
 
 } // namespace kiv::simulator

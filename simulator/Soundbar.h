@@ -22,18 +22,19 @@ struct Soundbar {
 
 void to_json(nlohmann::json& json, const Soundbar& soundbar);
 
-/** The home's soundbars and their sound modes. Clients name one by its MAC address, or mean the first. */
+// The home's soundbars and their sound modes. A client names a soundbar by its MAC address; some methods take the first
+// one.
 class Soundbars {
 public:
     static constexpr std::size_t kMostSoundModeData = 20;
 
     Soundbars();
 
-    /** Takes these for the soundbars that there are. */
+    // Replaces all soundbars.
     void Replace(std::vector<Soundbar> soundbars) { soundbars_ = std::move(soundbars); }
 
     int SetSoundMode(const Bytes& setting);
-    /** Nothing in a home without a soundbar. */
+    // SoundMode() and DeviceInfo() return no bytes in a home without a soundbar.
     Bytes SoundMode() const;
     Bytes DeviceInfo() const;
 

@@ -10,7 +10,7 @@
 
 namespace kiv::simulator {
 
-/** How the TV reaches a speaker. The values are those of the connection-type answers. */
+// How the TV reaches a speaker. The values are those of the connection-type answers.
 enum class Connection { kNone = 0, kNetwork = 1, kDirect = 2, kMixed = 3 };
 
 struct SpeakerTest {
@@ -19,7 +19,7 @@ struct SpeakerTest {
     int extra;
 };
 
-/** What stands on the speaker's label. */
+// The five characters on a speaker's label.
 using SpeakerId = std::array<std::uint8_t, 5>;
 
 struct Speaker {
@@ -37,9 +37,9 @@ struct Speaker {
     std::optional<SpeakerTest> test = std::nullopt;
 
     bool IsConnected() const { return connection != Connection::kNone; }
-    /** "KIV" and the last byte of the MAC address in hex. */
+    // Returns "KIV" and the last byte of the MAC address in hexadecimal.
     SpeakerId Id() const;
-    /** One that is plugged in is on the home's network. One that is unplugged neither plays nor tests. */
+    // Connects the speaker to the home's network, or disconnects it. A disconnected speaker does not play.
     void Plug(bool plugged);
 };
 

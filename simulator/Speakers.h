@@ -13,31 +13,31 @@
 
 namespace kiv::simulator {
 
-/** Speakers by their groups. */
+// The speakers of a home, and the names of their groups.
 struct SpeakerSet {
-    /** Group 1 is the first. */
+    // The first name is that of group 1.
     std::vector<std::string> groupNames;
-    /** Node 1 is the first. */
+    // The first speaker is node 1.
     std::vector<Speaker> speakers;
 };
 
-/** The speakers that the TV can see. One that is not connected can be connected or started, and that is all. */
+// The speakers that the TV sees. A speaker that is not connected can be connected or started; other methods refuse it.
 class Speakers {
 public:
     Speakers();
 
-    /** Takes these for the speakers that there are. */
+    // Replaces all speakers.
     void Replace(SpeakerSet set) { set_ = std::move(set); }
 
-    /** Connected or not. Null if there is no such speaker. */
+    // Finds a speaker, connected or not. Returns null if there is none.
     Speaker* Find(int node);
     Speaker* Find(const Mac& mac);
     Speaker* Find(const SpeakerId& id);
     std::vector<Speaker*> OfGroup(int group);
     std::vector<Speaker*> Connected();
-    /** Null unless there is such a speaker and it is connected. */
+    // Returns null unless there is such a speaker and it is connected.
     Speaker* Connected(const Mac& mac);
-    /** Those that are connected, each once. */
+    // Returns the speakers of these that are connected, each once.
     std::vector<Speaker*> Connected(const std::vector<SpeakerConfig>& configs);
 
     int ConnectNew(const Bytes& macList) { return Connect(macList, Connection::kNetwork); }
@@ -47,7 +47,7 @@ public:
     int ConnectionType(const Bytes& configs);
     int ConnectionTypeOfNode(int node);
 
-    /** Makes these the speakers that play. */
+    // Makes exactly these speakers play.
     void Play(const std::vector<Speaker*>& chosen);
     int Playing() const;
 
@@ -61,13 +61,13 @@ public:
     int ListCount() const;
     Bytes Nodes() const;
 
-    /** The connected ones as "speakers", the others as "discovered". */
+    // Returns the connected speakers as "speakers", and the others as "discovered".
     nlohmann::json ToJson() const;
 
 private:
     Speaker* FindIf(const std::function<bool(const Speaker&)>& matches);
     int Connect(const Bytes& macList, Connection connection);
-    /** Those of the connected speakers that belong together, the empty groups left out. */
+    // Returns the groups that have connected speakers, with these speakers.
     std::vector<SpeakerGroup> Groups() const;
     std::string CommonName(const std::vector<Speaker>& speakers) const;
 

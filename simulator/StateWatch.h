@@ -8,10 +8,8 @@
 
 namespace kiv::simulator {
 
-/**
- * Answers those who wait for the state to change. While somebody waits, it looks at the state before each rest of the
- * main loop, so that no place that changes something has to tell. While nobody waits, it costs nothing.
- */
+// Answers calls that wait for the state to change. While a call waits, the state is compared each time before the main
+// loop sleeps, so that code that changes the state need not report it. While no call waits, the watch costs nothing.
 class StateWatch {
 public:
     using Answer = std::function<void(const std::string& state)>;
@@ -21,7 +19,7 @@ public:
     StateWatch& operator=(const StateWatch&) = delete;
     ~StateWatch();
 
-    /** Answers with the state as soon as it is not the known one. */
+    // Answers with the state as soon as it differs from the known one.
     void Await(std::string known, Answer answer) { waiters_.push_back({std::move(known), std::move(answer)}); }
 
 private:

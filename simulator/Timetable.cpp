@@ -31,7 +31,7 @@ void Timetable::MakeNext()
         due_->emplace(next.key() + *appointment.every, appointment);
     }
     AwaitNext();
-    // The change may replace the timetable.
+    // This is the last statement, because the change may replace the timetable.
     make_(appointment.change);
 }
 

@@ -11,18 +11,18 @@
 
 namespace kiv::simulator {
 
-/** Has changes made when their time has come. */
+// Makes changes when their time has come.
 class Timetable {
 public:
     using Make = std::function<void(const Change&)>;
 
     void MakeChangesBy(Make make) { make_ = std::move(make); }
-    /** The times count from now. */
+    // Replaces all appointments. Their times count from now.
     void Replace(const std::vector<Appointment>& appointments);
 
 private:
     using Clock = std::chrono::steady_clock;
-    /** By the time at which each is due; of the same time, the earlier in the list comes first. */
+    // Ordered by due time. Appointments of the same time keep the order of the list.
     using Due = std::multimap<Clock::time_point, Appointment>;
 
     void AwaitNext();

@@ -7,7 +7,7 @@
 
 namespace kiv::simulator {
 
-/** What the simulator does, line by line on stderr, if wanted. */
+// Prints what the simulator does to stderr, line by line, if that is wanted.
 class Trace {
 public:
     explicit Trace(bool wanted) : wanted_(wanted) {}

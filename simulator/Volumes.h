@@ -7,7 +7,7 @@
 
 namespace kiv::simulator {
 
-/** Reads and changes the volumes of connected speakers, and reports those that were read or changed. */
+// Reads and changes the volumes of connected speakers, and collects the volumes to report.
 class Volumes {
 public:
     explicit Volumes(Speakers& speakers) : speakers_(speakers) {}
@@ -24,7 +24,7 @@ public:
     int ResetList(const Bytes& configs);
     int ResetAll();
 
-    /** The data of the event that is due, empty if none is. */
+    // Returns the data of the event that is due, or nothing if no event is due.
     Bytes TakeReport();
 
 private:

@@ -12,7 +12,7 @@ namespace kiv::simulator {
 
 namespace {
 
-/** So many numbers with the separator between them. */
+// Reads as many numbers as the array has, with the separator between them.
 template <typename Array>
 std::optional<Array> ParseBytes(std::string_view text, char separator, int base, std::ptrdiff_t mostDigits)
 {

@@ -15,12 +15,13 @@ using Ip = std::array<std::uint8_t, 4>;
 
 std::string Text(const Mac& mac);
 std::string Text(const Ip& ip);
-/** What people write: "02:4b:49:56:00:01", "192.168.0.21", "01 ff" with or without blanks. Nothing for all else. */
+// These read what people write: "02:4b:49:56:00:01", "192.168.0.21", "01 ff" with or without blanks. They return
+// nothing for another text.
 std::optional<Mac> ParseMac(std::string_view text);
 std::optional<Ip> ParseIp(std::string_view text);
 std::optional<Bytes> ParseHex(std::string_view text);
 
-/** Takes fields off the front of bytes. Throws std::out_of_range for a field that is not there. */
+// Takes fields off the front of bytes. Throws std::out_of_range if a field is missing.
 class Reader {
 public:
     explicit Reader(const Bytes& bytes) : bytes_(bytes) {}
@@ -44,13 +45,13 @@ private:
     std::size_t at_ = 0;
 };
 
-/** Puts packed, little-endian fields one behind the other. */
+// Writes packed, little-endian fields, one behind the other.
 class Writer {
 public:
     Writer& Int32(std::int32_t value);
-    /** As many whole characters as fit before the NUL that ends the field. */
+    // Writes as many whole characters as fit before the NUL that ends the field.
     Writer& Text(std::string_view text, std::size_t width);
-    /** Fills up with zeros, or cuts. */
+    // Fills up with zeros to this size, or cuts.
     Writer& ToSize(std::size_t size);
 
     template <typename Range>

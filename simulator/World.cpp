@@ -8,14 +8,14 @@ namespace kiv::simulator {
 
 namespace {
 
-/** Far fewer than would fit into one message. */
+// All of these calls fit in one message of the bus.
 constexpr std::size_t kMostRecorded = 100000;
 
 } // namespace
 
 World::World(const Scenario& scenario) : faults(Interface(kServerXml)), calls(kMostRecorded)
 {
-    // Whoever started the programs has written it.
+    // The program that starts the simulator has written the feature file.
     Change change = scenario.now;
     change.feature.reset();
     Apply(change);

@@ -13,14 +13,12 @@
 
 namespace kiv::simulator {
 
-/** What outlasts a crash of the server. */
+// The state that outlasts a crash of the server.
 struct World {
     explicit World(const Scenario& scenario = {});
 
-    /**
-     * Does what needs no bus. Returns whether the receiver supports Atmos now and did not before. Throws BusError if
-     * the feature cannot be written.
-     */
+    // Makes the parts of a change that need no bus. Returns whether the receiver supports Atmos now and did not before.
+    // Throws BusError if the feature cannot be written.
     bool Apply(const Change& change);
 
     Home home;
@@ -29,7 +27,7 @@ struct World {
     CallRecord calls;
     Timetable timetable;
     std::optional<Replay> replay;
-    /** Where the TV's programs read which features it has; empty if it is not to be written. */
+    // The file from which the TV's programs read its features, or empty if it is not to be written.
     std::string featureFile;
 };
 

@@ -6,7 +6,7 @@
 
 namespace kiv {
 
-/// The text with control characters replaced, for a terminal.
+// Returns the text with control characters replaced, for a terminal.
 inline std::string Harmless(std::string text)
 {
     std::ranges::replace_if(

@@ -8,10 +8,10 @@
 
 namespace kiv {
 
-/// Counts the letters that must be put in, left out or replaced to make one word of the other.
+// Counts the letters that must be put in, left out or replaced to make one word of the other.
 inline std::size_t Distance(const std::string& from, const std::string& to)
 {
-    // The distances from the letters of "from" that have been read to each beginning of "to".
+    // Element i is the distance between the letters of "from" read so far and the first i letters of "to".
     std::vector<std::size_t> distances(to.size() + 1);
     std::iota(distances.begin(), distances.end(), std::size_t{0});
     for (const char letter : from) {
@@ -25,7 +25,7 @@ inline std::size_t Distance(const std::string& from, const std::string& to)
     return distances.back();
 }
 
-/// The word that a mistyped one may stand for; empty if none is like it.
+// Returns the word that a mistyped one may stand for, or an empty text if no word is similar.
 inline std::string Nearest(const std::string& given, const std::vector<std::string>& words)
 {
     const auto distance = [&given](const std::string& word) { return Distance(given, word); };
@@ -34,7 +34,7 @@ inline std::string Nearest(const std::string& given, const std::vector<std::stri
     return isLike ? *nearest : std::string();
 }
 
-/// The end of a message about a mistyped word: "; did you mean surround-set?". Empty if no word is like it.
+// Returns the end of a message about a mistyped word: "; did you mean surround-set?". Empty if no word is similar.
 inline std::string DidYouMean(const std::string& given, const std::vector<std::string>& words)
 {
     const std::string nearest = Nearest(given, words);

@@ -6,15 +6,15 @@
 
 namespace kiv::bench {
 
-// Receives the server's events, and passes each on to all subscribers.
+// Receives the server's events, and passes each to all subscribers.
 struct EventPeer {
     using Subscriber = void (*)(int id, void* data, int length);
 
     virtual ~EventPeer() = default;
 
-    // By which the server finds it. Its bus name has an owner, or will soon have.
+    // Returns the id by which the server finds the client. Its bus name has an owner, or will soon have one.
     virtual std::string Id() const = 0;
-    // That many subscribers instead of those that there were, which are all the same function.
+    // Replaces the subscribers by this number of new ones, which are all the same function.
     virtual void Subscribe(unsigned count, Subscriber subscriber) = 0;
 };
 
@@ -22,7 +22,7 @@ std::unique_ptr<EventPeer> MakeLibraryEvents(const std::string& file);
 std::unique_ptr<EventPeer> MakeGioEvents();
 std::unique_ptr<EventPeer> MakeSdBusEvents();
 
-// What the peers that are not the library do with an event: take it apart, copy its data, tell subscribers.
+// Handles an event for the peers other than the library: decodes it, copies its data and calls the subscribers.
 void TellSubscribers(const std::vector<EventPeer::Subscriber>& subscribers, const void* payload, std::size_t size);
 
 } // namespace kiv::bench

@@ -20,7 +20,7 @@ constexpr const char* kXml = R"(
   </interface>
 </node>)";
 
-// An object on a thread of its own, on the connection that the process shares.
+// Serves an object on a thread of its own, over the connection that the process shares.
 class GioEvents : public EventPeer {
 public:
     GioEvents()
@@ -92,7 +92,7 @@ private:
         g_variant_unref(array);
     }
 
-    std::vector<Subscriber> subscribers_; // changed only while no events come
+    std::vector<Subscriber> subscribers_; // changed only while no events arrive
     GMainContext* context_ = g_main_context_new();
     GMainLoop* loop_ = g_main_loop_new(context_, FALSE);
     std::thread thread_;

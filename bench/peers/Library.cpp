@@ -1,7 +1,7 @@
 #include "peers/Library.h"
 
-#include "KivServiceInterface.h"
 #include "peers/Peer.h"
+#include <KivServiceInterface.h>
 
 #include <dlfcn.h>
 
@@ -65,7 +65,7 @@ public:
         }
         if (method == "GetNetSpkNodeList") {
             std::vector<CNetSpkNodeInfo> list;
-            list_(list); // which fails if there are none
+            list_(list); // fails if there are no records
             return static_cast<long>(sizeof(CNetSpkNodeInfo) * list.size());
         }
         throw std::logic_error(request.method);

@@ -4,7 +4,7 @@
 
 namespace kiv::bench {
 
-// The library, from a file, so that two builds of it can be compared in one process. It stays loaded.
+// Loads the library from a file, so that one process can compare two builds of it. The library stays loaded.
 class LoadedLibrary {
 public:
     explicit LoadedLibrary(const std::string& file);

@@ -1,6 +1,6 @@
-#include "KivServiceInterface.h"
 #include "peers/EventPeer.h"
 #include "peers/Library.h"
+#include <KivServiceInterface.h>
 
 #include <stdexcept>
 

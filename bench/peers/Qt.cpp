@@ -12,7 +12,7 @@ namespace kiv::bench {
 
 namespace {
 
-// Qt wants one, and that it is not ended before its connections.
+// Makes the application object that Qt needs. It is never destroyed, because it must outlive Qt's connections.
 void MakeApplication()
 {
     static int count = 1;

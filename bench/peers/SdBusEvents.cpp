@@ -39,7 +39,7 @@ const sd_bus_vtable kObject[] = {
     SD_BUS_VTABLE_START(0), SD_BUS_METHOD(kEventMethod, "ay", nullptr, OnEvent, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 
-// An object on a connection and a thread of its own.
+// Serves an object on a connection and a thread of its own.
 class SdBusEvents : public EventPeer {
 public:
     SdBusEvents()
@@ -77,7 +77,7 @@ private:
         }
     }
 
-    std::vector<Subscriber> subscribers_; // changed only while no events come
+    std::vector<Subscriber> subscribers_; // changed only while no events arrive
     sd_bus* bus_ = nullptr;
     int end_ = eventfd(0, EFD_CLOEXEC);
     std::thread thread_;

@@ -98,7 +98,7 @@ private:
         return Decode(output, reply);
     }
 
-    // Without an event loop, which calls that wait do not need.
+    // The connection has no event loop, because blocking calls do not need one.
     std::unique_ptr<sdbus::IConnection> bus_ = sdbus::createSystemBusConnection();
     std::unique_ptr<sdbus::IProxy> busObject_ = sdbus::createProxy(*bus_, kBusName, kBusPath);
     std::unique_ptr<sdbus::IProxy> server_ = sdbus::createProxy(*bus_, kServerName, kServerPath);

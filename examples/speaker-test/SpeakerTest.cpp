@@ -20,7 +20,7 @@ int Start()
     return StartNetworkSpeaker(NETSPKSETTING_SURROUND, speakers, 0);
 }
 
-// Runs "kiv-sandbox control" with these arguments, as a shell reads them. Returns what it prints.
+// Runs "kiv-sandbox control" with these arguments, quoted for a shell. Returns the program's output.
 std::string Control(const std::string& arguments)
 {
     std::string output;
@@ -52,9 +52,9 @@ TEST(SpeakerTest, TheServerIsToldTheVolume)
     EXPECT_NE(calls.find(" SetNetSpkVolume(0x02, 0x4b, 0x49, 0x56, 0x00, 0x01, 0, 33)\n"), std::string::npos) << calls;
 }
 
-// The event by which the simulated server reports volumes. Its data begin with the speaker's MAC address.
+// The simulated server reports volumes by this event. Its data begin with the speaker's MAC address.
 constexpr int kVolumeEvent = 0x02020040;
-// Outlives the test, because a callback may still run after its subscription has ended.
+// This is global, because a callback may still run after its subscription, and the test, have ended.
 std::counting_semaphore<> g_told{0};
 
 TEST(SpeakerTest, ANewVolumeIsTold)
@@ -65,7 +65,7 @@ TEST(SpeakerTest, ANewVolumeIsTold)
         }
     };
     ASSERT_EQ(SubscribeNamServiceCallback("test", onEvent), 1);
-    // Events can arrive a moment after the first call.
+    // The test asks several times, because an event that the server sends before the library is ready is lost.
     bool told = false;
     for (int attempt = 0; !told && attempt < 100; ++attempt) {
         SetNetSpkVolume(kLeft.mac, 0, 33);

@@ -1,10 +1,10 @@
-"""Control of wireless network speakers, for tests: the functions of libkiv-interface-api by their own names.
+"""Controls wireless network speakers, for tests. The functions of libkiv-interface-api have their own names here.
 
-What a function does, returns and how long it can block is what its help() says, which is the text of the C++ header.
-Arguments are what one expects: a list of records for a vector, bytes for what a function reads, a bytearray of
-sufficient length for what it fills, a function for a callback. A vector's new content is in the list afterwards.
+help() of a function shows the text of the C++ header: what it does, what it returns and how long it can block. Pass a list of
+records for a vector, bytes for data that the function reads, a bytearray of sufficient length for a buffer that it fills, and
+a function for a callback. After the call, the list has the vector's new content.
 
-Other threads run on during a call. Callbacks run on the library's monitor thread.
+Other threads go on during a call. Callbacks run on the library's monitor thread.
 """
 
 import atexit
@@ -43,7 +43,7 @@ def _function(name, result, parameters, documentation):
     function.restype = SCALARS[result]
     if parameters is None:
 
-        # These read no argument, and call nobody.
+        # These functions of the library read no argument and do not use the bus.
         def call(*_):
             return function()
 
@@ -81,5 +81,5 @@ for _name, _declaration in declared.FUNCTIONS.items():
     _export(_name, _function(_name, *_declaration))
 
 
-# A callback must not find an interpreter that is going away.
+# Ends the monitor thread, because a callback must not run in an interpreter that is being finalized.
 atexit.register(DestroyMessageMonitor)

@@ -1,6 +1,7 @@
-"""Makes of Python values what the library's functions take, and refuses what would make them read or write beyond it.
+"""Converts Python values to arguments of the library's functions.
 
-A converter is called with a value and a Call, and returns what is passed.
+Refuses values with which a function would read or write beyond a buffer. A converter is called with a value and a Call,
+and returns the argument to pass.
 """
 
 import ctypes
@@ -12,8 +13,8 @@ from ._types import RECORDS, SCALARS, declared, integer, library, readable, show
 
 _MAC_LENGTH = declared.CONSTANTS["NETSPK_MAC_LEN"]
 
-# Bytes of the buffers whose lengths are fixed, by the names of the parameters. A buffer that is in none of these tables
-# keeps the module from being imported.
+# The sizes in bytes of buffers of fixed length, by the names of the parameters. If the header has a buffer that is in
+# none of these tables, importing the module fails.
 _READ = {"pMac": _MAC_LENGTH, "soundbarMAC": _MAC_LENGTH}
 _FILLED = {
     "pDisplayName": declared.CONSTANTS["NETSPK_LIST_NAME_LEN"],
@@ -22,7 +23,7 @@ _FILLED = {
     "soundmodeData": declared.CONSTANTS["KIV_SOUND_MODE_LEN"],
 }
 
-# The other buffers: the parameter that counts their elements, and the bytes of an element.
+# The other buffers: the parameter that counts their elements, and the size of an element in bytes.
 _COUNTED = {
     "pParam": ("nParamLen", 1),
     "pData": ("nDataLen", 1),
@@ -30,21 +31,21 @@ _COUNTED = {
     "connectNewSpeakersMacAddrLists": ("nNewSpeakersCount", _MAC_LENGTH),
 }
 
-# Null makes these functions throw, which would end the process.
+# These functions throw an exception if the parameter is null, which would end the process.
 _NEVER_NULL = {("UnsubscribeNamServiceCallback", "name")}
 
-# The most bytes that D-Bus carries in an array.
+# D-Bus carries at most this number of bytes in an array.
 _LONGEST_ARRAY = 1 << 26
 
 
 class Call(ExitStack):
-    """One call of a function. Callbacks of the stack run in any case, also if an argument is refused."""
+    """One call of a function. The callbacks of the stack always run, also if an argument is refused."""
 
     def __init__(self, arguments):
         super().__init__()
         self.arguments = arguments
-        self.before = []  # run when each argument has been converted
-        self.after = []  # get the function's result
+        self.before = []  # functions that run when all arguments have been converted
+        self.after = []  # functions that get the result of the call
 
 
 def _scalar(name, type_):
@@ -120,7 +121,7 @@ def _bytes_to_fill(name):
 
 
 def _array(name, record):
-    """The function tells nobody how many records it will write: it gets room for all that there can be."""
+    """The function does not say how many records it will write, so it gets room for as many as D-Bus can carry."""
 
     def convert(value, call):
         if not (isinstance(value, ctypes.Array) and value._type_ is record):
@@ -179,8 +180,8 @@ def _event_callback(function):
     return ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_void_p, ctypes.c_int)(call)
 
 
-# The library may call a callback at any time from now on, and tells callbacks apart by their addresses: each function has
-# one, for the life of the process.
+# The library tells callbacks apart by their addresses, and may call one at any time. So each Python function has one C
+# callback, for the life of the process.
 _CALLBACKS = {
     "NamEventCallback": functools.cache(_event_callback),
     "AtmosSupportCallback": functools.cache(ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_void_p)),
@@ -199,7 +200,7 @@ def _callback(name, made):
 
 
 def converter(function, name, type_):
-    """The converter for a parameter of a function."""
+    """Returns the converter for a parameter of a function."""
     element = type_.partition("std::vector<")[2].partition(">")[0]
     if element:
         return _vector(name, RECORDS[element], may_be_null=type_.endswith("*"))

@@ -1,4 +1,4 @@
-"""Functions of the module besides those of the library."""
+"""Defines the functions of the module that are not functions of the library."""
 
 from __future__ import annotations
 
@@ -12,14 +12,14 @@ from ._types import library, shown
 
 
 def mac(text: str) -> bytes:
-    """The bytes of "02:4b:49:56:00:01"."""
+    """Returns the six bytes of a MAC address such as "02:4b:49:56:00:01"."""
     if not re.fullmatch("[0-9a-fA-F]{2}(:[0-9a-fA-F]{2}){5}", text):
         raise ValueError(f"must be a MAC address such as 02:4b:49:56:00:01, got {text!r}")
     return bytes.fromhex(text.replace(":", ""))
 
 
 def ip(text: str) -> int:
-    """The int for "192.168.0.21", as functions take it: the first octet in the lowest byte."""
+    """Returns an IPv4 address such as "192.168.0.21" as the int that functions take: the first octet in the lowest byte."""
     try:
         octets = ipaddress.IPv4Address(str(text)).packed
     except ValueError:
@@ -34,14 +34,17 @@ _LONGEST_WAIT = (2**31 - 1) / 1000
 
 
 def AwaitEvents(timeout: float = 10) -> bool:
-    """Waits until events can arrive, which is a moment after the first call that the server answers.
+    """Waits until events can arrive. That is a moment after the first call that the server answers.
 
-    What the server sends before that is lost.
+    An event that the server sends before that moment is lost.
 
     Returns False at once if events cannot arrive: no call was made in this sandbox, the last call did not reach the server,
-    its client id is not valid in a D-Bus name, the bus is gone, or DestroyMessageMonitor() was called. Returns False after
-    the timeout, in seconds, if the process does not own its client's name by then: the bus may forbid it, or another
-    process may own it. "kivctl doctor" tells why. A line on stderr says which of these it was.
+    the server's client id is not valid in a D-Bus name, the bus is gone, or DestroyMessageMonitor() was called.
+
+    Returns False after the timeout, in seconds, if the process does not own its client's name by then. The bus may forbid
+    the name, or another process may own it: "kivctl doctor" says why.
+
+    A line on stderr names the reason.
     """
     allowed = f"seconds from 0 to {_LONGEST_WAIT:.0f}"
     try:
@@ -59,8 +62,9 @@ def AwaitEvents(timeout: float = 10) -> bool:
 
 
 def DestroyMessageMonitor() -> int:
-    """CNSGdbus::m_DestroyMessageMonitor() of the library's one object.
+    """Calls CNSGdbus::m_DestroyMessageMonitor() of the library's own object.
 
-    Ends the monitor thread: no callback runs after that, for the life of the process. Done at exit in any case.
+    This ends the monitor thread: no callback runs after that for the life of the process. The module does this at exit in
+    any case.
     """
     return int(library.DestroyMessageMonitor())

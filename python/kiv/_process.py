@@ -1,4 +1,4 @@
-"""State that the library keeps for the life of a process, and the bus that a process may call."""
+"""Resets the state that the library keeps for the life of a process, and guards the system bus in tests."""
 
 from __future__ import annotations
 
@@ -17,25 +17,28 @@ library.IsConnected.argtypes = []
 
 
 def forget_feature() -> None:
-    """Has the next call read the device feature anew."""
-    # Cleared last: a call on another thread that finds it cleared reads the feature, and sets both.
+    """Makes the next call read the device feature again."""
+    # The flag is cleared last. A call on another thread that finds it cleared reads the feature, and sets both.
     _feature_is_off.value = False
     _feature_is_known.value = False
 
 
 def forget_bus() -> None:
-    """Has AwaitEvents() know that no call has reached a server since."""
+    """Makes AwaitEvents() fail until the next call reaches a server."""
     library.GiveProxy()
 
 
 def is_connected() -> bool:
-    """Tells whether calls go on to the bus of the last one, wherever the environment points. No call may be under way."""
+    """Tells whether calls would go to the bus of the last call, whatever bus the environment names.
+
+    No other thread may be calling the library.
+    """
     return bool(library.IsConnected())
 
 
 def refuse_system_bus(function: str) -> None:
     """Raises RuntimeError in pytest if a call would reach the system bus of this machine."""
-    # The plugin is there in a process that runs pytest. Elsewhere the module is for real TVs, too.
+    # The plugin is loaded only in a process that runs pytest. Other processes may call the system bus of a real TV.
     plugin = sys.modules.get("pytest_kiv")
     if plugin is not None:
         plugin.refuse_system_bus(function)

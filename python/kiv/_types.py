@@ -1,4 +1,4 @@
-"""Declares for ctypes what the public header declares: the library, scalars and records."""
+"""Declares the library for ctypes, and the scalars and records of the public header."""
 
 import ctypes
 import inspect
@@ -8,7 +8,7 @@ from pathlib import Path
 
 from . import _declarations as declared
 
-# Loads libkiv-interface-api as well, which _kiv.so is linked with.
+# This loads libkiv-interface-api as well, because _kiv.so is linked with it.
 library = ctypes.CDLL(str(Path(__file__).with_name("_kiv.so")))
 
 SCALARS = {
@@ -35,7 +35,7 @@ shown = _repr.repr
 
 
 def integer(value, name, type_):
-    """The value as an int that the C type can hold. ctypes would drop the upper bits of one that it cannot hold."""
+    """Returns the value as an int that the C type can hold. ctypes would drop the upper bits of a larger one."""
     try:
         number = operator.index(value)
     except TypeError:
@@ -48,7 +48,7 @@ def integer(value, name, type_):
 
 
 def readable(value, name):
-    """The bytes of a bytes-like object."""
+    """Returns the bytes of a bytes-like object."""
     try:
         return bytes(memoryview(value))
     except TypeError:
@@ -56,7 +56,7 @@ def readable(value, name):
 
 
 def _field(name, type_, raw):
-    """A field of a record: an int, or bytes for an array. It refuses what it cannot hold."""
+    """Returns the property for a field of a record: an int, or bytes for an array. Refuses values that do not fit."""
     is_array = issubclass(type_, ctypes.Array)
     size = ctypes.sizeof(type_)
 
@@ -77,7 +77,7 @@ def _field(name, type_, raw):
 
 
 class Record(ctypes.Structure):
-    """A record as it travels: bytes(record). Two are equal if all their bytes are."""
+    """A record. bytes(record) are its bytes on the bus. Two records are equal if all their bytes are equal."""
 
     __slots__ = ()
     __hash__ = None  # type: ignore[assignment]
@@ -95,7 +95,7 @@ class Record(ctypes.Structure):
         return f"{type(self).__name__}({', '.join(f'{name}={_shown(value)}' for name, value in values)})"
 
 
-# As many bytes of a field as a line of output has room for.
+# repr() shows at most this number of bytes of a field.
 _SHOWN = 32
 
 

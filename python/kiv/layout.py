@@ -1,6 +1,6 @@
-"""Reads records whose content the server and the application agree upon, by a file that says what stands where.
+"""Reads records by a layout file, which says which bytes hold which field.
 
-kivctl reads the same files.
+The server and the application agree on the content of these records. kivctl reads the same files.
 """
 
 from __future__ import annotations
@@ -17,7 +17,7 @@ from ._types import RECORDS, Record, shown
 _LONGEST_FILE = 1 << 20
 _LONGEST_RECORD = 1 << 16
 
-# Layouts have these names for the records of the library's functions.
+# The names that layouts have for the records of the library's functions.
 _NAMES = {RECORDS["spk_info_s"]: "speaker", RECORDS["STNetSpkListInfo"]: "list", RECORDS["CNetSpkNodeInfo"]: "node"}
 
 Reader = Callable[[bytes], Any]
@@ -35,7 +35,7 @@ def _integer(signed: bool) -> Reader:
     return lambda data: int.from_bytes(data, "little", signed=signed)
 
 
-# The types of fields: those of any length, and those of a fixed one, which stands first.
+# The types of fields: those of any length, and those of a fixed one, with their length in bytes.
 _OF_ANY_LENGTH: dict[str, Reader] = {"text": _text, "bytes": bytes.hex}
 _OF_FIXED_LENGTH: dict[str, tuple[int, Reader]] = {"mac": (6, lambda data: data.hex(":")), "ipv4": (4, _dotted)}
 _INTEGERS = {f"{kind}{8 * length}": (length, _integer(kind == "i")) for kind in "ui" for length in (1, 2, 4)}
@@ -48,18 +48,18 @@ _ALL_KEYS = {*_KEYS, "length", "record", "count", "filled"}
 
 
 class LayoutError(ValueError):
-    """A layout cannot be used, or does not describe a record. The text says where and why."""
+    """Is raised if a layout cannot be used, or does not describe a record. The text says where, and what is wrong."""
 
 
 class DecodedEvent(NamedTuple):
-    """An event as a layout describes it; without a name and without records if it does not."""
+    """An event as a layout describes it. If the layout does not, the name is None and there are no records."""
 
     name: str | None
     records: list[dict[str, Any]]
 
 
 class _Node:
-    """A value of the file, which knows where it stands."""
+    """A value of the file, with its place there for error messages."""
 
     def __init__(self, file: str, place: str, value: Any) -> None:
         self._file = file
@@ -126,11 +126,11 @@ class _Described:
             self._fields[name] = field
 
     def parts(self) -> list[_Node]:
-        """The names of the records within this one."""
+        """Returns the nodes that name the records within this one."""
         return [field["record"] for field in self._fields.values() if field["type"].value == "records"]
 
     def resolve(self, records: dict[str, _Described]) -> None:
-        """Makes the record readable, which takes the sizes of the records within it."""
+        """Makes the readers of the fields. They need the sizes of the records within this one."""
         for name, field in self._fields.items():
             self._readers[name] = self._reader(field, records)
 
@@ -138,7 +138,7 @@ class _Described:
         return {name: read(data) for name, read in self._readers.items()}
 
     def read_all(self, data: bytes) -> list[dict[str, Any]]:
-        """As many records as there are, back to back."""
+        """Returns all whole records in the bytes, which lie back to back."""
         return [self.read(data[at : at + self.size]) for at in range(0, len(data) - self.size + 1, self.size)]
 
     def _reader(self, field: dict[str, _Node], records: dict[str, _Described]) -> Reader:
@@ -192,7 +192,7 @@ def _read(file: str) -> _Node:
 
 
 class Layout:
-    """A layout file; without a file's name, the one that the environment variable KIV_LAYOUT names."""
+    """A layout. Layout() without an argument reads the file that the environment variable KIV_LAYOUT names."""
 
     def __init__(self, file: str | os.PathLike[str] | None = None) -> None:
         self._file = os.fspath(file) if file else os.environ.get("KIV_LAYOUT", "")
@@ -205,18 +205,18 @@ class Layout:
         self._events = self._read_events(keys["events"]) if "events" in keys else {}
 
     def record(self, record: Record) -> dict[str, Any]:
-        """The fields of a record that a function of the library has filled."""
+        """Returns the fields of a record that a function of the library has filled."""
         if type(record) not in _NAMES:
             raise TypeError(f"record must be one of {', '.join(type_.__name__ for type_ in _NAMES)}, got {shown(record)}")
         return self.decode(_NAMES[type(record)], bytes(record))
 
     def event(self, event: int, data: bytes, length: int) -> DecodedEvent:
-        """An event, from the arguments of its callback."""
+        """Returns the name and the records of an event, from the arguments of its callback."""
         name, record = self._events.get(event & 0xFFFFFFFF, (None, None))
         return DecodedEvent(name, record.read_all(data[: max(length, 0)]) if record else [])
 
     def decode(self, name: str, data: bytes) -> dict[str, Any]:
-        """The fields of bytes that are the record of this name."""
+        """Returns the fields of a record, from its name in the layout file and its bytes."""
         if name not in self._records:
             raise LayoutError(f"{self._file}: /records: has no record {name!r}, but {', '.join(self._records) or 'none'}")
         record = self._records[name]

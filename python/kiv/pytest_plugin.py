@@ -1,3 +1,3 @@
-"""For a conftest.py that says pytest_plugins = ["kiv.pytest_plugin"], which no longer needs to."""
+"""Serves a conftest.py that says pytest_plugins = ["kiv.pytest_plugin"]. This is not needed any more."""
 
 pytest_plugins = ["pytest_kiv"]

@@ -1,4 +1,4 @@
-"""A private system bus with a simulated network-speaker server, for as long as a with statement."""
+"""Runs a private system bus with a simulated network-speaker server, for the time of a with statement."""
 
 from __future__ import annotations
 
@@ -15,18 +15,18 @@ from typing import IO, Any, ClassVar, NamedTuple, Union
 from ._process import forget_bus, forget_feature, is_connected
 from ._types import shown
 
-# A word of a command line.
+# A word of a command line, as callers may give it.
 Word = Union[str, int, "os.PathLike[str]"]
 
-# Says in which environment commands of the sandbox run, and lives until its stdin ends.
+# This command runs in the sandbox. It prints the environment there, and runs until its stdin ends.
 _TENANT = ["sh", "-c", r"env -0; printf '\0'; exec >/dev/null; while read -r _; do :; done"]
 
-# What a shell keeps in the environment for itself.
+# The variables that a shell sets for itself.
 _SHELL = {"_", "OLDPWD", "PWD", "SHLVL"}
 
 
 class ControlError(subprocess.CalledProcessError):
-    """A "kiv-sandbox control" that failed. Its text has what the program said on stderr, which is in .stderr, too."""
+    """Is raised when "kiv-sandbox control" fails. The text contains the program's stderr, which is also in .stderr."""
 
     def __str__(self) -> str:
         said = self.stderr.strip() or "kiv-sandbox control said nothing on stderr"
@@ -67,7 +67,7 @@ def _words(values: Sequence[Word]) -> list[str]:
 
 
 def option_words(taker: str, options: Sequence[Any], named: dict[str, Any]) -> list[str]:
-    """The options of a sandbox as words. Refuses, in the taker's name, what starts none."""
+    """Returns the options of a sandbox as words. Refuses, in the taker's name, words that are not such options."""
     allowed = f'{taker} takes options of kiv-sandbox, such as "--scenario", "no-speakers"'
     if named:
         raise TypeError(f"{allowed}, got {', '.join(f'{name}={shown(value)}' for name, value in named.items())}")
@@ -81,20 +81,20 @@ def option_words(taker: str, options: Sequence[Any], named: dict[str, Any]) -> l
 
 
 def _with_event_id(words: list[str], arguments: Sequence[Word]) -> list[str]:
-    """The words of the command "event" with the id as the program takes it, which is in hexadecimal alone."""
+    """Returns the words of the command "event" with the id in hexadecimal, the only form that the program takes."""
     at = 1
     while at < len(words) and words[at].startswith("--"):
         at += 2 if words[at] == "--client" else 1
     if at < len(words) and isinstance(event := arguments[at], int):
         if not -(2**31) <= event < 2**32:
             raise OverflowError(f"the id of an event must be from {-(2**31)} to {2**32 - 1}, got {event}")
-        # Callbacks get the upper half of the ids as negative.
+        # Callbacks get ids of 0x80000000 and more as negative ints.
         words[at] = f"{event % 2**32:#010x}"
     return words
 
 
 def _json(value: Any) -> str:
-    """JSON of a fault or a scenario, in which bytes are written in hexadecimal."""
+    """Returns the JSON of a fault or a scenario, with bytes in hexadecimal."""
 
     def other(part: object) -> str:
         if isinstance(part, bytes):
@@ -105,7 +105,7 @@ def _json(value: Any) -> str:
 
 
 class _Stderr(threading.Thread):
-    """Passes on what a program writes to stderr, line by line, and keeps the last lines."""
+    """Copies a program's stderr to this process's stderr, line by line, and keeps the last lines."""
 
     def __init__(self, stream: IO[bytes]) -> None:
         super().__init__(name="stderr of kiv-sandbox", daemon=True)
@@ -117,7 +117,7 @@ class _Stderr(threading.Thread):
         with self._stream:
             for line in self._stream:
                 self._last.append(line)
-                # A stderr that nobody reads any more must not end this thread.
+                # If nobody reads stderr any more, writing fails. That must not end this thread.
                 with contextlib.suppress(OSError), open(2, "wb", closefd=False) as stderr:
                     stderr.write(line)
 
@@ -126,12 +126,12 @@ class _Stderr(threading.Thread):
 
 
 class Sandbox:
-    """Runs kiv-sandbox, and has this process and those that it starts use its bus.
+    """Runs kiv-sandbox for a with statement. This process and all programs that it starts use the sandbox's bus meanwhile.
 
-    The options are those of the program: Sandbox("--scenario", "surround-set").
+    The arguments are options of kiv-sandbox: Sandbox("--scenario", "surround-set").
     """
 
-    # A process has one connection to the system bus, so the library would call the server of the first.
+    # The sandbox in use. A process can use one at a time, because it has one connection to the system bus.
     _entered: ClassVar[Sandbox | None] = None
 
     def __init__(self, *options: Word) -> None:
@@ -146,7 +146,8 @@ class Sandbox:
                 "before the first call, or in a process of its own"
             )
         self._program = _program()
-        # A session of its own: a Ctrl-C is for the tests, which then leave the sandbox in order.
+        # kiv-sandbox gets a session of its own, so that Ctrl-C reaches only the tests. They then leave the sandbox in
+        # order.
         self._process = subprocess.Popen(
             [self._program, *self._options, "--", *_TENANT],
             stdin=subprocess.PIPE,
@@ -172,15 +173,15 @@ class Sandbox:
                 os.environ[name] = value
         forget_feature()
         forget_bus()
-        # As with --strict, when a call was not recorded.
+        # kiv-sandbox fails at its end with --strict if a call was not recorded, for example.
         if code != 0 and exception is None:
             raise self._failure(code)
 
     def control(self, *arguments: Word) -> Any:
-        """Runs "kiv-sandbox control": sandbox.control("away", 2000).
+        """Runs "kiv-sandbox control" with these arguments: sandbox.control("away", 2000).
 
-        Returns .home for "show", .calls for "calls", and the parsed JSON for "calls", "--json"; for other commands, the
-        text that they print, or None. Raises ControlError if the program fails.
+        Returns .home for "show", .calls for "calls", and the parsed JSON for "calls", "--json". For another command, returns
+        the text that it prints, or None if it prints nothing. Raises ControlError if the program fails.
         """
         words = _words(arguments)
         if words == ["calls"]:
@@ -192,18 +193,18 @@ class Sandbox:
 
     @property
     def home(self) -> dict[str, Any]:
-        """The home and the clients as they are now: sandbox.home["speakers"][0]["volume"]."""
+        """The home and the clients as they are now, as a dict: sandbox.home["speakers"][0]["volume"]."""
         home: dict[str, Any] = self.control("show")
         return home
 
     @property
     def calls(self) -> list[ReceivedCall]:
-        """The calls that the server has received, in their order."""
+        """The calls that the server has received, in the order of their arrival."""
         calls = self.control("calls", "--json")
         return [ReceivedCall(*(call[field] for field in ReceivedCall._fields)) for call in calls]
 
     def apply(self, scenario: str | os.PathLike[str] | dict[str, Any]) -> None:
-        """Changes what a scenario mentions: a file, the name of a scenario that comes along, or its content."""
+        """Changes what a scenario mentions. The scenario is a file, the name of an installed scenario, or its content."""
         if isinstance(scenario, dict):
             self._control(["apply", "-"], _json(scenario))
         elif isinstance(scenario, (str, os.PathLike)):
@@ -212,18 +213,18 @@ class Sandbox:
             raise TypeError(f"scenario must be the name of one, a file or a dict, got {shown(scenario)}")
 
     def fault(self, method: str, **fault: Any) -> None:
-        """Has a method of the server go wrong: sandbox.fault("StopNetworkSpeaker", error="org.example.Bad", count=1).
+        """Gives a method of the server a fault: sandbox.fault("StopNetworkSpeaker", error="org.example.Bad", count=1).
 
         The keys are those of a scenario's faults: error, message, silent, reply, bytes, append, exit, delay, every and
-        count. bytes and append are bytes, reply is a tuple in GVariant text form. The method "*" stands for all that have
-        no fault of their own. A method has one fault: the next one replaces it.
+        count. bytes and append are bytes, and reply is a tuple in GVariant text form. The method "*" stands for all methods
+        that have no fault of their own. A method has one fault, and a new fault replaces it.
         """
         if not fault:
-            raise TypeError("a fault must have a key, such as error, silent or delay; clear_faults() takes faults back")
+            raise TypeError("a fault must have a key, such as error, silent or delay; clear_faults() removes faults")
         self.control("fault", method, _json(fault))
 
     def clear_faults(self) -> None:
-        """Takes every fault back."""
+        """Removes every fault."""
         self.control("clear-faults")
 
     def _control(self, arguments: Sequence[str], text: str = "") -> str:

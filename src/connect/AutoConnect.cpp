@@ -21,9 +21,9 @@ int AutoConnect(const Here& here, const char* method, const unsigned char* macs,
         KIV_LOG_AT(here, kLogError, "(%s) return", "pNewSpeakersMacList == NULL");
         return kApiFailed;
     }
-    const int nRet = call.AnswerOrMinusOne(method, BytesTuple(std::move(payload)));
-    KIV_LOG_AT(here, kLogInfo, "[%s] nRet[%d]", kApiTag, nRet);
-    return nRet;
+    const int result = call.AnswerOrMinusOne(method, BytesTuple(std::move(payload)));
+    KIV_LOG_AT(here, kLogInfo, "[%s] nRet[%d]", kApiTag, result);
+    return result;
 }
 
 } // namespace

@@ -2,13 +2,13 @@
 #include "link/ApiCall.h"
 #include "link/Bytes.h"
 
-#include <string.h> // NOLINT(modernize-deprecated-headers): strnlen() is of POSIX
+#include <string.h> // NOLINT(modernize-deprecated-headers): strnlen() is POSIX
 
 using namespace kiv::link;
 
 namespace {
 
-// Identifiers are sent as their first bytes.
+// Only the first bytes of an identifier are sent.
 constexpr std::size_t kIdLength = 5;
 
 } // namespace
@@ -42,7 +42,7 @@ int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, i
     if (pszID == nullptr || strnlen(pszID, kIdLength) < kIdLength) {
         return 0;
     }
-    // The server takes the first two numbers the other way round.
+    // The server's method takes the first two numbers in the opposite order.
     return call.AnswerOrZero(
         "Vireon_StartNetworkSpeakerByID",
         g_variant_new("(yyyyyiii)", pszID[0], pszID[1], pszID[2], pszID[3], pszID[4], nSecond, nFirst, nThird));
@@ -54,6 +54,6 @@ int StartNetworkSpeakerByID(int nFirst, int nSecond, int nThird)
     if (!call.Ready()) {
         return kApiFailed;
     }
-    // The server takes the first two numbers the other way round.
+    // The server's method takes the first two numbers in the opposite order.
     return call.AnswerOrZero("StartNetworkSpeakerByID", g_variant_new("(iii)", nSecond, nFirst, nThird));
 }

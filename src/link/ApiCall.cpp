@@ -35,7 +35,7 @@ bool ApiCall::Ready()
     if (first != Attempt::kUnreachable) {
         return first == Attempt::kReady;
     }
-    // Without the owner check, the call has the bus start the server.
+    // A call without the owner check makes the bus start the server.
     GetProxy(true, true);
     if (!GetProxy(false, false)) {
         KIV_LOG_AT(here_, kLogError, "!!! ERROR ns_proxy.GetProxy() return error, return");

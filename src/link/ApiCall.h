@@ -9,36 +9,33 @@
 
 namespace kiv::link {
 
-/*
- * The frame of an exported function, on whose behalf it logs: first Ready(), then calls on the server. All go over the
- * connection on which the server was reached.
- */
+// Makes the calls of one exported function, and logs in its name: first Ready(), then Invoke(). All calls go over the
+// connection on which Ready() reached the server.
 class ApiCall {
 public:
     explicit ApiCall(const Here& here) : here_(here) {}
-    // Serves a function that reaches the server in its own way: calls go over this connection, null if there is none.
+    // Serves a function that reaches the server by s_pre_checking(). Calls go over this connection, which may be null.
     ApiCall(const Here& here, ConnectionOwner connection) : here_(here), connection_(std::move(connection)) {}
 
-    // Whether calls can be made: the device has network speakers and the server gave this process its id, having been
-    // started if need be.
+    // Returns whether calls can be made: the device has network speakers, and the server gave this process its id. If
+    // the first attempt does not reach the server, makes the bus start it and tries again.
     bool Ready();
 
-    // The first half of Ready(): everything up to the end of the first attempt to reach the server.
+    // Makes only the first attempt of Ready(), which does not start the server.
     enum class Attempt { kRefused, kUnreachable, kReady };
     Attempt TryOnce();
 
     bool HasConnection() const { return connection_ != nullptr; }
-    // Hands the connection over, for calls on behalf of another function.
+    // Gives the connection away, to the ApiCall of another function.
     ConnectionOwner TakeConnection() { return std::move(connection_); }
 
-    // Calls a server method with an argument tuple, or null for none. A preset stands in the place for the reply if
-    // the server is gone before it is called. Functions that would log the missing reply
-    // pass one.
+    // Calls a server method with an argument tuple, or without arguments if it is null. If the server's name has no
+    // owner, nothing is sent, and the reply holds the preset. Functions that would log the missing reply pass a preset.
     Reply Invoke(const char* method, GVariant* input = nullptr, VariantOwner preset = nullptr) const;
 
-    // The server's answer where it is an int. A failed call is logged, and gives -1.
+    // Returns the int that the method answers. Logs a failed call, and returns -1 for it.
     int AnswerOrMinusOne(const char* method, GVariant* input = nullptr) const;
-    // The same, but a failed call gives 0, and the answer is logged.
+    // Does the same, but returns 0 for a failed call, and logs the answer.
     int AnswerOrZero(const char* method, GVariant* input) const;
 
 private:
@@ -48,13 +45,13 @@ private:
     ConnectionOwner connection_;
 };
 
-// The argument tuple of a byte payload, "(ay)". The payload becomes part of it.
+// Returns the argument tuple "(ay)" with the bytes of a payload. The tuple takes their memory over.
 GVariant* BytesTuple(Payload payload);
 
-// A text among the arguments. One that is not valid UTF-8 makes the call fail, and is not sent.
+// Returns a text as an argument. A call with a text that is not valid UTF-8 fails, and is not sent.
 GVariant* Text(const char* text);
 
-// The preset of a reply that holds a byte array: an empty one.
+// Returns the preset of a reply that holds a byte array: a tuple with an empty one.
 VariantOwner NoBytes();
 
 } // namespace kiv::link

@@ -20,18 +20,14 @@ namespace {
 constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 constexpr const char* kServerPath = "/org/lumra/tv/networkspeaker/server";
 constexpr const char* kServerInterface = "org.lumra.tv.networkspeaker.server.interface";
-constexpr const char* kBusName = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
-constexpr const char* kBusInterface = "org.freedesktop.DBus";
 constexpr const char* kIdMethod = "check_dbus_connection";
 constexpr const char* kOwnerMethod = "NameHasOwner";
 constexpr int kCallTimeoutMs = 8000;
-constexpr int kDefaultTimeoutMs = -1;
 
 NeverDestroyed<CNSGdbus> g_client("ns", nullptr, nullptr);
 
-// The query whether the server's name has an owner. Made by the first call, and copied by each, which costs a fraction
-// of making it anew.
+// Returns the query whether the server's name has an owner. The first call makes it. Each call sends a copy, which
+// costs a fraction of making a new one.
 GDBusMessage* ServerQuery()
 {
     static GDBusMessage* const query = [] {
@@ -80,7 +76,8 @@ bool HasOwner(const Here& here, GDBusConnection* connection, const char* name)
     return exists;
 }
 
-// Asks the server for this process's id. Gives the reply's text, null if there is none.
+// Asks the server for this process's id, and notes it in the client. Returns the text of the reply, or null if there is
+// none.
 VariantOwner AskForId(CNSGdbus& client, GDBusConnection* connection, bool noOwnerCheck)
 {
     const Here here{"m_GetProxyObj", __LINE__};
@@ -122,12 +119,12 @@ GetProxy(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable, 
     WatchForExit();
     SetTemplate(client, xml, vtable);
 
-    DropConnectionIfClosed(client); // or GIO would give the same one again
+    DropConnectionIfClosed(client); // otherwise GIO would return the same one
     GError* failure = nullptr;
     ConnectionOwner connection = GetSystemBus(&failure);
-    if (failure != nullptr) {
+    const ErrorOwner error(failure);
+    if (error) {
         KIV_LOG_AT(here, kLogError, "[%s] NULL != pError", kApiTag);
-        g_error_free(failure);
         DropConnection(client);
         return nullptr;
     }
@@ -187,7 +184,7 @@ void AdoptClientId(const Here& here, const char* received)
 void EndClient()
 {
     g_client.Destroy();
-    g_object_unref(ServerQuery()); // made now if no call has made it
+    g_object_unref(ServerQuery()); // ServerQuery() makes it if no call has
 }
 
 } // namespace kiv::link
@@ -208,7 +205,7 @@ CNSGdbus::CNSGdbus(const std::string& strProxyName, EventCallback pfnEventCallba
 
 CNSGdbus::~CNSGdbus()
 {
-    // An object of the host's gives way to the library's own.
+    // When an object of the host's ends, m_pInstance points at the library's own again.
     CNSGdbus* instance = this;
     std::atomic_ref<CNSGdbus*>{m_pInstance}.compare_exchange_strong(instance, &ns_proxy);
     GiveProxy();

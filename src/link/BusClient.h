@@ -6,22 +6,22 @@
 
 namespace kiv::link {
 
-// The library's one client.
+// The library's one client object.
 extern CNSGdbus& ns_proxy;
 
-// GetProxy() of a client. Gives the connection that it got, or null if GetProxy() is false. Calls that go over this
-// connection do not depend on m_pConnection, which another thread's failure clears.
+// Does the work of CNSGdbus::GetProxy(). Returns the connection, or null where that function returns false. Calls over
+// this connection do not depend on m_pConnection, which a failure on another thread clears.
 ConnectionOwner
 GetProxy(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable, bool reuse, bool noOwnerCheck);
 
-// MethodCall() over a connection.
+// Does the work of CNSGdbus::MethodCall(), over this connection.
 bool CallServer(GDBusConnection* connection, const char* method, GVariant* input, GVariant** output, bool noOwnerCheck);
 
-// Takes over the client id that the server answered to a subscription, if it is another one than before; null is no
-// answer.
+// Notes the client id with which the server answered a subscription, if it differs from the known one. Null stands for
+// a reply without an id.
 void AdoptClientId(const Here& here, const char* received);
 
-// Ends ns_proxy. At unload only.
+// Destroys ns_proxy. Called at unload only.
 void EndClient();
 
 } // namespace kiv::link

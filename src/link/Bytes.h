@@ -16,7 +16,7 @@ namespace kiv::link {
 
 using Bytes = std::span<const unsigned char>;
 
-// Copies what there is; the rest of the target stays as it is. Returns the number of bytes copied.
+// Copies as many bytes as both have, and leaves the rest of the target alone. Returns the number of bytes copied.
 inline std::size_t CopyUpTo(std::span<unsigned char> target, Bytes source)
 {
     const std::size_t count = std::min(target.size(), source.size());
@@ -24,13 +24,13 @@ inline std::size_t CopyUpTo(std::span<unsigned char> target, Bytes source)
     return count;
 }
 
-// Bytes from an offset on; none where the offset lies behind the end.
+// Returns the bytes from an offset on, or none if the offset lies behind the end.
 inline Bytes From(Bytes bytes, std::size_t offset)
 {
     return bytes.subspan(std::min(offset, bytes.size()));
 }
 
-// A 32-bit integer in host byte order at any address; absent bytes read as zero.
+// Reads a 32-bit integer in host byte order, at any alignment. Bytes behind the end read as zero.
 inline std::int32_t Int32At(Bytes bytes, std::size_t offset)
 {
     unsigned char raw[sizeof(std::int32_t)] = {};
@@ -40,7 +40,7 @@ inline std::int32_t Int32At(Bytes bytes, std::size_t offset)
     return value;
 }
 
-// The bytes of a value as it lies in memory.
+// Returns the bytes of a value as they lie in memory.
 template <typename Value>
 Bytes BytesOf(const Value& value)
 {
@@ -48,25 +48,26 @@ Bytes BytesOf(const Value& value)
     return {reinterpret_cast<const unsigned char*>(&value), sizeof value};
 }
 
-// The bytes of a number of elements that lie back to back; as many as can be if their length does not fit in memory.
+// Returns the bytes of elements that lie back to back. A length that does not fit in std::size_t becomes the largest
+// that does.
 inline Bytes BytesOf(const unsigned char* first, std::size_t elementSize, int count)
 {
     const auto length = std::uint64_t{elementSize} * static_cast<unsigned>(count);
     return {first, static_cast<std::size_t>(std::min<std::uint64_t>(length, std::numeric_limits<std::size_t>::max()))};
 }
 
-// The bytes of records that lie back to back.
+// Returns the bytes of a list's records, which lie back to back.
 template <typename Record>
 Bytes BytesOf(const std::vector<Record>& records)
 {
     return {reinterpret_cast<const unsigned char*>(records.data()), records.size() * sizeof(Record)};
 }
 
-// A byte payload to be sent; false if there was no memory for it. A length that does not fit in an int counts as one
-// for which there is none.
+// The bytes of an argument. Converts to false if there was no memory for them, or if their length does not fit in an
+// int.
 class Payload {
 public:
-    // The parts back to back.
+    // Copies the parts, one behind the other.
     Payload(std::initializer_list<Bytes> parts)
     {
         std::uint64_t size = 0;
@@ -77,7 +78,7 @@ public:
             return;
         }
         size_ = static_cast<std::size_t>(size);
-        // An empty payload is sent, too, if calloc() gives a pointer for 0 bytes.
+        // If calloc() returns a pointer for 0 bytes, the empty payload is sent.
         // NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI)
         memory_.reset(static_cast<unsigned char*>(std::calloc(size_, 1)));
         unsigned char* end = memory_.get();
@@ -88,7 +89,7 @@ public:
 
     explicit operator bool() const { return memory_ != nullptr; }
     std::size_t size() const { return size_; }
-    // The memory, which the caller then frees.
+    // Hands over the memory, which the caller frees.
     unsigned char* Release() { return memory_.release(); }
 
 private:
@@ -100,9 +101,9 @@ private:
     std::unique_ptr<unsigned char, Free> memory_;
 };
 
-// The whole records in a byte array, copied behind what a list holds; bytes that make no whole record are left out.
-// Returns their number. The list grows as by push_back(): it has that capacity in the end, and those records for which
-// there was memory if there is not enough.
+// Appends the whole records in a byte array to a list. Leaves out a rest that is shorter than a record. Returns the
+// number of whole records. The list ends with the capacity that push_back() of each record would give it. If memory
+// runs out, the list has the records for which there was memory, and std::bad_alloc is thrown.
 template <typename Record>
 int AppendRecords(std::vector<Record>& list, Bytes bytes)
 {
@@ -115,13 +116,13 @@ int AppendRecords(std::vector<Record>& list, Bytes bytes)
         capacity = std::max<std::size_t>(1, 2 * capacity);
     }
     try {
-        list.reserve(std::min(capacity, list.max_size())); // in one step rather than in many
+        list.reserve(std::min(capacity, list.max_size())); // one allocation instead of several
     } catch (const std::bad_alloc&) {
-        // Step by step, then, as far as it goes.
+        // The loop grows the list step by step, as far as the memory goes.
     }
     while (next != end) {
         list.push_back(*next++);
-        // Those for which it need not grow, at once.
+        // Copies the records for which there is room.
         const std::size_t room = std::min(static_cast<std::size_t>(end - next), list.capacity() - list.size());
         list.insert(list.end(), next, next + room);
         next += room;

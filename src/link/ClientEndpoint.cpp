@@ -27,13 +27,14 @@ TextOwner ObjectPath(const char* id)
     return TextOwner(g_strconcat(kClientPathPrefix, id, nullptr));
 }
 
-// The id that a client bus name ends with.
+// Returns the id with which a client's bus name ends.
 const char* IdIn(const char* busName)
 {
     return std::string_view(busName).starts_with(kClientNamePrefix) ? busName + kClientNamePrefix.size() : busName;
 }
 
-// Replaces the first placeholder. printf() would take a template of the host's for a format.
+// Replaces the first placeholder with the id. Does not use printf(), because the template of a host may have other
+// conversions.
 TextOwner FillIn(const char* xml, const char* id)
 {
     const char* const at = std::strstr(xml, kIdPlaceholder);
@@ -59,7 +60,7 @@ bool ClientEndpoint::Serve(ConnectionOwner connection, const char* id)
     Close();
     connection_ = std::move(connection);
     const TextOwner name = BusName(id);
-    // Checked first, so that nothing of an id that is no name gets into the XML.
+    // An id that is not valid in a name is refused here, before ParseXml() puts it into the XML.
     if (g_dbus_is_name(name.get()) == FALSE || g_variant_is_object_path(ObjectPath(id).get()) == FALSE) {
         LogUnfitId(id);
         return true;
@@ -121,7 +122,7 @@ void CNSGdbus::m_OnbusAcquired(GDBusConnection* pConnection, const gchar* pszNam
 {
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
     auto& client = *static_cast<CNSGdbus*>(pInstance);
-    // The path takes the id from the name, because the client's own may have changed since.
+    // The id comes from the name, because m_strClientName may have changed since.
     const TextOwner path = ObjectPath(IdIn(pszName));
     const GDBusInterfaceVTable vtable = InterfaceVTable(client);
     GError* failure = nullptr;

@@ -7,17 +7,15 @@
 
 namespace kiv::link {
 
-// Every call hands these to GetProxy(): the client object as the server calls it, and its handlers.
+// The introspection XML of the client object, and its handlers. Every call passes them to GetProxy().
 extern const char* const kClientXml;
 extern const GDBusInterfaceVTable kClientVTable;
 
-/*
- * The client's object and bus name on one connection, named after the id that the server gave. The monitor thread opens
- * and closes it, and receives in its context what is sent to it.
- */
+// The client's object and bus name on one connection, both named after the id that the server gave. The monitor thread
+// opens and closes the endpoint, and receives the calls on the object in its context.
 class ClientEndpoint {
 public:
-    // Lines are logged on behalf of the monitor thread's body.
+    // Log lines name the function at here, which is the body of the monitor thread.
     ClientEndpoint(CNSGdbus& client, const Here& here)
         : client_(client), here_(here), name_(CNSGdbus::m_OnnameAcquired, CNSGdbus::m_OnnameLost, &client)
     {
@@ -26,9 +24,9 @@ public:
     ClientEndpoint(const ClientEndpoint&) = delete;
     ClientEndpoint& operator=(const ClientEndpoint&) = delete;
 
-    // Opens the endpoint on a connection, after closing it on another one. An endpoint that is open on this connection
-    // stays where it is, whatever the id; an id that allows none leaves it closed. False if the client's XML is unfit,
-    // so that there can be no endpoint whatever the id.
+    // Opens the endpoint on a connection, and closes it first if it is open on another one. An endpoint that is open on
+    // this connection stays as it is, whatever the id. An id that is not valid in a name or path leaves the endpoint
+    // closed. Returns false if the client's XML cannot be used, so that no id can open the endpoint.
     bool Serve(ConnectionOwner connection, const char* id);
     void Close();
 

@@ -11,16 +11,17 @@ namespace kiv::link {
 
 namespace {
 
-std::mutex g_mutex;
+std::mutex g_membersMutex;
 
 ConnectionOwner Exchange(CNSGdbus& client, ConnectionOwner connection)
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_membersMutex);
     client.m_bProxyReady = connection != nullptr;
     return ConnectionOwner(std::exchange(client.m_pConnection, connection.release()));
 }
 
-// Written only when it changes, which in practice is once. Without memory for it, the text stays as it was.
+// Writes the text only if it changes, which in practice is once. If there is no memory for the new value, the text
+// keeps the old one.
 void Assign(std::string& text, const char* value)
 {
     try {
@@ -40,7 +41,7 @@ bool SameHandlers(const GDBusInterfaceVTable& a, const GDBusInterfaceVTable& b)
 
 ConnectionOwner HeldConnection(const CNSGdbus& client)
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_membersMutex);
     return NewReference(client.m_pConnection);
 }
 
@@ -61,8 +62,8 @@ void DropConnectionIfClosed(CNSGdbus& client)
         return;
     }
     ConnectionOwner dropped;
-    const std::lock_guard lock(g_mutex);
-    // Another thread may have replaced it already.
+    const std::lock_guard lock(g_membersMutex);
+    // Another thread may have replaced the connection already.
     if (client.m_pConnection == held.get()) {
         dropped.reset(std::exchange(client.m_pConnection, nullptr));
         client.m_bProxyReady = false;
@@ -71,37 +72,37 @@ void DropConnectionIfClosed(CNSGdbus& client)
 
 TextOwner ClientId(const CNSGdbus& client)
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_membersMutex);
     return TextOwner(g_strdup(client.m_strClientName.c_str()));
 }
 
 bool HasClientId(const CNSGdbus& client, const char* id)
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_membersMutex);
     return client.m_strClientName == id;
 }
 
 void SetClientId(CNSGdbus& client, const char* id)
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_membersMutex);
     Assign(client.m_strClientName, id);
 }
 
 TextOwner IntrospectionXml(const CNSGdbus& client)
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_membersMutex);
     return TextOwner(g_strdup(client.m_strIntrospectionXml.c_str()));
 }
 
 GDBusInterfaceVTable InterfaceVTable(const CNSGdbus& client)
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_membersMutex);
     return client.m_stInterfaceVTable;
 }
 
 void SetTemplate(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable)
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_membersMutex);
     Assign(client.m_strIntrospectionXml, xml);
     if (!SameHandlers(client.m_stInterfaceVTable, vtable)) {
         client.m_stInterfaceVTable = vtable;

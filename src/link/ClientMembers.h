@@ -5,13 +5,12 @@
 
 namespace kiv::link {
 
-/*
- * The members of a client that several threads share. They are plain strings and pointers because hosts know them as
- * such, so they are read and written through these functions alone, each of which is a few instructions under a lock.
- */
+// The members of a client that several threads share. Hosts see them as plain strings and pointers, so the lock cannot
+// be part of them. The library reads and writes them through these functions alone, each of which runs a few
+// instructions under the lock.
 
 ConnectionOwner HeldConnection(const CNSGdbus& client);
-// The client takes a reference, and is ready.
+// Gives the client a reference to the connection, and sets m_bProxyReady.
 void HoldConnection(CNSGdbus& client, GDBusConnection* connection);
 void DropConnection(CNSGdbus& client);
 void DropConnectionIfClosed(CNSGdbus& client);

@@ -9,24 +9,21 @@ namespace kiv::link {
 
 namespace {
 
-constexpr const char* kBusName = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
-constexpr const char* kBusInterface = "org.freedesktop.DBus";
 constexpr const char* kLostSignal = "NameLost";
 constexpr const char* kAcquiredSignal = "NameAcquired";
 constexpr guint kNoFlags = 0;
-constexpr int kDefaultTimeoutMs = -1;
 
-// The bus's answers to RequestName, as D-Bus numbers them. The others mean that somebody else owns the name.
+// The bus's answers to RequestName, as D-Bus numbers them. After any other answer, the name counts as lost.
 constexpr guint kPrimaryOwner = 1;
 constexpr guint kInQueue = 2;
 
-// The monitor thread's alone.
+// Used on the monitor thread alone.
 int g_pendingAnswers;
 
 } // namespace
 
-// A request that the bus has not answered yet. It lives until GIO completes it, also if the name is released before.
+// A request that the bus has not answered yet. It lives until GIO completes the call, which may be after the name is
+// released.
 struct ClientName::Pending {
     ClientName* name;
 };
@@ -41,7 +38,7 @@ void ClientName::Request(GDBusConnection* connection, const char* name)
     Release();
     connection_ = connection;
     name_.reset(g_strdup(name));
-    // First, so that no change of the owner is missed.
+    // The subscriptions come before the request, so that no change of the owner is missed.
     lostSignal_ = Listen(kLostSignal);
     acquiredSignal_ = Listen(kAcquiredSignal);
     isToBeReleased_ = true;
@@ -68,8 +65,8 @@ void ClientName::Release()
     if (IsClosed(connection_)) {
         Tell(Told::kLost);
     } else if (isToBeReleased_) {
-        // g_dbus_connection_call() would tell the bus that no reply is expected, because nobody waits for it. GIO drops
-        // a reply whose serial it does not know.
+        // Without a callback, g_dbus_connection_call() would send the flag "no reply expected". This function does not
+        // send it. GIO drops the reply, because it does not know the serial.
         const MessageOwner message(g_dbus_message_new_method_call(kBusName, kBusPath, kBusInterface, "ReleaseName"));
         g_dbus_message_set_body(message.get(), g_variant_new("(s)", name_.get()));
         g_dbus_connection_send_message(connection_, message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
@@ -100,7 +97,7 @@ void ClientName::OnSignal(
     static_cast<ClientName*>(self)->Tell(std::strcmp(signal, kLostSignal) == 0 ? Told::kLost : Told::kAcquired);
 }
 
-// The bus sends these two signals to the owner alone, so GIO asks it for nothing in order to receive them.
+// Subscribes to NameLost or NameAcquired. The bus sends them to the owner alone, so GIO adds no match rule for them.
 guint ClientName::Listen(const char* signal)
 {
     return g_dbus_connection_signal_subscribe(
@@ -108,7 +105,7 @@ guint ClientName::Listen(const char* signal)
         nullptr);
 }
 
-// The bus tells of a new owner twice: by a signal, and by its answer.
+// Calls the handler once for each change. The bus reports a new owner twice: by a signal, and in its answer.
 void ClientName::Tell(Told told)
 {
     if (told_ != told) {

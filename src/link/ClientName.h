@@ -4,10 +4,8 @@
 
 namespace kiv::link {
 
-/*
- * Requests and releases one bus name. It sends the same messages as GIO's name owner does, and waits for neither
- * answer. The monitor thread uses it, and receives the answers in its context.
- */
+// Requests and releases one bus name. Sends the same messages as GIO's name owner, and waits for neither answer. Used
+// on the monitor thread, whose context receives the answers.
 class ClientName {
 public:
     using Handler = void (*)(GDBusConnection*, const gchar* name, gpointer data);
@@ -20,12 +18,13 @@ public:
     ClientName(const ClientName&) = delete;
     ClientName& operator=(const ClientName&) = delete;
 
-    // The connection is the caller's, who keeps it until the name is released.
+    // The caller keeps the connection until the name is released.
     void Request(GDBusConnection* connection, const char* name);
-    // Does nothing if no name was asked for.
+    // Does nothing if no name was requested.
     void Release();
 
-    // Whether GIO still has to complete a request, of this or of a released name. It does so in the thread's context.
+    // Returns whether GIO still has to complete a request, be it for a name that is released already. GIO completes it
+    // in the context of the monitor thread.
     static bool IsAnswerPending();
 
 private:
@@ -43,13 +42,13 @@ private:
     const Handler onLost_;
     void* const data_;
 
-    GDBusConnection* connection_ = nullptr; // null while no name is asked for
+    GDBusConnection* connection_ = nullptr; // null while no name is requested
     TextOwner name_;
     CancellableOwner cancellable_;
     Pending* pending_ = nullptr;
     guint lostSignal_ = 0;
     guint acquiredSignal_ = 0;
-    // The bus holds the name for us or will, as far as we know.
+    // The bus holds the name for this connection, or will, as far as is known.
     bool isToBeReleased_ = false;
     Told told_ = Told::kNothing;
 };

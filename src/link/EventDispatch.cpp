@@ -28,7 +28,7 @@ void Dispatch(const Here& here, int eventId, int length, Bytes data)
     unsigned char buffer[NAMSERVICE_EVENT_DATA_MAX] = {};
     if (length > 0) {
         length = std::min(length, NAMSERVICE_EVENT_DATA_MAX);
-        // The announced length is what receivers are told; bytes that did not come stay zero.
+        // Receivers get the announced length. Bytes that did not arrive are zero.
         CopyUpTo(std::span(buffer, static_cast<std::size_t>(length)), data);
     }
     if (eventId == NAMSERVICE_EXIT_STATE) {

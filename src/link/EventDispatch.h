@@ -4,13 +4,13 @@
 
 namespace kiv::link {
 
-// The client object's method handler.
+// Handles a method call on the client object.
 void NamClientReceiveHandleEvent(
     GDBusConnection* connection, const gchar* sender, const gchar* objectPath, const gchar* interfaceName,
     const gchar* methodName, GVariant* parameters, GDBusMethodInvocation* invocation, gpointer userData);
 
-// Answers the server if there are parameters, then passes the event on. Takes the invocation; returns whether there was
-// a payload.
+// Answers the server if there are parameters, then passes the event to its receivers. Takes over the invocation.
+// Returns whether there was a payload.
 bool NamNotifySubscriber(GVariant* parameters, GDBusMethodInvocation* invocation);
 
 } // namespace kiv::link

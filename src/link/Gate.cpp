@@ -28,7 +28,7 @@ bool GetWhetherKivDisabled()
     if (system_info_get_custom_bool(kFeatureKey, &supported) != 0) {
         return disabled;
     }
-    // In this order: whoever sees that the key was read sees its value.
+    // The value is stored before the flag, so that a thread that sees the flag sees the value.
     disabled = !supported;
     known = true;
     KIV_LOG_INFO("GetWhetherKivDisabled g_KivDisabled=[%d]", !supported);

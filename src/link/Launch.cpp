@@ -18,10 +18,11 @@ namespace {
 
 constexpr int kMaxRetries = 5;
 
-// Guards both the retry count and the thread's id: the thread may be over before its creator has noted its id.
+// Guards the variables below and m_launchthreadId. StartThread() holds it during pthread_create(), because the thread
+// may end before its creator has noted its id.
 std::mutex g_LaunchMutex;
 int g_dbusretrycnt;
-// The pin of a launch thread. The loader gives each pin the same value, so one variable does for all threads.
+// The pin of the launch thread. dlopen() returns the same handle each time, so one variable serves all launch threads.
 void* g_pin;
 
 bool IsRunning()
@@ -108,9 +109,9 @@ void* m_MainLaunchPro(void* /*unused*/)
     int retries = 0;
     while (retries <= kMaxRetries) {
         ns_proxy.GetProxy(kClientXml, kClientVTable, true, true);
-        const bool bChecking = ns_proxy.GetProxy(kClientXml, kClientVTable, false, false);
-        KIV_LOG_INFO("bChecking=[%d]", bChecking);
-        if (bChecking) {
+        const bool succeeded = ns_proxy.GetProxy(kClientXml, kClientVTable, false, false);
+        KIV_LOG_INFO("bChecking=[%d]", succeeded);
+        if (succeeded) {
             break;
         }
         retries = CountRetry();

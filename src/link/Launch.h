@@ -4,14 +4,14 @@
 
 namespace kiv::link {
 
-// The prologue of functions that do not wait for an absent server. Gives the connection over which calls can be made;
-// null if they cannot, while a background thread tries to bring the server up.
+// Prepares a function that does not wait for an absent server. Returns the connection to call over, or null if no call
+// can be made. If the server was not reached, a background thread then makes the bus start it.
 ConnectionOwner s_pre_checking();
 
-// Starts that thread; 1 on success, 0 on failure.
+// Starts that thread. Returns 1 on success, 0 on failure.
 int m_CreateThread();
 
-// The thread's body. It makes six attempts; each s_pre_checking() that fails meanwhile starts the count anew.
+// The thread's body. Makes six attempts. Each s_pre_checking() that does not reach the server resets the count.
 void* m_MainLaunchPro(void* unused);
 
 } // namespace kiv::link

@@ -13,14 +13,14 @@ namespace {
 
 std::atomic<bool> g_isUsed = false;
 std::atomic<bool> g_isExiting = false;
-// Calls of dlopen() that are on their way, and the process that began the last one: a child of fork() inherits their
-// number, but not the threads that make them.
+// The number of dlopen() calls under way, and the process that began the last one. A child of fork() inherits the
+// number, but not the threads that make the calls.
 std::atomic<int> g_opening = 0;
 std::atomic<pid_t> g_openingPid = 0;
 
 // The process may exit while a thread is inside dlopen(). If the loader has run the library's destructors by then, that
-// dlopen() runs the constructors once more, so the exit waits for it. It is over in microseconds, unless the thread
-// that exits holds the loader's lock.
+// dlopen() runs the constructors once more, so the exit waits for it. The wait takes microseconds as a rule. It is
+// limited, because the exiting thread may itself hold the loader's lock, for which dlopen() waits.
 constexpr int kPatience = 100;
 constexpr useconds_t kPauseUs = 1000;
 
@@ -46,8 +46,9 @@ public:
     Opening& operator=(const Opening&) = delete;
 };
 
-// The C library releases thread-specific data after the thread's body has returned. dlclose() is the destructor
-// itself, and not called by one, because it must not return into code that it has just unmapped.
+// Returns the key of the thread-specific data that holds a thread's pin. The C library calls the key's destructor after
+// the thread's body has returned. The destructor is dlclose() itself: a function of this library would call dlclose()
+// and then return into code that is unmapped.
 std::optional<pthread_key_t> ThreadEndKey()
 {
     static const std::optional<pthread_key_t> key = []() -> std::optional<pthread_key_t> {
@@ -80,15 +81,15 @@ void UnpinLibrary(void* pin)
 
 void UnpinLibraryAtThreadEnd(void* pin)
 {
-    // If there is no key, the library stays mapped for good.
+    // Without a key, the pin is never given back, and the library stays mapped.
     if (const auto key = ThreadEndKey(); pin != nullptr && key) {
         pthread_setspecific(*key, pin);
     }
 }
 
-// exit() destroys static objects in the reverse order of their making, and then runs the loader's own end, which was
-// registered before main(). So the mark is destroyed before the destructor functions of libraries run. At dlclose(), it
-// is destroyed after those of this library, which ask for WhichEnd().
+// exit() destroys static objects in the reverse order of their construction. Then it runs the loader's handler, which
+// was registered before main() and calls the destructor functions of libraries. So at exit() the mark is destroyed
+// before Unload() asks for WhichEnd(), and at dlclose() after that.
 void WatchForExit()
 {
     static const ExitMark mark;

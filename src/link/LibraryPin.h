@@ -2,26 +2,24 @@
 
 namespace kiv::link {
 
-/*
- * Keeps the library mapped while one of its threads runs, so that dlclose() never takes the code from under it. Whoever
- * creates the thread takes a pin before. Null is no pin: where the code is part of the program, and while the process
- * exits.
- */
+// Takes a pin: a reference of the loader's to this library, which keeps dlclose() from unmapping the code of a running
+// thread. The pin is taken before the thread is created. Returns null while the process exits, and where the code is
+// part of the program itself, which is never unmapped.
 void* PinLibrary();
 
-// Not by the thread itself, whose code this may unmap.
+// Gives a pin back. The pinned thread must not call this, because it may unmap the thread's code.
 void UnpinLibrary(void* pin);
 
-// By the thread itself: the pin is given back when it has left the library's code for good.
+// Gives the calling thread's pin back at the thread's end, when it no longer runs code of the library.
 void UnpinLibraryAtThreadEnd(void* pin);
 
-// The two ends that the library can see: of the process, and its own. They can be told apart from the first call of
-// WatchForExit() on. GetProxy() begins with it, before there is anything to release.
+// WhichEnd() tells the end of the process from the unloading of the library, after the first call of WatchForExit().
+// GetProxy() makes that call, before there is anything to release.
 void WatchForExit();
 enum class End { kNeverUsed, kOfProcess, kOfLibrary };
 End WhichEnd();
 
-// At unload only.
+// Called at unload only.
 void DeleteThreadEndKey();
 
 } // namespace kiv::link

@@ -5,8 +5,8 @@
 
 namespace kiv::link {
 
-// An object that no static destructor touches: threads of the host and of the library may still use it while the
-// process exits. Unload.cpp destroys it when the library is really unloaded.
+// Holds an object that no static destructor destroys, because threads of the host and of the library may still use it
+// while the process exits. Unload.cpp destroys it when the library is unloaded.
 template <typename T>
 union NeverDestroyed {
     template <typename... Args>

@@ -10,10 +10,10 @@ inline constexpr int kLogId = 2;
 inline constexpr const char* kLogTag = "NAM_SERVICE";
 inline constexpr const char* kApiTag = "NAM_API";
 
-// One name for all source files: the library presents itself in the log as one unit.
+// Every log line names this file, whichever source file writes it.
 inline constexpr const char* kLogFile = "KivServiceInterface.cpp";
 
-// The contract function on whose behalf a helper writes its lines.
+// The function and the line that a log line names. A helper gets them from the exported function that it serves.
 struct Here {
     const char* function;
     int line;
@@ -34,6 +34,6 @@ struct Here {
 #define KIV_LOG_ERROR(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogError, __VA_ARGS__)
 #define KIV_LOG_MARK(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogMark, __VA_ARGS__)
 
-// A MAC address in a format, and its bytes for that format or for a tuple "(yyyyyy...)".
+// KIV_MAC_FORMAT prints a MAC address. KIV_MAC_BYTES passes its bytes to that format, or to a tuple "(yyyyyy...)".
 #define KIV_MAC_FORMAT "%02x:%02x:%02x:%02x:%02x:%02x"
 #define KIV_MAC_BYTES(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]

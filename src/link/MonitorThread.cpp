@@ -19,27 +19,28 @@ namespace {
 
 class MonitorRun;
 
-// Turns of the context at its end: more than GIO's sources need.
+// Limits the turns of the context when the thread ends. GIO's sources need fewer.
 constexpr int kMostTurns = 1000;
 
-// The one monitor thread. README.md states its machine. The loop and the thread's id are members of the client that it
-// serves, where hosts know them; the same lock guards them.
+// The state of the one monitor thread, guarded by g_monitorMutex. README.md has its state machine. m_pMainLoop and
+// m_MonitorThread belong to the state, but are public members of the client that the thread serves.
 struct Monitor {
     bool s_bMonitorStarted = false;
-    bool isEnding = false; // for good
+    bool isEnding = false; // never reset
     bool isJoining = false;
-    // The place where the endpoint is to stand. The thread moves the reference into the endpoint, which keeps it until
-    // the next place: no other connection can have this one's address meanwhile.
+    // The connection and the id that the endpoint is to have. The thread moves the reference into the endpoint, which
+    // keeps it until the next place. So no other connection can have the address in wantedConnection, which is only
+    // compared.
     ConnectionOwner wanted;
     const GDBusConnection* wantedConnection = nullptr;
     TextOwner wantedId;
-    // Set while the thread's context lives.
+    // The run and the context are set while the thread's context lives.
     MonitorRun* run = nullptr;
     GMainContext* context = nullptr;
     void* pin = nullptr;
 };
 
-std::mutex g_mutex;
+std::mutex g_monitorMutex;
 constinit NeverDestroyed<Monitor> g_monitor;
 NeverDestroyed<std::condition_variable> g_joined;
 
@@ -51,13 +52,13 @@ void Post(GMainContext* context, GSourceFunc task)
     g_source_attach(source.get(), context);
 }
 
-// An end moves these out of the shared state, and releases them after the lock.
+// The references that an end takes out of the shared state, to release them without the lock.
 struct Ending {
     LoopOwner loop;
     ConnectionOwner wanted;
 };
 
-// The caller holds the lock. After this, no place is accepted, and Look() ends the loop.
+// Must be called under g_monitorMutex. After it, ServeEvents() accepts no place, and Look() ends the loop.
 Ending EndUnderLock(CNSGdbus& client)
 {
     g_monitor->isEnding = true;
@@ -67,11 +68,11 @@ Ending EndUnderLock(CNSGdbus& client)
 void EndFor(CNSGdbus& client)
 {
     Ending ending;
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_monitorMutex);
     ending = EndUnderLock(client);
 }
 
-// The life of the monitor thread: it makes this first, and ends with its destructor.
+// The monitor thread creates this object first. The destructor does the work of the thread's end.
 class MonitorRun {
 public:
     MonitorRun(CNSGdbus& client, ContextOwner context, const Here& here)
@@ -79,7 +80,7 @@ public:
           loop_(g_main_loop_new(context_.get(), FALSE))
     {
         g_main_context_push_thread_default(context_.get());
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_monitorMutex);
         g_monitor->run = this;
         g_monitor->context = context_.get();
         if (!g_monitor->isEnding) {
@@ -91,16 +92,16 @@ public:
     {
         Unpublish();
         endpoint_.Close();
-        // GIO completes a cancelled request without the bus.
+        // GIO completes a cancelled request in this context, without an answer of the bus.
         while (ClientName::IsAnswerPending()) {
             g_main_context_iteration(context_.get(), TRUE);
         }
-        // GIO's sources that are left in the context refer to the connection. No callback runs any more, since the
-        // object is unregistered. The number of turns is limited, because a callback may have attached a source that
-        // never ends.
+        // GIO's sources that are left in the context refer to the connection, so they run here. They call no handler,
+        // because the object is unregistered. The number of turns is limited, because a callback may have attached a
+        // source that is always ready.
         for (int turn = 0; turn < kMostTurns && g_main_context_iteration(context_.get(), FALSE) != FALSE; ++turn) {
         }
-        // A callback that ended the thread may have pushed a context of its own.
+        // A callback that ended the thread may have left a context of its own pushed.
         if (g_main_context_get_thread_default() == context_.get()) {
             g_main_context_pop_thread_default(context_.get());
         }
@@ -109,20 +110,20 @@ public:
     MonitorRun(const MonitorRun&) = delete;
     MonitorRun& operator=(const MonitorRun&) = delete;
 
-    // The loop begins with Look(), because a quit that came before the loop ran has had no effect.
+    // Posts Look() before it runs the loop, because g_main_loop_quit() has no effect on a loop that does not run yet.
     void Run()
     {
         Post(context_.get(), Look);
         g_main_loop_run(loop_.get());
     }
 
-    // The task that other threads post: it ends the loop, or takes the endpoint to another place.
+    // The task that other threads post. Ends the loop, or moves the endpoint to the wanted place.
     static gboolean Look(gpointer /*data*/)
     {
         MonitorRun* run = nullptr;
         bool isEnding = false;
         {
-            const std::lock_guard lock(g_mutex);
+            const std::lock_guard lock(g_monitorMutex);
             run = g_monitor->run;
             isEnding = g_monitor->isEnding;
         }
@@ -133,13 +134,13 @@ public:
     }
 
 private:
-    // False if there can be no endpoint.
+    // Returns false if there can be no endpoint.
     bool Serve()
     {
         ConnectionOwner connection;
         TextOwner id;
         {
-            const std::lock_guard lock(g_mutex);
+            const std::lock_guard lock(g_monitorMutex);
             connection = std::move(g_monitor->wanted);
             id.reset(g_strdup(g_monitor->wantedId.get()));
         }
@@ -149,7 +150,7 @@ private:
     void Unpublish()
     {
         Ending ending;
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_monitorMutex);
         ending = EndUnderLock(client_);
         g_monitor->run = nullptr;
         g_monitor->context = nullptr;
@@ -161,8 +162,8 @@ private:
     const LoopOwner loop_;
 };
 
-// Holds the cancellation of this thread back. On 32-bit ARM, the C library does not unwind a thread that is cancelled
-// in pthread_join(), and so would not tell the others that it no longer waits.
+// Disables the cancellation of this thread. On 32-bit ARM, the C library does not unwind a thread that is cancelled in
+// pthread_join(): isJoining would stay set, and the other threads that join would wait forever.
 class NotCancelled {
 public:
     NotCancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -174,9 +175,9 @@ private:
     int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// The key of the thread-specific data that ends the run of a thread that a callback ends. The C library releases such
-// data after the thread's body, which it does not unwind where GLib has no unwind tables, as on 32-bit ARM. A
-// thread_local object would do the same, but the C library takes the loader's lock for it. A plug-in that ends the
+// Returns the key under which the monitor thread keeps its MonitorRun. If a callback ends the thread, the C library
+// calls the key's destructor after the thread's body, also where it does not unwind the stack: GLib has no unwind
+// tables on 32-bit ARM. The C library would take the loader's lock for a thread_local object. A plug-in that ends the
 // monitor while it is being unloaded holds that lock, and waits for the thread.
 std::optional<pthread_key_t> RunKey()
 {
@@ -200,7 +201,7 @@ void Start(CNSGdbus& client)
     void* pin = PinLibrary();
     Ending ending;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_monitorMutex);
         pthread_t thread = 0;
         if (pthread_create(&thread, nullptr, CNSGdbus::m_Monitor, &client) == 0) {
             client.m_MonitorThread = thread;
@@ -223,7 +224,7 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
     ContextOwner context;
     bool isFirst = false;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_monitorMutex);
         const bool isKnown =
             g_monitor->wantedConnection == connection && std::strcmp(g_monitor->wantedId.get(), id) == 0;
         if (isKnown || g_monitor->isEnding) {
@@ -278,7 +279,7 @@ void* CNSGdbus::m_Monitor(void* pInstance)
 
 int CNSGdbus::m_DestroyMessageMonitor()
 {
-    std::unique_lock lock(g_mutex);
+    std::unique_lock lock(g_monitorMutex);
     if (m_MonitorThread == 0 && m_pMainLoop == nullptr) {
         return 0; // no thread serves this object: none was started, it is joined, or it serves another one
     }
@@ -290,7 +291,7 @@ int CNSGdbus::m_DestroyMessageMonitor()
     }
     ending = {};
     if (isOwnEnd) {
-        return EDEADLK; // as pthread_join() would say
+        return EDEADLK; // pthread_join() would return this, too
     }
 
     const NotCancelled untilJoined;

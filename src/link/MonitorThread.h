@@ -4,11 +4,11 @@
 
 namespace kiv::link {
 
-// Sees to it that events reach the client over this connection, under the id that the server gave it there: starts the
-// monitor thread if there never was one, and has it move its endpoint if that stands elsewhere. Does not wait for it.
+// Makes the client's endpoint stand on this connection, under the id that the server gave it there. Starts the monitor
+// thread if it was never started, and otherwise posts the place to it. Does not wait for the thread.
 void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id);
 
-// At unload only.
+// Called at unload only.
 void ForgetMonitor();
 
 } // namespace kiv::link

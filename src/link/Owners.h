@@ -15,7 +15,7 @@ struct Releaser {
     }
 };
 
-// Each owns one reference.
+// Each of these owns one reference.
 using CancellableOwner = std::unique_ptr<GCancellable, Releaser<g_object_unref>>;
 using ConnectionOwner = std::unique_ptr<GDBusConnection, Releaser<g_object_unref>>;
 using MessageOwner = std::unique_ptr<GDBusMessage, Releaser<g_object_unref>>;
@@ -26,10 +26,11 @@ using ContextOwner = std::unique_ptr<GMainContext, Releaser<g_main_context_unref
 using LoopOwner = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
 using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
 
-// A text that GLib allocated. C callbacks build their texts with it, because std::string may throw through GLib.
+// A text that GLib allocated. C callbacks build their texts with it, because a std::string may throw an exception
+// through GLib.
 using TextOwner = std::unique_ptr<char, Releaser<g_free>>;
 
-// One more reference to an object; null stays null.
+// Returns a new reference to an object, or null for null.
 template <typename Object>
 std::unique_ptr<Object, Releaser<g_object_unref>> NewReference(Object* object)
 {
@@ -41,13 +42,14 @@ inline ContextOwner NewReference(GMainContext* context)
     return ContextOwner(context != nullptr ? g_main_context_ref(context) : nullptr);
 }
 
-// Takes a new value, whose reference is still floating; null stays null.
+// Takes over a new value, whose reference is still floating. Returns null for null.
 inline VariantOwner Sink(GVariant* value)
 {
     return VariantOwner(value != nullptr ? g_variant_ref_sink(value) : nullptr);
 }
 
-// The first member of a tuple. What it points at is the tuple's. Cheaper than g_variant_get(), which reads a format.
+// Returns the first member of a tuple. The tuple owns the data to which the member's pointers refer. Cheaper than
+// g_variant_get(), which parses a format.
 inline VariantOwner Member(GVariant* tuple)
 {
     return VariantOwner(g_variant_get_child_value(tuple, 0));

@@ -14,10 +14,10 @@ inline constexpr int kApiFailed = -1;
 // Compares the type of a method's reply, or of its arguments, with the type that can be decoded. Logs a difference.
 bool CheckType(const Here& here, const char* method, GVariant* value, const char* expected);
 
-// The result of a call on the server, decoded on behalf of a function.
+// The result of a call on the server. Decodes the reply, and logs in the name of the function at here.
 class Reply {
 public:
-    // The value is the reply, or the preset if nothing was sent; null if the call failed.
+    // The value is the reply, the preset if nothing was sent, or null if the call failed.
     Reply(const Here& here, const char* method, bool succeeded, VariantOwner value)
         : here_(here), method_(method), succeeded_(succeeded), value_(std::move(value))
     {
@@ -25,10 +25,10 @@ public:
 
     explicit operator bool() const { return succeeded_; }
 
-    // Decodes the value. Gives the preset if the value is of another type, which is logged, or missing.
+    // Decodes the value. Returns the preset if the value is missing or of another type. Another type is logged.
     int Int(int preset) const;
     bool Bool(bool preset) const;
-    // Null if there is none. The text is the reply's.
+    // Returns null if there is no text. The reply owns the text.
     const char* String() const;
 
 private:
@@ -41,20 +41,21 @@ private:
     VariantOwner value_;
 };
 
-// A reply that holds a byte array. A value of another type is logged when the reply comes; functions tell in their own
-// way what is missing in it.
+// A reply that holds a byte array. The constructor logs a value of another type. The functions log what the reply
+// lacks, each in its own words.
 class ByteReply {
 public:
     explicit ByteReply(Reply reply);
 
     explicit operator bool() const { return static_cast<bool>(reply_); }
     bool HasValue() const { return reply_.value_ != nullptr; }
-    // Whether the value is a tuple with a first member.
+    // Returns whether the value is a tuple with a first member.
     bool HasMember() const { return member_ != nullptr; }
-    // The bytes are the reply's. Null if the first member is not a byte array, or an empty one.
+    // Returns the bytes, which the reply owns. The pointer is null if the first member is not a byte array, or is an
+    // empty one.
     Bytes Array() const { return bytes_; }
 
-    // Logs why there is no member to read, and gives the result that a query then returns; nothing if there is one.
+    // If there is no member to read, logs why, and returns the result of the query. Otherwise returns nothing.
     std::optional<int> ResultWithoutMember(const Here& here) const;
 
 private:

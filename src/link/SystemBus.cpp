@@ -15,14 +15,15 @@ struct OwnConnection {
     ConnectionOwner connection;
 };
 
-std::mutex g_mutex;
+std::mutex g_ownMutex;
 
-// State Own if there is a connection; otherwise None or Shared, which no variable tells apart.
+// Guarded by g_ownMutex. With a connection here, the state is Own. Without, it is None or Shared: no variable tells
+// which.
 constinit NeverDestroyed<OwnConnection> g_own;
 
-// GIO keeps a closed connection alive until its "closed" signal was delivered. The signal is queued under the lock
-// under which the connection is marked as closed: g_dbus_connection_get_last_serial() takes that lock, so the signal is
-// in the context when it returns.
+// Delivers the "closed" signal of a lost connection, because the queued signal keeps the connection alive. GIO marks
+// the connection as closed, and queues the signal, under one lock. g_dbus_connection_get_last_serial() takes that lock,
+// so the signal is in the context when it returns.
 void DeliverClosed(const OwnConnection& lost)
 {
     g_dbus_connection_get_last_serial(lost.connection.get());
@@ -32,16 +33,16 @@ void DeliverClosed(const OwnConnection& lost)
 
 ConnectionOwner CurrentOwn()
 {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_ownMutex);
     return NewReference(g_own->connection.get());
 }
 
-// Own -> None, by one of the threads that find the connection closed.
+// Own -> None. If several threads find the connection closed, one of them takes it out.
 void RetireOwn(GDBusConnection* closed)
 {
     OwnConnection lost;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_ownMutex);
         if (g_own->connection.get() == closed) {
             lost = std::exchange(*g_own, {});
         }
@@ -51,13 +52,12 @@ void RetireOwn(GDBusConnection* closed)
     }
 }
 
-// None -> Own. If another thread was faster, its connection is the result, unless that is lost; the other one is
-// dropped.
+// None -> Own. If another thread was faster, and its connection is not lost, returns that one and drops this one.
 ConnectionOwner PublishOwn(OwnConnection opened)
 {
     ConnectionOwner own;
     {
-        const std::lock_guard lock(g_mutex);
+        const std::lock_guard lock(g_ownMutex);
         if (!g_own->connection || IsClosed(g_own->connection.get())) {
             std::swap(*g_own, opened);
         }
@@ -69,10 +69,10 @@ ConnectionOwner PublishOwn(OwnConnection opened)
     return own;
 }
 
-// The flags with which g_bus_get_sync() opens a connection. GLib 2.74 has added the last one, for containers.
+// Returns the flags with which g_bus_get_sync() opens a connection. GLib 2.74 added the last one, for containers.
 GDBusConnectionFlags BusConnectionFlags()
 {
-    constexpr int kCrossNamespace = 1 << 6; // its name is not in the headers of older GLibs
+    constexpr int kCrossNamespace = 1 << 6; // the headers of older GLib versions lack its name
     const int since = glib_check_version(2, 74, 0) == nullptr ? kCrossNamespace : 0;
     return static_cast<GDBusConnectionFlags>(
         G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION | since);
@@ -125,8 +125,8 @@ ConnectionOwner GetSystemBus(GError** error)
     GError* failure = nullptr;
     ConnectionOwner shared = Share(&failure);
     const ErrorOwner stale(failure);
-    // GIO hands out a lost connection, or the error with which its opening ended, for as long as anybody refers to it.
-    // So an error may be an old one, and the library tries to open a connection itself.
+    // GIO returns a lost connection, or the error with which opening it failed, for as long as anything refers to that
+    // connection. So the error may be an old one, and the library opens a connection itself.
     return stale || IsClosed(shared.get()) ? OpenOwn(error) : std::move(shared);
 }
 

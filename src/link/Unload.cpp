@@ -8,14 +8,12 @@ namespace kiv::link {
 
 namespace {
 
-/*
- * Releases what the library holds when dlclose() takes it out of memory: none of its threads is left then, and nothing
- * is locked. Nothing is released when a process exits, because its threads may still use it. A child of fork() may even
- * have inherited a lock that is held by a thread which the child does not have.
- *
- * The order: those that refer to a connection go before the connection. The receivers and the key have no order. This
- * function runs before the library's static objects are destroyed.
- */
+// Releases the library's objects when dlclose() unmaps the library: none of its threads runs then, and nothing is
+// locked. When a process exits, nothing is released, because other threads may still use the objects. In a child of
+// fork(), a lock may be held by a thread that the child does not have.
+//
+// Objects that refer to a connection are released before the connection. The receivers and the key can be released in
+// any order. This function runs before the library's static objects are destroyed.
 [[gnu::destructor]] void Unload()
 {
     if (WhichEnd() != End::kOfLibrary) {

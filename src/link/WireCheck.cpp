@@ -14,18 +14,18 @@ namespace {
 constexpr std::size_t kMaxNameLength = 255;
 constexpr std::size_t kMaxSignatureLength = 255;
 constexpr std::uint64_t kMaxArrayLength = std::uint64_t{64} * 1024 * 1024;
-// A message has 128 MiB with its header, which is far shorter than the rest of this.
+// A message is limited to 128 MiB with its header. The header is far shorter than the 2048 bytes that are left for it.
 constexpr std::uint64_t kMaxBodyLength = 2 * kMaxArrayLength - 2048;
 constexpr int kMaxArrayDepth = 32;  // in one signature
-constexpr int kMaxStructDepth = 32; // likewise
-constexpr int kMaxDepth = 64;       // of all containers, in variants too
+constexpr int kMaxStructDepth = 32; // in one signature, too
+constexpr int kMaxDepth = 64;       // of all containers, variants included
 
 constexpr const char* kFixedSizeTypes = "ybnqiuxtdh";
 constexpr const char* kLongArray = "an array of over 64 MiB, which D-Bus does not allow";
 constexpr const char* kTooDeep = "a value that is nested more deeply than D-Bus allows";
 
-// Reads a signature of GVariant's, which has types and depths that D-Bus has not. Types are checked here and not where
-// values are, because an array may have no values.
+// Checks the signature of a GVariant for types and depths that D-Bus does not have. WireWalk does not see the types of
+// an array without elements.
 class SignatureCheck {
 public:
     explicit SignatureCheck(std::string_view signature) : rest_(signature) {}
@@ -93,10 +93,10 @@ private:
     std::string_view rest_;
 };
 
-// Walks through a value and counts the bytes that it takes on the wire, with its padding.
+// Walks through a value, and counts its bytes on the wire with their padding.
 class WireWalk {
 public:
-    // The arguments' outer tuple, which is not a struct on the wire.
+    // Takes the tuple of the arguments, which is not a struct on the wire.
     const char* WalkArguments(GVariant* arguments)
     {
         if (const char* const reason = WalkMembers(arguments, 0)) {
@@ -128,7 +128,7 @@ private:
         }
     }
 
-    // GLib leaves data unchecked that it was told to trust.
+    // GLib does not check a text that was made as trusted data.
     const char* WalkText(GVariant* value)
     {
         gsize length = 0;
@@ -190,7 +190,7 @@ private:
         return nullptr;
     }
 
-    // 0 where it depends on the value.
+    // Returns 0 if the size depends on the value.
     static std::size_t FixedSize(const char* type)
     {
         switch (*type) {
@@ -230,7 +230,7 @@ private:
 
     void Align(std::size_t alignment) { size_ += (alignment - size_ % alignment) % alignment; }
 
-    // A number, or the length before a text or an array: as large as its alignment.
+    // Counts a number, or the length before a text or an array. Its alignment is its size.
     void Count(std::size_t size)
     {
         Align(size);
@@ -240,7 +240,7 @@ private:
     std::uint64_t size_ = 0;
 };
 
-// Whether a signature has nothing but numbers. Most calls are so, and need no walk.
+// Returns whether a signature has numbers alone. Most calls have such a signature, and need no walk.
 bool HasNumbersOnly(std::string_view signature)
 {
     return signature.find_first_not_of(kFixedSizeTypes) == std::string_view::npos;

@@ -4,8 +4,8 @@
 
 namespace kiv::link {
 
-// Why a call cannot be sent as a D-Bus message; null if it can. GLib logs a critical about some such calls or ends the
-// process, and the bus closes the connection over others. Arguments may be null.
+// Returns why a call cannot be sent as a D-Bus message, or null if it can. For such calls, GLib would log a critical or
+// end the process, or the bus would close the connection. The arguments may be null.
 const char* WhyUnsendable(const char* method, GVariant* arguments);
 
 } // namespace kiv::link

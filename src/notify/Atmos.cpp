@@ -21,7 +21,7 @@ struct Registration {
 
 constexpr int kSupported = 1;
 
-// In order of registration, which is the order of the calls; no callback twice.
+// Ordered by registration, which is the order of the calls. Each callback is registered once.
 using Registrations = kiv::notify::Receivers<std::uint64_t, Registration>;
 NeverDestroyed<Registrations> g_registrations;
 
@@ -30,13 +30,13 @@ auto IsOf(AtmosSupportCallback callback)
     return [callback](std::uint64_t, const Registration& registration) { return registration.callback == callback; };
 }
 
-// False if the callback is registered already.
+// Returns false if the callback is registered already.
 bool Add(const Registration& registration)
 {
     try {
         return g_registrations->AppendUnless(IsOf(registration.callback), registration);
     } catch (const std::bad_alloc&) {
-        return true; // not registered then, and the caller is not told
+        return true; // the callback is not registered, and the caller is not told
     }
 }
 
@@ -90,7 +90,7 @@ int register_atmos_support_cb(AtmosSupportCallback callback, void* user_data)
     }
     const Reply reply = call.Invoke("SubscribeNamServiceCallback", g_variant_new("(i)", getpid()));
     if (!reply) {
-        // A server that refuses is not the caller's failure.
+        // A failed call of the server does not count as a failure of the registration.
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return 0;
     }

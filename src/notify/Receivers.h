@@ -10,13 +10,11 @@
 
 namespace kiv::notify {
 
-/*
- * Holds what hosts registered to be called for events, in the order of the keys. Any thread changes it while the event
- * dispatch walks through it, and nothing is locked while a host runs. Removing takes no memory.
- *
- * An entry that is removed during a walk is not called any more, but stays in the map until no walk can stand on it. An
- * entry that is added during a walk is called from the next event on, also one that was removed in that walk.
- */
+// Holds the callbacks that hosts registered for events, in the order of their keys. Threads may change it while the
+// event dispatch walks through it. No lock is held while a callback runs. Removing an entry allocates nothing.
+//
+// An entry that is removed during a walk is not called any more, but stays in the map until the last walk has ended. An
+// entry that is added during a walk is called from the next event on, even if it was removed in the same walk.
 template <typename Key, typename Receiver>
 class Receivers {
 public:
@@ -25,7 +23,7 @@ public:
         return !Contains([](const auto&...) { return true; });
     }
 
-    // Predicates are given key and receiver.
+    // A predicate gets the key and the receiver of an entry.
     template <typename Predicate>
     bool Contains(Predicate&& isMeant) const
     {
@@ -33,7 +31,7 @@ public:
         return std::ranges::any_of(entries_, [&](const auto& entry) { return IsAlive(entry, isMeant); });
     }
 
-    // May throw std::bad_alloc, and changes nothing then.
+    // Throws std::bad_alloc if there is no memory, and changes nothing then.
     void AddOrReplace(Key key, const Receiver& receiver)
     {
         const std::lock_guard lock(mutex_);
@@ -41,7 +39,7 @@ public:
         entry = {receiver, entry.isAlive ? entry.walkBefore : lastWalk_, true};
     }
 
-    // Adds a receiver behind all others. Does nothing, and returns false, if there is one that is meant.
+    // Adds a receiver behind all others, unless the predicate is true of one. Returns whether the receiver was added.
     template <typename Predicate>
     bool AppendUnless(Predicate&& isMeant, const Receiver& receiver)
     {
@@ -56,7 +54,7 @@ public:
 
     enum class Removed { kNothing, kOneOfMany, kTheLast };
 
-    // Removes the one that is meant.
+    // Removes the first receiver of which the predicate is true.
     template <typename Predicate>
     Removed Remove(Predicate&& isMeant)
     {
@@ -72,7 +70,7 @@ public:
         return isAnyLeft ? Removed::kOneOfMany : Removed::kTheLast;
     }
 
-    // Calls a function with each receiver, as it is when its turn comes.
+    // Calls a function with each receiver. One that is replaced during the walk is passed as it is when its turn comes.
     template <typename Function>
     void ForEach(Function&& function)
     {
@@ -85,12 +83,12 @@ public:
 private:
     struct Entry {
         Receiver receiver;
-        std::uint64_t walkBefore; // the last one that began before the entry was added
+        std::uint64_t walkBefore; // number of the last walk that began before the entry was added
         bool isAlive;
     };
     using Entries = std::map<Key, Entry>;
 
-    // Ends in order also if a function ends its thread.
+    // A walk through the entries. Its destructor ends it, also when a callback ends the thread.
     class Walk {
     public:
         explicit Walk(Receivers& receivers) : receivers_(receivers)

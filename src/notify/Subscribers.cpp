@@ -15,7 +15,7 @@ using namespace kiv::link;
 
 namespace {
 
-// In byte order of the names, which is the order of the calls.
+// Ordered by the bytes of the names, which is the order of the calls.
 NeverDestroyed<kiv::notify::Receivers<std::string, NamEventCallback>> g_subscribers;
 
 auto IsCalled(const char* wanted)
@@ -23,7 +23,7 @@ auto IsCalled(const char* wanted)
     return [wanted](const std::string& name, NamEventCallback) { return name == wanted; };
 }
 
-// False if there is no memory for it.
+// Returns false if there is no memory for the subscriber.
 bool Add(const char* name, NamEventCallback callback)
 {
     try {

@@ -8,7 +8,7 @@ using namespace kiv::link;
 
 namespace {
 
-// The functions that ask for a mode never tell of the multi-room mode.
+// GetTavrinUIMode() and GetNetSpkSettingMode() report the multi-room mode as surround.
 int SurroundForMultiRoom(const Here& here)
 {
     KIV_LOG_AT(here, kLogError, "[%s] Not support NETSPKSETTING_MULTIROOM, return NETSPKSETTING_SURROUND", kApiTag);
@@ -71,9 +71,9 @@ bool CanEnterTavrinSettings()
         KIV_LOG_ERROR("MethodCall Error");
         return false;
     }
-    const bool bCanEnterTavrinSettings = reply.Bool(false);
-    KIV_LOG_INFO("bCanEnterTavrinSettings[%d]", bCanEnterTavrinSettings);
-    return bCanEnterTavrinSettings;
+    const bool answer = reply.Bool(false);
+    KIV_LOG_INFO("bCanEnterTavrinSettings[%d]", answer);
+    return answer;
 }
 
 bool FlagEnableNetworkSpeaker()
@@ -81,7 +81,7 @@ bool FlagEnableNetworkSpeaker()
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
     const ApiCall call(KIV_HERE, s_pre_checking());
     if (!call.HasConnection()) {
-        // As long as nobody can be asked, they count as enabled.
+        // Without a connection, network speakers count as enabled.
         KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, true);
         return true;
     }
@@ -94,7 +94,7 @@ bool FlagEnableNetworkSpeaker()
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return false;
     }
-    const bool bEnableNetworkSpeaker = reply.Bool(false);
-    KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, bEnableNetworkSpeaker);
-    return bEnableNetworkSpeaker;
+    const bool answer = reply.Bool(false);
+    KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, answer);
+    return answer;
 }

@@ -9,7 +9,7 @@ namespace kiv::settings {
 
 namespace {
 
-// Whoever reads these lines expects bytes as signed numbers: 0xa4 in hexadecimal is ffffffa4.
+// Log lines show these bytes as signed numbers: 0xa4 is ffffffa4 in hexadecimal.
 int Signed(unsigned char byte)
 {
     return static_cast<signed char>(byte);

@@ -14,13 +14,14 @@ namespace {
 
 constexpr std::size_t kIdentityLength = KIV_SOUNDBAR_DEVICE_INFO_LEN;
 
-// What the server answers about the soundbar: its identity, an integer, and the sound mode where that was asked for.
+// Offsets in the server's replies about the soundbar: its identity, an integer and, in the reply to
+// GetSoundbarSoundMode, the sound mode.
 constexpr std::size_t kIntegerAt = kIdentityLength;
 constexpr std::size_t kDeviceInfoLength = kIntegerAt + sizeof(std::int32_t);
 constexpr std::size_t kSoundModeAt = kDeviceInfoLength;
 constexpr std::size_t kSoundModeReplyLength = kSoundModeAt + KIV_SOUND_MODE_LEN;
 
-// A sound mode that begins with 1 has one of two lengths.
+// A sound mode that begins with 1 must have 5 or 13 bytes.
 bool IsCorrupted(const unsigned char* soundmodeData, int soundModeDataLen)
 {
     return soundmodeData[0] == 1 && soundModeDataLen != 5 && soundModeDataLen != 13;
@@ -39,7 +40,7 @@ void SetSoundbarSoundMode(const unsigned char* pMac, int nIP, const unsigned cha
         return;
     }
     KIV_LOG_DEBUG("[%s] Mac[" KIV_MAC_FORMAT "], nDataLen[%d]", kApiTag, KIV_MAC_BYTES(pMac), nDataLen);
-    // A negative length counts as one that cannot be allocated.
+    // A negative length is handled like one that cannot be allocated.
     const auto dataLength = static_cast<unsigned>(std::max(nDataLen, 0));
     Payload payload{Bytes(pMac, NETSPK_MAC_LEN), BytesOf(nIP), Bytes(pData, dataLength)};
     if (nDataLen < 0 || !payload) {
@@ -104,7 +105,7 @@ int GetSoundbarDeviceInfo(unsigned char* soundbarDeviceInfo)
     if (bytes.data() == nullptr) {
         return 0;
     }
-    // Logged whatever came: what is missing reads as zero.
+    // The line is logged whatever the length of the reply is. Missing bytes are logged as zero.
     std::array<unsigned char, kIdentityLength> identity{};
     CopyUpTo(identity, bytes);
     KIV_LOG_DEBUG(

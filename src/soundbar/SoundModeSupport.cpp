@@ -8,7 +8,7 @@ using namespace kiv::link;
 
 namespace {
 
-// What the server answers about the protocol: the version, and data about the sound modes.
+// Offsets in the reply to GetSoundbarProtocolVersion: the version, and data about the sound modes.
 constexpr std::size_t kVersionDataAt = sizeof(std::int32_t);
 constexpr std::size_t kVersionReplyLength = kVersionDataAt + KIV_SOUND_MODE_LEN;
 

@@ -8,7 +8,7 @@ using namespace kiv::link;
 
 namespace {
 
-// Nothing if the server gave no answer.
+// Returns nothing if the server gave no answer.
 std::optional<bool> Ask(const Here& here, const char* question)
 {
     ApiCall call(here);
@@ -31,28 +31,28 @@ std::optional<bool> Ask(const Here& here, const char* question)
 
 bool CanCancelTavrin()
 {
-    const std::optional<bool> bCanCancelTavrin = Ask(KIV_HERE, "CanCancelTavrin");
-    if (bCanCancelTavrin) {
-        KIV_LOG_INFO("bCanCancelTavrin[%d]", *bCanCancelTavrin);
+    const std::optional<bool> answer = Ask(KIV_HERE, "CanCancelTavrin");
+    if (answer) {
+        KIV_LOG_INFO("bCanCancelTavrin[%d]", *answer);
     }
-    return bCanCancelTavrin.value_or(false);
+    return answer.value_or(false);
 }
 
 bool PreSelectTavrin()
 {
-    const std::optional<bool> bPreSelectTavrin = Ask(KIV_HERE, "PreSelectTavrin");
-    if (bPreSelectTavrin) {
-        KIV_LOG_INFO("bPreSelectTavrin[%d]", *bPreSelectTavrin);
+    const std::optional<bool> answer = Ask(KIV_HERE, "PreSelectTavrin");
+    if (answer) {
+        KIV_LOG_INFO("bPreSelectTavrin[%d]", *answer);
     }
-    return bPreSelectTavrin.value_or(false);
+    return answer.value_or(false);
 }
 
 bool CanSelectTavrin()
 {
     KIV_LOG_DEBUG("Enter");
-    const std::optional<bool> bCanSelectTavrin = Ask(KIV_HERE, "CanSelectTavrin");
-    if (bCanSelectTavrin) {
-        KIV_LOG_INFO("bCanSelectTavrin[%d]", *bCanSelectTavrin);
+    const std::optional<bool> answer = Ask(KIV_HERE, "CanSelectTavrin");
+    if (answer) {
+        KIV_LOG_INFO("bCanSelectTavrin[%d]", *answer);
     }
-    return bCanSelectTavrin.value_or(false);
+    return answer.value_or(false);
 }

@@ -11,7 +11,7 @@ using namespace kiv::link;
 
 namespace {
 
-// The text in a field of fixed size, which need not end with a NUL.
+// A copy of the text in a field of fixed size, which may lack the NUL at its end.
 template <std::size_t Size>
 class FieldText {
 public:
@@ -24,12 +24,12 @@ private:
 
 constexpr std::size_t kTypeLength = NETSPK_SPEAKER_TYPE_LEN + 1;
 
-// What the server answers about the active speakers: name, type, number of speakers, speakers.
+// Offsets in the reply to GetActiveNetSpkInfo: name, type, number of speakers, speakers.
 constexpr std::size_t kTypeAt = NETSPK_LIST_NAME_LEN;
 constexpr std::size_t kCountAt = kTypeAt + kTypeLength;
 constexpr std::size_t kSpeakersAt = kCountAt + sizeof(std::int32_t);
 
-// The number that the server announces; the speakers are appended only if all of them are there.
+// Returns the number of speakers that the server announces. Appends the speakers only if all of them are there.
 int AppendSpeakers(std::vector<spk_info_s>& list, Bytes payload)
 {
     if (payload.size() < kSpeakersAt) {
@@ -123,15 +123,15 @@ int GetNetSpkListInfoNumber()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    int nRetV = kApiFailed;
+    int result = kApiFailed;
     const Reply reply = call.Invoke("GetNetSpkListInfoNumber");
     if (reply) {
-        nRetV = reply.Int(0);
+        result = reply.Int(0);
     } else {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
     }
-    KIV_LOG_INFO("GetNetSpkListInfoNumber nRetV=[%d]", nRetV);
-    return nRetV;
+    KIV_LOG_INFO("GetNetSpkListInfoNumber nRetV=[%d]", result);
+    return result;
 }
 
 int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list)

@@ -20,8 +20,8 @@ int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStart
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return kApiFailed;
     }
-    if (modeReply.Int(kApiFailed) == -1) {
-        // The server's refusal of the mode does not stop the start.
+    if (modeReply.Int(kApiFailed) == kApiFailed) {
+        // The start goes on, although the server refuses the mode.
         KIV_LOG_ERROR("[%s] MethodCall(SetNetSpkSettingMode) Error!", kApiTag);
     }
 
@@ -85,7 +85,7 @@ int GetSurroundChannelNumber()
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return kApiFailed;
     }
-    const int nSurroundChannelNumber = reply.Int(kApiFailed);
-    KIV_LOG_INFO("[%s] nSurroundChannelNumber[%d]", kApiTag, nSurroundChannelNumber);
-    return nSurroundChannelNumber;
+    const int result = reply.Int(kApiFailed);
+    KIV_LOG_INFO("[%s] nSurroundChannelNumber[%d]", kApiTag, result);
+    return result;
 }

@@ -20,7 +20,7 @@ void StartNetSpkTest(const unsigned char* pMac, int nTestParam, int nChType, int
     }
 }
 
-// Unlike the start, it looks at its arguments first.
+// Unlike StartNetSpkTest(), checks its arguments before it calls the server.
 void StopNetSpkTest(const unsigned char* pMac, int nTestParam, int nTestExtra)
 {
     if (pMac == nullptr) {

@@ -1,11 +1,11 @@
 #!/bin/bash
 # usage: abi.sh record|compare <library> <baseline>
-# Writes down what hosts of the library depend on: its exports, and the types that they name. Or compares with that.
+# Records what hosts of the library depend on, its exports and the types that they name, or compares it with the baseline.
 set -euo pipefail
 
 now=$(mktemp)
 trap 'rm "$now"' EXIT
-# Nothing of the machine that built the library, and no lines that other changes move.
+# Leaves out paths of the build machine, and source lines, which other changes move.
 abidw --exported-interfaces-only --drop-undefined-syms --no-comp-dir-path --no-corpus-path --no-elf-needed \
     --no-show-locs --no-parameter-names --type-id-style hash --out-file "$now" "$2"
 

@@ -1,4 +1,4 @@
-# Sourced by the other scripts here. They are given the source directory and a work directory.
+# The other scripts here source this file. Their arguments are the source directory and a work directory.
 source=$1
 work=$2
 log=$work/log
@@ -17,7 +17,7 @@ fail() {
     exit 1
 }
 
-# Arguments: options of cmake. What it prints is in the log.
+# Configures with these options of cmake. The output goes to the log.
 configure() {
     "$CMAKE_COMMAND" -S "$source" -B "$build" -DCMAKE_INSTALL_LIBDIR=lib "$@" >"$log" 2>&1 || {
         cat "$log"
@@ -30,7 +30,7 @@ expect_refusal() { # expected line, options of cmake...
     if "$CMAKE_COMMAND" -S "$source" -B "$build" "${@:2}" >"$log" 2>&1; then
         fail "cmake took ${*:2}"
     fi
-    # CMake breaks the lines of errors.
+    # CMake wraps error messages, so line ends count as blanks.
     tr -s ' \n' ' ' <"$log" >"$log.joined"
     grep -q -- "$1" "$log.joined" || {
         cat "$log"

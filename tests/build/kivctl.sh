@@ -1,7 +1,7 @@
 #!/bin/bash
 # usage: kivctl.sh <source directory> <work directory>
-# For a TV, whose platform provides its calls itself, kivctl is built without the simulator and the sandbox, and copied alone.
-# Where the loader cannot start it, the page about porting has what the loader prints.
+# Builds kivctl for a TV, whose platform has the platform's functions: without the simulator and the sandbox, and copied alone.
+# The page about porting shows what the loader prints if it cannot start kivctl.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 export LC_ALL=C
@@ -9,13 +9,14 @@ export LC_ALL=C
 platform=$work/platform
 mkdir "$platform"
 
-# A library of the TV's. Further arguments go to the compiler.
+# Builds a library of the TV. Further arguments go to the compiler.
 make_library() { # name, function, arguments...
     echo "extern \"C\" int $2() { return -1; }" |
         "$CXX" -shared -fPIC "-Wl,-soname,$1" -o "$platform/$1" "${@:3}" -x c++ -
 }
 
-# The loader refuses to go on, and the page says so in its words. Arguments: a text of those, what sed makes the others of.
+# Checks that the loader refuses to start kivctl, and that the page shows its message. Arguments: a part of the message,
+# and what sed changes in it.
 expect_told() { # text, [sed expression]
     local line
     if LD_LIBRARY_PATH=$libraries "$tool" enabled >"$log" 2>&1; then
@@ -43,7 +44,7 @@ for library in libplatform-log libplatform-info; do
     [[ $needed == *"[$library.so.1]"* ]] || fail "the library does not need $library.so.1"
 done
 
-# One file, which needs nothing that a TV does not have.
+# kivctl is one file. It must not need libraries that a TV does not have.
 mkdir "$work/tv"
 tool=$work/tv/kivctl
 cp "$prefix/bin/kivctl" "$tool"
@@ -61,7 +62,7 @@ expect_told "libplatform-log.so.1: cannot open shared object file"
 libraries=$platform:$prefix/lib
 make_library libplatform-info.so.1 another_function
 expect_told "undefined symbol" "s,[^ ]*/,/usr/lib/,"
-# The same where kivctl keeps the library's lines back.
+# The loader's message is also shown by commands for which kivctl keeps the library's lines back.
 for command in enabled "list nodes" "--json doctor"; do
     read -ra words <<<"$command"
     env -u KIV_LOG_LEVEL LD_LIBRARY_PATH="$libraries" "$tool" "${words[@]}" >"$log" 2>&1 && fail "$command runs"

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: oldest.sh
-# Builds what can be built here, installs it, and builds hosts of it, each with the CMake that is here.
+# Builds what can be built here, installs it, and builds hosts of the library, all with the CMake of this machine.
 set -euo pipefail
 
 source=$(cd "$(dirname "$0")/../.." && pwd)

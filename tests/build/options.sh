@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: options.sh <source directory> <work directory>
-# A part that is named requires what it needs, and says which package brings that.
+# Checks that a part that is switched ON requires its packages, and names those that are missing.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 
@@ -11,5 +11,5 @@ done
 expect_refusal "BUILD_TESTING is ON, .* missing: libgtest-dev libgmock-dev" -DBUILD_TESTING=ON \
     -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
 expect_refusal "KIV_BUILD_PYTHON is ON, .* missing: python3" -DKIV_BUILD_PYTHON=ON -DCMAKE_DISABLE_FIND_PACKAGE_Python3=ON
-# For another machine, as CMake takes it: what is built cannot be run.
+# CMake takes this for a build for another machine, where programs cannot be run.
 expect_refusal "KIV_BUILD_MAN is ON, .* missing: an emulator" -DKIV_BUILD_MAN=ON -DCMAKE_SYSTEM_NAME=Linux

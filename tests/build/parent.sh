@@ -1,6 +1,7 @@
 #!/bin/bash
 # usage: parent.sh <source directory> <work directory>
-# Another project takes the library alone, in each of two ways, and its own install rules, flags and tests stay as they are.
+# Checks that a project can add the library alone, in each of two ways, and that its install rules, flags and tests stay as
+# they are.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 
@@ -12,15 +13,15 @@ for way in subdirectory fetch-content; do
     configure -DKIV_SOURCE="$project" -DWAY=$way -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
     build_all
     install_all
-    # Its own test, which runs the program, and no other.
+    # The project has only its own test, which runs the program.
     (cd "$build" && "$(dirname "$CMAKE_COMMAND")/ctest" --output-on-failure) >"$log" || {
         cat "$log"
         fail "the parent's test failed with $way"
     }
     expect_line '^100% tests passed, 0 tests failed out of 1$'
-    # Its own file, and no other.
+    # Only the project's own file is installed.
     test "$(cd "$prefix" && find . -type f)" = ./bin/parent || fail "$(cd "$prefix" && find . -type f) are installed with $way"
-    # Its own flags, and no other.
+    # The program is compiled with the project's own flags only.
     grep '"command":.*Parent.cpp' "$build/compile_commands.json" >"$log"
     if grep -qE -e ' -W| -f|-std=[^ ]*20' "$log"; then
         fail "the parent is compiled with flags of the library: $(cat "$log")"

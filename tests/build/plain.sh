@@ -1,13 +1,13 @@
 #!/bin/bash
 # usage: plain.sh <source directory> <work directory>
-# With a compiler, CMake and GLib alone, the library is built and installed, and one line each tells what is left out.
+# Checks that a compiler, CMake and GLib are enough to build and install the library, and that one line says what is left out.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
 
-# As if these packages were not installed.
+# Configures as if these packages were not installed.
 configure "${without_packages[@]}"
 expect_line 'Left out: the simulator, .* Missing: libcli11-dev, libfmt-dev, nlohmann-json3-dev$'
-# One cause, one line.
+# There is one line for one cause.
 test "$(grep -c 'Left out' "$log")" = 1
 build_all
 install_all
@@ -15,7 +15,7 @@ install_all
 expect_files include/KivServiceInterface.h lib/libkiv-interface-api.so lib/libkiv-platform-host.so
 expect_no_files bin share/man share/bash-completion
 
-# The target of the Python module builds all of it. Until then, pytest is told of no plugin.
+# The target kiv-python builds the whole module. Until that is built, pytest finds no plugin.
 configure "${without_packages[@]}" -DKIV_BUILD_PYTHON=ON
 build_target() {
     "$CMAKE_COMMAND" --build "$build" --target "$1" >"$log" 2>&1 || fail "there is no $1: $(cat "$log")"
@@ -27,7 +27,7 @@ PYTHONPATH=$build/python python3 -c 'import importlib.metadata, importlib.util, 
 [plugin] = importlib.metadata.distribution("kiv").entry_points
 assert importlib.util.find_spec(plugin.value)'
 
-# A program takes the library from the build tree, too.
+# A program can use the library from the build tree, too.
 (
     source+=/tests/install/host
     tree=$build
@@ -37,7 +37,7 @@ assert importlib.util.find_spec(plugin.value)'
     "$build/installed-host"
 )
 
-# Only the tests and the page of the sandbox lack something here.
+# With all packages but GoogleTest and libsoup, only the tests and the page of the sandbox are left out.
 cat >"$work/pkg-config" <<'SH'
 #!/bin/sh
 case "$*" in *libsoup*) exit 1 ;; esac

@@ -14,7 +14,7 @@ namespace {
 
 class AllocationTest : public EventTest {};
 
-// Between its subscription and its last line a registration allocates its entry and nothing else.
+// Between its subscription and its last line, a registration allocates only its entry.
 TEST_F(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
 {
     char hall[] = "hall";
@@ -56,7 +56,7 @@ TEST_F(AllocationTest, ASubscriptionWithoutMemoryIsAnErrorLineAndZero)
     EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
 }
 
-// Three records, and memory for fewer in one piece: room for one, for two and for four is what a list asks for in turn.
+// Three records, and not enough memory in one piece: a list asks for room for one, two and four records in turn.
 class GrowingListTest : public EventTest, public ::testing::WithParamInterface<std::size_t> {
 protected:
     GrowingListTest() { StartAndConnect(); }

@@ -13,7 +13,7 @@ namespace kiv::test {
 
 inline const std::string kEnter = "D MethodCall: [NAM_API] Enter";
 
-// A server that refuses, and what the log then says before the function's own line.
+// A fault with which the server refuses a call, and the line that the log then has before the function's own line.
 inline const std::string kRefusal = "{'error': <'org.example.Refused'>, 'message': <'no'>}";
 
 inline std::string RefusedLine(const std::string& method)
@@ -21,7 +21,7 @@ inline std::string RefusedLine(const std::string& method)
     return "E MethodCall: [NAM_API] Error: method [" + method + "],[GDBus.Error:org.example.Refused: no]...";
 }
 
-// A server that dies in the call.
+// A fault with which the server dies in the call.
 inline const std::string kDeath = "{'exit': <true>}";
 
 inline std::string DiedLine(const std::string& method)
@@ -29,7 +29,7 @@ inline std::string DiedLine(const std::string& method)
     return "E MethodCall: [NAM_API] Error: method [" + method + "],[" + DeadServerError() + "]...";
 }
 
-// The line about a failed call that says when it failed, and nothing else.
+// Checks that the line about a failed call has the time of the failure, and nothing else.
 inline void ExpectTimed(const std::string& line, const std::string& function, std::time_t earliest)
 {
     const std::string format = "E " + function + ": [NAM_API] MethodCall Error, time(";
@@ -42,7 +42,7 @@ inline void ExpectTimed(const std::string& line, const std::string& function, st
     EXPECT_LE(seconds, std::time(nullptr));
 }
 
-// The line about a call that D-Bus has no message for.
+// Returns the line about a call that D-Bus has no message for.
 inline std::string UnsendableLine(const std::string& method, const std::string& reason)
 {
     return "E MethodCall: [NAM_API] Error: method [" + method + "],[" + reason + "]...";
@@ -53,7 +53,7 @@ inline std::string TooLongLine(const std::string& method)
     return UnsendableLine(method, "an array of over 64 MiB, which D-Bus does not allow");
 }
 
-// Bytes that a D-Bus array can have at most.
+// The number of bytes that a D-Bus array can have.
 inline constexpr std::size_t kLongestArray = 64 * 1024 * 1024;
 
 // A speaker's MAC address, and how it is sent and logged.
@@ -61,7 +61,7 @@ inline const unsigned char kMac[] = {0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4};
 inline const std::string kMacSent = "0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4";
 inline const std::string kMacLogged = "02:4b:49:56:7f:a4";
 
-// What a call logs on a device without the feature.
+// Returns the lines of a call on a device without the feature.
 inline Lines DisabledLines(const std::string& function)
 {
     return {
@@ -77,7 +77,7 @@ struct WrongReply {
     std::string Fault() const { return std::string("{'reply': <") + value + ">}"; }
 };
 
-// Replies of every type but the one that a function expects.
+// Returns replies of every type except the expected one.
 inline std::vector<WrongReply> WrongReplies(const std::string& expected)
 {
     std::vector<WrongReply> replies{
@@ -100,7 +100,7 @@ inline std::vector<WrongReply> WrongReplies(const std::string& expected)
     return replies;
 }
 
-// The line about a reply of another type.
+// Returns the line about a reply of another type.
 inline std::string WrongTypeLine(
     const std::string& function, const std::string& method, const std::string& expected, const std::string& found)
 {
@@ -108,8 +108,8 @@ inline std::string WrongTypeLine(
            "] found";
 }
 
-// The lines about a reply to a function that takes a byte array from its first member, before those that the function
-// writes where there are no bytes.
+// Returns the lines about a reply to a function that reads a byte array from the first member. They come before the
+// function's own lines about missing bytes.
 inline Lines NoBytesLines(const std::string& function, const std::string& method, const WrongReply& reply)
 {
     const GVariantType* const tuple = G_VARIANT_TYPE(reply.type);
@@ -121,7 +121,7 @@ inline Lines NoBytesLines(const std::string& function, const std::string& method
     return {WrongTypeLine(function, method, "ay", found)};
 }
 
-// A byte array among the arguments that Sent() gives.
+// Returns a byte array in the form that Sent() has for arguments.
 inline std::string BytesText(const std::vector<unsigned char>& bytes)
 {
     GVariant* array = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1);
@@ -132,7 +132,7 @@ inline std::string BytesText(const std::vector<unsigned char>& bytes)
     return text;
 }
 
-// The bytes of speakers, back to back.
+// Returns the bytes of speakers, which lie back to back.
 inline std::vector<unsigned char> Records(const std::vector<STNetSpkConfig>& speakers)
 {
     std::vector<unsigned char> bytes(speakers.size() * 86);
@@ -142,7 +142,7 @@ inline std::vector<unsigned char> Records(const std::vector<STNetSpkConfig>& spe
     return bytes;
 }
 
-// Bytes that differ from place to place.
+// Returns bytes that differ from place to place.
 inline std::vector<unsigned char> SomeBytes(std::size_t count)
 {
     std::vector<unsigned char> bytes(count);
@@ -169,7 +169,7 @@ public:
     Unit* Data() { return memory_.data() + kRim; }
     std::vector<unsigned char> Bytes() const { return {memory_.begin() + kRim, memory_.end() - kRim}; }
     bool IsUntouched() const { return StartsWithOnly({}); }
-    // These bytes are at its start, and the others are as they were.
+    // Returns whether the buffer begins with these bytes, and the others are unchanged.
     bool StartsWithOnly(std::vector<unsigned char> bytes) const
     {
         bytes.resize(size, static_cast<unsigned char>(kUntouched));
@@ -194,7 +194,7 @@ inline STNetSpkConfig Speaker(unsigned char seed)
     return speaker;
 }
 
-// The bytes of a call's one argument, "(ay)".
+// Returns the bytes of a call's only argument, "(ay)".
 inline std::vector<unsigned char> Bytes(const ServerCall& call)
 {
     EXPECT_STREQ(g_variant_get_type_string(call.body.get()), "(ay)");
@@ -206,9 +206,7 @@ inline std::vector<unsigned char> Bytes(const ServerCall& call)
     return bytes;
 }
 
-/*
- * A function of the library, and a server that is up.
- */
+// Tests a function of the library with a server that runs.
 class ApiTest : public BusTest {
 protected:
     explicit ApiTest(const sandbox::BusOptions& options = {}) : BusTest(options)
@@ -218,7 +216,7 @@ protected:
         connected_ = UniqueName();
     }
 
-    // What the function itself logged.
+    // Returns the lines that the function itself logged.
     static Lines Own(const std::string& function)
     {
         Lines lines = platform_log::OfFunction(function);
@@ -233,7 +231,7 @@ protected:
         return lines;
     }
 
-    // The function looks at its arguments once the device has been asked and the server reached, however bad they are.
+    // Expects that the function checks its arguments only after it has read the device feature and reached the server.
     void ExpectArgumentsLast(const std::string& function, const Lines& first, const std::function<void()>& call)
     {
         KillServer();
@@ -248,15 +246,15 @@ protected:
         EXPECT_THAT(Sent(), ::testing::IsEmpty());
     }
 
-    // The server has been reached, and not been asked for anything.
+    // Expects that the server was reached, but no method was called.
     void ExpectNothingAsked()
     {
         EXPECT_THAT(Sent(), ::testing::ElementsAre(kOwnerQuery, IdQuery()));
         EXPECT_THAT(control_.Methods(), ::testing::ElementsAre("check_dbus_connection"));
     }
 
-    // The owner of the server's name has been asked for once more, and the method not called after that. The connection
-    // is the one of before, and carries the next call.
+    // Expects that the library asked once more for the server's owner, and did not call the method. The connection is
+    // still the same, and carries the next call.
     void ExpectNotCalled(const Lines& sentBefore = {})
     {
         EXPECT_EQ(Sent(), (Lines{kOwnerQuery, IdQuery()} + sentBefore + Lines{kOwnerQuery}));
@@ -264,15 +262,15 @@ protected:
         EXPECT_EQ(UniqueName(), connected_);
     }
 
-    // All that the log says of a call that got as far as the server: the function's lines before its method is called,
-    // and those after.
+    // Returns all lines of a call that reached the server: the function's lines before its method is called, and those
+    // after.
     static Lines Logged(const std::string& function, const Lines& before, const Lines& after)
     {
         return Lines{"I " + function + ": >>> API Start ", kEnter} + before + Lines{kEnter} + after;
     }
 
 private:
-    // The bus gives each connection another one.
+    // Returns the name that the bus gave to the library's connection. Each connection gets another one.
     static std::string UniqueName() { return g_dbus_connection_get_unique_name(CNSGdbus::m_pInstance->m_pConnection); }
 
     std::string connected_;

@@ -51,7 +51,7 @@ class AtmosRegisterTest : public AtmosTest {};
 class AtmosUnregisterTest : public AtmosTest {};
 class AtmosEventTest : public AtmosTest {};
 
-// --- kiv_is_receiver_atmos
+// --- kiv_is_receiver_atmos ---
 
 TEST_F(AtmosQueryTest, ReturnsAndLogsTheServersAnswer)
 {
@@ -127,7 +127,7 @@ TEST_F(AtmosQueryTest, StartsAnAbsentServer)
     EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection", "check_dbus_connection", kQuery));
 }
 
-// --- register_atmos_support_cb
+// --- register_atmos_support_cb ---
 
 TEST_F(AtmosRegisterTest, SubscribesWithTheServer)
 {
@@ -249,7 +249,7 @@ TEST_F(AtmosRegisterTest, WithoutAServer)
     EXPECT_THAT(CallsAfterAtmosEvent(), IsEmpty());
 }
 
-// --- unregister_atmos_support_cb
+// --- unregister_atmos_support_cb ---
 
 TEST_F(AtmosUnregisterTest, TellsTheServerAndEndsTheCalls)
 {
@@ -410,7 +410,7 @@ TEST_F(AtmosUnregisterTest, WithoutAServerTheRegistrationStays)
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
 }
 
-// --- The event
+// --- The event ---
 
 TEST_F(AtmosEventTest, CallsInTheOrderOfRegistrationAndBeforeTheSubscribers)
 {
@@ -520,7 +520,7 @@ TEST_F(AtmosEventTest, SubscribersMayBeRemovedFromWithin)
 TEST_F(AtmosEventTest, ACallbackMayCallTheServer)
 {
     StartAndConnect();
-    control_.SetAtmos(true); // before there is a subscriber to tell
+    control_.SetAtmos(true); // before a subscriber can receive the event
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     std::atomic<bool> supported = false;
     Callbacks::Do('f', [&] { supported = kiv_is_receiver_atmos(); });

@@ -75,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(
         OneNumber("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile)),
     NameOf);
 
-// --- The list of MAC addresses ------------------------------------------------------------------------------------
+// --- The list of MAC addresses ---
 
 struct MacList {
     const char* function;
@@ -156,7 +156,7 @@ TEST_P(MacListTest, AListThatTheBusCannotCarryIsAFailedCall)
 
 TEST_P(MacListTest, ANumberWhoseLengthDoesNotFitInAnIntCannotBeAllocatedAndIsNotRead)
 {
-    // Times six, some of them are small numbers in 32 bits.
+    // In 32 bits, six times some of these counts is a small number.
     for (const int count : {(INT_MAX - 4) / 6 + 1, 0x2aaaaaaa, 0x2aaaaaab, 0x55555556, INT_MAX}) {
         ForgetTraffic();
         EXPECT_EQ(call_(kMacs, count), -1);
@@ -177,7 +177,7 @@ INSTANTIATE_TEST_SUITE_P(Functions, MacListTest, ::testing::ValuesIn(kMacLists),
     return std::string(list.param.function);
 });
 
-// --- The two of one number ----------------------------------------------------------------------------------------
+// --- The two functions with one number ---
 
 class AutoConnectTest : public ApiTest {};
 

@@ -19,7 +19,7 @@ const GDBusInterfaceVTable kNoHandlers = {};
 const std::string kAbsent = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
 const std::string kIdFailed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
 
-// An "(i)" that says when its last reference is gone.
+// An "(i)" that reports when its last reference is released.
 class WatchedValue {
 public:
     GVariant* New()
@@ -92,7 +92,7 @@ TEST_F(BusClientTest, MembersStandInTheirOrder)
         &client_.m_pMainLoop,     &client_.m_pConnection,   &client_.m_stInterfaceVTable,   &client_.m_nRegistrationId,
         &client_.m_strProxyName,  &client_.m_bProxyReady,   &client_.m_pfnEventCallback,    &client_.m_pUserData};
     EXPECT_TRUE(std::ranges::is_sorted(members));
-    EXPECT_EQ(members[0], &client_); // nothing before the first, so no virtual operation either
+    EXPECT_EQ(members[0], &client_); // there is nothing before the first member, so the class has no virtual functions
 }
 
 TEST_F(BusClientTest, TheConstructorLeavesNothingAsItWas)
@@ -267,7 +267,7 @@ protected:
         g_weak_ref_init(&connection, client_.m_pConnection);
         client_.m_DestroyMessageMonitor();
         client_.GiveProxy();
-        // GIO's worker may hold it for a moment still.
+        // GIO's worker may hold the connection for another moment.
         WaitUntil("the last reference to the connection to be given up", [&] {
             const std::shared_ptr<void> held(g_weak_ref_get(&connection), [](gpointer object) {
                 object != nullptr ? g_object_unref(object) : void();
@@ -475,7 +475,7 @@ TEST_F(DenyingBusTest, AnErrorInPlaceOfTheOwnerIsNoOwner)
 
     EXPECT_EQ(GetSurroundChannelNumber(), -1);
 
-    // The bus's error is a reply as well, with a text in place of the truth value.
+    // The bus's error is a reply, too, with a text in place of the boolean.
     EXPECT_EQ(
         platform_log::Count("E m_IsExistedBusname: [NAM_API] method [NameHasOwner], type [(b)] expected, [(s)] found"),
         2U);

@@ -80,13 +80,13 @@ TEST_P(ByMobileOrIdRequestTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
 
 INSTANTIATE_TEST_SUITE_P(Functions, ByMobileOrIdRequestTest, ::testing::ValuesIn(kRequests), NameOf);
 
-// --- ConnectNetworkSpeakerByMobile --------------------------------------------------------------------------------
+// --- ConnectNetworkSpeakerByMobile ---
 
 class ByMobileOrIdTest : public ApiTest {
 protected:
     explicit ByMobileOrIdTest(const kiv::sandbox::BusOptions& options = {}) : ApiTest(options) {}
 
-    // What the server got in its last call of the method.
+    // Returns the bytes that the server got in its last call of the method.
     std::vector<unsigned char> SentByMobile(const unsigned char* param, unsigned length)
     {
         control_.SetFault("ConnectNetworkSpeakerByMobile", "{'reply': <(5,)>}");
@@ -170,7 +170,7 @@ TEST_F(LongMessagesTest, TheLongestPayloadThatDBusAllowsIsSent)
 {
     const std::string function = "ConnectNetworkSpeakerByMobile";
     const std::vector<unsigned char> param(kLongestArray - 4);
-    // The bus answers for a server that is gone; trace and simulator would take their time over so long a call.
+    // The bus answers for a server that is gone. The trace and the simulator would take long for so long a call.
     trace_.reset();
     int calls = 0;
     platform_log::OnLine([&](const LogLine& line) {
@@ -192,7 +192,7 @@ TEST_F(LongMessagesTest, TheLongestPayloadThatDBusAllowsIsSent)
             }));
 }
 
-// --- The two by identifier ----------------------------------------------------------------------------------------
+// --- The two functions with an identifier ---
 
 TEST_F(ByMobileOrIdTest, AnIdentifierOfFourCharactersOrLessSendsNothingAndSaysNothing)
 {

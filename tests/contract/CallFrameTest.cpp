@@ -22,7 +22,7 @@ const std::string kIdFailed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fai
 
 class CallFrameTest : public BusTest {};
 
-// --- The gate -----------------------------------------------------------------------------------------------------
+// --- The gate ---
 
 TEST_F(CallFrameTest, TheFeatureIsReadOnceAndKept)
 {
@@ -79,11 +79,11 @@ TEST_F(CallFrameTest, WhatTheHostPresetsCountsWhileTheFeatureIsUnreadable)
 
 struct Function {
     std::string name;
-    int disabled; // its result on a device without the feature; 0 for one that returns nothing
+    int disabled; // its result on a device without the feature; 0 if it returns nothing
     std::function<int()> call;
-    Lines first = {};        // what it logs before the frame
+    Lines first = {};        // its lines before the frame
     std::string frame = {};  // the name under which the frame logs, its own by default
-    std::string method = {}; // of the server that it calls first, named as the function by default
+    std::string method = {}; // the server's method that it calls first; its own name by default
 };
 
 void PrintTo(const Function& function, std::ostream* out)
@@ -112,8 +112,8 @@ Function VolumeList(const std::string& name, void (*call)(const std::vector<STNe
     return {name, 0, [call] { return call(g_speakers), 0; }, {}, "TransformNetSpkList"};
 }
 
-// CanEnterTavrinSettings and FlagEnableNetworkSpeaker have a frame of their own, and unregister_atmos_support_cb gets
-// to its frame only with something registered.
+// CanEnterTavrinSettings and FlagEnableNetworkSpeaker have another frame. unregister_atmos_support_cb reaches its frame
+// only if a callback is registered.
 const Function kFunctions[] = {
     {"SubscribeNamServiceCallback",
      0,
@@ -311,7 +311,7 @@ INSTANTIATE_TEST_SUITE_P(Functions, EachFunctionTest, ::testing::ValuesIn(kFunct
     return function.param.name;
 });
 
-// --- The server comes and goes ------------------------------------------------------------------------------------
+// --- The server comes and goes ---
 
 TEST_F(CallFrameTest, AnActivatableServerIsStartedByTheSecondAttempt)
 {
@@ -386,7 +386,7 @@ TEST_F(CallFrameTest, AServerThatGoesBetweenTheTwoOwnerQueriesIsAFailedCall)
 {
     StartServer();
     Connect();
-    // It dies once the id has been answered: by the time of the second query it has no owner.
+    // The server dies after it has answered the id, so at the second query its name has no owner.
     platform_log::OnLine([&](const LogLine& line) {
         if (line.function == "StopNetworkSpeaker" && line.priority == 7) {
             KillServer();
@@ -403,7 +403,7 @@ TEST_F(CallFrameTest, AServerThatGoesBetweenTheTwoOwnerQueriesIsAFailedCall)
             kAbsent, "E StopNetworkSpeaker: [NAM_API] MethodCall Error"));
 }
 
-// --- Threads ------------------------------------------------------------------------------------------------------
+// --- Threads ---
 
 TEST_F(CallFrameTest, AnyThreadMayCallAtOnce)
 {
@@ -428,7 +428,7 @@ TEST_F(CallFrameTest, ASlowCallHoldsUpNobody)
 {
     StartServer();
     Connect();
-    // Not answered at all, so that the call lasts as long as a call can.
+    // The call gets no answer, so it lasts as long as a call can.
     control_.SetFault("DisableSurround", "{'silent': <true>}");
     auto slow = std::async(std::launch::async, [] { return DisableSurround(); });
     WaitUntil("the server to have the slow call", [this] {
@@ -436,7 +436,8 @@ TEST_F(CallFrameTest, ASlowCallHoldsUpNobody)
         return !methods.empty() && methods.back() == "DisableSurround";
     });
 
-    // On a busy machine, it may end before all of these have been made. If they waited for it, only one would be made.
+    // On a busy machine, it may end before all of these calls have been made. If they waited for it, only one would be
+    // made.
     int calls = 0;
     while (calls < 20 && slow.wait_for(std::chrono::seconds(0)) == std::future_status::timeout) {
         EXPECT_EQ(StopNetworkSpeaker(calls), calls);

@@ -8,7 +8,7 @@
 using namespace kiv::test;
 using ::testing::ElementsAre;
 
-// Ids that come late, to some callers only, or not at all.
+// Tests of client ids that arrive late, only for some callers, or not at all.
 namespace client_id_test {
 namespace {
 
@@ -27,7 +27,7 @@ std::string IdFault(const std::string& id)
 
 class ClientIdTest : public EventTest {
 protected:
-    // Has a call fail on a thread of its own, because the server refuses it its id.
+    // Makes a call fail on another thread, because the server refuses the id.
     void RefuseAnotherThread()
     {
         control_.SetFault(kIdMethod, kRefusal);
@@ -36,7 +36,7 @@ protected:
     }
 };
 
-// --- Another thread's failure
+// --- Another thread's failure ---
 
 TEST_F(ClientIdTest, ACallKeepsItsConnectionWhenAnotherFailsMeanwhile)
 {
@@ -55,7 +55,7 @@ TEST_F(ClientIdTest, ACallWhoseIdComesLateKeepsItsConnectionWhenAnotherFailsMean
     EXPECT_EQ(Await("the call whose id comes late", late), 5);
 }
 
-// A first call, which opens the endpoint, beside one that gets no id.
+// A first call opens the endpoint while another call gets no id.
 TEST_F(ClientIdTest, AFailureDuringTheFirstCallCostsNoEvents)
 {
     StartServer();
@@ -68,7 +68,7 @@ TEST_F(ClientIdTest, CallersWithoutAnIdDoNotTakeTheNameFromTheOthers)
 {
     StartServer();
     for (int round = 0; round < 20; ++round) {
-        // Every other id is a reply of another type.
+        // Every second reply with an id is of another type.
         ServerControl control(bus_.Address());
         control.SetFault(kIdMethod, "{'reply': <(5,)>, 'every': <uint32 2>}");
         platform_log::Clear();
@@ -84,7 +84,7 @@ TEST_F(ClientIdTest, CallersWithoutAnIdDoNotTakeTheNameFromTheOthers)
             caller.join();
         }
         control.ClearFaults();
-        // Without another call.
+        // The endpoint opens without another call.
         control.WaitForOwner(ClientBusName());
         EXPECT_TRUE(control.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [],)", 20000).answered);
         EXPECT_EQ(platform_log::Count(UnfitLine("")), 0U);
@@ -94,11 +94,11 @@ TEST_F(ClientIdTest, CallersWithoutAnIdDoNotTakeTheNameFromTheOthers)
     }
 }
 
-// --- Ids that fit no name
+// --- Ids that are not valid in a name ---
 
 class PassingUnfitIdTest : public ClientIdTest, public ::testing::WithParamInterface<std::string> {
 protected:
-    // Calls under an id that allows no endpoint, and then under one that does.
+    // Makes calls under an id that does not allow an endpoint, and then under one that does.
     void ExpectEventsOnceTheIdIsFit(ServerControl& control)
     {
         const std::string id = GetParam();
@@ -111,7 +111,7 @@ protected:
         EXPECT_EQ(StopNetworkSpeaker(6), 6);
         control.WaitForOwner(ClientBusName());
         EXPECT_TRUE(control.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [],)", 20000).answered);
-        EXPECT_EQ(platform_log::Count(UnfitLine(id)), 1U); // although five calls got it
+        EXPECT_EQ(platform_log::Count(UnfitLine(id)), 1U); // although five calls got the id
     }
 };
 

@@ -7,10 +7,8 @@
 
 using namespace kiv::test;
 
-/*
- * The messages by which the library asks for its name and gives it back, against those of GIO's own name owner. The
- * traces have to be the same, message by message, on the same bus in the same circumstances.
- */
+// Compares the messages by which the library requests and releases its name with those of GIO's name owner. The traces
+// must be the same, message by message, on the same bus.
 namespace client_name_test {
 namespace {
 
@@ -39,7 +37,7 @@ protected:
     explicit ClientNameTest(const kiv::sandbox::BusOptions& options = {}) : EventTest(options) { StartServer(); }
     ~ClientNameTest() override { g_object_unref(shared_); }
 
-    // Gives the messages between this process and the bus daemon that are about a name.
+    // Returns the messages between this process and the bus daemon about a name.
     Lines TraceOf(const std::string& name)
     {
         const std::string self = g_dbus_connection_get_unique_name(shared_);
@@ -65,7 +63,7 @@ protected:
         return lines;
     }
 
-    // Returns when the bus has answered to the process, or has nothing more to answer.
+    // Returns when the bus has answered the process, or has nothing more to answer.
     void WaitForMessages(std::size_t count, const std::string& member)
     {
         const std::string self = g_dbus_connection_get_unique_name(shared_);
@@ -82,7 +80,7 @@ protected:
         });
     }
 
-    // GIO's name owner on the connection that the process shares.
+    // Returns the messages of GIO's name owner on the connection that the process shares.
     Lines TraceOfGio(const std::function<void()>& meanwhile, bool isReleased)
     {
         GMainContext* const context = g_main_context_new();
@@ -132,7 +130,8 @@ protected:
         return TraceOf(ClientBusName());
     }
 
-    // Returns when all that the bus has sent so far is handled: a later call of the object has been answered then.
+    // Returns when everything that the bus has sent so far is handled, because a later call of the object has been
+    // answered.
     void WaitForMonitorThread()
     {
         const kiv::sandbox::Connection caller(bus_.Address());
@@ -147,7 +146,7 @@ protected:
         }
     }
 
-    // The bus has the name for somebody else.
+    // Makes another connection own the name.
     std::unique_ptr<kiv::sandbox::Connection> Occupy(const std::string& name)
     {
         auto other = std::make_unique<kiv::sandbox::Connection>(bus_.Address());
@@ -223,7 +222,7 @@ TEST_F(ClientNameTest, AcquiredFromTheQueue)
     EXPECT_EQ(library, gio);
 }
 
-// Somebody in the process has the name already: it is not the name owner's to give back.
+// Other code in the process owns the name already, so the name owner must not release it.
 TEST_F(ClientNameTest, OfSomebodyElseInTheProcess)
 {
     RequestInThisProcess(kPlainName);

@@ -8,7 +8,8 @@
 using namespace kiv::test;
 using ::testing::ElementsAre;
 
-// A host that listens to the "closed" signal of the shared connection, which GIO delivers where the host runs its loop.
+// Tests of a host that handles the "closed" signal of the shared connection, which GIO delivers where the host runs its
+// loop.
 namespace closed_signal_test {
 namespace {
 
@@ -23,10 +24,10 @@ protected:
         g_object_unref(shared);
     }
 
-    // The host does something in its handler.
+    // Sets what the host does in its handler.
     void Handle(std::function<void()> action) { action_ = std::move(action); }
 
-    // A call of the library, on this thread.
+    // Makes a call of the library on this thread.
     static int Call(int stopType)
     {
         isInCall_ = true;
@@ -122,7 +123,7 @@ TEST_F(ClosedSignalTest, AHandlerMayCallTheLibrary)
     EXPECT_EQ(handled_, 1);
 }
 
-// GIO hands out the lost connection until its signal has been delivered.
+// GIO returns the lost connection until its signal has been delivered.
 TEST_F(ClosedSignalTest, TheSharedConnectionIsLeftToTheHost)
 {
     for (int loss = 1; loss <= 3; ++loss) {
@@ -130,7 +131,7 @@ TEST_F(ClosedSignalTest, TheSharedConnectionIsLeftToTheHost)
         for (int call = 0; call < 3; ++call) {
             EXPECT_EQ(Call(call), call);
         }
-        // The monitor has let go of the lost connection, as far as it was there.
+        // The monitor thread has released the lost connection.
         ServerControl(bus_.Address()).WaitForOwner(ClientBusName());
         auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
         ASSERT_NE(shared, nullptr);
@@ -147,7 +148,7 @@ TEST_F(ClosedSignalTest, TheSharedConnectionIsLeftToTheHost)
     g_object_unref(shared);
 }
 
-// A connection that the library opens belongs to it alone: the caller's context collects nothing of it.
+// A connection that the library opens belongs to it alone, so the caller's context gets no signal of it.
 TEST_F(ClosedSignalTest, TheCallersContextGetsNothingOfTheLibrarysOwnConnection)
 {
     LoseAndFindBus();

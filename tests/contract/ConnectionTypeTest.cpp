@@ -53,7 +53,7 @@ INSTANTIATE_TEST_SUITE_P(Functions, ConnectionTypeRequestTest, ::testing::Values
 
 class ConnectionTypeTest : public ApiTest {
 protected:
-    // A failed call for a list is logged with the time.
+    // Checks the line of a failed call for a list, which has the time.
     static void ExpectListFailure(const std::string& line, std::vector<STNetSpkConfig>* list = &g_speakers)
     {
         platform_log::Clear();

@@ -13,10 +13,8 @@
 
 using namespace kiv::test;
 
-/*
- * Memory that runs out at every point of a subscription's end. A program of its own, because its log call needs no
- * memory.
- */
+// Lets memory run out at every point of a subscription's end. This is a program of its own, because its log call must
+// not allocate memory.
 
 int __dlog_print(int /*logId*/, int /*priority*/, const char* /*tag*/, const char* /*format*/, ...)
 {
@@ -32,7 +30,7 @@ int system_info_get_custom_bool(const char* /*key*/, bool* value)
 namespace {
 
 constexpr int kEvent = 7;
-// More allocations than a call makes.
+// This is more than the allocations of a call.
 constexpr int kPoints = 40;
 constexpr const char* kLongName = "a name that does not fit into a string itself, but takes memory of its own";
 
@@ -58,14 +56,14 @@ protected:
     }
     ~EndingMemoryTest() override { CNSGdbus::m_pInstance->m_DestroyMessageMonitor(); }
 
-    // Has the server push an event, and returns when all its receivers have been called.
+    // Makes the server push an event, and returns when all its receivers have been called.
     void Notify(int eventId)
     {
         control_.SendEvent(eventId, {});
         control_.SendEvent(0, {});
     }
 
-    // Calls a function that runs out of memory at a point. Returns whether it threw nothing.
+    // Calls a function that runs out of memory at a point. Returns whether it threw no exception.
     template <typename Function>
     static bool Survives(int point, Function&& function)
     {
@@ -119,7 +117,7 @@ TEST_F(EndingMemoryTest, OfAtmosRegistrations)
     }
 }
 
-// A subscription takes memory. That it does without shows that the allocation fails where it is to fail.
+// A subscription allocates memory. This test shows that allocations fail where they are to fail.
 TEST_F(EndingMemoryTest, OfASubscriptionThatIsNotMadeForWantOfIt)
 {
     int result = -1;

@@ -24,11 +24,11 @@ using Data = std::vector<unsigned char>;
 struct Event {
     int id;
     int length;
-    Data data; // all of the buffer
+    Data data; // the whole buffer
     pthread_t thread;
 };
 
-// What subscribers have been given, in order.
+// The events that subscribers have received, in order.
 class Received {
 public:
     static void Add(int id, void* data, int length)
@@ -63,7 +63,7 @@ protected:
 
     Event TheOneEvent()
     {
-        // Events come one after the other: this one is the last.
+        // Events arrive in order, and this one is the last.
         control_.SendEvent(kSomeEvent, {});
         const auto events = Received::WaitFor(2);
         EXPECT_EQ(events.size(), 2U);
@@ -80,7 +80,7 @@ Data Numbers(std::size_t count)
     return data;
 }
 
-// The whole buffer that begins so.
+// Returns a whole buffer that begins with the data.
 Data Padded(Data data)
 {
     data.resize(NAMSERVICE_EVENT_DATA_MAX);
@@ -189,7 +189,7 @@ TEST_F(EndpointTest, TheAnswerIsEmpty)
 
     EXPECT_TRUE(answer.answered);
     EXPECT_EQ(answer.error, "");
-    EXPECT_EQ(answer.reply, "'()'"); // how the simulator writes an empty tuple
+    EXPECT_EQ(answer.reply, "'()'"); // the simulator's form of an empty tuple
 }
 
 std::promise<void>* g_release;
@@ -451,7 +451,7 @@ TEST_F(EndpointTest, DestroyingAMonitorThatNeverWasIsNothing)
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
 
     StartServer();
-    Connect(); // and it can start still
+    Connect(); // the thread can still start
 }
 
 TEST_F(EndpointTest, DestroyingTheMonitorWhileItRegistersItsObject)
@@ -520,7 +520,7 @@ TEST_F(EndpointTest, DestroyingTheMonitorWaitsForARunningCallback)
     EXPECT_TRUE(left);
 }
 
-// --- Client ids that the server may give --------------------------------------------------------------------------
+// --- Client ids that the server may give ---
 
 struct Id {
     const char* name;

@@ -9,9 +9,8 @@
 
 namespace kiv::test {
 
-/*
- * A host's callbacks, told apart by a letter. Each notes that it was called, then does what the test wants it to do.
- */
+// Callbacks of a host, each with a letter. Each records that it was called, and then runs the action that the test has
+// set.
 class Callbacks {
 public:
     static void Do(char letter, std::function<void()> action)
@@ -20,7 +19,7 @@ public:
         actions_[letter] = std::move(action);
     }
 
-    // The calls since the last time, in order.
+    // Returns the calls since the last time, in order.
     static Lines TakeCalls()
     {
         const std::lock_guard lock(mutex_);
@@ -46,14 +45,14 @@ private:
     inline static std::map<char, std::function<void()>> actions_;
 };
 
-// Noted as "a(7, 3)": event id and length.
+// Recorded as "a(7, 3)": event id and length.
 template <char Letter>
 void Subscriber(int eventId, void* /*data*/, int length)
 {
     Callbacks::Run(Letter, std::to_string(eventId) + ", " + std::to_string(length));
 }
 
-// Noted as "a(1, hall)": its user data is a text.
+// Recorded as "a(1, hall)": its user data is a text.
 template <char Letter>
 void AtmosReceiver(int supported, void* userData)
 {
@@ -72,11 +71,11 @@ protected:
         Connect();
     }
 
-    // Has the server push an event, and returns when all its receivers have been called.
+    // Makes the server push an event, and returns when all its receivers have been called.
     void Notify(int eventId, const std::vector<unsigned char>& data = {})
     {
         control_.SendEvent(eventId, data);
-        // The monitor thread answers this one, which nobody receives, when it is done with the one before.
+        // The monitor thread answers this event, which has no receivers, after it has handled the one before.
         control_.SendEvent(0, {});
     }
 
@@ -87,7 +86,7 @@ protected:
         return Callbacks::TakeCalls();
     }
 
-    // What the event dispatch has logged, without the line that each event starts with.
+    // Returns the lines of the event dispatch, without the line that each event starts with.
     static Lines DispatchLines()
     {
         Lines lines = platform_log::OfFunction("NamNotifySubscriber");
@@ -95,7 +94,7 @@ protected:
         return lines;
     }
 
-    // The next time that the test's own thread logs this line, it does something else before it goes on.
+    // When the test's own thread next logs this line, it runs the action before it goes on.
     static void AtLine(const std::string& shortForm, const std::function<void()>& action)
     {
         platform_log::OnLine([=](const LogLine& line) {
@@ -106,7 +105,7 @@ protected:
         });
     }
 
-    // Has the device feature read, which the call that does it logs.
+    // Makes a call read the device feature, and log that.
     static void ReadFeature()
     {
         GetWhetherKivDisabled();
@@ -118,13 +117,13 @@ protected:
     CNSGdbus& client_ = *CNSGdbus::m_pInstance;
 };
 
-// A call's first lines when the server answers the query for the id.
+// Returns the first lines of a call when the server answers the query for the id.
 inline Lines PrologueLines(const std::string& function)
 {
     return {"I " + function + ": >>> API Start ", kEnter};
 }
 
-// Its lines when the server answers both calls, in between which it logs nothing.
+// Returns the lines of a call when the server answers both calls, between which nothing is logged.
 inline Lines AnsweredLines(const std::string& function)
 {
     return PrologueLines(function) + Lines{kEnter};

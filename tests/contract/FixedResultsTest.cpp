@@ -19,7 +19,7 @@ struct EntryPoint {
 #name, name, 0, {} \
     }
 
-// A function, because the texts must live when the tests are named.
+// This is a function, because the texts must exist when the tests are named.
 const std::vector<EntryPoint>& EntryPoints()
 {
     static const std::vector<EntryPoint> entryPoints = {

@@ -11,7 +11,7 @@
 
 using namespace kiv::test;
 
-// A host that forks while others of its threads call.
+// Tests of a host that forks while its other threads make calls.
 namespace fork_test {
 namespace {
 
@@ -41,11 +41,11 @@ protected:
         }
     }
 
-    // Children that do nothing but end in an orderly way.
+    // Makes children that end at once, and expects that they end normally.
     static void ExpectOrderlyChildren()
     {
         for (int count = 0; count < kChildren; ++count) {
-            std::fflush(nullptr); // or the child prints once more what is still to be printed
+            std::fflush(nullptr); // otherwise the child would print the buffered output, too
             const pid_t child = fork();
             if (child == 0) {
                 std::exit(0);
@@ -79,7 +79,7 @@ TEST_F(ForkTest, ChildrenEndWhileSubscriptionsChange)
     ExpectOrderlyChildren();
 }
 
-// Children inherit the connection, but the process keeps it: its events and calls go on.
+// Children inherit the connection, but the parent keeps it: its events and calls go on.
 TEST_F(ForkTest, ChildrenTakeNothingFromTheirParent)
 {
     SubscribeNamServiceCallback("name", Subscriber<'n'>);

@@ -8,7 +8,7 @@ using ::testing::ElementsAre;
 
 namespace {
 
-// Anybody on the bus, beside the server.
+// Another connection on the bus, which is not the server.
 class Stranger {
 public:
     explicit Stranger(const std::string& address) : connection_(address) {}
@@ -40,7 +40,7 @@ protected:
     explicit HostileBusTest(const kiv::sandbox::BusOptions& options = {}) : EventTest(options) {}
 };
 
-// On a bus that lets replies through which nobody asked for.
+// A bus that lets unrequested replies through.
 class LooseBusTest : public HostileBusTest {
 protected:
     LooseBusTest()
@@ -122,7 +122,7 @@ TEST_F(HostileBusTest, AnIdThatAnotherProcessHasHoldsUpNoCallAndItsEventsComeOnc
             [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
         EXPECT_EQ(SubscribeNamServiceCallback("name", Subscriber<'n'>), 1);
     }
-    // The library's turn, at the latest when the other is gone.
+    // The library gets the name when the other connection is gone, at the latest.
     WaitUntil("the library to have the name", [this] {
         return control_.CallClient("everybodys", "nam_notify_subscriber", "(@ay [],)", 1000).answered;
     });

@@ -7,11 +7,11 @@
 
 using namespace kiv::test;
 
-// A bus daemon that has stopped to answer.
+// Tests with a bus daemon that hangs.
 namespace hung_bus_test {
 namespace {
 
-// Shorter than GIO's default, and than any time limit within the library's end that the bus could make it wait for.
+// Shorter than GIO's default, and than any time limit for which the bus could delay the library's end.
 constexpr int kPatienceOfOthersMs = 20'000;
 
 constexpr const char* kXml =
@@ -26,7 +26,7 @@ protected:
     void Stop() { SignalBus(SIGSTOP); }
     void Resume() { SignalBus(SIGCONT); }
 
-    // Ends the monitor while the bus hangs, and is through before a call that somebody else made earlier has given up.
+    // Ends the monitor while the bus hangs. That must be done before an earlier call of other code gives up.
     void ExpectEndWithoutTheBus()
     {
         bool hasGivenUp = false;
@@ -89,7 +89,7 @@ TEST_F(HungBusTest, AMonitorThatHasJustAskedForItsNameEndsAtOnce)
     const guint filter = g_dbus_connection_add_filter(shared, TellOfRequest, &asked, nullptr);
     platform_log::OnLine([&](const LogLine& line) {
         if (line.text.starts_with("strProxyObjPath")) {
-            Stop(); // before the name is asked for
+            Stop(); // before the name is requested
         }
     });
     EXPECT_TRUE(client_.GetProxy(kXml, {}, false, false));

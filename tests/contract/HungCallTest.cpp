@@ -6,7 +6,7 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
-// A program of its own, because it takes its time: three time limits of calls, one after the other.
+// This is a program of its own, because it takes long: three time limits of calls, one after the other.
 
 namespace {
 

@@ -14,7 +14,7 @@ namespace {
 
 class ListsTest : public ApiTest {
 protected:
-    // Whether the records are these bytes, cut into records.
+    // Returns whether the records are these bytes, cut into records.
     template <typename Record>
     static bool Are(const std::vector<Record>& records, const std::vector<unsigned char>& bytes)
     {
@@ -23,11 +23,9 @@ protected:
     }
 };
 
-// --- What the queries for byte arrays have in common --------------------------------------------------------------
+// --- Shared by the queries for byte arrays ---
 
-/*
- * The result and the last lines of a query that went wrong in one way.
- */
+// The result and the last lines of a query that failed in one way.
 struct Outcome {
     int result;
     Lines lines;
@@ -35,12 +33,12 @@ struct Outcome {
 
 struct Query {
     const char* name;
-    const char* method; // of the server, and the function that logs
+    const char* method; // the server's method, and the function that logs
     Lines first;        // lines before all others
     Outcome refused;
-    Outcome noTuple; // after the line that says so
+    Outcome noTuple; // after the line about the missing tuple
     Outcome noBytes;
-    std::size_t smallest; // bytes that a reply has at least
+    std::size_t smallest; // the least number of bytes of a reply
     int smallestResult;
     int (*call)();
 };
@@ -186,15 +184,15 @@ TEST_P(ListQueryTest, ADeviceWithoutTheFeatureIsMinusOne)
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, ListQueryTest, ::testing::ValuesIn(kQueries), [](const auto& query) {
-    // Test names that differ only in case are one to some file systems.
+    // On some file systems, test names that differ only in case are the same.
     return std::string(query.param.call == SpeakerListsInArray ? "PlainArray" : query.param.name);
 });
 
-// --- GetActiveNetSpkInfo ------------------------------------------------------------------------------------------
+// --- GetActiveNetSpkInfo ---
 
 constexpr std::size_t kHeader = 155;
 
-// Name, type, count and as many bytes of speakers.
+// Returns name, type, count and this number of bytes of speakers.
 std::vector<unsigned char> ActivePayload(std::int32_t count, std::size_t speakerBytes)
 {
     std::vector<unsigned char> payload = SomeBytes(kHeader + speakerBytes);
@@ -291,7 +289,7 @@ TEST_F(ActiveSpeakersTest, AReplyThatEndsBeforeOrInTheCountHasNoSpeakers)
     }
 }
 
-// The count for which 155 + 183 * count is this in 32 bits: 183 times kInverse is 1.
+// Returns the count for which 155 + 183 * count is this size in 32 bits. 183 times kInverse is 1.
 constexpr std::int32_t CountForSize(std::uint32_t size)
 {
     constexpr std::uint32_t kInverse = 2511265031U;
@@ -326,8 +324,8 @@ const Announced kAnnounced[] = {
     {-1, 549, 0},
     {INT_MIN, 549, 0},
     {INT_MAX, 549, 0},
-    {0x01000000, 183, 0}, // 1, were its bytes the other way round
-    // 183 times each is little more than a multiple of 2^32.
+    {0x01000000, 183, 0}, // 1 in the other byte order
+    // 183 times each of these counts is slightly more than a multiple of 2^32.
     {23469767, 549, 0},
     {727562766, 549, 0},
     {2135748765, 549, 0},
@@ -421,7 +419,7 @@ TEST_F(ActiveSpeakersTest, FiftyThousandSpeakersTravel)
     EXPECT_TRUE(Are(list_, {payload.begin() + kHeader, payload.end()}));
 }
 
-// --- Lists of records ---------------------------------------------------------------------------------------------
+// --- Lists of records ---
 
 struct ListInfos {
     using Record = STNetSpkListInfo;
@@ -474,7 +472,7 @@ protected:
         return Call();
     }
 
-    // Emptied, and with the room that it had.
+    // Expects that the list is empty and has kept its capacity.
     void ExpectEmptied() const
     {
         EXPECT_THAT(list_, IsEmpty());
@@ -557,7 +555,7 @@ TYPED_TEST(RecordsOfTest, TheListStaysAsItIsWhereTheServerIsNotReached)
     EXPECT_THAT(this->list_, SizeIs(5));
 }
 
-// As many bytes as 50,000 nodes: what takes the bus too long on a busy machine is a failed call.
+// Transfers as many bytes as 50,000 nodes have. If the bus took too long on a busy machine, the call would fail.
 TYPED_TEST(RecordsOfTest, ManyRecordsTravel)
 {
     constexpr std::size_t kCount = 50'000 * sizeof(CNetSpkNodeInfo) / sizeof(typename TypeParam::Record);
@@ -567,7 +565,7 @@ TYPED_TEST(RecordsOfTest, ManyRecordsTravel)
     EXPECT_TRUE(this->Are(this->list_, bytes));
 }
 
-// --- The plain array ----------------------------------------------------------------------------------------------
+// --- The plain array ---
 
 class PlainArrayTest : public ListsTest {
 protected:
@@ -624,7 +622,7 @@ TEST_F(PlainArrayTest, AFailureIsNothingWritten)
     EXPECT_TRUE(array_.IsUntouched());
 }
 
-// --- GetNetSpkListInfoNumber --------------------------------------------------------------------------------------
+// --- GetNetSpkListInfoNumber ---
 
 TEST_F(ListsTest, TheNumberIsTheServers)
 {
@@ -654,7 +652,7 @@ TEST_F(ListsTest, ARefusedNumberIsMinusOne)
              "I GetNetSpkListInfoNumber: GetNetSpkListInfoNumber nRetV=[-1]"}));
 }
 
-// Its result starts at 0.
+// The result is 0 without a reply of the right type.
 TEST_F(ListsTest, ANumberOfAnotherTypeIsNone)
 {
     for (const WrongReply& reply : WrongReplies("(i)")) {

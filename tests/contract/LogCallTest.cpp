@@ -10,14 +10,12 @@ using namespace kiv::test;
 using kiv::endurance::CallFunction;
 using kiv::endurance::FunctionCount;
 
-/*
- * The platform's log call may call the library, any function of it from any line of any other: nothing is locked while
- * the log runs.
- */
+// The platform's log call may call any function of the library from any line of any other function, because nothing is
+// locked while the log runs.
 namespace log_call_test {
 namespace {
 
-// Takes turns in the outer calls, so that each test ends well within its limit under the sanitizers too.
+// Each test makes a share of the outer calls, so that it ends well within its limit under the sanitizers, too.
 constexpr int kShares = 12;
 
 class LogCallTest : public EventTest, public ::testing::WithParamInterface<int> {
@@ -26,10 +24,10 @@ protected:
     ~LogCallTest() override
     {
         platform_log::OnLine(nullptr);
-        client_.m_DestroyMessageMonitor(); // it may still be in the hook
+        client_.m_DestroyMessageMonitor(); // the monitor thread may still be in the hook
     }
 
-    // From now on each new line of the log calls every function. The lines of these calls do not.
+    // Makes each new line of the log call every function. The lines of these calls do not.
     void CallEverythingInNewLines()
     {
         platform_log::OnLine([this](const LogLine& line) {
@@ -57,7 +55,7 @@ protected:
         seen_.clear();
     }
 
-    // The inner call that comes first. What stands before it in the list has come last when the outer call goes on.
+    // The inner call that comes first. The calls before it in the list come last.
     std::atomic<int> first_ = 0;
     std::atomic<int> innerCalls_ = 0;
 
@@ -72,10 +70,10 @@ TEST_P(LogCallTest, MayCallEveryFunctionFromEveryOther)
     CallEverythingInNewLines();
     for (int outer = GetParam(); outer < FunctionCount(); outer += kShares) {
         ForgetLines();
-        first_ = outer; // so that one that removes finds what the one before it in the list has added
+        first_ = outer; // so that a call that removes finds what the call before it in the list has added
         const int before = innerCalls_;
         CallFunction(outer);
-        // None is without a line, but for the registrations' ends, which the others have preceded.
+        // Every call logs a line. The ends of the registrations log none if the inner calls have ended them already.
         EXPECT_GE(innerCalls_, before + FunctionCount()) << "outer call " << outer;
     }
     platform_log::OnLine(nullptr);
@@ -84,7 +82,7 @@ TEST_P(LogCallTest, MayCallEveryFunctionFromEveryOther)
 
 INSTANTIATE_TEST_SUITE_P(Shares, LogCallTest, ::testing::Range(0, kShares));
 
-// The lines of the first call, of the monitor's start and of the dispatch, on the monitor thread.
+// Covers the lines of the first call, of the monitor's start, and of the dispatch on the monitor thread.
 TEST_F(LogCallTest, MayCallEveryFunctionWhileAnEventIsDispatched)
 {
     char hall[] = "hall";
@@ -97,7 +95,7 @@ TEST_F(LogCallTest, MayCallEveryFunctionWhileAnEventIsDispatched)
     Notify(NAMSERVICE_EXIT_STATE, {});
     Notify(kEvent, {});
     platform_log::OnLine(nullptr);
-    // The server has told of changes that the calls in between made, too.
+    // The server has also reported changes that the inner calls made.
     EXPECT_THAT(
         Callbacks::TakeCalls(), ::testing::IsSupersetOf(
                                     {std::string("a(1, hall)"), "s(" + std::to_string(NAMSERVICE_ATMOS_STATE) + ", 4)",

@@ -20,7 +20,7 @@ protected:
         StartServer();
     }
 
-    // Makes a call over the connection that is in use, and has an event come over it.
+    // Makes a call over the current connection, and receives an event over it.
     void ExpectCallOnly(int stopType)
     {
         platform_log::Clear();
@@ -29,7 +29,7 @@ protected:
         EXPECT_THAT(platform_log::OfFunction("m_OnbusAcquired"), ::testing::IsEmpty());
     }
 
-    // Makes a call that finds another connection, on which events then come.
+    // Makes a call that finds another connection, over which events then arrive.
     void ExpectCallAndEvent(int stopType)
     {
         platform_log::Clear();
@@ -94,8 +94,8 @@ TEST_F(LostBusTest, ALostConnectionThatTheHostKeepsIsDoneWithout)
     ExpectCallOnly(3);
 }
 
-// GIO delivers the loss of a connection in the context under which it was opened, and hands out the closed connection
-// until then.
+// GIO delivers the loss of a connection in the context under which it was opened. Until then, it returns the closed
+// connection.
 TEST_F(LostBusTest, AHostThatOpenedTheBusAndRunsNoLoopLosesNoCall)
 {
     auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
@@ -108,12 +108,12 @@ TEST_F(LostBusTest, AHostThatOpenedTheBusAndRunsNoLoopLosesNoCall)
         ExpectCallAndEvent(2);
     }
     auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    EXPECT_EQ(shared, hosts); // as without the library
+    EXPECT_EQ(shared, hosts); // the same as without the library
     g_object_unref(shared);
     g_object_unref(hosts);
 }
 
-// The library lets go of the lost connection, so that GIO opens another one for the process.
+// The library releases the lost connection, so that GIO opens another one for the process.
 TEST_F(LostBusTest, AHostThatRunsItsLoopHasASharedConnectionAgain)
 {
     auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
@@ -148,7 +148,7 @@ TEST_F(LostBusTest, NoThreadAndNoConnectionIsLeftOver)
     const std::size_t files = OpenFiles();
     for (int loss = 0; loss < 5; ++loss) {
         lose();
-        // GIO closes on a thread of its own.
+        // GIO closes connections on a thread of its own.
         WaitUntil("GIO to close what the lost bus left", [&] { return Threads() <= threads && OpenFiles() <= files; });
     }
 }
@@ -199,13 +199,13 @@ TEST_F(LostBusTest, AMonitorThatEndsDoesNotTurnToTheNewConnectionAnyMore)
     Await("the callback to be called", entered.get_future());
     LoseBus();
     BringBusBack();
-    EXPECT_EQ(StopNetworkSpeaker(1), 1); // and asks the monitor thread to follow
+    EXPECT_EQ(StopNetworkSpeaker(1), 1); // makes the monitor thread follow, too
 
     release.set_value();
     EXPECT_EQ(CNSGdbus::m_pInstance->m_DestroyMessageMonitor(), 0);
 }
 
-// Drops everybody who has said who they are, before they have their name.
+// Drops every connection after its authentication, before it gets its name.
 class DroppingBus {
 public:
     DroppingBus()
@@ -244,7 +244,7 @@ protected:
     void ReturnToTheRealBus() { setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1); }
 };
 
-// GIO keeps the connection that failed, and its error with it, until somebody delivers the loss.
+// GIO keeps the connection that failed, with its error, until the loss is delivered.
 TEST_F(DroppedTest, ABusThatIsLostWhileItIsOpenedIsFoundByTheNextCall)
 {
     for (int stopType = 1; stopType <= 20; ++stopType) {
@@ -271,7 +271,7 @@ TEST_F(DroppedTest, AHostThatLostTheBusWhileItOpenedItAndRunsNoLoopLosesNoCall)
     ExpectCallAndEvent(2);
 }
 
-// A connection that the library opened for itself and lost in doing so.
+// The library loses a connection while it opens it for itself.
 TEST_F(DroppedTest, NothingIsLeftOfABusThatIsLostAgainAndAgainWhileItIsOpened)
 {
     const DroppingBus dropping;

@@ -8,7 +8,7 @@
 
 using namespace kiv::test;
 
-// A bus that is lost over and over, in a host that runs no main loop.
+// Tests of a bus that is lost again and again, in a host that runs no main loop.
 namespace many_losses_test {
 namespace {
 
@@ -42,12 +42,12 @@ TEST_F(ManyLossesTest, LeaveNothingBehindAndCostNoCall)
             control.SendEvent(0, {});
         }
         ASSERT_EQ(Callbacks::TakeCalls(), Lines{"n(7, 0)"}) << "loss " << loss;
-        if (loss == 0) { // the lost shared connection stays, until the host runs its loop
+        if (loss == 0) { // the lost shared connection stays until the host runs its loop
             threads = Threads();
             files = OpenFiles();
         }
     }
-    // GIO closes on a thread of its own.
+    // GIO closes connections on a thread of its own.
     WaitUntil("GIO to close what the lost buses left", [&] { return Threads() <= threads && OpenFiles() <= files; });
 }
 
@@ -76,9 +76,9 @@ TEST_F(ManyLossesTest, AreEachFollowedOnceHoweverManyFindThem)
             return message.member == "RequestName" && message.BodyText().find(ClientBusName()) != std::string::npos;
         };
         EXPECT_EQ(std::ranges::count_if(messages, isRequest), 1);
-        EXPECT_EQ(platform_log::OfFunction("m_OnbusAcquired").size(), 2U) // its entry and the path
+        EXPECT_EQ(platform_log::OfFunction("m_OnbusAcquired").size(), 2U) // entry and path
             << "an endpoint is opened once";
-        // Nobody opens one more afterwards.
+        // No further connection is opened afterwards.
         EXPECT_EQ(StopNetworkSpeaker(1), 1);
         const auto isHello = [](const auto& message) { return message.member == "Hello"; };
         const auto hellos = std::ranges::count_if(messages, isHello);

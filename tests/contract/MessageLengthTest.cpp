@@ -7,10 +7,10 @@ using ::testing::StartsWith;
 namespace message_length_test {
 namespace {
 
-// A dbus-daemon that is not told otherwise carries 32 MiB in a message, its header included.
+// By default, dbus-daemon carries 32 MiB in a message, with its header.
 constexpr std::size_t kStockLength = 32 * 1024 * 1024;
 
-// Bytes of data with which the call is so long a message.
+// Returns data with which the call's message has this length.
 std::vector<unsigned char> DataFor(std::size_t messageLength)
 {
     GDBusMessage* message = g_dbus_message_new_method_call(
@@ -30,7 +30,7 @@ protected:
     MessageLengthTest()
     {
         StartAndConnect();
-        trace_.reset(); // it would take its time over so long a message
+        trace_.reset(); // the trace would take long for such a message
     }
 
     static int Call(std::size_t messageLength)
@@ -56,7 +56,7 @@ TEST_F(MessageLengthTest, OneThatIsLongerCostsTheConnectionAndTheNextCallFindsAn
             platform_log::OfTestThread(),
             ElementsAre(
                 "I ConnectNetworkSpeakerByMobile: >>> API Start ", kEnter, kEnter,
-                // GLib's text depends on whether it was still writing.
+                // GLib's text depends on whether it was still writing the message.
                 StartsWith("E MethodCall: [NAM_API] Error: method [ConnectNetworkSpeakerByMobile],["),
                 "E ConnectNetworkSpeakerByMobile: [NAM_API] MethodCall Error",
                 "I ConnectNetworkSpeakerByMobile: return value[-1]"));

@@ -17,14 +17,14 @@ const std::string kEmptyStruct = "an empty struct, which D-Bus does not have";
 const std::string kMaybe = "a maybe type, which D-Bus does not have";
 const std::string kEntry = "a dictionary entry outside an array, which D-Bus does not have";
 
-// Zeroes of a type: as many bytes of memory as the test says.
+// Returns a value of a type with this number of zero bytes in memory.
 GVariant* Zeroes(const char* type, std::size_t bytes)
 {
     void* memory = g_malloc0(bytes);
     return g_variant_new_from_data(G_VARIANT_TYPE(type), memory, bytes, TRUE, g_free, memory);
 }
 
-// A value of data that GLib does not check.
+// Returns a value of data that GLib does not check.
 GVariant* Trusted(const char* type, const std::string& data)
 {
     GBytes* const bytes = g_bytes_new(data.c_str(), data.size() + 1);
@@ -70,7 +70,7 @@ GVariant* Parsed(const char* text)
     return g_variant_parse(nullptr, text, nullptr, nullptr, nullptr);
 }
 
-// Strings whose bytes on the wire, with length, NUL and padding, are just over the limit.
+// Returns strings whose bytes on the wire, with lengths, NULs and padding, slightly exceed the limit.
 GVariant* LongStrings()
 {
     const std::string text(1'000'000, 'x');
@@ -122,7 +122,7 @@ const Unsendable kUnsendable[] = {
     {"LongBytes", [] { return Tuple(Zeroes("ay", kLongestArray + 1)); }, kLongArray},
     {"LongBytesAmongOthers", [] { return g_variant_new("(@ayi)", Zeroes("ay", kLongestArray + 1), 1); }, kLongArray},
     {"LongBytesInAVariant", [] { return g_variant_new("(v)", Zeroes("ay", kLongestArray + 1)); }, kLongArray},
-    // A byte each in memory, and four on the wire.
+    // Each has one byte in memory, and four on the wire.
     {"LongTruths", [] { return Tuple(Zeroes("ab", 17'000'000)); }, kLongArray},
     {"LongNumbers", [] { return Tuple(Zeroes("ad", kLongestArray + 8)); }, kLongArray},
     {"LongStrings", [] { return Tuple(LongStrings()); }, kLongArray},
@@ -151,7 +151,7 @@ protected:
     CNSGdbus& client_ = *CNSGdbus::m_pInstance;
 };
 
-// A call that is not sent costs one line. It costs neither the connection nor a critical of GLib's, which would end the
+// A call that is not sent logs one line. The connection stays open, and GLib logs no critical, which would end the
 // test.
 class UnsendableTest : public MethodCallTest {
 protected:

@@ -12,7 +12,7 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// How the monitor thread ends, by whom, and what is left on the bus afterwards.
+// Tests how the monitor thread ends, and what is left on the bus afterwards.
 namespace monitor_end_test {
 namespace {
 
@@ -24,7 +24,7 @@ constexpr GDBusInterfaceVTable kNoHandlers = {};
 
 class MonitorEndTest : public EventTest {
 protected:
-    // Calls the client's object at the connection that the library and the host share. Gives the error's name.
+    // Calls the client's object at the connection that the library and the host share. Returns the error's name.
     std::string CallObject(const std::string& uniqueName) const
     {
         const kiv::sandbox::Connection caller(bus_.Address());
@@ -95,7 +95,7 @@ TEST_F(MonitorEndTest, CallsOfOtherMethodsLeaveNothingBehind)
     WaitForReferences(2);
 }
 
-// The monitor's context is the thread's default one there.
+// In a callback, the monitor's context is the thread's default context.
 TEST_F(MonitorEndTest, ASourceOfACallbacksThatIsAlwaysReadyHoldsUpNothing)
 {
     StartAndConnect();
@@ -116,7 +116,7 @@ TEST_F(MonitorEndTest, ASourceOfACallbacksThatIsAlwaysReadyHoldsUpNothing)
     EXPECT_TRUE(isReleased);
 }
 
-// --- A callback that ends its thread
+// --- A callback that ends its thread ---
 
 enum class How { kExit, kCancel, kExitAfterDestroy };
 
@@ -147,7 +147,7 @@ protected:
     {
         auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
         const std::string name = g_dbus_connection_get_unique_name(hosts);
-        control_.SendEvent(eventId, {}); // is answered before it is dispatched
+        control_.SendEvent(eventId, {}); // answered before it is dispatched
 
         ExpectNothingOnTheBus(name);
         for (int call = 0; call < 5; ++call) {
@@ -176,7 +176,7 @@ TEST_P(EndedThreadTest, BySubscriber)
     ExpectEnd(kEvent);
 
     EXPECT_THAT(Callbacks::TakeCalls(), ElementsAre("a(7, 0)", "b(7, 0)"));
-    // The subscriptions go on to be what they are.
+    // The subscriptions still exist.
     UnsubscribeNamServiceCallback("b");
     UnsubscribeNamServiceCallback("a");
     EXPECT_EQ(SubscribeNamServiceCallback("b", Subscriber<'b'>), 1);
@@ -204,7 +204,7 @@ TEST_P(EndedThreadTest, ByAtmosCallback)
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'b'>), 0);
 }
 
-// It has removed receivers on its way, itself included, which then stay away.
+// The callback has removed receivers, including itself. They are not called again.
 TEST_P(EndedThreadTest, BySubscriberThatHasRemovedOthers)
 {
     StartAndConnect();
@@ -224,7 +224,7 @@ TEST_P(EndedThreadTest, BySubscriberThatHasRemovedOthers)
     for (const std::string name : {"a", "b", "c"}) {
         const std::string line = "D SubscribeNamServiceCallback: " + name + " subscribe callback successful";
         EXPECT_EQ(SubscribeNamServiceCallback(name.c_str(), Subscriber<'n'>), 1);
-        EXPECT_EQ(platform_log::Count(line), 2U); // it is a new one
+        EXPECT_EQ(platform_log::Count(line), 2U); // the registration is a new one
     }
 }
 
@@ -234,7 +234,7 @@ INSTANTIATE_TEST_SUITE_P(
         Ending{"exit", How::kExit}, Ending{"cancel", How::kCancel},
         Ending{"exitAfterDestroy", How::kExitAfterDestroy}));
 
-// --- Objects of the host's own
+// --- Objects of the host's own ---
 
 TEST_F(MonitorEndTest, AnObjectOfTheHostsGivesWayToTheLibrarysOwn)
 {
@@ -277,7 +277,7 @@ TEST_F(MonitorEndTest, AnObjectThatDoesNotServeEndsNothing)
     }
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("n(7, 0)"));
 
-    // The monitor goes on to follow the bus.
+    // The monitor still follows the bus.
     LoseBus();
     bus_.Start();
     StartServer();

@@ -37,7 +37,7 @@ Request OfList(const std::string& function, void (*call)(const std::vector<STNet
         .answered = [](int) { return Lines{"I TransformNetSpkList: free"}; },
         .failed =
             {"E TransformNetSpkList: [NAM_API] MethodCall(" + function + ") Error", "I TransformNetSpkList: free"},
-        // A byte of 0x80 or more prints as the negative number that it is.
+        // A byte of 0x80 or more is printed as a negative number.
         .before =
             {"I TransformNetSpkList: [NAM_API] Speaker[0]: MAC[09:0a:0b:0c:0d:0e] CONFIG[134678021]",
              "I TransformNetSpkList: [NAM_API] Speaker[1]: MAC[6c:6d:6e:6f:70:71] CONFIG[1802135912]",
@@ -112,11 +112,11 @@ INSTANTIATE_TEST_SUITE_P(Functions, NameAndVolumeRequestTest, ::testing::ValuesI
 
 class NameAndVolumeTest : public ApiTest {};
 
-// --- Names --------------------------------------------------------------------------------------------------------
+// --- Names ---
 
 TEST_F(NameAndVolumeTest, ANameOfAnyLengthIsSentAsItIs)
 {
-    // The last is a million characters.
+    // The last name has a million characters.
     for (const std::string& name :
          {std::string(), std::string("a'\"\\%s%n\n\t"), std::string("\u30ad\u30c3\u30c1\u30f3 \U0001f50a \uffff"),
           std::string(1'000'000, 'x')}) {
@@ -137,7 +137,7 @@ TEST_F(NameAndVolumeTest, ANameOfAnyLengthIsSentAsItIs)
     }
 }
 
-// A name that no message can carry fails at the call.
+// A call fails if no message can carry the name.
 class UnsendableNameTest : public NameAndVolumeTest {
 protected:
     void ExpectFailedCall(const std::string& name, const std::string& reason)
@@ -165,7 +165,7 @@ protected:
 
 TEST_F(UnsendableNameTest, OneThatIsNotUtf8)
 {
-    // A stray byte, a stray continuation, one that is missing, a longer form than needed, a surrogate, beyond Unicode.
+    // A stray byte, a stray continuation byte, a missing one, an overlong form, a surrogate, and a code beyond Unicode.
     for (const char* name : {"\xff", "ab\x80", "K\xc3", "\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
         ExpectFailedCall(name, "a text that is not valid UTF-8");
     }
@@ -192,7 +192,7 @@ TEST_F(NameAndVolumeTest, ANameNeedsASpeakerAndANameToBeSent)
     ExpectArgumentsLast("SetNetSpkName", {}, [] { SetNetSpkName(nullptr, kIp, nullptr); });
 }
 
-// --- Volumes ------------------------------------------------------------------------------------------------------
+// --- Volumes ---
 
 TEST_F(NameAndVolumeTest, NumbersPassThroughUnchanged)
 {
@@ -211,7 +211,7 @@ TEST_F(NameAndVolumeTest, NumbersPassThroughUnchanged)
     }
 }
 
-// An octet of 128 or more prints as the negative number that it is, made unsigned.
+// An octet of 128 or more is printed as a negative number that is converted to unsigned.
 TEST_F(NameAndVolumeTest, AddressesAreLoggedOctetByOctet)
 {
     const std::pair<unsigned, const char*> addresses[] = {
@@ -267,7 +267,7 @@ TEST_F(NameAndVolumeTest, TheSpeakerOfAVolumeToGetIsNotLookedAtBeforeTheServerIs
         "GetNetSpkVolume", {"D GetNetSpkVolume: [NAM_API] Enter"}, [] { GetNetSpkVolume(nullptr, kIp); });
 }
 
-// --- Volumes of a list --------------------------------------------------------------------------------------------
+// --- Volumes of a list ---
 
 struct ListFunction {
     const char* name;
@@ -347,7 +347,7 @@ INSTANTIATE_TEST_SUITE_P(Functions, VolumeListTest, ::testing::ValuesIn(kListFun
     return std::string(function.param.name);
 });
 
-// One function stands for the four: so many log lines take a while.
+// Only one of the four functions is tested, because so many log lines take a while.
 TEST_F(NameAndVolumeTest, AListThatTheBusCannotCarryIsAFailedCallOnceEachSpeakerIsLogged)
 {
     const std::vector<STNetSpkConfig> list(kLongestArray / 86 + 1);
@@ -355,7 +355,7 @@ TEST_F(NameAndVolumeTest, AListThatTheBusCannotCarryIsAFailedCallOnceEachSpeaker
     platform_log::OnLine([&](const LogLine& line) {
         if (line.Short().starts_with("I TransformNetSpkList: [NAM_API] Speaker[" + std::to_string(speakers) + "]")) {
             ++speakers;
-            platform_log::Clear(); // so many lines are not worth their memory
+            platform_log::Clear(); // the lines would take much memory
         }
     });
 

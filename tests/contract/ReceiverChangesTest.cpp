@@ -6,7 +6,8 @@ using namespace kiv::test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// Subscribers and Atmos callbacks that change while an event is dispatched, by themselves and by other threads.
+// Tests of subscribers and Atmos callbacks that change during the dispatch of an event, by themselves and by other
+// threads.
 namespace receiver_changes_test {
 namespace {
 
@@ -16,13 +17,13 @@ class ReceiverChangesTest : public EventTest {
 protected:
     ReceiverChangesTest() { StartAndConnect(); }
 
-    // Has a receiver's call last until another thread has done something.
+    // Makes a receiver's call last until another thread has run the action.
     static void DoMeanwhile(char letter, std::function<void()> action)
     {
         Callbacks::Do(letter, [action] { std::thread(action).join(); });
     }
 
-    // Subscribes under names of one letter.
+    // Subscribes under names that are one letter each.
     template <char... Letters>
     static void SubscribeEach()
     {

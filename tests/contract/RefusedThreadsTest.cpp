@@ -15,7 +15,7 @@
 using namespace kiv::test;
 using ::testing::ElementsAre;
 
-// A program of its own, because it takes the place of the C library's pthread_create().
+// This is a program of its own, because it replaces the C library's pthread_create().
 
 namespace {
 
@@ -24,7 +24,7 @@ std::atomic<int> g_refused;
 
 } // namespace
 
-// Refuses GLib the threads that it asks for. GIO's worker runs already, since others in this program use it.
+// Refuses the threads that GLib asks for. GIO's worker runs already, because other parts of the program use it.
 extern "C" __attribute__((visibility("default"))) int
 pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument) noexcept
 {
@@ -40,7 +40,7 @@ pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body
 
 namespace {
 
-// But for the one that makes the others.
+// Returns whether GLib has a pool thread, besides the one that creates the others.
 bool HasPoolThread()
 {
     const std::filesystem::directory_iterator threads("/proc/self/task");
@@ -53,7 +53,7 @@ bool HasPoolThread()
 
 class RefusedThreadsTest : public EventTest {
 protected:
-    // From here on GLib has no thread to run anything on, an idle one neither.
+    // From here on, GLib can neither create a thread nor use an idle one.
     static void Refuse()
     {
         g_thread_pool_set_max_unused_threads(0);

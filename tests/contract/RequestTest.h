@@ -6,21 +6,19 @@
 
 namespace kiv::test {
 
-/*
- * A function of the library that makes one call, and what it does. Lines are in their short form.
- */
+// A function of the library that makes one call, and its expected behaviour. Lines are in their short form.
 struct Request {
     std::string name;
     std::function<int()> call; // a flag as 0 or 1; 0 if it returns nothing
     std::string sent;          // method and arguments
     std::string signature = {};
-    std::string replyType = {};                     // empty if it does not look at the reply
-    std::function<Lines(int answer)> answered = {}; // what it logs then, nothing by default
-    std::function<int(int answer)> result = {};     // what it returns then: the answer by default, 0 if not looked at
-    Lines failed = {};                              // what it logs if the call fails
-    int failure = 0;                                // what it returns then
-    Lines first = {};                               // what it logs before all else
-    Lines before = {};                              // what it logs before it calls the server's method
+    std::string replyType = {};                     // empty if it ignores the reply
+    std::function<Lines(int answer)> answered = {}; // its lines for an answer; none by default
+    std::function<int(int answer)> result = {};     // its result: the answer by default, 0 if ignored
+    Lines failed = {};                              // its lines if the call fails
+    int failure = 0;                                // its result if the call fails
+    Lines first = {};                               // its lines before all others
+    Lines before = {};                              // its lines before it calls the server's method
     std::string frame = {};                         // the name under which its frame is logged, its own by default
 };
 
@@ -36,7 +34,7 @@ inline std::string NameOf(const ::testing::TestParamInfo<Request>& request)
 
 class RequestTest : public ApiTest, public ::testing::WithParamInterface<Request> {
 protected:
-    // It sends its arguments; what the server answers is logged and returned.
+    // Expects that the function sends its arguments, and logs and returns the server's answer.
     void ExpectAnswered(int answer)
     {
         SCOPED_TRACE(answer);
@@ -51,15 +49,15 @@ protected:
         EXPECT_EQ(platform_log::OfTestThread(), Logged(Answered(answer)));
     }
 
-    // A call that the server refuses, and one in which it dies.
+    // Expects failures: the server refuses a call, and dies in another.
     void ExpectFailed()
     {
         ExpectFailed(kRefusal, RefusedLine(method_));
         ExpectFailed(kDeath, DiedLine(method_));
     }
 
-    // A reply of another type is one line, and then counts as this answer. It is nothing to a function that does not
-    // look at the reply.
+    // Expects one line for a reply of another type, which counts as this answer. A function that ignores the reply logs
+    // nothing.
     void ExpectOtherTypes(int countsAs)
     {
         for (const WrongReply& reply : WrongReplies(request_.replyType)) {

@@ -26,7 +26,7 @@ std::string NotSupported(const std::string& function)
     return "E " + function + ": [NAM_API] Not support NETSPKSETTING_MULTIROOM, return NETSPKSETTING_SURROUND";
 }
 
-// What a missing mode is in the log.
+// The lines of a missing mode.
 const Lines kMissingUiMode = {Missing("GetTavrinUIMode")};
 const Lines kMissingMode = {Missing("GetNetSpkSettingMode"), NotSupported("GetNetSpkSettingMode")};
 
@@ -92,7 +92,7 @@ TEST_F(SettingModesTest, ModesPassThroughUnchanged)
     }
 }
 
-// --- Entry flags --------------------------------------------------------------------------------------------------
+// --- Entry flags ---
 
 Request
 Flag(const std::string& function, bool (*call)(), const std::string& name, const std::string& tag, const Lines& first)
@@ -139,11 +139,11 @@ INSTANTIATE_TEST_SUITE_P(
             {"D FlagEnableNetworkSpeaker: [NAM_API] Enter"})),
     NameOf);
 
-// An entry flag whose server has not been reached yet.
+// An entry flag, and its result while the server is not reached.
 struct EntryFlag {
     const char* name;
     bool (*call)();
-    bool unreached; // its result then
+    bool unreached; // its result before the server is reached
     Lines first;
     std::string unreachedLine;
 };
@@ -168,7 +168,7 @@ const EntryFlag kEntryFlags[] = {
 
 class EntryFlagTest : public BusTest, public ::testing::WithParamInterface<EntryFlag> {
 protected:
-    // What it logs if the server cannot be reached at once, up to what it does about that.
+    // Returns its lines if the server cannot be reached at once. The last one is about the remedy.
     Lines Unreached(const std::string& remedy) const
     {
         return GetParam().first +
@@ -230,7 +230,7 @@ TEST_P(EntryFlagTest, AnAbsentServerIsNotWaitedFor)
 TEST_P(EntryFlagTest, ACallWhileTheServerIsBeingLaunchedGivesTheLaunchMoreTime)
 {
     ReadFeature();
-    // The launch thread gets no further than this line until the test is done with it.
+    // The launch thread waits at this line until the test releases it.
     std::mutex held;
     std::unique_lock hold(held);
     platform_log::OnLine([&](const LogLine& line) {

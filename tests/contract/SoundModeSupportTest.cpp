@@ -14,7 +14,7 @@ namespace {
 
 class SoundModeSupportTest : public ApiTest {};
 
-// --- SetSoundbarSupportSoundMode ----------------------------------------------------------------------------------
+// --- SetSoundbarSupportSoundMode ---
 
 class SetSupportTest : public SoundModeSupportTest {
 protected:
@@ -104,7 +104,7 @@ TEST_F(SetSupportTest, TheAnswerIsNotLookedAt)
     }
 }
 
-// --- What both queries have in common -----------------------------------------------------------------------------
+// --- Shared by both queries ---
 
 struct Query {
     const char* name;
@@ -179,7 +179,7 @@ INSTANTIATE_TEST_SUITE_P(Functions, SupportQueryTest, ::testing::ValuesIn(kQueri
     return std::string(query.param.name);
 });
 
-// --- GetSoundbarProtocolVersion -----------------------------------------------------------------------------------
+// --- GetSoundbarProtocolVersion ---
 
 class ProtocolVersionTest : public SoundModeSupportTest {
 protected:
@@ -314,7 +314,7 @@ TEST_F(ProtocolVersionTest, ArgumentsAreNotLookedAtBeforeTheServerIsReached)
         platform_log::OfTestThread().back(), "E GetSoundbarProtocolVersion: [NAM_API] GetWhetherKivDisabled failed");
 }
 
-// --- IsSoundbarSupportSoundMode -----------------------------------------------------------------------------------
+// --- IsSoundbarSupportSoundMode ---
 
 class IsSupportedTest : public SoundModeSupportTest {
 protected:

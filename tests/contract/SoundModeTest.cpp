@@ -15,7 +15,7 @@ constexpr int kIp = 0x0700a8c0; // 192.168.0.7
 
 class SoundModeTest : public ApiTest {};
 
-// --- SetSoundbarSoundMode -----------------------------------------------------------------------------------------
+// --- SetSoundbarSoundMode ---
 
 class SetSoundModeTest : public SoundModeTest {
 protected:
@@ -164,11 +164,11 @@ TEST_F(SetSoundModeTest, TheAnswerIsNotLookedAt)
     }
 }
 
-// --- What both queries have in common -----------------------------------------------------------------------------
+// --- Shared by both queries ---
 
 struct Query {
     const char* name;
-    Lines noBytes; // their lines where the reply has no bytes
+    Lines noBytes; // their lines if the reply has no bytes
     int (*call)(unsigned char* identity, unsigned char* data);
 };
 
@@ -257,9 +257,9 @@ INSTANTIATE_TEST_SUITE_P(Functions, SoundbarQueryTest, ::testing::ValuesIn(kQuer
     return std::string(query.param.name);
 });
 
-// --- Their answers ------------------------------------------------------------------------------------------------
+// --- Their answers ---
 
-// Identity, an integer, the bytes 0xe0 0xe1 ... behind it, in as many bytes as wanted.
+// Returns identity, integer, and the bytes 0xe0 0xe1 ... up to the length.
 std::vector<unsigned char> Payload(std::int32_t value, std::size_t length)
 {
     std::vector<unsigned char> payload{0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 192, 168, 0, 7};

@@ -41,7 +41,7 @@ TEST(RecordsTest, RecordsLieAsTheyTravel)
     EXPECT_EQ(speaker.mac[5], 0xa9);
 }
 
-// --- StartNetworkSpeaker ------------------------------------------------------------------------------------------
+// --- StartNetworkSpeaker ---
 
 TEST_F(StartStopTest, StartSendsTheModeThenTheSpeakers)
 {
@@ -177,7 +177,7 @@ TEST_F(StartStopTest, AListThatTheBusCannotCarryIsAFailedCallOnceTheModeIsSet)
     ExpectNotCalled({kOwnerQuery, "SetNetSpkSettingMode(80, 1)"});
 }
 
-// --- The others ---------------------------------------------------------------------------------------------------
+// --- The others ---
 
 struct Scalar {
     const char* name;

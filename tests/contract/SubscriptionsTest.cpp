@@ -27,7 +27,7 @@ std::string MethodErrorLine(const char* function)
     return std::string("E ") + function + ": [NAM_API] MethodCall Error";
 }
 
-// Its last call is the one that the function is about.
+// Returns the function's own call, which is the last one.
 std::string WithPid(const char* method)
 {
     return std::string(method) + "(" + std::to_string(getpid()) + ")";
@@ -45,7 +45,7 @@ class UnsubscribeTest : public EventTest {};
 class NodeRemoveTest : public EventTest {};
 class SubscribersTest : public EventTest {};
 
-// --- SubscribeNamServiceCallback
+// --- SubscribeNamServiceCallback ---
 
 TEST_F(SubscribeTest, AsksTheServerForEventsOfThisProcess)
 {
@@ -276,7 +276,7 @@ TEST_F(SubscribeTest, TheServerComesBeforeTheArguments)
     EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + UnreachableLines(kSubscribe)));
 }
 
-// --- UnsubscribeNamServiceCallback
+// --- UnsubscribeNamServiceCallback ---
 
 TEST_F(UnsubscribeTest, TellsTheServerAndEndsTheCalls)
 {
@@ -405,7 +405,7 @@ TEST_F(UnsubscribeTest, WithoutAServerTheSubscriptionStays)
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
 }
 
-// --- NodeRemoveFromWatcher
+// --- NodeRemoveFromWatcher ---
 
 TEST_F(NodeRemoveTest, ReturnsAndLogsTheServersAnswer)
 {
@@ -461,7 +461,7 @@ TEST_F(NodeRemoveTest, WithoutAServer)
     EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(UnreachableLines(kRemove)));
 }
 
-// --- The calls of the subscribers
+// --- The calls of the subscribers ---
 
 TEST_F(SubscribersTest, AreCalledInTheByteOrderOfTheirNames)
 {

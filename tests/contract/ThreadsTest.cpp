@@ -31,7 +31,7 @@ void CountEvent(int /*eventId*/, void* /*data*/, int /*length*/)
     ++g_received;
 }
 
-// One callback a thread: the registrations of a callback exclude one another.
+// Each thread has a callback of its own, because a callback can be registered only once.
 template <std::size_t Thread>
 void CountAtmos(int supported, void* userData)
 {
@@ -73,7 +73,7 @@ void Call()
 
 class ThreadsTest : public EventTest {
 protected:
-    // Whether a call gets through to a server that has just come up; the bus may still be starting it for others.
+    // Returns whether a call reaches a server that has just started. The bus may still be starting it for others.
     static bool EventuallyAnswers()
     {
         for (int attempt = 0; attempt < 100; ++attempt) {
@@ -84,7 +84,7 @@ protected:
         return false;
     }
 
-    // Returns how many batches of both kinds that were.
+    // Returns the number of batches of both kinds.
     unsigned PourEventsUntil(const std::atomic<bool>& enough)
     {
         ServerControl control(bus_.Address());
@@ -133,7 +133,7 @@ TEST_F(ThreadsTest, SubscribersAndCallersWhileEventsPourIn)
     EXPECT_EQ(StopNetworkSpeaker(3), 3);
 }
 
-// A server that comes and goes and gives another id each time, beside callers, subscribers and events.
+// The server comes and goes with another id each time, while calls, subscriptions and events go on.
 TEST_F(ThreadsTest, AFlappingServer)
 {
     std::atomic<bool> enough = false;
@@ -154,7 +154,7 @@ TEST_F(ThreadsTest, AFlappingServer)
         StartServer();
         control_.SetClientId("flap" + std::to_string(flap));
         EXPECT_TRUE(EventuallyAnswers());
-        // Whoever has an object by now answers.
+        // Every client that has an object by now answers.
         control_.SendPayloads(Payload(kEvent, 4, {1, 2, 3, 4}), kEventsAtOnce);
         KillServer();
     }
@@ -166,7 +166,7 @@ TEST_F(ThreadsTest, AFlappingServer)
     EXPECT_TRUE(EventuallyAnswers());
 }
 
-// --- The platform's log call --------------------------------------------------------------------------------------
+// --- The platform's log call ---
 
 TEST_F(ThreadsTest, ASlowLogCallHoldsUpItsOwnThreadOnly)
 {
@@ -191,7 +191,7 @@ TEST_F(ThreadsTest, ASlowLogCallHoldsUpItsOwnThreadOnly)
     goOn.set_value();
     slow.join();
     platform_log::OnLine(nullptr);
-    client_.m_DestroyMessageMonitor(); // it may still be in the hook
+    client_.m_DestroyMessageMonitor(); // the monitor thread may still be in the hook
 }
 
 TEST_F(ThreadsTest, ALogCallMayCallTheLibrary)
@@ -200,7 +200,7 @@ TEST_F(ThreadsTest, ALogCallMayCallTheLibrary)
     SubscribeNamServiceCallback("name", Subscriber<'n'>);
     std::set<std::string> seen;
     std::mutex seenLock;
-    // Each line once: what the library logs of the call in between would otherwise have no end.
+    // Handles each line once, because otherwise the lines of the inner calls would have no end.
     platform_log::OnLine([&](const LogLine& line) {
         bool isNew = false;
         {
@@ -214,7 +214,7 @@ TEST_F(ThreadsTest, ALogCallMayCallTheLibrary)
     EXPECT_EQ(StopNetworkSpeaker(1), 1);
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("n(7, 0)"));
     platform_log::OnLine(nullptr);
-    client_.m_DestroyMessageMonitor(); // it may still be in the hook
+    client_.m_DestroyMessageMonitor(); // the monitor thread may still be in the hook
     EXPECT_THAT(seen, ::testing::IsSupersetOf({kEnter, kEventEnter}));
 }
 

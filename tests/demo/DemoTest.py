@@ -1,4 +1,4 @@
-"""The demo's application tells its story to a pipe and to a terminal."""
+"""Runs the demo's application with a pipe and with a terminal, and checks its output."""
 
 import os
 import pty
@@ -21,7 +21,7 @@ def on_a_terminal(**environment):
     with subprocess.Popen(command(), stdout=terminal, env={**os.environ, **environment}) as process:
         os.close(terminal)
         text = b""
-        # The end of a terminal that nobody holds any more is an error.
+        # Reading from a terminal that no process holds any more is an error.
         try:
             while part := os.read(shown, 4096):
                 text += part

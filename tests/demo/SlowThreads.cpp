@@ -1,4 +1,4 @@
-// A busy machine in small: each thread of the process begins half a second after it was created.
+// Imitates a busy machine: each thread of the process begins half a second after it was created.
 
 #include <dlfcn.h>
 #include <pthread.h>

@@ -1,10 +1,10 @@
 #!/bin/bash
 # usage: tests.sh <directory of the tests> <document>
-# Tells which tests a document names, as `Suite.Test`, that do not exist.
+# Prints the tests that a document names, as `Suite.Test`, and that do not exist.
 set -euo pipefail
 export LC_ALL=C
 
-# The macro's arguments may stand on several lines.
+# The macro's arguments may be on several lines.
 existing=$(find "$1" -name '*.cpp' -exec cat {} + | tr -d ' \n' |
   grep -oP '\bTEST(_F|_P)?\(\K\w+,\w+(?=\))' | tr , . | sort -u)
 named=$(grep -oP '`\K[A-Z]\w*\.[A-Z]\w*(?=`)' "$2" | sort -u)

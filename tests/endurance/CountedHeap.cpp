@@ -8,12 +8,10 @@
 #include <cstring>
 #include <limits>
 
-/*
- * Takes the place of the C library's allocation functions, for the program and all libraries in it. The bytes counted
- * are those that were asked for, to the byte.
- */
+// Replaces the C library's allocation functions, for the program and all its libraries. Counts exactly the bytes that
+// were asked for.
 
-// What the C library's own functions are called as well.
+// Other names of the C library's own functions.
 extern "C" void* __libc_malloc(std::size_t size);
 extern "C" void __libc_free(void* block);
 
@@ -21,7 +19,7 @@ using kiv::endurance::g_heap;
 
 namespace {
 
-// Stands right before what the caller gets.
+// A header that is right before the caller's memory.
 struct Header {
     void* block;
     std::size_t size;

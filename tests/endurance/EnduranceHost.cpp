@@ -1,5 +1,5 @@
-// A host that lives long: calls every function and receives events again and again, well answered and badly, and looks
-// at what that leaves behind in its process. Runs on a bus with the simulator.
+// A host that runs long. Calls every function and receives events many times, with and without faults of the server,
+// and checks that nothing in its process grows. Runs on a bus with the simulator.
 
 #include "EveryFunction.h"
 #include "Heap.h"
@@ -45,10 +45,10 @@ constexpr unsigned kEventsAtOnce = 100;
 
 constexpr const char* kIdMethod = "check_dbus_connection";
 
-// What goes wrong in the server, as faults of the simulator.
+// A fault of the simulated server.
 struct Fault {
     const char* text;
-    bool ofId; // which every function asks for first, or else of all other methods
+    bool ofId; // whether the fault is of the query for the id, or else of all other methods
 };
 
 constexpr Fault kFaults[] = {
@@ -65,12 +65,12 @@ constexpr Fault kFaults[] = {
     {"{'reply': <(7,)>, 'every': <uint32 2>}", true},
 };
 
-// With all of these, and last with none.
+// There is a phase for each fault, and a last one without a fault.
 constexpr int kPhases = std::size(kFaults) + 1;
 
 std::atomic<long> g_received;
 bool g_leakIsPlanted;
-std::forward_list<char> g_leaked; // of the monitor thread
+std::forward_list<char> g_leaked; // used on the monitor thread
 
 void OnEvent(int /*eventId*/, void* /*data*/, int /*length*/)
 {
@@ -137,7 +137,7 @@ void SetUpPhase(ServerControl& server, int phase)
     }
 }
 
-// Several threads doing the same at the same time.
+// Runs an action on several threads at the same time.
 template <typename Action>
 void InParallel(int threads, const Action& action)
 {
@@ -154,19 +154,19 @@ void InParallel(int threads, const Action& action)
     }
 }
 
-// A call has 8 s, which are not enough on a machine that is busy otherwise.
+// Repeats a call until it is answered, because 8 s may not be enough on a busy machine.
 void CallUntilAnswered()
 {
     WaitUntil("a call to be answered", [] { return StopNetworkSpeaker(0) == 0; });
 }
 
-// Makes that many calls, and some more.
+// Makes this number of calls, or slightly more.
 void MakeCalls(ServerControl& server, long count)
 {
     const long passes = 1 + count / (static_cast<long>(kPhases) * kCallers * FunctionCount());
     int phase = 0;
     std::barrier next(kCallers, [&]() noexcept { SetUpPhase(server, phase++); });
-    // The same threads for all phases: GIO notes each thread that uses a connection, and forgets none.
+    // All phases use the same threads, because GIO notes each thread that uses a connection, and forgets none.
     InParallel(kCallers, [&] {
         for (int done = 0; done < kPhases; ++done) {
             next.arrive_and_wait();
@@ -193,7 +193,7 @@ std::vector<std::vector<unsigned char>> Payloads()
     };
 }
 
-// Has the server push that many events, and some more.
+// Makes the server push this number of events, or slightly more.
 void ReceiveEvents(long count)
 {
     ServerControl server(BusAddress());
@@ -218,12 +218,12 @@ void CallAndReceive(ServerControl& server, long calls, long events)
     }
 }
 
-/* --- What there is of it ------------------------------------------------------------------------------------------ */
+// --- Figures of the process ---
 
 struct Kind {
     const char* name;
-    // What it may grow by in all, however many calls and events there are: tables of GLib's that once were fuller, or
-    // note threads such as the launch threads, and what the C library keeps of threads.
+    // The most by which the figure may grow, however many calls and events there are. GLib's tables may once have been
+    // fuller, GLib notes threads such as the launch threads, and the C library keeps data of threads.
     long allowance;
 };
 
@@ -244,7 +244,7 @@ Figures Look()
         Entries("/proc/self/fd"), Entries("/proc/self/task")};
 }
 
-// How often the other threads have run so far; nothing if any of them runs now.
+// Returns how often the other threads have run so far, or nothing if one of them runs now.
 std::optional<long> RunsOfSleepers()
 {
     long runs = 0;
@@ -270,17 +270,17 @@ std::optional<long> RunsOfSleepers()
     return runs;
 }
 
-// Read as a host can: the library writes it under a lock of its own.
+// Reads the variable without a lock, as a host can. The library writes it under a lock of its own.
 __attribute__((no_sanitize("thread"))) bool IsLaunching()
 {
     return *static_cast<const volatile pthread_t*>(&m_launchthreadId) != 0;
 }
 
-// The figures at a moment at which nothing is under way.
+// Returns the figures at a moment at which no call or event is under way.
 Figures LookWhenAllIsQuiet()
 {
     WaitUntil("the launch thread to end", [] { return !IsLaunching(); });
-    CallUntilAnswered(); // the link keeps the last reply: the same one each time
+    CallUntilAnswered(); // the library keeps the last reply, so it must be the same one each time
     Figures figures{};
     WaitUntil("all threads to sleep", [&] {
         const std::optional<long> before = RunsOfSleepers();
@@ -290,7 +290,7 @@ Figures LookWhenAllIsQuiet()
     return figures;
 }
 
-// A figure of nothing is one that is not counted.
+// A figure without a value is not counted.
 void Print(const char* when, const Figures& figures)
 {
     std::printf("%-8s", when);
@@ -348,7 +348,7 @@ int Run(long calls, long events)
 
 } // namespace kiv::endurance
 
-// The platform: every line is formatted, none is kept.
+// The platform formats every line and keeps none.
 int __dlog_print(int /*logId*/, int /*priority*/, const char* /*tag*/, const char* format, ...)
 {
     char line[1024];

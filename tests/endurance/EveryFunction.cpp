@@ -36,7 +36,7 @@ constexpr void (*kCalls[])() = {
 
     [] { kiv_is_receiver_atmos(); },
     [] { register_atmos_support_cb(IgnoreAtmos, nullptr); },
-    [] { register_atmos_support_cb(IgnoreAtmos, nullptr); }, // the second is refused
+    [] { register_atmos_support_cb(IgnoreAtmos, nullptr); }, // the second registration is refused
     [] { unregister_atmos_support_cb(IgnoreAtmos); },
     [] { unregister_atmos_support_cb(IgnoreAtmos); },
 
@@ -59,7 +59,7 @@ constexpr void (*kCalls[])() = {
         GetNetSpkListInfo(list);
     },
     [] {
-        STNetSpkListInfo lists[8]; // one for each speaker of the simulated home, and more
+        STNetSpkListInfo lists[8]; // at least one for each speaker of the simulated home
         getNetSpkListInfo(lists);
     },
     [] { GetNetSpkListInfoNumber(); },

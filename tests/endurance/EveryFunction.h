@@ -2,16 +2,14 @@
 
 namespace kiv::endurance {
 
-/*
- * Calls every function of the library that calls the server, with arguments that it sends and with some that it
- * refuses. Any number of threads may do so.
- */
+// Calls every function that calls the server, with valid arguments and with arguments that it refuses. Any number of
+// threads may call this at the same time.
 void CallEveryFunction();
 
-// How many calls that is.
+// Returns the number of these calls.
 int FunctionCount();
 
-// The one of these calls that has this number, from 0 on.
+// Makes the call with this number. Numbers begin with 0.
 void CallFunction(int number);
 
 } // namespace kiv::endurance

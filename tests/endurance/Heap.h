@@ -4,9 +4,7 @@
 
 namespace kiv::endurance {
 
-/*
- * What of the heap is in use. Counted by CountedHeap.cpp in programs that it is linked into; nothing in the others.
- */
+// The used part of the heap. CountedHeap.cpp counts it in programs that it is linked into; in others, it stays zero.
 struct Heap {
     std::atomic<long> bytes;
     std::atomic<long> blocks;

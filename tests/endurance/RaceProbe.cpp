@@ -1,5 +1,5 @@
-// A data race on purpose: a callback on the monitor thread and the thread that called write the same variable. The
-// thread sanitizer must see it with all that it is told to leave out.
+// Makes a data race on purpose: a callback on the monitor thread and the calling thread write the same variable. The
+// thread sanitizer must report it in spite of all suppressions.
 
 #include "KivServiceInterface.h"
 #include "support/Server.h"
@@ -15,7 +15,7 @@
 namespace {
 
 int g_planted;
-// In what follows, relaxed order keeps the sanitizer from taking one thread's access to come before the other's.
+// The order is relaxed, so that the sanitizer does not see one thread's access as before the other's.
 std::atomic<bool> g_written;
 std::atomic<bool> g_received;
 
@@ -41,7 +41,7 @@ int main()
     std::thread sender(SendEvent);
     ++g_planted;
     g_written.store(true, std::memory_order_relaxed);
-    // Tried rarely enough: the sanitizer forgets accesses behind which too many others come.
+    // The wait polls rarely, because the sanitizer forgets an access after many others.
     kiv::test::WaitUntil("the event", [] { return g_received.load(std::memory_order_relaxed); });
     ++g_planted;
     sender.join();

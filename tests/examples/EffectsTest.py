@@ -1,4 +1,4 @@
-"""The examples call what they mean to call: the simulated server tells what arrived, and what the home is like then."""
+"""Checks the calls of the examples that arrive at the simulated server, and the home afterwards."""
 
 import os
 import re
@@ -9,27 +9,30 @@ from unittest.mock import ANY
 import pytest
 
 EXAMPLES = Path(os.environ["KIV_EXAMPLES"])
-# QtCall is built only where Qt is installed.
+# QtCall is built only if Qt is installed.
 ON_OTHER_THREADS = ["GTaskCall", "WorkerThread", *(["QtCall"] if (EXAMPLES / "example-QtCall").exists() else [])]
 
 LEFT, RIGHT, SUBWOOFER, KITCHEN, BEDROOM = ("02:4b:49:56:00:" + last for last in ["01", "02", "03", "a4", "05"])
 MAC_OF_SOUNDBAR = "0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0"
 
 
-def run(example):
+def run(example, **environment):
     program = EXAMPLES / f"example-{example}"
-    return subprocess.run([program], check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout
+    done = subprocess.run(
+        [program], check=True, stdout=subprocess.PIPE, encoding="utf-8", env={**os.environ, **environment}
+    )
+    return done.stdout
 
 
 def requests(sandbox):
-    """Methods with their arguments, without those that each call asks first. A record is (number, MAC address)."""
+    """Returns the methods with their arguments, without the queries before each call. A record is (number, MAC address)."""
     return [
         (call.method, shortened(call.arguments)) for call in sandbox.calls if call.method != "check_dbus_connection"
     ]
 
 
 def shortened(arguments):
-    """Arguments in which an array of records shows the fields that the library knows."""
+    """Returns the arguments. An array of records shows the fields that the library knows."""
     found = re.fullmatch(r"\(\[(.*)\],\)", arguments)
     data = bytes(int(byte, 16) for byte in found[1].split(", ")) if found else b""
     if not data or len(data) % 86 != 0:
@@ -81,3 +84,7 @@ def test_the_tasks_do_what_they_say(kiv_sandbox):
 def test_a_receiver_with_atmos_is_noticed(kiv_sandbox):
     kiv_sandbox.control("atmos", "on")
     assert run("Tasks").endswith("Atmos: yes\n")
+
+
+def test_a_monitor_thread_that_begins_late_costs_no_event(kiv_sandbox):
+    assert run("Events", LD_PRELOAD=os.environ["SLOW_THREADS"]) == "volume 20\n"

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: slider.sh <kiv-sandbox> <program>
-# In a sandbox: of all the values of a slider, the last one is sent last, and not all of the others are sent.
+# Checks in a sandbox that the last value of a slider is sent last, and that not all other values are sent.
 set -euo pipefail
 
 "$2"

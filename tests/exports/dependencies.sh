@@ -1,6 +1,7 @@
 #!/bin/bash
 # usage: dependencies.sh <nm> <readelf> <library> <library of the platform>
-# Tells which of the platform's calls the library does not leave to it (-), and what it loads beyond the expected (+).
+# Prints the platform's functions that the library does not import (-), and the libraries beyond the expected that it loads
+# (+).
 set -euo pipefail
 export LC_ALL=C
 

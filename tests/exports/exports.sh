@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: exports.sh <nm> <library> <list of exports>
-# Tells which exports of the library are not in the list (+), and which of the list it does not export (-).
+# Prints the exports of the library that are not in the list (+), and those of the list that it does not export (-).
 set -euo pipefail
 export LC_ALL=C
 

@@ -1,7 +1,7 @@
 #!/bin/bash
 # usage: objects.sh <nm> <library> <bytes of a pointer>
-# Tells which of the exported objects have another size than hosts take them to have: pointers and thread ids are as
-# long as the machine's words.
+# Prints the exported objects whose size differs from the size that hosts assume. Pointers and thread ids have the size of a
+# machine word.
 set -euo pipefail
 export LC_ALL=C
 

@@ -1,4 +1,5 @@
 // usage: dirty-pages LIBRARY
+//
 // Loads a library with all its symbols bound, and prints how many of its pages then belong to this process alone.
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -10,7 +11,7 @@
 
 namespace {
 
-// Of an entry of /proc/PID/pagemap.
+// The bits of an entry of /proc/PID/pagemap.
 constexpr uint64_t kPresentOrSwapped = uint64_t{3} << 62;
 constexpr uint64_t kOfFile = uint64_t{1} << 61;
 

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: c-host.sh <compiler> <library directory> <header> <list of exports> <program>
-# Builds a program in C, with what pkg-config says, that uses every export that C can express, and runs it.
+# Builds and runs a program in C, with the flags of pkg-config. The program uses every export that C can express.
 set -euo pipefail
 export LC_ALL=C
 

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: files.sh <prefix> <list of files>
-# Tells which files below the prefix are not in the list (+), and which of the list are not there (-).
+# Prints the files below the prefix that are not in the list (+), and those of the list that are missing (-).
 set -euo pipefail
 export LC_ALL=C
 

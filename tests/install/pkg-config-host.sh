@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: pkg-config-host.sh <compiler> <library directory> <source> <program>
-# Builds a program with what pkg-config says, and runs it.
+# Builds a program with the flags of pkg-config, and runs it.
 set -euo pipefail
 
 flags=$(PKG_CONFIG_PATH=$2/pkgconfig pkg-config --cflags --libs libkiv-interface-api)

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: tests.sh <sources of a project> <prefix or build directory of the library> <work directory>
-# Builds a project that tests an application, and runs its tests. Without the sandbox, the project is told what is missing.
+# Builds a project that tests an application, and runs its tests. Without the sandbox, cmake must say what is missing.
 set -euo pipefail
 
 rm -rf "$3"
@@ -21,12 +21,12 @@ fail() {
 sources=$1
 configure "$3/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
 "$CMAKE_COMMAND" --build "$3/build" >"$log" 2>&1 || fail "the build failed"
-# Nothing answers on the bus of the environment.
+# The bus of the environment does not exist.
 DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent "$ctest" --test-dir "$3/build" --verbose >"$log" 2>&1 || fail "a test failed"
 grep -q '^100% tests passed, 0 tests failed out of 2$' "$log" || fail "there are other tests"
 test "$(grep -c '\[  PASSED  \] [14] test' "$log")" = 2 || fail "a test program ran no test"
 
-# Each argument arrives as it is.
+# Each argument must arrive as it is.
 mkdir "$3/arguments"
 sources=$3/arguments
 cat >"$sources/CMakeLists.txt" <<'TEXT'
@@ -45,7 +45,7 @@ configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
 grep -qF '2: <a;b><><c d><\$e>' "$log" || fail "arguments have changed"
 grep -q '^75% tests passed, 1 tests failed out of 4$' "$log" || fail "there are other results"
 
-# It is as if the tools were not installed.
+# This is as if the tools were not installed.
 sources=$1
 configure "$3/without" -DCMAKE_PREFIX_PATH="$2" -DKIV_SANDBOX=OFF && fail "cmake adds a test without a sandbox"
 tr -s ' \n' ' ' <"$log" | grep -q 'cannot add speakers, because kiv-sandbox was not found\. With find_package(): install' ||

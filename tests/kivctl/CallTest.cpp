@@ -8,7 +8,7 @@ namespace {
 
 using CallTest = KivctlTest;
 
-// Of the functions that need any.
+// The arguments of the functions that need any.
 const std::map<std::string, Arguments> kArguments = {
     {"SubscribeNamServiceCallback", {"mine"}},
     {"UnsubscribeNamServiceCallback", {"mine"}},
@@ -42,11 +42,11 @@ const std::map<std::string, Arguments> kArguments = {
     {"SetTavrinUIMode", {"surround"}},
 };
 
-// What the old entry points return that do not return 0.
+// The results of the old entry points that do not return 0.
 const std::map<std::string, std::string> kFixedResults = {
     {"get_size_of_spk_list_info_s", "1086"}, {"get_size_of_spk_info_s", "183"}, {"GetLastConnectSatIdx", "-1"}};
 
-// Whether the library says that it was this one, or else the server: getNetSpkListInfo is another in disguise.
+// Returns whether the log names the function, or the server got its call. getNetSpkListInfo calls another function.
 bool WasCalled(const std::string& function, const std::string& log, const std::vector<std::string>& calls)
 {
     const std::string name = function == "getNetSpkListInfo" ? "GetNetSpkListInfo" : function;

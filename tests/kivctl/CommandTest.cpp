@@ -19,7 +19,7 @@ using CommandTest = KivctlTest;
 const std::string kTwoSpeakers = "StartNetworkSpeaker([" + Record("0x03, 0x00, 0x00, 0x00", kLeftBytes) + ", " +
                                  Record("0x00, 0x00, 0x00, 0x00", kRightBytes) + "],)";
 
-// One for each function of the library that asks the server, but for those of the monitor.
+// One command for each function of the library that calls the server, except those of the monitor.
 const std::vector<Arguments> kRequests = {
     {"start", kLeft},
     {"stop"},
@@ -200,7 +200,7 @@ TEST_F(CommandTest, AServerThatIsNotThereIsSaidToBe)
     }
 }
 
-// Methods that the library calls on its own have no command.
+// The library itself calls some methods, which have no command.
 std::set<std::string> DeclaredMethods()
 {
     const std::ifstream file(KIV_SERVER_XML);
@@ -266,13 +266,13 @@ TEST_F(CommandTest, AnErrorOfAServerThatIsReachedIsNamed)
     for (const Arguments& arguments : kRequests) {
         ExpectFailure(arguments, 1, "the network-speaker server answers with the error org.example.Broken");
     }
-    // doctor could only say the same.
+    // The advice does not name doctor, because it could only say the same.
     EXPECT_TRUE(Run({"stop"}).err.ends_with("; the server's own log tells why\n"));
     SetFault("check_dbus_connection", "reply", "<(5,)>");
-    ExpectFailure({"stop"}, 1, "the network-speaker server answers (i) where a client id is due");
+    ExpectFailure({"stop"}, 1, "the network-speaker server answers (i) instead of a client id");
 }
 
-// doctor goes the way to the server, and knows of no single request.
+// doctor checks the way to the server, and no single requests.
 TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
 {
     SetFault("DisableSurround", "error", "'org.example.Broken'");
@@ -287,7 +287,7 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
         {{"connect", "type", "--id", "99"},
          ": the server refused it; kivctl list nodes shows which speakers there are\n"},
         {{"soundbar", "info"},
-         ": the server sent nothing usable, which usually means that it has no such soundbar; otherwise it serves "
+         ": the server sent nothing usable, which usually means that it has no such soundbar; otherwise it has "
          "another version of the interface\n"},
         {{"surround", "channels"},
          ": the answer must be of the D-Bus type (i), got (s); the server's own log tells why\n"},
@@ -307,7 +307,7 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
     EXPECT_TRUE(denied.ends_with("; have the policy of the bus allow it\n")) << denied;
 }
 
-// The library logs the id, in brackets and as it came.
+// The library logs the id in brackets, unchanged.
 TEST_F(CommandTest, AClientIdThatReadsLikeALineOfTheLogFailsNothing)
 {
     for (const char* id : {" expected, [x", " MethodCall Error", " from NAM, ", "request launch kiv-service"}) {
@@ -331,7 +331,7 @@ TEST_F(CommandTest, AFailureValueIsNamed)
 TEST_F(CommandTest, ARequestThatFailedIsAFailureWhateverItsResult)
 {
     SetFault("*", "error", "'org.example.Broken'");
-    SetFault("check_dbus_connection", "delay", "uint32 1"); // the client's id is given
+    SetFault("check_dbus_connection", "delay", "uint32 1"); // the server answers the id, a moment later
     std::vector<Arguments> requests = kRequests;
     requests.insert(
         requests.end(), {{"call", "SubscribeNamServiceCallback", "mine"},
@@ -364,8 +364,10 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{"--jso", "stop"}, "unknown option --jso; did you mean --json?"},
         {{"stop", "--tpe", "3"}, "unknown option --tpe; did you mean --type?"},
         {{"stop", "--colour"}, "unknown option --colour; kivctl help stop lists them"},
-        {{"--for", "3", "monitor"}, "unknown option --for; it belongs behind monitor"},
-        {{"volume", "--ip=1.2.3.4", "get", kLeft}, "unknown option --ip=1.2.3.4; it belongs behind volume get"},
+        {{"--for", "3", "monitor"},
+         "unknown option --for; it is an option of monitor, so write it behind that command"},
+        {{"volume", "--ip=1.2.3.4", "get", kLeft},
+         "unknown option --ip=1.2.3.4; it is an option of volume get, so write it behind that command"},
         {{"call", "StopNetworkSpeakers"},
          "unknown command call StopNetworkSpeakers; did you mean call StopNetworkSpeaker?"},
         {{"help", "volum"}, "unknown command volum; did you mean volume?"},
@@ -467,7 +469,7 @@ const Environment kLogsAsUsual = {{"KIV_LOG_LEVEL", ""}};
 
 TEST_F(CommandTest, TheLibrarysLinesStayAwayFromASuccess)
 {
-    // The first call finds no server, and has it started.
+    // The first call finds no server, and makes the bus start it.
     const Ended ended = Run({"stop"}, kLogsAsUsual);
     EXPECT_EQ(ended.exitCode, 0);
     EXPECT_EQ(ended.err, "");
@@ -545,7 +547,7 @@ TEST(OutputTest, ThatCannotBeWrittenIsAFailure)
     EXPECT_EQ(WEXITSTATUS(status), 1);
 }
 
-// The commands that have none below them, but for the library's functions.
+// Returns the commands that have no subcommands, without the library's functions.
 std::vector<Arguments> CommandsBelow(const std::function<std::string(Arguments)>& run, const Arguments& path)
 {
     std::vector<Arguments> commands;
@@ -570,7 +572,7 @@ std::vector<Arguments> CommandsBelow(const std::function<std::string(Arguments)>
 
 TEST_F(CommandTest, EachCommandHasAnExampleThatRuns)
 {
-    // The example of connecting a speaker comes before those that speak to it.
+    // The example of connecting a speaker must come before the examples that use that speaker.
     const auto help = [this](Arguments path) {
         path.insert(path.begin(), "help");
         return Run(path).out;

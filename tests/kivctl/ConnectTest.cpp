@@ -7,7 +7,7 @@ namespace {
 
 using ConnectTest = KivctlTest;
 
-// The simulator sees these, and is not connected with them.
+// The simulated TV sees these speakers, and is not connected with them.
 const std::string kBedroom = "02:4b:49:56:00:05";
 const std::string kTerrace = "02:4b:49:56:00:06";
 const std::string kBedroomBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x05";

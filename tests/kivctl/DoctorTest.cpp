@@ -19,7 +19,8 @@ constexpr const char* kIntroduction =
 
 class DoctorTest : public KivctlTest {
 protected:
-    // The findings, by what was examined. A problem comes with advice and exit code 1, and the last object counts.
+    // Returns the findings, by subject. Checks that a problem has advice and exit code 1, and that the last object has
+    // the counts.
     std::map<std::string, std::string> Examine() const
     {
         const Ended ended = Run({"--json", "doctor"});
@@ -60,7 +61,7 @@ std::string BecauseOf(const std::string& subject)
     return "skipped: not tried, because of the problem with \"" + subject + "\"";
 }
 
-// The subjects of a text's findings with their states, such as "ok bus".
+// Returns the subjects of the findings in a text with their states, such as "ok bus".
 std::vector<std::string> Subjects(const std::string& text)
 {
     const std::regex finding(R"((ok|note|problem|skipped) +([a-z ]+[a-z])  .*)");
@@ -82,7 +83,7 @@ Json LastObject(const std::string& out)
     return Json::parse(out.substr(out.rfind('\n', out.size() - 2) + 1));
 }
 
-// The advice of a finding of a text.
+// Returns the advice of a finding in a text.
 std::string AdviceOf(const std::string& out, const std::string& finding)
 {
     const size_t at = out.find(finding + '\n' + kAdvice);
@@ -110,7 +111,7 @@ TEST_F(DoctorTest, FindsNothingWhereAllIsWell)
                                 "ok client id", "ok subscription", "ok endpoint", "ok events"}));
     EXPECT_EQ(text.out.find("->"), std::string::npos) << text.out;
     EXPECT_TRUE(text.out.ends_with("\nnothing is wrong: 0 problems, 0 notes, 10 ok, 0 skipped\n")) << text.out;
-    ExpectBegins(Examine().at("events"), "ok: one that was sent arrived");
+    ExpectBegins(Examine().at("events"), "ok: a test event arrived");
 }
 
 TEST_F(DoctorTest, ShowsEachFindingBeforeTheNextCheck)
@@ -138,7 +139,7 @@ TEST_F(DoctorTest, ATimeLimitLeavesTheFindingsSoFarAndSkipsTheRest)
         Subjects(text.out), (std::vector<std::string>{
                                 "ok feature", "ok bus", "ok client name", "ok activation", "ok server", "note call",
                                 "skipped client id", "skipped subscription", "skipped endpoint", "skipped events"}));
-    // The check may take 8 s, and begins in the first or the second.
+    // The check may take 8 s, and begins in the first or the second second.
     EXPECT_TRUE(std::regex_match(AdviceOf(text.out, " ms  not known within --timeout"), std::regex("give it (9|10) s")))
         << text.out;
     EXPECT_NE(text.out.find("  not tried, because the time is up\n"), std::string::npos) << text.out;
@@ -185,11 +186,13 @@ TEST_F(DoctorTest, NotesWhatTakesOverASecond)
     EXPECT_EQ(text.exitCode, 0);
     const std::vector<std::string> subjects = Subjects(text.out);
     EXPECT_EQ(subjects.at(5), "note call");
-    EXPECT_NE(text.out.find(" ms  the server answers\n" + std::string(33, ' ') + "-> over 1 s, "), std::string::npos)
+    EXPECT_NE(
+        text.out.find(" ms  the server answers\n" + std::string(33, ' ') + "-> this took over 1 s, "),
+        std::string::npos)
         << text.out;
 }
 
-// The library gives a call 8 s, in which the bus has to start the server.
+// The library gives a call 8 s, in which the bus must start the server.
 TEST_F(DoctorTest, FindsThatTheServerStartsTooSlowly)
 {
     bus_.WriteService({kServerName, {"/bin/sh", "-c", std::string("sleep 8.5; exec ") + KIV_SIMULATOR}});
@@ -206,7 +209,7 @@ TEST_F(DoctorTest, TellsHowToWakeAServerThatIsStopped)
     const std::string advice = AdviceOf(Run({"doctor"}).out, "the server cannot be asked: no answer within 8 s");
     EXPECT_TRUE(std::regex_match(
         advice, std::regex("wake the server, process ([0-9]+), if it is stopped \\(state T in ps; kill -CONT \\1\\), "
-                           "or see in its own log what keeps it busy")))
+                           "or look into its own log to see what keeps it busy")))
         << advice;
 }
 
@@ -215,7 +218,7 @@ TEST_F(DoctorTest, FindsThatTheServerEndsWhenItIsAsked)
     SetFault("check_dbus_connection", "exit", "true");
     EXPECT_EQ(
         AdviceOf(Run({"doctor"}).out, "the server ended before it answered"),
-        "see in the server's own log why it ended");
+        "look into the server's own log to see why it ended");
 }
 
 TEST_F(DoctorTest, FindsThatTheBusDoesNotAnswer)
@@ -306,7 +309,7 @@ TEST_F(DoctorTest, NotesThatNobodyCanStartTheServerAgain)
     bus_.Activate(kServerName);
     bus_.RemoveService(kServerName);
     const auto found = Examine();
-    EXPECT_EQ(found.at("activation"), "note: the bus cannot start the server; nobody will if it ends");
+    EXPECT_EQ(found.at("activation"), "note: the bus cannot start the server; if the server ends, it stays away");
     ExpectBegins(found.at("events"), "ok: ");
 }
 
@@ -325,27 +328,26 @@ TEST_F(DoctorTest, FindsThatTheServerDoesNotAnswerAsItShould)
     SetFault("check_dbus_connection", "error", "'org.example.Broken'");
     ExpectBegins(Examine().at("call"), "problem: the server answers with the error org.example.Broken");
     SetFault("check_dbus_connection", "reply", "<(5,)>");
-    EXPECT_EQ(Examine().at("call"), "problem: the server answers (i) where a client id is due");
+    EXPECT_EQ(Examine().at("call"), "problem: the server answers (i) instead of a client id");
 }
 
 TEST_F(DoctorTest, FindsThatAnIdIsUnfit)
 {
     g_variant_unref(Control("ClientId", g_variant_new("(s)", "no-path")));
-    EXPECT_EQ(Examine().at("client id"), "problem: \"no-path\" makes no D-Bus name, so no events can come");
+    EXPECT_EQ(Examine().at("client id"), "problem: \"no-path\" does not fit into a D-Bus name, so no events can come");
 }
 
 TEST_F(DoctorTest, FindsThatTheServerRefusesEvents)
 {
     SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
-    ExpectBegins(Examine().at("subscription"), "problem: the server promises no events: org.example.Broken");
+    ExpectBegins(Examine().at("subscription"), "problem: the server refuses the subscription: org.example.Broken");
 }
 
 TEST_F(DoctorTest, FindsThatTheServerAnswersTheSubscriptionWithNoId)
 {
     SetFault("SubscribeNamServiceCallback", "reply", "<(0,)>");
     const auto found = Examine();
-    EXPECT_EQ(
-        found.at("subscription"), "problem: the server answers the subscription with (i) where a client id is due");
+    EXPECT_EQ(found.at("subscription"), "problem: the server answers the subscription with (i) instead of a client id");
     EXPECT_EQ(found.at("events"), BecauseOf("subscription"));
 }
 
@@ -364,7 +366,7 @@ TEST_F(DoctorTest, FindsThatTheServerEndsOfASubscription)
     SetFault("SubscribeNamServiceCallback", "exit", "true");
     EXPECT_EQ(
         AdviceOf(Run({"doctor"}).out, "the server ended before it answered SubscribeNamServiceCallback"),
-        "see in the server's own log why it ended");
+        "look into the server's own log to see why it ended");
 }
 
 TEST_F(DoctorTest, FindsThatAnotherProcessHasTheName)
@@ -375,7 +377,7 @@ TEST_F(DoctorTest, FindsThatAnotherProcessHasTheName)
         "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", "org.lumra.tv.networkspeaker.client.taken", 0U));
     EXPECT_EQ(
         Examine().at("endpoint"), "problem: org.lumra.tv.networkspeaker.client.taken is owned by process " +
-                                      std::to_string(getpid()) + ", which gets this one's events");
+                                      std::to_string(getpid()) + ", which gets the events of this process");
 }
 
 TEST_F(DoctorTest, FindsWhatThePolicyForbids)
@@ -396,7 +398,7 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
     found = Examine();
     ExpectBegins(
         found.at("activation"),
-        "note: the bus does not tell what it can start: org.freedesktop.DBus.Error.AccessDenied: ");
+        "note: the bus does not say what it can start: org.freedesktop.DBus.Error.AccessDenied: ");
     ExpectBegins(found.at("events"), "ok: ");
 
     Forbid(
@@ -408,7 +410,7 @@ TEST_F(DoctorTest, FindsWhatThePolicyForbids)
                                   "org.freedesktop.DBus.Error.AccessDenied: ");
 }
 
-// The server runs as the user of this test, and doctor, too.
+// The server and doctor both run as the user of this test.
 TEST_F(DoctorTest, FindsThatTheServersUserMaySendNoEvents)
 {
     Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
@@ -416,7 +418,7 @@ TEST_F(DoctorTest, FindsThatTheServersUserMaySendNoEvents)
     ExpectBegins(found.at("endpoint"), "ok: ");
     EXPECT_NE(found.at("events").find("problem: the bus lets "), std::string::npos) << found.at("events");
     EXPECT_NE(
-        found.at("events").find(", the server's user, send none: org.freedesktop.DBus.Error.AccessDenied: "),
+        found.at("events").find(", the server's user, send no event: org.freedesktop.DBus.Error.AccessDenied: "),
         std::string::npos)
         << found.at("events");
 }
@@ -428,10 +430,10 @@ TEST_F(DoctorTest, FindsThatEventsMayNotBeReceived)
         R"(<deny receive_path="/org/lumra/tv/networkspeaker/client/doctors" receive_member="nam_notify_subscriber"/>)");
     ExpectBegins(
         Examine().at("events"),
-        "problem: the bus lets this user receive none: org.freedesktop.DBus.Error.AccessDenied: ");
+        "problem: the bus lets this user receive no event: org.freedesktop.DBus.Error.AccessDenied: ");
 }
 
-// Only root can start the server as another user. Elsewhere these tests count as skipped.
+// Only root can start the server as another user. For other users, these tests are skipped.
 class DoctorOfAnotherUserTest : public DoctorTest {
 protected:
     void SetUp() override
@@ -439,7 +441,7 @@ protected:
         if (geteuid() != 0) {
             GTEST_SKIP() << "only root can start a server of another user";
         }
-        // The other user keeps the group.
+        // The other user still has the group.
         using std::filesystem::perms;
         std::filesystem::permissions(
             bus_.Directory(), perms::group_exec | perms::others_exec, std::filesystem::perm_options::add);
@@ -462,12 +464,12 @@ protected:
 TEST_F(DoctorOfAnotherUserTest, NotesThatOnlyTheServersUserMaySendEvents)
 {
     Forbid(R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)");
-    ExpectUnproven("the bus lets this user send none, which is as it should be for all but the server");
+    ExpectUnproven("the bus lets this user send no event, as it should: only the server may send events");
 }
 
 TEST_F(DoctorOfAnotherUserTest, ProvesNothingByEventsOfItsOwn)
 {
-    ExpectUnproven("one that this user sent arrived, but the bus may refuse the server's");
+    ExpectUnproven("a test event of this user arrived, but the bus may refuse the server's events");
 }
 
 } // namespace

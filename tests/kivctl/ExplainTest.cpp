@@ -149,7 +149,7 @@ TEST(ExplainTest, ReadsTheFormsThatLogsHave)
           "11-22 12:34:56.789+0100 E/NAM_SERVICE( 123): ", "11-22 12:34:56.789 E NAM_SERVICE(P 123, T 124): "}) {
         EXPECT_EQ(Explain(before + kMethodCallError + '\n'), before + kMethodCallError + kExplained);
     }
-    // The last line may lack its end, and a log of another system may end lines otherwise.
+    // The last line may have no line end, and the log of another system may have other line ends.
     EXPECT_EQ(Explain(kMethodCallError), std::string(kMethodCallError) + kExplained);
     EXPECT_EQ(Explain(std::string(kMethodCallError) + "\r\n"), std::string(kMethodCallError) + "\r" + kExplained);
     EXPECT_EQ(Explain(""), "");
@@ -164,6 +164,23 @@ TEST(ExplainTest, FindsTheTextThatALoggerHasWrapped)
           "\x1b[31m" + line + "\x1b[0m", "message repeated 2 times: [ " + line + "]\x1b[0m"}) {
         EXPECT_EQ(Explain(wrapped + '\n'), wrapped + kExplained);
     }
+}
+
+TEST(ExplainTest, ReadsAMessageThatIsAnArrayOfBytes)
+{
+    for (const std::string& message :
+         {std::string(kMethodCallError), "\x1b[31m" + std::string(kMethodCallError) + "\x1b[0m",
+          "\xff " + std::string(kMethodCallError)}) {
+        Json bytes = Json::array();
+        for (const char character : message) {
+            bytes.push_back(static_cast<unsigned char>(character));
+        }
+        const std::string line = Json({{"MESSAGE", bytes}}).dump();
+        EXPECT_EQ(Explain(line + '\n'), line + kExplained);
+    }
+    const std::string others =
+        "{\"MESSAGE\":null}\n{\"MESSAGE\":[256]}\n{\"MESSAGE\":[-1]}\n{\"MESSAGE\":[[75],\"K\"]}\n";
+    EXPECT_EQ(Explain(others), others);
 }
 
 TEST(ExplainTest, LeavesOtherLinesAlone)
@@ -183,6 +200,26 @@ TEST(ExplainTest, SaysThatALineIsUnknown)
         std::string::npos)
         << out;
     EXPECT_EQ(ExplainToScripts(line + '\n').at(0).at("known"), false);
+}
+
+TEST(ExplainTest, SaysThatALineIsCutBeforeItsText)
+{
+    const std::string line = kMethodCallError;
+    const size_t file = line.find(' ') + 1;
+    const size_t text = line.find("> ") + 2;
+    for (size_t length = file; length < text; ++length) {
+        const std::string cut = line.substr(0, length);
+        const std::string out = Explain("NAM_SERVICE: " + cut + '\n');
+        EXPECT_EQ(out.find("NAM_SERVICE: " + cut + "\n    = cut short before its text, "), 0U) << out;
+        EXPECT_NE(out.find("\n    -> have the log keep longer lines"), std::string::npos) << out;
+    }
+    const Json object = ExplainToScripts(line.substr(0, text - 1) + '\r').at(0);
+    EXPECT_EQ(object.at("function"), "StopNetworkSpeaker");
+    EXPECT_EQ(object.at("known"), false);
+
+    const std::string others = "KivServiceInterface.cpp: In function 'int Stop()':\n"
+                               "KivServiceInterface.cpp: Stop(int)\nKivServiceInterface.cpp: Stop(89) or\n";
+    EXPECT_EQ(Explain(others), others);
 }
 
 TEST(ExplainTest, ALineWithoutEndIsRefused)
@@ -245,7 +282,7 @@ TEST_F(ExplainFileTest, ExplainsALineBeforeTheNextComes)
 
 class LoggedLinesTest : public KivctlTest {
 protected:
-    // Runs a command, and sees that each line that the library logs meanwhile is explained.
+    // Runs a command, and checks that each line that the library logs meanwhile is explained.
     void Collect(Arguments arguments)
     {
         arguments.emplace_back("--verbose");
@@ -306,7 +343,7 @@ TEST_F(LoggedLinesTest, TellTheReasonsOfTheServer)
         {"error", "'org.example.Broken'", "answered with that error"},
         {"error", "'org.freedesktop.DBus.Error.UnknownMethod'", "the server does not have the method"},
         {"silent", "true", "the server did not answer within 8 s"},
-        {"reply", "<('text',)>", "of another D-Bus type than agreed"},
+        {"reply", "<('text',)>", "another D-Bus type than agreed"},
     };
     for (const auto& [key, value, meaning] : faults) {
         SetFault("StopNetworkSpeaker", key, value);
@@ -332,14 +369,14 @@ TEST_F(LoggedLinesTest, TellTheReasonsOfTheBus)
 
     bus_.RemoveService(kServerName);
     Collect({"stop"});
-    ExpectMeaning("the bus knows no service file");
+    ExpectMeaning("the bus has no service file");
 
     bus_.Kill();
     Collect({"stop"});
     ExpectMeaning("no connection to the system bus");
 }
 
-// A bus that forbids the question answers by an error, which is not an answer of the type that is due.
+// A bus that forbids the query answers with an error, which is not of the expected type.
 TEST_F(LoggedLinesTest, TellThatTheBusForbidsTheQuestionForAnOwner)
 {
     Forbid(

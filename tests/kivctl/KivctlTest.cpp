@@ -146,7 +146,7 @@ std::string KivctlTest::RunOnTerminal(const Arguments& arguments) const
     unlockpt(terminal);
     const int output = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
     EXPECT_GE(output, 0);
-    // The terminal keeps what is written until the last descriptor of its other end is closed, and a little is written.
+    // A terminal keeps its output until the last descriptor of its other end is closed. The output here is short.
     const int open = fcntl(output, F_DUPFD_CLOEXEC, 0);
     EXPECT_EQ(Running(bus_, arguments, {}, output).Wait().exitCode, 0);
     std::array<char, 4096> text{};
@@ -261,7 +261,7 @@ std::vector<std::string> KivctlTest::Calls() const
     GVariant* arguments = nullptr;
     while (g_variant_iter_loop(iterator, "(u&s&suv)", nullptr, nullptr, &method, nullptr, &arguments)) {
         if (std::string(method) != "check_dbus_connection") {
-            // The simulator gives the string "()" for no arguments.
+            // The simulator returns the string "()" for no arguments.
             const bool none = g_variant_is_of_type(arguments, G_VARIANT_TYPE_STRING) != FALSE;
             g_autofree char* text = none ? g_variant_dup_string(arguments, nullptr) : g_variant_print(arguments, FALSE);
             calls.push_back(std::string(method) + text);

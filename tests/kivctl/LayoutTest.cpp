@@ -10,7 +10,7 @@ constexpr size_t kNodeSize = 134;
 
 class LayoutTest : public KivctlTest {
 protected:
-    // Has the server tell of one node, whose record begins with these bytes, given as GVariant text.
+    // Makes the server report one node. Its record begins with these bytes, given as GVariant text.
     void ReplyNode(const std::string& bytes, size_t count) const
     {
         std::string reply = "<([byte " + bytes;
@@ -20,7 +20,7 @@ protected:
         SetFault("GetNetSpkNodeList", "reply", (reply + "],)>").c_str());
     }
 
-    // The node as these fields describe it.
+    // Returns the node, decoded by these fields.
     Json Node(const std::string& fields) const
     {
         const std::string path = WriteFile(R"({"records": {"node": {"size": 134, "fields": [)" + fields + "]}}}");
@@ -44,7 +44,7 @@ protected:
     }
 };
 
-// Expects that a record describes a speaker as the simulator's model does.
+// Expects that a record describes a speaker as the simulator does.
 void ExpectSame(const Json& record, const Json& speaker)
 {
     for (const char* name : {"name", "type", "mac", "ip", "node", "group", "volume", "channel"}) {

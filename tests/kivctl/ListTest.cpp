@@ -15,7 +15,7 @@ constexpr const char* kNoNodes = "the server sees no speaker; one that is switch
 
 class ListTest : public KivctlTest {
 protected:
-    // Has the server answer these bytes, given as GVariant text.
+    // Makes the server answer these bytes, given as GVariant text.
     void Reply(const char* method, const std::string& bytes) const
     {
         SetFault(method, "reply", ("<(" + bytes + ",)>").c_str());
@@ -56,7 +56,7 @@ TEST_F(ListTest, RecordsWithoutALayoutAreBytes)
     Run({"start", kLeft, kRight});
     for (const Arguments& arguments : {Arguments{"list", "active"}, Arguments{"list", "active", "--hex"}}) {
         const std::vector<std::string> lines = Lines(arguments);
-        // Three lines, and for each speaker a blank line, a title and the bytes, without lines that repeat.
+        // There are three lines and, for each speaker, a blank line, a title and the bytes, without repeated lines.
         ASSERT_EQ(lines.size(), 3U + (2 + 11) + (2 + 12));
         EXPECT_EQ(lines[4], "speaker 1");
         EXPECT_EQ(lines[5], "0000  4c 69 76 69 6e 67 20 72 6f 6f 6d 20 6c 65 66 74  |Living room left|");

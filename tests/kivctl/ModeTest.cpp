@@ -44,7 +44,7 @@ TEST_F(ModeTest, AFailedSetIsNamed)
 
 TEST_F(ModeTest, EntryFlagsStartTheServer)
 {
-    // Nobody has called the server before.
+    // No client has called the server before.
     ExpectOutput({"mode", "enabled"}, "yes");
     ExpectOutput({"mode", "can-enter"}, "yes");
     ExpectJson({"mode", "enabled"}, {{"result", true}});
@@ -83,7 +83,7 @@ TEST_F(ModeTest, AnEntryFlagThatTheLibraryMakesUpIsAFailure)
     ExpectFailure(
         {"mode", "can-enter"}, 1,
         "CanEnterTavrinSettings returned false: the answer must be of the D-Bus type (b), got (s)");
-    // Without an id for this process, nothing more is asked.
+    // Without an id for this process, the library sends no further call.
     SetFault("check_dbus_connection", "error", "'org.example.Broken'");
     ExpectFailure(
         {"mode", "enabled"}, 1,

@@ -34,7 +34,7 @@ std::string DataOf(size_t size)
     return data;
 }
 
-// An event's line without the time before it.
+// Returns an event's line without the time before it.
 std::string EventLine(Running& monitor)
 {
     const std::string line = monitor.OutLine();
@@ -43,7 +43,7 @@ std::string EventLine(Running& monitor)
     return std::regex_replace(line, kTime, "", std::regex_constants::format_first_only);
 }
 
-// An event's object without its time.
+// Returns an event's object without its time.
 std::string EventObject(Running& monitor)
 {
     auto object = nlohmann::ordered_json::parse(monitor.OutLine());
@@ -125,7 +125,7 @@ TEST_F(MonitorTest, EndsAfterTheEventsAskedForAndUnsubscribes)
         try {
             SendEvent(event, "");
         } catch (const std::runtime_error&) {
-            // The third may find the client gone.
+            // The client may be gone when the third event is sent.
             EXPECT_EQ(event, 3);
         }
     }
@@ -183,14 +183,14 @@ TEST_F(MonitorTest, AsksAServerThatComesBackForItsEvents)
     ASSERT_EQ(monitor.OutLine(), kJsonReady);
     for (int i = 0; i < 3; ++i) {
         g_variant_unref(Control("Exit", nullptr));
-        // The event and the loss are told by two threads.
+        // Two threads report the event and the loss, so their order is not fixed.
         std::vector<Json> lines{Json::parse(monitor.OutLine()), Json::parse(monitor.OutLine())};
         std::ranges::sort(lines, {}, [](const Json& line) { return line.contains("server"); });
         EXPECT_EQ(lines[0].value("name", ""), "NAMSERVICE_EXIT_STATE");
         EXPECT_EQ(lines[1], Json({{"server", false}}));
         bus_.Activate(kServerName);
         EXPECT_EQ(monitor.OutLine(), R"({"server":true})");
-        // Only subscribers are told.
+        // Only subscribers receive this event.
         g_variant_unref(Control("Atmos", g_variant_new("(b)", TRUE)));
         EXPECT_EQ(EventObject(monitor), R"({"atmos":1})");
         EXPECT_EQ(Json::parse(monitor.OutLine()).at("name"), "NAMSERVICE_ATMOS_STATE");
@@ -265,7 +265,7 @@ TEST_F(MonitorTest, SaysWhatIsMissingWhereTheBusDeniesTheName)
     EXPECT_TRUE(line.starts_with("kivctl: not ready, events cannot come: nobody owns the bus name "
                                  "org.lumra.tv.networkspeaker.client.tv_"))
         << line;
-    EXPECT_TRUE(line.ends_with(", which the bus may deny to this user; kivctl doctor tells why")) << line;
+    EXPECT_TRUE(line.ends_with(", and the bus may not let this user own it; kivctl doctor tells why")) << line;
     monitor.Signal(SIGINT);
     const Ended ended = monitor.Wait();
     EXPECT_EQ(ended.exitCode, 1);
@@ -282,7 +282,7 @@ TEST_F(MonitorTest, SaysWhatIsMissingAlsoWhenItEndsSoon)
 {
     Forbid(R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)");
     Running monitor(bus_, {"monitor"});
-    // The second is for the Atmos events. The end waits for its answer.
+    // The second request is for the Atmos events. The end waits for its answer.
     test::WaitUntil("the requests for events", [this] {
         return std::ranges::count_if(Calls(), [](const std::string& call) {
                    return call.starts_with("SubscribeNamServiceCallback");
@@ -305,7 +305,7 @@ TEST_F(MonitorTest, SaysWhoHasTheName)
     EXPECT_EQ(
         monitor.ErrLine(), "kivctl: not ready, events cannot come: the bus name "
                            "org.lumra.tv.networkspeaker.client.taken is owned by process " +
-                               std::to_string(getpid()) + ", which gets them; kivctl doctor tells why");
+                               std::to_string(getpid()) + ", which gets the events; kivctl doctor tells why");
 }
 
 TEST_F(MonitorTest, WaitsForAServerThatIsNotThereYet)
@@ -330,7 +330,9 @@ TEST_F(MonitorTest, EndsAfterTheTimeAskedFor)
     EXPECT_GE(Clock::now() - start, 2s);
     EXPECT_EQ(ended.exitCode, 0);
     EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, std::string(kReady) + "\nkivctl: no event came; kivctl doctor tells whether events arrive\n");
+    EXPECT_EQ(
+        ended.err,
+        std::string(kReady) + "\nkivctl: no event came; kivctl doctor finds out whether events can arrive\n");
     const std::vector<std::string> calls = Calls();
     EXPECT_TRUE(!calls.empty() && calls.back().starts_with("UnsubscribeNamServiceCallback"));
 
@@ -356,7 +358,7 @@ TEST_F(MonitorTest, FailsWhenItNeverWasReady)
     EXPECT_TRUE(object.at("error").get<std::string>().starts_with(reason)) << object;
 }
 
-// Shorter than the library waits for a single answer.
+// This is shorter than the library waits for a single answer.
 constexpr auto kPrompt = 6s;
 
 TEST_F(MonitorTest, EndsInTimeWhileTheServerHangs)
@@ -436,7 +438,7 @@ TEST_F(MonitorTest, AsksAServerAgainThatEndedBeforeItAnswered)
     SetFault("SubscribeNamServiceCallback", "exit", "true");
     Running monitor(bus_, {"monitor"});
     EXPECT_TRUE(monitor.ErrLine().starts_with("kivctl: the server ends soon after each start"));
-    // The next one has no fault.
+    // The next server has no fault.
     EXPECT_EQ(monitor.ErrLine(), kReady);
 }
 
@@ -449,7 +451,7 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
         ended.err,
         "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken; "
         "the server's own log tells why\n");
-    // Only the second request, for the Atmos events, is refused.
+    // The server refuses only the second request, for the Atmos events.
     g_variant_unref(Control(
         "Fault", g_variant_new_parsed(
                      "('SubscribeNamServiceCallback', {'error': <'org.example.Broken'>, 'every': <uint32 2>})")));

@@ -8,7 +8,7 @@ constexpr const char* kIp = "352364736";
 
 class NameAndVolumeTest : public KivctlTest {
 protected:
-    // What the simulator knows of a speaker.
+    // Returns the simulator's state of a speaker.
     Json Speaker(const std::string& mac) const
     {
         g_autoptr(GVariant) reply = Control("Show", nullptr);
@@ -34,7 +34,7 @@ const struct {
     {"reset", "ResetNetSpkVolume"},
 };
 
-// The arguments, with what makes kivctl wait for the volumes and understand them.
+// Returns the arguments, with those that make kivctl wait for the volumes and decode them.
 Arguments Waiting(Arguments arguments)
 {
     arguments.insert(arguments.end(), {"--wait", "--layout", KIV_LAYOUT_FILE});
@@ -101,7 +101,9 @@ TEST_F(NameAndVolumeTest, ResetAllSendsNoArguments)
 }
 
 const std::string kUnknown = "02:00:00:00:00:99";
-constexpr const char* kRefused = ": the server refused it; kivctl list nodes shows which speakers there are\n";
+constexpr const char* kRefused =
+    ": the server refused it; kivctl list nodes shows which speakers there are; one that is "
+    "only seen must be connected first: kivctl connect new MAC\n";
 
 TEST_F(NameAndVolumeTest, ARequestThatTheServerRefusesIsAFailure)
 {
@@ -133,6 +135,19 @@ TEST_F(NameAndVolumeTest, ARequestThatTheServerRefusesIsAFailure)
          {Arguments{"volume", "reset-all"}, {"volume", "reset-all", "--wait"}, {"call", "ResetAllNetSpkVolume"}}) {
         ExpectFailure(arguments, 1, "ResetAllNetSpkVolume: the server refused it");
     }
+}
+
+TEST_F(NameAndVolumeTest, TheAdviceHelpsWithASpeakerThatIsOnlySeen)
+{
+    const std::string bedroom = "02:4b:49:56:00:05";
+    EXPECT_EQ(Run({"name", bedroom, "Bed"}).err, std::string("kivctl: SetNetSpkName") + kRefused);
+    ExpectOutput(
+        {"start", bedroom}, "the server answered 0 (none plays now; a speaker that is only seen must be connected "
+                            "first: kivctl connect new MAC)");
+    EXPECT_EQ(Run({"connect", "new", bedroom}).exitCode, 0);
+    ExpectOutput({"name", bedroom, "Bed"}, "sent");
+    ExpectOutput({"start", bedroom}, "the server answered 1 (number of speakers that play now)");
+    ExpectOutput({"start", "--file", WriteFile("[]")}, "the server answered 0 (number of speakers that play now)");
 }
 
 TEST_F(NameAndVolumeTest, ARequestThatTheBusDeniesIsAFailure)

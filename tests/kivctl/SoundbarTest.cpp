@@ -13,7 +13,7 @@ constexpr const char* kNoSoundbar = "the server sent nothing usable, which usual
 
 class SoundbarTest : public KivctlTest {
 protected:
-    // Has the server answer so many bytes of that value.
+    // Makes the server answer this number of bytes of one value.
     void Reply(const char* method, size_t size, int value) const
     {
         SetFault(method, "reply", ("<(" + ByteArray(size, value) + ",)>").c_str());
@@ -53,7 +53,7 @@ TEST_F(SoundbarTest, SoundModeDataComeFromAFileAndMayBeNone)
 
 TEST_F(SoundbarTest, AnySoundModeLengthIsAnAnswerThatComesWithData)
 {
-    // A length of 16843009 does not fit data that begin with 1.
+    // A length of 16843009 is not valid for data that begin with 1.
     Reply("GetSoundbarSoundMode", 34, 1);
     ExpectOutput(
         {"soundbar", "mode", "get"}, "mac     01:01:01:01:01:01\n"

@@ -33,7 +33,7 @@ TEST_F(TimeTest, AMonitorMayBeLimitedToo)
 {
     const Ended ended = Run({"--timeout", "2", "monitor"});
     EXPECT_EQ(ended.exitCode, 4);
-    EXPECT_NE(ended.err.find("kivctl: monitor: not done within 2000 ms: it waits for events\n"), std::string::npos)
+    EXPECT_NE(ended.err.find("kivctl: monitor: not done within 2000 ms: kivctl waits for events\n"), std::string::npos)
         << ended.err;
 }
 
@@ -53,7 +53,8 @@ TEST_F(TimeTest, SaysWhatItWaitedFor)
 
     const std::string fifo = bus_.Directory() / "log";
     ASSERT_EQ(mkfifo(fifo.c_str(), S_IRUSR | S_IWUSR), 0);
-    ExpectFailure({"--timeout", "2", "explain", fifo}, 4, "explain: not done within 2000 ms: it waits for its input");
+    ExpectFailure(
+        {"--timeout", "2", "explain", fifo}, 4, "explain: not done within 2000 ms: kivctl waits for its input");
 }
 
 TEST_F(TimeTest, ACallInTimeIsAsWithoutALimit)

@@ -32,7 +32,8 @@ TEST_F(ToneTest, ATestThatTheServerRefusesIsAFailure)
           {"call", "StartNetSpkTest", kUnknown},
           {"call", "StopNetSpkTest", kUnknown}}) {
         ExpectFailure(arguments, 1, "NetSpkTest: the server refused it");
-        EXPECT_TRUE(Run(arguments).err.ends_with("; kivctl list nodes shows which speakers there are\n"));
+        EXPECT_TRUE(
+            Run(arguments).err.ends_with("; one that is only seen must be connected first: kivctl connect new MAC\n"));
     }
 }
 

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: interfaces.sh <man page> <introspection XML>...
-# Tells which methods and arguments do not stand in the man page.
+# Prints the methods and arguments that are not in the man page.
 set -euo pipefail
 
 text=$(sed 's/\\-/-/g; s/\\f.//g' "$1")

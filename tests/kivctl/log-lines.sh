@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: log-lines.sh <man page> <page of the log lines>
-# Tells which lines of the page are not in the man page.
+# Prints the lines of the page that are not in the man page.
 set -euo pipefail
 export LC_ALL=C
 

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: tell-all.sh <nm> <library> <kivctl> <its man page> <its completion for bash>
-# Compares what the library exports with what kivctl's help lists, and that with the man page and the completion.
+# Compares the library's exports with the commands in kivctl's help, and these with the man page and the completion.
 set -euo pipefail
 shopt -s inherit_errexit
 export LC_ALL=C
@@ -9,7 +9,7 @@ nm=$1 library=$2 page=$4
 PATH=$(dirname "$3"):$PATH
 . "$5"
 
-# The first words of what the help of a command lists. The values of an argument are not among them.
+# Prints the first words of the lines in a section of a command's help, without the values of arguments.
 listed() { # section, command...
   kivctl "${@:2}" --help | sed -n "/^$1:/,/^$/s/^  \([^ ].*\)/\1/p" | sed 's/^-h,//; s/[ ,].*//'
 }
@@ -21,11 +21,11 @@ offered() { # command...
   printf '%s\n' "${COMPREPLY[@]}"
 }
 
-# Prints every command that has none below it, and compares on the way.
+# Prints every command without subcommands, and compares its help with its completion.
 walk() { # command...
   local part parts
   parts=$(listed Subcommands "$@")
-  # The options of kivctl itself may stand anywhere.
+  # The options of kivctl itself are allowed anywhere.
   diff --label "help of $*" --label "completion of $*" \
     <({ echo "$parts"; listed Options "$@"; listed Options; } | sed '/^$/d' | sort -u) \
     <(offered "$@" | if [ -z "$parts" ]; then grep '^-'; else cat; fi | sort) >&2
@@ -33,21 +33,21 @@ walk() { # command...
     echo "$*"
   fi
   for part in $parts; do
-    # Functions have none below them, and are many.
+    # The functions have no subcommands, and they are many.
     if [ "$*" = call ]; then echo "call $part"; else walk "$@" "$part"; fi
   done
 }
 
 commands=$(walk | sort)
 echo "$(wc -l <<<"$commands") commands"
-# Prints the words that stand in bold at the beginning of a line in a section of the man page.
+# Prints the bold words at the beginning of a line in a section of the man page.
 bold() { # section, first characters
   sed -n "/^\.SH $1/,/^\.SH/s/^\\\\fB\([$2][^\\\\]*\(\\\\-[^\\\\]*\)*\)\\\\fR.*/\1/p" "$page" | sed 's/\\-/-/g'
 }
 diff --label help --label "man page" <(echo "$commands") \
   <({ bold COMMANDS a-z | grep -vx call; bold FUNCTIONS A-Za-z | sed 's/^/call /'; } | sort)
 
-# Each argument has one explanation.
+# Each argument must be explained once.
 diff --label nothing --label "explained twice" /dev/null <(bold ARGUMENTS 'A-Z\' | sed 's/[ .].*//' | sort | uniq -d)
 
 functions=$("$nm" --dynamic --defined-only "$library" | sed -n 's/.* T \([^@]*\).*/\1/p' | sed '/^_Z/d' | sort)

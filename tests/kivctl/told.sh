@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: told.sh <program> <its man page> <its completion for bash> [command...]
-# Tells which options and subcommands of the program's help do not stand in its man page or its completion.
+# Prints the options and subcommands in the program's help that are not in its man page or its completion.
 set -euo pipefail
 export LC_ALL=C
 

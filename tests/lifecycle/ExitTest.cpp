@@ -20,10 +20,8 @@
 
 using namespace kiv::test;
 
-/*
- * The library does next to nothing while the process exits. The tests are a program of their own, because they take the
- * place of functions of GLib's and of the C library's, in order to see the library call them.
- */
+// Checks that the library does almost nothing while the process exits. This is a program of its own, because it
+// replaces functions of GLib and of the C library, to see the library's calls of them.
 
 namespace {
 
@@ -31,7 +29,7 @@ constexpr int kOrderly = 42;
 constexpr int kReleased = 43;
 constexpr int kWrong = 44;
 
-// True on the thread that exits.
+// Whether this thread is the one that exits.
 thread_local bool g_isExiting;
 
 std::atomic<int> g_dlopens;
@@ -134,7 +132,7 @@ class ExitTest : public ::testing::Test {
 protected:
     ExitTest() { setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1); }
 
-    // The exit status of this program, run anew.
+    // Returns the exit status of this program, started again.
     static int Run(const char* how)
     {
         const pid_t child = fork();
@@ -158,7 +156,7 @@ TEST_F(ExitTest, ReleasesNothing)
     EXPECT_EQ(Run(kOwnConnection), kOrderly);
 }
 
-// Were it so, the test would see it.
+// Shows that the test would notice a release.
 TEST_F(ExitTest, AReleaseWouldBeSeen)
 {
     const Server server;
@@ -179,7 +177,7 @@ TEST_F(ExitTest, AMonitorThatStartsBeforePinsTheLibrary)
     EXPECT_EQ(Run(kStartBeforeExit), kOrderly);
 }
 
-// The other side of these.
+// The functions below run in the program that a test starts.
 
 const char* BusAddress()
 {
@@ -220,7 +218,7 @@ void UseEverything()
     Exit();
 }
 
-// The shared connection is closed, and stays what it is because nobody runs the loop.
+// The shared connection is closed. It is not released, because the loop does not run.
 [[noreturn]] void ExitWithOwnConnection()
 {
     UseEverything();
@@ -231,7 +229,7 @@ void UseEverything()
     Exit();
 }
 
-// A function of the library releases something, on the thread that exits.
+// Makes a function of the library release something on the thread that exits.
 [[noreturn]] void ReleaseWhileExiting()
 {
     UseEverything();
@@ -248,7 +246,7 @@ void UseEverything()
 
 [[noreturn]] void StartInExit()
 {
-    // Comes after what the library, which is first used later, does when the process exits.
+    // This handler runs after the library's own work at exit, because the library is first used later.
     std::atexit([] {
         ServerControl(BusAddress()).ClearFaults();
         int answer = -1;
@@ -263,7 +261,7 @@ void UseEverything()
 
 } // namespace
 
-// Runs before the tests' own main.
+// Runs before the main function of the tests.
 __attribute__((constructor)) static void OtherSide(int argc, char** argv)
 {
     const std::string_view how(argc == 2 ? argv[1] : "");

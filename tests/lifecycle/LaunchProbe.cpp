@@ -1,6 +1,6 @@
 #include "link/Launch.h"
 
-// Makes a thread of the library's reachable that none of its exported functions starts yet.
+// Exports a function that starts the library's launch thread.
 extern "C" __attribute__((visibility("default"))) bool PreCheck()
 {
     return kiv::link::s_pre_checking() != nullptr;

@@ -67,7 +67,7 @@ private:
     void* handle_;
 };
 
-// The threads that are not GLib's, which gives its own a name.
+// Returns the number of threads that are not GLib's. GLib gives its threads names.
 long ThreadsOfOurs()
 {
     namespace fs = std::filesystem;
@@ -81,7 +81,7 @@ long ThreadsOfOurs()
     });
 }
 
-// A thread that has been joined is in the kernel's list for a moment still.
+// Waits for this number of threads. The kernel lists a joined thread for another moment.
 void WaitForThreadsOfOurs(long count)
 {
     WaitUntil(std::to_string(count) + " threads of ours", [&] { return ThreadsOfOurs() == count; });
@@ -98,7 +98,7 @@ std::string ClientId()
     return "tv_" + std::to_string(getpid());
 }
 
-// How often a test does its thing: ./dev soak asks for more.
+// Returns how often a test repeats its action. ./dev soak asks for more.
 int Rounds(int few, int many)
 {
     return std::getenv("KIV_TEST_SOAK") != nullptr ? many : few;
@@ -109,7 +109,7 @@ protected:
     LifecycleTest()
     {
         setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1);
-        // The first thread of a process brings one of the thread sanitizer's along.
+        // With the first thread of a process, the thread sanitizer creates one of its own.
         g_thread_join(g_thread_new(
             "first", [](gpointer) -> gpointer { return nullptr; }, nullptr));
         threads_ = ThreadsOfOurs();
@@ -166,7 +166,7 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
         platform_log::WaitFor("I NamNotifySubscriber: [NAM_API] ** Enter **");
     }
 
-    // Loading it again finds the same one, which can then be ended in order.
+    // Loading the library again finds the same one, whose monitor can then be ended.
     {
         const Library library;
         EXPECT_EQ(library.Stop(2), 2);
@@ -176,7 +176,7 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
     WaitForThreadsOfOurs(threads_);
 }
 
-// The library, and a call that starts its monitor.
+// Tests with a loaded library, and a call that starts its monitor.
 class EndingTest : public LifecycleTest {
 protected:
     static void EndTwiceAtOnce(const Library& library)
@@ -202,17 +202,17 @@ TEST_F(EndingTest, AtAnyMomentOfItsStart)
         {
             const Library library;
             auto call = std::async(std::launch::async, [&] { return library.Stop(round); });
-            // Some time later in each round, for as long as the first call and the start of the monitor take.
+            // Each round waits a little longer, over the time that the first call and the start of the monitor take.
             usleep(static_cast<useconds_t>(round % 40 * 100));
             EndTwiceAtOnce(library);
             EXPECT_EQ(Await("the call", call), round);
-            EXPECT_EQ(library.DestroyMonitor(), 0); // one that started after that
+            EXPECT_EQ(library.DestroyMonitor(), 0); // joins a monitor that started after that
         }
         ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
     }
 }
 
-// Asked for without a pause, so that some request comes in the very moment at which the monitor starts.
+// Asks for the end without a pause, so that one request comes at the moment at which the monitor starts.
 TEST_F(EndingTest, AskedForWithoutAPauseWhileItStarts)
 {
     for (int round = 0; round < Rounds(200, 10'000); ++round) {
@@ -251,7 +251,7 @@ TEST_F(EndingTest, WhileCallbacksRun)
             EndTwiceAtOnce(library);
             const int calls = g_calls;
             Await("the server to have sent its events", events);
-            EXPECT_EQ(g_calls, calls); // none after that
+            EXPECT_EQ(g_calls, calls); // no call after that
         }
         ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
     }
@@ -289,7 +289,7 @@ TEST_F(LifecycleTest, ALaunchThreadKeepsTheCodeInPlaceUntilItIsOver)
     WaitUntil("the probe to be unmapped", [] { return !IsMapped(KIV_LAUNCH_PROBE); });
 }
 
-// Runs this program anew, so that nothing of this process's threads is missing in it.
+// Starts this program again, so that the new process has all of its threads.
 void ExpectOrderlyExit(const char* how)
 {
     const pid_t child = fork();
@@ -365,13 +365,13 @@ TEST_F(LifecycleTest, OtherProgramsCanBeStartedWhileCallsRun)
     EXPECT_EQ(library.DestroyMonitor(), 0);
 }
 
-// The other side of these.
+// The functions below run in the program that a test starts.
 
 [[noreturn]] void ExitInFirstCall()
 {
-    static const Library& library = *new Library; // whose threads go on
+    static const Library& library = *new Library; // its threads go on
     std::thread([] { library.Stop(1); }).detach();
-    // Some time later in each run, for as long as the first call and the start of the monitor take.
+    // Each run waits a little longer, over the time that the first call and the start of the monitor take.
     usleep(static_cast<useconds_t>(getpid() % 40 * 100));
     std::exit(42);
 }
@@ -379,9 +379,9 @@ TEST_F(LifecycleTest, OtherProgramsCanBeStartedWhileCallsRun)
 [[noreturn]] void ExitWhileCallsGoOn()
 {
     static std::atomic<int> calls;
-    // Comes after what the library, loaded later, does at the end.
+    // This handler runs after the library's own work at exit, because the library is loaded later.
     std::atexit([] { WaitUntil("ten more calls", [before = calls.load()] { return calls >= before + 10; }); });
-    static const Library& library = *new Library; // whose threads go on
+    static const Library& library = *new Library; // its threads go on
     std::thread([] {
         for (;;) {
             library.Stop(1);
@@ -392,10 +392,10 @@ TEST_F(LifecycleTest, OtherProgramsCanBeStartedWhileCallsRun)
     std::exit(42);
 }
 
-// Events pour in, and calls are made.
+// Makes events arrive without a pause, and makes calls.
 void RaiseStorm(NamEventCallback callback)
 {
-    static const Library& library = *new Library; // whose threads go on
+    static const Library& library = *new Library; // its threads go on
     library.Stop(1);
     WaitForEndpoint();
     library.Subscribe(callback);
@@ -426,7 +426,7 @@ void RaiseStorm(NamEventCallback callback)
     }
 }
 
-// Nothing of the bus is handed on to other programs.
+// Exits at once. Other programs inherit nothing of the bus.
 [[noreturn]] void ExitAtOnce()
 {
     namespace fs = std::filesystem;
@@ -441,7 +441,7 @@ void RaiseStorm(NamEventCallback callback)
 
 } // namespace
 
-// Runs before the tests' own main.
+// Runs before the main function of the tests.
 __attribute__((constructor)) static void OtherSide(int argc, char** argv)
 {
     const std::string_view how(argc == 2 ? argv[1] : "");

@@ -1,6 +1,6 @@
 #include "KivServiceInterface.h"
 
-// A host's plug-in that uses the library, and cleans up when it is unloaded.
+// A plug-in of a host. It uses the library, and ends its monitor when it is unloaded.
 
 namespace {
 

@@ -21,7 +21,7 @@
 
 using namespace kiv::test;
 
-// A real unload gives everything back.
+// Checks that a real unload releases everything.
 namespace unload_test {
 namespace {
 
@@ -62,7 +62,7 @@ private:
     void* handle_;
 };
 
-// How many keys of thread-specific data are still to be had.
+// Returns how many keys of thread-specific data are free.
 std::size_t FreeKeys()
 {
     std::vector<pthread_key_t> keys;
@@ -75,8 +75,8 @@ std::size_t FreeKeys()
     return keys.size();
 }
 
-// From now on the threads of this process, and those of its children, share one processor: each that is woken may hold
-// up the one that has woken it, between any two steps.
+// Makes the threads of this process and of its children share one processor, so that a thread that is woken can delay
+// the one that has woken it between any two steps.
 void ShareOneProcessor()
 {
     cpu_set_t allowed;
@@ -106,8 +106,8 @@ protected:
         WaitUntil("the connection to be closed", [&] { return g_dbus_connection_is_closed(connection) != FALSE; });
     }
 
-    // Does something while the library has a connection that it opened for itself, and expects the unload to release
-    // that.
+    // Runs an action while the library has a connection of its own, and expects that the unload releases that
+    // connection.
     void UnloadWithOwnConnection(const std::function<void(const Loaded&)>& action)
     {
         std::optional<Life> own;
@@ -154,7 +154,7 @@ TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnection)
     UnloadWithOwnConnection([](const Loaded&) {});
 }
 
-// No call has found out that it is lost.
+// No call has noticed that the connection is lost.
 TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnectionThatIsLost)
 {
     UnloadWithOwnConnection([this](const Loaded& library) { LoseBusOf(library); });
@@ -173,17 +173,17 @@ TEST_F(UnloadTest, GivesBackDescriptorsAndThreadKeys)
             ASSERT_EQ(library.DestroyMonitor(), 0);
         }
         ASSERT_FALSE(IsMapped(KIV_LIBRARY)) << "round " << round;
-        if (round == 0) { // GIO's own stay
+        if (round == 0) { // GIO's own descriptors stay
             files = OpenFiles();
             keys = FreeKeys();
         }
     }
     EXPECT_EQ(FreeKeys(), keys);
-    // GIO closes on a thread of its own.
+    // GIO closes connections on a thread of its own.
     WaitUntil("GIO to close what was lost", [&] { return OpenFiles() <= files; });
 }
 
-// The launch thread's end takes a key.
+// The launch thread creates a key for its end.
 TEST_F(UnloadTest, GivesBackTheKeyOfLaunchThreads)
 {
     server_.reset();

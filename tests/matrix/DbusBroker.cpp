@@ -1,6 +1,6 @@
-// Runs dbus-broker for a caller that starts a dbus-daemon: takes the options of dbus-daemon that PrivateBus uses, hands
-// dbus-broker-launch its listening socket as systemd does, and stands in for systemd where the launcher has it start
-// services.
+// Runs dbus-broker for a caller that starts a dbus-daemon. Takes the options of dbus-daemon that PrivateBus uses, and
+// passes the listening socket to dbus-broker-launch as systemd does. Stands in for systemd when the launcher asks it to
+// start services.
 
 #include <fcntl.h>
 #include <gio/gio.h>
@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr int kFirstPassedFd = 3; // as sd_listen_fds(3) has it
+constexpr int kFirstPassedFd = 3; // defined by sd_listen_fds(3)
 constexpr const char* kName = "org.freedesktop.systemd1";
 constexpr const char* kPath = "/org/freedesktop/systemd1";
 constexpr const char* kManager = "org.freedesktop.systemd1.Manager";
@@ -80,7 +80,7 @@ int Listen(const std::string& address)
     return listener;
 }
 
-// systemd, as far as a launcher asks for it: starts a service as a transient unit.
+// Stands in for systemd: starts a service as a transient unit.
 class ServiceManager {
 public:
     explicit ServiceManager(const std::string& address) : address_(address)
@@ -201,7 +201,7 @@ private:
 
 struct Options {
     std::string configuration;
-    int reportFd = -1; // where the caller reads the address once the bus answers
+    int reportFd = -1; // the caller reads the address from it when the bus answers
 };
 
 Options Parse(int argc, char** argv)
@@ -245,7 +245,7 @@ Options Parse(int argc, char** argv)
 
 } // namespace
 
-// The launcher takes the place of this process, so that the caller ends it as it would end a dbus-daemon.
+// The launcher replaces this process, so that the caller ends it as it would end a dbus-daemon.
 int main(int argc, char** argv)
 {
     const pid_t launcher = getpid();
@@ -262,7 +262,7 @@ int main(int argc, char** argv)
     } catch (const std::exception& error) {
         std::fprintf(stderr, "dbus-daemon for dbus-broker: %s\n", error.what());
         if (getpid() != launcher) {
-            kill(launcher, SIGKILL); // or the caller would wait for an address that does not come
+            kill(launcher, SIGKILL); // otherwise the caller would wait for an address forever
         }
     }
     return EXIT_FAILURE;

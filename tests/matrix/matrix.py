@@ -27,7 +27,7 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 SUITES = ("unit", "contract", "lifecycle")
-# Further packages than GLib: what the tests run, and ctest, which runs the tests.
+# The packages besides GLib: programs that the tests run, and ctest, which runs the tests.
 ROOT_PACKAGES = ["cmake", "coreutils", "dash", "dbus-daemon", "libstdc++6"]
 GLIB_FILES = ["libglib-2*", "libgobject-2*", "libgio-2*", "libgmodule-2*", "libgthread-2*", "libffi.so*", "libpcre.so*"]
 SECONDS_A_TEST = 120
@@ -79,7 +79,7 @@ def as_root(*command):
 
 
 def mirror():
-    """From where this machine's own Debian packages come."""
+    """Returns the mirror from which this machine installs its packages."""
     release = re.search("VERSION_CODENAME=(.*)", Path("/etc/os-release").read_text())[1]
     command = ["apt-get", "indextargets", "--format", "$(REPO_URI)", f"Codename: {release}", "Component: main",
                "Identifier: Packages"]
@@ -87,7 +87,7 @@ def mirror():
 
 
 def unpack(release, packages, directory, *tar_options):
-    """Unpacks packages and those that they need, unless the directory is there."""
+    """Unpacks packages and their dependencies, unless the directory exists."""
     if directory.exists():
         return
     print(f"Unpacking packages of Debian {release} into {directory}", flush=True)
@@ -110,22 +110,22 @@ def unpack_root(release, glib, further, directory):
     unpack(release, [glib, *further, *ROOT_PACKAGES], directory)
     for name in ("proc", "run/systemd/journal"):
         (directory / name).mkdir(parents=True, exist_ok=True)
-    # A bus daemon turns away users whom it does not find there.
+    # A bus daemon refuses users that these files do not have.
     for name in ("passwd", "group"):
         shutil.copy(f"/etc/{name}", directory / "etc")
-    # dbus-broker-launch does not start without it.
+    # dbus-broker-launch does not start without this file.
     (directory / "etc/machine-id").write_text(uuid.uuid4().hex + "\n")
 
 
 def copy_libraries(programs, root):
-    """Copies the libraries that programs need and a root has not, because its release has other versions of them."""
+    """Copies libraries that programs need and the root lacks, because its release has other versions of them."""
     for line in run(["ldd", *programs], stdout=subprocess.PIPE, text=True).stdout.splitlines():
         library = re.search(r"=> (/(?:usr/)?lib/\S+)", line)
         if library and not any((root / "usr/lib").glob(f"**/{Path(library[1]).name}")):
             shutil.copy(library[1], root / "usr/lib")
 
 
-# Arguments: root, source tree, user and group, command. All of this is gone when the namespace has no process any more.
+# Arguments: root, source tree, user and group, command. All mounts end with the last process of the namespace.
 ENTER = """
 set -e
 root=$1 tree=$2 user=$3
@@ -146,13 +146,13 @@ def in_root(root, environment, command):
 
 
 class Journal:
-    """Takes the log of dbus-broker, which does not start where nobody does."""
+    """Receives the log of dbus-broker, which does not start without a receiver."""
 
     def __init__(self, directory, file):
         self._file = file.open("wb")
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         (directory / "socket").unlink(missing_ok=True)
-        # The name of a socket may have 107 letters.
+        # The path is short, because the name of a socket can have at most 107 characters.
         descriptor = os.open(directory, os.O_PATH)
         self._socket.bind(f"/proc/self/fd/{descriptor}/socket")
         os.close(descriptor)
@@ -174,7 +174,7 @@ class Cell:
 
 
 def run_suite(column, suite, build, work, name):
-    """Runs a suite's tests, all but those that do not apply."""
+    """Runs the tests of a suite, without those that do not apply."""
     root = work / column.root
     environment = {"PATH": "/usr/bin", "LC_ALL": "C.UTF-8"}
     if column.libraries:
@@ -217,7 +217,7 @@ def run_suite(column, suite, build, work, name):
         if test in passed and not (version and version[1].startswith(column.glib + ".")):
             problems.append(f"`{test.get('name')}` ran with GLib {version[1] if version else 'of an unknown version'}")
     bus = set(re.findall(r"^Bus: (\S+)$", "\n".join(printed), re.MULTILINE))
-    # Tests of the other suites need not print their bus.
+    # Only tests of the suite contract must print their bus.
     if bus != {column.bus} and (bus or suite == "contract"):
         problems.append(f"the tests ran on {', '.join(sorted(bus)) or 'an unknown bus'}, not on {column.bus}")
     return Cell(len(passed), len(tests), len(column.not_applicable), problems, {version[1] for version in glib if version})

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: clean-root.sh <directory of packages> <directory of the host's sources>
-# In a Debian root that has compilers and nothing of ours: installs the packages, builds and runs a host, and removes them.
+# Installs the packages into a Debian root that has only compilers, builds and runs a host there, and removes the packages.
 set -euo pipefail
 cd "$(mktemp -d)"
 

@@ -165,7 +165,7 @@ def test_a_fault_is_pressed_and_seen(page, browser):
         wait_for(lambda before=before: shown(browser, "#details") != before, "the next row")
     details = shown(browser, "#details")[0]
     assert "Doctor the server answers with the error org.example.Broken: the page said so" in details
-    assert "do see in the server's own log what it means by it" in details
+    assert "do look into the server's own log to see what the error means" in details
     assert "means the server, or the bus, answered with that error" in details
     scroll.send_keys(Keys.ENTER)
     await_row(browser, "check_dbus_connection")

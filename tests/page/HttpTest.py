@@ -238,7 +238,7 @@ def test_a_sandbox_without_the_program_of_the_page_says_so(tmp_path):
     alone = shutil.copy(PROGRAM, tmp_path / "kiv-sandbox")
     done = subprocess.run([alone, "--page", "--no-server", "--", "true"], capture_output=True, encoding="utf-8", check=False)
     assert done.returncode == 125
-    assert "kiv-sandbox: there is no page, because kiv-sandbox-page was not found. Install it (in Debian, kiv-tools-page)" in done.stderr
+    assert "kiv-sandbox: there is no page, because kiv-sandbox-page was not found; install kiv-tools-page" in done.stderr
     assert subprocess.run([alone, "--no-server", "--", "true"], check=False).returncode == 0
 
 

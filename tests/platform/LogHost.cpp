@@ -1,4 +1,4 @@
-// Logs as the first argument asks. Stands in for the journal and for syslog, whose lines appear on stdout.
+// Logs as the first argument says. Stands in for the journal and for syslog, and prints their lines on stdout.
 
 #include "platform/Platform.h"
 #include "support/Wait.h"
@@ -37,7 +37,7 @@ void Print(int priority, const std::string& message)
     __dlog_print(kLogId, priority, kTag, "%s", message.c_str());
 }
 
-// <priority> <message>...
+// Arguments: <priority> <message>...
 int PrintMessages(const Arguments& arguments)
 {
     for (auto message = arguments.begin() + 1; message != arguments.end(); ++message) {
@@ -54,7 +54,7 @@ int PrintEveryPriority(const Arguments&)
     return EXIT_SUCCESS;
 }
 
-// <priority>: the argument of the line cannot be read, so that formatting it ends the process.
+// Argument: <priority>. The argument of the line cannot be read, so formatting it would end the process.
 int PrintUnreadable(const Arguments& arguments)
 {
     const auto pageSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
@@ -68,14 +68,14 @@ int PrintUnreadable(const Arguments& arguments)
     return EXIT_SUCCESS;
 }
 
-// The plain locale has no such character.
+// Prints a character that the plain locale does not have.
 int PrintUnencodable(const Arguments&)
 {
     __dlog_print(kLogId, 6, kTag, "wide %ls", L"\u0394");
     return EXIT_SUCCESS;
 }
 
-// Tells whether lines of every priority, the first ones of the process, leave errno alone.
+// Checks that lines of every priority, the first ones of the process, leave errno alone.
 int KeepErrno(const Arguments&)
 {
     for (int priority = 3; priority <= 7; ++priority) {
@@ -109,7 +109,7 @@ char Letter(int writer)
     return static_cast<char>('a' + writer);
 }
 
-// <threads> <lines> <length>
+// Arguments: <threads> <lines> <length>
 int PrintInThreads(const Arguments& arguments)
 {
     std::vector<std::thread> threads;
@@ -122,7 +122,7 @@ int PrintInThreads(const Arguments& arguments)
     return EXIT_SUCCESS;
 }
 
-// <processes> <lines> <length>
+// Arguments: <processes> <lines> <length>
 int PrintInProcesses(const Arguments& arguments)
 {
     const int processes = Number(arguments[0]);
@@ -142,7 +142,7 @@ int PrintInProcesses(const Arguments& arguments)
     return result;
 }
 
-// Leaves main while threads print; the last line comes after the destructors of every static object.
+// Leaves main while threads print. The last line comes after the destructors of all static objects.
 int PrintThroughExit(const Arguments&)
 {
     static std::atomic<int> printing{0};
@@ -158,7 +158,7 @@ int PrintThroughExit(const Arguments&)
     return EXIT_SUCCESS;
 }
 
-// A field is "NAME=value\n", or "NAME\n", the value's length in eight bytes and "value\n".
+// Prints an entry. A field is "NAME=value\n", or "NAME\n", the value's length in eight bytes, and "value\n".
 void PrintJournalEntry(std::string_view entry)
 {
     while (!entry.empty()) {
@@ -185,18 +185,18 @@ void PrintJournalEntry(std::string_view entry)
     std::printf("\n");
 }
 
-bool lastWord = false;
+bool g_lastWord = false;
 
 [[gnu::destructor(101)]] void PrintLastWord()
 {
-    if (lastWord) {
+    if (g_lastWord) {
         Print(6, "last word");
     }
 }
 
 } // namespace
 
-// The journal, there if LOG_HOST_JOURNAL is set.
+// Stands in for the journal if LOG_HOST_JOURNAL is set.
 extern "C" [[gnu::visibility("default")]] ssize_t sendmsg(int /*socket*/, const msghdr* message, int /*flags*/)
 {
     if (std::getenv("LOG_HOST_JOURNAL") == nullptr) {
@@ -219,7 +219,7 @@ extern "C" [[gnu::visibility("default"), gnu::format(printf, 2, 3)]] void syslog
     va_end(arguments);
 }
 
-// What syslog becomes in a build with fortified calls.
+// syslog() has this name in a build with fortified calls.
 extern "C" [[gnu::visibility("default"), gnu::format(printf, 3, 4)]] void
 __syslog_chk(int severity, int /*flag*/, const char* format, ...) // NOLINT(bugprone-reserved-identifier)
 {
@@ -246,6 +246,6 @@ int main(int argc, char** argv)
     if (action == actions.end()) {
         return EXIT_FAILURE;
     }
-    lastWord = action->first == "exit";
+    g_lastWord = action->first == "exit";
     return action->second(Arguments(arguments.begin() + 1, arguments.end()));
 }

@@ -15,11 +15,11 @@ using Strings = std::vector<std::string>;
 
 struct Outcome {
     bool succeeded = false;
-    std::string output; // what went to the journal or to syslog
+    std::string output; // the output to the journal or to syslog
     std::string errors;
 };
 
-// Runs the log host with the given variables alone in its environment.
+// Runs the log host with only the given variables in its environment.
 Outcome RunLogHost(const Strings& environment, const Strings& arguments)
 {
     const auto pointersTo = [](const Strings& strings) {
@@ -56,7 +56,7 @@ Strings LinesOf(const std::string& text)
     return lines;
 }
 
-// The lines on stderr of a log host that succeeded, without the time that each begins with.
+// Returns the lines on stderr of a log host that succeeded, without the time at their beginning.
 Strings LinesLogged(const Strings& environment, const Strings& arguments)
 {
     static constexpr std::string_view kTime = "00:00:00.000 ";
@@ -173,7 +173,7 @@ TEST(Log, PrintsAMessageOfAnyLength)
     EXPECT_EQ(LinesLogged({}, arguments), expected);
 }
 
-// Eight writers, each with a letter of its own.
+// Expects whole lines of eight writers, each with a letter of its own.
 void ExpectWholeLines(const std::string& writers, int lines, int length)
 {
     std::map<std::string, int> expected;

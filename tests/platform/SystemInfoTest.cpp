@@ -14,7 +14,8 @@ namespace {
 constexpr const char* kKey = "com.molvane/featureconf/kiv_multi_ch_support";
 constexpr const char* kVariable = "KIV_SYSTEM_INFO_FILE";
 
-// The feature's value if it is readable; fails the test if an unreadable one is stored.
+// Returns the feature's value, or nothing if it cannot be read. Fails the test if a value is stored although it cannot
+// be read.
 std::optional<bool> Read(const char* key = kKey)
 {
     std::optional<bool> answer;

@@ -38,11 +38,11 @@ const std::string kOtherName = "org.lumra.tv.policytest.other";
 
 const std::string kPassed;
 const std::string kDenied = "org.freedesktop.DBus.Error.AccessDenied";
-// The answer of a connection that serves no object: the call has got there.
+// A connection that serves no object answers with this error when the call has arrived.
 const std::string kArrived = "org.freedesktop.DBus.Error.UnknownMethod";
 
-// The rules for everybody that come with the system bus, then those of other services, the simulator's control
-// included.
+// The rules for all users that come with the system bus, then those of other services, including the simulator's
+// control.
 constexpr auto kSystemBus = R"(
   <policy context="default">
     <deny own="*"/>
@@ -63,7 +63,7 @@ constexpr auto kSystemBus = R"(
     <allow send_destination="org.lumra.tv.networkspeaker.simulator"/>
   </policy>)";
 
-// Whom a policy names.
+// The user and the group that a policy names.
 struct Named {
     std::string serverUser;
     std::string clientGroup; // empty for none
@@ -78,7 +78,7 @@ std::string Replaced(std::string text, const std::string& placeholder, const std
     return text.replace(at, placeholder.size(), value);
 }
 
-// As the build fills it in.
+// Returns the policy, filled in as the build does.
 std::string Policy(const Named& named)
 {
     const std::string clients =
@@ -112,7 +112,7 @@ std::vector<gid_t> OwnGroups()
     return groups;
 }
 
-// One of the system's that this process is no member of.
+// Returns a group of this system that this process is not a member of.
 std::string ForeignGroup()
 {
     const std::vector<gid_t> own = OwnGroups();
@@ -133,7 +133,7 @@ void Require(int result, const char* what)
     }
 }
 
-// Root's process is the user nobody's for as long as this lives.
+// Makes root's process run as the user nobody while the object lives.
 class Nobody {
 public:
     Nobody()
@@ -160,7 +160,7 @@ private:
     const std::vector<gid_t> groups_ = OwnGroups();
 };
 
-// The policy as the bus reads it.
+// A file with the policy, for the bus to read.
 class PolicyFile {
 public:
     explicit PolicyFile(const std::string& policy) { Write(policy); }
@@ -180,10 +180,8 @@ private:
     const fs::path path_ = scratch_.Path() / "org.lumra.tv.networkspeaker.conf";
 };
 
-/*
- * A bus with rules of its own and the policy after them. The user of the test is the server's user and a member of the
- * clients' group, if there is one.
- */
+// A bus with rules of its own, followed by the policy. The user of the test is the server's user, and a member of the
+// clients' group if there is one.
 class PolicyBusTest : public BusTest {
 protected:
     explicit PolicyBusTest(const std::string& rules)
@@ -204,8 +202,8 @@ protected:
         NameUs();
     }
 
-    // Connects a user whom the policy does not name. Root has the user nobody for that. Everybody else is alone: the
-    // policy names others, until NameUs().
+    // Connects as a user that the policy does not name. Root uses the user nobody for that. For other users, the policy
+    // names another user until NameUs().
     Connection Stranger()
     {
         if (IsRoot()) {
@@ -260,7 +258,7 @@ GDBusMessage* Event(const std::string& destination, const char* interface, const
     return call;
 }
 
-// Sends the call, which is consumed. Returns the error's name, empty for an answer.
+// Sends and releases the call. Returns the error's name, or an empty text for an answer.
 std::string Send(const Connection& from, GDBusMessage* call)
 {
     GError* failure = nullptr;
@@ -360,7 +358,7 @@ TEST_P(PolicyTest, NamesThatBeginAlikeAreNotMeant)
 
     EXPECT_EQ(
         RequestName(stranger, "org.lumra.tv.networkspeaker.clientele"),
-        GetParam().rules.empty() ? kPassed : kDenied); // as the bus has it
+        GetParam().rules.empty() ? kPassed : kDenied); // as the rules of the bus say
 }
 
 // Counts a connection's signals.
@@ -411,7 +409,7 @@ TEST_P(PolicyTest, OtherServicesAnswerAndInformClientAndServer)
     EXPECT_EQ(Ping(us_, kOtherName), kPassed);
     EmitSignal(stranger, nullptr);
     EmitSignal(stranger, us_.UniqueName().c_str());
-    // The answer comes after them.
+    // The answer arrives after the signals.
     EXPECT_EQ(Ping(us_, kOtherName), kPassed);
     EXPECT_EQ(signals.Count(), 2);
 }
@@ -446,9 +444,9 @@ TEST(PolicyFileTest, NamesWhomTheBuildWasTold)
     EXPECT_EQ(ReadFile(KIV_POLICY), Policy({KIV_SERVER_USER, KIV_CLIENT_GROUP}));
 }
 
-// --- The library behind the policy --------------------------------------------------------------------------------
+// --- The library behind the policy ---
 
-// What the host has been told, as lengths, by which the test tells events apart.
+// The lengths of the events that the host has received, by which the test tells them apart.
 class Received {
 public:
     static void Add(int /*eventId*/, void* /*data*/, int length)
@@ -478,7 +476,7 @@ GDBusMessage* EventFor(const std::string& destination, const std::string& client
     return Event(destination, interface.c_str(), "/org/lumra/tv/networkspeaker/client/" + clientId);
 }
 
-// Returns when the bus has dealt with it.
+// Sends a call, and returns when the bus has handled it.
 void SendWithoutReply(const Connection& from, GDBusMessage* call)
 {
     g_dbus_message_set_flags(call, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);

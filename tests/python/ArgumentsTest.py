@@ -1,4 +1,4 @@
-"""Arguments that the library would read or write beyond, or that would arrive as something else, are refused."""
+"""Checks that the module refuses arguments beyond which the library would read or write, or that it would change."""
 
 import inspect
 import queue
@@ -10,7 +10,7 @@ from kiv import _declarations as declared
 LEFT = kiv.mac("02:4b:49:56:00:01")
 SOUNDBAR = kiv.mac("02:4b:49:56:00:b0")
 
-# One that is accepted, for each kind of parameter.
+# A valid argument for each kind of parameter.
 PROPER = {
     "int": 1,
     "unsigned int": 1,
@@ -40,7 +40,7 @@ def parameters_of(*types):
 
 
 def refused(function, name, value, error, text):
-    """Nothing is called: there is no bus that these tests could use."""
+    """Expects an error that names the parameter. The function is not called, because these tests have no bus."""
     with pytest.raises(error, match=text) as raised:
         getattr(kiv, function)(**{**proper(function), name: value})
     assert name in str(raised.value)

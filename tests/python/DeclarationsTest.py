@@ -1,4 +1,4 @@
-"""The module has what the library has."""
+"""Checks that the module has all exports of the library."""
 
 import inspect
 import os
@@ -11,7 +11,7 @@ import pytest
 
 
 def exported():
-    """Functions and globals; not the members of the class, whose names are C++'s."""
+    """Returns the exported functions and globals, without the members of the class, which have C++ names."""
     lines = Path(os.environ["KIV_EXPORTS"]).read_text().splitlines()
     return {name for name in lines if re.fullmatch(r"[A-Za-z]\w*", name)}
 

@@ -1,4 +1,4 @@
-"""The module tells in time whether events can arrive."""
+"""Checks that AwaitEvents() says in time whether events can arrive."""
 
 import inspect
 import os
@@ -9,7 +9,7 @@ import time
 import kiv
 import pytest
 
-# Longer than a call to a server that answers takes on a busy machine.
+# This is longer than a call takes on a busy machine, if the server answers.
 LONG = 60
 
 BUS = """
@@ -30,7 +30,7 @@ BUS = """
 
 @pytest.fixture
 def home(tmp_path):
-    """Starts a bus with a rule of its own, and the simulator on it. Returns the environment of its programs."""
+    """Starts a bus with an additional rule, and the simulator on it. Returns the environment of its programs."""
     processes = []
 
     def start(rule):
@@ -59,7 +59,7 @@ def home(tmp_path):
 
 
 def run(code, environment):
-    """Gives the output of a program that has the module for itself, and what the module says on stderr."""
+    """Returns the output of a program that uses the module in its own process, and the module's lines on stderr."""
     pipe = subprocess.PIPE
     done = subprocess.run(
         [sys.executable, "-c", code], env=environment, stdout=pipe, stderr=pipe, encoding="utf-8", timeout=LONG, check=True
@@ -130,6 +130,21 @@ def test_after_the_end_of_the_monitor_there_is_nothing_to_wait_for():
     with kiv.Sandbox():
         code = "import kiv; kiv.StopNetworkSpeaker(7); kiv.DestroyMessageMonitor(); print(kiv.AwaitEvents())"
         assert run(code, dict(os.environ)) == ("False\n", [NO_MONITOR])
+
+
+def test_after_a_callback_has_ended_the_monitor_there_is_nothing_to_wait_for():
+    code = f"""
+import errno, kiv, queue, time
+ended = queue.Queue()
+assert kiv.SubscribeNamServiceCallback("test", lambda *_: ended.put(kiv.DestroyMessageMonitor())) == 1
+assert kiv.AwaitEvents({LONG})
+kiv.GetNetSpkVolume(kiv.mac("02:4b:49:56:00:01"), 0)
+print(ended.get(timeout={LONG}) == errno.EDEADLK)
+begin = time.monotonic()
+print(kiv.AwaitEvents({LONG}), time.monotonic() - begin < {LONG} / 2)
+"""
+    with kiv.Sandbox():
+        assert run(code, dict(os.environ)) == ("True\nFalse True\n", [NO_MONITOR])
 
 
 def test_a_client_id_that_is_no_part_of_a_name_is_told():

@@ -1,4 +1,4 @@
-"""The fixture, as it is used: several sandboxes one after another in one process."""
+"""Uses the fixture as test suites do: several sandboxes one after another in one process."""
 
 import os
 import queue
@@ -10,13 +10,13 @@ import pytest
 
 
 def feature():
-    """The feature of the sandbox's TV."""
+    """Returns the feature of the sandbox's TV."""
     return re.search(r"kiv_multi_ch_support=(\w+)", Path(os.environ["KIV_SYSTEM_INFO_FILE"]).read_text())[1]
 
 
 @pytest.mark.kiv_sandbox("--scenario", "no-speakers")
 def test_the_marker_has_the_options(kiv_sandbox):
-    assert kiv.GetNetSpkNodeList([]) == -1  # no byte at all
+    assert kiv.GetNetSpkNodeList([]) == -1  # the reply has no bytes
 
 
 @pytest.mark.kiv_sandbox("--scenario", "no-speakers", "--feature=on")

@@ -1,4 +1,4 @@
-"""Functions of each kind of argument and result, against the simulated server."""
+"""Calls functions with each kind of argument and result, with the simulated server."""
 
 import queue
 
@@ -16,7 +16,7 @@ pytestmark = pytest.mark.usefixtures("kiv_sandbox")
 
 @pytest.fixture
 def events():
-    """What subscribers get, as it comes."""
+    """Yields a queue of the events that subscribers receive."""
     received = queue.Queue()
     assert kiv.SubscribeNamServiceCallback("test", lambda *event: received.put(event)) == 1
     assert kiv.AwaitEvents()
@@ -119,7 +119,7 @@ def test_an_exception_in_a_callback_ends_there(events, capfd):
     def fail(*_):
         raise RuntimeError("of the callback")
 
-    # Called before the other, in the order of the names.
+    # This one is called first, because subscribers are called in the order of their names.
     kiv.SubscribeNamServiceCallback("first", fail)
     kiv.SetNetSpkVolume(LEFT, kiv.ip("192.168.0.21"), 34)
     assert events.get(timeout=LONG)[0] == VOLUME_EVENT

@@ -1,4 +1,4 @@
-"""Records and events are read by a layout file, and a file that cannot be used is refused."""
+"""Checks that records and events are decoded by a layout file, and that a file that cannot be used is refused."""
 
 import json
 import queue
@@ -25,7 +25,7 @@ def field(type_, offset=0, name="field", **others):
 
 
 def decode(path, data, *fields):
-    """The fields of the record of these bytes."""
+    """Returns the fields of a record with these bytes."""
     return kiv.Layout(write(path, {"own": {"size": len(data), "fields": list(fields)}})).decode("own", data)
 
 
@@ -162,7 +162,7 @@ def test_a_record_that_is_not_described_is_told(tmp_path):
 
 
 def changed(*change):
-    """The layout of these tests with another value at a place, or without what is there."""
+    """Returns the layout of these tests with another value at a place, or without the value there."""
     *place, key, value = change
     content = json.loads(FILE.read_text())
     node = content

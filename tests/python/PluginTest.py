@@ -1,4 +1,4 @@
-"""pytest finds the plugin by itself, and by the ways of before. The plugin keeps tests off the machine's system bus."""
+"""Checks that pytest finds the plugin, also by a conftest.py, and that it guards the machine's system bus."""
 
 import os
 import subprocess
@@ -64,7 +64,7 @@ def test_options_that_are_not_options_are_told(tmp_path, options, got):
     assert line.endswith(f", got {got}")
 
 
-# Two of the markers are on tests without the fixture, and one of those is there for the other tests of its class.
+# Two of the markers are on tests without the fixture. One of these marks a class in which other tests use the fixture.
 UNUSED = """
 import pytest
 
@@ -97,7 +97,8 @@ def test_a_marker_without_the_fixture_is_told(tmp_path):
     assert "4 passed, 1 warning" in done.stdout
 
 
-# The recipe for events, with a wait that fails, and what arrives once the test and its fixtures are at their end.
+# The documented fixture for events, with a wait that fails, and an event that arrives after the test and its fixtures
+# have ended.
 LEAK = """
 import kiv, pytest, queue
 
@@ -123,7 +124,7 @@ def test_the_recipe_for_events_leaves_no_subscription(tmp_path):
     examples = Path(__file__).parents[2] / "examples"
     (tmp_path / "conftest.py").write_text((examples / "conftest.py").read_text())
     done = run(tmp_path, use=LEAK)
-    # The one error is that of the wait.
+    # The only error is that of the wait.
     assert done.returncode == 1 and done.stdout.splitlines()[-1].startswith("1 error"), done.stdout
 
 
@@ -132,7 +133,7 @@ def test_the_library_is_not_loaded_before_it_is_used():
     assert subprocess.check_output([sys.executable, "-c", code]) == b"False\n"
 
 
-# Calls that would reach a bus outside a sandbox. There is none, so that they fail where they are not refused.
+# Calls that would reach a bus outside a sandbox. No bus exists there, so the calls fail if they are not refused.
 OUTSIDE = """
 import kiv, pytest
 
@@ -168,7 +169,7 @@ def test_a_call_outside_a_sandbox_is_refused(tmp_path):
 
 def test_without_an_address_the_bus_is_that_of_the_machine(monkeypatch):
     monkeypatch.delenv("DBUS_SYSTEM_BUS_ADDRESS", raising=False)
-    # This function is refused as all are, but would not use the bus.
+    # This function is refused like all others, although it would not use the bus.
     with pytest.raises(RuntimeError, match=f"GetWhetherKivDisabled.. {REFUSAL}.*--kiv-system-bus"):
         kiv.GetWhetherKivDisabled()
 

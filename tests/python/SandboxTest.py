@@ -1,4 +1,4 @@
-"""The sandbox from Python."""
+"""Checks the class Sandbox of the Python module."""
 
 import os
 import queue
@@ -12,7 +12,7 @@ import pytest
 
 
 def in_a_process(code):
-    """Gives the output of a program that has the module for itself."""
+    """Returns the output of a program that uses the module in its own process."""
     done = subprocess.run([sys.executable, "-c", code], stdout=subprocess.PIPE, encoding="utf-8", check=True)
     return done.stdout
 
@@ -90,7 +90,7 @@ def test_what_is_no_option_is_refused(options):
 
 
 def test_stderr_is_passed_on_while_the_sandbox_runs():
-    """Output that comes only at the end would be lost in a crash."""
+    """Checks that stderr is passed on at once, because output at the end would be lost in a crash."""
     code = """
 import kiv, select, sys
 with kiv.Sandbox("--trace"):
@@ -296,7 +296,7 @@ def test_a_scenario_is_applied():
 def test_a_command_that_prints_nothing_returns_nothing():
     with kiv.Sandbox("--start") as sandbox:
         assert sandbox.control("atmos", "on") is None
-        assert sandbox.control("calls", "--help").startswith("print what the server was called")
+        assert sandbox.control("calls", "--help").startswith("print the calls that the server has received")
 
 
 def test_the_words_of_the_tool_are_in_the_exception(capfd):

@@ -1,4 +1,4 @@
-"""Type checkers see what is there."""
+"""Checks the types that type checkers see."""
 
 import os
 import subprocess
@@ -10,7 +10,7 @@ import pytest
 
 MODULES = Path(kiv.__file__).parents[1]
 
-# Each line with an error says so; an error that is not found is one, too.
+# Each wrong line has a comment with its error. If mypy does not find that error, it reports the comment.
 USES = '''
 from pathlib import Path
 
@@ -76,7 +76,7 @@ def test_the_module_is_typed():
 
 
 def test_the_stub_has_what_the_module_has(tmp_path):
-    # Files without a stub are compared with themselves, and with what they import.
+    # Files without a stub are left out, because they would be compared with themselves and with their imports.
     (tmp_path / "without-stub").write_text(r"kiv\.(layout|sandbox)\..*")
     assert "Success" in run("mypy.stubtest", tmp_path, "kiv", "--ignore-missing-stub", "--allowlist", "without-stub")
 

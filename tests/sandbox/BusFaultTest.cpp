@@ -22,10 +22,10 @@ using ::testing::IsEmpty;
 
 constexpr auto kClient = "org.lumra.tv.networkspeaker.client.tv_7";
 constexpr auto kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
-// The answer of a connection that serves no object: the call has got there.
+// A connection that serves no object answers with this error when the call has arrived.
 constexpr auto kArrived = "org.freedesktop.DBus.Error.UnknownMethod";
 
-/// Sends what the server sends. Returns the name of the error that is answered.
+// Sends an event as the server does. Returns the name of the error in the answer.
 std::string SendEvent(const Connection& sender, const std::string& destination)
 {
     GError* error = nullptr;
@@ -43,7 +43,7 @@ std::string SendEvent(const Connection& sender, const std::string& destination)
     return copy;
 }
 
-/// "kivctl" and "control" in the script are what they should be.
+// Runs a script in which "kivctl" and "control" run the tested programs.
 Outcome RunScript(std::vector<std::string> options, const std::string& script)
 {
     options.insert(
@@ -55,7 +55,7 @@ Outcome RunScript(std::vector<std::string> options, const std::string& script)
     return RunSandbox(options);
 }
 
-/// The answers to a client that asks for its name, and to whoever sends it an event.
+// Returns the answers to a client that requests its name, and to a sender of an event to it.
 std::pair<std::string, std::string> NameAndEventOn(const std::string& address)
 {
     const Connection client(address);
@@ -113,7 +113,7 @@ TEST(BusFaultTest, IsReplacedWhileTheCommandRuns)
     EXPECT_EQ(outcome.output, "4\n1\nthe server answered 3\n1\n0\n");
     EXPECT_THAT(
         outcome.errors,
-        HasSubstr("kiv-sandbox control: the bus hangs; 'kiv-sandbox control bus-fault none' has it go on\n"));
+        HasSubstr("kiv-sandbox control: the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on\n"));
 }
 
 TEST(BusFaultTest, IsPrinted)
@@ -142,7 +142,7 @@ TEST(BusFaultTest, ABusThatIsGoneIsStartedAgain)
     EXPECT_THAT(
         outcome.errors,
         AllOf(
-            HasSubstr("control: the bus is gone; 'kiv-sandbox control bus-fault none' starts it again\n"),
+            HasSubstr("control: the bus is gone; \"kiv-sandbox control bus-fault none\" starts it again\n"),
             HasSubstr("StopNetworkSpeaker(3)"), HasSubstr("StopNetworkSpeaker(5)")));
 }
 
@@ -167,7 +167,7 @@ TEST(BusFaultTest, IsForTheBusOfASandboxOnly)
     EXPECT_EQ(other.exitCode, 1);
     EXPECT_EQ(
         other.errors, "kiv-sandbox control: the address must be that of a sandbox's bus, got "
-                      "'unix:path=/nowhere/system_bus_socket'\n");
+                      "\"unix:path=/nowhere/system_bus_socket\"\n");
     const Outcome gone =
         RunScript({}, "export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/kiv-sandbox-1/bus; control bus-fault hang");
     EXPECT_EQ(gone.exitCode, 1);

@@ -172,7 +172,7 @@ TEST_F(BusTraceTest, OutlivesTheDaemon)
 
     bus_.Kill();
 
-    // A daemon that is killed may take with it what it had not yet passed on.
+    // A daemon that is killed may lose messages that it has not passed on.
     EXPECT_LE(trace.Messages().size(), 2U);
     bus_.Start();
     const Connection again(bus_.Address());

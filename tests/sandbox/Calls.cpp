@@ -25,7 +25,7 @@ GVariant* Call(
         INT_MAX, nullptr, error);
 }
 
-/// Calls the daemon, and expects one value of the type that the format gives.
+// Calls the daemon. Expects a reply with one value, whose type the format gives.
 template <typename T>
 T AskDaemon(const Connection& connection, const char* method, const char* name, const char* format)
 {

@@ -9,11 +9,12 @@
 
 namespace kiv::sandbox {
 
-/// Pings the owner of a name, and starts it if need be. Returns the error's name, empty for an answer.
+// Pings the owner of a name, which the bus starts if it does not run. Returns the error's name, or an empty text for an
+// answer.
 std::string Ping(const Connection& connection, const std::string& name);
 bool HasOwner(const Connection& connection, const std::string& name);
 pid_t OwnerPid(const Connection& connection, const std::string& name);
-/// Requests a name for the connection. Returns the error's name, empty for success.
+// Requests a name for the connection. Returns the error's name, or an empty text for success.
 std::string RequestName(const Connection& connection, const std::string& name);
 
 } // namespace kiv::sandbox

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-/// Short names for the tests of the programs.
+// Short names of matchers, for the tests of the programs.
 namespace kiv::sandbox {
 
 namespace fs = std::filesystem;

@@ -15,14 +15,14 @@ namespace kiv::sandbox::named_sandbox_test {
 
 namespace {
 
-/// Has the names in a folder of the test's own.
+// Keeps the names of sandboxes in a folder of the test's own.
 class NamedSandboxTest : public testing::Test {
 protected:
     NamedSandboxTest() { setenv("XDG_RUNTIME_DIR", scratch_.Path().c_str(), 1); }
 
     fs::path Folder() const { return scratch_.Path() / "kiv-sandbox"; }
 
-    /// Runs a script in the sandbox of this name.
+    // Runs a script in the sandbox of this name.
     static Outcome Join(const std::string& name, const std::string& script)
     {
         return RunSandbox({"--join", name, "--", "sh", "-c", script});
@@ -87,7 +87,7 @@ TEST_F(NamedSandboxTest, ANameIsOfOneSandboxAtATime)
 
     EXPECT_EQ(second.exitCode, 125);
     EXPECT_THAT(second.output, IsEmpty());
-    EXPECT_THAT(second.errors, HasSubstr("--name must be another than that of a running sandbox, got \"den\""));
+    EXPECT_THAT(second.errors, HasSubstr("--name must not be the name of a running sandbox, got \"den\""));
     EXPECT_EQ(Join("den", "true").exitCode, 0);
 }
 
@@ -170,7 +170,7 @@ TEST_F(NamedSandboxTest, WithoutARuntimeFolderTheNamesAreAmongTheTemporaryFiles)
         EXPECT_TRUE(fs::exists(scratch_.Path() / ("kiv-sandbox-" + std::to_string(geteuid())) / "den"));
         EXPECT_EQ(Join("den", "true").exitCode, 0);
     }
-    // Another process removes the bus, and only the names' folder is left.
+    // Another process removes the bus. After that, only the folder of the names is left.
     kiv::test::WaitUntil("the bus to be removed", [this] {
         return std::distance(fs::directory_iterator(scratch_.Path()), fs::directory_iterator()) == 1;
     });

@@ -247,7 +247,7 @@ TEST(PrivateBusTest, NothingIsLeftBehindByAKilledBus)
     EXPECT_FALSE(fs::exists(directory));
 }
 
-/// Has temporary directories made in an empty one, so that what is left can be seen.
+// Makes temporary directories in an empty one, so that the test can see what is left.
 class PrivateBusFailureTest : public testing::Test {
 protected:
     PrivateBusFailureTest() { setenv("TMPDIR", scratch_.Path().c_str(), 1); }

@@ -8,7 +8,7 @@
 
 namespace kiv::sandbox {
 
-/// Owns a file descriptor.
+// Owns a file descriptor.
 class Descriptor {
 public:
     explicit Descriptor(int fd = -1) : fd_(fd) {}
@@ -24,7 +24,7 @@ private:
     int fd_;
 };
 
-/// A process that is alive when this is made.
+// Watches a process that runs when the object is made.
 class Watched {
 public:
     explicit Watched(pid_t pid);
@@ -38,7 +38,8 @@ private:
     Descriptor pidFd_;
 };
 
-/// A child process with its standard streams at the test's end. It is killed if it still runs at the end.
+// A child process whose standard streams the test reads and writes. It is killed if it still runs when the object is
+// destroyed.
 class Child {
 public:
     explicit Child(const std::vector<std::string>& command);
@@ -50,10 +51,10 @@ public:
     void Write(const std::string& text) const;
     void CloseInput() { input_.Close(); }
     void Signal(int number) const;
-    std::string ReadLine(); ///< from stdout
+    std::string ReadLine(); // from stdout
     std::string ReadOutput();
-    std::string ReadErrors(); ///< all of stderr: returns when no process holds it any more
-    int WaitForEnd();         ///< wait status
+    std::string ReadErrors(); // all of stderr: returns when no process holds it any more
+    int WaitForEnd();         // wait status
 
 private:
     Descriptor input_;
@@ -64,7 +65,7 @@ private:
 
 std::string ReadFile(const std::filesystem::path& path);
 
-/// A directory that goes with the object.
+// A directory that is removed with the object.
 class ScratchDirectory {
 public:
     ScratchDirectory();

@@ -18,10 +18,10 @@ struct Outcome {
     std::string errors;
 };
 
-/// Runs a sandbox with these arguments to its end.
+// Runs a sandbox with these arguments to its end.
 Outcome RunSandbox(const std::vector<std::string>& words);
 
-/// A sandbox whose command tells its address and then runs a script, to which "read" is a way to wait for the test.
+// A sandbox whose command prints its address and then runs a script. The script can wait for the test with "read".
 class Sandbox {
 public:
     explicit Sandbox(const std::string& script, std::vector<std::string> options = {});

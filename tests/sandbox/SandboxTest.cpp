@@ -99,6 +99,14 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
          {"--replay", "a", "--scenario", "no-speakers", "--", "true"}},
         {"--no-server excludes --replay; see kiv-sandbox --help", {"--no-server", "--replay", "a", "--", "true"}},
         {"--strict requires --replay; see kiv-sandbox --help", {"--strict", "--", "true"}},
+        {"--trace excludes --list; see kiv-sandbox --help", {"--list", "--trace"}},
+        {"--name excludes --list; see kiv-sandbox --help", {"--list", "--name", "den"}},
+        {"--join excludes --list; see kiv-sandbox --help", {"--list", "--join", "den"}},
+        {"--list-scenarios excludes --list; see kiv-sandbox --help", {"--list", "--list-scenarios"}},
+        {"--list-scenarios excludes --feature; see kiv-sandbox --help", {"--list-scenarios", "--feature", "on"}},
+        {"--list-scenarios excludes --print-address; see kiv-sandbox --help", {"--list-scenarios", "--print-address"}},
+        {"--trace excludes --show; see kiv-sandbox --help", {"--show", "morning.jsonl", "--trace"}},
+        {"--page excludes --show; see kiv-sandbox --help", {"--show", "morning.jsonl", "--page"}},
         {"unknown option --bogus; see kiv-sandbox --help", {"--list", "--bogus"}},
         {"unknown option --colour; see kiv-sandbox --help", {"--list-scenarios", "--colour"}},
         {R"(--list, --list-scenarios and --show run no command, got "true"; see kiv-sandbox --help)",
@@ -305,7 +313,7 @@ TEST(SandboxTest, ASignalEndsTheWaitForTheServer)
     sandbox.ReadErrors(); // until no process of the sandbox is left
 }
 
-/// What a sandbox prints about a connection that asks for the server, then becomes a client of it and asks again.
+// Returns the trace of a connection that asks for the server's owner, becomes a client of the server, and asks again.
 std::string Trace(const std::string& option)
 {
     Sandbox sandbox("read line", {option, "--lazy"});
@@ -319,7 +327,7 @@ std::string Trace(const std::string& option)
     return sandbox.Process().ReadErrors();
 }
 
-/// "00:00:00.000 bus: " at the head of a line becomes "* ".
+// Replaces "00:00:00.000 bus: " at the beginning of lines by "* ".
 std::string WithoutTimes(const std::string& trace)
 {
     constexpr std::string_view kHead = "00:00:00.000 bus: ";
@@ -339,7 +347,7 @@ TEST(SandboxTest, TracePrintsTheBus)
 {
     const std::string trace = Trace("--trace");
 
-    // Connection :1.3, after one that made the server known, and two of the trace.
+    // The connection is :1.3, after the one that made the server known, and two of the trace.
     const std::string asks = "-> org.freedesktop.DBus NameHasOwner('" + std::string(kServer) + "')\n";
     const std::string isAnswered = "<- org.freedesktop.DBus returns (false) [NameHasOwner]\n";
     EXPECT_EQ(
@@ -373,7 +381,7 @@ TEST(SandboxTest, TraceBeginsWithTheCommand)
     const std::string shown = trace({"--trace"});
     EXPECT_THAT(shown, Not(HasSubstr(ownsName)));
     EXPECT_THAT(shown, HasSubstr("-> networkspeaker.server StopNetworkSpeaker(7)"));
-    // The server has been seen, so that its connection goes by its name.
+    // The trace has seen the server's name, so it shows that name for the connection.
     EXPECT_THAT(shown, HasSubstr("<- networkspeaker.server returns (7) [StopNetworkSpeaker]\n"));
 
     EXPECT_THAT(trace({"--trace-all"}), HasSubstr(ownsName));
@@ -414,11 +422,11 @@ TEST(SandboxTest, SignalsReachTheCommand)
     }
 }
 
-/// Everything that a sandbox has started: the daemon, the simulator, the command and a stray child of it, which ignores
-/// what ends the others.
+// Checks the end of everything that a sandbox has started: the daemon, the simulator, the command, and a stray child of
+// the command that ignores SIGTERM.
 class SandboxEndTest : public testing::Test {
 protected:
-    /// Returns when no process of the sandbox holds its stderr any more.
+    // Returns when no process of the sandbox holds its stderr any more.
     void ExpectNothingLeft()
     {
         sandbox_.Process().ReadErrors();

@@ -24,7 +24,8 @@ namespace {
 constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 constexpr auto kControl = "kiv-sandbox control: ";
 
-/// "kivctl" and "control" in the script are what they should be, "watch" has events come, and "event" prints the next.
+// Returns a script in which "kivctl" and "control" run the tested programs, "watch" subscribes to events, and "event"
+// prints the next one.
 std::string Script(const std::string& script)
 {
     return "export KIV_LOG_LEVEL=none\n"
@@ -56,7 +57,7 @@ std::string OutputIn(const std::string& scenario, const std::string& script)
     return RunSandbox(WithScript({"--scenario", scenario}, "exec 2>&1; " + script)).output;
 }
 
-/// What tells that a kivctl command has failed.
+// Returns the beginning of the message of a failed kivctl command.
 std::string Failed(const std::string& function)
 {
     return "kivctl: " + function + " returned ";
@@ -81,10 +82,11 @@ TEST(ScenariosTest, NoSpeakers)
     const std::string output = OutputIn(
         "no-speakers", "kivctl list active; kivctl list nodes; kivctl start 02:4b:49:56:00:01; kivctl soundbar info");
     EXPECT_THAT(
-        output, AllOf(
-                    HasSubstr("speakers  0 (none plays now)\n"), HasSubstr("0 nodes: the server sees no speaker"),
-                    HasSubstr("the server answered 0 (number of speakers that play now)\n"),
-                    HasSubstr(Failed("GetSoundbarDeviceInfo"))));
+        output,
+        AllOf(
+            HasSubstr("speakers  0 (none plays now)\n"), HasSubstr("0 nodes: the server sees no speaker"),
+            HasSubstr("the server answered 0 (none plays now; a speaker that is only seen must be connected first"),
+            HasSubstr(Failed("GetSoundbarDeviceInfo"))));
 }
 
 TEST(ScenariosTest, SurroundSet)
@@ -169,7 +171,7 @@ TEST(ScenariosTest, NewFirmware)
     EXPECT_THAT(
         output, AllOf(
                     HasSubstr("speakers  1\n"), HasSubstr("7 nodes\n"), HasSubstr("mac    " + bar),
-                    // The library takes exactly 24 bytes for it.
+                    // The library accepts only exactly 24 bytes.
                     HasSubstr(Failed("GetSoundbarProtocolVersion"))));
 }
 
@@ -212,11 +214,12 @@ TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
     EXPECT_THAT(
         RunSandbox({"--scenario", file, "--", "true"}).errors,
         StartsWith(
-            "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method 'Nonsense'; known"));
+            "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method \"Nonsense\"; known"));
     std::ofstream(file) << R"({"events": [{"id": 7}]})";
     const Outcome events = RunSandbox({"--scenario", file, "--", "true"});
     EXPECT_EQ(events.exitCode, 125);
-    EXPECT_THAT(events.errors, HasSubstr(":1: /events: there is no client yet when the server starts; put the events"));
+    EXPECT_THAT(
+        events.errors, HasSubstr(":1: /events: there is no client yet when the server starts; put \"events\" into"));
     const Outcome missing = RunSandbox({"--scenario", "no-such-scenario", "--", "true"});
     EXPECT_EQ(missing.exitCode, 125);
     EXPECT_EQ(
@@ -344,22 +347,23 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
          kControl +
              std::string("FAULT must be JSON such as '{\"delay\": 500}', or none, got nothing; its keys are append, ")},
         {"fault StopNetworkSpeeker '{\"exit\": true}'",
-         "no method 'StopNetworkSpeeker'; did you mean StopNetworkSpeaker?"},
+         "no method \"StopNetworkSpeeker\"; did you mean StopNetworkSpeaker?"},
         {"fault StopNetworkSpeaker '{\"reply\": \"(1, \"}'",
-         kControl + std::string("'reply' must be a value in GVariant text form, got '(1, ': ")},
-        {"fault Nonsense none", kControl + std::string("the server has no method 'Nonsense'")},
+         kControl + std::string("\"reply\" must be a value in GVariant text form, got \"(1, \": ")},
+        {"fault Nonsense none", kControl + std::string("the server has no method \"Nonsense\"")},
         {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got \"perhaps\"")},
         {"event 7x",
-         kControl + std::string("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got '7x'")},
-        {"event 0x10000000000", "from 0x0 to 0xffffffff, such as 0x02020028, got '0x10000000000'"},
-        {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got '5'")},
-        {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as '01 ff', got 'zz'")},
+         kControl + std::string("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got \"7x\"")},
+        {"event 0x10000000000", "from 0x0 to 0xffffffff, such as 0x02020028, got \"0x10000000000\""},
+        {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"5\"")},
+        {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"zz\"")},
         {"away -1", kControl + std::string("milliseconds: must be an integer from 0 to 2147483647, got \"-1\"; see")},
         {"volume 02:4b:49:56:00:01 101",
          kControl + std::string("volume: must be an integer from 0 to 100, got \"101\"")},
         {"volume 02:4b:49:56:00:77 1",
          kControl + std::string("no connected speaker has the MAC address 02:4b:49:56:00:77")},
-        {"plug zebra off", kControl + std::string("the MAC address must be such as 02:4b:49:56:00:01, got 'zebra'")},
+        {"plug zebra off",
+         kControl + std::string(R"(MAC must be a MAC address such as 02:4b:49:56:00:01, got "zebra")")},
         {"payloads ff many", kControl + std::string("count: must be an integer from 0 to 2147483647, got \"many\"")},
         {"show --txt", kControl + std::string("unknown option --txt; did you mean --text?\n")},
         {"show all", kControl + std::string("unexpected argument \"all\"; see kiv-sandbox control --help\n")},
@@ -403,7 +407,7 @@ TEST(ControlCommandTest, ReachesTheSimulatorWhileTheServerIsAway)
     EXPECT_THAT(outcome.errors, IsEmpty());
 }
 
-/// "ClearFaults" becomes "clear-faults".
+// Converts "ClearFaults" to "clear-faults".
 std::string WithDashes(const std::string& method)
 {
     std::string words;
@@ -418,7 +422,7 @@ std::string WithDashes(const std::string& method)
 
 TEST(ControlCommandTest, HasTheMethodsOfTheControlByTheirNames)
 {
-    // It is not on the bus, which may hang.
+    // bus-fault is not a D-Bus method, because the bus may hang.
     std::set<std::string> methods = {"bus-fault"};
     for (const std::string& method : simulator::Interface(simulator::kControlXml).Methods()) {
         methods.insert(WithDashes(method));
@@ -524,7 +528,7 @@ protected:
     Outcome Record(const std::string& script) const { return RunSandbox(WithScript({"--record", file_}, script)); }
     Outcome Replay(const std::string& script) const { return RunSandbox(WithScript({"--replay", file_}, script)); }
 
-    /// The files in which recordings are that have not come to their end.
+    // Returns the partial files of recordings that are not finished.
     std::vector<fs::path> Parts() const
     {
         std::vector<fs::path> parts;
@@ -608,7 +612,7 @@ TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
             HasSubstr(": StopNetworkSpeaker(5)\n  and 4 more\n"), Not(HasSubstr("StopNetworkSpeaker(6)")),
             Not(HasSubstr("check_dbus_connection"))));
 
-    // A call is made whatever the answer.
+    // A call counts as made, whatever its answer is.
     const Outcome one = strict("control fault StopNetworkSpeaker '{\"reply\": \"(0,)\", \"count\": 1}'\n"
                                "for i in 3 4 5 6 7 8; do kivctl stop --type $i; done; kivctl start 02:4b:49:56:00:01");
     EXPECT_EQ(one.exitCode, 125);
@@ -625,8 +629,7 @@ TEST_F(RecordTest, AReplayRefusesControlsThatItCannotHonour)
     const Outcome show = Replay("control show");
     EXPECT_EQ(show.exitCode, 2);
     EXPECT_EQ(
-        show.errors,
-        kControl + ("the server replays " + file_.string()) + "; only without --replay does it have a home\n");
+        show.errors, kControl + ("the server replays " + file_.string()) + "; it has a home only without --replay\n");
     EXPECT_EQ(Replay("control apply surround-set").exitCode, 2);
     EXPECT_EQ(Replay("control event 0x7").exitCode, 2);
     EXPECT_EQ(Replay("control feature off; kivctl stop").exitCode, 3);
@@ -646,7 +649,7 @@ TEST_F(RecordTest, WhatThereIsStaysWhateverEndsTheSandbox)
     EXPECT_EQ(sandbox.Process().ReadLine(), "the server answered 0");
     EXPECT_EQ(sandbox.Process().ReadLine(), "done");
     ASSERT_THAT(Parts(), SizeIs(1));
-    // The last line to come: the trace is behind the bus.
+    // This is the last line of the recording, which is behind the bus.
     test::WaitUntil("the answer to be recorded", [this] {
         return ReadFile(Parts().front()).find("\"values\":\"(0,)\"}\n") != std::string::npos;
     });

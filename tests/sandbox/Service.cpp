@@ -1,5 +1,5 @@
-// A service that does nothing but own the name in its first argument. With "stubborn" as its second it leaves its
-// parent and its session and outlives SIGTERM and the bus, as a daemon with a fault may do.
+// A service that only owns the name in its first argument. With "stubborn" as its second argument, it leaves its parent
+// and its session, and outlives SIGTERM and the bus, like a broken daemon.
 
 #include <gio/gio.h>
 #include <unistd.h>

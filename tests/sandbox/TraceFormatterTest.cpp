@@ -14,7 +14,7 @@ constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 
 using Lines = std::vector<std::string>;
 
-/// A bus on which messages pass as the test says. Hidden ones leave no line.
+// Formats messages that the test makes. Hidden messages leave no line.
 class TraceFormatterTest : public testing::Test {
 protected:
     void Pass(const Message& message)

@@ -14,18 +14,18 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-constexpr char kInvalidArguments[] = "error org.freedesktop.DBus.Error.InvalidArgs";
+const std::string kInvalid = std::string("error ") + kInvalidArguments;
 
 const Bytes kAtmosOn = {0x28, 0x00, 0x02, 0x02, 4, 0, 0, 0, 1, 0, 0, 0};
 const Bytes kExiting = {0x31, 0x00, 0x02, 0x02, 0, 0, 0, 0};
 
-/** The answer to arguments that cannot be used. */
+// Returns the answer to arguments that are not valid.
 std::string Invalid(const std::string& reason)
 {
-    return std::string(kInvalidArguments) + ": " + reason;
+    return kInvalid + ": " + reason;
 }
 
-/** A text as the only argument. */
+// Returns a text as the only argument.
 std::string Quoted(const std::string& text)
 {
     const std::unique_ptr<char, decltype(&g_free)> quoted(
@@ -40,9 +40,9 @@ protected:
 
 TEST_F(ControlTest, FaultErrors)
 {
-    EXPECT_THAT(Control("Fault", "('Nonsense', {'exit': <true>})"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("Fault", "('DisableSurround', {'colour': <1>})"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("Fault", "('DisableSurround', {'delay': <'x'>})"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Fault", "('Nonsense', {'exit': <true>})"), StartsWith(kInvalid));
+    EXPECT_THAT(Control("Fault", "('DisableSurround', {'colour': <1>})"), StartsWith(kInvalid));
+    EXPECT_THAT(Control("Fault", "('DisableSurround', {'delay': <'x'>})"), StartsWith(kInvalid));
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
 }
 
@@ -138,7 +138,9 @@ TEST_F(ControlTest, TheVolumeIsSetAtTheSpeaker)
     EXPECT_THAT(subscriber.Payloads(), ElementsAre(Bytes{0x40, 0, 2, 2,   14,  0, 0,  0,  2, 0x4b, 0x49,
                                                          0x56, 0, 1, 192, 168, 0, 21, 44, 0, 0,    0}));
     EXPECT_THAT(Control("Volume", "('02:4b:49:56:00:05', 44)"), StartsWith(kInvalidArguments)) << "not connected";
-    EXPECT_THAT(Control("Volume", "('zebra', 44)"), HasSubstr("must be such as 02:4b:49:56:00:01, got 'zebra'"));
+    EXPECT_THAT(
+        Control("Volume", "('zebra', 44)"),
+        HasSubstr(R"(must be a MAC address such as 02:4b:49:56:00:01, got "zebra")"));
 }
 
 TEST_F(ControlTest, ASpeakerIsUnpluggedAndPluggedIn)
@@ -210,7 +212,19 @@ TEST_F(ControlTest, SendingReportsTheClientsError)
     EXPECT_THAT(
         Control("Event", "('tv_8', 1, [byte 1])"),
         StartsWith("error org.freedesktop.DBus.Error.NameHasNoOwner: client tv_8: "));
-    EXPECT_THAT(Control("Event", "('no name', 1, [byte 1])"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Event", "('no name', 1, [byte 1])"), StartsWith(kInvalid));
+}
+
+TEST_F(ControlTest, AClientsInvalidArgumentsAreNotThoseOfTheCall)
+{
+    const FakeClient client(bus_.Address(), "tv_7", FakeClient::Manner::kRefuses, kInvalidArguments);
+    client.Tell("SubscribeNamServiceCallback", 7);
+    const std::string failed =
+        "error org.freedesktop.DBus.Error.Failed: client tv_7: org.freedesktop.DBus.Error.InvalidArgs: not now";
+    EXPECT_EQ(Control("Event", "('tv_7', 1, [byte 1])"), failed);
+    EXPECT_EQ(Control("Payload", "('tv_7', [byte 1])"), failed);
+    EXPECT_EQ(Control("Atmos", "(true,)"), failed);
+    EXPECT_EQ(Control("Apply", Quoted(R"({"events": [{"id": 7}]})")), failed);
 }
 
 TEST_F(ControlTest, SendPayloadsPushesManyInOrder)
@@ -244,9 +258,9 @@ TEST_F(ControlTest, CallClientTellsWhatCameBack)
 
 TEST_F(ControlTest, CallClientRefusesWhatCannotTravel)
 {
-    EXPECT_THAT(Control("CallClient", "('tv_7', '000_x', <(1,)>, uint32 1)"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("CallClient", "('tv_7', 'Any', <1>, uint32 1)"), StartsWith(kInvalidArguments));
-    EXPECT_THAT(Control("CallClient", "('', 'Any', <(1,)>, uint32 1)"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("CallClient", "('tv_7', '000_x', <(1,)>, uint32 1)"), StartsWith(kInvalid));
+    EXPECT_THAT(Control("CallClient", "('tv_7', 'Any', <1>, uint32 1)"), StartsWith(kInvalid));
+    EXPECT_THAT(Control("CallClient", "('', 'Any', <(1,)>, uint32 1)"), StartsWith(kInvalid));
 }
 
 TEST_F(ControlTest, ModelShowsTheHome)
@@ -286,7 +300,8 @@ TEST_F(ControlTest, ClearFaultTakesOneBack)
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(3,)"), "(7,)");
     EXPECT_THAT(
-        Control("ClearFault", "('Nonsense',)"), StartsWith(Invalid("the server has no method 'Nonsense'; known are ")));
+        Control("ClearFault", "('Nonsense',)"),
+        StartsWith(Invalid("the server has no method \"Nonsense\"; known are ")));
 }
 
 TEST_F(ControlTest, AwayAndFeatureAreMethodsOfTheirOwn)
@@ -326,8 +341,7 @@ TEST_F(ControlTest, WhatCannotBeAppliedChangesNothing)
 "colour": 1})")),
         Invalid("scenario:2: /colour: there is no such key; known are $schema, away, clientId, "
                 "description, events, exit, faults, feature, home, timetable"));
-    EXPECT_THAT(
-        Control("Apply", Quoted(R"({"home": {"settingMode": 81}, "feature": "off"})")), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Apply", Quoted(R"({"home": {"settingMode": 81}, "feature": "off"})")), StartsWith(kInvalid));
     EXPECT_EQ(Model()["settingMode"], 80);
 }
 
@@ -398,7 +412,7 @@ TEST_F(ControlTest, CrashesDoNotDisturbItsCallers)
         ASSERT_EQ(Control("ClientId", "('den',)"), "()");
     }
     EXPECT_EQ(Control("Apply", Quoted(R"({"timetable": []})")), "()");
-    // The last crash may still be under way.
+    // The last crash may not be over yet.
     test::WaitUntil("the server to be back after its last crash", [this] {
         return Server("check_dbus_connection", "(7,)") == "('den',)";
     });
@@ -411,7 +425,7 @@ TEST_F(ControlTest, WhileTheServerIsAwayItsControlIsThere)
     EXPECT_EQ(Control("Fault", "('DisableSurround', {'reply': <(7,)>})"), "()");
     EXPECT_FALSE(HasOwner(kServerName));
 
-    // Comes back before its time.
+    // The server comes back before its time.
     const unsigned call = SendToServer("DisableSurround", "()");
     EXPECT_EQ(Control("Apply", Quoted(R"({"away": 100})")), "()");
     AwaitAnswer(call);

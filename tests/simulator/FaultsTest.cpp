@@ -26,7 +26,7 @@ protected:
         return "accepted";
     }
 
-    /** Which of the next calls are affected by a fault of error E.E. */
+    // Returns which of the next calls a fault with the error E.E affects.
     std::vector<bool> Affected(std::size_t calls)
     {
         std::vector<bool> affected(calls);
@@ -115,24 +115,28 @@ TEST_F(FaultsTest, AFaultOfAllMethodsYieldsToTheirOwn)
 
 TEST_F(FaultsTest, RefusesWhatMakesNoSense)
 {
-    EXPECT_EQ(Refusal("{'exit': <true>}", "Nonsense"), "the server has no method 'Nonsense'; known are Method, Other");
-    EXPECT_EQ(Refusal("{'exit': <true>}", "Methud"), "the server has no method 'Methud'; did you mean Method?");
-    EXPECT_THAT(Refusal("{'colour': <1>}"), HasSubstr("no fault key 'colour'"));
-    EXPECT_THAT(Refusal("{'error': <1>}"), HasSubstr("'error' has type 's', not 'i'"));
+    EXPECT_EQ(
+        Refusal("{'exit': <true>}", "Nonsense"), "the server has no method \"Nonsense\"; known are Method, Other");
+    EXPECT_EQ(Refusal("{'exit': <true>}", "Methud"), "the server has no method \"Methud\"; did you mean Method?");
+    EXPECT_THAT(Refusal("{'colour': <1>}"), HasSubstr("no fault key \"colour\""));
+    EXPECT_THAT(Refusal("{'error': <1>}"), HasSubstr("\"error\" has type \"s\", not \"i\""));
     EXPECT_THAT(
         Refusal("{'error': <'no name'>}"),
-        HasSubstr("'error' must be a D-Bus error name such as org.example.Bad, got 'no name'"));
-    EXPECT_THAT(Refusal("{'message': <'alone'>}"), HasSubstr("goes with 'error'"));
-    EXPECT_THAT(Refusal("{'delay': <-1>}"), HasSubstr("'delay' has type 'u', not 'i'"));
-    EXPECT_THAT(Refusal("{'silent': <uint32 1>}"), HasSubstr("'silent' has type 'b', not 'u'"));
-    EXPECT_EQ(Refusal("{'every': <uint32 0>}"), "'every' must be at least 1, got 0");
-    EXPECT_EQ(Refusal("{'count': <uint32 0>}"), "'count' must be at least 1, got 0");
-    EXPECT_THAT(Refusal("{'bytes': <'01'>}"), HasSubstr("'bytes' has type 'ay', not 's'"));
+        HasSubstr("\"error\" must be a D-Bus error name such as org.example.Bad, got \"no name\""));
+    EXPECT_THAT(Refusal("{'message': <'alone'>}"), HasSubstr("must stand with \"error\""));
+    EXPECT_THAT(Refusal("{'delay': <-1>}"), HasSubstr("\"delay\" has type \"u\", not \"i\""));
+    EXPECT_THAT(Refusal("{'silent': <uint32 1>}"), HasSubstr("\"silent\" has type \"b\", not \"u\""));
+    EXPECT_EQ(Refusal("{'every': <uint32 0>}"), "\"every\" must be at least 1, got 0");
+    EXPECT_EQ(Refusal("{'count': <uint32 0>}"), "\"count\" must be at least 1, got 0");
+    EXPECT_THAT(Refusal("{'bytes': <'01'>}"), HasSubstr("\"bytes\" has type \"ay\", not \"s\""));
     EXPECT_THAT(Refusal("{'bytes': <[byte 1]>, 'reply': <(1,)>}"), HasSubstr("at most one"));
-    EXPECT_THAT(Refusal("{'append': <[byte 1]>, 'silent': <true>}"), HasSubstr("goes with the proper answer"));
     EXPECT_THAT(
-        Refusal("{'reply': <7>}"), HasSubstr("'reply' must be a tuple such as (1, 'x'), got a value of type 'i'"));
-    EXPECT_THAT(Refusal("{'reply': <'(1'>}"), HasSubstr("'reply' must be a value in GVariant text form, got '(1': "));
+        Refusal("{'append': <[byte 1]>, 'silent': <true>}"),
+        HasSubstr("must not stand with error, silent, reply, bytes or exit"));
+    EXPECT_THAT(
+        Refusal("{'reply': <7>}"), HasSubstr("\"reply\" must be a tuple such as (1, 'x'), got a value of type \"i\""));
+    EXPECT_THAT(
+        Refusal("{'reply': <'(1'>}"), HasSubstr("\"reply\" must be a value in GVariant text form, got \"(1\": "));
     EXPECT_THAT(Refusal("{'reply': <'(just 1,)'>}"), HasSubstr("(mi)"));
     EXPECT_THAT(Refusal("{'reply': <'(<just 1>,)'>}"), HasSubstr("mi"));
     EXPECT_THAT(Refusal("{'reply': <'((),)'>}"), HasSubstr("Empty structures"));
@@ -146,10 +150,10 @@ TEST_F(FaultsTest, RefusesWhatHasNoEffect)
          {"@a{sv} {}", "{'every': <uint32 2>, 'count': <uint32 1>}", "{'append': <@ay []>}"}) {
         EXPECT_THAT(Refusal(fault), HasSubstr("must have one of the keys error, silent, ")) << fault;
     }
-    EXPECT_EQ(Refusal("{'silent': <false>}"), "'silent' must be true, or left out, got false");
-    EXPECT_EQ(Refusal("{'exit': <false>}"), "'exit' must be true, or left out, got false");
+    EXPECT_EQ(Refusal("{'silent': <false>}"), "\"silent\" must be true, or left out, got false");
+    EXPECT_EQ(Refusal("{'exit': <false>}"), "\"exit\" must be true, or left out, got false");
     EXPECT_THAT(
-        Refusal("{'append': <[byte 1]>}", "Other"), HasSubstr("needs an answer with bytes, which Other has not"));
+        Refusal("{'append': <[byte 1]>}", "Other"), HasSubstr("needs a method whose answer has bytes, got Other"));
     EXPECT_EQ(Refusal("{'append': <[byte 1]>}", "*"), "accepted");
     EXPECT_EQ(Refusal("{'delay': <uint32 0>}"), "accepted");
 }

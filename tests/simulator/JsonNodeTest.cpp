@@ -20,7 +20,7 @@ std::string Complaint(const std::function<void()>& action)
     return "none";
 }
 
-/** What each value in the text is told to be, with its place. */
+// Collects the values in the text, each with its place.
 void Collect(const JsonNode& node, std::vector<std::string>& places)
 {
     places.push_back(Complaint([&node] { node.Fail("here"); }));

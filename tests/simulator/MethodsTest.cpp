@@ -14,7 +14,7 @@
 namespace kiv::simulator::methods_test {
 namespace {
 
-/** A call, and the answer that a home gives in which nothing has been changed. */
+// A call, and its answer in a home without changes.
 struct Example {
     std::string arguments;
     std::string answer;
@@ -91,7 +91,7 @@ std::map<std::string, Example> Examples()
     };
 }
 
-/** The answer, with a byte array cut down to its length. */
+// Returns the answer, with the length in place of a byte array.
 std::string Brief(const std::string& answer)
 {
     const std::optional<Bytes> bytes = AnsweredBytes(answer);

@@ -147,6 +147,15 @@ TEST_F(ProgramTest, AScenarioWithEventsForNobodyIsRefused)
     EXPECT_THAT(program.Errors(), HasSubstr(":2: /events: there is no client yet when the server starts; put"));
 }
 
+TEST_F(ProgramTest, AScenarioThatBeginsWithAnExitIsRefused)
+{
+    ExpectBadScenario(
+        "{\n\"exit\": true}", "2: /exit: a server cannot end while it starts; put \"exit\" into the timetable, or give "
+                              "the scenario to \"kiv-sandbox control apply\"");
+    Program program = WithScenario(R"({"exit": false, "timetable": [{"at": 3600000, "exit": true}]})");
+    EXPECT_EQ(program.Ready(), "ready\n") << program.Errors();
+}
+
 TEST_F(ProgramTest, AnEmptyScenarioIsFine)
 {
     Program program = WithScenario("{}");
@@ -158,7 +167,7 @@ TEST_F(ProgramTest, RefusesABadScenario)
     ExpectBadScenario("{\n  \"faults\": }", "2:13: syntax error");
     ExpectBadScenario("{\n  \"colour\": 1}", "2: /colour: there is no such key");
     ExpectBadScenario(
-        "{\n\n\"faults\": {\"Nonsense\": {}}}", "3: /faults/Nonsense: the server has no method 'Nonsense'");
+        "{\n\n\"faults\": {\"Nonsense\": {}}}", "3: /faults/Nonsense: the server has no method \"Nonsense\"");
 }
 
 TEST_F(ProgramTest, RefusesFilesThatAreNotThere)
@@ -207,7 +216,7 @@ TEST_F(ProgramTest, WritesTheFeatureWhenToldTo)
     std::ostringstream on;
     on << std::ifstream(file).rdbuf();
     EXPECT_EQ(on.str(), head + "kiv_multi_ch_support=true\n");
-    EXPECT_THAT(Control("Feature", "('perhaps',)"), HasSubstr("must be one of on, off, absent, got 'perhaps'"));
+    EXPECT_THAT(Control("Feature", "('perhaps',)"), HasSubstr("must be one of on, off, absent, got \"perhaps\""));
 }
 
 TEST_F(ProgramTest, AnswersFromARecording)
@@ -239,7 +248,7 @@ TEST_F(ProgramTest, AnswersFromARecording)
     EXPECT_EQ(Server("StopNetworkSpeaker", "(4,)"), "(5,)");
 }
 
-/** A simulator that answers from a recording. */
+// Tests a simulator that answers from a recording.
 class ReplayProgramTest : public ProgramTest {
 protected:
     ReplayProgramTest()
@@ -263,7 +272,7 @@ protected:
 
 TEST_F(ReplayProgramTest, RefusesControlsOfWhatARecordingLacks)
 {
-    const std::string home = "only without --replay does it have a home";
+    const std::string home = "it has a home only without --replay";
     ExpectRefusal("Show", "()", home);
     ExpectRefusal("Atmos", "(true,)", home);
     for (const std::string key :

@@ -31,7 +31,7 @@ Speaker Example()
         .watched = false};
 }
 
-/** Bytes of a record, and a check that it goes on behind them. */
+// Returns bytes of a record. Expects that the record has all of them.
 Bytes Part(const Bytes& record, std::size_t at, std::size_t size)
 {
     EXPECT_GE(record.size(), at + size);
@@ -135,7 +135,7 @@ TEST(RecordsTest, Volume)
 
 using Values = std::map<std::string, std::string>;
 
-/** The fields of a record as the layout file describes them, without the records within. */
+// Returns the fields of a record by the layout file, without the records within.
 Values ByLayout(const std::string& name, const Bytes& record)
 {
     const auto layout = nlohmann::json::parse(std::ifstream(KIV_LAYOUT_FILE)).at("records").at(name);
@@ -210,7 +210,7 @@ TEST(RecordsTest, MacList)
     const Bytes negative = Writer().Int32(-1).Append(SpeakerMac(5)).Written();
     const Bytes tooShort = Writer().Int32(2).Append(SpeakerMac(5)).Written();
     const Bytes tooLong = Writer().Int32(1).Append(SpeakerMac(5)).ToSize(11).Written();
-    // Six times this is 2 in 32 bits.
+    // In 32 bits, six times this number is 2.
     const Bytes wrapping = Writer().Int32(0x2aaaaaab).ToSize(6).Written();
     for (const Bytes& bytes : {Bytes(), noNumber, none, negative, tooShort, tooLong, wrapping}) {
         EXPECT_FALSE(ReadMacList(bytes)) << ::testing::PrintToString(bytes);

@@ -38,14 +38,14 @@ protected:
         return replay_.Next(method, Value(arguments).get()).value();
     }
 
-    /** Says why there is no answer. */
+    // Returns why there is no answer.
     std::string WhyNot(const std::string& method, const std::string& arguments = "()")
     {
         EXPECT_FALSE(replay_.Next(method, Value(arguments).get()).has_value());
         return replay_.WhyNot(method, Value(arguments).get());
     }
 
-    /** The calls that have not been made, as "line: method(arguments)". */
+    // Returns the calls that have not been made, as "line: method(arguments)".
     std::vector<std::string> Unmade() const
     {
         std::vector<std::string> calls;
@@ -130,7 +130,7 @@ TEST_F(ReplayTest, TellsTheCallsThatWereNotMadeInTheirOrder)
     EXPECT_THAT(Unmade(), IsEmpty());
 }
 
-/** A recording of calls that nobody has answered. */
+// Returns a recording of calls without answers.
 Replay ReplayOf(const std::vector<std::pair<std::string, std::string>>& calls)
 {
     std::string text;
@@ -153,7 +153,7 @@ TEST(UnmadeCallsTest, OneSubscriptionStandsForAll)
     EXPECT_THAT(replay.Unmade(), IsEmpty());
 }
 
-/** Says why the second call is not in a recording of the first one. */
+// Returns why the second call is not in a recording of the first one.
 std::string WhyNotInstead(const std::string& method, const std::string& recorded, const std::string& got)
 {
     return ReplayOf({{method, recorded}}).WhyNot(method, Value(got).get());
@@ -240,7 +240,7 @@ TEST(ReplayFileTest, RefusesWhatIsNoRecording)
 {
     EXPECT_THAT(Complaint("{\"ms\":1,\"call\":1}"), HasSubstr("file:1: must be a call or an event with"));
     EXPECT_THAT(Complaint("{\"ms\":1}"), HasSubstr("file:1: must be a line with one of"));
-    EXPECT_THAT(Complaint("{\"call\":1}"), HasSubstr("file:1: 'ms' is missing"));
+    EXPECT_THAT(Complaint("{\"call\":1}"), HasSubstr("file:1: \"ms\" is missing"));
     EXPECT_THAT(Complaint("{\"ms\":1,\"colour\":1}"), HasSubstr("file:1: /colour: there is no such key"));
     const std::string call = R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
     EXPECT_EQ(Complaint(call), "none");
@@ -252,7 +252,7 @@ TEST(ReplayFileTest, RefusesWhatIsNoRecording)
         HasSubstr("file:2: there was no call 2"));
     EXPECT_THAT(
         Complaint(call + "\n" + R"json({"ms":1,"answer":1,"values":"(1"})json"),
-        HasSubstr("file:2: must be a value in GVariant text form, got '(1': "));
+        HasSubstr("file:2: must be a value in GVariant text form, got \"(1\": "));
     EXPECT_THAT(
         Complaint(call + "\n" + R"json({"ms":1,"answer":1})json"),
         HasSubstr("file:2: must be a call or an event with"));
@@ -263,7 +263,7 @@ TEST(ReplayFileTest, RefusesWhatIsNoRecording)
         Complaint(
             call + "\n" + R"json({"ms":1,"answer":1,"values":"()"})json" + "\n" +
             R"json({"ms":1,"event":2,"client":"no name","method":"m","arguments":"()"})json"),
-        HasSubstr("file:3: an event must be for a client and a method that D-Bus can have, got 'no name' and 'm'"));
+        HasSubstr("file:3: an event must be for a client and a method that D-Bus can have, got \"no name\" and \"m\""));
 }
 
 TEST(ReplayFileTest, AnotherFileIsToldByItsFirstLine)

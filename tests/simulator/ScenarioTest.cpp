@@ -32,7 +32,7 @@ json HomeOf(const std::string& text)
     return world.home.ToJson();
 }
 
-/** Puts an object of a kind into a scenario. */
+// Puts an object of a kind into a scenario.
 json Wrapped(const std::string& kind, const json& object)
 {
     const std::map<std::string, json::json_pointer> places = {
@@ -56,7 +56,7 @@ protected:
     const json& Kind(const std::string& kind) const { return schema_.at("$defs").at(kind); }
     const json& Properties(const std::string& kind) const { return Kind(kind).at("properties"); }
 
-    /** An object that has what it must have, and an example of the key. */
+    // Returns an object with its required keys, and an example of the key.
     json Example(const std::string& kind, const std::string& key) const
     {
         json object = json::object();
@@ -124,7 +124,8 @@ TEST_F(SchemaTest, WhatItRequiresIsRequired)
             json object = Example(kind, required);
             object.erase(required.get<std::string>());
             EXPECT_THAT(
-                Complaint(Wrapped(kind, object).dump()), HasSubstr("'" + required.get<std::string>() + "' is missing"));
+                Complaint(Wrapped(kind, object).dump()),
+                HasSubstr('"' + required.get<std::string>() + "\" is missing"));
         }
     }
 }
@@ -195,13 +196,14 @@ TEST(ScenarioTest, RefusesWhatMakesNoSense)
         HasSubstr("/ip: must be an IP address such as \"192.168.0.21\", got \"1\""));
     EXPECT_THAT(
         Complaint(R"({"feature": "perhaps"})"), HasSubstr("/feature: must be one of on, off, absent, got \"perhaps\""));
-    EXPECT_THAT(Complaint(R"({"timetable": [{}]})"), HasSubstr("/timetable/0: 'at' is missing"));
+    EXPECT_THAT(Complaint(R"({"timetable": [{}]})"), HasSubstr("/timetable/0: \"at\" is missing"));
     EXPECT_THAT(
         Complaint(R"({"timetable": [{"at": 1, "every": 0}]})"),
         HasSubstr("/timetable/0/every: must be a whole number from 1 to 2147483647, got 0"));
-    EXPECT_THAT(Complaint(R"({"events": [{}]})"), HasSubstr("either 'id' and perhaps 'data', or 'payload', got {}"));
-    EXPECT_THAT(Complaint(R"({"events": [{"id": 1, "payload": ""}]})"), HasSubstr("either 'id'"));
-    EXPECT_THAT(Complaint(R"({"events": [{"data": "01", "payload": ""}]})"), HasSubstr("either 'id'"));
+    EXPECT_THAT(
+        Complaint(R"({"events": [{}]})"), HasSubstr("either \"id\" and perhaps \"data\", or \"payload\", got {}"));
+    EXPECT_THAT(Complaint(R"({"events": [{"id": 1, "payload": ""}]})"), HasSubstr("either \"id\""));
+    EXPECT_THAT(Complaint(R"({"events": [{"data": "01", "payload": ""}]})"), HasSubstr("either \"id\""));
     EXPECT_THAT(
         Complaint(R"({"events": [{"id": "020"}]})"),
         HasSubstr("/events/0/id: must be a number, or a text in hexadecimal"));
@@ -217,17 +219,17 @@ TEST(ScenarioTest, RefusesWhatMakesNoSense)
         Complaint(R"({"faults": {"Nonsense": null}})"), HasSubstr("/faults/Nonsense: the server has no method"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"silent": true, "exit": true}}})"),
-        HasSubstr("/faults/DisableSurround: at most one"));
+        HasSubstr("/faults/DisableSurround: a fault must have at most one"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"reply": "(1"}}})"),
-        HasSubstr("must be a value in GVariant text form, got '(1': "));
+        HasSubstr("must be a value in GVariant text form, got \"(1\": "));
     EXPECT_THAT(
         Complaint(R"({"faults": {"StartNetwrkSpeaker": {"exit": true}}})"),
-        HasSubstr("/faults/StartNetwrkSpeaker: the server has no method 'StartNetwrkSpeaker'; did you mean "
+        HasSubstr("/faults/StartNetwrkSpeaker: the server has no method \"StartNetwrkSpeaker\"; did you mean "
                   "StartNetworkSpeaker?"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"StopNetworkSpeaker": {"append": "01"}}})"),
-        HasSubstr("needs an answer with bytes, which StopNetworkSpeaker has not"));
+        HasSubstr("needs a method whose answer has bytes, got StopNetworkSpeaker"));
     EXPECT_THAT(
         Complaint(R"({"faults": {"DisableSurround": {"data": "01"}}})"),
         HasSubstr("/data: there is no such key; known are append, bytes, "));

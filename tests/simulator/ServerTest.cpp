@@ -31,7 +31,7 @@ TEST_F(ServerTest, WhatOneCallSetsAnotherReads)
     EXPECT_EQ(Model()["speakers"][0]["active"], false);
 }
 
-/** The event that follows a call on the volumes of speakers with these last MAC and IP bytes and volumes. */
+// Returns the event after a call about volumes. The arguments are the last bytes of MAC and IP, and the volumes.
 Bytes VolumeEvent(const std::vector<std::array<std::uint8_t, 3>>& volumes)
 {
     Writer event;

@@ -43,9 +43,9 @@ ObjectRef<GDBusMessage> NewCall(
 
 std::string Outcome(GDBusMessage* reply)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     if (g_dbus_message_to_gerror(reply, &error) != FALSE) {
-        g_dbus_error_strip_remote_error(error.Get());
+        g_dbus_error_strip_remote_error(error);
         return fmt::format("error {}: {}", g_dbus_message_get_error_name(reply), error->message);
     }
     GVariant* body = g_dbus_message_get_body(reply);
@@ -59,7 +59,7 @@ Bytes Content(GVariant* byteArray)
     return {data, data + size};
 }
 
-/** Sees a message before GIO does. Returns whether GIO is to ignore it. */
+// Gets a message before GIO does. Returns whether GIO is to ignore it.
 using Filter = std::function<bool(GDBusConnection*, GDBusMessage*)>;
 
 GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboolean incoming, void* filter)
@@ -71,7 +71,7 @@ GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboo
     return message;
 }
 
-/** The filter runs on GIO's thread and can outlast whoever set it, so it owns what it uses. */
+// Adds a filter. It runs on GIO's thread and can outlive the caller, so it must own its data.
 void OnIncoming(GDBusConnection* connection, Filter filter)
 {
     g_dbus_connection_add_filter(
@@ -82,7 +82,7 @@ void OnIncoming(GDBusConnection* connection, Filter filter)
 
 Variant Value(const std::string& text)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
     if (value == nullptr) {
         throw std::runtime_error(fmt::format("{}: {}", text, error->message));
@@ -110,7 +110,7 @@ Program::Program(std::vector<std::string> arguments, const std::filesystem::path
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(errors, STDERR_FILENO);
-        // A descriptor duplicated onto itself would stay close-on-exec.
+        // The descriptor is duplicated twice, because one that is duplicated onto itself would stay close-on-exec.
         dup2(fcntl(ready[1], F_DUPFD_CLOEXEC, kReadyFd + 1), kReadyFd);
         execv(KIV_SIMULATOR, argv.data());
         _exit(127);
@@ -157,6 +157,7 @@ std::string Program::Errors() const
 
 struct FakeClient::Record {
     Manner manner;
+    std::string error;
     std::mutex mutex;
     std::condition_variable arrived;
     std::vector<Variant> payloads;
@@ -184,13 +185,12 @@ struct FakeClient::Record {
     void Answer(GDBusConnection* connection, GDBusMessage* call) const
     {
         const auto reply = OwnObject(
-            manner == Manner::kAnswers
-                ? g_dbus_message_new_method_reply(call)
-                : g_dbus_message_new_method_error_literal(call, "org.example.Refused", "not now"));
+            manner == Manner::kAnswers ? g_dbus_message_new_method_reply(call)
+                                       : g_dbus_message_new_method_error_literal(call, error.c_str(), "not now"));
         g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
     }
 
-    /** Returns whether it was a call. */
+    // Records a message if it is a call. Returns whether it is.
     bool OnMessage(GDBusConnection* connection, GDBusMessage* message)
     {
         const GDBusMessageType type = g_dbus_message_get_message_type(message);
@@ -208,10 +208,11 @@ struct FakeClient::Record {
     }
 };
 
-FakeClient::FakeClient(const std::string& address, const std::string& id, Manner manner)
+FakeClient::FakeClient(const std::string& address, const std::string& id, Manner manner, const std::string& error)
     : record_(std::make_shared<Record>()), connection_(address)
 {
     record_->manner = manner;
+    record_->error = error;
     OnIncoming(connection_.Get(), [record = record_](GDBusConnection* connection, GDBusMessage* message) {
         return record->OnMessage(connection, message);
     });
@@ -273,7 +274,7 @@ struct SimulatorTest::Answers {
 SimulatorTest::SimulatorTest() : answers_(std::make_shared<Answers>())
 {
     setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1);
-    // GLib has nothing to complain about in the simulator, whatever a test does.
+    // Any warning of GLib ends the simulator, whatever a test does.
     setenv("G_DEBUG", "fatal-warnings", 1);
     connection_.emplace(bus_.Address());
     OnIncoming(connection_->Get(), [answers = answers_](GDBusConnection*, GDBusMessage* message) {
@@ -308,7 +309,7 @@ std::string SimulatorTest::Control(const std::string& method, const std::string&
 std::string SimulatorTest::Call(
     const char* name, const char* path, const char* interface, const std::string& method, const std::string& arguments)
 {
-    ErrorSlot error;
+    g_autoptr(GError) error = nullptr;
     const auto reply = OwnObject(g_dbus_connection_send_message_with_reply_sync(
         connection_->Get(), NewCall(name, path, interface, method, arguments).get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
         kPatienceMs, nullptr, nullptr, &error));

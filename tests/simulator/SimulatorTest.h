@@ -17,10 +17,10 @@
 
 namespace kiv::simulator {
 
-/** Parses GVariant text. */
+// Parses GVariant text.
 Variant Value(const std::string& text);
 
-/** A process of the simulator on the system bus of the environment. */
+// A process of the simulator on the system bus of the environment.
 class Program {
 public:
     explicit Program(std::vector<std::string> arguments, const std::filesystem::path& errorFile);
@@ -28,11 +28,11 @@ public:
     Program& operator=(const Program&) = delete;
     ~Program();
 
-    /** Waits for what it writes to the ready descriptor, until it closes it. */
+    // Returns the output on the ready descriptor. Waits until the simulator closes it.
     std::string Ready() const;
-    /** Waits for its end. 128 and the signal if it was killed. */
+    // Waits for the end. Returns the exit code, or 128 and the signal if it was killed.
     int ExitCode();
-    /** What it has written to stderr. */
+    // Returns the output on stderr.
     std::string Errors() const;
     pid_t Pid() const { return pid_; }
 
@@ -42,24 +42,27 @@ private:
     std::filesystem::path errorFile_;
 };
 
-/** A client's object on the bus, which keeps what it is sent. */
+// A client's object on the bus, which keeps the calls that it gets.
 class FakeClient {
 public:
     enum class Manner { kAnswers, kRefuses, kIsSilent };
 
-    FakeClient(const std::string& address, const std::string& id, Manner manner = Manner::kAnswers);
+    /** The error is that of one who refuses. */
+    FakeClient(
+        const std::string& address, const std::string& id, Manner manner = Manner::kAnswers,
+        const std::string& error = "org.example.Refused");
 
     std::string BusName() const { return connection_.UniqueName(); }
-    /** Calls a server method with the pid as the client itself would. */
+    // Calls a server method with the process id, as the client itself would.
     void Tell(const char* method, int pid) const;
-    /** Calls a server method with arguments as GVariant text, and waits for the answer. */
+    // Calls a server method with arguments as GVariant text, and waits for the answer.
     void Ask(const char* method, const std::string& arguments) const;
 
-    /** Waits until there are so many. */
+    // Returns the payloads. Waits until there are at least this number.
     std::vector<Bytes> Payloads(std::size_t atLeast = 0) const;
-    /** Every call, as "method(arguments)". */
+    // Returns every call as "method(arguments)".
     std::vector<std::string> Calls() const;
-    /** "event" and "answer", in the order in which these have come. */
+    // Returns "event" and "answer" in the order of their arrival.
     std::vector<std::string> Arrivals() const;
 
 private:
@@ -69,24 +72,24 @@ private:
     sandbox::Connection connection_;
 };
 
-/** A bus with a caller on it, and the simulator when it is started. */
+// A bus with a caller on it, and with the simulator if it is started.
 class SimulatorTest : public ::testing::Test {
 protected:
     SimulatorTest();
 
-    /** Starts the simulator and waits until it is ready. */
+    // Starts the simulator and waits until it is ready.
     void Start(std::vector<std::string> arguments = {});
-    /** Starts the simulator with a scenario of this content. */
+    // Starts the simulator with a scenario of this content.
     Program WithScenario(const std::string& scenario);
 
-    /** Calls with arguments as GVariant text. The answer is GVariant text too, or "error name: message". */
+    // Call a method with arguments as GVariant text. They return the answer as GVariant text, or "error name: message".
     std::string Server(const std::string& method, const std::string& arguments = "()");
     std::string Control(const std::string& method, const std::string& arguments = "()");
 
-    /** Sends a call to the server without awaiting its answer. Returns the serial number. */
+    // Sends a call to the server without waiting for the answer. Returns the serial number.
     unsigned SendToServer(
         const std::string& method, const std::string& arguments, GDBusMessageFlags flags = G_DBUS_MESSAGE_FLAGS_NONE);
-    /** Whether an answer to this call has arrived. */
+    // Returns whether the answer to this call has arrived.
     bool IsAnswered(unsigned serial) const;
     void AwaitAnswer(unsigned serial);
 
@@ -107,17 +110,17 @@ private:
     std::shared_ptr<Answers> answers_;
 };
 
-/** What an answer in text form holds, if that is one byte array. */
+// Returns the content of an answer in text form, if it is one byte array.
 std::optional<Bytes> AnsweredBytes(const std::string& answer);
 
-/** MAC address of a speaker of the home. */
+// Returns the MAC address of a speaker of the home.
 Mac SpeakerMac(std::uint8_t lastByte);
-/** The same as six arguments. */
+// Returns the same address as six arguments.
 std::string MacArguments(std::uint8_t lastByte);
 Bytes Joined(const std::vector<Bytes>& parts);
-/** A record of the list of speakers to start. */
+// Returns a record of the list of speakers to start.
 Bytes StartRecord(int config, std::uint8_t lastMacByte);
-/** The argument of StartNetworkSpeaker. */
+// Returns the argument of StartNetworkSpeaker.
 std::string Records(const std::vector<Bytes>& records);
 
 } // namespace kiv::simulator

@@ -17,7 +17,7 @@ namespace {
 
 int g_tests = 0;
 
-// The name of the process that is the bus.
+// The name of the bus daemon's process.
 std::string g_bus;
 
 std::string NameOf(pid_t process)
@@ -49,7 +49,9 @@ BusTest::BusTest(const sandbox::BusOptions& options)
     : bus_(options), control_((setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1), bus_.Address()))
 {
     if (++g_tests > 1) {
-        ADD_FAILURE() << "one test a process: run this program with --gtest_filter, or by ctest";
+        std::cerr << "This program runs one test a process: give one test with --gtest_filter, or run ctest"
+                  << std::endl;
+        std::_Exit(EXIT_FAILURE); // in this process, the library has its states of the test before
     }
     g_bus = NameOf(bus_.DaemonPid());
     std::cout << "Bus: " << g_bus << std::endl;
@@ -96,7 +98,7 @@ void BusTest::Close(GDBusConnection* connection)
 void BusTest::SignalBus(int signal) const
 {
     const std::string pid = std::to_string(bus_.DaemonPid());
-    // The launcher of dbus-broker leaves the messages to a child.
+    // dbus-broker-launch leaves the messages to a child.
     std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
     for (pid_t child = 0; IsDbusBroker() && children >> child;) {
         kill(child, signal);
@@ -138,7 +140,7 @@ std::vector<sandbox::Message> BusTest::SentMessages()
 {
     std::vector<sandbox::Message> messages = trace_->Messages();
     std::erase_if(messages, [](const auto& message) { return message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL; });
-    // Nobody else asks for the owner of that name.
+    // Only the library asks for the owner of that name.
     std::set<std::string> library;
     for (const auto& message : messages) {
         if (message.member + message.BodyText() == "NameHasOwner('" + std::string(kServerName) + "',)" ||
@@ -155,11 +157,12 @@ Lines BusTest::Sent()
     Lines sent;
     for (const auto& message : SentMessages()) {
         std::string body = message.BodyText();
-        // GVariant writes a tuple of one as ('x',).
+        // GVariant's text of a tuple with one member is ('x',).
         if (body.ends_with(",)")) {
             body.erase(body.size() - 2, 1);
         }
-        // Whether a connection that was dropped is opened anew depends on when GIO's own thread lets go of it.
+        // Hello is left out, because GIO's own thread decides when a dropped connection is released, and so whether
+        // another is opened.
         if (message.member != "Hello") {
             sent.push_back(message.member + body);
         }

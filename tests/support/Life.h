@@ -8,7 +8,7 @@
 
 namespace kiv::test {
 
-// Tells whether an object still lives, without keeping it alive.
+// Watches whether an object lives, without keeping it alive.
 class Life {
 public:
     explicit Life(gpointer object) { g_weak_ref_init(&object_, object); }
@@ -16,7 +16,7 @@ public:
     Life(const Life&) = delete;
     Life& operator=(const Life&) = delete;
 
-    // GIO's worker may hold the object for a moment still.
+    // GIO's worker may hold the object for another moment.
     void WaitForEnd()
     {
         WaitUntil("the object to be released", [this] {

@@ -28,14 +28,14 @@ struct State {
     const std::thread::id testThread = std::this_thread::get_id();
 };
 
-// Never destroyed: the library may log for as long as the process lives.
+// The state is never destroyed, because the library may log as long as the process lives.
 State& TheState()
 {
     static State* const state = new State;
     return *state;
 }
 
-// On the main thread, before any other can log.
+// Initialised on the main thread, before another thread can log.
 [[maybe_unused]] const State& g_state = TheState();
 
 __attribute__((format(printf, 1, 0))) std::string Format(const char* format, va_list arguments)

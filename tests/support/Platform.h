@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-// The TV platform as the tests provide it: the log is captured, the device feature is what the test says.
+// The TV platform of the tests. It captures the log, and a test sets the device feature.
 namespace kiv::test {
 
 struct LogLine {
@@ -15,10 +15,10 @@ struct LogLine {
     std::string file;
     std::string function;
     int line;
-    std::string text; // what follows the head
+    std::string text; // the text behind the head
     bool ofTestThread;
 
-    // "E GetProxy: [NAM_API] NULL != pError"
+    // Returns the short form: "E GetProxy: [NAM_API] NULL != pError".
     std::string Short() const;
 };
 
@@ -27,25 +27,25 @@ namespace platform_log {
 std::vector<LogLine> Lines();
 void Clear();
 
-// The lines that the test's own thread caused, in their short form.
+// Returns the lines of the test's own thread, in their short form.
 std::vector<std::string> OfTestThread();
-// All lines of a function, whichever thread wrote them, in their short form.
+// Returns all lines of a function, whichever thread logged them, in their short form.
 std::vector<std::string> OfFunction(const std::string& function);
 std::size_t Count(const std::string& shortForm);
 
-// Returns when this line has been written that often.
+// Returns when this line has been logged this many times.
 void WaitFor(const std::string& shortForm, std::size_t count = 1);
-// Returns when a line fulfils the condition, and gives it.
+// Waits for a line that fulfils the condition, and returns it.
 LogLine WaitForLine(const std::function<bool(const LogLine&)>& condition);
 
-// Called by every log call before it returns, on the thread that logs.
+// Sets a hook that every log call runs before it returns, on the thread that logs.
 void OnLine(std::function<void(const LogLine&)> hook);
 
 } // namespace platform_log
 
 namespace feature {
 
-// Nothing: the key cannot be read.
+// Sets the feature. Nothing means that the key cannot be read.
 void Set(std::optional<bool> supported);
 int Reads();
 std::string LastKey();

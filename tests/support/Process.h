@@ -2,12 +2,12 @@
 
 #include <cstddef>
 
-// Counts what the test's process holds of the system.
+// Counts the system resources of the test's process.
 namespace kiv::test {
 
 std::size_t OpenFiles();
 
-// All but those of GLib's thread pool, which come and go.
+// Returns the number of threads, without those of GLib's thread pool, which come and go.
 std::size_t Threads();
 
 bool IsMapped(const char* library);

@@ -60,7 +60,7 @@ std::shared_ptr<GVariant> Parse(const std::string& text, const char* type)
     return Share(value);
 }
 
-// Returns when the other end has written something; false if it ended without.
+// Waits until the other end has written something. Returns false if it ended without.
 bool Announced(int readEnd)
 {
     WaitUntilReadable("the simulator to come up", readEnd);

@@ -20,14 +20,11 @@ struct ServerCall {
     std::shared_ptr<GVariant> body;
 };
 
-/*
- * The simulated network-speaker server, in a process of its own, and its control interface.
- *
- * Faults are written as GVariant text, such as "{'error': <'org.example.Refused'>, 'message': <'no'>}".
- */
+// Runs the simulated network-speaker server in a process of its own, and calls its control interface. Faults are
+// GVariant text, such as "{'error': <'org.example.Refused'>, 'message': <'no'>}".
 class Server {
 public:
-    // Starts a process on the system bus of the environment, and returns when it owns its names. A set-up is a
+    // Starts a process on the system bus of the environment, and returns when it owns its names. The set-up is a
     // scenario as JSON.
     explicit Server(const std::string& setUp = "");
     ~Server();
@@ -41,17 +38,17 @@ private:
     pid_t pid_ = 0;
 };
 
-// The control interface of the simulator on a bus, however it was started.
+// Calls the control interface of the simulator on a bus, however it was started.
 class ServerControl {
 public:
     explicit ServerControl(const std::string& busAddress) : connection_(busAddress) {}
 
     std::vector<ServerCall> Calls();
-    // The methods called, in order.
+    // Returns the methods called, in order.
     std::vector<std::string> Methods();
     void ForgetCalls();
     void SetFault(const std::string& method, const std::string& fault);
-    // Has a method answer with a byte array, "(ay)".
+    // Makes a method answer with a byte array, "(ay)".
     void SetReply(const std::string& method, const std::vector<unsigned char>& bytes);
     void ClearFaults();
     void SetClientId(const std::string& id);
@@ -82,7 +79,7 @@ private:
 
 inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 
-// An event's payload as the server sends it.
+// Returns an event's payload as the server sends it.
 std::vector<unsigned char> Payload(std::int32_t eventId, std::int32_t length, const std::vector<unsigned char>& data);
 
 } // namespace kiv::test

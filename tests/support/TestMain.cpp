@@ -13,7 +13,7 @@ namespace {
 
 std::string g_message;
 
-// The runner ends a test that hangs without a word about it. This comes first, and tells where the test hangs.
+// Ends a test that hangs, and prints where. The runner would end it later without any output.
 void EndHangingTest(int /*signal*/)
 {
     const auto tell = [](std::string_view text) {
@@ -41,7 +41,7 @@ private:
     const unsigned limit_;
 };
 
-// The version that is loaded, which need not be the one that the programs were built with.
+// Prints the version of GLib that is loaded. The programs may be built with another.
 class GlibVersion : public ::testing::Environment {
     void SetUp() override
     {
@@ -54,10 +54,10 @@ class GlibVersion : public ::testing::Environment {
 
 int main(int argc, char** argv)
 {
-    // GLib has nothing to complain about, whatever a test does.
+    // Any warning of GLib ends the test.
     g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING));
     ::testing::InitGoogleTest(&argc, argv);
-    // Below the runner's limit, which the presets set.
+    // This is shorter than the runner's limit, which the presets set.
     const char* limit = std::getenv("KIV_TEST_LIMIT");
     ::testing::UnitTest::GetInstance()->listeners().Append(
         new LimitOfEachTest(limit != nullptr ? static_cast<unsigned>(std::atoi(limit)) : 110));

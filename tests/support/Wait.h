@@ -8,19 +8,17 @@
 #include <thread>
 #include <utility>
 
-/*
- * Waiting with a limit: a wait in vain fails the test and says what was waited for. The program's main adds a limit to
- * each test as a whole, for hangs in the code under test.
- */
+// Waits with a limit. A wait in vain fails the test, and the message names the awaited condition. The program's main
+// function also limits each test as a whole, for hangs in the tested code.
 namespace kiv::test {
 
-// Longer than what is waited for takes on a busy machine, and shorter than the runner's limit for a test.
+// This is longer than any awaited condition takes on a busy machine, and shorter than the runner's limit for a test.
 inline constexpr std::chrono::seconds kPatience{60};
 
-// Fails with "waited 60 s for ...". Prints that before it throws, because a destructor may hang in the same fault.
+// Fails with "waited 60 s for ...". Prints that before it throws, because a destructor may hang for the same reason.
 [[noreturn]] void GiveUp(const std::string& awaited);
 
-// Returns when the condition, which is tried every millisecond, holds.
+// Returns when the condition is true. Checks it every millisecond.
 template <typename Condition>
 void WaitUntil(const std::string& awaited, Condition condition)
 {
@@ -33,7 +31,7 @@ void WaitUntil(const std::string& awaited, Condition condition)
     }
 }
 
-// Returns with the lock held when the condition, which is tried at each notification, holds.
+// Returns, with the lock held, when the condition is true. Checks it at each notification.
 template <typename Condition>
 void WaitUntil(
     const std::string& awaited, std::condition_variable& changed, std::unique_lock<std::mutex>& lock,

@@ -61,9 +61,7 @@ int ProtocolVersion()
     return result;
 }
 
-/*
- * The result of a function and what it itself then logs: "E text", with the name of the function left out.
- */
+// The result of a function, and its own lines after a failure: "E text", without the name of the function.
 struct Outcome {
     int result;
     Lines lines;
@@ -78,7 +76,7 @@ protected:
         }
     }
 
-    // What the function itself logged, the same way.
+    // Returns the function's own lines in the same form.
     static Lines OwnTexts(const std::string& function)
     {
         Lines lines = Own(function);
@@ -89,14 +87,14 @@ protected:
     }
 };
 
-// --- A call that is not sent, and one that has no reply -----------------------------------------------------------
+// --- A call that is not sent, and one that has no reply ---
 
 struct Function {
     const char* name;
     int (*call)();
     Lines before;    // its lines before the call
     Outcome notSent; // the server's name has lost its owner
-    Outcome noReply; // and no error either
+    Outcome noReply; // there is neither a reply nor an error
     const char* logger = name;
     const char* method = name;
 };
@@ -355,13 +353,13 @@ TEST_F(ApiFailureTest, ThePlainArrayIsLeftAloneWithoutAReply)
     EXPECT_TRUE(array.IsUntouched());
 }
 
-// --- No memory for the payload ------------------------------------------------------------------------------------
+// --- No memory for the payload ---
 
 struct Allocation {
     const char* name;
-    const char* function; // that logs
+    const char* function; // the function that logs
     int (*call)();
-    Lines sent; // beside the queries for owner and id
+    Lines sent; // besides the queries for owner and id
     Outcome outcome;
 };
 
@@ -391,7 +389,7 @@ int VolumeList()
     return 0;
 }
 
-// Where no bytes are asked for, there may be no memory for them either.
+// If no bytes are asked for, calloc() may return null.
 const Allocation kAllocations[] = {
     {"StartNetworkSpeaker",
      "StartNetworkSpeaker",
@@ -488,11 +486,11 @@ INSTANTIATE_TEST_SUITE_P(Functions, NoMemoryTest, ::testing::ValuesIn(kAllocatio
     return std::string(allocation.param.name);
 });
 
-// --- No place for the reply ---------------------------------------------------------------------------------------
+// --- No place for the reply ---
 
 struct Place {
     const char* name;
-    const char* format; // of what stands in it before the call
+    const char* format; // the format of the preset
     int (*call)();
     Outcome outcome;
 };
@@ -502,7 +500,7 @@ void PrintTo(const Place& place, std::ostream* out)
     *out << place.name;
 }
 
-// They end without a call.
+// These functions end without a call.
 const Place kNeededPlaces[] = {
     {"GetActiveNetSpkInfo", "(ay)", ActiveSpeakers, {-1, {"E (param_out == NULL) return"}}},
     {"GetNetSpkListInfo", "(ay)", SpeakerLists, {-1, {"E (param_out_val == NULL) return"}}},
@@ -537,7 +535,7 @@ INSTANTIATE_TEST_SUITE_P(Functions, NeededPlaceTest, ::testing::ValuesIn(kNeeded
     return std::string(place.param.name);
 });
 
-// They go on without it.
+// These functions go on without the preset.
 const Place kUnneededPlaces[] = {
     {"CanCancelTavrin", "(b)", [] { return CanCancelTavrin() ? 1 : 0; }, {1, {kNoValue, "I bCanCancelTavrin[1]"}}},
     {"PreSelectTavrin", "(b)", [] { return PreSelectTavrin() ? 1 : 0; }, {1, {kNoValue, "I bPreSelectTavrin[1]"}}},
@@ -583,7 +581,7 @@ TEST_F(ApiFailureTest, TheDeviceInfoDoesNotNeedAPlaceForItsReply)
     EXPECT_EQ(GetSoundbarDeviceInfo(identity), 7);
 }
 
-// Nothing was put into the place, and no reply either.
+// There is neither a preset nor a reply.
 TEST_F(ApiFailureTest, TheDeviceInfoSaysThatThePlaceIsEmptyWhereNothingIsSent)
 {
     g_variant.Arm("(ay)");

@@ -30,7 +30,7 @@ std::function<void(GDBusConnection* opened)> g_afterOpening;
 
 using namespace kiv::test;
 
-// Seen by the libraries that call them too.
+// These functions are visible, because libraries that call the originals call them, too.
 #pragma GCC visibility push(default)
 
 extern "C" {

@@ -7,15 +7,13 @@
 #include <mutex>
 #include <string_view>
 
-// What cannot be made to fail from outside: calls that are replaced at link time, and fail when a test says so.
+// Replaces calls at link time, so that a test can make them fail.
 namespace kiv::test {
 
-/*
- * One failure to come, of one of the replaced calls.
- */
+// A failure of one of the replaced calls.
 class Failure {
 public:
-    // Fails the next call that is of this kind, where one is given, or the one after so many others.
+    // Makes the next call of this kind fail, or the one after this number of other calls. Null stands for any kind.
     void Arm(const char* kind = nullptr, int others = 0)
     {
         const std::lock_guard lock(mutex_);
@@ -30,7 +28,7 @@ public:
         return armed_;
     }
 
-    // Whether this call is the one that fails.
+    // Returns whether this call is to fail.
     bool Strikes(const char* kind = "")
     {
         const std::lock_guard lock(mutex_);
@@ -57,15 +55,15 @@ extern Failure g_nodeInfo;
 extern Failure g_bus;      // g_bus_get_sync(): neither connection nor error
 extern Failure g_busError; // g_bus_get_sync(): the error with which an opening ended at another time
 extern Failure g_registration;
-extern Failure g_thread; // the monitor's
+extern Failure g_thread; // pthread_create() for the monitor
 
-// Attempts to create one.
+// The number of attempts to create a monitor thread.
 extern std::atomic<int> g_monitorThreads;
 
-// A thread is about to join another one.
+// Whether a thread is about to join another one.
 extern std::atomic<bool> g_isJoining;
 
-// Runs once, when GIO has opened the next connection with g_initable_init(), before its caller goes on.
+// Runs once, after GIO has opened the next connection with g_initable_init() and before its caller goes on.
 extern std::function<void(GDBusConnection* opened)> g_afterOpening;
 
 } // namespace kiv::test

@@ -20,13 +20,11 @@ using ::testing::IsEmpty;
 
 namespace {
 
-/*
- * The launch threads of this process: which calls on the way to one fail, how many there were, and whether they are
- * over.
- */
+// The launch threads of this process: which calls before their creation fail, how many there were, and whether they
+// have ended.
 class LaunchThreads {
 public:
-    // Error numbers that the calls return; 0 lets them do their work.
+    // The error numbers that the calls return. With 0, they do their work.
     int initFailure = 0;
     int detachFailure = 0;
     int createFailure = 0;
@@ -56,10 +54,8 @@ private:
 
 LaunchThreads g_launch;
 
-/*
- * The attributes of the launch thread. A sanitizer's runtime calls the same functions for threads of all kinds: so a
- * test says when m_CreateThread is about to be called on its thread.
- */
+// The attributes of the launch thread. A sanitizer's runtime calls the same functions for other threads, so a test says
+// when m_CreateThread is about to be called on its thread.
 struct Attributes {
     bool areExpected = false;
     const pthread_attr_t* alive = nullptr;
@@ -72,7 +68,7 @@ thread_local Attributes g_attributes;
 
 extern "C" {
 
-// Put in place of the C library's functions by the linker, which gives those the other names.
+// The linker puts these functions in place of the C library's (--wrap), and gives those the other names.
 int __real_pthread_attr_init(pthread_attr_t*);
 int __real_pthread_attr_setdetachstate(pthread_attr_t*, int);
 int __real_pthread_attr_destroy(pthread_attr_t*);
@@ -138,7 +134,7 @@ void* LaunchThreads::Run(void* self)
     return nullptr;
 }
 
-// Holds a thread up at a line that it logs.
+// Stops a thread at a line that it logs.
 class Stop {
 public:
     explicit Stop(const std::string& line)
@@ -156,7 +152,7 @@ public:
         WaitUntil("the launch thread to be there", changed_, lock, [&] { return reached_; });
     }
 
-    // From now on no thread is held up.
+    // Lets all threads go on, and stops none any more.
     void Release()
     {
         platform_log::OnLine(nullptr);
@@ -201,7 +197,7 @@ std::string CountLine(int count)
     return "I m_MainLaunchPro: g_dbusretrycnt=[" + std::to_string(count) + "]";
 }
 
-// The thread's own lines for passes that end with these counts.
+// Returns the thread's own lines for passes that end with these counts.
 Lines CountedPasses(const std::vector<int>& counts)
 {
     Lines lines;
@@ -211,13 +207,13 @@ Lines CountedPasses(const std::vector<int>& counts)
     return lines;
 }
 
-// All that is logged in one pass while nobody can be started.
+// Returns all lines of one pass while the server cannot be started.
 Lines WholePass(int count)
 {
     return {kMethodEnter, kActivationFailed, kNoProxy, kAbsent, kNoProxy, kUnreached, CountLine(count)};
 }
 
-// What the caller logs up to the decision about the thread.
+// The caller's lines up to the decision about the thread.
 const Lines kFailedCheck = {
     kStart, kAbsent, kNoProxy,
     "E s_pre_checking: !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service"};
@@ -235,7 +231,7 @@ Lines OfOtherThreads()
 
 class LaunchTest : public BusTest {
 protected:
-    // Has the device feature read, which the call that does it logs.
+    // Makes a call read the device feature, and log that.
     static void ReadFeature()
     {
         GetWhetherKivDisabled();
@@ -437,7 +433,7 @@ protected:
         return m_CreateThread();
     }
 
-    // A caller that fails to start the thread, and one that finds that out.
+    // Checks a caller that fails to start the thread, and another that notices that.
     static void ExpectNoThread(const std::string& reason)
     {
         ReadFeature();

@@ -21,7 +21,7 @@ protected:
 
 TEST_F(LinkFailureTest, NoArgumentForTheIdQuery)
 {
-    g_variant.Arm(); // before the first call, which makes it
+    g_variant.Arm(); // before the first call, which creates it
 
     EXPECT_FALSE(client_.m_GetProxyObj(false));
 
@@ -132,7 +132,7 @@ TEST_F(LinkFailureTest, AMonitorThreadThatCannotBeCreatedIsNotTriedAgain)
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
 }
 
-// The host may cancel the thread that waits for the monitor's end.
+// A host may cancel the thread that waits for the monitor's end.
 TEST_F(LinkFailureTest, AWaitForTheMonitorsEndIsOverBeforeItsThreadIsCancelled)
 {
     StartServer();
@@ -173,7 +173,7 @@ TEST_F(LinkFailureTest, AnEventOfAnotherTypeIsAnsweredAndDropped)
 
     EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(5,)", 20000).answered);
 
-    // The answer comes first.
+    // The answer is sent before that.
     platform_log::WaitFor("E NamNotifySubscriber: NULL payload");
     EXPECT_THAT(
         platform_log::OfFunction("NamNotifySubscriber"),

@@ -10,13 +10,13 @@ using namespace kiv::link;
 using namespace kiv::test;
 using ::testing::IsEmpty;
 
-// The library's own connection, at moments that cannot be arranged from outside.
+// Tests of the library's own connection, at moments that cannot be reached from outside.
 namespace own_connection_test {
 namespace {
 
 class OwnConnectionTest : public BusTest {
 protected:
-    // The library is connected, and the connection that the process shares is lost for good.
+    // Connects the library, and loses the connection that the process shares for good.
     OwnConnectionTest()
     {
         StartServer();

@@ -45,7 +45,7 @@ TEST_F(VolumeRequestsTest, AListGoesToTheMethodThatIsNamed)
     const auto bytes = Bytes(control_.Calls().back());
     ASSERT_EQ(bytes.size(), 172U);
     EXPECT_EQ(std::memcmp(bytes.data(), list.data(), 172), 0);
-    // The bytes of a MAC are shown as signed numbers.
+    // The bytes of a MAC address are logged as signed numbers.
     EXPECT_EQ(
         platform_log::OfTestThread(),
         Logged(

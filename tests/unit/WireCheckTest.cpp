@@ -18,9 +18,9 @@ namespace {
 
 constexpr std::uint32_t kLongestArray = 64 * 1024 * 1024;
 
-// --- Random values ------------------------------------------------------------------------------------------------
+// --- Random values ---
 
-// A value whose data GLib is told to trust.
+// Returns a value whose data GLib does not check.
 GVariant* Trusted(const char* type, const void* data, gsize size)
 {
     GBytes* const bytes = g_bytes_new(data, size);
@@ -29,7 +29,7 @@ GVariant* Trusted(const char* type, const void* data, gsize size)
     return value;
 }
 
-// Makes values of all types, of which some are such that D-Bus has no message for them. It knows of each whether it is.
+// Makes values of all types. D-Bus has no message for some of them, and the object knows for which.
 class RandomValues {
 public:
     explicit RandomValues(unsigned seed) : random_(seed) {}
@@ -42,7 +42,7 @@ public:
     Arguments Next()
     {
         isSendable_ = true;
-        // Half of them have nothing wrong with them.
+        // Half of the values are valid.
         wrongs_ = static_cast<int>(Below(2));
         std::vector<GVariant*> members(Below(5));
         for (GVariant*& member : members) {
@@ -54,7 +54,7 @@ public:
 private:
     std::size_t Below(std::size_t limit) { return static_cast<std::size_t>(random_() % limit); }
 
-    // Whether something is to be wrong here.
+    // Returns whether something is to be wrong here.
     bool IsWrong()
     {
         const bool isWrong = wrongs_ > 0 && Below(10) == 0;
@@ -160,7 +160,7 @@ private:
 
     GVariant* Number(const std::string& type)
     {
-        // None is longer; a truth value has to be one.
+        // No number is longer. A boolean must be 0 or 1.
         const std::uint64_t bits = type == "b" ? Below(2) : random_();
         const gsize size = g_variant_get_size(
             Sink(g_variant_new_from_data(G_VARIANT_TYPE(type.c_str()), nullptr, 0, FALSE, nullptr, nullptr)).get());
@@ -179,7 +179,7 @@ MessageOwner NewCall(const char* destination, GVariant* body)
     return message;
 }
 
-// The message's bytes, as GIO would send them.
+// Returns the message's bytes, as GIO would send them.
 std::string Serialise(GVariant* body)
 {
     const MessageOwner message = NewCall("a.b", body);
@@ -201,7 +201,7 @@ std::uint32_t NumberAt(const std::string& message, std::size_t offset)
     return GUINT32_FROM_LE(number);
 }
 
-// The length of an array that is the first argument.
+// Returns the length of an array that is the first argument.
 std::uint32_t ArrayLength(const std::string& message)
 {
     constexpr std::size_t kHeaderLengthAt = 12;
@@ -209,21 +209,19 @@ std::uint32_t ArrayLength(const std::string& message)
     return NumberAt(message, (kHeaderStart + NumberAt(message, kHeaderLengthAt) + 7) / 8 * 8);
 }
 
-/*
- * A bus that carries all that D-Bus allows, and closes the connection for all else.
- */
+// A bus that carries every message that D-Bus allows, and closes the connection for any other.
 class WireCheckTest : public BusTest {
 protected:
     WireCheckTest() : BusTest({.extraConfig = kLongMessages}) { trace_.reset(); }
 
-    // Whether the bus takes a message with that body: the connection serves on.
+    // Returns whether the bus accepts a message with that body, so that the connection stays open.
     bool IsTaken(GVariant* body)
     {
         if (!connection_) {
             connection_.emplace(bus_.Address());
         }
         const MessageOwner message = NewCall("org.lumra.tv.nobody", body);
-        // The bus answers, if it does, that there is nobody of that name.
+        // If the bus accepts the message, it answers that the name has no owner.
         const MessageOwner reply(g_dbus_connection_send_message_with_reply_sync(
             connection_->Get(), message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, -1, nullptr, nullptr, nullptr));
         const bool isTaken = reply != nullptr;
@@ -240,7 +238,7 @@ protected:
         EXPECT_TRUE(IsTaken(value.get()));
     }
 
-    // For one reason, and the bus does not take it indeed.
+    // Expects that the arguments cannot be sent for this reason, and that the bus refuses them.
     void ExpectUnsendable(GVariant* arguments, const char* reason)
     {
         const VariantOwner value = Sink(arguments);
@@ -276,7 +274,7 @@ TEST_P(RandomWireCheckTest, WhatItAcceptsIsWhatTheBusTakes)
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomWireCheckTest, ::testing::Range(1U, 6U));
 
-// --- Depths and signatures ----------------------------------------------------------------------------------------
+// --- Depths and signatures ---
 
 constexpr const char* kTooDeep = "a value that is nested more deeply than D-Bus allows";
 
@@ -312,7 +310,7 @@ TEST_F(WireCheckTest, AsManyArraysAndStructsAsASignatureMayHave)
     ExpectSendable(Tuple(Nested(32, Array, Nested(32, Tuple))));
     ExpectSendable(Tuple(Nested(32, Dictionary)));
     ExpectUnsendable(Tuple(Nested(33, Dictionary)), kTooDeep);
-    // An entry of a dictionary is not a struct.
+    // A dictionary entry is not a struct.
     ExpectSendable(Tuple(Nested(16, Dictionary, Nested(32, Tuple))));
 }
 
@@ -352,7 +350,7 @@ TEST_F(WireCheckTest, AnEntryStandsInAnArrayOnly)
         Tuple(g_variant_new_variant(g_variant_new_dict_entry(g_variant_new_byte(1), g_variant_new_byte(2)))), kEntry);
 }
 
-// --- Arrays on both sides of their limit --------------------------------------------------------------------------
+// --- Arrays on both sides of their limit ---
 
 GVariant* Zeroes(const char* type, std::size_t bytes)
 {
@@ -367,7 +365,7 @@ GVariant* Strings(std::size_t count, std::size_t length)
     return g_variant_new_strv(texts.data(), static_cast<gssize>(count));
 }
 
-// An array whose elements are a MiB each on the wire, but for the last, with which the array has its length.
+// Returns an array whose elements have a MiB each on the wire. The last one gives the array its length.
 GVariant* Elements(const char* type, std::size_t length, GVariant* (*makeElement)(std::size_t wireLength, bool isLast))
 {
     constexpr std::size_t kElement = 1024 * 1024;
@@ -382,9 +380,9 @@ GVariant* Elements(const char* type, std::size_t length, GVariant* (*makeElement
 
 struct ArrayCase {
     const char* name;
-    GVariant* (*make)(std::size_t wireLength); // as long, or as short of it as its elements are
-    std::size_t next;                          // bytes by which it may be longer
-    bool isSent = true;                        // its elements are not so many that the bus takes its time
+    GVariant* (*make)(std::size_t wireLength); // the longest array up to this length that its elements allow
+    std::size_t next;                          // the bytes that the next longer array has in addition
+    bool isSent = true;                        // false if its elements are so many that the bus would take long
 };
 
 void PrintTo(const ArrayCase& array, std::ostream* out)
@@ -399,9 +397,9 @@ const ArrayCase kArrays[] = {
     {"Numbers", [](std::size_t length) { return Zeroes("ai", length); }, 4},
     {"Long", [](std::size_t length) { return Zeroes("at", length); }, 8},
     {"Doubles", [](std::size_t length) { return Zeroes("ad", length); }, 8},
-    // A length, 59 characters and the NUL.
+    // Each has a length, 59 characters and the NUL.
     {"Strings", [](std::size_t length) { return Strings(length / 64, 59); }, 64},
-    // Three bytes of padding follow each but the last.
+    // Three bytes of padding follow each element except the last.
     {"PaddedStrings",
      [](std::size_t length) {
          return Elements("as", length, [](std::size_t wireLength, bool isLast) {
@@ -409,7 +407,7 @@ const ArrayCase kArrays[] = {
          });
      },
      1},
-    // And seven of them, where the length of a string would need three.
+    // There are seven bytes of padding, where the length of a string would need three.
     {"PaddedStructs",
      [](std::size_t length) {
          return Elements("a(s)", length, [](std::size_t wireLength, bool isLast) {
@@ -424,7 +422,7 @@ const ArrayCase kArrays[] = {
          });
      },
      1},
-    // A length, 254 characters and the NUL.
+    // Each has a length, 254 characters and the NUL.
     {"Signatures",
      [](std::size_t length) {
          const std::string signature(254, 'y');
@@ -437,7 +435,7 @@ const ArrayCase kArrays[] = {
          return Elements("aay", length, [](std::size_t wireLength, bool) { return Zeroes("ay", wireLength - 4); });
      },
      1},
-    // A byte, the variant's signature behind it, padding, and the length of its array.
+    // Each has a byte, the variant's signature, padding, and the length of its array.
     {"StructsWithVariants",
      [](std::size_t length) {
          return Elements("a(yv)", length, [](std::size_t wireLength, bool) {
@@ -456,7 +454,7 @@ const ArrayCase kArrays[] = {
 
 TEST_F(WireCheckTest, AsMuchAsAMessageMayHave)
 {
-    // With length and NUL, and a little left for a header of any length.
+    // This includes length and NUL, and leaves room for a header of any length.
     constexpr std::size_t kLongest = 2 * kLongestArray - 2048 - 5;
     constexpr const char* kTooMuch = "arguments of over 128 MiB, which D-Bus does not allow";
     const auto text = [](std::size_t length) { return Tuple(g_variant_new_take_string(g_strnfill(length, 'x'))); };

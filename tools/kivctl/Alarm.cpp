@@ -7,7 +7,7 @@ namespace kiv::ctl {
 
 Alarm::Alarm(std::chrono::milliseconds limit, std::function<void()> ring)
 {
-    // Signals are for the other threads.
+    // The alarm's thread blocks all signals, so that other threads handle them.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);

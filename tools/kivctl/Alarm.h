@@ -8,8 +8,8 @@
 
 namespace kiv::ctl {
 
-// Calls a function on a thread of its own when the time is up, unless it is destroyed before. The destructor waits for
-// a function that runs.
+// Calls a function on a thread of its own when the time is up, unless the object is destroyed before. The destructor
+// waits for a function that runs.
 class Alarm {
 public:
     Alarm(std::chrono::milliseconds limit, std::function<void()> ring);

@@ -14,24 +14,24 @@ namespace {
 constexpr const char* kFooter = R"(Exit codes:
   0  done; doctor: no problem found; monitor: events could come, at least for a while
   1  the library reported a failure, doctor found one, or the output could not be
-     written; monitor: events never could come, the server refused them, or the bus
+     written; monitor: events could never come, the server refused them, or the bus
      was lost
   2  bad arguments; nothing was sent
   3  this device has no network speakers
-  4  it took longer than --timeout allows
+  4  the command took longer than --timeout allows
 
-Where a function of the library returns the same after a failure as after a success,
-or nothing, kivctl takes the failure from the library's log: "sent" means that the
-server has taken the request, and "no" that it has said so. The lines of the log are
-shown on stderr when a request failed, and always with --verbose or where
-KIV_LOG_LEVEL is set.
+Some functions of the library return the same value after a failure and after a
+success, or return nothing. kivctl then reads from the library's log whether the
+request failed. So "sent" means that the server has taken the request, and "no" means
+that the server has said no. If a request failed, kivctl shows the lines of the log on
+stderr. With --verbose, or if KIV_LOG_LEVEL is set, it always shows them.
 
 monitor ends within about a second after Ctrl-C, SIGTERM or the time of --for, also
 while the server or the bus hangs.
 
-With --json, stdout carries nothing but JSON, one object a line. A command that
-fails says why in "error" and, where there is something to do about it, that in
-"advice". Its exit code is the same as without --json.)";
+With --json, stdout has nothing but JSON, one object a line. If a command fails,
+"error" says why, and "advice" says what to do if something can be done. The exit code
+is the same as without --json.)";
 
 std::vector<Command> Joined(std::initializer_list<std::vector<Command>> families)
 {
@@ -74,8 +74,7 @@ std::vector<Command> Commands()
         DeviceCommands(),
         {{"call",
           "Call a function of the library by its name; its arguments come in the order of C, but the IP address and "
-          "others "
-          "that have a default are options",
+          "other arguments with a default are options",
           nullptr, Functions()}},
     });
 }
@@ -104,7 +103,8 @@ Result ShowHelp(const CLI::App& app, const std::vector<std::string>& words)
     if (const std::string reason = UnknownWordText(app, words); !reason.empty()) {
         throw BadArguments(reason);
     }
-    // The help of a command that has been parsed is that of its own last command.
+    // The formatter makes the help, because CLI11's help() of a parsed command returns that of its last parsed
+    // subcommand.
     const CLI::App* command = ReadWords(app, words).command;
     std::string help =
         command->get_formatter()->make_help(command, "kivctl" + PathOf(*command), CLI::AppFormatMode::Normal);
@@ -133,7 +133,7 @@ void Declare(CLI::App& app, Request& request)
     app.require_subcommand(0, 1);
     app.fallthrough();
     app.add_flag("--json", request.json, "Write JSON instead of text");
-    app.add_flag("--timing", request.timing, "Show how long it took");
+    app.add_flag("--timing", request.timing, "Show how long the command took");
     AddParsed(app, "--timeout", request.timeout, ParseSeconds, "Give up after SECONDS, such as 0.5")
         ->type_name("SECONDS");
     app.add_flag("--verbose", request.verbose, "Show all that the library logs (KIV_LOG_LEVEL=debug)");
@@ -141,7 +141,7 @@ void Declare(CLI::App& app, Request& request)
         AddCommand(app, "", command, request.choice);
     }
     AddHelp(app, request.choice);
-    // Commands take over a footer that is there before them.
+    // The footer is set last, because commands inherit a footer that is set before they are added.
     app.footer(kFooter);
 }
 

@@ -16,7 +16,7 @@ struct Choice {
     Asks asks = Asks::kNobody;
 };
 
-// What the command line says.
+// The values that the command line sets.
 struct Request {
     Choice choice;
     bool json = false;
@@ -25,7 +25,7 @@ struct Request {
     std::optional<std::chrono::milliseconds> timeout;
 };
 
-// Declares every command and option; the request gets what is read.
+// Declares every command and option. Parsing writes the values into the request.
 void Declare(CLI::App& app, Request& request);
 
 } // namespace kiv::ctl

@@ -35,7 +35,7 @@ void AddMac(CLI::App& app, Mac& mac)
 void AddPayload(CLI::App& app, PayloadArguments& arguments)
 {
     app.add_option("HEX", arguments.hex, "The bytes, two hex digits each")->type_name("");
-    app.add_option("--file", arguments.file, "File that holds the bytes instead")->type_name("FILE");
+    app.add_option("--file", arguments.file, "File that holds the bytes, in place of HEX")->type_name("FILE");
 }
 
 std::string PayloadOf(const PayloadArguments& arguments, size_t headLength)
@@ -79,7 +79,7 @@ Json ParseJson(const std::string& text)
     try {
         return Json::parse(text);
     } catch (const Json::exception& error) {
-        // Its texts begin like "[json.exception.parse_error.101] ".
+        // The texts begin with "[json.exception.parse_error.101] " or similar.
         const char* reason = std::strstr(error.what(), "] ");
         throw BadArguments(reason == nullptr ? error.what() : reason + 2);
     }

@@ -38,7 +38,8 @@ GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments,
 
 bool StartServer(GDBusConnection* bus, GError** error)
 {
-    // The bus refuses to start what it cannot, even if that runs.
+    // The owner is checked first, because the bus refuses to start a program that it has no service file for, even if
+    // it runs.
     if (!OwnerOf(bus, kServerName).empty()) {
         return true;
     }
@@ -108,7 +109,7 @@ bool AwaitOwner(GDBusConnection* bus, const std::string& name)
 
 std::string NoOwnerText(const std::string& name)
 {
-    return fmt::format("nobody owns the bus name {}, which the bus may deny to this user", name);
+    return fmt::format("nobody owns the bus name {}, and the bus may not let this user own it", name);
 }
 
 } // namespace kiv::ctl

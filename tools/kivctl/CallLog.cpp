@@ -18,11 +18,12 @@ namespace {
 
 using PlatformsPrint = int (*)(int logId, int priority, const char* tag, const char* format, ...);
 
-// The platform's numbers.
+// The platform's log priorities.
 constexpr int kInfoPriority = 4;
 constexpr int kErrorPriority = 6;
 
-// The library logs at exit, too, when objects that have a destructor are gone.
+// The struct has no destructor, because the library logs at exit, too, when thread-local objects with one are
+// destroyed.
 struct LastCall {
     bool firstAttemptFailed;
     bool requestFailed;
@@ -42,7 +43,7 @@ void SetCallFailure(const std::string& reason)
     SetCallReason(reason);
 }
 
-// The texts in the brackets of a line, such as "[NAM_API] Error: method [%s],[%s]...".
+// Returns the texts in the brackets of a line such as "[NAM_API] Error: method [%s],[%s]...".
 std::vector<std::string> InBrackets(std::string_view text)
 {
     std::vector<std::string> texts;
@@ -54,7 +55,7 @@ std::vector<std::string> InBrackets(std::string_view text)
     return texts;
 }
 
-// The reason of "[NAM_API] Error: method [%s],[%s]...", which may have brackets itself.
+// Returns the reason in "[NAM_API] Error: method [%s],[%s]...". The reason may itself have brackets.
 std::string ReasonOfError(std::string_view text)
 {
     constexpr std::string_view kBegin = "],[";
@@ -63,7 +64,7 @@ std::string ReasonOfError(std::string_view text)
     return std::string(text.substr(begin, text.rfind(kEnd) - begin));
 }
 
-// Goes by the beginnings of lines, because a server has its own words in others.
+// Looks only at the beginnings of lines, because the rest may be a text of the server.
 void ReadError(std::string_view text)
 {
     if (text.starts_with("!!! ERROR ns_proxy.GetProxy()")) {
@@ -77,14 +78,14 @@ void ReadError(std::string_view text)
             SetCallFailure(fmt::format("the answer must be of the D-Bus type {}, got {}", parts[2], parts[3]));
         }
     } else if (text.starts_with("MethodCall Error") || text.starts_with("[NAM_API] MethodCall")) {
-        // The library goes on after a line that ends so.
+        // After a line that ends with " Error!", the library goes on.
         t_lastCall.requestFailed = t_lastCall.requestFailed || !text.ends_with(" Error!");
     } else if (text.starts_with("[NAM_API] Cannot get ") && !t_lastCall.requestFailed) {
         SetCallFailure("the server answered -1");
     }
 }
 
-// A line is "FILE: FUNCTION(LINE) > TEXT".
+// Reads a line "FILE: FUNCTION(LINE) > TEXT".
 void ReadLogLine(int priority, std::string_view line)
 {
     constexpr std::string_view kBeforeText = ") > ";
@@ -114,7 +115,7 @@ bool FirstAttemptFailed()
 
 } // namespace kiv::ctl
 
-// The library finds this one before the platform's.
+// The dynamic linker resolves the library's calls to this function, and not to the platform's.
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 int __dlog_print(int logId, int priority, const char* tag, const char* format, ...)
 {

@@ -12,7 +12,7 @@
 namespace kiv::ctl {
 namespace {
 
-// The filter runs on GLib's thread.
+// Guards the variables below, because GLib runs the filter on a thread of its own.
 std::mutex g_seenMutex;
 SeenCalls g_seen;
 SeenCalls g_seenInFirstAttempt;
@@ -117,7 +117,7 @@ void WatchCalls()
         g_seen.noBus = error->message;
         return;
     }
-    // GLib would end the process when the bus goes.
+    // Otherwise GLib would end the process when the bus is lost.
     g_dbus_connection_set_exit_on_close(bus, FALSE);
     g_dbus_connection_add_filter(bus, See, nullptr, nullptr);
     g_watched = bus;

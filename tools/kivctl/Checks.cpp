@@ -25,15 +25,15 @@ namespace kiv::ctl {
 namespace {
 
 constexpr int kEndpointLimitMs = 5000;
-constexpr int kServerLimitMs = 8000; // the library's
+constexpr int kServerLimitMs = 8000; // the library's limit
 constexpr int kConnectLimitMs = 8000;
-constexpr int kBusLimitMs = 25000; // GLib's, and dbus-daemon's for a server that it starts
+constexpr int kBusLimitMs = 25000; // GLib's limit, and dbus-daemon's for a server that it starts
 constexpr unsigned kDoNotQueue = 4;
 constexpr const char* kSubscription = "kivctl-doctor";
-constexpr int32_t kTestEvent = 0x4b495644; // nobody else's
+constexpr int32_t kTestEvent = 0x4b495644; // an id that no server uses
 
 constexpr const char* kMendSocket =
-    "the rights of the bus's socket, or of a folder on its path, keep this user out: let all users write to the socket";
+    "this user may not use the bus's socket, or a folder on its path: let all users write to the socket";
 constexpr const char* kMendFeature =
     "on a TV, its maker sets com.molvane/featureconf/kiv_multi_ch_support, for which the library asks the platform; on "
     "another machine, have the file that KIV_SYSTEM_INFO_FILE names say kiv_multi_ch_support=true in its "
@@ -57,13 +57,13 @@ std::string NoAnswer(int limitMs)
     return fmt::format("no answer within {} s", limitMs / 1000);
 }
 
-// A D-Bus error keeps its name, and a missing answer is told with the limit that it had.
+// Returns the name and text of a D-Bus error, or the limit of the wait if there was no answer.
 std::string ReasonOf(GError* error, int limitMs)
 {
     return IsSilence(error) ? NoAnswer(limitMs) : ErrorText(error);
 }
 
-// A call of the bus itself that failed.
+// Returns the finding for a failed call of the bus itself.
 Finding BusProblem(const std::string& what, GError* error, const char* advice)
 {
     if (IsSilence(error)) {
@@ -75,7 +75,7 @@ Finding BusProblem(const std::string& what, GError* error, const char* advice)
     return {State::kProblem, fmt::format("{}: {}", what, ErrorText(error)), advice};
 }
 
-// A call of a peer on the bus that failed. The subject begins a sentence.
+// Returns a sentence about a failed call of a peer, which is the subject.
 std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
 {
     return g_dbus_error_is_remote_error(error) != FALSE
@@ -83,10 +83,10 @@ std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
                : fmt::format("{} cannot be asked: {}", peer, ReasonOf(error, limitMs));
 }
 
-// An answer that must be a client id.
+// Returns the finding for an answer that is not a client id.
 Finding NoId(const std::string& answer, const std::string& type)
 {
-    return {State::kProblem, fmt::format("{} {} where a client id is due", answer, type), kUseThisInterface};
+    return {State::kProblem, fmt::format("{} {} instead of a client id", answer, type), kUseThisInterface};
 }
 
 std::optional<unsigned> UidOf(GDBusConnection* bus, const char* name)
@@ -113,14 +113,14 @@ std::string UserOf(GDBusConnection* bus, const char* name)
     return found != nullptr ? found->pw_name : fmt::format("{}", *uid);
 }
 
-// The policy knows users. What it denies to this process it denies to a server of the same user.
+// Returns whether this process has the server's user. The bus applies the same rules to all processes of a user.
 bool IsServersUser(GDBusConnection* bus)
 {
     const std::optional<unsigned> own = UidOf(bus, g_dbus_connection_get_unique_name(bus));
     return own && own == UidOf(bus, kServerName);
 }
 
-// Another user's events say nothing about the server's.
+// Returns a note: the events of this user do not prove that the server's events arrive.
 Finding UnprovenEvents(GDBusConnection* bus, const char* text)
 {
     const std::string user = UserOf(bus, kServerName);
@@ -131,20 +131,21 @@ Finding UnprovenEvents(GDBusConnection* bus, const char* text)
     return finding;
 }
 
-// An event that the bus has not let through.
+// Returns the finding for an event that the bus has refused.
 Finding DeniedEvent(GDBusConnection* bus, GError* error)
 {
     const std::string user = UserOf(bus, kServerName);
-    // dbus-daemon says "Rejected send message" otherwise.
+    // When it is the sender who must not send, dbus-daemon says "Rejected send message".
     const bool isReceiver = std::strstr(error->message, "Rejected receive message") != nullptr;
     if (!isReceiver && !IsServersUser(bus)) {
-        return UnprovenEvents(bus, "the bus lets this user send none, which is as it should be for all but the server");
+        return UnprovenEvents(
+            bus, "the bus lets this user send no event, as it should: only the server may send events");
     }
     return {
         State::kProblem,
         fmt::format(
             "the bus lets {}: {}",
-            isReceiver ? "this user receive none" : fmt::format("{}, the server's user, send none", user),
+            isReceiver ? "this user receive no event" : fmt::format("{}, the server's user, send no event", user),
             ErrorText(error)),
         fmt::format(
             "have the policy of the bus let {} send nam_notify_subscriber, and clients receive it, as "
@@ -196,7 +197,7 @@ Finding Checks::Feature()
 
 Finding Checks::Bus()
 {
-    // GLib itself sets no limit to a connection that is being opened.
+    // GLib sets no limit for opening a connection.
     g_autoptr(GCancellable) cancellable = g_cancellable_new();
     g_autoptr(GError) error = nullptr;
     {
@@ -226,7 +227,7 @@ Finding Checks::ClientName()
     if (reply == nullptr) {
         return BusProblem("may not be owned", error, kInstallPolicy);
     }
-    return {State::kOk, "the bus lets this user own one"};
+    return {State::kOk, "the bus lets this user own a client's name"};
 }
 
 Finding Checks::Activation()
@@ -234,7 +235,7 @@ Finding Checks::Activation()
     g_autoptr(GError) error = nullptr;
     g_autoptr(GVariant) reply = CallBus(bus_, "ListActivatableNames", nullptr, &error);
     if (reply == nullptr) {
-        Finding finding = BusProblem("the bus does not tell what it can start", error, "see the policy of the bus");
+        Finding finding = BusProblem("the bus does not say what it can start", error, "see the policy of the bus");
         finding.state = finding.isOfBus ? State::kProblem : State::kNote;
         return finding;
     }
@@ -246,7 +247,8 @@ Finding Checks::Activation()
     const bool runs = !OwnerOf(bus_, kServerName).empty();
     return {
         runs ? State::kNote : State::kProblem,
-        runs ? "the bus cannot start the server; nobody will if it ends" : kCannotStartServer, kInstallServiceFile};
+        runs ? "the bus cannot start the server; if the server ends, it stays away" : kCannotStartServer,
+        kInstallServiceFile};
 }
 
 Finding Checks::Server()
@@ -285,8 +287,8 @@ std::string Checks::ServerAdvice(const std::string& error)
     if (error.empty()) {
         const unsigned process = ProcessOf(bus_, kServerName);
         return fmt::format(
-            "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or see in its own log what "
-            "keeps it busy",
+            "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or look into its own log to "
+            "see what keeps it busy",
             process, process);
     }
     const std::string advice = ServerErrorAdvice(error);
@@ -318,7 +320,7 @@ Finding Checks::ClientId()
 {
     if (!ClientNames(id_).Fit()) {
         return {
-            State::kProblem, fmt::format("\"{}\" makes no D-Bus name, so no events can come", id_),
+            State::kProblem, fmt::format("\"{}\" does not fit into a D-Bus name, so no events can come", id_),
             "have the server give ids of letters, digits and '_', not too long"};
     }
     return {State::kOk, fmt::format("\"{}\"", id_)};
@@ -326,7 +328,7 @@ Finding Checks::ClientId()
 
 Finding Checks::Subscription()
 {
-    // The library tells neither the answer nor why there is none.
+    // The calls are watched, because the library returns neither the answer nor the reason why there is none.
     WatchCalls();
     subscribed_ = SubscribeNamServiceCallback(kSubscription, OnEvent) == 1;
     return subscribed_ ? LookAtSubscription() : WhyNotSubscribed();
@@ -348,9 +350,9 @@ Finding Checks::LookAtSubscription()
                 "the server answers the subscription with the client id \"{}\", but gave \"{}\" before, for which "
                 "alone the library receives events",
                 call->text, id_),
-            "have the server keep the id of a process as long as that lives"};
+            "have the server keep the id of a process as long as the process lives"};
     }
-    return {State::kOk, "the server promises events"};
+    return {State::kOk, "the server accepts the subscription"};
 }
 
 Finding Checks::WhyNotSubscribed()
@@ -365,11 +367,11 @@ Finding Checks::WhyNotSubscribed()
             "have the policy of the bus allow calls of org.freedesktop.DBus, NameHasOwner above all"};
     }
     if (!seen.server || seen.server->outcome == SeenCall::Outcome::kAnswered) {
-        return {State::kProblem, "the library could not subscribe", kSeeTheLibrarysLog};
+        return {State::kProblem, "the library has not subscribed", kSeeTheLibrarysLog};
     }
     const std::string& error = seen.server->error;
     const char* refused =
-        seen.server->method == kSubscribeMethod ? "promises no events" : "gives the library no client id";
+        seen.server->method == kSubscribeMethod ? "refuses the subscription" : "gives the library no client id";
     const std::string text =
         error.starts_with(kNoReply)
             ? fmt::format("{} {}", FailedBy("the server", error), seen.server->method)
@@ -377,7 +379,8 @@ Finding Checks::WhyNotSubscribed()
     return {State::kProblem, text, ServerAdvice(error)};
 }
 
-// The library serves its object from a thread of its own, some time after the subscription.
+// Waits for the client's bus name, because the library's monitor thread serves the object some time after the
+// subscription.
 Finding Checks::Endpoint()
 {
     const ClientNames client(id_);
@@ -396,7 +399,7 @@ Finding Checks::Endpoint()
     if (std::cmp_not_equal(process, getpid())) {
         return {
             State::kProblem,
-            fmt::format("{} is owned by process {}, which gets this one's events", client.name, process),
+            fmt::format("{} is owned by process {}, which gets the events of this process", client.name, process),
             "have the server give each process an id of its own"};
     }
     return {State::kOk, "the library serves " + client.path};
@@ -416,12 +419,12 @@ Finding Checks::Events()
         return {State::kProblem, PeerFailed("the library", error, kEndpointLimitMs), kSeeTheLibrarysLog};
     }
     if (!WaitUntil([] { return g_eventCame.load(); }, std::chrono::milliseconds(kEndpointLimitMs))) {
-        return {State::kProblem, "one that was sent did not arrive", kSeeTheLibrarysLog};
+        return {State::kProblem, "a test event was sent, but did not arrive", kSeeTheLibrarysLog};
     }
     if (!IsServersUser(bus_)) {
-        return UnprovenEvents(bus_, "one that this user sent arrived, but the bus may refuse the server's");
+        return UnprovenEvents(bus_, "a test event of this user arrived, but the bus may refuse the server's events");
     }
-    return {State::kOk, "one that was sent arrived"};
+    return {State::kOk, "a test event arrived"};
 }
 
 void Checks::Unsubscribe()

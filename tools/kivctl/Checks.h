@@ -15,12 +15,12 @@ struct Finding {
     State state;
     std::string text;
     std::string advice = {};
-    bool isOfBus = false;      // the bus itself does not answer any more, so no other check of it makes sense
-    bool hindersOthers = true; // as a problem: the checks that need this one make no sense
-    bool isUnproven = false;   // as a note: the step may fail in a way that this process cannot see
+    bool isOfBus = false;      // the bus does not answer any more, so all checks that need it are left out
+    bool hindersOthers = true; // a problem here: the checks that need this one are left out
+    bool isUnproven = false;   // a note here: the step may fail in a way that this process cannot see
 };
 
-// The steps of the way that calls and events take. A step needs earlier ones to have succeeded, and kChecks names them.
+// Checks the steps of calls and events. A step needs earlier ones to have succeeded; AllChecks() names them.
 class Checks {
 public:
     Checks() = default;
@@ -39,12 +39,12 @@ public:
     Finding Endpoint();
     Finding Events();
 
-    // Takes the subscription back, if there is one.
+    // Takes the subscription back if there is one.
     void Unsubscribe();
 
 private:
     GVariant* AskForId(GError** error);
-    // The advice for an answer that is the error "NAME: TEXT", and for no answer if that is empty.
+    // Returns the advice for the answer "NAME: TEXT" of an error, or for no answer if it is empty.
     std::string ServerAdvice(const std::string& error);
     Finding LookAtSubscription();
     Finding WhyNotSubscribed();
@@ -56,16 +56,16 @@ private:
 
 struct Check {
     const char* subject;
-    const char* pending; // what is awaited
-    int limitSeconds;    // of the wait; 0 for a check that asks nobody
+    const char* pending; // the thing that the check waits for
+    int limitSeconds;    // of the wait, or 0 for a check that asks no peer
     std::vector<const char*> needs;
     Finding (Checks::*examine)();
 };
 
-// In the order in which they are made.
+// Returns the checks in the order in which they are made.
 const std::vector<Check>& AllChecks();
 
-// The wait of Unsubscribe.
+// The thing that Unsubscribe() waits for, and for how long.
 inline constexpr const char* kUnsubscribePending = "taking the subscription back";
 inline constexpr int kUnsubscribeLimitSeconds = 24;
 

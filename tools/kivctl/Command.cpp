@@ -14,7 +14,7 @@ namespace {
 
 using Outcome = SeenCall::Outcome;
 
-constexpr const char* kIdMethod = "check_dbus_connection"; // the first call on the server
+constexpr const char* kIdMethod = "check_dbus_connection"; // the library's first call of the server
 constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
 constexpr const char* kBusIsSilent = "the system bus does not answer";
 constexpr const char* kConnectionIsLost = "the connection to the system bus is lost";
@@ -32,10 +32,10 @@ bool Is(const std::optional<SeenCall>& call, Outcome outcome)
 
 std::string BusDoesNotTell(const SeenCalls& seen)
 {
-    return "the bus does not tell whether the server runs: " + seen.ownerQuery->error;
+    return "the bus does not say whether the server runs: " + seen.ownerQuery->error;
 }
 
-// Says why the library has not reached the server. A command that has not called the library has a reason of its own.
+// Returns why the library did not reach the server. A command that has not called the library gives its own reason.
 Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
 {
     const auto failed = [](const std::string& text) { return Reason{kFailed, text, kDoctorTellsWhy}; };
@@ -68,11 +68,11 @@ Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
                          kFailed, "the network-speaker server answers with the error " + seen.server->error,
                          kServersLogTellsWhy};
     default:
-        return failed(fmt::format("the network-speaker server answers {} where a client id is due", seen.server->type));
+        return failed(fmt::format("the network-speaker server answers {} instead of a client id", seen.server->type));
     }
 }
 
-// Says why a request failed that the library has sent, or would have sent, over a server that it had reached.
+// Returns why a request failed although the library had reached the server.
 Reason WhyRequestFailed(const std::string& function, const std::string& libraryReason, const SeenCalls& seen)
 {
     if (seen.lost) {
@@ -90,7 +90,7 @@ Reason WhyRequestFailed(const std::string& function, const std::string& libraryR
     if (!seen.server || seen.server->method == kIdMethod) {
         return {kFailed, libraryReason, "--verbose shows the library's log"};
     }
-    // A function may make several requests.
+    // The method is named if it is not the function's own, because a function may make several requests.
     const std::string method = seen.server->method == function ? "" : seen.server->method + ' ';
     switch (seen.server->outcome) {
     case Outcome::kUnanswered:
@@ -115,7 +115,7 @@ Reason WhyNotSent(const SeenCalls& seen, const std::string& ownReason)
     return WhyNotReached(seen, ownReason);
 }
 
-// The refusal is that of a request which got its answer.
+// Returns why a function failed. The refusal is the reason if the request got its answer.
 Reason WhyFailed(const char* function, const Refusal& refusal)
 {
     if (!ServerReached()) {
@@ -126,14 +126,14 @@ Reason WhyFailed(const char* function, const Refusal& refusal)
                    : Reason{kFailed, refusal.reason, refusal.advice};
 }
 
-// Says what a command waits for.
+// Returns what a command still waits for.
 Reason WhyNotDone(const SeenCalls& seen)
 {
     if (seen.connecting || Is(seen.ownerQuery, Outcome::kUnanswered)) {
         return {kTimedOut, kBusIsSilent, kDoctorTellsWhy};
     }
     if (!Is(seen.server, Outcome::kUnanswered)) {
-        return {kTimedOut, seen.server ? "it waits for events" : "it has not come to ask the server", ""};
+        return {kTimedOut, seen.server ? "kivctl waits for events" : "it has not asked the server yet", ""};
     }
     const bool isFirst = seen.server->method == kIdMethod;
     return {
@@ -199,7 +199,7 @@ Result TimedOut(const std::string& command, std::chrono::milliseconds limit, Ask
 {
     return Fail(
         fmt::format("{}: not done within {} ms", command, limit.count()),
-        asks == Asks::kNobody ? Reason{kTimedOut, "it waits for its input", ""} : WhyNotDone(CallsSeen()),
+        asks == Asks::kNobody ? Reason{kTimedOut, "kivctl waits for its input", ""} : WhyNotDone(CallsSeen()),
         Json::object());
 }
 

@@ -20,76 +20,84 @@ enum ExitCode {
     kTimedOut = 4,
 };
 
-// Thrown by a command before it has sent anything.
+// A command throws this before it has sent anything.
 class BadArguments : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// The advice where a failure lies on the way that doctor goes. Of a single request doctor knows nothing.
+// The advice for a failure in a step that kivctl doctor checks. It does not check single requests.
 inline constexpr const char* kDoctorTellsWhy = "kivctl doctor tells why";
-// The advice where the server has got a request and did not answer it well.
+// The advice if the server received a request and did not answer it well.
 inline constexpr const char* kServersLogTellsWhy = "the server's own log tells why";
 
-// The peer that a command has the library ask.
+// The peer that the library calls for a command.
 enum class Asks {
     kNobody,
     kServer,
-    kServerOnOwnThread, // which begins to watch the calls itself
+    kServerOnOwnThread, // the command calls WatchCalls() itself
 };
 
-// How a command ended. An empty text shows nothing: the command has shown all there is.
+// The result of a command. An empty text shows nothing, because the command has shown everything itself.
 struct Result {
     ExitCode exitCode = kDone;
     std::string text;
     Json fields;
-    std::string advice = {}; // for people, what to do about a failure
-    // A call of the library's that the command no longer waits for still runs on another thread.
+    std::string advice = {}; // what people can do about a failure
+    // Another thread still runs a call of the library for which the command does not wait any more.
     bool isAbandoned = false;
 };
 
-// A text for people, and the fields of the JSON object that says the same.
+// Returns a success: a text for people, and the same as fields of a JSON object.
 Result Done(std::string text, Json fields);
 
-// The reason for which a function fails that the server has answered, and what to do about it.
+// The reason for the failure of a function that the server has answered, and what to do about it.
 struct Refusal {
     const char* reason = "the server refused it";
     const char* advice = kServersLogTellsWhy;
 };
 
 inline constexpr Refusal kNothingUsable = {
-    "the server sent nothing usable", "there may be nothing to tell of, or it serves another version of the interface"};
+    "the server sent nothing usable",
+    "there may be nothing to report, or the server has another version of the interface"};
 inline constexpr Refusal kUnknownSpeaker = {
     "the server refused it", "kivctl list nodes shows which speakers there are"};
+// The same for a request that needs a speaker with which the server is connected.
+inline constexpr Refusal kNotConnected = {
+    kUnknownSpeaker.reason,
+    "kivctl list nodes shows which speakers there are; one that is only seen must be connected first: kivctl connect "
+    "new MAC"};
 
-// The library function of that name returned this and failed, or the server answered so. The refusal is told only if
-// the request got its answer.
+// Returns the failure of the library function of that name, which returned this value. The refusal is shown only if the
+// request got its answer.
 Result Failed(const char* function, const Json& value, const Refusal& refusal = {});
 
-// The outcome of a library function that returns the server's answer, and -1 for a failure. The meaning is that of the
-// answer.
+// Returns the result of a library function that returns the server's answer, and -1 for a failure. The meaning explains
+// the answer.
 Result Answered(const char* function, int value, const char* meaning = "", const Refusal& refusal = {});
 
-// The same for one that also returns 0 for a failure.
+// Does the same for a function that also returns 0 for a failure.
 Result AnsweredNotZero(const char* function, int value, const char* meaning = "", const Refusal& refusal = {});
 
-// The outcome of a library function that returns false for a failure.
+// Returns the result of a library function that returns false for a failure.
 Result AnsweredYesOrNo(const char* function, bool value, const char* yes = "yes", const char* no = "no");
 
-// The outcome of a library function that returns nothing. The server's answer of -1, which the library does not look
-// at, is a refusal.
+// Returns the result of a library function that returns nothing. If the server answers -1, which the library ignores,
+// that is a refusal.
 Result Sent(const char* function, const Refusal& refusal = {});
 
-// The library function of that name had nobody to ask. The reason is one that a command itself has found.
+// Returns the failure of a library function that did not reach the server. A command may give a reason that it has
+// found itself.
 Result NotSent(const char* function, const std::string& reason = {});
 
-// A command was not done within its time. One that asks the server waits for the bus, the server or events.
+// Returns the failure of a command that did not end within its time. A command that asks the server waits for the bus,
+// the server or events.
 Result TimedOut(const std::string& command, std::chrono::milliseconds limit, Asks asks);
 
-// Tells whether the library's last call got through to the server.
+// Returns whether the library's last call reached the server.
 bool ServerReached();
 
-// Tells whether the library's last call on this thread did not get the server's answer, whatever it returned.
+// Returns whether the library's last call on this thread failed to get the server's answer, whatever it returned.
 bool CallFailed();
 
 using Action = std::function<Result(const Output&)>;
@@ -97,14 +105,14 @@ using Action = std::function<Result(const Output&)>;
 struct Command {
     const char* name;
     const char* description;
-    // Declares the command's arguments; the action finds their values when the command line has been read.
+    // Declares the command's arguments. The action reads their values after the command line has been parsed.
     std::function<Action(CLI::App& app)> declare;
-    // The commands of a group, which declares nothing itself.
+    // The commands of a group. A group declares nothing itself.
     std::vector<Command> parts = {};
     Asks asks = Asks::kServer;
 };
 
-// What people want to do.
+// The commands for people.
 std::vector<Command> ConnectCommands();
 std::vector<Command> DeviceCommands();
 std::vector<Command> EventCommands();
@@ -116,7 +124,7 @@ std::vector<Command> SoundbarCommands();
 std::vector<Command> SpeakerCommands();
 std::vector<Command> ToneCommands();
 
-// The library's functions by name.
+// The commands of "kivctl call": the library's functions by name.
 std::vector<Command> ConnectFunctions();
 std::vector<Command> DeviceFunctions();
 std::vector<Command> EventFunctions();

@@ -27,7 +27,7 @@ std::string OptionLines(const CLI::App& app)
 {
     std::string lines;
     for (const CLI::Option* option : app.get_options()) {
-        // Every command has the same.
+        // --help is offered only for kivctl itself, because every command has it.
         if (option == app.get_help_ptr() && app.get_parent() != nullptr) {
             continue;
         }

@@ -9,7 +9,7 @@
 namespace kiv::ctl {
 namespace {
 
-// So many characters of an identifier are sent.
+// The number of characters of an identifier that are sent.
 constexpr size_t kIdLength = 5;
 
 constexpr const char* kNewlyConnected = "number of speakers that are newly connected";
@@ -96,13 +96,15 @@ void AddNumbers(CLI::App& app, ByIdArguments& arguments)
 {
     AddRequired(
         app, "FIRST", arguments.first, ParseInt,
-        "Number that is passed through; the simulated server's setting mode, such as 80");
+        "Number that is passed through; the simulated server takes it for the setting mode, such as 80");
     AddRequired(
         app, "SECOND", arguments.second, ParseInt,
-        "Number that is passed through; the simulated server's node number, with an identifier its channel");
+        "Number that is passed through; the simulated server takes it for the node number, or for the channel if there "
+        "is an "
+        "identifier");
     AddRequired(
         app, "THIRD", arguments.third, ParseInt,
-        "Number that is passed through; the simulated server's reason for the start");
+        "Number that is passed through; the simulated server takes it for the reason of the start");
 }
 
 Result StartById(const ByIdArguments& arguments)
@@ -122,7 +124,7 @@ Result StartById(const ByIdArguments& arguments)
 
 CLI::Option* AddId(CLI::App& app, const char* name, std::optional<std::string>& id)
 {
-    return app.add_option(name, id, "Identifier, of which the first five characters are sent");
+    return app.add_option(name, id, "Identifier; its first five characters are sent");
 }
 
 Action ById(CLI::App& app)
@@ -151,7 +153,9 @@ Action ByIdAndNumbers(CLI::App& app)
 Action Group(CLI::App& app)
 {
     const auto parameter = std::make_shared<int>(0);
-    AddRequired(app, "N", *parameter, ParseInt, "Number that is passed through; the simulated server's group number");
+    AddRequired(
+        app, "N", *parameter, ParseInt,
+        "Number that is passed through; the simulated server takes it for the group number");
     return [parameter](const Output&) {
         return Answered("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile(*parameter), kPlaying);
     };
@@ -170,7 +174,7 @@ Action Type(CLI::App& app)
 {
     const auto arguments = std::make_shared<TypeArguments>();
     AddSpeakers(app, arguments->speakers);
-    AddParsed(app, "--id", arguments->id, ParseInt, "Number of one speaker instead")
+    AddParsed(app, "--id", arguments->id, ParseInt, "Number of one speaker, in place of SPEAKER")
         ->type_name("N")
         ->excludes("SPEAKER")
         ->excludes("--file");
@@ -197,7 +201,7 @@ std::vector<Command> ConnectCommands()
 {
     return {
         {"connect",
-         "Connecting speakers",
+         "Connect speakers, and ask how they are connected",
          nullptr,
          {
              {"new", "Connect newly found speakers", New},
@@ -214,7 +218,7 @@ std::vector<Command> ConnectFunctions()
 {
     return {
         {"ConnectNetworkSpeakerByMobile", "Connect a speaker as a mobile device asks", ByMobile},
-        {"Vireon_StartNetworkSpeakerByID", "Start the speaker of an identifier", ByIdAndNumbers},
+        {"Vireon_StartNetworkSpeakerByID", "Start the speaker with an identifier", ByIdAndNumbers},
         {"StartNetworkSpeakerByID", "Start a speaker by numbers", ByNumbers},
         {"GetSpksConnectionTypeByID", "Ask how a speaker is connected", TypeById},
         {"GetSpksConnectionType", "Ask how speakers are connected", TypeOfList},

@@ -43,7 +43,7 @@ Action Doctor(CLI::App&)
 Action ExplainLog(CLI::App& app)
 {
     const auto file = std::make_shared<std::string>("-");
-    app.add_option("FILE", *file, "The log; - or none for stdin")->type_name("");
+    app.add_option("FILE", *file, "File with the log; stdin if it is - or left out")->type_name("");
     return [file](const Output& output) { return Explain(*file, output); };
 }
 
@@ -64,16 +64,16 @@ std::vector<Command> DeviceCommands()
 {
     return {
         {"doctor",
-         "Tell what works, what does not, and what to do about it; starts the server, and subscribes for a moment",
+         "Say what works, what does not, and what to do about it; this starts the server, and subscribes for a moment",
          Doctor,
          {},
          Asks::kNobody},
         {"explain",
-         "Read a log, and tell below each line of the library's what it means and what to do",
+         "Read a log, and say below each line of the library what it means and what to do",
          ExplainLog,
          {},
          Asks::kNobody},
-        {"enabled", "Tell whether this device has network speakers", Enabled, {}, Asks::kNobody},
+        {"enabled", "Show whether this device has network speakers", Enabled, {}, Asks::kNobody},
         {"sizes", "Show the sizes of the exported speaker records, in bytes", Sizes, {}, Asks::kNobody},
     };
 }
@@ -81,7 +81,7 @@ std::vector<Command> DeviceCommands()
 std::vector<Command> DeviceFunctions()
 {
     return {
-        {"GetWhetherKivDisabled", "Tell whether this device has no network speakers", Disabled, {}, Asks::kNobody},
+        {"GetWhetherKivDisabled", "Show whether this device has no network speakers", Disabled, {}, Asks::kNobody},
     };
 }
 

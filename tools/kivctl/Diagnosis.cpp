@@ -6,7 +6,7 @@ namespace kiv::ctl {
 
 namespace {
 
-constexpr const char* kSeeWhyItEnded = "see in the server's own log why it ended";
+constexpr const char* kSeeWhyItEnded = "look into the server's own log to see why it ended";
 constexpr const char* kRunServiceFile = "run the command of its service file by hand to see what it says";
 constexpr const char* kServiceUnknown = "org.freedesktop.DBus.Error.ServiceUnknown";
 constexpr const char* kNameHasNoOwner = "org.freedesktop.DBus.Error.NameHasNoOwner";
@@ -32,7 +32,8 @@ std::string ServerErrorAdvice(std::string_view error)
     if (error.starts_with(kNoReply)) {
         return kSeeWhyItEnded;
     }
-    return error.starts_with(kUnknownMethod) ? kUseThisInterface : "see in the server's own log what it means by it";
+    return error.starts_with(kUnknownMethod) ? kUseThisInterface
+                                             : "look into the server's own log to see what the error means";
 }
 
 Diagnosis ServerDoesNotRun(const std::string& reason)

@@ -20,7 +20,7 @@ inline constexpr const char* kSeeTheServersLog =
     "look into the server's own log, and start it by hand to see what it says";
 inline constexpr const char* kUseThisInterface = "use a server that serves this version of the interface";
 inline constexpr const char* kMakeBus =
-    "start the system bus, name one in DBUS_SYSTEM_BUS_ADDRESS, or bring one: kiv-sandbox -- kivctl doctor";
+    "start the system bus, name a bus in DBUS_SYSTEM_BUS_ADDRESS, or try a private bus: kiv-sandbox -- kivctl doctor";
 inline constexpr const char* kWakeTheBus =
     "the bus daemon hangs, and the calls of applications with it: wake it if it is stopped (state T in ps; kill "
     "-CONT), see its log, or restart it";
@@ -31,18 +31,18 @@ struct Diagnosis {
     std::string advice;
 };
 
-// Says how a call of a peer, which begins the sentence, has failed. The error, "NAME: TEXT", has come as the answer,
-// from the peer or from the bus.
+// Returns a sentence about a failed call of a peer, which is the subject. The error, "NAME: TEXT", is the answer of the
+// peer or of the bus.
 std::string FailedBy(const std::string& peer, const std::string& error);
 
-// The advice about such an error of the server.
+// Returns the advice for such an error of the server.
 std::string ServerErrorAdvice(std::string_view error);
 
-// The server does not run, for that reason.
+// Returns the diagnosis for a server that could not be started. The reason begins with a D-Bus error if there is one.
 Diagnosis ServerDoesNotRun(const std::string& reason);
 
-// Diagnoses a call of the server by the error that has come as the answer. The bus answers where it cannot start the
-// server.
+// Returns the diagnosis for a failed call of the server. The error, "NAME: TEXT", is the answer of the server, or of
+// the bus if the bus cannot start the server.
 Diagnosis DiagnoseServerCall(const std::string& error);
 
 } // namespace kiv::ctl

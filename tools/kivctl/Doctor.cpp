@@ -35,7 +35,7 @@ const char* StateText(State state)
     }
 }
 
-// Tells what is awaited if that takes more than a moment.
+// Shows what kivctl waits for, if that takes more than a moment.
 class Pending {
 public:
     Pending(const char* awaited, int limitSeconds, const Output& output)
@@ -94,8 +94,8 @@ private:
             blame_[check.subject] = check.subject;
         } else if (finding.state == State::kOk && taken > kSlow) {
             finding.state = State::kNote;
-            finding.advice =
-                "over 1 s, and an application's calls wait as long; see what keeps the bus or the server busy";
+            finding.advice = "this took over 1 s, and the calls of applications wait as long; find out what keeps the "
+                             "bus or the server busy";
         }
         Tell(check, finding, taken);
     }
@@ -116,7 +116,7 @@ private:
         }
     }
 
-    // The lock is held.
+    // Must be called under the lock.
     void Show(const Check& check, const Finding& finding, std::optional<Milliseconds> taken)
     {
         ++told_;
@@ -137,7 +137,7 @@ private:
                    {"milliseconds", taken ? Json(taken->count()) : Json(nullptr)}});
     }
 
-    // The time limit's thread tells what this one has not come to. The process ends then.
+    // Runs on the time limit's thread. Shows the checks that the main thread has not come to, then the process ends.
     void EndInTime(std::chrono::milliseconds limit)
     {
         const std::scoped_lock lock(mutex_);
@@ -147,7 +147,7 @@ private:
         if (told_ < checks.size()) {
             const Check& check = checks[told_];
             during = check.pending;
-            // From the beginning to the end of what this check may take.
+            // The time from the beginning to the end of this check, with its whole limit.
             const auto enough =
                 std::chrono::floor<std::chrono::seconds>(begun_ - start_).count() + check.limitSeconds + 1;
             Show(
@@ -165,7 +165,7 @@ private:
         output_.Show(sum.text, fields);
     }
 
-    // The lock is held.
+    // Must be called under the lock.
     Result Sum(ExitCode exitCode, const std::string& head, bool isWell)
     {
         const int problems = counts_[State::kProblem];
@@ -185,15 +185,15 @@ private:
     const Output& output_;
     const Clock::time_point start_ = Clock::now();
     Checks checks_;
-    // By each check on which no other can build: the check whose problem is the cause.
+    // For each check that failed or was left out: the check whose problem is the cause.
     std::map<std::string, std::string> blame_;
 
-    // Guards the members below, which the time limit's thread needs, too, and what is shown.
+    // Guards the members below, which the time limit's thread uses, too, and the output.
     std::mutex mutex_;
     std::map<State, int> counts_;
     bool isUnproven_ = false;
-    size_t told_ = 0;                        // checks whose findings are shown
-    Clock::time_point begun_ = Clock::now(); // of the check that is being made
+    size_t told_ = 0;                        // number of checks whose findings are shown
+    Clock::time_point begun_ = Clock::now(); // beginning of the current check
     bool timeIsUp_ = false;
 };
 

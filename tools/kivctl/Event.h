@@ -7,16 +7,16 @@
 
 namespace kiv::ctl {
 
-// An event of the server as it is shown.
+// An event of the server as kivctl shows it.
 struct EventTexts {
     std::string text;
     Json fields;
 };
 
-// The data is decoded if the layout knows the event. Raw: its bytes are shown besides, and whole.
+// Decodes the data if the layout knows the event. With raw, also shows all of its bytes.
 EventTexts DescribeEvent(int id, Bytes data, int length, const Layout& layout, bool raw);
 
-// The event's data as a callback gets them; none if the length is not positive.
+// Returns the event's data from the arguments of a callback, or none if the length is not positive.
 Bytes EventData(const void* data, int length);
 
 } // namespace kiv::ctl

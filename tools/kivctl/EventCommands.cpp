@@ -26,14 +26,13 @@ Action Watch(CLI::App& app)
     const auto parseCount = [](const std::string& text) {
         return ParseWithin(text, 1, std::numeric_limits<int32_t>::max());
     };
-    AddParsed(app, "--count", options.count, parseCount, "End after N events instead of when interrupted")
-        ->type_name("N");
+    AddParsed(app, "--count", options.count, parseCount, "End after N events")->type_name("N");
     AddParsed(
         app, "--for", arguments->duration, ParseSeconds,
-        "End after SECONDS; exit code 1 if no event could come by then")
+        "End after SECONDS; the exit code is 1 if no event could come by then")
         ->type_name("SECONDS");
     app.add_option("--name", options.name, "Name of the subscription")->type_name("NAME")->capture_default_str();
-    app.add_flag("--raw", options.raw, "Show the bytes of an event, all of them (with --json they always are)");
+    app.add_flag("--raw", options.raw, "Show all bytes of an event, as --json always does");
     AddLayout(app, arguments->layout);
     return [arguments](const Output& output) {
         arguments->options.layout = LayoutOf(arguments->layout);
@@ -43,7 +42,7 @@ Action Watch(CLI::App& app)
         Result result = monitor->Outcome();
         result.isAbandoned = !hasEnded;
         if (arguments->duration && result.exitCode == kDone && !monitor->HasShownEvents()) {
-            output.Remark("no event came; kivctl doctor tells whether events arrive");
+            output.Remark("no event came; kivctl doctor finds out whether events can arrive");
         }
         return result;
     };
@@ -117,7 +116,12 @@ Action NodeRemove(CLI::App& app)
 std::vector<Command> EventCommands()
 {
     return {
-        {"monitor", "Show the server's events as they come, until interrupted", Watch, {}, Asks::kServerOnOwnThread},
+        {"monitor",
+         "Show the server's events as they come, until interrupted; only kivctl doctor tells a quiet server from "
+         "one that hangs",
+         Watch,
+         {},
+         Asks::kServerOnOwnThread},
         {"atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
         {"node-remove", "Have the server stop watching a node", NodeRemove},
     };
@@ -126,12 +130,13 @@ std::vector<Command> EventCommands()
 std::vector<Command> EventFunctions()
 {
     return {
-        {"SubscribeNamServiceCallback", "Subscribe to events, which are not shown", Subscribe},
+        {"SubscribeNamServiceCallback", "Subscribe to events; they are not shown", Subscribe},
         {"UnsubscribeNamServiceCallback", "End a subscription", Unsubscribe},
         {"NodeRemoveFromWatcher", "Have the server stop watching a node", NodeRemove},
         {"kiv_is_receiver_atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
-        {"register_atmos_support_cb", "Register for Dolby Atmos, which is not shown", RegisterAtmos},
-        {"unregister_atmos_support_cb", "Register for Dolby Atmos, and end that", UnregisterAtmos},
+        {"register_atmos_support_cb", "Register a callback for Dolby Atmos; its calls are not shown", RegisterAtmos},
+        {"unregister_atmos_support_cb", "Register a callback for Dolby Atmos, and end the registration",
+         UnregisterAtmos},
     };
 }
 

@@ -5,7 +5,7 @@
 namespace kiv::ctl {
 namespace {
 
-// Each of them succeeds in the home of the simulated server.
+// Each of these succeeds in the home of the simulated server.
 const std::map<std::string, std::string> kExamples = {
     {"start", "kivctl start --mode surround 02:4b:49:56:00:01 02:4b:49:56:00:02=3"},
     {"stop", "kivctl stop"},

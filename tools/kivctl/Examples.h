@@ -4,7 +4,8 @@
 
 namespace kiv::ctl {
 
-// A command line that shows the command of that name, such as "volume set". Empty for the library's functions.
+// Returns a command line that shows the use of a command such as "volume set". Returns an empty text for the library's
+// functions.
 std::string ExampleOf(const std::string& command);
 
 } // namespace kiv::ctl

@@ -5,7 +5,10 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -15,35 +18,61 @@
 namespace kiv::ctl {
 namespace {
 
-// No log has longer ones, and what never ends is not a log.
+// The longest line that is read. No log has longer lines, and a text without line ends is not a log.
 constexpr size_t kLongestLine = 1024UL * 1024;
 
-// journalctl -o json writes an object for each line.
-std::string MessageOf(const std::string& line)
+const LogLine kUnknown = {
+    "", "",
+    "not known to kivctl " KIV_VERSION ": cut short, or wrapped by the logger, or of another version of the library",
+    "compare it with man kiv-log-lines; for another library, use the kivctl that came with it"};
+const LogLine kCut = {
+    "", "", "cut short before its text, so that it does not say what happened",
+    "have the log keep longer lines, and look at the lines around it"};
+
+bool IsByte(const Json& value)
 {
-    if (line.starts_with('{')) {
-        const Json entry = Json::parse(line, nullptr, false);
-        if (const auto message = entry.find("MESSAGE"); message != entry.end() && message->is_string()) {
-            return message->get<std::string>();
-        }
-    }
-    return line;
+    return value.is_number_unsigned() && value.get<uint64_t>() <= UCHAR_MAX;
 }
 
-// A logger may put a colour code behind the text, or the line into "message repeated 2 times: [ LINE]".
-const LogLine* KnownLine(const Logged& logged)
+// Returns the message of a line. journalctl -o json writes an object for each line, and a message that is not plain
+// UTF-8 text as an array of its bytes.
+std::string MessageOf(const std::string& line)
 {
-    const std::string& text = logged.text;
+    if (!line.starts_with('{')) {
+        return line;
+    }
+    const Json entry = Json::parse(line, nullptr, false);
+    const auto message = entry.find("MESSAGE");
+    if (message == entry.end()) {
+        return line;
+    }
+    if (message->is_string()) {
+        return message->get<std::string>();
+    }
+    if (!message->is_array() || !std::ranges::all_of(*message, IsByte)) {
+        return line;
+    }
+    std::string text;
+    for (const Json& byte : *message) {
+        text += static_cast<char>(byte.get<uint8_t>());
+    }
+    return text;
+}
+
+// Returns the known line with this text. A logger may put a colour code behind the text, or the line into "message
+// repeated 2 times: [ LINE]".
+const LogLine* KnownLine(std::string_view function, const std::string& text)
+{
     const std::string plain = text.substr(0, text.find('\x1b'));
     for (const std::string& candidate : {text, plain, plain.substr(0, plain.rfind(']'))}) {
-        if (const LogLine* known = FindLogLine(logged.function, candidate)) {
+        if (const LogLine* known = FindLogLine(function, candidate)) {
             return known;
         }
     }
     return nullptr;
 }
 
-// Shows a line. Returns whether it is one of the library's.
+// Shows a line. Returns whether it is a line of the library.
 bool ShowLine(const std::string& line, const Output& output)
 {
     std::string text = line;
@@ -51,21 +80,17 @@ bool ShowLine(const std::string& line, const Output& output)
     const std::string message = MessageOf(line);
     const auto logged = LoggedBy(message);
     if (logged) {
-        const LogLine* known = KnownLine(*logged);
-        const std::string meaning = known != nullptr
-                                        ? known->meaning
-                                        : "not known to kivctl " KIV_VERSION
-                                          ": cut short, or wrapped by the logger, or of another version of the library";
-        const std::string advice =
-            known != nullptr
-                ? known->advice
-                : "compare it with man kiv-log-lines; for another library, use the kivctl that came with it";
-        text += fmt::format("\n    = {}", meaning);
-        if (!advice.empty()) {
-            text += fmt::format("\n    -> {}", advice);
+        const LogLine* known = logged->text ? KnownLine(logged->function, *logged->text) : nullptr;
+        const LogLine& shown = known != nullptr ? *known : logged->text ? kUnknown : kCut;
+        text += fmt::format("\n    = {}", shown.meaning);
+        if (!shown.advice.empty()) {
+            text += fmt::format("\n    -> {}", shown.advice);
         }
         object.update(
-            {{"function", logged->function}, {"known", known != nullptr}, {"meaning", meaning}, {"advice", advice}});
+            {{"function", logged->function},
+             {"known", known != nullptr},
+             {"meaning", shown.meaning},
+             {"advice", shown.advice}});
     }
     output.Show(text, object);
     return logged.has_value();
@@ -91,7 +116,7 @@ public:
 
     bool IsTerminal() const { return isatty(fileno(file_)) != 0; }
 
-    // The next line as soon as it is there, without its end. Nothing at the end of the log.
+    // Returns the next line, without its end, as soon as it is complete. Returns nothing at the end of the log.
     std::optional<std::string> ReadLine()
     {
         std::string line;

@@ -6,7 +6,7 @@
 
 namespace kiv::ctl {
 
-// Shows a log, with an explanation below each line of the library. The path "-" is stdin.
+// Shows a log, with an explanation below each line of the library. The path "-" means stdin.
 Result Explain(const std::string& path, const Output& output);
 
 } // namespace kiv::ctl

@@ -4,8 +4,8 @@
 
 namespace kiv::ctl {
 
-// Says why the stand-in for the TV platform finds no answer in the file that KIV_SYSTEM_INFO_FILE names: "FILE:
-// REASON". Empty if the variable names no file.
+// Returns why the stand-in for the TV platform finds no answer in the file that KIV_SYSTEM_INFO_FILE names: "FILE:
+// REASON". Returns an empty text if the variable names no file.
 std::string WhyFeatureIsUnknown();
 
 } // namespace kiv::ctl

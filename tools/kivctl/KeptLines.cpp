@@ -17,17 +17,17 @@ namespace {
 constexpr const char* kLaunch = "request launch kiv-service";
 constexpr const char* kTag = " NAM_SERVICE: ";
 constexpr const char* kErrorTag = " E NAM_SERVICE: ";
-// An error in the library's eyes, but an empty list is an answer.
+// The library logs this as an error, but an empty list is an answer.
 constexpr const char* kNothingListed = "pByteArray is NULL";
 
-// The signal handler reads these two. Both are -1 while nothing is kept.
+// The signal handler reads these two. Both are -1 while no lines are kept.
 volatile std::sig_atomic_t g_kept = -1;
 volatile std::sig_atomic_t g_stderr = -1;
 std::FILE* g_stderrStream = stderr;
 // The time limit's thread may end the keeping, too.
 std::atomic<bool> g_keeping = false;
 
-// Ends the process by the signal after what is kept has been shown. It calls nothing that a signal handler may not.
+// Shows the kept lines, and ends the process by the signal. Calls only functions that a signal handler may call.
 void ShowAndDie(int number)
 {
     char chunk[4096];
@@ -37,10 +37,10 @@ void ShowAndDie(int number)
             break;
         }
     }
-    raise(number); // SA_RESETHAND has put the default back.
+    raise(number); // SA_RESETHAND has restored the default action
 }
 
-// Signals that are ignored or handled already stay so.
+// Handles the signals that end the process, except those that are ignored or handled already.
 void HandleDeadlySignals()
 {
     for (const int number : {SIGABRT, SIGBUS, SIGFPE, SIGHUP, SIGILL, SIGINT, SIGSEGV, SIGTERM}) {
@@ -53,14 +53,14 @@ void HandleDeadlySignals()
     }
 }
 
-// The loader looks for the platform's function when the library first calls it. If the function is missing, the loader
-// writes a line to stderr and ends the process, and nobody shows a line that is kept.
+// Returns whether the platform's function exists. The loader looks for it when the library first calls it. If it were
+// missing, the loader would write a line to stderr and end the process, and the kept lines would be lost.
 bool PlatformIsComplete()
 {
     return dlsym(RTLD_DEFAULT, "system_info_get_custom_bool") != nullptr;
 }
 
-// Restores stderr, and gives the lines that were kept.
+// Restores stderr, and returns the kept lines.
 std::string EndKeeping()
 {
     if (!g_keeping.exchange(false)) {
@@ -85,8 +85,8 @@ void WriteToStderr(const std::string& lines)
     std::fflush(g_stderrStream);
 }
 
-// Tells whether a line is worth showing beside an answer: an error after the server was found, or a line that is not
-// the library's.
+// Returns whether a line should be shown beside an answer: an error after the server was found, or a line that is not
+// from the library.
 bool TellOfTrouble(const std::string& lines)
 {
     std::istringstream stream(lines);

@@ -4,21 +4,19 @@
 
 namespace kiv::ctl {
 
-/*
- * The lines that the library logs to stderr. They are kept back until the end of the command is known: what a first
- * attempt logs is moot when a later one succeeds.
- */
+// Keeps the lines that the library logs to stderr until the result of the command is known, because the errors of a
+// first attempt do not matter if a later one succeeds.
 
-// From now on, what is written to stderr is kept. If that is not possible, it goes on to be shown.
+// Begins to keep what is written to stderr. If that is not possible, stderr stays as it is.
 void KeepLogLines();
 
-// Shows what is kept, and ends the keeping.
+// Shows the kept lines, and ends the keeping.
 void ShowLogLines();
 
-// Ends the keeping. Shows what is kept only if a request failed after the server had been found.
+// Ends the keeping. Shows the kept lines only if a request failed after the server had been found.
 void DropMootLogLines();
 
-// The stderr of the process, whatever is kept.
+// Returns the stderr of the process, whether or not lines are kept.
 std::FILE* Stderr();
 
 } // namespace kiv::ctl

@@ -39,7 +39,7 @@ const std::map<std::string, Integer> kIntegers = {{"u8", {1, false}}, {"i8", {1,
                                                   {"i16", {2, true}}, {"u32", {4, false}}, {"i32", {4, true}}};
 const std::map<std::string, size_t> kFixedSizes = {{"mac", NETSPK_MAC_LEN}, {"ipv4", NETSPK_IP_LEN}};
 
-// A value of the file, and where it stands there, such as "records.node.fields[2]".
+// A value of the file, and its place there, such as "records.node.fields[2]".
 struct Part {
     const Json& json;
     std::string place;
@@ -98,7 +98,7 @@ size_t ReadSize(const Part& part, size_t least)
 
 using RecordSizes = std::map<std::string, size_t>;
 
-// The sizes come first: a record may be mentioned before it is described.
+// Reads the sizes of all records first, because a record may be mentioned before it is described.
 RecordSizes ReadSizes(const Part& records)
 {
     CheckObject(records, {});
@@ -142,7 +142,7 @@ std::string ReadRecordName(const Part& part, const RecordSizes& sizes)
     return name;
 }
 
-// Reads what the field's type needs besides. Returns the field's size.
+// Reads the other keys that the field's type needs. Returns the field's size.
 uint64_t ReadType(const Part& part, Layout::Field& field, const RecordSizes& sizes)
 {
     const Part type = Member(part, "type");
@@ -245,7 +245,7 @@ uint32_t ReadEventId(const std::string& text, const std::string& place)
     return id;
 }
 
-// The record of the event that reports volumes has to name a speaker and its volume.
+// Throws BadArguments unless the record of the volume event has a speaker and its volume.
 void CheckVolume(const Layout::Record& record, const std::string& place)
 {
     const Layout::Field* mac = FindField(record.fields, "mac");
@@ -293,7 +293,7 @@ std::string Indented(const std::string& text)
     return indented;
 }
 
-// The values of records that have no records within.
+// Returns the values of records that contain no records, in columns.
 std::string ColumnsText(const Json& records)
 {
     std::vector<std::vector<std::string>> rows(1);

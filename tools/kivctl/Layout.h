@@ -21,7 +21,7 @@ inline constexpr const char* kNodeRecord = "node";
 // The name of the event by which the server reports volumes.
 inline constexpr const char* kVolumeEvent = "volume";
 
-// Knows where the fields of the server's records stand. docs/layouts.md describes the file.
+// Describes where the fields of the server's records are. docs/layouts.md describes the file.
 class Layout {
 public:
     struct Field {
@@ -29,8 +29,8 @@ public:
         size_t offset = 0;
         size_t size = 0;
         std::string type;
-        std::string record; // of records
-        std::string filled; // likewise
+        std::string record; // the name of the record, for the type records
+        std::string filled; // the field with the number of used records, for the type records
     };
 
     struct Record {
@@ -43,21 +43,21 @@ public:
         std::string record;
     };
 
-    // Without a record: nothing is known.
+    // Makes a layout that knows no record.
     Layout() = default;
 
-    // Throws BadArguments.
+    // Reads a file. Throws BadArguments if it cannot be used.
     explicit Layout(const std::string& path);
 
     bool Knows(const std::string& record) const { return records_.contains(record); }
 
-    // Null if nothing is known about the event.
+    // Returns null if the file does not describe the event.
     const Event* FindEvent(int id) const;
 
-    // Tells whether an event of that name is in the file.
+    // Returns whether the file has an event of that name.
     bool HasEvent(const std::string& name) const;
 
-    // An object for each whole record in the bytes. The record is one that is known.
+    // Returns an object for each whole record in the bytes. The layout must know the record.
     Json Decode(const std::string& record, Bytes bytes) const;
 
 private:
@@ -68,17 +68,17 @@ private:
     std::map<uint32_t, Event> events_;
 };
 
-// The option that names the file. Without it, the environment variable KIV_LAYOUT does.
+// Adds the option that names the file. Without it, the environment variable KIV_LAYOUT names the file.
 void AddLayout(CLI::App& app, std::string& path);
 
-// The layout that the option or the environment names. Throws BadArguments.
+// Returns the layout that the option or the environment names. Throws BadArguments if it cannot be used.
 Layout LayoutOf(const std::string& path);
 
-// A table of decoded records, of which there has to be one, with a column for each field. Records that have records
-// within are tables of their own.
+// Returns a table of at least one decoded record, with a column for each field. Records that contain records get a
+// table each.
 std::string RecordsText(const Json& records);
 
-// Decoded records in one line.
+// Returns decoded records in one line.
 std::string RecordsLine(const Json& records);
 
 } // namespace kiv::ctl

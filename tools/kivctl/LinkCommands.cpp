@@ -17,12 +17,13 @@ std::vector<Command> LinkCommands()
 {
     return {
         {"link",
-         "Choosing the multi-room link",
+         "Ask about the multi-room link, and preselect it",
          nullptr,
          {
-             {"can-cancel", "Ask whether it may be cancelled", Ask("CanCancelTavrin", CanCancelTavrin)},
-             {"pre-select", "Preselect it, and tell whether it is", Ask("PreSelectTavrin", PreSelectTavrin)},
-             {"can-select", "Ask whether it may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
+             {"can-cancel", "Ask whether the link may be cancelled", Ask("CanCancelTavrin", CanCancelTavrin)},
+             {"pre-select", "Preselect the link, and show whether it is preselected",
+              Ask("PreSelectTavrin", PreSelectTavrin)},
+             {"can-select", "Ask whether the link may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
          }},
     };
 }
@@ -32,8 +33,9 @@ std::vector<Command> LinkFunctions()
     return {
         {"CanCancelTavrin", "Ask whether the multi-room link may be cancelled",
          Ask("CanCancelTavrin", CanCancelTavrin)},
-        {"PreSelectTavrin", "Preselect it, and tell whether it is", Ask("PreSelectTavrin", PreSelectTavrin)},
-        {"CanSelectTavrin", "Ask whether it may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
+        {"PreSelectTavrin", "Preselect the multi-room link, and show whether it is preselected",
+         Ask("PreSelectTavrin", PreSelectTavrin)},
+        {"CanSelectTavrin", "Ask whether the multi-room link may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
     };
 }
 

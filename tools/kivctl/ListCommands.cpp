@@ -12,13 +12,14 @@
 namespace kiv::ctl {
 namespace {
 
-// The library cannot be told how much room there is. No reply has more records than these.
+// The most records that a reply can have. The array has room for all of them, because getNetSpkListInfo() gets no size.
 constexpr size_t kMostLists = kMaxArrayLength / sizeof(STNetSpkListInfo);
 
-// No text consists of such bytes: where they are still there, the server sent nothing usable.
+// Buffers are filled with this byte before a call. No text has it, so if it is still there, the server sent nothing
+// usable.
 constexpr char kUntouched = '\xff';
 
-// Records that a server may have none of.
+// A kind of records, and why a server may have none of it.
 struct Kind {
     const char* record;
     const char* whyNone;
@@ -80,7 +81,7 @@ std::string Plural(const char* what)
     return what + std::string("s");
 }
 
-// The fields of the records, or their bytes where no layout names the fields.
+// Adds the fields of the records, or their bytes if no layout names the fields.
 template <typename Record>
 void AddRecords(Result& result, const std::vector<Record>& records, const char* what, const Layout& layout, bool hex)
 {
@@ -98,7 +99,7 @@ void AddRecords(Result& result, const std::vector<Record>& records, const char* 
 void AddShow(CLI::App& app, ShowArguments& arguments)
 {
     AddLayout(app, arguments.layout);
-    app.add_flag("--hex", arguments.hex, "Show the bytes of each record besides (with --json they always are)");
+    app.add_flag("--hex", arguments.hex, "Also show the bytes of each record, as --json always does");
 }
 
 Result ShowActive(int result, const ActiveSpeakers& active, const Layout& layout, bool hex)
@@ -133,7 +134,7 @@ Action Active(CLI::App& app)
     };
 }
 
-// The library takes bytes that make no record for an empty answer.
+// Returns the length of the answer. The library reports bytes that are shorter than a record as an empty answer.
 size_t BytesAnswered()
 {
     const SeenCalls seen = CallsSeen();
@@ -148,7 +149,7 @@ Result ShowRecords(
     if (const size_t size = BytesAnswered(); records.empty() && size > 0) {
         const std::string reason =
             fmt::format("the server sent {} bytes, and a {} has {}", size, kind.record, sizeof(Record));
-        return Failed(function, result, {reason.c_str(), "it serves another version of the interface"});
+        return Failed(function, result, {reason.c_str(), "it has another version of the interface"});
     }
     const bool isOne = records.size() == 1;
     std::string text = fmt::format("{} {}", records.size(), isOne ? kind.record : Plural(kind.record));
@@ -186,7 +187,7 @@ Action All(CLI::App& app)
 {
     const auto arguments = std::make_shared<AllArguments>();
     AddShow(app, arguments->show);
-    app.add_flag("--array", arguments->array, "Use the library's form for plain arrays");
+    app.add_flag("--array", arguments->array, "Call getNetSpkListInfo, which fills a plain array");
     return [arguments](const Output&) { return AskAll(*arguments); };
 }
 
@@ -217,7 +218,7 @@ Action Nodes(CLI::App& app)
         std::vector<CNetSpkNodeInfo> nodes;
         const char* function = "GetNetSpkNodeList";
         const int result = GetNetSpkNodeList(nodes);
-        // The library returns -1 for no nodes, too.
+        // CallFailed() is asked, because the library returns -1 for no nodes, too.
         return CallFailed() ? Failed(function, result)
                             : ShowRecords(function, result, nodes, kNodes, layout, arguments->hex);
     };
@@ -229,7 +230,7 @@ std::vector<Command> ListCommands()
 {
     return {
         {"list",
-         "Speaker lists",
+         "Show speaker lists and nodes",
          nullptr,
          {
              {"active", "Ask for the active speaker group and its speakers", Active},

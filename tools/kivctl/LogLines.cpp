@@ -4,7 +4,6 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -13,6 +12,7 @@ namespace kiv::ctl {
 namespace {
 
 constexpr std::string_view kReasonsBegin = "Reasons of ";
+constexpr std::string_view kBeforeText = ") > ";
 
 struct RegexDeleter {
     void operator()(GRegex* regex) const { g_regex_unref(regex); }
@@ -20,7 +20,7 @@ struct RegexDeleter {
 
 using Regex = std::unique_ptr<GRegex, RegexDeleter>;
 
-// The texts need not be valid UTF-8.
+// The pattern matches bytes, because the texts need not be valid UTF-8.
 Regex NewRegex(const std::string& pattern)
 {
     constexpr auto kOptions = static_cast<GRegexCompileFlags>(G_REGEX_RAW | G_REGEX_DOTALL | G_REGEX_OPTIMIZE);
@@ -35,7 +35,7 @@ std::string Replaced(const std::string& text, const char* pattern, const char* r
     return replaced;
 }
 
-// Links are their texts, and code is itself.
+// Replaces links by their texts, and code by itself.
 std::string WithoutMarkup(const std::string& markdown)
 {
     return Replaced(Replaced(markdown, R"(\[([^][]*)\]\([^()]*\))", "\\1"), "`", "");
@@ -43,7 +43,7 @@ std::string WithoutMarkup(const std::string& markdown)
 
 std::vector<std::string> CellsOf(const std::string& row)
 {
-    // Each cell has a blank before and after it.
+    // Each cell has a blank before it and behind it.
     std::vector<std::string> cells;
     size_t at = 2;
     for (size_t end = 0; (end = row.find(" |", at)) != std::string::npos; at = end + 3) {
@@ -52,7 +52,7 @@ std::vector<std::string> CellsOf(const std::string& row)
     return cells;
 }
 
-// Its first row has the titles of the columns.
+// A table of the page. Its first row has the titles of the columns.
 class PageTable {
 public:
     bool IsOpen() const { return !titles_.empty(); }
@@ -108,7 +108,7 @@ std::vector<LogSection> ReadPage()
     return sections;
 }
 
-// Matches what printf makes of a format.
+// Returns a pattern that matches the output of printf for a format.
 std::string PatternOf(const std::string& format)
 {
     static const std::map<std::string, const char*, std::less<>> conversions = {
@@ -131,7 +131,7 @@ std::string PatternOf(const std::string& format)
 
 struct Matcher {
     Regex regex;
-    size_t literals; // the more a format spells out, the better it fits
+    size_t literals; // number of literal characters; the format with the most fits best
     const LogLine* line;
 };
 
@@ -154,6 +154,22 @@ bool IsOf(const LogLine& line, std::string_view function)
     return (" " + Replaced(line.functions, ",", " ") + " ").find(fmt::format(" {} ", function)) != std::string::npos;
 }
 
+// Tells whether a text is the beginning of "FUNCTION(LINE) > ".
+bool IsCut(std::string_view text)
+{
+    const size_t nameEnd = text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_");
+    if (nameEnd == std::string_view::npos) {
+        return true;
+    }
+    const size_t numberEnd = std::min(text.find_first_not_of("0123456789", nameEnd + 1), text.size());
+    return text[nameEnd] == '(' && kBeforeText.starts_with(text.substr(numberEnd));
+}
+
+std::string_view WithoutEnd(std::string_view text)
+{
+    return text.substr(0, text.find_last_not_of(" \r") + 1);
+}
+
 } // namespace
 
 std::optional<Logged> LoggedBy(std::string_view line)
@@ -163,13 +179,12 @@ std::optional<Logged> LoggedBy(std::string_view line)
         return std::nullopt;
     }
     const std::string_view part = line.substr(file + kLibraryFile.size());
-    const size_t parenthesis = part.find('(');
-    const size_t arrow = part.find(") > ");
-    if (parenthesis == std::string_view::npos || arrow == std::string_view::npos) {
-        return std::nullopt;
+    const std::string_view function = part.substr(0, part.find('('));
+    const size_t arrow = part.find(kBeforeText);
+    if (arrow != std::string_view::npos && function.size() < arrow) {
+        return Logged{function, std::string(WithoutEnd(part.substr(arrow + kBeforeText.size())))};
     }
-    const std::string_view text = part.substr(arrow + std::strlen(") > "));
-    return Logged{part.substr(0, parenthesis), std::string(text.substr(0, text.find_last_not_of(" \r") + 1))};
+    return IsCut(WithoutEnd(part)) ? std::optional(Logged{WithoutEnd(function), std::nullopt}) : std::nullopt;
 }
 
 const std::vector<LogSection>& LogSections()

@@ -7,10 +7,10 @@
 
 namespace kiv::ctl {
 
-// A line that the library logs, in the words of docs/log-lines.md but without their markup.
+// A line that the library logs, with the words of docs/log-lines.md but without their markup.
 struct LogLine {
-    std::string format;    // as printf has it
-    std::string functions; // names of those that log it; empty if any may
+    std::string format;    // a format of printf
+    std::string functions; // the functions that log it; empty if any function may
     std::string meaning;
     std::string advice;
 };
@@ -21,25 +21,24 @@ struct LogSection {
     std::vector<LogLine> lines;
 };
 
-// docs/log-lines.md, which is compiled in.
+// The text of docs/log-lines.md, which is compiled in.
 extern const char* const kLogLinesPage;
 
-// The page's sections in its order, the first of which is its head.
+// Returns the page's sections in their order. The first one is the text above all headings.
 const std::vector<LogSection>& LogSections();
 
-// The line that a function has logged with this text; null if the page has none.
+// Returns the line that a function has logged with this text, or null if the page does not have it.
 const LogLine* FindLogLine(std::string_view function, const std::string& text);
 
-// Precedes the function in each line of the library.
+// Begins the library's part of a line.
 inline constexpr std::string_view kLibraryFile = "KivServiceInterface.cpp: ";
 
-// The library's part of a line of a log.
 struct Logged {
     std::string_view function;
-    std::string text;
+    std::optional<std::string> text; // none if the line ends before it
 };
 
-// Each log puts something else before the library's part, "FILE: FUNCTION(LINE) > TEXT".
+// Returns the library's part of a line, "FILE: FUNCTION(LINE) > TEXT". Each log puts something else before it.
 std::optional<Logged> LoggedBy(std::string_view line);
 
 } // namespace kiv::ctl

@@ -5,7 +5,7 @@
 
 namespace kiv::ctl {
 
-// Runs the main context until that is so, though not longer than the limit. Returns whether it is so.
+// Runs the main context until the condition is true, but not longer than the limit. Returns whether it is true.
 bool WaitUntil(const std::function<bool()>& isSo, std::chrono::milliseconds limit);
 
 } // namespace kiv::ctl

@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* kCallCommand = "call";
 
-// A line of text that roff takes for nothing else.
+// Returns a line of text, quoted so that roff does not interpret any of it.
 std::string Roff(std::string_view text)
 {
     std::string roff = text.starts_with('.') || text.starts_with('\'') ? "\\&" : "";
@@ -41,7 +41,7 @@ std::string Roff(std::string_view text)
     return roff;
 }
 
-// Those of a command itself come with every command.
+// Returns whether an option is listed. --help is listed only for kivctl itself, because every command has it.
 bool IsWorthALine(const CLI::App& app, const CLI::Option& option)
 {
     return app.get_parent() == nullptr || option.get_name() != "--help";
@@ -55,7 +55,8 @@ std::string OptionText(const CLI::Option& option)
         preset.empty() ? "" : fmt::format(" (default {})", Roff(preset)));
 }
 
-// Identifies an option by its form and its text. Options of several commands that agree in both are explained once.
+// Identifies an option by its form and its text. The options of several commands that have the same key are explained
+// once.
 std::string Key(const CLI::Option& option)
 {
     return Usage(option) + '\n' + option.get_description();
@@ -64,7 +65,7 @@ std::string Key(const CLI::Option& option)
 void ForEachCommand(const CLI::App& app, const std::function<void(const CLI::App&)>& visit)
 {
     for (const CLI::App* command : app.get_subcommands(nullptr)) {
-        // The functions' arguments are those of the commands.
+        // The commands of "kivctl call" are left out, because they have the same arguments as the other commands.
         if (command->get_name() == kCallCommand) {
             continue;
         }
@@ -76,8 +77,8 @@ void ForEachCommand(const CLI::App& app, const std::function<void(const CLI::App
     }
 }
 
-// The options that several commands have. Of one name, only the most frequent is among them: a command that means
-// something else by it explains that itself.
+// Returns the keys of options that several commands have. Of one name, only the most frequent key is returned; a
+// command in which the option means something else explains it itself.
 std::set<std::string> SharedKeys(const CLI::App& app)
 {
     std::map<std::string, std::map<std::string, int>> uses;
@@ -175,7 +176,7 @@ std::string LogLines()
 {
     std::string roff;
     for (const LogSection& section : LogSections()) {
-        // The page's own title says no more than the name of the manual page.
+        // The title of the page is left out, because it repeats the name of the manual page.
         const bool isHead = roff.empty();
         roff += fmt::format(".SH \"{}\"\n{}", isHead ? "DESCRIPTION" : Roff(section.title), Paragraphs(section));
         for (const LogLine& line : section.lines) {

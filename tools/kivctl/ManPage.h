@@ -4,8 +4,8 @@
 
 namespace kiv::ctl {
 
-// Writes a man page to stdout: a template from stdin, in which lines such as <COMMANDS> stand for what the program
-// itself knows. Returns whether that succeeded.
+// Writes a man page to stdout. Reads a template from stdin, and replaces lines such as <COMMANDS> by lists of the
+// program's own commands. Returns whether that succeeded.
 bool WriteManPage(const CLI::App& app);
 
 } // namespace kiv::ctl

@@ -31,7 +31,8 @@ Action UiSet(CLI::App& app)
     return [mode](const Output&) { return Answered("SetTavrinUIMode", SetTavrinUIMode(*mode)); };
 }
 
-// A question that the library asks only while the server runs. What it returns otherwise is no answer.
+// Asks a question that the library asks only if the server runs. Without the server, the library returns a default,
+// which is not an answer.
 auto AskRunningServer(const char* function, bool (*question)())
 {
     return [function, question](CLI::App&) -> Action {
@@ -52,16 +53,16 @@ std::vector<Command> ModeCommands()
 {
     return {
         {"mode",
-         "Setting modes",
+         "Get and set the modes of the speaker system",
          nullptr,
          {
              {"get", "Ask in which mode the speaker system works", Get},
              {"ui",
-              "Mode of the multi-room settings screen",
+              "Get and set the mode of the multi-room settings screen",
               nullptr,
               {
-                  {"get", "Ask for it", UiGet},
-                  {"set", "Set it", UiSet},
+                  {"get", "Ask for the mode of the screen", UiGet},
+                  {"set", "Set the mode of the screen", UiSet},
               }},
              {"can-enter", "Ask whether the multi-room settings may be entered",
               AskRunningServer("CanEnterTavrinSettings", CanEnterTavrinSettings)},

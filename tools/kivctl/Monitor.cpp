@@ -18,18 +18,18 @@ namespace {
 
 constexpr guint kPatienceMs = 1000;
 
-// A server that ends so soon after it came is likely to do so again.
+// If a server ends within this time after it came, it is likely to do so again.
 constexpr std::chrono::seconds kSoon{5};
-// So many times it is asked for events at once all the same; then pauses come, each twice as long as the one before.
+// The server is asked for events at once this many times. Then there are pauses, each twice as long as the one before.
 constexpr int kPatientTries = 3;
 constexpr int kLongestPauseS = 8;
 
 constexpr const char* kBusLost = "the connection to the system bus is lost";
 
-// An event callback gets no user data.
+// The monitor for the event callbacks, which get no user data.
 Monitor* g_running = nullptr;
 
-// The time of an event as the log and the sandbox's trace have it, and with the day for scripts.
+// The time of an event in the form of the log and the sandbox's trace, and with the date for scripts.
 struct Stamp {
     std::string clock;
     std::string iso;
@@ -60,7 +60,7 @@ Monitor::Monitor(MonitorOptions options, const Output& output) : options_(std::m
 
 Monitor::~Monitor()
 {
-    // No callback runs after this.
+    // After this call, no callback runs.
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
     g_running = nullptr;
     g_clear_object(&bus_);
@@ -83,7 +83,7 @@ void Monitor::Run(const std::function<void()>& ending)
     StartServerOrWait();
     WatchEvents();
     ending();
-    // This would start a server that has gone.
+    // Unsubscribing would start a server that has gone.
     if (subscribed_ && serverThere_ && g_dbus_connection_is_closed(bus_) == FALSE) {
         unregister_atmos_support_cb(OnAtmos);
         UnsubscribeNamServiceCallback(options_.name.c_str());
@@ -165,7 +165,7 @@ gboolean Monitor::OnNextTry(gpointer monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
     self->nextTry_ = 0;
-    // The first subscription starts a server that is not there. Later on, the server is waited for.
+    // The first subscription starts a server that does not run. Later, the monitor waits for the server.
     if (self->serverThere_ || !self->subscribed_) {
         self->Try();
     }
@@ -191,7 +191,7 @@ void Monitor::Subscribe()
         FailUnlessGone(Failed("SubscribeNamServiceCallback", 0));
         return;
     }
-    // It returns 0 for a request that failed, too.
+    // The function returns 0 for a failed request, too.
     const int registered = register_atmos_support_cb(OnAtmos, this);
     if (registered != 0 || CallFailed()) {
         FailUnlessGone(Failed("register_atmos_support_cb", registered));
@@ -202,7 +202,7 @@ void Monitor::Subscribe()
     WatchClient();
 }
 
-// A server that has ended in between is asked again.
+// If the server ended in between, the monitor asks again when it is back.
 void Monitor::FailUnlessGone(const Result& failed)
 {
     if (IsServerGone()) {
@@ -217,9 +217,9 @@ void Monitor::FailUnlessGone(const Result& failed)
 
 void Monitor::SubscribeAgain()
 {
-    // The other registration is the library's own affair.
+    // This subscription brings all events of the server. The Atmos callback is still registered in the library.
     if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) == 1) {
-        // A server that the first subscription itself has started was never told to be gone.
+        // The first subscription may have started the server, which was not shown as gone then.
         if (!std::exchange(serverTold_, true)) {
             Tell("the server is back, waiting for its events", {{"server", true}});
         }
@@ -234,8 +234,8 @@ bool Monitor::IsServerGone() const
     return OwnerOf(bus_, kServerName).empty();
 }
 
-// The library serves the client object from a thread of its own, some time after the subscription. The object is there
-// as soon as this process owns the client's bus name.
+// Waits for the client's bus name. The library's monitor thread serves the client object some time after the
+// subscription, and requests the name after that.
 void Monitor::WatchClient()
 {
     const std::string& id = CNSGdbus::m_pInstance->m_strClientName;
@@ -265,7 +265,7 @@ void Monitor::OnNoServer(GDBusConnection* bus, const char*, gpointer monitor)
         self->Fail(BusFailed(kBusLost));
         return;
     }
-    // A server that never was there has been told of.
+    // A server that was never there has been reported already.
     if (std::exchange(self->serverTold_, false)) {
         self->Tell("the server has gone", {{"server", false}});
     }
@@ -302,10 +302,10 @@ void Monitor::OnNameOwned(GDBusConnection* bus, const char* name, const char*, g
     }
     const unsigned process = ProcessOf(bus, name);
     if (std::cmp_not_equal(process, getpid())) {
-        self->TellNotReady(fmt::format("the bus name {} is owned by process {}, which gets them", name, process));
+        self->TellNotReady(fmt::format("the bus name {} is owned by process {}, which gets the events", name, process));
         return;
     }
-    // The lines of a first attempt are moot, and those that come now are about events.
+    // The lines of a first attempt do not matter any more. Lines that come from now on are about events.
     DropMootLogLines();
     self->wasReady_ = true;
     self->Tell("ready, waiting for events", {{"ready", true}});

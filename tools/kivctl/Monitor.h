@@ -14,14 +14,14 @@
 namespace kiv::ctl {
 
 struct MonitorOptions {
-    int count = 0; // 0: no end
+    int count = 0; // 0 means no limit
     std::string name = "kivctl";
     bool raw = false;
     Layout layout;
 };
 
-// Shows the server's events until it is told to end, has seen enough, or loses the bus. It waits for a server that is
-// not there, and asks one that comes back for events again. There can be one at a time.
+// Shows the server's events until it is told to end, has shown enough, or loses the bus. Waits for a server that does
+// not run, and asks a server that comes back for events again. There can be one monitor at a time.
 class Monitor {
 public:
     Monitor(MonitorOptions options, const Output& output);
@@ -29,10 +29,11 @@ public:
     Monitor(const Monitor&) = delete;
     Monitor& operator=(const Monitor&) = delete;
 
-    // Returns after the end, though not while a call of the library's lasts. Calls the function before the last calls.
+    // Returns after the end, but not while a call of the library runs. Calls the function before the last calls of the
+    // library.
     void Run(const std::function<void()>& ending);
 
-    // Any thread may call these, also while Run() does not return.
+    // Any thread may call these, also while Run() runs.
     void End();
     Result Outcome();
     bool HasShownEvents() const { return shown_ > 0; }
@@ -49,7 +50,7 @@ private:
 
     void StartServerOrWait();
     void WatchEvents();
-    // Asks the server for events, or does so after a pause.
+    // Try() asks the server for events. TryLater() does so after a pause.
     void TrySoon();
     void TryLater();
     void Try();
@@ -62,7 +63,7 @@ private:
     void WatchClient();
     void ExpectClient();
     void Fail(Result result);
-    // Notes what keeps the first event away.
+    // Notes the reason why no event can come yet.
     void SetMissing(const std::string& missing);
     void Tell(const std::string& text, const Json& object) const;
     void TellNotReady(const std::string& reason);
@@ -74,19 +75,19 @@ private:
     GDBusConnection* bus_ = nullptr;
     bool subscribed_ = false;
     bool serverThere_ = false;
-    bool serverTold_ = false; // the user takes the server for being there
+    bool serverTold_ = false; // the user was told that the server is there
     Clock::time_point serverCame_;
-    int earlyEnds_ = 0; // of the server, soon after it came or before it answered; since it last lived for longer
+    int earlyEnds_ = 0; // of the server, soon after it came or before it answered; reset when it has lived longer
     bool endsTold_ = false;
-    std::string client_; // the bus name by which events come; empty before the first subscription
+    std::string client_; // the bus name of the client; empty before the first subscription
     guint clientWatch_ = 0;
-    guint patience_ = 0; // the timer that ends when the client's name should have an owner
-    guint nextTry_ = 0;  // the timer of a try that is put off
+    guint patience_ = 0; // the timer after which the client's name should have an owner
+    guint nextTry_ = 0;  // the timer of the next try
     std::atomic<int> shown_ = 0;
     std::atomic<bool> wasReady_ = false;
     std::atomic<bool> ended_ = false;
     std::mutex mutex_;
-    // The mutex guards these two.
+    // The mutex guards these two members.
     std::optional<Result> failure_;
     std::string missing_;
 };

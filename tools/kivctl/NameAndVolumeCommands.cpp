@@ -33,7 +33,7 @@ struct VolumeArguments {
     WaitArguments wait;
 };
 
-// A request for one speaker, and the same for a list of them.
+// A request for one speaker, and the same request for a list.
 struct VolumeRequest {
     const char* oneName;
     void (*one)(const unsigned char* mac, int ip);
@@ -56,8 +56,10 @@ struct VolumeRequestArguments {
 
 void AddWait(CLI::App& app, WaitArguments& arguments)
 {
-    app.add_flag("--wait", arguments.wait, "Wait for the volumes that the server reports (default on a terminal)");
-    app.add_flag("--no-wait", arguments.noWait, "Only send the request (default elsewhere)")->excludes("--wait");
+    app.add_flag(
+        "--wait", arguments.wait, "Wait for the volumes that the server reports (default if stdout is a terminal)");
+    app.add_flag("--no-wait", arguments.noWait, "Only send the request (default if stdout is a file or a pipe)")
+        ->excludes("--wait");
     AddLayout(app, arguments.layout);
 }
 
@@ -66,12 +68,12 @@ bool Waits(const WaitArguments& arguments)
     return arguments.wait || (!arguments.noWait && isatty(STDOUT_FILENO) == 1);
 }
 
-// A request for volumes, which the server answers by events only.
+// Sends a request for volumes, which the server answers only by events.
 template <typename Send>
 Result
 SendForVolumes(const char* function, const Send& send, const std::vector<Mac>& speakers, const WaitArguments& wait)
 {
-    const Refusal refusal = speakers.empty() ? Refusal{} : kUnknownSpeaker;
+    const Refusal refusal = speakers.empty() ? Refusal{} : kNotConnected;
     if (!Waits(wait)) {
         send();
         return Sent(function, refusal);
@@ -89,14 +91,14 @@ Action Name(CLI::App& app)
 {
     const auto arguments = std::make_shared<NameArguments>();
     AddMac(app, arguments->mac);
-    app.add_option("NAME", arguments->name, "Its new name")->type_name("")->required();
+    app.add_option("NAME", arguments->name, "New name of the speaker")->type_name("")->required();
     AddIp(app, arguments->ip);
     return [arguments](const Output&) {
         if (!g_utf8_validate(arguments->name.c_str(), -1, nullptr)) {
             throw BadArguments("NAME must be valid UTF-8");
         }
         SetNetSpkName(arguments->mac.data(), IpNumber(arguments->ip), arguments->name.c_str());
-        return Sent("SetNetSpkName", kUnknownSpeaker);
+        return Sent("SetNetSpkName", kNotConnected);
     };
 }
 
@@ -115,7 +117,7 @@ void SendVolume(const VolumeArguments& arguments)
 Action Set(CLI::App& app)
 {
     const auto arguments = std::make_shared<VolumeArguments>();
-    AddSet(app, *arguments, ParseVolume, "Its new volume, from 0, which is silent, to 100, the loudest");
+    AddSet(app, *arguments, ParseVolume, "New volume, from 0 (silent) to 100 (loudest)");
     AddWait(app, arguments->wait);
     return [arguments](const Output&) {
         return SendForVolumes(
@@ -123,20 +125,20 @@ Action Set(CLI::App& app)
     };
 }
 
-// The function itself takes any number.
+// The function itself, unlike the command, takes any number.
 Action SetAny(CLI::App& app)
 {
     const auto arguments = std::make_shared<VolumeArguments>();
     AddSet(
         app, *arguments, ParseInt,
-        "Its new volume; any number is sent, and the simulated server keeps within 0 and 100");
+        "New volume; any number is sent, and the simulated server takes a number beyond 0 to 100 for the nearer end");
     return [arguments](const Output&) {
         SendVolume(*arguments);
-        return Sent("SetNetSpkVolume", kUnknownSpeaker);
+        return Sent("SetNetSpkVolume", kNotConnected);
     };
 }
 
-// A configuration value travels in a list only.
+// Returns whether the arguments name one speaker without a configuration value, which only lists can have.
 bool NamesOne(const SpeakerArguments& arguments)
 {
     return arguments.file.empty() && arguments.speakers.size() == 1 &&
@@ -182,7 +184,7 @@ auto RequestOne(const VolumeRequest& request)
         AddIp(app, arguments->ip);
         return [request, arguments](const Output&) {
             request.one(arguments->mac.data(), IpNumber(arguments->ip));
-            return Sent(request.oneName, kUnknownSpeaker);
+            return Sent(request.oneName, kNotConnected);
         };
     };
 }
@@ -194,7 +196,7 @@ auto RequestList(const VolumeRequest& request)
         AddSpeakers(app, *speakers);
         return [request, speakers](const Output&) {
             request.list(SpeakersOf(*speakers));
-            return Sent(request.listName, kUnknownSpeaker);
+            return Sent(request.listName, kNotConnected);
         };
     };
 }
@@ -221,7 +223,7 @@ std::vector<Command> NameAndVolumeCommands()
     return {
         {"name", "Rename a speaker", Name},
         {"volume",
-         "Volumes of speakers",
+         "Get and set the volumes of speakers",
          nullptr,
          {
              {"get", "Ask for the volumes of speakers", RequestVolume(kGet)},
@@ -229,7 +231,7 @@ std::vector<Command> NameAndVolumeCommands()
              {"up", "Turn speakers up by one step", RequestVolume(kUp)},
              {"down", "Turn speakers down by one step", RequestVolume(kDown)},
              {"reset", "Set speakers back to the server's default", RequestVolume(kReset)},
-             {"reset-all", "Set all speakers back to it", ResetAll},
+             {"reset-all", "Set all speakers back to the server's default", ResetAll},
          }},
     };
 }
@@ -243,7 +245,7 @@ std::vector<Command> NameAndVolumeFunctions()
         {"IncreaseNetSpkVolume", "Turn a speaker up by one step", RequestOne(kUp)},
         {"DecreaseNetSpkVolume", "Turn a speaker down by one step", RequestOne(kDown)},
         {"ResetNetSpkVolume", "Set a speaker back to the server's default", RequestOne(kReset)},
-        {"ResetAllNetSpkVolume", "Set all speakers back to it", ResetAllOnly},
+        {"ResetAllNetSpkVolume", "Set all speakers back to the server's default", ResetAllOnly},
         {"IncreaseNetSpkVolumeList", "Turn speakers up by one step", RequestList(kUp)},
         {"DecreaseNetSpkVolumeList", "Turn speakers down by one step", RequestList(kDown)},
         {"ResetNetSpkVolumeList", "Set speakers back to the server's default", RequestList(kReset)},

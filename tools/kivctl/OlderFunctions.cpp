@@ -66,7 +66,7 @@ std::vector<Command> OlderFunctions()
         };
         commands.push_back(
             {function.name,
-             "Of an older interface: asks nobody, and returns the same value always",
+             "A function of an older interface, which asks nobody and always returns the same value",
              [call](CLI::App&) -> Action { return call; },
              {},
              Asks::kNobody});

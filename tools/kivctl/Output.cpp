@@ -16,7 +16,7 @@ void WriteLine(std::FILE* stream, std::string line)
 
 std::string Dump(const Json& object)
 {
-    // Texts from the command line need not be valid UTF-8.
+    // Invalid UTF-8 is replaced, because texts of the command line need not be valid.
     return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 

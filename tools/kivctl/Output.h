@@ -8,19 +8,19 @@ namespace kiv::ctl {
 
 using Json = nlohmann::ordered_json;
 
-// Shows things as text for people or, one object a line on stdout, as JSON for scripts. Lines of several threads do not
-// mix, and each is flushed.
+// Shows results as text for people or, one object in each line of stdout, as JSON for scripts. Lines of several threads
+// do not mix, and each line is flushed.
 class Output {
 public:
     explicit Output(bool json) : json_(json) {}
 
-    // Text goes to stdout.
+    // Writes the text to stdout.
     void Show(const std::string& text, const Json& object) const;
 
-    // Text goes to stderr.
+    // Writes the text to stderr.
     void Notify(const std::string& text, const Json& object) const;
 
-    // Text goes to stderr. Scripts are not told.
+    // Writes the text to stderr, but nothing as JSON.
     void Remark(const std::string& text) const;
 
 private:

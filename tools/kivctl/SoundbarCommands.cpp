@@ -14,7 +14,7 @@ using Identity = std::array<unsigned char, KIV_SOUNDBAR_DEVICE_INFO_LEN>;
 
 constexpr Refusal kNoSoundbar = {
     "the server sent nothing usable, which usually means that it has no such soundbar",
-    "otherwise it serves another version of the interface"};
+    "otherwise it has another version of the interface"};
 
 constexpr Refusal kUnknownSoundbar = {kUnknownSpeaker.reason, "kivctl soundbar info shows which soundbar there is"};
 
@@ -26,7 +26,7 @@ constexpr std::array<unsigned char, Size> Untouched()
     return bytes;
 }
 
-// What the library fills in begins like this. If it stays so, the server sent nothing usable.
+// Buffers have these values before a call. If one still has them afterwards, the server sent nothing usable.
 constexpr Identity kNoIdentity = Untouched<KIV_SOUNDBAR_DEVICE_INFO_LEN>();
 constexpr auto kNoData = Untouched<KIV_SOUND_MODE_LEN>();
 
@@ -140,7 +140,7 @@ Action Version(CLI::App& app)
     return [arguments](const Output&) {
         auto data = kNoData;
         const int version = GetSoundbarProtocolVersion(arguments->mac.data(), data.data(), arguments->length);
-        // The server's own -1 comes with data.
+        // If the server itself answers -1, there is data.
         if (version == -1 && data == kNoData) {
             return Failed("GetSoundbarProtocolVersion", version, kNoSoundbar);
         }
@@ -157,25 +157,25 @@ std::vector<Command> SoundbarCommands()
 {
     return {
         {"soundbar",
-         "Sound mode of a soundbar",
+         "Get and set the sound mode of a soundbar",
          nullptr,
          {
              {"mode",
-              "Its sound mode",
+              "Get and set the sound mode of the soundbar",
               nullptr,
               {
                   {"get", "Ask for the soundbar and its sound mode", ModeGet},
-                  {"set", "Send sound-mode data to it", ModeSet},
+                  {"set", "Send sound-mode data to the soundbar", ModeSet},
               }},
              {"info", "Ask for the soundbar", Info},
              {"support",
-              "Whether it supports sound modes",
+              "Get and set whether the soundbar supports sound modes",
               nullptr,
               {
-                  {"get", "Ask for it", SupportGet},
-                  {"set", "Tell the server", SupportSet},
+                  {"get", "Ask whether the soundbar supports sound modes", SupportGet},
+                  {"set", "Tell the server whether the soundbar supports sound modes", SupportSet},
               }},
-             {"version", "Ask for its sound-mode protocol version", Version},
+             {"version", "Ask for the soundbar's sound-mode protocol version", Version},
          }},
     };
 }

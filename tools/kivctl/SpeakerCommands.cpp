@@ -22,19 +22,19 @@ Action Start(CLI::App& app)
             ->type_name("MODE")
             ->default_str("surround"),
         ModeNames());
-    AddNumber(
-        app, "--reason", arguments->reason, "Reason code, which is agreed between the server and the application");
+    AddNumber(app, "--reason", arguments->reason, "Reason code; the server and the application agree on it");
     AddSpeakers(app, arguments->speakers);
     return [arguments](const Output&) {
         std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
-        return Answered("StartNetworkSpeaker", StartNetworkSpeaker(arguments->mode, list, arguments->reason), kPlaying);
+        const int playing = StartNetworkSpeaker(arguments->mode, list, arguments->reason);
+        return Answered("StartNetworkSpeaker", playing, playing == 0 && !list.empty() ? kNonePlays : kPlaying);
     };
 }
 
 Action Stop(CLI::App& app)
 {
     const auto type = std::make_shared<int>(0);
-    AddNumber(app, "--type", *type, "Stop type, which is agreed between the server and the application");
+    AddNumber(app, "--type", *type, "Stop type; the server and the application agree on it");
     return [type](const Output&) { return Answered("StopNetworkSpeaker", StopNetworkSpeaker(*type)); };
 }
 
@@ -56,7 +56,7 @@ std::vector<Command> SpeakerCommands()
         {"start", "Route the TV's sound to speakers; the server answers how many play then", Start},
         {"stop", "Route the TV's sound back to the TV", Stop},
         {"surround",
-         "Surround operation",
+         "Switch surround operation off, or ask for its channels",
          nullptr,
          {
              {"off", "Switch surround operation off", SurroundOff},

@@ -108,7 +108,8 @@ void AddSpeakers(CLI::App& app, SpeakerArguments& arguments)
     app.add_option("SPEAKER", arguments.speakers, "Speaker as MAC[=CONFIG], such as 02:4b:49:56:00:01=3")
         ->type_name("");
     app.add_option(
-           "--file", arguments.file, R"(JSON file instead: a list of {"mac": "...", "config": N} or "MAC=CONFIG")")
+           "--file", arguments.file,
+           R"(JSON file in place of SPEAKER: a list of {"mac": "...", "config": N} or "MAC=CONFIG")")
         ->type_name("LIST");
 }
 

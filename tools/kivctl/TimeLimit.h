@@ -8,23 +8,24 @@
 
 namespace kiv::ctl {
 
-// While it lives, this is what is said when the time is up, on another thread, in place of what a command says.
+// While the object lives, this function is called on another thread when the time is up, instead of the command's own
+// output.
 class AtTimeLimit {
 public:
     using SayWhy = std::function<void(std::chrono::milliseconds limit)>;
 
     explicit AtTimeLimit(SayWhy sayWhy);
-    // Waits for one that is being said.
+    // Waits for a function that runs.
     ~AtTimeLimit();
     AtTimeLimit(const AtTimeLimit&) = delete;
     AtTimeLimit& operator=(const AtTimeLimit&) = delete;
 
-    // Tells whether there was one to say.
+    // Calls the function, if there is one. Returns whether there is.
     static bool Say(std::chrono::milliseconds limit);
 };
 
-// Ends the process with kTimedOut when the time is up, unless it is destroyed before. The library's calls cannot be
-// interrupted.
+// Ends the process with kTimedOut when the time is up, unless the object is destroyed before. A call of the library
+// cannot be interrupted.
 class TimeLimit {
 public:
     TimeLimit(std::optional<std::chrono::milliseconds> limit, std::function<void()> sayWhy);

@@ -28,7 +28,7 @@ Action StartTone(CLI::App& app)
     AddNumber(app, "--channel", arguments->channel, "Channel type");
     return [arguments](const Output&) {
         StartNetSpkTest(arguments->mac.data(), arguments->parameter, arguments->channel, arguments->extra);
-        return Sent("StartNetSpkTest", kUnknownSpeaker);
+        return Sent("StartNetSpkTest", kNotConnected);
     };
 }
 
@@ -37,7 +37,7 @@ Action StopTone(CLI::App& app)
     const auto arguments = AddTone(app);
     return [arguments](const Output&) {
         StopNetSpkTest(arguments->mac.data(), arguments->parameter, arguments->extra);
-        return Sent("StopNetSpkTest", kUnknownSpeaker);
+        return Sent("StopNetSpkTest", kNotConnected);
     };
 }
 
@@ -47,7 +47,7 @@ std::vector<Command> ToneCommands()
 {
     return {
         {"tone",
-         "Test tones",
+         "Start and stop test tones",
          nullptr,
          {
              {"start", "Start the test of a speaker", StartTone},

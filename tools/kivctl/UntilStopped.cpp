@@ -13,7 +13,7 @@
 namespace kiv::ctl {
 namespace {
 
-// A task that is not held up ends within this time: it takes its subscription back.
+// A task that no call holds up ends within this time, in which it takes its subscription back.
 constexpr std::chrono::seconds kGrace{1};
 
 class StopSignals {
@@ -26,7 +26,7 @@ public:
         pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
     }
 
-    // Waits for one of them, though not longer than the limit.
+    // Waits for one of the signals, but not longer than the limit.
     void Await(std::optional<std::chrono::milliseconds> limit) const
     {
         const auto now = [] { return std::chrono::steady_clock::now(); };
@@ -34,11 +34,11 @@ public:
         do {
             const auto left = std::max<std::chrono::nanoseconds>(end - now(), std::chrono::nanoseconds(0));
             const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-            const timespec time = {seconds.count(), (left - seconds).count()};
+            const timespec time = {static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
             if (sigtimedwait(&signals_, nullptr, limit ? &time : nullptr) >= 0) {
                 return;
             }
-        } while (errno == EINTR); // as when the process was suspended and goes on
+        } while (errno == EINTR); // when the process was suspended and goes on
     }
 
 private:

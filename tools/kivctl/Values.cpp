@@ -83,10 +83,10 @@ std::string Printable(Bytes bytes)
     return text;
 }
 
-// Counts the columns of a terminal that the text takes.
+// Returns the number of columns of a terminal that the text takes.
 size_t DisplayWidth(const std::string& text)
 {
-    // Further bytes of a UTF-8 character take none.
+    // The further bytes of a UTF-8 character take no column.
     const auto beginsCharacter = [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0U) != 0x80U; };
     return static_cast<size_t>(std::ranges::count_if(text, beginsCharacter));
 }

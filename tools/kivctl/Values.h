@@ -13,9 +13,8 @@
 
 namespace kiv::ctl {
 
-/*
- * Values as they are written on the command line and shown. What parses throws BadArguments.
- */
+// Converts values from the command line, and for display. The Parse functions throw BadArguments for a text that is not
+// valid.
 
 using Mac = std::array<unsigned char, NETSPK_MAC_LEN>;
 using Ip = std::array<unsigned char, NETSPK_IP_LEN>;
@@ -23,48 +22,49 @@ using Bytes = std::span<const unsigned char>;
 
 int32_t ParseInt(const std::string& text);
 
-// More than 0, with or without a fraction.
+// Parses a number of seconds above 0, with or without a fraction.
 std::chrono::milliseconds ParseSeconds(const std::string& text);
 
-// From 0 to 100.
+// Parses a number from 0 to 100.
 int32_t ParseVolume(const std::string& text);
 
-// "surround", "multiroom", or a number.
+// Parses "surround", "multiroom", or a number.
 int32_t ParseMode(const std::string& text);
 std::vector<std::string> ModeNames();
 std::string ModeText(int mode);
 
-// "yes", "no", or a number.
+// Parses "yes", "no", or a number.
 int32_t ParseFlag(const std::string& text);
 std::vector<std::string> FlagNames();
 
-// An integer from the least to the most.
+// Parses an integer from the least to the most.
 int32_t ParseWithin(const std::string& text, int32_t least, int32_t most);
 
-// Six two-digit hex bytes with ':' between them.
+// Parses six two-digit hex bytes with ':' between them.
 Mac ParseMac(const std::string& text);
 
-// Dotted.
+// Parses four numbers with '.' between them.
 Ip ParseIp(const std::string& text);
 std::string IpText(const Ip& ip);
 
-// The first octet in the lowest byte.
+// Returns the address as an int with the first octet in the lowest byte.
 int IpNumber(const Ip& ip);
 
-// Two hex digits a byte; there may be blanks between bytes.
+// Parses bytes of two hex digits each. There may be blanks between bytes.
 std::string ParseHex(const std::string& text);
 std::string HexText(Bytes bytes, std::string_view separator);
 
-// A line for 16 bytes, with their offset and as characters. "*" stands for lines that repeat the one before.
+// Returns a line for each 16 bytes, with their offset and as characters. "*" stands for lines that repeat the line
+// before.
 std::string HexDump(Bytes bytes);
 
-// A text field that need not end with NUL.
+// Returns the text in a field that need not end with NUL.
 std::string FieldText(std::span<const char> field);
 
-// A line for each name and value, without control characters.
+// Returns a line for each name and value, without control characters.
 std::string Table(const std::vector<std::pair<std::string, std::string>>& rows);
 
-// A line for each row, with columns that are as wide as they need to be. All rows have the same number of columns.
+// Returns a line for each row, with columns of equal width. All rows must have the same number of columns.
 std::string Columns(const std::vector<std::vector<std::string>>& rows);
 
 } // namespace kiv::ctl

@@ -18,7 +18,7 @@ namespace {
 constexpr const char* kVolumeSubscription = "kivctl-volume";
 constexpr std::chrono::seconds kReportLimit{3};
 
-// An event callback gets no user data.
+// The object for the event callback, which gets no user data.
 VolumeReports* g_reports = nullptr;
 
 } // namespace
@@ -33,7 +33,7 @@ VolumeReports::~VolumeReports()
     if (subscribed_) {
         UnsubscribeNamServiceCallback(kVolumeSubscription);
     }
-    // No callback runs after this.
+    // After this call, no callback runs.
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
     g_reports = nullptr;
 }

@@ -11,8 +11,8 @@
 
 namespace kiv::ctl {
 
-// The server reports volumes by an event, which it sends when it is asked for them and when it has set them. There can
-// be one object of this class at a time.
+// Collects the server's reports of volumes. The server sends them as events when it is asked for volumes and when it
+// has set them. There can be one object of this class at a time.
 class VolumeReports {
 public:
     explicit VolumeReports(Layout layout);
@@ -20,10 +20,10 @@ public:
     VolumeReports(const VolumeReports&) = delete;
     VolumeReports& operator=(const VolumeReports&) = delete;
 
-    // Returns when events can come, or why they cannot.
+    // Waits until events can arrive. Returns the reason if they cannot.
     std::optional<Result> Begin();
 
-    // Waits until the volumes of these speakers have come: of any, if there are none. The library function of that name
+    // Waits for the volumes of these speakers, or for any report if there are none. The library function of that name
     // has asked for them.
     Result Await(const char* function, const std::vector<Mac>& speakers);
 
@@ -31,16 +31,16 @@ private:
     static void OnEvent(int id, void* data, int length);
 
     void Add(int id, Bytes data, int length);
-    // The speakers whose volume has not come.
+    // Returns the speakers whose volume has not arrived.
     std::vector<std::string> Missing(const std::vector<std::string>& macs);
-    // Tells whether there is nothing to wait for any more.
+    // Returns whether all volumes have arrived.
     bool IsComplete(const std::vector<std::string>& macs);
 
     const Layout layout_;
-    const bool knowsVolumes_; // Otherwise the first event is taken for the report, and shown as it is.
+    const bool knowsVolumes_; // If false, the first event counts as the report, and is shown as it is.
     bool subscribed_ = false;
     std::mutex mutex_;
-    // The reports are guarded by the mutex: the library's monitor thread adds them.
+    // The mutex guards these two members, because the library's monitor thread adds the reports.
     std::vector<Json> reports_;
     std::optional<std::string> unknown_;
 };

@@ -27,7 +27,7 @@ const CLI::Option* FindOption(const CLI::App& app, const CLI::App& command, cons
     return option != nullptr ? option : app.get_option_no_throw(name);
 }
 
-// The positional argument that takes the word behind so many, or null.
+// Returns the positional argument that takes the word with this index, or null.
 const CLI::Option* PositionalAt(const CLI::App& command, size_t number)
 {
     for (const CLI::Option* option : command.get_options()) {
@@ -109,13 +109,14 @@ std::string UnknownWordText(const CLI::App& app, const std::vector<std::string>&
     const std::string path = PathOf(*read.unknownIn);
     const std::string nearest =
         Nearest(read.unknown, isOption ? OptionsOf(app, *read.unknownIn) : CommandsIn(*read.unknownIn));
-    // A command goes by its whole name, an option by its own.
+    // A command is named with the commands before it, an option by its own name.
     const std::string prefix = isOption || path.empty() ? "" : path.substr(1) + " ";
     const bool isMisplaced =
         isOption && FindOption(app, *read.command, read.unknown.substr(0, read.unknown.find('='))) != nullptr;
-    const std::string advice = isMisplaced       ? fmt::format("it belongs behind{}", PathOf(*read.command))
-                               : nearest.empty() ? fmt::format("kivctl help{} lists them", path)
-                                                 : fmt::format("did you mean {}{}?", prefix, nearest);
+    const std::string advice =
+        isMisplaced       ? fmt::format("it is an option of{}, so write it behind that command", PathOf(*read.command))
+        : nearest.empty() ? fmt::format("kivctl help{} lists them", path)
+                          : fmt::format("did you mean {}{}?", prefix, nearest);
     return fmt::format("unknown {} {}{}; {}", isOption ? "option" : "command", prefix, read.unknown, advice);
 }
 

@@ -19,9 +19,9 @@ namespace {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-// The shells' completion asks with it.
+// The shells call kivctl with this word for completion.
 constexpr const char* kComplete = "--complete";
-// The build makes the man page with it.
+// The build calls kivctl with this word to write the man page.
 constexpr const char* kManPage = "--man-page";
 
 void AddAdvice(Result& result)
@@ -97,7 +97,7 @@ int Run(const Request& request, const Output& output)
         ShowResult(result, request.choice.name, output);
     }
     if (result.isAbandoned) {
-        // The thread that is left behind may even be stuck in writing to stdout.
+        // _Exit() is used, because the abandoned thread may be blocked in writing to stdout.
         std::_Exit(result.exitCode);
     }
     if (std::ferror(stdout) != 0) {
@@ -113,7 +113,7 @@ int Refuse(const Output& output, const std::string& reason)
     return kBadArguments;
 }
 
-// A command line that has too many words, or too few, is told those that the command takes.
+// Returns why a command line could not be parsed, and which words the command takes.
 std::string WhyNotParsed(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& words)
 {
     if (std::string unknown = UnknownWordText(app, words); !unknown.empty()) {
@@ -148,7 +148,7 @@ int Main(int argc, char** argv)
     } catch (const CLI::Success& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {
-        // Parsing may have ended before it came to the flag.
+        // The flag is looked for here, because parsing may have ended before it.
         const bool wantsJson = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
         return Refuse(Output(wantsJson), WhyNotParsed(app, error, {argv + 1, argv + argc}));
     }

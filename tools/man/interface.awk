@@ -1,5 +1,5 @@
-# Makes roff of commented introspection XML. Comments are those that gdbus-codegen knows: a name and a colon, lines like
-# "@argument: what it is", and paragraphs, of which indented ones stay as they are.
+# Converts introspection XML with comments to roff. The comments have the form of gdbus-codegen's: a name and a colon,
+# lines such as "@argument: what it is", and paragraphs. Indented paragraphs stay as they are.
 
 function Roff(text) {
     gsub(/\\/, "\\e", text)
@@ -14,7 +14,7 @@ function Trimmed(text) {
     return text
 }
 
-# Takes the comment apart: what it says of each argument, and the rest, as roff.
+# Splits the comment into the texts about the arguments, and the rest as roff.
 function ReadComment(    i, line, margin, argument, verbatim, blank) {
     split("", about)
     body = ""

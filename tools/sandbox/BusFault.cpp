@@ -27,11 +27,11 @@ constexpr auto kNone = "none";
 constexpr auto kHang = "hang";
 constexpr auto kGone = "gone";
 
-/// While this file is there, somebody waits for the sandbox to start the bus again.
+// While this file exists, a SetBusFault() waits for the sandbox to start the bus again.
 constexpr auto kRestartFile = "restart";
 constexpr int kRestartSeconds = 10;
 
-/// Rules of the context "mandatory" come before all others.
+// Rules of the context "mandatory" override all others.
 constexpr auto kFaultConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -52,19 +52,17 @@ std::string DeniedBy(const std::string& fault)
     return "";
 }
 
-/// The process that listens at an address. The kernel knows it, so a daemon that is stopped is found as well. Nothing
-/// for an address that is not a socket of this machine.
+// Returns the process that listens at an address, as the kernel knows it, so it also finds a daemon that is stopped.
+// Returns nothing for an address that is not a socket of this machine.
 std::optional<pid_t> DaemonAt(const std::string& address)
 {
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     GIOStream* const stream = g_dbus_address_get_stream_sync(address.c_str(), nullptr, nullptr, &error);
     if (stream == nullptr) {
-        // The folder of a sandbox goes with it, and the socket with the folder.
+        // When a sandbox ends, its folder is removed with the socket in it.
         const bool isGone = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_NOT_FOUND) != FALSE;
-        const std::string reason =
-            fmt::format("{}no connection to {}: {}", isGone ? "the sandbox has ended: " : "", address, error->message);
-        g_error_free(error);
-        throw std::runtime_error(reason);
+        throw std::runtime_error(
+            fmt::format("{}no connection to {}: {}", isGone ? "the sandbox has ended: " : "", address, error->message));
     }
     GSocket* const socket = g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream));
     GCredentials* credentials = g_socket_get_credentials(socket, nullptr);
@@ -74,7 +72,7 @@ std::optional<pid_t> DaemonAt(const std::string& address)
     return pid > 0 ? std::optional(pid) : std::nullopt;
 }
 
-/// The failure begins the sentence of an error.
+// Waits until the condition holds. Throws after ten seconds; the failure begins the message.
 template <typename Condition>
 void Await(const Condition& condition, const char* failure)
 {
@@ -99,7 +97,7 @@ void SendSignal(pid_t process, int number)
 
 const std::vector<std::string> kBusFaults = {kNone, "deny-name", "deny-events", kHang, kGone};
 
-const char* const kBusFaultConfig = R"(<include ignore_missing="yes">fault.conf</include>)";
+const std::string kBusFaultConfig = fmt::format(R"(<include ignore_missing="yes">{}</include>)", kFaultFile);
 
 void SetBusFault(const std::string& address, const std::string& fault)
 {
@@ -174,7 +172,7 @@ void ConfirmRestart(const std::filesystem::path& busDirectory)
 
 bool IsStopped(pid_t process)
 {
-    // "pid (name) state ...", in which the name can have any character.
+    // The text is "pid (name) state ...". The name can have any character.
     std::ifstream file(fmt::format("/proc/{}/stat", process));
     const std::string stat(std::istreambuf_iterator<char>(file), {});
     const std::size_t nameEnd = stat.rfind(')');

@@ -8,38 +8,36 @@
 
 namespace kiv::sandbox {
 
-/**
- * The fault of a private bus is one of these:
- *
- * - none
- * - deny-name: nobody gets the name of a client
- * - deny-events: nobody may send events, the server included
- * - hang: the daemon is stopped, and answers nothing
- * - gone: the daemon has been killed. Any other fault has the sandbox start it again
- */
+// A private bus has one of these faults:
+//
+// - none
+// - deny-name: no process gets the name of a client
+// - deny-events: no process may send events, not even the server
+// - hang: the daemon is stopped, and answers nothing
+// - gone: the daemon has been killed. Any other fault makes the sandbox start it again
 extern const std::vector<std::string> kBusFaults;
 
-/// The extra configuration of a private bus that can have faults.
-extern const char* const kBusFaultConfig;
+// The additional configuration of a private bus that can have faults.
+extern const std::string kBusFaultConfig;
 
-/// Replaces the fault of a private bus. Throws std::runtime_error if the bus cannot have faults.
+// Replaces the fault of a private bus. Throws std::runtime_error if the bus cannot have faults.
 void SetBusFault(const std::string& address, const std::string& fault);
 
-/// The fault that a private bus has now. Throws std::runtime_error as SetBusFault() does.
+// Returns the fault that a private bus has now. Throws std::runtime_error as SetBusFault() does.
 std::string BusFault(const std::string& address);
 
-/// Tells whether the daemon of a bus is stopped, so that a connection to it would never be answered.
+// Returns whether the daemon of a bus is stopped, so that it would never answer a connection.
 bool BusHangs(const std::string& address);
 
-/// Tells whether nobody listens at the address of a private bus that is still there.
+// Returns whether the daemon of a private bus has ended, while its sandbox still runs.
 bool BusIsGone(const std::string& address);
 
-/// Tells the sandbox whether SetBusFault() waits, in whatever process, for the bus to be started again.
+// Returns whether a SetBusFault() of any process waits for the sandbox to start the bus again.
 bool IsRestartWanted(const std::filesystem::path& busDirectory);
-/// Has that SetBusFault() go on, because the bus runs again.
+// Lets that SetBusFault() return, because the bus runs again.
 void ConfirmRestart(const std::filesystem::path& busDirectory);
 
-/// Tells whether a process was stopped by a signal.
+// Returns whether a process was stopped by a signal.
 bool IsStopped(pid_t process);
 
 } // namespace kiv::sandbox

@@ -25,7 +25,7 @@ std::string Print(GVariant* value)
     return Owned(g_variant_print(value, FALSE));
 }
 
-/// The arguments of a call or a result, in parentheses.
+// Returns the arguments of a call or a result, in parentheses.
 std::string DescribeBody(const Message& message)
 {
     return message.body ? simulator::ShortText(message.body.get()) : "()";
@@ -107,20 +107,19 @@ std::string Describe(const Message& message)
     }
 }
 
-/**
- * What the trace shares with the thread on which GIO reads the monitor's connection. The connection owns it, because
- * that thread may still be in the filter when the trace has gone.
- */
+// The data that the trace shares with the thread on which GIO reads the monitor's connection. The connection owns the
+// data, because that thread may still be in the filter when the trace has been destroyed.
 struct BusTrace::Tap {
-    /// One for all: it also covers the making and the end of each, where race detectors do not see GLib's own locks.
+    // One mutex for all traces. It also covers the creation and the end of each, because race detectors do not see
+    // GLib's own locks.
     static inline std::mutex mutex;
 
     Listener listener;
     std::vector<Message> messages;
     std::string monitorName;
     std::string fenceName;
-    GMainContext* waiter;  ///< woken at each answer to the fence; null once the trace has gone
-    guint32 lastFence = 0; ///< serial of the fence's newest call that has come by with its answer
+    GMainContext* waiter;  // woken at each answer to the fence; null once the trace has gone
+    guint32 lastFence = 0; // serial of the fence's newest call that has come by with its answer
 
     static GDBusMessage* Filter(GDBusConnection*, GDBusMessage* message, gboolean incoming, gpointer tap)
     {
@@ -128,7 +127,7 @@ struct BusTrace::Tap {
         if (incoming == FALSE || !static_cast<Tap*>(tap)->Take(message)) {
             return message;
         }
-        // A monitor must not speak, and GIO would answer the calls that it sees.
+        // The message is dropped here, because GIO would answer the calls that it sees, and a monitor must not send.
         g_object_unref(message);
         return nullptr;
     }
@@ -139,7 +138,7 @@ struct BusTrace::Tap {
         delete static_cast<Tap*>(tap);
     }
 
-    /// Returns false for a message to the monitor itself.
+    // Returns false for a message to the monitor itself.
     bool Take(GDBusMessage* message)
     {
         const std::string destination = Text(g_dbus_message_get_destination(message));
@@ -203,7 +202,7 @@ void BusTrace::Flush()
     try {
         serial = fence_->CallDaemon("org.freedesktop.DBus.Peer", "Ping");
     } catch (const std::runtime_error&) {
-        // The daemon has gone: what it still sent is complete when the monitor's connection has ended, too.
+        // The daemon has ended. Everything that it sent has arrived when the monitor's connection has ended, too.
     }
     while (!tap_->HasSeenFence(serial) && g_dbus_connection_is_closed(monitor_->Get()) == FALSE) {
         g_main_context_iteration(monitor_->Context(), TRUE);

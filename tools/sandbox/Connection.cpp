@@ -13,9 +13,7 @@ namespace {
     const std::string name = remoteName == nullptr ? "" : remoteName;
     g_free(remoteName);
     g_dbus_error_strip_remote_error(error);
-    const std::string reason = what + ": " + error->message;
-    g_error_free(error);
-    throw DaemonError(name, reason);
+    throw DaemonError(name, what + ": " + error->message);
 }
 
 } // namespace
@@ -29,7 +27,7 @@ Connection::Connection(const std::string& address) : context_(g_main_context_new
 {
     constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
         G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     g_main_context_push_thread_default(context_);
     connection_ = g_dbus_connection_new_for_address_sync(address.c_str(), kFlags, nullptr, nullptr, &error);
     g_main_context_pop_thread_default(context_);
@@ -56,8 +54,8 @@ guint32 Connection::CallDaemon(const char* interface, const char* method, GVaria
         g_dbus_message_set_body(call, arguments);
     }
     guint32 serial = 0;
-    GError* error = nullptr;
-    // No limit of its own: the daemon always answers, or the connection breaks.
+    g_autoptr(GError) error = nullptr;
+    // The call has no time limit: the daemon always answers, or the connection breaks.
     GDBusMessage* reply = g_dbus_connection_send_message_with_reply_sync(
         connection_, call, G_DBUS_SEND_MESSAGE_FLAGS_NONE, INT_MAX, &serial, nullptr, &error);
     g_object_unref(call);

@@ -7,7 +7,8 @@
 
 namespace kiv::sandbox {
 
-/// A call of the bus daemon has failed. The name is that of the D-Bus error; it is empty if the daemon did not answer.
+// Thrown when a call of the bus daemon fails. The name is that of the D-Bus error, or empty if the daemon did not
+// answer.
 class DaemonError : public std::runtime_error {
 public:
     DaemonError(std::string name, const std::string& reason);
@@ -18,12 +19,10 @@ private:
     std::string name_;
 };
 
-/**
- * A connection to a bus that nobody shares. Failures are reported as std::runtime_error.
- *
- * GIO delivers the loss of the connection in a main context, and keeps the connection until it has done so. This one
- * has a context of its own, so that the end of the object is the end of the connection.
- */
+// A connection to a bus that is not shared. Failures are thrown as std::runtime_error.
+//
+// GIO delivers the loss of a connection in a main context, and keeps the connection until then. This class has a
+// context of its own, so that the connection ends with the object.
 class Connection {
 public:
     explicit Connection(const std::string& address);
@@ -35,8 +34,8 @@ public:
     GMainContext* Context() const { return context_; }
     std::string UniqueName() const { return g_dbus_connection_get_unique_name(connection_); }
 
-    /// Calls a method of the bus daemon itself and waits for the answer. The arguments may be floating or null.
-    /// Returns the serial number of the call. Throws DaemonError.
+    // Calls a method of the bus daemon itself and waits for the answer. The arguments may be floating or null.
+    // Returns the serial number of the call. Throws DaemonError.
     guint32 CallDaemon(const char* interface, const char* method, GVariant* arguments = nullptr) const;
 
 private:

@@ -41,27 +41,30 @@ using Variant = std::shared_ptr<GVariant>;
 constexpr int kBadUsage = 2;
 
 constexpr auto kControlDescription =
-    "Changes what the simulator and the bus do while they run. To be used within a sandbox: by its command, or by\n"
-    "another program that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
+    "Changes what the simulator and the bus do while they run. Use it inside a sandbox: in its command, or in another\n"
+    "program that has the same DBUS_SYSTEM_BUS_ADDRESS.\n";
 
 constexpr auto kControlFooter =
-    "Each but bus-fault is a method of the simulator's D-Bus interface, too: clear-faults is ClearFaults.\n\n"
+    "Each subcommand but bus-fault is also a method of the simulator's D-Bus interface: clear-faults is "
+    "ClearFaults.\n\n"
     "Exit code:\n"
     "  0  done\n"
-    "  1  there is no sandbox or no simulator, the bus hangs, or a client cannot be told or gives no answer\n"
+    "  1  there is no sandbox or no simulator, the bus hangs or is gone, or a client cannot be told or gives no "
+    "answer\n"
     "  2  the command or its input cannot be used; nothing is changed\n\n"
     "Examples:\n"
     "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
     "  kiv-sandbox control event 0x02020028 '01 00 00 00'\n"
     "  kiv-sandbox control apply surround-set";
 
-/// The simulator will not do it.
+// Thrown when the simulator refuses a request.
 class Refusal : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The address of the sandbox's bus, and never of the system bus of this machine.
+// Returns the address of the sandbox's bus. Throws if the variable is not set, because the address would be that of the
+// system bus of this machine.
 std::string BusAddress()
 {
     const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
@@ -71,26 +74,26 @@ std::string BusAddress()
     return address;
 }
 
-/// The address of a bus that answers.
+// Returns the address of the sandbox's bus. Throws if the bus hangs or is gone.
 std::string AnsweringBusAddress()
 {
     std::string address = BusAddress();
     if (BusIsGone(address)) {
-        throw std::runtime_error("the bus is gone; 'kiv-sandbox control bus-fault none' starts it again");
+        throw std::runtime_error("the bus is gone; \"kiv-sandbox control bus-fault none\" starts it again");
     }
     if (BusHangs(address)) {
-        throw std::runtime_error("the bus hangs; 'kiv-sandbox control bus-fault none' has it go on");
+        throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on");
     }
     return address;
 }
 
-/// The simulator of this sandbox.
+// The simulator of this sandbox.
 class Simulator {
 public:
     Simulator() : connection_(AnsweringBusAddress())
     {
-        // A simulator that runs is used as it is. The bus may be unable to start it, and would wait while its server is
-        // away.
+        // A simulator that runs is not started again, because the bus may be unable to start it, and would wait while
+        // its server is away.
         if (!IsRunning()) {
             Start();
         }
@@ -129,7 +132,7 @@ private:
     Variant
     Call(const char* name, const char* path, const char* interface, const char* method, GVariant* arguments) const
     {
-        GError* error = nullptr;
+        g_autoptr(GError) error = nullptr;
         GVariant* reply = g_dbus_connection_call_sync(
             connection_.Get(), name, path, interface, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
             INT_MAX, nullptr, &error);
@@ -138,25 +141,23 @@ private:
         }
         const bool isRefusal = g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS) != FALSE;
         g_dbus_error_strip_remote_error(error);
-        const std::string reason = error->message;
-        g_error_free(error);
         if (isRefusal) {
-            throw Refusal(reason);
+            throw Refusal(error->message);
         }
-        throw std::runtime_error(reason);
+        throw std::runtime_error(error->message);
     }
 
     Connection connection_;
 };
 
-/// A tuple that has come in a variant, where an empty one cannot travel.
+// Returns the text of a tuple from a variant, in which "()" stands for an empty tuple.
 std::string PrintTuple(GVariant* value)
 {
     const std::string text = Owned(g_variant_print(value, FALSE));
     return text == "'()'" ? "()" : text;
 }
 
-/// The arguments of a call, as the messages about a recording have them: without the comma behind a single one.
+// Returns the arguments of a call in the form of messages about a recording: without the comma behind a single one.
 std::string ForPeople(std::string tuple)
 {
     if (tuple.ends_with(",)")) {
@@ -165,7 +166,7 @@ std::string ForPeople(std::string tuple)
     return tuple;
 }
 
-/// Reads a scenario, and checks it here already, where the file has a name.
+// Reads a scenario. Checks it here, because messages can name the file here.
 std::string CheckedScenario(const std::string& nameOrFile)
 {
     ScenarioText given = ReadScenarioText(nameOrFile);
@@ -178,7 +179,7 @@ std::int32_t ParseEventId(const std::string& text)
     const auto id = simulator::ParseEventId(text);
     if (!id) {
         throw Refusal(
-            fmt::format("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got '{}'", text));
+            fmt::format("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got \"{}\"", text));
     }
     return *id;
 }
@@ -187,12 +188,12 @@ GVariant* ParseBytes(const std::string& text)
 {
     const auto bytes = simulator::ParseHex(text);
     if (!bytes) {
-        throw Refusal(fmt::format("BYTES must be in hexadecimal such as '01 ff', got '{}'", text));
+        throw Refusal(fmt::format("BYTES must be in hexadecimal such as \"01 ff\", got \"{}\"", text));
     }
     return simulator::NewByteArray(*bytes);
 }
 
-/// The commands' arguments and options.
+// The arguments and options of the commands.
 struct Words {
     std::string scenario;
     std::string method;
@@ -238,7 +239,7 @@ void SetFault(const Simulator& simulator, const Words& words)
     simulator.Control("Fault", g_variant_new("(s@a{sv})", words.method.c_str(), fault.get()));
 }
 
-/// The home, the clients and the faults.
+// Returns the home, the clients and the faults.
 json State(const Simulator& simulator)
 {
     const Variant reply = simulator.Control("Show");
@@ -247,7 +248,7 @@ json State(const Simulator& simulator)
     return json::parse(text);
 }
 
-/// Says so if what was pushed has reached nobody. A client that is named, and is not there, is an error.
+// Prints a line if a push has reached no client. A named client that is not there is an error.
 void TellIfNobody(const Simulator& simulator, const Words& words)
 {
     if (words.client.empty() && State(simulator).at("clients").empty()) {
@@ -374,8 +375,8 @@ void SetOrPrintBusFault(const std::string& fault)
     }
 }
 
-/// The commands have the names of the D-Bus methods, with dashes. Only bus-fault is no method, because a bus that hangs
-/// carries no call.
+// Adds the commands. They have the names of the D-Bus methods, with dashes. Only bus-fault is not a method, because a
+// bus that hangs carries no calls.
 void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
 {
     const auto command = [&](const char* name, const char* description,
@@ -388,30 +389,32 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         command(name, description, [method](const Simulator& simulator) { simulator.Control(method); });
     };
     const auto addClient = [&](CLI::App* added) {
-        added->add_option("--client", words.client, "to the client with this id, not to all")->option_text("ID");
+        added->add_option("--client", words.client, "push to the client with this id only")->option_text("ID");
     };
     command(
-        "apply", "apply a scenario: all that it mentions",
+        "apply", "apply all that a scenario mentions",
         [&](const Simulator& simulator) { simulator.Apply(CheckedScenario(words.scenario)); })
-        ->add_option("scenario", words.scenario, "a file, the name of a scenario that comes along, or - for stdin")
+        ->add_option("scenario", words.scenario, "a file, the name of an installed scenario, or - for stdin")
         ->required();
     CLI::App* const fault =
         command("fault", "give a method a fault", [&](const Simulator& simulator) { SetFault(simulator, words); });
-    fault->add_option("method", words.method, "method of the server, or * for all that have no fault of their own")
+    fault
+        ->add_option(
+            "method", words.method, "method of the server, or * for all methods that have no fault of their own")
         ->required();
     fault->add_option("fault", words.fault, fmt::format("as JSON, with the keys {}; or none", FaultKeys()));
     command(
-        "clear-fault", "take a method's fault back",
+        "clear-fault", "remove the fault of a method",
         [&](const Simulator& simulator) {
             simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
         })
         ->add_option("method", words.method, "method of the server, or *")
         ->required();
-    plain("clear-faults", "ClearFaults", "take every fault back");
+    plain("clear-faults", "ClearFaults", "remove every fault");
     command(
-        "feature", "whether the TV has network speakers",
+        "feature", "set whether the TV has network speakers",
         [&](const Simulator& simulator) { simulator.Control("Feature", g_variant_new("(s)", words.feature.c_str())); })
-        ->add_option("state", words.feature, "on, off, or absent: cannot be read")
+        ->add_option("state", words.feature, "on, off, or absent, which means that it cannot be read")
         ->required()
         ->check(simulator::OneOf(simulator::kFeatures));
     command(
@@ -422,8 +425,8 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->add_option("state", words.atmos, "on or off")
         ->required()
         ->check(simulator::OneOf({"on", "off"}));
-    CLI::App* const busFault =
-        app.add_subcommand("bus-fault", "have the bus deny something, hang or be gone; or print what is in force");
+    CLI::App* const busFault = app.add_subcommand(
+        "bus-fault", "make the bus deny something, hang, or be gone; without an argument, print the fault in force");
     busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
         ->check(simulator::OneOf(kBusFaults));
@@ -444,17 +447,16 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
     event->add_option("id", words.eventId, "in hexadecimal, such as 0x02020028")->required();
     event->add_option("data", words.bytes, "bytes in hexadecimal");
     addClient(event);
-    CLI::App* const payload =
-        command("payload", "push bytes as they are to every client, header included", [&](const Simulator& simulator) {
-            PushPayload(simulator, words);
-        });
+    CLI::App* const payload = command(
+        "payload", "push all bytes of a message, header included, to every client",
+        [&](const Simulator& simulator) { PushPayload(simulator, words); });
     payload->add_option("bytes", words.bytes, "in hexadecimal")->required();
     addClient(payload);
     CLI::App* const payloads = command(
-        "payloads", "push them many times, and print how often a client answered",
+        "payloads", "push a payload many times, and print how often a client answered",
         [&](const Simulator& simulator) { PushPayloads(simulator, words); });
     payloads->add_option("bytes", words.bytes, "in hexadecimal")->required();
-    payloads->add_option("count", words.count, "how often")->required()->check(simulator::IntegerFrom(0));
+    payloads->add_option("count", words.count, "how many times")->required()->check(simulator::IntegerFrom(0));
     addClient(payloads);
     CLI::App* const call =
         command("call-client", "call any method of a client, and print its answer", [&](const Simulator& simulator) {
@@ -473,26 +475,26 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->required();
     plain("reset-client-id", "ResetClientId", "give each process its own id again");
     command(
-        "away", "have the server crash, and come back",
+        "away", "make the server crash, and come back",
         [&](const Simulator& simulator) { simulator.Control("Away", g_variant_new("(u)", words.milliseconds)); })
         ->add_option("milliseconds", words.milliseconds, "how long it is away")
         ->required()
         ->check(simulator::IntegerFrom(0));
     plain("await-server", "AwaitServer", "wait until the server is on the bus again");
-    plain("exit", "Exit", "have the server end; the next call starts it anew");
+    plain("exit", "Exit", "make the server end; the next call starts it again");
     const auto addForm = [&](CLI::App* added) {
         CLI::Option* const text = added->add_flag("--text", words.asText, "as aligned text");
         added->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
     };
     addForm(
         command("show", "print home, clients and faults", [&](const Simulator& simulator) { Show(simulator, words); }));
-    addForm(command("await-change", "wait until any of these changes, and print them", [&](const Simulator& simulator) {
-        AwaitChange(simulator, words);
-    }));
-    command("calls", "print what the server was called", [&](const Simulator& simulator) {
+    addForm(command(
+        "await-change", "wait until home, clients or faults change, and print them",
+        [&](const Simulator& simulator) { AwaitChange(simulator, words); }));
+    command("calls", "print the calls that the server has received", [&](const Simulator& simulator) {
         PrintCalls(simulator, words);
     })->add_flag("--json", words.asJson, "as JSON");
-    plain("forget-calls", "ForgetCalls", "begin the record of calls anew");
+    plain("forget-calls", "ForgetCalls", "empty the list of calls that the server has received");
 }
 
 void RefuseUnknownCommand(const CLI::App& app, const std::string& word)

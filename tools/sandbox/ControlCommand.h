@@ -2,7 +2,7 @@
 
 namespace kiv::sandbox {
 
-/// "kiv-sandbox control": changes what the simulator does, from within the sandbox. Returns the exit code.
+// Runs "kiv-sandbox control", which changes what the simulator does, from within the sandbox. Returns the exit code.
 int ControlMain(int argc, char** argv);
 
 } // namespace kiv::sandbox

@@ -21,20 +21,18 @@ namespace kiv::sandbox {
 
 namespace {
 
-/// How long a program may take to end by itself after SIGTERM.
+// The time that a program has to end by itself after SIGTERM.
 constexpr int kGraceMilliseconds = 2000;
 
-/// Orders to the keeper are single bytes: this one, or the number of a signal for the program.
+// Orders to the keeper are single bytes: this one, or the number of a signal for the program.
 constexpr unsigned char kStartOrder = 0;
 
 constexpr std::string_view kStarted = "started ";
 constexpr std::string_view kFailed = "failed ";
 constexpr std::string_view kEnded = "ended ";
 
-/**
- * What the keeper process does. Another thread of the owner may have held any lock when it was forked, that of the
- * allocator included, so nothing here allocates memory or calls anything but what a signal handler may call.
- */
+// The work of the keeper process. It runs after fork(), when another thread of the owner may have held any lock, also
+// that of the allocator. So nothing here allocates memory, or calls a function that a signal handler may not call.
 class KeeperProcess {
 public:
     KeeperProcess(char* const* command, Keeper::Place place, char* const* removal)
@@ -75,7 +73,7 @@ private:
         childEvents_ = signalfd(-1, &childSignal, SFD_CLOEXEC | SFD_NONBLOCK);
     }
 
-    /// Returns false when the owner has gone.
+    // Returns false when the owner has ended.
     bool ServeOnce()
     {
         std::array<pollfd, 2> events{{{childEvents_, POLLIN, 0}, {owner_, POLLIN, 0}}};
@@ -140,7 +138,7 @@ private:
         }
     }
 
-    /// Descendants whose parent ends become children of this process and get their turn.
+    // Ends all children. Descendants whose parent ends become children of this process, and are ended in turn.
     void EndChildren()
     {
         int signalNumber = SIGTERM;
@@ -157,7 +155,8 @@ private:
         }
     }
 
-    /// Returns false when there are none. Those that do not fit the buffer are listed again when others are gone.
+    // Returns false when there are no children. Children that do not fit in the buffer are listed the next time, when
+    // others have ended.
     static bool SignalChildren(int signalNumber)
     {
         std::array<char, 4096> list{};
@@ -167,7 +166,7 @@ private:
         const char* position = list.data();
         const char* const end = position + std::max<ssize_t>(length, 0);
         for (pid_t pid = 0; position < end; ++position) {
-            // A blank follows each number; one that the end of the buffer has cut is not taken for another.
+            // A blank follows each number. A number that the end of the buffer has cut is ignored.
             position = std::from_chars(position, end, pid).ptr;
             if (position < end) {
                 kill(pid, signalNumber);
@@ -201,7 +200,7 @@ private:
     pid_t program_ = 0;
 };
 
-/// A null-terminated view for exec.
+// Returns a null-terminated view for exec.
 std::vector<char*> Arguments(std::vector<std::string>& words)
 {
     std::vector<char*> arguments;
@@ -218,7 +217,7 @@ std::vector<char*> Arguments(std::vector<std::string>& words)
     throw std::system_error(error, std::generic_category(), what);
 }
 
-/// As read(), but not disturbed by signals.
+// Reads like read(), but goes on after a signal.
 ssize_t ReadSome(int fd, void* buffer, std::size_t size)
 {
     ssize_t length = 0;
@@ -228,7 +227,7 @@ ssize_t ReadSome(int fd, void* buffer, std::size_t size)
     return length;
 }
 
-/// The number after a keyword.
+// Returns the number after a keyword.
 std::optional<int> Value(std::string_view line, std::string_view keyword)
 {
     if (!line.starts_with(keyword)) {
@@ -260,7 +259,7 @@ Keeper::Keeper(const std::vector<std::string>& command, Place place, const std::
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         ThrowErrno(errno, "socketpair");
     }
-    // No signal handler of the owner may run in the keeper.
+    // Signals are blocked, so that no signal handler of the owner runs in the keeper.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -268,7 +267,8 @@ Keeper::Keeper(const std::vector<std::string>& command, Place place, const std::
     const pid_t child = fork();
     if (child == 0) {
         close(ends[0]);
-        // Whoever kills this process with all its children does not find the keeper among them.
+        // The keeper is a grandchild, so that a program that kills this process with all its children does not kill the
+        // keeper.
         const pid_t keeper = fork();
         if (keeper == 0) {
             process.Run(ends[1]);
@@ -290,7 +290,7 @@ Keeper::Keeper(const std::vector<std::string>& command, Place place, const std::
 Keeper::~Keeper()
 {
     shutdown(socket_, SHUT_WR);
-    // The other end is closed when all is done.
+    // The keeper closes its end when everything is done.
     std::array<char, 256> rest{};
     while (ReadSome(socket_, rest.data(), rest.size()) > 0) {
     }
@@ -332,7 +332,7 @@ int Keeper::WaitForEnd()
     return status_;
 }
 
-/// Byte by byte, so that Fd() is readable as long as a line is left.
+// Reads byte by byte, so that Fd() is readable as long as a line is left.
 std::string Keeper::ReadRawLine() const
 {
     std::string line;

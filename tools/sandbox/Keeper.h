@@ -9,21 +9,19 @@
 
 namespace kiv::sandbox {
 
-/**
- * Runs a program, and sees to it that nothing of it stays: when the object is destroyed, or this process dies in
- * whatever way, the program and everything that it started are ended (SIGTERM, then SIGKILL) and a directory is
- * removed.
- *
- * A process of its own does this. It adopts what the program's descendants leave behind, so that no daemon escapes it.
- * Failures are reported as std::runtime_error.
- */
+// Runs a program, and removes everything of it in the end. When the object is destroyed, or this process dies in
+// whatever way, the program and everything that it started are ended (SIGTERM, then SIGKILL), and a directory is
+// removed.
+//
+// A separate process does this. It adopts the orphans of the program's descendants, so that no daemon escapes. Failures
+// are thrown as std::runtime_error.
 class Keeper {
 public:
     enum class Place {
-        Foreground, ///< shares this process's terminal and standard streams
-        Background, ///< in a session of its own, without input; writes to stderr only, and lines on kReportFd
+        Foreground, // shares this process's terminal and standard streams
+        Background, // in a session of its own, without input; writes to stderr only, and lines on kReportFd
     };
-    /// What a program in the background writes here is read by ReadLine().
+    // ReadLine() returns what a program in the background writes to this descriptor.
     static constexpr int kReportFd = 3;
 
     Keeper(const std::vector<std::string>& command, Place place, const std::filesystem::path& directory = {});
@@ -31,15 +29,16 @@ public:
     Keeper(const Keeper&) = delete;
     Keeper& operator=(const Keeper&) = delete;
 
-    /// Starts the program; again after it has ended.
+    // Starts the program. It can be started again after it has ended.
     void Start();
-    pid_t Pid() const { return pid_; } ///< of the program; 0 before its start and once its end has been read
+    pid_t Pid() const { return pid_; } // of the program; 0 before its start and once its end has been read
     void Signal(int signalNumber);
-    /// The next line from the program; nothing when it has ended. Throws std::system_error if it cannot be executed.
+    // Returns the next line from the program, or nothing when it has ended. Throws std::system_error if it cannot be
+    // executed.
     std::optional<std::string> ReadLine();
-    /// Returns the wait status of the program. Throws as ReadLine() does.
+    // Returns the wait status of the program. Throws as ReadLine() does.
     int WaitForEnd();
-    /// Readable when the program has written a line or has ended.
+    // Returns a descriptor that is readable when the program has written a line or has ended.
     int Fd() const { return socket_; }
 
 private:

@@ -54,17 +54,17 @@ using simulator::kServerName;
 
 constexpr auto kSimulatorProgram = "kiv-simulator";
 
-/// As with env(1). The sandbox has no other codes of its own, so that a script can tell its failures from those of its
-/// command.
+// These are the exit codes of env(1). The sandbox has no others of its own, so that a script can tell its failures from
+// those of the command.
 constexpr int kSandboxFailed = 125;
 constexpr int kCannotExecute = 126;
 constexpr int kNotFound = 127;
 
 constexpr auto kDescription =
     "Runs a command on a system bus of its own, on which a simulated network-speaker server answers.\n\n"
-    "The bus is private to the command. The server runs before the command does. When the command ends, so do the\n"
-    "bus, the simulator and whatever the command has left running.\n\n"
-    "A sandbox with a --name is open to the same user's other terminals by --join.\n\n"
+    "The bus is private to the command. The server starts before the command. When the command ends, so do the bus,\n"
+    "the simulator and all programs that the command has left running.\n\n"
+    "If the sandbox has a --name, the same user can run commands in it from other terminals, by --join.\n\n"
     "\"kiv-sandbox control\" changes what the simulator and the bus do while they run; see its --help.\n";
 
 constexpr auto kFooter = "Environment of the command:\n"
@@ -72,7 +72,7 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  KIV_SYSTEM_INFO_FILE        the device features, see --feature\n"
                          "  KIV_LAYOUT                  the record layout, see --layout\n\n"
                          "Exit code:\n"
-                         "  that of the command, or 128 plus the number of the signal that ended it\n"
+                         "  the command's, or 128 plus the number of the signal that ended it\n"
                          "  125  the sandbox failed: its options are wrong, a file cannot be used, ...\n"
                          "  126  the command cannot be executed\n"
                          "  127  the command was not found\n\n"
@@ -112,7 +112,7 @@ struct Options {
     bool printAddress = false;
 };
 
-/// Signals that would end this process, to be read from a file descriptor instead.
+// Blocks the signals that would end this process, to read them from a file descriptor.
 class EndSignals {
 public:
     EndSignals()
@@ -130,7 +130,7 @@ public:
 
     int Fd() const { return fd_; }
 
-    /// Nothing for a signal from the terminal, which sends it to the command, too.
+    // Returns nothing for a signal from the terminal, because the terminal sends it to the command, too.
     std::optional<int> Read() const
     {
         signalfd_siginfo info{};
@@ -140,7 +140,7 @@ public:
         return static_cast<int>(info.ssi_signo);
     }
 
-    /// Has these signals end this process during an action in which nobody reads them.
+    // Unblocks the signals during an action, so that they end this process.
     template <typename Action>
     void EndBySignalDuring(const Action& action) const
     {
@@ -159,7 +159,7 @@ std::string FindSimulator(const std::string& given)
     if (!given.empty()) {
         return fs::absolute(given);
     }
-    // Installed beside this program; in a build tree, in its own folder.
+    // The simulator is installed beside this program. In a build tree, it is in its own folder.
     const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
     for (const fs::path& folder : {here, here / "../../simulator"}) {
         const fs::path candidate = folder / kSimulatorProgram;
@@ -180,8 +180,8 @@ Service SimulatorService(const Options& options, const fs::path& featureFile, co
 {
     std::vector<std::string> command = {FindSimulator(options.simulator), "--feature-file", featureFile};
     if (!options.simulator.empty()) {
-        // dbus-daemon takes a program that exits with 0 for one that runs on in the background, and waits 25 s for it
-        // to take its name. With any other exit code the start fails at once.
+        // If a program exits with 0, dbus-daemon assumes that it runs on in the background, and waits 25 s for it to
+        // take its name. With any other exit code, the start fails at once.
         command.insert(command.begin(), {"/bin/sh", "-c", R"("$0" "$@" && false)"});
     }
     if (!scenarioFile.empty()) {
@@ -196,10 +196,10 @@ Service SimulatorService(const Options& options, const fs::path& featureFile, co
     return {kServerName, command};
 }
 
-/// The recording replaces its file, which therefore must not be one that is read.
+// Throws if --record names the file of another option, because the recording replaces its file.
 void RefuseToReplace(const fs::path& input, const char* option, const std::string& record)
 {
-    // Two names of the same file have the same device and inode.
+    // equivalent() compares the device and the inode of the files.
     std::error_code notThere;
     if (fs::equivalent(input, record, notThere)) {
         throw simulator::FileError(
@@ -212,8 +212,8 @@ struct InputFiles {
     std::optional<simulator::Replay> replay;
 };
 
-/// A recording without calls is most likely that of a run that failed, and a command that calls nothing would pass with
-/// --strict.
+// Reports a recording without calls. It is most likely that of a run that failed, and a command that makes no calls
+// would pass with --strict.
 void TellOfNoCalls(const simulator::Replay& replay, bool isStrict)
 {
     if (!replay.Unmade().empty()) {
@@ -226,7 +226,7 @@ void TellOfNoCalls(const simulator::Replay& replay, bool isStrict)
     fmt::print(stderr, "kiv-sandbox: {}\n", reason);
 }
 
-/// Reads what the simulator will read, so that nothing is started for files that cannot be used.
+// Reads the files that the simulator will read, so that nothing is started if they cannot be used.
 InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& given)
 {
     InputFiles files;
@@ -242,14 +242,15 @@ InputFiles ReadFiles(const Options& options, const std::optional<ScenarioText>& 
     return files;
 }
 
-/// Tells whether the server is to run before the command. One that takes its time to come up is left to the first call,
-/// so that the command sees that.
+// Returns whether the server is to run before the command. If the scenario begins with an outage, the first call starts
+// the server, so that the command sees the outage.
 bool IsStartedFirst(const Options& options, const simulator::Scenario& scenario)
 {
     return options.start || (!options.lazy && !options.noServer && !scenario.now.away);
 }
 
-/// The file from which the simulator reads the scenario, also when it is started anew; empty if there is none.
+// Returns the file from which the simulator reads the scenario each time that it is started. Empty if there is no
+// scenario.
 fs::path ScenarioFile(const std::optional<ScenarioText>& given, const PrivateBus& bus)
 {
     if (!given) {
@@ -263,7 +264,7 @@ fs::path ScenarioFile(const std::optional<ScenarioText>& given, const PrivateBus
     return copy;
 }
 
-/// Returns when the server runs. A signal ends this process meanwhile.
+// Starts the server, and returns when it runs. A signal ends this process meanwhile.
 void StartServer(PrivateBus& bus, const Options& options, const EndSignals& signals)
 {
     try {
@@ -277,13 +278,13 @@ void StartServer(PrivateBus& bus, const Options& options, const EndSignals& sign
     }
 }
 
-/// A bus that is started again on demand after its daemon has ended.
+// A bus that is started again on demand after its daemon has ended.
 struct RestartableBus {
     PrivateBus& bus;
     std::function<void()> onStarted;
 };
 
-/// Returns the wait status of the command.
+// Passes signals on until the command ends. Returns its wait status.
 int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals, const RestartableBus* restartable)
 {
     constexpr int kLookMilliseconds = 50;
@@ -297,7 +298,7 @@ int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals, const Restar
             return command.WaitForEnd();
         }
         if (events[2].revents != 0) {
-            bus->Kill(); // reads that it has ended
+            bus->Kill(); // reads the end of the daemon
         }
         if (isGone && IsRestartWanted(bus->Directory())) {
             bus->Start();
@@ -313,7 +314,7 @@ int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals, const Restar
     }
 }
 
-/// The command has not been executed.
+// Thrown when the command cannot be executed.
 class CommandError : public std::runtime_error {
 public:
     CommandError(const std::string& name, const std::error_code& reason)
@@ -330,7 +331,7 @@ private:
 
 constexpr int kSignalled = 128;
 
-/// By these signals people, terminals and shells end programs. The others tell of a crash.
+// Returns whether people, terminals and shells end programs by this signal. Other signals mean a crash.
 bool EndsOnPurpose(int number)
 {
     return number == SIGHUP || number == SIGINT || number == SIGPIPE || number == SIGTERM;
@@ -346,7 +347,7 @@ int RunCommand(const std::string& name, Keeper& command, const EndSignals& signa
         }
         const int number = WTERMSIG(status);
         if (!EndsOnPurpose(number)) {
-            // A stderr that has been closed changes nothing in the exit code, as an exception here would.
+            // std::fputs() is used, because an exception for a closed stderr would change the exit code.
             const char* const reason = g_strsignal(number);
             std::fputs(
                 fmt::format("kiv-sandbox: {} was killed by signal {} ({})\n", name, number, reason).c_str(), stderr);
@@ -357,7 +358,7 @@ int RunCommand(const std::string& name, Keeper& command, const EndSignals& signa
     }
 }
 
-/// As the log stand-in writes it, so that both can be read side by side.
+// Returns the time of day in the form of the log of the platform stand-in, so that both can be read side by side.
 std::string TimeOfDay()
 {
     const auto now = std::chrono::system_clock::now();
@@ -366,8 +367,8 @@ std::string TimeOfDay()
         "{:%H:%M:%S}.{:03}", fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds % 1000);
 }
 
-/// Prints the messages from the start of the command on, because those before are the sandbox's own. With the
-/// housekeeping it prints them all.
+// Prints the messages from the start of the command on, because earlier messages are the sandbox's own. With the
+// housekeeping, prints all messages.
 class TracePrinter {
 public:
     explicit TracePrinter(TraceFormatter::Housekeeping housekeeping)
@@ -379,10 +380,10 @@ public:
 
     void Add(const Message& message)
     {
-        // Also the messages that are not printed tell it names.
+        // Format() gets all messages, because it also learns names from messages that are not printed.
         const auto line = formatter_.Format(message);
         if (line && isPrinting_) {
-            // A stderr that has been closed is no reason to end the command, as an exception here would.
+            // std::fputs() is used, because an exception for a closed stderr would end the command.
             std::fputs(fmt::format("{} bus: {}\n", TimeOfDay(), *line).c_str(), stderr);
         }
     }
@@ -392,7 +393,7 @@ private:
     std::atomic<bool> isPrinting_;
 };
 
-/// All that want to see the messages.
+// Passes the messages to the trace, the recorder and the check of a replay.
 struct Listeners {
     Listeners(const Options& options, const InputFiles& files)
     {
@@ -439,7 +440,7 @@ void SetEnvironment(const Options& options, const std::map<std::string, std::str
     if (!options.layout.empty()) {
         setenv(kLayoutVariable, fs::absolute(options.layout).c_str(), 1);
     }
-    // A layout that is named already is that of a server whose recording is replayed.
+    // A layout that is named already is kept, because it belongs to the server whose recording is replayed.
     setenv(kLayoutVariable, LayoutFile().c_str(), 0);
     if (options.printAddress) {
         fmt::print(stderr, "kiv-sandbox: the bus is {}\n", environment.at(kAddressVariable));
@@ -459,7 +460,7 @@ int RunInSandbox(const Options& options)
     std::map<std::string, std::string> environment = {
         {kAddressVariable, bus.Address()}, {"KIV_SYSTEM_INFO_FILE", featureFile}};
     if (!options.layout.empty()) {
-        // Here, so that those who join the sandbox have it, too.
+        // The variable is set here, so that commands that join the sandbox have it, too.
         environment[kLayoutVariable] = fs::absolute(options.layout);
     }
     SetEnvironment(options, environment);
@@ -469,8 +470,8 @@ int RunInSandbox(const Options& options)
     }
     Keeper command(options.command, Keeper::Place::Foreground);
 
-    // Until here a signal simply ends this process, and the keepers clean up. The threads of bus and trace inherit the
-    // mask.
+    // Up to here, a signal ends this process, and the keepers clean up. The threads of the bus and the trace inherit
+    // the signal mask.
     const EndSignals signals;
     if (page) {
         page->Follow();
@@ -494,7 +495,7 @@ int RunInSandbox(const Options& options)
         trace->Flush();
         listeners.printer->CommandStarts();
     }
-    // The keepers, which are forked off before, do not hold the name.
+    // The name is taken after the keepers were forked, so that they do not hold its lock.
     std::optional<SandboxName> name;
     if (!options.name.empty()) {
         name.emplace(NamedSandbox{options.name, getpid(), options.command, environment});
@@ -503,7 +504,8 @@ int RunInSandbox(const Options& options)
         SetBusFault(bus.Address(), options.busFault);
     }
     const int exitCode = RunCommand(options.command.front(), command, signals, &restartable);
-    // A bus that hangs would not hand over the messages that are still to be traced, and would not end at once.
+    // A bus that hangs is resumed. Otherwise it would not deliver the messages that are still to be traced, and would
+    // not end at once.
     bus.Resume();
     if (trace) {
         trace->Flush();
@@ -518,7 +520,7 @@ int RunInSandbox(const Options& options)
     return exitCode == EXIT_SUCCESS && !complaints.empty() ? kSandboxFailed : exitCode;
 }
 
-/// Replaces this process.
+// Replaces this process.
 [[noreturn]] void Execute(std::vector<std::string> words)
 {
     std::vector<char*> arguments;
@@ -531,7 +533,7 @@ int RunInSandbox(const Options& options)
     throw CommandError(words.front(), std::error_code(errno, std::generic_category()));
 }
 
-/// Runs the command in a sandbox that another process has made: in place of this process, unless there is a page.
+// Runs the command in the sandbox of another process. Without a page, the command replaces this process.
 int JoinSandbox(const Options& options)
 {
     SetEnvironment(options, FindSandbox(options.join).environment);
@@ -564,15 +566,15 @@ class HelpFormat : public CLI::Formatter {
         return "Usage: " + name + " [options] -- command [argument...]\n";
     }
 
-    /// Without what an option excludes or needs, which is told to those who do not heed it.
+    // Leaves out which options an option excludes or needs, because an error message says that.
     std::string make_option_opts(const CLI::Option* option) const override
     {
         return option->get_option_text().empty() ? "" : " " + option->get_option_text();
     }
 };
 
-/// The command, which lists and recordings do not have. Without a "--" the options end at the first word that is none
-/// of ours.
+// Returns the command. Without a "--", the options end at the first word that is not one of them. Lists and recordings
+// take no command.
 std::vector<std::string> Command(const CLI::App& app, bool runsNone)
 {
     std::vector<std::string> words = app.remaining();
@@ -609,47 +611,53 @@ int Main(int argc, char** argv)
     app.add_flag("--trace", options.trace, "print calls, answers and signals on the bus to stderr");
     app.add_flag(
         "--trace-all", options.traceAll,
-        "the same with the housekeeping of bus and sandbox: Hello, AddMatch, the start of the server, ...");
+        "like --trace, and also print the housekeeping of bus and sandbox: Hello, AddMatch, the start of the server, "
+        "...");
     CLI::Option* const start = app.add_flag(
         "--start", options.start,
-        "start the server before the command: the default, unless the scenario has the server come up late");
+        "start the server before the command: the default, unless the scenario makes the server start late");
     CLI::Option* const lazy =
         app.add_flag("--lazy", options.lazy, "leave the start of the server to the first call, as a TV may do");
     CLI::Option* const noServer =
-        app.add_flag("--no-server", options.noServer, "no server, and none that can be started");
+        app.add_flag("--no-server", options.noServer, "run no server, and let the bus start none");
     start->excludes(lazy, noServer);
     lazy->excludes(noServer);
     app.add_flag("--simulator-log", options.simulatorLog, "have the simulator print what it does to stderr");
     CLI::Option* const scenario = app.add_option(
                                          "--scenario", options.scenario,
-                                         "the home, the faults and what happens when: a JSON file, the name of "
-                                         "a scenario that comes along, or - for stdin")
+                                         "read the home, the faults and the timetable from a JSON file, from an "
+                                         "installed scenario by its name, or from stdin with -")
                                       ->option_text("FILE");
-    app.add_flag("--list-scenarios", options.listScenarios, "print the scenarios that come along");
+    CLI::Option* const listScenarios =
+        app.add_flag("--list-scenarios", options.listScenarios, "print the installed scenarios");
     app.add_option("--record", options.record, "write calls, events and answers to FILE, a line each")
         ->option_text("FILE");
     CLI::Option* const replay =
         app.add_option("--replay", options.replay, "answer from what --record wrote")->option_text("FILE");
     replay->excludes(scenario, noServer);
-    app.add_flag("--strict", options.strict, "fail if a call was not recorded, or a recorded one was not made")
+    app.add_flag("--strict", options.strict, "fail if a call was not recorded, or if a recorded call was not made")
         ->needs(replay);
-    app.add_option("--simulator", options.simulator, "the simulator, if not the one installed beside this program")
+    app.add_option(
+           "--simulator", options.simulator,
+           "run this simulator, and not the one that is installed beside this program")
         ->option_text("PATH")
         ->check(simulator::File());
     app.add_option(
            "--feature", options.feature,
-           "whether the device has network speakers; absent: cannot be read (default: what the "
-           "scenario says, or on)")
+           "whether the device has network speakers; absent: this cannot be read (default: the scenario's feature, or "
+           "on)")
         ->option_text("on|off|absent")
         ->check(simulator::OneOf(simulator::kFeatures));
     app.add_option(
            "--bus-fault", options.busFault,
-           "what is wrong with the bus: it denies a client's name, denies the server's events, hangs, or is gone")
+           "make the bus deny a client's name, deny the server's events, hang, or be gone")
         ->option_text("deny-name|deny-events|hang|gone|none")
         ->check(simulator::OneOf(kBusFaults));
-    const std::vector<CLI::Option*> ofANewSandbox = app.get_options(
-        [](const CLI::Option* option) { return option->get_name() != "--help" && option->get_name() != "--version"; });
-    app.add_option("--name", options.name, "a name by which others of the same user find the sandbox")
+    const auto isOwn = [](const CLI::Option* option) {
+        return option->get_name() != "--help" && option->get_name() != "--version";
+    };
+    const std::vector<CLI::Option*> ofANewSandbox = app.get_options(isOwn);
+    app.add_option("--name", options.name, "give the sandbox a name, by which --join finds it")
         ->option_text("NAME")
         ->check(WhyNoName);
     CLI::Option* const join =
@@ -658,19 +666,31 @@ int Main(int argc, char** argv)
     for (CLI::Option* const option : ofANewSandbox) {
         join->excludes(option);
     }
-    app.add_option(
-           "--layout", options.layout,
-           "the file that names the fields of the server's records, for kivctl and the Python module")
-        ->option_text("FILE")
-        ->check(simulator::File());
-    app.add_flag("--list", options.list, "print the running sandboxes that have a name");
-    app.add_flag(
+    CLI::Option* const layout =
+        app.add_option(
+               "--layout", options.layout,
+               "use this file for the names of the fields in the server's records, in kivctl and the Python module")
+            ->option_text("FILE")
+            ->check(simulator::File());
+    CLI::Option* const list = app.add_flag("--list", options.list, "print the running sandboxes that have a name");
+    CLI::Option* const printAddress = app.add_flag(
         "--print-address", options.printAddress,
         "print the address of the bus: to stderr before the command runs, or with --list");
-    app.add_flag("--page", options.page, "show the home and what travels on the bus in a browser, live");
-    app.add_option("--show", options.show, "show what --record wrote in a browser")
-        ->option_text("FILE")
-        ->excludes(app.get_option("--page"), app.get_option("--print-address"), join);
+    app.add_flag("--page", options.page, "show the home and the messages on the bus live in a browser");
+    CLI::Option* const show =
+        app.add_option("--show", options.show, "show what --record wrote in a browser")->option_text("FILE");
+    // Lists and recordings run nothing on which another option could have an effect.
+    for (CLI::Option* const option : app.get_options(isOwn)) {
+        if (option != listScenarios) {
+            listScenarios->excludes(option);
+        }
+        if (option != list && option != printAddress) {
+            list->excludes(option);
+        }
+        if (option != show && option != layout) {
+            show->excludes(option);
+        }
+    }
     try {
         app.parse(argc, argv);
         options.command = Command(app, options.listScenarios || options.list || !options.show.empty());

@@ -33,7 +33,7 @@ constexpr std::size_t kLongestName = 64;
     throw std::runtime_error(fmt::format("{}: {}", what, std::strerror(errno)));
 }
 
-/// The folder with the entries of this user's sandboxes.
+// Returns the folder with the entries of this user's sandboxes.
 fs::path FolderPath()
 {
     const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
@@ -44,7 +44,7 @@ fs::path FolderPath()
     return TemporaryFolder() / fmt::format("kiv-sandbox-{}", geteuid());
 }
 
-/// The folder of the entries. The entries do not change while it is locked by an object of this class.
+// The folder of the entries. Entries do not change while an object of this class locks the folder.
 class LockedFolder {
 public:
     LockedFolder() : path_(FolderPath())
@@ -57,7 +57,7 @@ public:
         if (fd_ < 0 || fstat(fd_, &status) != 0) {
             ThrowErrno(path_.string());
         }
-        // In a folder that all may write to, another user may have made it first.
+        // The folder may be in one that all users can write to, where another user can have made it first.
         if (status.st_uid != geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
             close(fd_);
             throw std::runtime_error(
@@ -71,7 +71,7 @@ public:
 
     const fs::path& Path() const { return path_; }
 
-    /// Returns a descriptor, or a negative number.
+    // Opens an entry. Returns a descriptor, or a negative number.
     int Open(const std::string& name, int flags) const
     {
         return openat(fd_, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
@@ -108,7 +108,7 @@ NamedSandbox FromText(const std::string& name, const std::string& text)
         json.at("environment").get<std::map<std::string, std::string>>()};
 }
 
-/// Reads the entry of a sandbox, and removes that of one that has ended.
+// Reads the entry of a sandbox. Removes the entry of a sandbox that has ended.
 std::optional<NamedSandbox> ReadEntry(const LockedFolder& folder, const std::string& name)
 {
     const int entry = folder.Open(name, O_RDONLY);
@@ -137,8 +137,8 @@ std::string WhyNoName(const std::string& text)
         return "";
     }
     return fmt::format(
-        "must be a name of up to {} letters, digits, '-', '_' and '.', the first no '.', got \"{}\"", kLongestName,
-        text);
+        "must be a name of up to {} letters, digits, '-', '_' and '.' that does not begin with '.', got \"{}\"",
+        kLongestName, text);
 }
 
 SandboxName::SandboxName(const NamedSandbox& sandbox) : name_(sandbox.name)
@@ -146,8 +146,7 @@ SandboxName::SandboxName(const NamedSandbox& sandbox) : name_(sandbox.name)
     const LockedFolder folder;
     if (const auto other = ReadEntry(folder, name_)) {
         throw std::runtime_error(fmt::format(
-            "--name must be another than that of a running sandbox, got \"{}\", which process {} has", name_,
-            other->pid));
+            "--name must not be the name of a running sandbox, got \"{}\", which process {} has", name_, other->pid));
     }
     entry_ = folder.Open(name_, O_WRONLY | O_CREAT | O_EXCL);
     const std::string text = ToText(sandbox);
@@ -162,7 +161,7 @@ SandboxName::~SandboxName()
     try {
         LockedFolder().Remove(name_);
     } catch (const std::runtime_error&) {
-        // Nobody holds the entry any more, and the next look removes it.
+        // The lock on the entry is released now, so the next look removes the entry.
     }
     close(entry_);
 }

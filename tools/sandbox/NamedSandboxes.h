@@ -8,24 +8,22 @@
 
 namespace kiv::sandbox {
 
-/// A running sandbox as others of the same user find it.
+// A running sandbox, as other processes of the same user see it.
 struct NamedSandbox {
     std::string name;
     pid_t pid;
     std::vector<std::string> command;
-    std::map<std::string, std::string> environment; ///< what the sandbox sets for its command
+    std::map<std::string, std::string> environment; // the variables that the sandbox sets for its command
 };
 
-/// Returns the reason for which a text cannot be the name of a sandbox; empty if it can.
+// Returns why a text cannot be the name of a sandbox. Empty if it can.
 std::string WhyNoName(const std::string& text);
 
-/**
- * Makes this process's sandbox known by its name, for as long as the object lives.
- *
- * The entry is a file in a folder that only its user can enter. This process holds a lock on it, which the kernel
- * releases however the process ends; whoever looks next removes an entry that nobody holds. A process that is forked
- * off meanwhile would hold it too. Failures are reported as std::runtime_error.
- */
+// Publishes the name of this process's sandbox while the object lives.
+//
+// The entry is a file in a folder that only its user can enter. This process holds a lock on the file, which the kernel
+// releases however the process ends. The next process that looks removes an entry that is not locked. A process that is
+// forked while the object lives holds the lock, too. Failures are thrown as std::runtime_error.
 class SandboxName {
 public:
     explicit SandboxName(const NamedSandbox& sandbox);
@@ -38,10 +36,10 @@ private:
     int entry_ = -1;
 };
 
-/// The running sandboxes that have a name, in the order of their names.
+// Returns the running sandboxes that have a name, in the order of their names.
 std::vector<NamedSandbox> NamedSandboxes();
 
-/// Throws std::runtime_error if no sandbox of this name runs.
+// Returns the sandbox of this name. Throws std::runtime_error if none runs.
 NamedSandbox FindSandbox(const std::string& name);
 
 } // namespace kiv::sandbox

@@ -15,7 +15,7 @@ inline bool IsAnswer(const Message& message)
     return message.type == G_DBUS_MESSAGE_TYPE_METHOD_RETURN || message.type == G_DBUS_MESSAGE_TYPE_ERROR;
 }
 
-/// What is known about the calls that have no answer yet.
+// Keeps data about the calls that have no answer yet.
 template <typename About>
 class OpenCalls {
 public:
@@ -26,7 +26,7 @@ public:
         }
     }
 
-    /// Nothing for the answer to a call that has not been added.
+    // Returns the data of the call that the message answers, or nothing if that call has not been added.
     std::optional<About> Take(const Message& answer)
     {
         auto call = calls_.extract({answer.destination, answer.replySerial});

@@ -6,7 +6,7 @@
 
 namespace kiv::sandbox {
 
-/// The text that a GLib function has made for its caller.
+// Returns a copy of a text that a GLib function has allocated, and frees the text.
 inline std::string Owned(char* text)
 {
     std::string copy = text;

@@ -29,15 +29,15 @@ constexpr std::size_t kLongestLine = 4096;
 std::vector<std::string> PageCommand()
 {
     const fs::path self = fs::read_symlink("/proc/self/exe");
-    // In a build tree, it is beside this program.
+    // In a build tree, the program is beside this one.
     for (const fs::path& folder : {self.parent_path() / KIV_PAGE_FOLDER, self.parent_path()}) {
         const fs::path program = folder / "kiv-sandbox-page";
         if (access(program.c_str(), X_OK) == 0) {
             return {program.lexically_normal(), self};
         }
     }
-    throw std::runtime_error("there is no page, because kiv-sandbox-page was not found. Install it (in Debian, "
-                             "kiv-tools-page), or build it, which takes libsoup-3.0-dev");
+    throw std::runtime_error("there is no page, because kiv-sandbox-page was not found; install kiv-tools-page, or "
+                             "build it with libsoup-3.0-dev");
 }
 
 Page::Page() : keeper_(PageCommand(), Keeper::Place::Background)
@@ -76,13 +76,13 @@ void Page::Follow()
 
 void Page::PassOn() const
 {
-    // A stderr that nobody reads is no reason to end this process.
+    // SIGPIPE would end this process if nobody reads its stderr.
     sigset_t brokenPipe;
     sigemptyset(&brokenPipe);
     sigaddset(&brokenPipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
     const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    // The name is an abstract one, which begins with a null character.
+    // The name of an abstract socket begins with a null character.
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::copy(socketName_.begin(), socketName_.end(), address.sun_path + 1);

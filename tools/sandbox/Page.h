@@ -8,17 +8,15 @@
 
 namespace kiv::sandbox {
 
-/**
- * The live page of the sandbox whose bus the environment names, served by a program of its own.
- *
- * Processes that are forked off between construction and Follow() have a pipe as their stderr. Its lines are passed on
- * to this process's stderr and to the page, which misses those that it is too slow for. Failures are reported as
- * std::runtime_error.
- */
+// The live page of the sandbox whose bus the environment names. Another program serves it.
+//
+// A process that is forked between construction and Follow() has a pipe as its stderr. The lines from the pipe are
+// printed on this process's stderr and sent to the page. The page misses a line if it is too slow. Failures are thrown
+// as std::runtime_error.
 class Page {
 public:
     Page();
-    /// Returns when whatever has the pipe has ended.
+    // Returns when all processes that have the pipe have ended.
     ~Page();
     Page(const Page&) = delete;
     Page& operator=(const Page&) = delete;
@@ -30,12 +28,13 @@ private:
 
     Keeper keeper_;
     std::string socketName_;
-    int stderr_ = -1; // this process's own
+    int stderr_ = -1; // the stderr of this process
     int pipe_ = -1;
     std::thread passing_;
 };
 
-/// The command that serves the page of this process's bus, or that of a recording which is added to it.
+// Returns the command that serves the page of this process's bus. With a recording as its last word, it serves the page
+// of that recording.
 std::vector<std::string> PageCommand();
 
 } // namespace kiv::sandbox

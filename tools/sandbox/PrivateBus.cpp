@@ -25,8 +25,9 @@ constexpr auto kAddressHead = "unix:path=";
 constexpr auto kDirectoryHead = "kiv-sandbox-";
 constexpr auto kSocket = "bus";
 
-/// Limits are those of a session bus, which a test may fill and a runaway program cannot turn against others. The
-/// length of a message is the system bus's own: what it does not carry here, it does not carry on a TV.
+// The limits are those of a session bus, because a test may reach those of a system bus, and a runaway program cannot
+// harm other users here. The length of a message is that of the system bus, so that a message that is too long for a TV
+// is too long here.
 constexpr auto kConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -53,7 +54,7 @@ constexpr auto kConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//D
 </busconfig>
 )";
 
-/// The folder for temporary files, or /tmp if a socket's path would be too long there.
+// Makes a directory in the folder for temporary files, or in /tmp if a socket's path would be too long there.
 std::filesystem::path MakeDirectory()
 {
     constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
@@ -70,7 +71,7 @@ std::filesystem::path MakeDirectory()
 
 std::vector<std::string> DaemonCommand(const std::filesystem::path& configuration)
 {
-    // What the daemon has to tell goes to the system log: stderr belongs to its services.
+    // The daemon writes its messages to the system log, because stderr belongs to its services.
     return {"dbus-daemon",   "--config-file=" + configuration.string(),
             "--nofork",      "--nopidfile",
             "--syslog-only", "--print-address=" + std::to_string(Keeper::kReportFd)};
@@ -156,7 +157,7 @@ void PrivateBus::Start()
     Kill();
     try {
         keeper_->Start();
-        // It prints its address once it listens.
+        // The daemon prints its address when it listens.
         if (!keeper_->ReadLine()) {
             throw std::runtime_error("dbus-daemon did not start; it gives the reason on stderr or in the system log");
         }
@@ -196,7 +197,7 @@ std::filesystem::path PrivateBusDirectory(const std::string& address)
     std::filesystem::path directory = std::filesystem::path(socket == nullptr ? "" : socket).parent_path();
     g_free(socket);
     if (!directory.filename().string().starts_with(kDirectoryHead)) {
-        throw std::runtime_error(fmt::format("the address must be that of a sandbox's bus, got '{}'", address));
+        throw std::runtime_error(fmt::format("the address must be that of a sandbox's bus, got \"{}\"", address));
     }
     return directory;
 }

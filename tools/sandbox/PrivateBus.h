@@ -11,7 +11,7 @@ namespace kiv::sandbox {
 
 class Keeper;
 
-/// A program that the bus starts when its name is called and nobody owns it.
+// A program that the bus starts when its name is called and has no owner.
 struct Service {
     std::string name;
     std::vector<std::string> command;
@@ -19,18 +19,16 @@ struct Service {
 
 struct BusOptions {
     std::vector<Service> services = {};
-    std::string extraConfig = {}; ///< XML that ends the daemon's configuration and overrides it: policies, limits
+    std::string extraConfig = {}; // XML that ends the daemon's configuration and overrides it: policies, limits
 };
 
-/**
- * A system bus of one's own: a dbus-daemon on a socket in a fresh temporary directory.
- *
- * Everybody may own, send and receive everything, and only the services given here can be started. They inherit the
- * environment of this process, with DBUS_SYSTEM_BUS_ADDRESS set to this bus; what they print goes to stderr.
- *
- * Neither process nor file outlasts the object, nor this process if it dies without destroying the object.
- * Failures are reported as std::runtime_error. The object may be used by one thread at a time.
- */
+// A private system bus: a dbus-daemon on a socket in a new temporary directory.
+//
+// All processes may own, send and receive everything, and only the given services can be started. Services inherit the
+// environment of this process, with DBUS_SYSTEM_BUS_ADDRESS set to this bus. Their output goes to stderr.
+//
+// When the object is destroyed, or this process dies, all processes and files of the bus are removed. Failures are
+// thrown as std::runtime_error. One thread at a time may use the object.
 class PrivateBus {
 public:
     explicit PrivateBus(const BusOptions& options = {});
@@ -39,26 +37,26 @@ public:
     PrivateBus& operator=(const PrivateBus&) = delete;
 
     const std::string& Address() const { return address_; }
-    /// Private to this bus and removed with it; others may put files here.
+    // Returns the directory of this bus, which is removed with it. Callers may put files there.
     const std::filesystem::path& Directory() const { return directory_; }
-    pid_t DaemonPid() const; ///< 0 after Kill()
+    pid_t DaemonPid() const; // 0 after Kill()
 
-    /// Ends the daemon by SIGKILL and returns when it is gone. Services that it started live on without a bus.
+    // Ends the daemon by SIGKILL, and returns when it has ended. Services that it started go on without a bus.
     void Kill();
-    /// Has a daemon go on that was stopped by SIGSTOP.
+    // Resumes a daemon that was stopped by SIGSTOP.
     void Resume();
-    /// Readable when the daemon has ended; not any more after Kill().
+    // Readable when the daemon has ended. Not valid after Kill().
     int Fd() const;
-    /// Starts the daemon again, on the same address; one that still runs is killed first.
+    // Starts the daemon again, on the same address. A daemon that still runs is killed first.
     void Start();
 
-    /// Adds a service or changes it, on the running bus too.
+    // Adds or changes a service, also while the bus runs.
     void WriteService(const Service& service);
     void RemoveService(const std::string& name);
-    /// Has the bus start a service, and returns when its name is owned.
+    // Makes the bus start a service, and returns when its name has an owner.
     void Activate(const std::string& name);
 
-    /// Has the daemon read its configuration again, and files that this includes.
+    // Makes the daemon read its configuration again, with the files that it includes.
     void ReloadConfig() const;
 
 private:
@@ -67,7 +65,7 @@ private:
     std::unique_ptr<Keeper> keeper_;
 };
 
-/// Returns the directory of the private bus at an address. Throws std::runtime_error for the address of another bus.
+// Returns the directory of the private bus at an address. Throws std::runtime_error for the address of another bus.
 std::filesystem::path PrivateBusDirectory(const std::string& address);
 
 } // namespace kiv::sandbox

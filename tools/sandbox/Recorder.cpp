@@ -27,7 +27,7 @@ constexpr std::string_view kClientInterface = "org.lumra.tv.networkspeaker.clien
     throw simulator::FileError(fmt::format("{}: {}", file.string(), std::strerror(error)));
 }
 
-/// The permissions of a file that replaces another are those of the other, or those of any new file.
+// Returns the permissions of a file that is replaced, or those of a new file.
 mode_t PermissionsFor(const fs::path& file)
 {
     struct stat status {};
@@ -39,7 +39,7 @@ mode_t PermissionsFor(const fs::path& file)
     return 0666U & ~mask;
 }
 
-/// Makes an empty file beside the given one.
+// Makes an empty file in the same folder as the given one.
 fs::path MakeFileBeside(const fs::path& file)
 {
     std::string path = file.string() + ".part-XXXXXX";
@@ -81,7 +81,8 @@ std::optional<simulator::RecordedLine> RecordedMessages::Line(const Message& mes
 
 Recorder::Recorder(const std::string& file) : name_(file)
 {
-    // A pipe or a device is written to as it is. A symbolic link stays, and the file that it leads to is replaced.
+    // A pipe or a device is written to directly. If the file is a symbolic link, the file to which it leads is
+    // replaced.
     const bool isReplaced = !fs::exists(file) || fs::is_regular_file(file);
     if (isReplaced) {
         target_ = fs::weakly_canonical(file);
@@ -109,7 +110,7 @@ void Recorder::Add(const Message& message)
     }
     const auto elapsed = std::chrono::steady_clock::now() - start_;
     line->ms = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
-    // Each line is flushed, so that the file beside has all lines, whatever ends the sandbox.
+    // Each line is flushed, so that the partial file has all lines, however the sandbox ends.
     file_ << simulator::WriteLine(*line) << std::endl;
 }
 

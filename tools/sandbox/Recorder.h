@@ -12,11 +12,11 @@
 
 namespace kiv::sandbox {
 
-/// Makes lines of a recording of the messages on a bus. Wants every message, in the order of the bus.
+// Makes the lines of a recording from the messages on a bus. Must get every message, in the order of the bus.
 class RecordedMessages {
 public:
-    /// Returns the line, without its time, of an event, of a message that the caller says is a call to be recorded, and
-    /// of the answer to either. Returns nothing for other messages.
+    // Returns the line, without its time, of an event, of a call that is to be recorded, and of the answer to either.
+    // Returns nothing for other messages. The caller says whether a message is such a call.
     std::optional<simulator::RecordedLine> Line(const Message& message, bool isCall);
 
 private:
@@ -24,13 +24,11 @@ private:
     OpenCalls<std::int64_t> open_;
 };
 
-/**
- * Writes down what library and server say to each other, a line each: calls, events, and the answers to both. Wants
- * every message, in the order of the bus. Throws FileError for a file that cannot be written.
- *
- * The lines go to a file beside the given one, "FILE.part-" and six characters, until Finish() gives it its name. A
- * recorder that does not come so far leaves the given file as it was, and the file beside it unless that is empty.
- */
+// Records the messages between the library and the server, one in each line: calls, events, and the answers to both.
+// Must get every message, in the order of the bus. Throws FileError if the file cannot be written.
+//
+// The lines go to a file in the same folder, "FILE.part-" and six characters, which Finish() renames. Without Finish(),
+// the given file stays as it was, and so does the partial file, unless it is empty.
 class Recorder {
 public:
     explicit Recorder(const std::string& file);
@@ -39,14 +37,15 @@ public:
     Recorder& operator=(const Recorder&) = delete;
 
     void Add(const Message& message);
-    /// Puts the recording in its place; that of a run that failed stays beside an older one. Returns a line for stderr
-    /// that tells so, or nothing. Throws std::runtime_error if not all of it could be written.
+    // Renames the recording to its file. If the run failed and the file exists, the partial file keeps its name, and a
+    // line for stderr that says so is returned. Otherwise returns nothing. Throws std::runtime_error if the recording
+    // is not complete.
     std::string Finish(bool hasFailed);
 
 private:
     std::string name_;
     std::filesystem::path target_;
-    std::filesystem::path part_; // empty where no file is replaced
+    std::filesystem::path part_; // empty if no file is replaced
     std::ofstream file_;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     RecordedMessages messages_;

@@ -8,15 +8,15 @@
 
 namespace kiv::sandbox {
 
-/// Compares the calls of the server that pass on the bus with those of the recording that is replayed. Wants every
-/// message, in the order of the bus.
+// Compares the calls of the server on the bus with those of the recording that is replayed. Must get every message, in
+// the order of the bus.
 class ReplayCheck {
 public:
     explicit ReplayCheck(simulator::Replay replay) : replay_(std::move(replay)) {}
 
     void Add(const Message& message);
-    /// Lines for stderr: the calls that were not recorded, and the recorded ones that were not made. Empty if there
-    /// are none.
+    // Returns lines for stderr about calls that were not recorded, and about recorded calls that were not made. Empty
+    // if there are none.
     std::string Complaints() const;
 
 private:

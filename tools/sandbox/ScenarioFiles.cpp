@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 fs::path Folder()
 {
-    // As installed; in a build tree, beside the simulator.
+    // The scenarios are installed in the first folder. In a build tree, they are beside the simulator.
     const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
     const fs::path installed = here / KIV_SCENARIO_FOLDER;
     return fs::exists(installed) ? installed : here / "../../simulator/scenarios";
@@ -31,7 +31,7 @@ std::set<fs::path> Files()
     return files;
 }
 
-/// Throws FileError for a name that is neither a scenario that comes along nor a file.
+// Returns the path of a scenario of the sandbox or of a file. Throws FileError if there is neither.
 fs::path FindScenario(const std::string& nameOrFile)
 {
     if (nameOrFile.find('/') != std::string::npos || fs::exists(nameOrFile)) {

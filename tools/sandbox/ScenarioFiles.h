@@ -5,21 +5,21 @@
 
 namespace kiv::sandbox {
 
-/// A scenario as it was given.
+// The text of a scenario, and where it is from.
 struct ScenarioText {
-    std::string name; ///< the file, or "stdin", as messages have it
+    std::string name; // the file, or "stdin", for messages
     std::string text;
-    bool isFile; ///< not stdin or a pipe, of which the simulator could not read the text once more
+    bool isFile; // false for stdin or a pipe, which the simulator could not read again
 };
 
-/// Reads stdin for "-", the scenario that comes with the sandbox if there is one of that name and no such file, and
-/// otherwise the file. Throws FileError if it cannot be read.
+// Reads stdin for "-". Reads a scenario of the sandbox if there is one of this name and no such file, and otherwise the
+// file. Throws FileError if it cannot be read.
 ScenarioText ReadScenarioText(const std::string& nameOrFile);
 
-/// Name and description of the scenarios that come with the sandbox, a line each.
+// Returns the names and descriptions of the sandbox's scenarios, each in a line.
 std::string ListScenarios();
 
-/// The file that describes the records of the simulator.
+// Returns the layout file of the simulator's records.
 std::filesystem::path LayoutFile();
 
 } // namespace kiv::sandbox

@@ -9,7 +9,8 @@
 
 namespace kiv::sandbox {
 
-/// The folder for temporary files. Throws std::runtime_error if the environment names another thing.
+// Returns the folder for temporary files. Throws std::runtime_error if the environment names something that is not a
+// folder.
 inline std::filesystem::path TemporaryFolder()
 {
     std::error_code error;

@@ -15,7 +15,7 @@ constexpr std::string_view kOwnerSignal = "NameOwnerChanged";
 
 bool IsHousekeeping(std::string_view owner, std::string_view member)
 {
-    // The last two are those of a sandbox whose bus gets a fault.
+    // The last two are sent in a sandbox whose bus gets a fault.
     static constexpr std::array<std::string_view, 10> kMembers = {
         "Hello",        "AddMatch", "RemoveMatch", "GetNameOwner", "StartServiceByName",
         "NameAcquired", "NameLost", kOwnerSignal,  "ReloadConfig", "ActivatableServicesChanged"};
@@ -43,7 +43,7 @@ std::optional<std::string> TraceFormatter::Format(const Message& message)
         return Describe(shown);
     }
     if (message.sender != kDaemon) {
-        // Of the names of a connection, its answer has the one that was called.
+        // The answer shows the one of the connection's names that was called.
         shown.sender = DisplayName(member.owner);
     }
     return fmt::format("{} [{}]", Describe(shown), member.name);
@@ -76,7 +76,7 @@ TraceFormatter::Member TraceFormatter::FollowCalls(const Message& message)
     return called;
 }
 
-/// A connection goes by the well-known name that it acquired last.
+// Returns the well-known name that a connection acquired last, shortened.
 std::string TraceFormatter::DisplayName(const std::string& busName) const
 {
     if (!IsUnique(busName)) {
@@ -87,7 +87,7 @@ std::string TraceFormatter::DisplayName(const std::string& busName) const
     return owned == ownedNames_.rend() ? busName : Shorten(owned->name);
 }
 
-/// The last two elements of a name, unless another name on the bus ends in the same.
+// Returns the last two elements of a name, or the whole name if another name on the bus has the same end.
 std::string TraceFormatter::Shorten(const std::string& wellKnownName) const
 {
     const auto end = wellKnownName.rfind('.');

@@ -7,7 +7,7 @@
 
 namespace kiv::sandbox {
 
-/// Throws std::runtime_error if the file cannot be written.
+// Writes a file. Throws std::runtime_error if it cannot be written.
 inline void WriteFile(const std::filesystem::path& path, const std::string& text)
 {
     std::ofstream file(path);

@@ -25,16 +25,16 @@ namespace {
 constexpr int kPrinted = 0;
 constexpr int kFailed = -1;
 
-// Nothing below has a destructor to run at exit: lines are still printed then.
+// No static object below has a destructor, because lines are still printed at exit.
 
-// Lines of a lower priority are dropped; before the environment has been read, none is.
-constinit std::atomic<int> threshold{std::numeric_limits<int>::min()};
+// Lines of a lower priority are dropped. Until the environment has been read, no line is.
+constinit std::atomic<int> g_threshold{std::numeric_limits<int>::min()};
 
 const LogSettings& Settings()
 {
     static const LogSettings settings = [] {
         const LogSettings read = ReadLogSettings();
-        threshold.store(read.minimum, std::memory_order_relaxed);
+        g_threshold.store(read.minimum, std::memory_order_relaxed);
         return read;
     }();
     return settings;
@@ -51,7 +51,7 @@ private:
     const int saved_ = errno;
 };
 
-// The lock of stdio, so that lines which the host prints to stderr stay apart from ours too.
+// Holds the lock of stdio, so that lines that the host prints to stderr stay whole, too.
 class StderrLock {
 public:
     StderrLock() { flockfile(stderr); }
@@ -67,7 +67,7 @@ struct Rank {
 
 Rank RankOf(int priority)
 {
-    // The highest priority marks what is worth notice, such as a start; it is no alarm.
+    // The highest priority marks notable events, such as a start. It is not an alarm.
     static constexpr Rank kRanks[] = {
         {'D', LOG_DEBUG}, {'I', LOG_INFO}, {'W', LOG_WARNING}, {'E', LOG_ERR}, {'F', LOG_NOTICE}};
     return kRanks[std::clamp<int>(priority, kDebug, kFatal) - kDebug];
@@ -79,7 +79,7 @@ bool BreaksLine(char character)
     return (code < 0x20 && code != '\t') || code == 0x7f;
 }
 
-// Head, message and newline in one piece, on the stack unless it is long.
+// Head, message and newline in one piece, which is on the stack unless it is long.
 class LogLine {
 public:
     __attribute__((format(printf, 4, 0))) LogLine(char letter, const char* tag, const char* format, va_list arguments)
@@ -168,14 +168,14 @@ int PrintLine(const LogLine& line, LogTarget target, int severity, const char* t
 {
     const std::string_view message = line.Message();
     switch (target) {
-    case LogTarget::Stderr:
+    case LogTarget::kStderr:
         break;
-    case LogTarget::Journal:
+    case LogTarget::kJournal:
         if (WriteToJournal(severity, tag, message)) {
             return kPrinted;
         }
         break;
-    case LogTarget::Syslog:
+    case LogTarget::kSyslog:
         syslog(severity, "%s: %.*s", tag, static_cast<int>(message.size()), message.data());
         return kPrinted;
     }
@@ -188,7 +188,7 @@ Print(LogTarget target, int priority, const char* tag, const char* format, va_li
     try {
         const Rank rank = RankOf(priority);
         return PrintLine(LogLine(rank.letter, tag, format, arguments), target, rank.severity, tag);
-    } catch (const std::exception&) { // a line too long for the memory there is
+    } catch (const std::exception&) { // there is no memory for the line
         return kFailed;
     }
 }
@@ -201,7 +201,7 @@ using namespace kiv::platform;
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 [[gnu::visibility("default")]] int __dlog_print(int /*logId*/, int priority, const char* tag, const char* format, ...)
 {
-    if (priority < threshold.load(std::memory_order_relaxed)) {
+    if (priority < g_threshold.load(std::memory_order_relaxed)) {
         return kPrinted;
     }
     const ErrnoKeeper errnoKeeper;

@@ -22,7 +22,7 @@ constexpr Choice<int> kMinimums[] = {{"debug", kDebug}, {"info", kInfo},   {"war
 constexpr Choice<int> kDefaultMinimum = kMinimums[2];
 
 constexpr Choice<LogTarget> kTargets[] = {
-    {"stderr", LogTarget::Stderr}, {"journal", LogTarget::Journal}, {"syslog", LogTarget::Syslog}};
+    {"stderr", LogTarget::kStderr}, {"journal", LogTarget::kJournal}, {"syslog", LogTarget::kSyslog}};
 constexpr Choice<LogTarget> kDefaultTarget = kTargets[0];
 
 template <typename Choices>

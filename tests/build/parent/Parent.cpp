@@ -1,6 +1,6 @@
 #include <KivServiceInterface.h>
 
-// Without a bus, which is not there at the build, a call fails.
+// The call fails, because there is no bus during the build.
 int main()
 {
     return GetWhetherKivDisabled() || StopNetworkSpeaker(0) == -1 ? 0 : 1;

@@ -1,4 +1,4 @@
-# For kiv-sandbox and kiv-simulator, from what their help lists.
+# Completes kiv-sandbox and kiv-simulator with the words that their help lists.
 function __kiv_sandbox_candidates
     set -l words (commandline -opc)
     if contains -- -- $words

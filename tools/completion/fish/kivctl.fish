@@ -1,4 +1,4 @@
-# kivctl itself knows what may follow.
+# kivctl --complete prints the words that may follow.
 function __kivctl_candidates
     set -l words (commandline -opc)
     set -l candidates ($words[1] --complete $words[2..] 2>/dev/null)

@@ -10,10 +10,8 @@
 
 namespace kiv::sandbox {
 
-/**
- * Keeps what viewers are shown. Lines, in JSON, are numbered from 0; the oldest are forgotten beyond a limit. A state
- * is a line of which only the newest counts, such as that of the home.
- */
+// Keeps the lines of JSON that viewers are sent. They are numbered from 0. Beyond a limit of bytes, the oldest lines
+// are removed. A state, such as the state of the home, has a name and one line, and a new line replaces the old one.
 class History {
 public:
     static constexpr std::size_t kMostBytes = 64UL << 20U;

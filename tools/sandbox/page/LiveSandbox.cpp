@@ -46,15 +46,15 @@ std::string ShownLine(json line)
         line["found"] = diagnosis.found;
         line["advice"] = diagnosis.advice;
     }
-    // Texts of the application and of the bus need not be valid UTF-8.
+    // The application's texts may be invalid UTF-8.
     return line.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 LiveSandbox::LiveSandbox(std::string address, History& history) : address_(std::move(address)), history_(history)
 {
-    // A bus that hangs would not let anybody in.
+    // A bus that hangs would not answer the connection.
     if (BusHangs(address_)) {
-        throw std::runtime_error("the bus hangs; 'kiv-sandbox control bus-fault none' has it go on");
+        throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on");
     }
     const auto look = [](void* self) -> gboolean {
         static_cast<LiveSandbox*>(self)->LookAtBus();
@@ -70,7 +70,7 @@ void LiveSandbox::LookAtBus()
         Connect();
         return;
     }
-    // A daemon that has been stopped does not say so.
+    // A connection to a stopped daemon stays open, so the state of its process is read.
     GIOStream* const stream = g_dbus_connection_get_stream(connection_);
     GCredentials* daemon =
         g_socket_get_credentials(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)), nullptr);
@@ -111,7 +111,7 @@ void LiveSandbox::Connect()
             static_cast<History*>(history)->SetState("server", R"({"server":"down"})");
         },
         &history_, nullptr);
-    // Each simulator is asked anew, also one that follows another after a crash.
+    // Each new owner of the name is asked, because a new simulator follows one that has crashed.
     g_bus_watch_name_on_connection(
         connection_, simulator::kControlName, G_BUS_NAME_WATCHER_FLAGS_NONE,
         [](GDBusConnection*, const char*, const char*, void* self) { static_cast<LiveSandbox*>(self)->AwaitChange(); },
@@ -139,7 +139,7 @@ void LiveSandbox::OnState(GObject* connection, GAsyncResult* result, void* self)
 {
     auto* const sandbox = static_cast<LiveSandbox*>(self);
     GVariant* const reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr);
-    // It fails when the simulator goes, and where a replay has no home.
+    // The call fails when the simulator ends, and if it replays a recording, because it has no home then.
     if (reply != nullptr) {
         const char* state = nullptr;
         g_variant_get(reply, "(&s)", &state);
@@ -165,7 +165,7 @@ void LiveSandbox::Post(json line)
     const std::int64_t elapsed = g_get_monotonic_time() - start_;
     line["us"] = elapsed;
     line["ms"] = elapsed / 1000;
-    // The trace has a thread of its own.
+    // The trace calls this on its own thread, and the history belongs to the main loop.
     auto posted = std::make_unique<Posted>(history_, ShownLine(std::move(line)));
     const auto add = [](void* data) {
         const std::unique_ptr<Posted> taken(static_cast<Posted*>(data));
@@ -201,10 +201,10 @@ gboolean LiveSandbox::OnDatagram(GSocket* socket, GIOCondition, void* self)
     }
     const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
     json line = {{"log", text}};
-    if (const auto logged = ctl::LoggedBy(text)) {
+    if (const auto logged = ctl::LoggedBy(text); logged && logged->text) {
         line["function"] = logged->function;
-        line["text"] = logged->text;
-        if (const ctl::LogLine* const known = ctl::FindLogLine(logged->function, logged->text)) {
+        line["text"] = *logged->text;
+        if (const ctl::LogLine* const known = ctl::FindLogLine(logged->function, *logged->text)) {
             line["meaning"] = known->meaning;
             line["advice"] = known->advice;
         }

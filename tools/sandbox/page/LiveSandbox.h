@@ -13,22 +13,20 @@
 
 namespace kiv::sandbox {
 
-/// Prints a line of the history. An answer that is an error gets what doctor says of it.
+// Returns a line of the history as text. Adds doctor's finding and advice to an answer that is an error.
 std::string ShownLine(nlohmann::json line);
 
-/**
- * Has the history tell of a sandbox: what travels on its bus, what the application logs, and the states "home",
- * "server" and "bus". A bus that has gone is looked for until it is back. Lives as long as the process.
- */
+// Fills the history with the messages on the bus of a sandbox, the application's log, and the states "home", "server"
+// and "bus". If the bus ends, it is looked for until it runs again. The object lives as long as the process.
 class LiveSandbox {
 public:
     LiveSandbox(std::string address, History& history);
     LiveSandbox(const LiveSandbox&) = delete;
     LiveSandbox& operator=(const LiveSandbox&) = delete;
 
-    /// Has the lines of the application's stderr arrive at an abstract socket of this name, each as a datagram.
+    // Receives the lines of the application's stderr, each as a datagram, at an abstract socket of this name.
     void ReadLog(const std::string& socketName);
-    /// Microseconds since the epoch at which the lines' own times begin.
+    // Returns the beginning of the lines' times, in microseconds since the epoch.
     std::int64_t Begin() const { return begin_; }
 
 private:

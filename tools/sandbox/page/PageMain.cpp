@@ -1,6 +1,7 @@
 // kiv-sandbox-page SANDBOX [RECORDING]
-// Serves the page of the sandbox whose bus DBUS_SYSTEM_BUS_ADDRESS names, or of a recording. SANDBOX is the kiv-sandbox
-// that starts it.
+//
+// Serves the page of the sandbox whose bus DBUS_SYSTEM_BUS_ADDRESS names, or of a recording. SANDBOX is the path of
+// kiv-sandbox, whose commands the page runs.
 
 #include "Keeper.h"
 #include "page/LiveSandbox.h"
@@ -35,7 +36,7 @@ using nlohmann::json;
 
 constexpr guint kLastMilliseconds = 150;
 
-/// Returns the layout of the records that the server and the application agreed on.
+// Returns the layout of the server's records. Returns an empty object if there is none.
 json Layout()
 {
     const char* const file = std::getenv("KIV_LAYOUT");
@@ -56,7 +57,7 @@ void FinishSandbox(GObject* process, GAsyncResult* result, void* data)
     g_free(output);
 }
 
-/// Runs kiv-sandbox with these words.
+// Runs kiv-sandbox with these words, and then onDone with its exit code and output.
 void RunSandbox(const std::string& sandbox, const std::vector<std::string>& words, PageServer::OnDone onDone)
 {
     std::vector<const char*> arguments = {sandbox.c_str()};
@@ -76,7 +77,7 @@ void RunSandbox(const std::string& sandbox, const std::vector<std::string>& word
     g_object_unref(process);
 }
 
-/// Returns the name and the description of each scenario in a list of them.
+// Returns the name and the description of each scenario in the output of --list-scenarios.
 json Scenarios(const std::string& list)
 {
     json scenarios = json::array();
@@ -94,13 +95,13 @@ void ReadRecording(const std::string& file, History& history)
     std::istringstream text(simulator::ReadText(file, simulator::kLargestRecording));
     int number = 0;
     for (std::string line; std::getline(text, line);) {
-        simulator::ReadLine(file, line, ++number); // throws unless it is a line of a recording
+        simulator::ReadLine(file, line, ++number); // throws FileError if it is not a line of a recording
         history.Add(ShownLine(json::parse(line)));
     }
 }
 
-/// Viewers keep what they have, and are handed the last of it first. The threads of trace and connections end with the
-/// process.
+// Sends viewers the last state, and ends this process a moment later. _exit() is used, because the threads of the trace
+// and of the connections still run.
 gboolean OnEnd(void* history)
 {
     static_cast<History*>(history)->SetState("ended", R"({"ended":true})");
@@ -156,7 +157,7 @@ gboolean OnEnd(void* history)
 
 int main(int argc, char** argv)
 {
-    constexpr int kFailed = 125; // as of kiv-sandbox
+    constexpr int kFailed = 125; // the exit code of kiv-sandbox for its own failures
     if (argc != 2 && argc != 3) {
         fmt::print(stderr, "kiv-sandbox-page is started by kiv-sandbox --page and kiv-sandbox --show FILE\n");
         return kFailed;

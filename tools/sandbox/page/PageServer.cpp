@@ -39,7 +39,7 @@ std::string NewToken()
 {
     std::array<unsigned char, 16> bytes{};
     if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-        throw std::runtime_error("no random numbers for the page's token");
+        throw std::runtime_error("the system gave no random numbers for the page's token");
     }
     return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
@@ -77,7 +77,7 @@ PageServer::PageServer(History& history, Actions actions)
     soup_server_add_early_handler(server_.get(), nullptr, &OnHeaders, this, nullptr);
     soup_server_add_handler(server_.get(), nullptr, &OnRequest, this, nullptr);
     history_.OnNews([this] { TellLater(); });
-    // Only a write tells that a viewer has gone.
+    // Only a failed write shows that a viewer has gone.
     const auto beat = [](void* self) -> gboolean {
         static_cast<PageServer*>(self)->TellAll(":\n\n");
         return G_SOURCE_CONTINUE;
@@ -85,7 +85,7 @@ PageServer::PageServer(History& history, Actions actions)
     g_timeout_add_seconds(kHeartbeatSeconds, beat, this);
 }
 
-/// Runs before anything of a request's body is read.
+// Runs before the body of a request is read.
 void PageServer::OnHeaders(SoupServer*, Message* message, const char* path, GHashTable*, void* self)
 {
     for (const auto& [name, value] : kHeaders) {
@@ -97,13 +97,13 @@ void PageServer::OnHeaders(SoupServer*, Message* message, const char* path, GHas
     }
 }
 
-/// Returns the status with which the request is refused; 0 if it is not.
+// Returns the status of the refusal, or 0 if the request is accepted.
 guint PageServer::Refusal(Message* message, const std::string& path) const
 {
     const std::string method = soup_server_message_get_method(message);
     const std::string origin = Header(message, "Origin");
     const bool isPost = method == SOUP_METHOD_POST;
-    // A name that another page has had resolve to the loopback is not this host.
+    // Another page can make its host name resolve to the loopback. Its requests have that name as their Host.
     if (Header(message, "Host") != host_ || (!origin.empty() && origin != "http://" + host_) ||
         (isPost && origin.empty())) {
         return SOUP_STATUS_FORBIDDEN;
@@ -183,7 +183,7 @@ void PageServer::AddViewer(Message* message)
     soup_message_headers_set_encoding(headers, SOUP_ENCODING_CHUNKED);
     soup_message_headers_set_content_type(headers, "text/event-stream", nullptr);
     soup_message_body_set_accumulate(soup_server_message_get_response_body(message), FALSE);
-    // A browser that comes back tells which line it had last.
+    // A browser that connects again sends the number of its last line.
     const std::string last = Header(message, "Last-Event-ID");
     std::uint64_t number = 0;
     const bool comesBack = std::from_chars(last.data(), last.data() + last.size(), number).ec == std::errc{};
@@ -199,7 +199,7 @@ void PageServer::AddViewer(Message* message)
     Tell(message, viewers_.at(message));
 }
 
-/// Waits for what else is to be done now, so that many lines make one chunk.
+// Tells the viewers when the main loop is idle, so that many lines make one chunk.
 void PageServer::TellLater()
 {
     const auto tell = [](void* self) {

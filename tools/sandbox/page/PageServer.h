@@ -12,17 +12,15 @@
 
 namespace kiv::sandbox {
 
-/**
- * Serves the page and the history to browsers of this machine that know the token in the address, on a port that the
- * system chooses. A viewer has one chunk under way at most: one that does not read holds no memory. Throws
- * std::runtime_error if there is no loopback to listen on. Lives as long as the process.
- */
+// Serves the page and the history to browsers of this machine that know the token in the address, on a port that the
+// system chooses. A viewer has at most one unsent chunk, so that a slow one costs no memory. Throws std::runtime_error
+// if it cannot listen on the loopback. The object lives as long as the process.
 class PageServer {
 public:
     using OnDone = std::function<void(int exitCode, const std::string& output)>;
     struct Actions {
         std::function<std::string()> writePcap;
-        /// Runs a command of "kiv-sandbox control"; empty for a recording.
+        // Runs a command of "kiv-sandbox control". Empty for a recording.
         std::function<void(const std::vector<std::string>& words, OnDone onDone)> control;
     };
 
@@ -58,8 +56,8 @@ private:
     std::string root_;
     std::string host_;
     std::unique_ptr<SoupServer, decltype(&g_object_unref)> server_;
-    std::map<Message*, Viewer> viewers_; // each until its "finished" signal
-    int running_ = 0;                    // commands
+    std::map<Message*, Viewer> viewers_; // until the "finished" signal of the message
+    int running_ = 0;                    // number of commands
     bool willTell_ = false;
 };
 

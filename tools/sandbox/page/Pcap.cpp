@@ -20,9 +20,9 @@ constexpr auto kServerInterface = "org.lumra.tv.networkspeaker.server.interface"
 
 constexpr std::uint32_t kMagic = 0xa1b2c3d4;
 constexpr std::uint32_t kLinkTypeDBus = 231;
-constexpr std::uint32_t kLongestMessage = 1U << 27U; // as D-Bus has it
+constexpr std::uint32_t kLongestMessage = 1U << 27U; // the limit of D-Bus
 
-/// Appends numbers in the byte order of this machine, which the magic number tells.
+// Appends numbers in the byte order of this machine. A reader finds the order by the magic number.
 void Put(std::string& file, std::initializer_list<std::uint32_t> numbers)
 {
     for (const std::uint32_t number : numbers) {
@@ -38,7 +38,8 @@ struct Caller {
 
 class MessageWriter {
 public:
-    /// Returns the message as it is on the wire; nothing for a line that is not one, or that no bus could carry.
+    // Returns the bytes of the message on the bus. Returns nothing for a line that is not a message, or for a message
+    // that no bus can carry.
     std::string Write(const json& line)
     {
         const std::unique_ptr<GDBusMessage, decltype(&g_object_unref)> message(g_dbus_message_new(), g_object_unref);
@@ -125,7 +126,7 @@ private:
     }
 
     std::uint32_t serial_ = 0;
-    std::map<std::int64_t, Caller> callers_; // whose calls have no answer yet
+    std::map<std::int64_t, Caller> callers_; // of the calls without an answer
 };
 
 } // namespace
