@@ -1,4 +1,4 @@
-"""The page as a person sees it: in a real browser, without a screen."""
+"""Tests of the page in a real browser, without a screen."""
 
 import json
 import os
@@ -34,7 +34,7 @@ def _browser(driver):
     yield driver
     complaints = [entry["message"] for entry in driver.get_log("browser") if entry["level"] == "SEVERE"]
     driver.get("about:blank")
-    # A sandbox that has ended refuses the connection, and the icon that browsers ask for by themselves is not there.
+    # Two errors are expected: a sandbox that has ended refuses the connection, and the page has no icon.
     assert [text for text in complaints if "ERR_" not in text and "favicon" not in text] == []
 
 
@@ -65,7 +65,7 @@ def await_speaker(browser, *words):
 
 
 def await_row(browser, *words):
-    """A row of the conversation that says these words."""
+    """Waits for a row of the conversation that contains these words."""
     return wait_for(lambda: next((row for row in browser.execute_script(
         "return [...document.querySelectorAll('#rows g')].map(row => row.textContent)")
         if all(word in row for word in words)), None), f"a row with {words}", 10)
@@ -109,7 +109,7 @@ def test_speakers_that_play_test_and_change_are_seen(page, browser):
 
 
 def test_a_change_is_seen_within_100_ms_of_its_call(page, browser):
-    """The best of several, because other processes may have the processor."""
+    """Returns the best of several measurements, because other processes may use the processor."""
     browser.execute_script("""
         window.seen = {};
         new MutationObserver(() => document.querySelectorAll('.speaker').forEach(speaker => {
@@ -315,7 +315,7 @@ def test_10000_messages_stay_fluid(browser, tmp_path):
         await_row(browser, "StopNetworkSpeaker(2499)")
         assert shown(browser, "#count") == ["2500 of 2500 shown"]
         assert len(browser.find_elements(By.CSS_SELECTOR, "#rows g")) < 100
-        # A frame lasts 16 ms; the best of several, because other processes may have the processor.
+        # A frame lasts 16 ms. The best of several counts, because other processes may use the processor.
         fastest = browser.execute_script("""
             const took = [];
             for (let i = 0; i < 40; ++i) {

@@ -19,7 +19,7 @@ from selenium.webdriver.common.by import By
 
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"  # the key of a reference, by the WebDriver standard
 PREFERENCES = {
-    "marionette.port": 0,  # any that is free
+    "marionette.port": 0,  # any free port
     "browser.download.folderList": 2,
     "browser.helperApps.neverAsk.saveToDisk": "text/html,image/svg+xml",
     "browser.shell.checkDefaultBrowser": False,
@@ -53,7 +53,7 @@ class Element:
 
 
 class Firefox:
-    """The part of selenium's browser that the tests use."""
+    """Has the methods of selenium's browser that the tests use."""
 
     def __init__(self, width: int = 1280, height: int = 1000) -> None:
         self._profile = tempfile.mkdtemp()
@@ -120,7 +120,7 @@ class Firefox:
             picture.write(base64.b64decode(self.ask("WebDriver:TakeScreenshot", full=False)))
 
     def use_theme(self, theme: str) -> None:
-        """The theme is "light" or "dark"."""
+        """Sets the theme, which is "light" or "dark"."""
         self.ask("Marionette:SetContext", value="chrome")
         self.execute_script(
             "Services.prefs.setIntPref('layout.css.prefers-color-scheme.content-override', arguments[0])",

@@ -1,4 +1,4 @@
-"""Tests of the page in a browser, which hold in Firefox as they do in Chromium."""
+"""Runs tests of the page in Firefox, too."""
 
 import os
 

@@ -1,4 +1,4 @@
-"""The page is served to those who may see it, and to nobody else; a viewer costs nobody anything."""
+"""Tests of the page by a plain HTTP client: who may see it, and what a viewer costs."""
 
 import json
 import os
@@ -156,7 +156,7 @@ def test_a_viewer_that_does_not_read_costs_no_memory_and_delays_nobody():
         page.say("for i in 1 2 3 4 5; do $KIV_SANDBOX control payloads \"$(printf '%01000d' 0)\" 1000 >/dev/null; done")
         for _ in range(5000):
             next(event for event in events if "event" in event)
-        # The history itself may grow; eight queues of it may not.
+        # The history may grow, but no viewer may have a queue of its own.
         assert memory_of(page.child("kiv-sandbox-page")) - before < 40 << 20
         for viewer in slow:
             viewer.close()
@@ -166,7 +166,7 @@ def test_commands_are_limited():
     with sandbox("--page") as page:
         waiting = [page.send("control", "POST", '["await-change"]') for _ in range(8)]
         wait_for(lambda: page.ask("control", "POST", '["show"]').status == 503, "the limit")
-        # A command that has just started waits for the change after the next.
+        # A command that starts too late for one change waits for the next change.
         page.say("for i in $(seq 100); do $KIV_SANDBOX control atmos on; $KIV_SANDBOX control atmos off; done &")
         assert {command.getresponse().status for command in waiting} == {200}
         assert page.control("show")["exitCode"] == 0
@@ -190,9 +190,9 @@ def test_viewers_and_buttons_that_go_away_leave_nothing_behind():
         def descriptors():
             return len(os.listdir(f"/proc/{pid}/fd"))
 
-        page.control("atmos", "off")  # opens what stays open
+        page.control("atmos", "off")  # opens the files that stay open
         before = descriptors()
-        # A connection that a browser would keep for its next request is left as well.
+        # A browser would keep this connection for its next request.
         for path in ["", "no-such-file"] * 10:
             page.ask(path).read()
         for path, method, body in [("events", "GET", None)] * 20 + [("control", "POST", '["await-change"]')] * 4:
@@ -200,7 +200,7 @@ def test_viewers_and_buttons_that_go_away_leave_nothing_behind():
                 length = f"Content-Length: {len(body)}\r\n" if body else ""
                 origin = f"Origin: http://{page.parts.netloc}\r\n" if body else ""
                 gone.sendall(f"{method} {page.parts.path}{path} HTTP/1.1\r\nHost: {page.parts.netloc}\r\n{origin}{length}\r\n{body or ''}".encode())
-        page.control("atmos", "on")  # is served after those that have gone
+        page.control("atmos", "on")  # is served after the requests of the clients that have gone
         page.say("for i in $(seq 300); do $KIV_SANDBOX control atmos on; $KIV_SANDBOX control atmos off; done &")
         wait_for(lambda: descriptors() <= before, "their descriptors")
         assert page.ask().status == 200

@@ -1,4 +1,4 @@
-"""A sandbox with a page, and a browser to look at it."""
+"""Runs a sandbox with a page, and sends requests to it."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ LONGEST_WAIT = 30
 
 
 def wait_for(condition: Callable[[], Any], what: str, limit: float = LONGEST_WAIT) -> Any:
-    """Returns what the condition does as soon as that is true."""
+    """Waits until the condition returns a true value, and returns that."""
     end = time.monotonic() + limit
     while not (value := condition()):
         assert time.monotonic() < end, f"waited {limit} s for {what}"
@@ -28,7 +28,7 @@ def wait_for(condition: Callable[[], Any], what: str, limit: float = LONGEST_WAI
 
 
 class Page:
-    """A running kiv-sandbox that has told the address of its page."""
+    """A running kiv-sandbox that has printed the address of its page."""
 
     def __init__(self, process: subprocess.Popen[str]) -> None:
         self.process = process
@@ -49,13 +49,13 @@ class Page:
         return found and found[1]
 
     def say(self, line: str) -> None:
-        """Has the shell in the sandbox run a line."""
+        """Makes the shell in the sandbox run a line."""
         assert self.process.stdin is not None
         self.process.stdin.write(line + "\n")
         self.process.stdin.flush()
 
     def run(self, line: str) -> str:
-        """Has it run a line, and returns what that prints."""
+        """Runs a line in the shell, and returns its output."""
         assert self.process.stdout is not None
         self.say(f"{line}; echo; echo --- done")
         printed = []
@@ -65,7 +65,7 @@ class Page:
         return "".join(printed).strip()
 
     def send(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> http.client.HTTPConnection:
-        """Sends one request; a header that is None is left out."""
+        """Sends a request. A header that is None is left out."""
         connection = http.client.HTTPConnection(self.parts.hostname or "", self.parts.port, timeout=LONGEST_WAIT)
         given = {"Host": self.parts.netloc, "Origin": f"http://{self.parts.netloc}" if method == "POST" else None, **headers}
         connection.putrequest(method, self.parts.path + path if not path.startswith("/") else path, skip_host=True)
@@ -78,27 +78,27 @@ class Page:
         return connection
 
     def ask(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> Any:
-        """Sends one request, and returns the answer."""
+        """Sends a request, and returns the answer."""
         return self.send(path, method, body, **headers).getresponse()
 
     def control(self, *words: str) -> dict[str, Any]:
-        """Presses a button."""
+        """Sends the request of a button."""
         response = self.ask("control", "POST", json.dumps(words))
         assert response.status == 200, response.status
         return json.loads(response.read())
 
     def events(self, **headers: str) -> Iterator[dict[str, Any]]:
-        """Yields each line and state as a viewer is told it."""
+        """Yields each line and each state that a viewer gets."""
         response = self.ask("events", **headers)
         assert response.status == 200, response.status
         end = time.monotonic() + LONGEST_WAIT
         for line in response:
-            assert time.monotonic() < end, "what is waited for has not been told"
+            assert time.monotonic() < end, "the awaited line did not arrive"
             if line.startswith(b"data: "):
                 yield json.loads(line[len(b"data: ") :])
 
     def child(self, name: str) -> int:
-        """The process of this program that serves the sandbox."""
+        """Returns the id of a process of the sandbox that runs this program."""
         for pid in filter(str.isdigit, os.listdir("/proc")):
             with contextlib.suppress(OSError):
                 with open(f"/proc/{pid}/comm", encoding="utf-8") as comm, open(f"/proc/{pid}/environ", "rb") as environ:
@@ -109,7 +109,7 @@ class Page:
 
 @contextlib.contextmanager
 def sandbox(*options: str, command: tuple[str, ...] = ("sh", "-s"), **environment: str) -> Iterator[Page]:
-    """A sandbox with a page, and a shell in it."""
+    """Runs a sandbox with a page, and a shell in it."""
     process = subprocess.Popen(
         ["sh", "-c", 'KIV_PAGE_TEST=$$ exec "$0" "$@"', PROGRAM, *options, *(("--", *command) if command else ())],
         stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, encoding="utf-8",

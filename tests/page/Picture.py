@@ -1,4 +1,4 @@
-"""Makes the picture of the page that the documentation has: Picture.py FILE"""
+"""Makes the picture of the page for the documentation: Picture.py FILE"""
 
 import os
 import sys

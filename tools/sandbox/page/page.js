@@ -1,6 +1,6 @@
 'use strict';
 
-// Names and texts of the bus become text nodes and attributes. Nothing here parses markup.
+// Names and texts from the bus become text nodes and attributes. No function of this file parses markup.
 
 const SVG = 'http://www.w3.org/2000/svg';
 const ROW = 28;
@@ -22,20 +22,20 @@ const text = (x, y, content, kind = '') => s('text', { x, y, class: kind }, cont
 const cut = (content, most) => content.length > most ? content.slice(0, Math.max(Math.floor(most) - 1, 0)) + '…' : content;
 const hex = (number, digits) => number.toString(16).padStart(digits, '0');
 
-// --- States, of which the newest counts, and blocks, each of which is a call, an event or a line of a log ---
+// --- States and blocks. A block is a call, an event, or a line of a log. ---
 
 const states = {};
 const rawLines = [];
 const blocks = [];
-const openBlocks = [];     // calls that are on their way to their method or to its answer
-const messages = new Map(); // those without an answer, by number
-const clients = new Map();  // ids by unique bus names
+const openBlocks = [];      // calls whose method has no answer yet
+const messages = new Map(); // messages without an answer, by number
+const clients = new Map();  // client ids by unique bus names
 let pendingLogs = [];       // lines of functions whose calls have not been seen yet
 let missed = 0;
 
 const KNOWN_EVENTS = { 0x02020028: 'Atmos', 0x02020031: 'server ends' };
 
-// GVariant text is shown with bytes in hexadecimal and without types. Six bytes among the arguments are a MAC address.
+// Returns GVariant text with bytes in hexadecimal and without types. Six bytes among the arguments are a MAC address.
 function readable(variant) {
   return variant
     .replace(/\[byte 0x[0-9a-f]{2}(?:, 0x[0-9a-f]{2})*\]/g, bytes => `[${bytes.match(/(?<=0x)../g).join(' ')}]`)
@@ -86,9 +86,9 @@ function newBlock(kind, line, more) {
   return block;
 }
 
-// The library asks whether the server runs, for the client's id, and again whether the server runs, and calls the method. A
-// function that calls a second method leaves out the id there. A question for the id alone starts the server, and is the only
-// one that a recording has.
+// For a function, the library asks the bus whether the server runs, asks the server for the client's id, asks the bus again, and
+// calls the method. For the second method of a function, it does not ask for the id. To start the server, it asks only for the
+// id. A recording has no questions to the bus.
 const findOpen = (sender, ...stages) => stages
   .map(stage => openBlocks.find(block => block.sender === sender && block.stage === stage)).find(Boolean);
 
@@ -155,11 +155,11 @@ function addEvent(line) {
   addPart(block, line, SERVER, LIBRARY);
 }
 
-// These functions of the library log on behalf of the function that is called.
+// The library's functions that log on behalf of the called function.
 const INNER = new Set(['GetProxy', 'GetWhetherKivDisabled', 'MethodCall', 'm_GetProxyObj', 'm_IsExistedBusname',
   'm_OnbusAcquired', 'm_OnnameAcquired']);
 const levelOf = line => line.log.match(/^\S+ ([DIWEF]) /)?.[1] ?? '';
-const FRESH = 250; // milliseconds by which a line may come before or after what it is about
+const FRESH = 250; // milliseconds by which a line may precede or follow its call
 
 function attach(block, log) {
   block.parts.push(log);
@@ -195,7 +195,7 @@ function addLog(line) {
   if (line.function) pendingLogs = [...pendingLogs.slice(-MOST_PENDING), { block: own, log }];
 }
 
-// Another bus gives the same unique names anew.
+// A bus that was started again gives the same unique names to other connections.
 function loseBus() {
   clients.clear();
   for (const block of openBlocks.splice(0)) Object.assign(block, { failed: true, result: 'the bus has gone' });
@@ -226,7 +226,7 @@ const perFrame = draw => {
   return () => {
     if (due) return;
     due = true;
-    // A browser draws no frames of a page that is hidden.
+    // A browser draws no frames of a hidden page.
     const go = () => { due = false; draw(); };
     if (document.hidden) setTimeout(go, 50); else requestAnimationFrame(go);
   };
@@ -333,7 +333,7 @@ function drawHome(home) {
   if (focused) document.querySelector(`.speaker[data-mac="${CSS.escape(focused)}"]`)?.focus();
 }
 
-// --- The hands: each is a command of "kiv-sandbox control" ---
+// --- The controls: each runs a command of "kiv-sandbox control" ---
 
 async function control(...words) {
   const said = $('said');
@@ -344,7 +344,7 @@ async function control(...words) {
   try {
     const response = await fetch('control', { method: 'POST', body: JSON.stringify(words) });
     if (response.ok) outcome = await response.json();
-  } catch { /* as said */ }
+  } catch { /* The outcome says that the sandbox does not answer. */ }
   said.classList.toggle('failed', outcome.exitCode !== 0);
   if (outcome.exitCode !== 0) said.textContent += `\n${outcome.output.trim()}`;
 }
@@ -392,7 +392,7 @@ function fillHands() {
 
 let rows = [];
 let filter = '';
-let paused = null; // number of blocks that are shown
+let paused = null; // the number of shown blocks, or null
 let follows = true;
 let chosen = null;
 let hovered = null;
@@ -434,7 +434,7 @@ function partLabel({ line, answer }) {
   return `${line.method}${shortBytes(line.arguments)}${result}`;
 }
 
-// Draws an arrow at the height, and its way back below it where there has been an answer.
+// Draws an arrow at this height, and below it the arrow of an answer, if there is one.
 function arrow(from, to, y, kind, answered) {
   const step = to > from ? 6 : -6;
   const tip = (x, way, at) => s('path', { class: `tip ${kind}`, d: `M${x} ${at}l${-way} -3.5v7z` });
@@ -564,7 +564,7 @@ function setPaused(on) {
   drawRowsLater();
 }
 
-// --- To keep ---
+// --- Saving ---
 
 const page = document.documentElement.cloneNode(true);
 const data = $('data');
@@ -605,7 +605,7 @@ function wholeHtml() {
   return '<!doctype html>\n' + copy.outerHTML;
 }
 
-// --- All together ---
+// --- The beginning ---
 
 function begin() {
   const hands = {
