@@ -72,10 +72,9 @@ void LiveSandbox::LookAtBus()
     }
     // A connection to a stopped daemon stays open, so the state of its process is read.
     GIOStream* const stream = g_dbus_connection_get_stream(connection_);
-    GCredentials* daemon =
+    g_autoptr(GCredentials) daemon =
         g_socket_get_credentials(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)), nullptr);
     const bool hangs = daemon != nullptr && IsStopped(g_credentials_get_unix_pid(daemon, nullptr));
-    g_clear_object(&daemon);
     SetBus(hangs ? kHangs : kUp);
 }
 
@@ -138,13 +137,12 @@ void LiveSandbox::AwaitChange()
 void LiveSandbox::OnState(GObject* connection, GAsyncResult* result, void* self)
 {
     auto* const sandbox = static_cast<LiveSandbox*>(self);
-    GVariant* const reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr);
+    g_autoptr(GVariant) reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr);
     // The call fails when the simulator ends, and if it replays a recording, because it has no home then.
     if (reply != nullptr) {
         const char* state = nullptr;
         g_variant_get(reply, "(&s)", &state);
         sandbox->home_ = state;
-        g_variant_unref(reply);
         sandbox->history_.SetState("home", ShownLine({{"home", json::parse(sandbox->home_)}}));
         sandbox->AwaitChange();
     }
@@ -178,18 +176,15 @@ void LiveSandbox::ReadLog(const std::string& socketName)
 {
     GSocket* const socket =
         g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_DATAGRAM, G_SOCKET_PROTOCOL_DEFAULT, nullptr);
-    GSocketAddress* const address = g_unix_socket_address_new_with_type(
+    g_autoptr(GSocketAddress) address = g_unix_socket_address_new_with_type(
         socketName.c_str(), static_cast<gint>(socketName.size()), G_UNIX_SOCKET_ADDRESS_ABSTRACT);
-    const bool isBound = g_socket_bind(socket, address, FALSE, nullptr) != FALSE;
-    g_object_unref(address);
-    if (!isBound) {
+    if (g_socket_bind(socket, address, FALSE, nullptr) == FALSE) {
         throw std::runtime_error("the page cannot listen for the application's log");
     }
     g_socket_set_blocking(socket, FALSE);
-    GSource* const source = g_socket_create_source(socket, G_IO_IN, nullptr);
+    g_autoptr(GSource) source = g_socket_create_source(socket, G_IO_IN, nullptr);
     g_source_set_callback(source, G_SOURCE_FUNC(&LiveSandbox::OnDatagram), this, nullptr);
     g_source_attach(source, nullptr);
-    g_source_unref(source);
 }
 
 gboolean LiveSandbox::OnDatagram(GSocket* socket, GIOCondition, void* self)

@@ -50,11 +50,10 @@ json Layout()
 void FinishSandbox(GObject* process, GAsyncResult* result, void* data)
 {
     const std::unique_ptr<PageServer::OnDone> onDone(static_cast<PageServer::OnDone*>(data));
-    char* output = nullptr;
+    g_autofree char* output = nullptr;
     g_subprocess_communicate_utf8_finish(G_SUBPROCESS(process), result, &output, nullptr, nullptr);
     const bool hasExited = g_subprocess_get_if_exited(G_SUBPROCESS(process)) != FALSE;
     (*onDone)(hasExited ? g_subprocess_get_exit_status(G_SUBPROCESS(process)) : -1, output == nullptr ? "" : output);
-    g_free(output);
 }
 
 // Runs kiv-sandbox with these words, and then onDone with its exit code and output.
@@ -67,14 +66,13 @@ void RunSandbox(const std::string& sandbox, const std::vector<std::string>& word
     arguments.push_back(nullptr);
     constexpr auto kFlags =
         static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_MERGE);
-    GSubprocess* const process = g_subprocess_newv(arguments.data(), kFlags, nullptr);
+    g_autoptr(GSubprocess) process = g_subprocess_newv(arguments.data(), kFlags, nullptr);
     if (process == nullptr) {
         onDone(-1, fmt::format("{} cannot be started", sandbox));
         return;
     }
     g_subprocess_communicate_utf8_async(
         process, nullptr, nullptr, &FinishSandbox, std::make_unique<PageServer::OnDone>(std::move(onDone)).release());
-    g_object_unref(process);
 }
 
 // Returns the name and the description of each scenario in the output of --list-scenarios.

@@ -67,7 +67,7 @@ PageServer::PageServer(History& history, Actions actions)
     : history_(history), actions_(std::move(actions)), token_(NewToken()), root_("/" + token_ + "/"),
       server_(soup_server_new(nullptr, nullptr), g_object_unref)
 {
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     if (soup_server_listen_local(server_.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, &error) == FALSE) {
         throw std::runtime_error(fmt::format("the page cannot be served: {}", error->message));
     }

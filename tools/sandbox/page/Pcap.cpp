@@ -1,5 +1,6 @@
 #include "page/Pcap.h"
 
+#include "simulator/Glib.h"
 #include "simulator/Interfaces.h"
 
 #include <fmt/format.h>
@@ -30,11 +31,7 @@ void Put(std::string& file, std::initializer_list<std::uint32_t> numbers)
     }
 }
 
-struct Caller {
-    std::string name;
-    std::string callee;
-    std::uint32_t serial;
-};
+using BusMessage = simulator::ObjectRef<GDBusMessage>;
 
 class MessageWriter {
 public:
@@ -42,8 +39,8 @@ public:
     // that no bus can carry.
     std::string Write(const json& line)
     {
-        const std::unique_ptr<GDBusMessage, decltype(&g_object_unref)> message(g_dbus_message_new(), g_object_unref);
-        if (line.contains("answer") ? !SetAnswer(message.get(), line) : !SetCall(message.get(), line)) {
+        const BusMessage message = line.contains("answer") ? NewAnswer(line) : NewCall(line);
+        if (!message) {
             return "";
         }
         gsize size = 0;
@@ -53,7 +50,7 @@ public:
     }
 
 private:
-    bool SetCall(GDBusMessage* message, const json& line)
+    BusMessage NewCall(const json& line)
     {
         const bool isEvent = line.contains("event");
         const std::string method = line.value("method", "");
@@ -69,64 +66,55 @@ private:
             callee = interface = kDaemon;
             path = "/org/freedesktop/DBus";
         }
-        if (g_dbus_is_member_name(method.c_str()) == FALSE || g_dbus_is_interface_name(interface.c_str()) == FALSE) {
-            return false;
+        if (g_dbus_is_member_name(method.c_str()) == FALSE || g_dbus_is_interface_name(interface.c_str()) == FALSE ||
+            g_variant_is_object_path(path.c_str()) == FALSE) {
+            return nullptr;
         }
-        const std::string sender = line.value("sender", isEvent ? simulator::kServerName : ":1.1000");
-        const std::uint32_t serial = line.value("serial", ++serial_);
-        g_dbus_message_set_message_type(message, G_DBUS_MESSAGE_TYPE_METHOD_CALL);
-        g_dbus_message_set_destination(message, callee.c_str());
-        g_dbus_message_set_path(message, path.c_str());
-        g_dbus_message_set_interface(message, interface.c_str());
-        g_dbus_message_set_member(message, method.c_str());
-        callers_[line.at(isEvent ? "event" : "call").get<std::int64_t>()] = {sender, callee, serial};
-        Complete(message, sender, serial, Parse(line.value("arguments", "()")));
-        return true;
+        BusMessage call = simulator::OwnObject(
+            g_dbus_message_new_method_call(callee.c_str(), path.c_str(), interface.c_str(), method.c_str()));
+        SetBody(call.get(), line.value("arguments", "()"));
+        SetSender(call.get(), line, isEvent ? simulator::kServerName : ":1.1000");
+        calls_[line.at(isEvent ? "event" : "call").get<std::int64_t>()] = call;
+        return call;
     }
 
-    bool SetAnswer(GDBusMessage* message, const json& line)
+    BusMessage NewAnswer(const json& line)
     {
-        const auto found = callers_.extract(line.at("answer").get<std::int64_t>());
+        const auto found = calls_.extract(line.at("answer").get<std::int64_t>());
         if (!found) {
-            return false;
+            return nullptr;
         }
-        const Caller& caller = found.mapped();
-        const std::string error = line.value("error", "");
-        GVariant* body = nullptr;
-        if (error.empty()) {
-            g_dbus_message_set_message_type(message, G_DBUS_MESSAGE_TYPE_METHOD_RETURN);
-            body = Parse(line.value("values", "()"));
+        GDBusMessage* const call = found.mapped().get();
+        BusMessage answer;
+        if (const std::string error = line.value("error", ""); error.empty()) {
+            answer = simulator::OwnObject(g_dbus_message_new_method_reply(call));
+            SetBody(answer.get(), line.value("values", "()"));
         } else {
             const bool isName = g_dbus_is_interface_name(error.c_str()) != FALSE;
-            g_dbus_message_set_message_type(message, G_DBUS_MESSAGE_TYPE_ERROR);
-            g_dbus_message_set_error_name(message, isName ? error.c_str() : "org.freedesktop.DBus.Error.Failed");
-            body = g_variant_new("(s)", line.value("message", "").c_str());
+            answer = simulator::OwnObject(g_dbus_message_new_method_error_literal(
+                call, isName ? error.c_str() : "org.freedesktop.DBus.Error.Failed", line.value("message", "").c_str()));
         }
-        g_dbus_message_set_flags(message, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
-        g_dbus_message_set_reply_serial(message, caller.serial);
-        g_dbus_message_set_destination(message, caller.name.c_str());
-        Complete(message, line.value("sender", caller.callee), line.value("serial", ++serial_), body);
-        return true;
+        SetSender(answer.get(), line, g_dbus_message_get_destination(call));
+        return answer;
     }
 
-    static GVariant* Parse(const std::string& tuple)
+    static void SetBody(GDBusMessage* message, const std::string& tuple)
     {
-        return g_variant_parse(nullptr, tuple.c_str(), nullptr, nullptr, nullptr);
-    }
-
-    static void Complete(GDBusMessage* message, const std::string& sender, std::uint32_t serial, GVariant* body)
-    {
-        g_dbus_message_set_sender(message, sender.c_str());
-        g_dbus_message_set_serial(message, serial);
+        GVariant* const body = g_variant_parse(nullptr, tuple.c_str(), nullptr, nullptr, nullptr);
         if (body != nullptr) {
-            g_variant_take_ref(body);
+            const simulator::Variant owned = simulator::Own(body);
             g_dbus_message_set_body(message, g_variant_n_children(body) == 0 ? nullptr : body);
-            g_variant_unref(body);
         }
+    }
+
+    void SetSender(GDBusMessage* message, const json& line, const char* invented)
+    {
+        g_dbus_message_set_sender(message, line.value("sender", invented).c_str());
+        g_dbus_message_set_serial(message, line.value("serial", ++serial_));
     }
 
     std::uint32_t serial_ = 0;
-    std::map<std::int64_t, Caller> callers_; // of the calls without an answer
+    std::map<std::int64_t, BusMessage> calls_; // without an answer so far
 };
 
 } // namespace
