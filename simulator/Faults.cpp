@@ -44,7 +44,7 @@ std::string ErrorNameOf(GVariant* value)
     std::string name = g_variant_get_string(value, nullptr);
     if (g_dbus_is_interface_name(name.c_str()) == FALSE) {
         throw InvalidArguments(
-            fmt::format("\"error\" must be a D-Bus error name such as org.example.Bad, got \"{}\"", name));
+            fmt::format(R"("error" must be a D-Bus error name such as org.example.Bad, got "{}")", name));
     }
     return name;
 }
@@ -145,7 +145,7 @@ void Faults::Apply(Plan& plan, const std::string& key, GVariant* value)
     // A variant may hold a value of any type.
     if (type != "v" && g_variant_is_of_type(value, G_VARIANT_TYPE(type.c_str())) == FALSE) {
         throw InvalidArguments(
-            fmt::format("fault key \"{}\" has type \"{}\", not \"{}\"", key, type, g_variant_get_type_string(value)));
+            fmt::format(R"(fault key "{}" has type "{}", not "{}")", key, type, g_variant_get_type_string(value)));
     }
     entry->second.apply(plan, value);
 }
@@ -160,7 +160,7 @@ void Faults::Check(const std::string& method, const Plan& plan) const
         throw InvalidArguments("fault key \"append\" must not stand with error, silent, reply, bytes or exit");
     }
     if (!fault.message.empty() && fault.error.empty()) {
-        throw InvalidArguments("fault key \"message\" must stand with \"error\"");
+        throw InvalidArguments(R"(fault key "message" must stand with "error")");
     }
     const bool isLate = g_variant_lookup(plan.description.get(), "delay", "u", nullptr) != FALSE;
     if (!fault.HasOutcome() && fault.append.empty() && !isLate) {

@@ -74,11 +74,10 @@ RecordedLine ReadLine(const std::string& name, const std::string& text, int numb
     const JsonNode node = JsonNode::Parse(name, text, number);
     RecordedLine line = Read(node, LineKeys(), {"ms"});
     if (line.call.has_value() + line.event.has_value() + line.answer.has_value() != 1) {
-        node.FailExpected("a line with one of \"call\", \"event\" and \"answer\"");
+        node.FailExpected(R"(a line with one of "call", "event" and "answer")");
     }
     if (line.answer ? line.values.empty() == line.error.empty() : line.method.empty() || line.arguments.empty()) {
-        node.FailExpected(
-            "a call or an event with \"method\" and \"arguments\", or an answer with \"values\" or \"error\"");
+        node.FailExpected(R"(a call or an event with "method" and "arguments", or an answer with "values" or "error")");
     }
     return line;
 }

@@ -98,7 +98,7 @@ private:
         }
         if (!ClientLink::IsUsable(line.client) || g_dbus_is_member_name(line.method.c_str()) == FALSE) {
             Fail(fmt::format(
-                "an event must be for a client and a method that D-Bus can have, got \"{}\" and \"{}\"", line.client,
+                R"(an event must be for a client and a method that D-Bus can have, got "{}" and "{}")", line.client,
                 line.method));
         }
         const std::chrono::milliseconds delay(std::max<std::int64_t>(line.ms - lastAnsweredMs_, 0));

@@ -269,7 +269,7 @@ std::vector<EventPush> ReadEvents(const JsonNode& node)
     for (const JsonNode& item : node.Items()) {
         const auto entry = Read(item, EventKeys());
         if (entry.id.has_value() == entry.payload.has_value() || (entry.payload && !entry.data.empty())) {
-            item.FailExpected("an event with either \"id\" and perhaps \"data\", or \"payload\"");
+            item.FailExpected(R"(an event with either "id" and perhaps "data", or "payload")");
         }
         const Variant payload = entry.payload ? Own(NewByteArray(*entry.payload)) : EventPayload(*entry.id, entry.data);
         events.push_back({entry.client, payload});
@@ -337,7 +337,7 @@ void RefuseAtStart(const std::string& name, const std::string& text, const std::
     for (const auto& [present, member] : JsonNode::Parse(name, text).Members()) {
         if (present == key) {
             member.Fail(fmt::format(
-                "{}; put \"{}\" into the timetable, or give the scenario to \"kiv-sandbox control apply\"", reason,
+                R"({}; put "{}" into the timetable, or give the scenario to "kiv-sandbox control apply")", reason,
                 key));
         }
     }

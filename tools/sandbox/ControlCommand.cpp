@@ -188,7 +188,7 @@ GVariant* ParseBytes(const std::string& text)
 {
     const auto bytes = simulator::ParseHex(text);
     if (!bytes) {
-        throw Refusal(fmt::format("BYTES must be in hexadecimal such as \"01 ff\", got \"{}\"", text));
+        throw Refusal(fmt::format(R"(BYTES must be in hexadecimal such as "01 ff", got "{}")", text));
     }
     return simulator::NewByteArray(*bytes);
 }
