@@ -15,6 +15,8 @@ int main(void)
     }
     const STNetSpkConfig left = {.nConfig = 1, .mac = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01}};
     printf("started: %d\n", StartSpeakers(NETSPKSETTING_SURROUND, &left, 1, 0));
+    /* A start by the number of a node needs no vector. */
+    printf("node 1 started: %d\n", StartNetworkSpeakerByID(NETSPKSETTING_SURROUND, 1, 0));
 
     /* There is room for 8 more lists, because some may appear between the two calls. */
     const int number = GetNetSpkListInfoNumber();

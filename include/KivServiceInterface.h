@@ -27,10 +27,10 @@
  *   cannot carry the arguments, the call fails and they are not sent: a list or payload of over 64 MiB, a text that is
  *   not UTF-8. A bus may carry less than D-Bus allows: dbus-daemon 32 MiB in a message, unless its configuration says
  *   otherwise. It closes the connection that sends a longer message, and the next call opens another connection.
- * - **Losing the bus.** The call that was waiting fails. The next call connects again, and events come again from then
- *   on. The library uses the connection that GLib shares in the process. If the host still holds this connection after
- *   it was lost, the library opens a connection of its own. It leaves the lost connection and its "closed" signal to
- *   GLib and the host.
+ * - **Losing the bus.** The call that was waiting fails. The next call connects again. Events come again when the host
+ *   has subscribed again, because the server forgets a process that has left the bus. The library uses the connection
+ *   that GLib shares in the process. If the host still holds this connection after it was lost, the library opens a
+ *   connection of its own. It leaves the lost connection and its "closed" signal to GLib and the host.
  * - **Ownership.** The caller owns every buffer, string and vector that it passes. The library keeps no pointer to
  *   them.
  * - **Exceptions.** As long as there is memory, no exception leaves a function unless its description says so. If the
@@ -313,6 +313,10 @@ KIV_API bool GetWhetherKivDisabled(void);
  * Callbacks are called in the byte order of their names. If the request to the server fails, the result is 0, but the
  * callback is in place all the same. UnsubscribeNamServiceCallback() removes it.
  *
+ * A server that is started again, such as after a crash, knows no subscription, and calls succeed all the same. Watch
+ * the owner of the server's bus name, and subscribe again under the same name when the bus name has a new owner. A host
+ * that cannot watch it subscribes again at intervals.
+ *
  * @param name      name of the subscription; a second subscription of the same name replaces the first
  * @param callback  called on the monitor thread; an exception that it throws is logged and dropped
  * @return 1; 0 if an argument is null, the device has no network speakers, the server cannot be reached or the request
@@ -322,6 +326,10 @@ KIV_API int SubscribeNamServiceCallback(const char* name, NamEventCallback callb
 
 /**
  * Ends the subscription with this name. It does not wait for a callback that is running at this moment.
+ *
+ * The server counts the requests of a process, without names. If it has been started again, renew all subscriptions and
+ * Atmos callbacks before you end one of them: the end takes one request away, also if no subscription has this name.
+ * The process gets no event when none is left.
  *
  * If the device has no network speakers or the server cannot be reached, the subscription stays.
  *
@@ -352,6 +360,10 @@ KIV_API bool kiv_is_receiver_atmos(void);
  * SubscribeNamServiceCallback() says. Call kiv_is_receiver_atmos() to get the present state.
  * Callbacks are called in the order of their registration, before the event's subscribers.
  *
+ * A server that is started again does not know that this process wants events, as SubscribeNamServiceCallback() says.
+ * Register the callback again then: the function sends the request, and then returns -1, because the callback is
+ * registered already.
+ *
  * @param callback   called on the monitor thread; an exception that it throws is logged and dropped
  * @param user_data  passed to the callback
  * @return 0, also if the request fails and the callback is not registered; -1 if @p callback is null or registered
@@ -360,7 +372,8 @@ KIV_API bool kiv_is_receiver_atmos(void);
 KIV_API int register_atmos_support_cb(AtmosSupportCallback callback, void* user_data);
 
 /**
- * Ends a registration. It does not wait for a callback that is running at this moment.
+ * Ends a registration. It does not wait for a callback that is running at this moment. If the server has been started
+ * again, renew all requests first, as UnsubscribeNamServiceCallback() says.
  *
  * @return 0; -1 if @p callback is null or not registered, or if the device has no network speakers, the server cannot
  *         be reached or the request fails: the callback stays registered in these three cases
@@ -470,21 +483,25 @@ KIV_API int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list);
 KIV_API int ConnectNetworkSpeakerByMobile(const unsigned char* pParam, unsigned int nParamLen);
 
 /**
- * Has the server start the speaker with this identifier.
+ * Has the server start the speaker with this identifier. The library sends the numbers unchanged, in another order, and
+ * does not read them. The server's interface gives them these meanings:
  *
  * @param pszID    identifier; its first five characters are sent
- * @param nFirst   passed through unchanged, as the second number of the request
- * @param nSecond  passed through unchanged, as the first number of the request
- * @param nThird   passed through unchanged, as the third number of the request
+ * @param nFirst   setting mode, such as NETSPKSETTING_SURROUND; the second number of the request
+ * @param nSecond  channel that the speaker is to play; the first number of the request
+ * @param nThird   reason of the start, as in StartNetworkSpeaker(); the third number of the request
  * @return the server's answer; 0 if the request fails or @p pszID is null or shorter than five characters; -1 if the
  *         device has no network speakers, the server cannot be reached or its answer is not a number
  */
 KIV_API int Vireon_StartNetworkSpeakerByID(const char* pszID, int nFirst, int nSecond, int nThird);
 
 /**
- * Has the server start a speaker as Vireon_StartNetworkSpeakerByID() does, without an identifier. The numbers are sent
- * in the same order: @p nSecond, @p nFirst, @p nThird.
+ * Has the server start the speaker with this node number. The library sends the numbers unchanged, in another order,
+ * and does not read them. The server's interface gives them these meanings:
  *
+ * @param nFirst   setting mode, such as NETSPKSETTING_SURROUND; the second number of the request
+ * @param nSecond  number of the speaker's node; the first number of the request
+ * @param nThird   reason of the start, as in StartNetworkSpeaker(); the third number of the request
  * @return the server's answer; 0 if the request fails; -1 if the device has no network speakers, the server cannot be
  *         reached or its answer is not a number
  */

@@ -144,6 +144,9 @@ extern "C" KIV_API bool IsConnected()
 extern "C" KIV_API const char* AwaitEvents(int timeoutMs)
 {
     const CNSGdbus& client = *CNSGdbus::m_pInstance;
+    if (!client.m_bProxyReady && g_KivDisabled) {
+        return "this device has no network speakers, so the library makes no call";
+    }
     if (!client.m_bProxyReady) {
         return "no call was made on this bus, or the last one did not reach the server";
     }

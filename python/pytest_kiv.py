@@ -28,6 +28,13 @@ def pytest_unconfigure(config):
     _runs.remove(config)
 
 
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """Keeps the type of the exception that ended a test or its setup. A fixture does not see that exception."""
+    yield
+    item.kiv_exception = call.excinfo and call.excinfo.type
+
+
 def pytest_itemcollected(item):
     # A marker of a class or a module is meant for those of its tests that use the fixture, so only one of the test
     # itself is reported.
@@ -60,12 +67,15 @@ def _options(markers):
 def kiv_sandbox(request):
     """Gives a test a sandbox of its own, with the options of @pytest.mark.kiv_sandbox("--option", ...).
 
-    The options of the test's markers and of those of its class and its module add up.
+    The options of the test's markers and of those of its class and its module add up. If the test fails, the sandbox
+    fails.
     """
     from kiv import Sandbox
 
-    with Sandbox(*_options(request.node.iter_markers("kiv_sandbox"))) as sandbox:
-        yield sandbox
+    sandbox = Sandbox(*_options(request.node.iter_markers("kiv_sandbox")))
+    sandbox.__enter__()
+    yield sandbox
+    sandbox.__exit__(getattr(request.node, "kiv_exception", None))
 
 
 def refuse_system_bus(function):

@@ -37,13 +37,26 @@ inline std::string Reason(const CLI::App& app, const CLI::Error& error)
     return fmt::format("unknown option {}{}", word, DidYouMean(word, names));
 }
 
+// Leaves out of the help which options an option excludes or needs, because an error message says that, and whether an
+// argument is required, because the usage line says that.
+class HelpFormat : public CLI::Formatter {
+    std::string make_option_opts(const CLI::Option* option) const override
+    {
+        return option->get_option_text().empty() ? "" : " " + option->get_option_text();
+    }
+};
+
 // Makes messages about wrong arguments begin with the program's name, like all other errors, and end with the way to
-// the help.
+// the help, which is that of the command if one is given.
 inline void TellWithName(CLI::App& app)
 {
     app.failure_message([](const CLI::App* program, const CLI::Error& error) {
         const std::string reason = Reason(*program, error);
-        const std::string advice = reason.ends_with('?') ? "" : fmt::format("; see {} --help", program->get_name());
+        std::string command = program->get_name();
+        for (const CLI::App* const given : program->get_subcommands()) {
+            command += ' ' + given->get_name();
+        }
+        const std::string advice = reason.ends_with('?') ? "" : fmt::format("; see {} --help", command);
         return fmt::format("{}: {}{}\n", program->get_name(), reason, advice);
     });
 }
@@ -69,6 +82,19 @@ inline CLI::Validator IntegerFrom(int least, int most = std::numeric_limits<int>
         return isInteger ? "" : fmt::format("must be an integer from {} to {}, got \"{}\"", least, most, given);
     };
     return {complain, ""};
+}
+
+// Makes each option of the program that takes a value refuse a word that begins with "--", because CLI11 takes any next
+// word for the value. A file of such a name can be given as "./--name".
+inline void RefuseOptionsAsValues(CLI::App& app)
+{
+    for (CLI::Option* const option : app.get_options()) {
+        if (!option->get_positional() && option->get_items_expected_max() > 0) {
+            option->check([](const std::string& given) {
+                return given.starts_with("--") ? fmt::format("needs a value, got \"{}\"", given) : "";
+            });
+        }
+    }
 }
 
 // Refuses a value that does not name a file.

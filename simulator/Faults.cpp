@@ -68,10 +68,15 @@ nlohmann::json ValueToJson(GVariant* value)
     return text.get();
 }
 
+[[noreturn]] void RefuseTwoOutcomes()
+{
+    throw InvalidArguments("a fault must have at most one of the keys error, silent, reply, bytes, append and exit");
+}
+
 void SetReply(Fault& fault, Variant tuple)
 {
     if (fault.reply != nullptr) {
-        throw InvalidArguments("a fault must have at most one of the keys reply and bytes");
+        RefuseTwoOutcomes();
     }
     fault.reply = std::move(tuple);
 }
@@ -153,11 +158,8 @@ void Faults::Apply(Plan& plan, const std::string& key, GVariant* value)
 void Faults::Check(const std::string& method, const Plan& plan) const
 {
     const Fault& fault = plan.fault;
-    if (!fault.error.empty() + fault.silent + (fault.reply != nullptr) + fault.exit > 1) {
-        throw InvalidArguments("a fault must have at most one of the keys error, silent, reply, bytes and exit");
-    }
-    if (fault.HasOutcome() && !fault.append.empty()) {
-        throw InvalidArguments("fault key \"append\" must not stand with error, silent, reply, bytes or exit");
+    if (!fault.error.empty() + fault.silent + (fault.reply != nullptr) + fault.exit + !fault.append.empty() > 1) {
+        RefuseTwoOutcomes();
     }
     if (!fault.message.empty() && fault.error.empty()) {
         throw InvalidArguments(R"(fault key "message" must stand with "error")");

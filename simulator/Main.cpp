@@ -104,6 +104,7 @@ int main(int argc, char** argv)
         ->excludes(scenario);
     app.add_option("--feature-file", options.featureFile, "Write the device feature of scenarios into this file");
     app.add_flag("--verbose", options.verbose, "Print each call and each push to stderr");
+    RefuseOptionsAsValues(app);
     app.footer(
         "Exit codes: 0 it was told to leave, or the bus is gone; 1 there is no bus, or another process owns the name;\n"
         "2 the arguments, the scenario or the recording cannot be used.");

@@ -1,10 +1,13 @@
 #include "simulator/Replay.h"
 
+#include "simulator/BusObject.h"
 #include "simulator/CallDifference.h"
 #include "simulator/ClientLink.h"
+#include "simulator/Interfaces.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Recording.h"
 #include "simulator/ShortText.h"
+#include "tools/Nearest.h"
 
 #include <fmt/format.h>
 
@@ -60,7 +63,11 @@ public:
         }
     }
 
-    std::vector<RecordedExchange> Take() { return std::move(exchanges_); }
+    std::vector<RecordedExchange> Take()
+    {
+        RefuseMistypedMethods();
+        return std::move(exchanges_);
+    }
 
 private:
     void AddCall(const RecordedLine& line)
@@ -103,6 +110,24 @@ private:
         }
         const std::chrono::milliseconds delay(std::max<std::int64_t>(line.ms - lastAnsweredMs_, 0));
         exchanges_[*lastAnswered_].answer.events.push_back({delay, line.client, line.method, Tuple(line.arguments)});
+    }
+
+    // A call of an unknown method is accepted if the server has answered it as such, or if the name is like no other:
+    // it is a call of another server then.
+    void RefuseMistypedMethods()
+    {
+        const std::set<std::string> known = Interface(kServerXml).Methods();
+        const std::vector<std::string> names(known.begin(), known.end());
+        for (const RecordedExchange& exchange : exchanges_) {
+            if (known.contains(exchange.method) ||
+                exchange.answer.fault.error == "org.freedesktop.DBus.Error.UnknownMethod") {
+                continue;
+            }
+            number_ = exchange.line;
+            if (const std::string meant = DidYouMean(exchange.method, names); !meant.empty()) {
+                Fail(fmt::format("/method: the server has no method \"{}\"{}", exchange.method, meant));
+            }
+        }
     }
 
     Variant Tuple(const std::string& text) const

@@ -13,6 +13,8 @@ from ._types import library, shown
 
 def mac(text: str) -> bytes:
     """Returns the six bytes of a MAC address such as "02:4b:49:56:00:01"."""
+    if not isinstance(text, str):
+        raise TypeError(f"must be a MAC address such as 02:4b:49:56:00:01, got {shown(text)}")
     if not re.fullmatch("[0-9a-fA-F]{2}(:[0-9a-fA-F]{2}){5}", text):
         raise ValueError(f"must be a MAC address such as 02:4b:49:56:00:01, got {text!r}")
     return bytes.fromhex(text.replace(":", ""))
@@ -20,6 +22,8 @@ def mac(text: str) -> bytes:
 
 def ip(text: str) -> int:
     """Returns an IPv4 address such as "192.168.0.21" as the int that functions take: the first octet in the lowest byte."""
+    if not isinstance(text, (str, ipaddress.IPv4Address)):
+        raise TypeError(f"must be an IPv4 address such as 192.168.0.21, got {shown(text)}")
     try:
         octets = ipaddress.IPv4Address(str(text)).packed
     except ValueError:
@@ -38,8 +42,9 @@ def AwaitEvents(timeout: float = 10) -> bool:
 
     An event that the server sends before that moment is lost.
 
-    Returns False at once if events cannot arrive: no call was made in this sandbox, the last call did not reach the server,
-    the server's client id is not valid in a D-Bus name, the bus is gone, or DestroyMessageMonitor() was called.
+    Returns False at once if events cannot arrive: this device has no network speakers, no call was made in this sandbox, the
+    last call did not reach the server, the server's client id is not valid in a D-Bus name, the bus is gone, or
+    DestroyMessageMonitor() was called.
 
     Returns False after the timeout, in seconds, if the process does not own its client's name by then. The bus may forbid
     the name, or another process may own it: "kivctl doctor" says why.

@@ -195,6 +195,8 @@ class Layout:
     """A layout. Layout() without an argument reads the file that the environment variable KIV_LAYOUT names."""
 
     def __init__(self, file: str | os.PathLike[str] | None = None) -> None:
+        if not isinstance(file, (str, os.PathLike, type(None))):
+            raise TypeError(f"file must be the path of a layout file, got {shown(file)}")
         self._file = os.fspath(file) if file else os.environ.get("KIV_LAYOUT", "")
         if not self._file:
             raise LayoutError("there is no layout: name a file, or set KIV_LAYOUT")

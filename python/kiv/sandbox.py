@@ -18,8 +18,9 @@ from ._types import shown
 # A word of a command line, as callers may give it.
 Word = Union[str, int, "os.PathLike[str]"]
 
-# This command runs in the sandbox. It prints the environment there, and runs until its stdin ends.
-_TENANT = ["sh", "-c", r"env -0; printf '\0'; exec >/dev/null; while read -r _; do :; done"]
+# This command runs in the sandbox. It prints the environment there, and ends with the exit code that it reads from its
+# stdin. If this process ends without one, the command fails.
+_TENANT = ["sh", "-c", r"env -0; printf '\0'; exec >/dev/null; read -r code; exit ${code:-1}"]
 
 # The variables that a shell sets for itself.
 _SHELL = {"_", "OLDPWD", "PWD", "SHLVL"}
@@ -76,7 +77,8 @@ def option_words(taker: str, options: Sequence[Any], named: dict[str, Any]) -> l
     except TypeError as error:
         raise TypeError(f"{allowed}: {error}") from None
     if words and not words[0].startswith("-") or "--" in words:
-        raise ValueError(f"{allowed}, got {', '.join(map(shown, options))}")
+        kind = TypeError if isinstance(options[0], int) else ValueError
+        raise kind(f"{allowed}, got {', '.join(map(shown, options))}")
     return words
 
 
@@ -128,7 +130,8 @@ class _Stderr(threading.Thread):
 class Sandbox:
     """Runs kiv-sandbox for a with statement. This process and all programs that it starts use the sandbox's bus meanwhile.
 
-    The arguments are options of kiv-sandbox: Sandbox("--scenario", "surround-set").
+    The arguments are options of kiv-sandbox: Sandbox("--scenario", "surround-set"). If an exception leaves the with
+    statement, the file of "--record" stays as it was, and the new recording stays beside it.
     """
 
     # The sandbox in use. A process can use one at a time, because it has one connection to the system bus.
@@ -165,7 +168,8 @@ class Sandbox:
 
     def __exit__(self, exception: type[BaseException] | None, *_: object) -> None:
         Sandbox._entered = None
-        code = self._end()
+        # If an exception leaves the sandbox, its command fails, so that an older recording stays.
+        code = self._end(0 if exception is None else 1)
         for name, value in self._replaced.items():
             if value is None:
                 os.environ.pop(name, None)
@@ -249,13 +253,15 @@ class Sandbox:
         while not text.endswith(b"\0\0"):
             byte = self._process.stdout.read(1)  # type: ignore[union-attr]
             if not byte:
-                raise self._failure(self._end())
+                raise self._failure(self._end(1))
             text += byte
         pairs = (entry.decode().partition("=") for entry in text.split(b"\0") if entry)
         return {name: value for name, _, value in pairs if os.environ.get(name) != value and name not in _SHELL}
 
-    def _end(self) -> int:
-        self._process.stdin.close()  # type: ignore[union-attr]
+    def _end(self, outcome: int) -> int:
+        # kiv-sandbox may have ended already. Closing writes what is buffered, and fails then, too.
+        with contextlib.suppress(BrokenPipeError), self._process.stdin as stdin:  # type: ignore[union-attr]
+            stdin.write(b"%d\n" % outcome)
         self._process.stdout.close()  # type: ignore[union-attr]
         code = self._process.wait()
         self._stderr.join()

@@ -176,6 +176,30 @@ TEST_F(AtmosRegisterTest, TheSecondOfACallbackIsRefusedAfterItsSubscription)
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
 }
 
+// This is the way to renew several registrations that docs/events.md gives. The server counts them, and sends the event
+// to processes whose count is above 0.
+TEST_F(AtmosRegisterTest, RegisteringAgainRenewsTheRequestAtANewServer)
+{
+    StartAndConnect();
+    SubscribeNamServiceCallback("tv", Subscriber<'s'>);
+    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
+    KillServer();
+    StartServer();
+
+    EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), -1);
+    EXPECT_EQ(SubscribeNamServiceCallback("tv", Subscriber<'s'>), 1);
+    Callbacks::TakeCalls();
+    control_.SetAtmos(true);
+    Notify(0);
+    EXPECT_THAT(Callbacks::TakeCalls(), ElementsAre("f(1, hall)", "s(33685544, 4)"));
+
+    EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), 0);
+    control_.SetAtmos(false);
+    control_.SetAtmos(true);
+    Notify(0);
+    EXPECT_THAT(Callbacks::TakeCalls(), ElementsAre("s(33685544, 4)"));
+}
+
 TEST_F(AtmosRegisterTest, ARefusedSubscriptionReturnsZeroAndRegistersNothing)
 {
     StartAndConnect();

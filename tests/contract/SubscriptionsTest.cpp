@@ -70,6 +70,24 @@ TEST_F(SubscribeTest, StartsAnAbsentServer)
     EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection", "check_dbus_connection", kSubscribe));
 }
 
+TEST_F(SubscribeTest, TheSecondOfANameBringsEventsAgainAfterTheConnectionWasLost)
+{
+    StartAndConnect();
+    SubscribeNamServiceCallback("tv", Subscriber<'f'>);
+    Close(client_.m_pConnection);
+    Connect();
+    control_.SetAtmos(true);
+    Notify(0);
+    EXPECT_THAT(Callbacks::TakeCalls(), IsEmpty());
+
+    EXPECT_EQ(SubscribeNamServiceCallback("tv", Subscriber<'f'>), 1);
+
+    control_.SetAtmos(false);
+    control_.SetAtmos(true);
+    Notify(0);
+    EXPECT_THAT(Callbacks::TakeCalls(), ElementsAre("f(33685544, 4)"));
+}
+
 TEST_F(SubscribeTest, TheSecondOfANameReplacesTheFirstAndLogsNoSuccess)
 {
     StartAndConnect();

@@ -39,11 +39,13 @@ kiv_add_test(NAME prints SANDBOX --scenario no-speakers COMMAND printf "<%s>" "a
 kiv_add_test(NAME controls COMMAND sh -c [["$KIV_SANDBOX" control apply surround-set && test "$VALUE" = 1]])
 set_tests_properties(controls PROPERTIES ENVIRONMENT VALUE=1)
 kiv_add_test(NAME off COMMAND true)
+kiv_add_test(NAME keywords SANDBOX COMMAND printf "{%s}" NAME other SANDBOX --lazy COMMAND --)
 TEXT
 configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" || fail "cmake failed"
 "$ctest" --test-dir "$sources/build" --verbose >"$log" 2>&1 && fail "what follows a semicolon is lost"
 grep -qF '2: <a;b><><c d><\$e>' "$log" || fail "arguments have changed"
-grep -q '^75% tests passed, 1 tests failed out of 4$' "$log" || fail "there are other results"
+grep -qF '5: {NAME}{other}{SANDBOX}{--lazy}{COMMAND}{--}' "$log" || fail "words of the command are lost"
+grep -q '^80% tests passed, 1 tests failed out of 5$' "$log" || fail "there are other results"
 
 # This is as if the tools were not installed.
 sources=$1
@@ -58,15 +60,26 @@ for path in /no/such/kiv-sandbox "$3"; do
     fail "cmake does not say what is wrong with KIV_SANDBOX"
 done
 
-# This call lacks a keyword.
-mkdir "$3/mistake"
-sources=$3/mistake
-cat >"$sources/CMakeLists.txt" <<'TEXT'
+# These calls are mistakes, which cmake must refuse before a test passes without its command.
+prefix=$2 work=$3
+refuse() { # what cmake says, arguments of kiv_add_test()
+  sources=$work/mistake
+  mkdir -p "$sources"
+  cat >"$sources/CMakeLists.txt" <<TEXT
 cmake_minimum_required(VERSION 3.18)
 project(mistake LANGUAGES CXX)
 find_package(kiv-interface-api 1.0 REQUIRED)
-kiv_add_test(speakers COMMAND true)
+kiv_add_test($2)
 TEXT
-configure "$sources/build" -DCMAKE_PREFIX_PATH="$2" && fail "cmake takes a test without a name"
-tr -s ' \n' ' ' <"$log" | grep -q 'must be given NAME, COMMAND and, if need be, SANDBOX, got: speakers COMMAND true' ||
-  fail "cmake does not say what is wrong with the call"
+  configure "$sources/build" -DCMAKE_PREFIX_PATH="$prefix" && fail "cmake takes $2"
+  tr -s ' \n' ' ' <"$log" | grep -qF -e "$1" || fail "cmake does not say what is wrong with $2"
+}
+
+for words in "speakers COMMAND true" "NAME a b COMMAND true" "NAME a" "NAME a COMMAND"; do
+  refuse "must be given NAME, COMMAND and, if need be, SANDBOX, got: $words" "$words"
+done
+for option in true no-speakers -h --help --version --list --list-scenarios --; do
+  refuse "SANDBOX must have options of kiv-sandbox that start a sandbox, such as --scenario no-speakers, got \"$option\"" \
+    "NAME a SANDBOX $option COMMAND false"
+done
+refuse "got \"--help\"" "NAME a SANDBOX --lazy --help COMMAND false"

@@ -592,6 +592,16 @@ TEST_F(CommandTest, EachCommandHasAnExampleThatRuns)
     }
 }
 
+TEST_F(CommandTest, TheHelpOfAFunctionHasNoExampleOfAnother)
+{
+    EXPECT_NE(Run({"help", "call"}).out.find("kivctl call SetNetSpkVolume"), std::string::npos);
+    for (const char* function : {"StartNetworkSpeakerByID", "SetNetSpkVolume"}) {
+        const std::string help = Run({"help", "call", function}).out;
+        EXPECT_NE(help.find(function), std::string::npos) << help;
+        EXPECT_EQ(help.find("Example"), std::string::npos) << help;
+    }
+}
+
 TEST_F(CommandTest, HelpIsACommandToo)
 {
     EXPECT_EQ(Run({"help"}).out, Run({"--help"}).out);
@@ -612,14 +622,21 @@ TEST_F(CommandTest, ValuesAreCompleted)
     EXPECT_EQ(("\n" + Run({"--complete", "soundbar", "support", "set"}).out).find("\nyes\t"), std::string::npos);
 }
 
+TEST_F(CommandTest, TheArgumentsOfHelpAreCompleted)
+{
+    EXPECT_NE(("\n" + Run({"--complete", "--json", "help"}).out).find("\nvolume\t"), std::string::npos);
+    EXPECT_NE(("\n" + Run({"--complete", "help", "volume"}).out).find("\nreset\t"), std::string::npos);
+    EXPECT_EQ(("\n" + Run({"--complete", "help", "volume"}).out).find("\nvolume\t"), std::string::npos);
+}
+
 TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)
 {
     const Ended help = Run({"--help"});
     EXPECT_EQ(help.exitCode, 0);
     for (const char* word :
-         {"start",  "stop", "surround", "list",     "connect",   "name",       "volume",      "mode",
-          "link",   "tone", "soundbar", "enabled",  "monitor",   "atmos",      "node-remove", "sizes",
-          "doctor", "call", "--json",   "--timing", "--timeout", "Exit codes:"}) {
+         {"start",  "stop", "surround", "list",     "connect",   "name",        "volume",        "mode",
+          "link",   "tone", "soundbar", "enabled",  "monitor",   "atmos",       "node-remove",   "sizes",
+          "doctor", "call", "--json",   "--timing", "--timeout", "Exit codes:", "did not answer"}) {
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
     }
     EXPECT_EQ(Run({"start", "--help"}).exitCode, 0);

@@ -343,6 +343,12 @@ TEST_F(DoctorTest, FindsThatTheServerRefusesEvents)
     ExpectBegins(Examine().at("subscription"), "problem: the server refuses the subscription: org.example.Broken");
 }
 
+TEST_F(DoctorTest, DistinguishesSilenceFromARefusalOfEvents)
+{
+    SetFault("SubscribeNamServiceCallback", "silent", "true");
+    EXPECT_EQ(Examine().at("subscription"), "problem: the server does not answer the subscription within 8 s");
+}
+
 TEST_F(DoctorTest, FindsThatTheServerAnswersTheSubscriptionWithNoId)
 {
     SetFault("SubscribeNamServiceCallback", "reply", "<(0,)>");

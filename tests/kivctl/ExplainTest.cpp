@@ -178,9 +178,27 @@ TEST(ExplainTest, ReadsAMessageThatIsAnArrayOfBytes)
         const std::string line = Json({{"MESSAGE", bytes}}).dump();
         EXPECT_EQ(Explain(line + '\n'), line + kExplained);
     }
+    const Json several = {"another line", {1, 2}, kMethodCallError, "KivServiceInterface.cpp: "};
+    const std::string line = Json({{"MESSAGE", several}}).dump();
+    EXPECT_EQ(Explain(line + '\n'), line + kExplained);
     const std::string others =
         "{\"MESSAGE\":null}\n{\"MESSAGE\":[256]}\n{\"MESSAGE\":[-1]}\n{\"MESSAGE\":[[75],\"K\"]}\n";
     EXPECT_EQ(Explain(others), others);
+}
+
+TEST(ExplainTest, ReadsTheOtherJsonOfJournalctl)
+{
+    const std::string member = "\"MESSAGE\" : \"" + std::string(kMethodCallError) + '"';
+    for (const std::string& line :
+         {'\t' + member + ',', '\t' + member, "  " + member + " ,\r", "\x1e{" + member + '}',
+          "data: {" + member + '}'}) {
+        EXPECT_EQ(Explain(line + '\n'), line + kExplained);
+    }
+    const Explained split = RunExplain("{\n\t\"MESSAGE\" : [\n\t\t75,\n\t\t27\n\t]\n}\n", {});
+    EXPECT_EQ(split.exitCode, 0);
+    EXPECT_EQ(split.err.find("kivctl: journalctl -o json-pretty writes "), 0U) << split.err;
+    EXPECT_NE(split.err.find("1 of them was not read; write the log with -o json or cat\n"), std::string::npos)
+        << split.err;
 }
 
 TEST(ExplainTest, LeavesOtherLinesAlone)
@@ -222,25 +240,72 @@ TEST(ExplainTest, SaysThatALineIsCutBeforeItsText)
     EXPECT_EQ(Explain(others), others);
 }
 
-TEST(ExplainTest, ALineWithoutEndIsRefused)
+TEST(ExplainTest, ExplainsATextThatIsCutButUnambiguous)
+{
+    const std::string before = "KivServiceInterface.cpp: Get(1) > ";
+    const Json cut = ExplainToScripts(before + "soundmodeDat\n").at(0);
+    EXPECT_EQ(cut.at("known"), true);
+    EXPECT_TRUE(cut.at("meaning").get<std::string>().starts_with("the sound-mode data begins with 1")) << cut;
+    EXPECT_TRUE(cut.at("meaning").get<std::string>().ends_with(" (the line is cut short)")) << cut;
+    EXPECT_TRUE(cut.at("advice").get<std::string>().starts_with("compare what the server sends")) << cut;
+    // The first is too short, and two lines begin like the second.
+    for (const char* text : {"soundmodeDa", "!!! ERROR ns_proxy.GetProxy() return error,"}) {
+        EXPECT_EQ(ExplainToScripts(before + text + '\n').at(0).at("known"), false) << text;
+    }
+}
+
+TEST(ExplainTest, AdvisesWithNamesOfFilesAndManPages)
+{
+    const std::string denied = "KivServiceInterface.cpp: MethodCall(1) > [NAM_API] Error: method [Stop],"
+                               "[GDBus.Error:org.freedesktop.DBus.Error.AccessDenied: no]...\n";
+    EXPECT_NE(Explain(denied).find("share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf"), std::string::npos);
+    EXPECT_NE(
+        Explain("KivServiceInterface.cpp: Get(1) > pTuple is NULL\n").find("the interface (man kiv-dbus)\n"),
+        std::string::npos);
+}
+
+TEST(ExplainTest, SkipsALineThatIsTooLong)
 {
     const std::string longest = std::string(1024UL * 1024, 'x') + '\n';
     EXPECT_EQ(Explain(longest + kMethodCallError + '\n'), longest + kMethodCallError + kExplained);
 
-    const Explained longer = RunExplain('x' + longest, {});
-    EXPECT_EQ(longer.exitCode, 2);
-    EXPECT_EQ(longer.err, "kivctl: stdin: must be a log with lines of 1048576 bytes at most, got a longer one\n");
-    const Explained endless = RunExplain("", {"/dev/zero"});
-    EXPECT_EQ(endless.exitCode, 2);
-    EXPECT_EQ(endless.err, "kivctl: /dev/zero: must be a text log, got binary data; unpack it first\n");
+    const Explained longer = RunExplain("first\nx" + longest + kMethodCallError + '\n', {});
+    EXPECT_EQ(longer.exitCode, 0);
+    EXPECT_EQ(longer.out, "first\n" + std::string(kMethodCallError) + kExplained);
+    EXPECT_EQ(longer.err, "kivctl: skipped 1 line of over 1048576 bytes\n");
+    EXPECT_EQ(RunExplain('x' + longest, {}).out, "");
+}
+
+TEST(ExplainTest, SkipsNulBytes)
+{
+    const std::string run(4096, '\0');
+    const std::string explained = std::string(kMethodCallError) + kExplained;
+    for (const std::string& log :
+         {run + kMethodCallError, kMethodCallError + run, run + '\n' + kMethodCallError + '\n' + run}) {
+        EXPECT_EQ(Explain(log), explained);
+    }
+    // The line before the run is cut, and the line behind it is whole.
+    const std::string head = "KivServiceInterface.cpp: Stop";
+    const Explained cut = RunExplain(head + run + kMethodCallError + run + "last\n", {});
+    EXPECT_EQ(cut.exitCode, 0);
+    EXPECT_EQ(cut.out.find(head + "\n    = cut short before its text"), 0U) << cut.out;
+    EXPECT_TRUE(cut.out.ends_with('\n' + explained + "last\n")) << cut.out;
+    EXPECT_EQ(cut.err, "kivctl: skipped NUL bytes, which a power cut leaves in a log: 8192 in 2 places\n");
 }
 
 TEST(ExplainTest, BinaryDataIsRefused)
 {
-    const Explained binary = RunExplain("\x1f\x8b\x08\0\0"s + kMethodCallError, {});
-    EXPECT_EQ(binary.exitCode, 2);
-    EXPECT_EQ(binary.out, "");
-    EXPECT_EQ(binary.err, "kivctl: stdin: must be a text log, got binary data; unpack it first\n");
+    const Explained endless = RunExplain("", {"/dev/zero"});
+    EXPECT_EQ(endless.exitCode, 2);
+    EXPECT_EQ(endless.err, "kivctl: /dev/zero: must be a text log, got binary data; unpack it first\n");
+    // These are the beginnings of gzip, xz, the journal's own files, and UTF-16.
+    for (const std::string& head :
+         {"\x1f\x8b\x08\0\0"s, "\xfd\x37zXZ\0\0\x04"s, "LPKSHHRH\0\0\0\0\x0c\0\0\0\0"s, "\xff\xfeK\0i\0"s}) {
+        const Explained binary = RunExplain(head + kMethodCallError, {});
+        EXPECT_EQ(binary.exitCode, 2);
+        EXPECT_EQ(binary.out, "");
+        EXPECT_EQ(binary.err, "kivctl: stdin: must be a text log, got binary data; unpack it first\n");
+    }
 }
 
 TEST(ExplainTest, SaysThatALogHasNoLineOfTheLibrarys)

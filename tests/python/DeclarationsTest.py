@@ -73,3 +73,11 @@ def test_addresses_begin_with_the_lowest_byte():
 def test_a_text_that_is_not_an_ip_address_is_refused(text):
     with pytest.raises(ValueError, match=re.escape(f"must be an IPv4 address such as 192.168.0.21, got '{text}'")):
         kiv.ip(text)
+
+
+@pytest.mark.parametrize("value", [5, None, b"1.2.3.4", [1, 2, 3, 4]])
+def test_an_address_must_be_a_text(value):
+    with pytest.raises(TypeError, match=re.escape(f"must be a MAC address such as 02:4b:49:56:00:01, got {value!r}")):
+        kiv.mac(value)
+    with pytest.raises(TypeError, match=re.escape(f"must be an IPv4 address such as 192.168.0.21, got {value!r}")):
+        kiv.ip(value)

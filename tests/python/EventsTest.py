@@ -69,6 +69,7 @@ def run(code, environment):
 
 
 NO_CALL = "kiv.AwaitEvents(): no call was made on this bus, or the last one did not reach the server"
+NO_SPEAKERS = "kiv.AwaitEvents(): this device has no network speakers, so the library makes no call"
 NO_MONITOR = "kiv.AwaitEvents(): the monitor thread has ended, so that no event can come any more"
 NO_BUS = "kiv.AwaitEvents(): the bus cannot be reached, or is gone"
 NO_ID = "kiv.AwaitEvents(): the client id that the server gave is not valid in a D-Bus name"
@@ -124,6 +125,12 @@ def test_a_name_that_another_process_owns_is_not_this_ones():
 def test_before_the_first_call_there_is_nothing_to_wait_for():
     with kiv.Sandbox():
         assert run("import kiv; print(kiv.AwaitEvents())", dict(os.environ)) == ("False\n", [NO_CALL])
+
+
+def test_a_device_without_network_speakers_is_told():
+    with kiv.Sandbox("--feature", "off"):
+        code = "import kiv; print(kiv.StopNetworkSpeaker(7), kiv.AwaitEvents())"
+        assert run(code, dict(os.environ)) == ("-1 False\n", [NO_SPEAKERS])
 
 
 def test_after_the_end_of_the_monitor_there_is_nothing_to_wait_for():

@@ -29,6 +29,12 @@ def decode(path, data, *fields):
     return kiv.Layout(write(path, {"own": {"size": len(data), "fields": list(fields)}})).decode("own", data)
 
 
+@pytest.mark.parametrize("file", [5, 0, b"own.json", ["own.json"]])
+def test_only_a_path_names_a_file(file):
+    with pytest.raises(TypeError, match=re.escape(f"file must be the path of a layout file, got {file!r}")):
+        kiv.Layout(file)
+
+
 def test_records_of_the_library_have_their_fields(kiv_sandbox):
     layout = kiv.Layout(FILE)
     nodes = []

@@ -64,6 +64,45 @@ def test_options_that_are_not_options_are_told(tmp_path, options, got):
     assert line.endswith(f", got {got}")
 
 
+# Each test records a call. Its marker names the file.
+RECORD = """
+import kiv, pytest
+
+@pytest.fixture
+def broken(kiv_sandbox):
+    kiv.StopNetworkSpeaker(1)
+    raise KeyError
+
+@pytest.mark.kiv_sandbox("--record", "passes")
+def test_passes(kiv_sandbox):
+    kiv.StopNetworkSpeaker(1)
+
+@pytest.mark.kiv_sandbox("--record", "fails")
+def test_fails(kiv_sandbox):
+    assert kiv.StopNetworkSpeaker(1) == 2
+
+@pytest.mark.kiv_sandbox("--record", "skips")
+def test_skips(kiv_sandbox):
+    kiv.StopNetworkSpeaker(1)
+    pytest.skip()
+
+@pytest.mark.kiv_sandbox("--record", "has_a_broken_fixture")
+def test_has_a_broken_fixture(broken):
+    pass
+"""
+
+
+def test_only_a_test_that_passes_replaces_a_recording(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    names = ["passes", "fails", "skips", "has_a_broken_fixture"]
+    for name in names:
+        Path(name).write_text("older")
+    done = run(tmp_path, use=RECORD)
+    assert "1 failed, 1 passed, 1 skipped, 1 error" in done.stdout
+    assert "fails stays as it was: the command failed, and is recorded in" in done.stdout
+    assert [name for name in names if Path(name).read_text() != "older"] == ["passes"]
+
+
 # Two of the markers are on tests without the fixture. One of these marks a class in which other tests use the fixture.
 UNUSED = """
 import pytest

@@ -3,6 +3,7 @@
 import os
 import queue
 import re
+import select
 import subprocess
 import sys
 from pathlib import Path
@@ -30,7 +31,7 @@ def test_it_is_left_when_something_goes_wrong():
     with pytest.raises(KeyError):
         with kiv.Sandbox() as sandbox:
             raise KeyError
-    assert sandbox._process.poll() == 0
+    assert sandbox._process.poll() == 1
 
 
 def test_programs_started_meanwhile_are_in_it():
@@ -87,6 +88,11 @@ def test_what_is_no_option_is_refused(options):
         match=rf'Sandbox\(\) takes options of kiv-sandbox, such as "--scenario", "no-speakers".* got .*{re.escape(repr(options[-1]))}',
     ):
         kiv.Sandbox(*options)
+
+
+def test_a_number_is_not_an_option():
+    with pytest.raises(TypeError, match=r"Sandbox\(\) takes options of kiv-sandbox, such as .*, got 5, '--lazy'"):
+        kiv.Sandbox(5, "--lazy")
 
 
 def test_stderr_is_passed_on_while_the_sandbox_runs():
@@ -330,3 +336,41 @@ def test_a_failing_body_is_told_before_a_failing_sandbox(tmp_path, capfd):
         with kiv.Sandbox("--replay", str(recording), "--strict"):
             subprocess.run([sys.executable, "-c", "import kiv; kiv.StopNetworkSpeaker(0)"], capture_output=True)
             1 / 0
+
+
+def record(path, end):
+    """Runs a program that records a call in a sandbox, and leaves the sandbox as it is told. Waits for both to end."""
+    code = """
+import kiv, os, sys
+with kiv.Sandbox("--record", sys.argv[1]) as sandbox:
+    kiv.StopNetworkSpeaker(7)
+    print(sandbox._process.pid, flush=True)
+    sys.stdin.read()
+"""
+    pipe = subprocess.PIPE
+    command = [sys.executable, "-c", f"{code}    {end}", str(path)]
+    with subprocess.Popen(command, stdin=pipe, stdout=pipe, stderr=subprocess.DEVNULL) as process:
+        sandbox = os.pidfd_open(int(process.stdout.readline()))
+        process.stdin.close()
+        process.wait()
+    select.select([sandbox], [], [])
+    os.close(sandbox)
+
+
+@pytest.mark.parametrize(
+    "end", ["raise KeyError", "sys.exit(0)", "os._exit(0)", "os.kill(os.getpid(), 9)"], ids=["raise", "exit", "_exit", "kill"]
+)
+def test_an_older_recording_stays_if_the_sandbox_is_not_left_in_order(tmp_path, end):
+    recording = tmp_path / "recording.jsonl"
+    recording.write_text("older")
+    record(recording, end)
+    assert recording.read_text() == "older"
+    [part] = tmp_path.glob("recording.jsonl.part-*")
+    assert '"(7,)"' in part.read_text()
+
+
+def test_a_recording_replaces_an_older_one_if_the_sandbox_is_left_in_order(tmp_path):
+    recording = tmp_path / "recording.jsonl"
+    recording.write_text("older")
+    record(recording, "pass")
+    assert '"(7,)"' in recording.read_text() and list(tmp_path.iterdir()) == [recording]

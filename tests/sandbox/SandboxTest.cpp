@@ -124,6 +124,26 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
     }
 }
 
+TEST(SandboxTest, AnOptionWithoutItsValueTakesNoOtherOption)
+{
+    const ScratchDirectory scratch;
+    fs::current_path(scratch.Path());
+    for (const std::string option : {"--record", "--replay", "--scenario", "--name", "--join"}) {
+        for (const std::string next : {"--", "--trace"}) {
+            const Outcome outcome = RunSandbox({option, next, "true"});
+            EXPECT_EQ(outcome.exitCode, 125) << option;
+            EXPECT_EQ(
+                outcome.errors,
+                fmt::format("kiv-sandbox: {}: needs a value, got \"{}\"; see kiv-sandbox --help\n", option, next));
+        }
+    }
+    EXPECT_TRUE(fs::is_empty(scratch.Path()));
+
+    EXPECT_EQ(RunSandbox({"--record", "./--", "--", KIVCTL, "stop"}).exitCode, 0);
+    EXPECT_TRUE(fs::exists("--"));
+    fs::current_path("/");
+}
+
 TEST(SandboxTest, TellsItsVersion)
 {
     const Outcome outcome = RunSandbox({"--version"});

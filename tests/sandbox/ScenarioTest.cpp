@@ -351,23 +351,24 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
         {"fault StopNetworkSpeaker '{\"reply\": \"(1, \"}'",
          kControl + std::string("\"reply\" must be a value in GVariant text form, got \"(1, \": ")},
         {"fault Nonsense none", kControl + std::string("the server has no method \"Nonsense\"")},
-        {"feature perhaps", kControl + std::string("state: must be one of on, off, absent, got \"perhaps\"")},
+        {"feature perhaps", kControl + std::string("STATE: must be one of on, off, absent, got \"perhaps\"")},
         {"event 7x",
          kControl + std::string("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got \"7x\"")},
         {"event 0x10000000000", "from 0x0 to 0xffffffff, such as 0x02020028, got \"0x10000000000\""},
         {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"5\"")},
         {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"zz\"")},
-        {"away -1", kControl + std::string("milliseconds: must be an integer from 0 to 2147483647, got \"-1\"; see")},
+        {"away -1", kControl + std::string("MILLISECONDS: must be an integer from 0 to 2147483647, got \"-1\"; see")},
         {"volume 02:4b:49:56:00:01 101",
-         kControl + std::string("volume: must be an integer from 0 to 100, got \"101\"")},
+         kControl + std::string("VOLUME: must be an integer from 0 to 100, got \"101\"")},
         {"volume 02:4b:49:56:00:77 1",
          kControl + std::string("no connected speaker has the MAC address 02:4b:49:56:00:77")},
         {"plug zebra off",
          kControl + std::string(R"(MAC must be a MAC address such as 02:4b:49:56:00:01, got "zebra")")},
-        {"payloads ff many", kControl + std::string("count: must be an integer from 0 to 2147483647, got \"many\"")},
+        {"payloads ff many", kControl + std::string("COUNT: must be an integer from 0 to 2147483647, got \"many\"")},
         {"show --txt", kControl + std::string("unknown option --txt; did you mean --text?\n")},
-        {"show all", kControl + std::string("unexpected argument \"all\"; see kiv-sandbox control --help\n")},
-        {"atmos perhaps", kControl + std::string("state: must be one of on, off, got \"perhaps\"")},
+        {"show all", kControl + std::string("unexpected argument \"all\"; see kiv-sandbox control show --help\n")},
+        {"away", kControl + std::string("MILLISECONDS is required; see kiv-sandbox control away --help\n")},
+        {"atmos perhaps", kControl + std::string("STATE: must be one of on, off, got \"perhaps\"")},
         {"clear-fualts", kControl + std::string("unknown command clear-fualts; did you mean clear-faults?")},
         {"", kControl + std::string("no command given; see kiv-sandbox control --help\n")},
     };
@@ -405,6 +406,30 @@ TEST(ControlCommandTest, ReachesTheSimulatorWhileTheServerIsAway)
         RunSandbox(WithScript({}, "control away 3600000; control atmos on; control away 0; kivctl atmos"));
     EXPECT_EQ(outcome.output, "supported\n");
     EXPECT_THAT(outcome.errors, IsEmpty());
+}
+
+TEST(ControlCommandTest, TheHelpOfEachCommandHasOneExampleOfItsOwn)
+{
+    const std::string help = RunSandbox({"control", "--help"}).output;
+    std::istringstream lines(help.substr(help.find("\nSubcommands:\n") + 1));
+    std::string line;
+    std::getline(lines, line);
+    int commands = 0;
+    while (std::getline(lines, line) && line.starts_with("  ")) {
+        if (line[2] == ' ') {
+            continue;
+        }
+        ++commands;
+        const std::string name = line.substr(2, line.find(' ', 2) - 2);
+        const std::string own = RunSandbox({"control", name, "--help"}).output;
+        const std::string head = "\nExample:\n  kiv-sandbox control ";
+        const std::size_t example = own.find(head);
+        ASSERT_NE(example, std::string::npos) << own;
+        EXPECT_THAT(own.substr(example), MatchesRegex(head + name + "[ \n](.|\n)*"));
+        EXPECT_EQ(own.find("Example", example + 2), std::string::npos) << own;
+        EXPECT_THAT(own, Not(HasSubstr("Excludes"))) << own;
+    }
+    EXPECT_GT(commands, 15);
 }
 
 // Converts "ClearFaults" to "clear-faults".
@@ -724,7 +749,9 @@ TEST_F(RecordTest, WithoutAnOlderRecordingAFailedCommandHasItsOwn)
 
 TEST_F(RecordTest, ARecordingWithoutCallsIsToldAndRefusedByStrict)
 {
-    EXPECT_EQ(Record("true").errors, "");
+    const std::string empty = ": the recording is empty: no call was made\n";
+    EXPECT_EQ(Record("true").errors, "kiv-sandbox: " + file_.string() + empty);
+    EXPECT_EQ(RunSandbox({"--record", "/dev/null", "--", "true"}).errors, "kiv-sandbox: /dev/null" + empty);
     const std::string told = "kiv-sandbox: " + file_.string() + ": the recording has no calls";
     const Outcome lenient = Replay("true");
     EXPECT_EQ(lenient.exitCode, 0);

@@ -266,6 +266,21 @@ TEST(ReplayFileTest, RefusesWhatIsNoRecording)
         HasSubstr("file:3: an event must be for a client and a method that D-Bus can have, got \"no name\" and \"m\""));
 }
 
+TEST(ReplayFileTest, AMistypedMethodIsRefused)
+{
+    const std::string call = R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
+    const std::string mistyped = R"json({"ms":1,"call":2,"method":"StopNetworkSpeker","arguments":"(3,)"})json";
+    EXPECT_EQ(
+        Complaint(call + "\n" + mistyped),
+        "file:2: /method: the server has no method \"StopNetworkSpeker\"; did you mean StopNetworkSpeaker?");
+    // The server has answered a program that made this call.
+    EXPECT_EQ(
+        Complaint(
+            mistyped + "\n" +
+            R"json({"ms":1,"answer":2,"error":"org.freedesktop.DBus.Error.UnknownMethod","message":"no"})json"),
+        "none");
+}
+
 TEST(ReplayFileTest, AnotherFileIsToldByItsFirstLine)
 {
     const std::string wanted = "file:1: must be a recording, a JSON object in each line, as --record writes it, got ";

@@ -13,9 +13,10 @@ namespace {
 
 constexpr const char* kFooter = R"(Exit codes:
   0  done; doctor: no problem found; monitor: events could come, at least for a while
-  1  the library reported a failure, doctor found one, or the output could not be
-     written; monitor: events could never come, the server refused them, or the bus
-     was lost
+  1  the server refused a request, answered with an error or did not answer in the
+     library's time; the library reported another failure, doctor found one, or the
+     output could not be written; monitor: events could never come, the server
+     refused them, or the bus was lost
   2  bad arguments; nothing was sent
   3  this device has no network speakers
   4  the command took longer than --timeout allows
@@ -83,9 +84,9 @@ void AddCommand(CLI::App& parent, const std::string& prefix, const Command& comm
 {
     CLI::App* app = parent.add_subcommand(command.name, command.description);
     const std::string name = prefix + command.name;
-    if (const std::string example = ExampleOf(name); !example.empty()) {
-        app->footer("Example:\n  " + example);
-    }
+    // A command without a footer of its own would inherit the example of "call".
+    const std::string example = ExampleOf(name);
+    app->footer(example.empty() ? "" : "Example:\n  " + example);
     if (command.declare != nullptr) {
         app->callback([&choice, name, action = command.declare(*app), asks = command.asks] {
             choice = {name, action, asks};

@@ -9,6 +9,9 @@ namespace kiv::ctl {
 // Watches the connection that GLib shares in the process, over which the library makes its calls. kivctl sees the calls
 // and their answers there, and so finds out why a request fails. CallLog.h finds out whether it failed.
 
+// The time that most functions of the library take at most, while the bus daemon answers.
+inline constexpr int kCallLimitSeconds = 32;
+
 struct SeenCall {
     enum class Outcome { kUnanswered, kAnswered, kError };
 

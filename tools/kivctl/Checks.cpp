@@ -75,6 +75,23 @@ Finding BusProblem(const std::string& what, GError* error, const char* advice)
     return {State::kProblem, fmt::format("{}: {}", what, ErrorText(error)), advice};
 }
 
+// Returns a sentence about the server, which has not answered a request for the subscription well.
+std::string NotSubscribedText(const SeenCall& call)
+{
+    const bool isSubscription = call.method == kSubscribeMethod;
+    if (call.error.empty()) {
+        return fmt::format(
+            "the server does not answer {} within {} s",
+            isSubscription ? "the subscription" : "the library's request for a client id", kServerLimitMs / 1000);
+    }
+    if (call.error.starts_with(kNoReply)) {
+        return fmt::format("{} {}", FailedBy("the server", call.error), call.method);
+    }
+    return fmt::format(
+        "the server {}: {}", isSubscription ? "refuses the subscription" : "gives the library no client id",
+        call.error);
+}
+
 // Returns a sentence about a failed call of a peer, which is the subject.
 std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
 {
@@ -369,14 +386,7 @@ Finding Checks::WhyNotSubscribed()
     if (!seen.server || seen.server->outcome == SeenCall::Outcome::kAnswered) {
         return {State::kProblem, "the library has not subscribed", kSeeTheLibrarysLog};
     }
-    const std::string& error = seen.server->error;
-    const char* refused =
-        seen.server->method == kSubscribeMethod ? "refuses the subscription" : "gives the library no client id";
-    const std::string text =
-        error.starts_with(kNoReply)
-            ? fmt::format("{} {}", FailedBy("the server", error), seen.server->method)
-            : fmt::format("the server {}: {}", refused, error.empty() ? NoAnswer(kServerLimitMs) : error);
-    return {State::kProblem, text, ServerAdvice(error)};
+    return {State::kProblem, NotSubscribedText(*seen.server), ServerAdvice(seen.server->error)};
 }
 
 // Waits for the client's bus name, because the library's monitor thread serves the object some time after the
@@ -446,7 +456,7 @@ const std::vector<Check>& AllChecks()
         {"client id", "looking at the client id", 0, {"call"}, &Checks::ClientId},
         {"subscription",
          "having the library subscribe",
-         32,
+         kCallLimitSeconds,
          {"feature", "client name", "client id"},
          &Checks::Subscription},
         {"endpoint",

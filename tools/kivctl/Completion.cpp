@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -38,6 +40,15 @@ std::string OptionLines(const CLI::App& app)
     return lines;
 }
 
+// Returns the command whose subcommands are offered. Those of help are the commands of kivctl.
+const CLI::App* Offering(const CLI::App& app, const std::vector<std::string>& words, const Words& read)
+{
+    if (read.command != FindCommand(app, "help")) {
+        return read.command;
+    }
+    return ReadWords(app, {std::next(std::ranges::find(words, "help")), words.end()}).command;
+}
+
 } // namespace
 
 std::string Completions(const CLI::App& app, const std::vector<std::string>& words)
@@ -47,7 +58,7 @@ std::string Completions(const CLI::App& app, const std::vector<std::string>& wor
     if (read.valueFollows) {
         return lines;
     }
-    for (const CLI::App* part : read.command->get_subcommands(nullptr)) {
+    for (const CLI::App* part : Offering(app, words, read)->get_subcommands(nullptr)) {
         lines += fmt::format("{}\t{}\n", part->get_name(), part->get_description());
     }
     lines += OptionLines(*read.command);

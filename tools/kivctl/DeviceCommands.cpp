@@ -69,7 +69,8 @@ std::vector<Command> DeviceCommands()
          {},
          Asks::kNobody},
         {"explain",
-         "Read a log, and say below each line of the library what it means and what to do",
+         "Read a log, such as a file, or the output of journalctl with -o short, cat, verbose or json, and say below "
+         "each line of the library what it means and what to do",
          ExplainLog,
          {},
          Asks::kNobody},

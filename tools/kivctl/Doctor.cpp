@@ -39,10 +39,7 @@ const char* StateText(State state)
 class Pending {
 public:
     Pending(const char* awaited, int limitSeconds, const Output& output)
-        : alarm_(kPatience, [=, &output] {
-              const std::string limit = limitSeconds == 0 ? "" : fmt::format(", up to {} s", limitSeconds);
-              output.Remark(fmt::format("{}{} ...", awaited, limit));
-          })
+        : alarm_(kPatience, [=, &output] { output.RemarkPending(awaited, limitSeconds); })
     {
     }
 

@@ -131,7 +131,8 @@ std::string PatternOf(const std::string& format)
 
 struct Matcher {
     Regex regex;
-    size_t literals; // number of literal characters; the format with the most fits best
+    std::string beginning; // the literal characters before the first conversion
+    size_t literals;       // number of literal characters; the format with the most fits best
     const LogLine* line;
 };
 
@@ -143,9 +144,17 @@ std::vector<Matcher> NewMatchers()
             const bool isReason = section.title.starts_with(kReasonsBegin);
             const std::string format =
                 isReason ? fmt::format("[NAM_API] Error: method [%s],[{}]...", line.format) : line.format;
-            matchers.push_back({NewRegex(PatternOf(format)), Replaced(format, "%[0-9a-z]*[sdupx]", "").size(), &line});
+            matchers.push_back(
+                {NewRegex(PatternOf(format)), format.substr(0, format.find('%')),
+                 Replaced(format, "%[0-9a-z]*[sdupx]", "").size(), &line});
         }
     }
+    return matchers;
+}
+
+const std::vector<Matcher>& Matchers()
+{
+    static const std::vector<Matcher> matchers = NewMatchers();
     return matchers;
 }
 
@@ -165,12 +174,12 @@ bool IsCut(std::string_view text)
     return text[nameEnd] == '(' && kBeforeText.starts_with(text.substr(numberEnd));
 }
 
+} // namespace
+
 std::string_view WithoutEnd(std::string_view text)
 {
     return text.substr(0, text.find_last_not_of(" \r") + 1);
 }
-
-} // namespace
 
 std::optional<Logged> LoggedBy(std::string_view line)
 {
@@ -195,9 +204,8 @@ const std::vector<LogSection>& LogSections()
 
 const LogLine* FindLogLine(std::string_view function, const std::string& text)
 {
-    static const std::vector<Matcher> matchers = NewMatchers();
     const Matcher* best = nullptr;
-    for (const Matcher& matcher : matchers) {
+    for (const Matcher& matcher : Matchers()) {
         if (g_regex_match(matcher.regex.get(), text.c_str(), static_cast<GRegexMatchFlags>(0), nullptr) == FALSE) {
             continue;
         }
@@ -208,6 +216,22 @@ const LogLine* FindLogLine(std::string_view function, const std::string& text)
         }
     }
     return best != nullptr ? best->line : nullptr;
+}
+
+const LogLine* FindCutLogLine(std::string_view text)
+{
+    constexpr size_t kEnough = 12;
+    const LogLine* found = nullptr;
+    for (const Matcher& matcher : Matchers()) {
+        if (text.size() < kEnough || !matcher.beginning.starts_with(text)) {
+            continue;
+        }
+        if (found != nullptr) {
+            return nullptr;
+        }
+        found = matcher.line;
+    }
+    return found;
 }
 
 } // namespace kiv::ctl

@@ -30,6 +30,9 @@ const std::vector<LogSection>& LogSections();
 // Returns the line that a function has logged with this text, or null if the page does not have it.
 const LogLine* FindLogLine(std::string_view function, const std::string& text);
 
+// Returns the only line that begins with this text, or null if there is none, several, or the text is too short.
+const LogLine* FindCutLogLine(std::string_view text);
+
 // Begins the library's part of a line.
 inline constexpr std::string_view kLibraryFile = "KivServiceInterface.cpp: ";
 
@@ -40,5 +43,8 @@ struct Logged {
 
 // Returns the library's part of a line, "FILE: FUNCTION(LINE) > TEXT". Each log puts something else before it.
 std::optional<Logged> LoggedBy(std::string_view line);
+
+// Removes what a logger puts behind a text.
+std::string_view WithoutEnd(std::string_view text);
 
 } // namespace kiv::ctl

@@ -1,5 +1,6 @@
 #include "Monitor.h"
 
+#include "Alarm.h"
 #include "Bus.h"
 #include "CallWatch.h"
 #include "Event.h"
@@ -23,8 +24,6 @@ constexpr std::chrono::seconds kSoon{5};
 // The server is asked for events at once this many times. Then there are pauses, each twice as long as the one before.
 constexpr int kPatientTries = 3;
 constexpr int kLongestPauseS = 8;
-
-constexpr const char* kBusLost = "the connection to the system bus is lost";
 
 // The monitor for the event callbacks, which get no user data.
 Monitor* g_running = nullptr;
@@ -119,11 +118,15 @@ void Monitor::StartServerOrWait()
 
 void Monitor::WatchEvents()
 {
+    // A name watch does not report a lost connection if its name had lost its owner before. A bus daemon that ends in
+    // order takes the names away first.
+    const gulong closedWatch = g_signal_connect(bus_, "closed", G_CALLBACK(OnBusLost), this);
     const guint serverWatch = g_bus_watch_name_on_connection(
         bus_, kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE, OnServer, OnNoServer, this, nullptr);
     while (!ended_) {
         g_main_context_iteration(nullptr, TRUE);
     }
+    g_signal_handler_disconnect(bus_, closedWatch);
     g_bus_unwatch_name(serverWatch);
     if (clientWatch_ != 0) {
         g_bus_unwatch_name(clientWatch_);
@@ -133,6 +136,11 @@ void Monitor::WatchEvents()
             g_source_remove(timer);
         }
     }
+}
+
+void Monitor::OnBusLost(GDBusConnection*, gboolean, GError*, gpointer monitor)
+{
+    static_cast<Monitor*>(monitor)->Fail(BusFailed("the connection to the system bus is lost"));
 }
 
 void Monitor::OnServer(GDBusConnection*, const char*, const char*, gpointer monitor)
@@ -184,15 +192,30 @@ void Monitor::Try()
     }
 }
 
+int Monitor::Ask(const std::function<int()>& request) const
+{
+    const Alarm alarm(std::chrono::milliseconds(kPatienceMs), [this] {
+        if (!ended_) {
+            output_.RemarkPending("asking the server for its events", kCallLimitSeconds);
+        }
+    });
+    return request();
+}
+
+int Monitor::AskForEvents() const
+{
+    return Ask([this] { return SubscribeNamServiceCallback(options_.name.c_str(), OnEvent); });
+}
+
 void Monitor::Subscribe()
 {
     SetMissing("the server has not answered the request for its events");
-    if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) != 1) {
+    if (AskForEvents() != 1) {
         FailUnlessGone(Failed("SubscribeNamServiceCallback", 0));
         return;
     }
     // The function returns 0 for a failed request, too.
-    const int registered = register_atmos_support_cb(OnAtmos, this);
+    const int registered = Ask([this] { return register_atmos_support_cb(OnAtmos, this); });
     if (registered != 0 || CallFailed()) {
         FailUnlessGone(Failed("register_atmos_support_cb", registered));
         return;
@@ -218,7 +241,7 @@ void Monitor::FailUnlessGone(const Result& failed)
 void Monitor::SubscribeAgain()
 {
     // This subscription brings all events of the server. The Atmos callback is still registered in the library.
-    if (SubscribeNamServiceCallback(options_.name.c_str(), OnEvent) == 1) {
+    if (AskForEvents() == 1) {
         // The first subscription may have started the server, which was not shown as gone then.
         if (!std::exchange(serverTold_, true)) {
             Tell("the server is back, waiting for its events", {{"server", true}});
@@ -258,13 +281,9 @@ void Monitor::ExpectClient()
     }
 }
 
-void Monitor::OnNoServer(GDBusConnection* bus, const char*, gpointer monitor)
+void Monitor::OnNoServer(GDBusConnection*, const char*, gpointer monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
-    if (bus == nullptr || g_dbus_connection_is_closed(bus) != FALSE) {
-        self->Fail(BusFailed(kBusLost));
-        return;
-    }
     // A server that was never there has been reported already.
     if (std::exchange(self->serverTold_, false)) {
         self->Tell("the server has gone", {{"server", false}});
@@ -302,7 +321,9 @@ void Monitor::OnNameOwned(GDBusConnection* bus, const char* name, const char*, g
     }
     const unsigned process = ProcessOf(bus, name);
     if (std::cmp_not_equal(process, getpid())) {
-        self->TellNotReady(fmt::format("the bus name {} is owned by process {}, which gets the events", name, process));
+        self->TellNotReady(
+            fmt::format("the bus name {} is owned by process {}, which gets the events", name, process),
+            kDoctorTellsWhy);
         return;
     }
     // The lines of a first attempt do not matter any more. Lines that come from now on are about events.
@@ -311,28 +332,27 @@ void Monitor::OnNameOwned(GDBusConnection* bus, const char* name, const char*, g
     self->Tell("ready, waiting for events", {{"ready", true}});
 }
 
-void Monitor::OnNameNotOwned(GDBusConnection* bus, const char*, gpointer monitor)
+void Monitor::OnNameNotOwned(GDBusConnection*, const char*, gpointer monitor)
 {
-    auto* self = static_cast<Monitor*>(monitor);
-    if (bus == nullptr) {
-        self->Fail(BusFailed(kBusLost));
-    } else {
-        self->ExpectClient();
-    }
+    static_cast<Monitor*>(monitor)->ExpectClient();
 }
 
 gboolean Monitor::OnNotReady(gpointer monitor)
 {
     auto* self = static_cast<Monitor*>(monitor);
     self->patience_ = 0;
-    self->TellNotReady(NoOwnerText(self->client_));
+    self->TellNotReady(
+        NoOwnerText(self->client_),
+        fmt::format(
+            "{}; start monitor again after the policy is mended, because the library asks for the name only once",
+            kDoctorTellsWhy));
     return G_SOURCE_REMOVE;
 }
 
-void Monitor::TellNotReady(const std::string& reason)
+void Monitor::TellNotReady(const std::string& reason, const std::string& advice)
 {
     SetMissing(reason);
-    const std::string text = fmt::format("not ready, events cannot come: {}; {}", reason, kDoctorTellsWhy);
+    const std::string text = fmt::format("not ready, events cannot come: {}; {}", reason, advice);
     Tell(text, {{"ready", false}, {"error", text}});
 }
 

@@ -43,6 +43,7 @@ private:
     static void OnAtmos(int supported, void* monitor);
     static gboolean OnNextTry(gpointer monitor);
     static gboolean OnNotReady(gpointer monitor);
+    static void OnBusLost(GDBusConnection* bus, gboolean vanished, GError* error, gpointer monitor);
     static void OnNameOwned(GDBusConnection* bus, const char* name, const char* owner, gpointer monitor);
     static void OnNameNotOwned(GDBusConnection* bus, const char* name, gpointer monitor);
     static void OnServer(GDBusConnection* bus, const char* name, const char* owner, gpointer monitor);
@@ -54,6 +55,9 @@ private:
     void TrySoon();
     void TryLater();
     void Try();
+    // Makes a request to the server, and says so if the answer takes more than a moment.
+    int Ask(const std::function<int()>& request) const;
+    int AskForEvents() const;
     void Subscribe();
     void SubscribeAgain();
     void FailUnlessGone(const Result& failed);
@@ -66,7 +70,7 @@ private:
     // Notes the reason why no event can come yet.
     void SetMissing(const std::string& missing);
     void Tell(const std::string& text, const Json& object) const;
-    void TellNotReady(const std::string& reason);
+    void TellNotReady(const std::string& reason, const std::string& advice);
 
     using Clock = std::chrono::steady_clock;
 

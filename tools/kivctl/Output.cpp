@@ -2,6 +2,8 @@
 
 #include "KeptLines.h"
 
+#include <fmt/format.h>
+
 #include <cstdio>
 
 namespace kiv::ctl {
@@ -41,6 +43,11 @@ void Output::Remark(const std::string& text) const
     if (!json_) {
         WriteLine(Stderr(), "kivctl: " + text);
     }
+}
+
+void Output::RemarkPending(const std::string& awaited, int limitSeconds) const
+{
+    Remark(fmt::format("{}{} ...", awaited, limitSeconds == 0 ? "" : fmt::format(", up to {} s", limitSeconds)));
 }
 
 } // namespace kiv::ctl

@@ -23,6 +23,9 @@ public:
     // Writes the text to stderr, but nothing as JSON.
     void Remark(const std::string& text) const;
 
+    // Remarks what kivctl waits for, and for how long if the limit is not 0.
+    void RemarkPending(const std::string& awaited, int limitSeconds) const;
+
 private:
     bool json_;
 };

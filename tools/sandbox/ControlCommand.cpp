@@ -4,6 +4,7 @@
 #include "Connection.h"
 #include "Owned.h"
 #include "ScenarioFiles.h"
+#include "simulator/BusObject.h"
 #include "simulator/CommandLine.h"
 #include "simulator/Faults.h"
 #include "simulator/Feature.h"
@@ -375,109 +376,138 @@ void SetOrPrintBusFault(const std::string& fault)
     }
 }
 
+// The completion of shells reads the methods from the help.
+std::string MethodsForHelp()
+{
+    return fmt::format("\n\nMethods:\n  {}", fmt::join(simulator::Interface(simulator::kServerXml).Methods(), "\n  "));
+}
+
+// Lets an argument be one of the words, which its help lists.
+void TakeOneOf(CLI::Option* option, const std::vector<std::string>& words)
+{
+    option->option_text(fmt::format("{}", fmt::join(words, "|")))->check(simulator::OneOf(words));
+}
+
 // Adds the commands. They have the names of the D-Bus methods, with dashes. Only bus-fault is not a method, because a
 // bus that hangs carries no calls.
 void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
 {
-    const auto command = [&](const char* name, const char* description,
-                             std::function<void(const Simulator&)> act) -> CLI::App* {
+    const auto add = [&](const std::string& name, const char* description, const std::string& arguments) {
         CLI::App* const added = app.add_subcommand(name, description);
+        const std::string space = arguments.empty() ? "" : " ";
+        added->footer(fmt::format("Example:\n  kiv-sandbox control {}{}{}", name, space, arguments));
+        return added;
+    };
+    const auto command = [&](const char* name, const char* description, const char* arguments,
+                             std::function<void(const Simulator&)> act) -> CLI::App* {
+        CLI::App* const added = add(name, description, arguments);
         added->callback([&action, act = std::move(act)] { action = [act] { act(Simulator()); }; });
         return added;
     };
     const auto plain = [&](const char* name, const char* method, const char* description) {
-        command(name, description, [method](const Simulator& simulator) { simulator.Control(method); });
+        command(name, description, "", [method](const Simulator& simulator) { simulator.Control(method); });
+    };
+    const auto addMethod = [&](CLI::App* added, const char* description) {
+        added->add_option("METHOD", words.method, description)->required();
+        added->footer(added->get_footer() + MethodsForHelp());
     };
     const auto addClient = [&](CLI::App* added) {
-        added->add_option("--client", words.client, "push to the client with this id only")->option_text("ID");
+        added->add_option("--client", words.client, "push to the client with this id only")->option_text("CLIENT");
     };
     command(
-        "apply", "apply all that a scenario mentions",
+        "apply", "apply all that a scenario mentions", "surround-set",
         [&](const Simulator& simulator) { simulator.Apply(CheckedScenario(words.scenario)); })
-        ->add_option("scenario", words.scenario, "a file, the name of an installed scenario, or - for stdin")
+        ->add_option("SCENARIO", words.scenario, "a file, the name of an installed scenario, or - for stdin")
         ->required();
-    CLI::App* const fault =
-        command("fault", "give a method a fault", [&](const Simulator& simulator) { SetFault(simulator, words); });
-    fault
-        ->add_option(
-            "method", words.method, "method of the server, or * for all methods that have no fault of their own")
-        ->required();
-    fault->add_option("fault", words.fault, fmt::format("as JSON, with the keys {}; or none", FaultKeys()));
-    command(
-        "clear-fault", "remove the fault of a method",
-        [&](const Simulator& simulator) {
-            simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
-        })
-        ->add_option("method", words.method, "method of the server, or *")
-        ->required();
+    CLI::App* const fault = command(
+        "fault", "give a method a fault", "StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'",
+        [&](const Simulator& simulator) { SetFault(simulator, words); });
+    addMethod(fault, "method of the server, or * for all methods that have no fault of their own");
+    fault->add_option("FAULT", words.fault, fmt::format("as JSON, with the keys {}; or none", FaultKeys()));
+    addMethod(
+        command(
+            "clear-fault", "remove the fault of a method", "StopNetworkSpeaker",
+            [&](const Simulator& simulator) {
+                simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
+            }),
+        "method of the server, or *");
     plain("clear-faults", "ClearFaults", "remove every fault");
-    command(
-        "feature", "set whether the TV has network speakers",
-        [&](const Simulator& simulator) { simulator.Control("Feature", g_variant_new("(s)", words.feature.c_str())); })
-        ->add_option("state", words.feature, "on, off, or absent, which means that it cannot be read")
-        ->required()
-        ->check(simulator::OneOf(simulator::kFeatures));
-    command(
-        "atmos", "connect a receiver with Dolby Atmos, or disconnect it",
+    TakeOneOf(
+        command(
+            "feature", "set whether the TV has network speakers", "off",
+            [&](const Simulator& simulator) {
+                simulator.Control("Feature", g_variant_new("(s)", words.feature.c_str()));
+            })
+            ->add_option("STATE", words.feature, "absent means that it cannot be read")
+            ->required(),
+        simulator::kFeatures);
+    TakeOneOf(
+        command(
+            "atmos", "connect a receiver with Dolby Atmos, or disconnect it", "on",
+            [&](const Simulator& simulator) {
+                simulator.Control("Atmos", g_variant_new("(b)", static_cast<gboolean>(words.atmos == "on")));
+            })
+            ->add_option("STATE", words.atmos, "on connects it")
+            ->required(),
+        {"on", "off"});
+    CLI::App* const volume = command(
+        "volume", "set a volume as somebody at the speaker would", "02:4b:49:56:00:01 30",
         [&](const Simulator& simulator) {
-            simulator.Control("Atmos", g_variant_new("(b)", static_cast<gboolean>(words.atmos == "on")));
-        })
-        ->add_option("state", words.atmos, "on or off")
-        ->required()
-        ->check(simulator::OneOf({"on", "off"}));
-    CLI::App* const busFault = app.add_subcommand(
-        "bus-fault", "make the bus deny something, hang, or be gone; without an argument, print the fault in force");
-    busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
-    busFault->add_option("fault", words.busFault, fmt::format("{}", fmt::join(kBusFaults, ", ")))
-        ->check(simulator::OneOf(kBusFaults));
-    CLI::App* const volume =
-        command("volume", "set a volume as somebody at the speaker would", [&](const Simulator& simulator) {
             simulator.Control("Volume", g_variant_new("(si)", words.mac.c_str(), words.volume));
         });
-    volume->add_option("mac", words.mac, "MAC address of a connected speaker")->required();
-    volume->add_option("volume", words.volume, "from 0 to 100")->required()->check(simulator::IntegerFrom(0, 100));
-    CLI::App* const plug = command("plug", "give a speaker power, or unplug it", [&](const Simulator& simulator) {
-        simulator.Control(
-            "Plug", g_variant_new("(sb)", words.mac.c_str(), static_cast<gboolean>(words.plugged == "on")));
-    });
-    plug->add_option("mac", words.mac, "MAC address of the speaker")->required();
-    plug->add_option("state", words.plugged, "on or off")->required()->check(simulator::OneOf({"on", "off"}));
-    CLI::App* const event = command(
-        "event", "push an event to every client", [&](const Simulator& simulator) { PushEvent(simulator, words); });
-    event->add_option("id", words.eventId, "in hexadecimal, such as 0x02020028")->required();
-    event->add_option("data", words.bytes, "bytes in hexadecimal");
+    volume->add_option("MAC", words.mac, "MAC address of a connected speaker")->required();
+    volume->add_option("VOLUME", words.volume, "from 0 to 100")->required()->check(simulator::IntegerFrom(0, 100));
+    CLI::App* const plug = command(
+        "plug", "give a speaker power, or unplug it", "02:4b:49:56:00:01 off", [&](const Simulator& simulator) {
+            simulator.Control(
+                "Plug", g_variant_new("(sb)", words.mac.c_str(), static_cast<gboolean>(words.plugged == "on")));
+        });
+    plug->add_option("MAC", words.mac, "MAC address of the speaker")->required();
+    plug->add_option("STATE", words.plugged, "on or off")->required()->check(simulator::OneOf({"on", "off"}));
+    CLI::App* const busFault =
+        add("bus-fault",
+            "make the bus deny something, hang, or be gone; without an argument, print the fault in force",
+            "deny-events");
+    busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
+    TakeOneOf(busFault->add_option("FAULT", words.busFault, "none ends the fault"), kBusFaults);
+    CLI::App* const event =
+        command("event", "push an event to every client", "0x02020028 '01 00 00 00'", [&](const Simulator& simulator) {
+            PushEvent(simulator, words);
+        });
+    event->add_option("ID", words.eventId, "in hexadecimal, such as 0x02020028")->required();
+    event->add_option("BYTES", words.bytes, "in hexadecimal");
     addClient(event);
     CLI::App* const payload = command(
-        "payload", "push all bytes of a message, header included, to every client",
+        "payload", "push all bytes of a message, header included, to every client", "'07 00 00 00 ff ff ff 7f'",
         [&](const Simulator& simulator) { PushPayload(simulator, words); });
-    payload->add_option("bytes", words.bytes, "in hexadecimal")->required();
+    payload->add_option("BYTES", words.bytes, "in hexadecimal")->required();
     addClient(payload);
     CLI::App* const payloads = command(
         "payloads", "push a payload many times, and print how often a client answered",
-        [&](const Simulator& simulator) { PushPayloads(simulator, words); });
-    payloads->add_option("bytes", words.bytes, "in hexadecimal")->required();
-    payloads->add_option("count", words.count, "how many times")->required()->check(simulator::IntegerFrom(0));
+        "'07 00 00 00 ff ff ff 7f' 1000", [&](const Simulator& simulator) { PushPayloads(simulator, words); });
+    payloads->add_option("BYTES", words.bytes, "in hexadecimal")->required();
+    payloads->add_option("COUNT", words.count, "how many times")->required()->check(simulator::IntegerFrom(0));
     addClient(payloads);
-    CLI::App* const call =
-        command("call-client", "call any method of a client, and print its answer", [&](const Simulator& simulator) {
-            CallClient(simulator, words);
-        });
-    call->add_option("client", words.client, "id of the client")->required();
-    call->add_option("method", words.method, "method of its object")->required();
-    call->add_option("arguments", words.arguments, "a tuple in GVariant text form, such as \"(1, 'x')\"");
+    CLI::App* const call = command(
+        "call-client", "call any method of a client, and print its answer",
+        "tv_1234 nam_notify_subscriber \"([byte 7, 0, 0, 0],)\"",
+        [&](const Simulator& simulator) { CallClient(simulator, words); });
+    call->add_option("CLIENT", words.client, "id of the client")->required();
+    call->add_option("METHOD", words.method, "method of its object")->required();
+    call->add_option("ARGUMENTS", words.arguments, "a tuple in GVariant text form, such as \"(1, 'x')\"");
     call->add_option("--timeout", words.timeout, "how long to wait for the answer")
         ->option_text("MILLISECONDS")
         ->check(simulator::IntegerFrom(0));
     command(
-        "client-id", "give every process this client id",
+        "client-id", "give every process this client id", "den",
         [&](const Simulator& simulator) { simulator.Control("ClientId", g_variant_new("(s)", words.id.c_str())); })
-        ->add_option("id", words.id, "any text")
+        ->add_option("ID", words.id, "any text")
         ->required();
     plain("reset-client-id", "ResetClientId", "give each process its own id again");
     command(
-        "away", "make the server crash, and come back",
+        "away", "make the server crash, and come back", "2000",
         [&](const Simulator& simulator) { simulator.Control("Away", g_variant_new("(u)", words.milliseconds)); })
-        ->add_option("milliseconds", words.milliseconds, "how long it is away")
+        ->add_option("MILLISECONDS", words.milliseconds, "how long it is away")
         ->required()
         ->check(simulator::IntegerFrom(0));
     plain("await-server", "AwaitServer", "wait until the server is on the bus again");
@@ -486,12 +516,13 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         CLI::Option* const text = added->add_flag("--text", words.asText, "as aligned text");
         added->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
     };
-    addForm(
-        command("show", "print home, clients and faults", [&](const Simulator& simulator) { Show(simulator, words); }));
+    addForm(command("show", "print home, clients and faults", "--text", [&](const Simulator& simulator) {
+        Show(simulator, words);
+    }));
     addForm(command(
-        "await-change", "wait until home, clients or faults change, and print them",
+        "await-change", "wait until home, clients or faults change, and print them", "--text",
         [&](const Simulator& simulator) { AwaitChange(simulator, words); }));
-    command("calls", "print the calls that the server has received", [&](const Simulator& simulator) {
+    command("calls", "print the calls that the server has received", "--json", [&](const Simulator& simulator) {
         PrintCalls(simulator, words);
     })->add_flag("--json", words.asJson, "as JSON");
     plain("forget-calls", "ForgetCalls", "empty the list of calls that the server has received");
@@ -514,12 +545,14 @@ void RefuseUnknownCommand(const CLI::App& app, const std::string& word)
 int ControlMain(int argc, char** argv)
 {
     CLI::App app(kControlDescription, "kiv-sandbox control");
-    app.footer(kControlFooter);
+    app.formatter(std::make_shared<simulator::HelpFormat>());
     simulator::TellWithName(app);
     app.require_subcommand(1);
     Words words;
     std::function<void()> action;
     AddCommands(app, words, action);
+    // The footer is set last, because commands inherit a footer that is set before they are added.
+    app.footer(kControlFooter);
     try {
         if (argc < 2) {
             throw CLI::ParseError("no command given", CLI::ExitCodes::RequiredError);

@@ -560,16 +560,10 @@ void PrintSandboxes(bool withAddress)
     }
 }
 
-class HelpFormat : public CLI::Formatter {
+class Usage : public simulator::HelpFormat {
     std::string make_usage(const CLI::App* /*app*/, std::string name) const override
     {
         return "Usage: " + name + " [options] -- command [argument...]\n";
-    }
-
-    // Leaves out which options an option excludes or needs, because an error message says that.
-    std::string make_option_opts(const CLI::Option* option) const override
-    {
-        return option->get_option_text().empty() ? "" : " " + option->get_option_text();
     }
 };
 
@@ -603,7 +597,7 @@ int Main(int argc, char** argv)
     }
     Options options;
     CLI::App app(kDescription, "kiv-sandbox");
-    app.formatter(std::make_shared<HelpFormat>());
+    app.formatter(std::make_shared<Usage>());
     app.footer(kFooter);
     simulator::TellWithName(app);
     app.set_version_flag("--version", "kiv-sandbox " KIV_VERSION, "print the version and exit");
@@ -691,6 +685,7 @@ int Main(int argc, char** argv)
             show->excludes(option);
         }
     }
+    simulator::RefuseOptionsAsValues(app);
     try {
         app.parse(argc, argv);
         options.command = Command(app, options.listScenarios || options.list || !options.show.empty());

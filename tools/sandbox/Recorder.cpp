@@ -120,8 +120,10 @@ std::string Recorder::Finish(bool hasFailed)
     if (!file_) {
         throw std::runtime_error(fmt::format("{}: cannot be written", name_));
     }
+    const std::string complaint =
+        lastNumber_ == 0 ? fmt::format("kiv-sandbox: {}: the recording is empty: no call was made\n", name_) : "";
     if (part_.empty()) {
-        return "";
+        return complaint;
     }
     if (hasFailed && fs::exists(target_) && !fs::is_empty(target_)) {
         const std::string recorded =
@@ -134,7 +136,7 @@ std::string Recorder::Finish(bool hasFailed)
         throw std::runtime_error(fmt::format("{}: {}; the recording is {}", name_, error.message(), part_.string()));
     }
     part_.clear();
-    return "";
+    return complaint;
 }
 
 } // namespace kiv::sandbox

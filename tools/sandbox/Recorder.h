@@ -38,8 +38,8 @@ public:
 
     void Add(const Message& message);
     // Renames the recording to its file. If the run failed and the file exists, the partial file keeps its name, and a
-    // line for stderr that says so is returned. Otherwise returns nothing. Throws std::runtime_error if the recording
-    // is not complete.
+    // line for stderr that says so is returned. For a recording without calls, a line that says so is returned.
+    // Otherwise returns nothing. Throws std::runtime_error if the recording is not complete.
     std::string Finish(bool hasFailed);
 
 private:

@@ -20,6 +20,21 @@ function __kiv_sandbox_candidates
         set command $words[1..3]
     end
     set -l help ($command --help 2>/dev/null)
+    # The help lists the values of an option or of the first argument of a command.
+    set -l awaited
+    if string match -q -- '-*' $words[-1]
+        set awaited $words[-1]
+    else if test "$words[2]" = control; and test (count $words) = 3; and not string match -q -- '-*' (commandline -ct)
+        set awaited '[A-Z]+'
+    end
+    if set -q awaited[1]
+        set -l values (string replace -rf -- '^  '$awaited' ([a-z-]+(?:\|[a-z-]+)+)(?: .*)?$' '$1' $help | string split '|')
+        set -a values (string replace -rf -- '^  ([A-Za-z_]+)$' '$1' $help)
+        if set -q values[1]
+            printf '%s\n' $values
+            return
+        end
+    end
     if string match -q -- '-*' $words[-1]; and string match -qr -- "^  $words[-1] \S" $help
         __fish_complete_path (commandline -ct)
         return
