@@ -457,16 +457,15 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         });
     volume->add_option("MAC", words.mac, "MAC address of a connected speaker")->required();
     volume->add_option("VOLUME", words.volume, "from 0 to 100")->required()->check(simulator::IntegerFrom(0, 100));
-    CLI::App* const plug = command(
-        "plug", "give a speaker power, or unplug it", "02:4b:49:56:00:01 off", [&](const Simulator& simulator) {
+    CLI::App* const plug =
+        command("plug", "give a speaker power, or unplug it", "02:4b:49:56:00:01 off", [&](const Simulator& simulator) {
             simulator.Control(
                 "Plug", g_variant_new("(sb)", words.mac.c_str(), static_cast<gboolean>(words.plugged == "on")));
         });
     plug->add_option("MAC", words.mac, "MAC address of the speaker")->required();
     plug->add_option("STATE", words.plugged, "on or off")->required()->check(simulator::OneOf({"on", "off"}));
     CLI::App* const busFault =
-        add("bus-fault",
-            "make the bus deny something, hang, or be gone; without an argument, print the fault in force",
+        add("bus-fault", "make the bus deny something, hang, or be gone; without an argument, print the fault in force",
             "deny-events");
     busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     TakeOneOf(busFault->add_option("FAULT", words.busFault, "none ends the fault"), kBusFaults);

@@ -1,6 +1,7 @@
 #include "page/PageServer.h"
 
 #include "page/Assets.h"
+#include "simulator/Glib.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -22,7 +23,6 @@ using nlohmann::json;
 
 constexpr std::size_t kChunk = 64UL << 10U;
 constexpr goffset kLongestBody = 64L << 10U;
-constexpr int kMostCommands = 8;
 constexpr guint kHeartbeatSeconds = 1;
 
 constexpr std::array<std::pair<const char*, const char*>, 6> kHeaders = {
@@ -54,11 +54,6 @@ void Respond(SoupServerMessage* message, const char* type, std::string_view text
 {
     soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
     soup_server_message_set_response(message, type, SOUP_MEMORY_COPY, text.data(), text.size());
-}
-
-void Refuse(SoupServerMessage* message, guint status)
-{
-    soup_server_message_set_status(message, status, nullptr);
 }
 
 } // namespace
@@ -93,7 +88,7 @@ void PageServer::OnHeaders(SoupServer*, Message* message, const char* path, GHas
     }
     if (const guint refusal = static_cast<PageServer*>(self)->Refusal(message, path)) {
         soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
-        Refuse(message, refusal);
+        soup_server_message_set_status(message, refusal, nullptr);
     }
 }
 
@@ -133,22 +128,19 @@ void PageServer::OnRequest(SoupServer*, Message* message, const char* path, GHas
 void PageServer::Serve(Message* message, const std::string& page)
 {
     const bool isPost = soup_server_message_get_method(message) == SOUP_METHOD_POST;
+    const auto* const asset = std::ranges::find(kAssets, page, &Asset::path);
     if (isPost && page == "control" && actions_.control) {
         Control(message);
     } else if (isPost) {
-        Refuse(message, SOUP_STATUS_NOT_FOUND);
-    } else if (page.empty()) {
-        Respond(message, "text/html; charset=utf-8", kPageHtml);
-    } else if (page == "page.css") {
-        Respond(message, "text/css; charset=utf-8", kPageCss);
-    } else if (page == "page.js") {
-        Respond(message, "text/javascript; charset=utf-8", kPageJs);
+        soup_server_message_set_status(message, SOUP_STATUS_NOT_FOUND, nullptr);
+    } else if (asset != kAssets.end()) {
+        Respond(message, asset->type, asset->text);
     } else if (page == "messages.pcap") {
         Respond(message, "application/vnd.tcpdump.pcap", actions_.writePcap());
     } else if (page == "events") {
         AddViewer(message);
     } else {
-        Refuse(message, SOUP_STATUS_NOT_FOUND);
+        soup_server_message_set_status(message, SOUP_STATUS_NOT_FOUND, nullptr);
     }
 }
 
@@ -157,18 +149,12 @@ void PageServer::Control(Message* message)
     SoupMessageBody* const body = soup_server_message_get_request_body(message);
     const json words = json::parse(body->data, body->data + body->length, nullptr, false);
     if (!words.is_array() || !std::ranges::all_of(words, &json::is_string)) {
-        Refuse(message, SOUP_STATUS_BAD_REQUEST);
+        soup_server_message_set_status(message, SOUP_STATUS_BAD_REQUEST, nullptr);
         return;
     }
-    if (running_ == kMostCommands) {
-        Refuse(message, SOUP_STATUS_SERVICE_UNAVAILABLE);
-        return;
-    }
-    ++running_;
     g_object_ref(message);
     soup_server_message_pause(message);
-    actions_.control(words, [this, message](int exitCode, const std::string& output) {
-        --running_;
+    actions_.control(words, [message](int exitCode, const std::string& output) {
         const json answer = {{"exitCode", exitCode}, {"output", output}};
         Respond(message, "application/json", answer.dump(-1, ' ', false, json::error_handler_t::replace));
         soup_server_message_unpause(message);
@@ -199,15 +185,14 @@ void PageServer::AddViewer(Message* message)
     Tell(message, viewers_.at(message));
 }
 
-// Tells the viewers when the main loop is idle, so that many lines make one chunk.
+// Tells the viewers in the next turn of the main loop, so that the lines of this turn make one chunk.
 void PageServer::TellLater()
 {
-    const auto tell = [](void* self) {
-        static_cast<PageServer*>(self)->willTell_ = false;
-        static_cast<PageServer*>(self)->TellAll("");
-    };
     if (!std::exchange(willTell_, true)) {
-        g_idle_add_once(tell, this);
+        simulator::After({}, [this] {
+            willTell_ = false;
+            TellAll("");
+        });
     }
 }
 

@@ -57,7 +57,6 @@ private:
     std::string host_;
     std::unique_ptr<SoupServer, decltype(&g_object_unref)> server_;
     std::map<Message*, Viewer> viewers_; // until the "finished" signal of the message
-    int running_ = 0;                    // number of commands
     bool willTell_ = false;
 };
 

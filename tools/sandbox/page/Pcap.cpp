@@ -39,10 +39,21 @@ public:
     // that no bus can carry.
     std::string Write(const json& line)
     {
-        const BusMessage message = line.contains("answer") ? NewAnswer(line) : NewCall(line);
+        const bool isAnswer = line.contains("answer");
+        const BusMessage message = isAnswer ? NewAnswer(line) : NewCall(line);
         if (!message) {
             return "";
         }
+        const std::string tuple = line.value(isAnswer ? "values" : "arguments", "()");
+        g_autoptr(GVariant) body = g_variant_parse(nullptr, tuple.c_str(), nullptr, nullptr, nullptr);
+        if (body != nullptr && g_variant_is_of_type(body, G_VARIANT_TYPE_TUPLE) != FALSE &&
+            g_variant_n_children(body) != 0) {
+            g_dbus_message_set_body(message.get(), body);
+        }
+        if (line.contains("sender")) {
+            g_dbus_message_set_sender(message.get(), line.value("sender", "").c_str());
+        }
+        g_dbus_message_set_serial(message.get(), line.value("serial", ++serial_));
         gsize size = 0;
         const std::unique_ptr<guchar, decltype(&g_free)> bytes(
             g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr), g_free);
@@ -72,8 +83,7 @@ private:
         }
         BusMessage call = simulator::OwnObject(
             g_dbus_message_new_method_call(callee.c_str(), path.c_str(), interface.c_str(), method.c_str()));
-        SetBody(call.get(), line.value("arguments", "()"));
-        SetSender(call.get(), line, isEvent ? simulator::kServerName : ":1.1000");
+        g_dbus_message_set_sender(call.get(), isEvent ? simulator::kServerName : ":1.1000");
         calls_[line.at(isEvent ? "event" : "call").get<std::int64_t>()] = call;
         return call;
     }
@@ -88,29 +98,13 @@ private:
         BusMessage answer;
         if (const std::string error = line.value("error", ""); error.empty()) {
             answer = simulator::OwnObject(g_dbus_message_new_method_reply(call));
-            SetBody(answer.get(), line.value("values", "()"));
         } else {
             const bool isName = g_dbus_is_interface_name(error.c_str()) != FALSE;
             answer = simulator::OwnObject(g_dbus_message_new_method_error_literal(
                 call, isName ? error.c_str() : "org.freedesktop.DBus.Error.Failed", line.value("message", "").c_str()));
         }
-        SetSender(answer.get(), line, g_dbus_message_get_destination(call));
+        g_dbus_message_set_sender(answer.get(), g_dbus_message_get_destination(call));
         return answer;
-    }
-
-    static void SetBody(GDBusMessage* message, const std::string& tuple)
-    {
-        GVariant* const body = g_variant_parse(nullptr, tuple.c_str(), nullptr, nullptr, nullptr);
-        if (body != nullptr) {
-            const simulator::Variant owned = simulator::Own(body);
-            g_dbus_message_set_body(message, g_variant_n_children(body) == 0 ? nullptr : body);
-        }
-    }
-
-    void SetSender(GDBusMessage* message, const json& line, const char* invented)
-    {
-        g_dbus_message_set_sender(message, line.value("sender", invented).c_str());
-        g_dbus_message_set_serial(message, line.value("serial", ++serial_));
     }
 
     std::uint32_t serial_ = 0;
