@@ -120,6 +120,25 @@ def test_a_failure_is_told_in_doctors_words():
         assert (told["found"], told["advice"]) == (doctor["found"], doctor["advice"])
 
 
+def test_an_event_is_told_as_kivctl_shows_it():
+    with sandbox("--page") as page:
+        page.say("$KIVCTL monitor >/dev/null &")
+        events = page.events()
+        next(event for event in events if event.get("home", {}).get("clients"))
+        page.say("$KIV_SANDBOX control volume 02:4b:49:56:00:01 44; $KIV_SANDBOX control payload '01 02 03'")
+        decoded = [next(event for event in events if "event" in event)["decoded"] for _ in range(2)]
+        assert decoded[0].startswith("event 0x02020040 volume, length 14: mac 02:4b:49:56:00:01") and decoded[0].endswith("volume 44")
+        assert decoded[1] == "event of 3 bytes, without a whole head"
+
+
+def test_a_layout_that_cannot_be_used_is_told(tmp_path):
+    file = tmp_path / "layout.json"
+    file.write_text("{}", encoding="utf-8")
+    done = subprocess.run([PROGRAM, "--layout", str(file), "--page", "--", "true"], capture_output=True, encoding="utf-8", check=False)
+    assert done.returncode == 125
+    assert f'{file}: "records" is missing' in done.stderr
+
+
 def test_a_viewer_that_comes_back_goes_on_where_it_was():
     with sandbox("--page") as page:
         page.run("$KIVCTL stop --type 1")
@@ -153,8 +172,8 @@ def test_a_viewer_that_does_not_read_costs_no_memory_and_delays_nobody():
         events = page.events()
         next(event for event in events if event.get("home", {}).get("clients"))
         before = memory_of(page.child("kiv-sandbox-page"))
-        page.say("for i in 1 2 3 4 5; do $KIV_SANDBOX control payloads \"$(printf '%01000d' 0)\" 1000 >/dev/null; done")
-        for _ in range(5000):
+        page.say("$KIV_SANDBOX control payloads \"$(printf '%08000d' 0)\" 600 >/dev/null")
+        for _ in range(600):
             next(event for event in events if "event" in event)
         # The history may grow, but no viewer may have a queue of its own.
         assert memory_of(page.child("kiv-sandbox-page")) - before < 40 << 20
@@ -162,20 +181,19 @@ def test_a_viewer_that_does_not_read_costs_no_memory_and_delays_nobody():
             viewer.close()
 
 
-def test_commands_are_limited():
+def test_commands_that_wait_hinder_no_other():
     with sandbox("--page") as page:
         waiting = [page.send("control", "POST", '["await-change"]') for _ in range(8)]
-        wait_for(lambda: page.ask("control", "POST", '["show"]').status == 503, "the limit")
+        assert page.control("show")["exitCode"] == 0
         # A command that starts too late for one change waits for the next change.
         page.say("for i in $(seq 100); do $KIV_SANDBOX control atmos on; $KIV_SANDBOX control atmos off; done &")
         assert {command.getresponse().status for command in waiting} == {200}
-        assert page.control("show")["exitCode"] == 0
 
 
 def test_the_history_is_limited_and_what_is_missed_is_told(tmp_path):
     file = tmp_path / "large.jsonl"
     line = {"ms": 1, "call": 1, "method": "StopNetworkSpeaker", "arguments": f"('{'x' * 900000}',)"}
-    file.write_text("".join(json.dumps(line | {"call": number}) + "\n" for number in range(1, 91)), encoding="utf-8")
+    file.write_text("".join(json.dumps(line | {"call": number}) + "\n" for number in range(1, 77)), encoding="utf-8")
     with sandbox("--show", str(file), command=()) as page:
         events = page.events(Last_Event_ID="0")
         missed = next(event for event in events if "missed" in event)["missed"]

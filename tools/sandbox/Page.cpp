@@ -1,5 +1,7 @@
 #include "Page.h"
 
+#include "ScenarioFiles.h"
+
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -33,7 +35,7 @@ std::vector<std::string> PageCommand()
     for (const fs::path& folder : {self.parent_path() / KIV_PAGE_FOLDER, self.parent_path()}) {
         const fs::path program = folder / "kiv-sandbox-page";
         if (access(program.c_str(), X_OK) == 0) {
-            return {program.lexically_normal(), self};
+            return {program.lexically_normal(), self, ListScenarios()};
         }
     }
     throw std::runtime_error("there is no page, because kiv-sandbox-page was not found; install kiv-tools-page, or "

@@ -2,7 +2,9 @@
 
 #include "BusFault.h"
 #include "simulator/Interfaces.h"
+#include "simulator/Wire.h"
 #include "tools/kivctl/Diagnosis.h"
+#include "tools/kivctl/Event.h"
 #include "tools/kivctl/LogLines.h"
 
 #include <fmt/format.h>
@@ -24,8 +26,6 @@ using nlohmann::json;
 constexpr guint kLookMilliseconds = 50;
 constexpr std::size_t kLongestLogLine = 4096;
 
-using Posted = std::pair<History&, std::string>;
-
 constexpr const char* kUp = "up";
 constexpr const char* kDown = "down";
 constexpr const char* kHangs = "hangs";
@@ -36,10 +36,39 @@ bool AsksForServer(const Message& message)
            message.member == "NameHasOwner" && message.BodyText() == fmt::format("('{}',)", simulator::kServerName);
 }
 
+// Returns nothing for arguments that are not those of an event.
+std::string EventText(const std::string& arguments)
+{
+    g_autoptr(GVariant) tuple = g_variant_parse(G_VARIANT_TYPE("(ay)"), arguments.c_str(), nullptr, nullptr, nullptr);
+    if (tuple == nullptr) {
+        return "";
+    }
+    g_autoptr(GVariant) array = g_variant_get_child_value(tuple, 0);
+    const simulator::Bytes payload = simulator::BytesOf(array);
+    if (payload.size() < 2 * sizeof(std::int32_t)) {
+        return fmt::format("event of {} bytes, without a whole head", payload.size());
+    }
+    simulator::Reader head(payload);
+    const std::int32_t id = head.Int32();
+    const std::int32_t length = head.Int32();
+    const simulator::Bytes data = head.Rest();
+    const std::string text = ctl::DescribeEvent(id, data, length, ServerLayout(), false).text;
+    return data.size() == sizeof id ? fmt::format("{} = {}", text, simulator::Reader(data).Int32()) : text;
+}
+
 } // namespace
+
+const ctl::Layout& ServerLayout()
+{
+    static const ctl::Layout layout = ctl::LayoutOf("");
+    return layout;
+}
 
 std::string ShownLine(json line)
 {
+    if (const std::string text = line.contains("event") ? EventText(line.value("arguments", "")) : ""; !text.empty()) {
+        line["decoded"] = text;
+    }
     if (line.contains("error")) {
         const auto diagnosis =
             ctl::DiagnoseServerCall(fmt::format("{}: {}", line.value("error", ""), line.value("message", "")));
@@ -164,12 +193,7 @@ void LiveSandbox::Post(json line)
     line["us"] = elapsed;
     line["ms"] = elapsed / 1000;
     // The trace calls this on its own thread, and the history belongs to the main loop.
-    auto posted = std::make_unique<Posted>(history_, ShownLine(std::move(line)));
-    const auto add = [](void* data) {
-        const std::unique_ptr<Posted> taken(static_cast<Posted*>(data));
-        taken->first.Add(std::move(taken->second));
-    };
-    g_idle_add_once(add, posted.release());
+    simulator::After({}, [this, shown = ShownLine(std::move(line))] { history_.Add(shown); });
 }
 
 void LiveSandbox::ReadLog(const std::string& socketName)

@@ -11,9 +11,17 @@
 #include <memory>
 #include <string>
 
+namespace kiv::ctl {
+class Layout;
+}
+
 namespace kiv::sandbox {
 
-// Returns a line of the history as text. Adds doctor's finding and advice to an answer that is an error.
+// Returns the layout of the server's records. Throws std::runtime_error if the file cannot be used.
+const ctl::Layout& ServerLayout();
+
+// Returns a line of the history as text. Adds doctor's finding and advice to an answer that is an error, and to an
+// event the text by which kivctl shows it.
 std::string ShownLine(nlohmann::json line);
 
 // Fills the history with the messages on the bus of a sandbox, the application's log, and the states "home", "server"

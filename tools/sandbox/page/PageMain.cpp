@@ -1,7 +1,7 @@
-// kiv-sandbox-page SANDBOX [RECORDING]
+// kiv-sandbox-page SANDBOX SCENARIOS [RECORDING]
 //
 // Serves the page of the sandbox whose bus DBUS_SYSTEM_BUS_ADDRESS names, or of a recording. SANDBOX is the path of
-// kiv-sandbox, whose commands the page runs.
+// kiv-sandbox, whose commands the page runs. SCENARIOS is the list that --list-scenarios prints.
 
 #include "Keeper.h"
 #include "page/LiveSandbox.h"
@@ -17,6 +17,7 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -34,20 +35,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr guint kLastMilliseconds = 150;
+constexpr std::chrono::milliseconds kLast{150};
 
-// Returns the layout of the server's records. Returns an empty object if there is none.
-json Layout()
-{
-    const char* const file = std::getenv("KIV_LAYOUT");
-    json layout;
-    if (file != nullptr && std::filesystem::exists(file)) {
-        layout = json::parse(simulator::ReadText(file, simulator::kMebibyte), nullptr, false);
-    }
-    return layout.is_object() ? layout : json::object();
-}
-
-void FinishSandbox(GObject* process, GAsyncResult* result, void* data)
+void FinishControl(GObject* process, GAsyncResult* result, void* data)
 {
     const std::unique_ptr<PageServer::OnDone> onDone(static_cast<PageServer::OnDone*>(data));
     g_autofree char* output = nullptr;
@@ -56,10 +46,10 @@ void FinishSandbox(GObject* process, GAsyncResult* result, void* data)
     (*onDone)(hasExited ? g_subprocess_get_exit_status(G_SUBPROCESS(process)) : -1, output == nullptr ? "" : output);
 }
 
-// Runs kiv-sandbox with these words, and then onDone with its exit code and output.
-void RunSandbox(const std::string& sandbox, const std::vector<std::string>& words, PageServer::OnDone onDone)
+// Runs "kiv-sandbox control" with these words, and then onDone with its exit code and output.
+void RunControl(const std::string& sandbox, const std::vector<std::string>& words, PageServer::OnDone onDone)
 {
-    std::vector<const char*> arguments = {sandbox.c_str()};
+    std::vector<const char*> arguments = {sandbox.c_str(), "control"};
     for (const std::string& word : words) {
         arguments.push_back(word.c_str());
     }
@@ -72,20 +62,7 @@ void RunSandbox(const std::string& sandbox, const std::vector<std::string>& word
         return;
     }
     g_subprocess_communicate_utf8_async(
-        process, nullptr, nullptr, &FinishSandbox, std::make_unique<PageServer::OnDone>(std::move(onDone)).release());
-}
-
-// Returns the name and the description of each scenario in the output of --list-scenarios.
-json Scenarios(const std::string& list)
-{
-    json scenarios = json::array();
-    std::istringstream lines(list);
-    std::string name;
-    std::string description;
-    while (lines >> name && std::getline(lines >> std::ws, description)) {
-        scenarios.push_back({{"name", name}, {"description", description}});
-    }
-    return scenarios;
+        process, nullptr, nullptr, &FinishControl, std::make_unique<PageServer::OnDone>(std::move(onDone)).release());
 }
 
 void ReadRecording(const std::string& file, History& history)
@@ -98,20 +75,20 @@ void ReadRecording(const std::string& file, History& history)
     }
 }
 
-// Sends viewers the last state, and ends this process a moment later. _exit() is used, because the threads of the trace
-// and of the connections still run.
-gboolean OnEnd(void* history)
+// Ends this process a moment later, so that viewers get the last messages. _exit() is used, because the threads of the
+// trace and of the connections still run.
+gboolean OnEnd(void*)
 {
-    static_cast<History*>(history)->SetState("ended", R"({"ended":true})");
-    g_timeout_add_once(
-        kLastMilliseconds, [](void*) { _exit(EXIT_SUCCESS); }, nullptr);
+    simulator::After(kLast, [] { _exit(EXIT_SUCCESS); });
     return G_SOURCE_CONTINUE;
 }
 
-[[noreturn]] void Run(const std::string& sandbox, const std::optional<std::string>& recording)
+[[noreturn]] void
+Run(const std::string& sandbox, const std::string& scenarios, const std::optional<std::string>& recording)
 {
+    ServerLayout(); // is read now, so that a file that cannot be used is told
     History history;
-    json about = {{"live", !recording}, {"layout", Layout()}};
+    json about = {{"live", !recording}, {"scenarios", scenarios}};
     std::unique_ptr<LiveSandbox> live;
     PageServer::Actions actions;
     actions.writePcap = [&history, &live] { return WritePcap(history, live ? live->Begin() : 0); };
@@ -121,14 +98,9 @@ gboolean OnEnd(void* history)
     } else {
         live = std::make_unique<LiveSandbox>(std::getenv("DBUS_SYSTEM_BUS_ADDRESS"), history);
         about["methods"] = simulator::Interface(simulator::kServerXml).Methods();
-        actions.control = [&sandbox](std::vector<std::string> words, auto onDone) {
-            words.insert(words.begin(), "control");
-            RunSandbox(sandbox, words, std::move(onDone));
+        actions.control = [&sandbox](const std::vector<std::string>& words, auto onDone) {
+            RunControl(sandbox, words, std::move(onDone));
         };
-        RunSandbox(sandbox, {"--list-scenarios"}, [&history, about](int, const std::string& list) mutable {
-            about["scenarios"] = Scenarios(list);
-            history.SetState("about", json{{"about", about}}.dump());
-        });
     }
     history.SetState("about", json{{"about", about}}.dump());
     const PageServer server(history, actions);
@@ -142,7 +114,7 @@ gboolean OnEnd(void* history)
     }
     fmt::print(stderr, "kiv-sandbox: the page is {}\n", server.Address());
     for (const int signal : {SIGINT, SIGTERM}) {
-        g_unix_signal_add(signal, &OnEnd, &history);
+        g_unix_signal_add(signal, &OnEnd, nullptr);
     }
     for (;;) {
         g_main_context_iteration(nullptr, TRUE);
@@ -156,12 +128,12 @@ gboolean OnEnd(void* history)
 int main(int argc, char** argv)
 {
     constexpr int kFailed = 125; // the exit code of kiv-sandbox for its own failures
-    if (argc != 2 && argc != 3) {
+    if (argc != 3 && argc != 4) {
         fmt::print(stderr, "kiv-sandbox-page is started by kiv-sandbox --page and kiv-sandbox --show FILE\n");
         return kFailed;
     }
     try {
-        kiv::sandbox::Run(argv[1], argc == 3 ? std::optional<std::string>(argv[2]) : std::nullopt);
+        kiv::sandbox::Run(argv[1], argv[2], argc == 4 ? std::optional<std::string>(argv[3]) : std::nullopt);
     } catch (const std::exception& error) {
         fmt::print(stderr, "kiv-sandbox: {}\n", error.what());
     }

@@ -5,7 +5,7 @@
 const SVG = 'http://www.w3.org/2000/svg';
 const ROW = 28;
 const MOST_BLOCKS = 60000;
-const MOST_PENDING = 500;
+const MOST_OPEN = 500;
 const LANES = ['Application', 'Library', 'Bus', 'Server'];
 const [APPLICATION, LIBRARY, BUS, SERVER] = LANES.keys();
 
@@ -20,20 +20,16 @@ const h = (name, attributes = {}, ...children) => make(document.createElement(na
 const s = (name, attributes = {}, ...children) => make(document.createElementNS(SVG, name), attributes, children);
 const text = (x, y, content, kind = '') => s('text', { x, y, class: kind }, content);
 const cut = (content, most) => content.length > most ? content.slice(0, Math.max(Math.floor(most) - 1, 0)) + '…' : content;
-const hex = (number, digits) => number.toString(16).padStart(digits, '0');
 
 // --- States and blocks. A block is a call, an event, or a line of a log. ---
 
-const states = {};
+const states = { ended: false };
 const rawLines = [];
 const blocks = [];
 const openBlocks = [];      // calls whose method has no answer yet
 const messages = new Map(); // messages without an answer, by number
 const clients = new Map();  // client ids by unique bus names
-let pendingLogs = [];       // lines of functions whose calls have not been seen yet
 let missed = 0;
-
-const KNOWN_EVENTS = { 0x02020028: 'Atmos', 0x02020031: 'server ends' };
 
 // Returns GVariant text with bytes in hexadecimal and without types. Six bytes among the arguments are a MAC address.
 function readable(variant) {
@@ -46,36 +42,6 @@ function readable(variant) {
 }
 const oneValue = variant => variant.replace(/^\((.*)\)$/s, '$1');
 const shortBytes = variant => readable(variant).replace(/\[((?:[0-9a-f]{2} ){12})[0-9a-f ]+\]/g, '[$1…]');
-
-function bytesOf(variant) {
-  const found = variant.match(/\[byte (0x[0-9a-f]{2}(?:, 0x[0-9a-f]{2})*)\]/);
-  return found ? found[1].split(', ').map(Number) : [];
-}
-
-const INTEGERS = { u8: 'Uint8', i8: 'Int8', u16: 'Uint16', i16: 'Int16', u32: 'Uint32', i32: 'Int32' };
-const integer = (bytes, at, type = 'i32') => new DataView(Uint8Array.from(bytes).buffer)[`get${INTEGERS[type]}`](at, true);
-const hexBytes = (bytes, between) => bytes.map(byte => hex(byte, 2)).join(between);
-
-function decodeField({ name, type, offset, length }, bytes) {
-  const slice = bytes.slice(offset, offset + (length ?? { mac: 6, ipv4: 4 }[type]));
-  const value = type in INTEGERS ? integer(bytes, offset, type) : type === 'mac' ? hexBytes(slice, ':') : type === 'ipv4'
-    ? slice.join('.') : type === 'text' ? new TextDecoder().decode(Uint8Array.from(slice)).replace(/\0.*/s, '') : hexBytes(slice, ' ');
-  return `${name} ${value}`;
-}
-
-function decodeEvent(argumentsText) {
-  const bytes = bytesOf(argumentsText);
-  if (bytes.length < 8) return `${bytes.length} bytes without a whole head`;
-  const id = integer(bytes, 0, 'u32'), data = bytes.slice(8);
-  const layout = states.about?.layout, known = layout?.events?.['0x' + hex(id, 8)], record = layout?.records?.[known?.record];
-  const records = [];
-  for (let at = 0; record && at + record.size <= data.length; at += record.size) {
-    const fields = record.fields.filter(field => field.type !== 'records');
-    records.push(fields.map(field => decodeField(field, data.slice(at, at + record.size))).join(', '));
-  }
-  const decoded = records.join('; ') || (data.length === 4 ? integer(data, 0) : hexBytes(data, ' '));
-  return `0x${hex(id, 8)} ${known?.name ?? KNOWN_EVENTS[id] ?? ''} ${decoded}`.replace(/ +/g, ' ').trim();
-}
 
 const timeOf = line => (line.us ?? (line.ms ?? 0) * 1000) / 1000;
 
@@ -95,7 +61,7 @@ const findOpen = (sender, ...stages) => stages
 function beginBlock(line) {
   const block = newBlock('call', line, { sender: line.sender, stage: '', arguments: '', result: null });
   openBlocks.push(block);
-  if (openBlocks.length > MOST_PENDING) openBlocks.shift();
+  if (openBlocks.length > MOST_OPEN) openBlocks.shift();
   return block;
 }
 
@@ -151,7 +117,7 @@ function addAnswer(line) {
 
 function addEvent(line) {
   const block = newBlock('event', line, { name: line.method, arguments: line.arguments, sender: line.client, result: null });
-  block.decoded = line.method === 'nam_notify_subscriber' ? decodeEvent(line.arguments) : line.method;
+  block.decoded = line.decoded ?? line.method;
   addPart(block, line, SERVER, LIBRARY);
 }
 
@@ -160,6 +126,7 @@ const INNER = new Set(['GetProxy', 'GetWhetherKivDisabled', 'MethodCall', 'm_Get
   'm_OnbusAcquired', 'm_OnnameAcquired']);
 const levelOf = line => line.log.match(/^\S+ ([DIWEF]) /)?.[1] ?? '';
 const FRESH = 250; // milliseconds by which a line may precede or follow its call
+const RECENT = 24; // blocks between a line and its call
 
 function attach(block, log) {
   block.parts.push(log);
@@ -172,19 +139,17 @@ function attach(block, log) {
 }
 
 function adoptLogs(block) {
-  const fits = ({ log }) => (log.line.function === block.name || INNER.has(log.line.function)) && block.start - log.time < FRESH;
-  for (const pending of pendingLogs.filter(fits)) {
-    attach(block, pending.log);
-    const at = blocks.indexOf(pending.block);
-    if (at >= 0) blocks.splice(at, 1);
+  const fits = ({ kind, name, start }) => kind === 'log' && (name === block.name || INNER.has(name)) && block.start - start < FRESH;
+  for (const own of blocks.slice(-RECENT).filter(fits)) {
+    attach(block, own.parts[0]);
+    blocks.splice(blocks.indexOf(own), 1);
   }
-  pendingLogs = pendingLogs.filter(pending => !fits(pending) && block.start - pending.log.time < FRESH);
   block.parts.sort((a, b) => a.time - b.time);
 }
 
 function addLog(line) {
   const log = { line, time: timeOf(line), log: true };
-  const near = blocks.slice(-24).reverse().filter(block =>
+  const near = blocks.slice(-RECENT).reverse().filter(block =>
     block.kind === 'call' && (openBlocks.includes(block) || log.time - block.end < FRESH));
   const block = line.function && (near.find(b => b.name === line.function) ??
     near.find(b => INNER.has(line.function) || !b.name));
@@ -192,7 +157,6 @@ function addLog(line) {
   const own = newBlock('log', line, { name: line.function ?? '', end: timeOf(line) });
   own.parts.push(log);
   own.failed = levelOf(line) === 'E';
-  if (line.function) pendingLogs = [...pendingLogs.slice(-MOST_PENDING), { block: own, log }];
 }
 
 // A bus that was started again gives the same unique names to other connections.
@@ -221,18 +185,18 @@ function feed(raw) {
 
 // --- The home ---
 
-const perFrame = draw => {
-  let due = false;
+// Draws at once, but not more often than a screen shows. No animation frame is awaited, because a busy browser delays its frames,
+// and a hidden page has none.
+const notTooOften = draw => {
+  let due = false, last = 0;
   return () => {
     if (due) return;
     due = true;
-    // A browser draws no frames of a hidden page.
-    const go = () => { due = false; draw(); };
-    if (document.hidden) setTimeout(go, 50); else requestAnimationFrame(go);
+    setTimeout(() => { due = false; draw(); last = performance.now(); }, last + 16 - performance.now());
   };
 };
-const drawStatesLater = perFrame(drawStates);
-const drawRowsLater = perFrame(drawRows);
+const drawStatesLater = notTooOften(drawStates);
+const drawRowsLater = notTooOften(drawRows);
 
 const modeName = mode => ({ 80: 'surround', 81: 'multi-room' })[mode] ?? mode;
 const allSpeakers = () => states.home ? [...states.home.speakers, ...states.home.discovered].sort((a, b) => a.node - b.node) : [];
@@ -241,9 +205,7 @@ function drawStates() {
   const { home, about = {} } = states;
   const chip = (content, kind = '') => h('li', { class: kind }, content);
   const up = (state, content) => state && chip(`${content} ${state}`, state === 'up' ? 'on' : 'off');
-  const chips = states.ended ? [chip('The sandbox has ended', 'off')]
-    : states.lost ? [chip('The sandbox does not answer', 'off')]
-      : [up(states.bus, 'Bus'), up(states.server, 'Server')];
+  const chips = states.ended ? [chip('The sandbox has ended', 'off')] : [up(states.bus, 'Bus'), up(states.server, 'Server')];
   if (about.recording) chips.push(chip(`Recording ${about.recording}`));
   if (home) {
     const preselected = home.tavrinPreSelected ? ', multi-room preselected' : '';
@@ -257,8 +219,8 @@ function drawStates() {
   $('doctor').textContent = states.advice && !states.ended ? `Doctor: ${states.advice}` : '';
   $('left').hidden = !home && !about.live;
   document.querySelector('main').classList.toggle('wide', $('left').hidden);
-  $('hands').hidden = !about.live || Boolean(states.ended);
-  $('save-pcap')?.toggleAttribute('hidden', about.live === undefined || Boolean(states.ended));
+  $('hands').hidden = !about.live || states.ended;
+  $('save-pcap')?.toggleAttribute('hidden', about.live === undefined || states.ended);
   if (home) drawHome(home);
   fillHands();
 }
@@ -272,7 +234,7 @@ function drawSpeaker(speaker, x, y) {
     speaker.connection === 'direct' && 'direct'].filter(Boolean).join(', ');
   const top = sub ? 24 : 8;
   const group = s('g', { class: kinds.filter(Boolean).join(' '), transform: `translate(${x} ${y})` },
-    s('title', {}, says), s('rect', { class: 'frame', x: 2, y: -2, width: 90, height: 110, rx: 6 }),
+    s('title', {}, says),
     s('rect', { class: 'case', x: 27, y: top, width: 40, height: 64 - top, rx: 5 }),
     s('circle', { class: 'cone', cx: 47, cy: sub ? 44 : 48, r: sub ? 14 : 11 }),
     sub ? null : s('circle', { class: 'cone', cx: 47, cy: 24, r: 6 }),
@@ -287,19 +249,14 @@ function drawSpeaker(speaker, x, y) {
   }
   if (speaker.test) group.append(text(12, 22, '♪', 'title accent'));
   if (speaker.connection === 'direct') group.append(text(6, 12, 'direct', 'small accent'));
-  group.addEventListener('click', () => chooseSpeaker(speaker.mac));
-  group.addEventListener('keydown', event => {
-    if (event.key !== 'Enter' && event.key !== ' ') return;
-    event.preventDefault();
-    chooseSpeaker(speaker.mac);
-  });
-  return make(group, { tabindex: 0, role: 'button', 'aria-label': says, 'data-mac': speaker.mac }, []);
+  // On the keyboard, the list of speakers does the same.
+  group.addEventListener('click', () => { $('speaker').value = speaker.mac; drawStates(); });
+  return make(group, { role: 'img', 'aria-label': says, 'data-mac': speaker.mac }, []);
 }
 
 function drawHome(home) {
   const width = Math.max($('left').clientWidth, 300);
   const column = (width - 9) / 2, across = Math.floor((column - 8) / 94);
-  const focused = document.activeElement?.closest?.('.speaker')?.dataset.mac;
   const speakers = allSpeakers();
   const rooms = home.groups
     .map((name, index) => ({ name, speakers: speakers.filter(speaker => speaker.group === index + 1) }))
@@ -330,7 +287,6 @@ function drawHome(home) {
   if (!rooms.length) parts.push(text(width / 2, 150, 'No speakers in this home', 'dim middle'));
   const height = Math.max(...bottoms, 170);
   make($('home'), { viewBox: `0 0 ${width} ${height}` }, []).replaceChildren(...parts);
-  if (focused) document.querySelector(`.speaker[data-mac="${CSS.escape(focused)}"]`)?.focus();
 }
 
 // --- The controls: each runs a command of "kiv-sandbox control" ---
@@ -354,28 +310,18 @@ function setOptions(select, options) {
   if (select.dataset.options === wanted) return;
   const before = select.value;
   select.dataset.options = wanted;
-  select.replaceChildren(...options.map(([value, content]) => h('option', { value }, content)));
+  select.replaceChildren(...options.map(([value, content, title = '']) => h('option', { value, title }, content)));
   if (options.some(([value]) => value === before)) select.value = before;
 }
 
 const chosenSpeaker = () => allSpeakers().find(speaker => speaker.mac === $('speaker').value);
 
-function chooseSpeaker(mac) {
-  $('speaker').value = mac;
-  drawStates();
-}
-
 function fillHands() {
   const { about = {}, home } = states;
   setOptions($('speaker'), allSpeakers().map(speaker => [speaker.mac, speaker.name]));
   setOptions($('method'), [['*', 'every method'], ...(about.methods ?? []).map(method => [method, method])]);
-  setOptions($('scenario'), (about.scenarios ?? []).map(({ name }) => [name, name]));
-  $('scenario').title = about.scenarios?.find(({ name }) => name === $('scenario').value)?.description ?? '';
-  if (!$('events').children.length) {
-    const known = Object.entries(KNOWN_EVENTS).map(([id, name]) => [`0x${hex(Number(id), 8)}`, name]);
-    const own = Object.entries(about.layout?.events ?? {}).map(([id, { name }]) => [id, name]);
-    $('events').replaceChildren(...[...known, ...own].map(([value, label]) => h('option', { value, label })));
-  }
+  const scenarios = (about.scenarios ?? '').matchAll(/^(\S+) +(.*)$/gm);
+  setOptions($('scenario'), [...scenarios].map(([, name, description]) => [name, name, description]));
   const speaker = chosenSpeaker();
   const connected = speaker && speaker.connection !== 'none';
   $('plug').textContent = connected ? 'Unplug' : 'Plug in';
@@ -423,7 +369,7 @@ function duration(block) {
 function labelOf(block) {
   if (block.kind === 'log') return logText(block.parts[0]);
   const who = clients.size > 1 ? `[${clients.get(block.sender) ?? block.sender}] ` : '';
-  if (block.kind === 'event') return `${who}event ${block.decoded}${block.failed ? ` ✕ ${block.result}` : ''}`;
+  if (block.kind === 'event') return `${who}${block.decoded}${block.failed ? ` ✕ ${block.result}` : ''}`;
   const result = block.failed ? ` ✕ ${block.result ?? 'no answer'}`
     : block.result === null ? '' : ` → ${oneValue(shortBytes(block.result))}`;
   return `${who}${block.name || 'call'}${block.arguments ? shortBytes(block.arguments) : ''}${result}`;
@@ -460,12 +406,9 @@ function drawRow({ block, part }, y, width) {
   return group;
 }
 
-function drawLanes(width, height, titles) {
-  const x = lanes(width);
-  return [...x.map(at => s('path', { class: 'lane', d: `M${at} 0V${height}` })),
-    ...(titles ? [s('rect', { class: 'head', x: -1, y: -1, width: width + 2, height: ROW }), text(8, 18, 'ms', 'small dim'),
-      ...LANES.map((name, index) => text(x[index], 18, name, 'small title middle'))] : [])];
-}
+const drawLanes = (width, height) => lanes(width).map(at => s('path', { class: 'lane', d: `M${at} 0V${height}` }));
+const drawTitles = width => [s('rect', { class: 'head', x: -1, y: -1, width: width + 2, height: ROW }), text(8, 18, 'ms', 'small dim'),
+  ...lanes(width).map((at, index) => text(at, 18, LANES[index], 'small title middle'))];
 
 function drawRows() {
   listRows();
@@ -485,8 +428,8 @@ function drawRows() {
     group.setAttribute('pointer-events', 'none');
     return [back, group];
   });
-  const [titlesBelow, titles] = [drawLanes(width, height, false), drawLanes(width, 0, true).slice(LANES.length)];
-  $('rows').replaceChildren(...drawn.map(([back]) => back), ...titlesBelow, ...drawn.map(([, group]) => group), ...titles);
+  $('rows').replaceChildren(...drawn.map(([back]) => back), ...drawLanes(width, height), ...drawn.map(([, group]) => group),
+    ...drawTitles(width));
   const news = paused === null ? '' : `, ${blocks.length - paused} new`;
   const gap = missed ? `, ${missed} lines missed` : '';
   $('count').textContent = `${rows.filter(row => !row.part).length} of ${blocks.length} shown${news}${gap}`;
@@ -586,7 +529,7 @@ function wholeSvg() {
   if (home) make(home, { x: gap, y: gap, width: home.getAttribute('viewBox').split(' ')[2], height: homeHeight - gap }, []);
   const height = homeHeight + (rows.length + 1) * ROW + 2 * gap;
   const conversation = s('g', { transform: `translate(${gap} ${homeHeight + gap})` },
-    ...drawLanes(width - 2 * gap, height - homeHeight - 2 * gap, true),
+    ...drawLanes(width - 2 * gap, height - homeHeight - 2 * gap), ...drawTitles(width - 2 * gap),
     ...rows.map((row, index) => drawRow(row, (index + 1) * ROW, width - 2 * gap)));
   const back = s('rect', { width, height, class: 'sheet' });
   const whole = s('svg', { viewBox: `0 0 ${width} ${height}`, width, height }, s('style', {}, css()), back, home, conversation);
@@ -595,8 +538,8 @@ function wholeSvg() {
 
 function wholeHtml() {
   const copy = page.cloneNode(true);
-  const { home, server, bus, advice, about } = states;
-  const kept = { states: [{ about: { layout: about?.layout, recording: 'saved from a page' } }], lines: rawLines };
+  const { home, server, bus, advice } = states;
+  const kept = { states: [{ about: { recording: 'saved from a page' } }], lines: rawLines };
   if (home) kept.states.push({ home }, { server }, { bus, advice });
   copy.querySelectorAll('link, script, style, #save-pcap').forEach(node => node.remove());
   copy.querySelector('head').append(h('style', {}, css()));
@@ -628,7 +571,6 @@ function begin() {
   $('volume').addEventListener('input', () => { $('volume-shown').textContent = $('volume').value; });
   $('volume').addEventListener('change', () => { control('volume', $('speaker').value, $('volume').value); $('volume').blur(); });
   $('speaker').addEventListener('change', drawStates);
-  $('scenario').addEventListener('change', fillHands);
   $('filter').addEventListener('input', () => { filter = $('filter').value.toLowerCase(); drawRowsLater(); });
   const scroll = $('scroll');
   scroll.addEventListener('scroll', () => {
@@ -650,11 +592,8 @@ function begin() {
     kept.states.map(state => JSON.stringify(state)).concat(kept.lines).forEach(feed);
   } else {
     const events = new EventSource('events');
-    events.onopen = events.onerror = () => { states.lost = events.readyState !== EventSource.OPEN; drawStatesLater(); };
-    events.onmessage = event => {
-      feed(event.data);
-      if (states.ended) events.close();
-    };
+    events.onopen = events.onerror = () => { states.ended = events.readyState !== EventSource.OPEN; drawStatesLater(); };
+    events.onmessage = event => feed(event.data);
     fetch('page.js').then(response => response.text()).then(own => { code = own; });
   }
   drawStatesLater();
