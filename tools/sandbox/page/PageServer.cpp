@@ -131,20 +131,18 @@ void PageServer::Serve(Message* message, const std::string& page)
     const auto* const asset = std::ranges::find(kAssets, page, &Asset::path);
     if (isPost && page == "control" && actions_.control) {
         Control(message);
-    } else if (isPost) {
-        soup_server_message_set_status(message, SOUP_STATUS_NOT_FOUND, nullptr);
-    } else if (asset != kAssets.end()) {
+    } else if (!isPost && asset != kAssets.end()) {
         Respond(message, asset->type, asset->text);
-    } else if (page == "messages.pcap") {
+    } else if (!isPost && page == "messages.pcap") {
         Respond(message, "application/vnd.tcpdump.pcap", actions_.writePcap());
-    } else if (page == "events") {
+    } else if (!isPost && page == "events") {
         AddViewer(message);
     } else {
         soup_server_message_set_status(message, SOUP_STATUS_NOT_FOUND, nullptr);
     }
 }
 
-void PageServer::Control(Message* message)
+void PageServer::Control(Message* message) const
 {
     SoupMessageBody* const body = soup_server_message_get_request_body(message);
     const json words = json::parse(body->data, body->data + body->length, nullptr, false);

@@ -44,7 +44,7 @@ private:
 
     guint Refusal(Message* message, const std::string& path) const;
     void Serve(Message* message, const std::string& page);
-    void Control(Message* message);
+    void Control(Message* message) const;
     void AddViewer(Message* message);
     void TellLater();
     void TellAll(const char* first);

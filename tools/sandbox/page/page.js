@@ -279,7 +279,7 @@ function drawHome(home) {
     const height = 34 + Math.ceil(room.speakers.length / across) * 116;
     const kind = room.speakers.some(speaker => speaker.active) ? 'room plays' : 'room';
     parts.push(s('rect', { class: kind, x: x + 1, y, width: column - 2, height, rx: 10 }),
-      text(x + 14, y + 22, cut(room.name, column / 8 - 2), 'title'));
+      text(x + 14, y + 22, cut(room.name, (column - 28) / 9.6), 'title'));
     room.speakers.forEach((speaker, index) => parts.push(
       drawSpeaker(speaker, x + 4 + index % across * 94, y + 34 + Math.floor(index / across) * 116)));
     bottoms[side] = y + height + 9;
