@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +26,7 @@ constexpr const char* kSubscription = "demo";
 constexpr int kStartReason = 1;
 constexpr int kStopType = 0;
 constexpr unsigned kLongestRunSeconds = 60;
+constexpr std::chrono::milliseconds kRest{600};
 
 // The event by which the simulated server reports volumes. It has 14 bytes for each speaker, and the last four of them
 // are the volume.
@@ -246,10 +248,13 @@ void Stop()
 
 } // namespace
 
-// With --trace, prints plain lines that can be read among those of the log and the bus trace.
+// With --trace, prints plain lines that can be read among those of the log and the bus trace. With --slow, rests after
+// each step.
 int main(int argc, char** argv)
 try {
-    UseForm(argc > 1 && std::strcmp(argv[1], "--trace") == 0 ? Form::kLines : Form::kStory);
+    const auto isGiven = [&](const char* option) { return argc > 1 && std::strcmp(argv[1], option) == 0; };
+    UseForm(isGiven("--trace") ? Form::kLines : Form::kStory);
+    RestAfterSteps(isGiven("--slow") ? kRest : std::chrono::milliseconds(0));
     // SIGALRM ends the demo if a step hangs.
     alarm(kLongestRunSeconds);
     for (void (*step)() :

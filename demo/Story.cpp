@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 namespace demo {
@@ -18,6 +19,7 @@ namespace {
 
 Form g_form = Form::kStory;
 int g_chapter = 0;
+std::chrono::milliseconds g_rest{0};
 std::vector<std::string> g_homeShown;
 
 void Print(const std::string& line)
@@ -45,6 +47,11 @@ void UseForm(Form form)
     g_form = form;
 }
 
+void RestAfterSteps(std::chrono::milliseconds rest)
+{
+    g_rest = rest;
+}
+
 void Chapter(const std::string& title)
 {
     if (g_form == Form::kLines) {
@@ -61,6 +68,7 @@ void PrintStep(std::string_view function, const std::string& outcome)
     } else {
         Print("   " + Styled(fmt::fg(fmt::terminal_color::cyan), fmt::format("{:<29}", function)) + " " + outcome);
     }
+    std::this_thread::sleep_for(g_rest);
 }
 
 void ShowHome()

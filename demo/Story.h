@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,6 +15,9 @@ namespace demo {
 enum class Form { kStory, kLines };
 
 void UseForm(Form form);
+
+// Makes each step end with a pause, so that people can watch what it does.
+void RestAfterSteps(std::chrono::milliseconds rest);
 
 // Begins a part of the tour.
 void Chapter(const std::string& title);

@@ -71,15 +71,15 @@ inline CLI::Validator OneOf(const std::vector<std::string>& words)
     return {complain, ""};
 }
 
-// Refuses a value that is not an integer, or is a smaller one.
-inline CLI::Validator IntegerFrom(int least)
+// Refuses a value that is not an integer, or is out of the range.
+inline CLI::Validator IntegerFrom(int least, int most = std::numeric_limits<int>::max())
 {
-    const auto complain = [least](const std::string& given) {
+    const auto complain = [least, most](const std::string& given) {
         int value = 0;
         const auto [end, error] = std::from_chars(given.data(), given.data() + given.size(), value);
-        const bool isInteger = error == std::errc() && end == given.data() + given.size() && value >= least;
-        constexpr int kMost = std::numeric_limits<int>::max();
-        return isInteger ? "" : fmt::format("must be an integer from {} to {}, got \"{}\"", least, kMost, given);
+        const bool isInteger =
+            error == std::errc() && end == given.data() + given.size() && value >= least && value <= most;
+        return isInteger ? "" : fmt::format("must be an integer from {} to {}, got \"{}\"", least, most, given);
     };
     return {complain, ""};
 }

@@ -1,5 +1,6 @@
 #include "simulator/Control.h"
 
+#include "simulator/Answer.h"
 #include "simulator/Events.h"
 #include "simulator/Interfaces.h"
 #include "simulator/Scenario.h"
@@ -60,10 +61,20 @@ const char* LackedFor(const Change& change)
     return isForAll ? kNeedsClient : nullptr;
 }
 
+Mac ReadMac(const Call& call)
+{
+    const auto text = call.Argument<std::string>(0);
+    const auto mac = ParseMac(text);
+    if (!mac) {
+        throw InvalidArguments(fmt::format("MAC must be a MAC address such as 02:4b:49:56:00:01, got \"{}\"", text));
+    }
+    return *mac;
+}
+
 } // namespace
 
 Control::Control(GDBusConnection* connection, World& world, ClientLink link, Actions actions)
-    : world_(world), link_(std::move(link)), actions_(std::move(actions)),
+    : world_(world), link_(std::move(link)), actions_(std::move(actions)), watch_([this] { return State(); }),
       object_(connection, kControlPath, kControlXml, Handlers())
 {
 }
@@ -113,7 +124,20 @@ BusObject::Handlers Control::Handlers()
         {"Payload", [this](const Call& call) { Push(call, call.Argument<Variant>(1)); }},
         {"Payloads", [this](const Call& call) { SendPayloads(call); }},
         {"CallClient", [this](const Call& call) { CallClient(call); }},
-        {"Show", [this](const Call& call) { Show(call); }},
+        {"Volume", [this](const Call& call) { Volume(call); }},
+        {"Plug", [this](const Call& call) { Plug(call); }},
+        {"Show",
+         [this](const Call& call) {
+             RefuseInReplay(kNeedsHome);
+             call.Return(g_variant_new("(s)", State().c_str()));
+         }},
+        {"AwaitChange",
+         [this](const Call& call) {
+             RefuseInReplay(kNeedsHome);
+             watch_.Await(call.Argument<std::string>(0), [call](const std::string& state) {
+                 call.Return(g_variant_new("(s)", state.c_str()));
+             });
+         }},
         {"Away", [this](const Call& call) { Away(call); }},
         {"Apply", [this](const Call& call) { Apply(call, ReadGiven(call.Argument<std::string>(0))); }},
         {"AwaitServer", [this](const Call& call) { actions_.awaitServer([call] { call.Return(); }); }},
@@ -209,13 +233,35 @@ void Control::CallClient(const Call& call) const
         });
 }
 
-void Control::Show(const Call& call) const
+void Control::Volume(const Call& call) const
 {
     RefuseInReplay(kNeedsHome);
+    const auto mac = ReadMac(call);
+    if (world_.home.Volumes().Set(mac, 0, call.Argument<std::int32_t>(1)) == kRefused) {
+        throw InvalidArguments(fmt::format("no connected speaker has the MAC address {}", Text(mac)));
+    }
+    AnnounceVolumes(
+        link_, world_.clients, world_.home.Volumes(), [call](const PushResult& result) { Answer(call, result); });
+}
+
+void Control::Plug(const Call& call) const
+{
+    RefuseInReplay(kNeedsHome);
+    const auto mac = ReadMac(call);
+    Speaker* const speaker = world_.home.Speakers().Find(mac);
+    if (speaker == nullptr) {
+        throw InvalidArguments(fmt::format("no speaker has the MAC address {}", Text(mac)));
+    }
+    speaker->Plug(call.Argument<bool>(1));
+    call.Return();
+}
+
+std::string Control::State() const
+{
     nlohmann::json state = world_.home.ToJson();
     state["clients"] = world_.clients.ToJson();
     state["faults"] = world_.faults.ToJson();
-    call.Return(g_variant_new("(s)", state.dump(2).c_str()));
+    return state.dump(2);
 }
 
 } // namespace kiv::simulator

@@ -2,6 +2,7 @@
 
 #include "simulator/BusObject.h"
 #include "simulator/ClientLink.h"
+#include "simulator/StateWatch.h"
 #include "simulator/World.h"
 
 #include <functional>
@@ -39,11 +40,14 @@ private:
     void Push(const Call& call, const Variant& payload) const;
     void SendPayloads(const Call& call) const;
     void CallClient(const Call& call) const;
-    void Show(const Call& call) const;
+    void Volume(const Call& call) const;
+    void Plug(const Call& call) const;
+    std::string State() const;
 
     World& world_;
     ClientLink link_;
     Actions actions_;
+    StateWatch watch_;
     BusObject object_;
 };
 

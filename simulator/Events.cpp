@@ -28,4 +28,14 @@ void Announce(const ClientLink& link, const Clients& clients, const Variant& pay
     link.Push(Usable(clients.SubscribedIds()), payload, 1, std::move(onAnnounced));
 }
 
+void AnnounceVolumes(const ClientLink& link, const Clients& clients, Volumes& volumes, ClientLink::OnPushed onAnnounced)
+{
+    const Bytes report = volumes.TakeReport();
+    if (report.empty()) {
+        onAnnounced({});
+    } else {
+        Announce(link, clients, EventPayload(kVolumeEvent, report), std::move(onAnnounced));
+    }
+}
+
 } // namespace kiv::simulator

@@ -3,6 +3,7 @@
 #include "simulator/ClientLink.h"
 #include "simulator/Clients.h"
 #include "simulator/Glib.h"
+#include "simulator/Volumes.h"
 
 #include <cstdint>
 #include <string>
@@ -26,5 +27,9 @@ std::vector<std::string> Usable(std::vector<std::string> ids);
 
 // Pushes the event to every subscribed client.
 void Announce(const ClientLink& link, const Clients& clients, const Variant& payload, ClientLink::OnPushed onAnnounced);
+
+// Pushes the volumes that a call has read or changed to every subscribed client. Pushes nothing if there are none.
+void AnnounceVolumes(
+    const ClientLink& link, const Clients& clients, Volumes& volumes, ClientLink::OnPushed onAnnounced);
 
 } // namespace kiv::simulator

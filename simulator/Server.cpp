@@ -107,15 +107,7 @@ void Server::Answer(const Call& call, const Method& method, const Fault& fault) 
         const Variant values = WithMoreBytes(Own(method(call)), fault.append);
         trace_("{} <- {} {}", call.Sender(), call.Method(), ShortText(values.get()));
         call.Return(values.get());
-        ReportVolumes();
-    }
-}
-
-void Server::ReportVolumes() const
-{
-    const Bytes volumes = world_.home.Volumes().TakeReport();
-    if (!volumes.empty()) {
-        Announce(link_, world_.clients, EventPayload(kVolumeEvent, volumes), [](const PushResult&) {});
+        AnnounceVolumes(link_, world_.clients, world_.home.Volumes(), [](const PushResult&) {});
     }
 }
 

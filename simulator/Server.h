@@ -24,8 +24,6 @@ private:
     // Returns an error for a call that was not recorded, or not so often, and prints that to stderr.
     RecordedAnswer Recorded(const Call& call) const;
     void Answer(const Call& call, const Method& method, const Fault& fault) const;
-    // Pushes the volumes to subscribers, after the answer of the call that read or changed them.
-    void ReportVolumes() const;
     void PushRecorded(const std::vector<RecordedEvent>& events) const;
 
     World& world_;

@@ -19,6 +19,16 @@ SpeakerId Speaker::Id() const
     return {'K', 'I', 'V', static_cast<std::uint8_t>(kHex[last >> 4]), static_cast<std::uint8_t>(kHex[last & 0xf])};
 }
 
+void Speaker::Plug(bool plugged)
+{
+    if (plugged && IsConnected()) {
+        return;
+    }
+    connection = plugged ? Connection::kNetwork : Connection::kNone;
+    active = false;
+    test.reset();
+}
+
 void to_json(nlohmann::json& json, const Speaker& speaker)
 {
     const SpeakerId id = speaker.Id();

@@ -39,6 +39,8 @@ struct Speaker {
     bool IsConnected() const { return connection != Connection::kNone; }
     // Returns "KIV" and the last byte of the MAC address in hexadecimal.
     SpeakerId Id() const;
+    // Connects the speaker to the home's network, or disconnects it. A disconnected speaker does not play.
+    void Plug(bool plugged);
 };
 
 void to_json(nlohmann::json& json, const Speaker& speaker);

@@ -37,6 +37,16 @@ assert importlib.util.find_spec(plugin.value)'
     "$build/installed-host"
 )
 
+# With all packages but GoogleTest and libsoup, only the tests and the page of the sandbox are left out.
+cat >"$work/pkg-config" <<'SH'
+#!/bin/sh
+case "$*" in *libsoup*) exit 1 ;; esac
+exec pkg-config "$@"
+SH
+chmod +x "$work/pkg-config"
 configure "${without_packages[@]}" -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=OFF -DCMAKE_DISABLE_FIND_PACKAGE_fmt=OFF \
-    -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=OFF -DZSH=ZSH-NOTFOUND -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
+    -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=OFF -DZSH=ZSH-NOTFOUND -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON \
+    -DPKG_CONFIG_EXECUTABLE="$work/pkg-config"
 expect_line 'Left out: the tests. Missing: libgtest-dev libgmock-dev'
+expect_line 'Left out: the page of the sandbox. Missing: libsoup-3.0-dev$'
+test "$(grep -c soup "$log")" = 1

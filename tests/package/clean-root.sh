@@ -48,11 +48,14 @@ control=(dbus-send --system --print-reply --dest=org.lumra.tv.networkspeaker.sim
 refusal=$(LC_ALL=C "${as_nobody[@]}" "${control[@]}" 2>&1 >/dev/null) && exit 1
 grep -q AccessDenied <<<"$refusal"
 
+echo "The page of the sandbox"
+kiv-sandbox --page -- true 2>&1 | grep -q '^kiv-sandbox: the page is http://127\.0\.0\.1:'
+
 echo "The module for Python"
 kiv-sandbox -- python3 -c "import kiv; assert kiv.StopNetworkSpeaker(7) == 7"
 
 echo "Removing"
-apt-get purge -qq kiv-tools python3-kiv 'libkiv-*' >apt.log 2>&1 || { cat apt.log && exit 1; }
+apt-get purge -qq 'kiv-tools*' python3-kiv 'libkiv-*' >apt.log 2>&1 || { cat apt.log && exit 1; }
 left=$(find /etc /usr /var -name '*kiv*' -o -name '*KivService*' -o -name '*networkspeaker*')
 echo "Left behind: ${left:-nothing}"
 test -z "$left"

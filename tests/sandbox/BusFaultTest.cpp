@@ -119,15 +119,36 @@ TEST(BusFaultTest, IsReplacedWhileTheCommandRuns)
 TEST(BusFaultTest, IsPrinted)
 {
     const Outcome outcome = RunScript(
-        {}, "control bus-fault\nfor fault in deny-name deny-events hang none; do\n"
+        {}, "control bus-fault\nfor fault in deny-name deny-events hang gone none; do\n"
             "    control bus-fault $fault; control bus-fault\ndone");
-    EXPECT_EQ(outcome.output, "none\ndeny-name\ndeny-events\nhang\nnone\n");
+    EXPECT_EQ(outcome.output, "none\ndeny-name\ndeny-events\nhang\ngone\nnone\n");
     EXPECT_EQ(RunScript({"--bus-fault", "deny-name"}, "control bus-fault").output, "deny-name\n");
 }
 
 TEST(BusFaultTest, ASandboxWhoseBusHangsEnds)
 {
     const Outcome outcome = RunSandbox({"--bus-fault", "hang", "--trace", "--", "echo", "done"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.output, "done\n");
+}
+
+TEST(BusFaultTest, ABusThatIsGoneIsStartedAgain)
+{
+    const Outcome outcome = RunScript(
+        {"--trace"}, "kivctl stop --type 3; control bus-fault gone; control bus-fault gone\n"
+                     "kivctl stop --type 4 2>/dev/null; echo $?; control show; echo $?\n"
+                     "control bus-fault none; kivctl stop --type 5; control bus-fault");
+    EXPECT_EQ(outcome.output, "the server answered 3\n1\n1\nthe server answered 5\nnone\n");
+    EXPECT_THAT(
+        outcome.errors,
+        AllOf(
+            HasSubstr("control: the bus is gone; \"kiv-sandbox control bus-fault none\" starts it again\n"),
+            HasSubstr("StopNetworkSpeaker(3)"), HasSubstr("StopNetworkSpeaker(5)")));
+}
+
+TEST(BusFaultTest, ASandboxWhoseBusIsGoneEnds)
+{
+    const Outcome outcome = RunSandbox({"--bus-fault", "gone", "--trace", "--", "echo", "done"});
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_EQ(outcome.output, "done\n");
 }

@@ -105,10 +105,15 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
         {"--list-scenarios excludes --list; see kiv-sandbox --help", {"--list", "--list-scenarios"}},
         {"--list-scenarios excludes --feature; see kiv-sandbox --help", {"--list-scenarios", "--feature", "on"}},
         {"--list-scenarios excludes --print-address; see kiv-sandbox --help", {"--list-scenarios", "--print-address"}},
+        {"--trace excludes --show; see kiv-sandbox --help", {"--show", "morning.jsonl", "--trace"}},
+        {"--page excludes --show; see kiv-sandbox --help", {"--show", "morning.jsonl", "--page"}},
         {"unknown option --bogus; see kiv-sandbox --help", {"--list", "--bogus"}},
         {"unknown option --colour; see kiv-sandbox --help", {"--list-scenarios", "--colour"}},
-        {R"(--list and --list-scenarios run no command, got "true"; see kiv-sandbox --help)", {"--list", "--", "true"}},
-        {R"(--list and --list-scenarios run no command, got "echo x"; see kiv-sandbox --help)",
+        {R"(--list, --list-scenarios and --show run no command, got "true"; see kiv-sandbox --help)",
+         {"--list", "--", "true"}},
+        {R"(--list, --list-scenarios and --show run no command, got "true"; see kiv-sandbox --help)",
+         {"--show", "morning.jsonl", "--", "true"}},
+        {R"(--list, --list-scenarios and --show run no command, got "echo x"; see kiv-sandbox --help)",
          {"--list-scenarios", "echo", "x"}},
     };
     for (const auto& [line, words] : lines) {

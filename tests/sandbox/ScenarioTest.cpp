@@ -288,6 +288,21 @@ TEST(ControlCommandTest, ChangesWhatTheSimulatorDoes)
     EXPECT_EQ(outcome.exitCode, 3);
 }
 
+TEST(ControlCommandTest, ChangesAndAwaitsWhatAPersonAtASpeakerDoes)
+{
+    const Outcome outcome = RunSandbox(WithScript(
+        {}, "control volume 02:4b:49:56:00:01 44; control show --text | head -n 2\n"
+            "control await-change --text & waiting=$!\n"
+            "while kill -0 $waiting 2>/dev/null; do\n"
+            "  control plug 02:4b:49:56:00:03 off; control plug 02:4b:49:56:00:03 on\n"
+            "done\n"
+            "wait $waiting; echo $?\n"));
+    EXPECT_THAT(outcome.errors, IsEmpty());
+    EXPECT_THAT(outcome.output, HasSubstr("volume 44"));
+    EXPECT_THAT(outcome.output, HasSubstr("Subwoofer"));
+    EXPECT_THAT(outcome.output, EndsWith("\n0\n"));
+}
+
 TEST(ControlCommandTest, PushesEvents)
 {
     const Outcome outcome = RunSandbox(WithScript({}, "watch; control event 0x01020304 '05 06'; event"));
@@ -345,6 +360,12 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
         {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"5\"")},
         {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"zz\"")},
         {"away -1", kControl + std::string("MILLISECONDS: must be an integer from 0 to 2147483647, got \"-1\"; see")},
+        {"volume 02:4b:49:56:00:01 101",
+         kControl + std::string("VOLUME: must be an integer from 0 to 100, got \"101\"")},
+        {"volume 02:4b:49:56:00:77 1",
+         kControl + std::string("no connected speaker has the MAC address 02:4b:49:56:00:77")},
+        {"plug zebra off",
+         kControl + std::string(R"(MAC must be a MAC address such as 02:4b:49:56:00:01, got "zebra")")},
         {"payloads ff many", kControl + std::string("COUNT: must be an integer from 0 to 2147483647, got \"many\"")},
         {"show --txt", kControl + std::string("unknown option --txt; did you mean --text?\n")},
         {"show all", kControl + std::string("unexpected argument \"all\"; see kiv-sandbox control show --help\n")},

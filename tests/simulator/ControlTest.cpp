@@ -3,10 +3,12 @@
 #include "support/Wait.h"
 
 #include <csignal>
+#include <future>
 
 namespace kiv::simulator {
 namespace {
 
+using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -95,6 +97,66 @@ TEST_F(ControlTest, AtmosDoesNotMindIdsThatNoClientCanHave)
     Control("ClientId", "('no name',)");
     Server("SubscribeNamServiceCallback", "(9,)");
     EXPECT_EQ(Control("Atmos", "(true,)"), "()");
+}
+
+TEST_F(ControlTest, AChangeIsAwaited)
+{
+    const std::string unknown = Control("AwaitChange", "('',)");
+    EXPECT_EQ(unknown, Control("Show"));
+    const auto next = [this](const std::string& known) {
+        const Variant value = Value(known);
+        const char* text = nullptr;
+        g_variant_get(value.get(), "(&s)", &text);
+        return std::async(std::launch::async, [this, known = Quoted(text)] { return Control("AwaitChange", known); });
+    };
+
+    auto atmos = next(unknown);
+    EXPECT_EQ(Server("GetSurroundChannelNumber"), "(0,)");
+    EXPECT_EQ(atmos.wait_for(50ms), std::future_status::timeout) << "nothing has changed";
+    Control("Atmos", "(true,)");
+    const std::string withAtmos = atmos.get();
+    EXPECT_THAT(withAtmos, HasSubstr("\"receiverHasAtmos\": true"));
+
+    auto mode = next(withAtmos);
+    auto alsoMode = next(withAtmos);
+    Server("SetNetSpkSettingMode", "(81, 0)");
+    const std::string withMode = mode.get();
+    EXPECT_THAT(withMode, HasSubstr("\"settingMode\": 81"));
+    EXPECT_EQ(alsoMode.get(), withMode);
+
+    auto inTime = next(withMode);
+    Control("Apply", R"(('{"timetable": [{"at": 10, "home": {"settingMode": 7}}]}',))");
+    EXPECT_THAT(inTime.get(), HasSubstr("\"settingMode\": 7,"));
+}
+
+TEST_F(ControlTest, TheVolumeIsSetAtTheSpeaker)
+{
+    const FakeClient subscriber(bus_.Address(), "tv_7");
+    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    EXPECT_EQ(Control("Volume", "('02:4b:49:56:00:01', 44)"), "()");
+    EXPECT_THAT(Control("Show"), HasSubstr("\"volume\": 44"));
+    EXPECT_THAT(subscriber.Payloads(), ElementsAre(Bytes{0x40, 0, 2, 2,   14,  0, 0,  0,  2, 0x4b, 0x49,
+                                                         0x56, 0, 1, 192, 168, 0, 21, 44, 0, 0,    0}));
+    EXPECT_THAT(Control("Volume", "('02:4b:49:56:00:05', 44)"), StartsWith(kInvalid)) << "not connected";
+    EXPECT_THAT(
+        Control("Volume", "('zebra', 44)"),
+        HasSubstr(R"(must be a MAC address such as 02:4b:49:56:00:01, got "zebra")"));
+}
+
+TEST_F(ControlTest, ASpeakerIsUnpluggedAndPluggedIn)
+{
+    const std::string mac = "02:4b:49:56:00:01";
+    EXPECT_EQ(
+        Control("Apply", R"(('{"home": {"speakers": [{"name": "Hall", "mac": ")" + mac + R"(", "active": true}]}}',))"),
+        "()");
+    EXPECT_EQ(Control("Plug", "('" + mac + "', true)"), "()");
+    EXPECT_EQ(Server("GetSurroundChannelNumber"), "(1,)") << "it was plugged in already";
+    EXPECT_EQ(Control("Plug", "('" + mac + "', false)"), "()");
+    EXPECT_EQ(Server("GetSurroundChannelNumber"), "(0,)");
+    EXPECT_EQ(Server("GetSpksConnectionTypeByID", "(1,)"), "(0,)");
+    EXPECT_EQ(Control("Plug", "('" + mac + "', true)"), "()");
+    EXPECT_EQ(Server("GetSpksConnectionTypeByID", "(1,)"), "(1,)");
+    EXPECT_THAT(Control("Plug", "('02:4b:49:56:00:77', true)"), StartsWith(kInvalid));
 }
 
 TEST_F(ControlTest, SendEventAnnouncesItsLength)

@@ -7,7 +7,6 @@
 namespace kiv::ctl {
 
 inline constexpr const char* kBusName = "org.freedesktop.DBus";
-inline constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
 inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 inline constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
 

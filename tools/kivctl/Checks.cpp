@@ -3,9 +3,9 @@
 #include "Alarm.h"
 #include "Bus.h"
 #include "CallWatch.h"
+#include "Diagnosis.h"
 #include "Feature.h"
 #include "MainLoop.h"
-#include "simulator/Replay.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -32,28 +32,14 @@ constexpr unsigned kDoNotQueue = 4;
 constexpr const char* kSubscription = "kivctl-doctor";
 constexpr int32_t kTestEvent = 0x4b495644; // an id that no server uses
 
-constexpr const char* kInstallPolicy =
-    "put share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf where the bus reads its policies, reload the bus, and "
-    "run as a user whom the policy takes for a client";
-constexpr const char* kSeeTheServersLog = "look into the server's own log, and start it by hand to see what it says";
-constexpr const char* kSeeWhyItEnded = "look into the server's own log to see why it ended";
-constexpr const char* kRunServiceFile = "run the command of its service file by hand to see what it says";
 constexpr const char* kMendSocket =
     "this user may not use the bus's socket, or a folder on its path: let all users write to the socket";
-constexpr const char* kMakeBus =
-    "start the system bus, name a bus in DBUS_SYSTEM_BUS_ADDRESS, or try a private bus: kiv-sandbox -- kivctl doctor";
-constexpr const char* kWakeTheBus = "the bus daemon hangs, and the calls of applications with it: wake it if it is "
-                                    "stopped (state T in ps; kill -CONT), "
-                                    "see its log, or restart it";
 constexpr const char* kMendFeature =
     "on a TV, its maker sets com.molvane/featureconf/kiv_multi_ch_support, for which the library asks the platform; on "
     "another machine, have the file that KIV_SYSTEM_INFO_FILE names say kiv_multi_ch_support=true in its "
     "section [com.molvane/featureconf]";
 constexpr const char* kSeeTheLibrarysLog = "see the library's log: kivctl --verbose doctor";
 constexpr const char* kSubscribeMethod = "SubscribeNamServiceCallback";
-constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
-constexpr const char* kNoReply = "org.freedesktop.DBus.Error.NoReply";
-constexpr const char* kSpawnErrors = "org.freedesktop.DBus.Error.Spawn.";
 
 bool IsDenied(const GError* error)
 {
@@ -64,15 +50,6 @@ bool IsSilence(const GError* error)
 {
     return g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE ||
            g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
-}
-
-// Returns whether the called peer itself answered. The bus answers for a peer that has gone.
-bool IsAnswer(const GError* error)
-{
-    return g_dbus_error_is_remote_error(error) != FALSE && !IsDenied(error) &&
-           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) == FALSE &&
-           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) == FALSE &&
-           g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER) == FALSE;
 }
 
 std::string NoAnswer(int limitMs)
@@ -98,32 +75,29 @@ Finding BusProblem(const std::string& what, GError* error, const char* advice)
     return {State::kProblem, fmt::format("{}: {}", what, ErrorText(error)), advice};
 }
 
-constexpr const char* kEndedTooSoon = " ended before it answered";
-
-// Returns the predicate of a sentence about the server, which has not answered a request for the subscription well.
+// Returns a sentence about the server, which has not answered a request for the subscription well.
 std::string NotSubscribedText(const SeenCall& call)
 {
     const bool isSubscription = call.method == kSubscribeMethod;
     if (call.error.empty()) {
         return fmt::format(
-            " does not answer {} within {} s",
+            "the server does not answer {} within {} s",
             isSubscription ? "the subscription" : "the library's request for a client id", kServerLimitMs / 1000);
     }
     if (call.error.starts_with(kNoReply)) {
-        return fmt::format("{} {}", kEndedTooSoon, call.method);
+        return fmt::format("{} {}", FailedBy("the server", call.error), call.method);
     }
     return fmt::format(
-        " {}: {}", isSubscription ? "refuses the subscription" : "gives the library no client id", call.error);
+        "the server {}: {}", isSubscription ? "refuses the subscription" : "gives the library no client id",
+        call.error);
 }
 
 // Returns a sentence about a failed call of a peer, which is the subject.
 std::string PeerFailed(const std::string& peer, GError* error, int limitMs)
 {
-    if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE) {
-        return peer + kEndedTooSoon;
-    }
-    return IsAnswer(error) ? fmt::format("{} answers with the error {}", peer, ErrorText(error))
-                           : fmt::format("{} cannot be asked: {}", peer, ReasonOf(error, limitMs));
+    return g_dbus_error_is_remote_error(error) != FALSE
+               ? FailedBy(peer, ErrorText(error))
+               : fmt::format("{} cannot be asked: {}", peer, ReasonOf(error, limitMs));
 }
 
 // Returns the finding for an answer that is not a client id.
@@ -290,9 +264,8 @@ Finding Checks::Activation()
     const bool runs = !OwnerOf(bus_, kServerName).empty();
     return {
         runs ? State::kNote : State::kProblem,
-        runs ? "the bus cannot start the server; if the server ends, it stays away"
-             : "the bus cannot start the server, which does not run",
-        "start the server, or install its D-Bus service file, org.lumra.tv.networkspeaker.server.service"};
+        runs ? "the bus cannot start the server; if the server ends, it stays away" : kCannotStartServer,
+        kInstallServiceFile};
 }
 
 Finding Checks::Server()
@@ -300,10 +273,8 @@ Finding Checks::Server()
     g_autoptr(GError) error = nullptr;
     const auto start = std::chrono::steady_clock::now();
     if (!StartServer(bus_, &error)) {
-        const std::string reason = ReasonOf(error, kBusLimitMs);
-        return {
-            State::kProblem, "does not run: " + reason,
-            reason.starts_with(kSpawnErrors) ? kRunServiceFile : kSeeTheServersLog};
+        const Diagnosis diagnosis = ServerDoesNotRun(ReasonOf(error, kBusLimitMs));
+        return {State::kProblem, diagnosis.found, diagnosis.advice};
     }
     const auto taken = std::chrono::steady_clock::now() - start;
     const std::string text =
@@ -336,17 +307,10 @@ std::string Checks::ServerAdvice(const std::string& error)
             "see what keeps it busy",
             process, process);
     }
-    if (error.starts_with(kAccessDenied)) {
-        return kInstallPolicy;
-    }
-    if (error.starts_with(kNoReply)) {
-        return kSeeWhyItEnded;
-    }
-    if (error.starts_with(kUnknownMethod)) {
-        return fmt::format("{}; process {} has the server's name", kUseThisInterface, ProcessOf(bus_, kServerName));
-    }
-    return error.starts_with(simulator::kNotRecorded) ? kRecordingLacksCall
-                                                      : "look into the server's own log to see what the error means";
+    const std::string advice = ServerErrorAdvice(error);
+    return error.starts_with(kUnknownMethod)
+               ? fmt::format("{}; process {} has the server's name", advice, ProcessOf(bus_, kServerName))
+               : advice;
 }
 
 Finding Checks::Call()
@@ -417,7 +381,7 @@ Finding Checks::WhyNotSubscribed()
     if (!seen.server || seen.server->outcome == SeenCall::Outcome::kAnswered) {
         return {State::kProblem, "the library has not subscribed", kSeeTheLibrarysLog};
     }
-    return {State::kProblem, "the server" + NotSubscribedText(*seen.server), ServerAdvice(seen.server->error)};
+    return {State::kProblem, NotSubscribedText(*seen.server), ServerAdvice(seen.server->error)};
 }
 
 // Waits for the client's bus name, because the library's monitor thread serves the object some time after the

@@ -3,6 +3,7 @@
 #include "Bus.h"
 #include "CallLog.h"
 #include "CallWatch.h"
+#include "Diagnosis.h"
 #include "simulator/Replay.h"
 #include <KivServiceInterface.h>
 
@@ -16,7 +17,6 @@ namespace {
 
 using Outcome = SeenCall::Outcome;
 
-constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
 constexpr const char* kBusIsSilent = "the system bus does not answer";
 constexpr const char* kConnectionIsLost = "the connection to the system bus is lost";
 
@@ -44,7 +44,7 @@ std::string BusDoesNotTell(const SeenCalls& seen)
 // Returns the advice for an error that answers a call of the server.
 const char* AdviceOn(const std::string& error)
 {
-    if (error.starts_with(kDenied)) {
+    if (error.starts_with(kAccessDenied)) {
         return "have the policy of the bus allow it";
     }
     if (error.starts_with(kUnknownMethod)) {

@@ -31,12 +31,6 @@ inline constexpr const char* kDoctorTellsWhy = "kivctl doctor tells why";
 // The advice if the server received a request and did not answer it well.
 inline constexpr const char* kServersLogTellsWhy = "the server's own log tells why";
 
-// The advice if the server has another version of the interface.
-inline constexpr const char* kUseThisInterface = "use a server that serves this interface (man kiv-dbus)";
-// The advice if the server is a simulator that replays.
-inline constexpr const char* kRecordingLacksCall =
-    "the server replays a recording that has no such call: record one that has it";
-
 // The peer that the library calls for a command.
 enum class Asks {
     kNobody,

@@ -31,8 +31,6 @@ constexpr size_t kBeginning = 512;
 constexpr size_t kShortRun = 15;
 constexpr std::string_view kControlsOfTexts = "\0\a\b\t\n\v\f\r\x1b\x1e"sv;
 
-constexpr std::string_view kFile = "KivServiceInterface.cpp: ";
-constexpr std::string_view kBeforeText = ") > ";
 constexpr std::string_view kMessageKey = "\"MESSAGE\"";
 
 struct Explanation {
@@ -48,11 +46,6 @@ const Explanation kUnknown = {
 const Explanation kCut = {
     false, "cut short before its text, so that it does not say what happened",
     "have the log keep longer lines, and look at the lines around it"};
-
-struct Logged {
-    std::string_view function;
-    std::optional<std::string> text; // none if the line ends before it
-};
 
 bool IsByte(const Json& value)
 {
@@ -73,11 +66,6 @@ std::optional<std::string> TextOf(const Json& value)
         text += static_cast<char>(byte.get<uint8_t>());
     }
     return text;
-}
-
-std::string_view WithoutEnd(std::string_view text)
-{
-    return text.substr(0, text.find_last_not_of(" \r") + 1);
 }
 
 // Returns the JSON object in a line, or nothing if there is none. journalctl -o json writes an object for each line,
@@ -121,7 +109,7 @@ std::string MessageOf(const std::string& line)
         return *text;
     }
     for (const Json& value : *message) {
-        if (const auto text = TextOf(value); text && text->find(kFile) != std::string::npos) {
+        if (const auto text = TextOf(value); text && text->find(kLibraryFile) != std::string::npos) {
             return *text;
         }
     }
@@ -132,33 +120,6 @@ std::string MessageOf(const std::string& line)
 bool BeginsSplitMessage(std::string_view line)
 {
     return line.find(kMessageKey) != std::string_view::npos && WithoutEnd(line).ends_with('[');
-}
-
-// Tells whether a text is the beginning of "FUNCTION(LINE) > ".
-bool IsCut(std::string_view text)
-{
-    const size_t nameEnd = text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_");
-    if (nameEnd == std::string_view::npos) {
-        return true;
-    }
-    const size_t numberEnd = std::min(text.find_first_not_of("0123456789", nameEnd + 1), text.size());
-    return text[nameEnd] == '(' && kBeforeText.starts_with(text.substr(numberEnd));
-}
-
-// Returns the library's part of a line, "FILE: FUNCTION(LINE) > TEXT". Each log puts something else before it.
-std::optional<Logged> LoggedBy(std::string_view line)
-{
-    const size_t file = line.find(kFile);
-    if (file == std::string_view::npos) {
-        return std::nullopt;
-    }
-    const std::string_view part = line.substr(file + kFile.size());
-    const std::string_view function = part.substr(0, part.find('('));
-    const size_t arrow = part.find(kBeforeText);
-    if (arrow != std::string_view::npos && function.size() < arrow) {
-        return Logged{function, std::string(WithoutEnd(part.substr(arrow + kBeforeText.size())))};
-    }
-    return IsCut(WithoutEnd(part)) ? std::optional(Logged{WithoutEnd(function), std::nullopt}) : std::nullopt;
 }
 
 // Returns the known line with this text. A logger may put a colour code behind the text, or the line into "message
@@ -360,7 +321,7 @@ Result Explain(const std::string& path, const Output& output)
             log.HasSkipped() ? "none of the remaining lines is the library's"
             : lines == 0     ? "the log is empty"
                              : fmt::format("none of {} line{} is the library's", lines, lines == 1 ? "" : "s"),
-            kFile));
+            kLibraryFile));
     }
     return {};
 }

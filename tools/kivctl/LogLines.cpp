@@ -12,6 +12,7 @@ namespace kiv::ctl {
 namespace {
 
 constexpr std::string_view kReasonsBegin = "Reasons of ";
+constexpr std::string_view kBeforeText = ") > ";
 
 struct RegexDeleter {
     void operator()(GRegex* regex) const { g_regex_unref(regex); }
@@ -162,7 +163,38 @@ bool IsOf(const LogLine& line, std::string_view function)
     return (" " + Replaced(line.functions, ",", " ") + " ").find(fmt::format(" {} ", function)) != std::string::npos;
 }
 
+// Tells whether a text is the beginning of "FUNCTION(LINE) > ".
+bool IsCut(std::string_view text)
+{
+    const size_t nameEnd = text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_");
+    if (nameEnd == std::string_view::npos) {
+        return true;
+    }
+    const size_t numberEnd = std::min(text.find_first_not_of("0123456789", nameEnd + 1), text.size());
+    return text[nameEnd] == '(' && kBeforeText.starts_with(text.substr(numberEnd));
+}
+
 } // namespace
+
+std::string_view WithoutEnd(std::string_view text)
+{
+    return text.substr(0, text.find_last_not_of(" \r") + 1);
+}
+
+std::optional<Logged> LoggedBy(std::string_view line)
+{
+    const size_t file = line.find(kLibraryFile);
+    if (file == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::string_view part = line.substr(file + kLibraryFile.size());
+    const std::string_view function = part.substr(0, part.find('('));
+    const size_t arrow = part.find(kBeforeText);
+    if (arrow != std::string_view::npos && function.size() < arrow) {
+        return Logged{function, std::string(WithoutEnd(part.substr(arrow + kBeforeText.size())))};
+    }
+    return IsCut(WithoutEnd(part)) ? std::optional(Logged{WithoutEnd(function), std::nullopt}) : std::nullopt;
+}
 
 const std::vector<LogSection>& LogSections()
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,5 +32,19 @@ const LogLine* FindLogLine(std::string_view function, const std::string& text);
 
 // Returns the only line that begins with this text, or null if there is none, several, or the text is too short.
 const LogLine* FindCutLogLine(std::string_view text);
+
+// Begins the library's part of a line.
+inline constexpr std::string_view kLibraryFile = "KivServiceInterface.cpp: ";
+
+struct Logged {
+    std::string_view function;
+    std::optional<std::string> text; // none if the line ends before it
+};
+
+// Returns the library's part of a line, "FILE: FUNCTION(LINE) > TEXT". Each log puts something else before it.
+std::optional<Logged> LoggedBy(std::string_view line);
+
+// Removes what a logger puts behind a text.
+std::string_view WithoutEnd(std::string_view text);
 
 } // namespace kiv::ctl

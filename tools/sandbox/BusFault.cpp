@@ -25,6 +25,11 @@ namespace {
 constexpr auto kFaultFile = "fault.conf";
 constexpr auto kNone = "none";
 constexpr auto kHang = "hang";
+constexpr auto kGone = "gone";
+
+// While this file exists, a SetBusFault() waits for the sandbox to start the bus again.
+constexpr auto kRestartFile = "restart";
+constexpr int kRestartSeconds = 10;
 
 // Rules of the context "mandatory" override all others.
 constexpr auto kFaultConfiguration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
@@ -67,6 +72,19 @@ std::optional<pid_t> DaemonAt(const std::string& address)
     return pid > 0 ? std::optional(pid) : std::nullopt;
 }
 
+// Waits until the condition holds. Throws after ten seconds; the failure begins the message.
+template <typename Condition>
+void Await(const Condition& condition, const char* failure)
+{
+    constexpr int kLooksInASecond = 100;
+    for (int i = 0; !condition(); ++i) {
+        if (i == kRestartSeconds * kLooksInASecond) {
+            throw std::runtime_error(fmt::format("{} within {} s", failure, kRestartSeconds));
+        }
+        g_usleep(G_USEC_PER_SEC / kLooksInASecond);
+    }
+}
+
 void SendSignal(pid_t process, int number)
 {
     if (kill(process, number) != 0) {
@@ -77,25 +95,38 @@ void SendSignal(pid_t process, int number)
 
 } // namespace
 
-const std::vector<std::string> kBusFaults = {kNone, "deny-name", "deny-events", kHang};
+const std::vector<std::string> kBusFaults = {kNone, "deny-name", "deny-events", kHang, kGone};
 
 const std::string kBusFaultConfig = fmt::format(R"(<include ignore_missing="yes">{}</include>)", kFaultFile);
 
 void SetBusFault(const std::string& address, const std::string& fault)
 {
     const std::filesystem::path directory = PrivateBusDirectory(address);
+    if (BusIsGone(address)) {
+        if (fault == kGone) {
+            return;
+        }
+        WriteFile(directory / kRestartFile, "");
+        Await([&directory] { return !IsRestartWanted(directory); }, "the sandbox has not started its bus again");
+    }
     const pid_t daemon = DaemonAt(address).value();
     SendSignal(daemon, SIGCONT);
     WriteFile(directory / kFaultFile, fmt::format(kFaultConfiguration, DeniedBy(fault)));
     Connection(address).CallDaemon("org.freedesktop.DBus", "ReloadConfig");
     if (fault == kHang) {
         SendSignal(daemon, SIGSTOP);
+    } else if (fault == kGone) {
+        SendSignal(daemon, SIGKILL);
+        Await([&address] { return BusIsGone(address); }, "the bus has not ended");
     }
 }
 
 std::string BusFault(const std::string& address)
 {
     const std::filesystem::path directory = PrivateBusDirectory(address);
+    if (BusIsGone(address)) {
+        return kGone;
+    }
     if (BusHangs(address)) {
         return kHang;
     }
@@ -112,11 +143,37 @@ std::string BusFault(const std::string& address)
 bool BusHangs(const std::string& address)
 {
     const auto daemon = DaemonAt(address);
-    if (!daemon) {
+    return daemon && IsStopped(*daemon);
+}
+
+bool BusIsGone(const std::string& address)
+{
+    GIOStream* stream = g_dbus_address_get_stream_sync(address.c_str(), nullptr, nullptr, nullptr);
+    if (stream != nullptr) {
+        g_object_unref(stream);
         return false;
     }
+    try {
+        return std::filesystem::exists(PrivateBusDirectory(address));
+    } catch (const std::runtime_error&) {
+        return false; // the address of another bus
+    }
+}
+
+bool IsRestartWanted(const std::filesystem::path& busDirectory)
+{
+    return std::filesystem::exists(busDirectory / kRestartFile);
+}
+
+void ConfirmRestart(const std::filesystem::path& busDirectory)
+{
+    std::filesystem::remove(busDirectory / kRestartFile);
+}
+
+bool IsStopped(pid_t process)
+{
     // The text is "pid (name) state ...". The name can have any character.
-    std::ifstream file(fmt::format("/proc/{}/stat", *daemon));
+    std::ifstream file(fmt::format("/proc/{}/stat", process));
     const std::string stat(std::istreambuf_iterator<char>(file), {});
     const std::size_t nameEnd = stat.rfind(')');
     return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") T") == 0;

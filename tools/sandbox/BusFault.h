@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -11,6 +14,7 @@ namespace kiv::sandbox {
 // - deny-name: no process gets the name of a client
 // - deny-events: no process may send events, not even the server
 // - hang: the daemon is stopped, and answers nothing
+// - gone: the daemon has been killed. Any other fault makes the sandbox start it again
 extern const std::vector<std::string> kBusFaults;
 
 // The additional configuration of a private bus that can have faults.
@@ -24,5 +28,16 @@ std::string BusFault(const std::string& address);
 
 // Returns whether the daemon of a bus is stopped, so that it would never answer a connection.
 bool BusHangs(const std::string& address);
+
+// Returns whether the daemon of a private bus has ended, while its sandbox still runs.
+bool BusIsGone(const std::string& address);
+
+// Returns whether a SetBusFault() of any process waits for the sandbox to start the bus again.
+bool IsRestartWanted(const std::filesystem::path& busDirectory);
+// Lets that SetBusFault() return, because the bus runs again.
+void ConfirmRestart(const std::filesystem::path& busDirectory);
+
+// Returns whether a process was stopped by a signal.
+bool IsStopped(pid_t process);
 
 } // namespace kiv::sandbox

@@ -63,6 +63,21 @@ Message Copy(GDBusMessage* message)
 
 } // namespace
 
+std::string Message::TypedBodyText() const
+{
+    return body ? Owned(g_variant_print(body.get(), TRUE)) : "()";
+}
+
+std::string Message::ErrorText() const
+{
+    if (!body || !signature.starts_with('s')) {
+        return "";
+    }
+    const char* text = nullptr;
+    g_variant_get_child(body.get(), 0, "&s", &text);
+    return text;
+}
+
 std::string Message::BodyText() const
 {
     return body ? Print(body.get()) : "()";

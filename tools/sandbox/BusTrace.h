@@ -28,7 +28,9 @@ struct Message {
     std::string signature;
     std::shared_ptr<GVariant> body; // always a tuple; null for a message without a body
 
-    std::string BodyText() const; // the whole body as GVariant text without type annotations; "()" without a body
+    std::string TypedBodyText() const; // as BodyText(), with types, so that reading the text gives the same value
+    std::string ErrorText() const;     // the text of an error, which is its first value
+    std::string BodyText() const;      // the whole body as GVariant text without type annotations; "()" without a body
 };
 
 // Returns whether the message calls a method of the network-speaker server.

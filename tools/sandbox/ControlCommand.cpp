@@ -50,7 +50,8 @@ constexpr auto kControlFooter =
     "ClearFaults.\n\n"
     "Exit code:\n"
     "  0  done\n"
-    "  1  there is no sandbox or no simulator, the bus hangs, or a client cannot be told or gives no answer\n"
+    "  1  there is no sandbox or no simulator, the bus hangs or is gone, or a client cannot be told or gives no "
+    "answer\n"
     "  2  the command or its input cannot be used; nothing is changed\n\n"
     "Examples:\n"
     "  kiv-sandbox control fault StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'\n"
@@ -74,10 +75,13 @@ std::string BusAddress()
     return address;
 }
 
-// Returns the address of the sandbox's bus. Throws if the bus hangs.
+// Returns the address of the sandbox's bus. Throws if the bus hangs or is gone.
 std::string AnsweringBusAddress()
 {
     std::string address = BusAddress();
+    if (BusIsGone(address)) {
+        throw std::runtime_error("the bus is gone; \"kiv-sandbox control bus-fault none\" starts it again");
+    }
     if (BusHangs(address)) {
         throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on");
     }
@@ -203,9 +207,12 @@ struct Words {
     std::string client;
     std::string id;
     std::string arguments = "()";
+    std::string mac;
+    std::string plugged;
     unsigned count = 0;
     unsigned milliseconds = 0;
     unsigned timeout = 1000;
+    int volume = 0;
     bool asJson = false;
     bool asText = false;
 };
@@ -296,9 +303,8 @@ void PrintSection(const char* heading, std::vector<std::string> lines)
     fmt::print("{}\n  {}\n", heading, lines.empty() ? "none" : fmt::format("{}", fmt::join(lines, "\n  ")));
 }
 
-void Show(const Simulator& simulator, const Words& words)
+void ShowState(const json& state, const Words& words)
 {
-    const json state = State(simulator);
     if (!words.asText) {
         fmt::print("{}\n", state.dump(2));
         return;
@@ -324,6 +330,20 @@ void Show(const Simulator& simulator, const Words& words)
         faults.push_back(fmt::format("{:<{}} {}", method, width, fault.dump()));
     }
     PrintSection("Faults", faults);
+}
+
+void Show(const Simulator& simulator, const Words& words)
+{
+    ShowState(State(simulator), words);
+}
+
+void AwaitChange(const Simulator& simulator, const Words& words)
+{
+    const Variant now = simulator.Control("Show");
+    const Variant reply = simulator.Control("AwaitChange", now.get());
+    const char* text = nullptr;
+    g_variant_get(reply.get(), "(&s)", &text);
+    ShowState(json::parse(text), words);
 }
 
 void PrintCalls(const Simulator& simulator, const Words& words)
@@ -440,8 +460,22 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
             ->add_option("STATE", words.atmos, "on connects it")
             ->required(),
         {"on", "off"});
+    CLI::App* const volume = command(
+        "volume", "set a volume as somebody at the speaker would", "02:4b:49:56:00:01 30",
+        [&](const Simulator& simulator) {
+            simulator.Control("Volume", g_variant_new("(si)", words.mac.c_str(), words.volume));
+        });
+    volume->add_option("MAC", words.mac, "MAC address of a connected speaker")->required();
+    volume->add_option("VOLUME", words.volume, "from 0 to 100")->required()->check(simulator::IntegerFrom(0, 100));
+    CLI::App* const plug =
+        command("plug", "give a speaker power, or unplug it", "02:4b:49:56:00:01 off", [&](const Simulator& simulator) {
+            simulator.Control(
+                "Plug", g_variant_new("(sb)", words.mac.c_str(), static_cast<gboolean>(words.plugged == "on")));
+        });
+    plug->add_option("MAC", words.mac, "MAC address of the speaker")->required();
+    plug->add_option("STATE", words.plugged, "on or off")->required()->check(simulator::OneOf({"on", "off"}));
     CLI::App* const busFault =
-        add("bus-fault", "make the bus deny something, or hang; without an argument, print the fault in force",
+        add("bus-fault", "make the bus deny something, hang, or be gone; without an argument, print the fault in force",
             "deny-events");
     busFault->callback([&] { action = [&words] { SetOrPrintBusFault(words.busFault); }; });
     TakeOneOf(busFault->add_option("FAULT", words.busFault, "none ends the fault"), kBusFaults);
@@ -487,11 +521,16 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->check(simulator::IntegerFrom(0));
     plain("await-server", "AwaitServer", "wait until the server is on the bus again");
     plain("exit", "Exit", "make the server end; the next call starts it again");
-    CLI::App* const show = command("show", "print home, clients and faults", "--text", [&](const Simulator& simulator) {
+    const auto addForm = [&](CLI::App* added) {
+        CLI::Option* const text = added->add_flag("--text", words.asText, "as aligned text");
+        added->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
+    };
+    addForm(command("show", "print home, clients and faults", "--text", [&](const Simulator& simulator) {
         Show(simulator, words);
-    });
-    CLI::Option* const text = show->add_flag("--text", words.asText, "as aligned text");
-    show->add_flag("--json", words.asJson, "as JSON: the default")->excludes(text);
+    }));
+    addForm(command(
+        "await-change", "wait until home, clients or faults change, and print them", "--text",
+        [&](const Simulator& simulator) { AwaitChange(simulator, words); }));
     command("calls", "print the calls that the server has received", "--json", [&](const Simulator& simulator) {
         PrintCalls(simulator, words);
     })->add_flag("--json", words.asJson, "as JSON");

@@ -4,6 +4,7 @@
 #include "ControlCommand.h"
 #include "Keeper.h"
 #include "NamedSandboxes.h"
+#include "Page.h"
 #include "PrivateBus.h"
 #include "Recorder.h"
 #include "ReplayCheck.h"
@@ -33,6 +34,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -80,6 +82,7 @@ constexpr auto kFooter = "Environment of the command:\n"
                          "  kiv-sandbox --scenario multi-room-house -- kivctl list all\n"
                          "  kiv-sandbox --bus-fault deny-events -- my-tv-app\n"
                          "  kiv-sandbox --record morning.jsonl -- my-tv-app\n"
+                         "  kiv-sandbox --page -- my-tv-app\n"
                          "  kiv-sandbox -- bash\n"
                          "  kiv-sandbox --name den -- my-tv-app\n"
                          "  kiv-sandbox --join den -- kivctl monitor";
@@ -104,6 +107,8 @@ struct Options {
     bool simulatorLog = false;
     bool listScenarios = false;
     bool list = false;
+    bool page = false;
+    std::string show;
     bool printAddress = false;
 };
 
@@ -273,14 +278,32 @@ void StartServer(PrivateBus& bus, const Options& options, const EndSignals& sign
     }
 }
 
+// A bus that is started again on demand after its daemon has ended.
+struct RestartableBus {
+    PrivateBus& bus;
+    std::function<void()> onStarted;
+};
+
 // Passes signals on until the command ends. Returns its wait status.
-int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals)
+int PassSignalsUntilEnd(Keeper& command, const EndSignals& signals, const RestartableBus* restartable)
 {
-    std::array<pollfd, 2> events{{{signals.Fd(), POLLIN, 0}, {command.Fd(), POLLIN, 0}}};
+    constexpr int kLookMilliseconds = 50;
+    PrivateBus* const bus = restartable == nullptr ? nullptr : &restartable->bus;
+    std::array<pollfd, 3> events{
+        {{signals.Fd(), POLLIN, 0}, {command.Fd(), POLLIN, 0}, {bus == nullptr ? -1 : bus->Fd(), POLLIN, 0}}};
     for (;;) {
-        poll(events.data(), events.size(), -1);
+        const bool isGone = bus != nullptr && bus->DaemonPid() == 0;
+        poll(events.data(), events.size(), isGone ? kLookMilliseconds : -1);
         if (events[1].revents != 0) {
             return command.WaitForEnd();
+        }
+        if (events[2].revents != 0) {
+            bus->Kill(); // reads the end of the daemon
+        }
+        if (isGone && IsRestartWanted(bus->Directory())) {
+            bus->Start();
+            restartable->onStarted();
+            ConfirmRestart(bus->Directory());
         }
         if (events[0].revents == 0) {
             continue;
@@ -314,11 +337,11 @@ bool EndsOnPurpose(int number)
     return number == SIGHUP || number == SIGINT || number == SIGPIPE || number == SIGTERM;
 }
 
-int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals)
+int RunCommand(const std::string& name, Keeper& command, const EndSignals& signals, const RestartableBus* bus = nullptr)
 {
     try {
         command.Start();
-        const int status = PassSignalsUntilEnd(command, signals);
+        const int status = PassSignalsUntilEnd(command, signals, bus);
         if (!WIFSIGNALED(status)) {
             return WEXITSTATUS(status);
         }
@@ -441,19 +464,30 @@ int RunInSandbox(const Options& options)
         environment[kLayoutVariable] = fs::absolute(options.layout);
     }
     SetEnvironment(options, environment);
+    std::optional<Page> page;
+    if (options.page) {
+        page.emplace();
+    }
     Keeper command(options.command, Keeper::Place::Foreground);
 
     // Up to here, a signal ends this process, and the keepers clean up. The threads of the bus and the trace inherit
     // the signal mask.
     const EndSignals signals;
+    if (page) {
+        page->Follow();
+    }
     Listeners listeners(options, files);
     if (!options.noServer) {
         bus.WriteService(SimulatorService(options, featureFile, ScenarioFile(scenarioText, bus)));
     }
     std::optional<BusTrace> trace;
-    if (listeners.AreAny()) {
-        trace.emplace(bus.Address(), [&listeners](const Message& message) { listeners.Add(message); });
-    }
+    const RestartableBus restartable = {
+        bus, [&] {
+            if (listeners.AreAny()) {
+                trace.emplace(bus.Address(), [&listeners](const Message& message) { listeners.Add(message); });
+            }
+        }};
+    restartable.onStarted();
     if (IsStartedFirst(options, files.scenario)) {
         StartServer(bus, options, signals);
     }
@@ -469,7 +503,7 @@ int RunInSandbox(const Options& options)
     if (!options.busFault.empty()) {
         SetBusFault(bus.Address(), options.busFault);
     }
-    const int exitCode = RunCommand(options.command.front(), command, signals);
+    const int exitCode = RunCommand(options.command.front(), command, signals, &restartable);
     // A bus that hangs is resumed. Otherwise it would not deliver the messages that are still to be traced, and would
     // not end at once.
     bus.Resume();
@@ -486,11 +520,9 @@ int RunInSandbox(const Options& options)
     return exitCode == EXIT_SUCCESS && !complaints.empty() ? kSandboxFailed : exitCode;
 }
 
-// Replaces this process by the command, in the sandbox of another process.
-[[noreturn]] void JoinSandbox(const Options& options)
+// Replaces this process.
+[[noreturn]] void Execute(std::vector<std::string> words)
 {
-    SetEnvironment(options, FindSandbox(options.join).environment);
-    std::vector<std::string> words = options.command;
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
@@ -498,7 +530,21 @@ int RunInSandbox(const Options& options)
     }
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
-    throw CommandError(options.command.front(), std::error_code(errno, std::generic_category()));
+    throw CommandError(words.front(), std::error_code(errno, std::generic_category()));
+}
+
+// Runs the command in the sandbox of another process. Without a page, the command replaces this process.
+int JoinSandbox(const Options& options)
+{
+    SetEnvironment(options, FindSandbox(options.join).environment);
+    if (options.page) {
+        Page page;
+        Keeper command(options.command, Keeper::Place::Foreground);
+        const EndSignals signals;
+        page.Follow();
+        return RunCommand(options.command.front(), command, signals);
+    }
+    Execute(options.command);
 }
 
 void PrintSandboxes(bool withAddress)
@@ -521,9 +567,9 @@ class Usage : public simulator::HelpFormat {
     }
 };
 
-// Returns the command. Without a "--", the options end at the first word that is not one of them. --list takes no
-// command.
-std::vector<std::string> Command(const CLI::App& app, bool isList)
+// Returns the command. Without a "--", the options end at the first word that is not one of them. Lists and recordings
+// take no command.
+std::vector<std::string> Command(const CLI::App& app, bool runsNone)
 {
     std::vector<std::string> words = app.remaining();
     const bool separated = !words.empty() && words.front() == "--";
@@ -533,12 +579,12 @@ std::vector<std::string> Command(const CLI::App& app, bool isList)
     if (!separated && !words.empty() && words.front().starts_with('-')) {
         throw CLI::ExtrasError(app.get_name(), {words.front()});
     }
-    if (words.empty() && !isList) {
+    if (words.empty() && !runsNone) {
         throw CLI::ParseError("no command given", CLI::ExitCodes::RequiredError);
     }
-    if (!words.empty() && isList) {
+    if (!words.empty() && runsNone) {
         throw CLI::ParseError(
-            fmt::format("--list and --list-scenarios run no command, got \"{}\"", fmt::join(words, " ")),
+            fmt::format("--list, --list-scenarios and --show run no command, got \"{}\"", fmt::join(words, " ")),
             CLI::ExitCodes::ExcludesError);
     }
     return words;
@@ -599,8 +645,9 @@ int Main(int argc, char** argv)
         ->option_text("on|off|absent")
         ->check(simulator::OneOf(simulator::kFeatures));
     app.add_option(
-           "--bus-fault", options.busFault, "make the bus deny a client's name, deny the server's events, or hang")
-        ->option_text("deny-name|deny-events|hang|none")
+           "--bus-fault", options.busFault,
+           "make the bus deny a client's name, deny the server's events, hang, or be gone")
+        ->option_text("deny-name|deny-events|hang|gone|none")
         ->check(simulator::OneOf(kBusFaults));
     const auto isOwn = [](const CLI::Option* option) {
         return option->get_name() != "--help" && option->get_name() != "--version";
@@ -615,16 +662,20 @@ int Main(int argc, char** argv)
     for (CLI::Option* const option : ofANewSandbox) {
         join->excludes(option);
     }
-    app.add_option(
-           "--layout", options.layout,
-           "use this file for the names of the fields in the server's records, in kivctl and the Python module")
-        ->option_text("FILE")
-        ->check(simulator::File());
+    CLI::Option* const layout =
+        app.add_option(
+               "--layout", options.layout,
+               "use this file for the names of the fields in the server's records, in kivctl and the Python module")
+            ->option_text("FILE")
+            ->check(simulator::File());
     CLI::Option* const list = app.add_flag("--list", options.list, "print the running sandboxes that have a name");
     CLI::Option* const printAddress = app.add_flag(
         "--print-address", options.printAddress,
         "print the address of the bus: to stderr before the command runs, or with --list");
-    // Lists run nothing on which another option could have an effect.
+    app.add_flag("--page", options.page, "show the home and the messages on the bus live in a browser");
+    CLI::Option* const show =
+        app.add_option("--show", options.show, "show what --record wrote in a browser")->option_text("FILE");
+    // Lists and recordings run nothing on which another option could have an effect.
     for (CLI::Option* const option : app.get_options(isOwn)) {
         if (option != listScenarios) {
             listScenarios->excludes(option);
@@ -632,11 +683,14 @@ int Main(int argc, char** argv)
         if (option != list && option != printAddress) {
             list->excludes(option);
         }
+        if (option != show && option != layout) {
+            show->excludes(option);
+        }
     }
     simulator::RefuseOptionsAsValues(app);
     try {
         app.parse(argc, argv);
-        options.command = Command(app, options.listScenarios || options.list);
+        options.command = Command(app, options.listScenarios || options.list || !options.show.empty());
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kSandboxFailed;
     }
@@ -653,8 +707,14 @@ int Main(int argc, char** argv)
             PrintSandboxes(options.printAddress);
             return EXIT_SUCCESS;
         }
+        if (!options.show.empty()) {
+            SetEnvironment(options, {});
+            std::vector<std::string> command = PageCommand();
+            command.push_back(options.show);
+            Execute(command);
+        }
         if (!options.join.empty()) {
-            JoinSandbox(options);
+            return JoinSandbox(options);
         }
         return RunInSandbox(options);
     } catch (const CommandError& error) {

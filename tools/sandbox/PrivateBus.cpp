@@ -147,6 +147,11 @@ void PrivateBus::Resume()
     keeper_->Signal(SIGCONT);
 }
 
+int PrivateBus::Fd() const
+{
+    return keeper_->Fd();
+}
+
 void PrivateBus::Start()
 {
     Kill();

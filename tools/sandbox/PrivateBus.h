@@ -45,6 +45,8 @@ public:
     void Kill();
     // Resumes a daemon that was stopped by SIGSTOP.
     void Resume();
+    // Readable when the daemon has ended. Not valid after Kill().
+    int Fd() const;
     // Starts the daemon again, on the same address. A daemon that still runs is killed first.
     void Start();
 

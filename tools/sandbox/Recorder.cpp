@@ -1,7 +1,6 @@
 #include "Recorder.h"
 
 #include "simulator/JsonNode.h"
-#include "simulator/Recording.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -22,29 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view kClientInterface = "org.lumra.tv.networkspeaker.client.interface.";
-
-// Returns the body with types, so that reading the text gives the same value.
-std::string BodyWithTypes(const Message& message)
-{
-    if (!message.body) {
-        return "()";
-    }
-    char* text = g_variant_print(message.body.get(), TRUE);
-    std::string copy = text;
-    g_free(text);
-    return copy;
-}
-
-// Returns the text of an error, which is its first value.
-std::string ErrorText(const Message& message)
-{
-    if (!message.body || !message.signature.starts_with('s')) {
-        return "";
-    }
-    const char* text = nullptr;
-    g_variant_get_child(message.body.get(), 0, "&s", &text);
-    return text;
-}
 
 [[noreturn]] void ThrowFileError(const fs::path& file, int error)
 {
@@ -78,6 +54,31 @@ fs::path MakeFileBeside(const fs::path& file)
 
 } // namespace
 
+std::optional<simulator::RecordedLine> RecordedMessages::Line(const Message& message, bool isCall)
+{
+    simulator::RecordedLine line;
+    if (IsAnswer(message)) {
+        line.answer = open_.Take(message);
+        if (!line.answer) {
+            return std::nullopt;
+        }
+        line.error = message.errorName;
+        (line.error.empty() ? line.values : line.message) =
+            line.error.empty() ? message.TypedBodyText() : message.ErrorText();
+        return line;
+    }
+    const bool isEvent = message.interface.starts_with(kClientInterface);
+    if (!isCall && (!isEvent || message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL)) {
+        return std::nullopt;
+    }
+    (isEvent ? line.event : line.call) = ++lastNumber_;
+    line.client = isEvent ? message.interface.substr(kClientInterface.size()) : "";
+    line.method = message.member;
+    line.arguments = message.TypedBodyText();
+    open_.Add(message, lastNumber_);
+    return line;
+}
+
 Recorder::Recorder(const std::string& file) : name_(file)
 {
     // A pipe or a device is written to directly. If the file is a symbolic link, the file to which it leads is
@@ -103,36 +104,14 @@ Recorder::~Recorder()
 
 void Recorder::Add(const Message& message)
 {
-    simulator::RecordedLine line;
-    if (IsAnswer(message)) {
-        line.answer = open_.Take(message);
-        if (!line.answer) {
-            return;
-        }
-        line.error = message.errorName;
-        (line.error.empty() ? line.values : line.message) =
-            line.error.empty() ? BodyWithTypes(message) : ErrorText(message);
-        Write(line);
+    auto line = messages_.Line(message, IsServerCall(message));
+    if (!line) {
         return;
     }
-    const bool isEvent = message.interface.starts_with(kClientInterface);
-    if (!IsServerCall(message) && (!isEvent || message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL)) {
-        return;
-    }
-    (isEvent ? line.event : line.call) = ++lastNumber_;
-    line.client = isEvent ? message.interface.substr(kClientInterface.size()) : "";
-    line.method = message.member;
-    line.arguments = BodyWithTypes(message);
-    open_.Add(message, lastNumber_);
-    Write(line);
-}
-
-void Recorder::Write(simulator::RecordedLine line)
-{
     const auto elapsed = std::chrono::steady_clock::now() - start_;
-    line.ms = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
+    line->ms = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count();
     // Each line is flushed, so that the partial file has all lines, however the sandbox ends.
-    file_ << simulator::WriteLine(line) << std::endl;
+    file_ << simulator::WriteLine(*line) << std::endl;
 }
 
 std::string Recorder::Finish(bool hasFailed)
@@ -141,7 +120,7 @@ std::string Recorder::Finish(bool hasFailed)
     if (!file_) {
         throw std::runtime_error(fmt::format("{}: cannot be written", name_));
     }
-    const bool isEmpty = lastNumber_ == 0;
+    const bool isEmpty = messages_.AreNone();
     std::string complaint =
         isEmpty ? fmt::format("kiv-sandbox: {}: the recording is empty: no call was made\n", name_) : "";
     if (part_.empty()) {

@@ -1,18 +1,29 @@
 #pragma once
 
 #include "OpenCalls.h"
+#include "simulator/Recording.h"
 
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 
-namespace kiv::simulator {
-struct RecordedLine;
-}
-
 namespace kiv::sandbox {
+
+// Makes the lines of a recording from the messages on a bus. Must get every message, in the order of the bus.
+class RecordedMessages {
+public:
+    // Returns the line, without its time, of an event, of a call that is to be recorded, and of the answer to either.
+    // Returns nothing for other messages. The caller says whether a message is such a call.
+    std::optional<simulator::RecordedLine> Line(const Message& message, bool isCall);
+    bool AreNone() const { return lastNumber_ == 0; }
+
+private:
+    std::int64_t lastNumber_ = 0;
+    OpenCalls<std::int64_t> open_;
+};
 
 // Records the messages between the library and the server, one in each line: calls, events, and the answers to both.
 // Must get every message, in the order of the bus. Throws FileError if the file cannot be written.
@@ -33,15 +44,12 @@ public:
     std::string Finish(bool hasFailed);
 
 private:
-    void Write(simulator::RecordedLine line);
-
     std::string name_;
     std::filesystem::path target_;
     std::filesystem::path part_; // empty if no file is replaced
     std::ofstream file_;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    std::int64_t lastNumber_ = 0;
-    OpenCalls<std::int64_t> open_;
+    RecordedMessages messages_;
 };
 
 } // namespace kiv::sandbox

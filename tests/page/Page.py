@@ -1,0 +1,128 @@
+"""Runs a sandbox with a page, and sends requests to it."""
+
+from __future__ import annotations
+
+import contextlib
+import http.client
+import json
+import os
+import re
+import subprocess
+import threading
+import time
+import urllib.parse
+from collections.abc import Callable, Iterator
+from typing import Any
+
+PROGRAM = os.environ["KIV_SANDBOX"]
+LONGEST_WAIT = 30
+
+
+def wait_for(condition: Callable[[], Any], what: str, limit: float = LONGEST_WAIT) -> Any:
+    """Waits until the condition returns a true value, and returns that."""
+    end = time.monotonic() + limit
+    while not (value := condition()):
+        assert time.monotonic() < end, f"waited {limit} s for {what}"
+        time.sleep(0.01)
+    return value
+
+
+class Page:
+    """A running kiv-sandbox that has printed the address of its page."""
+
+    def __init__(self, process: subprocess.Popen[str]) -> None:
+        self.process = process
+        self.errors: list[str] = []
+        self._reader = threading.Thread(target=self._read, daemon=True)
+        self._reader.start()
+        self.address = wait_for(self._find_address, "the address of the page")
+        self.parts = urllib.parse.urlsplit(self.address)
+
+    def _read(self) -> None:
+        assert self.process.stderr is not None
+        for line in self.process.stderr:
+            self.errors.append(line)
+
+    def _find_address(self) -> str | None:
+        assert self.process.poll() is None or self.errors, "the sandbox has ended"
+        found = re.search(r"the page is (http://\S+)", "".join(self.errors))
+        return found and found[1]
+
+    def say(self, line: str) -> None:
+        """Makes the shell in the sandbox run a line."""
+        assert self.process.stdin is not None
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
+    def run(self, line: str) -> str:
+        """Runs a line in the shell, and returns its output."""
+        assert self.process.stdout is not None
+        self.say(f"{line}; echo; echo --- done")
+        printed = []
+        while (read := self.process.stdout.readline()) != "--- done\n":
+            assert read, "the shell has ended"
+            printed.append(read)
+        return "".join(printed).strip()
+
+    def send(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> http.client.HTTPConnection:
+        """Sends a request. A header that is None is left out."""
+        connection = http.client.HTTPConnection(self.parts.hostname or "", self.parts.port, timeout=LONGEST_WAIT)
+        given = {"Host": self.parts.netloc, "Origin": f"http://{self.parts.netloc}" if method == "POST" else None, **headers}
+        connection.putrequest(method, self.parts.path + path if not path.startswith("/") else path, skip_host=True)
+        for name, value in given.items():
+            if value is not None:
+                connection.putheader(name.replace("_", "-"), value)
+        if body is not None:
+            connection.putheader("Content-Length", str(len(body.encode())))
+        connection.endheaders(body.encode() if body is not None else None)
+        return connection
+
+    def ask(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> Any:
+        """Sends a request, and returns the answer."""
+        return self.send(path, method, body, **headers).getresponse()
+
+    def control(self, *words: str) -> dict[str, Any]:
+        """Sends the request of a button."""
+        response = self.ask("control", "POST", json.dumps(words))
+        assert response.status == 200, response.status
+        return json.loads(response.read())
+
+    def events(self, **headers: str) -> Iterator[dict[str, Any]]:
+        """Yields each line and each state that a viewer gets."""
+        response = self.ask("events", **headers)
+        assert response.status == 200, response.status
+        end = time.monotonic() + LONGEST_WAIT
+        for line in response:
+            assert time.monotonic() < end, "the awaited line did not arrive"
+            if line.startswith(b"data: "):
+                yield json.loads(line[len(b"data: ") :])
+
+    def child(self, name: str) -> int:
+        """Returns the id of a process of the sandbox that runs this program."""
+        for pid in filter(str.isdigit, os.listdir("/proc")):
+            with contextlib.suppress(OSError):
+                with open(f"/proc/{pid}/comm", encoding="utf-8") as comm, open(f"/proc/{pid}/environ", "rb") as environ:
+                    if comm.read().strip() == name[:15] and f"KIV_PAGE_TEST={self.process.pid}".encode() in environ.read():
+                        return int(pid)
+        raise AssertionError(f"no process {name}")
+
+
+@contextlib.contextmanager
+def sandbox(*options: str, command: tuple[str, ...] = ("sh", "-s"), **environment: str) -> Iterator[Page]:
+    """Runs a sandbox with a page, and a shell in it."""
+    process = subprocess.Popen(
+        ["sh", "-c", 'KIV_PAGE_TEST=$$ exec "$0" "$@"', PROGRAM, *options, *(("--", *command) if command else ())],
+        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, encoding="utf-8",
+        env={**os.environ, **environment}, start_new_session=True)
+    try:
+        yield Page(process)
+    finally:
+        assert process.stdin is not None
+        process.stdin.close()
+        if not command:
+            process.terminate()
+        try:
+            process.wait(LONGEST_WAIT)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            raise
