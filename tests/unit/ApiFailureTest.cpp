@@ -110,15 +110,10 @@ Function MinusOne(const std::string& name, const std::function<int()>& call)
     return {name, call, {}, {-1, {kCallError}}, {-1, {}}};
 }
 
-Function Flag(const std::string& name, bool (*call)(), const Lines& before = {}, const std::string& tag = "")
+Function Flag(const std::string& name, bool (*call)(), const Lines& before = {})
 {
-    const std::string answer = "I " + tag + "b" + (tag.empty() ? name : "EnableNetworkSpeaker") + "[0]";
-    return {
-        name,
-        [call] { return static_cast<int>(call()); },
-        before,
-        {0, {"E " + tag + "MethodCall Error"}},
-        {0, {answer}}};
+    const auto flag = [call] { return static_cast<int>(call()); };
+    return {name, flag, before, {0, {"E MethodCall Error"}}, {0, {"I b" + name + "[0]"}}};
 }
 
 int ConnectionType()
@@ -212,7 +207,11 @@ const Function kFunctions[] = {
      {80, {kCallError, kNoSettingMode, kNotMultiroom}},
      {80, {kNoSettingMode, kNotMultiroom}}},
     Flag("CanEnterTavrinSettings", CanEnterTavrinSettings),
-    Flag("FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker, {"D [NAM_API] Enter"}, "[NAM_API] "),
+    {"FlagEnableNetworkSpeaker",
+     [] { return static_cast<int>(FlagEnableNetworkSpeaker()); },
+     {"D [NAM_API] Enter"},
+     {0, {kCallError}},
+     {0, {"I [NAM_API] bEnableNetworkSpeaker[0]"}}},
 };
 
 class UnansweredTest : public ApiFailureTest, public ::testing::WithParamInterface<Function> {
@@ -297,9 +296,9 @@ Allocation ConnectionTypes(const std::string& name, std::size_t speakers)
 
 Allocation Volumes(const std::string& name, void (*call)(const std::vector<STNetSpkConfig>&), std::size_t speakers = 3)
 {
-    return {name, [=] { return call(std::vector<STNetSpkConfig>(speakers)), 0; },
-            0,    {"E [NAM_API] calloc(" + std::to_string(speakers) + "*86) fail"},
-            {},   "TransformNetSpkList"};
+    const auto ofList = [=] { return call(std::vector<STNetSpkConfig>(speakers)), 0; };
+    const std::string line = "E [NAM_API] calloc(" + std::to_string(speakers) + "*86) fail";
+    return {name, ofList, 0, {line}, {}, "TransformNetSpkList"};
 }
 
 const std::string kNoMac = "E calloc(NETSPK_MAC_LEN*sizeof(char)) fail";
