@@ -1,5 +1,5 @@
-#include "EventTest.h"
-#include "FailingMemory.h"
+#include "contract/EventTest.h"
+#include "contract/FailingMemory.h"
 
 #include <cstdint>
 #include <cstring>
@@ -7,30 +7,25 @@
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 namespace {
 
-class AllocationTest : public EventTest {};
+class AllocationTest : public Connected<EventTest> {};
 
 // Between its subscription and its last line, a registration allocates only its entry.
 TEST_F(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
 {
     char hall[] = "hall";
-    StartAndConnect();
     AtLine(kEnter, [&] { // of the query for the id
         AtLine(kEnter, [&] { g_untilFailure = 1; });
     });
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, hall), 0);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            Lines{"I register_atmos_support_cb: register vconf cb register_atmos_support_cb"} +
-            AnsweredLines("register_atmos_support_cb") +
-            Lines{"I register_atmos_support_cb: cregister_atmos_support_cb)"}));
+    ExpectLog(
+        Lines{"I register_atmos_support_cb: register vconf cb register_atmos_support_cb"} +
+        AnsweredLines("register_atmos_support_cb") + "I register_atmos_support_cb: cregister_atmos_support_cb)");
     EXPECT_EQ(std::exchange(g_untilFailure, 0), 0);
     EXPECT_THAT(CallsAfter(NAMSERVICE_ATMOS_STATE), IsEmpty());
     EXPECT_EQ(platform_log::Count("I NamNotifySubscriber: nothing to call"), 1U);
@@ -41,26 +36,21 @@ TEST_F(AllocationTest, ARegistrationWithoutMemoryIsDroppedWithoutAWord)
 
 TEST_F(AllocationTest, ASubscriptionWithoutMemoryIsAnErrorLineAndZero)
 {
-    StartAndConnect();
     const std::string line = "D SubscribeNamServiceCallback: a subscriber's name subscribe callback successful";
     AtLine(line, [] { g_untilFailure = 1; });
 
     EXPECT_EQ(SubscribeNamServiceCallback("a subscriber's name", Subscriber<'s'>), 0);
 
     EXPECT_EQ(std::exchange(g_untilFailure, 0), 0);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        (Lines{
-            "D SubscribeNamServiceCallback: Enter", "I SubscribeNamServiceCallback: >>> API Start ", kEnter, line,
-            "E SubscribeNamServiceCallback: [NAM_API] no memory for the subscriber a subscriber's name"}));
+    ExpectLog(
+        {"D SubscribeNamServiceCallback: Enter", StartLine("SubscribeNamServiceCallback"), kEnter, line,
+         "E SubscribeNamServiceCallback: [NAM_API] no memory for the subscriber a subscriber's name"});
     EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
 }
 
 // Three records, and not enough memory in one piece: a list asks for room for one, two and four records in turn.
-class GrowingListTest : public EventTest, public ::testing::WithParamInterface<std::size_t> {
+class GrowingListTest : public Connected<EventTest>, public ::testing::WithParamInterface<std::size_t> {
 protected:
-    GrowingListTest() { StartAndConnect(); }
-
     template <typename Record>
     static void LimitAtLine(const std::string& shortForm)
     {

@@ -7,18 +7,15 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <functional>
 
 namespace kiv::test {
-
-inline const std::string kEnter = "D MethodCall: [NAM_API] Enter";
 
 // A fault with which the server refuses a call, and the line that the log then has before the function's own line.
 inline const std::string kRefusal = "{'error': <'org.example.Refused'>, 'message': <'no'>}";
 
 inline std::string RefusedLine(const std::string& method)
 {
-    return "E MethodCall: [NAM_API] Error: method [" + method + "],[GDBus.Error:org.example.Refused: no]...";
+    return ErrorLine(method, "GDBus.Error:org.example.Refused: no");
 }
 
 // A fault with which the server dies in the call.
@@ -26,7 +23,7 @@ inline const std::string kDeath = "{'exit': <true>}";
 
 inline std::string DiedLine(const std::string& method)
 {
-    return "E MethodCall: [NAM_API] Error: method [" + method + "],[" + DeadServerError() + "]...";
+    return ErrorLine(method, DeadServerError());
 }
 
 // Checks that the line about a failed call has the time of the failure, and nothing else.
@@ -42,15 +39,15 @@ inline void ExpectTimed(const std::string& line, const std::string& function, st
     EXPECT_LE(seconds, std::time(nullptr));
 }
 
-// Returns the line about a call that D-Bus has no message for.
-inline std::string UnsendableLine(const std::string& method, const std::string& reason)
+inline std::string MethodErrorLine(const std::string& function)
 {
-    return "E MethodCall: [NAM_API] Error: method [" + method + "],[" + reason + "]...";
+    return "E " + function + ": [NAM_API] MethodCall Error";
 }
 
+// Returns the line about a call that D-Bus has no message for.
 inline std::string TooLongLine(const std::string& method)
 {
-    return UnsendableLine(method, "an array of over 64 MiB, which D-Bus does not allow");
+    return ErrorLine(method, "an array of over 64 MiB, which D-Bus does not allow");
 }
 
 // The number of bytes that a D-Bus array can have.
@@ -60,14 +57,6 @@ inline constexpr std::size_t kLongestArray = 64 * 1024 * 1024;
 inline const unsigned char kMac[] = {0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4};
 inline const std::string kMacSent = "0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4";
 inline const std::string kMacLogged = "02:4b:49:56:7f:a4";
-
-// Returns the lines of a call on a device without the feature.
-inline Lines DisabledLines(const std::string& function)
-{
-    return {
-        "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
-        "E " + function + ": [NAM_API] GetWhetherKivDisabled failed"};
-}
 
 // A reply as GVariant text, and its type.
 struct WrongReply {
@@ -124,12 +113,10 @@ inline Lines NoBytesLines(const std::string& function, const std::string& method
 // Returns a byte array in the form that Sent() has for arguments.
 inline std::string BytesText(const std::vector<unsigned char>& bytes)
 {
-    GVariant* array = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1);
-    gchar* printed = g_variant_print(g_variant_ref_sink(array), FALSE);
-    std::string text(printed);
-    g_free(printed);
-    g_variant_unref(array);
-    return text;
+    g_autoptr(GVariant) array =
+        g_variant_ref_sink(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1));
+    g_autofree gchar* printed = g_variant_print(array, FALSE);
+    return printed;
 }
 
 // Returns the bytes of speakers, which lie back to back.
@@ -198,29 +185,22 @@ inline STNetSpkConfig Speaker(unsigned char seed)
 inline std::vector<unsigned char> Bytes(const ServerCall& call)
 {
     EXPECT_STREQ(g_variant_get_type_string(call.body.get()), "(ay)");
-    GVariant* array = g_variant_get_child_value(call.body.get(), 0);
+    g_autoptr(GVariant) array = g_variant_get_child_value(call.body.get(), 0);
     gsize count = 0;
     const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(array, &count, 1));
-    std::vector<unsigned char> bytes(data, data + count);
-    g_variant_unref(array);
-    return bytes;
+    return {data, data + count};
 }
 
 // Tests a function of the library with a server that runs.
-class ApiTest : public BusTest {
+class ApiTest : public Connected<BusTest> {
 protected:
-    explicit ApiTest(const sandbox::BusOptions& options = {}) : BusTest(options)
-    {
-        StartServer();
-        Connect();
-        connected_ = UniqueName();
-    }
+    explicit ApiTest(const sandbox::BusOptions& options = {}) : Connected(options) {}
 
     // Returns the lines that the function itself logged.
     static Lines Own(const std::string& function)
     {
         Lines lines = platform_log::OfFunction(function);
-        std::erase(lines, "I " + function + ": >>> API Start ");
+        std::erase(lines, StartLine(function));
         return lines;
     }
 
@@ -229,21 +209,6 @@ protected:
         Lines lines = Own(function);
         std::erase_if(lines, [](const std::string& line) { return !line.starts_with("E "); });
         return lines;
-    }
-
-    // Expects that the function checks its arguments only after it has read the device feature and reached the server.
-    void ExpectArgumentsLast(const std::string& function, const Lines& first, const std::function<void()>& call)
-    {
-        KillServer();
-        ForgetTrafficOnly();
-        call();
-        EXPECT_EQ(platform_log::OfTestThread(), first + UnreachableLines(function));
-
-        g_KivDisabled = true;
-        ForgetTrafficOnly();
-        call();
-        EXPECT_EQ(platform_log::OfTestThread(), first + DisabledLines(function));
-        EXPECT_THAT(Sent(), ::testing::IsEmpty());
     }
 
     // Expects that the server was reached, but no method was called.
@@ -257,7 +222,7 @@ protected:
     // still the same, and carries the next call.
     void ExpectNotCalled(const Lines& sentBefore = {})
     {
-        EXPECT_EQ(Sent(), (Lines{kOwnerQuery, IdQuery()} + sentBefore + Lines{kOwnerQuery}));
+        EXPECT_EQ(Sent(), (Lines{kOwnerQuery, IdQuery()} + sentBefore + kOwnerQuery));
         EXPECT_EQ(StopNetworkSpeaker(6), 6);
         EXPECT_EQ(UniqueName(), connected_);
     }
@@ -266,14 +231,14 @@ protected:
     // after.
     static Lines Logged(const std::string& function, const Lines& before, const Lines& after)
     {
-        return Lines{"I " + function + ": >>> API Start ", kEnter} + before + Lines{kEnter} + after;
+        return PrologueLines(function) + before + kEnter + after;
     }
 
 private:
     // Returns the name that the bus gave to the library's connection. Each connection gets another one.
     static std::string UniqueName() { return g_dbus_connection_get_unique_name(CNSGdbus::m_pInstance->m_pConnection); }
 
-    std::string connected_;
+    const std::string connected_ = UniqueName();
 };
 
 } // namespace kiv::test

@@ -1,19 +1,16 @@
-#include "EventTest.h"
-
-#include <unistd.h>
+#include "contract/EventTest.h"
+#include "contract/RequestTest.h"
 
 #include <atomic>
 #include <stdexcept>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 namespace atmos_test {
 namespace {
 
-constexpr const char* kQuery = "kiv_is_receiver_atmos";
 constexpr const char* kRegister = "register_atmos_support_cb";
 constexpr const char* kUnregister = "unregister_atmos_support_cb";
 constexpr const char* kSubscribe = "SubscribeNamServiceCallback";
@@ -22,17 +19,6 @@ constexpr const char* kUnsubscribe = "UnsubscribeNamServiceCallback";
 char g_hall[] = "hall";
 char g_loft[] = "loft";
 
-std::string WithPid(const char* method)
-{
-    return std::string(method) + "(" + std::to_string(getpid()) + ")";
-}
-
-std::string MethodErrorLine(const char* function)
-{
-    return std::string("E ") + function + ": [NAM_API] MethodCall Error";
-}
-
-const Lines kQueryEnter = {"I kiv_is_receiver_atmos: [NAM_API] Enter"};
 const Lines kFirst = {"I register_atmos_support_cb: register vconf cb register_atmos_support_cb"};
 const Lines kRegistered = {"I register_atmos_support_cb: cregister_atmos_support_cb)"};
 const Lines kLast = {"I unregister_atmos_support_cb: unregister vconf cb for panel_display_time"};
@@ -40,139 +26,90 @@ const Lines kUnregistered = {"I unregister_atmos_support_cb: cb for panel_displa
 const std::string kNothingToCall = "I NamNotifySubscriber: nothing to call";
 const std::string kCall = "I NamNotifySubscriber: call cb";
 
-class AtmosQueryTest : public EventTest {};
-
 class AtmosTest : public EventTest {
 protected:
     Lines CallsAfterAtmosEvent() { return CallsAfter(NAMSERVICE_ATMOS_STATE); }
 };
 
-class AtmosRegisterTest : public AtmosTest {};
-class AtmosUnregisterTest : public AtmosTest {};
-class AtmosEventTest : public AtmosTest {};
+class OfflineAtmosRegisterTest : public AtmosTest {};
+class AtmosRegisterTest : public Connected<AtmosTest> {};
+class OfflineAtmosUnregisterTest : public AtmosTest {};
+class AtmosEventTest : public Connected<AtmosTest> {};
+
+// The tests begin with a registered callback.
+class AtmosUnregisterTest : public Connected<AtmosTest> {
+protected:
+    AtmosUnregisterTest()
+    {
+        EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), 0);
+        ForgetTraffic();
+    }
+};
 
 // --- kiv_is_receiver_atmos ---
 
-TEST_F(AtmosQueryTest, ReturnsAndLogsTheServersAnswer)
+const Request kQuery = {
+    .name = "kiv_is_receiver_atmos",
+    .call = [] { return static_cast<int>(kiv_is_receiver_atmos()); },
+    .sent = "kiv_is_receiver_atmos()",
+    .replyType = "(b)",
+    .answered =
+        [](int answer) { return Lines{"I kiv_is_receiver_atmos: return value[" + std::to_string(answer) + "]"}; },
+    .preset = 0,
+    .failed = {MethodErrorLine("kiv_is_receiver_atmos")},
+    .failure = 0,
+    .first = {"I kiv_is_receiver_atmos: [NAM_API] Enter"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Atmos, RequestTest, ::testing::Values(kQuery), NameOf());
+
+TEST_F(AtmosEventTest, TheQueryFollowsTheReceiver)
 {
-    StartAndConnect();
-    control_.SetFault(kQuery, "{'reply': <(true,)>}");
-
-    EXPECT_TRUE(kiv_is_receiver_atmos());
-
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall("kiv_is_receiver_atmos()")));
-    EXPECT_EQ(SentMessages().back().signature, "");
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(kQueryEnter + AnsweredLines(kQuery) + Lines{"I kiv_is_receiver_atmos: return value[1]"}));
-}
-
-TEST_F(AtmosQueryTest, ANoIsAnAnswer)
-{
-    StartAndConnect();
-    control_.SetFault(kQuery, "{'reply': <(false,)>}");
-    EXPECT_FALSE(kiv_is_receiver_atmos());
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(kQueryEnter + AnsweredLines(kQuery) + Lines{"I kiv_is_receiver_atmos: return value[0]"}));
-}
-
-TEST_F(AtmosQueryTest, FollowsTheReceiver)
-{
-    StartAndConnect();
     control_.SetAtmos(true);
     EXPECT_TRUE(kiv_is_receiver_atmos());
     control_.SetAtmos(false);
     EXPECT_FALSE(kiv_is_receiver_atmos());
 }
 
-TEST_F(AtmosQueryTest, ARefusedCallIsANo)
-{
-    StartAndConnect();
-    control_.SetAtmos(true);
-    control_.SetFault(kQuery, kRefusal);
-    EXPECT_FALSE(kiv_is_receiver_atmos());
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(kQueryEnter + AnsweredLines(kQuery) + Lines{RefusedLine(kQuery), MethodErrorLine(kQuery)}));
-}
-
-TEST_F(AtmosQueryTest, AReplyOfAnotherTypeIsANo)
-{
-    StartAndConnect();
-    control_.SetFault(kQuery, "{'reply': <(1,)>}");
-    EXPECT_FALSE(kiv_is_receiver_atmos());
-    EXPECT_EQ(platform_log::Count(WrongTypeLine(kQuery, kQuery, "(b)", "(i)")), 1U);
-}
-
-TEST_F(AtmosQueryTest, OnADisabledDevice)
-{
-    feature::Set(false);
-    EXPECT_FALSE(kiv_is_receiver_atmos());
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kQueryEnter + DisabledLines(kQuery)));
-    EXPECT_THAT(Sent(), IsEmpty());
-}
-
-TEST_F(AtmosQueryTest, WithoutAServer)
-{
-    ReadFeature();
-    EXPECT_FALSE(kiv_is_receiver_atmos());
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kQueryEnter + UnreachableLines(kQuery)));
-}
-
-TEST_F(AtmosQueryTest, StartsAnAbsentServer)
-{
-    MakeServerActivatable();
-    kiv_is_receiver_atmos();
-    EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection", "check_dbus_connection", kQuery));
-}
-
 // --- register_atmos_support_cb ---
 
 TEST_F(AtmosRegisterTest, SubscribesWithTheServer)
 {
-    StartAndConnect();
-
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), 0);
 
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kSubscribe))));
-    EXPECT_EQ(SentMessages().back().signature, "i");
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFirst + AnsweredLines(kRegister) + kRegistered));
+    ExpectSent(WithPid(kSubscribe), "i");
+    ExpectLog(kFirst + AnsweredLines(kRegister) + kRegistered);
     EXPECT_EQ(client_.m_strClientName, ClientId());
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
 }
 
 TEST_F(AtmosRegisterTest, OnlyTheFirstLogsThatTheListWasEmpty)
 {
-    StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     ForgetTraffic();
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'g'>, g_hall), 0);
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(AnsweredLines(kRegister) + kRegistered));
+    ExpectLog(AnsweredLines(kRegister) + kRegistered);
 }
 
-TEST_F(AtmosRegisterTest, ANullCallbackIsRefused)
+TEST_F(OfflineAtmosRegisterTest, ANullCallbackIsRefused)
 {
     EXPECT_EQ(register_atmos_support_cb(nullptr, g_hall), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("I register_atmos_support_cb: invalid input\n"));
+    ExpectLog({"I register_atmos_support_cb: invalid input\n"});
     EXPECT_EQ(feature::Reads(), 0);
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
 TEST_F(AtmosRegisterTest, TheSecondOfACallbackIsRefusedAfterItsSubscription)
 {
-    StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     ForgetTraffic();
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_loft), -1);
 
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kSubscribe))));
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(AnsweredLines(kRegister) + Lines{"I register_atmos_support_cb: already registered cb "}));
+    ExpectSent(WithPid(kSubscribe), "i");
+    ExpectLog(AnsweredLines(kRegister) + "I register_atmos_support_cb: already registered cb ");
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
 }
 
@@ -180,7 +117,6 @@ TEST_F(AtmosRegisterTest, TheSecondOfACallbackIsRefusedAfterItsSubscription)
 // to processes whose count is above 0.
 TEST_F(AtmosRegisterTest, RegisteringAgainRenewsTheRequestAtANewServer)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("tv", Subscriber<'s'>);
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     KillServer();
@@ -202,60 +138,47 @@ TEST_F(AtmosRegisterTest, RegisteringAgainRenewsTheRequestAtANewServer)
 
 TEST_F(AtmosRegisterTest, ARefusedSubscriptionReturnsZeroAndRegistersNothing)
 {
-    StartAndConnect();
     control_.SetFault(kSubscribe, kRefusal);
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), 0);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            kFirst + AnsweredLines(kRegister) + Lines{RefusedLine(kSubscribe), MethodErrorLine(kRegister)}));
+    ExpectLog(kFirst + AnsweredLines(kRegister) + RefusedLine(kSubscribe) + MethodErrorLine(kRegister));
     EXPECT_THAT(CallsAfterAtmosEvent(), IsEmpty());
     EXPECT_EQ(platform_log::Count(kNothingToCall), 1U);
 }
 
 TEST_F(AtmosRegisterTest, AServerThatDiesOfTheCallIsNoFailureEither)
 {
-    StartAndConnect();
-    control_.SetFault(kSubscribe, "{'exit': <true>}");
+    control_.SetFault(kSubscribe, kDeath);
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), 0);
     EXPECT_EQ(platform_log::OfTestThread().back(), MethodErrorLine(kRegister));
 }
 
 TEST_F(AtmosRegisterTest, AdoptsAnotherClientName)
 {
-    StartAndConnect();
     control_.SetFault(kSubscribe, "{'reply': <('tv_other',)>}");
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), 0);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            kFirst + AnsweredLines(kRegister) + Lines{AdoptionLine(kRegister, ClientId(), "tv_other")} + kRegistered));
+    ExpectLog(kFirst + AnsweredLines(kRegister) + AdoptionLine(kRegister, ClientId(), "tv_other") + kRegistered);
     EXPECT_EQ(client_.m_strClientName, "tv_other");
 }
 
 TEST_F(AtmosRegisterTest, AReplyOfAnotherTypeIsLoggedAndAdoptsNothing)
 {
-    StartAndConnect();
     control_.SetFault(kSubscribe, "{'reply': <(5,)>}");
 
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), 0);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAreArray(
-                                          kFirst + AnsweredLines(kRegister) +
-                                          Lines{WrongTypeLine(kRegister, kSubscribe, "(s)", "(i)")} + kRegistered));
+    ExpectLog(kFirst + AnsweredLines(kRegister) + WrongTypeLine(kRegister, kSubscribe, "(s)", "(i)") + kRegistered);
     EXPECT_EQ(client_.m_strClientName, ClientId());
 }
 
-TEST_F(AtmosRegisterTest, OnADisabledDevice)
+TEST_F(OfflineAtmosRegisterTest, OnADisabledDevice)
 {
     feature::Set(false);
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFirst + DisabledLines(kRegister)));
+    ExpectLog(kFirst + DisabledLines(kRegister));
     EXPECT_THAT(Sent(), IsEmpty());
 
     g_KivDisabled = false;
@@ -263,11 +186,11 @@ TEST_F(AtmosRegisterTest, OnADisabledDevice)
     EXPECT_THAT(CallsAfterAtmosEvent(), IsEmpty());
 }
 
-TEST_F(AtmosRegisterTest, WithoutAServer)
+TEST_F(OfflineAtmosRegisterTest, WithoutAServer)
 {
     ReadFeature();
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'f'>, g_hall), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFirst + UnreachableLines(kRegister)));
+    ExpectLog(kFirst + UnreachableLines(kRegister));
 
     StartAndConnect();
     EXPECT_THAT(CallsAfterAtmosEvent(), IsEmpty());
@@ -277,158 +200,114 @@ TEST_F(AtmosRegisterTest, WithoutAServer)
 
 TEST_F(AtmosUnregisterTest, TellsTheServerAndEndsTheCalls)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
-    ForgetTraffic();
-
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), 0);
 
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kUnsubscribe))));
-    EXPECT_EQ(SentMessages().back().signature, "i");
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(AnsweredLines(kUnregister) + kLast + kUnregistered));
+    ExpectSent(WithPid(kUnsubscribe), "i");
+    ExpectLog(AnsweredLines(kUnregister) + kLast + kUnregistered);
     EXPECT_THAT(CallsAfterAtmosEvent(), IsEmpty());
     EXPECT_THAT(DispatchLines(), ElementsAre(kNothingToCall));
 }
 
 TEST_F(AtmosUnregisterTest, OnlyTheLastLogsThatTheListIsEmpty)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     register_atmos_support_cb(AtmosReceiver<'g'>, g_hall);
     register_atmos_support_cb(AtmosReceiver<'h'>, g_loft);
     ForgetTraffic();
 
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'g'>), 0);
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(AnsweredLines(kUnregister) + kUnregistered));
+    ExpectLog(AnsweredLines(kUnregister) + kUnregistered);
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)", "h(1, loft)"));
 }
 
-TEST_F(AtmosUnregisterTest, ANullCallbackIsRefusedWhateverTheList)
+TEST_F(OfflineAtmosUnregisterTest, ANullCallbackIsRefusedWhateverTheList)
 {
     EXPECT_EQ(unregister_atmos_support_cb(nullptr), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("I unregister_atmos_support_cb: invalid input"));
+    ExpectLog({"I unregister_atmos_support_cb: invalid input"});
     EXPECT_EQ(feature::Reads(), 0);
 
     StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     ForgetTraffic();
-
     EXPECT_EQ(unregister_atmos_support_cb(nullptr), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("I unregister_atmos_support_cb: invalid input"));
+    ExpectLog({"I unregister_atmos_support_cb: invalid input"});
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
-TEST_F(AtmosUnregisterTest, AnEmptyListIsRefusedBeforeAnythingElse)
+TEST_F(OfflineAtmosUnregisterTest, AnEmptyListIsRefusedBeforeAnythingElse)
 {
     feature::Set(false);
     StartServer();
     trace_->Clear();
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), -1);
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre("I unregister_atmos_support_cb: callback list is not initialized yet"));
+    ExpectLog({"I unregister_atmos_support_cb: callback list is not initialized yet"});
     EXPECT_EQ(feature::Reads(), 0);
     EXPECT_THAT(trace_->Messages(), IsEmpty());
 }
 
 TEST_F(AtmosUnregisterTest, AListThatHasBecomeEmptyIsRefusedToo)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     unregister_atmos_support_cb(AtmosReceiver<'f'>);
     ForgetTraffic();
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), -1);
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre("I unregister_atmos_support_cb: callback list is not initialized yet"));
+    ExpectLog({"I unregister_atmos_support_cb: callback list is not initialized yet"});
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
 TEST_F(AtmosUnregisterTest, AnUnknownCallbackIsRefusedAfterTheServerWasTold)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
-    ForgetTraffic();
-
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'g'>), -1);
 
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kUnsubscribe))));
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(AnsweredLines(kUnregister) + Lines{"I unregister_atmos_support_cb: not registered cb"}));
+    ExpectSent(WithPid(kUnsubscribe), "i");
+    ExpectLog(AnsweredLines(kUnregister) + "I unregister_atmos_support_cb: not registered cb");
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
 }
 
 TEST_F(AtmosUnregisterTest, ARefusedCallLeavesTheRegistration)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     control_.SetFault(kUnsubscribe, kRefusal);
-    ForgetTraffic();
 
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), -1);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(AnsweredLines(kUnregister) + Lines{RefusedLine(kUnsubscribe), MethodErrorLine(kUnregister)}));
+    ExpectLog(AnsweredLines(kUnregister) + RefusedLine(kUnsubscribe) + MethodErrorLine(kUnregister));
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
 }
 
 TEST_F(AtmosUnregisterTest, AdoptsAnotherClientName)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     control_.SetFault(kUnsubscribe, "{'reply': <('tv_other',)>}");
-    ForgetTraffic();
 
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), 0);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            AnsweredLines(kUnregister) + Lines{AdoptionLine(kUnregister, ClientId(), "tv_other")} + kLast +
-            kUnregistered));
+    ExpectLog(AnsweredLines(kUnregister) + AdoptionLine(kUnregister, ClientId(), "tv_other") + kLast + kUnregistered);
     EXPECT_EQ(client_.m_strClientName, "tv_other");
 }
 
 TEST_F(AtmosUnregisterTest, AReplyOfAnotherTypeIsLoggedAndAdoptsNothing)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     control_.SetFault(kUnsubscribe, "{'reply': <'()'>}");
-    ForgetTraffic();
 
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), 0);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            AnsweredLines(kUnregister) + Lines{WrongTypeLine(kUnregister, kUnsubscribe, "(s)", "()")} + kLast +
-            kUnregistered));
+    ExpectLog(
+        AnsweredLines(kUnregister) + WrongTypeLine(kUnregister, kUnsubscribe, "(s)", "()") + kLast + kUnregistered);
     EXPECT_EQ(client_.m_strClientName, ClientId());
 }
 
 TEST_F(AtmosUnregisterTest, OnADisabledDeviceTheRegistrationStays)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
-    ForgetTraffic();
     g_KivDisabled = true;
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(DisabledLines(kUnregister)));
+    ExpectLog(DisabledLines(kUnregister));
     EXPECT_THAT(Sent(), IsEmpty());
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
 }
 
 TEST_F(AtmosUnregisterTest, WithoutAServerTheRegistrationStays)
 {
-    StartAndConnect();
-    register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
-    ForgetTraffic();
     KillServer();
     EXPECT_EQ(unregister_atmos_support_cb(AtmosReceiver<'f'>), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(UnreachableLines(kUnregister)));
+    ExpectLog(UnreachableLines(kUnregister));
     StartServer();
     StopNetworkSpeaker(0);
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
@@ -438,7 +317,6 @@ TEST_F(AtmosUnregisterTest, WithoutAServerTheRegistrationStays)
 
 TEST_F(AtmosEventTest, CallsInTheOrderOfRegistrationAndBeforeTheSubscribers)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'s'>);
     register_atmos_support_cb(AtmosReceiver<'h'>, g_hall);
     register_atmos_support_cb(AtmosReceiver<'f'>, g_loft);
@@ -451,7 +329,6 @@ TEST_F(AtmosEventTest, CallsInTheOrderOfRegistrationAndBeforeTheSubscribers)
 
 TEST_F(AtmosEventTest, SaysOneWhateverTheEventsData)
 {
-    StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     Notify(NAMSERVICE_ATMOS_STATE, {0, 0, 0, 0});
     EXPECT_THAT(Callbacks::TakeCalls(), ElementsAre("f(1, hall)"));
@@ -459,7 +336,6 @@ TEST_F(AtmosEventTest, SaysOneWhateverTheEventsData)
 
 TEST_F(AtmosEventTest, OtherEventsCallNone)
 {
-    StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     ForgetTraffic();
     EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
@@ -469,7 +345,6 @@ TEST_F(AtmosEventTest, OtherEventsCallNone)
 
 TEST_F(AtmosEventTest, WithoutRegistrationsThereIsNothingToCallButTheSubscribers)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'s'>);
     ForgetTraffic();
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("s(33685544, 0)"));
@@ -478,7 +353,6 @@ TEST_F(AtmosEventTest, WithoutRegistrationsThereIsNothingToCallButTheSubscribers
 
 TEST_F(AtmosEventTest, UserDataMayBeNull)
 {
-    StartAndConnect();
     static void* received = g_hall;
     register_atmos_support_cb(
         [](int, void* userData) {
@@ -492,7 +366,6 @@ TEST_F(AtmosEventTest, UserDataMayBeNull)
 
 TEST_F(AtmosEventTest, ComesOnTheMonitorThread)
 {
-    StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     std::atomic<bool> isMonitorThread = false;
     Callbacks::Do('f', [&] { isMonitorThread = pthread_equal(pthread_self(), client_.m_MonitorThread) != 0; });
@@ -502,7 +375,6 @@ TEST_F(AtmosEventTest, ComesOnTheMonitorThread)
 
 TEST_F(AtmosEventTest, ARegistrationRemovedBeforeItsTurnIsNotCalled)
 {
-    StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     register_atmos_support_cb(AtmosReceiver<'g'>, g_hall);
     register_atmos_support_cb(AtmosReceiver<'h'>, g_hall);
@@ -514,7 +386,6 @@ TEST_F(AtmosEventTest, ARegistrationRemovedBeforeItsTurnIsNotCalled)
 
 TEST_F(AtmosEventTest, ARegistrationMayEndItself)
 {
-    StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     register_atmos_support_cb(AtmosReceiver<'g'>, g_hall);
     Callbacks::Do('f', [] { unregister_atmos_support_cb(AtmosReceiver<'f'>); });
@@ -524,7 +395,6 @@ TEST_F(AtmosEventTest, ARegistrationMayEndItself)
 
 TEST_F(AtmosEventTest, ARegistrationMadeFromWithinIsCalledFromTheNextEventOn)
 {
-    StartAndConnect();
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     Callbacks::Do('f', [] { register_atmos_support_cb(AtmosReceiver<'g'>, g_loft); });
     EXPECT_THAT(CallsAfterAtmosEvent(), ElementsAre("f(1, hall)"));
@@ -533,7 +403,6 @@ TEST_F(AtmosEventTest, ARegistrationMadeFromWithinIsCalledFromTheNextEventOn)
 
 TEST_F(AtmosEventTest, SubscribersMayBeRemovedFromWithin)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'s'>);
     SubscribeNamServiceCallback("b", Subscriber<'t'>);
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
@@ -543,7 +412,6 @@ TEST_F(AtmosEventTest, SubscribersMayBeRemovedFromWithin)
 
 TEST_F(AtmosEventTest, ACallbackMayCallTheServer)
 {
-    StartAndConnect();
     control_.SetAtmos(true); // before a subscriber can receive the event
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     std::atomic<bool> supported = false;
@@ -554,7 +422,6 @@ TEST_F(AtmosEventTest, ACallbackMayCallTheServer)
 
 TEST_F(AtmosEventTest, ACallbackThatThrowsCostsALineAndNothingElse)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'s'>);
     register_atmos_support_cb(AtmosReceiver<'f'>, g_hall);
     register_atmos_support_cb(AtmosReceiver<'g'>, g_hall);

@@ -1,4 +1,4 @@
-#include "RequestTest.h"
+#include "contract/RequestTest.h"
 
 #include <algorithm>
 #include <array>
@@ -26,8 +26,7 @@ Request AutoConnect(const std::string& function, int (*call)(const unsigned char
         .signature = "ay",
         .replyType = "(i)",
         .answered = answered,
-        .failed = Lines{"E " + function + ": [NAM_API] MethodCall Error"} + answered(-1),
-        .failure = -1,
+        .failed = Lines{MethodErrorLine(function)} + answered(-1),
         .first = first,
     };
 }
@@ -40,40 +39,20 @@ Request OneNumber(const std::string& function, int (*call)(int))
         .sent = function + "(-7)",
         .signature = "i",
         .replyType = "(i)",
-        .failed = {"E " + function + ": [NAM_API] MethodCall Error"},
-        .failure = -1,
+        .failed = {MethodErrorLine(function)},
     };
 }
 
 const Lines kOutdoor = {"I AutoConnectNewSpeakersForOutdoor: AutoConnectNewSpeakersForOutdoor"};
 
-class AutoConnectRequestTest : public RequestTest {};
-
-TEST_P(AutoConnectRequestTest, TheServersAnswerIsReturned)
-{
-    for (const int answer : {0, 77, -1, -5, INT_MAX, INT_MIN}) {
-        ExpectAnswered(answer);
-    }
-}
-
-TEST_P(AutoConnectRequestTest, AFailedCallIsMinusOne)
-{
-    ExpectFailed();
-}
-
-TEST_P(AutoConnectRequestTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
-{
-    ExpectOtherTypes(-1);
-}
-
 INSTANTIATE_TEST_SUITE_P(
-    Functions, AutoConnectRequestTest,
+    AutoConnect, RequestTest,
     ::testing::Values(
         AutoConnect("AutoConnectNewSpeakers", AutoConnectNewSpeakers, {}),
         AutoConnect("AutoConnectNewSpeakersForOutdoor", AutoConnectNewSpeakersForOutdoor, kOutdoor),
         OneNumber("ConnectToSpeakerForInfraLessSetup", ConnectToSpeakerForInfraLessSetup),
         OneNumber("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile)),
-    NameOf);
+    NameOf());
 
 // --- The list of MAC addresses ---
 
@@ -81,12 +60,9 @@ struct MacList {
     const char* function;
     int (*call)(const unsigned char*, int);
     Lines first;
-};
 
-void PrintTo(const MacList& list, std::ostream* out)
-{
-    *out << list.function;
-}
+    friend void PrintTo(const MacList& list, std::ostream* out) { *out << list.function; }
+};
 
 const MacList kMacLists[] = {
     {"AutoConnectNewSpeakers", AutoConnectNewSpeakers, {}},
@@ -120,21 +96,16 @@ TEST_P(MacListTest, NoListAndNoSpeakersAreRefused)
     for (const auto& [macs, count] : refused) {
         ForgetTraffic();
         EXPECT_EQ(call_(macs, count), -1);
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            (GetParam().first +
-             Lines{
-                 "I " + function_ + ": >>> API Start ",
-                 kEnter,
-                 "E " + function_ + ": (connectNewSpeakersMacAddrLists == NULL || nNewSpeakersCount <= 0) return",
-             }));
+        ExpectLog(
+            GetParam().first + PrologueLines(function_) +
+            ("E " + function_ + ": (connectNewSpeakersMacAddrLists == NULL || nNewSpeakersCount <= 0) return"));
         ExpectNothingAsked();
     }
 }
 
 TEST_P(MacListTest, TheListIsNotLookedAtBeforeTheServerIsReached)
 {
-    ExpectArgumentsLast(function_, GetParam().first, [&] { EXPECT_EQ(call_(nullptr, 0), -1); });
+    ExpectUnreached(function_, GetParam().first, [&] { EXPECT_EQ(call_(nullptr, 0), -1); });
 }
 
 TEST_P(MacListTest, AListThatTheBusCannotCarryIsAFailedCall)
@@ -143,14 +114,8 @@ TEST_P(MacListTest, AListThatTheBusCannotCarryIsAFailedCall)
 
     EXPECT_EQ(call_(macs.data(), static_cast<int>(macs.size() / 6)), -1);
 
-    EXPECT_EQ(
-        platform_log::OfTestThread(), (GetParam().first + Logged(
-                                                              function_, {},
-                                                              {
-                                                                  TooLongLine(function_),
-                                                                  "E " + function_ + ": [NAM_API] MethodCall Error",
-                                                                  "I " + function_ + ": [NAM_API] nRet[-1]",
-                                                              })));
+    const Lines after = {TooLongLine(function_), MethodErrorLine(function_), "I " + function_ + ": [NAM_API] nRet[-1]"};
+    ExpectLog(GetParam().first + Logged(function_, {}, after));
     ExpectNotCalled();
 }
 
@@ -158,16 +123,12 @@ TEST_P(MacListTest, ANumberWhoseLengthDoesNotFitInAnIntCannotBeAllocatedAndIsNot
 {
     // In 32 bits, six times some of these counts is a small number.
     for (const int count : {(INT_MAX - 4) / 6 + 1, 0x2aaaaaaa, 0x2aaaaaab, 0x55555556, INT_MAX}) {
+        SCOPED_TRACE(count);
         ForgetTraffic();
         EXPECT_EQ(call_(kMacs, count), -1);
-        EXPECT_EQ(
-            platform_log::OfTestThread(), (GetParam().first +
-                                           Lines{
-                                               "I " + function_ + ": >>> API Start ",
-                                               kEnter,
-                                               "E " + function_ + ": (pNewSpeakersMacList == NULL) return",
-                                           }))
-            << count;
+        ExpectLog(
+            GetParam().first + PrologueLines(function_) +
+            ("E " + function_ + ": (pNewSpeakersMacList == NULL) return"));
         ExpectNothingAsked();
     }
     EXPECT_EQ(StopNetworkSpeaker(6), 6);

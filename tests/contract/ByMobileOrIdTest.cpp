@@ -1,4 +1,4 @@
-#include "RequestTest.h"
+#include "contract/RequestTest.h"
 
 #include <climits>
 
@@ -33,9 +33,7 @@ const Request kRequests[] = {
                 return Lines{"I ConnectNetworkSpeakerByMobile: return value[" + std::to_string(answer) + "]"};
             },
         .failed =
-            {"E ConnectNetworkSpeakerByMobile: [NAM_API] MethodCall Error",
-             "I ConnectNetworkSpeakerByMobile: return value[-1]"},
-        .failure = -1,
+            {MethodErrorLine("ConnectNetworkSpeakerByMobile"), "I ConnectNetworkSpeakerByMobile: return value[-1]"},
     },
     {
         .name = "Vireon_StartNetworkSpeakerByID",
@@ -59,26 +57,7 @@ const Request kRequests[] = {
     },
 };
 
-class ByMobileOrIdRequestTest : public RequestTest {};
-
-TEST_P(ByMobileOrIdRequestTest, TheServersAnswerIsReturnedAndLogged)
-{
-    for (const int answer : {0, 77, -1, -5, INT_MAX, INT_MIN}) {
-        ExpectAnswered(answer);
-    }
-}
-
-TEST_P(ByMobileOrIdRequestTest, AFailedCallHasAResultAndLinesOfItsOwn)
-{
-    ExpectFailed();
-}
-
-TEST_P(ByMobileOrIdRequestTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
-{
-    ExpectOtherTypes(-1);
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, ByMobileOrIdRequestTest, ::testing::ValuesIn(kRequests), NameOf);
+INSTANTIATE_TEST_SUITE_P(ByMobileOrId, RequestTest, ::testing::ValuesIn(kRequests), NameOf());
 
 // --- ConnectNetworkSpeakerByMobile ---
 
@@ -117,7 +96,7 @@ TEST_F(ByMobileOrIdTest, ANullParameterIsRefusedBeforeAllElse)
     for (const unsigned length : {0U, 3U, UINT_MAX}) {
         EXPECT_EQ(ConnectNetworkSpeakerByMobile(nullptr, length), -1);
     }
-    EXPECT_EQ(platform_log::OfTestThread(), Lines(3, "E ConnectNetworkSpeakerByMobile: NULL param"));
+    ExpectLog(Lines(3, "E ConnectNetworkSpeakerByMobile: NULL param"));
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
@@ -125,7 +104,7 @@ TEST_F(ByMobileOrIdTest, ANullParameterIsRefusedOnADisabledDeviceToo)
 {
     g_KivDisabled = true;
     EXPECT_EQ(ConnectNetworkSpeakerByMobile(nullptr, 1), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E ConnectNetworkSpeakerByMobile: NULL param"));
+    ExpectLog({"E ConnectNetworkSpeakerByMobile: NULL param"});
 }
 
 TEST_F(ByMobileOrIdTest, APayloadThatTheBusCannotCarryIsAFailedCall)
@@ -135,27 +114,20 @@ TEST_F(ByMobileOrIdTest, APayloadThatTheBusCannotCarryIsAFailedCall)
 
     EXPECT_EQ(ConnectNetworkSpeakerByMobile(param.data(), static_cast<unsigned>(param.size())), -1);
 
-    EXPECT_EQ(
-        platform_log::OfTestThread(), Logged(
-                                          function, {},
-                                          {
-                                              TooLongLine(function),
-                                              "E " + function + ": [NAM_API] MethodCall Error",
-                                              "I " + function + ": return value[-1]",
-                                          }));
+    ExpectLog(Logged(
+        function, {}, {TooLongLine(function), MethodErrorLine(function), "I " + function + ": return value[-1]"}));
     ExpectNotCalled();
 }
 
 TEST_F(ByMobileOrIdTest, ALengthThatDoesNotFitInAnIntCannotBeAllocatedAndIsNotRead)
 {
     for (const unsigned length : {INT_MAX - 3U, 0x7fffffffU, 0x80000000U, UINT_MAX - 4, UINT_MAX - 3, UINT_MAX}) {
+        SCOPED_TRACE(length);
         ForgetTraffic();
         EXPECT_EQ(ConnectNetworkSpeakerByMobile(kParam, length), -1);
-        EXPECT_THAT(
-            platform_log::OfTestThread(), ElementsAre(
-                                              "I ConnectNetworkSpeakerByMobile: >>> API Start ", kEnter,
-                                              "E ConnectNetworkSpeakerByMobile: (pParam == NULL) return"))
-            << length;
+        ExpectLog(
+            PrologueLines("ConnectNetworkSpeakerByMobile") +
+            "E ConnectNetworkSpeakerByMobile: (pParam == NULL) return");
         ExpectNothingAsked();
     }
     EXPECT_THAT(SentByMobile(kParam, 1), ElementsAre(1, 0, 0, 0, 1));
@@ -181,15 +153,9 @@ TEST_F(LongMessagesTest, TheLongestPayloadThatDBusAllowsIsSent)
 
     EXPECT_EQ(ConnectNetworkSpeakerByMobile(param.data(), static_cast<unsigned>(param.size())), -1);
 
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        Logged(
-            function, {},
-            {
-                "E MethodCall: [NAM_API] Error: method [" + function + "],[" + NoServerError() + "]...",
-                "E " + function + ": [NAM_API] MethodCall Error",
-                "I " + function + ": return value[-1]",
-            }));
+    ExpectLog(Logged(
+        function, {},
+        {ErrorLine(function, NoServerError()), MethodErrorLine(function), "I " + function + ": return value[-1]"}));
 }
 
 // --- The two functions with an identifier ---
@@ -200,14 +166,13 @@ TEST_F(ByMobileOrIdTest, AnIdentifierOfFourCharactersOrLessSendsNothingAndSaysNo
         ForgetTraffic();
         EXPECT_EQ(Vireon_StartNetworkSpeakerByID(id, 1, 2, 3), 0);
         ExpectNothingAsked();
-        EXPECT_THAT(
-            platform_log::OfTestThread(), ElementsAre("I Vireon_StartNetworkSpeakerByID: >>> API Start ", kEnter));
+        ExpectLog(PrologueLines("Vireon_StartNetworkSpeakerByID"));
     }
 }
 
 TEST_F(ByMobileOrIdTest, TheIdentifierIsNotLookedAtBeforeTheServerIsReached)
 {
-    ExpectArgumentsLast(
+    ExpectUnreached(
         "Vireon_StartNetworkSpeakerByID", {}, [] { EXPECT_EQ(Vireon_StartNetworkSpeakerByID(nullptr, 1, 2, 3), -1); });
 }
 

@@ -1,7 +1,5 @@
-#include "support/BusTest.h"
+#include "contract/ApiTest.h"
 #include "support/Wait.h"
-
-#include <unistd.h>
 
 #include <functional>
 #include <future>
@@ -10,27 +8,22 @@
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 namespace call_frame_test {
 namespace {
 
-const std::string kEnter = "D MethodCall: [NAM_API] Enter";
-const std::string kAbsent = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
-const std::string kIdFailed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
-
-class CallFrameTest : public BusTest {};
+class OfflineCallFrameTest : public BusTest {};
+class CallFrameTest : public Connected<BusTest> {};
 
 // --- The gate ---
 
-TEST_F(CallFrameTest, TheFeatureIsReadOnceAndKept)
+TEST_F(OfflineCallFrameTest, TheFeatureIsReadOnceAndKept)
 {
     EXPECT_FALSE(GetWhetherKivDisabled());
     EXPECT_TRUE(g_GetSystemVal);
     EXPECT_FALSE(g_KivDisabled);
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAre("I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[0]"));
+    ExpectLog({"I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[0]"});
 
     feature::Set(false);
     EXPECT_FALSE(GetWhetherKivDisabled());
@@ -39,7 +32,7 @@ TEST_F(CallFrameTest, TheFeatureIsReadOnceAndKept)
     EXPECT_THAT(platform_log::Lines(), ::testing::SizeIs(1));
 }
 
-TEST_F(CallFrameTest, ADeviceWithoutTheFeatureIsDisabled)
+TEST_F(OfflineCallFrameTest, ADeviceWithoutTheFeatureIsDisabled)
 {
     feature::Set(false);
     EXPECT_TRUE(GetWhetherKivDisabled());
@@ -52,7 +45,7 @@ TEST_F(CallFrameTest, ADeviceWithoutTheFeatureIsDisabled)
     EXPECT_EQ(platform_log::Count("I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]"), 2U);
 }
 
-TEST_F(CallFrameTest, AnUnreadableFeatureIsReadAgainAndSwitchesNothingOff)
+TEST_F(OfflineCallFrameTest, AnUnreadableFeatureIsReadAgainAndSwitchesNothingOff)
 {
     StartServer();
     feature::Set(std::nullopt);
@@ -69,7 +62,7 @@ TEST_F(CallFrameTest, AnUnreadableFeatureIsReadAgainAndSwitchesNothingOff)
     EXPECT_EQ(feature::Reads(), 3);
 }
 
-TEST_F(CallFrameTest, WhatTheHostPresetsCountsWhileTheFeatureIsUnreadable)
+TEST_F(OfflineCallFrameTest, WhatTheHostPresetsCountsWhileTheFeatureIsUnreadable)
 {
     feature::Set(std::nullopt);
     g_KivDisabled = true;
@@ -84,12 +77,9 @@ struct Function {
     Lines first = {};        // its lines before the frame
     std::string frame = {};  // the name under which the frame logs, its own by default
     std::string method = {}; // the server's method that it calls first; its own name by default
-};
 
-void PrintTo(const Function& function, std::ostream* out)
-{
-    *out << function.name;
-}
+    friend void PrintTo(const Function& function, std::ostream* out) { *out << function.name; }
+};
 
 void OnEvent(int, void*, int) {}
 void OnAtmos(int, void*) {}
@@ -245,13 +235,7 @@ TEST_P(EachFunctionTest, DoesNothingOnADeviceWithoutTheFeature)
 
     EXPECT_EQ(function_.call(), function_.disabled);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            function_.first + Lines{
-                                  "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
-                                  "E " + frame_ + ": [NAM_API] GetWhetherKivDisabled failed",
-                              }));
+    ExpectLog(function_.first + DisabledLines(frame_));
     EXPECT_THAT(trace_->Messages(), IsEmpty());
     EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, nullptr);
 }
@@ -263,7 +247,7 @@ TEST_P(EachFunctionTest, TriesThreeTimesToReachAnAbsentServer)
 
     EXPECT_EQ(function_.call(), function_.disabled);
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(function_.first + UnreachableLines(frame_)));
+    ExpectLog(function_.first + UnreachableLines(frame_));
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery));
 }
 
@@ -276,15 +260,7 @@ TEST_P(EachFunctionTest, StartsAnAbsentServerThatCanBeStarted)
     function_.call();
 
     const Lines expected =
-        function_.first +
-        Lines{
-            "I " + frame_ + ": >>> API Start ",
-            kAbsent,
-            kIdFailed,
-            "E " + frame_ + ": !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service",
-            kEnter,
-            kEnter,
-        };
+        function_.first + Lines{StartLine(frame_), kAbsentLine, kNoIdLine, LaunchLine(frame_), kEnter, kEnter};
     Lines lines = platform_log::OfTestThread();
     ASSERT_GE(lines.size(), expected.size());
     lines.resize(expected.size());
@@ -295,25 +271,11 @@ TEST_P(EachFunctionTest, StartsAnAbsentServerThatCanBeStarted)
     EXPECT_THAT(calls, ElementsAre("check_dbus_connection", "check_dbus_connection", method_));
 }
 
-TEST_P(EachFunctionTest, LogsUnderTheLibrarysTag)
-{
-    StartServer();
-    function_.call();
-    for (const LogLine& line : platform_log::Lines()) {
-        EXPECT_EQ(line.logId, 2);
-        EXPECT_EQ(line.tag, "NAM_SERVICE");
-        EXPECT_EQ(line.file, "KivServiceInterface.cpp");
-        EXPECT_GT(line.line, 0);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, EachFunctionTest, ::testing::ValuesIn(kFunctions), [](const auto& function) {
-    return function.param.name;
-});
+INSTANTIATE_TEST_SUITE_P(Functions, EachFunctionTest, ::testing::ValuesIn(kFunctions), NameOf());
 
 // --- The server comes and goes ---
 
-TEST_F(CallFrameTest, AnActivatableServerIsStartedByTheSecondAttempt)
+TEST_F(OfflineCallFrameTest, AnActivatableServerIsStartedByTheSecondAttempt)
 {
     MakeServerActivatable();
 
@@ -331,35 +293,26 @@ TEST_F(CallFrameTest, AnActivatableServerIsStartedByTheSecondAttempt)
 
 TEST_F(CallFrameTest, AServerThatGivesNoIdIsAskedThreeTimes)
 {
-    StartServer();
-    Connect();
-    control_.SetFault("check_dbus_connection", "{'error': <'org.example.Refused'>, 'message': <'no'>}");
+    control_.SetFault("check_dbus_connection", kRefusal);
 
     EXPECT_EQ(StopNetworkSpeaker(1), -1);
 
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), IdQuery(), kOwnerQuery, IdQuery()));
-    const std::string refused =
-        "E MethodCall: [NAM_API] Error: method [check_dbus_connection],[GDBus.Error:org.example.Refused: no]...";
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "I StopNetworkSpeaker: >>> API Start ", kEnter, refused, kIdFailed,
-            "E StopNetworkSpeaker: !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service", kEnter,
-            refused, kIdFailed, kEnter, refused, kIdFailed,
-            "E StopNetworkSpeaker: !!! ERROR ns_proxy.GetProxy() return error, return"));
+    const std::string refused = RefusedLine("check_dbus_connection");
+    ExpectLog(
+        PrologueLines("StopNetworkSpeaker") + refused + kNoIdLine + LaunchLine("StopNetworkSpeaker") + kEnter +
+        refused + kNoIdLine + kEnter + refused + kNoIdLine + GivenUpLine("StopNetworkSpeaker"));
 }
 
-TEST_F(CallFrameTest, AServerThatCannotBeStartedIsAnError)
+TEST_F(OfflineCallFrameTest, AServerThatCannotBeStartedIsAnError)
 {
     bus_.WriteService({kServerName, {"/bin/false"}});
     EXPECT_EQ(StopNetworkSpeaker(9), -1);
-    EXPECT_EQ(platform_log::Count("E StopNetworkSpeaker: !!! ERROR ns_proxy.GetProxy() return error, return"), 1U);
+    EXPECT_EQ(platform_log::Count(GivenUpLine("StopNetworkSpeaker")), 1U);
 }
 
 TEST_F(CallFrameTest, AServerThatComesBackIsUsedAgain)
 {
-    StartServer();
-    Connect();
     KillServer();
     EXPECT_EQ(StopNetworkSpeaker(1), -1);
     StartServer();
@@ -368,44 +321,31 @@ TEST_F(CallFrameTest, AServerThatComesBackIsUsedAgain)
 
 TEST_F(CallFrameTest, AServerThatDiesInTheCallIsAFailedCall)
 {
-    StartServer();
-    Connect();
-    control_.SetFault("StopNetworkSpeaker", "{'exit': <true>}");
+    control_.SetFault("StopNetworkSpeaker", kDeath);
 
     EXPECT_EQ(StopNetworkSpeaker(1), -1);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "I StopNetworkSpeaker: >>> API Start ", kEnter, "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[1]",
-            kEnter, "E MethodCall: [NAM_API] Error: method [StopNetworkSpeaker],[" + DeadServerError() + "]...",
-            "E StopNetworkSpeaker: [NAM_API] MethodCall Error"));
+    ExpectLog(
+        PrologueLines("StopNetworkSpeaker") + "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[1]" + kEnter +
+        DiedLine("StopNetworkSpeaker") + MethodErrorLine("StopNetworkSpeaker"));
 }
 
 TEST_F(CallFrameTest, AServerThatGoesBetweenTheTwoOwnerQueriesIsAFailedCall)
 {
-    StartServer();
-    Connect();
     // The server dies after it has answered the id, so at the second query its name has no owner.
-    platform_log::OnLine([&](const LogLine& line) {
-        if (line.function == "StopNetworkSpeaker" && line.priority == 7) {
-            KillServer();
-        }
-    });
+    AtLine("M StopNetworkSpeaker: [NAM_API] STOP, nStopType[1]", [&] { KillServer(); });
 
     EXPECT_EQ(StopNetworkSpeaker(1), -1);
 
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery));
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "I StopNetworkSpeaker: >>> API Start ", kEnter, "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[1]",
-            kAbsent, "E StopNetworkSpeaker: [NAM_API] MethodCall Error"));
+    ExpectLog(
+        PrologueLines("StopNetworkSpeaker") + "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[1]" + kAbsentLine +
+        MethodErrorLine("StopNetworkSpeaker"));
 }
 
 // --- Threads ---
 
-TEST_F(CallFrameTest, AnyThreadMayCallAtOnce)
+TEST_F(OfflineCallFrameTest, AnyThreadMayCallAtOnce)
 {
     StartServer();
     std::vector<std::future<int>> results;
@@ -426,8 +366,6 @@ TEST_F(CallFrameTest, AnyThreadMayCallAtOnce)
 
 TEST_F(CallFrameTest, ASlowCallHoldsUpNobody)
 {
-    StartServer();
-    Connect();
     // The call gets no answer, so it lasts as long as a call can.
     control_.SetFault("DisableSurround", "{'silent': <true>}");
     auto slow = std::async(std::launch::async, [] { return DisableSurround(); });

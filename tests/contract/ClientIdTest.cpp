@@ -1,4 +1,4 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 #include "support/Wait.h"
 
 #include <future>
@@ -6,7 +6,6 @@
 #include <thread>
 
 using namespace kiv::test;
-using ::testing::ElementsAre;
 
 // Tests of client ids that arrive late, only for some callers, or not at all.
 namespace client_id_test {
@@ -25,7 +24,7 @@ std::string IdFault(const std::string& id)
     return "{'reply': <('" + id + "',)>}";
 }
 
-class ClientIdTest : public EventTest {
+class OfflineClientIdTest : public EventTest {
 protected:
     // Makes a call fail on another thread, because the server refuses the id.
     void RefuseAnotherThread()
@@ -36,18 +35,18 @@ protected:
     }
 };
 
+class ClientIdTest : public Connected<OfflineClientIdTest> {};
+
 // --- Another thread's failure ---
 
 TEST_F(ClientIdTest, ACallKeepsItsConnectionWhenAnotherFailsMeanwhile)
 {
-    StartAndConnect();
     AtLine("M StopNetworkSpeaker: [NAM_API] STOP, nStopType[5]", [this] { RefuseAnotherThread(); });
     EXPECT_EQ(StopNetworkSpeaker(5), 5);
 }
 
 TEST_F(ClientIdTest, ACallWhoseIdComesLateKeepsItsConnectionWhenAnotherFailsMeanwhile)
 {
-    StartAndConnect();
     control_.SetFault(kIdMethod, "{'delay': <uint32 1000>, 'count': <uint32 1>}");
     auto late = std::async(std::launch::async, [] { return StopNetworkSpeaker(5); });
     WaitUntil("the server to be asked for the id", [this] { return !control_.Methods().empty(); });
@@ -56,7 +55,7 @@ TEST_F(ClientIdTest, ACallWhoseIdComesLateKeepsItsConnectionWhenAnotherFailsMean
 }
 
 // A first call opens the endpoint while another call gets no id.
-TEST_F(ClientIdTest, AFailureDuringTheFirstCallCostsNoEvents)
+TEST_F(OfflineClientIdTest, AFailureDuringTheFirstCallCostsNoEvents)
 {
     StartServer();
     AtLine("M StopNetworkSpeaker: [NAM_API] STOP, nStopType[5]", [this] { RefuseAnotherThread(); });
@@ -64,14 +63,13 @@ TEST_F(ClientIdTest, AFailureDuringTheFirstCallCostsNoEvents)
     control_.WaitForOwner(ClientBusName());
 }
 
-TEST_F(ClientIdTest, CallersWithoutAnIdDoNotTakeTheNameFromTheOthers)
+TEST_F(OfflineClientIdTest, CallersWithoutAnIdDoNotTakeTheNameFromTheOthers)
 {
     StartServer();
     for (int round = 0; round < 20; ++round) {
         // Every second reply with an id is of another type.
         ServerControl control(bus_.Address());
         control.SetFault(kIdMethod, "{'reply': <(5,)>, 'every': <uint32 2>}");
-        platform_log::Clear();
         std::latch start(kCallers);
         std::vector<std::thread> callers;
         for (int caller = 0; caller < kCallers; ++caller) {
@@ -86,17 +84,15 @@ TEST_F(ClientIdTest, CallersWithoutAnIdDoNotTakeTheNameFromTheOthers)
         control.ClearFaults();
         // The endpoint opens without another call.
         control.WaitForOwner(ClientBusName());
-        EXPECT_TRUE(control.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [],)", 20000).answered);
+        EXPECT_TRUE(control.Reaches(ClientId()));
         EXPECT_EQ(platform_log::Count(UnfitLine("")), 0U);
-        LoseBus();
-        bus_.Start();
-        StartServer();
+        LoseAndFindBus();
     }
 }
 
 // --- Ids that are not valid in a name ---
 
-class PassingUnfitIdTest : public ClientIdTest, public ::testing::WithParamInterface<std::string> {
+class PassingUnfitIdTest : public OfflineClientIdTest, public ::testing::WithParamInterface<std::string> {
 protected:
     // Makes calls under an id that does not allow an endpoint, and then under one that does.
     void ExpectEventsOnceTheIdIsFit(ServerControl& control)
@@ -110,7 +106,7 @@ protected:
         control.ClearFaults();
         EXPECT_EQ(StopNetworkSpeaker(6), 6);
         control.WaitForOwner(ClientBusName());
-        EXPECT_TRUE(control.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [],)", 20000).answered);
+        EXPECT_TRUE(control.Reaches(ClientId()));
         EXPECT_EQ(platform_log::Count(UnfitLine(id)), 1U); // although five calls got the id
     }
 };
@@ -125,10 +121,7 @@ TEST_P(PassingUnfitIdTest, AfterALossDelaysEventsUntilAFitOneComes)
 {
     StartAndConnect();
     for (int loss = 0; loss < 3; ++loss) {
-        LoseBus();
-        bus_.Start();
-        StartServer();
-        platform_log::Clear();
+        LoseAndFindBus();
         ServerControl control(bus_.Address());
         ExpectEventsOnceTheIdIsFit(control);
     }
@@ -136,7 +129,7 @@ TEST_P(PassingUnfitIdTest, AfterALossDelaysEventsUntilAFitOneComes)
 
 INSTANTIATE_TEST_SUITE_P(Ids, PassingUnfitIdTest, ::testing::Values("", "a b", "tv/1", "1", "a..b"));
 
-TEST_F(ClientIdTest, EachUnfitIdIsLogged)
+TEST_F(OfflineClientIdTest, EachUnfitIdIsLogged)
 {
     StartServer();
     for (const char* id : {"", "a b", ""}) {
@@ -151,7 +144,7 @@ TEST_F(ClientIdTest, EachUnfitIdIsLogged)
     EXPECT_EQ(platform_log::Count(UnfitLine("a b")), 1U);
 }
 
-TEST_F(ClientIdTest, AMonitorWithoutAnEndpointCanBeEnded)
+TEST_F(OfflineClientIdTest, AMonitorWithoutAnEndpointCanBeEnded)
 {
     StartServer();
     control_.SetFault(kIdMethod, IdFault(""));

@@ -1,4 +1,5 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
+#include "link/Owners.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
@@ -15,10 +16,6 @@ namespace {
 using kiv::sandbox::Message;
 
 constexpr const char* kBusName = "org.freedesktop.DBus";
-constexpr const char* kXml =
-    "<node><interface name='org.lumra.tv.networkspeaker.client.interface.%s'>"
-    "<method name='nam_notify_subscriber'><arg name='param' type='ay' direction='in'/></method>"
-    "</interface></node>";
 constexpr const char* kPlainName = "org.example.Plain";
 
 const std::string kDenyPlain = "<policy context=\"mandatory\"><deny own=\"org.example.Plain\"/>"
@@ -35,12 +32,11 @@ std::string Replace(std::string text, const std::string& what, const std::string
 class ClientNameTest : public EventTest {
 protected:
     explicit ClientNameTest(const kiv::sandbox::BusOptions& options = {}) : EventTest(options) { StartServer(); }
-    ~ClientNameTest() override { g_object_unref(shared_); }
 
     // Returns the messages between this process and the bus daemon about a name.
     Lines TraceOf(const std::string& name)
     {
-        const std::string self = g_dbus_connection_get_unique_name(shared_);
+        const std::string self = g_dbus_connection_get_unique_name(shared_.get());
         std::set<std::uint32_t> calls;
         Lines lines;
         for (const Message& message : trace_->Messages()) {
@@ -66,7 +62,7 @@ protected:
     // Returns when the bus has answered the process, or has nothing more to answer.
     void WaitForMessages(std::size_t count, const std::string& member)
     {
-        const std::string self = g_dbus_connection_get_unique_name(shared_);
+        const std::string self = g_dbus_connection_get_unique_name(shared_.get());
         WaitUntil(std::to_string(count) + " messages of " + member, [&] {
             std::set<std::uint32_t> calls;
             std::size_t found = 0;
@@ -83,7 +79,7 @@ protected:
     // Returns the messages of GIO's name owner on the connection that the process shares.
     Lines TraceOfGio(const std::function<void()>& meanwhile, bool isReleased)
     {
-        GMainContext* const context = g_main_context_new();
+        g_autoptr(GMainContext) context = g_main_context_new();
         g_main_context_push_thread_default(context);
         bool isToldOf = false;
         const auto onTold = [](GDBusConnection*, const gchar*, gpointer told) { *static_cast<bool*>(told) = true; };
@@ -109,14 +105,13 @@ protected:
             WaitForMessages(1, "ReleaseName");
         }
         g_main_context_pop_thread_default(context);
-        g_main_context_unref(context);
         return TraceOf(kPlainName);
     }
 
     Lines TraceOfLibrary(const std::function<void()>& meanwhile, bool isReleased)
     {
         trace_->Clear();
-        EXPECT_TRUE(client_.GetProxy(kXml, {}, false, false));
+        EXPECT_TRUE(client_.GetProxy(kClientXml, {}, false, false));
         WaitForMessages(1, "RequestName");
         WaitForMonitorThread();
         if (meanwhile) {
@@ -136,13 +131,11 @@ protected:
     {
         const kiv::sandbox::Connection caller(bus_.Address());
         for (int attempt = 0; attempt < 2; ++attempt) {
-            GVariant* reply = g_dbus_connection_call_sync(
-                caller.Get(), g_dbus_connection_get_unique_name(shared_),
-                ("/org/lumra/tv/networkspeaker/client/" + ClientId()).c_str(), "org.freedesktop.DBus.Properties",
-                "GetAll", g_variant_new("(s)", ("org.lumra.tv.networkspeaker.client.interface." + ClientId()).c_str()),
-                nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, 20'000, nullptr, nullptr);
+            g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+                caller.Get(), g_dbus_connection_get_unique_name(shared_.get()), ClientPath().c_str(),
+                "org.freedesktop.DBus.Properties", "GetAll", g_variant_new("(s)", ClientInterface().c_str()), nullptr,
+                G_DBUS_CALL_FLAGS_NO_AUTO_START, 20'000, nullptr, nullptr);
             ASSERT_NE(reply, nullptr);
-            g_variant_unref(reply);
         }
     }
 
@@ -156,11 +149,10 @@ protected:
 
     void RequestInThisProcess(const std::string& name)
     {
-        GVariant* reply = g_dbus_connection_call_sync(
-            shared_, kBusName, "/org/freedesktop/DBus", kBusName, "RequestName",
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+            shared_.get(), kBusName, "/org/freedesktop/DBus", kBusName, "RequestName",
             g_variant_new("(su)", name.c_str(), 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
         ASSERT_NE(reply, nullptr);
-        g_variant_unref(reply);
     }
 
     static bool Has(const Lines& lines, const std::string& member)
@@ -169,9 +161,9 @@ protected:
             lines, [&](const std::string& line) { return line.find(member) != std::string::npos; });
     }
 
-    GDBusConnection* shared_ = [] {
-        auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-        g_dbus_connection_set_exit_on_close(shared, FALSE);
+    const kiv::link::ConnectionOwner shared_ = [] {
+        kiv::link::ConnectionOwner shared(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+        g_dbus_connection_set_exit_on_close(shared.get(), FALSE);
         return shared;
     }();
 };
@@ -199,7 +191,7 @@ TEST_F(ClientNameTest, AcquiredFromTheQueue)
     auto first = Occupy(kPlainName);
     auto second = Occupy(ClientBusName());
     const auto waitForAcquired = [this] {
-        const std::string self = g_dbus_connection_get_unique_name(shared_);
+        const std::string self = g_dbus_connection_get_unique_name(shared_.get());
         WaitUntil("the name's turn", [&] {
             return std::ranges::any_of(trace_->Messages(), [&](const Message& message) {
                 return message.destination == self && message.member == "NameAcquired";

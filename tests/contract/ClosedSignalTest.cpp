@@ -1,4 +1,4 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 #include "support/Wait.h"
 
 #include <atomic>
@@ -6,22 +6,19 @@
 #include <mutex>
 
 using namespace kiv::test;
-using ::testing::ElementsAre;
 
 // Tests of a host that handles the "closed" signal of the shared connection, which GIO delivers where the host runs its
 // loop.
 namespace closed_signal_test {
 namespace {
 
-class ClosedSignalTest : public EventTest {
+class ClosedSignalTest : public Connected<EventTest> {
 protected:
     ClosedSignalTest()
     {
-        StartAndConnect();
-        auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        g_autoptr(GDBusConnection) shared = SharedConnection();
         EXPECT_EQ(shared, client_.m_pConnection);
         g_signal_connect(shared, "closed", G_CALLBACK(OnClosed), this);
-        g_object_unref(shared);
     }
 
     // Sets what the host does in its handler.
@@ -36,13 +33,7 @@ protected:
         return answer;
     }
 
-    void LoseAndFindBus()
-    {
-        LoseBus();
-        bus_.Start();
-        StartServer();
-        platform_log::Clear();
-    }
+    static GDBusConnection* SharedConnection() { return g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr); }
 
     static void RunLoop()
     {
@@ -74,7 +65,7 @@ TEST_F(ClosedSignalTest, AHandlerMayTakeALockThatIsHeldDuringCalls)
 
     std::unique_lock lock(lockOfTheHost);
     auto other = std::async(std::launch::async, [] { return Call(2); });
-    platform_log::WaitFor("I StopNetworkSpeaker: >>> API Start ");
+    platform_log::WaitFor(StartLine("StopNetworkSpeaker"));
     auto locked = std::async(std::launch::async, [] { return Call(3); });
     EXPECT_EQ(Await("the call that is made under the host's lock", locked), 3);
     lock.unlock();
@@ -133,26 +124,24 @@ TEST_F(ClosedSignalTest, TheSharedConnectionIsLeftToTheHost)
         }
         // The monitor thread has released the lost connection.
         ServerControl(bus_.Address()).WaitForOwner(ClientBusName());
-        auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        g_autoptr(GDBusConnection) shared = SharedConnection();
         ASSERT_NE(shared, nullptr);
         EXPECT_TRUE(g_dbus_connection_is_closed(shared));
-        g_object_unref(shared);
         EXPECT_EQ(handled_, 0);
     }
 
     RunLoop();
     EXPECT_EQ(handled_, 1);
-    auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    g_autoptr(GDBusConnection) shared = SharedConnection();
     ASSERT_NE(shared, nullptr);
     EXPECT_FALSE(g_dbus_connection_is_closed(shared));
-    g_object_unref(shared);
 }
 
 // A connection that the library opens belongs to it alone, so the caller's context gets no signal of it.
 TEST_F(ClosedSignalTest, TheCallersContextGetsNothingOfTheLibrarysOwnConnection)
 {
     LoseAndFindBus();
-    GMainContext* const context = g_main_context_new();
+    g_autoptr(GMainContext) context = g_main_context_new();
     g_main_context_push_thread_default(context);
     for (int loss = 0; loss < 3; ++loss) {
         EXPECT_EQ(Call(2), 2);
@@ -162,7 +151,6 @@ TEST_F(ClosedSignalTest, TheCallersContextGetsNothingOfTheLibrarysOwnConnection)
         EXPECT_FALSE(g_main_context_pending(context)) << "after loss " << loss;
     }
     g_main_context_pop_thread_default(context);
-    g_main_context_unref(context);
 }
 
 } // namespace

@@ -1,9 +1,8 @@
-#include "RequestTest.h"
+#include "contract/RequestTest.h"
 
 #include <climits>
 
 using namespace kiv::test;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace connection_type_test {
@@ -24,6 +23,8 @@ const Request kRequests[] = {
         .signature = "i",
         .replyType = "(i)",
         .answered = [](int answer) { return ResultLine("GetSpksConnectionTypeByID", answer); },
+        .failed = {"E GetSpksConnectionTypeByID: [NAM_API] MethodCall(GetSpksConnectionTypeByID) Error"},
+        .failure = 0,
     },
     {
         .name = "GetSpksConnectionType",
@@ -32,64 +33,13 @@ const Request kRequests[] = {
         .signature = "ay",
         .replyType = "(i)",
         .answered = [](int answer) { return ResultLine("GetSpksConnectionType", answer); },
+        .isTimed = true,
     },
 };
 
-class ConnectionTypeRequestTest : public RequestTest {};
+INSTANTIATE_TEST_SUITE_P(ConnectionType, RequestTest, ::testing::ValuesIn(kRequests), NameOf());
 
-TEST_P(ConnectionTypeRequestTest, TheServersAnswerIsReturnedAndLogged)
-{
-    for (const int answer : {0, 77, -1, -5, INT_MAX, INT_MIN}) {
-        ExpectAnswered(answer);
-    }
-}
-
-TEST_P(ConnectionTypeRequestTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
-{
-    ExpectOtherTypes(-1);
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, ConnectionTypeRequestTest, ::testing::ValuesIn(kRequests), NameOf);
-
-class ConnectionTypeTest : public ApiTest {
-protected:
-    // Checks the line of a failed call for a list, which has the time.
-    static void ExpectListFailure(const std::string& line, std::vector<STNetSpkConfig>* list = &g_speakers)
-    {
-        platform_log::Clear();
-        const std::time_t before = std::time(nullptr);
-
-        EXPECT_EQ(GetSpksConnectionType(list), -1);
-
-        const std::string function = "GetSpksConnectionType";
-        const Lines lines = platform_log::OfTestThread();
-        EXPECT_EQ(lines, Logged(function, {}, {line, lines.back()}));
-        ExpectTimed(lines.back(), function, before);
-    }
-};
-
-TEST_F(ConnectionTypeTest, AFailedCallForOneSpeakerIsZero)
-{
-    const std::string function = "GetSpksConnectionTypeByID";
-    const std::string line = "E " + function + ": [NAM_API] MethodCall(GetSpksConnectionTypeByID) Error";
-
-    control_.SetFault(function, kRefusal);
-    EXPECT_EQ(GetSpksConnectionTypeByID(1), 0);
-    EXPECT_EQ(platform_log::OfTestThread(), Logged(function, {}, {RefusedLine(function), line}));
-
-    control_.SetFault(function, kDeath);
-    platform_log::Clear();
-    EXPECT_EQ(GetSpksConnectionTypeByID(1), 0);
-    EXPECT_EQ(platform_log::OfTestThread(), Logged(function, {}, {DiedLine(function), line}));
-}
-
-TEST_F(ConnectionTypeTest, AFailedCallForAListIsMinusOne)
-{
-    control_.SetFault("GetSpksConnectionType", kRefusal);
-    ExpectListFailure(RefusedLine("GetSpksConnectionType"));
-    control_.SetFault("GetSpksConnectionType", kDeath);
-    ExpectListFailure(DiedLine("GetSpksConnectionType"));
-}
+class ConnectionTypeTest : public ApiTest {};
 
 TEST_F(ConnectionTypeTest, SpeakerNumbersPassThroughUnchanged)
 {
@@ -97,14 +47,6 @@ TEST_F(ConnectionTypeTest, SpeakerNumbersPassThroughUnchanged)
         GetSpksConnectionTypeByID(id);
         EXPECT_EQ(Sent().back(), "GetSpksConnectionTypeByID(" + std::to_string(id) + ")");
     }
-}
-
-TEST_F(ConnectionTypeTest, RecordsTravelBackToBackWithoutTheirNumber)
-{
-    GetSpksConnectionType(&g_speakers);
-    const auto bytes = Bytes(control_.Calls().back());
-    EXPECT_EQ(bytes.size(), 258U);
-    EXPECT_EQ(bytes, Records(g_speakers));
 }
 
 TEST_F(ConnectionTypeTest, AnEmptyListIsSentToo)
@@ -115,8 +57,7 @@ TEST_F(ConnectionTypeTest, AnEmptyListIsSentToo)
     EXPECT_EQ(GetSpksConnectionType(&none), 9);
 
     EXPECT_THAT(Bytes(control_.Calls().back()), IsEmpty());
-    EXPECT_EQ(
-        platform_log::OfTestThread(), Logged("GetSpksConnectionType", {}, ResultLine("GetSpksConnectionType", 9)));
+    ExpectLog(Logged("GetSpksConnectionType", {}, ResultLine("GetSpksConnectionType", 9)));
 }
 
 TEST_F(ConnectionTypeTest, TheListIsLeftAlone)
@@ -130,13 +71,20 @@ TEST_F(ConnectionTypeTest, NoListIsAFailure)
 {
     EXPECT_EQ(GetSpksConnectionType(nullptr), -1);
     ExpectNothingAsked();
-    ExpectArgumentsLast("GetSpksConnectionType", {}, [] { EXPECT_EQ(GetSpksConnectionType(nullptr), -1); });
+    ExpectUnreached("GetSpksConnectionType", {}, [] { EXPECT_EQ(GetSpksConnectionType(nullptr), -1); });
 }
 
 TEST_F(ConnectionTypeTest, AListThatTheBusCannotCarryIsAFailedCall)
 {
     std::vector<STNetSpkConfig> list(kLongestArray / 86 + 1);
-    ExpectListFailure(TooLongLine("GetSpksConnectionType"), &list);
+    const std::string function = "GetSpksConnectionType";
+    const std::time_t before = std::time(nullptr);
+
+    EXPECT_EQ(GetSpksConnectionType(&list), -1);
+
+    const std::string last = platform_log::OfTestThread().back();
+    ExpectLog(Logged(function, {}, {TooLongLine(function), last}));
+    ExpectTimed(last, function, before);
     ExpectNotCalled();
 }
 

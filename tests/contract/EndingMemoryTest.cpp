@@ -1,5 +1,5 @@
-#include "FailingMemory.h"
 #include "KivServiceInterface.h"
+#include "contract/FailingMemory.h"
 #include "platform/Platform.h"
 #include "support/Server.h"
 #include "tools/sandbox/PrivateBus.h"

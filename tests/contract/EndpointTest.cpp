@@ -1,4 +1,5 @@
 #include "support/BusTest.h"
+#include "support/Gate.h"
 #include "support/Wait.h"
 
 #include <atomic>
@@ -51,13 +52,14 @@ private:
     static inline std::vector<Event> events_;
 };
 
-class EndpointTest : public BusTest {
+class OfflineEndpointTest : public BusTest {};
+class EndpointTest : public Connected<OfflineEndpointTest> {};
+
+class SubscribedEndpointTest : public EndpointTest {
 protected:
-    void Subscribe()
+    SubscribedEndpointTest()
     {
-        StartServer();
-        Connect();
-        ASSERT_EQ(SubscribeNamServiceCallback("test", Received::Add), 1);
+        EXPECT_EQ(SubscribeNamServiceCallback("test", Received::Add), 1);
         ForgetTraffic();
     }
 
@@ -70,7 +72,12 @@ protected:
         return events.front();
     }
 
-    CNSGdbus& client_ = *CNSGdbus::m_pInstance;
+    // Expects that this event is the next one that arrives.
+    void ExpectOnlyTheNextEvent()
+    {
+        control_.SendEvent(kSomeEvent, {});
+        EXPECT_EQ(Received::WaitFor(1).front().id, kSomeEvent);
+    }
 };
 
 Data Numbers(std::size_t count)
@@ -89,21 +96,16 @@ Data Padded(Data data)
 
 TEST_F(EndpointTest, TheObjectIsServedUnderTheClientsNames)
 {
-    StartServer();
-    Connect();
-
     const kiv::sandbox::Connection caller(bus_.Address());
-    GVariant* reply = g_dbus_connection_call_sync(
-        caller.Get(), ClientBusName().c_str(), ("/org/lumra/tv/networkspeaker/client/" + ClientId()).c_str(),
-        "org.freedesktop.DBus.Introspectable", "Introspect", nullptr, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1,
-        nullptr, nullptr);
+    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        caller.Get(), ClientBusName().c_str(), ClientPath().c_str(), "org.freedesktop.DBus.Introspectable",
+        "Introspect", nullptr, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr);
     ASSERT_NE(reply, nullptr);
     const char* xml = nullptr;
     g_variant_get(reply, "(&s)", &xml);
-    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(xml, nullptr);
+    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml, nullptr);
     ASSERT_NE(node, nullptr);
-    GDBusInterfaceInfo* interface =
-        g_dbus_node_info_lookup_interface(node, ("org.lumra.tv.networkspeaker.client.interface." + ClientId()).c_str());
+    GDBusInterfaceInfo* interface = g_dbus_node_info_lookup_interface(node, ClientInterface().c_str());
     ASSERT_NE(interface, nullptr);
     Lines methods;
     for (GDBusMethodInfo** method = interface->methods; *method != nullptr; ++method) {
@@ -119,34 +121,28 @@ TEST_F(EndpointTest, TheObjectIsServedUnderTheClientsNames)
                      "nam_notify_subscriber param:ay",
                      "test_nam_notify_subscriber_1 client_cb:i request_id:i img_path:s result:i user_data:i",
                      "000_nam_notify_subscriber client_cb:i eventtype:i param:ay result:i user_data:i"));
-    g_dbus_node_info_unref(node);
-    g_variant_unref(reply);
 }
 
-TEST_F(EndpointTest, RegisteringTheObjectIsLogged)
+TEST_F(OfflineEndpointTest, RegisteringTheObjectIsLogged)
 {
     StartServer();
     StopNetworkSpeaker(0);
 
-    const std::string path = "/org/lumra/tv/networkspeaker/client/" + ClientId();
     const LogLine line = platform_log::WaitForLine(
         [](const LogLine& one) { return one.function == "m_OnbusAcquired" && one.priority == 4; });
-    gchar* pointer = g_strdup_printf("%p", static_cast<void*>(client_.m_pConnection));
-    EXPECT_EQ(line.text, "strProxyObjPath [" + path + "] pConnection " + pointer);
-    g_free(pointer);
+    g_autofree gchar* pointer = g_strdup_printf("%p", static_cast<void*>(client_.m_pConnection));
+    EXPECT_EQ(line.text, "strProxyObjPath [" + ClientPath() + "] pConnection " + pointer);
     EXPECT_EQ(platform_log::OfFunction("m_OnbusAcquired").front(), "D m_OnbusAcquired: [NAM_API] Enter");
 }
 
-TEST_F(EndpointTest, AnObjectThatIsThereAlreadyIsOneErrorLine)
+TEST_F(OfflineEndpointTest, AnObjectThatIsThereAlreadyIsOneErrorLine)
 {
     StartServer();
-    GDBusConnection* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    const std::string xml =
-        "<node><interface name='org.lumra.tv.networkspeaker.client.interface." + ClientId() + "'/></node>";
-    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
+    g_autoptr(GDBusConnection) shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    const std::string xml = "<node><interface name='" + ClientInterface() + "'/></node>";
+    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
     const guint taken = g_dbus_connection_register_object(
-        shared, ("/org/lumra/tv/networkspeaker/client/" + ClientId()).c_str(), node->interfaces[0], nullptr, nullptr,
-        nullptr, nullptr);
+        shared, ClientPath().c_str(), node->interfaces[0], nullptr, nullptr, nullptr, nullptr);
     ASSERT_NE(taken, 0U);
 
     EXPECT_EQ(StopNetworkSpeaker(3), 3);
@@ -154,36 +150,26 @@ TEST_F(EndpointTest, AnObjectThatIsThereAlreadyIsOneErrorLine)
     const LogLine line = platform_log::WaitForLine(
         [](const LogLine& one) { return one.function == "m_OnbusAcquired" && one.priority == 6; });
     EXPECT_EQ(
-        line.text, "[NAM_API] Error: [An object is already exported for the interface "
-                   "org.lumra.tv.networkspeaker.client.interface." +
-                       ClientId() + " at /org/lumra/tv/networkspeaker/client/" + ClientId() + "]...");
+        line.text, "[NAM_API] Error: [An object is already exported for the interface " + ClientInterface() + " at " +
+                       ClientPath() + "]...");
     EXPECT_EQ(StopNetworkSpeaker(4), 4);
-    g_dbus_node_info_unref(node);
-    g_object_unref(shared);
 }
 
 TEST_F(EndpointTest, AnEventIsAnsweredAndLogged)
 {
-    StartServer();
-    Connect();
-
     control_.SendEvent(kSomeEvent, {1, 2, 3});
 
     EXPECT_THAT(
         Lines{
             platform_log::OfFunction("NamClientReceiveHandleEvent") + platform_log::OfFunction("NamNotifySubscriber")},
         ElementsAre(
-            "I NamClientReceiveHandleEvent: [NAM_API] object_path[/org/lumra/tv/networkspeaker/client/" + ClientId() +
-                "], interface_name[org.lumra.tv.networkspeaker.client.interface." + ClientId() +
-                "], method_name[nam_notify_subscriber]",
+            "I NamClientReceiveHandleEvent: [NAM_API] object_path[" + ClientPath() + "], interface_name[" +
+                ClientInterface() + "], method_name[nam_notify_subscriber]",
             kEventEntered));
 }
 
 TEST_F(EndpointTest, TheAnswerIsEmpty)
 {
-    StartServer();
-    Connect();
-
     const auto answer =
         control_.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [1, 0, 0, 0, 0, 0, 0, 0],)", 20000);
 
@@ -192,52 +178,74 @@ TEST_F(EndpointTest, TheAnswerIsEmpty)
     EXPECT_EQ(answer.reply, "'()'"); // the simulator's form of an empty tuple
 }
 
-std::promise<void>* g_release;
-
 TEST_F(EndpointTest, TheServerDoesNotWaitForReceivers)
 {
-    StartServer();
-    Connect();
-    std::promise<void> release;
-    g_release = &release;
-    SubscribeNamServiceCallback(
-        "blocking", [](int, void*, int) { Await("the test to let the callback go on", g_release->get_future()); });
+    static Gate gate;
+    SubscribeNamServiceCallback("blocking", [](int, void*, int) { gate.Pass(); });
     SubscribeNamServiceCallback("then", Received::Add);
 
     control_.SendEvent(kSomeEvent, {});
 
-    release.set_value();
+    gate.Open();
     Received::WaitFor(1);
 }
 
-TEST_F(EndpointTest, ReceiversRunOnTheMonitorThread)
+TEST_F(SubscribedEndpointTest, ReceiversRunOnTheMonitorThread)
 {
-    Subscribe();
     control_.SendEvent(kSomeEvent, {});
     EXPECT_TRUE(pthread_equal(TheOneEvent().thread, client_.m_MonitorThread));
 }
 
-TEST_F(EndpointTest, AReceiverGetsIdDataAndLength)
+TEST_F(SubscribedEndpointTest, AReceiverGetsTheId)
 {
-    Subscribe();
-    control_.SendEvent(0x7fffffff, Numbers(5));
+    for (const int id : {0x7fffffff, -2}) {
+        control_.SendEvent(id, {});
+    }
+    const auto events = Received::WaitFor(2);
+    EXPECT_EQ(events[0].id, 0x7fffffff);
+    EXPECT_EQ(events[1].id, -2);
+}
+
+// --- Lengths ---
+
+// A payload whose header announces a length, and what the receiver gets of it. The receiver's buffer ends with zeroes.
+struct LengthCase {
+    const char* name;
+    int announced;
+    Data data;
+    int length;
+    Data received;
+
+    friend void PrintTo(const LengthCase& one, std::ostream* out) { *out << one.name; }
+};
+
+class LengthTest : public SubscribedEndpointTest, public ::testing::WithParamInterface<LengthCase> {};
+
+TEST_P(LengthTest, AReceiverGetsLengthAndData)
+{
+    control_.SendPayload(Payload(kSomeEvent, GetParam().announced, GetParam().data));
 
     const Event event = TheOneEvent();
-    EXPECT_EQ(event.id, 0x7fffffff);
-    EXPECT_EQ(event.length, 5);
-    EXPECT_EQ(event.data, Padded(Numbers(5)));
+    EXPECT_EQ(event.id, kSomeEvent);
+    EXPECT_EQ(event.length, GetParam().length);
+    EXPECT_EQ(event.data, Padded(GetParam().received));
 }
 
-TEST_F(EndpointTest, ANegativeIdIsPassedOn)
-{
-    Subscribe();
-    control_.SendEvent(-2, {});
-    EXPECT_EQ(TheOneEvent().id, -2);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Of, LengthTest,
+    ::testing::Values(
+        LengthCase{"AShortEvent", 5, Numbers(5), 5, Numbers(5)},
+        LengthCase{"TheLongestEvent", 2200, Numbers(2200), 2200, Numbers(2200)},
+        LengthCase{"ALongerEventThatLosesAByte", 2201, Numbers(2201), 2200, Numbers(2200)},
+        LengthCase{"ZeroWhateverFollows", 0, Numbers(20), 0, {}},
+        LengthCase{"ANegativeLength", -5, Numbers(20), -5, {}},
+        LengthCase{"MoreThanThereIs", 100, Numbers(3), 100, Numbers(3)},
+        LengthCase{"AnAbsurdLength", 0x7fffffff, Numbers(3), 2200, Numbers(3)},
+        LengthCase{"LessThanThereIs", 2, Numbers(9), 2, Numbers(2)}),
+    NameOf());
 
-TEST_F(EndpointTest, OfAnEventOf5000BytesEachReceiverGets2200)
+TEST_F(SubscribedEndpointTest, OfAnEventOf5000BytesEachReceiverGets2200)
 {
-    Subscribe();
     SubscribeNamServiceCallback("test2", Received::Add);
 
     control_.SendEvent(kSomeEvent, Numbers(5000));
@@ -248,95 +256,33 @@ TEST_F(EndpointTest, OfAnEventOf5000BytesEachReceiverGets2200)
     }
 }
 
-TEST_F(EndpointTest, AnEventOf2200BytesIsWhole)
+TEST_F(SubscribedEndpointTest, AnEventOf30MegabytesIsNoTrouble)
 {
-    Subscribe();
-    control_.SendEvent(kSomeEvent, Numbers(2200));
-    EXPECT_EQ(TheOneEvent().length, 2200);
-}
-
-TEST_F(EndpointTest, OneOf2201BytesLosesOne)
-{
-    Subscribe();
-    control_.SendEvent(kSomeEvent, Numbers(2201));
+    control_.SendPayload(Payload(kSomeEvent, 30'000'000, Data(30'000'000, 0x55)));
 
     const Event event = TheOneEvent();
     EXPECT_EQ(event.length, 2200);
-    EXPECT_EQ(event.data, Numbers(2200));
+    EXPECT_THAT(event.data, Each(0x55));
 }
 
-TEST_F(EndpointTest, IdZeroIsAnsweredAndIgnored)
+TEST_F(SubscribedEndpointTest, IdZeroIsAnsweredAndIgnored)
 {
-    Subscribe();
     control_.SendEvent(0, Numbers(5));
     EXPECT_EQ(platform_log::Count(kEventEntered), 1U);
 
-    control_.SendEvent(kSomeEvent, {});
-    EXPECT_EQ(Received::WaitFor(1).front().id, kSomeEvent);
+    ExpectOnlyTheNextEvent();
 }
 
-TEST_F(EndpointTest, LengthZeroGivesZeroesWhateverFollows)
+TEST_F(SubscribedEndpointTest, NothingOfOneEventShowsInTheNext)
 {
-    Subscribe();
-    control_.SendPayload(Payload(kSomeEvent, 0, Numbers(20)));
-
-    const Event event = TheOneEvent();
-    EXPECT_EQ(event.length, 0);
-    EXPECT_THAT(event.data, Each(0));
-}
-
-TEST_F(EndpointTest, ANegativeLengthIsPassedOnWithZeroes)
-{
-    Subscribe();
-    control_.SendPayload(Payload(kSomeEvent, -5, Numbers(20)));
-
-    const Event event = TheOneEvent();
-    EXPECT_EQ(event.length, -5);
-    EXPECT_THAT(event.data, Each(0));
-}
-
-TEST_F(EndpointTest, TheAnnouncedLengthStandsAndAbsentBytesAreZero)
-{
-    Subscribe();
-    control_.SendPayload(Payload(kSomeEvent, 100, Numbers(3)));
-
-    const Event event = TheOneEvent();
-    EXPECT_EQ(event.length, 100);
-    EXPECT_EQ(event.data, Padded(Numbers(3)));
-}
-
-TEST_F(EndpointTest, NothingOfOneEventShowsInTheNext)
-{
-    Subscribe();
     control_.SendEvent(kSomeEvent, Data(2200, 0xee));
     control_.SendEvent(kSomeEvent, Numbers(3));
 
     EXPECT_EQ(Received::WaitFor(2).back().data, Padded(Numbers(3)));
 }
 
-TEST_F(EndpointTest, AnAbsurdLengthIsClamped)
+TEST_F(SubscribedEndpointTest, APayloadShorterThanItsHeaderReadsAsIfZeroFollowed)
 {
-    Subscribe();
-    control_.SendPayload(Payload(kSomeEvent, 0x7fffffff, Numbers(3)));
-
-    const Event event = TheOneEvent();
-    EXPECT_EQ(event.length, 2200);
-    EXPECT_EQ(event.data, Padded(Numbers(3)));
-}
-
-TEST_F(EndpointTest, BytesBeyondTheAnnouncedLengthAreNotPassedOn)
-{
-    Subscribe();
-    control_.SendPayload(Payload(kSomeEvent, 2, Numbers(9)));
-
-    const Event event = TheOneEvent();
-    EXPECT_EQ(event.length, 2);
-    EXPECT_EQ(event.data, Padded(Numbers(2)));
-}
-
-TEST_F(EndpointTest, APayloadShorterThanItsHeaderReadsAsIfZeroFollowed)
-{
-    Subscribe();
     control_.SendPayload({0x21, 0x43});             // id 0x4321
     control_.SendPayload({0x21, 0x43, 0, 0});       // the id alone
     control_.SendPayload({0x21, 0x43, 0, 0, 7, 0}); // length 7, cut off
@@ -351,29 +297,16 @@ TEST_F(EndpointTest, APayloadShorterThanItsHeaderReadsAsIfZeroFollowed)
     EXPECT_EQ(events[2].length, 7);
 }
 
-TEST_F(EndpointTest, AnEmptyPayloadIsAnsweredAndLogged)
+TEST_F(SubscribedEndpointTest, AnEmptyPayloadIsAnsweredAndLogged)
 {
-    Subscribe();
     control_.SendPayload({});
 
     platform_log::WaitFor("E NamNotifySubscriber: NULL payload");
-    control_.SendEvent(kSomeEvent, {});
-    EXPECT_EQ(Received::WaitFor(1).front().id, kSomeEvent);
+    ExpectOnlyTheNextEvent();
 }
 
-TEST_F(EndpointTest, AnEventOf30MegabytesIsNoTrouble)
+TEST_F(SubscribedEndpointTest, TheServersExitIsLoggedAndPassedOn)
 {
-    Subscribe();
-    control_.SendPayload(Payload(kSomeEvent, 30'000'000, Data(30'000'000, 0x55)));
-
-    const Event event = TheOneEvent();
-    EXPECT_EQ(event.length, 2200);
-    EXPECT_THAT(event.data, Each(0x55));
-}
-
-TEST_F(EndpointTest, TheServersExitIsLoggedAndPassedOn)
-{
-    Subscribe();
     static std::promise<std::size_t> linesBefore;
     SubscribeNamServiceCallback("first", [](int id, void*, int) {
         if (id == NAMSERVICE_EXIT_STATE) {
@@ -390,9 +323,8 @@ TEST_F(EndpointTest, TheServersExitIsLoggedAndPassedOn)
         ElementsAre(kEventEntered, "I NamNotifySubscriber: receive NAMSERVICE_EXIT_STATE", kEventEntered));
 }
 
-TEST_F(EndpointTest, OtherMethodsGetNoAnswer)
+TEST_F(SubscribedEndpointTest, OtherMethodsGetNoAnswer)
 {
-    Subscribe();
     const std::string arguments = "(1, 2, 'path', 3, 4)";
     const auto answer = control_.CallClient(ClientId(), "test_nam_notify_subscriber_1", arguments, 300);
 
@@ -401,14 +333,11 @@ TEST_F(EndpointTest, OtherMethodsGetNoAnswer)
         platform_log::OfFunction("NamClientReceiveHandleEvent"),
         ElementsAre(::testing::HasSubstr("method_name[test_nam_notify_subscriber_1]")));
     EXPECT_THAT(platform_log::OfFunction("NamNotifySubscriber"), IsEmpty());
-    control_.SendEvent(kSomeEvent, {});
-    EXPECT_EQ(Received::WaitFor(1).front().id, kSomeEvent);
+    ExpectOnlyTheNextEvent();
 }
 
 TEST_F(EndpointTest, CallsOfAnotherSignatureAreRefusedBeforeTheyArrive)
 {
-    StartServer();
-    Connect();
     for (const char* arguments : {"('text',)", "(1,)", "(@ai [1],)", "(@ay [1], 2)", "(<1>,)"}) {
         const auto answer = control_.CallClient(ClientId(), "nam_notify_subscriber", arguments, 20000);
         EXPECT_EQ(answer.error, "org.freedesktop.DBus.Error.InvalidArgs") << arguments;
@@ -416,13 +345,13 @@ TEST_F(EndpointTest, CallsOfAnotherSignatureAreRefusedBeforeTheyArrive)
     EXPECT_THAT(platform_log::OfFunction("NamNotifySubscriber"), IsEmpty());
 }
 
-TEST_F(EndpointTest, AMonitorWithoutAClientEndsAtOnce)
+TEST_F(OfflineEndpointTest, AMonitorWithoutAClientEndsAtOnce)
 {
     EXPECT_EQ(CNSGdbus::m_Monitor(nullptr), nullptr);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E m_Monitor: pInstance is NULL"));
+    ExpectLog({"E m_Monitor: pInstance is NULL"});
 }
 
-TEST_F(EndpointTest, NameCallbacksDoNothing)
+TEST_F(OfflineEndpointTest, NameCallbacksDoNothing)
 {
     CNSGdbus::m_OnnameAcquired(nullptr, "name", &client_);
     CNSGdbus::m_OnnameLost(nullptr, "name", &client_);
@@ -431,8 +360,6 @@ TEST_F(EndpointTest, NameCallbacksDoNothing)
 
 TEST_F(EndpointTest, DestroyingTheMonitorEndsItForGood)
 {
-    StartServer();
-    Connect();
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
 
     EXPECT_EQ(client_.m_pMainLoop, nullptr);
@@ -446,35 +373,26 @@ TEST_F(EndpointTest, DestroyingTheMonitorEndsItForGood)
     EXPECT_EQ(client_.m_MonitorThread, 0U);
 }
 
-TEST_F(EndpointTest, DestroyingAMonitorThatNeverWasIsNothing)
+TEST_F(OfflineEndpointTest, DestroyingAMonitorThatNeverWasIsNothing)
 {
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
 
-    StartServer();
-    Connect(); // the thread can still start
+    StartAndConnect(); // the thread can still start
 }
 
-TEST_F(EndpointTest, DestroyingTheMonitorWhileItRegistersItsObject)
+TEST_F(OfflineEndpointTest, DestroyingTheMonitorWhileItRegistersItsObject)
 {
     StartServer();
-    std::promise<void> entered;
-    std::promise<void> release;
-    std::atomic<bool> first = true;
-    platform_log::OnLine([&](const LogLine& line) {
-        if (line.function == "m_OnbusAcquired" && first.exchange(false)) {
-            entered.set_value();
-            Await("the test to let the callback go on", release.get_future());
-        }
-    });
+    StopAtLine stop("D m_OnbusAcquired: [NAM_API] Enter");
     StopNetworkSpeaker(0);
-    Await("the callback to be called", entered.get_future());
+    stop.WaitUntilReached();
     auto destroyed = std::async(std::launch::async, [&] { return client_.m_DestroyMessageMonitor(); });
-    release.set_value();
+    stop.Release();
     EXPECT_EQ(Await("the monitor to end", destroyed), 0);
     EXPECT_EQ(client_.m_pMainLoop, nullptr);
 }
 
-TEST_F(EndpointTest, DestroyingTheMonitorRightAfterTheFirstCall)
+TEST_F(OfflineEndpointTest, DestroyingTheMonitorRightAfterTheFirstCall)
 {
     StartServer();
     StopNetworkSpeaker(0);
@@ -485,8 +403,6 @@ TEST_F(EndpointTest, DestroyingTheMonitorRightAfterTheFirstCall)
 
 TEST_F(EndpointTest, DestroyingTheMonitorFromACallbackIsAnErrorAndEndsItAfterwards)
 {
-    StartServer();
-    Connect();
     static std::promise<int> result;
     SubscribeNamServiceCallback(
         "ending", [](int, void*, int) { result.set_value(CNSGdbus::m_pInstance->m_DestroyMessageMonitor()); });
@@ -500,24 +416,20 @@ TEST_F(EndpointTest, DestroyingTheMonitorFromACallbackIsAnErrorAndEndsItAfterwar
 
 TEST_F(EndpointTest, DestroyingTheMonitorWaitsForARunningCallback)
 {
-    StartServer();
-    Connect();
-    static std::promise<void> entered;
-    static std::promise<void> release;
-    static std::atomic<bool> left;
+    static Gate gate;
+    static std::atomic<bool> hasLeft;
     SubscribeNamServiceCallback("slow", [](int, void*, int) {
-        entered.set_value();
-        Await("the test to let the callback go on", release.get_future());
-        left = true;
+        gate.Pass();
+        hasLeft = true;
     });
     control_.SendEvent(kSomeEvent, {});
-    Await("the callback to be called", entered.get_future());
+    gate.WaitUntilReached();
 
     auto destroyed = std::async(std::launch::async, [&] { return client_.m_DestroyMessageMonitor(); });
-    release.set_value();
+    gate.Open();
 
     EXPECT_EQ(Await("the monitor to end", destroyed), 0);
-    EXPECT_TRUE(left);
+    EXPECT_TRUE(hasLeft);
 }
 
 // --- Client ids that the server may give ---
@@ -525,14 +437,11 @@ TEST_F(EndpointTest, DestroyingTheMonitorWaitsForARunningCallback)
 struct Id {
     const char* name;
     std::string value;
+
+    friend void PrintTo(const Id& id, std::ostream* out) { *out << id.name; }
 };
 
-void PrintTo(const Id& id, std::ostream* out)
-{
-    *out << id.name;
-}
-
-class UnfitIdTest : public EndpointTest, public ::testing::WithParamInterface<Id> {};
+class UnfitIdTest : public OfflineEndpointTest, public ::testing::WithParamInterface<Id> {};
 
 TEST_P(UnfitIdTest, IsOneErrorLineAndNoEndpointWhileCallsGoOn)
 {
@@ -557,9 +466,9 @@ INSTANTIATE_TEST_SUITE_P(
         Id{"Hyphen", "a-b"}, Id{"Slash", "a/b"}, Id{"NotAscii", "t\xc3\xa9l\xc3\xa9"}, Id{"Format", "%s%n%1000d"},
         Id{"Xml", "a\"/></node><node name=\"b"}, Id{"TooLongForAnInterface", std::string(211, 'a')},
         Id{"VeryLong", std::string(100'000, 'a')}),
-    [](const auto& id) { return id.param.name; });
+    NameOf());
 
-TEST_F(EndpointTest, TheLongestIdThatFits)
+TEST_F(OfflineEndpointTest, TheLongestIdThatFits)
 {
     StartServer();
     const std::string id(210, 'a');
@@ -568,18 +477,16 @@ TEST_F(EndpointTest, TheLongestIdThatFits)
     StopNetworkSpeaker(0);
 
     control_.WaitForOwner("org.lumra.tv.networkspeaker.client." + id);
-    EXPECT_TRUE(control_.CallClient(id, "nam_notify_subscriber", "(@ay [0],)", 20000).answered);
+    EXPECT_TRUE(control_.Reaches(id));
 }
 
 TEST_F(EndpointTest, AnIdThatChangesLaterLeavesTheEndpointWhereItIs)
 {
-    StartServer();
-    Connect();
     control_.SetClientId("another");
     StopNetworkSpeaker(0);
     EXPECT_EQ(client_.m_strClientName, "another");
 
-    EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [0],)", 20000).answered);
+    EXPECT_TRUE(control_.Reaches(ClientId()));
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "ApiTest.h"
+#include "contract/ApiTest.h"
+
+#include <unistd.h>
 
 #include <functional>
 #include <map>
@@ -65,12 +67,6 @@ protected:
 
     static constexpr int kEvent = 7;
 
-    void StartAndConnect()
-    {
-        StartServer();
-        Connect();
-    }
-
     // Makes the server push an event, and returns when all its receivers have been called.
     void Notify(int eventId, const std::vector<unsigned char>& data = {})
     {
@@ -93,48 +89,24 @@ protected:
         std::erase(lines, "I NamNotifySubscriber: [NAM_API] ** Enter **");
         return lines;
     }
-
-    // When the test's own thread next logs this line, it runs the action before it goes on.
-    static void AtLine(const std::string& shortForm, const std::function<void()>& action)
-    {
-        platform_log::OnLine([=](const LogLine& line) {
-            if (line.ofTestThread && line.Short() == shortForm) {
-                platform_log::OnLine(nullptr);
-                action();
-            }
-        });
-    }
-
-    // Makes a call read the device feature, and log that.
-    static void ReadFeature()
-    {
-        GetWhetherKivDisabled();
-        platform_log::Clear();
-    }
-
-    static Lines SentByCall(const std::string& call) { return {kOwnerQuery, IdQuery(), kOwnerQuery, call}; }
-
-    CNSGdbus& client_ = *CNSGdbus::m_pInstance;
 };
-
-// Returns the first lines of a call when the server answers the query for the id.
-inline Lines PrologueLines(const std::string& function)
-{
-    return {"I " + function + ": >>> API Start ", kEnter};
-}
 
 // Returns the lines of a call when the server answers both calls, between which nothing is logged.
 inline Lines AnsweredLines(const std::string& function)
 {
-    return PrologueLines(function) + Lines{kEnter};
+    return PrologueLines(function) + kEnter;
+}
+
+// Returns a call with the id of this process.
+inline std::string WithPid(const std::string& method)
+{
+    return method + "(" + std::to_string(getpid()) + ")";
 }
 
 inline std::string AdoptionLine(const std::string& function, const std::string& before, const std::string& received)
 {
     return "W " + function + ": ns_proxy.strProxyObj[" + before + "], pProxyObj[" + received + "]";
 }
-
-inline const std::string kAbsentLine = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
 
 inline const std::string kCallbackThrewLine = "E NamNotifySubscriber: [NAM_API] exception from a callback dropped";
 

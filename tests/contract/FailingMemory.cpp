@@ -1,4 +1,4 @@
-#include "FailingMemory.h"
+#include "contract/FailingMemory.h"
 
 #include <cstdlib>
 #include <new>

@@ -1,7 +1,5 @@
 #include "support/BusTest.h"
 
-#include <string>
-
 using namespace kiv::test;
 using ::testing::IsEmpty;
 
@@ -90,13 +88,7 @@ protected:
     {
         platform_log::Clear();
         EXPECT_EQ(call(), entryPoint.result);
-        EXPECT_EQ(platform_log::OfTestThread(), entryPoint.lines);
-        for (const LogLine& line : platform_log::Lines()) {
-            EXPECT_EQ(line.logId, 2);
-            EXPECT_EQ(line.tag, "NAM_SERVICE");
-            EXPECT_EQ(line.file, "KivServiceInterface.cpp");
-            EXPECT_GT(line.line, 0);
-        }
+        ExpectLog(entryPoint.lines);
     }
 };
 

@@ -1,4 +1,4 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 #include "support/Wait.h"
 
 #include <sys/wait.h>
@@ -18,9 +18,8 @@ namespace {
 constexpr int kChildren = 300;
 constexpr int kCallers = 4;
 
-class ForkTest : public EventTest {
+class ForkTest : public Connected<EventTest> {
 protected:
-    ForkTest() { StartAndConnect(); }
     ~ForkTest() override
     {
         isEnough_ = true;

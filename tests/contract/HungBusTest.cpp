@@ -1,4 +1,4 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
@@ -13,11 +13,6 @@ namespace {
 
 // Shorter than GIO's default, and than any time limit for which the bus could delay the library's end.
 constexpr int kPatienceOfOthersMs = 20'000;
-
-constexpr const char* kXml =
-    "<node><interface name='org.lumra.tv.networkspeaker.client.interface.%s'>"
-    "<method name='nam_notify_subscriber'><arg name='param' type='ay' direction='in'/></method>"
-    "</interface></node>";
 
 class HungBusTest : public EventTest {
 protected:
@@ -35,11 +30,9 @@ protected:
             others_.Get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer", "Ping",
             nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, kPatienceOfOthersMs, nullptr,
             [](GObject* connection, GAsyncResult* result, gpointer givenUp) {
-                GError* error = nullptr;
-                GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, &error);
+                g_autoptr(GVariant) reply =
+                    g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr);
                 EXPECT_EQ(reply, nullptr) << "the bus does not hang";
-                g_clear_pointer(&reply, g_variant_unref);
-                g_clear_error(&error);
                 *static_cast<bool*>(givenUp) = true;
             },
             &hasGivenUp);
@@ -84,7 +77,7 @@ TEST_F(HungBusTest, AMonitorThatHasJustAskedForItsNameEndsAtOnce)
 {
     StartServer();
     std::promise<void> asked;
-    auto* const shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    g_autoptr(GDBusConnection) shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
     g_dbus_connection_set_exit_on_close(shared, FALSE);
     const guint filter = g_dbus_connection_add_filter(shared, TellOfRequest, &asked, nullptr);
     platform_log::OnLine([&](const LogLine& line) {
@@ -92,11 +85,10 @@ TEST_F(HungBusTest, AMonitorThatHasJustAskedForItsNameEndsAtOnce)
             Stop(); // before the name is requested
         }
     });
-    EXPECT_TRUE(client_.GetProxy(kXml, {}, false, false));
+    EXPECT_TRUE(client_.GetProxy(kClientXml, {}, false, false));
     Await("the name to be asked for", asked.get_future());
     platform_log::OnLine(nullptr);
     g_dbus_connection_remove_filter(shared, filter);
-    g_object_unref(shared);
     ExpectEndWithoutTheBus();
 
     Resume();

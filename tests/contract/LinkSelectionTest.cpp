@@ -1,4 +1,4 @@
-#include "RequestTest.h"
+#include "contract/RequestTest.h"
 
 using namespace kiv::test;
 
@@ -15,35 +15,18 @@ Request Question(const std::string& function, bool (*call)(), const Lines& first
             [function](int answer) {
                 return Lines{"I " + function + ": b" + function + "[" + std::to_string(answer) + "]"};
             },
+        .preset = 0,
         .failed = {"E " + function + ": MethodCall Error"},
         .failure = 0,
         .first = first,
     };
 }
 
-class LinkSelectionTest : public RequestTest {};
-
-TEST_P(LinkSelectionTest, TheServersAnswerIsReturnedAndLogged)
-{
-    ExpectAnswered(1);
-    ExpectAnswered(0);
-}
-
-TEST_P(LinkSelectionTest, AFailedCallIsFalse)
-{
-    ExpectFailed();
-}
-
-TEST_P(LinkSelectionTest, AnAnswerOfAnotherTypeIsOneLineAndFalse)
-{
-    ExpectOtherTypes(0);
-}
-
 INSTANTIATE_TEST_SUITE_P(
-    Functions, LinkSelectionTest,
+    LinkSelection, RequestTest,
     ::testing::Values(
         Question("CanCancelTavrin", CanCancelTavrin, {}), Question("PreSelectTavrin", PreSelectTavrin, {}),
         Question("CanSelectTavrin", CanSelectTavrin, {"D CanSelectTavrin: Enter"})),
-    NameOf);
+    NameOf());
 
 } // namespace

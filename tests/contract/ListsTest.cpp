@@ -1,11 +1,10 @@
-#include "ApiTest.h"
+#include "contract/BytesQueryTest.h"
+#include "contract/RequestTest.h"
 
 #include <climits>
 #include <ostream>
 
 using namespace kiv::test;
-using ::testing::Contains;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -23,38 +22,7 @@ protected:
     }
 };
 
-// --- Shared by the queries for byte arrays ---
-
-// The result and the last lines of a query that failed in one way.
-struct Outcome {
-    int result;
-    Lines lines;
-};
-
-struct Query {
-    const char* name;
-    const char* method; // the server's method, and the function that logs
-    Lines first;        // lines before all others
-    Outcome refused;
-    Outcome noTuple; // after the line about the missing tuple
-    Outcome noBytes;
-    std::size_t smallest; // the least number of bytes of a reply
-    int smallestResult;
-    int (*call)();
-};
-
-void PrintTo(const Query& query, std::ostream* out)
-{
-    *out << query.name;
-}
-
-int ActiveSpeakers()
-{
-    Guarded<char, NETSPK_LIST_NAME_LEN> name;
-    Guarded<char, NETSPK_SPEAKER_TYPE_LEN + 1> type;
-    std::vector<spk_info_s> list;
-    return GetActiveNetSpkInfo(name.Data(), type.Data(), list);
-}
+// --- Queries without an answer ---
 
 int SpeakerLists()
 {
@@ -74,119 +42,51 @@ int SpeakerNodes()
     return GetNetSpkNodeList(list);
 }
 
-const Query kQueries[] = {
-    {"GetActiveNetSpkInfo",
-     "GetActiveNetSpkInfo",
-     {},
-     {-1, {"E GetActiveNetSpkInfo: [NAM_API] MethodCall Error"}},
-     {0, {}},
-     {0, {"E GetActiveNetSpkInfo: [NAM_API] pByteArray is NULL"}},
-     151,
-     0,
-     ActiveSpeakers},
-    {"GetNetSpkListInfo",
-     "GetNetSpkListInfo",
-     {},
-     {-1, {"E GetNetSpkListInfo: [NAM_API] MethodCall Error", "E GetNetSpkListInfo: param_out is NULL"}},
-     {0, {}},
-     {0, {"E GetNetSpkListInfo: [NAM_API] pByteArray is NULL"}},
-     1086,
-     1,
-     SpeakerLists},
-    {"getNetSpkListInfo",
-     "GetNetSpkListInfo",
-     {},
-     {-1, {"E GetNetSpkListInfo: [NAM_API] MethodCall Error", "E GetNetSpkListInfo: param_out is NULL"}},
-     {0, {}},
-     {0, {"E GetNetSpkListInfo: [NAM_API] pByteArray is NULL"}},
-     1086,
-     1,
-     SpeakerListsInArray},
-    {"GetNetSpkNodeList",
-     "GetNetSpkNodeList",
-     {"I GetNetSpkNodeList: GetNetSpkNodeList"},
-     {-1,
-      {"E GetNetSpkNodeList: [NAM_API] MethodCall Error", "E GetNetSpkNodeList: param_out is NULL",
-       "I GetNetSpkNodeList: [NAM_API] Speaker Size[-1]"}},
-     {0, {"I GetNetSpkNodeList: [NAM_API] Speaker Size[0]"}},
-     {-1, {"E GetNetSpkNodeList: [NAM_API] pByteArray is NULL"}},
-     134,
-     1,
-     SpeakerNodes},
+const Lines kListsRefused = {MethodErrorLine("GetNetSpkListInfo"), "E GetNetSpkListInfo: param_out is NULL"};
+
+const BytesQuery kQueries[] = {
+    {.name = "GetActiveNetSpkInfo", .method = "GetActiveNetSpkInfo", .call = UnansweredActiveSpeakers},
+    {.name = "GetNetSpkListInfo", .method = "GetNetSpkListInfo", .call = SpeakerLists, .refused = kListsRefused},
+    // On some file systems, test names that differ only in case are the same.
+    {.name = "PlainArray", .method = "GetNetSpkListInfo", .call = SpeakerListsInArray, .refused = kListsRefused},
+    {.name = "GetNetSpkNodeList",
+     .method = "GetNetSpkNodeList",
+     .call = SpeakerNodes,
+     .first = {"I GetNetSpkNodeList: GetNetSpkNodeList"},
+     .refused =
+         {MethodErrorLine("GetNetSpkNodeList"), "E GetNetSpkNodeList: param_out is NULL",
+          "I GetNetSpkNodeList: [NAM_API] Speaker Size[-1]"},
+     .noTuple = {0, {"I GetNetSpkNodeList: [NAM_API] Speaker Size[0]"}},
+     .noBytes = {-1, {NoBytesLine("GetNetSpkNodeList")}}},
 };
 
-class ListQueryTest : public ListsTest, public ::testing::WithParamInterface<Query> {
-protected:
-    Lines LoggedByQuery(const Lines& after) const { return query_.first + Logged(method_, {}, after); }
+INSTANTIATE_TEST_SUITE_P(Lists, BytesQueryTest, ::testing::ValuesIn(kQueries), NameOf());
 
-    const Query& query_ = GetParam();
-    const std::string method_ = GetParam().method;
-};
-
-TEST_P(ListQueryTest, SendsZero)
+TEST_F(ListsTest, WhatFollowsTheBytesInTheReplyDoesNotMatter)
 {
-    control_.SetReply(method_, {});
-    query_.call();
-    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, method_ + "(0)"));
-    EXPECT_EQ(SentMessages().back().signature, "i");
-}
-
-TEST_P(ListQueryTest, ARefusedCallIsMinusOne)
-{
-    control_.SetFault(method_, kRefusal);
-    EXPECT_EQ(query_.call(), query_.refused.result);
-    EXPECT_EQ(platform_log::OfTestThread(), LoggedByQuery(Lines{RefusedLine(method_)} + query_.refused.lines));
-}
-
-TEST_P(ListQueryTest, AReplyWithoutBytes)
-{
-    control_.SetReply(method_, {});
-    EXPECT_EQ(query_.call(), query_.noBytes.result);
-    EXPECT_EQ(platform_log::OfTestThread(), LoggedByQuery(query_.noBytes.lines));
-}
-
-TEST_P(ListQueryTest, AReplyOfAnotherTypeIsOneMoreLine)
-{
-    for (const WrongReply& reply : WrongReplies("(ay)")) {
-        control_.SetFault(method_, reply.Fault());
-        platform_log::Clear();
-        const Outcome& outcome = std::string(reply.type) == "()" ? query_.noTuple : query_.noBytes;
-        EXPECT_EQ(query_.call(), outcome.result) << reply.value;
-        EXPECT_EQ(platform_log::OfTestThread(), LoggedByQuery(NoBytesLines(method_, method_, reply) + outcome.lines));
+    const auto activeSpeakers = [] {
+        char name[NETSPK_LIST_NAME_LEN];
+        char type[NETSPK_SPEAKER_TYPE_LEN + 1];
+        std::vector<spk_info_s> list;
+        return GetActiveNetSpkInfo(name, type, list);
+    };
+    const struct {
+        const char* method;
+        std::size_t smallest; // the least number of bytes of a reply
+        int result;
+        int (*call)();
+    } queries[] = {
+        {"GetActiveNetSpkInfo", 151, 0, activeSpeakers},
+        {"GetNetSpkListInfo", 1086, 1, SpeakerLists},
+        {"GetNetSpkListInfo", 1086, 1, SpeakerListsInArray},
+        {"GetNetSpkNodeList", 134, 1, SpeakerNodes},
+    };
+    for (const auto& [method, smallest, result, call] : queries) {
+        control_.SetFault(method, "{'reply': <(@ay " + BytesText(std::vector<unsigned char>(smallest)) + ", 5)>}");
+        EXPECT_EQ(call(), result) << method;
     }
-}
-
-TEST_P(ListQueryTest, WhatFollowsTheBytesInTheReplyDoesNotMatter)
-{
-    std::string zeros = "byte 0";
-    for (std::size_t i = 1; i < query_.smallest; ++i) {
-        zeros += ", 0";
-    }
-    control_.SetFault(method_, "{'reply': <([" + zeros + "], 5)>}");
-    EXPECT_EQ(query_.call(), query_.smallestResult);
     EXPECT_THAT(platform_log::OfTestThread(), ::testing::Each(::testing::Not(::testing::StartsWith("E "))));
 }
-
-TEST_P(ListQueryTest, AnAbsentServerIsMinusOne)
-{
-    KillServer();
-    platform_log::Clear();
-    EXPECT_EQ(query_.call(), -1);
-    EXPECT_EQ(platform_log::OfTestThread(), query_.first + UnreachableLines(method_));
-}
-
-TEST_P(ListQueryTest, ADeviceWithoutTheFeatureIsMinusOne)
-{
-    g_KivDisabled = true;
-    EXPECT_EQ(query_.call(), -1);
-    EXPECT_EQ(platform_log::OfTestThread(), query_.first + DisabledLines(method_));
-    EXPECT_THAT(Sent(), IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, ListQueryTest, ::testing::ValuesIn(kQueries), [](const auto& query) {
-    // On some file systems, test names that differ only in case are the same.
-    return std::string(query.param.call == SpeakerListsInArray ? "PlainArray" : query.param.name);
-});
 
 // --- GetActiveNetSpkInfo ---
 
@@ -237,8 +137,7 @@ TEST_F(ActiveSpeakersTest, NameTypeAndSpeakersAreTaken)
     EXPECT_EQ(type_.Bytes(), std::vector<unsigned char>(payload.begin() + 128, payload.begin() + 151));
     ASSERT_THAT(list_, SizeIs(2));
     EXPECT_TRUE(Are(list_, {payload.begin() + kHeader, payload.end()}));
-    EXPECT_EQ(
-        platform_log::OfTestThread(), Logged("GetActiveNetSpkInfo", {}, {AnswerLine("Living room", "SURROUND", 2)}));
+    ExpectLog(Logged("GetActiveNetSpkInfo", {}, {AnswerLine("Living room", "SURROUND", 2)}));
 }
 
 TEST_F(ActiveSpeakersTest, SpeakersAreAppendedToWhatTheListHolds)
@@ -266,11 +165,10 @@ TEST_F(ActiveSpeakersTest, AReplyTooShortForNameAndTypeIsNothing)
     for (const std::size_t length : {1U, 127U, 128U, 149U, 150U}) {
         EXPECT_EQ(CallFor(SomeBytes(length)), 0) << length;
         EXPECT_TRUE(NothingIsFilled()) << length;
-        EXPECT_EQ(
-            platform_log::OfTestThread(), Logged(
-                                              "GetActiveNetSpkInfo", {},
-                                              {"E GetActiveNetSpkInfo: [NAM_API] elenum[" + std::to_string(length) +
-                                               "] less than (NETSPK_LIST_NAME_LEN + NETSPK_SPEAKER_TYPE_LEN+1)[151]"}));
+        ExpectLog(Logged(
+            "GetActiveNetSpkInfo", {},
+            {"E GetActiveNetSpkInfo: [NAM_API] elenum[" + std::to_string(length) +
+             "] less than (NETSPK_LIST_NAME_LEN + NETSPK_SPEAKER_TYPE_LEN+1)[151]"}));
     }
 }
 
@@ -284,8 +182,7 @@ TEST_F(ActiveSpeakersTest, AReplyThatEndsBeforeOrInTheCountHasNoSpeakers)
         EXPECT_TRUE(name_.StartsWithOnly({payload.begin(), payload.begin() + 128})) << length;
         EXPECT_TRUE(type_.StartsWithOnly({payload.begin() + 128, payload.begin() + 151})) << length;
         EXPECT_THAT(list_, IsEmpty());
-        EXPECT_EQ(
-            platform_log::OfTestThread(), Logged("GetActiveNetSpkInfo", {}, {AnswerLine(name_.Data(), "SURROUND", 0)}));
+        ExpectLog(Logged("GetActiveNetSpkInfo", {}, {AnswerLine(name_.Data(), "SURROUND", 0)}));
     }
 }
 
@@ -301,12 +198,12 @@ struct Announced {
     std::int32_t count;
     std::size_t speakerBytes;
     std::size_t appended;
-};
 
-void PrintTo(const Announced& announced, std::ostream* out)
-{
-    *out << announced.count << " in " << announced.speakerBytes;
-}
+    friend void PrintTo(const Announced& announced, std::ostream* out)
+    {
+        *out << announced.count << " in " << announced.speakerBytes;
+    }
+};
 
 const Announced kAnnounced[] = {
     {0, 0, 0},
@@ -394,23 +291,6 @@ TEST_F(ActiveSpeakersTest, ATextIsNoFormat)
     EXPECT_EQ(platform_log::OfTestThread().back(), AnswerLine("%s%n%d", "SURROUND", 0));
 }
 
-TEST_F(ActiveSpeakersTest, WithoutAnAnswerEverythingStaysAsItIs)
-{
-    control_.SetFault("GetActiveNetSpkInfo", kRefusal);
-    EXPECT_EQ(Call(), -1);
-    EXPECT_TRUE(NothingIsFilled());
-    EXPECT_EQ(CallFor({}), 0);
-    EXPECT_TRUE(NothingIsFilled());
-    for (const WrongReply& reply : WrongReplies("(ay)")) {
-        control_.SetFault("GetActiveNetSpkInfo", reply.Fault());
-        EXPECT_EQ(Call(), 0);
-        EXPECT_TRUE(NothingIsFilled()) << reply.value;
-    }
-    KillServer();
-    EXPECT_EQ(Call(), -1);
-    EXPECT_TRUE(NothingIsFilled());
-}
-
 TEST_F(ActiveSpeakersTest, FiftyThousandSpeakersTravel)
 {
     const auto payload = ActivePayload(50'000, 50'000 * sizeof(spk_info_s));
@@ -473,11 +353,7 @@ protected:
     }
 
     // Expects that the list is empty and has kept its capacity.
-    void ExpectEmptied() const
-    {
-        EXPECT_THAT(list_, IsEmpty());
-        EXPECT_EQ(list_.capacity(), 64U);
-    }
+    void ExpectEmptied() const { EXPECT_TRUE(list_.empty() && list_.capacity() == 64U); }
 
     const std::string name_ = Function::kName;
     std::vector<Record> list_; // holds records of an earlier call
@@ -489,41 +365,21 @@ TYPED_TEST_SUITE(RecordsOfTest, RecordFunctions, FunctionNames);
 TYPED_TEST(RecordsOfTest, WholeRecordsReplaceWhatTheListHeld)
 {
     constexpr std::size_t kSize = sizeof(typename TypeParam::Record);
-    for (const std::size_t length : {kSize, kSize + 1, 2 * kSize - 1, 2 * kSize, 3 * kSize + kSize / 2}) {
+    for (const std::size_t length :
+         {std::size_t{1}, kSize - 1, kSize, kSize + 1, 2 * kSize - 1, 2 * kSize, 3 * kSize + kSize / 2}) {
         const auto bytes = SomeBytes(length);
         const int records = static_cast<int>(length / kSize);
         this->list_.resize(5);
 
-        EXPECT_EQ(this->CallFor(bytes), records) << length;
+        SCOPED_TRACE(length);
+        EXPECT_EQ(this->CallFor(bytes), records);
 
         EXPECT_THAT(this->list_, SizeIs(length / kSize));
-        EXPECT_TRUE(this->Are(this->list_, bytes)) << length;
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            TypeParam::First() + this->Logged(
-                                     this->name_, {},
-                                     Lines{
-                                         "D " + this->name_ + ": [NAM_API] elenum[" + std::to_string(length) +
-                                         "], sizeof(" + TypeParam::kRecordName + ")[" + std::to_string(kSize) + "]"} +
-                                         TypeParam::End(records)));
-    }
-}
-
-TYPED_TEST(RecordsOfTest, LessThanARecordIsAnEmptyList)
-{
-    constexpr std::size_t kSize = sizeof(typename TypeParam::Record);
-    for (const std::size_t length : {std::size_t{1}, kSize - 1}) {
-        this->list_.resize(5);
-        EXPECT_EQ(this->CallFor(SomeBytes(length)), 0) << length;
-        this->ExpectEmptied();
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            TypeParam::First() + this->Logged(
-                                     this->name_, {},
-                                     Lines{
-                                         "D " + this->name_ + ": [NAM_API] elenum[" + std::to_string(length) +
-                                         "], sizeof(" + TypeParam::kRecordName + ")[" + std::to_string(kSize) + "]"} +
-                                         TypeParam::End(0)));
+        EXPECT_EQ(this->list_.capacity(), 64U);
+        EXPECT_TRUE(this->Are(this->list_, bytes));
+        const std::string line = "D " + this->name_ + ": [NAM_API] elenum[" + std::to_string(length) + "], sizeof(" +
+                                 TypeParam::kRecordName + ")[" + std::to_string(kSize) + "]";
+        ExpectLog(TypeParam::First() + this->Logged(this->name_, {}, Lines{line} + TypeParam::End(records)));
     }
 }
 
@@ -595,10 +451,8 @@ TEST_F(PlainArrayTest, TheLogIsThatOfTheOtherForm)
 {
     control_.SetReply("GetNetSpkListInfo", SomeBytes(kSize));
     EXPECT_EQ(Call(), 1);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        Logged(
-            "GetNetSpkListInfo", {}, {"D GetNetSpkListInfo: [NAM_API] elenum[1086], sizeof(STNetSpkListInfo)[1086]"}));
+    ExpectLog(Logged(
+        "GetNetSpkListInfo", {}, {"D GetNetSpkListInfo: [NAM_API] elenum[1086], sizeof(STNetSpkListInfo)[1086]"}));
 }
 
 TEST_F(PlainArrayTest, NoRecordIsNothingWritten)
@@ -624,59 +478,22 @@ TEST_F(PlainArrayTest, AFailureIsNothingWritten)
 
 // --- GetNetSpkListInfoNumber ---
 
-TEST_F(ListsTest, TheNumberIsTheServers)
+std::string NumberLine(int number)
 {
-    for (const int answer : {0, 3, -1, -5, INT_MAX, INT_MIN}) {
-        control_.SetFault("GetNetSpkListInfoNumber", "{'reply': <(" + std::to_string(answer) + ",)>}");
-        ForgetTraffic();
-        EXPECT_EQ(GetNetSpkListInfoNumber(), answer);
-        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, "GetNetSpkListInfoNumber()"));
-        EXPECT_EQ(SentMessages().back().signature, "");
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            Logged(
-                "GetNetSpkListInfoNumber", {},
-                {"I GetNetSpkListInfoNumber: GetNetSpkListInfoNumber nRetV=[" + std::to_string(answer) + "]"}));
-    }
+    return "I GetNetSpkListInfoNumber: GetNetSpkListInfoNumber nRetV=[" + std::to_string(number) + "]";
 }
 
-TEST_F(ListsTest, ARefusedNumberIsMinusOne)
-{
-    control_.SetFault("GetNetSpkListInfoNumber", kRefusal);
-    EXPECT_EQ(GetNetSpkListInfoNumber(), -1);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        Logged(
-            "GetNetSpkListInfoNumber", {},
-            {RefusedLine("GetNetSpkListInfoNumber"), "E GetNetSpkListInfoNumber: [NAM_API] MethodCall Error",
-             "I GetNetSpkListInfoNumber: GetNetSpkListInfoNumber nRetV=[-1]"}));
-}
+const Request kNumber = {
+    .name = "GetNetSpkListInfoNumber",
+    .call = GetNetSpkListInfoNumber,
+    .sent = "GetNetSpkListInfoNumber()",
+    .replyType = "(i)",
+    .answered = [](int answer) { return Lines{NumberLine(answer)}; },
+    .preset = 0,
+    .failed = {MethodErrorLine("GetNetSpkListInfoNumber"), NumberLine(-1)},
+};
 
-// The result is 0 without a reply of the right type.
-TEST_F(ListsTest, ANumberOfAnotherTypeIsNone)
-{
-    for (const WrongReply& reply : WrongReplies("(i)")) {
-        control_.SetFault("GetNetSpkListInfoNumber", reply.Fault());
-        platform_log::Clear();
-        EXPECT_EQ(GetNetSpkListInfoNumber(), 0) << reply.value;
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            Logged(
-                "GetNetSpkListInfoNumber", {},
-                {WrongTypeLine("GetNetSpkListInfoNumber", "GetNetSpkListInfoNumber", "(i)", reply.type),
-                 "I GetNetSpkListInfoNumber: GetNetSpkListInfoNumber nRetV=[0]"}));
-    }
-}
-
-TEST_F(ListsTest, ANumberThatCannotBeAskedForIsMinusOne)
-{
-    KillServer();
-    platform_log::Clear();
-    EXPECT_EQ(GetNetSpkListInfoNumber(), -1);
-    EXPECT_EQ(platform_log::OfTestThread(), UnreachableLines("GetNetSpkListInfoNumber"));
-    g_KivDisabled = true;
-    EXPECT_EQ(GetNetSpkListInfoNumber(), -1);
-}
+INSTANTIATE_TEST_SUITE_P(Lists, RequestTest, ::testing::Values(kNumber), NameOf());
 
 } // namespace
 } // namespace lists_test

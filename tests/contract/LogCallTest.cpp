@@ -1,10 +1,9 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 #include "endurance/EveryFunction.h"
 
 #include <atomic>
 #include <mutex>
 #include <set>
-#include <thread>
 
 using namespace kiv::test;
 using kiv::endurance::CallFunction;
@@ -18,9 +17,8 @@ namespace {
 // Each test makes a share of the outer calls, so that it ends well within its limit under the sanitizers, too.
 constexpr int kShares = 4;
 
-class LogCallTest : public EventTest, public ::testing::WithParamInterface<int> {
+class LogCallTest : public Connected<EventTest>, public ::testing::WithParamInterface<int> {
 protected:
-    LogCallTest() { StartAndConnect(); }
     ~LogCallTest() override
     {
         platform_log::OnLine(nullptr);
@@ -102,9 +100,7 @@ TEST_F(LogCallTest, MayCallEveryFunctionWhileAnEventIsDispatched)
 
 TEST_F(LogCallTest, MayCallEveryFunctionWhileALostBusIsReplaced)
 {
-    LoseBus();
-    bus_.Start();
-    StartServer();
+    LoseAndFindBus();
     ForgetLines();
     CallFunctionsInLines();
     EXPECT_EQ(StopNetworkSpeaker(2), 2);

@@ -1,24 +1,20 @@
-#include "ApiTest.h"
+#include "contract/ApiTest.h"
+#include "link/Owners.h"
+#include "support/Gate.h"
 #include "support/Process.h"
 #include "support/Wait.h"
 
-#include <future>
 #include <thread>
 
 using namespace kiv::test;
+using kiv::link::NewReference;
 using ::testing::ElementsAre;
 
 namespace {
 
-class LostBusTest : public BusTest {
+class OfflineLostBusTest : public BusTest {
 protected:
-    explicit LostBusTest(const kiv::sandbox::BusOptions& options = {}) : BusTest(options) {}
-
-    void BringBusBack()
-    {
-        bus_.Start();
-        StartServer();
-    }
+    explicit OfflineLostBusTest(const kiv::sandbox::BusOptions& options = {}) : BusTest(options) {}
 
     // Makes a call over the current connection, and receives an event over it.
     void ExpectCallOnly(int stopType)
@@ -34,8 +30,7 @@ protected:
     {
         platform_log::Clear();
         EXPECT_EQ(StopNetworkSpeaker(stopType), stopType);
-        platform_log::WaitForLine(
-            [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
+        platform_log::WaitForEndpoint();
         ServerControl(bus_.Address()).WaitForOwner(ClientBusName());
         platform_log::Clear();
         ExpectEvent();
@@ -50,10 +45,10 @@ protected:
     }
 };
 
+class LostBusTest : public Connected<OfflineLostBusTest> {};
+
 TEST_F(LostBusTest, ALostBusIsReplacedByTheNextCallAndEventsFlowAgain)
 {
-    StartServer();
-    Connect();
     for (int loss = 0; loss < 3; ++loss) {
         LoseBus();
         EXPECT_EQ(StopNetworkSpeaker(1), -1);
@@ -65,60 +60,47 @@ TEST_F(LostBusTest, ALostBusIsReplacedByTheNextCallAndEventsFlowAgain)
 
 TEST_F(LostBusTest, ALostBusThatIsBackIsNoticedByTheVeryNextCall)
 {
-    StartServer();
-    Connect();
-    LoseBus();
-    BringBusBack();
-    platform_log::Clear();
+    LoseAndFindBus();
 
     EXPECT_EQ(StopNetworkSpeaker(2), 2);
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "I StopNetworkSpeaker: >>> API Start ", kEnter, "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[2]",
-            kEnter, "I StopNetworkSpeaker: [NAM_API] StopType[2]"));
+    ExpectLog(
+        PrologueLines("StopNetworkSpeaker") + "M StopNetworkSpeaker: [NAM_API] STOP, nStopType[2]" + kEnter +
+        "I StopNetworkSpeaker: [NAM_API] StopType[2]");
 }
 
 TEST_F(LostBusTest, ALostConnectionThatTheHostKeepsIsDoneWithout)
 {
-    StartServer();
-    Connect();
-    auto* kept = static_cast<GDBusConnection*>(g_object_ref(CNSGdbus::m_pInstance->m_pConnection));
+    auto kept = NewReference(client_.m_pConnection);
     for (int loss = 0; loss < 2; ++loss) {
         LoseBus();
         EXPECT_EQ(StopNetworkSpeaker(1), -1);
         BringBusBack();
         ExpectCallAndEvent(2);
     }
-    g_object_unref(kept);
+    kept.reset();
     ExpectCallOnly(3);
 }
 
 // GIO delivers the loss of a connection in the context under which it was opened. Until then, it returns the closed
 // connection.
-TEST_F(LostBusTest, AHostThatOpenedTheBusAndRunsNoLoopLosesNoCall)
+TEST_F(OfflineLostBusTest, AHostThatOpenedTheBusAndRunsNoLoopLosesNoCall)
 {
-    auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    StartServer();
-    Connect();
+    g_autoptr(GDBusConnection) hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    StartAndConnect();
     EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, hosts);
     for (int loss = 0; loss < 3; ++loss) {
-        LoseBus();
-        BringBusBack();
+        LoseAndFindBus();
         ExpectCallAndEvent(2);
     }
-    auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    g_autoptr(GDBusConnection) shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
     EXPECT_EQ(shared, hosts); // the same as without the library
-    g_object_unref(shared);
-    g_object_unref(hosts);
 }
 
 // The library releases the lost connection, so that GIO opens another one for the process.
-TEST_F(LostBusTest, AHostThatRunsItsLoopHasASharedConnectionAgain)
+TEST_F(OfflineLostBusTest, AHostThatRunsItsLoopHasASharedConnectionAgain)
 {
     auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    StartServer();
-    Connect();
+    StartAndConnect();
     LoseBus();
     g_object_unref(hosts);
     BringBusBack();
@@ -126,21 +108,16 @@ TEST_F(LostBusTest, AHostThatRunsItsLoopHasASharedConnectionAgain)
     WaitUntil("the process to have a shared connection again", [] {
         while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
         }
-        auto* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-        const bool isClosed = g_dbus_connection_is_closed(shared) != FALSE;
-        g_object_unref(shared);
-        return !isClosed;
+        g_autoptr(GDBusConnection) shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        return g_dbus_connection_is_closed(shared) == FALSE;
     });
     ExpectCallOnly(3);
 }
 
 TEST_F(LostBusTest, NoThreadAndNoConnectionIsLeftOver)
 {
-    StartServer();
-    Connect();
     const auto lose = [this] {
-        LoseBus();
-        BringBusBack();
+        LoseAndFindBus();
         ExpectCallAndEvent(1);
     };
     lose();
@@ -155,53 +132,40 @@ TEST_F(LostBusTest, NoThreadAndNoConnectionIsLeftOver)
 
 TEST_F(LostBusTest, AMonitorWhoseNextConnectionIsLostTooMovesToTheOneAfterThat)
 {
-    StartServer();
-    Connect();
-    static std::promise<void> entered;
-    static std::promise<void> release;
+    static Gate gate;
     SubscribeNamServiceCallback("busy", [](int event, void*, int) {
         if (event == 0x1234) {
-            entered.set_value();
-            Await("the test to let the callback go on", release.get_future());
+            gate.Pass();
         }
     });
-    auto& client = *CNSGdbus::m_pInstance;
-    auto* kept = static_cast<GDBusConnection*>(g_object_ref(client.m_pConnection));
+    const auto kept = NewReference(client_.m_pConnection);
     control_.SendEvent(0x1234, {});
-    Await("the callback to be called", entered.get_future());
-    Close(kept);
+    gate.WaitUntilReached();
+    Close(kept.get());
     control_.WaitForNoOwner(ClientBusName());
     EXPECT_EQ(StopNetworkSpeaker(1), 1);
-    auto* next = static_cast<GDBusConnection*>(g_object_ref(client.m_pConnection));
-    Close(next);
-    g_object_unref(next);
+    Close(NewReference(client_.m_pConnection).get());
 
-    release.set_value();
+    gate.Open();
     EXPECT_EQ(StopNetworkSpeaker(2), 2);
     control_.WaitForOwner(ClientBusName());
-    EXPECT_TRUE(control_.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [0],)", 20000).answered);
-    EXPECT_EQ(client.m_DestroyMessageMonitor(), 0);
-    g_object_unref(kept);
+    EXPECT_TRUE(control_.Reaches(ClientId()));
+    EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
 }
 
 TEST_F(LostBusTest, AMonitorThatEndsDoesNotTurnToTheNewConnectionAnyMore)
 {
-    StartServer();
-    Connect();
-    static std::promise<void> entered;
-    static std::promise<void> release;
+    static Gate gate;
     SubscribeNamServiceCallback("ending", [](int, void*, int) {
-        entered.set_value();
-        Await("the test to let the callback go on", release.get_future());
+        gate.Pass();
         CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
     });
     control_.SendEvent(0x1234, {});
-    Await("the callback to be called", entered.get_future());
-    LoseBus();
-    BringBusBack();
+    gate.WaitUntilReached();
+    LoseAndFindBus();
     EXPECT_EQ(StopNetworkSpeaker(1), 1); // makes the monitor thread follow, too
 
-    release.set_value();
+    gate.Open();
     EXPECT_EQ(CNSGdbus::m_pInstance->m_DestroyMessageMonitor(), 0);
 }
 
@@ -210,36 +174,33 @@ class DroppingBus {
 public:
     DroppingBus()
     {
-        g_main_context_push_thread_default(context_);
-        gchar* guid = g_dbus_generate_guid();
+        g_main_context_push_thread_default(context_.get());
+        g_autofree gchar* guid = g_dbus_generate_guid();
         server_ = g_dbus_server_new_sync(
             "unix:tmpdir=/tmp", G_DBUS_SERVER_FLAGS_RUN_IN_THREAD, guid, nullptr, nullptr, nullptr);
-        g_free(guid);
         g_dbus_server_start(server_);
-        g_main_context_pop_thread_default(context_);
-        thread_ = std::thread(g_main_loop_run, loop_);
+        g_main_context_pop_thread_default(context_.get());
+        thread_ = std::thread(g_main_loop_run, loop_.get());
         setenv("DBUS_SYSTEM_BUS_ADDRESS", g_dbus_server_get_client_address(server_), 1);
     }
     ~DroppingBus()
     {
-        g_main_loop_quit(loop_);
+        g_main_loop_quit(loop_.get());
         thread_.join();
         g_dbus_server_stop(server_);
         g_object_unref(server_);
-        g_main_loop_unref(loop_);
-        g_main_context_unref(context_);
     }
     DroppingBus(const DroppingBus&) = delete;
     DroppingBus& operator=(const DroppingBus&) = delete;
 
 private:
-    GMainContext* context_ = g_main_context_new();
-    GMainLoop* loop_ = g_main_loop_new(context_, FALSE);
+    const kiv::link::ContextOwner context_{g_main_context_new()};
+    const kiv::link::LoopOwner loop_{g_main_loop_new(context_.get(), FALSE)};
     GDBusServer* server_ = nullptr;
     std::thread thread_;
 };
 
-class DroppedTest : public LostBusTest {
+class DroppedTest : public OfflineLostBusTest {
 protected:
     void ReturnToTheRealBus() { setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1); }
 };
@@ -283,15 +244,13 @@ TEST_F(DroppedTest, NothingIsLeftOfABusThatIsLostAgainAndAgainWhileItIsOpened)
     WaitUntil("GIO to close what was opened", [&] { return OpenFiles() <= files; });
 }
 
-class SmallBusTest : public LostBusTest {
+class SmallBusTest : public Connected<OfflineLostBusTest> {
 protected:
-    SmallBusTest() : LostBusTest({{}, "<limit name=\"max_message_size\">1000000</limit>"}) {}
+    SmallBusTest() : Connected({{}, "<limit name=\"max_message_size\">1000000</limit>"}) {}
 };
 
 TEST_F(SmallBusTest, AMessageForWhichTheBusDropsUsCostsOneCall)
 {
-    StartServer();
-    Connect();
     const std::vector<STNetSpkConfig> tooLong(20'000, Speaker(1));
     GetNetSpkVolumeList(tooLong);
     EXPECT_EQ(platform_log::Count("E TransformNetSpkList: [NAM_API] MethodCall(GetNetSpkVolumeList) Error"), 1U);

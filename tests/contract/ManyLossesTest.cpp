@@ -1,4 +1,4 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 #include "support/Process.h"
 #include "support/Wait.h"
 
@@ -15,20 +15,10 @@ namespace {
 constexpr int kLosses = 200;
 constexpr int kCallers = 8;
 
-class ManyLossesTest : public EventTest {
-protected:
-    void LoseAndFindBus()
-    {
-        LoseBus();
-        bus_.Start();
-        StartServer();
-        platform_log::Clear();
-    }
-};
+class ManyLossesTest : public Connected<EventTest> {};
 
 TEST_F(ManyLossesTest, LeaveNothingBehindAndCostNoCall)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("name", Subscriber<'n'>);
     std::size_t threads = 0;
     std::size_t files = 0;
@@ -53,7 +43,6 @@ TEST_F(ManyLossesTest, LeaveNothingBehindAndCostNoCall)
 
 TEST_F(ManyLossesTest, AreEachFollowedOnceHoweverManyFindThem)
 {
-    StartAndConnect();
     for (int loss = 0; loss < 20; ++loss) {
         LoseAndFindBus();
         trace_.emplace(bus_.Address());
@@ -70,7 +59,7 @@ TEST_F(ManyLossesTest, AreEachFollowedOnceHoweverManyFindThem)
         }
         ServerControl control(bus_.Address());
         control.WaitForOwner(ClientBusName());
-        EXPECT_TRUE(control.CallClient(ClientId(), "nam_notify_subscriber", "(@ay [],)", 20000).answered);
+        EXPECT_TRUE(control.Reaches(ClientId()));
         const auto messages = trace_->Messages();
         const auto isRequest = [](const auto& message) {
             return message.member == "RequestName" && message.BodyText().find(ClientBusName()) != std::string::npos;

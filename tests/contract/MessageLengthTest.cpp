@@ -1,4 +1,4 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -13,7 +13,7 @@ constexpr std::size_t kStockLength = 32 * 1024 * 1024;
 // Returns data with which the call's message has this length.
 std::vector<unsigned char> DataFor(std::size_t messageLength)
 {
-    GDBusMessage* message = g_dbus_message_new_method_call(
+    g_autoptr(GDBusMessage) message = g_dbus_message_new_method_call(
         kServerName, "/org/lumra/tv/networkspeaker/server", "org.lumra.tv.networkspeaker.server.interface",
         "ConnectNetworkSpeakerByMobile");
     g_dbus_message_set_serial(message, 1);
@@ -21,17 +21,12 @@ std::vector<unsigned char> DataFor(std::size_t messageLength)
         message, g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, "1234", 4, 1)));
     gsize withoutData = 0;
     g_free(g_dbus_message_to_blob(message, &withoutData, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
-    g_object_unref(message);
     return std::vector<unsigned char>(messageLength - withoutData);
 }
 
-class MessageLengthTest : public EventTest {
+class MessageLengthTest : public Connected<EventTest> {
 protected:
-    MessageLengthTest()
-    {
-        StartAndConnect();
-        trace_.reset(); // the trace would take long for such a message
-    }
+    MessageLengthTest() { trace_.reset(); } // the trace would take long for such a message
 
     static int Call(std::size_t messageLength)
     {
@@ -55,16 +50,14 @@ TEST_F(MessageLengthTest, OneThatIsLongerCostsTheConnectionAndTheNextCallFindsAn
         EXPECT_THAT(
             platform_log::OfTestThread(),
             ElementsAre(
-                "I ConnectNetworkSpeakerByMobile: >>> API Start ", kEnter, kEnter,
+                StartLine("ConnectNetworkSpeakerByMobile"), kEnter, kEnter,
                 // GLib's text depends on whether it was still writing the message.
                 StartsWith("E MethodCall: [NAM_API] Error: method [ConnectNetworkSpeakerByMobile],["),
-                "E ConnectNetworkSpeakerByMobile: [NAM_API] MethodCall Error",
-                "I ConnectNetworkSpeakerByMobile: return value[-1]"));
+                MethodErrorLine("ConnectNetworkSpeakerByMobile"), "I ConnectNetworkSpeakerByMobile: return value[-1]"));
         EXPECT_TRUE(g_dbus_connection_is_closed(CNSGdbus::m_pInstance->m_pConnection));
 
         EXPECT_EQ(StopNetworkSpeaker(5), 5);
-        platform_log::WaitForLine(
-            [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
+        platform_log::WaitForEndpoint();
         control_.WaitForOwner(ClientBusName());
         EXPECT_THAT(CallsAfter(kEvent), ElementsAre("n(7, 0)"));
     }

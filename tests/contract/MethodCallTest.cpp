@@ -1,8 +1,6 @@
-#include "ApiTest.h"
+#include "contract/ApiTest.h"
 
 #include <atomic>
-#include <memory>
-#include <utility>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -27,10 +25,8 @@ GVariant* Zeroes(const char* type, std::size_t bytes)
 // Returns a value of data that GLib does not check.
 GVariant* Trusted(const char* type, const std::string& data)
 {
-    GBytes* const bytes = g_bytes_new(data.c_str(), data.size() + 1);
-    GVariant* const value = g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes, TRUE);
-    g_bytes_unref(bytes);
-    return value;
+    g_autoptr(GBytes) bytes = g_bytes_new(data.c_str(), data.size() + 1);
+    return g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes, TRUE);
 }
 
 GVariant* Tuple(GVariant* member)
@@ -92,12 +88,9 @@ struct Unsendable {
     const char* name;
     GVariant* (*make)();
     std::string reason;
-};
 
-void PrintTo(const Unsendable& unsendable, std::ostream* out)
-{
-    *out << unsendable.name;
-}
+    friend void PrintTo(const Unsendable& unsendable, std::ostream* out) { *out << unsendable.name; }
+};
 
 const Unsendable kUnsendable[] = {
     {"ANumber", Int, "arguments that are not a tuple"},
@@ -146,10 +139,7 @@ const Unsendable kUnsendable[] = {
     {"ASignatureThatDBusHasNot", [] { return g_variant_new("(g)", "a{si}()"); }, kEmptyStruct},
 };
 
-class MethodCallTest : public ApiTest {
-protected:
-    CNSGdbus& client_ = *CNSGdbus::m_pInstance;
-};
+class MethodCallTest : public ApiTest {};
 
 // A call that is not sent logs one line. The connection stays open, and GLib logs no critical, which would end the
 // test.
@@ -158,13 +148,13 @@ protected:
     void ExpectRefused(const std::string& method, GVariant* input, const std::string& reason)
     {
         ForgetTraffic();
-        GVariant* output = g_variant_ref_sink(g_variant_new("(i)", 1));
-        const std::shared_ptr<GVariant> preset(output, g_variant_unref);
+        g_autoptr(GVariant) preset = g_variant_ref_sink(g_variant_new("(i)", 1));
+        GVariant* output = preset;
 
         EXPECT_FALSE(client_.MethodCall(method, input, &output, false));
 
         EXPECT_EQ(output, nullptr);
-        EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kEnter, UnsendableLine(method, reason)));
+        ExpectLog({kEnter, ErrorLine(method, reason)});
         EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery));
         ForgetTraffic();
         EXPECT_TRUE(client_.MethodCall("StopNetworkSpeaker", g_variant_new("(i)", 5), &output, false));
@@ -180,9 +170,7 @@ TEST_P(UnsendableInputTest, IsOneLineAndTheConnectionServesOn)
     ExpectRefused("StopNetworkSpeaker", GetParam().make(), GetParam().reason);
 }
 
-INSTANTIATE_TEST_SUITE_P(Inputs, UnsendableInputTest, ::testing::ValuesIn(kUnsendable), [](const auto& unsendable) {
-    return std::string(unsendable.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Inputs, UnsendableInputTest, ::testing::ValuesIn(kUnsendable), NameOf());
 
 TEST_F(UnsendableTest, AMethodNameThatIsNoneIsOneLineAndTheConnectionServesOn)
 {
@@ -204,9 +192,7 @@ TEST_F(UnsendableTest, IsNotLookedAtWhereTheServerDoesNotRun)
     platform_log::Clear();
     GVariant* output = nullptr;
     EXPECT_FALSE(client_.MethodCall("no method", Int(), &output, false));
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre("E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist "));
+    ExpectLog({kAbsentLine});
 }
 
 TEST_F(UnsendableTest, AFloatingInputIsConsumed)

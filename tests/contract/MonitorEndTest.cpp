@@ -1,4 +1,4 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
@@ -10,38 +10,28 @@
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // Tests how the monitor thread ends, and what is left on the bus afterwards.
 namespace monitor_end_test {
 namespace {
 
-constexpr const char* kXml =
-    "<node><interface name='org.lumra.tv.networkspeaker.client.interface.%s'>"
-    "<method name='nam_notify_subscriber'><arg name='param' type='ay' direction='in'/></method>"
-    "</interface></node>";
 constexpr GDBusInterfaceVTable kNoHandlers = {};
 
-class MonitorEndTest : public EventTest {
+class OfflineMonitorEndTest : public EventTest {
 protected:
     // Calls the client's object at the connection that the library and the host share. Returns the error's name.
     std::string CallObject(const std::string& uniqueName) const
     {
         const kiv::sandbox::Connection caller(bus_.Address());
-        GError* error = nullptr;
-        GVariant* reply = g_dbus_connection_call_sync(
-            caller.Get(), uniqueName.c_str(), ("/org/lumra/tv/networkspeaker/client/" + ClientId()).c_str(),
-            ("org.lumra.tv.networkspeaker.client.interface." + ClientId()).c_str(), "nam_notify_subscriber",
+        g_autoptr(GError) error = nullptr;
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+            caller.Get(), uniqueName.c_str(), ClientPath().c_str(), ClientInterface().c_str(), "nam_notify_subscriber",
             g_variant_new_parsed("(@ay [],)"), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, 20'000, nullptr, &error);
         if (reply != nullptr) {
-            g_variant_unref(reply);
             return "";
         }
-        gchar* name = g_dbus_error_get_remote_error(error);
-        const std::string text = name != nullptr ? name : error->message;
-        g_free(name);
-        g_error_free(error);
-        return text;
+        g_autofree gchar* name = g_dbus_error_get_remote_error(error);
+        return name != nullptr ? name : error->message;
     }
 
     void ExpectNothingOnTheBus(const std::string& uniqueName)
@@ -63,10 +53,11 @@ protected:
     }
 };
 
+class MonitorEndTest : public Connected<OfflineMonitorEndTest> {};
+
 TEST_F(MonitorEndTest, TheObjectGoesWhileTheHostKeepsTheConnection)
 {
-    StartAndConnect();
-    auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    g_autoptr(GDBusConnection) hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
     const std::string name = g_dbus_connection_get_unique_name(hosts);
     EXPECT_EQ(CallObject(name), "");
 
@@ -75,20 +66,17 @@ TEST_F(MonitorEndTest, TheObjectGoesWhileTheHostKeepsTheConnection)
     ExpectNothingOnTheBus(name);
     EXPECT_EQ(StopNetworkSpeaker(2), 2);
     EXPECT_EQ(g_dbus_connection_get_unique_name(client_.m_pConnection), name);
-    g_object_unref(hosts);
 }
 
 TEST_F(MonitorEndTest, CallsOfOtherMethodsLeaveNothingBehind)
 {
-    StartAndConnect();
     WaitForReferences(2);
     const kiv::sandbox::Connection caller(bus_.Address());
     for (int call = 0; call < 100; ++call) {
         g_dbus_connection_call(
-            caller.Get(), ClientBusName().c_str(), ("/org/lumra/tv/networkspeaker/client/" + ClientId()).c_str(),
-            ("org.lumra.tv.networkspeaker.client.interface." + ClientId()).c_str(), "test_nam_notify_subscriber_1",
-            g_variant_new_parsed("(1, 2, 'path', 3, 4)"), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr,
-            nullptr, nullptr);
+            caller.Get(), ClientBusName().c_str(), ClientPath().c_str(), ClientInterface().c_str(),
+            "test_nam_notify_subscriber_1", g_variant_new_parsed("(1, 2, 'path', 3, 4)"), nullptr,
+            G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr, nullptr);
     }
     const auto arrived = [] { return platform_log::OfFunction("NamClientReceiveHandleEvent").size(); };
     WaitUntil("the calls to arrive", [&] { return arrived() == 100; });
@@ -98,7 +86,6 @@ TEST_F(MonitorEndTest, CallsOfOtherMethodsLeaveNothingBehind)
 // In a callback, the monitor's context is the thread's default context.
 TEST_F(MonitorEndTest, ASourceOfACallbacksThatIsAlwaysReadyHoldsUpNothing)
 {
-    StartAndConnect();
     static std::atomic<bool> isReleased = false;
     Callbacks::Do('a', [] {
         GSource* const source = g_idle_source_new();
@@ -123,12 +110,9 @@ enum class How { kExit, kCancel, kExitAfterDestroy };
 struct Ending {
     const char* name;
     How how;
-};
 
-void PrintTo(const Ending& ending, std::ostream* out)
-{
-    *out << ending.name;
-}
+    friend void PrintTo(const Ending& ending, std::ostream* out) { *out << ending.name; }
+};
 
 [[noreturn]] void EndThread(How how)
 {
@@ -143,9 +127,16 @@ void PrintTo(const Ending& ending, std::ostream* out)
 
 class EndedThreadTest : public MonitorEndTest, public ::testing::WithParamInterface<Ending> {
 protected:
+    static void SubscribeAll()
+    {
+        SubscribeNamServiceCallback("a", Subscriber<'a'>);
+        SubscribeNamServiceCallback("b", Subscriber<'b'>);
+        SubscribeNamServiceCallback("c", Subscriber<'c'>);
+    }
+
     void ExpectEnd(int eventId)
     {
-        auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        g_autoptr(GDBusConnection) hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
         const std::string name = g_dbus_connection_get_unique_name(hosts);
         control_.SendEvent(eventId, {}); // answered before it is dispatched
 
@@ -161,17 +152,13 @@ protected:
         EXPECT_EQ(client_.m_nRegistrationId, 0U);
         EXPECT_EQ(StopNetworkSpeaker(7), 7);
         EXPECT_THAT(DispatchLines(), ::testing::Not(::testing::Contains(kCallbackThrewLine)));
-        g_object_unref(hosts);
     }
 };
 
 TEST_P(EndedThreadTest, BySubscriber)
 {
-    StartAndConnect();
     Callbacks::Do('b', [] { EndThread(GetParam().how); });
-    SubscribeNamServiceCallback("a", Subscriber<'a'>);
-    SubscribeNamServiceCallback("b", Subscriber<'b'>);
-    SubscribeNamServiceCallback("c", Subscriber<'c'>);
+    SubscribeAll();
 
     ExpectEnd(kEvent);
 
@@ -186,7 +173,6 @@ TEST_P(EndedThreadTest, BySubscriber)
 TEST_P(EndedThreadTest, ByAtmosCallback)
 {
     char hall[] = "hall";
-    StartAndConnect();
     Callbacks::Do('b', [] { EndThread(GetParam().how); });
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'a'>, hall), 0);
     EXPECT_EQ(register_atmos_support_cb(AtmosReceiver<'b'>, hall), 0);
@@ -207,16 +193,13 @@ TEST_P(EndedThreadTest, ByAtmosCallback)
 // The callback has removed receivers, including itself. They are not called again.
 TEST_P(EndedThreadTest, BySubscriberThatHasRemovedOthers)
 {
-    StartAndConnect();
     Callbacks::Do('b', [] {
         for (const char* name : {"a", "b", "c"}) {
             UnsubscribeNamServiceCallback(name);
         }
         EndThread(GetParam().how);
     });
-    SubscribeNamServiceCallback("a", Subscriber<'a'>);
-    SubscribeNamServiceCallback("b", Subscriber<'b'>);
-    SubscribeNamServiceCallback("c", Subscriber<'c'>);
+    SubscribeAll();
 
     ExpectEnd(kEvent);
 
@@ -238,7 +221,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(MonitorEndTest, AnObjectOfTheHostsGivesWayToTheLibrarysOwn)
 {
-    StartAndConnect();
     {
         const CNSGdbus own("own", nullptr, nullptr);
         EXPECT_EQ(CNSGdbus::m_pInstance, &own);
@@ -251,7 +233,7 @@ TEST_F(MonitorEndTest, AnObjectOfTheHostsGivesWayToTheLibrarysOwn)
     control_.WaitForNoOwner(ClientBusName());
 }
 
-TEST_F(MonitorEndTest, AnOlderObjectOfTheHostsDoesNotTakeTheInstanceFromANewerOne)
+TEST_F(OfflineMonitorEndTest, AnOlderObjectOfTheHostsDoesNotTakeTheInstanceFromANewerOne)
 {
     auto older = std::make_unique<CNSGdbus>("older", nullptr, nullptr);
     {
@@ -264,11 +246,10 @@ TEST_F(MonitorEndTest, AnOlderObjectOfTheHostsDoesNotTakeTheInstanceFromANewerOn
 
 TEST_F(MonitorEndTest, AnObjectThatDoesNotServeEndsNothing)
 {
-    StartAndConnect();
     {
         CNSGdbus own("own", nullptr, nullptr);
         EXPECT_EQ(own.m_DestroyMessageMonitor(), 0);
-        EXPECT_TRUE(own.GetProxy(kXml, kNoHandlers, false, false));
+        EXPECT_TRUE(own.GetProxy(kClientXml, kNoHandlers, false, false));
         EXPECT_EQ(own.m_DestroyMessageMonitor(), 0);
         EXPECT_NE(client_.m_MonitorThread, 0U);
         EXPECT_NE(client_.m_pMainLoop, nullptr);
@@ -278,19 +259,17 @@ TEST_F(MonitorEndTest, AnObjectThatDoesNotServeEndsNothing)
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("n(7, 0)"));
 
     // The monitor still follows the bus.
-    LoseBus();
-    bus_.Start();
-    StartServer();
+    LoseAndFindBus();
     EXPECT_EQ(StopNetworkSpeaker(2), 2);
     ServerControl(bus_.Address()).WaitForOwner(ClientBusName());
 }
 
-TEST_F(MonitorEndTest, AnObjectOfTheHostsThatServesEndsTheMonitor)
+TEST_F(OfflineMonitorEndTest, AnObjectOfTheHostsThatServesEndsTheMonitor)
 {
     StartServer();
     {
         CNSGdbus own("own", nullptr, nullptr);
-        EXPECT_TRUE(own.GetProxy(kXml, kNoHandlers, false, false));
+        EXPECT_TRUE(own.GetProxy(kClientXml, kNoHandlers, false, false));
         control_.WaitForOwner(ClientBusName());
         EXPECT_NE(own.m_MonitorThread, 0U);
         EXPECT_EQ(client_.m_MonitorThread, 0U);

@@ -1,9 +1,8 @@
-#include "RequestTest.h"
+#include "contract/RequestTest.h"
 
 #include <climits>
 
 using namespace kiv::test;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -21,7 +20,7 @@ Request OneStep(const std::string& function, void (*call)(const unsigned char*, 
         .call = [call] { return call(kMac, kIp), 0; },
         .sent = function + "(" + kMacSent + ", 117440522)",
         .signature = "yyyyyyi",
-        .failed = {"E m_SetSpkVolume: [NAM_API] MethodCall Error"},
+        .failed = {MethodErrorLine("m_SetSpkVolume")},
         .before = {"I m_SetSpkVolume: [NAM_API] Mac[" + kMacLogged + "], IP[10.0.0.7]"},
         .frame = "m_SetSpkVolume",
     };
@@ -53,7 +52,7 @@ const Request kRequests[] = {
         .call = [] { return SetNetSpkName(kMac, kIp, "K\u00fcche"), 0; },
         .sent = "SetNetSpkName(" + kMacSent + ", 117440522, 'K\u00fcche')",
         .signature = "yyyyyyis",
-        .failed = {"E SetNetSpkName: [NAM_API] MethodCall Error"},
+        .failed = {MethodErrorLine("SetNetSpkName")},
         .before = {"D SetNetSpkName: [NAM_API] Mac[" + kMacLogged + "], SpkName[K\u00fcche], strlen(6)"},
     },
     {
@@ -61,7 +60,7 @@ const Request kRequests[] = {
         .call = [] { return SetNetSpkVolume(kMac, kIp, 42), 0; },
         .sent = "SetNetSpkVolume(" + kMacSent + ", 117440522, 42)",
         .signature = "yyyyyyii",
-        .failed = {"E SetNetSpkVolume: [NAM_API] MethodCall Error"},
+        .failed = {MethodErrorLine("SetNetSpkVolume")},
         .first = {"I SetNetSpkVolume: [NAM_API] Enter"},
     },
     {
@@ -80,7 +79,7 @@ const Request kRequests[] = {
         .call = [] { return ResetAllNetSpkVolume(), 0; },
         .sent = "ResetAllNetSpkVolume()",
         .answered = [](int) { return Lines{"I ResetAllNetSpkVolume: ResetAllNetSpkVolume done"}; },
-        .failed = {"E ResetAllNetSpkVolume: [NAM_API] MethodCall Error"},
+        .failed = {MethodErrorLine("ResetAllNetSpkVolume")},
         .first = {"I ResetAllNetSpkVolume: [NAM_API] Enter"},
     },
     OfList("IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList),
@@ -89,26 +88,7 @@ const Request kRequests[] = {
     OfList("GetNetSpkVolumeList", GetNetSpkVolumeList),
 };
 
-class NameAndVolumeRequestTest : public RequestTest {};
-
-TEST_P(NameAndVolumeRequestTest, ItIsSentWhateverTheAnswer)
-{
-    for (const int answer : {0, -1, 77}) {
-        ExpectAnswered(answer);
-    }
-}
-
-TEST_P(NameAndVolumeRequestTest, AFailedCallIsLogged)
-{
-    ExpectFailed();
-}
-
-TEST_P(NameAndVolumeRequestTest, AnAnswerOfAnotherTypeIsNothingToIt)
-{
-    ExpectOtherTypes(0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, NameAndVolumeRequestTest, ::testing::ValuesIn(kRequests), NameOf);
+INSTANTIATE_TEST_SUITE_P(NameAndVolume, RequestTest, ::testing::ValuesIn(kRequests), NameOf());
 
 class NameAndVolumeTest : public ApiTest {};
 
@@ -155,10 +135,7 @@ protected:
         SetNetSpkName(kMac, kIp, name.c_str());
 
         EXPECT_TRUE(isAnnounced);
-        EXPECT_THAT(
-            platform_log::OfTestThread(),
-            ElementsAre(
-                kEnter, UnsendableLine("SetNetSpkName", reason), "E SetNetSpkName: [NAM_API] MethodCall Error"));
+        ExpectLog({kEnter, ErrorLine("SetNetSpkName", reason), MethodErrorLine("SetNetSpkName")});
         ExpectNotCalled();
     }
 };
@@ -183,13 +160,10 @@ TEST_F(NameAndVolumeTest, ANameNeedsASpeakerAndANameToBeSent)
     for (const auto& [mac, name] : refused) {
         ForgetTraffic();
         SetNetSpkName(mac, kIp, name);
-        EXPECT_THAT(
-            platform_log::OfTestThread(), ElementsAre(
-                                              "I SetNetSpkName: >>> API Start ", kEnter,
-                                              "E SetNetSpkName: (pMac == NULL || pSpkName == NULL) return"));
+        ExpectLog(PrologueLines("SetNetSpkName") + "E SetNetSpkName: (pMac == NULL || pSpkName == NULL) return");
         ExpectNothingAsked();
     }
-    ExpectArgumentsLast("SetNetSpkName", {}, [] { SetNetSpkName(nullptr, kIp, nullptr); });
+    ExpectUnreached("SetNetSpkName", {}, [] { SetNetSpkName(nullptr, kIp, nullptr); });
 }
 
 // --- Volumes ---
@@ -233,38 +207,35 @@ TEST_F(NameAndVolumeTest, AStepNeedsASpeaker)
     for (const auto step : {IncreaseNetSpkVolume, DecreaseNetSpkVolume, ResetNetSpkVolume}) {
         ForgetTraffic();
         step(nullptr, kIp);
-        EXPECT_THAT(
-            platform_log::OfTestThread(),
-            ElementsAre("I m_SetSpkVolume: >>> API Start ", kEnter, "E m_SetSpkVolume: (pMac == NULL) return"));
+        ExpectLog(PrologueLines("m_SetSpkVolume") + "E m_SetSpkVolume: (pMac == NULL) return");
         ExpectNothingAsked();
     }
-    ExpectArgumentsLast("m_SetSpkVolume", {}, [] { ResetNetSpkVolume(nullptr, kIp); });
+    ExpectUnreached("m_SetSpkVolume", {}, [] { ResetNetSpkVolume(nullptr, kIp); });
 }
 
 TEST_F(NameAndVolumeTest, AVolumeIsNeitherSetNorAskedForWithoutASpeakerWhichIsNotLogged)
 {
     const Lines enterSet = {"I SetNetSpkVolume: [NAM_API] Enter"};
     SetNetSpkVolume(nullptr, kIp, 5);
-    EXPECT_EQ(platform_log::OfTestThread(), (enterSet + Lines{"I SetNetSpkVolume: >>> API Start ", kEnter}));
+    ExpectLog(enterSet + StartLine("SetNetSpkVolume") + kEnter);
     ExpectNothingAsked();
 
     const Lines enterGet = {"D GetNetSpkVolume: [NAM_API] Enter"};
     ForgetTraffic();
     GetNetSpkVolume(nullptr, kIp);
-    EXPECT_EQ(platform_log::OfTestThread(), (enterGet + Lines{"I GetNetSpkVolume: >>> API Start ", kEnter}));
+    ExpectLog(enterGet + StartLine("GetNetSpkVolume") + kEnter);
     ExpectNothingAsked();
 }
 
 TEST_F(NameAndVolumeTest, TheSpeakerOfAVolumeToSetIsNotLookedAtBeforeTheServerIsReached)
 {
-    ExpectArgumentsLast(
+    ExpectUnreached(
         "SetNetSpkVolume", {"I SetNetSpkVolume: [NAM_API] Enter"}, [] { SetNetSpkVolume(nullptr, kIp, 5); });
 }
 
 TEST_F(NameAndVolumeTest, TheSpeakerOfAVolumeToGetIsNotLookedAtBeforeTheServerIsReached)
 {
-    ExpectArgumentsLast(
-        "GetNetSpkVolume", {"D GetNetSpkVolume: [NAM_API] Enter"}, [] { GetNetSpkVolume(nullptr, kIp); });
+    ExpectUnreached("GetNetSpkVolume", {"D GetNetSpkVolume: [NAM_API] Enter"}, [] { GetNetSpkVolume(nullptr, kIp); });
 }
 
 // --- Volumes of a list ---
@@ -272,12 +243,9 @@ TEST_F(NameAndVolumeTest, TheSpeakerOfAVolumeToGetIsNotLookedAtBeforeTheServerIs
 struct ListFunction {
     const char* name;
     void (*call)(const std::vector<STNetSpkConfig>&);
-};
 
-void PrintTo(const ListFunction& function, std::ostream* out)
-{
-    *out << function.name;
-}
+    friend void PrintTo(const ListFunction& function, std::ostream* out) { *out << function.name; }
+};
 
 const ListFunction kListFunctions[] = {
     {"IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList},
@@ -297,17 +265,10 @@ protected:
     }
 };
 
-TEST_P(VolumeListTest, RecordsTravelBackToBackWithoutTheirNumber)
-{
-    const auto bytes = SentList(kSpeakers);
-    EXPECT_EQ(bytes.size(), 258U);
-    EXPECT_EQ(bytes, Records(kSpeakers));
-}
-
 TEST_P(VolumeListTest, AnEmptyListIsSentToo)
 {
     EXPECT_THAT(SentList({}), IsEmpty());
-    EXPECT_EQ(platform_log::OfTestThread(), Logged("TransformNetSpkList", {}, {"I TransformNetSpkList: free"}));
+    ExpectLog(Logged("TransformNetSpkList", {}, {"I TransformNetSpkList: free"}));
 }
 
 TEST_P(VolumeListTest, EachSpeakerIsLogged)
@@ -326,26 +287,19 @@ TEST_P(VolumeListTest, EachSpeakerIsLogged)
 TEST_P(VolumeListTest, AServerThatGoesBeforeTheCallIsAFailedCall)
 {
     const std::string speaker = "I TransformNetSpkList: [NAM_API] Speaker[0]: MAC[09:0a:0b:0c:0d:0e] CONFIG[134678021]";
-    platform_log::OnLine([&](const LogLine& line) {
-        if (line.Short() == speaker) {
-            KillServer();
-        }
-    });
+    AtLine(speaker, [&] { KillServer(); });
 
     GetParam().call({Speaker(1)});
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "I TransformNetSpkList: >>> API Start ", kEnter, speaker,
-            "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ",
+    ExpectLog(
+        PrologueLines("TransformNetSpkList") +
+        Lines{
+            speaker, kAbsentLine,
             "E TransformNetSpkList: [NAM_API] MethodCall(" + std::string(GetParam().name) + ") Error",
-            "I TransformNetSpkList: free"));
+            "I TransformNetSpkList: free"});
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, VolumeListTest, ::testing::ValuesIn(kListFunctions), [](const auto& function) {
-    return std::string(function.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Functions, VolumeListTest, ::testing::ValuesIn(kListFunctions), NameOf());
 
 // Only one of the four functions is tested, because so many log lines take a while.
 TEST_F(NameAndVolumeTest, AListThatTheBusCannotCarryIsAFailedCallOnceEachSpeakerIsLogged)
@@ -362,11 +316,9 @@ TEST_F(NameAndVolumeTest, AListThatTheBusCannotCarryIsAFailedCallOnceEachSpeaker
     GetNetSpkVolumeList(list);
 
     EXPECT_EQ(speakers, list.size());
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            kEnter, TooLongLine("GetNetSpkVolumeList"),
-            "E TransformNetSpkList: [NAM_API] MethodCall(GetNetSpkVolumeList) Error", "I TransformNetSpkList: free"));
+    ExpectLog(
+        {kEnter, TooLongLine("GetNetSpkVolumeList"),
+         "E TransformNetSpkList: [NAM_API] MethodCall(GetNetSpkVolumeList) Error", "I TransformNetSpkList: free"});
     ExpectNotCalled();
 }
 

@@ -1,10 +1,9 @@
-#include "EventTest.h"
+#include "contract/EventTest.h"
 
 #include <thread>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // Tests of subscribers and Atmos callbacks that change during the dispatch of an event, by themselves and by other
 // threads.
@@ -13,10 +12,8 @@ namespace {
 
 constexpr const char* kAtmosEvent = "33685544, 0";
 
-class ReceiverChangesTest : public EventTest {
+class ReceiverChangesTest : public Connected<EventTest> {
 protected:
-    ReceiverChangesTest() { StartAndConnect(); }
-
     // Makes a receiver's call last until another thread has run the action.
     static void DoMeanwhile(char letter, std::function<void()> action)
     {

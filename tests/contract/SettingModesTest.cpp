@@ -1,10 +1,9 @@
-#include "RequestTest.h"
+#include "contract/RequestTest.h"
+#include "support/Gate.h"
 
 #include <climits>
 
 using namespace kiv::test;
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 namespace setting_modes_test {
@@ -42,32 +41,13 @@ Request Getter(const std::string& function, int (*call)(), const Lines& missing)
                 return answer == -1 ? missing : answer == kMultiroom ? Lines{NotSupported(function)} : Lines{};
             },
         .result = [](int answer) { return answer == -1 || answer == kMultiroom ? kSurround : answer; },
-        .failed = Lines{"E " + function + ": [NAM_API] MethodCall Error"} + missing,
+        .failed = Lines{MethodErrorLine(function)} + missing,
         .failure = kSurround,
     };
 }
 
-class SettingModesRequestTest : public RequestTest {};
-
-TEST_P(SettingModesRequestTest, TheServersAnswerCounts)
-{
-    for (const int answer : {kSurround, kMultiroom, -1, 0, 7, -2, INT_MAX, INT_MIN}) {
-        ExpectAnswered(answer);
-    }
-}
-
-TEST_P(SettingModesRequestTest, AFailedCallIsLogged)
-{
-    ExpectFailed();
-}
-
-TEST_P(SettingModesRequestTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
-{
-    ExpectOtherTypes(-1);
-}
-
 INSTANTIATE_TEST_SUITE_P(
-    Functions, SettingModesRequestTest,
+    SettingModes, RequestTest,
     ::testing::Values(
         Request{
             .name = "SetTavrinUIMode",
@@ -75,12 +55,11 @@ INSTANTIATE_TEST_SUITE_P(
             .sent = "SetTavrinUIMode(81)",
             .signature = "i",
             .replyType = "(i)",
-            .failed = {"E SetTavrinUIMode: [NAM_API] MethodCall Error"},
-            .failure = -1,
+            .failed = {MethodErrorLine("SetTavrinUIMode")},
         },
         Getter("GetTavrinUIMode", GetTavrinUIMode, kMissingUiMode),
         Getter("GetNetSpkSettingMode", GetNetSpkSettingMode, kMissingMode)),
-    NameOf);
+    NameOf());
 
 class SettingModesTest : public ApiTest {};
 
@@ -104,6 +83,7 @@ Flag(const std::string& function, bool (*call)(), const std::string& name, const
         .replyType = "(b)",
         .answered =
             [=](int answer) { return Lines{"I " + function + ": " + tag + name + "[" + std::to_string(answer) + "]"}; },
+        .preset = 0,
         .failed = {"E " + function + ": " + tag + "MethodCall Error"},
         .failure = 0,
         .first = first,
@@ -111,33 +91,14 @@ Flag(const std::string& function, bool (*call)(), const std::string& name, const
     };
 }
 
-class EntryFlagRequestTest : public RequestTest {};
-
-TEST_P(EntryFlagRequestTest, TheServersAnswerIsReturnedAndLogged)
-{
-    ExpectAnswered(1);
-    ExpectAnswered(0);
-    EXPECT_EQ(m_launchthreadId, 0U);
-}
-
-TEST_P(EntryFlagRequestTest, AFailedCallIsFalse)
-{
-    ExpectFailed();
-}
-
-TEST_P(EntryFlagRequestTest, AnAnswerOfAnotherTypeIsOneLineAndFalse)
-{
-    ExpectOtherTypes(0);
-}
-
 INSTANTIATE_TEST_SUITE_P(
-    Functions, EntryFlagRequestTest,
+    EntryFlags, RequestTest,
     ::testing::Values(
         Flag("CanEnterTavrinSettings", CanEnterTavrinSettings, "bCanEnterTavrinSettings", "", {}),
         Flag(
             "FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker, "bEnableNetworkSpeaker", "[NAM_API] ",
             {"D FlagEnableNetworkSpeaker: [NAM_API] Enter"})),
-    NameOf);
+    NameOf());
 
 // An entry flag, and its result while the server is not reached.
 struct EntryFlag {
@@ -146,12 +107,9 @@ struct EntryFlag {
     bool unreached; // its result before the server is reached
     Lines first;
     std::string unreachedLine;
-};
 
-void PrintTo(const EntryFlag& flag, std::ostream* out)
-{
-    *out << flag.name;
-}
+    friend void PrintTo(const EntryFlag& flag, std::ostream* out) { *out << flag.name; }
+};
 
 const EntryFlag kEntryFlags[] = {
     {"CanEnterTavrinSettings",
@@ -171,27 +129,14 @@ protected:
     // Returns its lines if the server cannot be reached at once. The last one is about the remedy.
     Lines Unreached(const std::string& remedy) const
     {
-        return GetParam().first +
-               Lines{
-                   "I s_pre_checking: >>> API Start ",
-                   "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ",
-                   "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail",
-                   "E s_pre_checking: !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service",
-                   "I s_pre_checking: " + remedy,
-               };
+        return GetParam().first + StartLine("s_pre_checking") + kAbsentLine + kNoIdLine + LaunchLine("s_pre_checking") +
+               ("I s_pre_checking: " + remedy);
     }
 
     Lines Launched() const
     {
         return Unreached("before m_CreateThread") +
-               Lines{
-                   "I m_CreateThread: [NAM-SEQ2] pthread_create(m_CreateThread) successful", GetParam().unreachedLine};
-    }
-
-    static void ReadFeature()
-    {
-        GetWhetherKivDisabled();
-        platform_log::Clear();
+               "I m_CreateThread: [NAM-SEQ2] pthread_create(m_CreateThread) successful" + GetParam().unreachedLine;
     }
 };
 
@@ -203,14 +148,7 @@ TEST_P(EntryFlagTest, ADisabledDeviceHasItsOwnResult)
 
     EXPECT_EQ(GetParam().call(), GetParam().unreached);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            GetParam().first + Lines{
-                                   "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
-                                   "E s_pre_checking: [NAM_API] GetWhetherKivDisabled failed",
-                                   GetParam().unreachedLine,
-                               }));
+    ExpectLog(GetParam().first + DisabledLines("s_pre_checking") + GetParam().unreachedLine);
     EXPECT_THAT(trace_->Messages(), IsEmpty());
     EXPECT_EQ(m_launchthreadId, 0U);
 }
@@ -221,7 +159,7 @@ TEST_P(EntryFlagTest, AnAbsentServerIsNotWaitedFor)
 
     EXPECT_EQ(GetParam().call(), GetParam().unreached);
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(Launched()));
+    ExpectLog(Launched());
     EXPECT_EQ(Sent().front(), kOwnerQuery);
     platform_log::WaitFor("I m_MainLaunchPro: g_dbusretrycnt=[6]");
     EXPECT_EQ(platform_log::Count("I m_MainLaunchPro: g_dbusretrycnt=[7]"), 0U);
@@ -230,24 +168,15 @@ TEST_P(EntryFlagTest, AnAbsentServerIsNotWaitedFor)
 TEST_P(EntryFlagTest, ACallWhileTheServerIsBeingLaunchedGivesTheLaunchMoreTime)
 {
     ReadFeature();
-    // The launch thread waits at this line until the test releases it.
-    std::mutex held;
-    std::unique_lock hold(held);
-    platform_log::OnLine([&](const LogLine& line) {
-        if (line.Short() == "I m_MainLaunchPro: g_dbusretrycnt=[2]") {
-            const std::lock_guard wait(held);
-        }
-    });
+    StopAtLine stop("I m_MainLaunchPro: g_dbusretrycnt=[2]");
     GetParam().call();
-    platform_log::WaitFor("I m_MainLaunchPro: g_dbusretrycnt=[2]");
+    stop.WaitUntilReached();
     platform_log::Clear();
 
     EXPECT_EQ(GetParam().call(), GetParam().unreached);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAreArray(Unreached("reset try count") + Lines{GetParam().unreachedLine}));
-    platform_log::OnLine(nullptr);
-    hold.unlock();
+    ExpectLog(Unreached("reset try count") + GetParam().unreachedLine);
+    stop.Release();
     platform_log::WaitFor("I m_MainLaunchPro: g_dbusretrycnt=[6]");
 }
 
@@ -257,7 +186,7 @@ TEST_P(EntryFlagTest, TheServerIsLaunchedAndThenAnswers)
     ReadFeature();
 
     EXPECT_EQ(GetParam().call(), GetParam().unreached);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(Launched()));
+    ExpectLog(Launched());
 
     platform_log::WaitFor("I m_MainLaunchPro: bChecking=[1]");
     for (const bool answer : {false, true}) {
@@ -266,9 +195,7 @@ TEST_P(EntryFlagTest, TheServerIsLaunchedAndThenAnswers)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, EntryFlagTest, ::testing::ValuesIn(kEntryFlags), [](const auto& flag) {
-    return std::string(flag.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Functions, EntryFlagTest, ::testing::ValuesIn(kEntryFlags), NameOf());
 
 } // namespace
 } // namespace setting_modes_test

@@ -1,187 +1,118 @@
-#include "ApiTest.h"
+#include "contract/BytesQueryTest.h"
+#include "contract/RequestTest.h"
 
 #include <climits>
 #include <cstdio>
-#include <ostream>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 
 namespace sound_mode_support_test {
 namespace {
 
+constexpr int kIp = 0x0700a8c0; // 192.168.0.7
+
+// --- SetSoundbarSupportSoundMode and IsSoundbarSupportSoundMode ---
+
+std::string AnnouncedLine(int supported)
+{
+    return "D SetSoundbarSupportSoundMode: [NAM_API] Mac[" + kMacLogged + "], nSupportedOrNot[" +
+           std::to_string(supported) + "]";
+}
+
+const std::vector<unsigned char> kMacBytes(std::begin(kMac), std::end(kMac));
+
+Request Set(const std::string& name, int supported, const std::vector<unsigned char>& bytes)
+{
+    std::vector<unsigned char> sent = {0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 192, 168, 0, 7};
+    sent.insert(sent.end(), bytes.begin(), bytes.end());
+    return {
+        .name = name,
+        .call = [=] { return SetSoundbarSupportSoundMode(kMac, kIp, supported), 0; },
+        .sent = "SetSoundbarSupportSoundMode(" + BytesText(sent) + ")",
+        .signature = "ay",
+        .failed = {MethodErrorLine("SetSoundbarSupportSoundMode")},
+        .before = {AnnouncedLine(supported)},
+        .frame = "SetSoundbarSupportSoundMode",
+    };
+}
+
+const Request kRequests[] = {
+    Set("Supported", 1, {0x01, 0x00, 0x00, 0x00}),
+    Set("NotSupported", 0, {0x00, 0x00, 0x00, 0x00}),
+    Set("Negative", -2, {0xfe, 0xff, 0xff, 0xff}),
+    Set("Maximum", INT_MAX, {0xff, 0xff, 0xff, 0x7f}),
+    Set("Minimum", INT_MIN, {0x00, 0x00, 0x00, 0x80}),
+    {
+        .name = "IsSoundbarSupportSoundMode",
+        .call = [] { return static_cast<int>(IsSoundbarSupportSoundMode(kMac)); },
+        .sent = "IsSoundbarSupportSoundMode(" + BytesText(kMacBytes) + ")",
+        .signature = "ay",
+        .replyType = "(b)",
+        .preset = 0,
+        .failed = {MethodErrorLine("IsSoundbarSupportSoundMode")},
+        .failure = 0,
+        .first = {"D IsSoundbarSupportSoundMode: [NAM_API] Enter"},
+    },
+};
+
+INSTANTIATE_TEST_SUITE_P(SoundModeSupport, RequestTest, ::testing::ValuesIn(kRequests), NameOf());
+
 class SoundModeSupportTest : public ApiTest {};
 
-// --- SetSoundbarSupportSoundMode ---
-
-class SetSupportTest : public SoundModeSupportTest {
-protected:
-    static constexpr int kIp = 0x0700a8c0; // 192.168.0.7
-
-    static std::string AnnouncedLine(int supported)
-    {
-        return "D SetSoundbarSupportSoundMode: [NAM_API] Mac[" + kMacLogged + "], nSupportedOrNot[" +
-               std::to_string(supported) + "]";
-    }
-};
-
-TEST_F(SetSupportTest, SendsIdentityAndWhetherItIsSupported)
+TEST_F(SoundModeSupportTest, ANullMacIsNoticedOnceTheServerIsReached)
 {
-    const struct {
-        int supported;
-        unsigned char bytes[4];
-    } values[] = {
-        {1, {0x01, 0x00, 0x00, 0x00}},       {0, {0x00, 0x00, 0x00, 0x00}},       {-2, {0xfe, 0xff, 0xff, 0xff}},
-        {INT_MAX, {0xff, 0xff, 0xff, 0x7f}}, {INT_MIN, {0x00, 0x00, 0x00, 0x80}},
-    };
-    for (const auto& [supported, bytes] : values) {
-        ForgetTraffic();
-        SetSoundbarSupportSoundMode(kMac, kIp, supported);
-        EXPECT_THAT(
-            Sent(),
-            ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, ::testing::StartsWith("SetSoundbarSupportSoundMode(")));
-        EXPECT_EQ(SentMessages().back().signature, "ay");
-        EXPECT_THAT(
-            Bytes(control_.Calls().back()),
-            ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 192, 168, 0, 7, bytes[0], bytes[1], bytes[2], bytes[3]));
-        EXPECT_EQ(platform_log::OfTestThread(), Logged("SetSoundbarSupportSoundMode", {AnnouncedLine(supported)}, {}));
-    }
-}
-
-TEST_F(SetSupportTest, ANullMacIsNoticedOnceTheServerIsReached)
-{
-    SetSoundbarSupportSoundMode(nullptr, kIp, 1);
+    const std::string set = "SetSoundbarSupportSoundMode";
+    const auto call = [] { SetSoundbarSupportSoundMode(nullptr, kIp, 1); };
+    call();
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAre(
-                                          "I SetSoundbarSupportSoundMode: >>> API Start ", kEnter,
-                                          "E SetSoundbarSupportSoundMode: (pMac == NULL) return"));
-
-    KillServer();
-    platform_log::Clear();
-    SetSoundbarSupportSoundMode(nullptr, kIp, 1);
-    EXPECT_EQ(platform_log::OfTestThread(), UnreachableLines("SetSoundbarSupportSoundMode"));
-
-    g_KivDisabled = true;
-    platform_log::Clear();
-    SetSoundbarSupportSoundMode(nullptr, kIp, 1);
-    EXPECT_EQ(platform_log::OfTestThread(), DisabledLines("SetSoundbarSupportSoundMode"));
+    ExpectLog(PrologueLines(set) + "E SetSoundbarSupportSoundMode: (pMac == NULL) return");
+    ExpectUnreached(set, {}, call);
 }
 
-TEST_F(SetSupportTest, ARefusalIsOneMoreLine)
+TEST_F(SoundModeSupportTest, ANullMacIsFalseWithoutAWord)
 {
-    control_.SetFault("SetSoundbarSupportSoundMode", kRefusal);
-    SetSoundbarSupportSoundMode(kMac, kIp, 1);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        Logged(
-            "SetSoundbarSupportSoundMode", {AnnouncedLine(1)},
-            {RefusedLine("SetSoundbarSupportSoundMode"), "E SetSoundbarSupportSoundMode: [NAM_API] MethodCall Error"}));
+    const std::string query = "IsSoundbarSupportSoundMode";
+    const Lines enter = {"D IsSoundbarSupportSoundMode: [NAM_API] Enter"};
+    const auto call = [] { EXPECT_FALSE(IsSoundbarSupportSoundMode(nullptr)); };
+    control_.SetFault(query, "{'reply': <(true,)>}");
+    call();
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
+    ExpectLog(enter + PrologueLines(query));
+    ExpectUnreached(query, enter, call);
 }
 
-TEST_F(SetSupportTest, AServerThatGoesBeforeTheCallIsAFailedCall)
+TEST_F(SoundModeSupportTest, AServerThatGoesBeforeTheCallIsAFailedCall)
 {
-    platform_log::OnLine([&](const LogLine& line) {
-        if (line.Short() == AnnouncedLine(1)) {
-            KillServer();
-        }
-    });
+    AtLine(AnnouncedLine(1), [&] { KillServer(); });
     SetSoundbarSupportSoundMode(kMac, kIp, 1);
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery));
-    EXPECT_EQ(platform_log::OfTestThread().back(), "E SetSoundbarSupportSoundMode: [NAM_API] MethodCall Error");
+    EXPECT_EQ(platform_log::OfTestThread().back(), MethodErrorLine("SetSoundbarSupportSoundMode"));
 }
-
-TEST_F(SetSupportTest, TheAnswerIsNotLookedAt)
-{
-    for (const WrongReply& reply : WrongReplies("")) {
-        control_.SetFault("SetSoundbarSupportSoundMode", reply.Fault());
-        platform_log::Clear();
-        SetSoundbarSupportSoundMode(kMac, kIp, 1);
-        EXPECT_EQ(platform_log::OfTestThread(), Logged("SetSoundbarSupportSoundMode", {AnnouncedLine(1)}, {}))
-            << reply.value;
-    }
-}
-
-// --- Shared by both queries ---
-
-struct Query {
-    const char* name;
-    int failed;
-    int (*call)();
-};
-
-void PrintTo(const Query& query, std::ostream* out)
-{
-    *out << query.name;
-}
-
-int ProtocolVersion()
-{
-    Guarded<unsigned char, 20> version;
-    const int result = GetSoundbarProtocolVersion(kMac, version.Data(), 20);
-    EXPECT_TRUE(result != -1 || version.IsUntouched());
-    return result;
-}
-
-int IsSupported()
-{
-    return IsSoundbarSupportSoundMode(kMac) ? 1 : 0;
-}
-
-const Query kQueries[] = {
-    {"GetSoundbarProtocolVersion", -1, ProtocolVersion},
-    {"IsSoundbarSupportSoundMode", 0, IsSupported},
-};
-
-class SupportQueryTest : public SoundModeSupportTest, public ::testing::WithParamInterface<Query> {
-protected:
-    const Query& query_ = GetParam();
-    const std::string name_ = GetParam().name;
-    const Lines entered_{"D " + name_ + ": [NAM_API] Enter"};
-};
-
-TEST_P(SupportQueryTest, SendsTheMac)
-{
-    query_.call();
-    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, ::testing::StartsWith(name_ + "(")));
-    EXPECT_EQ(SentMessages().back().signature, "ay");
-    EXPECT_THAT(Bytes(control_.Calls().back()), ElementsAreArray(kMac));
-}
-
-TEST_P(SupportQueryTest, ARefusedCallIsAFailure)
-{
-    control_.SetFault(name_, kRefusal);
-    EXPECT_EQ(query_.call(), query_.failed);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        entered_ + Logged(name_, {}, {RefusedLine(name_), "E " + name_ + ": [NAM_API] MethodCall Error"}));
-}
-
-TEST_P(SupportQueryTest, AnAbsentServerIsAFailure)
-{
-    KillServer();
-    platform_log::Clear();
-    EXPECT_EQ(query_.call(), query_.failed);
-    EXPECT_EQ(platform_log::OfTestThread(), entered_ + UnreachableLines(name_));
-}
-
-TEST_P(SupportQueryTest, ADeviceWithoutTheFeatureIsAFailure)
-{
-    g_KivDisabled = true;
-    EXPECT_EQ(query_.call(), query_.failed);
-    EXPECT_EQ(platform_log::OfTestThread(), entered_ + DisabledLines(name_));
-    EXPECT_THAT(Sent(), IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, SupportQueryTest, ::testing::ValuesIn(kQueries), [](const auto& query) {
-    return std::string(query.param.name);
-});
 
 // --- GetSoundbarProtocolVersion ---
 
-class ProtocolVersionTest : public SoundModeSupportTest {
+const Lines kVersionEnter = {"D GetSoundbarProtocolVersion: [NAM_API] Enter"};
+
+std::string LengthLine(std::size_t length)
+{
+    return "D GetSoundbarProtocolVersion: soundmode version length[" + std::to_string(length) + "]";
+}
+
+const BytesQuery kVersionQuery = {
+    .name = "GetSoundbarProtocolVersion",
+    .method = "GetSoundbarProtocolVersion",
+    .call = UnansweredProtocolVersion,
+    .sent = BytesText(kMacBytes),
+    .signature = "ay",
+    .first = kVersionEnter,
+    .noTuple = {-1, {}},
+    .noBytes = {-1, {LengthLine(0), "E GetSoundbarProtocolVersion: pByteArray is NULL"}},
+};
+
+INSTANTIATE_TEST_SUITE_P(SoundModeSupport, BytesQueryTest, ::testing::Values(kVersionQuery), NameOf());
+
+class ProtocolVersionTest : public ApiTest {
 protected:
     static std::vector<unsigned char> Payload(std::int32_t version, std::size_t length = 24)
     {
@@ -193,13 +124,8 @@ protected:
 
     static Lines LoggedByGet(const Lines& after)
     {
-        return Lines{"D GetSoundbarProtocolVersion: [NAM_API] Enter"} + Logged("GetSoundbarProtocolVersion", {}, after);
+        return kVersionEnter + Logged("GetSoundbarProtocolVersion", {}, after);
     }
-    static std::string LengthLine(std::size_t length)
-    {
-        return "D GetSoundbarProtocolVersion: soundmode version length[" + std::to_string(length) + "]";
-    }
-
     Guarded<unsigned char, 64> version_;
 };
 
@@ -214,7 +140,7 @@ TEST_F(ProtocolVersionTest, AsManyBytesAreCopiedAsThereAreAndAsThereIsRoomFor)
         EXPECT_EQ(GetSoundbarProtocolVersion(kMac, version.Data(), room), 3) << room;
 
         EXPECT_TRUE(version.StartsWithOnly({payload.begin() + 4, payload.begin() + 4 + std::min(room, 20)})) << room;
-        EXPECT_EQ(platform_log::OfTestThread(), LoggedByGet({LengthLine(24)}));
+        ExpectLog(LoggedByGet({LengthLine(24)}));
     }
 }
 
@@ -234,32 +160,7 @@ TEST_F(ProtocolVersionTest, AReplyOfAnotherLengthIsMinusOne)
         platform_log::Clear();
         EXPECT_EQ(GetSoundbarProtocolVersion(kMac, version_.Data(), 64), -1) << length;
         EXPECT_TRUE(version_.IsUntouched()) << length;
-        EXPECT_EQ(platform_log::OfTestThread(), LoggedByGet({LengthLine(length)}));
-    }
-}
-
-TEST_F(ProtocolVersionTest, AReplyWithoutBytesIsMinusOne)
-{
-    control_.SetReply("GetSoundbarProtocolVersion", {});
-    EXPECT_EQ(GetSoundbarProtocolVersion(kMac, version_.Data(), 64), -1);
-    EXPECT_TRUE(version_.IsUntouched());
-    EXPECT_EQ(
-        platform_log::OfTestThread(), LoggedByGet({LengthLine(0), "E GetSoundbarProtocolVersion: pByteArray is NULL"}));
-}
-
-TEST_F(ProtocolVersionTest, AReplyOfAnotherTypeIsMinusOneAndOneMoreLine)
-{
-    for (const WrongReply& reply : WrongReplies("(ay)")) {
-        control_.SetFault("GetSoundbarProtocolVersion", reply.Fault());
-        platform_log::Clear();
-        EXPECT_EQ(GetSoundbarProtocolVersion(kMac, version_.Data(), 64), -1) << reply.value;
-        EXPECT_TRUE(version_.IsUntouched()) << reply.value;
-        const Lines noBytes = std::string(reply.type) == "()"
-                                  ? Lines{}
-                                  : Lines{LengthLine(0), "E GetSoundbarProtocolVersion: pByteArray is NULL"};
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            LoggedByGet(NoBytesLines("GetSoundbarProtocolVersion", "GetSoundbarProtocolVersion", reply) + noBytes));
+        ExpectLog(LoggedByGet({LengthLine(length)}));
     }
 }
 
@@ -291,71 +192,17 @@ TEST_F(ProtocolVersionTest, BadArgumentsAreNoticedOnceTheServerIsReached)
             "E GetSoundbarProtocolVersion: Invalid arguments, soundbarMAC[%p], pSoundModeVersion[%p], "
             "nSoundModeVersionLen[%d]",
             static_cast<const void*>(mac), static_cast<void*>(version), length);
-        EXPECT_THAT(
-            platform_log::OfTestThread(), ElementsAre(
-                                              "D GetSoundbarProtocolVersion: [NAM_API] Enter",
-                                              "I GetSoundbarProtocolVersion: >>> API Start ", kEnter, line));
+        ExpectLog(
+            {"D GetSoundbarProtocolVersion: [NAM_API] Enter", StartLine("GetSoundbarProtocolVersion"), kEnter, line});
     }
     EXPECT_TRUE(version_.IsUntouched());
 }
 
 TEST_F(ProtocolVersionTest, ArgumentsAreNotLookedAtBeforeTheServerIsReached)
 {
-    KillServer();
-    platform_log::Clear();
-    EXPECT_EQ(GetSoundbarProtocolVersion(nullptr, nullptr, 0), -1);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        Lines{"D GetSoundbarProtocolVersion: [NAM_API] Enter"} + UnreachableLines("GetSoundbarProtocolVersion"));
-    g_KivDisabled = true;
-    platform_log::Clear();
-    EXPECT_EQ(GetSoundbarProtocolVersion(nullptr, nullptr, 0), -1);
-    EXPECT_EQ(
-        platform_log::OfTestThread().back(), "E GetSoundbarProtocolVersion: [NAM_API] GetWhetherKivDisabled failed");
-}
-
-// --- IsSoundbarSupportSoundMode ---
-
-class IsSupportedTest : public SoundModeSupportTest {
-protected:
-    static Lines LoggedByQuery(const Lines& after)
-    {
-        return Lines{"D IsSoundbarSupportSoundMode: [NAM_API] Enter"} + Logged("IsSoundbarSupportSoundMode", {}, after);
-    }
-};
-
-TEST_F(IsSupportedTest, TheAnswerIsTheServersAndNotLogged)
-{
-    for (const bool answer : {true, false, true}) {
-        control_.SetFault("IsSoundbarSupportSoundMode", answer ? "{'reply': <(true,)>}" : "{'reply': <(false,)>}");
-        platform_log::Clear();
-        EXPECT_EQ(IsSoundbarSupportSoundMode(kMac), answer);
-        EXPECT_EQ(platform_log::OfTestThread(), LoggedByQuery({}));
-    }
-}
-
-TEST_F(IsSupportedTest, AReplyOfAnotherTypeIsFalseAndOneMoreLine)
-{
-    for (const WrongReply& reply : WrongReplies("(b)")) {
-        control_.SetFault("IsSoundbarSupportSoundMode", reply.Fault());
-        platform_log::Clear();
-        EXPECT_FALSE(IsSoundbarSupportSoundMode(kMac)) << reply.value;
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            LoggedByQuery(
-                {WrongTypeLine("IsSoundbarSupportSoundMode", "IsSoundbarSupportSoundMode", "(b)", reply.type)}));
-    }
-}
-
-TEST_F(IsSupportedTest, ANullMacIsFalseWithoutAWord)
-{
-    control_.SetFault("IsSoundbarSupportSoundMode", "{'reply': <(true,)>}");
-    EXPECT_FALSE(IsSoundbarSupportSoundMode(nullptr));
-    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "D IsSoundbarSupportSoundMode: [NAM_API] Enter", "I IsSoundbarSupportSoundMode: >>> API Start ", kEnter));
+    ExpectUnreached("GetSoundbarProtocolVersion", kVersionEnter, [] {
+        EXPECT_EQ(GetSoundbarProtocolVersion(nullptr, nullptr, 0), -1);
+    });
 }
 
 } // namespace

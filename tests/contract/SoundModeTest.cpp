@@ -1,71 +1,65 @@
-#include "ApiTest.h"
+#include "contract/BytesQueryTest.h"
+#include "contract/RequestTest.h"
 
 #include <climits>
 #include <numeric>
-#include <ostream>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 namespace sound_mode_test {
 namespace {
 
 constexpr int kIp = 0x0700a8c0; // 192.168.0.7
 
-class SoundModeTest : public ApiTest {};
-
 // --- SetSoundbarSoundMode ---
 
-class SetSoundModeTest : public SoundModeTest {
+const unsigned char kData[] = {0x00, 0xff, 0x80};
+
+std::string AnnouncedLine(int dataLength)
+{
+    return "D SetSoundbarSoundMode: [NAM_API] Mac[" + kMacLogged + "], nDataLen[" + std::to_string(dataLength) + "]";
+}
+
+const Request kSet = {
+    .name = "SetSoundbarSoundMode",
+    .call = [] { return SetSoundbarSoundMode(kMac, kIp, kData, 3), 0; },
+    .sent = "SetSoundbarSoundMode(" +
+            BytesText({0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 192, 168, 0, 7, 0x00, 0xff, 0x80}) + ")",
+    .signature = "ay",
+    .failed = {MethodErrorLine("SetSoundbarSoundMode")},
+    .before = {AnnouncedLine(3)},
+};
+
+INSTANTIATE_TEST_SUITE_P(SoundMode, RequestTest, ::testing::Values(kSet), NameOf());
+
+class SetSoundModeTest : public ApiTest {
 protected:
     static Lines LoggedBySet(int dataLength, const Lines& after)
     {
         return Logged("SetSoundbarSoundMode", {AnnouncedLine(dataLength)}, after);
-    }
-    static std::string AnnouncedLine(int dataLength)
-    {
-        return "D SetSoundbarSoundMode: [NAM_API] Mac[" + kMacLogged + "], nDataLen[" + std::to_string(dataLength) +
-               "]";
     }
 
     void ExpectNotAllocated(std::initializer_list<int> dataLengths)
     {
         for (const int length : dataLengths) {
             ForgetTraffic();
-            SetSoundbarSoundMode(kMac, kIp, data_, length);
+            SetSoundbarSoundMode(kMac, kIp, kData, length);
             EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-            EXPECT_THAT(
-                platform_log::OfTestThread(),
-                ElementsAre(
-                    "I SetSoundbarSoundMode: >>> API Start ", kEnter, AnnouncedLine(length),
-                    "E SetSoundbarSoundMode: calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+nDataLen[" + std::to_string(length) +
-                        "]) fail"));
+            ExpectLog(
+                PrologueLines("SetSoundbarSoundMode") + AnnouncedLine(length) +
+                ("E SetSoundbarSoundMode: calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+nDataLen[" + std::to_string(length) +
+                 "]) fail"));
         }
     }
-
-    const unsigned char data_[3] = {0x00, 0xff, 0x80};
 };
-
-TEST_F(SetSoundModeTest, SendsIdentityAndData)
-{
-    SetSoundbarSoundMode(kMac, kIp, data_, 3);
-
-    EXPECT_THAT(
-        Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, ::testing::StartsWith("SetSoundbarSoundMode(")));
-    EXPECT_EQ(SentMessages().back().signature, "ay");
-    EXPECT_THAT(
-        Bytes(control_.Calls().back()),
-        ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 192, 168, 0, 7, 0x00, 0xff, 0x80));
-    EXPECT_EQ(platform_log::OfTestThread(), LoggedBySet(3, {}));
-}
 
 TEST_F(SetSoundModeTest, SendsTheIdentityAloneWhereThereIsNoData)
 {
-    SetSoundbarSoundMode(kMac, -2, data_, 0);
+    SetSoundbarSoundMode(kMac, -2, kData, 0);
     EXPECT_THAT(
         Bytes(control_.Calls().back()), ElementsAre(0x02, 0x4b, 0x49, 0x56, 0x7f, 0xa4, 0xfe, 0xff, 0xff, 0xff));
-    EXPECT_EQ(platform_log::OfTestThread(), LoggedBySet(0, {}));
+    ExpectLog(LoggedBySet(0, {}));
 }
 
 TEST_F(SetSoundModeTest, SendsMuchData)
@@ -80,31 +74,18 @@ TEST_F(SetSoundModeTest, SendsMuchData)
 TEST_F(SetSoundModeTest, ANullArgumentIsNoticedOnceTheServerIsReached)
 {
     const unsigned char* const none = nullptr;
-    for (const auto& [mac, data] : {std::pair(none, data_ + 0), std::pair(kMac + 0, none), std::pair(none, none)}) {
+    for (const auto& [mac, data] : {std::pair(none, kData + 0), std::pair(kMac + 0, none), std::pair(none, none)}) {
         ForgetTraffic();
         SetSoundbarSoundMode(mac, kIp, data, 3);
         EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-        EXPECT_THAT(
-            platform_log::OfTestThread(), ElementsAre(
-                                              "I SetSoundbarSoundMode: >>> API Start ", kEnter,
-                                              "E SetSoundbarSoundMode: (pMac == NULL || pData == NULL) return"));
+        ExpectLog(
+            PrologueLines("SetSoundbarSoundMode") + "E SetSoundbarSoundMode: (pMac == NULL || pData == NULL) return");
     }
 }
 
-TEST_F(SetSoundModeTest, NullArgumentsAreNotLookedAtOnADeviceWithoutTheFeature)
+TEST_F(SetSoundModeTest, ArgumentsAreNotLookedAtBeforeTheServerIsReached)
 {
-    g_KivDisabled = true;
-    SetSoundbarSoundMode(nullptr, 0, nullptr, -1);
-    EXPECT_EQ(platform_log::OfTestThread(), DisabledLines("SetSoundbarSoundMode"));
-    EXPECT_THAT(Sent(), IsEmpty());
-}
-
-TEST_F(SetSoundModeTest, AnAbsentServerIsNotSentAnything)
-{
-    KillServer();
-    platform_log::Clear();
-    SetSoundbarSoundMode(nullptr, 0, nullptr, -1);
-    EXPECT_EQ(platform_log::OfTestThread(), UnreachableLines("SetSoundbarSoundMode"));
+    ExpectUnreached("SetSoundbarSoundMode", {}, [] { SetSoundbarSoundMode(nullptr, 0, nullptr, -1); });
 }
 
 TEST_F(SetSoundModeTest, ANegativeLengthCannotBeAllocated)
@@ -115,7 +96,7 @@ TEST_F(SetSoundModeTest, ANegativeLengthCannotBeAllocated)
 TEST_F(SetSoundModeTest, ALengthThatDoesNotFitInAnIntCannotBeAllocatedAndIsNotRead)
 {
     ExpectNotAllocated({INT_MAX - 9, INT_MAX - 1, INT_MAX});
-    SetSoundbarSoundMode(kMac, kIp, data_, 3);
+    SetSoundbarSoundMode(kMac, kIp, kData, 3);
     EXPECT_EQ(Bytes(control_.Calls().back()).size(), 13U);
 }
 
@@ -126,136 +107,33 @@ TEST_F(SetSoundModeTest, DataThatTheBusCannotCarryIsAFailedCall)
 
     SetSoundbarSoundMode(kMac, kIp, data.data(), length);
 
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        LoggedBySet(
-            length, {TooLongLine("SetSoundbarSoundMode"), "E SetSoundbarSoundMode: [NAM_API] MethodCall Error"}));
+    ExpectLog(LoggedBySet(length, {TooLongLine("SetSoundbarSoundMode"), MethodErrorLine("SetSoundbarSoundMode")}));
     ExpectNotCalled();
-}
-
-TEST_F(SetSoundModeTest, ARefusalIsOneMoreLine)
-{
-    control_.SetFault("SetSoundbarSoundMode", kRefusal);
-    SetSoundbarSoundMode(kMac, kIp, data_, 3);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        LoggedBySet(3, {RefusedLine("SetSoundbarSoundMode"), "E SetSoundbarSoundMode: [NAM_API] MethodCall Error"}));
 }
 
 TEST_F(SetSoundModeTest, AServerThatGoesBeforeTheCallIsAFailedCall)
 {
-    platform_log::OnLine([&](const LogLine& line) {
-        if (line.Short() == AnnouncedLine(3)) {
-            KillServer();
-        }
-    });
-    SetSoundbarSoundMode(kMac, kIp, data_, 3);
+    AtLine(AnnouncedLine(3), [&] { KillServer(); });
+    SetSoundbarSoundMode(kMac, kIp, kData, 3);
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery));
-    EXPECT_EQ(platform_log::OfTestThread().back(), "E SetSoundbarSoundMode: [NAM_API] MethodCall Error");
+    EXPECT_EQ(platform_log::OfTestThread().back(), MethodErrorLine("SetSoundbarSoundMode"));
 }
 
-TEST_F(SetSoundModeTest, TheAnswerIsNotLookedAt)
-{
-    for (const WrongReply& reply : WrongReplies("")) {
-        control_.SetFault("SetSoundbarSoundMode", reply.Fault());
-        platform_log::Clear();
-        SetSoundbarSoundMode(kMac, kIp, data_, 3);
-        EXPECT_EQ(platform_log::OfTestThread(), LoggedBySet(3, {})) << reply.value;
-    }
-}
+// --- Queries without an answer ---
 
-// --- Shared by both queries ---
-
-struct Query {
-    const char* name;
-    Lines noBytes; // their lines if the reply has no bytes
-    int (*call)(unsigned char* identity, unsigned char* data);
+const BytesQuery kQueries[] = {
+    {.name = "GetSoundbarSoundMode",
+     .method = "GetSoundbarSoundMode",
+     .call = UnansweredSoundMode,
+     .refused = {MethodErrorLine("GetSoundbarSoundMode"), "E GetSoundbarSoundMode: param_out is NULL"}},
+    {.name = "GetSoundbarDeviceInfo",
+     .method = "GetSoundbarDeviceInfo",
+     .call = UnansweredDeviceInfo,
+     .refused = {MethodErrorLine("GetSoundbarDeviceInfo"), "E GetSoundbarDeviceInfo: param_out is NULL"},
+     .noBytes = {0, {}}},
 };
 
-void PrintTo(const Query& query, std::ostream* out)
-{
-    *out << query.name;
-}
-
-const Query kQueries[] = {
-    {"GetSoundbarSoundMode", {"E GetSoundbarSoundMode: [NAM_API] pByteArray is NULL"}, GetSoundbarSoundMode},
-    {"GetSoundbarDeviceInfo",
-     {},
-     [](unsigned char* identity, unsigned char*) { return GetSoundbarDeviceInfo(identity); }},
-};
-
-class SoundbarQueryTest : public SoundModeTest, public ::testing::WithParamInterface<Query> {
-protected:
-    ~SoundbarQueryTest() override
-    {
-        EXPECT_TRUE(identity_.IsUntouched());
-        EXPECT_TRUE(data_.IsUntouched());
-    }
-
-    int Call() { return query_.call(identity_.Data(), data_.Data()); }
-
-    const Query& query_ = GetParam();
-    const std::string name_ = GetParam().name;
-    Guarded<unsigned char, 10> identity_;
-    Guarded<unsigned char, 20> data_;
-};
-
-TEST_P(SoundbarQueryTest, SendsZero)
-{
-    control_.SetReply(name_, {});
-    Call();
-    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, name_ + "(0)"));
-    EXPECT_EQ(SentMessages().back().signature, "i");
-}
-
-TEST_P(SoundbarQueryTest, ARefusedCallIsMinusOne)
-{
-    control_.SetFault(name_, kRefusal);
-    EXPECT_EQ(Call(), -1);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        Logged(
-            name_, {},
-            {RefusedLine(name_), "E " + name_ + ": [NAM_API] MethodCall Error", "E " + name_ + ": param_out is NULL"}));
-}
-
-TEST_P(SoundbarQueryTest, AReplyWithoutBytesIsZero)
-{
-    control_.SetReply(name_, {});
-    EXPECT_EQ(Call(), 0);
-    EXPECT_EQ(platform_log::OfTestThread(), Logged(name_, {}, query_.noBytes));
-}
-
-TEST_P(SoundbarQueryTest, AReplyOfAnotherTypeIsZeroAndOneMoreLine)
-{
-    for (const WrongReply& reply : WrongReplies("(ay)")) {
-        control_.SetFault(name_, reply.Fault());
-        platform_log::Clear();
-        EXPECT_EQ(Call(), 0) << reply.value;
-        const Lines noBytes = std::string(reply.type) == "()" ? Lines{} : query_.noBytes;
-        EXPECT_EQ(platform_log::OfTestThread(), Logged(name_, {}, NoBytesLines(name_, name_, reply) + noBytes));
-    }
-}
-
-TEST_P(SoundbarQueryTest, AnAbsentServerIsMinusOne)
-{
-    KillServer();
-    platform_log::Clear();
-    EXPECT_EQ(Call(), -1);
-    EXPECT_EQ(platform_log::OfTestThread(), UnreachableLines(name_));
-}
-
-TEST_P(SoundbarQueryTest, ADeviceWithoutTheFeatureIsMinusOne)
-{
-    g_KivDisabled = true;
-    EXPECT_EQ(Call(), -1);
-    EXPECT_EQ(platform_log::OfTestThread(), DisabledLines(name_));
-    EXPECT_THAT(Sent(), IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, SoundbarQueryTest, ::testing::ValuesIn(kQueries), [](const auto& query) {
-    return std::string(query.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(SoundMode, BytesQueryTest, ::testing::ValuesIn(kQueries), NameOf());
 
 // --- Their answers ---
 
@@ -272,7 +150,7 @@ std::vector<unsigned char> Payload(std::int32_t value, std::size_t length)
 
 const std::vector<unsigned char> kIdentity = Payload(0, 10);
 
-class GetSoundModeTest : public SoundModeTest {
+class GetSoundModeTest : public ApiTest {
 protected:
     int CallFor(const std::vector<unsigned char>& payload)
     {
@@ -300,7 +178,7 @@ TEST_F(GetSoundModeTest, IdentityLengthAndDataAreTaken)
 
         EXPECT_EQ(identity_.Bytes(), kIdentity);
         EXPECT_EQ(data_.Bytes(), std::vector<unsigned char>(payload.begin() + 14, payload.begin() + 34));
-        EXPECT_EQ(platform_log::OfTestThread(), Logged("GetSoundbarSoundMode", {}, {AnswerLine(20, "e0")}));
+        ExpectLog(Logged("GetSoundbarSoundMode", {}, {AnswerLine(20, "e0")}));
     }
 }
 
@@ -310,7 +188,7 @@ TEST_F(GetSoundModeTest, AShortReplyIsZeroWithoutAWord)
         EXPECT_EQ(CallFor(Payload(5, size)), 0) << size;
         EXPECT_TRUE(identity_.IsUntouched()) << size;
         EXPECT_TRUE(data_.IsUntouched()) << size;
-        EXPECT_EQ(platform_log::OfTestThread(), Logged("GetSoundbarSoundMode", {}, {}));
+        ExpectLog(Logged("GetSoundbarSoundMode", {}, {}));
     }
 }
 
@@ -320,7 +198,7 @@ TEST_F(GetSoundModeTest, DataThatBeginsWithOneHasOneOfTwoLengths)
         auto payload = Payload(length, 34);
         payload[14] = 1;
         EXPECT_EQ(CallFor(payload), length);
-        EXPECT_EQ(platform_log::OfTestThread(), Logged("GetSoundbarSoundMode", {}, {AnswerLine(length, "01")}));
+        ExpectLog(Logged("GetSoundbarSoundMode", {}, {AnswerLine(length, "01")}));
     }
 }
 
@@ -338,11 +216,9 @@ TEST_F(GetSoundModeTest, DataThatBeginsWithOneAndHasAnotherLengthIsIgnoredThough
 
         EXPECT_EQ(identity.Bytes(), kIdentity);
         EXPECT_EQ(data.Bytes(), std::vector<unsigned char>(payload.begin() + 14, payload.end()));
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            Logged(
-                "GetSoundbarSoundMode", {},
-                {AnswerLine(length, "01"), "E GetSoundbarSoundMode: soundmodeData is corrupted, So ignore it"}));
+        ExpectLog(Logged(
+            "GetSoundbarSoundMode", {},
+            {AnswerLine(length, "01"), "E GetSoundbarSoundMode: soundmodeData is corrupted, So ignore it"}));
     }
 }
 
@@ -367,7 +243,7 @@ TEST_F(GetSoundModeTest, WhatFollowsTheBytesInTheReplyDoesNotMatter)
     EXPECT_EQ(std::memcmp(data_.Data(), "01234567890123456789", 20), 0);
 }
 
-class DeviceInfoTest : public SoundModeTest {
+class DeviceInfoTest : public ApiTest {
 protected:
     int CallFor(const std::vector<unsigned char>& payload)
     {
@@ -393,7 +269,7 @@ TEST_F(DeviceInfoTest, IdentityAndValueAreTaken)
         for (const int value : {0, 7, -1, -5, INT_MAX, INT_MIN}) {
             EXPECT_EQ(CallFor(Payload(value, size)), value);
             EXPECT_EQ(identity_.Bytes(), kIdentity);
-            EXPECT_EQ(platform_log::OfTestThread(), LoggedFor(size, kMacLogged, "192.168.0.7"));
+            ExpectLog(LoggedFor(size, kMacLogged, "192.168.0.7"));
         }
     }
 }
@@ -403,7 +279,7 @@ TEST_F(DeviceInfoTest, DataThatBeginsWithOneIsNothingSpecial)
     auto payload = Payload(7, 34);
     payload[14] = 1;
     EXPECT_EQ(CallFor(payload), 7);
-    EXPECT_EQ(platform_log::OfTestThread(), LoggedFor(34, kMacLogged, "192.168.0.7"));
+    ExpectLog(LoggedFor(34, kMacLogged, "192.168.0.7"));
 }
 
 TEST_F(DeviceInfoTest, AShortReplyIsLoggedAndZero)
@@ -421,7 +297,7 @@ TEST_F(DeviceInfoTest, AShortReplyIsLoggedAndZero)
     for (const auto& reply : replies) {
         EXPECT_EQ(CallFor(Payload(-1, reply.length)), 0) << reply.length;
         EXPECT_TRUE(identity_.IsUntouched()) << reply.length;
-        EXPECT_EQ(platform_log::OfTestThread(), LoggedFor(reply.length, reply.mac, reply.ip));
+        ExpectLog(LoggedFor(reply.length, reply.mac, reply.ip));
     }
 }
 

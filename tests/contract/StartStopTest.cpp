@@ -1,8 +1,7 @@
-#include "ApiTest.h"
+#include "contract/RequestTest.h"
 
 #include <cstring>
 #include <ctime>
-#include <ostream>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -11,7 +10,10 @@ using ::testing::IsEmpty;
 namespace start_stop_test {
 namespace {
 
-class StartStopTest : public ApiTest {};
+class StartStopTest : public ApiTest {
+protected:
+    std::vector<STNetSpkConfig> list_{Speaker(1)};
+};
 
 TEST(RecordsTest, LengthsAndModesAreTheServers)
 {
@@ -59,11 +61,10 @@ TEST_F(StartStopTest, StartSendsTheModeThenTheSpeakers)
     const auto bytes = Bytes(control_.Calls().back());
     ASSERT_EQ(bytes.size(), 258U);
     EXPECT_EQ(std::memcmp(bytes.data(), list.data(), 258), 0);
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAre(
-                                          "I StartNetworkSpeaker: >>> API Start ", kEnter,
-                                          "M StartNetworkSpeaker: [NAM_API] START, nMode[-7], nStartReason[2147483647]",
-                                          kEnter, kEnter, "I StartNetworkSpeaker: [NAM_API] result[55]"));
+    ExpectLog(
+        PrologueLines("StartNetworkSpeaker") +
+        "M StartNetworkSpeaker: [NAM_API] START, nMode[-7], nStartReason[2147483647]" + kEnter + kEnter +
+        "I StartNetworkSpeaker: [NAM_API] result[55]");
 }
 
 TEST_F(StartStopTest, StartSendsAnEmptyListToo)
@@ -86,70 +87,50 @@ TEST_F(StartStopTest, StartLeavesTheListAlone)
     EXPECT_EQ(std::memcmp(list.data(), before.data(), 172), 0);
 }
 
-TEST_F(StartStopTest, StartGoesOnWhenTheServerRefusesTheMode)
+TEST_F(StartStopTest, StartGoesOnWhateverTheServerAnswersToTheMode)
 {
-    control_.SetFault("SetNetSpkSettingMode", "{'reply': <(-1,)>}");
-    control_.SetFault("StartNetworkSpeaker", "{'reply': <(3,)>}");
-    std::vector<STNetSpkConfig> list{Speaker(1)};
-
-    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), 3);
-
-    EXPECT_THAT(
-        Own("StartNetworkSpeaker"), ElementsAre(
-                                        "M StartNetworkSpeaker: [NAM_API] START, nMode[80], nStartReason[1]",
-                                        "E StartNetworkSpeaker: [NAM_API] MethodCall(SetNetSpkSettingMode) Error!",
-                                        "I StartNetworkSpeaker: [NAM_API] result[3]"));
-}
-
-TEST_F(StartStopTest, StartTakesAnyOtherAnswerToTheModeSilently)
-{
-    control_.SetFault("SetNetSpkSettingMode", "{'reply': <(-2,)>}");
-    control_.SetFault("StartNetworkSpeaker", "{'reply': <(-1,)>}");
-    std::vector<STNetSpkConfig> list{Speaker(1)};
-
-    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
-
-    EXPECT_THAT(Own("StartNetworkSpeaker"), ElementsAre(::testing::_, "I StartNetworkSpeaker: [NAM_API] result[-1]"));
+    const std::string function = "StartNetworkSpeaker";
+    const std::string refused = "E StartNetworkSpeaker: [NAM_API] MethodCall(SetNetSpkSettingMode) Error!";
+    const std::string wrongType = WrongTypeLine(function, "SetNetSpkSettingMode", "(i)", "(s)");
+    const std::string resultHead = "I StartNetworkSpeaker: [NAM_API] result[";
+    const struct {
+        const char* mode;
+        const char* start;
+        int result;
+        Lines lines;
+    } answers[] = {
+        {"(-1,)", "(3,)", 3, {refused, resultHead + "3]"}},
+        {"(-2,)", "(-1,)", -1, {resultHead + "-1]"}},
+        {"('yes',)", "(3,)", 3, {wrongType, refused, resultHead + "3]"}},
+    };
+    for (const auto& [mode, start, result, lines] : answers) {
+        SCOPED_TRACE(mode);
+        control_.SetFault("SetNetSpkSettingMode", std::string("{'reply': <") + mode + ">}");
+        control_.SetFault(function, std::string("{'reply': <") + start + ">}");
+        platform_log::Clear();
+        EXPECT_EQ(StartNetworkSpeaker(80, list_, 1), result);
+        EXPECT_EQ(Own(function), (Lines{"M StartNetworkSpeaker: [NAM_API] START, nMode[80], nStartReason[1]"} + lines));
+    }
 }
 
 TEST_F(StartStopTest, StartEndsWhenTheModeCannotBeSet)
 {
     control_.SetFault("SetNetSpkSettingMode", kRefusal);
-    std::vector<STNetSpkConfig> list{Speaker(1)};
 
-    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
+    EXPECT_EQ(StartNetworkSpeaker(80, list_, 1), -1);
 
     EXPECT_THAT(control_.Methods(), ElementsAre("check_dbus_connection", "SetNetSpkSettingMode"));
-    EXPECT_THAT(
-        Own("StartNetworkSpeaker"), ElementsAre(::testing::_, "E StartNetworkSpeaker: [NAM_API] MethodCall Error"));
+    EXPECT_THAT(Own("StartNetworkSpeaker"), ElementsAre(::testing::_, MethodErrorLine("StartNetworkSpeaker")));
 }
 
 TEST_F(StartStopTest, AFailedStartIsLoggedWithTheTime)
 {
     control_.SetFault("StartNetworkSpeaker", kRefusal);
-    std::vector<STNetSpkConfig> list{Speaker(1)};
     const std::time_t before = std::time(nullptr);
 
-    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), -1);
+    EXPECT_EQ(StartNetworkSpeaker(80, list_, 1), -1);
 
     ExpectTimed(Own("StartNetworkSpeaker").back(), "StartNetworkSpeaker", before);
-}
-
-TEST_F(StartStopTest, AModeAnswerOfAnotherTypeCountsAsARefusal)
-{
-    control_.SetFault("SetNetSpkSettingMode", "{'reply': <('yes',)>}");
-    control_.SetFault("StartNetworkSpeaker", "{'reply': <(3,)>}");
-    std::vector<STNetSpkConfig> list{Speaker(1)};
-
-    EXPECT_EQ(StartNetworkSpeaker(80, list, 1), 3);
-
-    EXPECT_THAT(
-        Own("StartNetworkSpeaker"),
-        ElementsAre(
-            ::testing::_,
-            "E StartNetworkSpeaker: [NAM_API] method [SetNetSpkSettingMode], type [(i)] expected, [(s)] found",
-            "E StartNetworkSpeaker: [NAM_API] MethodCall(SetNetSpkSettingMode) Error!",
-            "I StartNetworkSpeaker: [NAM_API] result[3]"));
 }
 
 TEST_F(StartStopTest, TwentyThousandSpeakersTravel)
@@ -170,7 +151,7 @@ TEST_F(StartStopTest, AListThatTheBusCannotCarryIsAFailedCallOnceTheModeIsSet)
     const Lines lines = platform_log::OfTestThread();
     EXPECT_THAT(
         lines, ElementsAre(
-                   "I StartNetworkSpeaker: >>> API Start ", kEnter,
+                   StartLine("StartNetworkSpeaker"), kEnter,
                    "M StartNetworkSpeaker: [NAM_API] START, nMode[80], nStartReason[1]", kEnter, kEnter,
                    TooLongLine("StartNetworkSpeaker"), ::testing::_));
     ExpectTimed(lines.back(), "StartNetworkSpeaker", before);
@@ -179,77 +160,41 @@ TEST_F(StartStopTest, AListThatTheBusCannotCarryIsAFailedCallOnceTheModeIsSet)
 
 // --- The others ---
 
-struct Scalar {
-    const char* name;
-    std::string sent;
-    Lines before; // its lines before the call
-    std::string answerHead;
-    int (*call)();
+std::function<Lines(int)> Answered(const std::string& head)
+{
+    return [head](int answer) { return Lines{head + std::to_string(answer) + "]"}; };
+}
+
+const Request kRequests[] = {
+    {
+        .name = "StopNetworkSpeaker",
+        .call = [] { return StopNetworkSpeaker(3); },
+        .sent = "StopNetworkSpeaker(3)",
+        .signature = "i",
+        .replyType = "(i)",
+        .answered = Answered("I StopNetworkSpeaker: [NAM_API] StopType["),
+        .failed = {MethodErrorLine("StopNetworkSpeaker")},
+        .before = {"M StopNetworkSpeaker: [NAM_API] STOP, nStopType[3]"},
+    },
+    {
+        .name = "DisableSurround",
+        .call = DisableSurround,
+        .sent = "DisableSurround()",
+        .replyType = "(i)",
+        .answered = Answered("I DisableSurround: [NAM_API] ["),
+        .failed = {MethodErrorLine("DisableSurround")},
+    },
+    {
+        .name = "GetSurroundChannelNumber",
+        .call = GetSurroundChannelNumber,
+        .sent = "GetSurroundChannelNumber()",
+        .replyType = "(i)",
+        .answered = Answered("I GetSurroundChannelNumber: [NAM_API] nSurroundChannelNumber["),
+        .failed = {MethodErrorLine("GetSurroundChannelNumber")},
+    },
 };
 
-void PrintTo(const Scalar& scalar, std::ostream* out)
-{
-    *out << scalar.name;
-}
-
-const Scalar kScalars[] = {
-    {"StopNetworkSpeaker",
-     "StopNetworkSpeaker(3)",
-     {"M StopNetworkSpeaker: [NAM_API] STOP, nStopType[3]"},
-     "I StopNetworkSpeaker: [NAM_API] StopType[",
-     [] { return StopNetworkSpeaker(3); }},
-    {"DisableSurround", "DisableSurround()", {}, "I DisableSurround: [NAM_API] [", [] { return DisableSurround(); }},
-    {"GetSurroundChannelNumber",
-     "GetSurroundChannelNumber()",
-     {},
-     "I GetSurroundChannelNumber: [NAM_API] nSurroundChannelNumber[",
-     [] { return GetSurroundChannelNumber(); }},
-};
-
-class ScalarTest : public StartStopTest, public ::testing::WithParamInterface<Scalar> {
-protected:
-    const Scalar& scalar_ = GetParam();
-    const std::string name_ = GetParam().name;
-};
-
-TEST_P(ScalarTest, TheServersAnswerIsReturnedAndLogged)
-{
-    for (const int answer : {0, 77, -5, -1, 2147483647}) {
-        control_.SetFault(name_, "{'reply': <(" + std::to_string(answer) + ",)>}");
-        ForgetTraffic();
-        EXPECT_EQ(scalar_.call(), answer);
-        EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, scalar_.sent));
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            Logged(name_, scalar_.before, {scalar_.answerHead + std::to_string(answer) + "]"}));
-    }
-}
-
-TEST_P(ScalarTest, AFailedCallIsMinusOneAndOneMoreLine)
-{
-    control_.SetFault(name_, kRefusal);
-    EXPECT_EQ(scalar_.call(), -1);
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        Logged(name_, scalar_.before, {RefusedLine(name_), "E " + name_ + ": [NAM_API] MethodCall Error"}));
-}
-
-TEST_P(ScalarTest, AnAnswerOfAnotherTypeIsOneLineAndThePreset)
-{
-    for (const WrongReply& reply : WrongReplies("(i)")) {
-        control_.SetFault(name_, reply.Fault());
-        platform_log::Clear();
-        EXPECT_EQ(scalar_.call(), -1) << reply.value;
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            Logged(
-                name_, scalar_.before, {WrongTypeLine(name_, name_, "(i)", reply.type), scalar_.answerHead + "-1]"}));
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, ScalarTest, ::testing::ValuesIn(kScalars), [](const auto& scalar) {
-    return std::string(scalar.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(StartStop, RequestTest, ::testing::ValuesIn(kRequests), NameOf());
 
 TEST_F(StartStopTest, ArgumentsPassThroughUnchanged)
 {

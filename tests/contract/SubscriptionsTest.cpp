@@ -1,18 +1,15 @@
-#include "EventTest.h"
-#include "support/Wait.h"
-
-#include <unistd.h>
+#include "contract/EventTest.h"
+#include "contract/RequestTest.h"
+#include "support/Gate.h"
 
 #include <atomic>
 #include <cstring>
-#include <future>
 #include <stdexcept>
 
 using namespace kiv::test;
 using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 namespace subscriptions_test {
@@ -20,18 +17,6 @@ namespace {
 
 constexpr const char* kSubscribe = "SubscribeNamServiceCallback";
 constexpr const char* kUnsubscribe = "UnsubscribeNamServiceCallback";
-constexpr const char* kRemove = "NodeRemoveFromWatcher";
-
-std::string MethodErrorLine(const char* function)
-{
-    return std::string("E ") + function + ": [NAM_API] MethodCall Error";
-}
-
-// Returns the function's own call, which is the last one.
-std::string WithPid(const char* method)
-{
-    return std::string(method) + "(" + std::to_string(getpid()) + ")";
-}
 
 std::string SubscribedLine(const std::string& name)
 {
@@ -40,30 +25,35 @@ std::string SubscribedLine(const std::string& name)
 
 const Lines kSubscribeEnter = {"D SubscribeNamServiceCallback: Enter"};
 
-class SubscribeTest : public EventTest {};
-class UnsubscribeTest : public EventTest {};
-class NodeRemoveTest : public EventTest {};
-class SubscribersTest : public EventTest {};
+class OfflineSubscribeTest : public EventTest {};
+
+class SubscribeTest : public Connected<EventTest> {};
+class SubscribersTest : public Connected<EventTest> {};
+
+// The tests begin with a subscriber.
+class UnsubscribeTest : public Connected<EventTest> {
+protected:
+    UnsubscribeTest()
+    {
+        EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 1);
+        ForgetTraffic();
+    }
+};
 
 // --- SubscribeNamServiceCallback ---
 
 TEST_F(SubscribeTest, AsksTheServerForEventsOfThisProcess)
 {
-    StartAndConnect();
-
     EXPECT_EQ(SubscribeNamServiceCallback("lamp", Subscriber<'f'>), 1);
 
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kSubscribe))));
-    EXPECT_EQ(SentMessages().back().signature, "i");
+    ExpectSent(WithPid(kSubscribe), "i");
     EXPECT_EQ(SentMessages().back().flags, G_DBUS_MESSAGE_FLAGS_NONE);
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(kSubscribeEnter + PrologueLines(kSubscribe) + Lines{SubscribedLine("lamp"), kEnter}));
+    ExpectLog(kSubscribeEnter + PrologueLines(kSubscribe) + SubscribedLine("lamp") + kEnter);
     EXPECT_EQ(client_.m_strClientName, ClientId());
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
 }
 
-TEST_F(SubscribeTest, StartsAnAbsentServer)
+TEST_F(OfflineSubscribeTest, StartsAnAbsentServer)
 {
     MakeServerActivatable();
     EXPECT_EQ(SubscribeNamServiceCallback("lamp", Subscriber<'f'>), 1);
@@ -72,7 +62,6 @@ TEST_F(SubscribeTest, StartsAnAbsentServer)
 
 TEST_F(SubscribeTest, TheSecondOfANameBringsEventsAgainAfterTheConnectionWasLost)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("tv", Subscriber<'f'>);
     Close(client_.m_pConnection);
     Connect();
@@ -90,21 +79,18 @@ TEST_F(SubscribeTest, TheSecondOfANameBringsEventsAgainAfterTheConnectionWasLost
 
 TEST_F(SubscribeTest, TheSecondOfANameReplacesTheFirstAndLogsNoSuccess)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     ForgetTraffic();
 
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'g'>), 1);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + PrologueLines(kSubscribe) + Lines{kEnter}));
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kSubscribe))));
+    ExpectLog(kSubscribeEnter + PrologueLines(kSubscribe) + kEnter);
+    ExpectSent(WithPid(kSubscribe), "i");
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("g(7, 0)"));
 }
 
 TEST_F(SubscribeTest, TheSuccessLineComesAgainAfterAnUnsubscription)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     UnsubscribeNamServiceCallback("a");
     ForgetTraffic();
@@ -116,7 +102,6 @@ TEST_F(SubscribeTest, TheSuccessLineComesAgainAfterAnUnsubscription)
 
 TEST_F(SubscribeTest, OneCallbackMayHaveSeveralNames)
 {
-    StartAndConnect();
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 1);
     EXPECT_EQ(SubscribeNamServiceCallback("b", Subscriber<'f'>), 1);
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)", "f(7, 0)"));
@@ -124,7 +109,6 @@ TEST_F(SubscribeTest, OneCallbackMayHaveSeveralNames)
 
 TEST_F(SubscribeTest, KeepsACopyOfTheName)
 {
-    StartAndConnect();
     char name[] = "a";
     SubscribeNamServiceCallback(name, Subscriber<'f'>);
     name[0] = 'b';
@@ -137,14 +121,12 @@ TEST_F(SubscribeTest, KeepsACopyOfTheName)
 
 TEST_F(SubscribeTest, ANameIsNoFormat)
 {
-    StartAndConnect();
     EXPECT_EQ(SubscribeNamServiceCallback("%s%n", Subscriber<'f'>), 1);
     EXPECT_EQ(platform_log::Count(SubscribedLine("%s%n")), 1U);
 }
 
 TEST_F(SubscribeTest, TheCallbackIsInPlaceBeforeTheServerIsAsked)
 {
-    StartAndConnect();
     Lines meanwhile;
     AtLine(SubscribedLine("a"), [&] { AtLine(kEnter, [&] { meanwhile = CallsAfter(kEvent); }); });
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
@@ -153,22 +135,18 @@ TEST_F(SubscribeTest, TheCallbackIsInPlaceBeforeTheServerIsAsked)
 
 TEST_F(SubscribeTest, ARefusedCallReturnsZeroAndLeavesTheCallbackInPlace)
 {
-    StartAndConnect();
     control_.SetFault(kSubscribe, kRefusal);
 
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 0);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            kSubscribeEnter + PrologueLines(kSubscribe) +
-            Lines{SubscribedLine("a"), kEnter, RefusedLine(kSubscribe), MethodErrorLine(kSubscribe)}));
+    ExpectLog(
+        kSubscribeEnter + PrologueLines(kSubscribe) + SubscribedLine("a") + kEnter + RefusedLine(kSubscribe) +
+        MethodErrorLine(kSubscribe));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
 }
 
 TEST_F(SubscribeTest, ARefusedReplacementStays)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     control_.SetFault(kSubscribe, kRefusal);
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'g'>), 0);
@@ -177,36 +155,29 @@ TEST_F(SubscribeTest, ARefusedReplacementStays)
 
 TEST_F(SubscribeTest, AServerThatGoesBeforeTheCallIsNotCalled)
 {
-    StartAndConnect();
     AtLine(SubscribedLine("a"), [&] { KillServer(); });
 
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 0);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAreArray(
-                                          kSubscribeEnter + PrologueLines(kSubscribe) +
-                                          Lines{SubscribedLine("a"), kAbsentLine, MethodErrorLine(kSubscribe)}));
+    ExpectLog(
+        kSubscribeEnter + PrologueLines(kSubscribe) + SubscribedLine("a") + kAbsentLine + MethodErrorLine(kSubscribe));
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery));
 }
 
 TEST_F(SubscribeTest, AdoptsAnotherClientName)
 {
-    StartAndConnect();
     control_.SetFault(kSubscribe, "{'reply': <('tv_other',)>}");
 
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 1);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            kSubscribeEnter + PrologueLines(kSubscribe) +
-            Lines{SubscribedLine("a"), kEnter, AdoptionLine(kSubscribe, ClientId(), "tv_other")}));
+    ExpectLog(
+        kSubscribeEnter + PrologueLines(kSubscribe) + SubscribedLine("a") + kEnter +
+        AdoptionLine(kSubscribe, ClientId(), "tv_other"));
     EXPECT_EQ(client_.m_strClientName, "tv_other");
 }
 
 TEST_F(SubscribeTest, AdoptsAnEmptyClientName)
 {
-    StartAndConnect();
     control_.SetFault(kSubscribe, "{'reply': <('',)>}");
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 1);
     EXPECT_EQ(platform_log::Count(AdoptionLine(kSubscribe, ClientId(), "")), 1U);
@@ -215,22 +186,18 @@ TEST_F(SubscribeTest, AdoptsAnEmptyClientName)
 
 TEST_F(SubscribeTest, AReplyOfAnotherTypeIsLoggedAndAdoptsNothing)
 {
-    StartAndConnect();
     control_.SetFault(kSubscribe, "{'reply': <(5,)>}");
 
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 1);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            kSubscribeEnter + PrologueLines(kSubscribe) +
-            Lines{SubscribedLine("a"), kEnter, WrongTypeLine(kSubscribe, kSubscribe, "(s)", "(i)")}));
+    ExpectLog(
+        kSubscribeEnter + PrologueLines(kSubscribe) + SubscribedLine("a") + kEnter +
+        WrongTypeLine(kSubscribe, kSubscribe, "(s)", "(i)"));
     EXPECT_EQ(client_.m_strClientName, ClientId());
 }
 
 TEST_F(SubscribeTest, AReplyWithoutABodyIsLoggedAndAdoptsNothing)
 {
-    StartAndConnect();
     control_.SetFault(kSubscribe, "{'reply': <'()'>}");
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 1);
     EXPECT_EQ(platform_log::Count(WrongTypeLine(kSubscribe, kSubscribe, "(s)", "()")), 1U);
@@ -239,7 +206,6 @@ TEST_F(SubscribeTest, AReplyWithoutABodyIsLoggedAndAdoptsNothing)
 
 TEST_F(SubscribeTest, NullArgumentsChangeNothingAndAreNotLogged)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     ForgetTraffic();
 
@@ -249,12 +215,12 @@ TEST_F(SubscribeTest, NullArgumentsChangeNothingAndAreNotLogged)
     EXPECT_EQ(SubscribeNamServiceCallback(nullptr, nullptr), 0);
 
     const Lines once = kSubscribeEnter + PrologueLines(kSubscribe);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(once + once + once + once));
+    ExpectLog(once + once + once + once);
     EXPECT_THAT(control_.Methods(), AllOf(::testing::SizeIs(4), Each("check_dbus_connection")));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
 }
 
-TEST_F(SubscribeTest, OnADisabledDevice)
+TEST_F(OfflineSubscribeTest, OnADisabledDevice)
 {
     feature::Set(false);
     StartServer();
@@ -262,7 +228,7 @@ TEST_F(SubscribeTest, OnADisabledDevice)
 
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 0);
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + DisabledLines(kSubscribe)));
+    ExpectLog(kSubscribeEnter + DisabledLines(kSubscribe));
     EXPECT_THAT(Sent(), IsEmpty());
 
     g_KivDisabled = false;
@@ -270,18 +236,11 @@ TEST_F(SubscribeTest, OnADisabledDevice)
     EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
 }
 
-TEST_F(SubscribeTest, TheGateComesBeforeTheArguments)
-{
-    feature::Set(false);
-    EXPECT_EQ(SubscribeNamServiceCallback(nullptr, nullptr), 0);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + DisabledLines(kSubscribe)));
-}
-
-TEST_F(SubscribeTest, WithoutAServerNothingIsRegistered)
+TEST_F(OfflineSubscribeTest, WithoutAServerNothingIsRegistered)
 {
     ReadFeature();
     EXPECT_EQ(SubscribeNamServiceCallback("a", Subscriber<'f'>), 0);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + UnreachableLines(kSubscribe)));
+    ExpectLog(kSubscribeEnter + UnreachableLines(kSubscribe));
 
     StartAndConnect();
     EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
@@ -289,47 +248,36 @@ TEST_F(SubscribeTest, WithoutAServerNothingIsRegistered)
 
 TEST_F(SubscribeTest, TheServerComesBeforeTheArguments)
 {
-    ReadFeature();
-    EXPECT_EQ(SubscribeNamServiceCallback(nullptr, nullptr), 0);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kSubscribeEnter + UnreachableLines(kSubscribe)));
+    ExpectUnreached(kSubscribe, kSubscribeEnter, [] { EXPECT_EQ(SubscribeNamServiceCallback(nullptr, nullptr), 0); });
 }
 
 // --- UnsubscribeNamServiceCallback ---
 
 TEST_F(UnsubscribeTest, TellsTheServerAndEndsTheCalls)
 {
-    StartAndConnect();
-    SubscribeNamServiceCallback("a", Subscriber<'f'>);
     SubscribeNamServiceCallback("b", Subscriber<'g'>);
     ForgetTraffic();
 
     UnsubscribeNamServiceCallback("a");
 
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kUnsubscribe))));
-    EXPECT_EQ(SentMessages().back().signature, "i");
+    ExpectSent(WithPid(kUnsubscribe), "i");
     EXPECT_EQ(SentMessages().back().flags, G_DBUS_MESSAGE_FLAGS_NONE);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(AnsweredLines(kUnsubscribe)));
+    ExpectLog(AnsweredLines(kUnsubscribe));
     EXPECT_EQ(client_.m_strClientName, ClientId());
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("g(7, 0)"));
 }
 
 TEST_F(UnsubscribeTest, AnUnknownNameIsNoErrorAndTheServerIsTold)
 {
-    StartAndConnect();
-    SubscribeNamServiceCallback("a", Subscriber<'f'>);
-    ForgetTraffic();
-
     UnsubscribeNamServiceCallback("A");
 
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall(WithPid(kUnsubscribe))));
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(AnsweredLines(kUnsubscribe)));
+    ExpectSent(WithPid(kUnsubscribe), "i");
+    ExpectLog(AnsweredLines(kUnsubscribe));
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
 }
 
 TEST_F(UnsubscribeTest, TheCallbackIsGoneBeforeTheServerIsAsked)
 {
-    StartAndConnect();
-    SubscribeNamServiceCallback("a", Subscriber<'f'>);
     Lines meanwhile = {"the call was never made"};
     AtLine(kEnter, [&] { // of the query for the id
         AtLine(kEnter, [&] { meanwhile = CallsAfter(kEvent); });
@@ -340,84 +288,61 @@ TEST_F(UnsubscribeTest, TheCallbackIsGoneBeforeTheServerIsAsked)
 
 TEST_F(UnsubscribeTest, ARefusedCallSilencesTheCallbackAllTheSame)
 {
-    StartAndConnect();
-    SubscribeNamServiceCallback("a", Subscriber<'f'>);
     control_.SetFault(kUnsubscribe, kRefusal);
-    ForgetTraffic();
 
     UnsubscribeNamServiceCallback("a");
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            AnsweredLines(kUnsubscribe) + Lines{RefusedLine(kUnsubscribe), MethodErrorLine(kUnsubscribe)}));
+    ExpectLog(AnsweredLines(kUnsubscribe) + RefusedLine(kUnsubscribe) + MethodErrorLine(kUnsubscribe));
     EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
 }
 
 TEST_F(UnsubscribeTest, AdoptsAnotherClientName)
 {
-    StartAndConnect();
     control_.SetFault(kUnsubscribe, "{'reply': <('tv_other',)>}");
 
     UnsubscribeNamServiceCallback("a");
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(AnsweredLines(kUnsubscribe) + Lines{AdoptionLine(kUnsubscribe, ClientId(), "tv_other")}));
+    ExpectLog(AnsweredLines(kUnsubscribe) + AdoptionLine(kUnsubscribe, ClientId(), "tv_other"));
     EXPECT_EQ(client_.m_strClientName, "tv_other");
 }
 
 TEST_F(UnsubscribeTest, AReplyOfAnotherTypeIsLoggedAndAdoptsNothing)
 {
-    StartAndConnect();
     control_.SetFault(kUnsubscribe, "{'reply': <('tv_other', 1)>}");
 
     UnsubscribeNamServiceCallback("a");
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            AnsweredLines(kUnsubscribe) + Lines{WrongTypeLine(kUnsubscribe, kUnsubscribe, "(s)", "(si)")}));
+    ExpectLog(AnsweredLines(kUnsubscribe) + WrongTypeLine(kUnsubscribe, kUnsubscribe, "(s)", "(si)"));
     EXPECT_EQ(client_.m_strClientName, ClientId());
 }
 
 TEST_F(UnsubscribeTest, ANullNameThrowsOnceTheServerIsReached)
 {
-    StartAndConnect();
     EXPECT_THROW(UnsubscribeNamServiceCallback(nullptr), std::logic_error);
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(PrologueLines(kUnsubscribe)));
+    ExpectLog(PrologueLines(kUnsubscribe));
 }
 
 TEST_F(UnsubscribeTest, OnADisabledDeviceTheSubscriptionStays)
 {
-    StartAndConnect();
-    SubscribeNamServiceCallback("a", Subscriber<'f'>);
-    ForgetTraffic();
     g_KivDisabled = true;
 
     UnsubscribeNamServiceCallback("a");
     UnsubscribeNamServiceCallback(nullptr);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAreArray(DisabledLines(kUnsubscribe) + DisabledLines(kUnsubscribe)));
+    ExpectLog(DisabledLines(kUnsubscribe) + DisabledLines(kUnsubscribe));
     EXPECT_THAT(Sent(), IsEmpty());
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
 }
 
 TEST_F(UnsubscribeTest, WithoutAServerTheSubscriptionStays)
 {
-    StartAndConnect();
-    SubscribeNamServiceCallback("a", Subscriber<'f'>);
-    ForgetTraffic();
     KillServer();
 
     UnsubscribeNamServiceCallback("a");
     UnsubscribeNamServiceCallback(nullptr);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(UnreachableLines(kUnsubscribe) + UnreachableLines(kUnsubscribe)));
+    ExpectLog(UnreachableLines(kUnsubscribe) + UnreachableLines(kUnsubscribe));
     StartServer();
     StopNetworkSpeaker(0);
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
@@ -425,65 +350,30 @@ TEST_F(UnsubscribeTest, WithoutAServerTheSubscriptionStays)
 
 // --- NodeRemoveFromWatcher ---
 
-TEST_F(NodeRemoveTest, ReturnsAndLogsTheServersAnswer)
+const Request kRemove = {
+    .name = "NodeRemoveFromWatcher",
+    .call = [] { return NodeRemoveFromWatcher(-5); },
+    .sent = "NodeRemoveFromWatcher(-5)",
+    .signature = "i",
+    .replyType = "(i)",
+    .answered =
+        [](int answer) { return Lines{"I NodeRemoveFromWatcher: [NAM_API] result[" + std::to_string(answer) + "]"}; },
+    .failed = {"E NodeRemoveFromWatcher: [NAM_API] MethodCall(NodeRemoveFromWatcher) Error"},
+    .failure = 0,
+};
+
+INSTANTIATE_TEST_SUITE_P(Subscriptions, RequestTest, ::testing::Values(kRemove), NameOf());
+
+TEST_F(UnsubscribeTest, ANodeThatIsRemovedIsNoSubscriber)
 {
-    StartAndConnect();
-    SubscribeNamServiceCallback("a", Subscriber<'f'>);
-    control_.SetFault(kRemove, "{'reply': <(42,)>}");
-    ForgetTraffic();
-
-    EXPECT_EQ(NodeRemoveFromWatcher(-5), 42);
-
-    EXPECT_THAT(Sent(), ElementsAreArray(SentByCall("NodeRemoveFromWatcher(-5)")));
-    EXPECT_EQ(SentMessages().back().signature, "i");
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(AnsweredLines(kRemove) + Lines{"I NodeRemoveFromWatcher: [NAM_API] result[42]"}));
+    NodeRemoveFromWatcher(-5);
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
-}
-
-TEST_F(NodeRemoveTest, ARefusedCallReturnsZero)
-{
-    StartAndConnect();
-    control_.SetFault(kRemove, kRefusal);
-
-    EXPECT_EQ(NodeRemoveFromWatcher(1), 0);
-
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAreArray(
-            AnsweredLines(kRemove) +
-            Lines{RefusedLine(kRemove), "E NodeRemoveFromWatcher: [NAM_API] MethodCall(NodeRemoveFromWatcher) Error"}));
-}
-
-TEST_F(NodeRemoveTest, AReplyOfAnotherTypeLeavesThePreset)
-{
-    StartAndConnect();
-    control_.SetFault(kRemove, "{'reply': <('x',)>}");
-    EXPECT_EQ(NodeRemoveFromWatcher(1), -1);
-    EXPECT_EQ(platform_log::Count(WrongTypeLine(kRemove, kRemove, "(i)", "(s)")), 1U);
-}
-
-TEST_F(NodeRemoveTest, OnADisabledDevice)
-{
-    feature::Set(false);
-    EXPECT_EQ(NodeRemoveFromWatcher(1), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(DisabledLines(kRemove)));
-    EXPECT_THAT(Sent(), IsEmpty());
-}
-
-TEST_F(NodeRemoveTest, WithoutAServer)
-{
-    ReadFeature();
-    EXPECT_EQ(NodeRemoveFromWatcher(1), -1);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(UnreachableLines(kRemove)));
 }
 
 // --- The calls of the subscribers ---
 
 TEST_F(SubscribersTest, AreCalledInTheByteOrderOfTheirNames)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("\xff", Subscriber<'6'>);
     SubscribeNamServiceCallback("b", Subscriber<'5'>);
     SubscribeNamServiceCallback("ab", Subscriber<'4'>);
@@ -500,7 +390,6 @@ pthread_t g_thread;
 
 TEST_F(SubscribersTest, GetEventIdDataAndLengthOnTheMonitorThread)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", [](int eventId, void* data, int length) {
         g_eventId = eventId;
         g_length = length;
@@ -520,7 +409,6 @@ TEST_F(SubscribersTest, GetEventIdDataAndLengthOnTheMonitorThread)
 
 TEST_F(SubscribersTest, GetTheEventsThatTheLibraryKnowsToo)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     EXPECT_THAT(CallsAfter(NAMSERVICE_EXIT_STATE), ElementsAre("f(33685553, 0)"));
     EXPECT_THAT(CallsAfter(NAMSERVICE_ATMOS_STATE), ElementsAre("f(33685544, 0)"));
@@ -528,7 +416,6 @@ TEST_F(SubscribersTest, GetTheEventsThatTheLibraryKnowsToo)
 
 TEST_F(SubscribersTest, AnEventWithoutAnyReachesNobody)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     UnsubscribeNamServiceCallback("a");
     ForgetTraffic();
@@ -538,7 +425,6 @@ TEST_F(SubscribersTest, AnEventWithoutAnyReachesNobody)
 
 TEST_F(SubscribersTest, OneRemovedBeforeItsTurnIsNotCalled)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     SubscribeNamServiceCallback("b", Subscriber<'g'>);
     SubscribeNamServiceCallback("c", Subscriber<'h'>);
@@ -548,7 +434,6 @@ TEST_F(SubscribersTest, OneRemovedBeforeItsTurnIsNotCalled)
 
 TEST_F(SubscribersTest, TheLastOnesMayAllBeRemovedFromWithin)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     SubscribeNamServiceCallback("b", Subscriber<'g'>);
     Callbacks::Do('f', [] {
@@ -561,7 +446,6 @@ TEST_F(SubscribersTest, TheLastOnesMayAllBeRemovedFromWithin)
 
 TEST_F(SubscribersTest, OneReplacedBeforeItsTurnIsCalledInItsNewForm)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     SubscribeNamServiceCallback("b", Subscriber<'g'>);
     Callbacks::Do('f', [] { SubscribeNamServiceCallback("b", Subscriber<'h'>); });
@@ -570,7 +454,6 @@ TEST_F(SubscribersTest, OneReplacedBeforeItsTurnIsCalledInItsNewForm)
 
 TEST_F(SubscribersTest, OneAddedFromWithinIsCalledFromTheNextEventOn)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     Callbacks::Do('f', [] { SubscribeNamServiceCallback("b", Subscriber<'g'>); });
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("f(7, 0)"));
@@ -579,7 +462,6 @@ TEST_F(SubscribersTest, OneAddedFromWithinIsCalledFromTheNextEventOn)
 
 TEST_F(SubscribersTest, MayCallTheServer)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     SubscribeNamServiceCallback("b", Subscriber<'g'>);
     control_.SetFault("StopNetworkSpeaker", "{'reply': <(77,)>}");
@@ -591,7 +473,6 @@ TEST_F(SubscribersTest, MayCallTheServer)
 
 TEST_F(SubscribersTest, OneThatThrowsCostsALineAndNothingElse)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
     SubscribeNamServiceCallback("b", Subscriber<'g'>);
     SubscribeNamServiceCallback("c", Subscriber<'h'>);
@@ -606,22 +487,17 @@ TEST_F(SubscribersTest, OneThatThrowsCostsALineAndNothingElse)
 
 TEST_F(SubscribersTest, OneThatRunsHoldsUpNoCaller)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("a", Subscriber<'f'>);
-    std::promise<void> started;
-    std::promise<void> finish;
-    Callbacks::Do('f', [&] {
-        started.set_value();
-        Await("the test to let the callback go on", finish.get_future());
-    });
+    Gate gate;
+    Callbacks::Do('f', [&] { gate.Pass(); });
     control_.SendEvent(kEvent, {});
-    Await("the callback to be called", started.get_future());
+    gate.WaitUntilReached();
 
     EXPECT_EQ(SubscribeNamServiceCallback("b", Subscriber<'g'>), 1);
     UnsubscribeNamServiceCallback("a");
     EXPECT_EQ(StopNetworkSpeaker(3), 3);
 
-    finish.set_value();
+    gate.Open();
     EXPECT_THAT(CallsAfter(kEvent), ::testing::Contains("g(7, 0)"));
 }
 

@@ -1,9 +1,8 @@
-#include "RequestTest.h"
+#include "contract/RequestTest.h"
 
 #include <climits>
 
 using namespace kiv::test;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 namespace test_tone_test {
@@ -15,7 +14,7 @@ const Request kRequests[] = {
         .call = [] { return StartNetSpkTest(kMac, 10, -20, 30), 0; },
         .sent = "StartNetSpkTest(" + kMacSent + ", 10, -20, 30)",
         .signature = "yyyyyyiii",
-        .failed = {"E StartNetSpkTest: [NAM_API] MethodCall Error"},
+        .failed = {MethodErrorLine("StartNetSpkTest")},
         .before = {"I StartNetSpkTest: [NAM_API] MAC[" + kMacLogged + "], nChType[-20], [30]"},
     },
     {
@@ -23,31 +22,12 @@ const Request kRequests[] = {
         .call = [] { return StopNetSpkTest(kMac, 10, -30), 0; },
         .sent = "StopNetSpkTest(" + kMacSent + ", 10, -30)",
         .signature = "yyyyyyii",
-        .failed = {"E StopNetSpkTest: [NAM_API] MethodCall Error"},
+        .failed = {MethodErrorLine("StopNetSpkTest")},
         .first = {"I StopNetSpkTest: [NAM_API] Enter, MAC[" + kMacLogged + "], [-30]"},
     },
 };
 
-class TestToneRequestTest : public RequestTest {};
-
-TEST_P(TestToneRequestTest, ItIsSentAndNothingIsSaidOfTheAnswer)
-{
-    for (const int answer : {0, -1, 77}) {
-        ExpectAnswered(answer);
-    }
-}
-
-TEST_P(TestToneRequestTest, AFailedCallIsLogged)
-{
-    ExpectFailed();
-}
-
-TEST_P(TestToneRequestTest, AnAnswerOfAnotherTypeIsNothingToIt)
-{
-    ExpectOtherTypes(0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Functions, TestToneRequestTest, ::testing::ValuesIn(kRequests), NameOf);
+INSTANTIATE_TEST_SUITE_P(TestTone, RequestTest, ::testing::ValuesIn(kRequests), NameOf());
 
 class TestToneTest : public ApiTest {};
 
@@ -66,12 +46,10 @@ TEST_F(TestToneTest, NumbersPassThroughUnchanged)
 TEST_F(TestToneTest, AStartWithoutASpeakerIsRefusedOnceTheServerIsReached)
 {
     StartNetSpkTest(nullptr, 1, 2, 3);
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre("I StartNetSpkTest: >>> API Start ", kEnter, "E StartNetSpkTest: (pMac == NULL) return"));
+    ExpectLog(PrologueLines("StartNetSpkTest") + "E StartNetSpkTest: (pMac == NULL) return");
     ExpectNothingAsked();
 
-    ExpectArgumentsLast("StartNetSpkTest", {}, [] { StartNetSpkTest(nullptr, 1, 2, 3); });
+    ExpectUnreached("StartNetSpkTest", {}, [] { StartNetSpkTest(nullptr, 1, 2, 3); });
 }
 
 TEST_F(TestToneTest, AStopWithoutASpeakerIsRefusedBeforeAllElse)
@@ -79,27 +57,18 @@ TEST_F(TestToneTest, AStopWithoutASpeakerIsRefusedBeforeAllElse)
     StopNetSpkTest(nullptr, 1, 2);
     g_KivDisabled = true;
     StopNetSpkTest(nullptr, 1, 2);
-    EXPECT_EQ(platform_log::OfTestThread(), Lines(2, "E StopNetSpkTest: (pMac == NULL) return"));
+    ExpectLog(Lines(2, "E StopNetSpkTest: (pMac == NULL) return"));
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
 TEST_F(TestToneTest, AServerThatGoesBeforeTheCallIsAFailedCall)
 {
     const std::string mac = "I StartNetSpkTest: [NAM_API] MAC[" + kMacLogged + "], nChType[2], [3]";
-    platform_log::OnLine([&](const LogLine& line) {
-        if (line.Short() == mac) {
-            KillServer();
-        }
-    });
+    AtLine(mac, [&] { KillServer(); });
 
     StartNetSpkTest(kMac, 1, 2, 3);
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "I StartNetSpkTest: >>> API Start ", kEnter, mac,
-            "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ",
-            "E StartNetSpkTest: [NAM_API] MethodCall Error"));
+    ExpectLog(PrologueLines("StartNetSpkTest") + mac + kAbsentLine + MethodErrorLine("StartNetSpkTest"));
 }
 
 class UnreadFeatureTest : public BusTest {};

@@ -1,8 +1,7 @@
-#include "EventTest.h"
-#include "support/Wait.h"
+#include "contract/EventTest.h"
+#include "support/Gate.h"
 
 #include <atomic>
-#include <future>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -71,7 +70,7 @@ void Call()
     }
 }
 
-class ThreadsTest : public EventTest {
+class OfflineThreadsTest : public EventTest {
 protected:
     // Returns whether a call reaches a server that has just started. The bus may still be starting it for others.
     static bool EventuallyAnswers()
@@ -100,9 +99,10 @@ protected:
     }
 };
 
+class ThreadsTest : public Connected<OfflineThreadsTest> {};
+
 TEST_F(ThreadsTest, SubscribersAndCallersWhileEventsPourIn)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("all the time", Subscriber<'s'>);
 
     std::atomic<bool> enough = false;
@@ -134,7 +134,7 @@ TEST_F(ThreadsTest, SubscribersAndCallersWhileEventsPourIn)
 }
 
 // The server comes and goes with another id each time, while calls, subscriptions and events go on.
-TEST_F(ThreadsTest, AFlappingServer)
+TEST_F(OfflineThreadsTest, AFlappingServer)
 {
     std::atomic<bool> enough = false;
     std::vector<std::thread> threads;
@@ -170,25 +170,22 @@ TEST_F(ThreadsTest, AFlappingServer)
 
 TEST_F(ThreadsTest, ASlowLogCallHoldsUpItsOwnThreadOnly)
 {
-    StartAndConnect();
-    std::promise<void> logging;
-    std::promise<void> goOn;
+    Gate gate;
     std::atomic_flag caught;
     platform_log::OnLine([&](const LogLine& line) {
         if (!line.ofTestThread && !caught.test_and_set()) {
-            logging.set_value();
-            Await("the test to let the call go on", goOn.get_future());
+            gate.Pass();
         }
     });
     std::thread slow([] { EXPECT_EQ(StopNetworkSpeaker(1), 1); });
-    Await("the call to log", logging.get_future());
+    gate.WaitUntilReached();
 
     for (int call = 0; call < 20; ++call) {
         EXPECT_EQ(StopNetworkSpeaker(call), call);
     }
     EXPECT_THAT(CallsAfter(kEvent), IsEmpty());
 
-    goOn.set_value();
+    gate.Open();
     slow.join();
     platform_log::OnLine(nullptr);
     client_.m_DestroyMessageMonitor(); // the monitor thread may still be in the hook
@@ -196,7 +193,6 @@ TEST_F(ThreadsTest, ASlowLogCallHoldsUpItsOwnThreadOnly)
 
 TEST_F(ThreadsTest, ALogCallMayCallTheLibrary)
 {
-    StartAndConnect();
     SubscribeNamServiceCallback("name", Subscriber<'n'>);
     std::set<std::string> seen;
     std::mutex seenLock;

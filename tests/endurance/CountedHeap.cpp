@@ -1,4 +1,4 @@
-#include "Heap.h"
+#include "endurance/Heap.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "EveryFunction.h"
+#include "endurance/EveryFunction.h"
 
 #include "KivServiceInterface.h"
 

@@ -1,4 +1,6 @@
 #include "KivServiceInterface.h"
+#include "lifecycle/Library.h"
+#include "support/Gate.h"
 #include "support/Platform.h"
 #include "support/Process.h"
 #include "support/Server.h"
@@ -6,7 +8,6 @@
 #include "tools/sandbox/BusTrace.h"
 #include "tools/sandbox/PrivateBus.h"
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -18,7 +19,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <stdexcept>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -26,46 +26,6 @@
 using namespace kiv::test;
 
 namespace {
-
-class Library {
-public:
-    explicit Library(const char* file = KIV_LIBRARY) : handle_(dlopen(file, RTLD_NOW | RTLD_LOCAL))
-    {
-        if (handle_ == nullptr) {
-            throw std::runtime_error(dlerror());
-        }
-    }
-    ~Library()
-    {
-        if (handle_ != nullptr) {
-            dlclose(handle_);
-        }
-    }
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
-
-    template <typename T>
-    T* Symbol(const char* name) const
-    {
-        return reinterpret_cast<T*>(dlsym(handle_, name));
-    }
-
-    int Stop(int type) const { return Symbol<int(int)>("StopNetworkSpeaker")(type); }
-
-    int Subscribe(NamEventCallback callback) const
-    {
-        return Symbol<int(const char*, NamEventCallback)>("SubscribeNamServiceCallback")("name", callback);
-    }
-
-    int DestroyMonitor() const
-    {
-        CNSGdbus* client = *Symbol<CNSGdbus*>("_ZN8CNSGdbus11m_pInstanceE");
-        return Symbol<int(CNSGdbus*)>("_ZN8CNSGdbus23m_DestroyMessageMonitorEv")(client);
-    }
-
-private:
-    void* handle_;
-};
 
 // Returns the number of threads that are not GLib's. GLib gives its threads names.
 long ThreadsOfOurs()
@@ -87,15 +47,9 @@ void WaitForThreadsOfOurs(long count)
     WaitUntil(std::to_string(count) + " threads of ours", [&] { return ThreadsOfOurs() == count; });
 }
 
-void WaitForEndpoint()
+std::string ClientBusName()
 {
-    platform_log::WaitForLine(
-        [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
-}
-
-std::string ClientId()
-{
-    return "tv_" + std::to_string(getpid());
+    return "org.lumra.tv.networkspeaker.client.tv_" + std::to_string(getpid());
 }
 
 // Returns how often a test repeats its action. ./dev soak asks for more.
@@ -151,12 +105,12 @@ TEST_F(LifecycleTest, ARunningMonitorKeepsTheCodeInPlace)
     {
         const Library library;
         EXPECT_EQ(library.Stop(1), 1);
-        WaitForEndpoint();
+        platform_log::WaitForEndpoint();
     }
     EXPECT_TRUE(IsMapped(KIV_LIBRARY));
 
     ServerControl control(bus_.Address());
-    control.WaitForOwner("org.lumra.tv.networkspeaker.client." + ClientId());
+    control.WaitForOwner(ClientBusName());
     for (int round = 0; round < Rounds(20, 100); ++round) {
         EXPECT_EQ(Library().Stop(round), round);
         ASSERT_TRUE(IsMapped(KIV_LIBRARY)) << "round " << round;
@@ -236,22 +190,22 @@ TEST_F(EndingTest, AskedForWithoutAPauseWhileItStarts)
 
 TEST_F(EndingTest, WhileCallbacksRun)
 {
-    static std::atomic<int> g_calls;
+    static std::atomic<int> called;
     for (int round = 0; round < Rounds(20, 500); ++round) {
-        g_calls = 0;
+        called = 0;
         {
             const Library library;
-            EXPECT_EQ(library.Subscribe([](int, void*, int) { ++g_calls; }), 1);
+            EXPECT_EQ(library.Subscribe([](int, void*, int) { ++called; }), 1);
             auto events = std::async(std::launch::async, [&] {
                 ServerControl control(bus_.Address());
-                control.WaitForOwner("org.lumra.tv.networkspeaker.client." + ClientId());
+                control.WaitForOwner(ClientBusName());
                 return control.SendPayloads(Payload(0x1234, 3, {1, 2, 3}), 100);
             });
-            WaitUntil("the callback to be called often enough", [&] { return g_calls > round % 40; });
+            WaitUntil("the callback to be called often enough", [&] { return called > round % 40; });
             EndTwiceAtOnce(library);
-            const int calls = g_calls;
+            const int calls = called;
             Await("the server to have sent its events", events);
-            EXPECT_EQ(g_calls, calls); // no call after that
+            EXPECT_EQ(called, calls); // no call after that
         }
         ASSERT_NO_FATAL_FAILURE(ExpectGone(round));
     }
@@ -271,20 +225,15 @@ TEST_F(LifecycleTest, APlugInMayEndTheMonitorWhileItIsUnloaded)
 
 TEST_F(LifecycleTest, ALaunchThreadKeepsTheCodeInPlaceUntilItIsOver)
 {
-    std::promise<void> release;
-    platform_log::OnLine([released = release.get_future().share()](const LogLine& line) {
-        if (line.text.starts_with("enter t_ImplementSimulateDbus")) {
-            Await("the test to let the launch thread go on", released);
-        }
-    });
+    StopAtLine stop("I m_MainLaunchPro: enter t_ImplementSimulateDbus g_dbusretrycnt=[0]");
     {
         const Library probe(KIV_LAUNCH_PROBE);
         EXPECT_FALSE(probe.Symbol<bool()>("PreCheck")());
     }
-    platform_log::WaitFor("I m_MainLaunchPro: enter t_ImplementSimulateDbus g_dbusretrycnt=[0]");
+    stop.WaitUntilReached();
     EXPECT_TRUE(IsMapped(KIV_LAUNCH_PROBE));
 
-    release.set_value();
+    stop.Release();
     platform_log::WaitFor("I m_MainLaunchPro: g_dbusretrycnt=[6]");
     WaitUntil("the probe to be unmapped", [] { return !IsMapped(KIV_LAUNCH_PROBE); });
 }
@@ -397,11 +346,11 @@ void RaiseStorm(NamEventCallback callback)
 {
     static const Library& library = *new Library; // its threads go on
     library.Stop(1);
-    WaitForEndpoint();
+    platform_log::WaitForEndpoint();
     library.Subscribe(callback);
     std::thread([] {
         ServerControl control(getenv("DBUS_SYSTEM_BUS_ADDRESS"));
-        control.WaitForOwner("org.lumra.tv.networkspeaker.client." + ClientId());
+        control.WaitForOwner(ClientBusName());
         control.SendPayloads(Payload(0x1234, 3, {1, 2, 3}), 2'000);
     }).detach();
     std::thread([] {

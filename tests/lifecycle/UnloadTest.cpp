@@ -1,4 +1,5 @@
 #include "KivServiceInterface.h"
+#include "lifecycle/Library.h"
 #include "support/Life.h"
 #include "support/Platform.h"
 #include "support/Process.h"
@@ -6,17 +7,13 @@
 #include "support/Wait.h"
 #include "tools/sandbox/PrivateBus.h"
 
-#include <dlfcn.h>
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sched.h>
-#include <unistd.h>
 
 #include <functional>
 #include <optional>
-#include <stdexcept>
-#include <string>
 #include <vector>
 
 using namespace kiv::test;
@@ -27,40 +24,7 @@ namespace {
 
 constexpr int kRounds = 100;
 
-class Loaded {
-public:
-    explicit Loaded(const char* file = KIV_LIBRARY) : handle_(dlopen(file, RTLD_NOW | RTLD_LOCAL))
-    {
-        if (handle_ == nullptr) {
-            throw std::runtime_error(dlerror());
-        }
-    }
-    ~Loaded() { dlclose(handle_); }
-    Loaded(const Loaded&) = delete;
-    Loaded& operator=(const Loaded&) = delete;
-
-    template <typename T>
-    T* Symbol(const char* name) const
-    {
-        return reinterpret_cast<T*>(dlsym(handle_, name));
-    }
-
-    CNSGdbus* Client() const { return *Symbol<CNSGdbus*>("_ZN8CNSGdbus11m_pInstanceE"); }
-    int Stop(int type) const { return Symbol<int(int)>("StopNetworkSpeaker")(type); }
-    int DestroyMonitor() const { return Symbol<int(CNSGdbus*)>("_ZN8CNSGdbus23m_DestroyMessageMonitorEv")(Client()); }
-    int Subscribe() const
-    {
-        return Symbol<int(const char*, NamEventCallback)>("SubscribeNamServiceCallback")(
-            "a name that takes memory of its own", [](int, void*, int) {});
-    }
-    int RegisterAtmos() const
-    {
-        return Symbol<int(AtmosSupportCallback, void*)>("register_atmos_support_cb")([](int, void*) {}, nullptr);
-    }
-
-private:
-    void* handle_;
-};
+void IgnoreEvent(int /*eventId*/, void* /*data*/, int /*length*/) {}
 
 // Returns how many keys of thread-specific data are free.
 std::size_t FreeKeys()
@@ -98,7 +62,7 @@ protected:
         server_.emplace();
     }
 
-    void LoseBusOf(const Loaded& library)
+    void LoseBusOf(const Library& library)
     {
         server_.reset();
         bus_.Kill();
@@ -108,11 +72,11 @@ protected:
 
     // Runs an action while the library has a connection of its own, and expects that the unload releases that
     // connection.
-    void UnloadWithOwnConnection(const std::function<void(const Loaded&)>& action)
+    void UnloadWithOwnConnection(const std::function<void(const Library&)>& action)
     {
         std::optional<Life> own;
         {
-            const Loaded library;
+            const Library library;
             EXPECT_EQ(library.Stop(1), 1);
             GDBusConnection* const shared = library.Client()->m_pConnection;
             LoseBusOf(library);
@@ -137,10 +101,11 @@ TEST_F(UnloadTest, GivesBackTheSharedConnection)
     for (int round = 0; round < 3; ++round) {
         std::optional<Life> connection;
         {
-            const Loaded library;
+            const Library library;
+            const auto registerAtmos = library.Symbol<int(AtmosSupportCallback, void*)>("register_atmos_support_cb");
             EXPECT_EQ(library.Stop(1), 1);
-            EXPECT_EQ(library.Subscribe(), 1);
-            EXPECT_EQ(library.RegisterAtmos(), 0);
+            EXPECT_EQ(library.Subscribe(IgnoreEvent), 1);
+            EXPECT_EQ(registerAtmos([](int, void*) {}, nullptr), 0);
             connection.emplace(library.Client()->m_pConnection);
             EXPECT_EQ(library.DestroyMonitor(), 0);
         }
@@ -151,13 +116,13 @@ TEST_F(UnloadTest, GivesBackTheSharedConnection)
 
 TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnection)
 {
-    UnloadWithOwnConnection([](const Loaded&) {});
+    UnloadWithOwnConnection([](const Library&) {});
 }
 
 // No call has noticed that the connection is lost.
 TEST_F(UnloadTest, GivesBackTheLibrarysOwnConnectionThatIsLost)
 {
-    UnloadWithOwnConnection([this](const Loaded& library) { LoseBusOf(library); });
+    UnloadWithOwnConnection([this](const Library& library) { LoseBusOf(library); });
 }
 
 TEST_F(UnloadTest, GivesBackDescriptorsAndThreadKeys)
@@ -167,9 +132,9 @@ TEST_F(UnloadTest, GivesBackDescriptorsAndThreadKeys)
     std::size_t keys = 0;
     for (int round = 0; round <= kRounds; ++round) {
         {
-            const Loaded library;
+            const Library library;
             ASSERT_EQ(library.Stop(round), round);
-            ASSERT_EQ(library.Subscribe(), 1);
+            ASSERT_EQ(library.Subscribe(IgnoreEvent), 1);
             ASSERT_EQ(library.DestroyMonitor(), 0);
         }
         ASSERT_FALSE(IsMapped(KIV_LIBRARY)) << "round " << round;
@@ -190,7 +155,7 @@ TEST_F(UnloadTest, GivesBackTheKeyOfLaunchThreads)
     std::size_t keys = 0;
     for (int round = 0; round <= kRounds; ++round) {
         {
-            const Loaded probe(KIV_LAUNCH_PROBE);
+            const Library probe(KIV_LAUNCH_PROBE);
             EXPECT_FALSE(probe.Symbol<bool()>("PreCheck")());
         }
         platform_log::WaitFor("I m_MainLaunchPro: g_dbusretrycnt=[6]");

@@ -232,12 +232,9 @@ private:
 struct Bus {
     const char* name;
     std::string rules;
-};
 
-void PrintTo(const Bus& bus, std::ostream* out)
-{
-    *out << bus.name;
-}
+    friend void PrintTo(const Bus& bus, std::ostream* out) { *out << bus.name; }
+};
 
 class PolicyTest : public PolicyBusTest, public ::testing::WithParamInterface<Bus> {
 protected:
@@ -245,8 +242,7 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(
-    On, PolicyTest, ::testing::Values(Bus{"ASystemBus", kSystemBus}, Bus{"ABusThatAllowsEverything", ""}),
-    [](const auto& bus) { return bus.param.name; });
+    On, PolicyTest, ::testing::Values(Bus{"ASystemBus", kSystemBus}, Bus{"ABusThatAllowsEverything", ""}), NameOf());
 
 GDBusMessage* Event(const std::string& destination, const char* interface, const std::string& path)
 {
@@ -261,19 +257,15 @@ GDBusMessage* Event(const std::string& destination, const char* interface, const
 // Sends and releases the call. Returns the error's name, or an empty text for an answer.
 std::string Send(const Connection& from, GDBusMessage* call)
 {
-    GError* failure = nullptr;
-    GDBusMessage* reply = g_dbus_connection_send_message_with_reply_sync(
-        from.Get(), call, G_DBUS_SEND_MESSAGE_FLAGS_NONE, G_MAXINT, nullptr, nullptr, &failure);
-    g_object_unref(call);
+    g_autoptr(GError) failure = nullptr;
+    g_autoptr(GDBusMessage) sent = call;
+    g_autoptr(GDBusMessage) reply = g_dbus_connection_send_message_with_reply_sync(
+        from.Get(), sent, G_DBUS_SEND_MESSAGE_FLAGS_NONE, G_MAXINT, nullptr, nullptr, &failure);
     if (reply == nullptr) {
-        const std::string reason = failure->message;
-        g_error_free(failure);
-        throw std::runtime_error(reason);
+        throw std::runtime_error(failure->message);
     }
     const char* error = g_dbus_message_get_error_name(reply);
-    std::string name = error != nullptr ? error : "";
-    g_object_unref(reply);
-    return name;
+    return error != nullptr ? error : "";
 }
 
 std::string SendEvent(const Connection& from, const std::string& destination, const char* interface = "org.example.Any")
@@ -479,30 +471,25 @@ GDBusMessage* EventFor(const std::string& destination, const std::string& client
 // Sends a call, and returns when the bus has handled it.
 void SendWithoutReply(const Connection& from, GDBusMessage* call)
 {
-    g_dbus_message_set_flags(call, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
-    g_dbus_connection_send_message(from.Get(), call, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-    g_object_unref(call);
+    g_autoptr(GDBusMessage) sent = call;
+    g_dbus_message_set_flags(sent, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+    g_dbus_connection_send_message(from.Get(), sent, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
     Ping(from, "org.freedesktop.DBus");
 }
 
 class GuardedHostTest : public PolicyBusTest {
 protected:
-    GuardedHostTest() : PolicyBusTest(kSystemBus) {}
-
-    void StartAndSubscribe()
+    GuardedHostTest() : PolicyBusTest(kSystemBus)
     {
-        StartServer();
-        Connect();
-        ASSERT_EQ(SubscribeNamServiceCallback("host", Received::Add), 1);
+        StartAndConnect();
+        EXPECT_EQ(SubscribeNamServiceCallback("host", Received::Add), 1);
     }
 
-    std::string HostsUniqueName() { return g_dbus_connection_get_unique_name(CNSGdbus::m_pInstance->m_pConnection); }
+    std::string HostsUniqueName() { return g_dbus_connection_get_unique_name(client_.m_pConnection); }
 };
 
 TEST_F(GuardedHostTest, IsServedAndToldEventsByTheServer)
 {
-    StartAndSubscribe();
-
     EXPECT_EQ(StopNetworkSpeaker(3), 3);
     control_.SendEvent(7, {1, 2, 3});
 
@@ -511,7 +498,6 @@ TEST_F(GuardedHostTest, IsServedAndToldEventsByTheServer)
 
 TEST_F(GuardedHostTest, IsToldNothingByAnotherUser)
 {
-    StartAndSubscribe();
     const std::string host = HostsUniqueName();
     const Connection stranger = Stranger();
 
@@ -527,7 +513,6 @@ TEST_F(GuardedHostTest, IsToldNothingByAnotherUser)
 
 TEST_F(GuardedHostTest, AnswersNoOtherCallsEither)
 {
-    StartAndSubscribe();
     const std::string host = HostsUniqueName();
     const Connection stranger = Stranger();
 
@@ -541,11 +526,10 @@ TEST_F(GuardedHostTest, AnswersNoOtherCallsEither)
 
 TEST_F(GuardedHostTest, KeepsItsNameAgainstOneWhoWantsToReplaceIt)
 {
-    StartAndSubscribe();
     const Connection stranger = Stranger();
 
     constexpr guint kReplaceAndDoNotQueue = 2 | 4;
-    GVariant* reply = g_dbus_connection_call_sync(
+    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
         stranger.Get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
         g_variant_new("(su)", ClientBusName().c_str(), kReplaceAndDoNotQueue), nullptr, G_DBUS_CALL_FLAGS_NONE,
         G_MAXINT, nullptr, nullptr);
@@ -554,7 +538,6 @@ TEST_F(GuardedHostTest, KeepsItsNameAgainstOneWhoWantsToReplaceIt)
     constexpr guint kIsOwnedAlready = 3;
     guint answer = 0;
     g_variant_get(reply, "(u)", &answer);
-    g_variant_unref(reply);
     EXPECT_EQ(answer, kIsOwnedAlready);
 }
 
@@ -562,8 +545,7 @@ class UnguardedHostTest : public BusTest {};
 
 TEST_F(UnguardedHostTest, TakesAnEventFromWhoeverSendsIt)
 {
-    StartServer();
-    Connect();
+    StartAndConnect();
     ASSERT_EQ(SubscribeNamServiceCallback("host", Received::Add), 1);
     const Connection anybody(bus_.Address());
 

@@ -20,7 +20,7 @@ int g_tests = 0;
 // The name of the bus daemon's process.
 std::string g_bus;
 
-std::string NameOf(pid_t process)
+std::string ProcessName(pid_t process)
 {
     std::string name;
     std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
@@ -45,6 +45,18 @@ Lines operator+(Lines a, const Lines& b)
     return a;
 }
 
+Lines operator+(Lines a, const std::string& line)
+{
+    a.push_back(line);
+    return a;
+}
+
+void ExpectLog(const Lines& expected, const char* file, int line)
+{
+    const ::testing::ScopedTrace place(file, line, "the expected log");
+    EXPECT_THAT(platform_log::OfTestThread(), ::testing::ElementsAreArray(expected));
+}
+
 BusTest::BusTest(const sandbox::BusOptions& options)
     : bus_(options), control_((setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1), bus_.Address()))
 {
@@ -53,7 +65,7 @@ BusTest::BusTest(const sandbox::BusOptions& options)
                   << std::endl;
         std::_Exit(EXIT_FAILURE); // in this process, the library has its states of the test before
     }
-    g_bus = NameOf(bus_.DaemonPid());
+    g_bus = ProcessName(bus_.DaemonPid());
     std::cout << "Bus: " << g_bus << std::endl;
     trace_.emplace(bus_.Address());
 }
@@ -63,14 +75,10 @@ BusTest::~BusTest()
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
 }
 
-void BusTest::TearDown()
+void BusTest::StartAndConnect()
 {
-    for (const LogLine& line : platform_log::Lines()) {
-        EXPECT_EQ(line.logId, 2) << line.Short();
-        EXPECT_EQ(line.tag, "NAM_SERVICE") << line.Short();
-        EXPECT_EQ(line.file, "KivServiceInterface.cpp") << line.Short();
-        EXPECT_GT(line.line, 0) << line.Short();
-    }
+    StartServer();
+    Connect();
 }
 
 void BusTest::KillServer()
@@ -87,6 +95,19 @@ void BusTest::LoseBus()
     if (GDBusConnection* connection = CNSGdbus::m_pInstance->m_pConnection) {
         WaitUntilClosed(connection);
     }
+}
+
+void BusTest::BringBusBack()
+{
+    bus_.Start();
+    StartServer();
+}
+
+void BusTest::LoseAndFindBus()
+{
+    LoseBus();
+    BringBusBack();
+    platform_log::Clear();
 }
 
 void BusTest::Close(GDBusConnection* connection)
@@ -118,8 +139,7 @@ void BusTest::MakeServerActivatable(const std::string& setUpFile)
 void BusTest::Connect()
 {
     StopNetworkSpeaker(0);
-    platform_log::WaitForLine(
-        [](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
+    platform_log::WaitForEndpoint();
     control_.WaitForOwner(ClientBusName());
     ForgetTraffic();
 }
@@ -134,6 +154,22 @@ void BusTest::ForgetTrafficOnly()
 {
     platform_log::Clear();
     trace_->Clear();
+}
+
+void BusTest::ReadFeature()
+{
+    GetWhetherKivDisabled();
+    platform_log::Clear();
+}
+
+void BusTest::AtLine(const std::string& shortForm, const std::function<void()>& action)
+{
+    platform_log::OnLine([=](const LogLine& line) {
+        if (line.ofTestThread && line.Short() == shortForm) {
+            platform_log::OnLine(nullptr);
+            action();
+        }
+    });
 }
 
 std::vector<sandbox::Message> BusTest::SentMessages()
@@ -170,6 +206,27 @@ Lines BusTest::Sent()
     return sent;
 }
 
+void BusTest::ExpectSent(const std::string& call, const std::string& signature, const char* file, int line)
+{
+    const ::testing::ScopedTrace place(file, line, "the expected call");
+    EXPECT_THAT(Sent(), ::testing::ElementsAreArray(SentByCall(call)));
+    EXPECT_EQ(SentMessages().back().signature, signature);
+}
+
+void BusTest::ExpectUnreached(const std::string& function, const Lines& first, const std::function<void()>& call)
+{
+    KillServer();
+    ForgetTrafficOnly();
+    call();
+    ExpectLog(first + UnreachableLines(function));
+
+    g_KivDisabled = true;
+    ForgetTrafficOnly();
+    call();
+    ExpectLog(first + DisabledLines(function));
+    EXPECT_THAT(Sent(), ::testing::IsEmpty());
+}
+
 std::string BusTest::ClientId()
 {
     return "tv_" + std::to_string(getpid());
@@ -180,9 +237,56 @@ std::string BusTest::ClientBusName()
     return "org.lumra.tv.networkspeaker.client." + ClientId();
 }
 
+std::string BusTest::ClientPath()
+{
+    return "/org/lumra/tv/networkspeaker/client/" + ClientId();
+}
+
+std::string BusTest::ClientInterface()
+{
+    return "org.lumra.tv.networkspeaker.client.interface." + ClientId();
+}
+
 std::string IdQuery()
 {
     return "check_dbus_connection(" + std::to_string(getpid()) + ")";
+}
+
+Lines SentByCall(const std::string& call)
+{
+    return {kOwnerQuery, IdQuery(), kOwnerQuery, call};
+}
+
+std::string StartLine(const std::string& function)
+{
+    return "I " + function + ": >>> API Start ";
+}
+
+Lines PrologueLines(const std::string& function)
+{
+    return {StartLine(function), kEnter};
+}
+
+std::string LaunchLine(const std::string& function)
+{
+    return "E " + function + ": !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service";
+}
+
+std::string GivenUpLine(const std::string& function)
+{
+    return "E " + function + ": !!! ERROR ns_proxy.GetProxy() return error, return";
+}
+
+std::string ErrorLine(const std::string& method, const std::string& error)
+{
+    return "E MethodCall: [NAM_API] Error: method [" + method + "],[" + error + "]...";
+}
+
+Lines DisabledLines(const std::string& function)
+{
+    return {
+        "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
+        "E " + function + ": [NAM_API] GetWhetherKivDisabled failed"};
 }
 
 std::string NoServerError()
@@ -201,20 +305,17 @@ std::string DeadServerError()
 
 Lines UnreachableLines(const std::string& function)
 {
-    const std::string absent = "E m_IsExistedBusname: !!! ERROR " + std::string(kServerName) + " not exist ";
-    const std::string failed = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
     return {
-        "I " + function + ": >>> API Start ",
-        absent,
-        failed,
-        "E " + function + ": !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service",
-        "D MethodCall: [NAM_API] Enter",
-        "E MethodCall: [NAM_API] Error: method [check_dbus_connection],[" + NoServerError() + "]...",
-        failed,
-        absent,
-        failed,
-        "E " + function + ": !!! ERROR ns_proxy.GetProxy() return error, return",
-    };
+        StartLine(function),
+        kAbsentLine,
+        kNoIdLine,
+        LaunchLine(function),
+        kEnter,
+        ErrorLine("check_dbus_connection", NoServerError()),
+        kNoIdLine,
+        kAbsentLine,
+        kNoIdLine,
+        GivenUpLine(function)};
 }
 
 } // namespace kiv::test

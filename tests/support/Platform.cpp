@@ -3,6 +3,8 @@
 #include "platform/Platform.h"
 #include "support/Wait.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <cstdarg>
@@ -122,6 +124,11 @@ LogLine WaitForLine(const std::function<bool(const LogLine&)>& condition)
     return *find();
 }
 
+void WaitForEndpoint()
+{
+    WaitForLine([](const LogLine& line) { return line.text.find("strProxyObjPath") != std::string::npos; });
+}
+
 void OnLine(std::function<void(const LogLine&)> hook)
 {
     const std::lock_guard lock(TheState().mutex);
@@ -166,10 +173,15 @@ int __dlog_print(int logId, int priority, const char* tag, const char* format, .
     }
     va_list arguments;
     va_start(arguments, format);
-    LogLine line{logId, priority, tag, va_arg(arguments, const char*), va_arg(arguments, const char*), 0, {}, false};
-    line.line = va_arg(arguments, int);
+    const char* const file = va_arg(arguments, const char*);
+    LogLine line{priority, va_arg(arguments, const char*), va_arg(arguments, int), {}, false};
     line.text = kiv::test::Format(format + std::strlen(kiv::test::kHead), arguments);
     va_end(arguments);
+
+    EXPECT_EQ(logId, 2) << line.Short();
+    EXPECT_STREQ(tag, "NAM_SERVICE") << line.Short();
+    EXPECT_STREQ(file, "KivServiceInterface.cpp") << line.Short();
+    EXPECT_GT(line.line, 0) << line.Short();
 
     State& state = TheState();
     line.ofTestThread = std::this_thread::get_id() == state.testThread;

@@ -5,14 +5,12 @@
 #include <string>
 #include <vector>
 
-// The TV platform of the tests. It captures the log, and a test sets the device feature.
+// The TV platform of the tests. It captures the log, expects the same head of every line, and has the device feature
+// that a test sets.
 namespace kiv::test {
 
 struct LogLine {
-    int logId;
     int priority;
-    std::string tag;
-    std::string file;
     std::string function;
     int line;
     std::string text; // the text behind the head
@@ -37,6 +35,9 @@ std::size_t Count(const std::string& shortForm);
 void WaitFor(const std::string& shortForm, std::size_t count = 1);
 // Waits for a line that fulfils the condition, and returns it.
 LogLine WaitForLine(const std::function<bool(const LogLine&)>& condition);
+
+// Waits for the line with the path of the endpoint, which comes before its name is requested.
+void WaitForEndpoint();
 
 // Sets a hook that every log call runs before it returns, on the thread that logs.
 void OnLine(std::function<void(const LogLine&)> hook);

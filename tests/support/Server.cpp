@@ -41,21 +41,17 @@ GVariant* ByteArray(const std::vector<unsigned char>& bytes)
 
 std::string Text(GVariant* value)
 {
-    gchar* printed = g_variant_print(value, FALSE);
-    std::string text(printed);
-    g_free(printed);
-    return text;
+    g_autofree gchar* printed = g_variant_print(value, FALSE);
+    return printed;
 }
 
 std::shared_ptr<GVariant> Parse(const std::string& text, const char* type)
 {
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     GVariant* value =
         g_variant_parse(type != nullptr ? G_VARIANT_TYPE(type) : nullptr, text.c_str(), nullptr, nullptr, &error);
     if (value == nullptr) {
-        const std::string reason = error->message;
-        g_error_free(error);
-        throw std::runtime_error(text + ": " + reason);
+        throw std::runtime_error(text + ": " + error->message);
     }
     return Share(value);
 }
@@ -123,14 +119,12 @@ void Server::Kill()
 
 std::shared_ptr<GVariant> ServerControl::Call(const char* method, GVariant* arguments)
 {
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     GVariant* reply = g_dbus_connection_call_sync(
         connection_.Get(), kControlName, kControlPath, kControlInterface, method, arguments, nullptr,
         G_DBUS_CALL_FLAGS_NO_AUTO_START, kPatienceMs, nullptr, &error);
     if (reply == nullptr) {
-        const std::string reason = error->message;
-        g_error_free(error);
-        throw std::runtime_error(std::string(method) + ": " + reason);
+        throw std::runtime_error(std::string(method) + ": " + error->message);
     }
     return Share(reply);
 }
@@ -230,6 +224,11 @@ ServerControl::ClientAnswer ServerControl::CallClient(
     g_variant_get(reply.get(), "(b&sv)", &answered, &error, &result);
     const auto owned = Share(result);
     return {answered != FALSE, error, Text(result)};
+}
+
+bool ServerControl::Reaches(const std::string& client)
+{
+    return CallClient(client, "nam_notify_subscriber", "(@ay [],)", 20'000).answered;
 }
 
 void ServerControl::WaitForOwner(const std::string& name)

@@ -66,6 +66,9 @@ public:
     ClientAnswer
     CallClient(const std::string& client, const std::string& method, const std::string& arguments, unsigned timeoutMs);
 
+    // Returns whether a client's object answers an event.
+    bool Reaches(const std::string& client);
+
     // Returns when the name has an owner, or has none any more.
     void WaitForOwner(const std::string& name);
     void WaitForNoOwner(const std::string& name);

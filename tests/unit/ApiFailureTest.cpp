@@ -1,4 +1,4 @@
-#include "contract/ApiTest.h"
+#include "contract/BytesQueryTest.h"
 #include "unit/Failures.h"
 
 #include <ostream>
@@ -11,14 +11,6 @@ namespace {
 
 constexpr int kIp = 0x0700000a; // 10.0.0.7
 const unsigned char kBytes[24] = {};
-
-int ActiveSpeakers()
-{
-    char name[NETSPK_LIST_NAME_LEN];
-    char type[NETSPK_SPEAKER_TYPE_LEN + 1];
-    std::vector<spk_info_s> list;
-    return GetActiveNetSpkInfo(name, type, list);
-}
 
 int SpeakerLists()
 {
@@ -36,37 +28,6 @@ int SpeakerNodes()
     return result;
 }
 
-int SoundMode()
-{
-    Guarded<unsigned char, 10> identity;
-    Guarded<unsigned char, 20> data;
-    const int result = GetSoundbarSoundMode(identity.Data(), data.Data());
-    EXPECT_TRUE(identity.IsUntouched() && data.IsUntouched());
-    return result;
-}
-
-int DeviceInfo()
-{
-    Guarded<unsigned char, 10> identity;
-    const int result = GetSoundbarDeviceInfo(identity.Data());
-    EXPECT_TRUE(identity.IsUntouched());
-    return result;
-}
-
-int ProtocolVersion()
-{
-    Guarded<unsigned char, 20> version;
-    const int result = GetSoundbarProtocolVersion(kMac, version.Data(), 20);
-    EXPECT_TRUE(version.IsUntouched());
-    return result;
-}
-
-// The result of a function, and its own lines after a failure: "E text", without the name of the function.
-struct Outcome {
-    int result;
-    Lines lines;
-};
-
 class ApiFailureTest : public ApiTest {
 protected:
     ~ApiFailureTest() override
@@ -76,7 +37,7 @@ protected:
         }
     }
 
-    // Returns the function's own lines in the same form.
+    // Returns the function's own lines in the form "E text", without its name.
     static Lines OwnTexts(const std::string& function)
     {
         Lines lines = Own(function);
@@ -90,82 +51,100 @@ protected:
 // --- A call that is not sent, and one that has no reply ---
 
 struct Function {
-    const char* name;
-    int (*call)();
+    std::string name;
+    std::function<int()> call;
     Lines before;    // its lines before the call
     Outcome notSent; // the server's name has lost its owner
     Outcome noReply; // there is neither a reply nor an error
-    const char* logger = name;
-    const char* method = name;
-};
+    std::string logger = name;
 
-void PrintTo(const Function& function, std::ostream* out)
-{
-    *out << function.name;
-}
+    friend void PrintTo(const Function& function, std::ostream* out) { *out << function.name; }
+};
 
 const std::string kCallError = "E [NAM_API] MethodCall Error";
 const std::string kNoValue = "E param_out is NULL";
-const std::string kMacLine = "I [NAM_API] Mac[" + kMacLogged + "], IP[10.0.0.7]";
-const Lines kSpeakerLine = {"I [NAM_API] Speaker[0]: MAC[00:00:00:00:00:00] CONFIG[0]"};
 const std::string kNoUiMode = "E [NAM_API] Cannot get TavrinUIMode from NAM, return NETSPKSETTING_SURROUND";
 const std::string kNoSettingMode =
     "E [NAM_API] Cannot get speakersystem mode from NAM, just return default value(NETSPKSETTING_MULTIROOM)";
 const std::string kNotMultiroom = "E [NAM_API] Not support NETSPKSETTING_MULTIROOM, return NETSPKSETTING_SURROUND";
 
+// A function that returns nothing, and logs a line before the call.
+Function Silent(
+    const std::string& name, const std::string& before, const std::function<void()>& call,
+    const std::string& failed = kCallError)
+{
+    return {name, [call] { return call(), 0; }, {before}, {0, {failed}}, {0, {}}};
+}
+
+Function Step(const std::string& name, void (*step)(const unsigned char*, int))
+{
+    const std::string before = "I [NAM_API] Mac[" + kMacLogged + "], IP[10.0.0.7]";
+    return {name, [step] { return step(kMac, kIp), 0; }, {before}, {0, {kCallError}}, {0, {}}, "m_SetSpkVolume"};
+}
+
+Function OfList(const std::string& name, void (*call)(const std::vector<STNetSpkConfig>&))
+{
+    return {
+        name,
+        [call] { return call(std::vector<STNetSpkConfig>(1)), 0; },
+        {"I [NAM_API] Speaker[0]: MAC[00:00:00:00:00:00] CONFIG[0]"},
+        {0, {"E [NAM_API] MethodCall(" + name + ") Error", "I free"}},
+        {0, {"I free"}},
+        "TransformNetSpkList"};
+}
+
+// A function that logs the server's answer, and has this line if there is none.
+Function
+Answered(const std::string& name, const std::function<int()>& call, const Lines& before, const std::string& answer)
+{
+    return {name, call, before, {-1, {kCallError, answer}}, {-1, {answer}}};
+}
+
+Function ById(const std::string& name, const std::function<int()>& call)
+{
+    return {name, call, {}, {0, {"E [NAM_API] MethodCall(" + name + ") Error"}}, {-1, {"I [NAM_API] result[-1]"}}};
+}
+
+Function MinusOne(const std::string& name, const std::function<int()>& call)
+{
+    return {name, call, {}, {-1, {kCallError}}, {-1, {}}};
+}
+
+Function Flag(const std::string& name, bool (*call)(), const Lines& before = {})
+{
+    const auto flag = [call] { return static_cast<int>(call()); };
+    return {name, flag, before, {0, {"E MethodCall Error"}}, {0, {"I b" + name + "[0]"}}};
+}
+
+int ConnectionType()
+{
+    std::vector<STNetSpkConfig> list(1);
+    return GetSpksConnectionType(&list);
+}
+
 const Function kFunctions[] = {
     // Connecting speakers
-    {"ConnectNetworkSpeakerByMobile",
-     [] { return ConnectNetworkSpeakerByMobile(kBytes, 3); },
-     {},
-     {-1, {kCallError, "I return value[-1]"}},
-     {-1, {"I return value[-1]"}}},
-    {"Vireon_StartNetworkSpeakerByID",
-     [] { return Vireon_StartNetworkSpeakerByID("ABCDE", 1, 2, 3); },
-     {},
-     {0, {"E [NAM_API] MethodCall(Vireon_StartNetworkSpeakerByID) Error"}},
-     {-1, {"I [NAM_API] result[-1]"}}},
-    {"StartNetworkSpeakerByID",
-     [] { return StartNetworkSpeakerByID(1, 2, 3); },
-     {},
-     {0, {"E [NAM_API] MethodCall(StartNetworkSpeakerByID) Error"}},
-     {-1, {"I [NAM_API] result[-1]"}}},
-    {"GetSpksConnectionTypeByID",
-     [] { return GetSpksConnectionTypeByID(1); },
-     {},
-     {0, {"E [NAM_API] MethodCall(GetSpksConnectionTypeByID) Error"}},
-     {-1, {"I [NAM_API] result[-1]"}}},
+    Answered(
+        "ConnectNetworkSpeakerByMobile", [] { return ConnectNetworkSpeakerByMobile(kBytes, 3); }, {},
+        "I return value[-1]"),
+    ById("Vireon_StartNetworkSpeakerByID", [] { return Vireon_StartNetworkSpeakerByID("ABCDE", 1, 2, 3); }),
+    ById("StartNetworkSpeakerByID", [] { return StartNetworkSpeakerByID(1, 2, 3); }),
+    ById("GetSpksConnectionTypeByID", [] { return GetSpksConnectionTypeByID(1); }),
     {"GetSpksConnectionType",
-     [] {
-         std::vector<STNetSpkConfig> list(1);
-         return GetSpksConnectionType(&list);
-     },
+     ConnectionType,
      {},
      {-1, {"E [NAM_API] MethodCall Error, time(...)"}},
      {-1, {"I [NAM_API] result[-1]"}}},
-    {"AutoConnectNewSpeakers",
-     [] { return AutoConnectNewSpeakers(kBytes, 2); },
-     {},
-     {-1, {kCallError, "I [NAM_API] nRet[-1]"}},
-     {-1, {"I [NAM_API] nRet[-1]"}}},
-    {"AutoConnectNewSpeakersForOutdoor",
-     [] { return AutoConnectNewSpeakersForOutdoor(kBytes, 2); },
-     {"I AutoConnectNewSpeakersForOutdoor"},
-     {-1, {kCallError, "I [NAM_API] nRet[-1]"}},
-     {-1, {"I [NAM_API] nRet[-1]"}}},
-    {"ConnectToSpeakerForInfraLessSetup",
-     [] { return ConnectToSpeakerForInfraLessSetup(1); },
-     {},
-     {-1, {kCallError}},
-     {-1, {}}},
-    {"StartNetworkSpeakerGroupByMobile",
-     [] { return StartNetworkSpeakerGroupByMobile(1); },
-     {},
-     {-1, {kCallError}},
-     {-1, {}}},
+    Answered(
+        "AutoConnectNewSpeakers", [] { return AutoConnectNewSpeakers(kBytes, 2); }, {}, "I [NAM_API] nRet[-1]"),
+    Answered(
+        "AutoConnectNewSpeakersForOutdoor", [] { return AutoConnectNewSpeakersForOutdoor(kBytes, 2); },
+        {"I AutoConnectNewSpeakersForOutdoor"}, "I [NAM_API] nRet[-1]"),
+    MinusOne("ConnectToSpeakerForInfraLessSetup", [] { return ConnectToSpeakerForInfraLessSetup(1); }),
+    MinusOne("StartNetworkSpeakerGroupByMobile", [] { return StartNetworkSpeakerGroupByMobile(1); }),
 
     // Lists
-    {"GetActiveNetSpkInfo", ActiveSpeakers, {}, {-1, {kCallError}}, {0, {kNoValue}}},
+    {"GetActiveNetSpkInfo", UnansweredActiveSpeakers, {}, {-1, {kCallError}}, {0, {kNoValue}}},
     {"GetNetSpkListInfo", SpeakerLists, {}, {-1, {kCallError}}, {0, {kNoValue}}},
     {"GetNetSpkNodeList",
      SpeakerNodes,
@@ -179,125 +158,57 @@ const Function kFunctions[] = {
      {0, {"I GetNetSpkListInfoNumber nRetV=[0]"}}},
 
     // Choosing the multi-room link
-    {"CanCancelTavrin",
-     [] { return CanCancelTavrin() ? 1 : 0; },
-     {},
-     {0, {"E MethodCall Error"}},
-     {0, {"I bCanCancelTavrin[0]"}}},
-    {"PreSelectTavrin",
-     [] { return PreSelectTavrin() ? 1 : 0; },
-     {},
-     {0, {"E MethodCall Error"}},
-     {0, {"I bPreSelectTavrin[0]"}}},
-    {"CanSelectTavrin",
-     [] { return CanSelectTavrin() ? 1 : 0; },
-     {"D Enter"},
-     {0, {"E MethodCall Error"}},
-     {0, {"I bCanSelectTavrin[0]"}}},
+    Flag("CanCancelTavrin", CanCancelTavrin),
+    Flag("PreSelectTavrin", PreSelectTavrin),
+    Flag("CanSelectTavrin", CanSelectTavrin, {"D Enter"}),
 
     // Sound modes
-    {"SetSoundbarSoundMode",
-     [] { return SetSoundbarSoundMode(kMac, kIp, kBytes, 3), 0; },
-     {"D [NAM_API] Mac[" + kMacLogged + "], nDataLen[3]"},
-     {0, {kCallError}},
-     {0, {}}},
-    {"GetSoundbarSoundMode", SoundMode, {}, {-1, {kCallError}}, {0, {kNoValue}}},
-    {"GetSoundbarDeviceInfo", DeviceInfo, {}, {-1, {kCallError}}, {0, {kNoValue}}},
-    {"SetSoundbarSupportSoundMode",
-     [] { return SetSoundbarSupportSoundMode(kMac, kIp, 1), 0; },
-     {"D [NAM_API] Mac[" + kMacLogged + "], nSupportedOrNot[1]"},
-     {0, {kCallError}},
-     {0, {}}},
+    Silent(
+        "SetSoundbarSoundMode", "D [NAM_API] Mac[" + kMacLogged + "], nDataLen[3]",
+        [] { SetSoundbarSoundMode(kMac, kIp, kBytes, 3); }),
+    {"GetSoundbarSoundMode", UnansweredSoundMode, {}, {-1, {kCallError}}, {0, {kNoValue}}},
+    {"GetSoundbarDeviceInfo", UnansweredDeviceInfo, {}, {-1, {kCallError}}, {0, {kNoValue}}},
+    Silent(
+        "SetSoundbarSupportSoundMode", "D [NAM_API] Mac[" + kMacLogged + "], nSupportedOrNot[1]",
+        [] { SetSoundbarSupportSoundMode(kMac, kIp, 1); }),
     {"GetSoundbarProtocolVersion",
-     ProtocolVersion,
+     UnansweredProtocolVersion,
      {"D [NAM_API] Enter"},
      {-1, {kCallError}},
      {-1, {"E pTuple is NULL"}}},
-    {"IsSoundbarSupportSoundMode",
-     [] { return IsSoundbarSupportSoundMode(kMac) ? 1 : 0; },
-     {"D [NAM_API] Enter"},
-     {0, {kCallError}},
-     {0, {}}},
+    Silent("IsSoundbarSupportSoundMode", "D [NAM_API] Enter", [] { EXPECT_FALSE(IsSoundbarSupportSoundMode(kMac)); }),
 
     // Names and volumes
-    {"SetNetSpkName",
-     [] { return SetNetSpkName(kMac, kIp, "den"), 0; },
-     {"D [NAM_API] Mac[" + kMacLogged + "], SpkName[den], strlen(3)"},
-     {0, {kCallError}},
-     {0, {}}},
-    {"SetNetSpkVolume",
-     [] { return SetNetSpkVolume(kMac, kIp, 1), 0; },
-     {"I [NAM_API] Enter"},
-     {0, {kCallError}},
-     {0, {}}},
-    {"GetNetSpkVolume",
-     [] { return GetNetSpkVolume(kMac, kIp), 0; },
-     {"D [NAM_API] Enter"},
-     {0, {"E MethodCall Error"}},
-     {0, {}}},
-    {"IncreaseNetSpkVolume",
-     [] { return IncreaseNetSpkVolume(kMac, kIp), 0; },
-     {kMacLine},
-     {0, {kCallError}},
-     {0, {}},
-     "m_SetSpkVolume"},
-    {"DecreaseNetSpkVolume",
-     [] { return DecreaseNetSpkVolume(kMac, kIp), 0; },
-     {kMacLine},
-     {0, {kCallError}},
-     {0, {}},
-     "m_SetSpkVolume"},
-    {"ResetNetSpkVolume",
-     [] { return ResetNetSpkVolume(kMac, kIp), 0; },
-     {kMacLine},
-     {0, {kCallError}},
-     {0, {}},
-     "m_SetSpkVolume"},
+    Silent(
+        "SetNetSpkName", "D [NAM_API] Mac[" + kMacLogged + "], SpkName[den], strlen(3)",
+        [] { SetNetSpkName(kMac, kIp, "den"); }),
+    Silent("SetNetSpkVolume", "I [NAM_API] Enter", [] { SetNetSpkVolume(kMac, kIp, 1); }),
+    Silent(
+        "GetNetSpkVolume", "D [NAM_API] Enter", [] { GetNetSpkVolume(kMac, kIp); }, "E MethodCall Error"),
+    Step("IncreaseNetSpkVolume", IncreaseNetSpkVolume),
+    Step("DecreaseNetSpkVolume", DecreaseNetSpkVolume),
+    Step("ResetNetSpkVolume", ResetNetSpkVolume),
     {"ResetAllNetSpkVolume",
      [] { return ResetAllNetSpkVolume(), 0; },
      {"I [NAM_API] Enter"},
      {0, {kCallError}},
      {0, {"I ResetAllNetSpkVolume done"}}},
-    {"IncreaseNetSpkVolumeList",
-     [] { return IncreaseNetSpkVolumeList(std::vector<STNetSpkConfig>(1)), 0; },
-     kSpeakerLine,
-     {0, {"E [NAM_API] MethodCall(IncreaseNetSpkVolumeList) Error", "I free"}},
-     {0, {"I free"}},
-     "TransformNetSpkList"},
-    {"DecreaseNetSpkVolumeList",
-     [] { return DecreaseNetSpkVolumeList(std::vector<STNetSpkConfig>(1)), 0; },
-     kSpeakerLine,
-     {0, {"E [NAM_API] MethodCall(DecreaseNetSpkVolumeList) Error", "I free"}},
-     {0, {"I free"}},
-     "TransformNetSpkList"},
-    {"ResetNetSpkVolumeList",
-     [] { return ResetNetSpkVolumeList(std::vector<STNetSpkConfig>(1)), 0; },
-     kSpeakerLine,
-     {0, {"E [NAM_API] MethodCall(ResetNetSpkVolumeList) Error", "I free"}},
-     {0, {"I free"}},
-     "TransformNetSpkList"},
-    {"GetNetSpkVolumeList",
-     [] { return GetNetSpkVolumeList(std::vector<STNetSpkConfig>(1)), 0; },
-     kSpeakerLine,
-     {0, {"E [NAM_API] MethodCall(GetNetSpkVolumeList) Error", "I free"}},
-     {0, {"I free"}},
-     "TransformNetSpkList"},
+    OfList("IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList),
+    OfList("DecreaseNetSpkVolumeList", DecreaseNetSpkVolumeList),
+    OfList("ResetNetSpkVolumeList", ResetNetSpkVolumeList),
+    OfList("GetNetSpkVolumeList", GetNetSpkVolumeList),
 
     // Setting modes
-    {"SetTavrinUIMode", [] { return SetTavrinUIMode(80); }, {}, {-1, {kCallError}}, {-1, {}}},
+    MinusOne("SetTavrinUIMode", [] { return SetTavrinUIMode(80); }),
     {"GetTavrinUIMode", GetTavrinUIMode, {}, {80, {kCallError, kNoUiMode}}, {80, {kNoUiMode}}},
     {"GetNetSpkSettingMode",
      GetNetSpkSettingMode,
      {},
      {80, {kCallError, kNoSettingMode, kNotMultiroom}},
      {80, {kNoSettingMode, kNotMultiroom}}},
-    {"CanEnterTavrinSettings",
-     [] { return CanEnterTavrinSettings() ? 1 : 0; },
-     {},
-     {0, {"E MethodCall Error"}},
-     {0, {"I bCanEnterTavrinSettings[0]"}}},
+    Flag("CanEnterTavrinSettings", CanEnterTavrinSettings),
     {"FlagEnableNetworkSpeaker",
-     [] { return FlagEnableNetworkSpeaker() ? 1 : 0; },
+     [] { return static_cast<int>(FlagEnableNetworkSpeaker()); },
      {"D [NAM_API] Enter"},
      {0, {kCallError}},
      {0, {"I [NAM_API] bEnableNetworkSpeaker[0]"}}},
@@ -330,13 +241,11 @@ TEST_P(UnansweredTest, ACallThatIsNotSent)
 
 TEST_P(UnansweredTest, ACallWithoutReplyAndWithoutError)
 {
-    g_replies.Arm(function_.method);
+    g_replies.Arm(function_.name.c_str());
     Expect(function_.noReply);
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, UnansweredTest, ::testing::ValuesIn(kFunctions), [](const auto& function) {
-    return std::string(function.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Functions, UnansweredTest, ::testing::ValuesIn(kFunctions), NameOf());
 
 TEST_F(ApiFailureTest, ThePlainArrayIsLeftAloneWithoutAReply)
 {
@@ -356,116 +265,81 @@ TEST_F(ApiFailureTest, ThePlainArrayIsLeftAloneWithoutAReply)
 // --- No memory for the payload ---
 
 struct Allocation {
-    const char* name;
-    const char* function; // the function that logs
-    int (*call)();
-    Lines sent; // besides the queries for owner and id
-    Outcome outcome;
+    std::string name;
+    std::function<int()> call;
+    int result;
+    Lines lines;
+    Lines sent = {};             // besides the queries for owner and id
+    std::string function = name; // the function that logs
+
+    friend void PrintTo(const Allocation& allocation, std::ostream* out) { *out << allocation.name; }
 };
 
-void PrintTo(const Allocation& allocation, std::ostream* out)
+Allocation Start(const std::string& name, std::size_t speakers)
 {
-    *out << allocation.name;
+    const auto call = [speakers] {
+        std::vector<STNetSpkConfig> list(speakers);
+        return StartNetworkSpeaker(80, list, 0);
+    };
+    const Lines lines = {"M [NAM_API] START, nMode[80], nStartReason[0]", "E [NAM_API] calloc() fail"};
+    return {name, call, -1, lines, {kOwnerQuery, "SetNetSpkSettingMode(80, 0)"}, "StartNetworkSpeaker"};
 }
 
-template <std::size_t count>
-int StartSpeakers()
+Allocation ConnectionTypes(const std::string& name, std::size_t speakers)
 {
-    std::vector<STNetSpkConfig> list(count);
-    return StartNetworkSpeaker(80, list, 0);
+    const auto call = [speakers] {
+        std::vector<STNetSpkConfig> list(speakers);
+        return GetSpksConnectionType(&list);
+    };
+    return {name, call, 0, {"E [NAM_API] calloc() fail"}, {}, "GetSpksConnectionType"};
 }
 
-template <std::size_t count>
-int ConnectionType()
+Allocation Volumes(const std::string& name, void (*call)(const std::vector<STNetSpkConfig>&), std::size_t speakers = 3)
 {
-    std::vector<STNetSpkConfig> list(count);
-    return GetSpksConnectionType(&list);
+    const auto ofList = [=] { return call(std::vector<STNetSpkConfig>(speakers)), 0; };
+    const std::string line = "E [NAM_API] calloc(" + std::to_string(speakers) + "*86) fail";
+    return {name, ofList, 0, {line}, {}, "TransformNetSpkList"};
 }
 
-template <void (*Function)(const std::vector<STNetSpkConfig>&), std::size_t count>
-int VolumeList()
-{
-    Function(std::vector<STNetSpkConfig>(count));
-    return 0;
-}
+const std::string kNoMac = "E calloc(NETSPK_MAC_LEN*sizeof(char)) fail";
 
 // If no bytes are asked for, calloc() may return null.
 const Allocation kAllocations[] = {
-    {"StartNetworkSpeaker",
-     "StartNetworkSpeaker",
-     StartSpeakers<3>,
-     {kOwnerQuery, "SetNetSpkSettingMode(80, 0)"},
-     {-1, {"M [NAM_API] START, nMode[80], nStartReason[0]", "E [NAM_API] calloc() fail"}}},
-    {"StartNoNetworkSpeaker",
-     "StartNetworkSpeaker",
-     StartSpeakers<0>,
-     {kOwnerQuery, "SetNetSpkSettingMode(80, 0)"},
-     {-1, {"M [NAM_API] START, nMode[80], nStartReason[0]", "E [NAM_API] calloc() fail"}}},
+    Start("StartNetworkSpeaker", 3),
+    Start("StartNoNetworkSpeaker", 0),
     {"ConnectNetworkSpeakerByMobile",
-     "ConnectNetworkSpeakerByMobile",
      [] { return ConnectNetworkSpeakerByMobile(kBytes, 3); },
-     {},
-     {-1, {"E (pParam == NULL) return"}}},
-    {"GetSpksConnectionType", "GetSpksConnectionType", ConnectionType<3>, {}, {0, {"E [NAM_API] calloc() fail"}}},
-    {"GetConnectionTypeOfNone", "GetSpksConnectionType", ConnectionType<0>, {}, {0, {"E [NAM_API] calloc() fail"}}},
+     -1,
+     {"E (pParam == NULL) return"}},
+    ConnectionTypes("GetSpksConnectionType", 3),
+    ConnectionTypes("GetConnectionTypeOfNone", 0),
     {"AutoConnectNewSpeakers",
-     "AutoConnectNewSpeakers",
      [] { return AutoConnectNewSpeakers(kBytes, 2); },
-     {},
-     {-1, {"E (pNewSpeakersMacList == NULL) return"}}},
+     -1,
+     {"E (pNewSpeakersMacList == NULL) return"}},
     {"AutoConnectNewSpeakersForOutdoor",
-     "AutoConnectNewSpeakersForOutdoor",
      [] { return AutoConnectNewSpeakersForOutdoor(kBytes, 2); },
-     {},
-     {-1, {"I AutoConnectNewSpeakersForOutdoor", "E (pNewSpeakersMacList == NULL) return"}}},
+     -1,
+     {"I AutoConnectNewSpeakersForOutdoor", "E (pNewSpeakersMacList == NULL) return"}},
     {"SetSoundbarSoundMode",
-     "SetSoundbarSoundMode",
      [] { return SetSoundbarSoundMode(kMac, kIp, kBytes, 3), 0; },
-     {},
-     {0,
-      {"D [NAM_API] Mac[" + kMacLogged + "], nDataLen[3]", "E calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+nDataLen[3]) fail"}}},
+     0,
+     {"D [NAM_API] Mac[" + kMacLogged + "], nDataLen[3]", "E calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+nDataLen[3]) fail"}},
     {"SetSoundbarSupportSoundMode",
-     "SetSoundbarSupportSoundMode",
      [] { return SetSoundbarSupportSoundMode(kMac, kIp, 1), 0; },
-     {},
-     {0,
-      {"D [NAM_API] Mac[" + kMacLogged + "], nSupportedOrNot[1]",
-       "E calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+sizeof(int)) fail"}}},
-    {"GetSoundbarProtocolVersion",
-     "GetSoundbarProtocolVersion",
-     ProtocolVersion,
-     {},
-     {-1, {"D [NAM_API] Enter", "E calloc(NETSPK_MAC_LEN*sizeof(char)) fail"}}},
+     0,
+     {"D [NAM_API] Mac[" + kMacLogged + "], nSupportedOrNot[1]",
+      "E calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+sizeof(int)) fail"}},
+    {"GetSoundbarProtocolVersion", UnansweredProtocolVersion, -1, {"D [NAM_API] Enter", kNoMac}},
     {"IsSoundbarSupportSoundMode",
-     "IsSoundbarSupportSoundMode",
-     [] { return IsSoundbarSupportSoundMode(kMac) ? 1 : 0; },
-     {},
-     {0, {"D [NAM_API] Enter", "E calloc(NETSPK_MAC_LEN*sizeof(char)) fail"}}},
-    {"IncreaseNetSpkVolumeList",
-     "TransformNetSpkList",
-     VolumeList<IncreaseNetSpkVolumeList, 3>,
-     {},
-     {0, {"E [NAM_API] calloc(3*86) fail"}}},
-    {"DecreaseNetSpkVolumeList",
-     "TransformNetSpkList",
-     VolumeList<DecreaseNetSpkVolumeList, 3>,
-     {},
-     {0, {"E [NAM_API] calloc(3*86) fail"}}},
-    {"ResetNetSpkVolumeList",
-     "TransformNetSpkList",
-     VolumeList<ResetNetSpkVolumeList, 3>,
-     {},
-     {0, {"E [NAM_API] calloc(3*86) fail"}}},
-    {"GetNetSpkVolumeList",
-     "TransformNetSpkList",
-     VolumeList<GetNetSpkVolumeList, 3>,
-     {},
-     {0, {"E [NAM_API] calloc(3*86) fail"}}},
-    {"GetVolumeListOfNone",
-     "TransformNetSpkList",
-     VolumeList<GetNetSpkVolumeList, 0>,
-     {},
-     {0, {"E [NAM_API] calloc(0*86) fail"}}},
+     [] { return static_cast<int>(IsSoundbarSupportSoundMode(kMac)); },
+     0,
+     {"D [NAM_API] Enter", kNoMac}},
+    Volumes("IncreaseNetSpkVolumeList", IncreaseNetSpkVolumeList),
+    Volumes("DecreaseNetSpkVolumeList", DecreaseNetSpkVolumeList),
+    Volumes("ResetNetSpkVolumeList", ResetNetSpkVolumeList),
+    Volumes("GetNetSpkVolumeList", GetNetSpkVolumeList),
+    Volumes("GetVolumeListOfNone", GetNetSpkVolumeList, 0),
 };
 
 class NoMemoryTest : public ApiFailureTest, public ::testing::WithParamInterface<Allocation> {};
@@ -475,45 +349,43 @@ TEST_P(NoMemoryTest, ThePayloadIsNotSent)
     const Allocation& allocation = GetParam();
     g_calloc.Arm();
 
-    EXPECT_EQ(allocation.call(), allocation.outcome.result);
+    EXPECT_EQ(allocation.call(), allocation.result);
 
     EXPECT_EQ(Sent(), (Lines{kOwnerQuery, IdQuery()} + allocation.sent));
-    EXPECT_EQ(OwnTexts(allocation.function), allocation.outcome.lines);
+    EXPECT_EQ(OwnTexts(allocation.function), allocation.lines);
     EXPECT_EQ(StopNetworkSpeaker(5), 5);
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, NoMemoryTest, ::testing::ValuesIn(kAllocations), [](const auto& allocation) {
-    return std::string(allocation.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Functions, NoMemoryTest, ::testing::ValuesIn(kAllocations), NameOf());
 
 // --- No place for the reply ---
 
 struct Place {
-    const char* name;
+    std::string name;
     const char* format; // the format of the preset
-    int (*call)();
-    Outcome outcome;
-};
+    std::function<int()> call;
+    int result;
+    Lines lines;
 
-void PrintTo(const Place& place, std::ostream* out)
-{
-    *out << place.name;
-}
+    friend void PrintTo(const Place& place, std::ostream* out) { *out << place.name; }
+};
 
 // These functions end without a call.
 const Place kNeededPlaces[] = {
-    {"GetActiveNetSpkInfo", "(ay)", ActiveSpeakers, {-1, {"E (param_out == NULL) return"}}},
-    {"GetNetSpkListInfo", "(ay)", SpeakerLists, {-1, {"E (param_out_val == NULL) return"}}},
-    {"GetNetSpkNodeList", "(ay)", SpeakerNodes, {-1, {"I GetNetSpkNodeList", "E (param_out_value == NULL) return"}}},
-    {"GetSoundbarSoundMode", "(ay)", SoundMode, {-1, {"E (param_out_val == NULL) return"}}},
+    {"GetActiveNetSpkInfo", "(ay)", UnansweredActiveSpeakers, -1, {"E (param_out == NULL) return"}},
+    {"GetNetSpkListInfo", "(ay)", SpeakerLists, -1, {"E (param_out_val == NULL) return"}},
+    {"GetNetSpkNodeList", "(ay)", SpeakerNodes, -1, {"I GetNetSpkNodeList", "E (param_out_value == NULL) return"}},
+    {"GetSoundbarSoundMode", "(ay)", UnansweredSoundMode, -1, {"E (param_out_val == NULL) return"}},
     {"GetSoundbarProtocolVersion",
      "(ay)",
-     ProtocolVersion,
-     {-1, {"D [NAM_API] Enter", "E [NAM_API] param_out is NULL"}}},
+     UnansweredProtocolVersion,
+     -1,
+     {"D [NAM_API] Enter", "E [NAM_API] param_out is NULL"}},
     {"IsSoundbarSupportSoundMode",
      "(b)",
-     [] { return IsSoundbarSupportSoundMode(kMac) ? 1 : 0; },
-     {0, {"D [NAM_API] Enter", "E [NAM_API] param_out is NULL"}}},
+     [] { return static_cast<int>(IsSoundbarSupportSoundMode(kMac)); },
+     0,
+     {"D [NAM_API] Enter", "E [NAM_API] param_out is NULL"}},
 };
 
 class NeededPlaceTest : public ApiFailureTest, public ::testing::WithParamInterface<Place> {};
@@ -524,33 +396,29 @@ TEST_P(NeededPlaceTest, NothingIsSent)
     control_.SetFault("IsSoundbarSupportSoundMode", "{'reply': <(true,)>}");
     g_variant.Arm(place.format);
 
-    EXPECT_EQ(place.call(), place.outcome.result);
+    EXPECT_EQ(place.call(), place.result);
 
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-    EXPECT_EQ(OwnTexts(place.name), place.outcome.lines);
+    EXPECT_EQ(OwnTexts(place.name), place.lines);
     EXPECT_EQ(StopNetworkSpeaker(5), 5);
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, NeededPlaceTest, ::testing::ValuesIn(kNeededPlaces), [](const auto& place) {
-    return std::string(place.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Functions, NeededPlaceTest, ::testing::ValuesIn(kNeededPlaces), NameOf());
 
 // These functions go on without the preset.
+Place Unneeded(const std::string& name, bool (*call)(), const Lines& lines)
+{
+    return {name, "(b)", [call] { return static_cast<int>(call()); }, 1, lines};
+}
+
 const Place kUnneededPlaces[] = {
-    {"CanCancelTavrin", "(b)", [] { return CanCancelTavrin() ? 1 : 0; }, {1, {kNoValue, "I bCanCancelTavrin[1]"}}},
-    {"PreSelectTavrin", "(b)", [] { return PreSelectTavrin() ? 1 : 0; }, {1, {kNoValue, "I bPreSelectTavrin[1]"}}},
-    {"CanSelectTavrin",
-     "(b)",
-     [] { return CanSelectTavrin() ? 1 : 0; },
-     {1, {"D Enter", kNoValue, "I bCanSelectTavrin[1]"}}},
-    {"CanEnterTavrinSettings",
-     "(b)",
-     [] { return CanEnterTavrinSettings() ? 1 : 0; },
-     {1, {kNoValue, "I bCanEnterTavrinSettings[1]"}}},
-    {"FlagEnableNetworkSpeaker",
-     "(b)",
-     [] { return FlagEnableNetworkSpeaker() ? 1 : 0; },
-     {1, {"D [NAM_API] Enter", "E [NAM_API] param_out is NULL", "I [NAM_API] bEnableNetworkSpeaker[1]"}}},
+    Unneeded("CanCancelTavrin", CanCancelTavrin, {kNoValue, "I bCanCancelTavrin[1]"}),
+    Unneeded("PreSelectTavrin", PreSelectTavrin, {kNoValue, "I bPreSelectTavrin[1]"}),
+    Unneeded("CanSelectTavrin", CanSelectTavrin, {"D Enter", kNoValue, "I bCanSelectTavrin[1]"}),
+    Unneeded("CanEnterTavrinSettings", CanEnterTavrinSettings, {kNoValue, "I bCanEnterTavrinSettings[1]"}),
+    Unneeded(
+        "FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker,
+        {"D [NAM_API] Enter", "E [NAM_API] param_out is NULL", "I [NAM_API] bEnableNetworkSpeaker[1]"}),
 };
 
 class UnneededPlaceTest : public ApiFailureTest, public ::testing::WithParamInterface<Place> {};
@@ -561,15 +429,13 @@ TEST_P(UnneededPlaceTest, TheAnswerIsTheServers)
     control_.SetFault(place.name, "{'reply': <(true,)>}");
     g_variant.Arm(place.format);
 
-    EXPECT_EQ(place.call(), place.outcome.result);
+    EXPECT_EQ(place.call(), place.result);
 
-    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, std::string(place.name) + "()"));
-    EXPECT_EQ(OwnTexts(place.name), place.outcome.lines);
+    EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery(), kOwnerQuery, place.name + "()"));
+    EXPECT_EQ(OwnTexts(place.name), place.lines);
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, UnneededPlaceTest, ::testing::ValuesIn(kUnneededPlaces), [](const auto& place) {
-    return std::string(place.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Functions, UnneededPlaceTest, ::testing::ValuesIn(kUnneededPlaces), NameOf());
 
 TEST_F(ApiFailureTest, TheDeviceInfoDoesNotNeedAPlaceForItsReply)
 {
@@ -586,7 +452,7 @@ TEST_F(ApiFailureTest, TheDeviceInfoSaysThatThePlaceIsEmptyWhereNothingIsSent)
 {
     g_variant.Arm("(ay)");
     g_messages.Arm("NameHasOwner", 1);
-    EXPECT_EQ(DeviceInfo(), -1);
+    EXPECT_EQ(UnansweredDeviceInfo(), -1);
     EXPECT_THAT(OwnTexts("GetSoundbarDeviceInfo"), ElementsAre(kCallError, kNoValue));
 }
 

@@ -1,6 +1,7 @@
 #include "link/Launch.h"
 
 #include "support/BusTest.h"
+#include "support/Gate.h"
 #include "support/Wait.h"
 
 #include <pthread.h>
@@ -134,56 +135,7 @@ void* LaunchThreads::Run(void* self)
     return nullptr;
 }
 
-// Stops a thread at a line that it logs.
-class Stop {
-public:
-    explicit Stop(const std::string& line)
-    {
-        platform_log::OnLine([this, line](const LogLine& logged) {
-            if (logged.Short() == line) {
-                Wait();
-            }
-        });
-    }
-
-    void WaitUntilReached()
-    {
-        std::unique_lock lock(mutex_);
-        WaitUntil("the launch thread to be there", changed_, lock, [&] { return reached_; });
-    }
-
-    // Lets all threads go on, and stops none any more.
-    void Release()
-    {
-        platform_log::OnLine(nullptr);
-        const std::lock_guard lock(mutex_);
-        released_ = true;
-        changed_.notify_all();
-    }
-
-private:
-    void Wait()
-    {
-        std::unique_lock lock(mutex_);
-        reached_ = true;
-        changed_.notify_all();
-        WaitUntil("the test to let the launch thread go on", changed_, lock, [&] { return released_; });
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool reached_ = false;
-    bool released_ = false;
-};
-
-const std::string kAbsent = "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist ";
-const std::string kNoProxy = "E GetProxy: !!! ERROR [NAM_API] m_GetProxyObj fail";
-const std::string kMethodEnter = "D MethodCall: [NAM_API] Enter";
-const std::string kActivationFailed =
-    "E MethodCall: [NAM_API] Error: method [check_dbus_connection],[GDBus.Error:org.freedesktop.DBus.Error."
-    "ServiceUnknown: The name org.lumra.tv.networkspeaker.server was not provided by any .service files]...";
-
-const std::string kStart = "I s_pre_checking: >>> API Start ";
+const std::string kStart = StartLine("s_pre_checking");
 const std::string kBeforeCreate = "I s_pre_checking: before m_CreateThread";
 const std::string kReset = "I s_pre_checking: reset try count";
 const std::string kCreated = "I m_CreateThread: [NAM-SEQ2] pthread_create(m_CreateThread) successful";
@@ -202,7 +154,7 @@ Lines CountedPasses(const std::vector<int>& counts)
 {
     Lines lines;
     for (const int count : counts) {
-        lines = lines + Lines{kUnreached, CountLine(count)};
+        lines = lines + kUnreached + CountLine(count);
     }
     return lines;
 }
@@ -210,13 +162,14 @@ Lines CountedPasses(const std::vector<int>& counts)
 // Returns all lines of one pass while the server cannot be started.
 Lines WholePass(int count)
 {
-    return {kMethodEnter, kActivationFailed, kNoProxy, kAbsent, kNoProxy, kUnreached, CountLine(count)};
+    return {kEnter,          ErrorLine("check_dbus_connection", NoServerError()),
+            kNoIdLine,       kAbsentLine,
+            kNoIdLine,       kUnreached,
+            CountLine(count)};
 }
 
 // The caller's lines up to the decision about the thread.
-const Lines kFailedCheck = {
-    kStart, kAbsent, kNoProxy,
-    "E s_pre_checking: !!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service"};
+const Lines kFailedCheck = {kStart, kAbsentLine, kNoIdLine, LaunchLine("s_pre_checking")};
 
 Lines OfOtherThreads()
 {
@@ -231,13 +184,6 @@ Lines OfOtherThreads()
 
 class LaunchTest : public BusTest {
 protected:
-    // Makes a call read the device feature, and log that.
-    static void ReadFeature()
-    {
-        GetWhetherKivDisabled();
-        platform_log::Clear();
-    }
-
     static void StartAndWaitForEnd()
     {
         EXPECT_FALSE(s_pre_checking());
@@ -247,12 +193,11 @@ protected:
 
 TEST_F(LaunchTest, WithTheServerUpTheCheckSucceedsAndNoThreadStarts)
 {
-    StartServer();
-    Connect();
+    StartAndConnect();
 
     EXPECT_TRUE(s_pre_checking());
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kStart, kMethodEnter));
+    ExpectLog({kStart, kEnter});
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
     EXPECT_EQ(g_launch.Started(), 0);
     EXPECT_EQ(m_launchthreadId, 0U);
@@ -264,10 +209,7 @@ TEST_F(LaunchTest, OnADisabledDeviceTheCheckFailsAndNoThreadStarts)
 
     EXPECT_FALSE(s_pre_checking());
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(), ElementsAre(
-                                          "I GetWhetherKivDisabled: GetWhetherKivDisabled g_KivDisabled=[1]",
-                                          "E s_pre_checking: [NAM_API] GetWhetherKivDisabled failed"));
+    ExpectLog(DisabledLines("s_pre_checking"));
     EXPECT_THAT(trace_->Messages(), IsEmpty());
     EXPECT_EQ(g_launch.Started(), 0);
     EXPECT_EQ(m_launchthreadId, 0U);
@@ -276,11 +218,11 @@ TEST_F(LaunchTest, OnADisabledDeviceTheCheckFailsAndNoThreadStarts)
 TEST_F(LaunchTest, WithoutAServerTheCheckFailsAfterOneAttemptAndStartsTheThread)
 {
     ReadFeature();
-    Stop stop(kThreadEnter);
+    StopAtLine stop(kThreadEnter);
 
     EXPECT_FALSE(s_pre_checking());
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kBeforeCreate, kCreated}));
+    ExpectLog(kFailedCheck + kBeforeCreate + kCreated);
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery));
     EXPECT_NE(m_launchthreadId, 0U);
     stop.WaitUntilReached();
@@ -333,14 +275,14 @@ TEST_F(LaunchTest, TheThreadsIdIsKnownWhileItRuns)
 
 TEST_F(LaunchTest, AFailingCallerGivesTheRunningThreadItsFullBudgetAgain)
 {
-    Stop stop(CountLine(3));
+    StopAtLine stop(CountLine(3));
     s_pre_checking();
     stop.WaitUntilReached();
     platform_log::Clear();
 
     EXPECT_FALSE(s_pre_checking());
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kReset}));
+    ExpectLog(kFailedCheck + kReset);
     stop.Release();
     g_launch.WaitForEnd();
     EXPECT_THAT(platform_log::OfFunction("m_MainLaunchPro"), ElementsAreArray(CountedPasses({1, 2, 3, 4, 5, 6})));
@@ -349,7 +291,7 @@ TEST_F(LaunchTest, AFailingCallerGivesTheRunningThreadItsFullBudgetAgain)
 
 TEST_F(LaunchTest, ASucceedingCallerLeavesTheBudgetAlone)
 {
-    Stop stop(CountLine(3));
+    StopAtLine stop(CountLine(3));
     s_pre_checking();
     stop.WaitUntilReached();
     StartServer();
@@ -370,7 +312,7 @@ TEST_F(LaunchTest, TheNextFailingCallerStartsANewThread)
     EXPECT_FALSE(s_pre_checking());
     g_launch.WaitForEnd(2);
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kBeforeCreate, kCreated}));
+    ExpectLog(kFailedCheck + kBeforeCreate + kCreated);
     EXPECT_THAT(
         platform_log::OfFunction("m_MainLaunchPro"),
         ElementsAreArray(Lines{kThreadEnter} + CountedPasses({1, 2, 3, 4, 5, 6})));
@@ -393,7 +335,7 @@ TEST_F(LaunchTest, TheThreadStartsTheServerAndEnds)
 
 TEST_F(LaunchTest, TheThreadEndsWhenTheServerComesUpByItself)
 {
-    Stop stop(CountLine(2));
+    StopAtLine stop(CountLine(2));
     s_pre_checking();
     stop.WaitUntilReached();
     StartServer();
@@ -407,13 +349,12 @@ TEST_F(LaunchTest, TheThreadEndsWhenTheServerComesUpByItself)
 
 TEST_F(LaunchTest, APassDoesNotAskAgainOnAConnectionThatIsHeld)
 {
-    StartServer();
-    Connect();
+    StartAndConnect();
 
     EXPECT_EQ(m_MainLaunchPro(nullptr), nullptr);
 
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery, IdQuery()));
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kThreadEnter, kMethodEnter, kReached));
+    ExpectLog({kThreadEnter, kEnter, kReached});
 }
 
 class ThreadFailureTest : public LaunchTest {
@@ -438,19 +379,19 @@ protected:
     {
         ReadFeature();
         EXPECT_FALSE(s_pre_checking());
-        EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kBeforeCreate, reason}));
+        ExpectLog(kFailedCheck + kBeforeCreate + reason);
         EXPECT_EQ(m_launchthreadId, 0U);
 
         platform_log::Clear();
         EXPECT_EQ(CreateThread(), 0);
-        EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(reason));
+        ExpectLog({reason});
         EXPECT_EQ(m_launchthreadId, 0U);
         EXPECT_EQ(g_launch.Started(), 0);
 
         g_launch.initFailure = g_launch.detachFailure = g_launch.createFailure = 0;
         platform_log::Clear();
         StartAndWaitForEnd();
-        EXPECT_THAT(platform_log::OfTestThread(), ElementsAreArray(kFailedCheck + Lines{kBeforeCreate, kCreated}));
+        ExpectLog(kFailedCheck + kBeforeCreate + kCreated);
     }
 };
 
@@ -478,7 +419,7 @@ TEST_F(ThreadFailureTest, NoFailure)
 {
     EXPECT_EQ(CreateThread(), 1);
     g_launch.WaitForEnd();
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre(kCreated));
+    ExpectLog({kCreated});
     EXPECT_EQ(g_launch.Started(), 1);
     EXPECT_EQ(g_attributes.destroyed, 1);
 }

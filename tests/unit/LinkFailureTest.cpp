@@ -1,12 +1,11 @@
 #include "link/ClientEndpoint.h"
 #include "link/EventDispatch.h"
 #include "support/BusTest.h"
+#include "support/Gate.h"
 #include "support/Wait.h"
 #include "unit/Failures.h"
 
 #include <pthread.h>
-
-#include <future>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -14,10 +13,8 @@ using ::testing::IsEmpty;
 
 namespace {
 
-class LinkFailureTest : public BusTest {
-protected:
-    CNSGdbus& client_ = *CNSGdbus::m_pInstance;
-};
+class LinkFailureTest : public BusTest {};
+class ConnectedLinkFailureTest : public Connected<BusTest> {};
 
 TEST_F(LinkFailureTest, NoArgumentForTheIdQuery)
 {
@@ -25,34 +22,26 @@ TEST_F(LinkFailureTest, NoArgumentForTheIdQuery)
 
     EXPECT_FALSE(client_.m_GetProxyObj(false));
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E m_GetProxyObj: (param_in == NULL) return"));
+    ExpectLog({"E m_GetProxyObj: (param_in == NULL) return"});
     EXPECT_THAT(Sent(), IsEmpty());
 }
 
-TEST_F(LinkFailureTest, NoMessageForTheOwnerQuery)
+TEST_F(ConnectedLinkFailureTest, NoMessageForTheOwnerQuery)
 {
-    StartServer();
-    Connect();
     g_messages.Arm();
 
     EXPECT_FALSE(client_.m_IsExistedBusname(kServerName));
 
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "E m_IsExistedBusname: Failed to alloc new method call",
-            "E m_IsExistedBusname: !!! ERROR org.lumra.tv.networkspeaker.server not exist "));
+    ExpectLog({"E m_IsExistedBusname: Failed to alloc new method call", kAbsentLine});
 }
 
-TEST_F(LinkFailureTest, NoConnectionAndNoErrorEither)
+TEST_F(ConnectedLinkFailureTest, NoConnectionAndNoErrorEither)
 {
-    StartServer();
-    Connect();
     g_bus.Arm();
 
     EXPECT_FALSE(client_.GetProxy("<node/>", {}, false, false));
 
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E GetProxy: [NAM_API] m_pConnection is NULL"));
+    ExpectLog({"E GetProxy: [NAM_API] m_pConnection is NULL"});
     EXPECT_EQ(client_.m_pConnection, nullptr);
     EXPECT_FALSE(client_.m_bProxyReady);
 }
@@ -61,7 +50,7 @@ TEST_F(LinkFailureTest, MonitorWithoutAContext)
 {
     g_contexts.Arm();
     EXPECT_EQ(CNSGdbus::m_Monitor(&client_), nullptr);
-    EXPECT_THAT(platform_log::OfTestThread(), ElementsAre("E m_Monitor: [NAM_API] pContext is NULL"));
+    ExpectLog({"E m_Monitor: [NAM_API] pContext is NULL"});
 }
 
 TEST_F(LinkFailureTest, MonitorWithoutNodeInfo)
@@ -133,18 +122,12 @@ TEST_F(LinkFailureTest, AMonitorThreadThatCannotBeCreatedIsNotTriedAgain)
 }
 
 // A host may cancel the thread that waits for the monitor's end.
-TEST_F(LinkFailureTest, AWaitForTheMonitorsEndIsOverBeforeItsThreadIsCancelled)
+TEST_F(ConnectedLinkFailureTest, AWaitForTheMonitorsEndIsOverBeforeItsThreadIsCancelled)
 {
-    StartServer();
-    Connect();
-    static std::promise<void> entered;
-    static std::promise<void> release;
-    SubscribeNamServiceCallback("busy", [](int, void*, int) {
-        entered.set_value();
-        Await("the test to let the callback go on", release.get_future());
-    });
+    static Gate gate;
+    SubscribeNamServiceCallback("busy", [](int, void*, int) { gate.Pass(); });
     control_.SendEvent(7, {});
-    Await("the callback to be called", entered.get_future());
+    gate.WaitUntilReached();
     const auto end = [](void* client) -> void* {
         EXPECT_EQ(static_cast<CNSGdbus*>(client)->m_DestroyMessageMonitor(), 0);
         pthread_testcancel();
@@ -154,7 +137,7 @@ TEST_F(LinkFailureTest, AWaitForTheMonitorsEndIsOverBeforeItsThreadIsCancelled)
     ASSERT_EQ(pthread_create(&waiting, nullptr, end, &client_), 0);
     WaitUntil("the thread to wait for the monitor's end", [] { return g_isJoining.load(); });
     ASSERT_EQ(pthread_cancel(waiting), 0);
-    release.set_value();
+    gate.Open();
     void* result = nullptr;
     ASSERT_EQ(pthread_join(waiting, &result), 0);
     EXPECT_EQ(result, PTHREAD_CANCELED);
@@ -186,10 +169,7 @@ TEST_F(LinkFailureTest, AnEventOfAnotherTypeIsAnsweredAndDropped)
 TEST_F(LinkFailureTest, AnEventWithoutParameters)
 {
     EXPECT_FALSE(kiv::link::NamNotifySubscriber(nullptr, nullptr));
-    EXPECT_THAT(
-        platform_log::OfTestThread(),
-        ElementsAre(
-            "I NamNotifySubscriber: [NAM_API] ** Enter **", "E NamNotifySubscriber: (return_data == NULL) return"));
+    ExpectLog({"I NamNotifySubscriber: [NAM_API] ** Enter **", "E NamNotifySubscriber: (return_data == NULL) return"});
 }
 
 } // namespace

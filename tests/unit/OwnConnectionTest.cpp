@@ -14,23 +14,12 @@ using ::testing::IsEmpty;
 namespace own_connection_test {
 namespace {
 
-class OwnConnectionTest : public BusTest {
+class OwnConnectionTest : public Connected<BusTest> {
 protected:
-    // Connects the library, and loses the connection that the process shares for good.
-    OwnConnectionTest()
-    {
-        StartServer();
-        Connect();
-        lost_ = HeldBy(client_);
-        LoseBus();
-        bus_.Start();
-        StartServer();
-    }
+    // Loses the connection that the process shares for good.
+    OwnConnectionTest() { LoseAndFindBus(); }
 
-    static ConnectionOwner HeldBy(const CNSGdbus& client) { return NewReference(client.m_pConnection); }
-
-    CNSGdbus& client_ = *CNSGdbus::m_pInstance;
-    ConnectionOwner lost_;
+    const ConnectionOwner lost_ = NewReference(client_.m_pConnection);
 };
 
 TEST_F(OwnConnectionTest, ACallThatEndsLateDoesNotMoveTheEndpointBack)

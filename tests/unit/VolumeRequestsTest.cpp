@@ -29,9 +29,7 @@ TEST_F(VolumeRequestsTest, AnyStepButUpAndDownIsAReset)
         m_SetSpkVolume(kMac, 0x0700000a, op);
         EXPECT_EQ(SentMessages().back().member, method) << op;
         EXPECT_EQ(SentMessages().back().signature, "yyyyyyi");
-        EXPECT_EQ(
-            platform_log::OfTestThread(),
-            Logged("m_SetSpkVolume", {"I m_SetSpkVolume: [NAM_API] Mac[" + kMacLogged + "], IP[10.0.0.7]"}, {}));
+        ExpectLog(Logged("m_SetSpkVolume", {"I m_SetSpkVolume: [NAM_API] Mac[" + kMacLogged + "], IP[10.0.0.7]"}, {}));
     }
 }
 
@@ -46,14 +44,12 @@ TEST_F(VolumeRequestsTest, AListGoesToTheMethodThatIsNamed)
     ASSERT_EQ(bytes.size(), 172U);
     EXPECT_EQ(std::memcmp(bytes.data(), list.data(), 172), 0);
     // The bytes of a MAC address are logged as signed numbers.
-    EXPECT_EQ(
-        platform_log::OfTestThread(),
-        Logged(
-            "TransformNetSpkList",
-            {"I TransformNetSpkList: [NAM_API] Speaker[0]: MAC[08:09:0a:0b:0c:0d] CONFIG[117835012]",
-             "I TransformNetSpkList: [NAM_API] Speaker[1]: "
-             "MAC[ffffff84:ffffff85:ffffff86:ffffff87:ffffff88:ffffff89] CONFIG[-2088599168]"},
-            {"I TransformNetSpkList: free"}));
+    ExpectLog(Logged(
+        "TransformNetSpkList",
+        {"I TransformNetSpkList: [NAM_API] Speaker[0]: MAC[08:09:0a:0b:0c:0d] CONFIG[117835012]",
+         "I TransformNetSpkList: [NAM_API] Speaker[1]: "
+         "MAC[ffffff84:ffffff85:ffffff86:ffffff87:ffffff88:ffffff89] CONFIG[-2088599168]"},
+        {"I TransformNetSpkList: free"}));
 }
 
 TEST_F(VolumeRequestsTest, AListMayGoToAMethodThatTheServerDoesNotHave)

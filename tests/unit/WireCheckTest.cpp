@@ -23,10 +23,8 @@ constexpr std::uint32_t kLongestArray = 64 * 1024 * 1024;
 // Returns a value whose data GLib does not check.
 GVariant* Trusted(const char* type, const void* data, gsize size)
 {
-    GBytes* const bytes = g_bytes_new(data, size);
-    GVariant* const value = g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes, TRUE);
-    g_bytes_unref(bytes);
-    return value;
+    g_autoptr(GBytes) bytes = g_bytes_new(data, size);
+    return g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes, TRUE);
 }
 
 // Makes values of all types. D-Bus has no message for some of them, and the object knows for which.
@@ -186,12 +184,11 @@ std::string Serialise(GVariant* body)
     g_dbus_message_set_serial(message.get(), 1);
     g_dbus_message_set_byte_order(message.get(), G_DBUS_MESSAGE_BYTE_ORDER_LITTLE_ENDIAN);
     gsize size = 0;
-    GError* error = nullptr;
-    guchar* bytes = g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_UNIX_FD_PASSING, &error);
+    g_autoptr(GError) error = nullptr;
+    g_autofree guchar* bytes =
+        g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_UNIX_FD_PASSING, &error);
     EXPECT_EQ(error, nullptr) << error->message;
-    const std::string text(reinterpret_cast<const char*>(bytes), size);
-    g_free(bytes);
-    return text;
+    return {reinterpret_cast<const char*>(bytes), size};
 }
 
 std::uint32_t NumberAt(const std::string& message, std::size_t offset)
@@ -383,12 +380,9 @@ struct ArrayCase {
     GVariant* (*make)(std::size_t wireLength); // the longest array up to this length that its elements allow
     std::size_t next;                          // the bytes that the next longer array has in addition
     bool hasManyElements = false;              // GLib takes long to send them, so a shorter array is sent
-};
 
-void PrintTo(const ArrayCase& array, std::ostream* out)
-{
-    *out << array.name;
-}
+    friend void PrintTo(const ArrayCase& array, std::ostream* out) { *out << array.name; }
+};
 
 const ArrayCase kArrays[] = {
     {"Bytes", [](std::size_t length) { return Zeroes("ay", length); }, 1},
@@ -479,9 +473,7 @@ TEST_P(ArrayLengthTest, TheLongestIsSentAndTheNextIsNot)
     EXPECT_STREQ(WhyUnsendable("Method", next.get()), "an array of over 64 MiB, which D-Bus does not allow");
 }
 
-INSTANTIATE_TEST_SUITE_P(Types, ArrayLengthTest, ::testing::ValuesIn(kArrays), [](const auto& array) {
-    return std::string(array.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Types, ArrayLengthTest, ::testing::ValuesIn(kArrays), NameOf());
 
 } // namespace
 } // namespace wire_check_test
