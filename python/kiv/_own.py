@@ -65,7 +65,8 @@ def AwaitEvents(timeout: float = 10) -> bool:
     obstacle = library.AwaitEvents(round(timeout * 1000))
     if obstacle is None:
         return True
-    print(f"kiv.AwaitEvents(): {obstacle.decode()}", file=sys.stderr)
+    # One write, so that no log line of the library comes between the text and its end.
+    sys.stderr.write(f"kiv.AwaitEvents(): {obstacle.decode()}\n")
     return False
 
 

@@ -60,13 +60,19 @@ def test_afterwards_there_is_a_server_again(kiv_sandbox):
 
 def test_a_subscription_outlives_its_sandbox():
     received = queue.Queue()
+
+    def before(event, *_):
+        # The server of the first sandbox tells that it exits, if the process owns its client's name by then.
+        if event != kiv.NAMSERVICE_EXIT_STATE:
+            received.put(event)
+
     with kiv.Sandbox():
-        kiv.SubscribeNamServiceCallback("before", lambda *event: received.put(event))
+        kiv.SubscribeNamServiceCallback("before", before)
     with kiv.Sandbox("--start") as sandbox:
         kiv.SubscribeNamServiceCallback("test", lambda *event: received.put("test"))
         assert kiv.AwaitEvents()
         sandbox.control("event", "0x11")
-        assert received.get(timeout=60)[0] == 0x11
+        assert received.get(timeout=60) == 0x11
         assert received.get(timeout=60) == "test"
         kiv.UnsubscribeNamServiceCallback("before")
         sandbox.control("event", "0x12")

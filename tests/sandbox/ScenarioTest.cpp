@@ -494,7 +494,7 @@ TEST(ControlCommandTest, ShowsLongNamesInColumns)
     EXPECT_THAT(
         text, StartsWith(
                   "Home\n"
-                  "  Büro                         Rooms of the upper floor 02:00:00:00:00:01 network volume 20   "
+                  "  Büro                         Rooms of the upper floor     02:00:00:00:00:01 network volume 20   "
                   "channel 0\n"
                   "  Speaker beside the bookshelf Speaker beside the bookshelf 02:00:00:00:00:02 network volume 20\n"));
     EXPECT_THAT(text, HasSubstr("\nClients\n  a_client_with_a_very_long_id :"));
