@@ -82,8 +82,9 @@ std::string ModeText(int mode)
 std::size_t DisplayWidth(const std::string& text)
 {
     std::size_t width = 0;
-    for (const char* at = text.c_str(); *at != '\0'; at = g_utf8_next_char(at)) {
-        width += g_unichar_iswide(g_utf8_get_char(at)) != FALSE ? 2U : 1U;
+    for (std::size_t at = 0; at < text.size();
+         at += static_cast<unsigned char>(g_utf8_skip[static_cast<unsigned char>(text[at])])) {
+        width += g_unichar_iswide(g_utf8_get_char(&text[at])) != FALSE ? 2U : 1U;
     }
     return width;
 }
