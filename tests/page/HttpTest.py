@@ -352,3 +352,14 @@ def test_a_capture_of_a_live_page_has_the_messages_of_the_bus(tmp_path):
     lines = captured(file, "dbus.member", "dbus.sender", "dbus.serial", "_ws.malformed")
     assert [call["sender"], str(call["serial"])] in [line[1:3] for line in lines if line[0] == "StopNetworkSpeaker"]
     assert {line[3] for line in lines} == {""}
+
+
+def test_a_bus_that_is_just_ending_is_started_again():
+    with sandbox("--page") as page:
+        states = (event["bus"] for event in page.events() if "bus" in event)
+        assert next(states) == "up"
+        for _ in range(5):
+            page.say("$KIV_SANDBOX control bus-fault gone &")
+            assert next(states) == "down"
+            assert page.run("$KIV_SANDBOX control bus-fault none 2>&1; wait") == ""
+            assert next(states) == "up"

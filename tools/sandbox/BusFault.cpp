@@ -4,9 +4,12 @@
 #include "PrivateBus.h"
 #include "WriteFile.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <gio/gio.h>
+#include <sys/file.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -93,6 +96,26 @@ void SendSignal(pid_t process, int number)
     }
 }
 
+// Makes commands that set faults wait for each other. While one ends the bus, another could still connect to it.
+class FaultLock {
+public:
+    explicit FaultLock(const std::filesystem::path& busDirectory)
+        : directory_(open(busDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        if (directory_ < 0 || flock(directory_, LOCK_EX) != 0) {
+            const std::system_error error(errno, std::generic_category(), busDirectory.string());
+            close(directory_);
+            throw error;
+        }
+    }
+    ~FaultLock() { close(directory_); }
+    FaultLock(const FaultLock&) = delete;
+    FaultLock& operator=(const FaultLock&) = delete;
+
+private:
+    int directory_;
+};
+
 } // namespace
 
 const std::vector<std::string> kBusFaults = {kNone, "deny-name", "deny-events", kHang, kGone};
@@ -102,6 +125,7 @@ const std::string kBusFaultConfig = fmt::format(R"(<include ignore_missing="yes"
 void SetBusFault(const std::string& address, const std::string& fault)
 {
     const std::filesystem::path directory = PrivateBusDirectory(address);
+    const FaultLock lock(directory);
     if (BusIsGone(address)) {
         if (fault == kGone) {
             return;
