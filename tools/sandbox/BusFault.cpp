@@ -96,19 +96,23 @@ void SendSignal(pid_t process, int number)
     }
 }
 
-// Makes commands that set faults wait for each other. While one ends the bus, another could still connect to it.
+// Makes commands that set faults wait for each other. While one ends the bus, another could still connect to it. Does
+// nothing if the bus's folder is gone, and with it the bus.
 class FaultLock {
 public:
     explicit FaultLock(const std::filesystem::path& busDirectory)
         : directory_(open(busDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
     {
-        if (directory_ < 0 || flock(directory_, LOCK_EX) != 0) {
-            const std::system_error error(errno, std::generic_category(), busDirectory.string());
-            close(directory_);
-            throw error;
+        if (directory_ >= 0) {
+            flock(directory_, LOCK_EX);
         }
     }
-    ~FaultLock() { close(directory_); }
+    ~FaultLock()
+    {
+        if (directory_ >= 0) {
+            close(directory_);
+        }
+    }
     FaultLock(const FaultLock&) = delete;
     FaultLock& operator=(const FaultLock&) = delete;
 
