@@ -10,20 +10,8 @@ from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
-from selenium.webdriver.common.utils import is_connectable
 
 HOST = os.environ["KIV_DEMO_HOST"]
-
-
-class Driver(Service):
-    """Chromium's driver at its address, because a machine without /etc/hosts does not know the name localhost."""
-
-    @property
-    def service_url(self):
-        return f"http://127.0.0.1:{self.port}"
-
-    def is_connectable(self):
-        return is_connectable(self.port, "127.0.0.1")
 
 
 def new_browser(*options):
@@ -31,7 +19,7 @@ def new_browser(*options):
     for option in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--window-size=1280,1000", *options):
         chosen.add_argument(option)
     chosen.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    return webdriver.Chrome(options=chosen, service=Driver("/usr/bin/chromedriver"))
+    return webdriver.Chrome(options=chosen, service=Service("/usr/bin/chromedriver"))
 
 
 @pytest.fixture(scope="module", name="driver")
