@@ -121,7 +121,7 @@ std::string Recorder::Finish(bool hasFailed)
         throw std::runtime_error(fmt::format("{}: cannot be written", name_));
     }
     const std::string complaint =
-        lastNumber_ == 0 ? fmt::format("kiv-sandbox: {}: the recording is empty: no call was made\n", name_) : "";
+        messages_.IsEmpty() ? fmt::format("kiv-sandbox: {}: the recording is empty: no call was made\n", name_) : "";
     if (part_.empty()) {
         return complaint;
     }
