@@ -137,7 +137,7 @@ TEST_F(ControlTest, TheVolumeIsSetAtTheSpeaker)
     EXPECT_THAT(Control("Show"), HasSubstr("\"volume\": 44"));
     EXPECT_THAT(subscriber.Payloads(), ElementsAre(Bytes{0x40, 0, 2, 2,   14,  0, 0,  0,  2, 0x4b, 0x49,
                                                          0x56, 0, 1, 192, 168, 0, 21, 44, 0, 0,    0}));
-    EXPECT_THAT(Control("Volume", "('02:4b:49:56:00:05', 44)"), StartsWith(kInvalidArguments)) << "not connected";
+    EXPECT_THAT(Control("Volume", "('02:4b:49:56:00:05', 44)"), StartsWith(kInvalid)) << "not connected";
     EXPECT_THAT(
         Control("Volume", "('zebra', 44)"),
         HasSubstr(R"(must be a MAC address such as 02:4b:49:56:00:01, got "zebra")"));
@@ -156,7 +156,7 @@ TEST_F(ControlTest, ASpeakerIsUnpluggedAndPluggedIn)
     EXPECT_EQ(Server("GetSpksConnectionTypeByID", "(1,)"), "(0,)");
     EXPECT_EQ(Control("Plug", "('" + mac + "', true)"), "()");
     EXPECT_EQ(Server("GetSpksConnectionTypeByID", "(1,)"), "(1,)");
-    EXPECT_THAT(Control("Plug", "('02:4b:49:56:00:77', true)"), StartsWith(kInvalidArguments));
+    EXPECT_THAT(Control("Plug", "('02:4b:49:56:00:77', true)"), StartsWith(kInvalid));
 }
 
 TEST_F(ControlTest, SendEventAnnouncesItsLength)
