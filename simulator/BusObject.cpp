@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <ranges>
 #include <utility>
 
 namespace kiv::simulator {
@@ -13,12 +14,8 @@ namespace {
 
 void RequireSameMethods(const std::set<std::string>& declared, const BusObject::Handlers& handlers)
 {
-    std::set<std::string> served;
-    for (const auto& [name, handler] : handlers) {
-        served.insert(name);
-    }
     std::vector<std::string> unmatched;
-    std::ranges::set_symmetric_difference(declared, served, std::back_inserter(unmatched));
+    std::ranges::set_symmetric_difference(declared, std::views::keys(handlers), std::back_inserter(unmatched));
     if (!unmatched.empty()) {
         throw std::logic_error(
             fmt::format("introspection XML and handlers do not agree about {}", fmt::join(unmatched, ", ")));
@@ -26,68 +23,6 @@ void RequireSameMethods(const std::set<std::string>& declared, const BusObject::
 }
 
 } // namespace
-
-std::string Call::Method() const
-{
-    return g_dbus_method_invocation_get_method_name(invocation_.get());
-}
-
-std::string Call::Sender() const
-{
-    return g_dbus_method_invocation_get_sender(invocation_.get());
-}
-
-unsigned Call::Flags() const
-{
-    return g_dbus_message_get_flags(g_dbus_method_invocation_get_message(invocation_.get()));
-}
-
-GVariant* Call::Arguments() const
-{
-    return g_dbus_method_invocation_get_parameters(invocation_.get());
-}
-
-template <>
-std::uint8_t Call::Argument(std::size_t index) const
-{
-    return g_variant_get_byte(Own(g_variant_get_child_value(Arguments(), index)).get());
-}
-
-template <>
-std::int32_t Call::Argument(std::size_t index) const
-{
-    return g_variant_get_int32(Own(g_variant_get_child_value(Arguments(), index)).get());
-}
-
-template <>
-std::uint32_t Call::Argument(std::size_t index) const
-{
-    return g_variant_get_uint32(Own(g_variant_get_child_value(Arguments(), index)).get());
-}
-
-template <>
-bool Call::Argument(std::size_t index) const
-{
-    return g_variant_get_boolean(Own(g_variant_get_child_value(Arguments(), index)).get()) != FALSE;
-}
-
-template <>
-std::string Call::Argument(std::size_t index) const
-{
-    return g_variant_get_string(Own(g_variant_get_child_value(Arguments(), index)).get(), nullptr);
-}
-
-template <>
-Variant Call::Argument(std::size_t index) const
-{
-    return Own(g_variant_get_child_value(Arguments(), index));
-}
-
-template <>
-Bytes Call::Argument(std::size_t index) const
-{
-    return BytesOf(Argument<Variant>(index).get());
-}
 
 void Call::Return(GVariant* values) const
 {
@@ -107,8 +42,7 @@ void Call::ReturnUnchecked(GVariant* values) const
     if ((Flags() & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) != 0) {
         return;
     }
-    const auto reply =
-        OwnObject(g_dbus_message_new_method_reply(g_dbus_method_invocation_get_message(invocation_.get())));
+    const link::MessageOwner reply(g_dbus_message_new_method_reply(Message()));
     g_dbus_message_set_body(reply.get(), values);
     g_dbus_connection_send_message(
         g_dbus_method_invocation_get_connection(invocation_.get()), reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,

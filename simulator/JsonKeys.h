@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <map>
+#include <ranges>
 #include <set>
 #include <string>
 #include <utility>
@@ -15,23 +16,16 @@
 
 namespace kiv::simulator {
 
-inline std::string ReadString(const JsonNode& node)
-{
-    return node.Text();
-}
-
 // The readers of all keys that an object of a kind can have.
 template <typename Target>
 using Keys = std::map<std::string, std::function<void(Target&, const JsonNode&)>>;
 
-template <typename Target>
-std::set<std::string> NamesOf(const Keys<Target>& keys)
+// Returns the keys of a map.
+template <typename Map>
+std::set<std::string> NamesOf(const Map& map)
 {
-    std::set<std::string> names;
-    for (const auto& [name, read] : keys) {
-        names.insert(name);
-    }
-    return names;
+    const auto names = std::views::keys(map);
+    return {names.begin(), names.end()};
 }
 
 // Returns the end of a message about an unknown key: the key that may be meant.
@@ -76,7 +70,7 @@ Target Read(const JsonNode& node, const Keys<Target>& keys, const std::vector<st
 template <typename Target, typename Member, typename Reader>
 auto Into(Member Target::*member, Reader read)
 {
-    return [member, read](Target& target, const JsonNode& node) { target.*member = read(node); };
+    return [member, read](Target& target, const JsonNode& node) { target.*member = std::invoke(read, node); };
 }
 
 } // namespace kiv::simulator
