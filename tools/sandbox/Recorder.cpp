@@ -1,4 +1,4 @@
-#include "Recorder.h"
+#include "tools/sandbox/Recorder.h"
 
 #include "simulator/JsonNode.h"
 

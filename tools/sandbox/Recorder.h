@@ -1,7 +1,7 @@
 #pragma once
 
-#include "OpenCalls.h"
 #include "simulator/Recording.h"
+#include "tools/sandbox/OpenCalls.h"
 
 #include <chrono>
 #include <cstdint>
