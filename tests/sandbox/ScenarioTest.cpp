@@ -536,6 +536,8 @@ protected:
     Outcome Record(const std::string& script) const { return InSandbox(script, {"--record", file_}); }
     Outcome Replay(const std::string& script) const { return InSandbox(script, {"--replay", file_}); }
 
+    Outcome Strict(const std::string& script) const { return InSandbox(script, {"--strict", "--replay", file_}); }
+
     // Returns the partial files of recordings that are not finished.
     std::vector<fs::path> Parts() const
     {
@@ -585,17 +587,14 @@ TEST_F(RecordTest, AReplayKnowsNothingOfTheHome)
 TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
 {
     Record("kivctl stop --type 3");
-    const auto strict = [this](const std::string& script) {
-        return InSandbox(script, {"--strict", "--replay", file_});
-    };
-    const Outcome same = strict("kivctl stop --type 3");
+    const Outcome same = Strict("kivctl stop --type 3");
     EXPECT_EQ(same.exitCode, 0);
     EXPECT_THAT(same.errors, IsEmpty());
 
-    const Outcome twice = strict("kivctl stop --type 3; kivctl stop --type 3; kivctl stop --type 4; true");
+    const Outcome twice = Strict("kivctl stop --type 3; kivctl stop --type 3; kivctl stop --type 4; true");
     EXPECT_EQ(twice.exitCode, 125);
     EXPECT_THAT(twice.errors, HasSubstr("kiv-sandbox: --strict: 2 calls were not in " + file_.string() + "\n"));
-    EXPECT_EQ(strict("kivctl stop --type 4; exit 5").exitCode, 5);
+    EXPECT_EQ(Strict("kivctl stop --type 4; exit 5").exitCode, 5);
 
     const Outcome lenient = Replay("kivctl stop --type 4; true");
     EXPECT_EQ(lenient.exitCode, 0);
@@ -606,11 +605,7 @@ TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
 {
     Record(
         "kivctl stop --type 3; kivctl start 02:4b:49:56:00:01; for i in 4 5 6 7 8 9; do kivctl stop --type $i; done");
-    const auto strict = [this](const std::string& script) {
-        return InSandbox(script, {"--strict", "--replay", file_});
-    };
-
-    const Outcome none = strict("true");
+    const Outcome none = Strict("true");
     EXPECT_EQ(none.exitCode, 125);
     EXPECT_THAT(
         none.errors,
@@ -621,13 +616,13 @@ TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
             Not(HasSubstr("check_dbus_connection"))));
 
     // A call counts as made, whatever its answer is.
-    const Outcome one = strict("control fault StopNetworkSpeaker '{\"reply\": \"(0,)\", \"count\": 1}'\n"
+    const Outcome one = Strict("control fault StopNetworkSpeaker '{\"reply\": \"(0,)\", \"count\": 1}'\n"
                                "for i in 3 4 5 6 7 8; do kivctl stop --type $i; done; kivctl start 02:4b:49:56:00:01");
     EXPECT_EQ(one.exitCode, 125);
     EXPECT_THAT(one.errors, HasSubstr("--strict: 1 call of " + file_.string() + " was not made:\n  line "));
     EXPECT_THAT(one.errors, ::testing::EndsWith(": StopNetworkSpeaker(9)\n"));
 
-    EXPECT_EQ(strict("exit 5").exitCode, 5);
+    EXPECT_EQ(Strict("exit 5").exitCode, 5);
     EXPECT_EQ(Replay("true").errors, "");
 }
 
