@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <ranges>
 #include <utility>
 
 namespace kiv::simulator {
@@ -14,8 +13,12 @@ namespace {
 
 void RequireSameMethods(const std::set<std::string>& declared, const BusObject::Handlers& handlers)
 {
+    std::set<std::string> served;
+    for (const auto& [name, handler] : handlers) {
+        served.insert(name);
+    }
     std::vector<std::string> unmatched;
-    std::ranges::set_symmetric_difference(declared, std::views::keys(handlers), std::back_inserter(unmatched));
+    std::ranges::set_symmetric_difference(declared, served, std::back_inserter(unmatched));
     if (!unmatched.empty()) {
         throw std::logic_error(
             fmt::format("introspection XML and handlers do not agree about {}", fmt::join(unmatched, ", ")));

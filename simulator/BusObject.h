@@ -41,7 +41,7 @@ private:
 template <typename T>
 T Call::Argument(std::size_t index) const
 {
-    const Variant value = Own(g_variant_get_child_value(Arguments(), index));
+    Variant value = Own(g_variant_get_child_value(Arguments(), index));
     if constexpr (std::is_same_v<T, Variant>) {
         return value;
     } else if constexpr (std::is_same_v<T, Bytes>) {

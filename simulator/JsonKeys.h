@@ -8,7 +8,6 @@
 
 #include <functional>
 #include <map>
-#include <ranges>
 #include <set>
 #include <string>
 #include <utility>
@@ -24,8 +23,11 @@ using Keys = std::map<std::string, std::function<void(Target&, const JsonNode&)>
 template <typename Map>
 std::set<std::string> NamesOf(const Map& map)
 {
-    const auto names = std::views::keys(map);
-    return {names.begin(), names.end()};
+    std::set<std::string> names;
+    for (const auto& [name, value] : map) {
+        names.insert(name);
+    }
+    return names;
 }
 
 // Returns the end of a message about an unknown key: the key that may be meant.

@@ -414,7 +414,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->add_option("SCENARIO", words.scenario, "a file, the name of an installed scenario, or - for stdin")
         ->required();
     CLI::App* const fault = command(
-        "fault", "give a method a fault", "StopNetworkSpeaker '{\"delay\": 2000, \"every\": 3}'",
+        "fault", "give a method a fault", R"(StopNetworkSpeaker '{"delay": 2000, "every": 3}')",
         [&](const Simulator& simulator) { SetFault(simulator, words); });
     addMethod(fault, "method of the server, or * for all methods that have no fault of their own");
     fault->add_option("FAULT", words.fault, fmt::format("as JSON, with the keys {}; or none", FaultKeys()));

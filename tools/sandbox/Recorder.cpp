@@ -120,7 +120,7 @@ std::string Recorder::Finish(bool hasFailed)
     if (!file_) {
         throw std::runtime_error(fmt::format("{}: cannot be written", name_));
     }
-    const std::string complaint =
+    std::string complaint =
         messages_.IsEmpty() ? fmt::format("kiv-sandbox: {}: the recording is empty: no call was made\n", name_) : "";
     if (part_.empty()) {
         return complaint;
