@@ -209,7 +209,7 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
     if (IsClosed(connection)) {
         return; // the connection was lost during the call; the endpoint may stand on a later one by now
     }
-    ConnectionOwner wanted = NewReference(connection);
+    ConnectionOwner replaced; // released without the lock
     ContextOwner context;
     bool isFirst = false;
     {
@@ -219,7 +219,7 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
         if (isKnown || g_monitor->isEnding) {
             return;
         }
-        g_monitor->wanted.swap(wanted);
+        replaced = std::exchange(g_monitor->wanted, NewReference(connection));
         g_monitor->wantedConnection = connection;
         g_monitor->wantedId = CopyOf(id);
         context = NewReference(g_monitor->context);
