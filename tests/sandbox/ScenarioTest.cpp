@@ -654,7 +654,7 @@ TEST_F(RecordTest, StrictFailsForOtherArgumentsAlsoWhereAFaultAnswers)
     Record("kivctl stop --type 3");
     const auto strict = [this](const std::string& calls) {
         const std::string fault = "control fault StopNetworkSpeaker '{\"reply\": \"(0,)\"}'; ";
-        return RunSandbox(WithScript({"--strict", "--replay", file_}, fault + calls));
+        return InSandbox(fault + calls, {"--strict", "--replay", file_});
     };
     EXPECT_EQ(strict("kivctl stop --type 3; kivctl stop --type 3").exitCode, 0);
     const Outcome other = strict("kivctl stop --type 3; kivctl stop --type 4");
