@@ -89,7 +89,7 @@ std::set<std::string> MethodsOfTheServer()
 {
     std::ifstream file(KIV_SERVER_XML);
     const std::string xml(std::istreambuf_iterator<char>(file), {});
-    GDBusNodeInfo* const node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
+    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
     if (node == nullptr) {
         throw std::runtime_error("no introspection XML in " KIV_SERVER_XML);
     }
@@ -97,7 +97,6 @@ std::set<std::string> MethodsOfTheServer()
     for (GDBusMethodInfo** method = node->interfaces[0]->methods; *method != nullptr; ++method) {
         names.insert((*method)->name);
     }
-    g_dbus_node_info_unref(node);
     return names;
 }
 
