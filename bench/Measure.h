@@ -10,7 +10,7 @@
 
 namespace kiv::bench {
 
-// What is measured: the time that has passed and that this process, the bus daemon and the server have used, in
+// The measured figures: the time that has passed and that this process, the bus daemon and the server have used, in
 // nanoseconds, and the context switches of this process.
 inline constexpr const char* kFigures[] = {"wall", "user", "system", "daemon", "server", "switches"};
 using Usage = std::valarray<double>;
