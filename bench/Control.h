@@ -1,6 +1,6 @@
 #pragma once
 
-#include <gio/gio.h>
+#include "link/Owners.h"
 
 #include <cstddef>
 #include <string>
@@ -11,9 +11,6 @@ namespace kiv::bench {
 class Control {
 public:
     Control();
-    ~Control();
-    Control(const Control&) = delete;
-    Control& operator=(const Control&) = delete;
 
     void SetListBytes(std::size_t count) const;
     // Makes the server send events to a client, and returns when all have been answered.
@@ -24,9 +21,7 @@ public:
     pid_t ProcessOf(const char* name) const;
 
 private:
-    GVariant* Call(const char* name, const char* interface, const char* method, GVariant* arguments) const;
-
-    GDBusConnection* bus_;
+    link::ConnectionOwner bus_;
 };
 
 // WaitForEvents() returns when OnEvent() has been called as many times as ExpectEvents() said.

@@ -4,20 +4,22 @@
 #include "Measure.h"
 #include "Names.h"
 #include "peers/EventPeer.h"
+#include "peers/Library.h"
 #include "tools/sandbox/BusTrace.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
-#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kiv::bench {
@@ -31,16 +33,15 @@ constexpr std::size_t kCallers[] = {1, 2, 4, 8, 16};
 constexpr std::size_t kRecords[] = {0, 1, 10, 100, 1000, 10'000, 50'000};
 constexpr unsigned kSubscribers[] = {0, 1, 10, 100, 1000};
 constexpr unsigned kOutstanding[] = {1, 64};
+constexpr double kBlockNs = 25e6; // about how long a block takes with the baseline
 constexpr const char* kBaseline = "GIO";
 
 struct Options {
-    std::vector<std::string> libraries; // NAME=FILE
-    std::vector<std::string> suites = {"callers", "shapes", "lists", "events"};
-    std::vector<std::string> peers;
+    std::string library;
     std::string output;
     std::string alone; // only this peer makes calls, for a tool that watches the process
+    std::string cold;  // only this peer is measured, from its first use on
     int rounds = 25;
-    int blockMs = 25;
     int calls = 100;
 };
 
@@ -50,41 +51,68 @@ struct Competitor {
     Callers callers = {};
 };
 
-struct Library {
+struct EventCompetitor {
     std::string name;
-    std::string file;
+    std::unique_ptr<EventPeer> peer;
 };
 
-Library Parse(const std::string& option)
-{
-    const std::size_t at = option.find('=');
-    if (at == std::string::npos) {
-        throw std::runtime_error(option + ": NAME=FILE is wanted");
-    }
-    return {option.substr(0, at), option.substr(at + 1)};
-}
-
-bool IsWanted(const std::vector<std::string>& wanted, const std::string& name)
-{
-    return wanted.empty() || std::ranges::count(wanted, name) != 0;
-}
-
-std::vector<Competitor> Competitors(const Options& options)
+std::vector<Competitor> Competitors(const std::string& library)
 {
     std::vector<Competitor> all;
-    for (const std::string& option : options.libraries) {
-        const Library library = Parse(option);
-        all.push_back({library.name, [library] { return MakeLibraryPeer(library.file); }});
-    }
-    const Competitor others[] = {{kBaseline, MakeGioPeer},  {"gdbus-codegen", MakeCodegenPeer},
-                                 {"Qt D-Bus", MakeQtPeer},  {"libdbus", MakeLibdbusPeer},
-                                 {"sd-bus", MakeSdBusPeer}, {"sdbus-c++", MakeSdbusCppPeer}};
-    for (const Competitor& other : others) {
-        if (other.name == kBaseline || IsWanted(options.peers, other.name)) {
-            all.push_back({other.name, other.make});
-        }
-    }
+    all.push_back({"library", [library] { return MakeLibraryPeer(library); }});
+    all.push_back({kBaseline, MakeGioPeer});
+    all.push_back({"libdbus", MakeLibdbusPeer});
+    all.push_back({"sd-bus", MakeSdBusPeer});
     return all;
+}
+
+std::vector<EventCompetitor> EventCompetitors(const std::string& library)
+{
+    std::vector<EventCompetitor> all;
+    all.push_back({"library", MakeLibraryEvents(library)});
+    all.push_back({kBaseline, MakeGioEvents()});
+    all.push_back({"sd-bus", MakeSdBusEvents()});
+    return all;
+}
+
+// Makes the calls of one peer alone, for a tool that counts from outside what this process does.
+void CallAlone(const Options& options)
+{
+    const std::vector<Competitor> all = Competitors(options.library);
+    const auto found = std::ranges::find(all, options.alone, &Competitor::name);
+    if (found == all.end()) {
+        throw std::runtime_error(options.alone + ": no such peer");
+    }
+    const std::unique_ptr<Peer> peer = found->make();
+    for (int i = 0; i < options.calls; ++i) {
+        peer->Call(kScalarRequests.front());
+    }
+}
+
+// Measures the first use in this process, which has not used the bus yet.
+json ColdStart(const Options& options)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point start = Clock::now();
+    const auto taken = [start] { return std::chrono::duration<double, std::milli>(Clock::now() - start).count(); };
+    const bool isLibrary = options.cold != kBaseline;
+    json times = {{"peer", options.cold}};
+    if (isLibrary) {
+        const LoadedLibrary loaded(options.library);
+    }
+    times["loaded"] = taken();
+    const std::unique_ptr<Peer> peer = isLibrary ? MakeLibraryPeer(options.library) : MakeGioPeer();
+    peer->Call(kScalarRequests.front());
+    times["first call"] = taken();
+    const std::unique_ptr<EventPeer> events = isLibrary ? MakeLibraryEvents(options.library) : MakeGioEvents();
+    events->Subscribe(1, OnEvent);
+    const Control control;
+    control.WaitForClient(events->Id());
+    ExpectEvents(1);
+    control.Push(events->Id(), 1, 1);
+    WaitForEvents();
+    times["first event"] = taken();
+    return times;
 }
 
 // Returns the calls that a peer sends, as the bus sees them.
@@ -95,13 +123,11 @@ std::vector<std::string> Sent(sandbox::BusTrace& trace, Peer& peer, const Reques
     std::vector<std::string> sent;
     for (const sandbox::Message& message : trace.Messages()) {
         // The library's monitor thread may still be requesting its name.
-        const bool isNoCall = message.destination == kBusName && message.member != kOwnerMethod;
+        const bool isNoCall = message.destination == kBus.name && message.member != kOwnerRequest.method;
         if (message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL && !isNoCall) {
-            // GIO's proxies call a server by its unique name.
-            const bool isUnique = message.destination.starts_with(':');
             sent.push_back(
-                (isUnique ? kServerName : message.destination) + message.path + " " + message.interface + "." +
-                message.member + message.BodyText() + " " + std::to_string(message.flags));
+                message.destination + message.path + " " + message.interface + "." + message.member +
+                message.BodyText() + " " + std::to_string(message.flags));
         }
     }
     return sent;
@@ -151,26 +177,24 @@ void CheckEquality(const std::vector<Competitor>& competitors)
 
 json ToJson(const Usage& usage)
 {
-    return {{"wall", usage.wall},     {"user", usage.user},     {"system", usage.system},
-            {"daemon", usage.daemon}, {"server", usage.server}, {"switches", usage.switches}};
+    json figures;
+    for (std::size_t i = 0; i < usage.size(); ++i) {
+        figures[kFigures[i]] = usage[i];
+    }
+    return figures;
 }
 
-// Starts each round with another competitor, so that none always follows the same one.
-template <typename Function>
-void Interleave(int rounds, std::size_t count, Function&& function)
+// Returns how many operations of this duration fill a block.
+int PerBlock(double nanoseconds)
 {
-    for (int round = 0; round < rounds; ++round) {
-        for (std::size_t i = 0; i < count; ++i) {
-            function((i + static_cast<std::size_t>(round)) % count);
-        }
-    }
+    return std::max(3, static_cast<int>(kBlockNs / nanoseconds));
 }
 
 class Driver {
 public:
     explicit Driver(const Options& options)
-        : options_(options), meter_(control_.ProcessOf(kBusName), control_.ProcessOf(kServerName)),
-          competitors_(Competitors(options))
+        : options_(options), meter_(control_.ProcessOf(kBus.name), control_.ProcessOf(kServer.name)),
+          competitors_(Competitors(options.library))
     {
         for (Competitor& competitor : competitors_) {
             for (std::size_t i = 0; i < kMostCallers; ++i) {
@@ -179,109 +203,78 @@ public:
         }
     }
 
-    json Run()
+    json Run() const
     {
         CheckEquality(competitors_);
         json calls = json::array();
-        json events = json::array();
-        if (IsWanted(options_.suites, "callers")) {
-            for (const std::size_t callers : kCallers) {
-                MeasureCalls(calls, "callers", kScalarRequests.front(), callers);
-            }
+        for (const std::size_t callers : kCallers) {
+            MeasureCalls(calls, "callers", kScalarRequests.front(), callers);
         }
-        if (IsWanted(options_.suites, "shapes")) {
-            for (const Request& request : kScalarRequests) {
-                MeasureCalls(calls, "shapes", request, 1);
-            }
+        for (const Request& request : kScalarRequests) {
+            MeasureCalls(calls, "shapes", request, 1);
         }
-        if (IsWanted(options_.suites, "lists")) {
-            for (const std::size_t records : kRecords) {
-                control_.SetListBytes(records * kRecordSize);
-                MeasureCalls(calls, "lists", kListRequest, 1, records);
-            }
+        for (const std::size_t records : kRecords) {
+            control_.SetListBytes(records * kRecordSize);
+            MeasureCalls(calls, "lists", kListRequest, 1, records);
         }
-        if (IsWanted(options_.suites, "events")) {
-            MeasureEvents(events);
-        }
-        return {{"machine", Machine()}, {"calls", calls}, {"events", events}};
-    }
-
-    // Makes the calls of one peer alone, for a tool that counts from outside what this process does.
-    void CallAlone() const
-    {
-        const auto found = std::ranges::find(competitors_, options_.alone, &Competitor::name);
-        if (found == competitors_.end()) {
-            throw std::runtime_error(options_.alone + ": no such peer");
-        }
-        for (int i = 0; i < options_.calls; ++i) {
-            found->callers.front()->Call(kScalarRequests.front());
-        }
+        const std::string glib = std::to_string(glib_major_version) + "." + std::to_string(glib_minor_version) + "." +
+                                 std::to_string(glib_micro_version);
+        const json machine = {{"processors", sysconf(_SC_NPROCESSORS_ONLN)}, {"glib", glib}};
+        return {{"machine", machine}, {"calls", calls}, {"events", MeasureEvents()}};
     }
 
 private:
-    // Returns how many operations of this duration fill a block.
-    int PerBlock(double nanoseconds) const
+    // Measures the blocks of all competitors. Starts each round with another competitor, so that none always follows
+    // the same one.
+    template <typename MeasureBlock>
+    std::vector<json> Blocks(std::size_t competitors, const MeasureBlock& measure) const
     {
-        return std::max(3, static_cast<int>(options_.blockMs * 1e6 / nanoseconds));
+        std::vector<json> blocks(competitors, json::array());
+        for (int round = 0; round < options_.rounds; ++round) {
+            for (std::size_t i = 0; i < competitors; ++i) {
+                const std::size_t turn = (i + static_cast<std::size_t>(round)) % competitors;
+                blocks[turn].push_back(ToJson(measure(turn)));
+            }
+        }
+        return blocks;
     }
 
-    void
-    MeasureCalls(json& results, const char* suite, const Request& request, std::size_t active, std::size_t records = 0)
+    void MeasureCalls(
+        json& results, std::string_view suite, const Request& request, std::size_t active,
+        std::size_t records = 0) const
     {
-        std::fprintf(stderr, "%s: %s, %zu callers, %zu records\n", suite, request.method, active, records);
+        std::fprintf(stderr, "%s: %s, %zu callers, %zu records\n", suite.data(), request.method, active, records);
         int calls = 3;
         for (const Competitor& competitor : competitors_) { // the first blocks do not count
             const Block first = Measure(meter_, competitor.callers, active, request, calls);
             if (competitor.name == kBaseline) {
-                calls = PerBlock(first.perCall.wall * static_cast<double>(active));
+                calls = PerBlock(first.perCall[0] * static_cast<double>(active));
             }
         }
-        std::vector<json> blocks(competitors_.size(), json::array());
         std::vector<std::vector<float>> latencies(competitors_.size());
-        Interleave(options_.rounds, competitors_.size(), [&](std::size_t i) {
+        const std::vector<json> blocks = Blocks(competitors_.size(), [&](std::size_t i) {
             const Block block = Measure(meter_, competitors_[i].callers, active, request, calls);
-            blocks[i].push_back(ToJson(block.perCall));
-            if (active == 1 && std::string_view(suite) == "callers") {
+            if (active == 1 && suite == "callers") {
                 latencies[i].insert(latencies[i].end(), block.latencies.begin(), block.latencies.end());
             }
+            return block.perCall;
         });
         for (std::size_t i = 0; i < competitors_.size(); ++i) {
             results.push_back(
                 {{"suite", suite},
                  {"peer", competitors_[i].name},
-                 {"method", request.method},
                  {"shape", request.shape},
                  {"callers", active},
                  {"records", records},
-                 {"calls per block", calls},
                  {"blocks", blocks[i]},
                  {"latencies", latencies[i]}});
         }
     }
 
-    struct EventCompetitor {
-        std::string name;
-        std::unique_ptr<EventPeer> peer;
-    };
-
-    Usage PushEvents(const EventPeer& peer, unsigned subscribers, unsigned outstanding, unsigned count) const
+    json MeasureEvents() const
     {
-        ExpectEvents(static_cast<long>(subscribers) * count);
-        const Usage before = meter_.Read();
-        control_.Push(peer.Id(), count, outstanding);
-        WaitForEvents();
-        return (meter_.Read() - before) / count;
-    }
-
-    void MeasureEvents(json& results)
-    {
-        std::vector<EventCompetitor> competitors;
-        if (!options_.libraries.empty()) {
-            const Library library = Parse(options_.libraries.front());
-            competitors.push_back({library.name, MakeLibraryEvents(library.file)});
-        }
-        competitors.push_back({kBaseline, MakeGioEvents()});
-        competitors.push_back({"sd-bus", MakeSdBusEvents()});
+        const std::vector<EventCompetitor> competitors = EventCompetitors(options_.library);
+        json results = json::array();
         for (const unsigned subscribers : kSubscribers) {
             for (const EventCompetitor& competitor : competitors) {
                 competitor.peer->Subscribe(subscribers, OnEvent);
@@ -294,43 +287,37 @@ private:
         for (const EventCompetitor& competitor : competitors) {
             competitor.peer->Subscribe(0, OnEvent);
         }
+        return results;
     }
 
     void MeasureEvents(
-        json& results, const std::vector<EventCompetitor>& competitors, unsigned subscribers, unsigned outstanding)
+        json& results, const std::vector<EventCompetitor>& competitors, unsigned subscribers,
+        unsigned outstanding) const
     {
         std::fprintf(stderr, "events: %u subscribers, %u outstanding\n", subscribers, outstanding);
         unsigned count = 2 * outstanding;
+        const auto push = [&](const EventCompetitor& competitor) -> Usage {
+            ExpectEvents(static_cast<long>(subscribers) * count);
+            const Usage before = meter_.Read();
+            control_.Push(competitor.peer->Id(), count, outstanding);
+            WaitForEvents();
+            return (meter_.Read() - before) / static_cast<double>(count);
+        };
         for (const EventCompetitor& competitor : competitors) {
-            const Usage first = PushEvents(*competitor.peer, subscribers, outstanding, count);
+            const Usage first = push(competitor);
             if (competitor.name == kBaseline) {
-                count = static_cast<unsigned>(PerBlock(first.wall)) + outstanding;
+                count = static_cast<unsigned>(PerBlock(first[0])) + outstanding;
             }
         }
-        std::vector<json> blocks(competitors.size(), json::array());
-        Interleave(options_.rounds, competitors.size(), [&](std::size_t i) {
-            blocks[i].push_back(ToJson(PushEvents(*competitors[i].peer, subscribers, outstanding, count)));
-        });
+        const std::vector<json> blocks =
+            Blocks(competitors.size(), [&](std::size_t i) { return push(competitors[i]); });
         for (std::size_t i = 0; i < competitors.size(); ++i) {
             results.push_back(
                 {{"peer", competitors[i].name},
                  {"subscribers", subscribers},
                  {"outstanding", outstanding},
-                 {"events per block", count},
                  {"blocks", blocks[i]}});
         }
-    }
-
-    static json Machine()
-    {
-        cpu_set_t allowed;
-        CPU_ZERO(&allowed);
-        sched_getaffinity(0, sizeof allowed, &allowed);
-        return {
-            {"processors used", CPU_COUNT(&allowed)},
-            {"processors", sysconf(_SC_NPROCESSORS_ONLN)},
-            {"glib", std::to_string(glib_major_version) + "." + std::to_string(glib_minor_version) + "." +
-                         std::to_string(glib_micro_version)}};
     }
 
     const Options& options_;
@@ -342,13 +329,11 @@ private:
 Options ReadOptions(CLI::App& app, int argc, char** argv)
 {
     Options options;
-    app.add_option("--library", options.libraries, "a build of the library, NAME=FILE; may be repeated")
-        ->option_text("NAME=FILE");
-    app.add_option("--suite", options.suites, "what to measure: callers, shapes, lists, events");
-    app.add_option("--peer", options.peers, "the peers beside the library and GIO; all if not given");
+    app.add_option("--library", options.library, "the library's file")->required();
     app.add_option("--rounds", options.rounds, "blocks of each peer in each case");
-    app.add_option("--block-ms", options.blockMs, "about how long a block takes with GIO");
     app.add_option("--output", options.output, "the JSON file");
+    app.add_option("--cold", options.cold, "measure only the first use of this peer: library or GIO")
+        ->check(CLI::IsMember({"library", kBaseline}));
     app.add_option("--alone", options.alone, "have only this peer make calls, and measure nothing");
     app.add_option("--calls", options.calls, "how many calls it makes then");
     app.parse(argc, argv);
@@ -360,12 +345,13 @@ int Main(int argc, char** argv)
     CLI::App app("Compares D-Bus clients.", "kiv-bench");
     try {
         const Options options = ReadOptions(app, argc, argv);
-        Driver driver(options);
-        if (!options.alone.empty()) {
-            driver.CallAlone();
-            return EXIT_SUCCESS;
+        if (!options.cold.empty()) {
+            std::printf("%s\n", ColdStart(options).dump().c_str());
+        } else if (!options.alone.empty()) {
+            CallAlone(options);
+        } else {
+            std::ofstream(options.output) << Driver(options).Run();
         }
-        std::ofstream(options.output) << driver.Run();
         return EXIT_SUCCESS;
     } catch (const CLI::ParseError& error) {
         return app.exit(error);

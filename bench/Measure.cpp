@@ -36,28 +36,13 @@ double Now()
 
 } // namespace
 
-Usage Usage::operator-(const Usage& earlier) const
-{
-    return {wall - earlier.wall,     user - earlier.user,     system - earlier.system,
-            daemon - earlier.daemon, server - earlier.server, switches - earlier.switches};
-}
-
-Usage Usage::operator/(double count) const
-{
-    return {wall / count, user / count, system / count, daemon / count, server / count, switches / count};
-}
-
 Usage Meter::Read() const
 {
     rusage used{};
     getrusage(RUSAGE_SELF, &used);
-    return {
-        Now(),
-        Nanoseconds(used.ru_utime),
-        Nanoseconds(used.ru_stime),
-        ProcessTime(daemon_),
-        ProcessTime(server_),
-        static_cast<double>(used.ru_nvcsw + used.ru_nivcsw)};
+    const auto switches = static_cast<double>(used.ru_nvcsw + used.ru_nivcsw);
+    return {Now(),   Nanoseconds(used.ru_utime), Nanoseconds(used.ru_stime), ProcessTime(daemon_), ProcessTime(server_),
+            switches};
 }
 
 Block Measure(const Meter& meter, const Callers& callers, std::size_t active, const Request& request, int calls)

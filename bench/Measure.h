@@ -5,24 +5,17 @@
 #include <sys/types.h>
 
 #include <memory>
+#include <valarray>
 #include <vector>
 
 namespace kiv::bench {
 
-// The time that this process, the bus daemon and the server have used, in nanoseconds.
-struct Usage {
-    double wall = 0;
-    double user = 0;
-    double system = 0;
-    double daemon = 0;
-    double server = 0;
-    double switches = 0;
+// The measured figures: the time that has passed and that this process, the bus daemon and the server have used, in
+// nanoseconds, and the context switches of this process.
+inline constexpr const char* kFigures[] = {"wall", "user", "system", "daemon", "server", "switches"};
+using Usage = std::valarray<double>;
 
-    Usage operator-(const Usage& earlier) const;
-    Usage operator/(double count) const;
-};
-
-// Reads the time of this process, and of these two.
+// Reads the figures of this process, and of these two.
 class Meter {
 public:
     Meter(pid_t daemon, pid_t server) : daemon_(daemon), server_(server) {}

@@ -22,11 +22,6 @@ std::vector<unsigned char> Records(const benchmark::State& state)
     return std::vector<unsigned char>(static_cast<std::size_t>(state.range(0)) * sizeof(CNetSpkNodeInfo), 's');
 }
 
-void SetBytes(benchmark::State& state, std::size_t bytes)
-{
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
-}
-
 // Decodes into a new list each time.
 void DecodeRecords(benchmark::State& state)
 {
@@ -36,7 +31,6 @@ void DecodeRecords(benchmark::State& state)
         AppendRecords(list, bytes);
         benchmark::DoNotOptimize(list.data());
     }
-    SetBytes(state, bytes.size());
 }
 
 // Decodes into a list that has the capacity already.
@@ -49,7 +43,6 @@ void DecodeRecordsAgain(benchmark::State& state)
         AppendRecords(list, bytes);
         benchmark::DoNotOptimize(list.data());
     }
-    SetBytes(state, bytes.size());
 }
 
 // Copies the same bytes to new memory each time, for comparison. The function below copies them to the same memory.
@@ -63,7 +56,6 @@ void CopyRecords(benchmark::State& state)
         benchmark::ClobberMemory();
         std::free(copy);
     }
-    SetBytes(state, bytes.size());
 }
 
 void CopyRecordsAgain(benchmark::State& state)
@@ -75,30 +67,12 @@ void CopyRecordsAgain(benchmark::State& state)
         benchmark::DoNotOptimize(copy.data());
         benchmark::ClobberMemory();
     }
-    SetBytes(state, bytes.size());
-}
-
-void PackRecords(benchmark::State& state)
-{
-    const std::vector<STNetSpkConfig> list(static_cast<std::size_t>(state.range(0)));
-    for (auto _ : state) {
-        const VariantOwner arguments = Sink(BytesTuple(Payload{BytesOf(list)}));
-        benchmark::DoNotOptimize(arguments.get());
-    }
-    SetBytes(state, list.size() * sizeof(STNetSpkConfig));
 }
 
 void LogBelowTheMinimum(benchmark::State& state)
 {
     for (auto _ : state) {
         KIV_LOG_INFO("[%s] result[%d]", kApiTag, 7);
-    }
-}
-
-void LogAboveTheMinimum(benchmark::State& state)
-{
-    for (auto _ : state) {
-        KIV_LOG_ERROR("[%s] result[%d]", kApiTag, 7);
     }
 }
 
@@ -113,9 +87,7 @@ BENCHMARK(DecodeRecords)->Apply(Sizes);
 BENCHMARK(CopyRecords)->Apply(Sizes);
 BENCHMARK(DecodeRecordsAgain)->Apply(Sizes);
 BENCHMARK(CopyRecordsAgain)->Apply(Sizes);
-BENCHMARK(PackRecords)->Apply(Sizes);
 BENCHMARK(LogBelowTheMinimum);
-BENCHMARK(LogAboveTheMinimum);
 
 } // namespace
 

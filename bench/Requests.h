@@ -1,13 +1,14 @@
 #pragma once
 
+#include "Names.h"
+
 #include <array>
 #include <cstddef>
-#include <string_view>
 
 namespace kiv::bench {
 
-// The arguments that an exported function sends, and the answer that it gets.
-enum class Input { kNone, kInt, kThreeInts, kAddress, kName, kBytes };
+// The arguments that a request sends, and the answer that it gets.
+enum class Input { kNone, kInt, kThreeInts, kAddress, kName, kBytes, kServersName, kProcess };
 enum class Output { kInt, kBool, kText, kBytes, kIgnored };
 
 struct Request {
@@ -15,7 +16,12 @@ struct Request {
     const char* shape; // shown in the report
     Input input;
     Output output;
+    const Destination& to = kServer;
 };
+
+// The requests that precede each request of an exported function.
+inline constexpr Request kOwnerRequest = {"NameHasOwner", "", Input::kServersName, Output::kBool, kBus};
+inline constexpr Request kIdRequest = {"check_dbus_connection", "", Input::kProcess, Output::kText};
 
 // One request of each shape. The first one is measured where only one is.
 inline constexpr std::array kScalarRequests = {
@@ -35,15 +41,5 @@ inline constexpr std::size_t kRecordSize = 134;
 inline constexpr std::array<unsigned char, 6> kMac = {0xa4, 0x11, 0x22, 0x33, 0x44, 0x55};
 inline constexpr int kIp = 0x0a00a8c0;
 inline constexpr const char* kSpeakerName = "Living Room";
-
-inline const Request* FindRequest(std::string_view method)
-{
-    for (const Request& request : kScalarRequests) {
-        if (request.method == method) {
-            return &request;
-        }
-    }
-    return method == kListRequest.method ? &kListRequest : nullptr;
-}
 
 } // namespace kiv::bench

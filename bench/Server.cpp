@@ -1,8 +1,7 @@
 // The server of the benchmarks: a GIO object that answers every client at once with the same values, and pushes events.
 
 #include "Names.h"
-
-#include <gio/gio.h>
+#include "link/Owners.h"
 
 #include <cstdio>
 #include <fstream>
@@ -10,7 +9,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace kiv::bench {
 
@@ -29,18 +27,17 @@ constexpr const char* kControlXml = R"(
   </interface>
 </node>)";
 
-GVariant* g_list = nullptr; // the answer to every list query
+link::VariantOwner g_list; // the answer to every list query
 
 void SetListBytes(std::size_t count)
 {
-    g_clear_pointer(&g_list, g_variant_unref);
     const std::string bytes(count, 's');
     GVariant* array = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1);
-    g_list = g_variant_ref_sink(g_variant_new_tuple(&array, 1));
+    g_list = link::Sink(g_variant_new_tuple(&array, 1));
 }
 
 // Pushes events to a client, a limited number at a time. When all have been answered, answers the call that asked for
-// them and deletes itself.
+// them and deletes itself. An event that fails ends the server, and with it the measurement.
 class Push {
 public:
     Push(GDBusConnection* connection, GVariant* parameters, GDBusMethodInvocation* invocation)
@@ -48,21 +45,17 @@ public:
     {
         const char* id = nullptr;
         guint outstanding = 0;
-        GVariant* payload = nullptr;
+        g_autoptr(GVariant) payload = nullptr;
         g_variant_get(parameters, "(&s@ayuu)", &id, &payload, &unsent_, &outstanding);
-        arguments_ = g_variant_ref_sink(g_variant_new_tuple(&payload, 1));
-        g_variant_unref(payload);
-        name_ = kClientName + std::string(id);
-        path_ = kClientPath + std::string(id);
-        interface_ = kClientInterface + std::string(id);
+        arguments_ = link::Sink(g_variant_new_tuple(&payload, 1));
+        name_ = std::string(kClientName) + id;
+        path_ = std::string(kClientPath) + id;
+        interface_ = std::string(kClientInterface) + id;
         unanswered_ = unsent_;
         for (guint i = 0; i < outstanding; ++i) {
             SendNext();
         }
     }
-    ~Push() { g_variant_unref(arguments_); }
-    Push(const Push&) = delete;
-    Push& operator=(const Push&) = delete;
 
 private:
     void SendNext()
@@ -70,40 +63,29 @@ private:
         if (unsent_ > 0) {
             --unsent_;
             g_dbus_connection_call(
-                connection_, name_.c_str(), path_.c_str(), interface_.c_str(), kEventMethod, arguments_, nullptr,
+                connection_, name_.c_str(), path_.c_str(), interface_.c_str(), kEventMethod, arguments_.get(), nullptr,
                 G_DBUS_CALL_FLAGS_NO_AUTO_START, kCallTimeoutMs, nullptr, OnAnswer, this);
         }
     }
 
     static void OnAnswer(GObject* connection, GAsyncResult* result, gpointer self)
     {
-        GError* error = nullptr;
-        GVariant* answer = g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, &error);
-        static_cast<Push*>(self)->TakeAnswer(answer, error);
-    }
-
-    void TakeAnswer(GVariant* answer, GError* error)
-    {
-        if (error != nullptr && error_ == nullptr) {
-            error_ = std::exchange(error, nullptr);
+        g_autoptr(GError) error = nullptr;
+        const link::VariantOwner answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, &error));
+        if (!answer) {
+            g_error("an event failed: %s", error->message);
         }
-        g_clear_error(&error);
-        g_clear_pointer(&answer, g_variant_unref);
-        SendNext();
-        if (--unanswered_ == 0) {
-            if (error_ != nullptr) {
-                g_dbus_method_invocation_take_error(invocation_, error_);
-            } else {
-                g_dbus_method_invocation_return_value(invocation_, nullptr);
-            }
-            delete this;
+        auto* const push = static_cast<Push*>(self);
+        push->SendNext();
+        if (--push->unanswered_ == 0) {
+            g_dbus_method_invocation_return_value(push->invocation_, nullptr);
+            delete push;
         }
     }
 
     GDBusConnection* connection_;
     GDBusMethodInvocation* invocation_;
-    GVariant* arguments_ = nullptr;
-    GError* error_ = nullptr;
+    link::VariantOwner arguments_;
     std::string name_;
     std::string path_;
     std::string interface_;
@@ -115,7 +97,7 @@ GVariant* AnswerOfType(const char* type)
 {
     switch (*type) {
     case 'a':
-        return g_list;
+        return g_list.get();
     case 'b':
         return g_variant_new("(b)", TRUE);
     case 's':
@@ -151,12 +133,11 @@ void OnControlCall(
 void Register(GDBusConnection* connection, const std::string& xml, GDBusInterfaceMethodCallFunc handler)
 {
     const GDBusInterfaceVTable vtable = {handler, nullptr, nullptr, {}};
-    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
+    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
     if (node == nullptr || g_dbus_connection_register_object(
                                connection, kServerPath, node->interfaces[0], &vtable, nullptr, nullptr, nullptr) == 0) {
         throw std::runtime_error("the object cannot be registered");
     }
-    g_dbus_node_info_unref(node);
 }
 
 std::string Read(const char* file)

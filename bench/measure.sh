@@ -25,10 +25,10 @@ on_bench_bus() {
 count_system_calls() {
     local peer calls counted separator=""
     printf '{'
-    for peer in library GIO gdbus-codegen "Qt D-Bus" libdbus sd-bus sdbus-c++; do
+    for peer in library GIO libdbus sd-bus; do
         counted=()
         for calls in 100 300; do
-            on_bench_bus strace -f -c -o "$results/strace.txt" "$driver" --library "library=$library" --peer "$peer" \
+            on_bench_bus strace -f -c -o "$results/strace.txt" "$driver" --library "$library" \
                 --alone "$peer" --calls "$calls"
             counted+=("$(awk '$NF == "total" { print $4 }' "$results/strace.txt")")
         done
@@ -40,13 +40,13 @@ count_system_calls() {
 
 mkdir -p "$results"
 echo "Measuring, everything on one processor"
-pinned on_bench_bus "$driver" --library "library=$library" --rounds "$rounds" --output "$results/pinned.json"
+pinned on_bench_bus "$driver" --library "$library" --rounds "$rounds" --output "$results/pinned.json"
 echo "Measuring, free"
-on_bench_bus "$driver" --library "library=$library" --rounds "$rounds" --output "$results/free.json"
+on_bench_bus "$driver" --library "$library" --rounds "$rounds" --output "$results/free.json"
 echo "Cold starts"
 for ((i = 0; i < rounds; ++i)); do
-    on_bench_bus "$out/bench/kiv-bench-cold" "$library"
-    on_bench_bus "$out/bench/kiv-bench-cold"
+    on_bench_bus "$driver" --library "$library" --cold library
+    on_bench_bus "$driver" --library "$library" --cold GIO
 done >"$results/cold.jsonl"
 echo "System calls"
 count_system_calls >"$results/system-calls.json"

@@ -22,18 +22,15 @@ matplotlib.rcParams.update({
 import matplotlib.pyplot as plt  # noqa: E402: after the choice above
 
 BASE, OURS = "GIO", "library"
-COLOURS = collections.defaultdict(lambda: "#888888", {
-    "library": "#c8401f", "GIO": "#3a6ea5", "gdbus-codegen": "#7fa8d1", "Qt D-Bus": "#6aa84f", "libdbus": "#b5a642",
-    "sd-bus": "#7d5ba6", "sdbus-c++": "#b79bd0",
-})
+COLOURS = {"library": "#c8401f", "GIO": "#3a6ea5", "libdbus": "#b5a642", "sd-bus": "#7d5ba6"}
+
+
+def wall(block):
+    return block["wall"]
 
 
 def cpu(block):
     return block["user"] + block["system"]
-
-
-def quartiles(values):
-    return statistics.quantiles(values, n=4, method="inclusive") if len(values) > 1 else [values[0]] * 3
 
 
 class Case:
@@ -43,36 +40,49 @@ class Case:
         self.entry, self.blocks, self.base = entry, entry["blocks"], base["blocks"]
 
     def quartiles(self, figure):
-        return quartiles([figure(block) for block in self.blocks])
+        values = [figure(block) for block in self.blocks]
+        return statistics.quantiles(values, n=4, method="inclusive") if len(values) > 1 else values * 3
 
     def median(self, figure):
         return self.quartiles(figure)[1]
 
-    def ratio(self, figure):
+    def us(self):
+        return self.median(wall) / 1e3
+
+    def ratio(self, figure=wall):
         return statistics.median(figure(a) / figure(b) for a, b in zip(self.blocks, self.base))
 
 
-def wall(block):
-    return block["wall"]
-
-
-def cases(entries, *keys):
-    """Returns the cases by these keys, then by peer."""
+def cases(entries, key):
+    """Returns the cases by a key of their entries, then by peer."""
     groups = collections.defaultdict(dict)
     for entry in entries:
-        groups[tuple(entry[key] for key in keys)][entry["peer"]] = entry
-    return {
-        key: {peer: Case(entry, group[BASE]) for peer, entry in group.items()} for key, group in groups.items()
-    }
+        groups[entry[key]][entry["peer"]] = entry
+    return {value: {peer: Case(entry, group[BASE]) for peer, entry in group.items()} for value, group in groups.items()}
 
 
-def suite(results, name, *keys):
-    return cases([entry for entry in results["calls"] if entry["suite"] == name], *keys)
+def suite(results, name, key):
+    return cases([entry for entry in results["calls"] if entry["suite"] == name], key)
+
+
+def one_caller(results):
+    return suite(results, "callers", "callers")[1]
+
+
+def curves(axis, groups, value=Case.us):
+    """Draws a curve for each peer, over the values by which the cases are grouped."""
+    for peer in next(iter(groups.values())):
+        axis.plot(list(groups), [value(group[peer]) for group in groups.values()], marker="o", markersize=3, label=peer,
+                  color=COLOURS[peer])
+
+
+def ratio(case, figure=wall):
+    return f"{case.ratio(figure):.3f}"
 
 
 class Report:
-    def __init__(self, results, docs):
-        self.results, self.docs, self.text = results, docs, []
+    def __init__(self, docs):
+        self.docs, self.text = docs, []
         (docs / "performance").mkdir(parents=True, exist_ok=True)
 
     def write(self, text=""):
@@ -99,19 +109,14 @@ def processor():
     return match.group(1) if match else platform.machine()
 
 
-def distribution():
-    match = re.search(r'PRETTY_NAME="(.*)"', pathlib.Path("/etc/os-release").read_text())
-    return match.group(1) if match else platform.system()
-
-
 def introduction(report, pinned):
-    machine = pinned["machine"]
+    machine, distribution = pinned["machine"], platform.freedesktop_os_release()["PRETTY_NAME"]
     report.write(f"""# Performance
 
 This page shows the cost of a call and of an event, in comparison with other D-Bus clients. `./dev bench` measures all of it and
 writes this page. `./dev bench counts` compares instructions and allocations with the committed table.
 
-Measured on {machine["processors"]} processors ({processor()}), Linux {platform.release()}, {distribution()}, GLib
+Measured on {machine["processors"]} processors ({processor()}), Linux {platform.release()}, {distribution}, GLib
 {machine["glib"]}. All clients use the same dbus-daemon on a private bus, and the same small GIO server, which belongs to the
 benchmarks. *Pinned* means that daemon, server and client share one processor, which gives the steadiest figures. *Free*
 means that the kernel places them. The clients, called peers, take turns block by block in one run. A figure is the median of
@@ -119,8 +124,11 @@ means that the kernel places them. The clients, called peers, take turns block b
 
 Every peer sends the four messages of a call as the library does: it asks whether the server's name has an owner, asks for the
 client id, asks for the owner again, and calls the method. Before the measurement, a check on the bus makes sure that all
-peers send the same messages and understand the answers. The library logs as it does by default. The threads of GIO,
-gdbus-codegen, Qt and the library share one connection. Each thread of libdbus, sd-bus and sdbus-c++ has a connection of its own.
+peers send the same messages and understand the answers. The library logs as it does by default. The threads of GIO
+and of the library share one connection. Each thread of libdbus and sd-bus has a connection of its own.
+
+GIO, libdbus and sd-bus implement D-Bus themselves. Other clients, such as Qt D-Bus, gdbus-codegen and sdbus-c++, are built on one
+of them, and cost at least as much as that one.
 """)
 
 
@@ -128,24 +136,22 @@ def peers(report, pinned, free, system_calls):
     report.write("## One caller\n")
     figure, axes = plt.subplots(1, 2, figsize=(9, 3.2), sharey=True)
     for axis, results, mode in zip(axes, (pinned, free), ("pinned", "free")):
-        group = suite(results, "callers", "callers")[(1,)]
+        group = one_caller(results)
         for place, (peer, case) in enumerate(reversed(group.items())):
             low, middle, high = (value / 1e3 for value in case.quartiles(wall))
             axis.barh(place, middle, color=COLOURS[peer], xerr=[[middle - low], [high - middle]], ecolor="#333333")
-            axis.text(high, place, f"  {case.ratio(wall):.2f}", va="center")
+            axis.text(high, place, f"  {case.ratio():.2f}", va="center")
         axis.set_yticks(range(len(group)), list(reversed(group)))
-        axis.set_title(f"{mode}; number: time relative to bare GIO")
-        axis.set_xlabel("µs a call, with quartiles")
+        axis.set(title=f"{mode}; number: time relative to bare GIO", xlabel="µs a call, with quartiles")
     report.plot(figure, "peers", "Time of a call by peer")
-    group = suite(pinned, "callers", "callers")[(1,)]
+    group = one_caller(pinned)
     report.table(
         ["pinned", "µs a call", "quartiles", "time / GIO", "CPU / GIO", "client CPU µs", "switches", "system calls"],
-        [[peer, f"{case.median(wall) / 1e3:.1f}",
-          "–".join(f"{case.quartiles(wall)[i] / 1e3:.1f}" for i in (0, 2)), f"{case.ratio(wall):.3f}",
-          f"{case.ratio(cpu):.3f}", f"{case.median(cpu) / 1e3:.1f}",
-          f"{case.median(lambda block: block['switches']):.0f}", f"{system_calls.get(peer, float('nan')):.0f}"]
+        [[peer, f"{case.us():.1f}", "–".join(f"{case.quartiles(wall)[i] / 1e3:.1f}" for i in (0, 2)), ratio(case),
+          ratio(case, cpu), f"{case.median(cpu) / 1e3:.1f}", f"{case.median(lambda block: block['switches']):.0f}",
+          system_calls[peer]]
          for peer, case in group.items()])
-    slower = [(peer, 1 / case.ratio(wall)) for peer, case in group.items() if case.ratio(wall) < 0.95 and peer != OURS]
+    slower = [(peer, 1 / case.ratio()) for peer, case in group.items() if case.ratio() < 0.95 and peer != OURS]
     if slower:
         report.write(
             "GIO, which the library's contract fixes, is slower than other stacks: bare GIO takes "
@@ -157,14 +163,13 @@ def peers(report, pinned, free, system_calls):
 def latencies(report, pinned):
     report.write("## Latency\n")
     figure, axis = plt.subplots(figsize=(9, 3.4))
-    for peer, case in suite(pinned, "callers", "callers")[(1,)].items():
+    for peer, case in one_caller(pinned).items():
         values = sorted(case.entry["latencies"])
         # Leaves out the last percent, which depends on the machine more than on the peer.
         shown = range(0, len(values) * 99 // 100, max(1, len(values) // 400))
         axis.plot([values[i] for i in shown], [i / len(values) * 100 for i in shown], label=peer, color=COLOURS[peer],
                   linewidth=2 if peer == OURS else 1.2)
-    axis.set_xlabel("µs a call, pinned, one caller")
-    axis.set_ylabel("% of calls that take no longer")
+    axis.set(xlabel="µs a call, pinned, one caller", ylabel="% of calls that take no longer")
     axis.legend(frameon=False)
     report.plot(figure, "latency", "Distribution of latencies by peer")
 
@@ -172,35 +177,26 @@ def latencies(report, pinned):
 def threads(report, pinned, free):
     report.write("## Several callers\n")
     figure, axes = plt.subplots(1, 2, figsize=(9, 3.4))
-    for axis, results, mode in zip(axes, (pinned, free), ("pinned", "free")):
-        groups = suite(results, "callers", "callers")
-        for peer in next(iter(groups.values())):
-            axis.plot([callers for callers, in groups], [1e6 / group[peer].median(wall) for group in groups.values()],
-                      marker="o", markersize=3, label=peer, color=COLOURS[peer])
+    both = [suite(results, "callers", "callers") for results in (pinned, free)]
+    for axis, groups, mode in zip(axes, both, ("pinned", "free")):
+        curves(axis, groups, lambda case: 1e3 / case.us())
         axis.set_xscale("log", base=2)
-        axis.set_xticks([callers for callers, in groups], [callers for callers, in groups])
+        axis.set_xticks(list(groups), list(groups))
         axis.set_ylim(bottom=0)
-        axis.set_title(mode)
-        axis.set_xlabel("threads that call")
-        axis.set_ylabel("calls a ms, all threads")
+        axis.set(title=mode, xlabel="threads that call", ylabel="calls a ms, all threads")
     axes[0].legend(frameon=False, fontsize=8)
     report.plot(figure, "threads", "Calls a millisecond by threads")
-    rows = []
-    for (callers,), group in suite(pinned, "callers", "callers").items():
-        unpinned = suite(free, "callers", "callers")[(callers,)]
-        rows.append([callers] + [f"{of[peer].ratio(figure):.3f}" for of in (group, unpinned)
-                                 for peer in (OURS, "gdbus-codegen") for figure in (wall, cpu)])
-    report.table(["callers"] + [f"{peer}, {figure}, {mode}" for mode in ("pinned", "free")
-                                for peer in (OURS, "gdbus-codegen") for figure in ("time", "CPU")], rows)
+    report.table(
+        ["callers", *(f"library, {figure}, {mode}" for mode in ("pinned", "free") for figure in ("time", "CPU"))],
+        [[callers, *(ratio(groups[callers][OURS], figure) for groups in both for figure in (wall, cpu))]
+         for callers in both[0]])
 
 
 def shapes(report, pinned):
     report.write("## Every shape of call\n")
-    report.table(
-        ["shape", "µs", "time / GIO", "CPU / GIO", "gdbus-codegen: time / GIO"],
-        [[shape, f"{group[OURS].median(wall) / 1e3:.1f}", f"{group[OURS].ratio(wall):.3f}",
-          f"{group[OURS].ratio(cpu):.3f}", f"{group['gdbus-codegen'].ratio(wall):.3f}"]
-         for (shape,), group in suite(pinned, "shapes", "shape").items()])
+    report.table(["shape", "µs", "time / GIO", "CPU / GIO"],
+                 [[shape, f"{group[OURS].us():.1f}", ratio(group[OURS]), ratio(group[OURS], cpu)]
+                  for shape, group in suite(pinned, "shapes", "shape").items()])
 
 
 def micro_time(micro, name):
@@ -212,23 +208,19 @@ def lists(report, pinned, micro):
     report.write("## Lists\n")
     groups = suite(pinned, "lists", "records")
     figure, axis = plt.subplots(figsize=(9, 3.4))
-    for peer in next(iter(groups.values())):
-        axis.plot([records for records, in groups], [group[peer].median(wall) / 1e3 for group in groups.values()],
-                  marker="o", markersize=3, label=peer, color=COLOURS[peer])
-    sizes = [records for records, in groups if records]
+    curves(axis, groups)
+    sizes = [records for records in groups if records]
     axis.plot(sizes, [micro_time(micro, f"CopyRecords/{records}") / 1e3 for records in sizes], "--", color="#333333",
               label="one memcpy")
     axis.set_xscale("symlog", linthresh=1)
-    axis.set_yscale("log")
-    axis.set_xlabel("records of 134 bytes")
-    axis.set_ylabel("µs a call, pinned")
+    axis.set(yscale="log", xlabel="records of 134 bytes", ylabel="µs a call, pinned")
     axis.legend(frameon=False, fontsize=8)
     report.plot(figure, "lists", "Time of a list call by number of records")
     report.write("The table shows the time that the library takes to copy a received list, beside one memcpy of the same bytes: into"
                  " memory\n"
                  "that is new to the process, and into memory that was used before.\n")
     rows = []
-    for records in (1, 10, 100, 1000, 10000, 50000):
+    for records in sizes:
         row = [records]
         for kind in ("", "Again"):
             decode, copy = (micro_time(micro, f"{what}Records{kind}/{records}") for what in ("Decode", "Copy"))
@@ -241,7 +233,7 @@ def lists(report, pinned, micro):
 def parts(report, pinned, counted):
     report.write("## Where the time of a call goes\n")
     figure, (axis, other) = plt.subplots(1, 2, figsize=(9, 3.4))
-    group = suite(pinned, "callers", "callers")[(1,)]
+    group = one_caller(pinned)
     names = list(reversed(group))
     left = [0.0] * len(names)
     for part, label, colour in (("user", "client", "#c8401f"), ("system", "client, kernel", "#e59a82"),
@@ -252,48 +244,44 @@ def parts(report, pinned, counted):
         left = [a + b for a, b in zip(left, widths)]
     axis.set_xlabel("µs CPU a call, pinned")
     axis.legend(frameon=False, fontsize=8)
-    shown = {OURS: "call: NodeRemoveFromWatcher", BASE: "GIO: NodeRemoveFromWatcher"}
+    shown = {OURS: counted["call: NodeRemoveFromWatcher"], BASE: counted["GIO: NodeRemoveFromWatcher"]}
     bottom = [0.0] * len(shown)
-    for part in next(iter(counted.values()))["parts"]:
-        heights = [counted[name]["parts"][part] / 1e3 for name in shown.values()]
+    for part in shown[OURS]["parts"]:
+        heights = [dump["parts"][part] / 1e3 for dump in shown.values()]
         other.bar(list(shown), heights, bottom=bottom, label=part, width=0.5)
         bottom = [a + b for a, b in zip(bottom, heights)]
-    other.set_ylabel("1000 instructions a call")
-    other.set_xlim(-0.5, 2.3)
+    other.set(ylabel="1000 instructions a call", xlim=(-0.5, 2.3))
     other.legend(frameon=False, fontsize=8, loc="center right")
     report.plot(figure, "parts", "Cost by part of a call")
-    mine = counted[shown[OURS]]
+    all_ours, all_base = (sum(dump["parts"].values()) for dump in shown.values())
     report.write(
-        f"Of {sum(mine['parts'].values()):,.0f} instructions of a call, {mine['parts'][OURS]:,.0f} are the library's own"
-        f" (with the C++ runtime and the log); bare GIO needs {sum(counted[shown[BASE]]['parts'].values()):,.0f}. What"
-        " costs most:\n")
+        f"Of {all_ours:,.0f} instructions of a call, {shown[OURS]['parts'][OURS]:,.0f} are the library's own"
+        f" (with the C++ runtime and the log); bare GIO needs {all_base:,.0f}. What costs most:\n")
     report.table(["instructions a call", "in", "function"],
-                 [[f"{cost:,.0f}", where, f"`{function}`"] for cost, where, function in mine["top"][:10]])
+                 [[f"{cost:,.0f}", where, f"`{function}`"] for cost, where, function in shown[OURS]["top"]])
 
 
 def events(report, pinned, free):
     report.write("## Events\n")
     figure, axes = plt.subplots(1, 2, figsize=(9, 3.4))
-    groups = cases(pinned["events"], "outstanding", "subscribers")
-    unpinned = cases(free["events"], "outstanding", "subscribers")
-    for axis, outstanding in zip(axes, sorted({key[0] for key in groups})):
-        chosen = {key[1]: group for key, group in groups.items() if key[0] == outstanding}
-        for peer in (OURS, BASE, "sd-bus"):
-            axis.plot(list(chosen), [group[peer].median(wall) / 1e3 for group in chosen.values()], marker="o",
-                      markersize=3, label=peer, color=COLOURS[peer])
+    rows = []
+    for axis, outstanding in zip(axes, (1, 64)):
+        groups, unpinned = (
+            cases([entry for entry in results["events"] if entry["outstanding"] == outstanding], "subscribers")
+            for results in (pinned, free)
+        )
+        curves(axis, groups)
         axis.set_xscale("symlog", linthresh=1)
         axis.set_ylim(bottom=0)
-        axis.set_title("one at a time" if outstanding == 1 else f"{outstanding} outstanding")
-        axis.set_xlabel("subscribers")
-        axis.set_ylabel("µs an event, pinned")
+        axis.set(title="one at a time" if outstanding == 1 else f"{outstanding} outstanding", xlabel="subscribers",
+                 ylabel="µs an event, pinned")
+        rows += [[outstanding, subscribers, f"{group[OURS].us():.1f}", ratio(group[OURS]), ratio(group[OURS], cpu),
+                  ratio(group["sd-bus"]), ratio(unpinned[subscribers][OURS])] for subscribers, group in groups.items()]
     axes[0].legend(frameon=False)
     report.plot(figure, "events", "Time of an event by subscribers")
     report.table(
         ["outstanding", "subscribers", "µs an event, pinned", "time / GIO", "CPU / GIO", "sd-bus: time / GIO",
-         "time / GIO, free"],
-        [[key[0], key[1], f"{group[OURS].median(wall) / 1e3:.1f}", f"{group[OURS].ratio(wall):.3f}",
-          f"{group[OURS].ratio(cpu):.3f}", f"{group['sd-bus'].ratio(wall):.3f}", f"{unpinned[key][OURS].ratio(wall):.3f}"]
-         for key, group in sorted(groups.items())])
+         "time / GIO, free"], rows)
 
 
 def cold_start(report, runs):
@@ -321,7 +309,7 @@ def main(results, docs):
 
     pinned, free, micro, counted = read("pinned.json"), read("free.json"), read("micro.json"), read("counted.json")
     cold = [json.loads(line) for line in (results / "cold.jsonl").read_text().splitlines()]
-    report = Report(results, docs)
+    report = Report(docs)
     introduction(report, pinned)
     peers(report, pinned, free, read("system-calls.json"))
     latencies(report, pinned)

@@ -1,6 +1,5 @@
 #include "Bus.h"
 
-#include "KivServiceInterface.h"
 #include "Target.h"
 #include "link/ClientEndpoint.h"
 
@@ -76,8 +75,8 @@ Answer ReadAnswer(Input& input)
     }
     const std::string type = "(" + (IsSignature(signature) ? signature : "ay") + ")";
     const Bytes rest = input.Rest();
-    const std::unique_ptr<GBytes, link::Releaser<g_bytes_unref>> bytes(g_bytes_new(rest.data(), rest.size()));
-    return {Sink(g_variant_new_from_bytes(G_VARIANT_TYPE(type.c_str()), bytes.get(), FALSE)), {}};
+    g_autoptr(GBytes) bytes = g_bytes_new(rest.data(), rest.size());
+    return {Sink(g_variant_new_from_bytes(G_VARIANT_TYPE(type.c_str()), bytes, FALSE)), {}};
 }
 
 Answering::Answering(Question question, const Answer& answer) : question_(question)
@@ -90,9 +89,14 @@ Answering::~Answering()
     g_answers.at(static_cast<std::size_t>(question_)) = nullptr;
 }
 
+CNSGdbus& Client()
+{
+    return *CNSGdbus::m_pInstance;
+}
+
 void Connect()
 {
-    KIV_REQUIRE(CNSGdbus::m_pInstance->GetProxy(link::kClientXml, link::kClientVTable, false, false));
+    KIV_REQUIRE(Client().GetProxy(link::kClientXml, link::kClientVTable, false, false));
 }
 
 unsigned ConnectionReferences()
@@ -130,13 +134,12 @@ GDBusMessage* __wrap_g_dbus_connection_send_message_with_reply_sync(
     guint32* /*serial*/, GCancellable* /*cancellable*/, GError** error)
 {
     KIV_REQUIRE(connection == Connection());
-    GVariant* body = Give(AnswerTo(Question::kOwner), error);
-    if (body == nullptr) {
+    const kiv::link::VariantOwner body(Give(AnswerTo(Question::kOwner), error));
+    if (!body) {
         return nullptr;
     }
     GDBusMessage* reply = g_dbus_message_new();
-    g_dbus_message_set_body(reply, body);
-    g_variant_unref(body);
+    g_dbus_message_set_body(reply, body.get());
     return reply;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Input.h"
+#include "KivServiceInterface.h"
 #include "link/Owners.h"
 
 #include <string>
@@ -41,7 +42,10 @@ private:
 
 inline constexpr const char* kOrdinaryId = "tv_1";
 
-// Makes the library's client connect.
+// Returns the library's client.
+CNSGdbus& Client();
+
+// Makes it connect.
 void Connect();
 
 // Returns the number of references to the connection.

@@ -50,6 +50,13 @@ void OnEvent(int eventId, void* data, int length)
     std::copy_n(static_cast<const unsigned char*>(data), g_outcome.data.size(), g_outcome.data.begin());
 }
 
+bool Subscribe()
+{
+    KIV_REQUIRE(SubscribeNamServiceCallback("subscriber", OnEvent) == 1);
+    KIV_REQUIRE(register_atmos_support_cb(OnAtmos, &g_outcome) == 0);
+    return true;
+}
+
 // An invocation of which the library sees only a reference. The library gives the reference back, with or without an
 // answer.
 class Invocation {
@@ -101,16 +108,9 @@ void __wrap_g_dbus_method_invocation_return_value(GDBusMethodInvocation* invocat
 }
 }
 
-int LLVMFuzzerInitialize(int* /*argc*/, char*** argv)
-{
-    Prepare(*argv);
-    KIV_REQUIRE(SubscribeNamServiceCallback("subscriber", OnEvent) == 1);
-    KIV_REQUIRE(register_atmos_support_cb(OnAtmos, &g_outcome) == 0);
-    return 0;
-}
-
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
+    [[maybe_unused]] static const bool isSubscribed = Subscribe();
     Input input(data, size);
     const char* const method = kCallees[input.Byte() % std::size(kCallees)];
     const Answer arguments = ReadAnswer(input);

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <memory>
 #include <span>
 #include <string>
 
@@ -58,7 +56,7 @@ public:
     // Does the same, but makes the text valid UTF-8, because all texts that come over the bus are.
     std::string Utf8()
     {
-        const std::unique_ptr<char, link::Releaser<g_free>> valid(g_utf8_make_valid(Text().c_str(), -1));
+        const link::TextOwner valid(g_utf8_make_valid(Text().c_str(), -1));
         return valid.get();
     }
 

@@ -5,7 +5,6 @@
 
 #include "Platform.h"
 #include "Target.h"
-#include "link/Log.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -30,7 +29,7 @@ int __dlog_print(int /*logId*/, int priority, const char* /*tag*/, const char* f
     va_start(arguments, format);
     KIV_REQUIRE(std::vsnprintf(line, sizeof line, format, arguments) >= 0);
     va_end(arguments);
-    g_errorCount += priority == kiv::link::kLogError ? 1 : 0;
+    g_errorCount += priority == kiv::platform::kLogError ? 1 : 0;
     return 0;
 }
 

@@ -7,39 +7,33 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<fs::path> Files(const fs::path& path)
+// Runs the target on a file, or on all files of a folder. Returns how many there are.
+int Run(const fs::path& path)
 {
-    if (!fs::is_directory(path)) {
-        return {path};
+    if (fs::is_directory(path)) {
+        int count = 0;
+        for (const fs::directory_entry& entry : fs::directory_iterator(path)) {
+            count += Run(entry.path());
+        }
+        return count;
     }
-    std::vector<fs::path> files;
-    for (const fs::directory_entry& entry : fs::directory_iterator(path)) {
-        files.push_back(entry.path());
-    }
-    if (files.empty()) {
-        throw std::runtime_error(path.string() + " is empty");
-    }
-    return files;
-}
-
-void Run(const fs::path& file)
-{
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream(path, std::ios::binary);
     const std::vector<char> content(std::istreambuf_iterator<char>(stream), {});
     if (!stream) {
-        throw std::runtime_error(file.string() + " cannot be read");
+        throw std::runtime_error(path.string() + " cannot be read");
     }
     // If the target crashes, the last line on stderr names the input.
-    std::fprintf(stderr, "%s\n", file.c_str());
+    std::fprintf(stderr, "%s\n", path.c_str());
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
+    return 1;
 }
 
 } // namespace
@@ -52,8 +46,8 @@ int main(int argc, char** argv)
             throw std::runtime_error("nothing to run");
         }
         for (int i = 1; i < argc; ++i) {
-            for (const fs::path& file : Files(argv[i])) {
-                Run(file);
+            if (Run(argv[i]) == 0) {
+                throw std::runtime_error(std::string(argv[i]) + " is empty");
             }
         }
     } catch (const std::exception& failure) {

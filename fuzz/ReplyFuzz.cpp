@@ -19,11 +19,6 @@ namespace {
 
 constexpr unsigned char kMac[NETSPK_MAC_LEN] = {0x02, 0x4b, 0x49, 0x56, 0x00, 0x01};
 
-CNSGdbus& Client()
-{
-    return *CNSGdbus::m_pInstance;
-}
-
 // --- Decoding replies without the library's functions ---
 
 bool IsOfType(const Answer& reply, const char* type)
@@ -327,13 +322,6 @@ constexpr Reader kReaders[] = {
 };
 
 } // namespace
-
-int LLVMFuzzerInitialize(int* /*argc*/, char*** argv)
-{
-    Prepare(*argv);
-    Connect();
-    return 0;
-}
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -1,5 +1,7 @@
 #include "Target.h"
 
+#include "Bus.h"
+
 #include <glib.h>
 #include <unistd.h>
 
@@ -33,12 +35,6 @@ void AllocateWithMalloc(char** argv)
 
 } // namespace
 
-void Prepare(char** argv)
-{
-    AllocateWithMalloc(argv);
-    g_log_set_writer_func(AbortOnComplaint, nullptr, nullptr);
-}
-
 void ReportBroken(const char* expectation, const char* file, int line)
 {
     std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, expectation);
@@ -46,3 +42,11 @@ void ReportBroken(const char* expectation, const char* file, int line)
 }
 
 } // namespace kiv::fuzz
+
+int LLVMFuzzerInitialize(int* /*argc*/, char*** argv)
+{
+    kiv::fuzz::AllocateWithMalloc(*argv);
+    g_log_set_writer_func(kiv::fuzz::AbortOnComplaint, nullptr, nullptr);
+    kiv::fuzz::Connect();
+    return 0;
+}

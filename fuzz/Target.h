@@ -3,16 +3,16 @@
 #include <cstddef>
 #include <cstdint>
 
-// Every target defines these functions. libFuzzer, or Replay.cpp, calls them.
+// libFuzzer, or Replay.cpp, calls these functions.
 extern "C" {
+// Is the same for all targets: connects the library's client. From then on, a warning or critical of GLib counts as a
+// finding. May start the program again.
 int LLVMFuzzerInitialize(int* argc, char*** argv);
+// Every target defines this function.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 }
 
 namespace kiv::fuzz {
-
-// Must be called first. From then on, a warning or critical of GLib counts as a finding. May start the program again.
-void Prepare(char** argv);
 
 [[noreturn]] void ReportBroken(const char* expectation, const char* file, int line);
 

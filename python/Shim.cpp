@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <string>
-#include <utility>
 #include <vector>
 
 // A reference to a vector is passed as its address. The functions have C linkage for their names alone: their callers
@@ -39,8 +38,6 @@ KIV_PYTHON_VECTOR(STNetSpkConfig)
 namespace {
 
 constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
-constexpr const char* kBusName = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr int kBusTimeoutMs = 5000;
 constexpr const char* kBusGone = "the bus cannot be reached, or is gone";
 
@@ -51,7 +48,7 @@ std::atomic<bool> g_endedByCallback = false;
 struct Wait {
     GCancellable* cancellable = nullptr;
     GAsyncResult* connected = nullptr;
-    std::string owner = {};
+    bool hasNewOwner = false;
     bool timedOut = false;
     bool lost = false;
 };
@@ -69,14 +66,14 @@ void OnConnected(GObject* /*source*/, GAsyncResult* result, gpointer wait)
     static_cast<Wait*>(wait)->connected = static_cast<GAsyncResult*>(g_object_ref(result));
 }
 
-void OnOwned(GDBusConnection* /*bus*/, const char* /*name*/, const char* owner, gpointer wait)
+void OnOwned(GDBusConnection* /*bus*/, const char* /*name*/, const char* /*owner*/, gpointer wait)
 {
-    static_cast<Wait*>(wait)->owner = owner;
+    static_cast<Wait*>(wait)->hasNewOwner = true;
 }
 
 void OnNotOwned(GDBusConnection* bus, const char* /*name*/, gpointer wait)
 {
-    static_cast<Wait*>(wait)->owner.clear();
+    static_cast<Wait*>(wait)->hasNewOwner = false;
     static_cast<Wait*>(wait)->lost = bus == nullptr;
 }
 
@@ -92,11 +89,19 @@ GDBusConnection* Connect(GMainContext* context, const char* address, Wait& wait)
     return g_dbus_connection_new_for_address_finish(result, nullptr);
 }
 
-bool IsOfThisProcess(GDBusConnection* bus, const std::string& owner, int timeoutMs)
+// Returns null if the bus does not answer.
+GVariant* AskBus(GDBusConnection* bus, const char* method, GVariant* arguments, const char* type, int timeoutMs)
 {
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        bus, kBusName, kBusPath, kBusName, "GetConnectionUnixProcessID", g_variant_new("(s)", owner.c_str()),
-        G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, timeoutMs, nullptr, nullptr);
+    constexpr const char* kBus = "org.freedesktop.DBus";
+    return g_dbus_connection_call_sync(
+        bus, kBus, "/org/freedesktop/DBus", kBus, method, arguments, G_VARIANT_TYPE(type), G_DBUS_CALL_FLAGS_NONE,
+        timeoutMs, nullptr, nullptr);
+}
+
+bool IsOfThisProcess(GDBusConnection* bus, const std::string& name, int timeoutMs)
+{
+    g_autoptr(GVariant) reply =
+        AskBus(bus, "GetConnectionUnixProcessID", g_variant_new("(s)", name.c_str()), "(u)", timeoutMs);
     guint32 process = 0;
     if (reply != nullptr) {
         g_variant_get(reply, "(u)", &process);
@@ -117,7 +122,8 @@ bool WaitUntilOwned(GMainContext* context, const char* address, const std::strin
         g_main_context_iteration(context, TRUE);
         // If another process owns the name, it gets this process's events, and this process waits until it gives the
         // name up.
-        isOurs = !wait.owner.empty() && IsOfThisProcess(bus, std::exchange(wait.owner, {}), timeoutMs);
+        isOurs = wait.hasNewOwner && IsOfThisProcess(bus, name, timeoutMs);
+        wait.hasNewOwner = false;
     }
     g_bus_unwatch_name(id);
     return isOurs;
@@ -133,9 +139,7 @@ extern "C" KIV_API bool IsConnected()
     if (bus == nullptr) {
         return false;
     }
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        bus, kBusName, kBusPath, kBusName, "GetId", nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE,
-        kBusTimeoutMs, nullptr, nullptr);
+    g_autoptr(GVariant) reply = AskBus(bus, "GetId", nullptr, "(s)", kBusTimeoutMs);
     return reply != nullptr;
 }
 
@@ -165,12 +169,11 @@ extern "C" KIV_API const char* AwaitEvents(int timeoutMs)
     g_main_context_push_thread_default(context);
     g_autoptr(GCancellable) cancellable = g_cancellable_new();
     Wait wait{.cancellable = cancellable};
-    GSource* const limit = g_timeout_source_new(static_cast<guint>(timeoutMs));
+    g_autoptr(GSource) limit = g_timeout_source_new(static_cast<guint>(timeoutMs));
     g_source_set_callback(limit, OnTimeout, &wait, nullptr);
     g_source_attach(limit, context);
     const bool owned = WaitUntilOwned(context, address, name, timeoutMs, wait);
     g_source_destroy(limit);
-    g_source_unref(limit);
     g_main_context_pop_thread_default(context);
     if (owned) {
         return nullptr;

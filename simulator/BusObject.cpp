@@ -27,68 +27,6 @@ void RequireSameMethods(const std::set<std::string>& declared, const BusObject::
 
 } // namespace
 
-std::string Call::Method() const
-{
-    return g_dbus_method_invocation_get_method_name(invocation_.get());
-}
-
-std::string Call::Sender() const
-{
-    return g_dbus_method_invocation_get_sender(invocation_.get());
-}
-
-unsigned Call::Flags() const
-{
-    return g_dbus_message_get_flags(g_dbus_method_invocation_get_message(invocation_.get()));
-}
-
-GVariant* Call::Arguments() const
-{
-    return g_dbus_method_invocation_get_parameters(invocation_.get());
-}
-
-template <>
-std::uint8_t Call::Argument(std::size_t index) const
-{
-    return g_variant_get_byte(Own(g_variant_get_child_value(Arguments(), index)).get());
-}
-
-template <>
-std::int32_t Call::Argument(std::size_t index) const
-{
-    return g_variant_get_int32(Own(g_variant_get_child_value(Arguments(), index)).get());
-}
-
-template <>
-std::uint32_t Call::Argument(std::size_t index) const
-{
-    return g_variant_get_uint32(Own(g_variant_get_child_value(Arguments(), index)).get());
-}
-
-template <>
-bool Call::Argument(std::size_t index) const
-{
-    return g_variant_get_boolean(Own(g_variant_get_child_value(Arguments(), index)).get()) != FALSE;
-}
-
-template <>
-std::string Call::Argument(std::size_t index) const
-{
-    return g_variant_get_string(Own(g_variant_get_child_value(Arguments(), index)).get(), nullptr);
-}
-
-template <>
-Variant Call::Argument(std::size_t index) const
-{
-    return Own(g_variant_get_child_value(Arguments(), index));
-}
-
-template <>
-Bytes Call::Argument(std::size_t index) const
-{
-    return BytesOf(Argument<Variant>(index).get());
-}
-
 void Call::Return(GVariant* values) const
 {
     // g_dbus_method_invocation_return_value() takes over a reference to the invocation.
@@ -107,8 +45,7 @@ void Call::ReturnUnchecked(GVariant* values) const
     if ((Flags() & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) != 0) {
         return;
     }
-    const auto reply =
-        OwnObject(g_dbus_message_new_method_reply(g_dbus_method_invocation_get_message(invocation_.get())));
+    const link::MessageOwner reply(g_dbus_message_new_method_reply(Message()));
     g_dbus_message_set_body(reply.get(), values);
     g_dbus_connection_send_message(
         g_dbus_method_invocation_get_connection(invocation_.get()), reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,

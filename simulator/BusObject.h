@@ -2,10 +2,12 @@
 
 #include "simulator/Glib.h"
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <set>
 #include <string>
+#include <type_traits>
 
 namespace kiv::simulator {
 
@@ -14,12 +16,12 @@ class Call {
 public:
     explicit Call(GDBusMethodInvocation* invocation) : invocation_(OwnObject(invocation)) {}
 
-    std::string Method() const;
-    std::string Sender() const;
+    std::string Method() const { return g_dbus_method_invocation_get_method_name(invocation_.get()); }
+    std::string Sender() const { return g_dbus_method_invocation_get_sender(invocation_.get()); }
     // Returns the flags of the message.
-    unsigned Flags() const;
+    unsigned Flags() const { return g_dbus_message_get_flags(Message()); }
     // Returns the tuple of arguments, which is "()" for none.
-    GVariant* Arguments() const;
+    GVariant* Arguments() const { return g_dbus_method_invocation_get_parameters(invocation_.get()); }
 
     // Returns the argument at the index. It must be of the type that the introspection XML declares.
     template <typename T>
@@ -31,23 +33,32 @@ public:
     void ReturnUnchecked(GVariant* values) const;
 
 private:
+    GDBusMessage* Message() const { return g_dbus_method_invocation_get_message(invocation_.get()); }
+
     ObjectRef<GDBusMethodInvocation> invocation_;
 };
 
-template <>
-std::uint8_t Call::Argument(std::size_t index) const;
-template <>
-std::int32_t Call::Argument(std::size_t index) const;
-template <>
-std::uint32_t Call::Argument(std::size_t index) const;
-template <>
-bool Call::Argument(std::size_t index) const;
-template <>
-std::string Call::Argument(std::size_t index) const;
-template <>
-Variant Call::Argument(std::size_t index) const;
-template <>
-Bytes Call::Argument(std::size_t index) const;
+template <typename T>
+T Call::Argument(std::size_t index) const
+{
+    Variant value = Own(g_variant_get_child_value(Arguments(), index));
+    if constexpr (std::is_same_v<T, Variant>) {
+        return value;
+    } else if constexpr (std::is_same_v<T, Bytes>) {
+        return BytesOf(value.get());
+    } else if constexpr (std::is_same_v<T, std::string>) {
+        return g_variant_get_string(value.get(), nullptr);
+    } else if constexpr (std::is_same_v<T, bool>) {
+        return g_variant_get_boolean(value.get()) != FALSE;
+    } else if constexpr (std::is_same_v<T, std::uint8_t>) {
+        return g_variant_get_byte(value.get());
+    } else if constexpr (std::is_same_v<T, std::uint32_t>) {
+        return g_variant_get_uint32(value.get());
+    } else {
+        static_assert(std::is_same_v<T, std::int32_t>);
+        return g_variant_get_int32(value.get());
+    }
+}
 
 // The only interface that an introspection XML declares. Throws std::logic_error if the XML has no interface.
 class Interface {

@@ -18,40 +18,23 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-// Returns nothing for bytes that are not a list of speakers.
-std::optional<Texts> SpeakerTexts(const Bytes& bytes)
+// Decodes the bytes of an argument by its name, because the interface gives the same name to the same content. Returns
+// nothing for bytes that are not a list.
+std::optional<Texts> ReadByName(const std::string& name, const Bytes& bytes)
 {
-    const auto configs = ReadConfigs(bytes);
-    if (!configs) {
+    const auto configs = name == "records" ? ReadConfigs(bytes) : std::nullopt;
+    const auto macs = name == "macs" ? ReadMacList(bytes) : std::nullopt;
+    if (!configs && !macs) {
         return std::nullopt;
     }
     Texts texts;
-    for (const SpeakerConfig& config : *configs) {
+    for (const SpeakerConfig& config : configs.value_or(std::vector<SpeakerConfig>())) {
         texts.push_back(fmt::format("{}={}", Text(config.mac), config.value));
     }
-    return texts;
-}
-
-std::optional<Texts> MacTexts(const Bytes& bytes)
-{
-    const auto macs = ReadMacList(bytes);
-    if (!macs) {
-        return std::nullopt;
-    }
-    Texts texts;
-    for (const Mac& mac : *macs) {
+    for (const Mac& mac : macs.value_or(std::vector<Mac>())) {
         texts.push_back(Text(mac));
     }
     return texts;
-}
-
-// Decodes the bytes of an argument by its name, because the interface gives the same name to the same content.
-std::optional<Texts> ReadByName(const std::string& name, const Bytes& bytes)
-{
-    if (name == "records") {
-        return SpeakerTexts(bytes);
-    }
-    return name == "macs" ? MacTexts(bytes) : std::nullopt;
 }
 
 std::string ArgumentName(const std::string& method, std::size_t index)

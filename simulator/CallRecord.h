@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <string>
+#include <utility>
 
 namespace kiv::simulator {
 
@@ -19,8 +20,15 @@ class CallRecord {
 public:
     explicit CallRecord(std::size_t most) : most_(most) {}
 
-    void Add(RecordedCall call);
-    void Forget();
+    void Add(RecordedCall call)
+    {
+        calls_.push_back(std::move(call));
+        if (calls_.size() > most_) {
+            calls_.pop_front();
+            ++firstNumber_;
+        }
+    }
+    void Forget() { *this = CallRecord(most_); }
 
     const std::deque<RecordedCall>& Calls() const { return calls_; }
     // Returns the number of the first of these calls. Numbers begin with 1 when the record is empty.

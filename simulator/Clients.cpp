@@ -8,11 +8,6 @@
 
 namespace kiv::simulator {
 
-std::string Clients::Meet(int pid, const std::string& busName)
-{
-    return Known(pid, busName).id;
-}
-
 std::string Clients::Subscribe(int pid, const std::string& busName)
 {
     Client& client = Known(pid, busName);
@@ -32,20 +27,11 @@ void Clients::Leave(const std::string& busName)
     std::erase_if(clients_, [&busName](const auto& entry) { return entry.second.busName == busName; });
 }
 
-std::vector<std::string> Clients::Ids() const
+std::vector<std::string> Clients::Ids(int leastSubscriptions) const
 {
     std::set<std::string> ids;
     for (const auto& [pid, client] : clients_) {
-        ids.insert(client.id);
-    }
-    return {ids.begin(), ids.end()};
-}
-
-std::vector<std::string> Clients::SubscribedIds() const
-{
-    std::set<std::string> ids;
-    for (const auto& [pid, client] : clients_) {
-        if (client.subscriptions > 0) {
+        if (client.subscriptions >= leastSubscriptions) {
             ids.insert(client.id);
         }
     }

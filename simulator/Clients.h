@@ -14,7 +14,7 @@ namespace kiv::simulator {
 class Clients {
 public:
     // Notes a process and the bus name from which it calls. Returns its client id.
-    std::string Meet(int pid, const std::string& busName);
+    std::string Meet(int pid, const std::string& busName) { return Known(pid, busName).id; }
     std::string Subscribe(int pid, const std::string& busName);
     std::string Unsubscribe(int pid, const std::string& busName);
     // Forgets the owner of a bus name that has left the bus.
@@ -25,8 +25,8 @@ public:
     void UseId(std::optional<std::string> id) { commonId_ = std::move(id); }
 
     // Return each id once.
-    std::vector<std::string> Ids() const;
-    std::vector<std::string> SubscribedIds() const;
+    std::vector<std::string> Ids() const { return Ids(0); }
+    std::vector<std::string> SubscribedIds() const { return Ids(1); }
 
     nlohmann::json ToJson() const;
 
@@ -38,6 +38,7 @@ private:
     };
 
     Client& Known(int pid, const std::string& busName);
+    std::vector<std::string> Ids(int leastSubscriptions) const;
 
     std::map<int, Client> clients_;
     std::optional<std::string> commonId_;

@@ -74,49 +74,58 @@ Mac ReadMac(const Call& call)
 } // namespace
 
 Control::Control(GDBusConnection* connection, World& world, ClientLink link, Actions actions)
-    : world_(world), link_(std::move(link)), actions_(std::move(actions)), watch_([this] { return State(); }),
+    : world_(world), link_(std::move(link)), actions_(std::move(actions)),
       object_(connection, kControlPath, kControlXml, Handlers())
 {
 }
 
+void Control::AnswerWaiting()
+{
+    if (waiting_.empty()) {
+        return;
+    }
+    const std::string state = State();
+    std::erase_if(waiting_, [&state](const Waiting& waiting) {
+        const bool hasChanged = waiting.known != state;
+        if (hasChanged) {
+            waiting.call.Return(g_variant_new("(s)", state.c_str()));
+        }
+        return hasChanged;
+    });
+}
+
 BusObject::Handlers Control::Handlers()
 {
+    // Does something, and then answers.
+    const auto done = [](auto act) {
+        return [act](const Call& call) {
+            act(call);
+            call.Return();
+        };
+    };
+    // Applies a scenario that changes one thing now.
+    const auto applied = [this](auto change) {
+        return [this, change](const Call& call) {
+            Scenario scenario;
+            change(scenario.now, call);
+            Apply(call, scenario);
+        };
+    };
     return {
         {"Calls", [this](const Call& call) { Calls(call); }},
-        {"ForgetCalls",
-         [this](const Call& call) {
-             world_.calls.Forget();
-             call.Return();
-         }},
-        {"Fault",
-         [this](const Call& call) {
+        {"ForgetCalls", done([this](const Call&) { world_.calls.Forget(); })},
+        {"Fault", done([this](const Call& call) {
              world_.faults.Set(call.Argument<std::string>(0), call.Argument<Variant>(1).get());
-             call.Return();
-         }},
-        {"ClearFault",
-         [this](const Call& call) {
-             world_.faults.Clear(call.Argument<std::string>(0));
-             call.Return();
-         }},
-        {"ClearFaults",
-         [this](const Call& call) {
-             world_.faults.Clear();
-             call.Return();
-         }},
-        {"ClientId",
-         [this](const Call& call) {
-             RefuseInReplay(kNeedsIds);
-             world_.clients.UseId(call.Argument<std::string>(0));
-             call.Return();
-         }},
-        {"ResetClientId",
-         [this](const Call& call) {
-             RefuseInReplay(kNeedsIds);
-             world_.clients.UseId(std::nullopt);
-             call.Return();
-         }},
-        {"Feature", [this](const Call& call) { Feature(call); }},
-        {"Atmos", [this](const Call& call) { Atmos(call); }},
+         })},
+        {"ClearFault", done([this](const Call& call) { world_.faults.Clear(call.Argument<std::string>(0)); })},
+        {"ClearFaults", done([this](const Call&) { world_.faults.Clear(); })},
+        {"ClientId", done([this](const Call& call) { UseClientId(call.Argument<std::string>(0)); })},
+        {"ResetClientId", done([this](const Call&) { UseClientId(std::nullopt); })},
+        {"Feature", applied([](Change& now, const Call& call) { now.feature = call.Argument<std::string>(0); })},
+        {"Atmos", applied([](Change& now, const Call& call) { now.home.receiverHasAtmos = call.Argument<bool>(0); })},
+        {"Away", applied([](Change& now, const Call& call) {
+             now.away = std::chrono::milliseconds(call.Argument<std::uint32_t>(0));
+         })},
         {"Event",
          [this](const Call& call) {
              Push(call, EventPayload(call.Argument<std::int32_t>(1), call.Argument<Bytes>(2)));
@@ -125,7 +134,7 @@ BusObject::Handlers Control::Handlers()
         {"Payloads", [this](const Call& call) { SendPayloads(call); }},
         {"CallClient", [this](const Call& call) { CallClient(call); }},
         {"Volume", [this](const Call& call) { Volume(call); }},
-        {"Plug", [this](const Call& call) { Plug(call); }},
+        {"Plug", done([this](const Call& call) { Plug(call); })},
         {"Show",
          [this](const Call& call) {
              RefuseInReplay(kNeedsHome);
@@ -134,11 +143,8 @@ BusObject::Handlers Control::Handlers()
         {"AwaitChange",
          [this](const Call& call) {
              RefuseInReplay(kNeedsHome);
-             watch_.Await(call.Argument<std::string>(0), [call](const std::string& state) {
-                 call.Return(g_variant_new("(s)", state.c_str()));
-             });
+             waiting_.push_back({call, call.Argument<std::string>(0)});
          }},
-        {"Away", [this](const Call& call) { Away(call); }},
         {"Apply", [this](const Call& call) { Apply(call, ReadGiven(call.Argument<std::string>(0))); }},
         {"AwaitServer", [this](const Call& call) { actions_.awaitServer([call] { call.Return(); }); }},
         {"Exit", [this](const Call& call) { actions_.leave([call] { call.Return(); }); }},
@@ -158,6 +164,12 @@ std::vector<std::string> Control::Addressed(const std::string& clientId) const
         RefuseInReplay(kNeedsClient);
     }
     return clientId.empty() ? world_.clients.Ids() : std::vector<std::string>{clientId};
+}
+
+void Control::UseClientId(std::optional<std::string> id) const
+{
+    RefuseInReplay(kNeedsIds);
+    world_.clients.UseId(std::move(id));
 }
 
 void Control::Calls(const Call& call) const
@@ -185,27 +197,6 @@ void Control::Apply(const Call& call, const Scenario& scenario) const
         }
     }
     actions_.apply(scenario, [call](const PushResult& result) { Answer(call, result); });
-}
-
-void Control::Feature(const Call& call) const
-{
-    Scenario scenario;
-    scenario.now.feature = call.Argument<std::string>(0);
-    Apply(call, scenario);
-}
-
-void Control::Away(const Call& call) const
-{
-    Scenario scenario;
-    scenario.now.away = std::chrono::milliseconds(call.Argument<std::uint32_t>(0));
-    Apply(call, scenario);
-}
-
-void Control::Atmos(const Call& call) const
-{
-    Scenario scenario;
-    scenario.now.home.receiverHasAtmos = call.Argument<bool>(0);
-    Apply(call, scenario);
 }
 
 void Control::Push(const Call& call, const Variant& payload) const
@@ -253,7 +244,6 @@ void Control::Plug(const Call& call) const
         throw InvalidArguments(fmt::format("no speaker has the MAC address {}", Text(mac)));
     }
     speaker->Plug(call.Argument<bool>(1));
-    call.Return();
 }
 
 std::string Control::State() const

@@ -2,10 +2,10 @@
 
 #include "simulator/BusObject.h"
 #include "simulator/ClientLink.h"
-#include "simulator/StateWatch.h"
 #include "simulator/World.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,17 +26,25 @@ public:
 
     Control(GDBusConnection* connection, World& world, ClientLink link, Actions actions);
 
+    // Answers the calls that wait for a change, if the state has changed. The main loop calls this each time before it
+    // sleeps, so that code that changes the state need not report it. It costs nothing while no call waits.
+    void AnswerWaiting();
+
 private:
+    struct Waiting {
+        Call call;
+        std::string known;
+    };
+
     BusObject::Handlers Handlers();
     // Throws BusError if the server answers from a recording, which does not have what the request needs.
     void RefuseInReplay(const char* reason) const;
     std::vector<std::string> Addressed(const std::string& clientId) const;
 
+    // Gives every process this id, or each its own.
+    void UseClientId(std::optional<std::string> id) const;
     void Calls(const Call& call) const;
     void Apply(const Call& call, const Scenario& scenario) const;
-    void Feature(const Call& call) const;
-    void Atmos(const Call& call) const;
-    void Away(const Call& call) const;
     void Push(const Call& call, const Variant& payload) const;
     void SendPayloads(const Call& call) const;
     void CallClient(const Call& call) const;
@@ -47,7 +55,7 @@ private:
     World& world_;
     ClientLink link_;
     Actions actions_;
-    StateWatch watch_;
+    std::vector<Waiting> waiting_;
     BusObject object_;
 };
 

@@ -64,8 +64,7 @@ nlohmann::json ValueToJson(GVariant* value)
     if (g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING) != FALSE) {
         return fmt::format("{:02x}", fmt::join(BytesOf(value), " "));
     }
-    const std::unique_ptr<char, decltype(&g_free)> text(g_variant_print(value, TRUE), g_free);
-    return text.get();
+    return TakeText(g_variant_print(value, TRUE));
 }
 
 [[noreturn]] void RefuseTwoOutcomes()

@@ -21,8 +21,8 @@ void RequireFitForDBus(GVariant* tuple)
     g_dbus_message_set_body(message.get(), tuple);
     g_autoptr(GError) error = nullptr;
     std::size_t size = 0;
-    const std::unique_ptr<unsigned char, decltype(&g_free)> wire(
-        g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, &error), g_free);
+    const std::unique_ptr<unsigned char, link::Releaser<g_free>> wire(
+        g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, &error));
     if (wire == nullptr) {
         throw InvalidArguments(error->message);
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "src/link/Owners.h"
+
 #include <gio/gio.h>
 
 #include <chrono>
@@ -28,6 +30,12 @@ template <typename T>
 ObjectRef<T> OwnObject(T* object)
 {
     return {object, [](T* o) { g_clear_object(&o); }};
+}
+
+// Returns a text that a GLib function has allocated, and frees it.
+inline std::string TakeText(char* text)
+{
+    return link::TextOwner(text).get();
 }
 
 // An exception that becomes the D-Bus error that answers the current call.

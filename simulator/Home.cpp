@@ -94,41 +94,16 @@ int Home::DisableSurround()
     return kDone;
 }
 
-int Home::SurroundChannels() const
-{
-    return surround_ ? speakers_.Playing() : 0;
-}
-
 int Home::SetTavrinUiMode(int mode)
 {
     tavrinUiMode_ = mode;
     return mode;
 }
 
-bool Home::CanSelectTavrin() const
-{
-    return settingMode_ != kMultiRoomMode;
-}
-
 bool Home::PreSelectTavrin()
 {
     tavrinPreSelected_ = CanSelectTavrin();
     return tavrinPreSelected_;
-}
-
-bool Home::CanCancelTavrin() const
-{
-    return tavrinPreSelected_ || settingMode_ == kMultiRoomMode;
-}
-
-bool Home::CanEnterTavrinSettings() const
-{
-    return SurroundChannels() == 0;
-}
-
-bool Home::SetReceiverAtmos(bool supported)
-{
-    return !std::exchange(atmos_, supported) && supported;
 }
 
 nlohmann::json Home::ToJson() const

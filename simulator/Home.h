@@ -8,6 +8,7 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace kiv::simulator {
@@ -49,19 +50,19 @@ public:
     int StartGroup(int group);
     int StopSpeakers(int stopType);
     int DisableSurround();
-    int SurroundChannels() const;
+    int SurroundChannels() const { return surround_ ? speakers_.Playing() : 0; }
 
     // Sets the mode that the settings screen of Tavrin, the multi-room feature, shows. Returns the mode.
     int SetTavrinUiMode(int mode);
     int TavrinUiMode() const { return tavrinUiMode_; }
-    bool CanSelectTavrin() const;
+    bool CanSelectTavrin() const { return settingMode_ != kMultiRoomMode; }
     bool PreSelectTavrin();
-    bool CanCancelTavrin() const;
-    bool CanEnterTavrinSettings() const;
+    bool CanCancelTavrin() const { return tavrinPreSelected_ || settingMode_ == kMultiRoomMode; }
+    bool CanEnterTavrinSettings() const { return SurroundChannels() == 0; }
 
     bool ReceiverHasAtmos() const { return atmos_; }
     // Returns whether the receiver supports Atmos now and did not before.
-    bool SetReceiverAtmos(bool supported);
+    bool SetReceiverAtmos(bool supported) { return !std::exchange(atmos_, supported) && supported; }
 
     simulator::Speakers& Speakers() { return speakers_; }
     simulator::Volumes& Volumes() { return volumes_; }

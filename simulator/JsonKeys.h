@@ -15,20 +15,16 @@
 
 namespace kiv::simulator {
 
-inline std::string ReadString(const JsonNode& node)
-{
-    return node.Text();
-}
-
 // The readers of all keys that an object of a kind can have.
 template <typename Target>
 using Keys = std::map<std::string, std::function<void(Target&, const JsonNode&)>>;
 
-template <typename Target>
-std::set<std::string> NamesOf(const Keys<Target>& keys)
+// Returns the keys of a map.
+template <typename Map>
+std::set<std::string> NamesOf(const Map& map)
 {
     std::set<std::string> names;
-    for (const auto& [name, read] : keys) {
+    for (const auto& [name, value] : map) {
         names.insert(name);
     }
     return names;
@@ -76,7 +72,7 @@ Target Read(const JsonNode& node, const Keys<Target>& keys, const std::vector<st
 template <typename Target, typename Member, typename Reader>
 auto Into(Member Target::*member, Reader read)
 {
-    return [member, read](Target& target, const JsonNode& node) { target.*member = read(node); };
+    return [member, read](Target& target, const JsonNode& node) { target.*member = std::invoke(read, node); };
 }
 
 } // namespace kiv::simulator

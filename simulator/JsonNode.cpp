@@ -10,8 +10,8 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <map>
+#include <sstream>
 #include <string_view>
 
 namespace kiv::simulator {
@@ -20,75 +20,52 @@ namespace {
 
 using nlohmann::json;
 
-// An iterator for the parser that counts lines, because the parser does not report its position.
-class CountedCharacter {
-public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = char;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const char*;
-    using reference = const char&;
-
-    // Counts lines in *line, which is the line of the character that was taken last.
-    CountedCharacter(const char* at, int* line) : at_(at), line_(line) {}
-
-    reference operator*() const { return *at_; }
-    CountedCharacter& operator++()
-    {
-        *line_ += lineEnds_ ? 1 : 0;
-        lineEnds_ = *at_ == '\n';
-        ++at_;
-        return *this;
-    }
-    bool operator==(const CountedCharacter& other) const { return at_ == other.at_; }
-    bool operator!=(const CountedCharacter& other) const { return at_ != other.at_; }
-
-private:
-    const char* at_;
-    int* line_;
-    bool lineEnds_ = false;
-};
-
-// Below() returns the JSON pointer of an element or a member.
-std::string Below(const std::string& pointer, std::size_t index)
+// Returns the pointer of an element or a member.
+template <typename Token>
+std::string Below(const std::string& pointer, const Token& token)
 {
-    return fmt::format("{}/{}", pointer, index);
+    return (json::json_pointer(pointer) / token).to_string();
 }
 
-std::string Below(const std::string& pointer, const std::string& key)
-{
-    std::string escaped;
-    for (const char character : key) {
-        escaped += character == '~' ? "~0" : character == '/' ? "~1" : std::string(1, character);
-    }
-    return pointer + '/' + escaped;
-}
-
-// Receives the parser's events, and notes the line on which each value begins.
+// Finds the line on which each value begins, because the parser does not tell it.
 class LineKeeper {
 public:
-    explicit LineKeeper(std::string name) : name_(std::move(name)) {}
-
-    void Note(json::parse_event_t event, const json& parsed, int line)
+    LineKeeper(std::string name, const std::string& text, int firstLine)
+        : name_(std::move(name)), text_(text), line_(firstLine)
     {
-        switch (event) {
-        case json::parse_event_t::key:
-            levels_.back().key = parsed.get<std::string>();
-            Keep(line);
-            break;
-        case json::parse_event_t::object_start:
-        case json::parse_event_t::array_start:
-            Begin(line);
-            levels_.push_back({here_, event == json::parse_event_t::array_start, 0, ""});
-            break;
-        case json::parse_event_t::object_end:
-        case json::parse_event_t::array_end:
+    }
+
+    // Takes an event of the parser, which has read this number of bytes.
+    void Note(json::parse_event_t event, const json& parsed, std::size_t end)
+    {
+        using Event = json::parse_event_t;
+
+        if (event == Event::object_end || event == Event::array_end) {
             levels_.pop_back();
-            break;
-        case json::parse_event_t::value:
-            Begin(line);
-            break;
+            return;
         }
+        if (event == Event::key) {
+            here_ = Below(levels_.back().pointer, parsed.get<std::string>());
+        } else if (!levels_.empty() && levels_.back().isArray) {
+            here_ = Below(levels_.back().pointer, levels_.back().next++);
+        }
+        // The line of a member is that of its key.
+        const bool isNew = lines_.emplace(here_, LineAt(end)).second;
+        if (event == Event::key && !isNew) {
+            throw FileError(fmt::format("{}:{}: {} is given twice", name_, line_, here_));
+        }
+        if (event == Event::object_start || event == Event::array_start) {
+            levels_.push_back({here_, event == Event::array_start});
+        }
+    }
+
+    // Returns the line of the last of these bytes. The number must not be less than the time before.
+    int LineAt(std::size_t end)
+    {
+        for (; counted_ + 1 < end; ++counted_) {
+            line_ += text_[counted_] == '\n' ? 1 : 0;
+        }
+        return line_;
     }
 
     std::map<std::string, int> Take() { return std::move(lines_); }
@@ -97,33 +74,13 @@ private:
     struct Level {
         std::string pointer;
         bool isArray;
-        std::size_t next;
-        std::string key;
+        std::size_t next = 0;
     };
 
-    // Notes the line of a value. The line of a member is that of its key, and is noted already.
-    void Begin(int line)
-    {
-        if (levels_.empty()) {
-            lines_.emplace("", line);
-        } else if (levels_.back().isArray) {
-            Level& level = levels_.back();
-            here_ = Below(level.pointer, level.next++);
-            lines_.emplace(here_, line);
-        } else {
-            here_ = Below(levels_.back().pointer, levels_.back().key);
-        }
-    }
-
-    void Keep(int line)
-    {
-        const std::string pointer = Below(levels_.back().pointer, levels_.back().key);
-        if (!lines_.emplace(pointer, line).second) {
-            throw FileError(fmt::format("{}:{}: {} is given twice", name_, line, pointer));
-        }
-    }
-
     std::string name_;
+    const std::string& text_;
+    int line_;
+    std::size_t counted_ = 0;
     std::vector<Level> levels_;
     std::string here_;
     std::map<std::string, int> lines_;
@@ -190,19 +147,20 @@ std::string ReadText(const std::string& file, std::size_t most)
 
 JsonNode JsonNode::Parse(const std::string& name, const std::string& text, int firstLine)
 {
-    int line = firstLine;
-    LineKeeper lines(name);
+    std::istringstream stream(text);
+    const auto end = [&stream] {
+        return static_cast<std::size_t>(stream.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in));
+    };
+    LineKeeper lines(name, text, firstLine);
     auto document = std::make_shared<Document>();
     document->name = name;
     try {
-        document->root = json::parse(
-            CountedCharacter(text.data(), &line), CountedCharacter(text.data() + text.size(), &line),
-            [&](int, json::parse_event_t event, const json& parsed) {
-                lines.Note(event, parsed, line);
-                return true;
-            });
+        document->root = json::parse(stream, [&](int, json::parse_event_t event, const json& parsed) {
+            lines.Note(event, parsed, end());
+            return true;
+        });
     } catch (const json::exception& error) {
-        throw FileError(fmt::format("{}:{}", name, PlaceAndReason(error, line)));
+        throw FileError(fmt::format("{}:{}", name, PlaceAndReason(error, lines.LineAt(end()))));
     }
     document->lines = lines.Take();
     return {document, "", &document->root};

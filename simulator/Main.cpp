@@ -10,11 +10,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace {
 
@@ -40,26 +38,6 @@ void AnnounceReady(int fd)
     close(fd);
 }
 
-// Runs the server. After each crash, another one follows.
-void Serve(World& world, Simulator::Outage outage, const Options& options)
-{
-    const Trace trace(options.verbose);
-    auto simulator = std::make_unique<Simulator>(world, trace);
-    simulator->OwnControl();
-    simulator->Open(outage, [&options] {
-        if (options.readyFd) {
-            AnnounceReady(*options.readyFd);
-        }
-    });
-    while (const auto crash = simulator->Run()) {
-        world.clients.LeaveAll();
-        auto next = std::make_unique<Simulator>(world, trace);
-        simulator->HandOverTo(*next);
-        simulator = std::move(next);
-        simulator->Open(*crash, [] {});
-    }
-}
-
 void Run(const Options& options)
 {
     Scenario scenario;
@@ -76,7 +54,12 @@ void Run(const Options& options)
     World world(scenario);
     world.replay = replay;
     world.featureFile = options.featureFile;
-    Serve(world, scenario.now.away.value_or(Simulator::Outage(0)), options);
+    Simulator simulator(world, Trace(options.verbose), [&options] {
+        if (options.readyFd) {
+            AnnounceReady(*options.readyFd);
+        }
+    });
+    simulator.Run(scenario.now.away.value_or(Simulator::Outage(0)));
 }
 
 int Report(const std::exception& error, int exitCode)

@@ -95,30 +95,25 @@ Method Serve(Clients& clients, std::string (Clients::*function)(int, const std::
     };
 }
 
-Methods ClientMethods(Clients& clients)
+} // namespace
+
+Methods ServerMethods(Home& home, Clients& clients)
 {
+    Speakers& speakers = home.Speakers();
+    Volumes& volumes = home.Volumes();
+    Soundbars& soundbars = home.Soundbars();
     return {
         {"check_dbus_connection", Serve(clients, &Clients::Meet)},
         {"SubscribeNamServiceCallback", Serve(clients, &Clients::Subscribe)},
         {"UnsubscribeNamServiceCallback", Serve(clients, &Clients::Unsubscribe)},
-    };
-}
 
-Methods ConnectionMethods(Speakers& speakers)
-{
-    return {
         {"AutoConnectNewSpeakers", Serve(speakers, &Speakers::ConnectNew)},
         {"AutoConnectNewSpeakersForOutdoor", Serve(speakers, &Speakers::ConnectNewOutdoors)},
         {"ConnectNetworkSpeakerByMobile", Serve(speakers, &Speakers::ConnectByMobile)},
         {"ConnectToSpeakerForInfraLessSetup", Serve(speakers, &Speakers::ConnectDirectly)},
         {"GetSpksConnectionType", Serve(speakers, &Speakers::ConnectionType)},
         {"GetSpksConnectionTypeByID", Serve(speakers, &Speakers::ConnectionTypeOfNode)},
-    };
-}
 
-Methods PlaybackMethods(Home& home)
-{
-    return {
         {"StartNetworkSpeaker", Serve(home, &Home::StartSpeakers)},
         {"StartNetworkSpeakerByID", Serve(home, &Home::StartSpeakerNode)},
         {"Vireon_StartNetworkSpeakerByID", Serve(home, &Home::StartSpeakerById)},
@@ -127,12 +122,7 @@ Methods PlaybackMethods(Home& home)
         {"DisableSurround", Serve(home, &Home::DisableSurround)},
         {"GetSurroundChannelNumber", Serve(home, &Home::SurroundChannels)},
         {"kiv_is_receiver_atmos", Serve(home, &Home::ReceiverHasAtmos)},
-    };
-}
 
-Methods InventoryMethods(Speakers& speakers)
-{
-    return {
         {"GetActiveNetSpkInfo", Serve(speakers, &Speakers::ActiveInfo)},
         {"GetNetSpkListInfo", Serve(speakers, &Speakers::Lists)},
         {"GetNetSpkListInfoNumber", Serve(speakers, &Speakers::ListCount)},
@@ -141,12 +131,7 @@ Methods InventoryMethods(Speakers& speakers)
         {"SetNetSpkName", Serve(speakers, &Speakers::Rename)},
         {"StartNetSpkTest", Serve(speakers, &Speakers::StartTest)},
         {"StopNetSpkTest", Serve(speakers, &Speakers::StopTest)},
-    };
-}
 
-Methods VolumeMethods(Volumes& volumes)
-{
-    return {
         {"GetNetSpkVolume", Serve(volumes, &Volumes::Get)},
         {"SetNetSpkVolume", Serve(volumes, &Volumes::Set)},
         {"IncreaseNetSpkVolume", Serve(volumes, &Volumes::Increase)},
@@ -157,24 +142,14 @@ Methods VolumeMethods(Volumes& volumes)
         {"DecreaseNetSpkVolumeList", Serve(volumes, &Volumes::DecreaseList)},
         {"ResetNetSpkVolumeList", Serve(volumes, &Volumes::ResetList)},
         {"ResetAllNetSpkVolume", Serve(volumes, &Volumes::ResetAll)},
-    };
-}
 
-Methods SoundbarMethods(Soundbars& soundbars)
-{
-    return {
         {"SetSoundbarSoundMode", Serve(soundbars, &Soundbars::SetSoundMode)},
         {"GetSoundbarSoundMode", Serve(soundbars, &Soundbars::SoundMode)},
         {"GetSoundbarDeviceInfo", Serve(soundbars, &Soundbars::DeviceInfo)},
         {"SetSoundbarSupportSoundMode", Serve(soundbars, &Soundbars::SetSupportsSoundMode)},
         {"IsSoundbarSupportSoundMode", Serve(soundbars, &Soundbars::SupportsSoundMode)},
         {"GetSoundbarProtocolVersion", Serve(soundbars, &Soundbars::ProtocolVersion)},
-    };
-}
 
-Methods ModeMethods(Home& home)
-{
-    return {
         {"SetNetSpkSettingMode", Serve(home, &Home::SetSettingMode)},
         {"GetNetSpkSettingMode", Serve(home, &Home::SettingMode)},
         {"SetTavrinUIMode", Serve(home, &Home::SetTavrinUiMode)},
@@ -185,21 +160,6 @@ Methods ModeMethods(Home& home)
         {"CanEnterTavrinSettings", Serve(home, &Home::CanEnterTavrinSettings)},
         {"FlagEnableNetworkSpeaker", [](const Call&) { return Tuple(true); }},
     };
-}
-
-} // namespace
-
-Methods ServerMethods(Home& home, Clients& clients)
-{
-    Methods all;
-    all.merge(ClientMethods(clients));
-    all.merge(ConnectionMethods(home.Speakers()));
-    all.merge(PlaybackMethods(home));
-    all.merge(InventoryMethods(home.Speakers()));
-    all.merge(VolumeMethods(home.Volumes()));
-    all.merge(SoundbarMethods(home.Soundbars()));
-    all.merge(ModeMethods(home));
-    return all;
 }
 
 } // namespace kiv::simulator

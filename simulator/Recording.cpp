@@ -20,11 +20,16 @@ std::int64_t ReadNumber(const JsonNode& node)
 const Keys<RecordedLine>& LineKeys()
 {
     static const Keys<RecordedLine> kKeys = {
-        {"ms", Into(&RecordedLine::ms, ReadNumber)},         {"call", Into(&RecordedLine::call, ReadNumber)},
-        {"event", Into(&RecordedLine::event, ReadNumber)},   {"answer", Into(&RecordedLine::answer, ReadNumber)},
-        {"method", Into(&RecordedLine::method, ReadString)}, {"arguments", Into(&RecordedLine::arguments, ReadString)},
-        {"client", Into(&RecordedLine::client, ReadString)}, {"values", Into(&RecordedLine::values, ReadString)},
-        {"error", Into(&RecordedLine::error, ReadString)},   {"message", Into(&RecordedLine::message, ReadString)},
+        {"ms", Into(&RecordedLine::ms, ReadNumber)},
+        {"call", Into(&RecordedLine::call, ReadNumber)},
+        {"event", Into(&RecordedLine::event, ReadNumber)},
+        {"answer", Into(&RecordedLine::answer, ReadNumber)},
+        {"method", Into(&RecordedLine::method, &JsonNode::Text)},
+        {"arguments", Into(&RecordedLine::arguments, &JsonNode::Text)},
+        {"client", Into(&RecordedLine::client, &JsonNode::Text)},
+        {"values", Into(&RecordedLine::values, &JsonNode::Text)},
+        {"error", Into(&RecordedLine::error, &JsonNode::Text)},
+        {"message", Into(&RecordedLine::message, &JsonNode::Text)},
     };
     return kKeys;
 }

@@ -123,7 +123,7 @@ std::optional<Mac> ReadMobileMessage(const Bytes& bytes)
     return reader.Take<Mac>();
 }
 
-std::optional<SoundModeSetting> ReadSoundModeSetting(const Bytes& bytes)
+std::optional<SoundbarSetting> ReadSoundbarSetting(const Bytes& bytes)
 {
     if (bytes.size() < kIdentitySize) {
         return std::nullopt;
@@ -131,18 +131,7 @@ std::optional<SoundModeSetting> ReadSoundModeSetting(const Bytes& bytes)
     Reader reader(bytes);
     const Mac mac = reader.Take<Mac>();
     reader.Skip(kIpSize);
-    return SoundModeSetting{mac, reader.Rest()};
-}
-
-std::optional<SoundModeSupport> ReadSoundModeSupport(const Bytes& bytes)
-{
-    if (bytes.size() != kIdentitySize + kIntSize) {
-        return std::nullopt;
-    }
-    Reader reader(bytes);
-    const Mac mac = reader.Take<Mac>();
-    reader.Skip(kIpSize);
-    return SoundModeSupport{mac, reader.Int32()};
+    return SoundbarSetting{mac, reader.Rest()};
 }
 
 Bytes WriteActiveGroup(const std::string& name, const std::vector<Speaker>& speakers)

@@ -18,14 +18,10 @@ struct SpeakerConfig {
     Mac mac;
 };
 
-struct SoundModeSetting {
+// What a client sets for a soundbar.
+struct SoundbarSetting {
     Mac mac;
     Bytes data;
-};
-
-struct SoundModeSupport {
-    Mac mac;
-    std::int32_t supported;
 };
 
 // Speakers that can be chosen together.
@@ -40,8 +36,8 @@ std::optional<std::vector<Mac>> ReadMacList(const Bytes& bytes);
 std::optional<Mac> ReadMac(const Bytes& bytes);
 // Reads a message that a mobile device sends by way of the TV: a MAC address, and any bytes behind it.
 std::optional<Mac> ReadMobileMessage(const Bytes& bytes);
-std::optional<SoundModeSetting> ReadSoundModeSetting(const Bytes& bytes);
-std::optional<SoundModeSupport> ReadSoundModeSupport(const Bytes& bytes);
+// Reads a MAC address, an IP address, and any bytes behind them.
+std::optional<SoundbarSetting> ReadSoundbarSetting(const Bytes& bytes);
 
 // Writes name, type and count, and 183 bytes for each speaker.
 Bytes WriteActiveGroup(const std::string& name, const std::vector<Speaker>& speakers);

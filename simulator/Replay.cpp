@@ -12,7 +12,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -33,16 +32,10 @@ bool IsAboutProcess(const std::string& method)
     return kMethods.contains(method);
 }
 
-std::string Print(GVariant* value)
-{
-    const std::unique_ptr<char, decltype(&g_free)> text(g_variant_print(value, TRUE), g_free);
-    return text.get();
-}
-
 // Returns a key that is equal for calls that get the same answers.
 std::pair<std::string, std::string> CallOf(const std::string& method, GVariant* arguments)
 {
-    return {method, IsAboutProcess(method) ? "" : Print(arguments)};
+    return {method, IsAboutProcess(method) ? "" : TakeText(g_variant_print(arguments, TRUE))};
 }
 
 // Joins the lines of a recording to exchanges.

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
+#include <memory>
 
 namespace kiv::simulator {
 
@@ -30,31 +31,30 @@ std::chrono::milliseconds ReadTime(const JsonNode& node, std::int64_t least = 0)
     return std::chrono::milliseconds(node.Integer(least, kLongestTime));
 }
 
+// Returns the value of a text. The parser returns nothing for a text that is not what was expected.
+template <typename Value>
+Value ReadParsed(const JsonNode& node, std::optional<Value> (*parse)(std::string_view), const char* expected)
+{
+    const auto value = parse(node.Text());
+    if (!value) {
+        node.FailExpected(expected);
+    }
+    return *value;
+}
+
 Bytes ReadHex(const JsonNode& node)
 {
-    const auto bytes = ParseHex(node.Text());
-    if (!bytes) {
-        node.FailExpected("bytes in hexadecimal such as \"01 ff\"");
-    }
-    return *bytes;
+    return ReadParsed(node, &ParseHex, R"(bytes in hexadecimal such as "01 ff")");
 }
 
 Mac ReadMacAddress(const JsonNode& node)
 {
-    const auto mac = ParseMac(node.Text());
-    if (!mac) {
-        node.FailExpected("a MAC address such as \"02:4b:49:56:00:01\"");
-    }
-    return *mac;
+    return ReadParsed(node, &ParseMac, R"(a MAC address such as "02:4b:49:56:00:01")");
 }
 
 Ip ReadIpAddress(const JsonNode& node)
 {
-    const auto ip = ParseIp(node.Text());
-    if (!ip) {
-        node.FailExpected("an IP address such as \"192.168.0.21\"");
-    }
-    return *ip;
+    return ReadParsed(node, &ParseIp, R"(an IP address such as "192.168.0.21")");
 }
 
 std::string ReadWord(const JsonNode& node, const std::vector<std::string>& allowed)
@@ -72,11 +72,6 @@ Connection ReadConnection(const JsonNode& node)
     return word == "none" ? Connection::kNone : word == "network" ? Connection::kNetwork : Connection::kDirect;
 }
 
-bool ReadFlag(const JsonNode& node)
-{
-    return node.Flag();
-}
-
 struct GroupedSpeaker : Speaker {
     GroupedSpeaker() : Speaker{0, 0, "", "Shelf", {}, {}, 20, Connection::kNetwork} {}
 
@@ -87,16 +82,16 @@ struct GroupedSpeaker : Speaker {
 const Keys<GroupedSpeaker>& SpeakerKeys()
 {
     static const Keys<GroupedSpeaker> kKeys = {
-        {"name", Into(&Speaker::name, ReadString)},
+        {"name", Into(&Speaker::name, &JsonNode::Text)},
         {"mac", Into(&Speaker::mac, ReadMacAddress)},
-        {"group", Into(&GroupedSpeaker::groupName, ReadString)},
-        {"type", Into(&Speaker::type, ReadString)},
+        {"group", Into(&GroupedSpeaker::groupName, &JsonNode::Text)},
+        {"type", Into(&Speaker::type, &JsonNode::Text)},
         {"ip", Into(&GroupedSpeaker::ownIp, ReadIpAddress)},
         {"volume", Into(&Speaker::volume, [](const JsonNode& node) { return static_cast<int>(node.Integer(0, 100)); })},
         {"connection", Into(&Speaker::connection, ReadConnection)},
         {"channel", Into(&Speaker::channel, ReadInt)},
-        {"active", Into(&Speaker::active, ReadFlag)},
-        {"watched", Into(&Speaker::watched, ReadFlag)},
+        {"active", Into(&Speaker::active, &JsonNode::Flag)},
+        {"watched", Into(&Speaker::watched, &JsonNode::Flag)},
     };
     return kKeys;
 }
@@ -125,7 +120,7 @@ SpeakerSet ReadSpeakers(const JsonNode& node)
         }
         speaker.node = static_cast<int>(set.speakers.size()) + 1;
         speaker.group = GroupNumber(set.groupNames, speaker.groupName.empty() ? speaker.name : speaker.groupName);
-        speaker.ip = speaker.ownIp.value_or(Ip{192, 168, 0, static_cast<std::uint8_t>(20 + speaker.node)});
+        speaker.ip = speaker.ownIp.value_or(DefaultIp(speaker.node));
         set.speakers.push_back(speaker);
     }
     return set;
@@ -143,7 +138,7 @@ Bytes ReadSoundModeData(const JsonNode& node)
 const Keys<Soundbar>& SoundbarKeys()
 {
     static const Keys<Soundbar> kKeys = {
-        {"name", Into(&Soundbar::name, ReadString)},
+        {"name", Into(&Soundbar::name, &JsonNode::Text)},
         {"mac", Into(&Soundbar::mac, ReadMacAddress)},
         {"ip", Into(&Soundbar::ip, ReadIpAddress)},
         {"soundMode", Into(&Soundbar::soundMode, ReadSoundModeData)},
@@ -169,8 +164,8 @@ const Keys<HomeChange>& HomeKeys()
         {"soundbars", Into(&HomeChange::soundbars, ReadSoundbars)},
         {"settingMode", Into(&HomeChange::settingMode, ReadInt)},
         {"tavrinUiMode", Into(&HomeChange::tavrinUiMode, ReadInt)},
-        {"surround", Into(&HomeChange::surround, ReadFlag)},
-        {"receiverHasAtmos", Into(&HomeChange::receiverHasAtmos, ReadFlag)},
+        {"surround", Into(&HomeChange::surround, &JsonNode::Flag)},
+        {"receiverHasAtmos", Into(&HomeChange::receiverHasAtmos, &JsonNode::Flag)},
     };
     return kKeys;
 }
@@ -193,15 +188,6 @@ GVariant* FaultValue(const JsonNode& node, const std::string& type)
         return NewByteArray(ReadHex(node));
     }
     return g_variant_new_string(node.Text().c_str());
-}
-
-std::set<std::string> FaultKeys()
-{
-    std::set<std::string> names;
-    for (const auto& [name, type] : Faults::Keys()) {
-        names.insert(name);
-    }
-    return names;
 }
 
 std::map<std::string, Variant> ReadFaults(const JsonNode& node)
@@ -282,13 +268,13 @@ template <typename Target>
 void AddChangeKeys(Keys<Target>& keys, Change Target::*change)
 {
     const Keys<Change> changeKeys = {
-        {"clientId", Into(&Change::clientId, ReadString)},
+        {"clientId", Into(&Change::clientId, &JsonNode::Text)},
         {"feature", Into(&Change::feature, [](const JsonNode& node) { return ReadWord(node, kFeatures); })},
         {"home", Into(&Change::home, ReadHome)},
         {"faults", Into(&Change::faults, ReadFaults)},
         {"events", Into(&Change::events, ReadEvents)},
         {"away", Into(&Change::away, [](const JsonNode& node) { return ReadTime(node); })},
-        {"exit", Into(&Change::exit, ReadFlag)},
+        {"exit", Into(&Change::exit, &JsonNode::Flag)},
     };
     for (const auto& [name, read] : changeKeys) {
         keys.emplace(name, [change, read = read](Target& target, const JsonNode& node) { read(target.*change, node); });
@@ -323,7 +309,7 @@ const Keys<Scenario>& RootKeys()
         Keys<Scenario> keys = {
             // Editors use this key. It is checked and ignored.
             {"$schema", [](Scenario&, const JsonNode& node) { node.Text(); }},
-            {"description", Into(&Scenario::description, ReadString)},
+            {"description", Into(&Scenario::description, &JsonNode::Text)},
             {"timetable", Into(&Scenario::timetable, ReadTimetable)},
         };
         AddChangeKeys(keys, &Scenario::now);
@@ -348,20 +334,15 @@ void RefuseAtStart(const std::string& name, const std::string& text, const std::
 Variant ReadFault(const JsonNode& node)
 {
     const std::map<std::string, std::string> types = Faults::Keys();
-    std::vector<std::pair<std::string, Variant>> values;
+    const std::unique_ptr<GVariantDict, link::Releaser<g_variant_dict_unref>> description(g_variant_dict_new(nullptr));
     for (const auto& [name, member] : node.Members()) {
         const auto type = types.find(name);
         if (type == types.end()) {
-            FailUnknown(member, name, FaultKeys());
+            FailUnknown(member, name, NamesOf(types));
         }
-        values.emplace_back(name, Own(FaultValue(member, type->second)));
+        g_variant_dict_insert_value(description.get(), name.c_str(), FaultValue(member, type->second));
     }
-    GVariantDict description;
-    g_variant_dict_init(&description, nullptr);
-    for (const auto& [name, value] : values) {
-        g_variant_dict_insert_value(&description, name.c_str(), value.get());
-    }
-    return Own(g_variant_dict_end(&description));
+    return Own(g_variant_dict_end(description.get()));
 }
 
 std::optional<std::int32_t> ParseEventId(const std::string& text)
@@ -397,13 +378,10 @@ Scenario ReadFirstScenario(const std::string& name, const std::string& text)
 std::map<std::string, std::set<std::string>> ScenarioKeys()
 {
     return {
-        {"scenario", NamesOf(RootKeys())},
-        {"appointment", NamesOf(AppointmentKeys())},
-        {"home", NamesOf(HomeKeys())},
-        {"speaker", NamesOf(SpeakerKeys())},
-        {"soundbar", NamesOf(SoundbarKeys())},
-        {"event", NamesOf(EventKeys())},
-        {"fault", FaultKeys()},
+        {"scenario", NamesOf(RootKeys())},     {"appointment", NamesOf(AppointmentKeys())},
+        {"home", NamesOf(HomeKeys())},         {"speaker", NamesOf(SpeakerKeys())},
+        {"soundbar", NamesOf(SoundbarKeys())}, {"event", NamesOf(EventKeys())},
+        {"fault", NamesOf(Faults::Keys())},
     };
 }
 

@@ -22,17 +22,16 @@ Variant WithMoreBytes(const Variant& values, const Bytes& more)
     if (more.empty()) {
         return values;
     }
-    std::vector<Variant> members;
-    std::vector<GVariant*> plain;
+    GVariantBuilder members;
+    g_variant_builder_init(&members, G_VARIANT_TYPE_TUPLE);
     for (std::size_t i = 0; i < g_variant_n_children(values.get()); ++i) {
-        Variant member = Own(g_variant_get_child_value(values.get(), i));
-        if (g_variant_is_of_type(member.get(), G_VARIANT_TYPE_BYTESTRING) != FALSE) {
-            member = Own(NewByteArray(Writer().Append(BytesOf(member.get())).Append(more).Written()));
-        }
-        plain.push_back(member.get());
-        members.push_back(member);
+        const Variant member = Own(g_variant_get_child_value(values.get(), i));
+        const bool isBytes = g_variant_is_of_type(member.get(), G_VARIANT_TYPE_BYTESTRING) != FALSE;
+        g_variant_builder_add_value(
+            &members,
+            isBytes ? NewByteArray(Writer().Append(BytesOf(member.get())).Append(more).Written()) : member.get());
     }
-    return Own(g_variant_new_tuple(plain.data(), plain.size()));
+    return Own(g_variant_builder_end(&members));
 }
 
 } // namespace

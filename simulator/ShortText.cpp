@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <memory>
 
 namespace kiv::simulator {
 
@@ -15,16 +14,11 @@ constexpr std::size_t kBytesShown = 32;
 constexpr std::size_t kBytesBefore = 8;
 constexpr glong kCharactersShown = 120;
 
-using Characters = std::unique_ptr<char, decltype(&g_free)>;
-
 std::string PrintString(GVariant* value)
 {
-    const Characters text(g_variant_print(value, FALSE), g_free);
-    if (g_utf8_strlen(text.get(), -1) <= kCharactersShown) {
-        return text.get();
-    }
-    const Characters beginning(g_utf8_substring(text.get(), 0, kCharactersShown), g_free);
-    return std::string(beginning.get()) + "...";
+    const std::string text = TakeText(g_variant_print(value, FALSE));
+    const bool fits = g_utf8_strlen(text.c_str(), -1) <= kCharactersShown;
+    return fits ? text : TakeText(g_utf8_substring(text.c_str(), 0, kCharactersShown)) + "...";
 }
 
 } // namespace

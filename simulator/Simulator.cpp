@@ -1,7 +1,9 @@
 #include "simulator/Simulator.h"
 
+#include "simulator/Control.h"
 #include "simulator/Events.h"
 #include "simulator/Interfaces.h"
+#include "simulator/Server.h"
 
 #include <glib-unix.h>
 
@@ -21,13 +23,10 @@ constexpr char kBusPath[] = "/org/freedesktop/DBus";
 // The longest time for which the simulator waits for answers to its last event.
 constexpr std::chrono::seconds kLongestLeave{5};
 
-constexpr unsigned kQueue = 0;
-
 ObjectRef<GDBusConnection> Connect()
 {
     g_autoptr(GError) error = nullptr;
-    const std::unique_ptr<char, decltype(&g_free)> address(
-        g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error), g_free);
+    const link::TextOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
     GDBusConnection* connection = nullptr;
     if (address != nullptr) {
         const auto flags = static_cast<GDBusConnectionFlags>(
@@ -40,119 +39,188 @@ ObjectRef<GDBusConnection> Connect()
     return OwnObject(connection);
 }
 
+// Calls a method of the bus. Returns null for an error.
+link::VariantOwner
+CallBus(GDBusConnection* connection, const char* method, GVariant* arguments, GError** error = nullptr)
+{
+    return link::VariantOwner(g_dbus_connection_call_sync(
+        connection, kBusName, kBusPath, kBusName, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
+        error));
+}
+
 bool HasOwner(GDBusConnection* connection, const char* name)
 {
-    GVariant* owner = g_dbus_connection_call_sync(
-        connection, kBusName, kBusPath, kBusName, "GetNameOwner", g_variant_new("(s)", name), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    if (owner == nullptr) {
-        return false;
+    return CallBus(connection, "GetNameOwner", g_variant_new("(s)", name)) != nullptr;
+}
+
+unsigned RequestName(GDBusConnection* connection, const char* name, unsigned flags)
+{
+    g_autoptr(GError) error = nullptr;
+    const auto reply = CallBus(connection, "RequestName", g_variant_new("(su)", name, flags), &error);
+    if (reply == nullptr) {
+        throw std::runtime_error(fmt::format("cannot own {}: {}", name, error->message));
     }
-    g_variant_unref(owner);
-    return true;
+    unsigned outcome = 0;
+    g_variant_get(reply.get(), "(u)", &outcome);
+    return outcome;
+}
+
+void QueueForName(GDBusConnection* connection, const char* name)
+{
+    constexpr unsigned kQueue = 0;
+    RequestName(connection, name, kQueue);
+}
+
+void OwnName(GDBusConnection* connection, const char* name)
+{
+    constexpr unsigned kDoNotQueue = 4;
+    constexpr unsigned kPrimaryOwner = 1;
+
+    if (RequestName(connection, name, kDoNotQueue) != kPrimaryOwner) {
+        throw std::runtime_error(fmt::format("{} is already owned on this bus", name));
+    }
+}
+
+void OnNameOwnerChanged(
+    GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* arguments, void* clients)
+{
+    const char* name = nullptr;
+    const char* newOwner = nullptr;
+    g_variant_get(arguments, "(&s&s&s)", &name, nullptr, &newOwner);
+    if (*newOwner == '\0') {
+        static_cast<Clients*>(clients)->Leave(name);
+    }
 }
 
 } // namespace
 
-Simulator::Simulator(World& world, Trace trace)
-    : world_(world), trace_(trace), loop_(g_main_loop_new(nullptr, FALSE), g_main_loop_unref), connection_(Connect()),
-      link_(connection_, trace), server_(connection_.get(), world_, link_, trace),
-      control_(
-          connection_.get(), world_, link_,
-          {.leave = [this](const OnDone& onAnnounced) { Leave(onAnnounced); },
-           .apply =
-               [this](const Scenario& scenario, const ClientLink::OnPushed& onApplied) { Apply(scenario, onApplied); },
-           .awaitServer = [this](const OnDone& onOpen) { AwaitServer(onOpen); }}),
-      signals_{
-          g_unix_signal_add(SIGTERM, &Simulator::OnSignal, this), g_unix_signal_add(SIGINT, &Simulator::OnSignal, this)}
-{
-    g_signal_connect_swapped(connection_.get(), "closed", G_CALLBACK(&Simulator::OnClosed), this);
-    nameWatch_ = g_dbus_connection_signal_subscribe(
-        connection_.get(), kBusName, kBusName, "NameOwnerChanged", kBusPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-        &Simulator::OnNameOwnerChanged, this, nullptr);
-}
-
-Simulator::~Simulator()
-{
-    for (const unsigned signal : signals_) {
-        g_source_remove(signal);
+// A connection to the bus, with the objects on it.
+struct Simulator::Presence {
+    explicit Presence(Simulator& simulator)
+        : connection(Connect()), link(connection, simulator.trace_),
+          server(connection.get(), simulator.world_, link, simulator.trace_),
+          control(
+              connection.get(), simulator.world_, link,
+              {.leave = [&simulator](const OnDone& onAnnounced) { simulator.Leave(onAnnounced); },
+               .apply =
+                   [&simulator](const Scenario& scenario, const ClientLink::OnPushed& onApplied) {
+                       simulator.Apply(scenario, onApplied);
+                   },
+               .awaitServer = [&simulator](const OnDone& onOpen) { simulator.AwaitServer(onOpen); }}),
+          nameWatch(g_dbus_connection_signal_subscribe(
+              connection.get(), kBusName, kBusName, "NameOwnerChanged", kBusPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+              &OnNameOwnerChanged, &simulator.world_.clients, nullptr)),
+          closeWatch(g_signal_connect_swapped(connection.get(), "closed", G_CALLBACK(&OnClosed), &simulator))
+    {
     }
-    g_dbus_connection_signal_unsubscribe(connection_.get(), nameWatch_);
-    g_signal_handlers_disconnect_by_data(connection_.get(), this);
-    // The connection is closed here, because calls that are not answered yet refer to it.
-    g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
-}
+    Presence(const Presence&) = delete;
+    Presence& operator=(const Presence&) = delete;
+    ~Presence()
+    {
+        g_dbus_connection_signal_unsubscribe(connection.get(), nameWatch);
+        g_signal_handler_disconnect(connection.get(), closeWatch);
+        // The connection is closed here, because calls that are not answered yet refer to it.
+        g_dbus_connection_close_sync(connection.get(), nullptr, nullptr);
+    }
 
-void Simulator::OwnControl()
-{
-    OwnName(kControlName);
-    FollowTimetable();
-}
+    static void OnClosed(Simulator* simulator) { simulator->state_ = State::kLeft; }
 
-void Simulator::FollowTimetable()
+    void Flush() const { g_dbus_connection_flush_sync(connection.get(), nullptr, nullptr); }
+
+    ObjectRef<GDBusConnection> connection;
+    ClientLink link;
+    Server server;
+    Control control;
+    unsigned nameWatch;
+    unsigned long closeWatch;
+    // Expires when this object ends, for actions that wait on the main loop.
+    std::shared_ptr<void> life = std::make_shared<int>();
+};
+
+Simulator::Simulator(World& world, Trace trace, OnDone onReady)
+    : world_(world), trace_(trace), onReady_(std::move(onReady)), presence_(std::make_unique<Presence>(*this))
 {
+    g_unix_signal_add(SIGTERM, &Simulator::OnSignal, this);
+    g_unix_signal_add(SIGINT, &Simulator::OnSignal, this);
+    OwnName(presence_->connection.get(), kControlName);
     world_.timetable.MakeChangesBy([this](const Change& change) { MakeInTime(change); });
 }
 
-void Simulator::HandOverTo(Simulator& next)
+Simulator::~Simulator() = default;
+
+void Simulator::Run(Outage outage)
 {
-    // The next one queues for the control's name before it is released, so that a simulator that the bus starts always
-    // finds an owner of it.
-    next.RequestName(kControlName, kQueue);
-    ReleaseName(kControlName);
-    ReleaseName(kServerName);
-    // Calls that have arrived before are still served. Otherwise callers of the control would notice the crash.
-    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+    StayAway(outage);
+    while (state_ != State::kLeft) {
+        if (state_ == State::kDue) {
+            Open();
+        } else if (state_ == State::kCrashing) {
+            Crash();
+        } else {
+            Iterate(TRUE);
+        }
     }
-    next.FollowTimetable();
-    if (leaving_) {
-        next.Leave([] {});
-    }
-    onHandedOver_();
-    g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);
 }
 
-void Simulator::Open(Outage outage, std::function<void()> onOpen)
+bool Simulator::Iterate(gboolean mayWait)
 {
-    onOpen_ = std::move(onOpen);
-    opening_ = std::make_shared<int>();
+    presence_->control.AnswerWaiting();
+    return g_main_context_iteration(nullptr, mayWait) != FALSE;
+}
+
+void Simulator::StayAway(Outage outage)
+{
+    state_ = State::kAway;
+    outage_ = std::make_shared<int>();
+    const auto end = While(outage_, [this] {
+        if (state_ == State::kAway) {
+            state_ = State::kDue;
+        }
+    });
     if (outage.count() == 0) {
-        OpenNow();
+        end();
     } else {
-        After(outage, While(opening_, [this] { OpenNow(); }));
+        After(outage, end);
     }
 }
 
-void Simulator::OpenNow()
+void Simulator::Open()
 {
-    try {
-        OwnName(kServerName);
-        onOpen_();
-    } catch (const std::exception&) {
-        failure_ = std::current_exception();
-        g_main_loop_quit(loop_.get());
-        return;
-    }
-    isOpen_ = true;
+    OwnName(presence_->connection.get(), kServerName);
+    state_ = State::kOpen;
+    std::exchange(onReady_, [] {})();
     for (const OnDone& onDone : std::exchange(awaitingServer_, {})) {
         onDone();
     }
 }
 
-std::optional<Simulator::Outage> Simulator::Run()
+void Simulator::Crash()
 {
-    if (failure_ == nullptr) {
-        g_main_loop_run(loop_.get());
+    world_.clients.LeaveAll();
+    const auto last = std::exchange(presence_, std::make_unique<Presence>(*this));
+    // The next one queues for the control's name before it is released, so that a simulator that the bus starts always
+    // finds an owner of it.
+    QueueForName(presence_->connection.get(), kControlName);
+    for (const char* const name : {kControlName, kServerName}) {
+        CallBus(last->connection.get(), "ReleaseName", g_variant_new("(s)", name));
     }
-    if (failure_ != nullptr) {
-        std::rethrow_exception(failure_);
+    if (std::exchange(isLeaving_, false)) {
+        Leave([] {});
     }
-    return crash_;
+    // Calls that have arrived before are still served. Otherwise callers of the control would notice the crash.
+    do {
+        last->control.AnswerWaiting();
+    } while (Iterate(FALSE));
+    std::exchange(onCrashed_, nullptr)();
+    last->Flush();
+    if (state_ != State::kLeft) {
+        StayAway(crashOutage_);
+    }
 }
 
 void Simulator::AwaitServer(const OnDone& onOpen)
 {
-    if (isOpen_) {
+    if (state_ == State::kOpen) {
         onOpen();
     } else {
         awaitingServer_.push_back(onOpen);
@@ -180,7 +248,7 @@ void Simulator::MakeInTime(const Change& change)
 void Simulator::Make(const Change& change, const ClientLink::OnPushed& onMade)
 {
     const bool hasGainedAtmos = world_.Apply(change);
-    const auto finish = While(life_, [this, change, onMade](const PushResult& result) {
+    const auto finish = While(presence_->life, [this, change, onMade](const PushResult& result) {
         Finish(change, [onMade, result] { onMade(result); });
     });
     // The callback of the last client drops the shared result, which calls finish().
@@ -190,111 +258,64 @@ void Simulator::Make(const Change& change, const ClientLink::OnPushed& onMade)
     });
     const auto told = [all](const PushResult& result) {
         if (all->firstError.empty()) {
-            all->firstError = result.firstError;
-            all->firstMessage = result.firstMessage;
+            *all = result;
         }
     };
     // The event is pushed only when the support begins, because the library calls back with 1 whatever the data are.
     if (hasGainedAtmos) {
-        Announce(link_, world_.clients, EventPayload(kAtmosEvent, EventData(1)), told);
+        Announce(presence_->link, world_.clients, EventPayload(kAtmosEvent, EventData(1)), told);
     }
     for (const EventPush& event : change.events) {
         const auto clients = event.client.empty() ? world_.clients.Ids() : std::vector<std::string>{event.client};
-        link_.Push(Usable(clients), event.payload, 1, told);
+        presence_->link.Push(Usable(clients), event.payload, 1, told);
     }
 }
 
 void Simulator::Finish(const Change& change, const OnDone& onMade)
 {
-    const bool goesAway = change.away && !leaving_ && !crash_;
-    if (goesAway && isOpen_) {
+    const bool goesAway = change.away && !isLeaving_;
+    const bool isAway = state_ == State::kAway || state_ == State::kDue;
+    if (goesAway && state_ == State::kOpen) {
         trace_("crash, away for {} ms", change.away->count());
-        crash_ = change.away;
-        isOpen_ = false;
-        onHandedOver_ = onMade;
-        g_main_loop_quit(loop_.get());
+        state_ = State::kCrashing;
+        crashOutage_ = *change.away;
+        onCrashed_ = onMade;
         return;
     }
-    if (goesAway) {
-        Open(*change.away, onOpen_);
+    if (goesAway && isAway) {
+        StayAway(*change.away);
     }
-    onMade();
+    // A server that is due is on the bus before the change counts as made.
+    if (state_ == State::kDue && !change.exit) {
+        awaitingServer_.push_back(onMade);
+    } else {
+        onMade();
+    }
     if (change.exit) {
         Leave([] {});
     }
 }
 
-unsigned Simulator::RequestName(const char* name, unsigned flags)
+void Simulator::Leave(const OnDone& onAnnounced)
 {
-    g_autoptr(GError) error = nullptr;
-    GVariant* reply = g_dbus_connection_call_sync(
-        connection_.get(), kBusName, kBusPath, kBusName, "RequestName", g_variant_new("(su)", name, flags),
-        G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
-    if (reply == nullptr) {
-        throw std::runtime_error(fmt::format("cannot own {}: {}", name, error->message));
-    }
-    unsigned outcome = 0;
-    g_variant_get(Own(reply).get(), "(u)", &outcome);
-    return outcome;
-}
-
-void Simulator::ReleaseName(const char* name)
-{
-    GVariant* reply = g_dbus_connection_call_sync(
-        connection_.get(), kBusName, kBusPath, kBusName, "ReleaseName", g_variant_new("(s)", name), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    if (reply != nullptr) {
-        Own(reply);
-    }
-}
-
-void Simulator::OwnName(const char* name)
-{
-    constexpr unsigned kDoNotQueue = 4;
-    constexpr unsigned kPrimaryOwner = 1;
-
-    if (RequestName(name, kDoNotQueue) != kPrimaryOwner) {
-        throw std::runtime_error(fmt::format("{} is already owned on this bus", name));
-    }
-}
-
-void Simulator::Leave(const std::function<void()>& onAnnounced)
-{
-    if (std::exchange(leaving_, true)) {
-        g_main_loop_quit(loop_.get());
+    if (std::exchange(isLeaving_, true)) {
+        state_ = State::kLeft;
         return;
     }
-    const auto leave = [this, onAnnounced](const auto&...) {
-        if (!std::exchange(left_, true)) {
+    const auto leave = While(presence_->life, [this, onAnnounced](const auto&...) {
+        if (std::exchange(state_, State::kLeft) != State::kLeft) {
             onAnnounced();
-            g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);
-            g_main_loop_quit(loop_.get());
+            presence_->Flush();
         }
-    };
-    After(kLongestLeave, While(life_, leave));
-    Announce(link_, world_.clients, EventPayload(kExitEvent, {}), While(life_, leave));
+    });
+    After(kLongestLeave, leave);
+    Announce(presence_->link, world_.clients, EventPayload(kExitEvent, {}), leave);
 }
 
 int Simulator::OnSignal(void* self)
 {
     static_cast<Simulator*>(self)->Leave([] {});
     return G_SOURCE_CONTINUE;
-}
-
-void Simulator::OnClosed(Simulator* self)
-{
-    g_main_loop_quit(self->loop_.get());
-}
-
-void Simulator::OnNameOwnerChanged(
-    GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* arguments, void* self)
-{
-    const char* name = nullptr;
-    const char* newOwner = nullptr;
-    g_variant_get(arguments, "(&s&s&s)", &name, nullptr, &newOwner);
-    if (*newOwner == '\0') {
-        static_cast<Simulator*>(self)->world_.clients.Leave(name);
-    }
 }
 
 bool AwaitServerOfOther()
@@ -310,15 +331,12 @@ bool AwaitServerOfOther()
         return false;
     }
     g_autoptr(GError) error = nullptr;
-    GVariant* reply = g_dbus_connection_call_sync(
+    const link::VariantOwner reply(g_dbus_connection_call_sync(
         connection.get(), kControlName, kControlPath, kControlInterface, "AwaitServer", nullptr, nullptr,
-        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &error);
-    if (reply == nullptr) {
-        // Without a reply, that simulator has crashed again, or has ended.
-        return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE && AwaitServerOfOther();
-    }
-    Own(reply);
-    return true;
+        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &error));
+    // Without a reply, that simulator has crashed again, or has ended.
+    return reply != nullptr ||
+           (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE && AwaitServerOfOther());
 }
 
 } // namespace kiv::simulator

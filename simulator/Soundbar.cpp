@@ -45,7 +45,7 @@ const Soundbar* Soundbars::Find(const Bytes& mac) const
 
 int Soundbars::SetSoundMode(const Bytes& setting)
 {
-    const auto wanted = ReadSoundModeSetting(setting);
+    const auto wanted = ReadSoundbarSetting(setting);
     Soundbar* soundbar = wanted ? Find(wanted->mac) : nullptr;
     if (soundbar == nullptr || wanted->data.size() > kMostSoundModeData) {
         return kRefused;
@@ -75,12 +75,12 @@ Bytes Soundbars::DeviceInfo() const
 
 int Soundbars::SetSupportsSoundMode(const Bytes& support)
 {
-    const auto wanted = ReadSoundModeSupport(support);
+    const auto wanted = ReadSoundbarSetting(support);
     Soundbar* soundbar = wanted ? Find(wanted->mac) : nullptr;
-    if (soundbar == nullptr) {
+    if (soundbar == nullptr || wanted->data.size() != sizeof soundbar->supportsSoundMode) {
         return kRefused;
     }
-    soundbar->supportsSoundMode = wanted->supported;
+    soundbar->supportsSoundMode = Reader(wanted->data).Int32();
     return kDone;
 }
 

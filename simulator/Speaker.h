@@ -22,6 +22,12 @@ struct SpeakerTest {
 // The five characters on a speaker's label.
 using SpeakerId = std::array<std::uint8_t, 5>;
 
+// Returns the address of a speaker that is given none.
+constexpr Ip DefaultIp(int node)
+{
+    return {192, 168, 0, static_cast<std::uint8_t>(20 + node)};
+}
+
 struct Speaker {
     int node;
     int group;

@@ -16,43 +16,38 @@ namespace {
 
 enum Group : int { kLivingRoom = 1, kKitchen, kBedroom, kTerrace };
 
-constexpr Mac LastByte(std::uint8_t last)
+// Changes a speaker. Refuses a speaker that is not known.
+template <typename Change>
+int ChangeIfKnown(Speaker* speaker, const Change& change)
 {
-    return {0x02, 0x4b, 0x49, 0x56, 0x00, last};
+    if (speaker == nullptr) {
+        return kRefused;
+    }
+    change(*speaker);
+    return kDone;
 }
 
 } // namespace
 
-Speakers::Speakers()
-    : set_{
-          {"Living room", "Kitchen", "Bedroom", "Terrace"},
-          {
-              {1,
-               kLivingRoom,
-               "Living room left",
-               "Shelf",
-               LastByte(0x01),
-               {192, 168, 0, 21},
-               20,
-               Connection::kNetwork},
-              {2,
-               kLivingRoom,
-               "Living room right",
-               "Shelf",
-               LastByte(0x02),
-               {192, 168, 0, 22},
-               20,
-               Connection::kNetwork},
-              {3, kLivingRoom, "Subwoofer", "Subwoofer", LastByte(0x03), {192, 168, 0, 23}, 15, Connection::kNetwork},
-              {4, kKitchen, "Kitchen", "Compact", LastByte(0xa4), {192, 168, 0, 24}, 10, Connection::kNetwork},
-              {5, kBedroom, "Bedroom", "Compact", LastByte(0x05), {192, 168, 0, 25}, 10, Connection::kNone},
-              {6, kTerrace, "Terrace left", "Outdoor", LastByte(0x06), {192, 168, 0, 26}, 30, Connection::kNone},
-              {7, kTerrace, "Terrace right", "Outdoor", LastByte(0x07), {192, 168, 0, 27}, 30, Connection::kNone},
-          }}
+Speakers::Speakers() : set_{{"Living room", "Kitchen", "Bedroom", "Terrace"}, {}}
 {
+    const auto add = [this](int group, const char* name, const char* type, int volume, Connection connection) {
+        const auto node = static_cast<std::uint8_t>(set_.speakers.size() + 1);
+        // The label of the fourth speaker has a letter: KIVA4.
+        const auto last = static_cast<std::uint8_t>(node == 4 ? 0xa4 : node);
+        const Mac mac = {0x02, 0x4b, 0x49, 0x56, 0x00, last};
+        set_.speakers.push_back({node, group, name, type, mac, DefaultIp(node), volume, connection});
+    };
+    add(kLivingRoom, "Living room left", "Shelf", 20, Connection::kNetwork);
+    add(kLivingRoom, "Living room right", "Shelf", 20, Connection::kNetwork);
+    add(kLivingRoom, "Subwoofer", "Subwoofer", 15, Connection::kNetwork);
+    add(kKitchen, "Kitchen", "Compact", 10, Connection::kNetwork);
+    add(kBedroom, "Bedroom", "Compact", 10, Connection::kNone);
+    add(kTerrace, "Terrace left", "Outdoor", 30, Connection::kNone);
+    add(kTerrace, "Terrace right", "Outdoor", 30, Connection::kNone);
 }
 
-Speaker* Speakers::FindIf(const std::function<bool(const Speaker&)>& matches)
+Speaker* Speakers::FindFirst(const Matches& matches)
 {
     const auto found = std::ranges::find_if(set_.speakers, matches);
     return found == set_.speakers.end() ? nullptr : &*found;
@@ -60,39 +55,38 @@ Speaker* Speakers::FindIf(const std::function<bool(const Speaker&)>& matches)
 
 Speaker* Speakers::Find(int node)
 {
-    return FindIf([node](const Speaker& speaker) { return speaker.node == node; });
+    return FindFirst([node](const Speaker& speaker) { return speaker.node == node; });
 }
 
 Speaker* Speakers::Find(const Mac& mac)
 {
-    return FindIf([&mac](const Speaker& speaker) { return speaker.mac == mac; });
+    return FindFirst([&mac](const Speaker& speaker) { return speaker.mac == mac; });
 }
 
 Speaker* Speakers::Find(const SpeakerId& id)
 {
-    return FindIf([&id](const Speaker& speaker) { return speaker.Id() == id; });
+    return FindFirst([&id](const Speaker& speaker) { return speaker.Id() == id; });
 }
 
-std::vector<Speaker*> Speakers::OfGroup(int group)
+std::vector<Speaker*> Speakers::FindAll(const Matches& matches)
 {
     std::vector<Speaker*> found;
     for (Speaker& speaker : set_.speakers) {
-        if (speaker.group == group) {
+        if (matches(speaker)) {
             found.push_back(&speaker);
         }
     }
     return found;
 }
 
+std::vector<Speaker*> Speakers::OfGroup(int group)
+{
+    return FindAll([group](const Speaker& speaker) { return speaker.group == group; });
+}
+
 std::vector<Speaker*> Speakers::Connected()
 {
-    std::vector<Speaker*> connected;
-    for (Speaker& speaker : set_.speakers) {
-        if (speaker.IsConnected()) {
-            connected.push_back(&speaker);
-        }
-    }
-    return connected;
+    return FindAll(&Speaker::IsConnected);
 }
 
 Speaker* Speakers::Connected(const Mac& mac)
@@ -103,11 +97,9 @@ Speaker* Speakers::Connected(const Mac& mac)
 
 std::vector<Speaker*> Speakers::Connected(const std::vector<SpeakerConfig>& configs)
 {
-    std::vector<Speaker*> connected = Connected();
-    std::erase_if(connected, [&configs](const Speaker* speaker) {
-        return std::ranges::find(configs, speaker->mac, &SpeakerConfig::mac) == configs.end();
+    return FindAll([&configs](const Speaker& speaker) {
+        return speaker.IsConnected() && std::ranges::find(configs, speaker.mac, &SpeakerConfig::mac) != configs.end();
     });
-    return connected;
 }
 
 int Speakers::Connect(const Bytes& macList, Connection connection)
@@ -129,22 +121,13 @@ int Speakers::Connect(const Bytes& macList, Connection connection)
 int Speakers::ConnectByMobile(const Bytes& message)
 {
     const auto mac = ReadMobileMessage(message);
-    Speaker* speaker = mac ? Find(*mac) : nullptr;
-    if (speaker == nullptr) {
-        return kRefused;
-    }
-    speaker->connection = Connection::kNetwork;
-    return kDone;
+    return ChangeIfKnown(
+        mac ? Find(*mac) : nullptr, [](Speaker& speaker) { speaker.connection = Connection::kNetwork; });
 }
 
 int Speakers::ConnectDirectly(int node)
 {
-    Speaker* speaker = Find(node);
-    if (speaker == nullptr) {
-        return kRefused;
-    }
-    speaker->connection = Connection::kDirect;
-    return kDone;
+    return ChangeIfKnown(Find(node), [](Speaker& speaker) { speaker.connection = Connection::kDirect; });
 }
 
 int Speakers::ConnectionType(const Bytes& configs)
@@ -193,32 +176,18 @@ int Speakers::Playing() const
 
 int Speakers::Rename(const Mac& mac, int /*ip*/, const std::string& name)
 {
-    Speaker* speaker = Connected(mac);
-    if (speaker == nullptr) {
-        return kRefused;
-    }
-    speaker->name = name;
-    return kDone;
+    return ChangeIfKnown(Connected(mac), [&name](Speaker& speaker) { speaker.name = name; });
 }
 
 int Speakers::StartTest(const Mac& mac, int parameter, int channelType, int extra)
 {
-    Speaker* speaker = Connected(mac);
-    if (speaker == nullptr) {
-        return kRefused;
-    }
-    speaker->test = {parameter, channelType, extra};
-    return kDone;
+    const SpeakerTest test = {parameter, channelType, extra};
+    return ChangeIfKnown(Connected(mac), [&test](Speaker& speaker) { speaker.test = test; });
 }
 
 int Speakers::StopTest(const Mac& mac)
 {
-    Speaker* speaker = Connected(mac);
-    if (speaker == nullptr) {
-        return kRefused;
-    }
-    speaker->test.reset();
-    return kDone;
+    return ChangeIfKnown(Connected(mac), [](Speaker& speaker) { speaker.test.reset(); });
 }
 
 int Speakers::StopWatching(int node)
@@ -280,11 +249,6 @@ Bytes Speakers::Lists() const
         lists.Append(WriteList(group));
     }
     return lists.Written();
-}
-
-int Speakers::ListCount() const
-{
-    return static_cast<int>(Groups().size());
 }
 
 Bytes Speakers::Nodes() const

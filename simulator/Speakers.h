@@ -58,14 +58,17 @@ public:
 
     Bytes ActiveInfo() const;
     Bytes Lists() const;
-    int ListCount() const;
+    int ListCount() const { return static_cast<int>(Groups().size()); }
     Bytes Nodes() const;
 
     // Returns the connected speakers as "speakers", and the others as "discovered".
     nlohmann::json ToJson() const;
 
 private:
-    Speaker* FindIf(const std::function<bool(const Speaker&)>& matches);
+    using Matches = std::function<bool(const Speaker&)>;
+
+    Speaker* FindFirst(const Matches& matches);
+    std::vector<Speaker*> FindAll(const Matches& matches);
     int Connect(const Bytes& macList, Connection connection);
     // Returns the groups that have connected speakers, with these speakers.
     std::vector<SpeakerGroup> Groups() const;

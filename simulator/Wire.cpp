@@ -1,69 +1,29 @@
 #include "simulator/Wire.h"
 
+#include "tools/WrittenBytes.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 #include <stdexcept>
 
 namespace kiv::simulator {
 
-namespace {
-
-// Reads as many numbers as the array has, with the separator between them.
-template <typename Array>
-std::optional<Array> ParseBytes(std::string_view text, char separator, int base, std::ptrdiff_t mostDigits)
-{
-    Array bytes{};
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    for (std::size_t index = 0; index < bytes.size(); ++index) {
-        if (index > 0 && (at == end || *at++ != separator)) {
-            return std::nullopt;
-        }
-        const auto [next, error] = std::from_chars(at, end, bytes[index], base);
-        if (error != std::errc() || next - at > mostDigits) {
-            return std::nullopt;
-        }
-        at = next;
-    }
-    return at == end ? std::optional(bytes) : std::nullopt;
-}
-
-} // namespace
-
 std::optional<Mac> ParseMac(std::string_view text)
 {
-    return ParseBytes<Mac>(text, ':', 16, 2);
+    return ParseAddress<std::tuple_size_v<Mac>>(text, ':', 16, 1, 2);
 }
 
 std::optional<Ip> ParseIp(std::string_view text)
 {
-    return ParseBytes<Ip>(text, '.', 10, 3);
+    return ParseAddress<std::tuple_size_v<Ip>>(text, '.', 10, 1, 3);
 }
 
 std::optional<Bytes> ParseHex(std::string_view text)
 {
-    Bytes bytes;
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    while (at != end) {
-        if (*at == ' ') {
-            ++at;
-            continue;
-        }
-        std::uint8_t byte = 0;
-        const char* const pairEnd = end - at < 2 ? end : at + 2;
-        const auto [next, error] = std::from_chars(at, pairEnd, byte, 16);
-        if (error != std::errc() || next - at != 2) {
-            return std::nullopt;
-        }
-        bytes.push_back(byte);
-        at = next;
-    }
-    return bytes;
+    return ParseHexBytes(text);
 }
 
 std::string Text(const Mac& mac)

@@ -1,7 +1,6 @@
-#include "Names.h"
+#include "link/Owners.h"
 #include "peers/Peer.h"
 
-#include <gio/gio.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -25,38 +24,12 @@ GVariant* Arguments(Input input)
         return g_variant_new("(yyyyyyis)", kMac[0], kMac[1], kMac[2], kMac[3], kMac[4], kMac[5], kIp, kSpeakerName);
     case Input::kBytes:
         return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, kMac.data(), kMac.size(), 1));
+    case Input::kServersName:
+        return g_variant_new("(s)", kServer.name);
+    case Input::kProcess:
+        return g_variant_new("(i)", getpid());
     }
     return nullptr;
-}
-
-long Decode(Output output, GVariant* answer)
-{
-    switch (output) {
-    case Output::kInt: {
-        gint32 value = 0;
-        g_variant_get(answer, "(i)", &value);
-        return value;
-    }
-    case Output::kBool: {
-        gboolean value = FALSE;
-        g_variant_get(answer, "(b)", &value);
-        return value;
-    }
-    case Output::kText: {
-        const char* value = nullptr;
-        g_variant_get(answer, "(&s)", &value);
-        return *value != '\0';
-    }
-    case Output::kBytes: {
-        GVariant* array = g_variant_get_child_value(answer, 0);
-        const auto count = static_cast<long>(g_variant_n_children(array));
-        g_variant_unref(array);
-        return count;
-    }
-    case Output::kIgnored:
-        break;
-    }
-    return 0;
 }
 
 const char* TypeOf(Output output)
@@ -73,57 +46,47 @@ const char* TypeOf(Output output)
     }
 }
 
-class GioPeer : public Peer {
+long Decode(Output output, GVariant* answer)
+{
+    const link::VariantOwner value = link::Member(answer);
+    switch (output) {
+    case Output::kInt:
+        return g_variant_get_int32(value.get());
+    case Output::kBool:
+        return g_variant_get_boolean(value.get());
+    case Output::kText:
+        return *g_variant_get_string(value.get(), nullptr) != '\0';
+    case Output::kBytes:
+        return static_cast<long>(g_variant_n_children(value.get()));
+    case Output::kIgnored:
+        break;
+    }
+    return 0;
+}
+
+class GioPeer : public MessagePeer {
 public:
-    GioPeer() : bus_(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr))
+    GioPeer()
     {
-        if (bus_ == nullptr) {
+        if (!bus_) {
             throw std::runtime_error("GIO: no bus");
         }
     }
-    ~GioPeer() override { g_object_unref(bus_); }
-    GioPeer(const GioPeer&) = delete;
-    GioPeer& operator=(const GioPeer&) = delete;
-
-    long Call(const Request& request) override
-    {
-        CheckOwner();
-        CallServer(kIdMethod, g_variant_new("(i)", getpid()), Output::kText);
-        CheckOwner();
-        return CallServer(request.method, Arguments(request.input), request.output);
-    }
 
 private:
-    void CheckOwner()
+    long Send(const Request& request) override
     {
-        GVariant* answer = g_dbus_connection_call_sync(
-            bus_, kBusName, kBusPath, kBusName, kOwnerMethod, g_variant_new("(s)", kServerName), G_VARIANT_TYPE("(b)"),
-            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-        if (Take(answer, Output::kBool) == 0) {
-            throw std::runtime_error("GIO: no server");
-        }
-    }
-
-    long CallServer(const char* method, GVariant* arguments, Output output)
-    {
-        return Take(
-            g_dbus_connection_call_sync(
-                bus_, kServerName, kServerPath, kServerInterface, method, arguments, G_VARIANT_TYPE(TypeOf(output)),
-                G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, nullptr),
-            output);
-    }
-
-    static long Take(GVariant* answer, Output output)
-    {
-        if (answer == nullptr) {
+        const link::VariantOwner answer(g_dbus_connection_call_sync(
+            bus_.get(), request.to.name, request.to.path, request.to.interface, request.method,
+            Arguments(request.input), G_VARIANT_TYPE(TypeOf(request.output)), G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs,
+            nullptr, nullptr));
+        if (!answer) {
             throw std::runtime_error("GIO: no answer");
         }
-        const long value = Decode(output, answer);
-        g_variant_unref(answer);
-        return value;
+        return Decode(request.output, answer.get());
     }
 
-    GDBusConnection* bus_;
+    link::ConnectionOwner bus_{g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr)};
 };
 
 } // namespace

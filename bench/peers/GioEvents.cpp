@@ -1,10 +1,9 @@
 #include "Names.h"
+#include "link/Owners.h"
 #include "peers/EventPeer.h"
 
-#include <gio/gio.h>
-
-#include <future>
 #include <stdexcept>
+#include <stop_token>
 #include <thread>
 
 namespace kiv::bench {
@@ -25,20 +24,32 @@ class GioEvents : public EventPeer {
 public:
     GioEvents()
     {
-        std::promise<bool> serving;
-        std::future<bool> served = serving.get_future();
-        thread_ = std::thread([this, &serving] { Run(serving); });
-        if (!served.get()) {
-            thread_.join();
+        // GIO delivers the calls to the context that is the thread's own while the object is registered.
+        g_main_context_push_thread_default(context_.get());
+        const GDBusInterfaceVTable vtable = {OnCall, nullptr, nullptr, {}};
+        g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(kXml, nullptr);
+        object_ = g_dbus_connection_register_object(
+            bus_.get(), (std::string(kClientPath) + kId).c_str(), node->interfaces[0], &vtable, this, nullptr, nullptr);
+        const link::VariantOwner answer(g_dbus_connection_call_sync(
+            bus_.get(), kBus.name, kBus.path, kBus.interface, "RequestName",
+            g_variant_new("(su)", (std::string(kClientName) + kId).c_str(), 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+            nullptr, nullptr));
+        g_main_context_pop_thread_default(context_.get());
+        if (object_ == 0 || !answer) {
             throw std::runtime_error("GIO: no object for events");
         }
+        thread_ = std::jthread([this](const std::stop_token& end) {
+            while (!end.stop_requested()) {
+                g_main_context_iteration(context_.get(), TRUE);
+            }
+        });
     }
     ~GioEvents() override
     {
-        g_main_loop_quit(loop_);
+        thread_.request_stop();
+        g_main_context_wakeup(context_.get());
         thread_.join();
-        g_main_loop_unref(loop_);
-        g_main_context_unref(context_);
+        g_dbus_connection_unregister_object(bus_.get(), object_);
     }
     GioEvents(const GioEvents&) = delete;
     GioEvents& operator=(const GioEvents&) = delete;
@@ -48,54 +59,22 @@ public:
     void Subscribe(unsigned count, Subscriber subscriber) override { subscribers_.assign(count, subscriber); }
 
 private:
-    void Run(std::promise<bool>& serving)
-    {
-        g_main_context_push_thread_default(context_);
-        GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-        const guint object = bus != nullptr ? Serve(bus) : 0;
-        serving.set_value(object != 0);
-        if (object != 0) {
-            g_main_loop_run(loop_);
-            g_dbus_connection_unregister_object(bus, object);
-        }
-        g_clear_object(&bus);
-        g_main_context_pop_thread_default(context_);
-    }
-
-    guint Serve(GDBusConnection* bus)
-    {
-        const GDBusInterfaceVTable vtable = {OnCall, nullptr, nullptr, {}};
-        GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(kXml, nullptr);
-        const guint object = g_dbus_connection_register_object(
-            bus, (std::string(kClientPath) + kId).c_str(), node->interfaces[0], &vtable, this, nullptr, nullptr);
-        g_dbus_node_info_unref(node);
-        GVariant* answer = g_dbus_connection_call_sync(
-            bus, kBusName, kBusPath, kBusName, "RequestName",
-            g_variant_new("(su)", (std::string(kClientName) + kId).c_str(), 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
-            nullptr, nullptr);
-        if (answer == nullptr) {
-            return 0;
-        }
-        g_variant_unref(answer);
-        return object;
-    }
-
     static void OnCall(
         GDBusConnection* /*bus*/, const gchar* /*sender*/, const gchar* /*path*/, const gchar* /*interface*/,
         const gchar* /*method*/, GVariant* parameters, GDBusMethodInvocation* invocation, gpointer self)
     {
-        GVariant* array = g_variant_get_child_value(parameters, 0);
+        const link::VariantOwner array = link::Member(parameters);
         g_dbus_method_invocation_return_value(invocation, nullptr);
         gsize size = 0;
-        const void* payload = g_variant_get_fixed_array(array, &size, 1);
+        const void* payload = g_variant_get_fixed_array(array.get(), &size, 1);
         TellSubscribers(static_cast<GioEvents*>(self)->subscribers_, payload, size);
-        g_variant_unref(array);
     }
 
     std::vector<Subscriber> subscribers_; // changed only while no events arrive
-    GMainContext* context_ = g_main_context_new();
-    GMainLoop* loop_ = g_main_loop_new(context_, FALSE);
-    std::thread thread_;
+    link::ConnectionOwner bus_{g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr)};
+    link::ContextOwner context_{g_main_context_new()};
+    guint object_ = 0;
+    std::jthread thread_;
 };
 
 } // namespace

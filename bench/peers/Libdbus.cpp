@@ -1,4 +1,3 @@
-#include "Names.h"
 #include "peers/Peer.h"
 
 #include <dbus/dbus.h>
@@ -53,6 +52,12 @@ void AddArguments(DBusMessage* message, Input input)
             message, DBUS_TYPE_ARRAY, DBUS_TYPE_BYTE, &data, static_cast<int>(kMac.size()), DBUS_TYPE_INVALID);
         break;
     }
+    case Input::kServersName:
+        Append(message, DBUS_TYPE_STRING, kServer.name);
+        break;
+    case Input::kProcess:
+        Append(message, DBUS_TYPE_INT32, dbus_int32_t{getpid()});
+        break;
     }
 }
 
@@ -87,7 +92,7 @@ long Decode(Output output, DBusMessage* message)
     return 0;
 }
 
-class LibdbusPeer : public Peer {
+class LibdbusPeer : public MessagePeer {
 public:
     LibdbusPeer()
     {
@@ -106,40 +111,18 @@ public:
     LibdbusPeer(const LibdbusPeer&) = delete;
     LibdbusPeer& operator=(const LibdbusPeer&) = delete;
 
-    long Call(const Request& request) override
-    {
-        CheckOwner();
-        const MessageOwner id = ToServer(kIdMethod);
-        Append(id.get(), DBUS_TYPE_INT32, dbus_int32_t{getpid()});
-        Send(id.get(), kCallTimeoutMs, Output::kText);
-        CheckOwner();
-        const MessageOwner message = ToServer(request.method);
-        AddArguments(message.get(), request.input);
-        return Send(message.get(), kCallTimeoutMs, request.output);
-    }
-
 private:
-    static MessageOwner ToServer(const char* method)
+    long Send(const Request& request) override
     {
-        return MessageOwner(dbus_message_new_method_call(kServerName, kServerPath, kServerInterface, method));
-    }
-
-    void CheckOwner()
-    {
-        const MessageOwner query(dbus_message_new_method_call(kBusName, kBusPath, kBusName, kOwnerMethod));
-        Append(query.get(), DBUS_TYPE_STRING, kServerName);
-        if (Send(query.get(), DBUS_TIMEOUT_USE_DEFAULT, Output::kBool) == 0) {
-            throw std::runtime_error("libdbus: no server");
-        }
-    }
-
-    long Send(DBusMessage* message, int timeoutMs, Output output)
-    {
-        const MessageOwner answer(dbus_connection_send_with_reply_and_block(bus_, message, timeoutMs, nullptr));
+        const MessageOwner message(
+            dbus_message_new_method_call(request.to.name, request.to.path, request.to.interface, request.method));
+        AddArguments(message.get(), request.input);
+        const MessageOwner answer(
+            dbus_connection_send_with_reply_and_block(bus_, message.get(), kCallTimeoutMs, nullptr));
         if (!answer) {
             throw std::runtime_error("libdbus: no answer");
         }
-        return Decode(output, answer.get());
+        return Decode(request.output, answer.get());
     }
 
     DBusConnection* bus_;

@@ -63,12 +63,9 @@ public:
         if (method == "IsSoundbarSupportSoundMode") {
             return supports_(kMac.data());
         }
-        if (method == "GetNetSpkNodeList") {
-            std::vector<CNetSpkNodeInfo> list;
-            list_(list); // fails if there are no records
-            return static_cast<long>(sizeof(CNetSpkNodeInfo) * list.size());
-        }
-        throw std::logic_error(request.method);
+        std::vector<CNetSpkNodeInfo> list;
+        list_(list); // fails if there are no records
+        return static_cast<long>(sizeof(CNetSpkNodeInfo) * list.size());
     }
 
 private:

@@ -4,7 +4,7 @@
 
 namespace kiv::bench {
 
-// Loads the library from a file, so that one process can compare two builds of it. The library stays loaded.
+// Loads the library from a file, so that its loading can be measured. The library stays loaded.
 class LoadedLibrary {
 public:
     explicit LoadedLibrary(const std::string& file);

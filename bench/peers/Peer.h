@@ -3,6 +3,7 @@
 #include "Requests.h"
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace kiv::bench {
@@ -17,16 +18,36 @@ struct Peer {
     virtual long Call(const Request& request) = 0;
 };
 
+// A peer that sends each of the messages itself.
+class MessagePeer : public Peer {
+public:
+    long Call(const Request& request) override
+    {
+        CheckOwner();
+        Send(kIdRequest);
+        CheckOwner();
+        return Send(request);
+    }
+
+private:
+    // Sends one message, and returns its answer as Call() does.
+    virtual long Send(const Request& request) = 0;
+
+    void CheckOwner()
+    {
+        if (Send(kOwnerRequest) == 0) {
+            throw std::runtime_error("no server");
+        }
+    }
+};
+
 std::unique_ptr<Peer> MakeLibraryPeer(const std::string& file);
 
-// These peers use the connection that the process shares.
+// Uses the connection that the process shares, as the library does.
 std::unique_ptr<Peer> MakeGioPeer();
-std::unique_ptr<Peer> MakeCodegenPeer();
-std::unique_ptr<Peer> MakeQtPeer();
 
 // Each of these peers has a connection of its own, so one serves one thread.
 std::unique_ptr<Peer> MakeLibdbusPeer();
 std::unique_ptr<Peer> MakeSdBusPeer();
-std::unique_ptr<Peer> MakeSdbusCppPeer();
 
 } // namespace kiv::bench

@@ -1,4 +1,3 @@
-#include "Names.h"
 #include "peers/Peer.h"
 
 #include <systemd/sd-bus.h>
@@ -44,6 +43,12 @@ void AddArguments(sd_bus_message* message, Input input)
     case Input::kBytes:
         Check(sd_bus_message_append_array(message, 'y', kMac.data(), kMac.size()));
         break;
+    case Input::kServersName:
+        Check(sd_bus_message_append(message, "s", kServer.name));
+        break;
+    case Input::kProcess:
+        Check(sd_bus_message_append(message, "i", getpid()));
+        break;
     }
 }
 
@@ -72,49 +77,25 @@ long Decode(Output output, sd_bus_message* message)
     return 0;
 }
 
-class SdBusPeer : public Peer {
+class SdBusPeer : public MessagePeer {
 public:
     SdBusPeer() { Check(sd_bus_open_system(&bus_)); }
     ~SdBusPeer() override { sd_bus_flush_close_unref(bus_); }
     SdBusPeer(const SdBusPeer&) = delete;
     SdBusPeer& operator=(const SdBusPeer&) = delete;
 
-    long Call(const Request& request) override
-    {
-        CheckOwner();
-        const MessageOwner id = NewCall(kServerName, kServerPath, kServerInterface, kIdMethod);
-        Check(sd_bus_message_append(id.get(), "i", getpid()));
-        Send(id.get(), kCallTimeoutMs, Output::kText);
-        CheckOwner();
-        const MessageOwner message = NewCall(kServerName, kServerPath, kServerInterface, request.method);
-        AddArguments(message.get(), request.input);
-        return Send(message.get(), kCallTimeoutMs, request.output);
-    }
-
 private:
-    MessageOwner NewCall(const char* name, const char* path, const char* interface, const char* method)
+    long Send(const Request& request) override
     {
-        sd_bus_message* message = nullptr;
-        Check(sd_bus_message_new_method_call(bus_, &message, name, path, interface, method));
-        return MessageOwner(message);
-    }
-
-    void CheckOwner()
-    {
-        const MessageOwner query = NewCall(kBusName, kBusPath, kBusName, kOwnerMethod);
-        Check(sd_bus_message_append(query.get(), "s", kServerName));
-        if (Send(query.get(), 0, Output::kBool) == 0) {
-            throw std::runtime_error("sd-bus: no server");
-        }
-    }
-
-    long Send(sd_bus_message* message, unsigned timeoutMs, Output output)
-    {
+        sd_bus_message* call = nullptr;
+        Check(sd_bus_message_new_method_call(
+            bus_, &call, request.to.name, request.to.path, request.to.interface, request.method));
+        const MessageOwner message(call);
+        AddArguments(message.get(), request.input);
         sd_bus_message* reply = nullptr;
-        const int result = sd_bus_call(bus_, message, std::uint64_t{timeoutMs} * 1000, nullptr, &reply);
+        Check(sd_bus_call(bus_, message.get(), std::uint64_t{kCallTimeoutMs} * 1000, nullptr, &reply));
         const MessageOwner answer(reply);
-        Check(result);
-        return Decode(output, answer.get());
+        return Decode(request.output, answer.get());
     }
 
     sd_bus* bus_ = nullptr;

@@ -1,12 +1,11 @@
 #include "Names.h"
 #include "peers/EventPeer.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
+#include <cstdint>
 #include <stdexcept>
+#include <stop_token>
 #include <thread>
 
 namespace kiv::bench {
@@ -14,6 +13,7 @@ namespace kiv::bench {
 namespace {
 
 constexpr const char* kId = "sdbus";
+constexpr std::uint64_t kWaitUs = 100'000; // the thread ends this soon after its last event
 
 void Check(int result)
 {
@@ -49,13 +49,17 @@ public:
             bus_, nullptr, (std::string(kClientPath) + kId).c_str(), (std::string(kClientInterface) + kId).c_str(),
             kObject, &subscribers_));
         Check(sd_bus_request_name(bus_, (std::string(kClientName) + kId).c_str(), 0));
-        thread_ = std::thread([this] { Run(); });
+        thread_ = std::jthread([this](const std::stop_token& end) {
+            while (!end.stop_requested()) {
+                if (sd_bus_process(bus_, nullptr) == 0) {
+                    sd_bus_wait(bus_, kWaitUs);
+                }
+            }
+        });
     }
     ~SdBusEvents() override
     {
-        eventfd_write(end_, 1);
-        thread_.join();
-        close(end_);
+        thread_ = {};
         sd_bus_flush_close_unref(bus_);
     }
     SdBusEvents(const SdBusEvents&) = delete;
@@ -66,21 +70,9 @@ public:
     void Subscribe(unsigned count, Subscriber subscriber) override { subscribers_.assign(count, subscriber); }
 
 private:
-    void Run()
-    {
-        pollfd ready[] = {{sd_bus_get_fd(bus_), POLLIN, 0}, {end_, POLLIN, 0}};
-        while (ready[1].revents == 0) {
-            if (sd_bus_process(bus_, nullptr) == 0) {
-                ready[0].events = static_cast<short>(sd_bus_get_events(bus_));
-                poll(ready, 2, -1);
-            }
-        }
-    }
-
     std::vector<Subscriber> subscribers_; // changed only while no events arrive
     sd_bus* bus_ = nullptr;
-    int end_ = eventfd(0, EFD_CLOEXEC);
-    std::thread thread_;
+    std::jthread thread_;
 };
 
 } // namespace

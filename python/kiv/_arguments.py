@@ -14,9 +14,10 @@ from ._types import RECORDS, SCALARS, declared, integer, library, readable, show
 _MAC_LENGTH = declared.CONSTANTS["NETSPK_MAC_LEN"]
 
 # The sizes in bytes of buffers of fixed length, by the names of the parameters. If the header has a buffer that is in
-# none of these tables, importing the module fails.
-_READ = {"pMac": _MAC_LENGTH, "soundbarMAC": _MAC_LENGTH}
-_FILLED = {
+# neither of these tables, importing the module fails.
+_LENGTHS = {
+    "pMac": _MAC_LENGTH,
+    "soundbarMAC": _MAC_LENGTH,
     "pDisplayName": declared.CONSTANTS["NETSPK_LIST_NAME_LEN"],
     "pSpeakerType": declared.CONSTANTS["NETSPK_SPEAKER_TYPE_LEN"] + 1,
     "soundbarDeviceInfo": declared.CONSTANTS["KIV_SOUNDBAR_DEVICE_INFO_LEN"],
@@ -84,39 +85,34 @@ def _check_count(name, length, call):
     call.before.append(check)
 
 
-def _bytes_to_read(name):
-    length = None if name in _COUNTED else _READ[name]
+def _to_read(value, name, element):
+    data = readable(value, name, element)
+    return (ctypes.c_ubyte * len(data)).from_buffer_copy(data)
+
+
+def _to_fill(value, name):
+    try:
+        buffer = memoryview(value).cast("B")
+        return (ctypes.c_ubyte * len(buffer)).from_buffer(buffer)
+    except TypeError:
+        raise TypeError(f"{name} must be a bytearray, got {shown(value)}") from None
+
+
+def _buffer(name, is_filled):
+    length = None if name in _COUNTED else _LENGTHS[name]
     element = _COUNTED[name][1] if name in _COUNTED else length
 
     def convert(value, call):
-        if value is None:
+        if value is None and (length is None or not is_filled):
             return None
-        data = readable(value, name, element)
+        data = _to_fill(value, name) if is_filled else _to_read(value, name, element)
         if length is None:
             _check_count(name, len(data), call)
-        elif len(data) != length:
+        elif is_filled and len(data) < length:
+            raise ValueError(f"{name} must have room for {length} bytes, got {len(data)}")
+        elif not is_filled and len(data) != length:
             raise ValueError(f"{name} must be {length} bytes, got {len(data)}")
-        return (ctypes.c_ubyte * len(data)).from_buffer_copy(data)
-
-    return convert
-
-
-def _bytes_to_fill(name):
-    length = None if name in _COUNTED else _FILLED[name]
-
-    def convert(value, call):
-        if value is None and length is None:
-            return None
-        try:
-            buffer = memoryview(value).cast("B")
-            filled = (ctypes.c_ubyte * len(buffer)).from_buffer(buffer)
-        except TypeError:
-            raise TypeError(f"{name} must be a bytearray, got {shown(value)}") from None
-        if length is None:
-            _check_count(name, len(filled), call)
-        elif len(filled) < length:
-            raise ValueError(f"{name} must have room for {length} bytes, got {len(filled)}")
-        return filled
+        return data
 
     return convert
 
@@ -142,14 +138,13 @@ def _array(name, record):
 
 
 def _vector(name, record, may_be_null):
-    new = getattr(library, f"NewVectorOf_{record.__name__}")
-    records = getattr(library, f"RecordsOf_{record.__name__}")
-    count = getattr(library, f"CountOf_{record.__name__}")
-    delete = getattr(library, f"DeleteVectorOf_{record.__name__}")
-    new.restype, new.argtypes = ctypes.c_void_p, [ctypes.c_void_p, ctypes.c_size_t]
-    records.restype, records.argtypes = ctypes.c_void_p, [ctypes.c_void_p]
-    count.restype, count.argtypes = ctypes.c_size_t, [ctypes.c_void_p]
-    delete.restype, delete.argtypes = None, [ctypes.c_void_p]
+    functions = ("NewVectorOf", "RecordsOf", "CountOf", "DeleteVectorOf")
+    new, records, count, delete = (getattr(library, f"{function}_{record.__name__}") for function in functions)
+    new.restype = records.restype = ctypes.c_void_p
+    count.restype = ctypes.c_size_t
+    new.argtypes = [ctypes.c_void_p, ctypes.c_size_t]
+    records.argtypes = count.argtypes = delete.argtypes = [ctypes.c_void_p]
+    size = ctypes.sizeof(record)
     kinds = f"a list of {record.__name__}{' or None' if may_be_null else ''}"
     fields = 'mac=kiv.mac("02:4b:49:56:00:01")' if hasattr(record, "mac") else ""
     such_as = f"such as kiv.{record.__name__}({fields})"
@@ -169,7 +164,6 @@ def _vector(name, record, may_be_null):
             number = count(vector)
             value[:] = (record * number).from_buffer_copy(ctypes.string_at(records(vector), number * size))
 
-        size = ctypes.sizeof(record)
         call.after.append(take_back)
         return ctypes.c_void_p(vector)
 
@@ -209,10 +203,8 @@ def converter(function, name, type_):
         return _vector(name, RECORDS[element], may_be_null=type_.endswith("*"))
     if type_ == "const char*":
         return _text(name, may_be_null=(function, name) not in _NEVER_NULL)
-    if type_ == "const unsigned char*":
-        return _bytes_to_read(name)
-    if type_ in ("char*", "unsigned char*"):
-        return _bytes_to_fill(name)
+    if type_ in ("const unsigned char*", "char*", "unsigned char*"):
+        return _buffer(name, is_filled=not type_.startswith("const"))
     if type_ == "void*":
         return _pointer(name)
     if type_ in _CALLBACKS:

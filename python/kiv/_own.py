@@ -32,7 +32,6 @@ def ip(text: str) -> int:
 
 
 library.AwaitEvents.restype = ctypes.c_char_p
-library.AwaitEvents.argtypes = [ctypes.c_int]
 
 _LONGEST_WAIT = (2**31 - 1) / 1000
 
@@ -65,7 +64,7 @@ def AwaitEvents(timeout: float = 10) -> bool:
     obstacle = library.AwaitEvents(round(timeout * 1000))
     if obstacle is None:
         return True
-    # One write, so that no log line of the library comes between the text and its end.
+    # print() would write the line end separately, behind a line that the library logs at this moment.
     sys.stderr.write(f"kiv.AwaitEvents(): {obstacle.decode()}\n")
     return False
 

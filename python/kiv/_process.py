@@ -11,10 +11,7 @@ from ._types import library
 _feature_is_off = ctypes.c_bool.in_dll(library, "g_KivDisabled")
 _feature_is_known = ctypes.c_bool.in_dll(library, "g_GetSystemVal")
 
-library.GiveProxy.restype = None
-library.GiveProxy.argtypes = []
 library.IsConnected.restype = ctypes.c_bool
-library.IsConnected.argtypes = []
 
 
 # The process that made the first call, or 0 before.

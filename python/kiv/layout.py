@@ -112,11 +112,10 @@ class _Node:
 class _Described:
     """A record as the file describes it."""
 
-    def __init__(self, node: _Node) -> None:
+    def __init__(self, node: _Node, find: Callable[[_Node], _Described]) -> None:
         keys = node.keys({"size", "fields"}, set())
         self.size = keys["size"].integer(1, _LONGEST_RECORD)
         self._fields: dict[str, dict[str, _Node]] = {}
-        self._readers: dict[str, Reader] = {}
         for element in keys["fields"].elements():
             type_ = element.keys(_KEYS, _ALL_KEYS)["type"].text()
             field = element.keys(_KEYS | _KEYS_BY_TYPE.get(type_, set()), _ALL_KEYS)
@@ -124,15 +123,9 @@ class _Described:
             if not name or name in self._fields:
                 field["name"].refuse("must be a name that no other field of the record has")
             self._fields[name] = field
-
-    def parts(self) -> list[_Node]:
-        """Returns the nodes that name the records within this one."""
-        return [field["record"] for field in self._fields.values() if field["type"].value == "records"]
-
-    def resolve(self, records: dict[str, _Described]) -> None:
-        """Makes the readers of the fields. They need the sizes of the records within this one."""
+        self._readers: dict[str, Reader] = {}
         for name, field in self._fields.items():
-            self._readers[name] = self._reader(field, records)
+            self._readers[name] = self._reader(field, find)
 
     def read(self, data: bytes) -> dict[str, Any]:
         return {name: read(data) for name, read in self._readers.items()}
@@ -141,14 +134,14 @@ class _Described:
         """Returns all whole records in the bytes, which lie back to back."""
         return [self.read(data[at : at + self.size]) for at in range(0, len(data) - self.size + 1, self.size)]
 
-    def _reader(self, field: dict[str, _Node], records: dict[str, _Described]) -> Reader:
+    def _reader(self, field: dict[str, _Node], find: Callable[[_Node], _Described]) -> Reader:
         type_ = field["type"].value
         if type_ in _OF_FIXED_LENGTH:
             length, read = _OF_FIXED_LENGTH[type_]
         elif type_ in _OF_ANY_LENGTH:
             length, read = field["length"].integer(1), _OF_ANY_LENGTH[type_]
         elif type_ == "records":
-            part = records[field["record"].key_of(records)]
+            part = find(field["record"])
             length, read = field["count"].integer(1) * part.size, part.read_all
         else:
             field["type"].refuse(f"must be one of {', '.join(_TYPES)}")
@@ -162,19 +155,6 @@ class _Described:
             {name: other for name, other in self._fields.items() if other["type"].value in _INTEGERS}
         )
         return lambda data: read(data[begin:end])[: max(self._readers[filled](data), 0)]
-
-
-def _refuse_cycles(records: dict[str, _Described]) -> None:
-    for name, record in records.items():
-        seen: set[str] = set()
-        following = record.parts()
-        while following:
-            part = following.pop()
-            if part.value == name:
-                part.refuse("must not be a record that contains this one")
-            if part.value not in seen:
-                seen.add(part.value)
-                following += records[part.value].parts()
 
 
 def _read(file: str) -> _Node:
@@ -229,15 +209,28 @@ class Layout:
     @staticmethod
     def _read_records(node: _Node) -> dict[str, _Described]:
         entries = node.entries()
-        records = {name: _Described(entry) for name, entry in entries.items()}
-        for record in records.values():
-            record.resolve(records)
-        _refuse_cycles(records)
+        records: dict[str, _Described] = {}
+        begun: set[str] = set()
+
+        def described(name: str) -> _Described:
+            if name not in records:
+                begun.add(name)
+                records[name] = _Described(entries[name], part)
+            return records[name]
+
+        def part(named: _Node) -> _Described:
+            name = named.key_of(entries)
+            if name in begun - records.keys():
+                named.refuse("must not be a record that contains this one")
+            return described(name)
+
+        for name in entries:
+            described(name)
         for type_, name in _NAMES.items():
             size = len(bytes(type_()))
             if name in records and records[name].size != size:
                 entries[name].entries()["size"].refuse(f"must be {size}, which is the size of {type_.__name__}")
-        return records
+        return {name: records[name] for name in entries}
 
     def _read_events(self, node: _Node) -> dict[int, tuple[str | None, _Described]]:
         events = {}

@@ -9,19 +9,16 @@ namespace {
 int AutoConnect(const Here& here, const char* method, const unsigned char* macs, int count)
 {
     ApiCall call(here);
-    if (!call.Ready()) {
-        return kApiFailed;
-    }
-    if (macs == nullptr || count <= 0) {
-        KIV_LOG_AT(here, kLogError, "(%s) return", "connectNewSpeakersMacAddrLists == NULL || nNewSpeakersCount <= 0");
+    if (!call.Ready() ||
+        call.Refuses(
+            macs == nullptr || count <= 0, "connectNewSpeakersMacAddrLists == NULL || nNewSpeakersCount <= 0")) {
         return kApiFailed;
     }
     Payload payload{BytesOf(count), BytesOf(macs, NETSPK_MAC_LEN, count)};
-    if (!payload) {
-        KIV_LOG_AT(here, kLogError, "(%s) return", "pNewSpeakersMacList == NULL");
+    if (call.Refuses(!payload, "pNewSpeakersMacList == NULL")) {
         return kApiFailed;
     }
-    const int result = call.AnswerOrMinusOne(method, BytesTuple(std::move(payload)));
+    const int result = call.AnswerOrFailed(method, BytesTuple(std::move(payload)));
     KIV_LOG_AT(here, kLogInfo, "[%s] nRet[%d]", kApiTag, result);
     return result;
 }
@@ -42,13 +39,13 @@ int AutoConnectNewSpeakersForOutdoor(const unsigned char* connectNewSpeakersMacA
 int ConnectToSpeakerForInfraLessSetup(int nParam)
 {
     ApiCall call(KIV_HERE);
-    return call.Ready() ? call.AnswerOrMinusOne("ConnectToSpeakerForInfraLessSetup", g_variant_new("(i)", nParam))
+    return call.Ready() ? call.AnswerOrFailed("ConnectToSpeakerForInfraLessSetup", g_variant_new("(i)", nParam))
                         : kApiFailed;
 }
 
 int StartNetworkSpeakerGroupByMobile(int nParam)
 {
     ApiCall call(KIV_HERE);
-    return call.Ready() ? call.AnswerOrMinusOne("StartNetworkSpeakerGroupByMobile", g_variant_new("(i)", nParam))
+    return call.Ready() ? call.AnswerOrFailed("StartNetworkSpeakerGroupByMobile", g_variant_new("(i)", nParam))
                         : kApiFailed;
 }

@@ -24,11 +24,10 @@ int ConnectNetworkSpeakerByMobile(const unsigned char* pParam, unsigned int nPar
         return kApiFailed;
     }
     Payload payload{BytesOf(nParamLen), Bytes(pParam, nParamLen)};
-    if (!payload) {
-        KIV_LOG_ERROR("(%s) return", "pParam == NULL");
+    if (call.Refuses(!payload, "pParam == NULL")) {
         return kApiFailed;
     }
-    const int result = call.AnswerOrMinusOne("ConnectNetworkSpeakerByMobile", BytesTuple(std::move(payload)));
+    const int result = call.AnswerOrFailed("ConnectNetworkSpeakerByMobile", BytesTuple(std::move(payload)));
     KIV_LOG_INFO("return value[%d]", result);
     return result;
 }

@@ -18,11 +18,7 @@ int GetSpksConnectionTypeByID(int nSpeakerID)
 int GetSpksConnectionType(std::vector<STNetSpkConfig>* pList)
 {
     ApiCall call(KIV_HERE);
-    if (!call.Ready()) {
-        return kApiFailed;
-    }
-    if (pList == nullptr) {
-        KIV_LOG_ERROR("(%s) return", "pList == NULL");
+    if (!call.Ready() || call.Refuses(pList == nullptr, "pList == NULL")) {
         return kApiFailed;
     }
     Payload payload{BytesOf(*pList)};
@@ -35,7 +31,7 @@ int GetSpksConnectionType(std::vector<STNetSpkConfig>* pList)
         KIV_LOG_ERROR("[%s] MethodCall Error, time(%ld)", kApiTag, static_cast<long>(time(nullptr)));
         return kApiFailed;
     }
-    const int result = reply.Int(kApiFailed);
+    const int result = reply.Int(kApiFailed); // another type counts as a failure, as in ApiCall::Answer()
     KIV_LOG_INFO("[%s] result[%d]", kApiTag, result);
     return result;
 }

@@ -3,6 +3,8 @@
 #include "link/BusClient.h"
 #include "link/ClientEndpoint.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -44,22 +46,27 @@ bool ApiCall::Ready()
     return true;
 }
 
-Reply ApiCall::Invoke(const char* method, GVariant* input, VariantOwner preset) const
+Reply ApiCall::Call(const char* method, GVariant* input, VariantOwner& preset, bool logsFailure) const
 {
     const VariantOwner argument = Sink(input);
     GVariant* output = preset.get();
     const bool succeeded = CallServer(connection_.get(), method, argument.get(), &output, false);
+    if (!succeeded && logsFailure) {
+        KIV_LOG_AT(here_, kLogError, "[%s] MethodCall Error", kApiTag);
+    }
     const bool replaced = output != preset.get();
     return {here_, method, succeeded, replaced ? VariantOwner(output) : std::move(preset)};
 }
 
-int ApiCall::AnswerOrMinusOne(const char* method, GVariant* input) const
+std::optional<int> ApiCall::Answer(const char* method, GVariant* input) const
 {
-    const Reply reply = Invoke(method, input);
-    if (!reply) {
-        KIV_LOG_AT(here_, kLogError, "[%s] MethodCall Error", kApiTag);
-    }
-    return reply.Int(kApiFailed);
+    const Reply reply = Request(method, input);
+    return reply ? std::optional(reply.Int(kApiFailed)) : std::nullopt;
+}
+
+int ApiCall::AnswerOrFailed(const char* method, GVariant* input) const
+{
+    return Answer(method, input).value_or(kApiFailed);
 }
 
 int ApiCall::AnswerOrZero(const char* method, GVariant* input) const
@@ -72,6 +79,43 @@ int ApiCall::AnswerOrZero(const char* method, GVariant* input) const
     const int result = reply.Int(kApiFailed);
     KIV_LOG_AT(here_, kLogInfo, "[%s] result[%d]", kApiTag, result);
     return result;
+}
+
+std::optional<bool> ApiCall::Ask(const char* question, bool preset) const
+{
+    VariantOwner value = Sink(g_variant_new("(b)", preset ? TRUE : FALSE));
+    if (!value) {
+        KIV_LOG_AT(here_, kLogError, "param_out is NULL");
+    }
+    const Reply reply = Invoke(question, nullptr, std::move(value));
+    if (!reply) {
+        KIV_LOG_AT(here_, kLogError, "MethodCall Error");
+        return std::nullopt;
+    }
+    return reply.Bool();
+}
+
+std::optional<ByteReply> ApiCall::AskForBytes(const char* query, const char* noPreset) const
+{
+    VariantOwner preset = NoBytes();
+    if (Refuses(!preset, noPreset)) {
+        return std::nullopt;
+    }
+    return ByteReply(Invoke(query, g_variant_new("(i)", 0), std::move(preset)));
+}
+
+bool ApiCall::SendProcessId(const char* method) const
+{
+    const Reply reply = Request(method, g_variant_new("(i)", getpid()));
+    if (reply) {
+        AdoptClientId(here_, reply.String());
+    }
+    return static_cast<bool>(reply);
+}
+
+void ApiCall::LogRefusal(const char* condition) const
+{
+    KIV_LOG_AT(here_, kLogError, "(%s) return", condition);
 }
 
 GVariant* BytesTuple(Payload payload)

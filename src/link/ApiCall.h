@@ -5,6 +5,7 @@
 #include "link/Owners.h"
 #include "link/Reply.h"
 
+#include <optional>
 #include <utility>
 
 namespace kiv::link {
@@ -31,14 +32,47 @@ public:
 
     // Calls a server method with an argument tuple, or without arguments if it is null. If the server's name has no
     // owner, nothing is sent, and the reply holds the preset. Functions that would log the missing reply pass a preset.
-    Reply Invoke(const char* method, GVariant* input = nullptr, VariantOwner preset = nullptr) const;
+    Reply Invoke(const char* method, GVariant* input = nullptr, VariantOwner preset = nullptr) const
+    {
+        return Call(method, input, preset, false);
+    }
+    // Does the same, and logs a failed call. All functions below do so, too.
+    Reply Request(const char* method, GVariant* input = nullptr, VariantOwner preset = nullptr) const
+    {
+        return Call(method, input, preset, true);
+    }
 
-    // Returns the int that the method answers. Logs a failed call, and returns -1 for it.
-    int AnswerOrMinusOne(const char* method, GVariant* input = nullptr) const;
+    // Returns the int that the method answers, or nothing for a failed call. Another type counts as the answer -1: to
+    // the host, a server that does not say a number has failed.
+    std::optional<int> Answer(const char* method, GVariant* input = nullptr) const;
+    // Does the same, and returns kApiFailed for a failed call.
+    int AnswerOrFailed(const char* method, GVariant* input = nullptr) const;
     // Does the same, but returns 0 for a failed call, and logs the answer.
     int AnswerOrZero(const char* method, GVariant* input) const;
 
+    // Returns the bool that the method answers, or nothing for a failed call. The preset is the value of Invoke().
+    std::optional<bool> Ask(const char* question, bool preset) const;
+
+    // Calls a query that answers with bytes. Leaves a failed call to the caller's use of the reply. Returns nothing if
+    // there is no memory for the preset, and logs the condition.
+    std::optional<ByteReply> AskForBytes(const char* query, const char* noPreset) const;
+
+    // Tells the server that this process wants events, or no longer does, and notes the client id that it answers.
+    // Returns whether the call succeeded. An answer of another type gives no id, so the known one stays.
+    bool SendProcessId(const char* method) const;
+
+    // Returns whether an argument is refused. Logs the condition under which it is.
+    bool Refuses(bool isUnfit, const char* condition) const
+    {
+        if (isUnfit) {
+            LogRefusal(condition);
+        }
+        return isUnfit;
+    }
+
 private:
+    Reply Call(const char* method, GVariant* input, VariantOwner& preset, bool logsFailure) const;
+    void LogRefusal(const char* condition) const;
     bool GetProxy(bool reuse, bool noOwnerCheck);
 
     const Here here_;

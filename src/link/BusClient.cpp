@@ -47,6 +47,7 @@ MessageOwner NewOwnerQuery(const char* name)
     return query;
 }
 
+// An answer of another type is no yes, so the server counts as absent.
 bool ReadOwnerAnswer(const Here& here, GVariant* body)
 {
     return body != nullptr && CheckType(here, kOwnerMethod, body, "(b)") &&
@@ -60,10 +61,10 @@ bool HasOwner(const Here& here, GDBusConnection* connection, const char* name)
     if (!request) {
         KIV_LOG_AT(here, kLogError, "Failed to alloc new method call");
     } else if (connection != nullptr) {
-        GError* failure = nullptr;
+        ErrorOwner error;
         const MessageOwner reply(g_dbus_connection_send_message_with_reply_sync(
-            connection, request.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, kDefaultTimeoutMs, nullptr, nullptr, &failure));
-        const ErrorOwner error(failure);
+            connection, request.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, kDefaultTimeoutMs, nullptr, nullptr,
+            error.Out()));
         if (reply) {
             exists = ReadOwnerAnswer(here, g_dbus_message_get_body(reply.get()));
         } else if (error) {
@@ -91,6 +92,7 @@ VariantOwner AskForId(CNSGdbus& client, GDBusConnection* connection, bool noOwne
         return nullptr;
     }
     const VariantOwner reply(output);
+    // An answer of another type gives no id. An older id must not stay, because events would go to its owner.
     VariantOwner id;
     if (reply && CheckType(here, kIdMethod, reply.get(), "(s)")) {
         id = Member(reply.get());
@@ -120,9 +122,8 @@ GetProxy(CNSGdbus& client, const char* xml, const GDBusInterfaceVTable& vtable, 
     SetTemplate(client, xml, vtable);
 
     DropConnectionIfClosed(client); // otherwise GIO would return the same one
-    GError* failure = nullptr;
-    ConnectionOwner connection = GetSystemBus(&failure);
-    const ErrorOwner error(failure);
+    ErrorOwner error;
+    ConnectionOwner connection = GetSystemBus(error.Out());
     if (error) {
         KIV_LOG_AT(here, kLogError, "[%s] NULL != pError", kApiTag);
         DropConnection(client);
@@ -160,11 +161,10 @@ bool CallServer(GDBusConnection* connection, const char* method, GVariant* input
         KIV_LOG_AT(here, kLogError, "[%s] Error: method [%s],[%s]...", kApiTag, method, reason);
         return false;
     }
-    GError* failure = nullptr;
+    ErrorOwner error;
     *output = g_dbus_connection_call_sync(
         connection, kServerName, kServerPath, kServerInterface, method, input, nullptr, G_DBUS_CALL_FLAGS_NONE,
-        kCallTimeoutMs, nullptr, &failure);
-    const ErrorOwner error(failure);
+        kCallTimeoutMs, nullptr, error.Out());
     if (error) {
         KIV_LOG_AT(here, kLogError, "[%s] Error: method [%s],[%s]...", kApiTag, method, error->message);
         return false;

@@ -30,14 +30,16 @@ inline Bytes From(Bytes bytes, std::size_t offset)
     return bytes.subspan(std::min(offset, bytes.size()));
 }
 
-// Reads a 32-bit integer in host byte order, at any alignment. Bytes behind the end read as zero.
-inline std::int32_t Int32At(Bytes bytes, std::size_t offset)
+// Returns the record at the front of bytes, in host byte order. Bytes behind the end read as zero.
+template <typename Record>
+Record Front(Bytes bytes)
 {
-    unsigned char raw[sizeof(std::int32_t)] = {};
-    CopyUpTo(raw, From(bytes, offset));
-    std::int32_t value = 0;
-    std::memcpy(&value, raw, sizeof value);
-    return value;
+    static_assert(alignof(Record) == 1 && std::is_trivially_copyable_v<Record>);
+    Record record{};
+    if (!bytes.empty()) {
+        std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof record));
+    }
+    return record;
 }
 
 // Returns the bytes of a value as they lie in memory.

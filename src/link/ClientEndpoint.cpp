@@ -39,7 +39,7 @@ TextOwner FillIn(const char* xml, const char* id)
 {
     const char* const at = std::strstr(xml, kIdPlaceholder);
     if (at == nullptr) {
-        return TextOwner(g_strdup(xml));
+        return CopyOf(xml);
     }
     const TextOwner before(g_strndup(xml, static_cast<gsize>(at - xml)));
     return TextOwner(g_strconcat(before.get(), id, at + std::strlen(kIdPlaceholder), nullptr));
@@ -80,9 +80,9 @@ bool ClientEndpoint::Serve(ConnectionOwner connection, const char* id)
 
 bool ClientEndpoint::ParseXml(const char* id)
 {
-    GError* failure = nullptr;
-    client_.m_pDbusNodeInfo = g_dbus_node_info_new_for_xml(FillIn(IntrospectionXml(client_).get(), id).get(), &failure);
-    const ErrorOwner error(failure);
+    ErrorOwner error;
+    client_.m_pDbusNodeInfo =
+        g_dbus_node_info_new_for_xml(FillIn(IntrospectionXml(client_).get(), id).get(), error.Out());
     if (error) {
         KIV_LOG_AT(here_, kLogError, "pError is not NULL");
         return false;
@@ -125,10 +125,9 @@ void CNSGdbus::m_OnbusAcquired(GDBusConnection* pConnection, const gchar* pszNam
     // The id comes from the name, because m_strClientName may have changed since.
     const TextOwner path = ObjectPath(IdIn(pszName));
     const GDBusInterfaceVTable vtable = InterfaceVTable(client);
-    GError* failure = nullptr;
+    ErrorOwner error;
     client.m_nRegistrationId = g_dbus_connection_register_object(
-        pConnection, path.get(), client.m_pDbusNodeInfo->interfaces[0], &vtable, nullptr, nullptr, &failure);
-    const ErrorOwner error(failure);
+        pConnection, path.get(), client.m_pDbusNodeInfo->interfaces[0], &vtable, nullptr, nullptr, error.Out());
     if (error) {
         KIV_LOG_ERROR("[%s] Error: [%s]...", kApiTag, error->message);
         return;

@@ -73,7 +73,7 @@ void DropConnectionIfClosed(CNSGdbus& client)
 TextOwner ClientId(const CNSGdbus& client)
 {
     const std::lock_guard lock(g_membersMutex);
-    return TextOwner(g_strdup(client.m_strClientName.c_str()));
+    return CopyOf(client.m_strClientName.c_str());
 }
 
 bool HasClientId(const CNSGdbus& client, const char* id)
@@ -91,7 +91,7 @@ void SetClientId(CNSGdbus& client, const char* id)
 TextOwner IntrospectionXml(const CNSGdbus& client)
 {
     const std::lock_guard lock(g_membersMutex);
-    return TextOwner(g_strdup(client.m_strIntrospectionXml.c_str()));
+    return CopyOf(client.m_strIntrospectionXml.c_str());
 }
 
 GDBusInterfaceVTable InterfaceVTable(const CNSGdbus& client)

@@ -37,7 +37,7 @@ void ClientName::Request(GDBusConnection* connection, const char* name)
 {
     Release();
     connection_ = connection;
-    name_.reset(g_strdup(name));
+    name_ = CopyOf(name);
     // The subscriptions come before the request, so that no change of the owner is missed.
     lostSignal_ = Listen(kLostSignal);
     acquiredSignal_ = Listen(kAcquiredSignal);

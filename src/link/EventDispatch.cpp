@@ -12,16 +12,16 @@ namespace kiv::link {
 namespace {
 
 constexpr const char* kEventMethod = "nam_notify_subscriber";
-constexpr std::size_t kIdOffset = 0;
-constexpr std::size_t kLengthOffset = 4;
-constexpr std::size_t kDataOffset = 8;
 
-Bytes ByteArray(GVariant* array)
-{
-    gsize count = 0;
-    const void* data = g_variant_get_fixed_array(array, &count, 1);
-    return data != nullptr ? Bytes(static_cast<const unsigned char*>(data), count) : Bytes();
-}
+#pragma pack(push, 1)
+
+// The head of an event. Its data follow.
+struct EventHead {
+    std::int32_t id;
+    std::int32_t length;
+};
+
+#pragma pack(pop)
 
 void Dispatch(const Here& here, int eventId, int length, Bytes data)
 {
@@ -68,12 +68,13 @@ bool NamNotifySubscriber(GVariant* parameters, GDBusMethodInvocation* invocation
     }
     g_dbus_method_invocation_return_value(unanswered.release(), nullptr);
 
-    const Bytes payload = child ? ByteArray(child.get()) : Bytes();
-    const int eventId = Int32At(payload, kIdOffset);
+    // A payload of another type counts as an empty one.
+    const Bytes payload = child ? BytesIn(child.get()) : Bytes();
+    const auto head = Front<EventHead>(payload);
     if (payload.empty()) {
         KIV_LOG_ERROR("NULL payload");
-    } else if (eventId != 0) {
-        Dispatch(KIV_HERE, eventId, Int32At(payload, kLengthOffset), From(payload, kDataOffset));
+    } else if (head.id != 0) {
+        Dispatch(KIV_HERE, head.id, head.length, From(payload, sizeof head));
     }
     return !payload.empty();
 }

@@ -1,11 +1,11 @@
 #include "link/LibraryPin.h"
 
+#include "link/ThreadKey.h"
+
 #include <dlfcn.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <optional>
 
 namespace kiv::link {
 
@@ -49,14 +49,9 @@ public:
 // Returns the key of the thread-specific data that holds a thread's pin. The C library calls the key's destructor after
 // the thread's body has returned. The destructor is dlclose() itself: a function of this library would call dlclose()
 // and then return into code that is unmapped.
-std::optional<pthread_key_t> ThreadEndKey()
+const ThreadKey& ThreadEndKey()
 {
-    static const std::optional<pthread_key_t> key = []() -> std::optional<pthread_key_t> {
-        pthread_key_t created = 0;
-        auto closeAtThreadEnd = reinterpret_cast<void (*)()>(&dlclose);
-        const int failure = pthread_key_create(&created, reinterpret_cast<void (*)(void*)>(closeAtThreadEnd));
-        return failure == 0 ? std::optional(created) : std::nullopt;
-    }();
+    static const ThreadKey key(reinterpret_cast<void (*)(void*)>(reinterpret_cast<void (*)()>(&dlclose)));
     return key;
 }
 
@@ -82,8 +77,8 @@ void UnpinLibrary(void* pin)
 void UnpinLibraryAtThreadEnd(void* pin)
 {
     // Without a key, the pin is never given back, and the library stays mapped.
-    if (const auto key = ThreadEndKey(); pin != nullptr && key) {
-        pthread_setspecific(*key, pin);
+    if (pin != nullptr) {
+        ThreadEndKey().Keep(pin);
     }
 }
 
@@ -106,9 +101,7 @@ End WhichEnd()
 
 void DeleteThreadEndKey()
 {
-    if (const auto key = ThreadEndKey()) {
-        pthread_key_delete(*key);
-    }
+    ThreadEndKey().Delete();
 }
 
 } // namespace kiv::link

@@ -4,8 +4,6 @@
 
 namespace kiv::link {
 
-enum LogPriority { kLogDebug = 3, kLogInfo = 4, kLogWarning = 5, kLogError = 6, kLogMark = 7 };
-
 inline constexpr int kLogId = 2;
 inline constexpr const char* kLogTag = "NAM_SERVICE";
 inline constexpr const char* kApiTag = "NAM_API";
@@ -23,16 +21,16 @@ struct Here {
 
 #define KIV_HERE (::kiv::link::Here{__func__, __LINE__})
 
-#define KIV_LOG_AT(here, priority, format, ...)                                                             \
-    __dlog_print(                                                                                           \
-        ::kiv::link::kLogId, priority, ::kiv::link::kLogTag, "%s: %s(%d) > " format, ::kiv::link::kLogFile, \
-        (here).function, (here).line __VA_OPT__(, ) __VA_ARGS__)
+#define KIV_LOG_AT(here, priority, format, ...)                                                       \
+    __dlog_print(                                                                                     \
+        ::kiv::link::kLogId, ::kiv::platform::priority, ::kiv::link::kLogTag, "%s: %s(%d) > " format, \
+        ::kiv::link::kLogFile, (here).function, (here).line __VA_OPT__(, ) __VA_ARGS__)
 
-#define KIV_LOG_DEBUG(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogDebug, __VA_ARGS__)
-#define KIV_LOG_INFO(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogInfo, __VA_ARGS__)
-#define KIV_LOG_WARNING(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogWarning, __VA_ARGS__)
-#define KIV_LOG_ERROR(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogError, __VA_ARGS__)
-#define KIV_LOG_MARK(...) KIV_LOG_AT(KIV_HERE, ::kiv::link::kLogMark, __VA_ARGS__)
+#define KIV_LOG_DEBUG(...) KIV_LOG_AT(KIV_HERE, kLogDebug, __VA_ARGS__)
+#define KIV_LOG_INFO(...) KIV_LOG_AT(KIV_HERE, kLogInfo, __VA_ARGS__)
+#define KIV_LOG_WARNING(...) KIV_LOG_AT(KIV_HERE, kLogWarning, __VA_ARGS__)
+#define KIV_LOG_ERROR(...) KIV_LOG_AT(KIV_HERE, kLogError, __VA_ARGS__)
+#define KIV_LOG_MARK(...) KIV_LOG_AT(KIV_HERE, kLogMark, __VA_ARGS__)
 
 // KIV_MAC_FORMAT prints a MAC address. KIV_MAC_BYTES passes its bytes to that format, or to a tuple "(yyyyyy...)".
 #define KIV_MAC_FORMAT "%02x:%02x:%02x:%02x:%02x:%02x"

@@ -5,12 +5,12 @@
 #include "link/Lifetime.h"
 #include "link/Owners.h"
 #include "link/SystemBus.h"
+#include "link/ThreadKey.h"
 
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
-#include <optional>
 #include <utility>
 
 namespace kiv::link {
@@ -142,7 +142,7 @@ private:
         {
             const std::lock_guard lock(g_monitorMutex);
             connection = std::move(g_monitor->wanted);
-            id.reset(g_strdup(g_monitor->wantedId.get()));
+            id = CopyOf(g_monitor->wantedId.get());
         }
         return !connection || endpoint_.Serve(std::move(connection), id.get());
     }
@@ -179,21 +179,10 @@ private:
 // calls the key's destructor after the thread's body, also where it does not unwind the stack: GLib has no unwind
 // tables on 32-bit ARM. The C library would take the loader's lock for a thread_local object. A plug-in that ends the
 // monitor while it is being unloaded holds that lock, and waits for the thread.
-std::optional<pthread_key_t> RunKey()
+const ThreadKey& RunKey()
 {
-    static const std::optional<pthread_key_t> key = []() -> std::optional<pthread_key_t> {
-        pthread_key_t created = 0;
-        const auto endRun = [](void* run) { delete static_cast<MonitorRun*>(run); };
-        return pthread_key_create(&created, endRun) == 0 ? std::optional(created) : std::nullopt;
-    }();
+    static const ThreadKey key([](void* run) { delete static_cast<MonitorRun*>(run); });
     return key;
-}
-
-void KeepForThreadEnd(MonitorRun* run)
-{
-    if (const auto key = RunKey()) {
-        pthread_setspecific(*key, run);
-    }
 }
 
 void Start(CNSGdbus& client)
@@ -220,7 +209,7 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
     if (IsClosed(connection)) {
         return; // the connection was lost during the call; the endpoint may stand on a later one by now
     }
-    ConnectionOwner wanted = NewReference(connection);
+    ConnectionOwner replaced; // released without the lock
     ContextOwner context;
     bool isFirst = false;
     {
@@ -230,9 +219,9 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
         if (isKnown || g_monitor->isEnding) {
             return;
         }
-        g_monitor->wanted.swap(wanted);
+        replaced = std::exchange(g_monitor->wanted, NewReference(connection));
         g_monitor->wantedConnection = connection;
-        g_monitor->wantedId.reset(g_strdup(id));
+        g_monitor->wantedId = CopyOf(id);
         context = NewReference(g_monitor->context);
         isFirst = !std::exchange(g_monitor->s_bMonitorStarted, true);
     }
@@ -245,9 +234,7 @@ void ServeEvents(CNSGdbus& client, GDBusConnection* connection, const char* id)
 
 void ForgetMonitor()
 {
-    if (const auto key = RunKey()) {
-        pthread_key_delete(*key);
-    }
+    RunKey().Delete();
     g_monitor.Destroy();
     g_joined.Destroy();
 }
@@ -270,9 +257,9 @@ void* CNSGdbus::m_Monitor(void* pInstance)
         return nullptr;
     }
     auto* const run = new MonitorRun(*client, std::move(context), KIV_HERE);
-    KeepForThreadEnd(run);
+    RunKey().Keep(run);
     run->Run();
-    KeepForThreadEnd(nullptr);
+    RunKey().Keep(nullptr);
     delete run;
     return nullptr;
 }

@@ -21,7 +21,6 @@ using ConnectionOwner = std::unique_ptr<GDBusConnection, Releaser<g_object_unref
 using MessageOwner = std::unique_ptr<GDBusMessage, Releaser<g_object_unref>>;
 using InvocationOwner = std::unique_ptr<GDBusMethodInvocation, Releaser<g_object_unref>>;
 using VariantOwner = std::unique_ptr<GVariant, Releaser<g_variant_unref>>;
-using ErrorOwner = std::unique_ptr<GError, Releaser<g_error_free>>;
 using ContextOwner = std::unique_ptr<GMainContext, Releaser<g_main_context_unref>>;
 using LoopOwner = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
 using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
@@ -29,6 +28,32 @@ using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
 // A text that GLib allocated. C callbacks build their texts with it, because a std::string may throw an exception
 // through GLib.
 using TextOwner = std::unique_ptr<char, Releaser<g_free>>;
+
+inline TextOwner CopyOf(const char* text)
+{
+    return TextOwner(g_strdup(text));
+}
+
+// Owns the error that a function stores through its last argument, which Out() is.
+class ErrorOwner {
+public:
+    ErrorOwner() = default;
+    ~ErrorOwner()
+    {
+        if (error_ != nullptr) {
+            g_error_free(error_);
+        }
+    }
+    ErrorOwner(const ErrorOwner&) = delete;
+    ErrorOwner& operator=(const ErrorOwner&) = delete;
+
+    GError** Out() { return &error_; }
+    explicit operator bool() const { return error_ != nullptr; }
+    const GError* operator->() const { return error_; }
+
+private:
+    GError* error_ = nullptr;
+};
 
 // Returns a new reference to an object, or null for null.
 template <typename Object>

@@ -19,9 +19,9 @@ int Reply::Int(int preset) const
     return CheckValue("(i)") ? g_variant_get_int32(Member(value_.get()).get()) : preset;
 }
 
-bool Reply::Bool(bool preset) const
+bool Reply::Bool() const
 {
-    return CheckValue("(b)") ? g_variant_get_boolean(Member(value_.get()).get()) != FALSE : preset;
+    return CheckValue("(b)") && g_variant_get_boolean(Member(value_.get()).get()) != FALSE;
 }
 
 const char* Reply::String() const
@@ -41,26 +41,32 @@ ByteReply::ByteReply(Reply reply) : reply_(std::move(reply))
     }
     member_ = Member(value);
     if (CheckType(reply_.here_, reply_.method_, member_.get(), "ay")) {
-        gsize length = 0;
-        const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(member_.get(), &length, 1));
-        bytes_ = {data, length};
+        bytes_ = BytesIn(member_.get());
     }
 }
 
-std::optional<int> ByteReply::ResultWithoutMember(const Here& here) const
+std::optional<int> ByteReply::ResultWithoutMember() const
 {
     if (!*this) {
-        KIV_LOG_AT(here, kLogError, "[%s] MethodCall Error", kApiTag);
+        KIV_LOG_AT(reply_.here_, kLogError, "[%s] MethodCall Error", kApiTag);
     }
-    if (!HasValue()) {
-        KIV_LOG_AT(here, kLogError, "param_out is NULL");
+    if (!reply_.value_) {
+        KIV_LOG_AT(reply_.here_, kLogError, "param_out is NULL");
     } else if (*this && !HasMember()) {
-        KIV_LOG_AT(here, kLogError, "pTuple is NULL");
+        KIV_LOG_AT(reply_.here_, kLogError, "pTuple is NULL");
     }
     if (!*this) {
         return kApiFailed;
     }
     return HasMember() ? std::nullopt : std::optional(0);
+}
+
+bool ByteReply::HasBytes() const
+{
+    if (bytes_.data() == nullptr) {
+        KIV_LOG_AT(reply_.here_, kLogError, "[%s] pByteArray is NULL", kApiTag);
+    }
+    return bytes_.data() != nullptr;
 }
 
 } // namespace kiv::link

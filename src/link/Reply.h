@@ -14,6 +14,14 @@ inline constexpr int kApiFailed = -1;
 // Compares the type of a method's reply, or of its arguments, with the type that can be decoded. Logs a difference.
 bool CheckType(const Here& here, const char* method, GVariant* value, const char* expected);
 
+// Returns the bytes of a byte array, which owns them. The pointer is null if there are none.
+inline Bytes BytesIn(GVariant* array)
+{
+    gsize length = 0;
+    const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(array, &length, 1));
+    return {data, length};
+}
+
 // The result of a call on the server. Decodes the reply, and logs in the name of the function at here.
 class Reply {
 public:
@@ -25,9 +33,11 @@ public:
 
     explicit operator bool() const { return succeeded_; }
 
-    // Decodes the value. Returns the preset if the value is missing or of another type. Another type is logged.
+    // These decode the value. Another type is logged, and counts as a missing value.
+    // Returns the preset if there is no number.
     int Int(int preset) const;
-    bool Bool(bool preset) const;
+    // Returns false if there is no bool: only the server's own word is a yes.
+    bool Bool() const;
     // Returns null if there is no text. The reply owns the text.
     const char* String() const;
 
@@ -41,22 +51,25 @@ private:
     VariantOwner value_;
 };
 
-// A reply that holds a byte array. The constructor logs a value of another type. The functions log what the reply
-// lacks, each in its own words.
+// A reply that holds a byte array. The constructor logs a value of another type. Its users log what the reply lacks,
+// some in their own words.
 class ByteReply {
 public:
     explicit ByteReply(Reply reply);
 
     explicit operator bool() const { return static_cast<bool>(reply_); }
-    bool HasValue() const { return reply_.value_ != nullptr; }
     // Returns whether the value is a tuple with a first member.
     bool HasMember() const { return member_ != nullptr; }
     // Returns the bytes, which the reply owns. The pointer is null if the first member is not a byte array, or is an
     // empty one.
     Bytes Array() const { return bytes_; }
 
-    // If there is no member to read, logs why, and returns the result of the query. Otherwise returns nothing.
-    std::optional<int> ResultWithoutMember(const Here& here) const;
+    // If there is no member to read, logs why, and returns the result of the query: kApiFailed for a failed call, and 0
+    // for an answer without a value, which reports nothing. Otherwise returns nothing.
+    std::optional<int> ResultWithoutMember() const;
+
+    // Returns whether there are bytes. Logs that there are none.
+    bool HasBytes() const;
 
 private:
     Reply reply_;

@@ -122,9 +122,8 @@ ConnectionOwner GetSystemBus(GError** error)
         }
         RetireOwn(own.get());
     }
-    GError* failure = nullptr;
-    ConnectionOwner shared = Share(&failure);
-    const ErrorOwner stale(failure);
+    ErrorOwner stale;
+    ConnectionOwner shared = Share(stale.Out());
     // GIO returns a lost connection, or the error with which opening it failed, for as long as anything refers to that
     // connection. So the error may be an old one, and the library opens a connection itself.
     return stale || IsClosed(shared.get()) ? OpenOwn(error) : std::move(shared);

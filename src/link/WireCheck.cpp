@@ -240,10 +240,12 @@ private:
     std::uint64_t size_ = 0;
 };
 
-// Returns whether a signature has numbers alone. Most calls have such a signature, and need no walk.
-bool HasNumbersOnly(std::string_view signature)
+// Returns whether D-Bus carries all values of a signature, because it is short enough and has numbers alone. Most calls
+// have such a signature, and need no other check.
+bool IsShortAndOfNumbers(std::string_view signature)
 {
-    return signature.find_first_not_of(kFixedSizeTypes) == std::string_view::npos;
+    return signature.size() <= kMaxSignatureLength &&
+           signature.find_first_not_of(kFixedSizeTypes) == std::string_view::npos;
 }
 
 } // namespace
@@ -264,13 +266,14 @@ const char* WhyUnsendable(const char* method, GVariant* arguments)
         return "arguments that are not a tuple";
     }
     const std::string_view signature = type.substr(1, type.size() - 2);
-    if (const char* const reason = SignatureCheck(signature).Run()) {
-        return reason;
-    }
     if (signature == "ay") {
         return g_variant_get_size(arguments) > kMaxArrayLength ? kLongArray : nullptr;
     }
-    return HasNumbersOnly(signature) ? nullptr : WireWalk().WalkArguments(arguments);
+    if (IsShortAndOfNumbers(signature)) {
+        return nullptr;
+    }
+    const char* const reason = SignatureCheck(signature).Run();
+    return reason != nullptr ? reason : WireWalk().WalkArguments(arguments);
 }
 
 } // namespace kiv::link

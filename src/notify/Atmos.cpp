@@ -1,11 +1,8 @@
 #include "KivServiceInterface.h"
 #include "link/ApiCall.h"
-#include "link/BusClient.h"
 #include "link/EventReceivers.h"
 #include "link/Lifetime.h"
 #include "notify/Receivers.h"
-
-#include <unistd.h>
 
 #include <cstdint>
 #include <new>
@@ -65,12 +62,11 @@ bool kiv_is_receiver_atmos()
     if (!call.Ready()) {
         return false;
     }
-    const Reply reply = call.Invoke("kiv_is_receiver_atmos");
+    const Reply reply = call.Request("kiv_is_receiver_atmos");
     if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return false;
     }
-    const bool supported = reply.Bool(false);
+    const bool supported = reply.Bool();
     KIV_LOG_INFO("return value[%d]", supported);
     return supported;
 }
@@ -88,13 +84,9 @@ int register_atmos_support_cb(AtmosSupportCallback callback, void* user_data)
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("SubscribeNamServiceCallback", g_variant_new("(i)", getpid()));
-    if (!reply) {
-        // A failed call of the server does not count as a failure of the registration.
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-        return 0;
+    if (!call.SendProcessId("SubscribeNamServiceCallback")) {
+        return 0; // a failed call of the server does not count as a failure of the registration
     }
-    AdoptClientId(KIV_HERE, reply.String());
     if (!Add({callback, user_data})) {
         KIV_LOG_INFO("already registered cb ");
         return kApiFailed;
@@ -117,12 +109,9 @@ int unregister_atmos_support_cb(AtmosSupportCallback callback)
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("UnsubscribeNamServiceCallback", g_variant_new("(i)", getpid()));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+    if (!call.SendProcessId("UnsubscribeNamServiceCallback")) {
         return kApiFailed;
     }
-    AdoptClientId(KIV_HERE, reply.String());
     const Registrations::Removed removed = g_registrations->Remove(IsOf(callback));
     if (removed == Registrations::Removed::kNothing) {
         KIV_LOG_INFO("not registered cb");

@@ -1,11 +1,8 @@
 #include "KivServiceInterface.h"
 #include "link/ApiCall.h"
-#include "link/BusClient.h"
 #include "link/EventReceivers.h"
 #include "link/Lifetime.h"
 #include "notify/Receivers.h"
-
-#include <unistd.h>
 
 #include <new>
 #include <stdexcept>
@@ -61,14 +58,7 @@ int SubscribeNamServiceCallback(const char* name, NamEventCallback callback)
         KIV_LOG_ERROR("[%s] no memory for the subscriber %s", kApiTag, name);
         return 0;
     }
-
-    const Reply reply = call.Invoke("SubscribeNamServiceCallback", g_variant_new("(i)", getpid()));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-        return 0;
-    }
-    AdoptClientId(KIV_HERE, reply.String());
-    return 1;
+    return call.SendProcessId("SubscribeNamServiceCallback") ? 1 : 0;
 }
 
 void UnsubscribeNamServiceCallback(const char* name)
@@ -81,13 +71,7 @@ void UnsubscribeNamServiceCallback(const char* name)
         throw std::logic_error("the subscriber's name is null");
     }
     g_subscribers->Remove(IsCalled(name));
-
-    const Reply reply = call.Invoke("UnsubscribeNamServiceCallback", g_variant_new("(i)", getpid()));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-        return;
-    }
-    AdoptClientId(KIV_HERE, reply.String());
+    call.SendProcessId("UnsubscribeNamServiceCallback");
 }
 
 int NodeRemoveFromWatcher(int node)

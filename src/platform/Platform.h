@@ -3,6 +3,13 @@
 // The two functions that the TV platform provides. The dynamic linker resolves them when the library is loaded, so
 // their definitions must be visible to it.
 
+namespace kiv::platform {
+
+// The priorities of log lines. The marks, for start and stop, have the highest.
+enum LogPriority : int { kLogDebug = 3, kLogInfo, kLogWarning, kLogError, kLogMark };
+
+} // namespace kiv::platform
+
 #pragma GCC visibility push(default)
 
 extern "C" {

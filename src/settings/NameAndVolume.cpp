@@ -10,19 +10,13 @@ using namespace kiv::settings;
 void SetNetSpkName(const unsigned char* pMac, int nIP, const char* pSpkName)
 {
     ApiCall call(KIV_HERE);
-    if (!call.Ready()) {
-        return;
-    }
-    if (pMac == nullptr || pSpkName == nullptr) {
-        KIV_LOG_ERROR("(%s) return", "pMac == NULL || pSpkName == NULL");
+    if (!call.Ready() || call.Refuses(pMac == nullptr || pSpkName == nullptr, "pMac == NULL || pSpkName == NULL")) {
         return;
     }
     KIV_LOG_DEBUG(
         "[%s] Mac[" KIV_MAC_FORMAT "], SpkName[%s], strlen(%zu)", kApiTag, KIV_MAC_BYTES(pMac), pSpkName,
         std::strlen(pSpkName));
-    if (!call.Invoke("SetNetSpkName", g_variant_new("(yyyyyyi@s)", KIV_MAC_BYTES(pMac), nIP, Text(pSpkName)))) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-    }
+    call.Request("SetNetSpkName", g_variant_new("(yyyyyyi@s)", KIV_MAC_BYTES(pMac), nIP, Text(pSpkName)));
 }
 
 void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume)
@@ -32,9 +26,7 @@ void SetNetSpkVolume(const unsigned char* pMac, int nIP, int nVolume)
     if (!call.Ready() || pMac == nullptr) {
         return;
     }
-    if (!call.Invoke("SetNetSpkVolume", g_variant_new("(yyyyyyii)", KIV_MAC_BYTES(pMac), nIP, nVolume))) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-    }
+    call.Request("SetNetSpkVolume", g_variant_new("(yyyyyyii)", KIV_MAC_BYTES(pMac), nIP, nVolume));
 }
 
 void GetNetSpkVolume(const unsigned char* pMac, int nIP)
@@ -71,10 +63,8 @@ void ResetAllNetSpkVolume()
     if (!call.Ready()) {
         return;
     }
-    if (call.Invoke("ResetAllNetSpkVolume")) {
+    if (call.Request("ResetAllNetSpkVolume")) {
         KIV_LOG_INFO("ResetAllNetSpkVolume done");
-    } else {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
     }
 }
 

@@ -2,6 +2,7 @@
 #include "link/ApiCall.h"
 #include "link/Launch.h"
 
+#include <optional>
 #include <utility>
 
 using namespace kiv::link;
@@ -23,7 +24,7 @@ int SetTavrinUIMode(int mode)
     if (!call.Ready()) {
         return kApiFailed;
     }
-    return call.AnswerOrMinusOne("SetTavrinUIMode", g_variant_new("(i)", mode));
+    return call.AnswerOrFailed("SetTavrinUIMode", g_variant_new("(i)", mode));
 }
 
 int GetTavrinUIMode()
@@ -32,7 +33,7 @@ int GetTavrinUIMode()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const int mode = call.AnswerOrMinusOne("GetTavrinUIMode");
+    const int mode = call.AnswerOrFailed("GetTavrinUIMode");
     if (mode == kApiFailed) {
         KIV_LOG_ERROR("[%s] Cannot get TavrinUIMode from NAM, return NETSPKSETTING_SURROUND", kApiTag);
         return NETSPKSETTING_SURROUND;
@@ -46,7 +47,7 @@ int GetNetSpkSettingMode()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    int mode = call.AnswerOrMinusOne("GetNetSpkSettingMode");
+    int mode = call.AnswerOrFailed("GetNetSpkSettingMode");
     if (mode == kApiFailed) {
         KIV_LOG_ERROR(
             "[%s] Cannot get speakersystem mode from NAM, just return default value(NETSPKSETTING_MULTIROOM)", kApiTag);
@@ -62,18 +63,11 @@ bool CanEnterTavrinSettings()
         KIV_LOG_INFO("[%s] bCanEnterTavrinSettings[%d]", kApiTag, false);
         return false;
     }
-    VariantOwner preset = Sink(g_variant_new("(b)", FALSE));
-    if (!preset) {
-        KIV_LOG_ERROR("param_out is NULL");
+    const std::optional<bool> answer = call.Ask("CanEnterTavrinSettings", false);
+    if (answer) {
+        KIV_LOG_INFO("bCanEnterTavrinSettings[%d]", *answer);
     }
-    const Reply reply = call.Invoke("CanEnterTavrinSettings", nullptr, std::move(preset));
-    if (!reply) {
-        KIV_LOG_ERROR("MethodCall Error");
-        return false;
-    }
-    const bool answer = reply.Bool(false);
-    KIV_LOG_INFO("bCanEnterTavrinSettings[%d]", answer);
-    return answer;
+    return answer.value_or(false);
 }
 
 bool FlagEnableNetworkSpeaker()
@@ -89,12 +83,11 @@ bool FlagEnableNetworkSpeaker()
     if (!preset) {
         KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
     }
-    const Reply reply = call.Invoke("FlagEnableNetworkSpeaker", nullptr, std::move(preset));
+    const Reply reply = call.Request("FlagEnableNetworkSpeaker", nullptr, std::move(preset));
     if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return false;
     }
-    const bool answer = reply.Bool(false);
+    const bool answer = reply.Bool();
     KIV_LOG_INFO("[%s] bEnableNetworkSpeaker[%d]", kApiTag, answer);
     return answer;
 }

@@ -32,11 +32,7 @@ const char* MethodOf(int op)
 void m_SetSpkVolume(const unsigned char* pMac, int nIP, int op)
 {
     ApiCall call(KIV_HERE);
-    if (!call.Ready()) {
-        return;
-    }
-    if (pMac == nullptr) {
-        KIV_LOG_ERROR("(%s) return", "pMac == NULL");
+    if (!call.Ready() || call.Refuses(pMac == nullptr, "pMac == NULL")) {
         return;
     }
     const auto octet = [ip = static_cast<unsigned>(nIP)](unsigned index) {
@@ -45,9 +41,7 @@ void m_SetSpkVolume(const unsigned char* pMac, int nIP, int op)
     KIV_LOG_INFO(
         "[%s] Mac[" KIV_MAC_FORMAT "], IP[%u.%u.%u.%u]", kApiTag, KIV_MAC_BYTES(pMac), octet(0), octet(1), octet(2),
         octet(3));
-    if (!call.Invoke(MethodOf(op), g_variant_new("(yyyyyyi)", KIV_MAC_BYTES(pMac), nIP))) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-    }
+    call.Request(MethodOf(op), g_variant_new("(yyyyyyi)", KIV_MAC_BYTES(pMac), nIP));
 }
 
 void TransformNetSpkList(const std::vector<STNetSpkConfig>& list, const char* methodName)

@@ -8,20 +8,22 @@ using namespace kiv::link;
 
 namespace {
 
-// Offsets in the reply to GetSoundbarProtocolVersion: the version, and data about the sound modes.
-constexpr std::size_t kVersionDataAt = sizeof(std::int32_t);
-constexpr std::size_t kVersionReplyLength = kVersionDataAt + KIV_SOUND_MODE_LEN;
+#pragma pack(push, 1)
+
+// The reply to GetSoundbarProtocolVersion.
+struct VersionReply {
+    std::int32_t version;
+    unsigned char soundModes[KIV_SOUND_MODE_LEN];
+};
+
+#pragma pack(pop)
 
 } // namespace
 
 void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int nSupportedOrNot)
 {
     ApiCall call(KIV_HERE);
-    if (!call.Ready()) {
-        return;
-    }
-    if (pMac == nullptr) {
-        KIV_LOG_ERROR("(%s) return", "pMac == NULL");
+    if (!call.Ready() || call.Refuses(pMac == nullptr, "pMac == NULL")) {
         return;
     }
     KIV_LOG_DEBUG("[%s] Mac[" KIV_MAC_FORMAT "], nSupportedOrNot[%d]", kApiTag, KIV_MAC_BYTES(pMac), nSupportedOrNot);
@@ -30,9 +32,7 @@ void SetSoundbarSupportSoundMode(const unsigned char* pMac, int nIP, int nSuppor
         KIV_LOG_ERROR("calloc(NETSPK_MAC_LEN+NETSPK_IP_LEN+sizeof(int)) fail");
         return;
     }
-    if (!call.Invoke("SetSoundbarSupportSoundMode", BytesTuple(std::move(payload)))) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-    }
+    call.Request("SetSoundbarSupportSoundMode", BytesTuple(std::move(payload)));
 }
 
 int GetSoundbarProtocolVersion(
@@ -59,11 +59,12 @@ int GetSoundbarProtocolVersion(
         KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
         return kApiFailed;
     }
-    const ByteReply reply(call.Invoke("GetSoundbarProtocolVersion", BytesTuple(std::move(payload)), std::move(preset)));
+    const ByteReply reply(
+        call.Request("GetSoundbarProtocolVersion", BytesTuple(std::move(payload)), std::move(preset)));
     if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return kApiFailed;
     }
+    // An answer that is not a version with its data is a failure, because any number but -1 is a version.
     if (!reply.HasMember()) {
         KIV_LOG_ERROR("pTuple is NULL");
         return kApiFailed;
@@ -74,21 +75,19 @@ int GetSoundbarProtocolVersion(
         KIV_LOG_ERROR("pByteArray is NULL");
         return kApiFailed;
     }
-    if (bytes.size() != kVersionReplyLength) {
+    if (bytes.size() != sizeof(VersionReply)) {
         return kApiFailed;
     }
-    CopyUpTo({pSoundModeVersion, static_cast<std::size_t>(nSoundModeVersionLen)}, From(bytes, kVersionDataAt));
-    return Int32At(bytes, 0);
+    const auto answer = Front<VersionReply>(bytes);
+    CopyUpTo({pSoundModeVersion, static_cast<std::size_t>(nSoundModeVersionLen)}, answer.soundModes);
+    return answer.version;
 }
 
 bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC)
 {
     KIV_LOG_DEBUG("[%s] Enter", kApiTag);
     ApiCall call(KIV_HERE);
-    if (!call.Ready()) {
-        return false;
-    }
-    if (soundbarMAC == nullptr) {
+    if (!call.Ready() || soundbarMAC == nullptr) {
         return false;
     }
     Payload payload{Bytes(soundbarMAC, NETSPK_MAC_LEN)};
@@ -101,10 +100,6 @@ bool IsSoundbarSupportSoundMode(const unsigned char* soundbarMAC)
         KIV_LOG_ERROR("[%s] param_out is NULL", kApiTag);
         return false;
     }
-    const Reply reply = call.Invoke("IsSoundbarSupportSoundMode", BytesTuple(std::move(payload)), std::move(preset));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-        return false;
-    }
-    return reply.Bool(false);
+    const Reply reply = call.Request("IsSoundbarSupportSoundMode", BytesTuple(std::move(payload)), std::move(preset));
+    return reply && reply.Bool();
 }

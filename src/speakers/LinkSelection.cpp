@@ -2,7 +2,6 @@
 #include "link/ApiCall.h"
 
 #include <optional>
-#include <utility>
 
 using namespace kiv::link;
 
@@ -12,19 +11,7 @@ namespace {
 std::optional<bool> Ask(const Here& here, const char* question)
 {
     ApiCall call(here);
-    if (!call.Ready()) {
-        return std::nullopt;
-    }
-    VariantOwner preset = Sink(g_variant_new("(b)", TRUE));
-    if (!preset) {
-        KIV_LOG_AT(here, kLogError, "param_out is NULL");
-    }
-    const Reply reply = call.Invoke(question, nullptr, std::move(preset));
-    if (!reply) {
-        KIV_LOG_AT(here, kLogError, "MethodCall Error");
-        return std::nullopt;
-    }
-    return reply.Bool(false);
+    return call.Ready() ? call.Ask(question, true) : std::nullopt;
 }
 
 } // namespace

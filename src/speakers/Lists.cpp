@@ -3,9 +3,9 @@
 #include "link/Bytes.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <optional>
-#include <utility>
 
 using namespace kiv::link;
 
@@ -15,28 +15,34 @@ namespace {
 template <std::size_t Size>
 class FieldText {
 public:
-    explicit FieldText(const char* field) { std::memcpy(text_, field, Size); }
+    explicit FieldText(const char (&field)[Size]) { std::memcpy(text_, field, Size); }
     const char* c_str() const { return text_; }
 
 private:
     char text_[Size + 1] = {};
 };
 
-constexpr std::size_t kTypeLength = NETSPK_SPEAKER_TYPE_LEN + 1;
+#pragma pack(push, 1)
 
-// Offsets in the reply to GetActiveNetSpkInfo: name, type, number of speakers, speakers.
-constexpr std::size_t kTypeAt = NETSPK_LIST_NAME_LEN;
-constexpr std::size_t kCountAt = kTypeAt + kTypeLength;
-constexpr std::size_t kSpeakersAt = kCountAt + sizeof(std::int32_t);
+// The head of the reply to GetActiveNetSpkInfo. As many speakers as it announces should follow.
+struct ActiveHead {
+    char displayName[NETSPK_LIST_NAME_LEN];
+    char speakerType[NETSPK_SPEAKER_TYPE_LEN + 1];
+    std::int32_t count;
+};
+
+#pragma pack(pop)
+
+constexpr std::size_t kTextsLength = offsetof(ActiveHead, count);
 
 // Returns the number of speakers that the server announces. Appends the speakers only if all of them are there.
 int AppendSpeakers(std::vector<spk_info_s>& list, Bytes payload)
 {
-    if (payload.size() < kSpeakersAt) {
+    if (payload.size() < sizeof(ActiveHead)) {
         return 0;
     }
-    const std::int32_t announced = Int32At(payload, kCountAt);
-    const Bytes speakers = From(payload, kSpeakersAt);
+    const std::int32_t announced = Front<ActiveHead>(payload).count;
+    const Bytes speakers = From(payload, sizeof(ActiveHead));
     if (announced >= 1 && speakers.size() / sizeof(spk_info_s) >= static_cast<std::size_t>(announced)) {
         AppendRecords(list, speakers.first(static_cast<std::size_t>(announced) * sizeof(spk_info_s)));
     }
@@ -51,36 +57,34 @@ int GetActiveNetSpkInfo(char* pDisplayName, char* pSpeakerType, std::vector<spk_
     if (!call.Ready()) {
         return kApiFailed;
     }
-    VariantOwner preset = NoBytes();
-    if (!preset) {
-        KIV_LOG_ERROR("(%s) return", "param_out == NULL");
+    const std::optional<ByteReply> reply = call.AskForBytes("GetActiveNetSpkInfo", "param_out == NULL");
+    if (!reply) {
         return kApiFailed;
     }
-    const ByteReply reply(call.Invoke("GetActiveNetSpkInfo", g_variant_new("(i)", 0), std::move(preset)));
-    if (!reply) {
+    if (!*reply) {
         KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
         return kApiFailed;
     }
-    if (const std::optional<int> result = reply.ResultWithoutMember(KIV_HERE)) {
+    if (const std::optional<int> result = reply->ResultWithoutMember()) {
         return *result;
     }
-    const Bytes payload = reply.Array();
-    if (payload.data() == nullptr) {
-        KIV_LOG_ERROR("[%s] pByteArray is NULL", kApiTag);
-        return 0;
+    if (!reply->HasBytes()) {
+        return 0; // an empty answer, and one of another type, tell of no speaker
     }
-    if (payload.size() < kCountAt) {
+    const Bytes payload = reply->Array();
+    if (payload.size() < kTextsLength) {
         KIV_LOG_ERROR(
             "[%s] elenum[%zu] less than (NETSPK_LIST_NAME_LEN + NETSPK_SPEAKER_TYPE_LEN+1)[%d]", kApiTag,
-            payload.size(), static_cast<int>(kCountAt));
+            payload.size(), static_cast<int>(kTextsLength));
         return 0;
     }
-    std::memcpy(pDisplayName, payload.data(), NETSPK_LIST_NAME_LEN);
-    std::memcpy(pSpeakerType, payload.data() + kTypeAt, kTypeLength);
+    const auto head = Front<ActiveHead>(payload);
+    std::memcpy(pDisplayName, head.displayName, sizeof head.displayName);
+    std::memcpy(pSpeakerType, head.speakerType, sizeof head.speakerType);
     const int count = AppendSpeakers(list, payload);
     KIV_LOG_INFO(
-        "actviceSpksDisplayName[%s], atciveSpksSpeakerType[%s], speakercount[%d]",
-        FieldText<NETSPK_LIST_NAME_LEN>(pDisplayName).c_str(), FieldText<kTypeLength>(pSpeakerType).c_str(), count);
+        "actviceSpksDisplayName[%s], atciveSpksSpeakerType[%s], speakercount[%d]", FieldText(head.displayName).c_str(),
+        FieldText(head.speakerType).c_str(), count);
     return count;
 }
 
@@ -91,20 +95,17 @@ int GetNetSpkListInfo(std::vector<STNetSpkListInfo>& list)
         return kApiFailed;
     }
     list.clear();
-    VariantOwner preset = NoBytes();
-    if (!preset) {
-        KIV_LOG_ERROR("(%s) return", "param_out_val == NULL");
+    const std::optional<ByteReply> reply = call.AskForBytes("GetNetSpkListInfo", "param_out_val == NULL");
+    if (!reply) {
         return kApiFailed;
     }
-    const ByteReply reply(call.Invoke("GetNetSpkListInfo", g_variant_new("(i)", 0), std::move(preset)));
-    if (const std::optional<int> result = reply.ResultWithoutMember(KIV_HERE)) {
+    if (const std::optional<int> result = reply->ResultWithoutMember()) {
         return *result;
     }
-    const Bytes bytes = reply.Array();
-    if (bytes.data() == nullptr) {
-        KIV_LOG_ERROR("[%s] pByteArray is NULL", kApiTag);
-        return 0;
+    if (!reply->HasBytes()) {
+        return 0; // an empty answer, and one of another type, tell of no list
     }
+    const Bytes bytes = reply->Array();
     KIV_LOG_DEBUG("[%s] elenum[%zu], sizeof(STNetSpkListInfo)[%zu]", kApiTag, bytes.size(), sizeof(STNetSpkListInfo));
     return AppendRecords(list, bytes);
 }
@@ -123,13 +124,9 @@ int GetNetSpkListInfoNumber()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    int result = kApiFailed;
-    const Reply reply = call.Invoke("GetNetSpkListInfoNumber");
-    if (reply) {
-        result = reply.Int(0);
-    } else {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-    }
+    const Reply reply = call.Request("GetNetSpkListInfoNumber");
+    // An answer of another type tells of no list, so the host makes room for none.
+    const int result = reply ? reply.Int(0) : kApiFailed;
     KIV_LOG_INFO("GetNetSpkListInfoNumber nRetV=[%d]", result);
     return result;
 }
@@ -142,19 +139,16 @@ int GetNetSpkNodeList(std::vector<CNetSpkNodeInfo>& list)
         return kApiFailed;
     }
     list.clear();
-    VariantOwner preset = NoBytes();
-    if (!preset) {
-        KIV_LOG_ERROR("(%s) return", "param_out_value == NULL");
+    const std::optional<ByteReply> reply = call.AskForBytes("GetNetSpkNodeList", "param_out_value == NULL");
+    if (!reply) {
         return kApiFailed;
     }
-    const ByteReply reply(call.Invoke("GetNetSpkNodeList", g_variant_new("(i)", 0), std::move(preset)));
-    std::optional<int> size = reply.ResultWithoutMember(KIV_HERE);
+    std::optional<int> size = reply->ResultWithoutMember();
     if (!size) {
-        const Bytes bytes = reply.Array();
-        if (bytes.data() == nullptr) {
-            KIV_LOG_ERROR("[%s] pByteArray is NULL", kApiTag);
-            return kApiFailed;
+        if (!reply->HasBytes()) {
+            return kApiFailed; // unlike GetNetSpkListInfo(), does not tell no node from an answer of another type
         }
+        const Bytes bytes = reply->Array();
         KIV_LOG_DEBUG("[%s] elenum[%zu], sizeof(CNetSpkNodeInfo)[%zu]", kApiTag, bytes.size(), sizeof(CNetSpkNodeInfo));
         size = AppendRecords(list, bytes);
     }

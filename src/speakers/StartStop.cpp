@@ -3,6 +3,7 @@
 #include "link/Bytes.h"
 
 #include <ctime>
+#include <optional>
 #include <vector>
 
 using namespace kiv::link;
@@ -15,12 +16,12 @@ int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStart
     }
     KIV_LOG_MARK("[%s] START, nMode[%d], nStartReason[%d]", kApiTag, nMode, nStartReason);
 
-    const Reply modeReply = call.Invoke("SetNetSpkSettingMode", g_variant_new("(ii)", nMode, nStartReason));
-    if (!modeReply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
+    const std::optional<int> modeAnswer =
+        call.Answer("SetNetSpkSettingMode", g_variant_new("(ii)", nMode, nStartReason));
+    if (!modeAnswer) {
         return kApiFailed;
     }
-    if (modeReply.Int(kApiFailed) == kApiFailed) {
+    if (*modeAnswer == kApiFailed) {
         // The start goes on, although the server refuses the mode.
         KIV_LOG_ERROR("[%s] MethodCall(SetNetSpkSettingMode) Error!", kApiTag);
     }
@@ -35,7 +36,7 @@ int StartNetworkSpeaker(int nMode, std::vector<STNetSpkConfig>& list, int nStart
         KIV_LOG_ERROR("[%s] MethodCall Error, time(%d)", kApiTag, static_cast<int>(time(nullptr)));
         return kApiFailed;
     }
-    const int result = reply.Int(kApiFailed);
+    const int result = reply.Int(kApiFailed); // another type counts as a failure, as in ApiCall::Answer()
     KIV_LOG_INFO("[%s] result[%d]", kApiTag, result);
     return result;
 }
@@ -48,14 +49,11 @@ int StopNetworkSpeaker(int nStopType)
     }
     KIV_LOG_MARK("[%s] STOP, nStopType[%d]", kApiTag, nStopType);
 
-    const Reply reply = call.Invoke("StopNetworkSpeaker", g_variant_new("(i)", nStopType));
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-        return kApiFailed;
+    const std::optional<int> stopType = call.Answer("StopNetworkSpeaker", g_variant_new("(i)", nStopType));
+    if (stopType) {
+        KIV_LOG_INFO("[%s] StopType[%d]", kApiTag, *stopType);
     }
-    const int stopType = reply.Int(kApiFailed);
-    KIV_LOG_INFO("[%s] StopType[%d]", kApiTag, stopType);
-    return stopType;
+    return stopType.value_or(kApiFailed);
 }
 
 int DisableSurround()
@@ -64,14 +62,11 @@ int DisableSurround()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("DisableSurround");
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-        return kApiFailed;
+    const std::optional<int> result = call.Answer("DisableSurround");
+    if (result) {
+        KIV_LOG_INFO("[%s] [%d]", kApiTag, *result);
     }
-    const int result = reply.Int(kApiFailed);
-    KIV_LOG_INFO("[%s] [%d]", kApiTag, result);
-    return result;
+    return result.value_or(kApiFailed);
 }
 
 int GetSurroundChannelNumber()
@@ -80,12 +75,9 @@ int GetSurroundChannelNumber()
     if (!call.Ready()) {
         return kApiFailed;
     }
-    const Reply reply = call.Invoke("GetSurroundChannelNumber");
-    if (!reply) {
-        KIV_LOG_ERROR("[%s] MethodCall Error", kApiTag);
-        return kApiFailed;
+    const std::optional<int> number = call.Answer("GetSurroundChannelNumber");
+    if (number) {
+        KIV_LOG_INFO("[%s] nSurroundChannelNumber[%d]", kApiTag, *number);
     }
-    const int result = reply.Int(kApiFailed);
-    KIV_LOG_INFO("[%s] nSurroundChannelNumber[%d]", kApiTag, result);
-    return result;
+    return number.value_or(kApiFailed);
 }

@@ -1,7 +1,6 @@
 #include "KivctlTest.h"
 
 #include <map>
-#include <sstream>
 
 namespace kiv::ctl::call_test {
 namespace {
@@ -61,8 +60,7 @@ bool IsOld(const std::string& function)
 std::vector<std::string> FunctionsIn(const std::string& completions)
 {
     std::vector<std::string> functions;
-    std::istringstream lines(completions);
-    for (std::string line; std::getline(lines, line);) {
+    for (const std::string& line : LinesOf(completions)) {
         if (!line.starts_with("--")) {
             functions.push_back(line.substr(0, line.find('\t')));
         }
@@ -111,14 +109,10 @@ TEST_F(CallTest, PassesArguments)
     Run({"call", "GetSpksConnectionTypeByID", "7"});
     Run({"call", "ResetNetSpkVolume", kLeft, "--ip", "1.0.0.0"});
     Run({"call", "ResetNetSpkVolumeList", kLeft + "=1"});
-    EXPECT_EQ(
-        Calls(), (std::vector<std::string>{
-                     "Vireon_StartNetworkSpeakerByID(0x4b, 0x49, 0x56, 0x30, 0x31, -2, 1, 3)",
-                     "StartNetworkSpeakerByID(5, 4, 6)",
-                     "GetSpksConnectionTypeByID(7,)",
-                     "ResetNetSpkVolume(" + kLeftBytes + ", 1)",
-                     "ResetNetSpkVolumeList([" + Record("0x01, 0x00, 0x00, 0x00", kLeftBytes) + "],)",
-                 }));
+    ExpectCalls(
+        {"Vireon_StartNetworkSpeakerByID(0x4b, 0x49, 0x56, 0x30, 0x31, -2, 1, 3)", "StartNetworkSpeakerByID(5, 4, 6)",
+         "GetSpksConnectionTypeByID(7,)", "ResetNetSpkVolume(" + kLeftBytes + ", 1)",
+         "ResetNetSpkVolumeList([" + Record(1, kLeftBytes) + "],)"});
 }
 
 TEST_F(CallTest, SaysWhatAFunctionReturns)
@@ -127,28 +121,23 @@ TEST_F(CallTest, SaysWhatAFunctionReturns)
     ExpectOutput({"call", "SubscribeNamServiceCallback", "mine"}, "the server answered 1");
     ExpectOutput({"call", "register_atmos_support_cb"}, "the server answered 0");
     ExpectOutput({"call", "unregister_atmos_support_cb"}, "the server answered 0");
-    EXPECT_EQ(
-        Run({"--json", "call", "StopNetworkSpeaker", "--type", "3"}).out,
-        R"({"command":"call StopNetworkSpeaker","result":3})"
-        "\n");
+    ExpectJson({"call", "StopNetworkSpeaker", "--type", "3"}, {{"result", 3}});
     SwitchFeatureOff();
     ExpectOutput({"call", "GetWhetherKivDisabled"}, "yes");
 }
 
 TEST_F(CallTest, BadArgumentsSendNothing)
 {
-    ExpectFailure({"call"}, 2, "no command given");
-    ExpectFailure({"call", "StopNetworkSpeakers"}, 2, "StopNetworkSpeakers");
-    ExpectFailure({"call", "GetSpksConnectionTypeByID"}, 2, "N is required");
     const std::string takes =
         "; kivctl call SetNetSpkVolume takes MAC VOLUME [--ip IP], see kivctl help call SetNetSpkVolume";
-    ExpectFailure({"call", "SetNetSpkVolume", kLeft, "0", "33"}, 2, "33" + takes);
-    ExpectFailure({"call", "SetNetSpkVolume", kLeft}, 2, "VOLUME is required" + takes);
-    ExpectFailure(
-        {"call", "Vireon_StartNetworkSpeakerByID", "KIV0", "1", "2", "3"}, 2,
-        "the identifier must have 5 characters or more, got \"KIV0\"");
-    ExpectFailure({"call", "IncreaseNetSpkVolumeList"}, 2, "speakers must be named as SPEAKER");
-    EXPECT_EQ(Calls(), std::vector<std::string>{});
+    ExpectRefused({
+        {{"call", "GetSpksConnectionTypeByID"}, "N is required"},
+        {{"call", "SetNetSpkVolume", kLeft, "0", "33"}, "33" + takes},
+        {{"call", "SetNetSpkVolume", kLeft}, "VOLUME is required" + takes},
+        {{"call", "Vireon_StartNetworkSpeakerByID", "KIV0", "1", "2", "3"},
+         "the identifier must have 5 characters or more, got \"KIV0\""},
+        {{"call", "IncreaseNetSpkVolumeList"}, "speakers must be named as SPEAKER"},
+    });
 }
 
 } // namespace

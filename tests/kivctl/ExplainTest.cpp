@@ -4,7 +4,6 @@
 
 #include <fstream>
 #include <regex>
-#include <sstream>
 #include <stdexcept>
 
 namespace kiv::ctl::explain_test {
@@ -12,16 +11,9 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
-constexpr const char* kMethodCallError = "KivServiceInterface.cpp: StopNetworkSpeaker(89) > [NAM_API] MethodCall Error";
+const std::string kMethodCallError = "KivServiceInterface.cpp: StopNetworkSpeaker(89) > [NAM_API] MethodCall Error";
 constexpr const char* kExplained =
     "\n    = the function's request failed\n    -> the line before it gives the reason\n";
-
-struct Explained {
-    int exitCode;
-    std::string out;
-    std::string err;
-};
 
 std::string Text(GBytes* bytes)
 {
@@ -30,7 +22,7 @@ std::string Text(GBytes* bytes)
     return {static_cast<const char*>(data), size};
 }
 
-Explained RunExplain(const std::string& log, const Arguments& arguments)
+Ended RunExplain(const std::string& log, const Arguments& arguments)
 {
     std::vector<const char*> argv = {KIV_CTL, "explain"};
     for (const std::string& argument : arguments) {
@@ -55,16 +47,15 @@ Explained RunExplain(const std::string& log, const Arguments& arguments)
 
 std::string Explain(const std::string& log, const Arguments& arguments = {})
 {
-    const Explained explained = RunExplain(log, arguments);
+    const Ended explained = RunExplain(log, arguments);
     EXPECT_EQ(explained.exitCode, 0) << explained.err;
     return explained.out;
 }
 
 std::vector<Json> ExplainToScripts(const std::string& log)
 {
-    std::istringstream out(Explain(log, {"--json"}));
     std::vector<Json> objects;
-    for (std::string line; std::getline(out, line);) {
+    for (const std::string& line : LinesOf(Explain(log, {"--json"}))) {
         objects.push_back(Json::parse(line));
     }
     return objects;
@@ -150,14 +141,14 @@ TEST(ExplainTest, ReadsTheFormsThatLogsHave)
         EXPECT_EQ(Explain(before + kMethodCallError + '\n'), before + kMethodCallError + kExplained);
     }
     // The last line may have no line end, and the log of another system may have other line ends.
-    EXPECT_EQ(Explain(kMethodCallError), std::string(kMethodCallError) + kExplained);
-    EXPECT_EQ(Explain(std::string(kMethodCallError) + "\r\n"), std::string(kMethodCallError) + "\r" + kExplained);
+    EXPECT_EQ(Explain(kMethodCallError), kMethodCallError + kExplained);
+    EXPECT_EQ(Explain(kMethodCallError + "\r\n"), kMethodCallError + "\r" + kExplained);
     EXPECT_EQ(Explain(""), "");
 }
 
 TEST(ExplainTest, FindsTheTextThatALoggerHasWrapped)
 {
-    const std::string line = kMethodCallError;
+    const std::string& line = kMethodCallError;
     const std::string json = Json({{"_PID", "12"}, {"MESSAGE", line}, {"PRIORITY", "3"}}).dump();
     for (const std::string& wrapped :
          {json, "Nov 22 12:34:56 tv NAM_SERVICE[1]: message repeated 4 times: [ " + line + "]",
@@ -169,8 +160,7 @@ TEST(ExplainTest, FindsTheTextThatALoggerHasWrapped)
 TEST(ExplainTest, ReadsAMessageThatIsAnArrayOfBytes)
 {
     for (const std::string& message :
-         {std::string(kMethodCallError), "\x1b[31m" + std::string(kMethodCallError) + "\x1b[0m",
-          "\xff " + std::string(kMethodCallError)}) {
+         {kMethodCallError, "\x1b[31m" + kMethodCallError + "\x1b[0m", "\xff " + kMethodCallError}) {
         Json bytes = Json::array();
         for (const char character : message) {
             bytes.push_back(static_cast<unsigned char>(character));
@@ -188,17 +178,16 @@ TEST(ExplainTest, ReadsAMessageThatIsAnArrayOfBytes)
 
 TEST(ExplainTest, ReadsTheOtherJsonOfJournalctl)
 {
-    const std::string member = "\"MESSAGE\" : \"" + std::string(kMethodCallError) + '"';
+    const std::string member = "\"MESSAGE\" : \"" + kMethodCallError + '"';
     for (const std::string& line :
          {'\t' + member + ',', '\t' + member, "  " + member + " ,\r", "\x1e{" + member + '}',
           "data: {" + member + '}'}) {
         EXPECT_EQ(Explain(line + '\n'), line + kExplained);
     }
-    const Explained split = RunExplain("{\n\t\"MESSAGE\" : [\n\t\t75,\n\t\t27\n\t]\n}\n", {});
+    const Ended split = RunExplain("{\n\t\"MESSAGE\" : [\n\t\t75,\n\t\t27\n\t]\n}\n", {});
     EXPECT_EQ(split.exitCode, 0);
-    EXPECT_EQ(split.err.find("kivctl: journalctl -o json-pretty writes "), 0U) << split.err;
-    EXPECT_NE(split.err.find("1 of them was not read; write the log with -o json or cat\n"), std::string::npos)
-        << split.err;
+    EXPECT_THAT(split.err, StartsWith("kivctl: journalctl -o json-pretty writes "));
+    EXPECT_THAT(split.err, HasSubstr("1 of them was not read; write the log with -o json or cat\n"));
 }
 
 TEST(ExplainTest, LeavesOtherLinesAlone)
@@ -212,24 +201,21 @@ TEST(ExplainTest, SaysThatALineIsUnknown)
 {
     const std::string line = "KivServiceInterface.cpp: StopNetworkSpeaker(89) > [NAM_API] something new";
     const std::string out = Explain(line + '\n');
-    EXPECT_EQ(out.find(line + "\n    = not known to kivctl "), 0U) << out;
-    EXPECT_NE(
-        out.find(": cut short, or wrapped by the logger, or of another version of the library\n    -> "),
-        std::string::npos)
-        << out;
+    EXPECT_THAT(out, StartsWith(line + "\n    = not known to kivctl "));
+    EXPECT_THAT(out, HasSubstr(": cut short, or wrapped by the logger, or of another version of the library\n    -> "));
     EXPECT_EQ(ExplainToScripts(line + '\n').at(0).at("known"), false);
 }
 
 TEST(ExplainTest, SaysThatALineIsCutBeforeItsText)
 {
-    const std::string line = kMethodCallError;
+    const std::string& line = kMethodCallError;
     const size_t file = line.find(' ') + 1;
     const size_t text = line.find("> ") + 2;
     for (size_t length = file; length < text; ++length) {
         const std::string cut = line.substr(0, length);
         const std::string out = Explain("NAM_SERVICE: " + cut + '\n');
-        EXPECT_EQ(out.find("NAM_SERVICE: " + cut + "\n    = cut short before its text, "), 0U) << out;
-        EXPECT_NE(out.find("\n    -> have the log keep longer lines"), std::string::npos) << out;
+        EXPECT_THAT(out, StartsWith("NAM_SERVICE: " + cut + "\n    = cut short before its text, "));
+        EXPECT_THAT(out, HasSubstr("\n    -> have the log keep longer lines"));
     }
     const Json object = ExplainToScripts(line.substr(0, text - 1) + '\r').at(0);
     EXPECT_EQ(object.at("function"), "StopNetworkSpeaker");
@@ -245,9 +231,9 @@ TEST(ExplainTest, ExplainsATextThatIsCutButUnambiguous)
     const std::string before = "KivServiceInterface.cpp: Get(1) > ";
     const Json cut = ExplainToScripts(before + "soundmodeDat\n").at(0);
     EXPECT_EQ(cut.at("known"), true);
-    EXPECT_TRUE(cut.at("meaning").get<std::string>().starts_with("the sound-mode data begins with 1")) << cut;
-    EXPECT_TRUE(cut.at("meaning").get<std::string>().ends_with(" (the line is cut short)")) << cut;
-    EXPECT_TRUE(cut.at("advice").get<std::string>().starts_with("compare what the server sends")) << cut;
+    EXPECT_THAT(cut.at("meaning").get<std::string>(), StartsWith("the sound-mode data begins with 1")) << cut;
+    EXPECT_THAT(cut.at("meaning").get<std::string>(), EndsWith(" (the line is cut short)")) << cut;
+    EXPECT_THAT(cut.at("advice").get<std::string>(), StartsWith("compare what the server sends")) << cut;
     // The first is too short, and two lines begin like the second.
     for (const char* text : {"soundmodeDa", "!!! ERROR ns_proxy.GetProxy() return error,"}) {
         EXPECT_EQ(ExplainToScripts(before + text + '\n').at(0).at("known"), false) << text;
@@ -258,10 +244,9 @@ TEST(ExplainTest, AdvisesWithNamesOfFilesAndManPages)
 {
     const std::string denied = "KivServiceInterface.cpp: MethodCall(1) > [NAM_API] Error: method [Stop],"
                                "[GDBus.Error:org.freedesktop.DBus.Error.AccessDenied: no]...\n";
-    EXPECT_NE(Explain(denied).find("share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf"), std::string::npos);
-    EXPECT_NE(
-        Explain("KivServiceInterface.cpp: Get(1) > pTuple is NULL\n").find("the interface (man kiv-dbus)\n"),
-        std::string::npos);
+    EXPECT_THAT(Explain(denied), HasSubstr("share/dbus-1/system.d/org.lumra.tv.networkspeaker.conf"));
+    EXPECT_THAT(
+        Explain("KivServiceInterface.cpp: Get(1) > pTuple is NULL\n"), HasSubstr("the interface (man kiv-dbus)\n"));
 }
 
 TEST(ExplainTest, SkipsALineThatIsTooLong)
@@ -269,57 +254,55 @@ TEST(ExplainTest, SkipsALineThatIsTooLong)
     const std::string longest = std::string(1024UL * 1024, 'x') + '\n';
     EXPECT_EQ(Explain(longest + kMethodCallError + '\n'), longest + kMethodCallError + kExplained);
 
-    const Explained longer = RunExplain("first\nx" + longest + kMethodCallError + '\n', {});
-    EXPECT_EQ(longer.exitCode, 0);
-    EXPECT_EQ(longer.out, "first\n" + std::string(kMethodCallError) + kExplained);
-    EXPECT_EQ(longer.err, "kivctl: skipped 1 line of over 1048576 bytes\n");
+    EXPECT_THAT(
+        RunExplain("first\nx" + longest + kMethodCallError + '\n', {}),
+        Ends(0, "first\n" + kMethodCallError + kExplained, "kivctl: skipped 1 line of over 1048576 bytes\n"));
     EXPECT_EQ(RunExplain('x' + longest, {}).out, "");
 }
 
 TEST(ExplainTest, SkipsNulBytes)
 {
     const std::string run(4096, '\0');
-    const std::string explained = std::string(kMethodCallError) + kExplained;
+    const std::string explained = kMethodCallError + kExplained;
     for (const std::string& log :
          {run + kMethodCallError, kMethodCallError + run, run + '\n' + kMethodCallError + '\n' + run}) {
         EXPECT_EQ(Explain(log), explained);
     }
     // The line before the run is cut, and the line behind it is whole.
     const std::string head = "KivServiceInterface.cpp: Stop";
-    const Explained cut = RunExplain(head + run + kMethodCallError + run + "last\n", {});
+    const Ended cut = RunExplain(head + run + kMethodCallError + run + "last\n", {});
     EXPECT_EQ(cut.exitCode, 0);
-    EXPECT_EQ(cut.out.find(head + "\n    = cut short before its text"), 0U) << cut.out;
-    EXPECT_TRUE(cut.out.ends_with('\n' + explained + "last\n")) << cut.out;
+    EXPECT_THAT(cut.out, StartsWith(head + "\n    = cut short before its text"));
+    EXPECT_THAT(cut.out, EndsWith('\n' + explained + "last\n"));
     EXPECT_EQ(cut.err, "kivctl: skipped NUL bytes, which a power cut leaves in a log: 8192 in 2 places\n");
 }
 
 TEST(ExplainTest, BinaryDataIsRefused)
 {
-    const Explained endless = RunExplain("", {"/dev/zero"});
-    EXPECT_EQ(endless.exitCode, 2);
-    EXPECT_EQ(endless.err, "kivctl: /dev/zero: must be a text log, got binary data; unpack it first\n");
+    EXPECT_THAT(
+        RunExplain("", {"/dev/zero"}),
+        Ends(2, _, "kivctl: /dev/zero: must be a text log, got binary data; unpack it first\n"));
     // These are the beginnings of gzip, xz, the journal's own files, and UTF-16.
     for (const std::string& head :
          {"\x1f\x8b\x08\0\0"s, "\xfd\x37zXZ\0\0\x04"s, "LPKSHHRH\0\0\0\0\x0c\0\0\0\0"s, "\xff\xfeK\0i\0"s}) {
-        const Explained binary = RunExplain(head + kMethodCallError, {});
-        EXPECT_EQ(binary.exitCode, 2);
-        EXPECT_EQ(binary.out, "");
-        EXPECT_EQ(binary.err, "kivctl: stdin: must be a text log, got binary data; unpack it first\n");
+        EXPECT_THAT(
+            RunExplain(head + kMethodCallError, {}),
+            Ends(2, "", "kivctl: stdin: must be a text log, got binary data; unpack it first\n"));
     }
 }
 
 TEST(ExplainTest, SaysThatALogHasNoLineOfTheLibrarys)
 {
-    const Explained others = RunExplain("kernel: usb\n\n", {});
+    const Ended others = RunExplain("kernel: usb\n\n", {});
     EXPECT_EQ(others.exitCode, 0);
-    EXPECT_EQ(others.err.find("kivctl: none of 2 lines is the library's; "), 0U) << others.err;
+    EXPECT_THAT(others.err, StartsWith("kivctl: none of 2 lines is the library's; "));
     for (const char* part : {"KivServiceInterface.cpp: ", "KIV_LOG_LEVEL=info", "journalctl -t NAM_SERVICE"}) {
-        EXPECT_NE(others.err.find(part), std::string::npos) << others.err;
+        EXPECT_THAT(others.err, HasSubstr(part));
     }
-    EXPECT_EQ(RunExplain("", {}).err.find("kivctl: the log is empty; "), 0U);
-    const Explained skipped = RunExplain(std::string(100, '\0'), {});
-    EXPECT_NE(skipped.err.find("\nkivctl: none of the remaining lines is the library's; "), std::string::npos)
-        << skipped.err;
+    EXPECT_THAT(RunExplain("", {}).err, StartsWith("kivctl: the log is empty; "));
+    EXPECT_THAT(
+        RunExplain(std::string(100, '\0'), {}).err,
+        HasSubstr("\nkivctl: none of the remaining lines is the library's; "));
     EXPECT_EQ(RunExplain(kMethodCallError, {}).err, "");
     EXPECT_EQ(RunExplain("kernel: usb\n", {"--json"}).err, "");
 }
@@ -328,7 +311,7 @@ class ExplainFileTest : public KivctlTest {};
 
 TEST_F(ExplainFileTest, ReadsTheFileThatIsNamed)
 {
-    const std::string explained = std::string(kMethodCallError) + kExplained;
+    const std::string explained = kMethodCallError + kExplained;
     EXPECT_EQ(Explain("", {WriteFile(kMethodCallError)}), explained);
     EXPECT_EQ(Explain(kMethodCallError, {"-"}), explained);
     ExpectFailure({"explain", bus_.Directory() / "absent"}, 2, "absent: No such file or directory");
@@ -452,7 +435,7 @@ TEST_F(LoggedLinesTest, TellThatTheBusForbidsTheQuestionForAnOwner)
     Collect({"stop"});
     ExpectMeaning("is an error of the bus, which forbids the question");
     for (const std::string& meaning : meanings_) {
-        EXPECT_EQ(meaning.find("the bus did not answer in 25 s"), std::string::npos);
+        EXPECT_THAT(meaning, Not(HasSubstr("the bus did not answer in 25 s")));
     }
 }
 

@@ -1,6 +1,7 @@
 #include "KivctlTest.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,12 +9,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace kiv::ctl {
 namespace {
-
-constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 
 std::string FeatureFile(const sandbox::PrivateBus& bus)
 {
@@ -31,6 +31,24 @@ GVariant* Bytes(const std::string& bytes)
 }
 
 } // namespace
+
+testing::Matcher<Ended>
+Ends(int exitCode, const testing::Matcher<std::string>& out, const testing::Matcher<std::string>& err)
+{
+    using testing::Field;
+    return AllOf(
+        Field("exitCode", &Ended::exitCode, exitCode), Field("out", &Ended::out, out), Field("err", &Ended::err, err));
+}
+
+std::vector<std::string> LinesOf(const std::string& text)
+{
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
 
 Running::Running(
     const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment, int output,
@@ -59,29 +77,26 @@ Running::Running(
         }
     }
     g_autoptr(GError) error = nullptr;
-    process_ = g_subprocess_launcher_spawnv(launcher, argv.data(), &error);
-    if (process_ == nullptr) {
+    process_.reset(g_subprocess_launcher_spawnv(launcher, argv.data(), &error));
+    if (!process_) {
         throw std::runtime_error(error->message);
     }
-    out_ = output < 0 ? g_data_input_stream_new(g_subprocess_get_stdout_pipe(process_)) : nullptr;
-    err_ = g_data_input_stream_new(g_subprocess_get_stderr_pipe(process_));
+    out_.reset(output < 0 ? g_data_input_stream_new(g_subprocess_get_stdout_pipe(process_.get())) : nullptr);
+    err_.reset(g_data_input_stream_new(g_subprocess_get_stderr_pipe(process_.get())));
 }
 
 Running::~Running()
 {
-    g_subprocess_force_exit(process_);
-    g_subprocess_wait(process_, nullptr, nullptr);
-    g_object_unref(err_);
-    g_clear_object(&out_);
-    g_object_unref(process_);
+    g_subprocess_force_exit(process_.get());
+    g_subprocess_wait(process_.get(), nullptr, nullptr);
 }
 
 Ended Running::Wait()
 {
-    Ended ended{-1, out_ == nullptr ? "" : ReadRest(out_), ReadRest(err_)};
-    g_subprocess_wait(process_, nullptr, nullptr);
-    if (g_subprocess_get_if_exited(process_)) {
-        ended.exitCode = g_subprocess_get_exit_status(process_);
+    Ended ended{-1, out_ ? ReadRest(out_.get()) : "", ReadRest(err_.get())};
+    g_subprocess_wait(process_.get(), nullptr, nullptr);
+    if (g_subprocess_get_if_exited(process_.get())) {
+        ended.exitCode = g_subprocess_get_exit_status(process_.get());
     }
     return ended;
 }
@@ -109,9 +124,13 @@ std::string Running::ReadRest(GDataInputStream* stream)
     return rest;
 }
 
-std::string Record(const std::string& config, const std::string& mac)
+std::string Record(std::int32_t config, const std::string& mac)
 {
-    std::string record = "0x00, 0x00, 0x00, 0x00, " + config + ", " + mac;
+    std::string record = "0x00, 0x00, 0x00, 0x00, ";
+    for (int i = 0; i < 4; ++i) {
+        record += fmt::format("{:#04x}, ", (static_cast<std::uint32_t>(config) >> (8 * i)) & 0xff);
+    }
+    record += mac;
     for (int i = 0; i < 72; ++i) {
         record += ", 0x00";
     }
@@ -164,20 +183,21 @@ std::string KivctlTest::RunOnTerminal(const Arguments& arguments) const
 
 void KivctlTest::ExpectOutput(const Arguments& arguments, const std::string& out) const
 {
-    const Ended ended = Run(arguments);
-    EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out, out + '\n');
-    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(Run(arguments), Ends(0, out + '\n', ""));
 }
 
 void KivctlTest::ExpectJson(Arguments arguments, const Json& fields) const
 {
     arguments.emplace_back("--json");
     const Ended ended = Run(arguments);
-    EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.err, "");
+    EXPECT_THAT(ended, Ends(0, _, ""));
     EXPECT_EQ(ended.out.find('\n'), ended.out.size() - 1) << ended.out;
     Json object = Json::parse(ended.out);
+    std::string words;
+    for (const std::string& argument : arguments) {
+        words += argument + ' ';
+    }
+    EXPECT_THAT(words, StartsWith(object.at("command").get<std::string>() + ' '));
     object.erase("command");
     EXPECT_EQ(object, fields);
 }
@@ -188,15 +208,28 @@ void KivctlTest::ExpectFailure(Arguments arguments, int exitCode, const std::str
     const Ended text = Run(arguments);
     EXPECT_EQ(text.exitCode, exitCode);
     EXPECT_EQ(text.out, "");
-    EXPECT_EQ(text.err.rfind("kivctl: ", 0), 0U) << text.err;
-    EXPECT_NE(text.err.find(reason), std::string::npos) << text.err;
+    EXPECT_THAT(text.err, StartsWith("kivctl: "));
+    EXPECT_THAT(text.err, HasSubstr(reason));
     EXPECT_EQ(text.err.find('\n'), text.err.size() - 1) << text.err;
 
     arguments.insert(arguments.begin(), "--json");
     const Ended json = Run(arguments);
     EXPECT_EQ(json.exitCode, exitCode);
     EXPECT_EQ(json.err, "");
-    EXPECT_NE(Json::parse(json.out).at("error").get<std::string>().find(reason), std::string::npos) << json.out;
+    EXPECT_THAT(Json::parse(json.out).at("error").get<std::string>(), HasSubstr(reason)) << json.out;
+}
+
+void KivctlTest::ExpectCalls(const std::vector<std::string>& calls) const
+{
+    EXPECT_EQ(Calls(), calls);
+}
+
+void KivctlTest::ExpectRefused(const std::vector<Refusal>& cases) const
+{
+    for (const auto& [arguments, reason] : cases) {
+        ExpectFailure(arguments, 2, reason);
+    }
+    ExpectCalls({});
 }
 
 std::string KivctlTest::WriteFile(const std::string& contents) const
@@ -223,45 +256,66 @@ void KivctlTest::Forbid(const std::string& rules) const
     bus_.ReloadConfig();
 }
 
-GVariant* KivctlTest::Control(const char* method, GVariant* arguments) const
+link::VariantOwner KivctlTest::Control(const char* method, GVariant* arguments) const
 {
-    g_autoptr(GVariant) owned = arguments == nullptr ? nullptr : g_variant_ref_sink(arguments);
+    const link::VariantOwner owned = link::Sink(arguments);
     const sandbox::Connection connection(bus_.Address());
     connection.CallDaemon("org.freedesktop.DBus", "StartServiceByName", g_variant_new("(su)", kServerName, 0U));
     g_autoptr(GError) error = nullptr;
-    GVariant* reply = g_dbus_connection_call_sync(
+    link::VariantOwner reply(g_dbus_connection_call_sync(
         connection.Get(), "org.lumra.tv.networkspeaker.simulator", "/org/lumra/tv/networkspeaker/simulator",
-        "org.lumra.tv.networkspeaker.simulator.control", method, owned, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
-        &error);
-    if (reply == nullptr) {
+        "org.lumra.tv.networkspeaker.simulator.control", method, owned.get(), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+        nullptr, &error));
+    if (!reply) {
         throw std::runtime_error(error->message);
     }
     return reply;
 }
 
-void KivctlTest::SetFault(const char* method, const char* key, const char* value) const
+void KivctlTest::SetFault(const std::string& method, const char* key, const std::string& value) const
 {
     GVariantDict fault;
     g_variant_dict_init(&fault, nullptr);
-    g_variant_dict_insert_value(&fault, key, g_variant_new_parsed(value));
-    g_variant_unref(Control("Fault", g_variant_new("(s@a{sv})", method, g_variant_dict_end(&fault))));
+    g_variant_dict_insert_value(&fault, key, g_variant_new_parsed(value.c_str()));
+    Control("Fault", g_variant_new("(s@a{sv})", method.c_str(), g_variant_dict_end(&fault)));
+}
+
+void KivctlTest::Break(const std::string& method) const
+{
+    SetFault(method, "error", "'org.example.Broken'");
+}
+
+void KivctlTest::SetClientId(const std::string& id) const
+{
+    Control("ClientId", g_variant_new("(s)", id.c_str()));
+}
+
+void KivctlTest::SwitchAtmosOn() const
+{
+    Control("Atmos", g_variant_new("(b)", TRUE));
 }
 
 void KivctlTest::SendEvent(int id, const std::string& data) const
 {
-    g_variant_unref(Control("Event", g_variant_new("(si@ay)", "", id, Bytes(data))));
+    Control("Event", g_variant_new("(si@ay)", "", id, Bytes(data)));
 }
 
 void KivctlTest::SendPayload(const std::string& payload) const
 {
-    g_variant_unref(Control("Payload", g_variant_new("(s@ay)", "", Bytes(payload))));
+    Control("Payload", g_variant_new("(s@ay)", "", Bytes(payload)));
+}
+
+Json KivctlTest::Model() const
+{
+    const link::VariantOwner reply = Control("Show");
+    return Json::parse(g_variant_get_string(link::Member(reply.get()).get(), nullptr));
 }
 
 std::vector<std::string> KivctlTest::Calls() const
 {
-    g_autoptr(GVariant) reply = Control("Calls", nullptr);
+    const link::VariantOwner reply = Control("Calls");
     g_autoptr(GVariantIter) iterator = nullptr;
-    g_variant_get(reply, "(a(ussuv))", &iterator);
+    g_variant_get(reply.get(), "(a(ussuv))", &iterator);
     std::vector<std::string> calls;
     const char* method = nullptr;
     GVariant* arguments = nullptr;

@@ -1,17 +1,25 @@
 #pragma once
 
+#include "link/Owners.h"
 #include "tools/sandbox/Connection.h"
 #include "tools/sandbox/PrivateBus.h"
 
-#include <gio/gio.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace kiv::ctl {
+
+using testing::_;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
 
 using Json = nlohmann::json;
 using Arguments = std::vector<std::string>;
@@ -22,6 +30,12 @@ struct Ended {
     std::string out;
     std::string err;
 };
+
+// Matches the end of a program.
+testing::Matcher<Ended>
+Ends(int exitCode, const testing::Matcher<std::string>& out, const testing::Matcher<std::string>& err);
+
+std::vector<std::string> LinesOf(const std::string& text);
 
 // A kivctl that runs on the test's bus.
 class Running {
@@ -36,12 +50,12 @@ public:
     Running& operator=(const Running&) = delete;
 
     // Return the next line without its end, or an empty text at the end of the stream.
-    std::string OutLine() { return ReadLine(out_); }
+    std::string OutLine() { return ReadLine(out_.get()); }
     // Passes over the line with which monitor remarks on a busy machine that it still waits. AnyErrLine() returns it.
     std::string ErrLine();
-    std::string AnyErrLine() { return ReadLine(err_); }
+    std::string AnyErrLine() { return ReadLine(err_.get()); }
 
-    void Signal(int number) { g_subprocess_send_signal(process_, number); }
+    void Signal(int number) { g_subprocess_send_signal(process_.get(), number); }
 
     // Waits for the end of the program. Returns the output that has not been read yet.
     Ended Wait();
@@ -50,10 +64,15 @@ private:
     static std::string ReadLine(GDataInputStream* stream);
     static std::string ReadRest(GDataInputStream* stream);
 
-    GSubprocess* process_;
-    GDataInputStream* out_; // null if stdout is a descriptor
-    GDataInputStream* err_;
+    template <typename Object>
+    using Owner = std::unique_ptr<Object, link::Releaser<g_object_unref>>;
+
+    Owner<GSubprocess> process_;
+    Owner<GDataInputStream> out_; // null if stdout is a descriptor
+    Owner<GDataInputStream> err_;
 };
+
+inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
 
 // Speakers that the simulated TV is connected with. Their bytes are in GVariant's text form.
 inline const std::string kLeft = "02:4b:49:56:00:01";
@@ -61,8 +80,14 @@ inline const std::string kRight = "02:4b:49:56:00:02";
 inline const std::string kLeftBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x01";
 inline const std::string kRightBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x02";
 
+// A rule of the bus's policy, for Forbid().
+inline constexpr const char* kDenyClientName = R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)";
+
+// The reason that kivctl gives for a request that Break() has broken.
+inline const std::string kBroken = "the server answered with the error org.example.Broken";
+
 // Returns the 86 bytes of a speaker in GVariant's text form.
-std::string Record(const std::string& config, const std::string& mac);
+std::string Record(std::int32_t config, const std::string& mac);
 
 // Returns an array with this number of bytes of one value, in GVariant's text form.
 std::string ByteArray(size_t size, int value);
@@ -83,11 +108,21 @@ protected:
     // Expects exit code 0 and this output.
     void ExpectOutput(const Arguments& arguments, const std::string& out) const;
 
-    // Does the same with --json. The fields do not have the command's name.
+    // Does the same with --json. The object also has the command's name, with which the arguments begin.
     void ExpectJson(Arguments arguments, const Json& fields) const;
 
     // Expects this exit code, and one line with the reason on stderr or, with --json, one object on stdout.
     void ExpectFailure(Arguments arguments, int exitCode, const std::string& reason) const;
+
+    // Expects that the server got these calls: see Calls().
+    void ExpectCalls(const std::vector<std::string>& calls) const;
+
+    // Expects exit code 2 with the reason of each case, and that the server gets no call.
+    struct Refusal {
+        Arguments arguments;
+        std::string reason;
+    };
+    void ExpectRefused(const std::vector<Refusal>& cases) const;
 
     // Writes a file of the test's own. Returns its path.
     std::string WriteFile(const std::string& contents) const;
@@ -100,10 +135,17 @@ protected:
     void Forbid(const std::string& rules) const;
 
     // Calls the simulator's control interface. Starts the simulator if it does not run.
-    GVariant* Control(const char* method, GVariant* arguments) const;
-    void SetFault(const char* method, const char* key, const char* value) const;
+    link::VariantOwner Control(const char* method, GVariant* arguments = nullptr) const;
+    void SetFault(const std::string& method, const char* key, const std::string& value) const;
+    // Makes the server answer calls of the method with the error org.example.Broken.
+    void Break(const std::string& method) const;
+    void SetClientId(const std::string& id) const;
+    void SwitchAtmosOn() const;
     void SendEvent(int id, const std::string& data) const;
     void SendPayload(const std::string& payload) const;
+
+    // Returns the home as the simulator describes it.
+    Json Model() const;
 
     // Returns the calls that the server got, such as "StopNetworkSpeaker(3,)", without check_dbus_connection.
     std::vector<std::string> Calls() const;

@@ -29,14 +29,6 @@ protected:
         return Json::parse(ended.out).at("decoded").at(0);
     }
 
-    Json Model() const
-    {
-        g_autoptr(GVariant) reply = Control("Show", nullptr);
-        const char* text = nullptr;
-        g_variant_get(reply, "(&s)", &text);
-        return Json::parse(text);
-    }
-
     Json Decoded(Arguments arguments) const
     {
         arguments.insert(arguments.end(), {"--json", "--layout", KIV_LAYOUT_FILE});
@@ -132,7 +124,7 @@ TEST_F(LayoutTest, RecordsAreTables)
                                               "name              volume\n"
                                               "Living room left  20");
     const std::string hex = Run({"list", "nodes", "--hex", "--layout", path}).out;
-    EXPECT_NE(hex.find("Terrace right      02:4b:49:56:00:07\n\nnode 1\n0000  4c 69 76 69"), std::string::npos) << hex;
+    EXPECT_THAT(hex, HasSubstr("Terrace right      02:4b:49:56:00:07\n\nnode 1\n0000  4c 69 76 69"));
 }
 
 TEST_F(LayoutTest, EachTypeHasItsValue)
@@ -160,8 +152,7 @@ TEST_F(LayoutTest, EachTypeHasItsValue)
              {"text", "A\xef\xbf\xbd\x1b"},
              {"cut", "A"},
              {"end", 0}}));
-    EXPECT_NE(
-        Run({"list", "nodes", "--layout", bus_.Directory() / "file"}).out.find("A\xef\xbf\xbd?"), std::string::npos);
+    EXPECT_THAT(Run({"list", "nodes", "--layout", bus_.Directory() / "file"}).out, HasSubstr("A\xef\xbf\xbd?"));
 }
 
 TEST_F(LayoutTest, OnlyFilledRecordsAreShown)
@@ -194,9 +185,9 @@ TEST_F(LayoutTest, TheEnvironmentNamesTheFileUnlessTheOptionDoes)
     EXPECT_TRUE(Json::parse(Run({"--json", "list", "nodes"}, named).out).contains("decoded"));
     EXPECT_FALSE(Json::parse(Run({"--json", "list", "nodes", "--layout", path}, named).out).contains("decoded"));
     EXPECT_FALSE(Json::parse(Run({"--json", "list", "nodes"}, {{"KIV_LAYOUT", ""}}).out).contains("decoded"));
-    const Ended ended = Run({"list", "nodes"}, {{"KIV_LAYOUT", "/nowhere"}});
-    EXPECT_EQ(ended.exitCode, 2);
-    EXPECT_EQ(ended.err, "kivctl: KIV_LAYOUT: /nowhere: No such file or directory\n");
+    EXPECT_THAT(
+        Run({"list", "nodes"}, {{"KIV_LAYOUT", "/nowhere"}}),
+        Ends(2, _, "kivctl: KIV_LAYOUT: /nowhere: No such file or directory\n"));
 }
 
 TEST_F(LayoutTest, ABadFileSendsNothing)
@@ -260,7 +251,7 @@ TEST_F(LayoutTest, ABadFileSendsNothing)
     }
     ExpectFailure({"list", "all", "--layout", "/dev/zero"}, 2, "/dev/zero: must be a file of at most 1 MiB, got more");
     ExpectFailure({"list", "active", "--layout", bus_.Directory()}, 2, "Is a directory");
-    EXPECT_EQ(Calls(), std::vector<std::string>{});
+    ExpectCalls({});
 }
 
 TEST_F(LayoutTest, AFileMayHaveOneMiB)

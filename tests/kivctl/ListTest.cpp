@@ -1,14 +1,11 @@
 #include "KivctlTest.h"
 
-#include <sstream>
-
 namespace kiv::ctl::list_test {
 namespace {
 
 constexpr size_t kListSize = 1086;
 constexpr size_t kSpeakerSize = 183;
 constexpr size_t kNodeSize = 134;
-constexpr const char* kBroken = "the server answered with the error org.example.Broken";
 constexpr const char* kNothingUsable = "the server sent nothing usable";
 constexpr const char* kNoLists = "the server is connected with no speaker; kivctl list nodes shows those that it sees";
 constexpr const char* kNoNodes = "the server sees no speaker; one that is switched on near the TV appears";
@@ -21,15 +18,7 @@ protected:
         SetFault(method, "reply", ("<(" + bytes + ",)>").c_str());
     }
 
-    std::vector<std::string> Lines(const Arguments& arguments) const
-    {
-        std::istringstream out(Run(arguments).out);
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(out, line);) {
-            lines.push_back(line);
-        }
-        return lines;
-    }
+    std::vector<std::string> Lines(const Arguments& arguments) const { return LinesOf(Run(arguments).out); }
 };
 
 TEST_F(ListTest, ActiveTellsTheGroup)
@@ -103,8 +92,8 @@ TEST_F(ListTest, ActiveTellsAFailureFromAnAnswer)
 {
     Reply("GetActiveNetSpkInfo", ByteArray(150, 0));
     ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned 0: ") + kNothingUsable);
-    SetFault("GetActiveNetSpkInfo", "error", "'org.example.Broken'");
-    ExpectFailure({"list", "active"}, 1, std::string("GetActiveNetSpkInfo returned -1: ") + kBroken);
+    Break("GetActiveNetSpkInfo");
+    ExpectFailure({"list", "active"}, 1, "GetActiveNetSpkInfo returned -1: " + kBroken);
 }
 
 TEST_F(ListTest, AllAndNodesTellTheirNumber)
@@ -114,12 +103,9 @@ TEST_F(ListTest, AllAndNodesTellTheirNumber)
     ExpectOutput({"list", "count"}, "the server answered 2");
     ExpectJson({"list", "count"}, {{"result", 2}});
     EXPECT_EQ(Lines({"list", "nodes"})[0], "7 nodes of 134 bytes; --layout names their fields");
-    const std::vector<std::string> calls = Calls();
-    ASSERT_EQ(calls.size(), 5U);
-    EXPECT_EQ(calls[0], "GetNetSpkListInfo(0,)");
-    EXPECT_EQ(calls[1], "GetNetSpkListInfo(0,)");
-    EXPECT_EQ(calls[2], "GetNetSpkListInfoNumber()");
-    EXPECT_EQ(calls[4], "GetNetSpkNodeList(0,)");
+    ExpectCalls(
+        {"GetNetSpkListInfo(0,)", "GetNetSpkListInfo(0,)", "GetNetSpkListInfoNumber()", "GetNetSpkListInfoNumber()",
+         "GetNetSpkNodeList(0,)"});
 }
 
 TEST_F(ListTest, RecordsAreShownWhole)
@@ -199,22 +185,22 @@ TEST_F(ListTest, AnAnswerOfAnotherTypeIsAFailure)
 TEST_F(ListTest, FailuresAreNamed)
 {
     for (const char* method : {"GetNetSpkListInfo", "GetNetSpkListInfoNumber", "GetNetSpkNodeList"}) {
-        SetFault(method, "error", "'org.example.Broken'");
+        Break(method);
     }
-    ExpectFailure({"list", "all"}, 1, std::string("GetNetSpkListInfo returned -1: ") + kBroken);
+    ExpectFailure({"list", "all"}, 1, "GetNetSpkListInfo returned -1: " + kBroken);
     ExpectFailure(
         {"list", "all", "--array"}, 1,
         "getNetSpkListInfo returned -1: the server answered GetNetSpkListInfo with the error org.example.Broken");
-    ExpectFailure({"list", "count"}, 1, std::string("GetNetSpkListInfoNumber returned -1: ") + kBroken);
-    ExpectFailure({"list", "nodes"}, 1, std::string("GetNetSpkNodeList returned -1: ") + kBroken);
+    ExpectFailure({"list", "count"}, 1, "GetNetSpkListInfoNumber returned -1: " + kBroken);
+    ExpectFailure({"list", "nodes"}, 1, "GetNetSpkNodeList returned -1: " + kBroken);
 }
 
 TEST_F(ListTest, BadArgumentsSendNothing)
 {
-    ExpectFailure({"list"}, 2, "no command given");
-    ExpectFailure({"list", "active", "now"}, 2, "now");
-    ExpectFailure({"list", "count", "--hex"}, 2, "--hex");
-    EXPECT_EQ(Calls(), std::vector<std::string>{});
+    ExpectRefused({
+        {{"list", "active", "now"}, "now"},
+        {{"list", "count", "--hex"}, "--hex"},
+    });
 }
 
 } // namespace

@@ -11,8 +11,7 @@ TEST_F(ModeTest, ModesAreNamed)
     ExpectJson({"mode", "ui", "get"}, {{"result", 80}});
     SetFault("GetNetSpkSettingMode", "reply", "<(7,)>");
     ExpectOutput({"mode", "get"}, "7");
-    EXPECT_EQ(
-        Calls(), (std::vector<std::string>{"GetNetSpkSettingMode()", "GetTavrinUIMode()", "GetNetSpkSettingMode()"}));
+    ExpectCalls({"GetNetSpkSettingMode()", "GetTavrinUIMode()", "GetNetSpkSettingMode()"});
 }
 
 TEST_F(ModeTest, UiSetTakesNamesAndNumbers)
@@ -21,14 +20,12 @@ TEST_F(ModeTest, UiSetTakesNamesAndNumbers)
     ExpectJson({"mode", "ui", "set", "surround"}, {{"result", 80}});
     ExpectOutput({"mode", "ui", "set", "-7"}, "the server answered -7");
     ExpectOutput({"mode", "ui", "get"}, "-7");
-    EXPECT_EQ(
-        Calls(), (std::vector<std::string>{
-                     "SetTavrinUIMode(81,)", "SetTavrinUIMode(80,)", "SetTavrinUIMode(-7,)", "GetTavrinUIMode()"}));
+    ExpectCalls({"SetTavrinUIMode(81,)", "SetTavrinUIMode(80,)", "SetTavrinUIMode(-7,)", "GetTavrinUIMode()"});
 }
 
 TEST_F(ModeTest, NoAnswerIsNotTakenForOne)
 {
-    SetFault("check_dbus_connection", "error", "'org.example.Broken'");
+    Break("check_dbus_connection");
     for (const char* question : {"enabled", "can-enter"}) {
         ExpectFailure({"mode", question}, 1, "the network-speaker server answers with the error org.example.Broken");
     }
@@ -36,10 +33,8 @@ TEST_F(ModeTest, NoAnswerIsNotTakenForOne)
 
 TEST_F(ModeTest, AFailedSetIsNamed)
 {
-    SetFault("SetTavrinUIMode", "error", "'org.example.Broken'");
-    ExpectFailure(
-        {"mode", "ui", "set", "80"}, 1,
-        "SetTavrinUIMode returned -1: the server answered with the error org.example.Broken");
+    Break("SetTavrinUIMode");
+    ExpectFailure({"mode", "ui", "set", "80"}, 1, "SetTavrinUIMode returned -1: " + kBroken);
 }
 
 TEST_F(ModeTest, EntryFlagsStartTheServer)
@@ -48,9 +43,7 @@ TEST_F(ModeTest, EntryFlagsStartTheServer)
     ExpectOutput({"mode", "enabled"}, "yes");
     ExpectOutput({"mode", "can-enter"}, "yes");
     ExpectJson({"mode", "enabled"}, {{"result", true}});
-    EXPECT_EQ(
-        Calls(), (std::vector<std::string>{
-                     "FlagEnableNetworkSpeaker()", "CanEnterTavrinSettings()", "FlagEnableNetworkSpeaker()"}));
+    ExpectCalls({"FlagEnableNetworkSpeaker()", "CanEnterTavrinSettings()", "FlagEnableNetworkSpeaker()"});
     SetFault("FlagEnableNetworkSpeaker", "reply", "<(false,)>");
     SetFault("CanEnterTavrinSettings", "reply", "<(false,)>");
     ExpectOutput({"mode", "enabled"}, "no");
@@ -63,9 +56,8 @@ TEST_F(ModeTest, AModeThatTheLibraryMakesUpIsAFailure)
              std::pair(Arguments{"mode", "get"}, "GetNetSpkSettingMode"),
              std::pair(Arguments{"mode", "ui", "get"}, "GetTavrinUIMode"),
          }) {
-        SetFault(method, "error", "'org.example.Broken'");
-        ExpectFailure(
-            command, 1, method + std::string(" returned 80: the server answered with the error org.example.Broken"));
+        Break(method);
+        ExpectFailure(command, 1, method + std::string(" returned 80: " + kBroken));
         SetFault(method, "reply", "<(-1,)>");
         ExpectFailure(command, 1, method + std::string(" returned 80: the server answered -1"));
         SetFault(method, "reply", "<(81,)>");
@@ -75,16 +67,14 @@ TEST_F(ModeTest, AModeThatTheLibraryMakesUpIsAFailure)
 
 TEST_F(ModeTest, AnEntryFlagThatTheLibraryMakesUpIsAFailure)
 {
-    SetFault("FlagEnableNetworkSpeaker", "error", "'org.example.Broken'");
+    Break("FlagEnableNetworkSpeaker");
     SetFault("CanEnterTavrinSettings", "reply", "<('text',)>");
-    ExpectFailure(
-        {"mode", "enabled"}, 1,
-        "FlagEnableNetworkSpeaker returned false: the server answered with the error org.example.Broken");
+    ExpectFailure({"mode", "enabled"}, 1, "FlagEnableNetworkSpeaker returned false: " + kBroken);
     ExpectFailure(
         {"mode", "can-enter"}, 1,
         "CanEnterTavrinSettings returned false: the answer must be of the D-Bus type (b), got (s)");
     // Without an id for this process, the library sends no further call.
-    SetFault("check_dbus_connection", "error", "'org.example.Broken'");
+    Break("check_dbus_connection");
     ExpectFailure(
         {"mode", "enabled"}, 1,
         "FlagEnableNetworkSpeaker: the network-speaker server answers with the error org.example.Broken");
@@ -108,16 +98,13 @@ TEST_F(ModeTest, LinkQuestionsAreAnswered)
 
 TEST_F(ModeTest, BadArgumentsSendNothing)
 {
-    ExpectFailure({"mode"}, 2, "no command given");
-    ExpectFailure({"mode", "ui"}, 2, "no command given");
-    ExpectFailure({"mode", "ui", "set"}, 2, "MODE");
-    ExpectFailure(
-        {"mode", "ui", "set", "Surround"}, 2,
-        "MODE: must be multiroom (81), surround (80) or another 32-bit integer, got \"Surround\"");
-    ExpectFailure({"mode", "get", "80"}, 2, "80");
-    ExpectFailure({"link"}, 2, "no command given");
-    ExpectFailure({"link", "can-cancel", "it"}, 2, "it");
-    EXPECT_EQ(Calls(), std::vector<std::string>{});
+    ExpectRefused({
+        {{"mode", "ui", "set"}, "MODE"},
+        {{"mode", "ui", "set", "Surround"},
+         "MODE: must be multiroom (81), surround (80) or another 32-bit integer, got \"Surround\""},
+        {{"mode", "get", "80"}, "80"},
+        {{"link", "can-cancel", "it"}, "it"},
+    });
 }
 
 } // namespace

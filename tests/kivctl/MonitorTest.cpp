@@ -15,15 +15,25 @@
 namespace kiv::ctl::monitor_test {
 namespace {
 
-constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
-
 constexpr int kUnknownEvent = 0x01020304;
 constexpr const char* kReady = "kivctl: ready, waiting for events";
-constexpr const char* kJsonReady = R"({"ready":true})";
 
 using MonitorTest = KivctlTest;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
+
+// A monitor that is ready.
+class Monitor : public Running {
+public:
+    Monitor(const sandbox::PrivateBus& bus, const Arguments& arguments) : Running(bus, arguments)
+    {
+        const bool isJson = std::ranges::count(arguments, "--json") != 0;
+        const std::string line = isJson ? OutLine() : ErrLine();
+        if (line != (isJson ? R"({"ready":true})" : kReady)) {
+            throw std::runtime_error("monitor must be ready, got " + line);
+        }
+    }
+};
 
 std::string DataOf(size_t size)
 {
@@ -55,8 +65,7 @@ std::string EventObject(Running& monitor)
 
 TEST_F(MonitorTest, ShowsEventsAsTheyCome)
 {
-    Running monitor(bus_, {"monitor"});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
+    Monitor monitor(bus_, {"monitor"});
     SendEvent(NAMSERVICE_EXIT_STATE, "");
     EXPECT_EQ(EventLine(monitor), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
     SendEvent(kUnknownEvent, std::string("\x01\x00\xff", 3));
@@ -67,17 +76,15 @@ TEST_F(MonitorTest, ShowsEventsAsTheyCome)
 
 TEST_F(MonitorTest, ShowsAnAtmosChangeToBothKindsOfCallback)
 {
-    Running monitor(bus_, {"monitor"});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
-    g_variant_unref(Control("Atmos", g_variant_new("(b)", TRUE)));
+    Monitor monitor(bus_, {"monitor"});
+    SwitchAtmosOn();
     EXPECT_EQ(EventLine(monitor), "atmos 1");
     EXPECT_EQ(EventLine(monitor), "event 0x02020028 NAMSERVICE_ATMOS_STATE, length 4: 01 00 00 00");
 }
 
 TEST_F(MonitorTest, ShowsOneObjectALineToScripts)
 {
-    Running monitor(bus_, {"--json", "monitor"});
-    ASSERT_EQ(monitor.OutLine(), kJsonReady);
+    Monitor monitor(bus_, {"--json", "monitor"});
     SendEvent(NAMSERVICE_ATMOS_STATE, "\x01");
     EXPECT_EQ(EventObject(monitor), R"({"atmos":1})");
     EXPECT_EQ(EventObject(monitor), R"({"event":"0x02020028","name":"NAMSERVICE_ATMOS_STATE","length":1,"data":"01"})");
@@ -88,15 +95,12 @@ TEST_F(MonitorTest, ShowsOneObjectALineToScripts)
     EXPECT_EQ(event.at("data").get<std::string>().size(), 80U);
 
     monitor.Signal(SIGTERM);
-    const Ended ended = monitor.Wait();
-    EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out + ended.err, "");
+    EXPECT_THAT(monitor.Wait(), Ends(0, "", ""));
 }
 
 TEST_F(MonitorTest, ShortensLongData)
 {
-    Running monitor(bus_, {"monitor"});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
+    Monitor monitor(bus_, {"monitor"});
     SendEvent(kUnknownEvent, DataOf(32));
     const std::string whole = monitor.OutLine();
     EXPECT_EQ(whole.substr(whole.size() - 6), " 1e 1f");
@@ -107,8 +111,7 @@ TEST_F(MonitorTest, ShortensLongData)
 
 TEST_F(MonitorTest, ShowsAllOfTheDataOnRequest)
 {
-    Running monitor(bus_, {"monitor", "--raw", "--count", "1"});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
+    Monitor monitor(bus_, {"monitor", "--raw", "--count", "1"});
     SendEvent(kUnknownEvent, DataOf(5000));
     const std::string line = EventLine(monitor);
     const std::string head = "event 0x01020304, length 2200: ";
@@ -119,8 +122,7 @@ TEST_F(MonitorTest, ShowsAllOfTheDataOnRequest)
 
 TEST_F(MonitorTest, EndsAfterTheEventsAskedForAndUnsubscribes)
 {
-    Running monitor(bus_, {"monitor", "--count", "2", "--name", "mine"});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
+    Monitor monitor(bus_, {"monitor", "--count", "2", "--name", "mine"});
     for (int event = 1; event <= 3; ++event) {
         try {
             SendEvent(event, "");
@@ -131,9 +133,7 @@ TEST_F(MonitorTest, EndsAfterTheEventsAskedForAndUnsubscribes)
     }
     EXPECT_EQ(EventLine(monitor), "event 0x00000001, length 0");
     EXPECT_EQ(EventLine(monitor), "event 0x00000002, length 0");
-    const Ended ended = monitor.Wait();
-    EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out, "");
+    EXPECT_THAT(monitor.Wait(), Ends(0, "", _));
 
     const std::vector<std::string> calls = Calls();
     EXPECT_EQ(
@@ -146,31 +146,25 @@ TEST_F(MonitorTest, EndsAfterTheEventsAskedForAndUnsubscribes)
 TEST_F(MonitorTest, EndsWhenInterrupted)
 {
     for (const int signal : {SIGINT, SIGTERM}) {
-        Running monitor(bus_, {"monitor"});
-        ASSERT_EQ(monitor.ErrLine(), kReady);
+        Monitor monitor(bus_, {"monitor"});
         monitor.Signal(signal);
-        const Ended ended = monitor.Wait();
-        EXPECT_EQ(ended.exitCode, 0);
-        EXPECT_EQ(ended.out + ended.err, "");
-        EXPECT_EQ(Calls().back().rfind("UnsubscribeNamServiceCallback", 0), 0U);
+        EXPECT_THAT(monitor.Wait(), Ends(0, "", ""));
+        EXPECT_THAT(Calls().back(), StartsWith("UnsubscribeNamServiceCallback"));
     }
 }
 
 TEST_F(MonitorTest, EndsWhenTheServersIdAllowsNoEvents)
 {
     for (const std::string id : {"not a name", "no-path", "no/name"}) {
-        g_variant_unref(Control("ClientId", g_variant_new("(s)", id.c_str())));
-        const Ended ended = Run({"monitor"});
-        EXPECT_EQ(ended.exitCode, 1);
-        EXPECT_NE(ended.err.find("no events can come to a client with the id \"" + id + '"'), std::string::npos)
-            << ended.err;
+        SetClientId(id.c_str());
+        EXPECT_THAT(
+            Run({"monitor"}), Ends(1, _, HasSubstr("no events can come to a client with the id \"" + id + '"')));
     }
 }
 
 TEST_F(MonitorTest, EndsWhenTheBusIsLost)
 {
-    Running monitor(bus_, {"--json", "monitor"});
-    ASSERT_EQ(monitor.OutLine(), kJsonReady);
+    Monitor monitor(bus_, {"--json", "monitor"});
     bus_.Kill();
     const Ended ended = monitor.Wait();
     EXPECT_EQ(ended.exitCode, 1);
@@ -180,10 +174,10 @@ TEST_F(MonitorTest, EndsWhenTheBusIsLost)
 // A bus daemon that ends in order takes the names from their owners first, and closes the connections then.
 TEST_F(MonitorTest, EndsWhenTheBusIsLostAfterTheNames)
 {
-    Forbid(R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)");
+    Forbid(kDenyClientName);
     Running monitor(bus_, {"--json", "monitor"});
     ASSERT_EQ(Json::parse(monitor.OutLine()).at("ready"), false);
-    g_variant_unref(Control("Exit", nullptr));
+    Control("Exit");
     ASSERT_EQ(monitor.OutLine(), R"({"server":false})");
     bus_.Kill();
     ASSERT_EQ(Json::parse(monitor.OutLine()).value("error", ""), "the connection to the system bus is lost");
@@ -192,10 +186,9 @@ TEST_F(MonitorTest, EndsWhenTheBusIsLostAfterTheNames)
 
 TEST_F(MonitorTest, AsksAServerThatComesBackForItsEvents)
 {
-    Running monitor(bus_, {"--json", "monitor"});
-    ASSERT_EQ(monitor.OutLine(), kJsonReady);
+    Monitor monitor(bus_, {"--json", "monitor"});
     for (int i = 0; i < 3; ++i) {
-        g_variant_unref(Control("Exit", nullptr));
+        Control("Exit");
         // Two threads report the event and the loss, so their order is not fixed.
         std::vector<Json> lines{Json::parse(monitor.OutLine()), Json::parse(monitor.OutLine())};
         std::ranges::sort(lines, {}, [](const Json& line) { return line.contains("server"); });
@@ -204,7 +197,7 @@ TEST_F(MonitorTest, AsksAServerThatComesBackForItsEvents)
         bus_.Activate(kServerName);
         EXPECT_EQ(monitor.OutLine(), R"({"server":true})");
         // Only subscribers receive this event.
-        g_variant_unref(Control("Atmos", g_variant_new("(b)", TRUE)));
+        SwitchAtmosOn();
         EXPECT_EQ(EventObject(monitor), R"({"atmos":1})");
         EXPECT_EQ(Json::parse(monitor.OutLine()).at("name"), "NAMSERVICE_ATMOS_STATE");
     }
@@ -212,28 +205,24 @@ TEST_F(MonitorTest, AsksAServerThatComesBackForItsEvents)
 
 TEST_F(MonitorTest, DoesNotStartAServerThatHasGone)
 {
-    Running monitor(bus_, {"monitor"});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
-    g_variant_unref(Control("Exit", nullptr));
+    Monitor monitor(bus_, {"monitor"});
+    Control("Exit");
     EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
     monitor.Signal(SIGINT);
     EXPECT_EQ(monitor.Wait().exitCode, 0);
-    EXPECT_EQ(Calls(), std::vector<std::string>{});
+    ExpectCalls({});
 }
 
 TEST_F(MonitorTest, GoesOnWhenAServerThatComesBackRefuses)
 {
-    Running monitor(bus_, {"monitor"});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
+    Monitor monitor(bus_, {"monitor"});
     const std::string refusing =
         WriteFile(R"({"faults": {"SubscribeNamServiceCallback": {"error": "org.example.Broken"}}})");
     bus_.WriteService({kServerName, {KIV_SIMULATOR, "--scenario", refusing}});
-    g_variant_unref(Control("Exit", nullptr));
+    Control("Exit");
     EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
     bus_.Activate(kServerName);
-    EXPECT_EQ(
-        monitor.ErrLine(),
-        "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken");
+    EXPECT_EQ(monitor.ErrLine(), "kivctl: SubscribeNamServiceCallback returned 0: " + kBroken);
     SendEvent(kUnknownEvent, "");
     EXPECT_EQ(EventLine(monitor), "event 0x02020031 NAMSERVICE_EXIT_STATE, length 0");
     EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 0");
@@ -241,8 +230,7 @@ TEST_F(MonitorTest, GoesOnWhenAServerThatComesBackRefuses)
 
 TEST_F(MonitorTest, DecodesWhatTheLayoutNames)
 {
-    Running monitor(bus_, {"monitor", "--layout", KIV_LAYOUT_FILE});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
+    Monitor monitor(bus_, {"monitor", "--layout", KIV_LAYOUT_FILE});
     Run({"volume", "get", kLeft + "=0", kRight});
     EXPECT_EQ(
         EventLine(monitor), "event 0x02020040 volume, length 28: mac 02:4b:49:56:00:01, ip 192.168.0.21, volume 20; "
@@ -255,15 +243,13 @@ TEST_F(MonitorTest, DecodesWhatTheLayoutNames)
     SendEvent(kUnknownEvent, DataOf(1));
     EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 1: 00");
 
-    Running raw(bus_, {"monitor", "--raw", "--layout", KIV_LAYOUT_FILE, "--name", "raw"});
-    ASSERT_EQ(raw.ErrLine(), kReady);
+    Monitor raw(bus_, {"monitor", "--raw", "--layout", KIV_LAYOUT_FILE, "--name", "raw"});
     SendEvent(0x02020040, DataOf(14));
     EXPECT_EQ(
         EventLine(raw), "event 0x02020040 volume, length 14: mac 00:01:02:03:04:05, ip 6.7.8.9, volume 218893066: "
                         "00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d");
 
-    Running json(bus_, {"monitor", "--json", "--layout", KIV_LAYOUT_FILE});
-    ASSERT_EQ(json.OutLine(), kJsonReady);
+    Monitor json(bus_, {"monitor", "--json", "--layout", KIV_LAYOUT_FILE});
     SendEvent(0x02020040, DataOf(14));
     EXPECT_EQ(
         EventObject(json), R"({"event":"0x02020040","name":"volume","length":14,"data":"000102030405060708090a0b0c0d",)"
@@ -272,31 +258,29 @@ TEST_F(MonitorTest, DecodesWhatTheLayoutNames)
 
 TEST_F(MonitorTest, SaysWhatIsMissingWhereTheBusDeniesTheName)
 {
-    Forbid(R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)");
+    Forbid(kDenyClientName);
     Running monitor(bus_, {"monitor"});
     const std::string line = monitor.ErrLine();
-    EXPECT_TRUE(line.starts_with("kivctl: not ready, events cannot come: nobody owns the bus name "
-                                 "org.lumra.tv.networkspeaker.client.tv_"))
-        << line;
-    EXPECT_TRUE(line.ends_with(
-        ", and the bus may not let this user own it; kivctl doctor tells why; start monitor again after the policy is "
-        "mended, because the library asks for the name only once"))
-        << line;
+    EXPECT_THAT(
+        line, StartsWith("kivctl: not ready, events cannot come: nobody owns the bus name "
+                         "org.lumra.tv.networkspeaker.client.tv_"));
+    EXPECT_THAT(
+        line, EndsWith(", and the bus may not let this user own it; kivctl doctor tells why; start monitor again after "
+                       "the policy is "
+                       "mended, because the library asks for the name only once"));
     monitor.Signal(SIGINT);
-    const Ended ended = monitor.Wait();
-    EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_TRUE(ended.err.starts_with("kivctl: never ready, no event could come: nobody owns the bus name "))
-        << ended.err;
+    EXPECT_THAT(
+        monitor.Wait(), Ends(1, _, StartsWith("kivctl: never ready, no event could come: nobody owns the bus name ")));
 
     Running json(bus_, {"monitor", "--json"});
     const Json object = Json::parse(json.OutLine());
     EXPECT_EQ(object.at("ready"), false);
-    EXPECT_NE(object.at("error").get<std::string>().find("nobody owns the bus name"), std::string::npos);
+    EXPECT_THAT(object.at("error").get<std::string>(), HasSubstr("nobody owns the bus name"));
 }
 
 TEST_F(MonitorTest, SaysWhatIsMissingAlsoWhenItEndsSoon)
 {
-    Forbid(R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)");
+    Forbid(kDenyClientName);
     Running monitor(bus_, {"monitor"});
     // The second request is for the Atmos events. The end waits for its answer.
     test::WaitUntil("the requests for events", [this] {
@@ -305,15 +289,13 @@ TEST_F(MonitorTest, SaysWhatIsMissingAlsoWhenItEndsSoon)
                }) == 2;
     });
     monitor.Signal(SIGINT);
-    const Ended ended = monitor.Wait();
-    EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_NE(ended.err.find("kivctl: never ready, no event could come: nobody owns the bus name "), std::string::npos)
-        << ended.err;
+    EXPECT_THAT(
+        monitor.Wait(), Ends(1, _, HasSubstr("kivctl: never ready, no event could come: nobody owns the bus name ")));
 }
 
 TEST_F(MonitorTest, SaysWhoHasTheName)
 {
-    g_variant_unref(Control("ClientId", g_variant_new("(s)", "taken")));
+    SetClientId("taken");
     const sandbox::Connection other(bus_.Address());
     other.CallDaemon(
         "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", "org.lumra.tv.networkspeaker.client.taken", 0U));
@@ -341,13 +323,13 @@ TEST_F(MonitorTest, WaitsForAServerThatIsNotThereYet)
     bus_.RemoveService(kServerName);
     Running monitor(bus_, {"monitor"});
     const std::string line = monitor.ErrLine();
-    EXPECT_TRUE(line.starts_with("kivctl: waiting for the server, which does not run and cannot be started: ")) << line;
+    EXPECT_THAT(line, StartsWith("kivctl: waiting for the server, which does not run and cannot be started: "));
     bus_.WriteService({kServerName, {KIV_SIMULATOR}});
     bus_.Activate(kServerName);
     EXPECT_EQ(monitor.ErrLine(), kReady);
     SendEvent(kUnknownEvent, "");
     EXPECT_EQ(EventLine(monitor), "event 0x01020304, length 0");
-    g_variant_unref(Control("Exit", nullptr));
+    Control("Exit");
     EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
 }
 
@@ -378,9 +360,7 @@ TEST_F(MonitorTest, FailsWhenItNeverWasReady)
 {
     bus_.RemoveService(kServerName);
     const std::string reason = "never ready, no event could come: the server does not run and cannot be started: ";
-    const Ended timed = Run({"monitor", "--for", "2"});
-    EXPECT_EQ(timed.exitCode, 1);
-    EXPECT_NE(timed.err.find("\nkivctl: " + reason), std::string::npos) << timed.err;
+    EXPECT_THAT(Run({"monitor", "--for", "2"}), Ends(1, _, HasSubstr("\nkivctl: " + reason)));
     Running json(bus_, {"--json", "monitor"});
     EXPECT_EQ(Json::parse(json.OutLine()).at("server"), false);
     json.Signal(SIGTERM);
@@ -388,7 +368,7 @@ TEST_F(MonitorTest, FailsWhenItNeverWasReady)
     EXPECT_EQ(ended.exitCode, 1);
     const Json object = Json::parse(ended.out);
     EXPECT_EQ(object.at("ready"), false);
-    EXPECT_TRUE(object.at("error").get<std::string>().starts_with(reason)) << object;
+    EXPECT_THAT(object.at("error").get<std::string>(), StartsWith(reason)) << object;
 }
 
 // This is shorter than the library waits for a single answer.
@@ -401,11 +381,10 @@ TEST_F(MonitorTest, EndsInTimeWhileTheServerHangs)
     const Ended timed = Run({"monitor", "--for", "2", "--timing"});
     EXPECT_LT(Clock::now() - start, kPrompt);
     EXPECT_EQ(timed.exitCode, 1);
-    EXPECT_NE(
-        timed.err.find("kivctl: never ready, no event could come: the server has not answered the request for its "
-                       "events; kivctl doctor tells why\ntook "),
-        std::string::npos)
-        << timed.err;
+    EXPECT_THAT(
+        timed.err,
+        HasSubstr("kivctl: never ready, no event could come: the server has not answered the request for its "
+                  "events; kivctl doctor tells why\ntook "));
 }
 
 TEST_F(MonitorTest, SaysThatItAsksTheServer)
@@ -421,7 +400,7 @@ TEST_F(MonitorTest, EndsWhenInterruptedWhileTheServerHangs)
 {
     SetFault("SubscribeNamServiceCallback", "silent", "true");
     for (const int signal : {SIGINT, SIGTERM}) {
-        g_variant_unref(Control("ForgetCalls", nullptr));
+        Control("ForgetCalls");
         Running monitor(bus_, {"--timeout", "100", "monitor"});
         test::WaitUntil("the request", [this] { return !Calls().empty(); });
         const auto start = Clock::now();
@@ -433,10 +412,8 @@ TEST_F(MonitorTest, EndsWhenInterruptedWhileTheServerHangs)
 
 TEST_F(MonitorTest, TakesItsSubscriptionBackNoLongerThanAMoment)
 {
-    Running monitor(bus_, {"monitor"});
-    Running counting(bus_, {"monitor", "--count", "1"});
-    ASSERT_EQ(monitor.ErrLine(), kReady);
-    ASSERT_EQ(counting.ErrLine(), kReady);
+    Monitor monitor(bus_, {"monitor"});
+    Monitor counting(bus_, {"monitor", "--count", "1"});
     SetFault("*", "silent", "true");
     const auto start = Clock::now();
     SendEvent(kUnknownEvent, "");
@@ -453,10 +430,7 @@ TEST_F(MonitorTest, EndsInTimeWhileTheBusHangs)
     const Ended ended = Run({"monitor", "--for", "2"});
     EXPECT_LT(Clock::now() - start, kPrompt);
     EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_NE(
-        ended.err.find("kivctl: never ready, no event could come: the system bus has not answered; "),
-        std::string::npos)
-        << ended.err;
+    EXPECT_THAT(ended.err, HasSubstr("kivctl: never ready, no event could come: the system bus has not answered; "));
     kill(bus_.DaemonPid(), SIGCONT);
 }
 
@@ -491,17 +465,17 @@ TEST_F(MonitorTest, AsksAServerAgainThatEndedBeforeItAnswered)
 
 TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
 {
-    SetFault("SubscribeNamServiceCallback", "error", "'org.example.Broken'");
-    const Ended ended = Run({"monitor"});
-    EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_EQ(
-        ended.err,
-        "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken; "
-        "the server's own log tells why\n");
+    Break("SubscribeNamServiceCallback");
+    EXPECT_THAT(
+        Run({"monitor"}),
+        Ends(
+            1, _,
+            "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken; "
+            "the server's own log tells why\n"));
     // The server refuses only the second request, for the Atmos events.
-    g_variant_unref(Control(
+    Control(
         "Fault", g_variant_new_parsed(
-                     "('SubscribeNamServiceCallback', {'error': <'org.example.Broken'>, 'every': <uint32 2>})")));
+                     "('SubscribeNamServiceCallback', {'error': <'org.example.Broken'>, 'every': <uint32 2>})"));
     ExpectFailure(
         {"monitor"}, 1,
         "register_atmos_support_cb returned 0: the server answered SubscribeNamServiceCallback with the error "

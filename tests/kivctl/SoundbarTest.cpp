@@ -8,7 +8,6 @@ namespace {
 const std::string kSoundbar = "02:4b:49:56:00:b0";
 const std::string kSoundbarBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0";
 const std::string kIpBytes = "0xc0, 0xa8, 0x00, 0x14";
-constexpr const char* kBroken = "the server answered with the error org.example.Broken";
 constexpr const char* kNoSoundbar = "the server sent nothing usable, which usually means that it has no such soundbar";
 
 class SoundbarTest : public KivctlTest {
@@ -33,10 +32,9 @@ TEST_F(SoundbarTest, ItsSoundModeIsSetAndShown)
                                       {"mac", kSoundbar},
                                       {"ip", "192.168.0.20"},
                                       {"data", "0102ff0400000000000000000000000000000000"}});
-    const std::vector<std::string> calls = Calls();
-    EXPECT_EQ(
-        calls.at(0), "SetSoundbarSoundMode([" + kSoundbarBytes + ", " + kIpBytes + ", 0x01, 0x02, 0xff, 0x04, 0x00],)");
-    EXPECT_EQ(calls.at(1), "GetSoundbarSoundMode(0,)");
+    ExpectCalls(
+        {"SetSoundbarSoundMode([" + kSoundbarBytes + ", " + kIpBytes + ", 0x01, 0x02, 0xff, 0x04, 0x00],)",
+         "GetSoundbarSoundMode(0,)", "GetSoundbarSoundMode(0,)"});
 }
 
 TEST_F(SoundbarTest, SoundModeDataComeFromAFileAndMayBeNone)
@@ -45,10 +43,9 @@ TEST_F(SoundbarTest, SoundModeDataComeFromAFileAndMayBeNone)
         {"soundbar", "mode", "set", kSoundbar, "--file", WriteFile("\x02\n"), "--ip", "192.168.0.20"},
         {{"sent", true}});
     ExpectOutput({"soundbar", "mode", "set", kSoundbar, "", "--ip", "192.168.0.20"}, "sent");
-    EXPECT_EQ(
-        Calls(), (std::vector<std::string>{
-                     "SetSoundbarSoundMode([" + kSoundbarBytes + ", " + kIpBytes + ", 0x02, 0x0a],)",
-                     "SetSoundbarSoundMode([" + kSoundbarBytes + ", " + kIpBytes + "],)"}));
+    ExpectCalls(
+        {"SetSoundbarSoundMode([" + kSoundbarBytes + ", " + kIpBytes + ", 0x02, 0x0a],)",
+         "SetSoundbarSoundMode([" + kSoundbarBytes + ", " + kIpBytes + "],)"});
 }
 
 TEST_F(SoundbarTest, AnySoundModeLengthIsAnAnswerThatComesWithData)
@@ -64,8 +61,8 @@ TEST_F(SoundbarTest, AnySoundModeLengthIsAnAnswerThatComesWithData)
     EXPECT_EQ(Json::parse(Run({"soundbar", "mode", "get", "--json"}).out).at("result"), 0x02020202);
     Reply("GetSoundbarSoundMode", 33, 2);
     ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned 0: ") + kNoSoundbar);
-    SetFault("GetSoundbarSoundMode", "error", "'org.example.Broken'");
-    ExpectFailure({"soundbar", "mode", "get"}, 1, std::string("GetSoundbarSoundMode returned -1: ") + kBroken);
+    Break("GetSoundbarSoundMode");
+    ExpectFailure({"soundbar", "mode", "get"}, 1, "GetSoundbarSoundMode returned -1: " + kBroken);
 }
 
 TEST_F(SoundbarTest, InfoTellsTheSoundbar)
@@ -89,17 +86,12 @@ TEST_F(SoundbarTest, SupportIsSetAndShown)
     ExpectJson({"soundbar", "support", "set", kSoundbar, "yes"}, {{"sent", true}});
     ExpectOutput({"soundbar", "support", "set", kSoundbar, "-2"}, "sent");
     ExpectJson({"soundbar", "support", "get", kSoundbar}, {{"result", true}});
-    const std::vector<std::string> calls = Calls();
-    ASSERT_EQ(calls.size(), 6U);
-    EXPECT_EQ(calls[0], "IsSoundbarSupportSoundMode([" + kSoundbarBytes + "],)");
-    EXPECT_EQ(
-        calls[1], "SetSoundbarSupportSoundMode([" + kSoundbarBytes + ", " + kIpBytes + ", 0x00, 0x00, 0x00, 0x00],)");
-    EXPECT_EQ(
-        calls[3],
-        "SetSoundbarSupportSoundMode([" + kSoundbarBytes + ", 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00],)");
-    EXPECT_EQ(
-        calls[4],
-        "SetSoundbarSupportSoundMode([" + kSoundbarBytes + ", 0x00, 0x00, 0x00, 0x00, 0xfe, 0xff, 0xff, 0xff],)");
+    const std::string is = "IsSoundbarSupportSoundMode([" + kSoundbarBytes + "],)";
+    const std::string set = "SetSoundbarSupportSoundMode([" + kSoundbarBytes + ", ";
+    ExpectCalls(
+        {is, set + kIpBytes + ", 0x00, 0x00, 0x00, 0x00],)", is,
+         set + "0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00],)",
+         set + "0x00, 0x00, 0x00, 0x00, 0xfe, 0xff, 0xff, 0xff],)", is});
 }
 
 TEST_F(SoundbarTest, ASettingThatTheServerRefusesIsAFailure)
@@ -110,7 +102,7 @@ TEST_F(SoundbarTest, ASettingThatTheServerRefusesIsAFailure)
           {"call", "SetSoundbarSoundMode", kLeft, "00"},
           {"call", "SetSoundbarSupportSoundMode", kLeft, "yes"}}) {
         ExpectFailure(arguments, 1, "SoundMode: the server refused it");
-        EXPECT_TRUE(Run(arguments).err.ends_with("; kivctl soundbar info shows which soundbar there is\n"));
+        EXPECT_THAT(Run(arguments).err, EndsWith("; kivctl soundbar info shows which soundbar there is\n"));
     }
 }
 
@@ -135,29 +127,25 @@ TEST_F(SoundbarTest, VersionTellsAFailureFromAnAnswer)
 
 TEST_F(SoundbarTest, BadArgumentsSendNothing)
 {
-    ExpectFailure({"soundbar"}, 2, "no command given");
-    ExpectFailure(
-        {"soundbar", "mode", "set", kSoundbar}, 2, "the bytes must be given as HEX or in --file, got neither");
-    ExpectFailure(
-        {"soundbar", "mode", "set", kSoundbar, "xy"}, 2,
-        "must be bytes of two hex digits each, such as \"01 ff\", got \"xy\"");
-    ExpectFailure(
-        {"soundbar", "mode", "set", kSoundbar, "00", "--ip", "1"}, 2,
-        "--ip: must be an IPv4 address such as 192.168.0.21, got \"1\"");
-    ExpectFailure({"soundbar", "support", "get"}, 2, "MAC");
-    ExpectFailure({"soundbar", "support", "set", kSoundbar}, 2, "SUPPORTED");
-    ExpectFailure(
-        {"soundbar", "support", "set", kSoundbar, "maybe"}, 2,
-        "SUPPORTED: must be no (0), yes (1) or another 32-bit integer, got \"maybe\"");
-    for (const char* length : {"0", "-1", "21", "all"}) {
-        ExpectFailure(
-            {"soundbar", "version", kSoundbar, "--length", length}, 2,
-            "--length: must be an integer from 1 to 20, got");
-    }
     const std::string path = WriteFile("");
     std::filesystem::resize_file(path, 64UL * 1024 * 1024 - 9);
-    ExpectFailure({"soundbar", "mode", "set", kSoundbar, "--file", path}, 2, "are more than the bus carries");
-    EXPECT_EQ(Calls(), std::vector<std::string>{});
+    std::vector<Refusal> cases = {
+        {{"soundbar", "mode", "set", kSoundbar}, "the bytes must be given as HEX or in --file, got neither"},
+        {{"soundbar", "mode", "set", kSoundbar, "xy"},
+         "must be bytes of two hex digits each, such as \"01 ff\", got \"xy\""},
+        {{"soundbar", "mode", "set", kSoundbar, "00", "--ip", "1"},
+         "--ip: must be an IPv4 address such as 192.168.0.21, got \"1\""},
+        {{"soundbar", "support", "get"}, "MAC"},
+        {{"soundbar", "support", "set", kSoundbar}, "SUPPORTED"},
+        {{"soundbar", "support", "set", kSoundbar, "maybe"},
+         "SUPPORTED: must be no (0), yes (1) or another 32-bit integer, got \"maybe\""},
+        {{"soundbar", "mode", "set", kSoundbar, "--file", path}, "are more than the bus carries"},
+    };
+    for (const char* length : {"0", "-1", "21", "all"}) {
+        cases.push_back(
+            {{"soundbar", "version", kSoundbar, "--length", length}, "--length: must be an integer from 1 to 20, got"});
+    }
+    ExpectRefused(cases);
 }
 
 } // namespace

@@ -15,12 +15,12 @@ constexpr const char* kBusHangs =
 TEST_F(TimeTest, ACallThatTakesLongerThanItMayIsGivenUp)
 {
     SetFault("StopNetworkSpeaker", "silent", "true");
-    const Ended text = Run({"--timeout", "2", "stop"});
-    EXPECT_EQ(text.exitCode, 4);
-    EXPECT_EQ(text.out, "");
-    EXPECT_EQ(
-        text.err, "kivctl: stop: not done within 2000 ms: the server has not answered StopNetworkSpeaker; "
-                  "the server's own log tells why\n");
+    EXPECT_THAT(
+        Run({"--timeout", "2", "stop"}),
+        Ends(
+            4, "",
+            "kivctl: stop: not done within 2000 ms: the server has not answered StopNetworkSpeaker; "
+            "the server's own log tells why\n"));
 
     const Ended json = Run({"stop", "--json", "--timeout", "2"});
     EXPECT_EQ(json.exitCode, 4);
@@ -34,10 +34,9 @@ TEST_F(TimeTest, ACallThatTakesLongerThanItMayIsGivenUp)
 
 TEST_F(TimeTest, AMonitorMayBeLimitedToo)
 {
-    const Ended ended = Run({"--timeout", "2", "monitor"});
-    EXPECT_EQ(ended.exitCode, 4);
-    EXPECT_NE(ended.err.find("kivctl: monitor: not done within 2000 ms: kivctl waits for events\n"), std::string::npos)
-        << ended.err;
+    EXPECT_THAT(
+        Run({"--timeout", "2", "monitor"}),
+        Ends(4, _, HasSubstr("kivctl: monitor: not done within 2000 ms: kivctl waits for events\n")));
 }
 
 TEST_F(TimeTest, SaysWhatItWaitedFor)
@@ -46,7 +45,7 @@ TEST_F(TimeTest, SaysWhatItWaitedFor)
     ExpectFailure(
         {"--timeout", "2", "stop"}, 4,
         "stop: not done within 2000 ms: the server has not answered check_dbus_connection");
-    EXPECT_TRUE(Run({"--timeout", "2", "stop"}).err.ends_with("; kivctl doctor tells why\n"));
+    EXPECT_THAT(Run({"--timeout", "2", "stop"}).err, EndsWith("; kivctl doctor tells why\n"));
 
     kill(bus_.DaemonPid(), SIGSTOP);
     const Ended stop = Run({"--timeout", "2", "stop"});
@@ -83,7 +82,7 @@ TEST_F(TimeTest, ALimitIsANumberOfSeconds)
             {"--timeout", limit, "stop"}, 2,
             "--timeout: must be a number of seconds above 0 and not above 1000000, got \"" + limit + '"');
     }
-    EXPECT_EQ(Calls(), std::vector<std::string>{});
+    ExpectCalls({});
 }
 
 TEST_F(TimeTest, TimingTellsHowLongItTook)
@@ -97,17 +96,17 @@ TEST_F(TimeTest, TimingTellsHowLongItTook)
     const std::string head = "the server answered 0\ntook ";
     ASSERT_EQ(text.substr(0, head.size()), head);
     EXPECT_GE(std::stod(text.substr(head.size())), 300);
-    EXPECT_TRUE(text.ends_with(" ms\n")) << text;
+    EXPECT_THAT(text, EndsWith(" ms\n"));
 }
 
 TEST_F(TimeTest, TimingComesWithFailuresToo)
 {
-    bus_.RemoveService("org.lumra.tv.networkspeaker.server");
+    bus_.RemoveService(kServerName);
     const Ended ended = Run({"--timing", "--json", "stop"});
     EXPECT_EQ(ended.exitCode, 1);
     const Json answer = Json::parse(ended.out);
     EXPECT_TRUE(answer.contains("error"));
-    EXPECT_GE(answer.at("milliseconds").get<double>(), 0);
+    EXPECT_TRUE(answer.at("milliseconds").is_number()) << answer;
 }
 
 } // namespace

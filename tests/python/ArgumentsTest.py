@@ -46,24 +46,46 @@ def refused(function, name, value, error, text):
     assert name in str(raised.value)
 
 
+INT = "must be from -2147483648 to 2147483647, got"
+ARRAY = r"must be an array such as \(kiv.STNetSpkListInfo \* 8\)\(\)"
+MAC_NAMES = {"pMac", "soundbarMAC"}
+
+# The types of parameters, a value that none of these may have, and the error.
+REFUSED = [
+    (["int"], 2**31, OverflowError, f"{INT} 2147483648"),
+    (["int"], -(2**31) - 1, OverflowError, f"{INT} -2147483649"),
+    (["int"], 2**40, OverflowError, "got 1099511627776"),
+    (["int"], 1.5, TypeError, "must be an int, got 1.5"),
+    (["int"], None, TypeError, "must be an int, got None"),
+    (["unsigned int"], -1, OverflowError, "must be from 0 to 4294967295, got -1"),
+    (["unsigned int"], 2**32, OverflowError, "got 4294967296"),
+    (["const char*"], "Living\0room", ValueError, "must not contain a NUL"),
+    (["const char*"], b"\0", ValueError, "must not contain a NUL"),
+    (["const char*"], 4711, TypeError, "must be str.* got 4711"),
+    (["const char*"], bytearray(b"x"), TypeError, "must be str"),
+    (["STNetSpkListInfo*"], None, TypeError, ARRAY),
+    (["STNetSpkListInfo*"], [], TypeError, ARRAY),
+    (["STNetSpkListInfo*"], (kiv.CNetSpkNodeInfo * 4)(), TypeError, ARRAY),
+    (["STNetSpkListInfo*"], bytearray(4096), TypeError, ARRAY),
+    (["NamEventCallback", "AtmosSupportCallback"], 4711, TypeError, "must be a function or None, got 4711"),
+    (["NamEventCallback", "AtmosSupportCallback"], "print", TypeError, "must be a function or None, got 'print'"),
+    (["void*"], 2**64, OverflowError, "must be from 0 to 18446744073709551615"),
+    (["void*"], -1, OverflowError, "got -1"),
+    (["void*"], b"text", TypeError, "must be an int, got b'text'"),
+]
+
+
+@pytest.mark.parametrize("types, value, error, text", REFUSED)
+def test_a_value_that_the_type_cannot_hold_is_refused(types, value, error, text):
+    found = parameters_of(*types)
+    assert found
+    for function, name in found:
+        refused(function, name, value, error, text)
+
+
 def test_there_are_parameters_of_each_kind():
     found = {type_ for _, parameters, _ in declared.FUNCTIONS.values() for type_, _ in parameters or []}
     assert {type_ for type_ in found if "vector" not in type_} == set(PROPER)
-
-
-@pytest.mark.parametrize("function, name", parameters_of("int"))
-def test_an_int_that_does_not_fit_is_refused(function, name):
-    refused(function, name, 2**31, OverflowError, "must be from -2147483648 to 2147483647, got 2147483648")
-    refused(function, name, -(2**31) - 1, OverflowError, "got -2147483649")
-    refused(function, name, 2**40, OverflowError, "got 1099511627776")
-    refused(function, name, 1.5, TypeError, "must be an int, got 1.5")
-    refused(function, name, None, TypeError, "must be an int, got None")
-
-
-@pytest.mark.parametrize("function, name", parameters_of("unsigned int"))
-def test_an_unsigned_int_that_does_not_fit_is_refused(function, name):
-    refused(function, name, -1, OverflowError, "must be from 0 to 4294967295, got -1")
-    refused(function, name, 2**32, OverflowError, "got 4294967296")
 
 
 def test_the_ends_of_the_range_are_accepted():
@@ -72,14 +94,10 @@ def test_the_ends_of_the_range_are_accepted():
         assert kiv.StopNetworkSpeaker(-(2**31)) == -(2**31)
 
 
-@pytest.mark.parametrize(
-    "function, name",
-    [pair for pair in parameters_of("const unsigned char*") if pair[1] in ("pMac", "soundbarMAC")],
-)
+@pytest.mark.parametrize("function, name", [pair for pair in parameters_of("const unsigned char*") if pair[1] in MAC_NAMES])
 def test_a_mac_address_has_six_bytes(function, name):
-    refused(function, name, LEFT[:5], ValueError, "must be 6 bytes, got 5")
-    refused(function, name, LEFT + b"x", ValueError, "must be 6 bytes, got 7")
-    refused(function, name, b"", ValueError, "must be 6 bytes, got 0")
+    for value in (LEFT[:5], LEFT + b"x", b""):
+        refused(function, name, value, ValueError, f"must be 6 bytes, got {len(value)}")
     refused(function, name, "02:4b:49:56:00:01", TypeError, r'must be bytes such as kiv\.mac\(".*"\), got ')
 
 
@@ -95,11 +113,6 @@ def test_a_refused_mac_address_or_record_says_how_to_make_one():
     config = r'such as kiv\.STNetSpkConfig\(mac=kiv\.mac\("02:4b:49:56:00:01"\)\), got b'
     with pytest.raises(TypeError, match=rf"\[0\] must be a STNetSpkConfig {config}"):
         kiv.StartNetworkSpeaker(80, [LEFT], 1)
-
-
-def test_every_mac_address_was_among_them():
-    others = {"pParam", "pData", "connectNewSpeakersMacAddrLists"}
-    assert {name for _, name in parameters_of("const unsigned char*")} == {"pMac", "soundbarMAC"} | others
 
 
 @pytest.mark.parametrize(
@@ -139,9 +152,11 @@ def test_a_buffer_to_fill_has_the_room_that_is_told():
         kiv.GetSoundbarProtocolVersion(SOUNDBAR, bytearray(19), 20)
 
 
-def test_every_buffer_to_fill_was_among_them():
-    names = {name for _, name in parameters_of("char*", "unsigned char*")}
-    assert names == {"pDisplayName", "pSpeakerType", "soundbarDeviceInfo", "soundmodeData", "pSoundModeVersion"}
+def test_every_buffer_was_among_them():
+    counted = {"pParam", "pData", "connectNewSpeakersMacAddrLists"}
+    assert {name for _, name in parameters_of("const unsigned char*")} == MAC_NAMES | counted
+    filled = {"pDisplayName", "pSpeakerType", "soundbarDeviceInfo", "soundmodeData", "pSoundModeVersion"}
+    assert {name for _, name in parameters_of("char*", "unsigned char*")} == filled
 
 
 def test_buffers_of_the_least_length_will_do():
@@ -168,34 +183,20 @@ def test_an_array_that_is_too_short_stays_as_it_is():
         assert not any(bytes(groups))
 
 
-@pytest.mark.parametrize("value", [None, [], (kiv.CNetSpkNodeInfo * 4)(), bytearray(4096)], ids=repr)
-def test_what_is_not_an_array_of_lists_is_refused(value):
-    refused("getNetSpkListInfo", "pList", value, TypeError, r"must be an array such as \(kiv.STNetSpkListInfo \* 8\)\(\)")
-
-
-@pytest.mark.parametrize("function, name", parameters_of("const char*"))
-def test_a_text_that_would_be_cut_off_or_read_as_an_address_is_refused(function, name):
-    refused(function, name, "Living\0room", ValueError, "must not contain a NUL")
-    refused(function, name, b"\0", ValueError, "must not contain a NUL")
-    refused(function, name, 4711, TypeError, "must be str.* got 4711")
-    refused(function, name, bytearray(b"x"), TypeError, "must be str")
-
-
 def test_no_name_to_unsubscribe_is_refused():
     with pytest.raises(TypeError, match="name must be str or bytes, got None"):
         kiv.UnsubscribeNamServiceCallback(None)
 
 
-def vectors():
-    return [
-        (function, name, type_)
-        for function, (_, parameters, _) in declared.FUNCTIONS.items()
-        for type_, name in parameters or []
-        if "vector" in type_
-    ]
+VECTORS = [
+    (function, name, type_)
+    for function, (_, parameters, _) in declared.FUNCTIONS.items()
+    for type_, name in parameters or []
+    if "vector" in type_
+]
 
 
-@pytest.mark.parametrize("function, name, type_", vectors())
+@pytest.mark.parametrize("function, name, type_", VECTORS)
 def test_a_list_holds_records_of_its_kind(function, name, type_):
     record = getattr(kiv, type_.partition("<")[2].partition(">")[0])
     other = kiv.STNetSpkConfig if record is not kiv.STNetSpkConfig else kiv.CNetSpkNodeInfo
@@ -204,18 +205,6 @@ def test_a_list_holds_records_of_its_kind(function, name, type_):
     refused(function, name, (record(),), TypeError, f"must be a list of {record.__name__}")
     if type_.endswith("&"):
         refused(function, name, None, TypeError, f"must be a list of {record.__name__}, got None")
-
-
-@pytest.mark.parametrize("function, name", parameters_of("NamEventCallback", "AtmosSupportCallback"))
-def test_a_callback_can_be_called(function, name):
-    refused(function, name, 4711, TypeError, "must be a function or None, got 4711")
-    refused(function, name, "print", TypeError, "must be a function or None, got 'print'")
-
-
-def test_user_data_that_is_not_an_address_is_refused():
-    refused("register_atmos_support_cb", "user_data", 2**64, OverflowError, "must be from 0 to 18446744073709551615")
-    refused("register_atmos_support_cb", "user_data", -1, OverflowError, "got -1")
-    refused("register_atmos_support_cb", "user_data", b"text", TypeError, "must be an int, got b'text'")
 
 
 def test_the_largest_user_data_arrives():

@@ -12,53 +12,28 @@ import pytest
 # This is longer than a call takes on a busy machine, if the server answers.
 LONG = 60
 
-BUS = """
-<busconfig>
-  <type>system</type>
-  <listen>unix:path={directory}/bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_destination="*"/>
-    <allow receive_sender="*"/>
-    {rule}
-  </policy>
-</busconfig>
-"""
-
 
 @pytest.fixture
 def home(tmp_path):
-    """Starts a bus with an additional rule, and the simulator on it. Returns the environment of its programs."""
+    """Starts a bus that is not a sandbox, with the simulator on it. Returns the environment of its programs."""
+    address = f"unix:path={tmp_path}/bus"
+    environment = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": address}
     processes = []
 
-    def start(rule):
-        configuration = tmp_path / "bus.conf"
-        configuration.write_text(BUS.format(directory=tmp_path, rule=rule))
-        ready, its_ready = os.pipe()
-        daemon = ["dbus-daemon", f"--config-file={configuration}", "--nofork", f"--print-address={its_ready}"]
-        processes.append(subprocess.Popen(daemon, pass_fds=[its_ready]))
-        os.close(its_ready)
-        assert os.read(ready, 1000).startswith(b"unix:path=")
-        os.close(ready)
-        address = {"DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={tmp_path}/bus", "DBUS_DAEMON_PID": str(processes[-1].pid)}
-        environment = {**os.environ, **address}
-        ready, its_ready = os.pipe()
-        simulator = [os.environ["KIV_SIMULATOR"], "--ready-fd", str(its_ready)]
-        processes.append(subprocess.Popen(simulator, pass_fds=[its_ready], env=environment))
-        os.close(its_ready)
-        assert os.read(ready, 1000) == b"ready\n"
-        os.close(ready)
-        return environment
+    def start(*command):
+        processes.append(subprocess.Popen(command, stdout=subprocess.PIPE, env=environment, encoding="utf-8"))
+        return processes[-1].stdout.readline()
 
-    yield start
+    # The configuration of a session bus allows everything.
+    assert start("dbus-daemon", "--session", f"--address={address}", "--nofork", "--print-address=1").startswith(address)
+    assert start(os.environ["KIV_SIMULATOR"], "--ready-fd=1") == "ready\n"
+    yield {**environment, "DBUS_DAEMON_PID": str(processes[0].pid)}
     for process in reversed(processes):
         process.kill()
-        process.wait()
+        process.communicate()
 
 
-def run(code, environment):
+def run(code, environment=None):
     """Returns the output of a program that uses the module in its own process, and the module's lines on stderr."""
     pipe = subprocess.PIPE
     done = subprocess.run(
@@ -82,9 +57,9 @@ print(kiv.SubscribeNamServiceCallback("test", print), kiv.AwaitEvents({}))
 """
 
 
-def test_a_bus_that_denies_the_name_of_the_client_is_told_in_time(home):
-    environment = home('<deny own_prefix="org.lumra.tv.networkspeaker.client"/>')
-    assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5"), environment) == ("1 False\n", [NO_NAME])
+def test_a_bus_that_denies_the_name_of_the_client_is_told_in_time():
+    with kiv.Sandbox("--bus-fault", "deny-name"):
+        assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5")) == ("1 False\n", [NO_NAME])
 
 
 def test_without_a_timeout_there_is_one():
@@ -92,21 +67,20 @@ def test_without_a_timeout_there_is_one():
 
 
 def test_a_bus_that_allows_it_is_told_when_the_name_is_owned(home):
-    assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), home("")) == ("1 True\n", [])
+    assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), home) == ("1 True\n", [])
 
 
 def test_a_bus_that_hangs_is_told_in_time(home):
     code = f"""
 import kiv, os, signal
+daemon = int(os.environ["DBUS_DAEMON_PID"])
 print(kiv.StopNetworkSpeaker(7))
-os.kill({{}}, signal.SIGSTOP)
+os.kill(daemon, signal.SIGSTOP)
 print(kiv.AwaitEvents(timeout=0.5))
-os.kill({{}}, signal.SIGCONT)
+os.kill(daemon, signal.SIGCONT)
 print(kiv.AwaitEvents(timeout={LONG}))
 """
-    environment = home("")
-    daemon = environment["DBUS_DAEMON_PID"]
-    assert run(code.format(daemon, daemon), environment) == ("7\nFalse\nTrue\n", [NO_NAME])
+    assert run(code, home) == ("7\nFalse\nTrue\n", [NO_NAME])
 
 
 def test_a_name_that_another_process_owns_is_not_this_ones():
@@ -117,26 +91,24 @@ def test_a_name_that_another_process_owns_is_not_this_ones():
             [sys.executable, "-c", own], stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8"
         ) as other:
             assert other.stdout.readline() == "True\n"
-            assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5"), dict(os.environ)) == ("1 False\n", [NO_NAME])
+            assert run(SUBSCRIBE_AND_WAIT.format("timeout=0.5")) == ("1 False\n", [NO_NAME])
             other.stdin.close()
-        assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}"), dict(os.environ)) == ("1 True\n", [])
+        assert run(SUBSCRIBE_AND_WAIT.format(f"timeout={LONG}")) == ("1 True\n", [])
 
 
-def test_before_the_first_call_there_is_nothing_to_wait_for():
-    with kiv.Sandbox():
-        assert run("import kiv; print(kiv.AwaitEvents())", dict(os.environ)) == ("False\n", [NO_CALL])
-
-
-def test_a_device_without_network_speakers_is_told():
-    with kiv.Sandbox("--feature", "off"):
-        code = "import kiv; print(kiv.StopNetworkSpeaker(7), kiv.AwaitEvents())"
-        assert run(code, dict(os.environ)) == ("-1 False\n", [NO_SPEAKERS])
-
-
-def test_after_the_end_of_the_monitor_there_is_nothing_to_wait_for():
-    with kiv.Sandbox():
-        code = "import kiv; kiv.StopNetworkSpeaker(7); kiv.DestroyMessageMonitor(); print(kiv.AwaitEvents())"
-        assert run(code, dict(os.environ)) == ("False\n", [NO_MONITOR])
+@pytest.mark.parametrize(
+    "options, scenario, code, said",
+    [
+        ([], {}, "", NO_CALL),
+        (["--feature", "off"], {}, "assert kiv.StopNetworkSpeaker(7) == -1", NO_SPEAKERS),
+        ([], {}, "kiv.StopNetworkSpeaker(7); kiv.DestroyMessageMonitor()", NO_MONITOR),
+        ([], {"clientId": "a b"}, "kiv.StopNetworkSpeaker(7)", NO_ID),
+    ],
+)
+def test_where_no_event_can_come_there_is_nothing_to_wait_for(options, scenario, code, said):
+    with kiv.Sandbox("--start", *options) as sandbox:
+        sandbox.apply(scenario)
+        assert run(f"import kiv; {code}\nprint(kiv.AwaitEvents())") == ("False\n", [said])
 
 
 def test_after_a_callback_has_ended_the_monitor_there_is_nothing_to_wait_for():
@@ -151,13 +123,7 @@ begin = time.monotonic()
 print(kiv.AwaitEvents({LONG}), time.monotonic() - begin < {LONG} / 2)
 """
     with kiv.Sandbox():
-        assert run(code, dict(os.environ)) == ("True\nFalse True\n", [NO_MONITOR])
-
-
-def test_a_client_id_that_is_no_part_of_a_name_is_told():
-    with kiv.Sandbox("--start") as sandbox:
-        sandbox.apply({"clientId": "a b"})
-        assert run("import kiv; kiv.StopNetworkSpeaker(7); print(kiv.AwaitEvents())", dict(os.environ)) == ("False\n", [NO_ID])
+        assert run(code) == ("True\nFalse True\n", [NO_MONITOR])
 
 
 def test_a_bus_that_is_gone_is_told(home):
@@ -168,7 +134,7 @@ assert kiv.AwaitEvents(60)
 os.kill(int(os.environ["DBUS_DAEMON_PID"]), signal.SIGKILL)
 print(kiv.AwaitEvents(60))
 """
-    assert run(code, home("")) == ("False\n", [NO_BUS])
+    assert run(code, home) == ("False\n", [NO_BUS])
 
 
 def test_a_failed_test_shows_why_no_event_comes(tmp_path):
@@ -203,7 +169,7 @@ os.kill(int(os.environ["DBUS_DAEMON_PID"]), signal.SIGKILL)
 with kiv.Sandbox() as sandbox:
     print(kiv.StopNetworkSpeaker(9), sandbox.calls[-1].arguments)
 """
-    assert run(code, home("")) == ("7\nTrue True\n8\n9 (9,)\n", [])
+    assert run(code, home) == ("7\nTrue True\n8\n9 (9,)\n", [])
 
 
 @pytest.mark.parametrize("timeout", [-1, -0.001, float("nan"), float("inf"), 2**31])

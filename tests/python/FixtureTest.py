@@ -38,13 +38,10 @@ class TestMarkersOfAClass:
 
 
 @pytest.mark.parametrize("number", [1, 2, 3])
-def test_each_test_has_a_home_of_its_own(kiv_sandbox, number):
-    received = queue.Queue()
-    assert kiv.SubscribeNamServiceCallback("test", lambda *event: received.put(event)) == 1
+def test_each_test_has_a_home_of_its_own(kiv_sandbox, events, number):
     assert kiv.AutoConnectNewSpeakers(kiv.mac("02:4b:49:56:00:05"), 1) == 1
-    assert kiv.AwaitEvents()
     kiv_sandbox.control("event", hex(number))
-    assert received.get(timeout=60)[0] == number
+    assert events.get(timeout=60)[0] == number
 
 
 @pytest.mark.kiv_sandbox("--no-server")

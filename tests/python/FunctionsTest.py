@@ -14,16 +14,6 @@ LONG = 60
 pytestmark = pytest.mark.usefixtures("kiv_sandbox")
 
 
-@pytest.fixture
-def events():
-    """Yields a queue of the events that subscribers receive."""
-    received = queue.Queue()
-    assert kiv.SubscribeNamServiceCallback("test", lambda *event: received.put(event)) == 1
-    assert kiv.AwaitEvents()
-    yield received
-    kiv.UnsubscribeNamServiceCallback("test")
-
-
 def config(mac):
     return kiv.STNetSpkConfig(nConfig=1, mac=mac)
 

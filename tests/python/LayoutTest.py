@@ -1,7 +1,6 @@
 """Checks that records and events are decoded by a layout file, and that a file that cannot be used is refused."""
 
 import json
-import queue
 import re
 from pathlib import Path
 
@@ -60,19 +59,15 @@ def test_records_within_a_record_are_those_that_are_filled(kiv_sandbox):
     assert names == [["Living room left", "Living room right", "Subwoofer"], ["Kitchen"]]
 
 
-def test_events_have_a_name_and_records(kiv_sandbox):
+def test_events_have_a_name_and_records(kiv_sandbox, events):
     layout = kiv.Layout(FILE)
-    events = queue.Queue()
-    kiv.SubscribeNamServiceCallback("test", lambda *event: events.put(layout.event(*event)))
-    assert kiv.AwaitEvents()
     kiv.SetNetSpkVolume(kiv.mac(LEFT), kiv.ip("192.168.0.21"), 33)
     volume = {"mac": LEFT, "ip": "192.168.0.21", "volume": 33}
-    assert events.get(timeout=60) == ("volume", [volume])
+    assert layout.event(*events.get(timeout=60)) == ("volume", [volume])
     kiv.GetNetSpkVolumeList([kiv.STNetSpkConfig(mac=kiv.mac(mac)) for mac in (LEFT, "02:4b:49:56:00:02")])
-    assert len(events.get(timeout=60).records) == 2
+    assert len(layout.event(*events.get(timeout=60)).records) == 2
     kiv_sandbox.control("event", "0x02020041", "01 02")
-    assert events.get(timeout=60) == (None, [])
-    kiv.UnsubscribeNamServiceCallback("test")
+    assert layout.event(*events.get(timeout=60)) == (None, [])
 
 
 def test_the_announced_length_of_an_event_is_not_trusted():

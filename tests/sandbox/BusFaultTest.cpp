@@ -2,14 +2,12 @@
 #include "Sandbox.h"
 #include "tools/sandbox/Connection.h"
 
-#include <gio/gio.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <string>
+#include <tuple>
 #include <utility>
-#include <vector>
 
 namespace kiv::sandbox::bus_fault_test {
 
@@ -28,31 +26,7 @@ constexpr auto kArrived = "org.freedesktop.DBus.Error.UnknownMethod";
 // Sends an event as the server does. Returns the name of the error in the answer.
 std::string SendEvent(const Connection& sender, const std::string& destination)
 {
-    GError* error = nullptr;
-    GVariant* const reply = g_dbus_connection_call_sync(
-        sender.Get(), destination.c_str(), "/client", "org.example.Client", "nam_notify_subscriber", nullptr, nullptr,
-        G_DBUS_CALL_FLAGS_NONE, INT_MAX, nullptr, &error);
-    if (reply != nullptr) {
-        g_variant_unref(reply);
-        return "";
-    }
-    char* const name = g_dbus_error_get_remote_error(error);
-    const std::string copy = name == nullptr ? error->message : name;
-    g_free(name);
-    g_error_free(error);
-    return copy;
-}
-
-// Runs a script in which "kivctl" and "control" run the tested programs.
-Outcome RunScript(std::vector<std::string> options, const std::string& script)
-{
-    options.insert(
-        options.end(), {"--", "sh", "-c",
-                        "export KIV_LOG_LEVEL=none\n"
-                        "kivctl() { " KIVCTL " \"$@\"; }\n"
-                        "control() { " KIV_SANDBOX " control \"$@\"; }\n" +
-                            script});
-    return RunSandbox(options);
+    return ErrorOf(sender, {destination, "/client", "org.example.Client", "nam_notify_subscriber"});
 }
 
 // Returns the answers to a client that requests its name, and to a sender of an event to it.
@@ -76,12 +50,12 @@ TEST(BusFaultTest, DeniesWhatItIsTold)
 TEST(BusFaultTest, DeniesTheServerItsEvents)
 {
     const Outcome outcome = RunScript(
-        {"--bus-fault", "deny-events", "--simulator-log"},
         "fifo=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/events; mkfifo \"$fifo\"\n"
         "kivctl monitor >\"$fifo\" 2>&1 & exec 3<\"$fifo\"; read ready <&3\n"
         "id=$(control show | sed -n 's/.*\"id\": \"\\(tv_.*\\)\".*/\\1/p')\n"
         "control event 0x7 --client \"$id\" || echo $?; control event 0x7 || echo $?; control atmos on || echo $?\n"
-        "control bus-fault none; control event 0x7 --client \"$id\" && control event 0x7 && echo told");
+        "control bus-fault none; control event 0x7 --client \"$id\" && control event 0x7 && echo told",
+        {"--bus-fault", "deny-events", "--simulator-log"});
     EXPECT_EQ(outcome.output, "1\n1\n1\ntold\n");
     EXPECT_THAT(
         outcome.errors, ContainsRegex("kiv-sandbox control: client tv_[0-9]+: .*AccessDenied: Rejected send message"));
@@ -89,27 +63,23 @@ TEST(BusFaultTest, DeniesTheServerItsEvents)
 
 TEST(BusFaultTest, DoctorFindsThem)
 {
-    const Outcome name = RunScript({"--bus-fault", "deny-name"}, "kivctl stop --type 7; kivctl doctor");
-    EXPECT_EQ(name.exitCode, 1);
-    EXPECT_THAT(
-        name.output,
-        AllOf(HasSubstr("the server answered 7\n"), HasSubstr("problem  client name "), HasSubstr(kAccessDenied)));
-
-    const Outcome events = RunScript({"--bus-fault", "deny-events"}, "kivctl doctor");
-    EXPECT_EQ(events.exitCode, 1);
-    EXPECT_THAT(events.output, AllOf(HasSubstr("problem  events "), HasSubstr(kAccessDenied)));
-
-    const Outcome hang = RunScript({"--bus-fault", "hang"}, "kivctl doctor");
-    EXPECT_EQ(hang.exitCode, 1);
-    EXPECT_THAT(hang.output, AllOf(HasSubstr("problem  bus "), HasSubstr("no answer within 8 s")));
+    EXPECT_EQ(RunScript("kivctl stop --type 7", {"--bus-fault", "deny-name"}).output, "the server answered 7\n");
+    for (const auto& [fault, problem, reason] :
+         {std::tuple("deny-name", "problem  client name ", kAccessDenied),
+          std::tuple("deny-events", "problem  events ", kAccessDenied),
+          std::tuple("hang", "problem  bus ", "no answer within 8 s")}) {
+        const Outcome outcome = RunScript("kivctl doctor", {"--bus-fault", fault});
+        EXPECT_EQ(outcome.exitCode, 1) << fault;
+        EXPECT_THAT(outcome.output, AllOf(HasSubstr(problem), HasSubstr(reason))) << fault;
+    }
 }
 
 TEST(BusFaultTest, IsReplacedWhileTheCommandRuns)
 {
-    const Outcome outcome = RunScript(
-        {}, "control bus-fault hang; kivctl --timeout 1 stop; echo $?; control show; echo $?\n"
-            "control bus-fault deny-name; kivctl stop --type 3; kivctl doctor | grep -c AccessDenied\n"
-            "control bus-fault none; kivctl doctor | grep -c AccessDenied");
+    const Outcome outcome =
+        RunScript("control bus-fault hang; kivctl --timeout 1 stop; echo $?; control show; echo $?\n"
+                  "control bus-fault deny-name; kivctl stop --type 3; kivctl doctor | grep -c AccessDenied\n"
+                  "control bus-fault none; kivctl doctor | grep -c AccessDenied");
     EXPECT_EQ(outcome.output, "4\n1\nthe server answered 3\n1\n0\n");
     EXPECT_THAT(
         outcome.errors,
@@ -118,26 +88,28 @@ TEST(BusFaultTest, IsReplacedWhileTheCommandRuns)
 
 TEST(BusFaultTest, IsPrinted)
 {
-    const Outcome outcome = RunScript(
-        {}, "control bus-fault\nfor fault in deny-name deny-events hang gone none; do\n"
-            "    control bus-fault $fault; control bus-fault\ndone");
+    const Outcome outcome = RunScript("control bus-fault\nfor fault in deny-name deny-events hang gone none; do\n"
+                                      "    control bus-fault $fault; control bus-fault\ndone");
     EXPECT_EQ(outcome.output, "none\ndeny-name\ndeny-events\nhang\ngone\nnone\n");
-    EXPECT_EQ(RunScript({"--bus-fault", "deny-name"}, "control bus-fault").output, "deny-name\n");
+    EXPECT_EQ(RunScript("control bus-fault", {"--bus-fault", "deny-name"}).output, "deny-name\n");
 }
 
-TEST(BusFaultTest, ASandboxWhoseBusHangsEnds)
+TEST(BusFaultTest, ASandboxWhoseBusHangsOrIsGoneEnds)
 {
-    const Outcome outcome = RunSandbox({"--bus-fault", "hang", "--trace", "--", "echo", "done"});
-    EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_EQ(outcome.output, "done\n");
+    for (const std::string fault : {"hang", "gone"}) {
+        const Outcome outcome = RunSandbox({"--bus-fault", fault, "--trace", "--", "echo", "done"});
+        EXPECT_EQ(outcome.exitCode, 0) << fault;
+        EXPECT_EQ(outcome.output, "done\n") << fault;
+    }
 }
 
 TEST(BusFaultTest, ABusThatIsGoneIsStartedAgain)
 {
     const Outcome outcome = RunScript(
-        {"--trace"}, "kivctl stop --type 3; control bus-fault gone; control bus-fault gone\n"
-                     "kivctl stop --type 4 2>/dev/null; echo $?; control show; echo $?\n"
-                     "control bus-fault none; kivctl stop --type 5; control bus-fault");
+        "kivctl stop --type 3; control bus-fault gone; control bus-fault gone\n"
+        "kivctl stop --type 4 2>/dev/null; echo $?; control show; echo $?\n"
+        "control bus-fault none; kivctl stop --type 5; control bus-fault",
+        {"--trace"});
     EXPECT_EQ(outcome.output, "the server answered 3\n1\n1\nthe server answered 5\nnone\n");
     EXPECT_THAT(
         outcome.errors,
@@ -146,16 +118,9 @@ TEST(BusFaultTest, ABusThatIsGoneIsStartedAgain)
             HasSubstr("StopNetworkSpeaker(3)"), HasSubstr("StopNetworkSpeaker(5)")));
 }
 
-TEST(BusFaultTest, ASandboxWhoseBusIsGoneEnds)
-{
-    const Outcome outcome = RunSandbox({"--bus-fault", "gone", "--trace", "--", "echo", "done"});
-    EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_EQ(outcome.output, "done\n");
-}
-
 TEST(BusFaultTest, NeedsNoServer)
 {
-    const Outcome outcome = RunScript({"--no-server"}, "control bus-fault hang && control bus-fault none");
+    const Outcome outcome = RunScript("control bus-fault hang && control bus-fault none", {"--no-server"});
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_THAT(outcome.errors, IsEmpty());
 }
@@ -163,16 +128,16 @@ TEST(BusFaultTest, NeedsNoServer)
 TEST(BusFaultTest, IsForTheBusOfASandboxOnly)
 {
     const Outcome other =
-        RunScript({}, "export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/system_bus_socket; control bus-fault hang");
+        RunScript("export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/system_bus_socket; control bus-fault hang");
     EXPECT_EQ(other.exitCode, 1);
     EXPECT_EQ(
         other.errors, "kiv-sandbox control: the address must be that of a sandbox's bus, got "
                       "\"unix:path=/nowhere/system_bus_socket\"\n");
     const Outcome gone =
-        RunScript({}, "export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/kiv-sandbox-1/bus; control bus-fault hang");
+        RunScript("export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/kiv-sandbox-1/bus; control bus-fault hang");
     EXPECT_EQ(gone.exitCode, 1);
     EXPECT_THAT(gone.errors, HasSubstr("no connection to unix:path=/nowhere/kiv-sandbox-1/bus: "));
-    EXPECT_EQ(RunScript({}, "control bus-fault perhaps").exitCode, 2);
+    EXPECT_EQ(RunScript("control bus-fault perhaps").exitCode, 2);
 }
 
 } // namespace

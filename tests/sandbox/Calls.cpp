@@ -7,74 +7,61 @@ namespace kiv::sandbox {
 
 namespace {
 
-std::string ErrorName(GError* error)
-{
-    char* name = g_dbus_error_get_remote_error(error);
-    std::string copy = name == nullptr ? error->message : name;
-    g_free(name);
-    g_error_free(error);
-    return copy;
-}
+constexpr auto kDaemon = "org.freedesktop.DBus";
 
-GVariant* Call(
-    const Connection& connection, const char* name, const char* interface, const char* method, GVariant* arguments,
-    GError** error)
-{
-    return g_dbus_connection_call_sync(
-        connection.Get(), name, "/org/freedesktop/DBus", interface, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE,
-        INT_MAX, nullptr, error);
-}
-
-// Calls the daemon. Expects a reply with one value, whose type the format gives.
+// Calls the daemon with a name. Expects a reply with one value, whose type the format gives.
 template <typename T>
-T AskDaemon(const Connection& connection, const char* method, const char* name, const char* format)
+T AskDaemon(const Connection& connection, const char* method, const std::string& name, const char* format)
 {
-    GError* error = nullptr;
-    GVariant* reply =
-        Call(connection, "org.freedesktop.DBus", "org.freedesktop.DBus", method, g_variant_new("(s)", name), &error);
-    if (reply == nullptr) {
-        throw std::runtime_error(std::string(method) + ": " + ErrorName(error));
+    link::VariantOwner reply;
+    const std::string error = ErrorOf(
+        connection, {kDaemon, "/org/freedesktop/DBus", kDaemon, method}, g_variant_new("(s)", name.c_str()), &reply);
+    if (!error.empty()) {
+        throw std::runtime_error(std::string(method) + ": " + error);
     }
     T value{};
-    g_variant_get(reply, format, &value);
-    g_variant_unref(reply);
+    g_variant_get(reply.get(), format, &value);
     return value;
 }
 
 } // namespace
 
+std::string ErrorOf(const Connection& connection, const Callee& callee, GVariant* arguments, link::VariantOwner* reply)
+{
+    g_autoptr(GError) error = nullptr;
+    link::VariantOwner answer(g_dbus_connection_call_sync(
+        connection.Get(), callee.name.c_str(), callee.path.c_str(), callee.interface.c_str(), callee.method.c_str(),
+        arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, INT_MAX, nullptr, &error));
+    if (answer == nullptr) {
+        const link::TextOwner name(g_dbus_error_get_remote_error(error));
+        return name == nullptr ? error->message : name.get();
+    }
+    if (reply != nullptr) {
+        *reply = std::move(answer);
+    }
+    return "";
+}
+
 std::string Ping(const Connection& connection, const std::string& name)
 {
-    GError* error = nullptr;
-    GVariant* reply = Call(connection, name.c_str(), "org.freedesktop.DBus.Peer", "Ping", nullptr, &error);
-    if (reply == nullptr) {
-        return ErrorName(error);
-    }
-    g_variant_unref(reply);
-    return "";
+    return ErrorOf(connection, {name, "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer", "Ping"});
 }
 
 bool HasOwner(const Connection& connection, const std::string& name)
 {
-    return AskDaemon<gboolean>(connection, "NameHasOwner", name.c_str(), "(b)") != FALSE;
+    return AskDaemon<gboolean>(connection, "NameHasOwner", name, "(b)") != FALSE;
 }
 
 pid_t OwnerPid(const Connection& connection, const std::string& name)
 {
-    return static_cast<pid_t>(AskDaemon<guint32>(connection, "GetConnectionUnixProcessID", name.c_str(), "(u)"));
+    return static_cast<pid_t>(AskDaemon<guint32>(connection, "GetConnectionUnixProcessID", name, "(u)"));
 }
 
 std::string RequestName(const Connection& connection, const std::string& name)
 {
-    GError* error = nullptr;
-    GVariant* reply = Call(
-        connection, "org.freedesktop.DBus", "org.freedesktop.DBus", "RequestName",
-        g_variant_new("(su)", name.c_str(), 0U), &error);
-    if (reply == nullptr) {
-        return ErrorName(error);
-    }
-    g_variant_unref(reply);
-    return "";
+    return ErrorOf(
+        connection, {kDaemon, "/org/freedesktop/DBus", kDaemon, "RequestName"},
+        g_variant_new("(su)", name.c_str(), 0U));
 }
 
 } // namespace kiv::sandbox

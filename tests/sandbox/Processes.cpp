@@ -1,6 +1,8 @@
 #include "Processes.h"
 
 #include "support/Wait.h"
+#include "tools/sandbox/Files.h"
+#include "tools/sandbox/Keeper.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -9,14 +11,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <regex>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 namespace kiv::sandbox {
@@ -32,7 +32,7 @@ Pipe MakePipe()
 {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe2");
+        ThrowErrno("pipe2");
     }
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
@@ -75,7 +75,7 @@ void Descriptor::Close()
 Watched::Watched(pid_t pid) : pid_(pid), pidFd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)))
 {
     if (pidFd_.Get() < 0) {
-        throw std::system_error(errno, std::generic_category(), "pidfd_open " + std::to_string(pid));
+        ThrowErrno("pidfd_open " + std::to_string(pid));
     }
 }
 
@@ -93,12 +93,7 @@ void Watched::WaitForEnd() const
 Child::Child(const std::vector<std::string>& command)
 {
     std::vector<std::string> words = command;
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
-
+    const std::vector<char*> arguments = Arguments(words);
     Pipe input = MakePipe();
     Pipe output = MakePipe();
     Pipe errors = MakePipe();
@@ -110,7 +105,7 @@ Child::Child(const std::vector<std::string>& command)
     const int error = posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
-        throw std::system_error(error, std::generic_category(), command.front());
+        ThrowErrno(command.front(), error);
     }
     input_ = std::move(input.writing);
     output_ = std::move(output.reading);
@@ -128,7 +123,7 @@ Child::~Child()
 void Child::Write(const std::string& text) const
 {
     if (write(input_.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-        throw std::system_error(errno, std::generic_category(), "write");
+        ThrowErrno("write");
     }
 }
 
@@ -180,7 +175,7 @@ ScratchDirectory::ScratchDirectory()
 {
     std::string path = (std::filesystem::temp_directory_path() / "sandbox-test-XXXXXX").string();
     if (mkdtemp(path.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), path);
+        ThrowErrno(path);
     }
     path_ = path;
 }

@@ -35,6 +35,20 @@ Outcome RunSandbox(const std::vector<std::string>& words)
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output, errors};
 }
 
+std::string Script(const std::string& script)
+{
+    return "export KIV_LOG_LEVEL=none\n"
+           "kivctl() { " KIVCTL " \"$@\"; }\n"
+           "control() { " KIV_SANDBOX " control \"$@\"; }\n" +
+           script;
+}
+
+Outcome RunScript(const std::string& script, std::vector<std::string> options)
+{
+    options.insert(options.end(), {"--", "sh", "-c", Script(script)});
+    return RunSandbox(options);
+}
+
 Sandbox::Sandbox(const std::string& script, std::vector<std::string> options)
     : child_(SandboxCommand(WithScript(std::move(options), script))), address_(child_.ReadLine())
 {

@@ -21,6 +21,11 @@ struct Outcome {
 // Runs a sandbox with these arguments to its end.
 Outcome RunSandbox(const std::vector<std::string>& words);
 
+// Returns a script in which "kivctl" and "control" run the tested programs.
+std::string Script(const std::string& script);
+// Runs such a script in a sandbox with these options.
+Outcome RunScript(const std::string& script, std::vector<std::string> options = {});
+
 // A sandbox whose command prints its address and then runs a script. The script can wait for the test with "read".
 class Sandbox {
 public:

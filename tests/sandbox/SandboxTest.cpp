@@ -66,61 +66,45 @@ TEST(SandboxTest, TellsThatACommandCannotBeRun)
     EXPECT_EQ(directory.errors, "kiv-sandbox: /: Permission denied\n");
 }
 
-TEST(SandboxTest, RefusesBadOptions)
-{
-    const std::vector<std::vector<std::string>> bad = {
-        {},
-        {"--"},
-        {"--trace"},
-        {"--no-such-option", "--", "true"},
-        {"--feature", "perhaps", "--", "true"},
-        {"--bus-fault", "perhaps", "--", "true"},
-        {"--simulator", "/no/such/program", "--", "true"},
-    };
-    for (const std::vector<std::string>& words : bad) {
-        const Outcome outcome = RunSandbox(words);
-        EXPECT_EQ(outcome.exitCode, 125) << testing::PrintToString(words);
-        EXPECT_TRUE(outcome.errors.starts_with("kiv-sandbox: ")) << outcome.errors << testing::PrintToString(words);
-    }
-}
-
 TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
 {
-    const std::map<std::string, std::vector<std::string>> lines = {
-        {"no command given; see kiv-sandbox --help", {"--trace"}},
-        {"unknown option --nonsense; see kiv-sandbox --help", {"--nonsense", "--", "true"}},
+    const std::multimap<std::string, std::vector<std::string>> lines = {
+        {"no command given", {}},
+        {"no command given", {"--"}},
+        {"no command given", {"--trace"}},
+        {"unknown option --nonsense", {"--nonsense", "--", "true"}},
         {"unknown option --trcae; did you mean --trace?", {"--trcae", "--", "true"}},
-        {R"(--feature: must be one of on, off, absent, got "perhaps"; see kiv-sandbox --help)",
-         {"--feature", "perhaps", "--", "true"}},
-        {R"(--simulator: must be a file, got "/no/such"; see kiv-sandbox --help)",
-         {"--simulator", "/no/such", "--", "true"}},
-        {R"(--layout: must be a file, got "/"; see kiv-sandbox --help)", {"--layout", "/", "--", "true"}},
-        {"--scenario excludes --replay; see kiv-sandbox --help",
-         {"--replay", "a", "--scenario", "no-speakers", "--", "true"}},
-        {"--no-server excludes --replay; see kiv-sandbox --help", {"--no-server", "--replay", "a", "--", "true"}},
-        {"--strict requires --replay; see kiv-sandbox --help", {"--strict", "--", "true"}},
-        {"--trace excludes --list; see kiv-sandbox --help", {"--list", "--trace"}},
-        {"--name excludes --list; see kiv-sandbox --help", {"--list", "--name", "den"}},
-        {"--join excludes --list; see kiv-sandbox --help", {"--list", "--join", "den"}},
-        {"--list-scenarios excludes --list; see kiv-sandbox --help", {"--list", "--list-scenarios"}},
-        {"--list-scenarios excludes --feature; see kiv-sandbox --help", {"--list-scenarios", "--feature", "on"}},
-        {"--list-scenarios excludes --print-address; see kiv-sandbox --help", {"--list-scenarios", "--print-address"}},
-        {"--trace excludes --show; see kiv-sandbox --help", {"--show", "morning.jsonl", "--trace"}},
-        {"--page excludes --show; see kiv-sandbox --help", {"--show", "morning.jsonl", "--page"}},
-        {"unknown option --bogus; see kiv-sandbox --help", {"--list", "--bogus"}},
-        {"unknown option --colour; see kiv-sandbox --help", {"--list-scenarios", "--colour"}},
-        {R"(--list, --list-scenarios and --show run no command, got "true"; see kiv-sandbox --help)",
-         {"--list", "--", "true"}},
-        {R"(--list, --list-scenarios and --show run no command, got "true"; see kiv-sandbox --help)",
+        {R"(--feature: must be one of on, off, absent, got "perhaps")", {"--feature", "perhaps", "--", "true"}},
+        {"--bus-fault: must be one of none, deny-name, deny-events, hang, gone, got \"perhaps\"",
+         {"--bus-fault", "perhaps", "--", "true"}},
+        {R"(--simulator: must be a file, got "/no/such")", {"--simulator", "/no/such", "--", "true"}},
+        {R"(--layout: must be a file, got "/")", {"--layout", "/", "--", "true"}},
+        {"--scenario excludes --replay", {"--replay", "a", "--scenario", "no-speakers", "--", "true"}},
+        {"--no-server excludes --replay", {"--no-server", "--replay", "a", "--", "true"}},
+        {"--strict requires --replay", {"--strict", "--", "true"}},
+        {"--start excludes --no-server", {"--no-server", "--start", "--", "true"}},
+        {"--lazy excludes --no-server", {"--no-server", "--lazy", "--", "true"}},
+        {"--trace excludes --list", {"--list", "--trace"}},
+        {"--name excludes --list", {"--list", "--name", "den"}},
+        {"--join excludes --list", {"--list", "--join", "den"}},
+        {"--list-scenarios excludes --list", {"--list", "--list-scenarios"}},
+        {"--list-scenarios excludes --feature", {"--list-scenarios", "--feature", "on"}},
+        {"--list-scenarios excludes --print-address", {"--list-scenarios", "--print-address"}},
+        {"--trace excludes --show", {"--show", "morning.jsonl", "--trace"}},
+        {"--page excludes --show", {"--show", "morning.jsonl", "--page"}},
+        {"unknown option --bogus", {"--list", "--bogus"}},
+        {"unknown option --colour", {"--list-scenarios", "--colour"}},
+        {R"(--list, --list-scenarios and --show run no command, got "true")", {"--list", "--", "true"}},
+        {R"(--list, --list-scenarios and --show run no command, got "true")",
          {"--show", "morning.jsonl", "--", "true"}},
-        {R"(--list, --list-scenarios and --show run no command, got "echo x"; see kiv-sandbox --help)",
-         {"--list-scenarios", "echo", "x"}},
+        {R"(--list, --list-scenarios and --show run no command, got "echo x")", {"--list-scenarios", "echo", "x"}},
     };
     for (const auto& [line, words] : lines) {
         const Outcome outcome = RunSandbox(words);
         EXPECT_EQ(outcome.exitCode, 125) << line;
         EXPECT_EQ(outcome.output, "");
-        EXPECT_EQ(outcome.errors, "kiv-sandbox: " + line + "\n");
+        const std::string advice = line.ends_with('?') ? "" : "; see kiv-sandbox --help";
+        EXPECT_EQ(outcome.errors, "kiv-sandbox: " + line + advice + "\n");
     }
 }
 
@@ -205,11 +189,9 @@ TEST(SandboxTest, CommandHasTheOpenFilesOfItsCaller)
 
 TEST(SandboxTest, FeatureFileSaysWhatWasAskedFor)
 {
-    const std::vector<std::string> show = {"--", "sh", "-c", "cat \"$KIV_SYSTEM_INFO_FILE\""};
     const std::string head = "[com.molvane/featureconf]\n";
-    const auto shown = [&](std::vector<std::string> options) {
-        options.insert(options.end(), show.begin(), show.end());
-        return RunSandbox(options).output;
+    const auto shown = [](std::vector<std::string> options) {
+        return RunScript("cat \"$KIV_SYSTEM_INFO_FILE\"", std::move(options)).output;
     };
 
     EXPECT_EQ(shown({}), head + "kiv_multi_ch_support=true\n");
@@ -224,16 +206,15 @@ TEST(SandboxTest, RecordsAreThoseOfTheSimulatorUnlessTheCallerKnowsOthers)
     EXPECT_NE(nodes.find("Living room left   KIV01  Shelf      02:4b:49:56:00:01  192.168.0.21"), std::string::npos)
         << nodes;
 
-    const std::vector<std::string> show = {"--", "sh", "-c", "echo $KIV_LAYOUT"};
     setenv("KIV_LAYOUT", "mine.json", 1);
-    EXPECT_EQ(RunSandbox(show).output, "mine.json\n");
+    EXPECT_EQ(RunScript("echo $KIV_LAYOUT").output, "mine.json\n");
 
     const ScratchDirectory scratch;
     const fs::path layout = scratch.Path() / "layout.json";
     std::ofstream(layout) << "{}";
-    std::vector<std::string> words = {"--layout", fs::relative(layout)};
-    words.insert(words.end(), show.begin(), show.end());
-    EXPECT_EQ(RunSandbox(words).output, (fs::current_path() / fs::relative(layout)).string() + "\n");
+    EXPECT_EQ(
+        RunScript("echo $KIV_LAYOUT", {"--layout", fs::relative(layout)}).output,
+        (fs::current_path() / fs::relative(layout)).string() + "\n");
 }
 
 TEST(SandboxTest, TheServerRunsBeforeTheCommand)
@@ -270,11 +251,6 @@ TEST(SandboxTest, NoServerMeansNone)
     const Sandbox sandbox("read line", {"--no-server"});
 
     EXPECT_EQ(Ping(Connection(sandbox.Address()), kServer), "org.freedesktop.DBus.Error.ServiceUnknown");
-    for (const std::string option : {"--start", "--lazy"}) {
-        const Outcome both = RunSandbox({"--no-server", option, "--", "true"});
-        EXPECT_EQ(both.exitCode, 125);
-        EXPECT_EQ(both.errors, "kiv-sandbox: " + option + " excludes --no-server; see kiv-sandbox --help\n");
-    }
 }
 
 TEST(SandboxTest, SimulatorGetsItsOptions)
@@ -391,10 +367,8 @@ TEST(SandboxTest, TraceAllPrintsTheHousekeepingToo)
 
 TEST(SandboxTest, TraceBeginsWithTheCommand)
 {
-    const std::vector<std::string> stop = {"--", "env", "KIV_LOG_LEVEL=none", KIVCTL, "stop", "--type", "7"};
-    const auto trace = [&stop](std::vector<std::string> options) {
-        options.insert(options.end(), stop.begin(), stop.end());
-        return RunSandbox(options).errors;
+    const auto trace = [](std::vector<std::string> options) {
+        return RunScript("kivctl stop --type 7", std::move(options)).errors;
     };
     const std::string ownsName = "RequestName('org.lumra.tv.networkspeaker.server'";
 

@@ -15,6 +15,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kiv::sandbox::scenario_test {
@@ -22,40 +23,32 @@ namespace kiv::sandbox::scenario_test {
 namespace {
 
 constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
-constexpr auto kControl = "kiv-sandbox control: ";
+const std::string kControl = "kiv-sandbox control: ";
 
-// Returns a script in which "kivctl" and "control" run the tested programs, "watch" subscribes to events, and "event"
-// prints the next one.
-std::string Script(const std::string& script)
-{
-    return "export KIV_LOG_LEVEL=none\n"
-           "kivctl() { " KIVCTL " \"$@\"; }\n"
-           "control() { " KIV_SANDBOX " control \"$@\"; }\n"
-           "watch() {\n"
-           "    events=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/events\n"
-           "    mkfifo \"$events\"\n"
-           "    kivctl monitor >\"$events\" 2>&1 &\n"
-           "    exec 3<\"$events\"\n"
-           "    # On a busy machine, the monitor first says what it waits for.\n"
-           "    until case $ready in *': ready, '*) true ;; *) false ;; esac; do read ready <&3; done\n"
-           "}\n"
-           "event() {\n"
-           "    while read line <&3; do\n"
-           "        case $line in *' event '*) echo \"${line#* }\"; return ;; esac\n"
-           "    done\n"
-           "}\n" +
-           script;
-}
+// Shell functions: "watch" subscribes to events, and "event" prints the next one.
+const std::string kEventFunctions = "watch() {\n"
+                                    "    events=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/events\n"
+                                    "    mkfifo \"$events\"\n"
+                                    "    kivctl monitor >\"$events\" 2>&1 &\n"
+                                    "    exec 3<\"$events\"\n"
+                                    "    # On a busy machine, the monitor first says what it waits for.\n"
+                                    "    until case $ready in *': ready, '*) true ;; *) false ;; esac; do read ready <&3; done\n"
+                                    "}\n"
+                                    "event() {\n"
+                                    "    while read line <&3; do\n"
+                                    "        case $line in *' event '*) echo \"${line#* }\"; return ;; esac\n"
+                                    "    done\n"
+                                    "}\n";
 
-std::vector<std::string> WithScript(std::vector<std::string> options, const std::string& script)
+// Runs a script in a sandbox.
+Outcome InSandbox(const std::string& script, std::vector<std::string> options = {})
 {
-    options.insert(options.end(), {"--", "sh", "-c", Script(script)});
-    return options;
+    return RunScript(kEventFunctions + script, std::move(options));
 }
 
 std::string OutputIn(const std::string& scenario, const std::string& script)
 {
-    return RunSandbox(WithScript({"--scenario", scenario}, "exec 2>&1; " + script)).output;
+    return InSandbox("exec 2>&1; " + script, {"--scenario", scenario}).output;
 }
 
 // Returns the beginning of the message of a failed kivctl command.
@@ -182,15 +175,14 @@ TEST(ScenarioOptionTest, TakesAFileOrAName)
     const fs::path file = scratch.Path() / "one.json";
     std::ofstream(file) << R"({"home": {"settingMode": 79}})";
     EXPECT_THAT(OutputIn(file, "control show"), HasSubstr("\"settingMode\": 79"));
-    EXPECT_THAT(
-        RunSandbox(WithScript({"--scenario", "no-speakers"}, "control show")).output, HasSubstr("\"speakers\": []"));
+    EXPECT_THAT(InSandbox("control show", {"--scenario", "no-speakers"}).output, HasSubstr("\"speakers\": []"));
 }
 
 TEST(ScenarioOptionTest, IsReadFromStdinOrAPipe)
 {
     const auto give = [](const std::string& scenario, const std::string& option) {
         const std::string script = "echo '" + scenario + "' | " KIV_SANDBOX " --scenario " + option;
-        return RunSandbox(WithScript({}, script + " -- " KIV_SANDBOX " control show"));
+        return InSandbox(script + " -- " KIV_SANDBOX " control show");
     };
     for (const std::string option : {"-", "/dev/stdin"}) {
         EXPECT_THAT(give(R"({"home": {"settingMode": 79}})", option).output, HasSubstr("\"settingMode\": 79"))
@@ -260,23 +252,23 @@ TEST(ScenarioOptionTest, TheFeatureOptionHasTheLastWord)
     const ScratchDirectory scratch;
     const fs::path file = scratch.Path() / "off.json";
     std::ofstream(file) << R"({"feature": "off"})";
-    EXPECT_EQ(RunSandbox(WithScript({"--scenario", file}, "kivctl stop")).exitCode, 3);
-    EXPECT_EQ(RunSandbox(WithScript({"--scenario", file, "--feature", "on"}, "kivctl stop")).exitCode, 0);
+    EXPECT_EQ(InSandbox("kivctl stop", {"--scenario", file}).exitCode, 3);
+    EXPECT_EQ(InSandbox("kivctl stop", {"--scenario", file, "--feature", "on"}).exitCode, 0);
 }
 
 TEST(ControlCommandTest, ChangesWhatTheSimulatorDoes)
 {
-    const Outcome outcome = RunSandbox(WithScript(
-        {}, "control fault StopNetworkSpeaker '{\"reply\": \"(9,)\"}'; kivctl stop\n"
-            "control fault StopNetworkSpeaker none; kivctl stop\n"
-            "control fault '*' '{\"error\": \"org.example.Bad\"}'; control clear-faults; kivctl stop --type 2\n"
-            "control atmos on; kivctl atmos; control atmos off; kivctl atmos\n"
-            "control away 200; kivctl stop --type 3\n"
-            "control apply surround-set; kivctl surround channels\n"
-            "echo '{\"home\": {\"surround\": false}}' | control apply -; kivctl surround channels\n"
-            "control exit; kivctl stop --type 4\n"
-            "control calls\n"
-            "control feature off; kivctl enabled\n"));
+    const Outcome outcome =
+        InSandbox("control fault StopNetworkSpeaker '{\"reply\": \"(9,)\"}'; kivctl stop\n"
+                  "control fault StopNetworkSpeaker none; kivctl stop\n"
+                  "control fault '*' '{\"error\": \"org.example.Bad\"}'; control clear-faults; kivctl stop --type 2\n"
+                  "control atmos on; kivctl atmos; control atmos off; kivctl atmos\n"
+                  "control away 200; kivctl stop --type 3\n"
+                  "control apply surround-set; kivctl surround channels\n"
+                  "echo '{\"home\": {\"surround\": false}}' | control apply -; kivctl surround channels\n"
+                  "control exit; kivctl stop --type 4\n"
+                  "control calls\n"
+                  "control feature off; kivctl enabled\n");
     EXPECT_THAT(outcome.errors, IsEmpty());
     const std::string answered = "the server answered ";
     EXPECT_THAT(
@@ -290,13 +282,12 @@ TEST(ControlCommandTest, ChangesWhatTheSimulatorDoes)
 
 TEST(ControlCommandTest, ChangesAndAwaitsWhatAPersonAtASpeakerDoes)
 {
-    const Outcome outcome = RunSandbox(WithScript(
-        {}, "control volume 02:4b:49:56:00:01 44; control show --text | head -n 2\n"
-            "control await-change --text & waiting=$!\n"
-            "while kill -0 $waiting 2>/dev/null; do\n"
-            "  control plug 02:4b:49:56:00:03 off; control plug 02:4b:49:56:00:03 on\n"
-            "done\n"
-            "wait $waiting; echo $?\n"));
+    const Outcome outcome = InSandbox("control volume 02:4b:49:56:00:01 44; control show --text | head -n 2\n"
+                                      "control await-change --text & waiting=$!\n"
+                                      "while kill -0 $waiting 2>/dev/null; do\n"
+                                      "  control plug 02:4b:49:56:00:03 off; control plug 02:4b:49:56:00:03 on\n"
+                                      "done\n"
+                                      "wait $waiting; echo $?\n");
     EXPECT_THAT(outcome.errors, IsEmpty());
     EXPECT_THAT(outcome.output, HasSubstr("volume 44"));
     EXPECT_THAT(outcome.output, HasSubstr("Subwoofer"));
@@ -305,26 +296,26 @@ TEST(ControlCommandTest, ChangesAndAwaitsWhatAPersonAtASpeakerDoes)
 
 TEST(ControlCommandTest, PushesEvents)
 {
-    const Outcome outcome = RunSandbox(WithScript({}, "watch; control event 0x01020304 '05 06'; event"));
+    const Outcome outcome = InSandbox("watch; control event 0x01020304 '05 06'; event");
     EXPECT_EQ(outcome.output, "event 0x01020304, length 2: 05 06\n");
 }
 
 TEST(ControlCommandTest, SaysThatAnEventReachesNobody)
 {
-    const Outcome outcome = RunSandbox(WithScript(
-        {}, "control event 0x7 && echo done; control payload '07' && echo done\n"
-            "watch; control event 0x7 && echo done; control away 3600000; control payload '07'"));
+    const Outcome outcome =
+        InSandbox("control event 0x7 && echo done; control payload '07' && echo done\n"
+                  "watch; control event 0x7 && echo done; control away 3600000; control payload '07'");
     EXPECT_EQ(outcome.output, "done\ndone\ndone\n");
-    const std::string note = kControl + std::string("the server knows no client; nobody was told\n");
+    const std::string note = kControl + "the server knows no client; nobody was told\n";
     EXPECT_EQ(outcome.errors, note + note + note);
 }
 
 TEST(ControlCommandTest, SaysWhichClientGivesNoAnswer)
 {
-    const Outcome outcome = RunSandbox(WithScript(
-        {}, "watch; monitor=$(control show | sed -n 's/.*\"pid\": \\([0-9]*\\).*/\\1/p'); kill -STOP $monitor; control "
-            "atmos on & control event 0x7; echo $?; wait $!; echo $?\n"
-            "kill -CONT $monitor"));
+    const Outcome outcome = InSandbox(
+        "watch; monitor=$(control show | sed -n 's/.*\"pid\": \\([0-9]*\\).*/\\1/p'); kill -STOP $monitor; control "
+        "atmos on & control event 0x7; echo $?; wait $!; echo $?\n"
+        "kill -CONT $monitor");
     EXPECT_EQ(outcome.output, "1\n1\n");
     EXPECT_THAT(
         outcome.errors, MatchesRegex("(kiv-sandbox control: client tv_[0-9]+ gave no answer within 20 s\n){2}"));
@@ -337,45 +328,40 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
     std::ofstream(file) << "{\n\"colour\": 1}";
     const std::map<std::string, std::string> complaints = {
         {"apply " + file.string(), kControl + file.string() + ":2: /colour: there is no such key; known are "},
-        {"apply suround-set", kControl + std::string("there is no scenario and no file \"suround-set\"; did you mean")},
-        {"apply - </dev/zero", kControl + std::string("stdin: must be a file of at most 16 MiB, got more")},
-        {"fault StopNetworkSpeaker '{'", kControl + std::string("FAULT:1:2: syntax error")},
+        {"apply suround-set", kControl + "there is no scenario and no file \"suround-set\"; did you mean"},
+        {"apply - </dev/zero", kControl + "stdin: must be a file of at most 16 MiB, got more"},
+        {"fault StopNetworkSpeaker '{'", kControl + "FAULT:1:2: syntax error"},
         {"fault StopNetworkSpeaker '{delay: 2}'", "must be in double quotes, such as '{\"delay\": 500}'\n"},
-        {"fault StopNetworkSpeaker 7", kControl + std::string("FAULT:1: must be an object, got 7")},
+        {"fault StopNetworkSpeaker 7", kControl + "FAULT:1: must be an object, got 7"},
         {"fault StopNetworkSpeaker '{\"delay\": \"x\"}'",
          "/delay: must be a whole number from 0 to 2147483647, got \"x\""},
-        {"fault StopNetworkSpeaker '{}'", kControl + std::string("a fault must have one of the keys error, ")},
+        {"fault StopNetworkSpeaker '{}'", kControl + "a fault must have one of the keys error, "},
         {"fault StopNetworkSpeaker",
-         kControl +
-             std::string("FAULT must be JSON such as '{\"delay\": 500}', or none, got nothing; its keys are append, ")},
+         kControl + "FAULT must be JSON such as '{\"delay\": 500}', or none, got nothing; its keys are append, "},
         {"fault StopNetworkSpeeker '{\"exit\": true}'",
          "no method \"StopNetworkSpeeker\"; did you mean StopNetworkSpeaker?"},
         {"fault StopNetworkSpeaker '{\"reply\": \"(1, \"}'",
-         kControl + std::string("\"reply\" must be a value in GVariant text form, got \"(1, \": ")},
-        {"fault Nonsense none", kControl + std::string("the server has no method \"Nonsense\"")},
-        {"feature perhaps", kControl + std::string("STATE: must be one of on, off, absent, got \"perhaps\"")},
-        {"event 7x",
-         kControl + std::string("ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got \"7x\"")},
+         kControl + "\"reply\" must be a value in GVariant text form, got \"(1, \": "},
+        {"fault Nonsense none", kControl + "the server has no method \"Nonsense\""},
+        {"feature perhaps", kControl + "STATE: must be one of on, off, absent, got \"perhaps\""},
+        {"event 7x", kControl + "ID must be in hexadecimal from 0x0 to 0xffffffff, such as 0x02020028, got \"7x\""},
         {"event 0x10000000000", "from 0x0 to 0xffffffff, such as 0x02020028, got \"0x10000000000\""},
-        {"event 0x7 5", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"5\"")},
-        {"payload zz", kControl + std::string("BYTES must be in hexadecimal such as \"01 ff\", got \"zz\"")},
-        {"away -1", kControl + std::string("MILLISECONDS: must be an integer from 0 to 2147483647, got \"-1\"; see")},
-        {"volume 02:4b:49:56:00:01 101",
-         kControl + std::string("VOLUME: must be an integer from 0 to 100, got \"101\"")},
-        {"volume 02:4b:49:56:00:77 1",
-         kControl + std::string("no connected speaker has the MAC address 02:4b:49:56:00:77")},
-        {"plug zebra off",
-         kControl + std::string(R"(MAC must be a MAC address such as 02:4b:49:56:00:01, got "zebra")")},
-        {"payloads ff many", kControl + std::string("COUNT: must be an integer from 0 to 2147483647, got \"many\"")},
-        {"show --txt", kControl + std::string("unknown option --txt; did you mean --text?\n")},
-        {"show all", kControl + std::string("unexpected argument \"all\"; see kiv-sandbox control show --help\n")},
-        {"away", kControl + std::string("MILLISECONDS is required; see kiv-sandbox control away --help\n")},
-        {"atmos perhaps", kControl + std::string("STATE: must be one of on, off, got \"perhaps\"")},
-        {"clear-fualts", kControl + std::string("unknown command clear-fualts; did you mean clear-faults?")},
-        {"", kControl + std::string("no command given; see kiv-sandbox control --help\n")},
+        {"event 0x7 5", kControl + "BYTES must be in hexadecimal such as \"01 ff\", got \"5\""},
+        {"payload zz", kControl + "BYTES must be in hexadecimal such as \"01 ff\", got \"zz\""},
+        {"away -1", kControl + "MILLISECONDS: must be an integer from 0 to 2147483647, got \"-1\"; see"},
+        {"volume 02:4b:49:56:00:01 101", kControl + "VOLUME: must be an integer from 0 to 100, got \"101\""},
+        {"volume 02:4b:49:56:00:77 1", kControl + "no connected speaker has the MAC address 02:4b:49:56:00:77"},
+        {"plug zebra off", kControl + R"(MAC must be a MAC address such as 02:4b:49:56:00:01, got "zebra")"},
+        {"payloads ff many", kControl + "COUNT: must be an integer from 0 to 2147483647, got \"many\""},
+        {"show --txt", kControl + "unknown option --txt; did you mean --text?\n"},
+        {"show all", kControl + "unexpected argument \"all\"; see kiv-sandbox control show --help\n"},
+        {"away", kControl + "MILLISECONDS is required; see kiv-sandbox control away --help\n"},
+        {"atmos perhaps", kControl + "STATE: must be one of on, off, got \"perhaps\""},
+        {"clear-fualts", kControl + "unknown command clear-fualts; did you mean clear-faults?"},
+        {"", kControl + "no command given; see kiv-sandbox control --help\n"},
     };
     for (const auto& [command, complaint] : complaints) {
-        const Outcome outcome = RunSandbox(WithScript({}, "control " + command));
+        const Outcome outcome = InSandbox("control " + command);
         EXPECT_EQ(outcome.exitCode, 2) << command;
         EXPECT_THAT(outcome.errors, HasSubstr(complaint)) << command;
     }
@@ -383,29 +369,28 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
 
 TEST(ControlCommandTest, NeedsASandboxWithASimulator)
 {
-    const Outcome none = RunSandbox(WithScript({"--no-server"}, "control show"));
+    const Outcome none = InSandbox("control show", {"--no-server"});
     EXPECT_EQ(none.exitCode, 1);
-    EXPECT_THAT(
-        none.errors, StartsWith(kControl + std::string("no simulator runs, and none can be started: The name ")));
-    const Outcome outside = RunSandbox(WithScript({}, "unset DBUS_SYSTEM_BUS_ADDRESS; control show"));
+    EXPECT_THAT(none.errors, StartsWith(kControl + "no simulator runs, and none can be started: The name "));
+    const Outcome outside = InSandbox("unset DBUS_SYSTEM_BUS_ADDRESS; control show");
     EXPECT_EQ(outside.exitCode, 1);
-    EXPECT_EQ(outside.errors, kControl + std::string("not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set\n"));
+    EXPECT_EQ(outside.errors, kControl + "not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set\n");
 }
 
 TEST(ControlCommandTest, TakesASimulatorThatTheBusCannotStart)
 {
-    const Outcome outcome = RunSandbox(WithScript(
-        {"--no-server"}, "fifo=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/ready; mkfifo \"$fifo\"\n" KIV_SIMULATOR
-                         " --ready-fd 3 3>\"$fifo\" &\n"
-                         "read ready <\"$fifo\"; control atmos on; kivctl atmos"));
+    const Outcome outcome = InSandbox(
+        "fifo=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/ready; mkfifo \"$fifo\"\n" KIV_SIMULATOR
+        " --ready-fd 3 3>\"$fifo\" &\n"
+        "read ready <\"$fifo\"; control atmos on; kivctl atmos",
+        {"--no-server"});
     EXPECT_EQ(outcome.output, "supported\n");
     EXPECT_THAT(outcome.errors, IsEmpty());
 }
 
 TEST(ControlCommandTest, ReachesTheSimulatorWhileTheServerIsAway)
 {
-    const Outcome outcome =
-        RunSandbox(WithScript({}, "control away 3600000; control atmos on; control away 0; kivctl atmos"));
+    const Outcome outcome = InSandbox("control away 3600000; control atmos on; control away 0; kivctl atmos");
     EXPECT_EQ(outcome.output, "supported\n");
     EXPECT_THAT(outcome.errors, IsEmpty());
 }
@@ -472,14 +457,14 @@ TEST(ControlCommandTest, HasTheMethodsOfTheControlByTheirNames)
 TEST(ControlCommandTest, ShowsHomeClientsAndFaults)
 {
     const std::string give = "control fault StopNetworkSpeaker '{\"reply\": \"(9,)\", \"every\": 2}'\n";
-    const auto faults = nlohmann::json::parse(RunSandbox(WithScript({}, give + "control show")).output).at("faults");
+    const auto faults = nlohmann::json::parse(InSandbox(give + "control show").output).at("faults");
     EXPECT_EQ(faults, (nlohmann::json{{"StopNetworkSpeaker", {{"reply", "(9,)"}, {"every", 2}}}}));
 
-    const std::string text = RunSandbox(WithScript({}, give + "watch; control show --text")).output;
+    const std::string text = InSandbox(give + "watch; control show --text").output;
     EXPECT_THAT(text, StartsWith("Home\n  Living room left  Living room 02:4b:49:56:00:01 network volume 20\n"));
     EXPECT_THAT(text, HasSubstr("\nClients\n  tv_"));
     EXPECT_THAT(text, HasSubstr("\nFaults\n  StopNetworkSpeaker            {\"every\":2,\"reply\":\"(9,)\"}\n"));
-    EXPECT_EQ(RunSandbox(WithScript({}, "control show --json --text")).exitCode, 2);
+    EXPECT_EQ(InSandbox("control show --json --text").exitCode, 2);
 }
 
 TEST(ControlCommandTest, ShowsLongNamesInColumns)
@@ -490,7 +475,7 @@ TEST(ControlCommandTest, ShowsLongNamesInColumns)
         R"({"name": "Speaker beside the bookshelf", "mac": "02:00:00:00:00:02"}]},)"
         R"("faults": {"StartNetworkSpeakerGroupByMobile": {"delay": 1}, "DisableSurround": {"delay": 1}}})";
     const std::string apply = "cat <<'END' | control apply -\n" + home + "\nEND\n";
-    const std::string text = RunSandbox(WithScript({}, apply + "watch; control show --text")).output;
+    const std::string text = InSandbox(apply + "watch; control show --text").output;
     EXPECT_THAT(
         text, StartsWith(
                   "Home\n"
@@ -508,22 +493,20 @@ TEST(ControlCommandTest, ShowsNamesWithoutControlCharactersAsText)
     const std::string speaker =
         R"({"home": {"speakers": [{"name": "a\nHome\u001b[31m", "mac": "02:00:00:00:00:01"}]}})";
     const std::string apply = "cat <<'END' | control apply -\n" + speaker + "\nEND\n";
-    EXPECT_THAT(RunSandbox(WithScript({}, apply + "control show --text")).output, StartsWith("Home\n  a?Home?[31m "));
+    EXPECT_THAT(InSandbox(apply + "control show --text").output, StartsWith("Home\n  a?Home?[31m "));
 }
 
 TEST(ControlCommandTest, ShowsInWordsWhoPlaysAndInWhichMode)
 {
     const std::string show = "; control show --text";
     EXPECT_THAT(
-        RunSandbox(WithScript({}, "kivctl start 02:4b:49:56:00:03 02:4b:49:56:00:01 >&2" + show)).output,
+        InSandbox("kivctl start 02:4b:49:56:00:03 02:4b:49:56:00:01 >&2" + show).output,
         AllOf(
             HasSubstr("\n  Playing           Living room left, Subwoofer\n"),
             HasSubstr("\n  Setting mode      80 (surround)\n"),
             HasSubstr("\n  Settings screen   mode 80 (surround)\n")));
     EXPECT_THAT(
-        RunSandbox(
-            WithScript({}, "echo '{\"home\": {\"settingMode\": 81, \"tavrinUiMode\": 7}}' | control apply -" + show))
-            .output,
+        InSandbox("echo '{\"home\": {\"settingMode\": 81, \"tavrinUiMode\": 7}}' | control apply -" + show).output,
         AllOf(
             HasSubstr("\n  Playing           none\n"), HasSubstr("\n  Setting mode      81 (multiroom)\n"),
             HasSubstr("\n  Settings screen   mode 7\n"), EndsWith("\nClients\n  none\nFaults\n  none\n")));
@@ -531,8 +514,8 @@ TEST(ControlCommandTest, ShowsInWordsWhoPlaysAndInWhichMode)
 
 TEST(ControlCommandTest, TellsTheCallsAsJsonAndForgetsThem)
 {
-    const Outcome outcome = RunSandbox(WithScript(
-        {}, "kivctl stop --type 1 >&2; control forget-calls; kivctl stop --type 3 >&2; control calls --json"));
+    const Outcome outcome =
+        InSandbox("kivctl stop --type 1 >&2; control forget-calls; kivctl stop --type 3 >&2; control calls --json");
     const auto calls = nlohmann::json::parse(outcome.output);
     ASSERT_FALSE(calls.empty());
     EXPECT_EQ(calls.front().at("number"), 1);
@@ -543,14 +526,14 @@ TEST(ControlCommandTest, TellsTheCallsAsJsonAndForgetsThem)
 
 TEST(ControlCommandTest, ReachesClients)
 {
-    const Outcome outcome = RunSandbox(WithScript(
-        {}, "watch; id=$(control show | sed -n 's/.*\"id\": \"\\(tv_.*\\)\".*/\\1/p')\n"
-            "control event 0x7 '05' --client \"$id\"; event\n"
-            "control payload '08 00 00 00 00 00 00 00' --client \"$id\"; event\n"
-            "control payloads '09 00 00 00 00 00 00 00' 3; event; event; event\n"
-            "control call-client \"$id\" nam_notify_subscriber '([byte 10, 0, 0, 0, 0, 0, 0, 0],)'; event\n"
-            "control event 0x7 --client tv_0 || echo $?\n"
-            "control call-client tv_0 x || echo $?\n"));
+    const Outcome outcome =
+        InSandbox("watch; id=$(control show | sed -n 's/.*\"id\": \"\\(tv_.*\\)\".*/\\1/p')\n"
+                  "control event 0x7 '05' --client \"$id\"; event\n"
+                  "control payload '08 00 00 00 00 00 00 00' --client \"$id\"; event\n"
+                  "control payloads '09 00 00 00 00 00 00 00' 3; event; event; event\n"
+                  "control call-client \"$id\" nam_notify_subscriber '([byte 10, 0, 0, 0, 0, 0, 0, 0],)'; event\n"
+                  "control event 0x7 --client tv_0 || echo $?\n"
+                  "control call-client tv_0 x || echo $?\n");
     const std::string nine = "event 0x00000009, length 0\n";
     EXPECT_EQ(
         outcome.output, "event 0x00000007, length 1: 05\nevent 0x00000008, length 0\n3 answered\n" + nine + nine +
@@ -561,20 +544,22 @@ TEST(ControlCommandTest, ReachesClients)
 TEST(ControlCommandTest, GivesAndResetsTheClientId)
 {
     const std::string ids = "watch; control show | sed -n 's/.*\"id\": \"\\(den\\|tv_\\).*/\\1/p'";
-    EXPECT_EQ(RunSandbox(WithScript({}, "control client-id den; " + ids)).output, "den\n");
-    EXPECT_EQ(RunSandbox(WithScript({}, "control client-id den; control reset-client-id; " + ids)).output, "tv_\n");
+    EXPECT_EQ(InSandbox("control client-id den; " + ids).output, "den\n");
+    EXPECT_EQ(InSandbox("control client-id den; control reset-client-id; " + ids).output, "tv_\n");
 }
 
 TEST(ControlCommandTest, AwaitsTheServer)
 {
-    const Outcome outcome = RunSandbox(WithScript({}, "control away 300; control await-server; kivctl stop --type 3"));
+    const Outcome outcome = InSandbox("control away 300; control await-server; kivctl stop --type 3");
     EXPECT_EQ(outcome.output, "the server answered 3\n");
 }
 
 class RecordTest : public testing::Test {
 protected:
-    Outcome Record(const std::string& script) const { return RunSandbox(WithScript({"--record", file_}, script)); }
-    Outcome Replay(const std::string& script) const { return RunSandbox(WithScript({"--replay", file_}, script)); }
+    Outcome Record(const std::string& script) const { return InSandbox(script, {"--record", file_}); }
+    Outcome Replay(const std::string& script) const { return InSandbox(script, {"--replay", file_}); }
+
+    Outcome Strict(const std::string& script) const { return InSandbox(script, {"--strict", "--replay", file_}); }
 
     // Returns the partial files of recordings that are not finished.
     std::vector<fs::path> Parts() const
@@ -625,17 +610,14 @@ TEST_F(RecordTest, AReplayKnowsNothingOfTheHome)
 TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
 {
     Record("kivctl stop --type 3");
-    const auto strict = [this](const std::string& script) {
-        return RunSandbox(WithScript({"--strict", "--replay", file_}, script));
-    };
-    const Outcome same = strict("kivctl stop --type 3");
+    const Outcome same = Strict("kivctl stop --type 3");
     EXPECT_EQ(same.exitCode, 0);
     EXPECT_THAT(same.errors, IsEmpty());
 
-    const Outcome twice = strict("kivctl stop --type 3; kivctl stop --type 3; kivctl stop --type 4; true");
+    const Outcome twice = Strict("kivctl stop --type 3; kivctl stop --type 3; kivctl stop --type 4; true");
     EXPECT_EQ(twice.exitCode, 125);
     EXPECT_THAT(twice.errors, HasSubstr("kiv-sandbox: --strict: 2 calls were not in " + file_.string() + "\n"));
-    EXPECT_EQ(strict("kivctl stop --type 4; exit 5").exitCode, 5);
+    EXPECT_EQ(Strict("kivctl stop --type 4; exit 5").exitCode, 5);
 
     const Outcome lenient = Replay("kivctl stop --type 4; true");
     EXPECT_EQ(lenient.exitCode, 0);
@@ -646,11 +628,7 @@ TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
 {
     Record(
         "kivctl stop --type 3; kivctl start 02:4b:49:56:00:01; for i in 4 5 6 7 8 9; do kivctl stop --type $i; done");
-    const auto strict = [this](const std::string& script) {
-        return RunSandbox(WithScript({"--strict", "--replay", file_}, script));
-    };
-
-    const Outcome none = strict("true");
+    const Outcome none = Strict("true");
     EXPECT_EQ(none.exitCode, 125);
     EXPECT_THAT(
         none.errors,
@@ -661,13 +639,13 @@ TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
             Not(HasSubstr("check_dbus_connection"))));
 
     // A call counts as made, whatever its answer is.
-    const Outcome one = strict("control fault StopNetworkSpeaker '{\"reply\": \"(0,)\", \"count\": 1}'\n"
+    const Outcome one = Strict("control fault StopNetworkSpeaker '{\"reply\": \"(0,)\", \"count\": 1}'\n"
                                "for i in 3 4 5 6 7 8; do kivctl stop --type $i; done; kivctl start 02:4b:49:56:00:01");
     EXPECT_EQ(one.exitCode, 125);
     EXPECT_THAT(one.errors, HasSubstr("--strict: 1 call of " + file_.string() + " was not made:\n  line "));
     EXPECT_THAT(one.errors, ::testing::EndsWith(": StopNetworkSpeaker(9)\n"));
 
-    EXPECT_EQ(strict("exit 5").exitCode, 5);
+    EXPECT_EQ(Strict("exit 5").exitCode, 5);
     EXPECT_EQ(Replay("true").errors, "");
 }
 
@@ -676,7 +654,7 @@ TEST_F(RecordTest, StrictFailsForOtherArgumentsAlsoWhereAFaultAnswers)
     Record("kivctl stop --type 3");
     const auto strict = [this](const std::string& calls) {
         const std::string fault = "control fault StopNetworkSpeaker '{\"reply\": \"(0,)\"}'; ";
-        return RunSandbox(WithScript({"--strict", "--replay", file_}, fault + calls));
+        return InSandbox(fault + calls, {"--strict", "--replay", file_});
     };
     EXPECT_EQ(strict("kivctl stop --type 3; kivctl stop --type 3").exitCode, 0);
     const Outcome other = strict("kivctl stop --type 3; kivctl stop --type 4");
@@ -693,7 +671,7 @@ TEST_F(RecordTest, AReplayRefusesControlsThatItCannotHonour)
     const Outcome show = Replay("control show");
     EXPECT_EQ(show.exitCode, 2);
     EXPECT_EQ(
-        show.errors, kControl + ("the server replays " + file_.string()) + "; it has a home only without --replay\n");
+        show.errors, kControl + "the server replays " + file_.string() + "; it has a home only without --replay\n");
     EXPECT_EQ(Replay("control apply surround-set").exitCode, 2);
     EXPECT_EQ(Replay("control event 0x7").exitCode, 2);
     EXPECT_EQ(Replay("control feature off; kivctl stop").exitCode, 3);
@@ -741,7 +719,7 @@ TEST_F(RecordTest, ReplacesAnOlderRecordingThatHasEnded)
     fs::permissions(file_, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
     fs::create_symlink("recording", scratch_.Path() / "link");
 
-    RunSandbox(WithScript({"--record", scratch_.Path() / "link"}, "kivctl stop"));
+    InSandbox("kivctl stop", {"--record", scratch_.Path() / "link"});
 
     EXPECT_THAT(ReadFile(file_), HasSubstr("\"StopNetworkSpeaker\""));
     EXPECT_EQ(fs::status(file_).permissions(), fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
@@ -813,8 +791,7 @@ TEST_F(RecordTest, ARecordingWithoutCallsIsToldAndRefusedByStrict)
 TEST_F(RecordTest, GoesToAPipeToo)
 {
     EXPECT_THAT(
-        RunSandbox(WithScript({"--record", "/dev/stdout"}, "kivctl stop")).output,
-        HasSubstr("\"method\":\"StopNetworkSpeaker\""));
+        InSandbox("kivctl stop", {"--record", "/dev/stdout"}).output, HasSubstr("\"method\":\"StopNetworkSpeaker\""));
 }
 
 TEST_F(RecordTest, DoesNotReplaceWhatItReads)

@@ -64,7 +64,7 @@ protected:
         Signal(kDaemon, "NameOwnerChanged", g_variant_new("(sss)", name, oldOwner, newOwner));
     }
 
-    TraceFormatter formatter_{TraceFormatter::Housekeeping::Hidden};
+    TraceFormatter formatter_{TraceFormatter::Housekeeping::kHidden};
     Lines lines_;
     guint32 serial_ = 0;
 };
@@ -194,7 +194,7 @@ TEST_F(TraceFormatterTest, ShowsOtherTrafficOfTheDaemonAndLikeNamesOfOthers)
 
 TEST_F(TraceFormatterTest, ShowsHousekeepingOnRequest)
 {
-    formatter_ = TraceFormatter(TraceFormatter::Housekeeping::Shown);
+    formatter_ = TraceFormatter(TraceFormatter::Housekeeping::kShown);
     Answer(Call(":1.3", kDaemon, "Hello"), kDaemon);
     Signal(kDaemon, "NameLost", g_variant_new("(s)", ":1.3"));
 

@@ -5,7 +5,6 @@
 
 #include <fstream>
 #include <map>
-#include <sstream>
 
 namespace kiv::simulator {
 namespace {
@@ -16,10 +15,7 @@ using ::testing::IsEmpty;
 
 class ProgramTest : public SimulatorTest {
 protected:
-    Program Run(std::vector<std::string> arguments)
-    {
-        return Program(std::move(arguments), bus_.Directory() / "errors");
-    }
+    Program Run(const std::vector<std::string>& arguments) { return {arguments, bus_.Directory() / "errors"}; }
 
     void ExpectBadScenario(const std::string& scenario, const std::string& reason)
     {
@@ -72,13 +68,6 @@ TEST_F(ProgramTest, EndsQuietlyWithTheBus)
     EXPECT_THAT(program_->Errors(), IsEmpty());
 }
 
-TEST_F(ProgramTest, TellsWrongArgumentsByItsName)
-{
-    Program program = Run({"--nonsense"});
-    program.ExitCode();
-    EXPECT_EQ(program.Errors(), "kiv-simulator: unknown option --nonsense; see kiv-simulator --help\n");
-}
-
 TEST_F(ProgramTest, TellsItsVersion)
 {
     sandbox::Child program({KIV_SIMULATOR, "--version"});
@@ -86,27 +75,24 @@ TEST_F(ProgramTest, TellsItsVersion)
     EXPECT_EQ(program.WaitForEnd(), 0);
 }
 
-TEST_F(ProgramTest, RefusesBadArguments)
+TEST_F(ProgramTest, SaysWhatIsWrongWithItsArguments)
 {
-    EXPECT_EQ(Run({"--nonsense"}).ExitCode(), 2);
-    EXPECT_EQ(Run({"--ready-fd", "x"}).ExitCode(), 2);
-    EXPECT_EQ(Run({"--ready-fd"}).ExitCode(), 2);
-    std::filesystem::remove(bus_.Directory() / "errors");
-    Program both = Run({"--replay", "/dev/null", "--scenario", "/dev/null"});
-    EXPECT_EQ(both.ExitCode(), 2);
-    EXPECT_EQ(both.Errors(), "kiv-simulator: --scenario excludes --replay; see kiv-simulator --help\n");
-}
-
-TEST_F(ProgramTest, TellsWhatAnArgumentMustBe)
-{
-    for (const std::string value : {"x", "-1", "3x", "2147483648"}) {
+    const std::string mustBe = "--ready-fd: must be an integer from 0 to 2147483647, got ";
+    const std::map<std::string, std::vector<std::string>> reasons = {
+        {"unknown option --nonsense", {"--nonsense"}},
+        {"--scenario excludes --replay", {"--replay", "/dev/null", "--scenario", "/dev/null"}},
+        {mustBe + "\"x\"", {"--ready-fd", "x"}},
+        {mustBe + "\"-1\"", {"--ready-fd=-1"}},
+        {mustBe + "\"3x\"", {"--ready-fd=3x"}},
+        {mustBe + "\"2147483648\"", {"--ready-fd=2147483648"}},
+    };
+    for (const auto& [reason, arguments] : reasons) {
         std::filesystem::remove(bus_.Directory() / "errors");
-        Program program = Run({"--ready-fd=" + value});
-        program.ExitCode();
-        EXPECT_EQ(
-            program.Errors(), "kiv-simulator: --ready-fd: must be an integer from 0 to 2147483647, got \"" + value +
-                                  "\"; see kiv-simulator --help\n");
+        Program program = Run(arguments);
+        EXPECT_EQ(program.ExitCode(), 2) << reason;
+        EXPECT_EQ(program.Errors(), "kiv-simulator: " + reason + "; see kiv-simulator --help\n");
     }
+    EXPECT_EQ(Run({"--ready-fd"}).ExitCode(), 2);
 }
 
 TEST_F(ProgramTest, PrintsCallsAndPushes)
@@ -208,14 +194,10 @@ TEST_F(ProgramTest, WritesTheFeatureWhenToldTo)
              {"on", head + "kiv_multi_ch_support=true\n"},
              {"absent", head}}) {
         EXPECT_EQ(Control("Apply", "('{\"feature\": \"" + feature + "\"}',)"), "()");
-        std::ostringstream written;
-        written << std::ifstream(file).rdbuf();
-        EXPECT_EQ(written.str(), text);
+        EXPECT_EQ(sandbox::ReadFile(file), text);
     }
     EXPECT_EQ(Control("Feature", "('on',)"), "()");
-    std::ostringstream on;
-    on << std::ifstream(file).rdbuf();
-    EXPECT_EQ(on.str(), head + "kiv_multi_ch_support=true\n");
+    EXPECT_EQ(sandbox::ReadFile(file), head + "kiv_multi_ch_support=true\n");
     EXPECT_THAT(Control("Feature", "('perhaps',)"), HasSubstr("must be one of on, off, absent, got \"perhaps\""));
 }
 

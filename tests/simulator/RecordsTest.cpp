@@ -236,19 +236,12 @@ TEST(RecordsTest, SoundbarPayloads)
 {
     const Bytes address = Writer().Append(SpeakerMac(0xb0)).Int32(7).Written();
 
-    const auto setting = ReadSoundModeSetting(Joined({address, {1, 2, 3}}));
+    const auto setting = ReadSoundbarSetting(Joined({address, {1, 2, 3}}));
     ASSERT_TRUE(setting);
     EXPECT_EQ(setting->mac, SpeakerMac(0xb0));
     EXPECT_THAT(setting->data, ElementsAre(1, 2, 3));
-    EXPECT_THAT(ReadSoundModeSetting(address)->data, SizeIs(0));
-    EXPECT_FALSE(ReadSoundModeSetting(Bytes(9)));
-
-    const auto support = ReadSoundModeSupport(Joined({address, {0xfe, 0xff, 0xff, 0xff}}));
-    ASSERT_TRUE(support);
-    EXPECT_EQ(support->mac, SpeakerMac(0xb0));
-    EXPECT_EQ(support->supported, -2);
-    EXPECT_FALSE(ReadSoundModeSupport(Bytes(13)));
-    EXPECT_FALSE(ReadSoundModeSupport(Bytes(15)));
+    EXPECT_THAT(ReadSoundbarSetting(address)->data, SizeIs(0));
+    EXPECT_FALSE(ReadSoundbarSetting(Bytes(9)));
 
     EXPECT_EQ(ReadMac({0x02, 0x4b, 0x49, 0x56, 0x00, 0xb0}), SpeakerMac(0xb0));
     EXPECT_FALSE(ReadMac(Bytes(5)));

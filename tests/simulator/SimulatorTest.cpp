@@ -3,22 +3,16 @@
 #include "simulator/Interfaces.h"
 #include "support/Wait.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <condition_variable>
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <mutex>
 #include <set>
-#include <sstream>
-#include <stdexcept>
 #include <utility>
 
 namespace kiv::simulator {
@@ -26,12 +20,6 @@ namespace kiv::simulator {
 namespace {
 
 constexpr int kPatienceMs = std::chrono::milliseconds(test::kPatience).count();
-
-std::string Text(GVariant* value)
-{
-    const std::unique_ptr<char, decltype(&g_free)> text(g_variant_print(value, FALSE), g_free);
-    return text.get();
-}
 
 ObjectRef<GDBusMessage> NewCall(
     const char* name, const char* path, const char* interface, const std::string& method, const std::string& arguments)
@@ -49,14 +37,7 @@ std::string Outcome(GDBusMessage* reply)
         return fmt::format("error {}: {}", g_dbus_message_get_error_name(reply), error->message);
     }
     GVariant* body = g_dbus_message_get_body(reply);
-    return body == nullptr ? "()" : Text(body);
-}
-
-Bytes Content(GVariant* byteArray)
-{
-    std::size_t size = 0;
-    const auto* data = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(byteArray, &size, 1));
-    return {data, data + size};
+    return body == nullptr ? "()" : TakeText(g_variant_print(body, FALSE));
 }
 
 // Gets a message before GIO does. Returns whether GIO is to ignore it.
@@ -80,79 +61,27 @@ void OnIncoming(GDBusConnection* connection, Filter filter)
 
 } // namespace
 
-Variant Value(const std::string& text)
+namespace {
+
+// Returns a command of the simulator that appends its stderr to a file, which can be read while the simulator runs.
+std::vector<std::string> Command(const std::vector<std::string>& arguments, const std::filesystem::path& errorFile)
 {
-    g_autoptr(GError) error = nullptr;
-    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
-    if (value == nullptr) {
-        throw std::runtime_error(fmt::format("{}: {}", text, error->message));
-    }
-    return Own(value);
+    std::vector<std::string> words = {"sh", "-c", R"(exec "$@" 2>>"$0")", errorFile, KIV_SIMULATOR, "--ready-fd", "1"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
 }
 
-Program::Program(std::vector<std::string> arguments, const std::filesystem::path& errorFile) : errorFile_(errorFile)
-{
-    int ready[2];
-    if (pipe2(ready, O_CLOEXEC) != 0) {
-        throw std::runtime_error("no pipe");
-    }
-    constexpr int kReadyFd = 3;
-    arguments.insert(arguments.begin(), {KIV_SIMULATOR, "--ready-fd", std::to_string(kReadyFd)});
-    std::vector<char*> argv;
-    argv.reserve(arguments.size() + 1);
-    for (std::string& argument : arguments) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
-    const int errors = open(errorFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+} // namespace
 
-    pid_ = fork();
-    if (pid_ == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        dup2(errors, STDERR_FILENO);
-        // The descriptor is duplicated twice, because one that is duplicated onto itself would stay close-on-exec.
-        dup2(fcntl(ready[1], F_DUPFD_CLOEXEC, kReadyFd + 1), kReadyFd);
-        execv(KIV_SIMULATOR, argv.data());
-        _exit(127);
-    }
-    close(ready[1]);
-    close(errors);
-    ready_ = ready[0];
-}
-
-Program::~Program()
+Program::Program(const std::vector<std::string>& arguments, const std::filesystem::path& errorFile)
+    : errorFile_(errorFile), child_(Command(arguments, errorFile))
 {
-    close(ready_);
-    if (pid_ > 0) {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-}
-
-std::string Program::Ready() const
-{
-    std::string text;
-    char byte = 0;
-    for (;;) {
-        test::WaitUntilReadable("the simulator to say that it is ready", ready_);
-        if (read(ready_, &byte, 1) != 1) {
-            return text;
-        }
-        text += byte;
-    }
 }
 
 int Program::ExitCode()
 {
-    const int status = test::WaitForExit("the simulator to end", std::exchange(pid_, 0));
+    const int status = child_.WaitForEnd();
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-std::string Program::Errors() const
-{
-    std::ostringstream text;
-    text << std::ifstream(errorFile_).rdbuf();
-    return text.str();
 }
 
 struct FakeClient::Record {
@@ -168,7 +97,8 @@ struct FakeClient::Record {
     {
         const std::lock_guard lock(mutex);
         GVariant* body = g_dbus_message_get_body(call);
-        calls.push_back(g_dbus_message_get_member(call) + (body == nullptr ? "()" : Text(body)));
+        const std::string arguments = body == nullptr ? "()" : TakeText(g_variant_print(body, FALSE));
+        calls.push_back(g_dbus_message_get_member(call) + arguments);
         if (calls.back().starts_with("nam_notify_subscriber")) {
             payloads.push_back(Own(g_variant_get_child_value(body, 0)));
             arrivals.emplace_back("event");
@@ -241,7 +171,7 @@ std::vector<Bytes> FakeClient::Payloads(std::size_t atLeast) const
     });
     std::vector<Bytes> payloads;
     for (const Variant& array : record_->payloads) {
-        payloads.push_back(Content(array.get()));
+        payloads.push_back(BytesOf(array.get()));
     }
     return payloads;
 }
@@ -283,9 +213,9 @@ SimulatorTest::SimulatorTest() : answers_(std::make_shared<Answers>())
     });
 }
 
-void SimulatorTest::Start(std::vector<std::string> arguments)
+void SimulatorTest::Start(const std::vector<std::string>& arguments)
 {
-    program_.emplace(std::move(arguments), bus_.Directory() / "errors");
+    program_.emplace(arguments, bus_.Directory() / "errors");
     ASSERT_EQ(program_->Ready(), "ready\n") << program_->Errors();
 }
 
@@ -362,7 +292,7 @@ std::optional<Bytes> AnsweredBytes(const std::string& answer)
     if (parsed == nullptr) {
         return std::nullopt;
     }
-    return Content(Own(g_variant_get_child_value(Own(parsed).get(), 0)).get());
+    return BytesOf(Own(g_variant_get_child_value(Own(parsed).get(), 0)).get());
 }
 
 Mac SpeakerMac(std::uint8_t lastByte)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sandbox/Processes.h"
 #include "simulator/Glib.h"
 #include "simulator/Wire.h"
 #include "tools/sandbox/Connection.h"
@@ -8,8 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sys/types.h>
 
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,28 +19,27 @@
 namespace kiv::simulator {
 
 // Parses GVariant text.
-Variant Value(const std::string& text);
+inline Variant Value(const std::string& text)
+{
+    return ParseValue(text);
+}
 
 // A process of the simulator on the system bus of the environment.
 class Program {
 public:
-    explicit Program(std::vector<std::string> arguments, const std::filesystem::path& errorFile);
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-    ~Program();
+    Program(const std::vector<std::string>& arguments, const std::filesystem::path& errorFile);
 
     // Returns the output on the ready descriptor. Waits until the simulator closes it.
-    std::string Ready() const;
+    std::string Ready() { return child_.ReadOutput(); }
     // Waits for the end. Returns the exit code, or 128 and the signal if it was killed.
     int ExitCode();
     // Returns the output on stderr.
-    std::string Errors() const;
-    pid_t Pid() const { return pid_; }
+    std::string Errors() const { return sandbox::ReadFile(errorFile_); }
+    void Signal(int number) const { child_.Signal(number); }
 
 private:
-    pid_t pid_ = 0;
-    int ready_;
     std::filesystem::path errorFile_;
+    sandbox::Child child_;
 };
 
 // A client's object on the bus, which keeps the calls that it gets.
@@ -78,7 +78,7 @@ protected:
     SimulatorTest();
 
     // Starts the simulator and waits until it is ready.
-    void Start(std::vector<std::string> arguments = {});
+    void Start(const std::vector<std::string>& arguments = {});
     // Starts the simulator with a scenario of this content.
     Program WithScenario(const std::string& scenario);
 

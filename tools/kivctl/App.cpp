@@ -76,10 +76,11 @@ std::vector<Command> Commands()
         SoundbarCommands(),
         EventCommands(),
         DeviceCommands(),
-        {{"call",
-          "Call a function of the library by its name; its arguments come in the order of C, but the IP address and "
-          "other arguments with a default are options",
-          nullptr, Functions()}},
+        {Group(
+            "call",
+            "Call a function of the library by its name; its arguments come in the order of C, but the IP address and "
+            "other arguments with a default are options",
+            Functions())},
     });
 }
 

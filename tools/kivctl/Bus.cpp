@@ -120,16 +120,15 @@ unsigned ProcessOf(GDBusConnection* bus, const std::string& name)
     return process;
 }
 
-bool AwaitOwner(GDBusConnection* bus, const std::string& name)
+bool AwaitOwner(GDBusConnection* bus, const std::string& name, std::chrono::milliseconds limit)
 {
-    constexpr std::chrono::seconds kMoment{1};
     bool owned = false;
     const auto onOwned = [](GDBusConnection*, const char*, const char*, gpointer flag) {
         *static_cast<bool*>(flag) = true;
     };
     const guint watch = g_bus_watch_name_on_connection(
         bus, name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, onOwned, nullptr, &owned, nullptr);
-    WaitUntil([&owned] { return owned; }, kMoment);
+    WaitUntil([&owned] { return owned; }, limit);
     g_bus_unwatch_name(watch);
     return owned;
 }

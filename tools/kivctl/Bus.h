@@ -2,6 +2,7 @@
 
 #include <gio/gio.h>
 
+#include <chrono>
 #include <string>
 
 namespace kiv::ctl {
@@ -51,8 +52,8 @@ std::string ErrorText(GError* error);
 std::string OwnerOf(GDBusConnection* bus, const std::string& name);
 unsigned ProcessOf(GDBusConnection* bus, const std::string& name);
 
-// Returns whether the name has an owner, now or within a moment.
-bool AwaitOwner(GDBusConnection* bus, const std::string& name);
+// Returns whether the name has an owner, now or within the limit.
+bool AwaitOwner(GDBusConnection* bus, const std::string& name, std::chrono::milliseconds limit);
 
 // Returns why a client receives no events when its name has no owner.
 std::string NoOwnerText(const std::string& name);

@@ -18,10 +18,6 @@ namespace {
 
 using PlatformsPrint = int (*)(int logId, int priority, const char* tag, const char* format, ...);
 
-// The platform's log priorities.
-constexpr int kInfoPriority = 4;
-constexpr int kErrorPriority = 6;
-
 // The struct has no destructor, because the library logs at exit, too, when thread-local objects with one are
 // destroyed.
 struct LastCall {
@@ -94,9 +90,9 @@ void ReadLogLine(int priority, std::string_view line)
         return;
     }
     const std::string_view text = line.substr(before + kBeforeText.size());
-    if (priority == kInfoPriority && text.starts_with(">>> API Start")) {
+    if (priority == platform::kLogInfo && text.starts_with(">>> API Start")) {
         t_lastCall = {};
-    } else if (priority == kErrorPriority) {
+    } else if (priority == platform::kLogError) {
         ReadError(text);
     }
 }

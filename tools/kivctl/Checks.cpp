@@ -389,15 +389,7 @@ Finding Checks::WhyNotSubscribed()
 Finding Checks::Endpoint()
 {
     const ClientNames client(id_);
-    bool owned = false;
-    const auto onOwned = [](GDBusConnection*, const char*, const char*, gpointer flag) {
-        *static_cast<bool*>(flag) = true;
-    };
-    const guint watch = g_bus_watch_name_on_connection(
-        bus_, client.name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, onOwned, nullptr, &owned, nullptr);
-    const bool isServed = WaitUntil([&owned] { return owned; }, std::chrono::milliseconds(kEndpointLimitMs));
-    g_bus_unwatch_name(watch);
-    if (!isServed) {
+    if (!AwaitOwner(bus_, client.name, std::chrono::milliseconds(kEndpointLimitMs))) {
         return {State::kProblem, client.name + " has no owner: the library serves no object", kSeeTheLibrarysLog};
     }
     const unsigned process = ProcessOf(bus_, client.name);

@@ -177,6 +177,11 @@ Result Done(std::string text, Json fields)
     return {kDone, std::move(text), std::move(fields)};
 }
 
+Result Failure(const std::string& reason, const std::string& advice)
+{
+    return {kFailed, reason, {{"error", reason}}, advice};
+}
+
 Result Failed(const char* function, const Json& value, const Refusal& refusal)
 {
     return Fail(

@@ -6,8 +6,10 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kiv::ctl {
@@ -68,6 +70,9 @@ inline constexpr Refusal kNotConnected = {
     "kivctl list nodes shows which speakers there are; one that is only seen must be connected first: kivctl connect "
     "new MAC"};
 
+// Returns a failure: its reason for people, and as the field "error".
+Result Failure(const std::string& reason, const std::string& advice);
+
 // Returns the failure of the library function of that name, which returned this value. The refusal is shown only if the
 // request got its answer.
 Result Failed(const char* function, const Json& value, const Refusal& refusal = {});
@@ -105,15 +110,38 @@ bool CallFailed();
 
 using Action = std::function<Result(const Output&)>;
 
+// Declares a command: one function adds its arguments, the other runs it with their values.
+template <typename Arguments, typename Add, typename Run>
+constexpr auto With(Add add, Run run)
+{
+    return [add, run](CLI::App& app) -> Action {
+        const auto arguments = std::make_shared<Arguments>();
+        add(app, *arguments);
+        return [run, arguments](const Output&) { return run(*arguments); };
+    };
+}
+
+// Declares a command without arguments.
+template <typename Run>
+constexpr auto Plain(Run run)
+{
+    return [run](CLI::App&) -> Action { return [run](const Output&) { return run(); }; };
+}
+
 struct Command {
     const char* name;
     const char* description;
     // Declares the command's arguments. The action reads their values after the command line has been parsed.
     std::function<Action(CLI::App& app)> declare;
-    // The commands of a group. A group declares nothing itself.
-    std::vector<Command> parts = {};
     Asks asks = Asks::kServer;
+    // The commands of a group, which declares nothing itself.
+    std::vector<Command> parts = {};
 };
+
+inline Command Group(const char* name, const char* description, std::vector<Command> parts)
+{
+    return {name, description, nullptr, Asks::kServer, std::move(parts)};
+}
 
 // The commands for people.
 std::vector<Command> ConnectCommands();

@@ -4,8 +4,6 @@
 
 #include <fmt/format.h>
 
-#include <memory>
-
 namespace kiv::ctl {
 namespace {
 
@@ -53,44 +51,34 @@ Result ConnectNew(const NewArguments& arguments)
                      kUnknownSpeaker);
 }
 
-Action New(CLI::App& app)
-{
-    const auto arguments = std::make_shared<NewArguments>();
-    AddMacs(app, arguments->macs);
-    app.add_flag("--outdoor", arguments->outdoor, "Connect outdoor speakers");
-    return [arguments](const Output&) { return ConnectNew(*arguments); };
-}
+constexpr auto kConnectNew = With<NewArguments>(
+    [](CLI::App& app, NewArguments& arguments) {
+        AddMacs(app, arguments.macs);
+        app.add_flag("--outdoor", arguments.outdoor, "Connect outdoor speakers");
+    },
+    ConnectNew);
 
-auto NewBy(bool outdoor)
-{
-    return [outdoor](CLI::App& app) -> Action {
-        const auto arguments = std::make_shared<NewArguments>();
-        arguments->outdoor = outdoor;
-        AddMacs(app, arguments->macs);
-        return [arguments](const Output&) { return ConnectNew(*arguments); };
-    };
-}
+constexpr auto kConnectIndoor = With<std::vector<std::string>>(AddMacs, [](const auto& macs) {
+    return ConnectNew({macs, false});
+});
+constexpr auto kConnectOutdoor = With<std::vector<std::string>>(AddMacs, [](const auto& macs) {
+    return ConnectNew({macs, true});
+});
 
-Action Direct(CLI::App& app)
-{
-    const auto parameter = std::make_shared<int>(0);
-    AddRequired(app, "N", *parameter, ParseInt, "Number that is passed through to the server");
-    return [parameter](const Output&) {
-        return Answered("ConnectToSpeakerForInfraLessSetup", ConnectToSpeakerForInfraLessSetup(*parameter));
-    };
-}
+constexpr auto kConnectDirect = With<int>(
+    [](CLI::App& app, int& number) {
+        AddRequired(app, "N", number, ParseInt, "Number that is passed through to the server");
+    },
+    [](int number) {
+        return Answered("ConnectToSpeakerForInfraLessSetup", ConnectToSpeakerForInfraLessSetup(number));
+    });
 
-Action ByMobile(CLI::App& app)
-{
-    const auto arguments = std::make_shared<PayloadArguments>();
-    AddPayload(app, *arguments);
-    return [arguments](const Output&) {
-        const std::string payload = PayloadOf(*arguments, sizeof(uint32_t));
-        return Answered(
-            "ConnectNetworkSpeakerByMobile",
-            ConnectNetworkSpeakerByMobile(DataOf(payload), static_cast<unsigned>(payload.size())));
-    };
-}
+constexpr auto kConnectByMobile = With<PayloadArguments>(AddPayload, [](const PayloadArguments& arguments) {
+    const std::string payload = PayloadOf(arguments, sizeof(uint32_t));
+    return Answered(
+        "ConnectNetworkSpeakerByMobile",
+        ConnectNetworkSpeakerByMobile(DataOf(payload), static_cast<unsigned>(payload.size())));
+});
 
 void AddNumbers(CLI::App& app, ByIdArguments& arguments)
 {
@@ -100,8 +88,7 @@ void AddNumbers(CLI::App& app, ByIdArguments& arguments)
     AddRequired(
         app, "SECOND", arguments.second, ParseInt,
         "Number that is passed through; the simulated server takes it for the node number, or for the channel if there "
-        "is an "
-        "identifier");
+        "is an identifier");
     AddRequired(
         app, "THIRD", arguments.third, ParseInt,
         "Number that is passed through; the simulated server takes it for the reason of the start");
@@ -127,105 +114,91 @@ CLI::Option* AddId(CLI::App& app, const char* name, std::optional<std::string>& 
     return app.add_option(name, id, "Identifier; its first five characters are sent");
 }
 
-Action ById(CLI::App& app)
-{
-    const auto arguments = std::make_shared<ByIdArguments>();
-    AddNumbers(app, *arguments);
-    AddId(app, "--id", arguments->id)->type_name("ID");
-    return [arguments](const Output&) { return StartById(*arguments); };
-}
+constexpr auto kStartById = With<ByIdArguments>(
+    [](CLI::App& app, ByIdArguments& arguments) {
+        AddNumbers(app, arguments);
+        AddId(app, "--id", arguments.id)->type_name("ID");
+    },
+    StartById);
 
-Action ByNumbers(CLI::App& app)
-{
-    const auto arguments = std::make_shared<ByIdArguments>();
-    AddNumbers(app, *arguments);
-    return [arguments](const Output&) { return StartById(*arguments); };
-}
+constexpr auto kStartByNumbers = With<ByIdArguments>(AddNumbers, StartById);
 
-Action ByIdAndNumbers(CLI::App& app)
-{
-    const auto arguments = std::make_shared<ByIdArguments>();
-    AddId(app, "ID", arguments->id)->type_name("")->required();
-    AddNumbers(app, *arguments);
-    return [arguments](const Output&) { return StartById(*arguments); };
-}
+constexpr auto kStartByIdAndNumbers = With<ByIdArguments>(
+    [](CLI::App& app, ByIdArguments& arguments) {
+        AddId(app, "ID", arguments.id)->type_name("")->required();
+        AddNumbers(app, arguments);
+    },
+    StartById);
 
-Action Group(CLI::App& app)
-{
-    const auto parameter = std::make_shared<int>(0);
-    AddRequired(
-        app, "N", *parameter, ParseInt,
-        "Number that is passed through; the simulated server takes it for the group number");
-    return [parameter](const Output&) {
-        return Answered("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile(*parameter), kPlaying);
-    };
-}
+constexpr auto kStartGroup = With<int>(
+    [](CLI::App& app, int& number) {
+        AddRequired(
+            app, "N", number, ParseInt,
+            "Number that is passed through; the simulated server takes it for the group number");
+    },
+    [](int number) {
+        return Answered("StartNetworkSpeakerGroupByMobile", StartNetworkSpeakerGroupByMobile(number), kPlaying);
+    });
 
-Result AskType(const TypeArguments& arguments)
+Result AskTypeOfList(const SpeakerArguments& speakers)
 {
-    if (arguments.id) {
-        return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(*arguments.id), "", kUnknownSpeaker);
-    }
-    std::vector<STNetSpkConfig> list = SpeakersOf(arguments.speakers);
+    std::vector<STNetSpkConfig> list = SpeakersOf(speakers);
     return Answered("GetSpksConnectionType", GetSpksConnectionType(&list), "", kUnknownSpeaker);
 }
 
-Action Type(CLI::App& app)
+Result AskTypeById(int id)
 {
-    const auto arguments = std::make_shared<TypeArguments>();
-    AddSpeakers(app, arguments->speakers);
-    AddParsed(app, "--id", arguments->id, ParseInt, "Number of one speaker, in place of SPEAKER")
-        ->type_name("N")
-        ->excludes("SPEAKER")
-        ->excludes("--file");
-    return [arguments](const Output&) { return AskType(*arguments); };
+    return Answered("GetSpksConnectionTypeByID", GetSpksConnectionTypeByID(id), "", kUnknownSpeaker);
 }
 
-Action TypeOfList(CLI::App& app)
-{
-    const auto arguments = std::make_shared<TypeArguments>();
-    AddSpeakers(app, arguments->speakers);
-    return [arguments](const Output&) { return AskType(*arguments); };
-}
+constexpr auto kConnectionType = With<TypeArguments>(
+    [](CLI::App& app, TypeArguments& arguments) {
+        AddSpeakers(app, arguments.speakers);
+        AddParsed(app, "--id", arguments.id, ParseInt, "Number of one speaker, in place of SPEAKER")
+            ->type_name("N")
+            ->excludes("SPEAKER")
+            ->excludes("--file");
+    },
+    [](const TypeArguments& arguments) {
+        return arguments.id ? AskTypeById(*arguments.id) : AskTypeOfList(arguments.speakers);
+    });
 
-Action TypeById(CLI::App& app)
-{
-    const auto arguments = std::make_shared<TypeArguments>();
-    AddRequired(app, "N", arguments->id, ParseInt, "Number of the speaker");
-    return [arguments](const Output&) { return AskType(*arguments); };
-}
+constexpr auto kConnectionTypeOfList = With<SpeakerArguments>(AddSpeakers, AskTypeOfList);
+
+constexpr auto kConnectionTypeById = With<int>(
+    [](CLI::App& app, int& id) { AddRequired(app, "N", id, ParseInt, "Number of the speaker"); }, AskTypeById);
 
 } // namespace
 
 std::vector<Command> ConnectCommands()
 {
     return {
-        {"connect",
-         "Connect speakers, and ask how they are connected",
-         nullptr,
-         {
-             {"new", "Connect newly found speakers", New},
-             {"direct", "Connect a speaker directly, to set it up without a network", Direct},
-             {"by-mobile", "Connect a speaker as a mobile device asks", ByMobile},
-             {"by-id", "Start a speaker by numbers, or by its identifier and numbers", ById},
-             {"group", "Start a speaker group as a mobile device asks", Group},
-             {"type", "Ask how speakers are connected", Type},
-         }},
+        Group(
+            "connect", "Connect speakers, and ask how they are connected",
+            {
+                {"new", "Connect newly found speakers", kConnectNew},
+                {"direct", "Connect a speaker directly, to set it up without a network", kConnectDirect},
+                {"by-mobile", "Connect a speaker as a mobile device asks", kConnectByMobile},
+                {"by-id", "Start a speaker by numbers, or by its identifier and numbers", kStartById},
+                {"group", "Start a speaker group as a mobile device asks", kStartGroup},
+                {"type", "Ask how speakers are connected", kConnectionType},
+            }),
     };
 }
 
 std::vector<Command> ConnectFunctions()
 {
     return {
-        {"ConnectNetworkSpeakerByMobile", "Connect a speaker as a mobile device asks", ByMobile},
-        {"Vireon_StartNetworkSpeakerByID", "Start the speaker with an identifier", ByIdAndNumbers},
-        {"StartNetworkSpeakerByID", "Start a speaker by numbers", ByNumbers},
-        {"GetSpksConnectionTypeByID", "Ask how a speaker is connected", TypeById},
-        {"GetSpksConnectionType", "Ask how speakers are connected", TypeOfList},
-        {"AutoConnectNewSpeakers", "Connect newly found speakers", NewBy(false)},
-        {"AutoConnectNewSpeakersForOutdoor", "Connect newly found outdoor speakers", NewBy(true)},
-        {"ConnectToSpeakerForInfraLessSetup", "Connect a speaker directly, to set it up without a network", Direct},
-        {"StartNetworkSpeakerGroupByMobile", "Start a speaker group as a mobile device asks", Group},
+        {"ConnectNetworkSpeakerByMobile", "Connect a speaker as a mobile device asks", kConnectByMobile},
+        {"Vireon_StartNetworkSpeakerByID", "Start the speaker with an identifier", kStartByIdAndNumbers},
+        {"StartNetworkSpeakerByID", "Start a speaker by numbers", kStartByNumbers},
+        {"GetSpksConnectionTypeByID", "Ask how a speaker is connected", kConnectionTypeById},
+        {"GetSpksConnectionType", "Ask how speakers are connected", kConnectionTypeOfList},
+        {"AutoConnectNewSpeakers", "Connect newly found speakers", kConnectIndoor},
+        {"AutoConnectNewSpeakersForOutdoor", "Connect newly found outdoor speakers", kConnectOutdoor},
+        {"ConnectToSpeakerForInfraLessSetup", "Connect a speaker directly, to set it up without a network",
+         kConnectDirect},
+        {"StartNetworkSpeakerGroupByMobile", "Start a speaker group as a mobile device asks", kStartGroup},
     };
 }
 

@@ -58,59 +58,35 @@ void AddName(CLI::App& app, std::string& name)
     app.add_option("NAME", name, "Name of the subscription")->type_name("")->required();
 }
 
-Action Subscribe(CLI::App& app)
-{
-    const auto name = std::make_shared<std::string>();
-    AddName(app, *name);
-    return [name](const Output&) {
-        return AnsweredNotZero("SubscribeNamServiceCallback", SubscribeNamServiceCallback(name->c_str(), IgnoreEvent));
-    };
-}
+constexpr auto kSubscribe = With<std::string>(AddName, [](const std::string& name) {
+    return AnsweredNotZero("SubscribeNamServiceCallback", SubscribeNamServiceCallback(name.c_str(), IgnoreEvent));
+});
 
-Action Unsubscribe(CLI::App& app)
-{
-    const auto name = std::make_shared<std::string>();
-    AddName(app, *name);
-    return [name](const Output&) {
-        UnsubscribeNamServiceCallback(name->c_str());
-        return Sent("UnsubscribeNamServiceCallback");
-    };
-}
+constexpr auto kUnsubscribe = With<std::string>(AddName, [](const std::string& name) {
+    UnsubscribeNamServiceCallback(name.c_str());
+    return Sent("UnsubscribeNamServiceCallback");
+});
 
-Action RegisterAtmos(CLI::App&)
-{
-    return [](const Output&) {
-        return Answered("register_atmos_support_cb", register_atmos_support_cb(IgnoreAtmos, nullptr));
-    };
-}
+constexpr auto kRegisterAtmos =
+    Plain([] { return Answered("register_atmos_support_cb", register_atmos_support_cb(IgnoreAtmos, nullptr)); });
 
-Action UnregisterAtmos(CLI::App&)
-{
-    return [](const Output&) {
-        if (const int registered = register_atmos_support_cb(IgnoreAtmos, nullptr); registered == -1 || CallFailed()) {
-            return Failed("register_atmos_support_cb", registered);
-        }
-        return Answered("unregister_atmos_support_cb", unregister_atmos_support_cb(IgnoreAtmos));
-    };
-}
+constexpr auto kUnregisterAtmos = Plain([] {
+    if (const int registered = register_atmos_support_cb(IgnoreAtmos, nullptr); registered == -1 || CallFailed()) {
+        return Failed("register_atmos_support_cb", registered);
+    }
+    return Answered("unregister_atmos_support_cb", unregister_atmos_support_cb(IgnoreAtmos));
+});
 
-Action Atmos(CLI::App&)
-{
-    return [](const Output&) {
-        return AnsweredYesOrNo("kiv_is_receiver_atmos", kiv_is_receiver_atmos(), "supported", "not supported");
-    };
-}
+constexpr auto kAtmos = Plain(
+    [] { return AnsweredYesOrNo("kiv_is_receiver_atmos", kiv_is_receiver_atmos(), "supported", "not supported"); });
 
-Action NodeRemove(CLI::App& app)
-{
-    const auto node = std::make_shared<int>(0);
-    AddRequired(app, "NODE", *node, ParseInt, "Number of the node");
-    return [node](const Output&) {
+constexpr auto kNodeRemove = With<int>(
+    [](CLI::App& app, int& node) { AddRequired(app, "NODE", node, ParseInt, "Number of the node"); },
+    [](int node) {
         return AnsweredNotZero(
-            "NodeRemoveFromWatcher", NodeRemoveFromWatcher(*node), "",
+            "NodeRemoveFromWatcher", NodeRemoveFromWatcher(node), "",
             {"the server watches no such node", "kivctl list nodes shows which nodes there are"});
-    };
-}
+    });
 
 } // namespace
 
@@ -120,24 +96,22 @@ std::vector<Command> EventCommands()
         {"monitor",
          "Show the server's events as they come, until interrupted; only kivctl doctor tells a quiet server from "
          "one that hangs",
-         Watch,
-         {},
-         Asks::kServerOnOwnThread},
-        {"atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
-        {"node-remove", "Have the server stop watching a node", NodeRemove},
+         Watch, Asks::kServerOnOwnThread},
+        {"atmos", "Ask whether the receiver supports Dolby Atmos", kAtmos},
+        {"node-remove", "Have the server stop watching a node", kNodeRemove},
     };
 }
 
 std::vector<Command> EventFunctions()
 {
     return {
-        {"SubscribeNamServiceCallback", "Subscribe to events; they are not shown", Subscribe},
-        {"UnsubscribeNamServiceCallback", "End a subscription", Unsubscribe},
-        {"NodeRemoveFromWatcher", "Have the server stop watching a node", NodeRemove},
-        {"kiv_is_receiver_atmos", "Ask whether the receiver supports Dolby Atmos", Atmos},
-        {"register_atmos_support_cb", "Register a callback for Dolby Atmos; its calls are not shown", RegisterAtmos},
+        {"SubscribeNamServiceCallback", "Subscribe to events; they are not shown", kSubscribe},
+        {"UnsubscribeNamServiceCallback", "End a subscription", kUnsubscribe},
+        {"NodeRemoveFromWatcher", "Have the server stop watching a node", kNodeRemove},
+        {"kiv_is_receiver_atmos", "Ask whether the receiver supports Dolby Atmos", kAtmos},
+        {"register_atmos_support_cb", "Register a callback for Dolby Atmos; its calls are not shown", kRegisterAtmos},
         {"unregister_atmos_support_cb", "Register a callback for Dolby Atmos, and end the registration",
-         UnregisterAtmos},
+         kUnregisterAtmos},
     };
 }
 

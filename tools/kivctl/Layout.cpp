@@ -268,7 +268,7 @@ int64_t DecodeInteger(const Integer& integer, Bytes bytes)
 
 std::string DecodeText(Bytes bytes)
 {
-    const std::string text(bytes.begin(), std::ranges::find(bytes, 0));
+    const std::string text = FieldText({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
     return valid;
 }
@@ -407,7 +407,7 @@ Json Layout::DecodeField(const Record& record, const Field& field, Bytes bytes) 
         return HexText(value, ":");
     }
     if (field.type == "ipv4") {
-        return fmt::format("{}", fmt::join(value, "."));
+        return IpText(value);
     }
     Bytes filled = value;
     if (const Field* number = FindField(record.fields, field.filled)) {

@@ -4,38 +4,31 @@
 namespace kiv::ctl {
 namespace {
 
-auto Ask(const char* function, bool (*question)())
-{
-    return [function, question](CLI::App&) -> Action {
-        return [function, question](const Output&) { return AnsweredYesOrNo(function, question()); };
-    };
-}
+constexpr auto kCanCancel = Plain([] { return AnsweredYesOrNo("CanCancelTavrin", CanCancelTavrin()); });
+constexpr auto kPreSelect = Plain([] { return AnsweredYesOrNo("PreSelectTavrin", PreSelectTavrin()); });
+constexpr auto kCanSelect = Plain([] { return AnsweredYesOrNo("CanSelectTavrin", CanSelectTavrin()); });
 
 } // namespace
 
 std::vector<Command> LinkCommands()
 {
     return {
-        {"link",
-         "Ask about the multi-room link, and preselect it",
-         nullptr,
-         {
-             {"can-cancel", "Ask whether the link may be cancelled", Ask("CanCancelTavrin", CanCancelTavrin)},
-             {"pre-select", "Preselect the link, and show whether it is preselected",
-              Ask("PreSelectTavrin", PreSelectTavrin)},
-             {"can-select", "Ask whether the link may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
-         }},
+        Group(
+            "link", "Ask about the multi-room link, and preselect it",
+            {
+                {"can-cancel", "Ask whether the link may be cancelled", kCanCancel},
+                {"pre-select", "Preselect the link, and show whether it is preselected", kPreSelect},
+                {"can-select", "Ask whether the link may be selected", kCanSelect},
+            }),
     };
 }
 
 std::vector<Command> LinkFunctions()
 {
     return {
-        {"CanCancelTavrin", "Ask whether the multi-room link may be cancelled",
-         Ask("CanCancelTavrin", CanCancelTavrin)},
-        {"PreSelectTavrin", "Preselect the multi-room link, and show whether it is preselected",
-         Ask("PreSelectTavrin", PreSelectTavrin)},
-        {"CanSelectTavrin", "Ask whether the multi-room link may be selected", Ask("CanSelectTavrin", CanSelectTavrin)},
+        {"CanCancelTavrin", "Ask whether the multi-room link may be cancelled", kCanCancel},
+        {"PreSelectTavrin", "Preselect the multi-room link, and show whether it is preselected", kPreSelect},
+        {"CanSelectTavrin", "Ask whether the multi-room link may be selected", kCanSelect},
     };
 }
 

@@ -117,22 +117,17 @@ Result ShowActive(int result, const ActiveSpeakers& active, const Layout& layout
     return shown;
 }
 
-Action Active(CLI::App& app)
-{
-    const auto arguments = std::make_shared<ShowArguments>();
-    AddShow(app, *arguments);
-    return [arguments](const Output&) {
-        const Layout layout = LayoutOf(arguments->layout);
-        ActiveSpeakers active;
-        active.name.fill(kUntouched);
-        active.type.fill(kUntouched);
-        const int result = GetActiveNetSpkInfo(active.name.data(), active.type.data(), active.speakers);
-        if (std::ranges::count(active.name, kUntouched) == NETSPK_LIST_NAME_LEN) {
-            return Failed("GetActiveNetSpkInfo", result, kNothingUsable);
-        }
-        return ShowActive(result, active, layout, arguments->hex);
-    };
-}
+constexpr auto kActiveList = With<ShowArguments>(AddShow, [](const ShowArguments& arguments) {
+    const Layout layout = LayoutOf(arguments.layout);
+    ActiveSpeakers active;
+    active.name.fill(kUntouched);
+    active.type.fill(kUntouched);
+    const int result = GetActiveNetSpkInfo(active.name.data(), active.type.data(), active.speakers);
+    if (std::ranges::count(active.name, kUntouched) == NETSPK_LIST_NAME_LEN) {
+        return Failed("GetActiveNetSpkInfo", result, kNothingUsable);
+    }
+    return ShowActive(result, active, layout, arguments.hex);
+});
 
 // Returns the length of the answer. The library reports bytes that are shorter than a record as an empty answer.
 size_t BytesAnswered()
@@ -171,84 +166,67 @@ int GetListsByArray(std::vector<STNetSpkListInfo>& lists)
     return result;
 }
 
-Result AskAll(const AllArguments& arguments)
+Result AskAll(const ShowArguments& show, bool byArray)
 {
-    const Layout layout = LayoutOf(arguments.show.layout);
+    const Layout layout = LayoutOf(show.layout);
     std::vector<STNetSpkListInfo> lists;
-    const char* function = arguments.array ? "getNetSpkListInfo" : "GetNetSpkListInfo";
-    const int result = arguments.array ? GetListsByArray(lists) : GetNetSpkListInfo(lists);
+    const char* function = byArray ? "getNetSpkListInfo" : "GetNetSpkListInfo";
+    const int result = byArray ? GetListsByArray(lists) : GetNetSpkListInfo(lists);
     if (result == -1 || CallFailed()) {
         return Failed(function, result, kNothingUsable);
     }
-    return ShowRecords(function, result, lists, kLists, layout, arguments.show.hex);
+    return ShowRecords(function, result, lists, kLists, layout, show.hex);
 }
 
-Action All(CLI::App& app)
-{
-    const auto arguments = std::make_shared<AllArguments>();
-    AddShow(app, arguments->show);
-    app.add_flag("--array", arguments->array, "Call getNetSpkListInfo, which fills a plain array");
-    return [arguments](const Output&) { return AskAll(*arguments); };
-}
+constexpr auto kAllLists = With<AllArguments>(
+    [](CLI::App& app, AllArguments& arguments) {
+        AddShow(app, arguments.show);
+        app.add_flag("--array", arguments.array, "Call getNetSpkListInfo, which fills a plain array");
+    },
+    [](const AllArguments& arguments) { return AskAll(arguments.show, arguments.array); });
 
-auto AllBy(bool array)
-{
-    return [array](CLI::App& app) -> Action {
-        const auto arguments = std::make_shared<AllArguments>();
-        arguments->array = array;
-        AddShow(app, arguments->show);
-        return [arguments](const Output&) { return AskAll(*arguments); };
-    };
-}
+constexpr auto kListsByVector = With<ShowArguments>(AddShow, [](const auto& show) { return AskAll(show, false); });
+constexpr auto kListsByArray = With<ShowArguments>(AddShow, [](const auto& show) { return AskAll(show, true); });
 
-Action Count(CLI::App&)
-{
-    return [](const Output&) {
-        const int count = GetNetSpkListInfoNumber();
-        return Answered("GetNetSpkListInfoNumber", count, count == 0 ? kLists.whyNone : "");
-    };
-}
+constexpr auto kListCount = Plain([] {
+    const int count = GetNetSpkListInfoNumber();
+    return Answered("GetNetSpkListInfoNumber", count, count == 0 ? kLists.whyNone : "");
+});
 
-Action Nodes(CLI::App& app)
-{
-    const auto arguments = std::make_shared<ShowArguments>();
-    AddShow(app, *arguments);
-    return [arguments](const Output&) {
-        const Layout layout = LayoutOf(arguments->layout);
-        std::vector<CNetSpkNodeInfo> nodes;
-        const char* function = "GetNetSpkNodeList";
-        const int result = GetNetSpkNodeList(nodes);
-        // CallFailed() is asked, because the library returns -1 for no nodes, too.
-        return CallFailed() ? Failed(function, result)
-                            : ShowRecords(function, result, nodes, kNodes, layout, arguments->hex);
-    };
-}
+constexpr auto kAllNodes = With<ShowArguments>(AddShow, [](const ShowArguments& arguments) {
+    const Layout layout = LayoutOf(arguments.layout);
+    std::vector<CNetSpkNodeInfo> nodes;
+    const char* function = "GetNetSpkNodeList";
+    const int result = GetNetSpkNodeList(nodes);
+    // CallFailed() is asked, because the library returns -1 for no nodes, too.
+    return CallFailed() ? Failed(function, result)
+                        : ShowRecords(function, result, nodes, kNodes, layout, arguments.hex);
+});
 
 } // namespace
 
 std::vector<Command> ListCommands()
 {
     return {
-        {"list",
-         "Show speaker lists and nodes",
-         nullptr,
-         {
-             {"active", "Ask for the active speaker group and its speakers", Active},
-             {"all", "Ask for all speaker lists", All},
-             {"count", "Ask for the number of speaker lists", Count},
-             {"nodes", "Ask for the speaker nodes of the network", Nodes},
-         }},
+        Group(
+            "list", "Show speaker lists and nodes",
+            {
+                {"active", "Ask for the active speaker group and its speakers", kActiveList},
+                {"all", "Ask for all speaker lists", kAllLists},
+                {"count", "Ask for the number of speaker lists", kListCount},
+                {"nodes", "Ask for the speaker nodes of the network", kAllNodes},
+            }),
     };
 }
 
 std::vector<Command> ListFunctions()
 {
     return {
-        {"GetActiveNetSpkInfo", "Ask for the active speaker group and its speakers", Active},
-        {"GetNetSpkListInfo", "Ask for all speaker lists", AllBy(false)},
-        {"getNetSpkListInfo", "Ask for all speaker lists, into a plain array", AllBy(true)},
-        {"GetNetSpkListInfoNumber", "Ask for the number of speaker lists", Count},
-        {"GetNetSpkNodeList", "Ask for the speaker nodes of the network", Nodes},
+        {"GetActiveNetSpkInfo", "Ask for the active speaker group and its speakers", kActiveList},
+        {"GetNetSpkListInfo", "Ask for all speaker lists", kListsByVector},
+        {"getNetSpkListInfo", "Ask for all speaker lists, into a plain array", kListsByArray},
+        {"GetNetSpkListInfoNumber", "Ask for the number of speaker lists", kListCount},
+        {"GetNetSpkNodeList", "Ask for the speaker nodes of the network", kAllNodes},
     };
 }
 

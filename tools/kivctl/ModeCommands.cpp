@@ -4,8 +4,6 @@
 #include "Completion.h"
 #include <KivServiceInterface.h>
 
-#include <memory>
-
 namespace kiv::ctl {
 namespace {
 
@@ -14,74 +12,60 @@ Result AnsweredMode(const char* function, int mode)
     return mode == -1 || CallFailed() ? Failed(function, mode) : Done(ModeText(mode), {{"result", mode}});
 }
 
-Action Get(CLI::App&)
-{
-    return [](const Output&) { return AnsweredMode("GetNetSpkSettingMode", GetNetSpkSettingMode()); };
-}
+constexpr auto kSettingModeGet = Plain([] { return AnsweredMode("GetNetSpkSettingMode", GetNetSpkSettingMode()); });
+constexpr auto kUiModeGet = Plain([] { return AnsweredMode("GetTavrinUIMode", GetTavrinUIMode()); });
 
-Action UiGet(CLI::App&)
-{
-    return [](const Output&) { return AnsweredMode("GetTavrinUIMode", GetTavrinUIMode()); };
-}
-
-Action UiSet(CLI::App& app)
-{
-    const auto mode = std::make_shared<int>(0);
-    OfferValues(AddRequired(app, "MODE", *mode, ParseMode, kModeDescription), ModeNames());
-    return [mode](const Output&) { return Answered("SetTavrinUIMode", SetTavrinUIMode(*mode)); };
-}
+constexpr auto kUiModeSet = With<int>(
+    [](CLI::App& app, int& mode) {
+        OfferValues(AddRequired(app, "MODE", mode, ParseMode, kModeDescription), ModeNames());
+    },
+    [](int mode) { return Answered("SetTavrinUIMode", SetTavrinUIMode(mode)); });
 
 // Asks a question that the library asks only if the server runs. Without the server, the library returns a default,
 // which is not an answer.
-auto AskRunningServer(const char* function, bool (*question)())
+Result AskRunningServer(const char* function, bool (*question)())
 {
-    return [function, question](CLI::App&) -> Action {
-        return [function, question](const Output&) {
-            std::string reason;
-            if (GetWhetherKivDisabled() || !StartServer(reason)) {
-                return NotSent(function, reason);
-            }
-            const bool answer = question();
-            return FirstAttemptFailed() ? NotSent(function) : AnsweredYesOrNo(function, answer);
-        };
-    };
+    std::string reason;
+    if (GetWhetherKivDisabled() || !StartServer(reason)) {
+        return NotSent(function, reason);
+    }
+    const bool answer = question();
+    return FirstAttemptFailed() ? NotSent(function) : AnsweredYesOrNo(function, answer);
 }
+
+constexpr auto kCanEnter = Plain([] { return AskRunningServer("CanEnterTavrinSettings", CanEnterTavrinSettings); });
+constexpr auto kSpeakersEnabled =
+    Plain([] { return AskRunningServer("FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker); });
 
 } // namespace
 
 std::vector<Command> ModeCommands()
 {
     return {
-        {"mode",
-         "Get and set the modes of the speaker system",
-         nullptr,
-         {
-             {"get", "Ask in which mode the speaker system works", Get},
-             {"ui",
-              "Get and set the mode of the multi-room settings screen",
-              nullptr,
-              {
-                  {"get", "Ask for the mode of the screen", UiGet},
-                  {"set", "Set the mode of the screen", UiSet},
-              }},
-             {"can-enter", "Ask whether the multi-room settings may be entered",
-              AskRunningServer("CanEnterTavrinSettings", CanEnterTavrinSettings)},
-             {"enabled", "Ask whether network speakers are enabled",
-              AskRunningServer("FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker)},
-         }},
+        Group(
+            "mode", "Get and set the modes of the speaker system",
+            {
+                {"get", "Ask in which mode the speaker system works", kSettingModeGet},
+                Group(
+                    "ui", "Get and set the mode of the multi-room settings screen",
+                    {
+                        {"get", "Ask for the mode of the screen", kUiModeGet},
+                        {"set", "Set the mode of the screen", kUiModeSet},
+                    }),
+                {"can-enter", "Ask whether the multi-room settings may be entered", kCanEnter},
+                {"enabled", "Ask whether network speakers are enabled", kSpeakersEnabled},
+            }),
     };
 }
 
 std::vector<Command> ModeFunctions()
 {
     return {
-        {"SetTavrinUIMode", "Set the mode of the multi-room settings screen", UiSet},
-        {"GetTavrinUIMode", "Ask for the mode of the multi-room settings screen", UiGet},
-        {"GetNetSpkSettingMode", "Ask in which mode the speaker system works", Get},
-        {"CanEnterTavrinSettings", "Ask whether the multi-room settings may be entered",
-         AskRunningServer("CanEnterTavrinSettings", CanEnterTavrinSettings)},
-        {"FlagEnableNetworkSpeaker", "Ask whether network speakers are enabled",
-         AskRunningServer("FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker)},
+        {"SetTavrinUIMode", "Set the mode of the multi-room settings screen", kUiModeSet},
+        {"GetTavrinUIMode", "Ask for the mode of the multi-room settings screen", kUiModeGet},
+        {"GetNetSpkSettingMode", "Ask in which mode the speaker system works", kSettingModeGet},
+        {"CanEnterTavrinSettings", "Ask whether the multi-room settings may be entered", kCanEnter},
+        {"FlagEnableNetworkSpeaker", "Ask whether network speakers are enabled", kSpeakersEnabled},
     };
 }
 

@@ -45,11 +45,6 @@ Stamp Now()
         fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), milliseconds)};
 }
 
-Result BusFailed(const std::string& reason)
-{
-    return {kFailed, reason, {{"error", reason}}, kDoctorTellsWhy};
-}
-
 } // namespace
 
 Monitor::Monitor(MonitorOptions options, const Output& output) : options_(std::move(options)), output_(output)
@@ -76,9 +71,7 @@ void Monitor::Run(const std::function<void()>& ending)
     g_autoptr(GError) error = nullptr;
     bus_ = ConnectToSystemBus(&error);
     if (bus_ == nullptr) {
-        Result failed = BusFailed("the system bus " + NoBusText(error->message));
-        failed.advice = NoBusAdvice(failed.advice);
-        Fail(failed);
+        Fail(Failure("the system bus " + NoBusText(error->message), NoBusAdvice(kDoctorTellsWhy)));
         return;
     }
     StartServerOrWait();
@@ -142,7 +135,7 @@ void Monitor::WatchEvents()
 
 void Monitor::OnBusLost(GDBusConnection*, gboolean, GError*, gpointer monitor)
 {
-    static_cast<Monitor*>(monitor)->Fail(BusFailed("the connection to the system bus is lost"));
+    static_cast<Monitor*>(monitor)->Fail(Failure("the connection to the system bus is lost", kDoctorTellsWhy));
 }
 
 void Monitor::OnServer(GDBusConnection*, const char*, const char*, gpointer monitor)
@@ -276,7 +269,9 @@ void Monitor::WatchClient()
     const std::string& id = CNSGdbus::m_pInstance->m_strClientName;
     const ClientNames client(id);
     if (!client.Fit()) {
-        Fail(BusFailed(fmt::format("no events can come to a client with the id \"{}\" that the server gave", id)));
+        Fail(Failure(
+            fmt::format("no events can come to a client with the id \"{}\" that the server gave", id),
+            kDoctorTellsWhy));
         return;
     }
     // The library serves the first id that fits.

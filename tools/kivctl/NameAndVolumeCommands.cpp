@@ -87,20 +87,19 @@ SendForVolumes(const char* function, const Send& send, const std::vector<Mac>& s
     return sent.exitCode == kDone ? reports.Await(function, speakers) : sent;
 }
 
-Action Name(CLI::App& app)
-{
-    const auto arguments = std::make_shared<NameArguments>();
-    AddMac(app, arguments->mac);
-    app.add_option("NAME", arguments->name, "New name of the speaker")->type_name("")->required();
-    AddIp(app, arguments->ip);
-    return [arguments](const Output&) {
-        if (!g_utf8_validate(arguments->name.c_str(), -1, nullptr)) {
+constexpr auto kRename = With<NameArguments>(
+    [](CLI::App& app, NameArguments& arguments) {
+        AddMac(app, arguments.mac);
+        app.add_option("NAME", arguments.name, "New name of the speaker")->type_name("")->required();
+        AddIp(app, arguments.ip);
+    },
+    [](const NameArguments& arguments) {
+        if (!g_utf8_validate(arguments.name.c_str(), -1, nullptr)) {
             throw BadArguments("NAME must be valid UTF-8");
         }
-        SetNetSpkName(arguments->mac.data(), IpNumber(arguments->ip), arguments->name.c_str());
+        SetNetSpkName(arguments.mac.data(), IpNumber(arguments.ip), arguments.name.c_str());
         return Sent("SetNetSpkName", kNotConnected);
-    };
-}
+    });
 
 void AddSet(CLI::App& app, VolumeArguments& arguments, int32_t (*parse)(const std::string&), const char* description)
 {
@@ -114,29 +113,28 @@ void SendVolume(const VolumeArguments& arguments)
     SetNetSpkVolume(arguments.mac.data(), IpNumber(arguments.ip), arguments.volume);
 }
 
-Action Set(CLI::App& app)
-{
-    const auto arguments = std::make_shared<VolumeArguments>();
-    AddSet(app, *arguments, ParseVolume, "New volume, from 0 (silent) to 100 (loudest)");
-    AddWait(app, arguments->wait);
-    return [arguments](const Output&) {
+constexpr auto kVolumeSet = With<VolumeArguments>(
+    [](CLI::App& app, VolumeArguments& arguments) {
+        AddSet(app, arguments, ParseVolume, "New volume, from 0 (silent) to 100 (loudest)");
+        AddWait(app, arguments.wait);
+    },
+    [](const VolumeArguments& arguments) {
         return SendForVolumes(
-            "SetNetSpkVolume", [&] { SendVolume(*arguments); }, {arguments->mac}, arguments->wait);
-    };
-}
+            "SetNetSpkVolume", [&] { SendVolume(arguments); }, {arguments.mac}, arguments.wait);
+    });
 
 // The function itself, unlike the command, takes any number.
-Action SetAny(CLI::App& app)
-{
-    const auto arguments = std::make_shared<VolumeArguments>();
-    AddSet(
-        app, *arguments, ParseInt,
-        "New volume; any number is sent, and the simulated server takes a number beyond 0 to 100 for the nearer end");
-    return [arguments](const Output&) {
-        SendVolume(*arguments);
+constexpr auto kVolumeSetAny = With<VolumeArguments>(
+    [](CLI::App& app, VolumeArguments& arguments) {
+        AddSet(
+            app, arguments, ParseInt,
+            "New volume; any number is sent, and the simulated server takes a number beyond 0 to 100 for the nearer "
+            "end");
+    },
+    [](const VolumeArguments& arguments) {
+        SendVolume(arguments);
         return Sent("SetNetSpkVolume", kNotConnected);
-    };
-}
+    });
 
 // Returns whether the arguments name one speaker without a configuration value, which only lists can have.
 bool NamesOne(const SpeakerArguments& arguments)
@@ -167,85 +165,74 @@ Result RequestVolume(const VolumeRequest& request, const VolumeRequestArguments&
 
 auto RequestVolume(const VolumeRequest& request)
 {
-    return [request](CLI::App& app) -> Action {
-        const auto arguments = std::make_shared<VolumeRequestArguments>();
-        AddSpeakers(app, arguments->speakers);
-        AddIp(app, arguments->ip);
-        AddWait(app, arguments->wait);
-        return [request, arguments](const Output&) { return RequestVolume(request, *arguments); };
-    };
+    return With<VolumeRequestArguments>(
+        [](CLI::App& app, VolumeRequestArguments& arguments) {
+            AddSpeakers(app, arguments.speakers);
+            AddIp(app, arguments.ip);
+            AddWait(app, arguments.wait);
+        },
+        [request](const VolumeRequestArguments& arguments) { return RequestVolume(request, arguments); });
 }
 
 auto RequestOne(const VolumeRequest& request)
 {
-    return [request](CLI::App& app) -> Action {
-        const auto arguments = std::make_shared<VolumeArguments>();
-        AddMac(app, arguments->mac);
-        AddIp(app, arguments->ip);
-        return [request, arguments](const Output&) {
-            request.one(arguments->mac.data(), IpNumber(arguments->ip));
+    return With<VolumeArguments>(
+        [](CLI::App& app, VolumeArguments& arguments) {
+            AddMac(app, arguments.mac);
+            AddIp(app, arguments.ip);
+        },
+        [request](const VolumeArguments& arguments) {
+            request.one(arguments.mac.data(), IpNumber(arguments.ip));
             return Sent(request.oneName, kNotConnected);
-        };
-    };
+        });
 }
 
 auto RequestList(const VolumeRequest& request)
 {
-    return [request](CLI::App& app) -> Action {
-        const auto speakers = std::make_shared<SpeakerArguments>();
-        AddSpeakers(app, *speakers);
-        return [request, speakers](const Output&) {
-            request.list(SpeakersOf(*speakers));
-            return Sent(request.listName, kNotConnected);
-        };
-    };
+    return With<SpeakerArguments>(AddSpeakers, [request](const SpeakerArguments& speakers) {
+        request.list(SpeakersOf(speakers));
+        return Sent(request.listName, kNotConnected);
+    });
 }
 
-Action ResetAll(CLI::App& app)
-{
-    const auto wait = std::make_shared<WaitArguments>();
-    AddWait(app, *wait);
-    return [wait](const Output&) { return SendForVolumes("ResetAllNetSpkVolume", ResetAllNetSpkVolume, {}, *wait); };
-}
+constexpr auto kResetAll = With<WaitArguments>(AddWait, [](const WaitArguments& wait) {
+    return SendForVolumes("ResetAllNetSpkVolume", ResetAllNetSpkVolume, {}, wait);
+});
 
-Action ResetAllOnly(CLI::App&)
-{
-    return [](const Output&) {
-        ResetAllNetSpkVolume();
-        return Sent("ResetAllNetSpkVolume");
-    };
-}
+constexpr auto kResetAllOnly = Plain([] {
+    ResetAllNetSpkVolume();
+    return Sent("ResetAllNetSpkVolume");
+});
 
 } // namespace
 
 std::vector<Command> NameAndVolumeCommands()
 {
     return {
-        {"name", "Rename a speaker", Name},
-        {"volume",
-         "Get and set the volumes of speakers",
-         nullptr,
-         {
-             {"get", "Ask for the volumes of speakers", RequestVolume(kGet)},
-             {"set", "Set a speaker's volume", Set},
-             {"up", "Turn speakers up by one step", RequestVolume(kUp)},
-             {"down", "Turn speakers down by one step", RequestVolume(kDown)},
-             {"reset", "Set speakers back to the server's default", RequestVolume(kReset)},
-             {"reset-all", "Set all speakers back to the server's default", ResetAll},
-         }},
+        {"name", "Rename a speaker", kRename},
+        Group(
+            "volume", "Get and set the volumes of speakers",
+            {
+                {"get", "Ask for the volumes of speakers", RequestVolume(kGet)},
+                {"set", "Set a speaker's volume", kVolumeSet},
+                {"up", "Turn speakers up by one step", RequestVolume(kUp)},
+                {"down", "Turn speakers down by one step", RequestVolume(kDown)},
+                {"reset", "Set speakers back to the server's default", RequestVolume(kReset)},
+                {"reset-all", "Set all speakers back to the server's default", kResetAll},
+            }),
     };
 }
 
 std::vector<Command> NameAndVolumeFunctions()
 {
     return {
-        {"SetNetSpkName", "Rename a speaker", Name},
-        {"SetNetSpkVolume", "Set a speaker's volume", SetAny},
+        {"SetNetSpkName", "Rename a speaker", kRename},
+        {"SetNetSpkVolume", "Set a speaker's volume", kVolumeSetAny},
         {"GetNetSpkVolume", "Have the server report a speaker's volume", RequestOne(kGet)},
         {"IncreaseNetSpkVolume", "Turn a speaker up by one step", RequestOne(kUp)},
         {"DecreaseNetSpkVolume", "Turn a speaker down by one step", RequestOne(kDown)},
         {"ResetNetSpkVolume", "Set a speaker back to the server's default", RequestOne(kReset)},
-        {"ResetAllNetSpkVolume", "Set all speakers back to the server's default", ResetAllOnly},
+        {"ResetAllNetSpkVolume", "Set all speakers back to the server's default", kResetAllOnly},
         {"IncreaseNetSpkVolumeList", "Turn speakers up by one step", RequestList(kUp)},
         {"DecreaseNetSpkVolumeList", "Turn speakers down by one step", RequestList(kDown)},
         {"ResetNetSpkVolumeList", "Set speakers back to the server's default", RequestList(kReset)},

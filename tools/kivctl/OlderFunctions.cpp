@@ -60,16 +60,13 @@ std::vector<Command> OlderFunctions()
 {
     std::vector<Command> commands;
     for (const OlderFunction& function : kFunctions) {
-        const auto call = [function](const Output&) {
+        const auto call = [function] {
             const int result = function.call();
             return Done(fmt::format("{}", result), {{"result", result}});
         };
         commands.push_back(
-            {function.name,
-             "A function of an older interface, which asks nobody and always returns the same value",
-             [call](CLI::App&) -> Action { return call; },
-             {},
-             Asks::kNobody});
+            {function.name, "A function of an older interface, which asks nobody and always returns the same value",
+             Plain(call), Asks::kNobody});
     }
     return commands;
 }

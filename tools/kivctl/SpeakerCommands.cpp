@@ -3,8 +3,6 @@
 #include "SpeakerList.h"
 #include <KivServiceInterface.h>
 
-#include <memory>
-
 namespace kiv::ctl {
 namespace {
 
@@ -14,64 +12,55 @@ struct StartArguments {
     SpeakerArguments speakers;
 };
 
-Action Start(CLI::App& app)
-{
-    const auto arguments = std::make_shared<StartArguments>();
-    OfferValues(
-        AddParsed(app, "--mode", arguments->mode, ParseMode, kModeDescription)
-            ->type_name("MODE")
-            ->default_str("surround"),
-        ModeNames());
-    AddNumber(app, "--reason", arguments->reason, "Reason code; the server and the application agree on it");
-    AddSpeakers(app, arguments->speakers);
-    return [arguments](const Output&) {
-        std::vector<STNetSpkConfig> list = SpeakersOf(arguments->speakers);
-        const int playing = StartNetworkSpeaker(arguments->mode, list, arguments->reason);
+constexpr auto kStart = With<StartArguments>(
+    [](CLI::App& app, StartArguments& arguments) {
+        OfferValues(
+            AddParsed(app, "--mode", arguments.mode, ParseMode, kModeDescription)
+                ->type_name("MODE")
+                ->default_str("surround"),
+            ModeNames());
+        AddNumber(app, "--reason", arguments.reason, "Reason code; the server and the application agree on it");
+        AddSpeakers(app, arguments.speakers);
+    },
+    [](const StartArguments& arguments) {
+        std::vector<STNetSpkConfig> list = SpeakersOf(arguments.speakers);
+        const int playing = StartNetworkSpeaker(arguments.mode, list, arguments.reason);
         return Answered("StartNetworkSpeaker", playing, playing == 0 && !list.empty() ? kNonePlays : kPlaying);
-    };
-}
+    });
 
-Action Stop(CLI::App& app)
-{
-    const auto type = std::make_shared<int>(0);
-    AddNumber(app, "--type", *type, "Stop type; the server and the application agree on it");
-    return [type](const Output&) { return Answered("StopNetworkSpeaker", StopNetworkSpeaker(*type)); };
-}
+constexpr auto kStop = With<int>(
+    [](CLI::App& app, int& type) {
+        AddNumber(app, "--type", type, "Stop type; the server and the application agree on it");
+    },
+    [](int type) { return Answered("StopNetworkSpeaker", StopNetworkSpeaker(type)); });
 
-Action SurroundOff(CLI::App&)
-{
-    return [](const Output&) { return Answered("DisableSurround", DisableSurround()); };
-}
-
-Action SurroundChannels(CLI::App&)
-{
-    return [](const Output&) { return Answered("GetSurroundChannelNumber", GetSurroundChannelNumber()); };
-}
+constexpr auto kSurroundOff = Plain([] { return Answered("DisableSurround", DisableSurround()); });
+constexpr auto kSurroundChannels =
+    Plain([] { return Answered("GetSurroundChannelNumber", GetSurroundChannelNumber()); });
 
 } // namespace
 
 std::vector<Command> SpeakerCommands()
 {
     return {
-        {"start", "Route the TV's sound to speakers; the server answers how many play then", Start},
-        {"stop", "Route the TV's sound back to the TV", Stop},
-        {"surround",
-         "Switch surround operation off, or ask for its channels",
-         nullptr,
-         {
-             {"off", "Switch surround operation off", SurroundOff},
-             {"channels", "Ask for the number of surround channels", SurroundChannels},
-         }},
+        {"start", "Route the TV's sound to speakers; the server answers how many play then", kStart},
+        {"stop", "Route the TV's sound back to the TV", kStop},
+        Group(
+            "surround", "Switch surround operation off, or ask for its channels",
+            {
+                {"off", "Switch surround operation off", kSurroundOff},
+                {"channels", "Ask for the number of surround channels", kSurroundChannels},
+            }),
     };
 }
 
 std::vector<Command> SpeakerFunctions()
 {
     return {
-        {"StartNetworkSpeaker", "Route the TV's sound to speakers", Start},
-        {"StopNetworkSpeaker", "Route the TV's sound back to the TV", Stop},
-        {"DisableSurround", "Switch surround operation off", SurroundOff},
-        {"GetSurroundChannelNumber", "Ask for the number of surround channels", SurroundChannels},
+        {"StartNetworkSpeaker", "Route the TV's sound to speakers", kStart},
+        {"StopNetworkSpeaker", "Route the TV's sound back to the TV", kStop},
+        {"DisableSurround", "Switch surround operation off", kSurroundOff},
+        {"GetSurroundChannelNumber", "Ask for the number of surround channels", kSurroundChannels},
     };
 }
 

@@ -1,8 +1,6 @@
 #include "Arguments.h"
 #include <KivServiceInterface.h>
 
-#include <memory>
-
 namespace kiv::ctl {
 namespace {
 
@@ -13,54 +11,47 @@ struct ToneArguments {
     int extra = 0;
 };
 
-std::shared_ptr<ToneArguments> AddTone(CLI::App& app)
+void AddTone(CLI::App& app, ToneArguments& arguments)
 {
-    auto arguments = std::make_shared<ToneArguments>();
-    AddMac(app, arguments->mac);
-    AddNumber(app, "--param", arguments->parameter, "Number that is passed through to the server");
-    AddNumber(app, "--extra", arguments->extra, "Another number that is passed through");
-    return arguments;
+    AddMac(app, arguments.mac);
+    AddNumber(app, "--param", arguments.parameter, "Number that is passed through to the server");
+    AddNumber(app, "--extra", arguments.extra, "Another number that is passed through");
 }
 
-Action StartTone(CLI::App& app)
-{
-    const auto arguments = AddTone(app);
-    AddNumber(app, "--channel", arguments->channel, "Channel type");
-    return [arguments](const Output&) {
-        StartNetSpkTest(arguments->mac.data(), arguments->parameter, arguments->channel, arguments->extra);
+constexpr auto kToneStart = With<ToneArguments>(
+    [](CLI::App& app, ToneArguments& arguments) {
+        AddTone(app, arguments);
+        AddNumber(app, "--channel", arguments.channel, "Channel type");
+    },
+    [](const ToneArguments& tone) {
+        StartNetSpkTest(tone.mac.data(), tone.parameter, tone.channel, tone.extra);
         return Sent("StartNetSpkTest", kNotConnected);
-    };
-}
+    });
 
-Action StopTone(CLI::App& app)
-{
-    const auto arguments = AddTone(app);
-    return [arguments](const Output&) {
-        StopNetSpkTest(arguments->mac.data(), arguments->parameter, arguments->extra);
-        return Sent("StopNetSpkTest", kNotConnected);
-    };
-}
+constexpr auto kToneStop = With<ToneArguments>(AddTone, [](const ToneArguments& tone) {
+    StopNetSpkTest(tone.mac.data(), tone.parameter, tone.extra);
+    return Sent("StopNetSpkTest", kNotConnected);
+});
 
 } // namespace
 
 std::vector<Command> ToneCommands()
 {
     return {
-        {"tone",
-         "Start and stop test tones",
-         nullptr,
-         {
-             {"start", "Start the test of a speaker", StartTone},
-             {"stop", "Stop the test of a speaker", StopTone},
-         }},
+        Group(
+            "tone", "Start and stop test tones",
+            {
+                {"start", "Start the test of a speaker", kToneStart},
+                {"stop", "Stop the test of a speaker", kToneStop},
+            }),
     };
 }
 
 std::vector<Command> ToneFunctions()
 {
     return {
-        {"StartNetSpkTest", "Start the test of a speaker", StartTone},
-        {"StopNetSpkTest", "Stop the test of a speaker", StopTone},
+        {"StartNetSpkTest", "Start the test of a speaker", kToneStart},
+        {"StopNetSpkTest", "Stop the test of a speaker", kToneStop},
     };
 }
 

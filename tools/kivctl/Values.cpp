@@ -2,13 +2,13 @@
 
 #include "Command.h"
 #include "tools/Harmless.h"
+#include "tools/WrittenBytes.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <iterator>
 #include <map>
@@ -62,17 +62,6 @@ int32_t ParseNamed(const Names& names, const std::string& text)
         return *number;
     }
     throw BadArguments(fmt::format("must be {} or another 32-bit integer, got \"{}\"", NamesText(names), text));
-}
-
-std::optional<unsigned char> ParseHexByte(std::string_view digits)
-{
-    const auto isDigit = [](unsigned char character) { return std::isxdigit(character) != 0; };
-    if (digits.size() != 2 || !std::ranges::all_of(digits, isDigit)) {
-        return std::nullopt;
-    }
-    unsigned char byte = 0;
-    std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
-    return byte;
 }
 
 std::string Printable(Bytes bytes)
@@ -155,17 +144,10 @@ int32_t ParseFlag(const std::string& text)
 
 Mac ParseMac(const std::string& text)
 {
-    Mac mac{};
-    bool fits = text.size() == 3 * mac.size() - 1;
-    for (size_t i = 0; fits && i < mac.size(); ++i) {
-        const auto byte = ParseHexByte(std::string_view(text).substr(3 * i, 2));
-        fits = byte && (i == 0 || text[3 * i - 1] == ':');
-        mac[i] = byte.value_or(0);
+    if (const auto mac = ParseAddress<NETSPK_MAC_LEN>(text, ':', 16, 2, 2)) {
+        return *mac;
     }
-    if (!fits) {
-        throw BadArguments(fmt::format("must be a MAC address such as 02:4b:49:56:00:01, got \"{}\"", text));
-    }
-    return mac;
+    throw BadArguments(fmt::format("must be a MAC address such as 02:4b:49:56:00:01, got \"{}\"", text));
 }
 
 Ip ParseIp(const std::string& text)
@@ -177,7 +159,7 @@ Ip ParseIp(const std::string& text)
     return ip;
 }
 
-std::string IpText(const Ip& ip)
+std::string IpText(Bytes ip)
 {
     return fmt::format("{}", fmt::join(ip, "."));
 }
@@ -193,20 +175,10 @@ int IpNumber(const Ip& ip)
 
 std::string ParseHex(const std::string& text)
 {
-    std::string bytes;
-    for (size_t at = 0; at < text.size();) {
-        if (text[at] == ' ') {
-            ++at;
-            continue;
-        }
-        const auto byte = ParseHexByte(std::string_view(text).substr(at, 2));
-        if (!byte) {
-            throw BadArguments(fmt::format(R"(must be bytes of two hex digits each, such as "01 ff", got "{}")", text));
-        }
-        bytes += static_cast<char>(*byte);
-        at += 2;
+    if (const auto bytes = ParseHexBytes(text)) {
+        return {bytes->begin(), bytes->end()};
     }
-    return bytes;
+    throw BadArguments(fmt::format(R"(must be bytes of two hex digits each, such as "01 ff", got "{}")", text));
 }
 
 std::string HexText(Bytes bytes, std::string_view separator)

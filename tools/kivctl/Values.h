@@ -45,7 +45,7 @@ Mac ParseMac(const std::string& text);
 
 // Parses four numbers with '.' between them.
 Ip ParseIp(const std::string& text);
-std::string IpText(const Ip& ip);
+std::string IpText(Bytes ip);
 
 // Returns the address as an int with the first octet in the lowest byte.
 int IpNumber(const Ip& ip);

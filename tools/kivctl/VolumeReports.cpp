@@ -17,6 +17,7 @@ namespace {
 
 constexpr const char* kVolumeSubscription = "kivctl-volume";
 constexpr std::chrono::seconds kReportLimit{3};
+constexpr std::chrono::seconds kMoment{1};
 
 // The object for the event callback, which gets no user data.
 VolumeReports* g_reports = nullptr;
@@ -46,9 +47,9 @@ std::optional<Result> VolumeReports::Begin()
     }
     g_autoptr(GDBusConnection) bus = ConnectToSystemBus(nullptr);
     const ClientNames client(CNSGdbus::m_pInstance->m_strClientName);
-    if (bus == nullptr || !client.Fit() || !AwaitOwner(bus, client.name)) {
+    if (bus == nullptr || !client.Fit() || !AwaitOwner(bus, client.name, kMoment)) {
         const std::string reason = fmt::format("no volume can come: {}", NoOwnerText(client.name));
-        return Result{kFailed, reason, {{"error", reason}}, kDoctorTellsWhy};
+        return Failure(reason, kDoctorTellsWhy);
     }
     return std::nullopt;
 }

@@ -5,7 +5,6 @@
 
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 

@@ -72,6 +72,12 @@ Words ReadWords(const CLI::App& app, const std::vector<std::string>& words)
     Words read;
     read.command = &app;
     size_t positionals = 0;
+    const auto noteUnknown = [&read](const std::string& word) {
+        if (read.unknown.empty()) {
+            read.unknown = word;
+            read.unknownIn = read.command;
+        }
+    };
     for (const std::string& word : words) {
         if (read.valueFollows) {
             read.valueFollows = false;
@@ -81,15 +87,13 @@ Words ReadWords(const CLI::App& app, const std::vector<std::string>& words)
             const CLI::Option* option = FindOption(app, *read.command, word.substr(0, word.find('=')));
             read.valueFollows = option != nullptr && TakesValue(*option) && word.find('=') == std::string::npos;
             read.awaited = option;
-            if (option == nullptr && read.unknown.empty()) {
-                read.unknown = word;
-                read.unknownIn = read.command;
+            if (option == nullptr) {
+                noteUnknown(word);
             }
         } else {
             ++positionals;
-            if (!read.command->get_subcommands(nullptr).empty() && read.unknown.empty()) {
-                read.unknown = word;
-                read.unknownIn = read.command;
+            if (!read.command->get_subcommands(nullptr).empty()) {
+                noteUnknown(word);
             }
         }
     }

@@ -1,8 +1,9 @@
-#include "BusFault.h"
+#include "tools/sandbox/BusFault.h"
 
-#include "Connection.h"
-#include "PrivateBus.h"
-#include "WriteFile.h"
+#include "src/link/Owners.h"
+#include "tools/sandbox/Connection.h"
+#include "tools/sandbox/Files.h"
+#include "tools/sandbox/PrivateBus.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -12,14 +13,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <stdexcept>
-#include <system_error>
 
 namespace kiv::sandbox {
 
@@ -55,23 +55,29 @@ std::string DeniedBy(const std::string& fault)
     return "";
 }
 
+using StreamOwner = std::unique_ptr<GIOStream, link::Releaser<g_object_unref>>;
+
+// Connects to the socket of a bus. Returns null for an error.
+StreamOwner ConnectTo(const std::string& address, GError** error = nullptr)
+{
+    return StreamOwner(g_dbus_address_get_stream_sync(address.c_str(), nullptr, nullptr, error));
+}
+
 // Returns the process that listens at an address, as the kernel knows it, so it also finds a daemon that is stopped.
 // Returns nothing for an address that is not a socket of this machine.
 std::optional<pid_t> DaemonAt(const std::string& address)
 {
     g_autoptr(GError) error = nullptr;
-    GIOStream* const stream = g_dbus_address_get_stream_sync(address.c_str(), nullptr, nullptr, &error);
+    const StreamOwner stream = ConnectTo(address, &error);
     if (stream == nullptr) {
         // When a sandbox ends, its folder is removed with the socket in it.
         const bool isGone = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_NOT_FOUND) != FALSE;
         throw std::runtime_error(
             fmt::format("{}no connection to {}: {}", isGone ? "the sandbox has ended: " : "", address, error->message));
     }
-    GSocket* const socket = g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream));
-    GCredentials* credentials = g_socket_get_credentials(socket, nullptr);
+    GSocket* const socket = g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream.get()));
+    g_autoptr(GCredentials) credentials = g_socket_get_credentials(socket, nullptr);
     const pid_t pid = credentials == nullptr ? -1 : g_credentials_get_unix_pid(credentials, nullptr);
-    g_clear_object(&credentials);
-    g_object_unref(stream);
     return pid > 0 ? std::optional(pid) : std::nullopt;
 }
 
@@ -91,9 +97,14 @@ void Await(const Condition& condition, const char* failure)
 void SendSignal(pid_t process, int number)
 {
     if (kill(process, number) != 0) {
-        throw std::system_error(
-            errno, std::generic_category(), fmt::format("cannot send a signal to the bus, process {}", process));
+        ThrowErrno(fmt::format("cannot send a signal to the bus, process {}", process));
     }
+}
+
+std::string ReadFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // Makes commands that set faults wait for each other. While one ends the bus, another could still connect to it. Does
@@ -158,8 +169,7 @@ std::string BusFault(const std::string& address)
     if (BusHangs(address)) {
         return kHang;
     }
-    std::ifstream file(directory / kFaultFile);
-    const std::string configuration(std::istreambuf_iterator<char>(file), {});
+    const std::string configuration = ReadFile(directory / kFaultFile);
     const auto isInForce = [&configuration](const std::string& fault) {
         const std::string denied = DeniedBy(fault);
         return !denied.empty() && configuration.find(denied) != std::string::npos;
@@ -176,13 +186,8 @@ bool BusHangs(const std::string& address)
 
 bool BusIsGone(const std::string& address)
 {
-    GIOStream* stream = g_dbus_address_get_stream_sync(address.c_str(), nullptr, nullptr, nullptr);
-    if (stream != nullptr) {
-        g_object_unref(stream);
-        return false;
-    }
     try {
-        return std::filesystem::exists(PrivateBusDirectory(address));
+        return ConnectTo(address) == nullptr && std::filesystem::exists(PrivateBusDirectory(address));
     } catch (const std::runtime_error&) {
         return false; // the address of another bus
     }
@@ -201,8 +206,7 @@ void ConfirmRestart(const std::filesystem::path& busDirectory)
 bool IsStopped(pid_t process)
 {
     // The text is "pid (name) state ...". The name can have any character.
-    std::ifstream file(fmt::format("/proc/{}/stat", process));
-    const std::string stat(std::istreambuf_iterator<char>(file), {});
+    const std::string stat = ReadFile(fmt::format("/proc/{}/stat", process));
     const std::size_t nameEnd = stat.rfind(')');
     return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") T") == 0;
 }

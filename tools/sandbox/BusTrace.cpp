@@ -1,8 +1,7 @@
-#include "BusTrace.h"
+#include "tools/sandbox/BusTrace.h"
 
-#include "Connection.h"
-#include "Owned.h"
 #include "simulator/ShortText.h"
+#include "tools/sandbox/Connection.h"
 
 #include <fmt/format.h>
 
@@ -20,15 +19,10 @@ std::string Text(const char* text)
     return text == nullptr ? "" : text;
 }
 
-std::string Print(GVariant* value)
+// Returns a body as GVariant text.
+std::string Print(const Message& message, gboolean withTypes)
 {
-    return Owned(g_variant_print(value, FALSE));
-}
-
-// Returns the arguments of a call or a result, in parentheses.
-std::string DescribeBody(const Message& message)
-{
-    return message.body ? simulator::ShortText(message.body.get()) : "()";
+    return message.body ? simulator::TakeText(g_variant_print(message.body.get(), withTypes)) : "()";
 }
 
 std::string DescribeFlags(GDBusMessageFlags flags)
@@ -65,7 +59,7 @@ Message Copy(GDBusMessage* message)
 
 std::string Message::TypedBodyText() const
 {
-    return body ? Owned(g_variant_print(body.get(), TRUE)) : "()";
+    return Print(*this, TRUE);
 }
 
 std::string Message::ErrorText() const
@@ -80,7 +74,7 @@ std::string Message::ErrorText() const
 
 std::string Message::BodyText() const
 {
-    return body ? Print(body.get()) : "()";
+    return Print(*this, FALSE);
 }
 
 bool IsServerCall(const Message& message)
@@ -91,7 +85,7 @@ bool IsServerCall(const Message& message)
 
 std::string Describe(const Message& message)
 {
-    const std::string body = DescribeBody(message);
+    const std::string body = message.body ? simulator::ShortText(message.body.get()) : "()";
     switch (message.type) {
     case G_DBUS_MESSAGE_TYPE_METHOD_CALL:
         return fmt::format(

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "src/link/Owners.h"
+
 #include <gio/gio.h>
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace kiv::sandbox {
 
@@ -11,7 +14,7 @@ namespace kiv::sandbox {
 // answer.
 class DaemonError : public std::runtime_error {
 public:
-    DaemonError(std::string name, const std::string& reason);
+    DaemonError(std::string name, const std::string& reason) : std::runtime_error(reason), name_(std::move(name)) {}
 
     const std::string& Name() const { return name_; }
 
@@ -30,17 +33,17 @@ public:
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    GDBusConnection* Get() const { return connection_; }
-    GMainContext* Context() const { return context_; }
-    std::string UniqueName() const { return g_dbus_connection_get_unique_name(connection_); }
+    GDBusConnection* Get() const { return connection_.get(); }
+    GMainContext* Context() const { return context_.get(); }
+    std::string UniqueName() const { return g_dbus_connection_get_unique_name(Get()); }
 
     // Calls a method of the bus daemon itself and waits for the answer. The arguments may be floating or null.
     // Returns the serial number of the call. Throws DaemonError.
     guint32 CallDaemon(const char* interface, const char* method, GVariant* arguments = nullptr) const;
 
 private:
-    GMainContext* context_;
-    GDBusConnection* connection_;
+    link::ContextOwner context_;
+    link::ConnectionOwner connection_;
 };
 
 } // namespace kiv::sandbox

@@ -1,20 +1,19 @@
-#include "ControlCommand.h"
+#include "tools/sandbox/ControlCommand.h"
 
-#include "BusFault.h"
-#include "Connection.h"
-#include "Owned.h"
-#include "ScenarioFiles.h"
 #include "simulator/BusObject.h"
 #include "simulator/CommandLine.h"
 #include "simulator/Faults.h"
 #include "simulator/Feature.h"
 #include "simulator/HomeText.h"
 #include "simulator/Interfaces.h"
-#include "simulator/JsonNode.h"
+#include "simulator/JsonKeys.h"
 #include "simulator/Scenario.h"
 #include "simulator/Wire.h"
 #include "tools/Harmless.h"
 #include "tools/Nearest.h"
+#include "tools/sandbox/BusFault.h"
+#include "tools/sandbox/Connection.h"
+#include "tools/sandbox/ScenarioFiles.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -37,7 +36,7 @@ namespace kiv::sandbox {
 namespace {
 
 using nlohmann::json;
-using Variant = std::shared_ptr<GVariant>;
+using simulator::Variant;
 
 constexpr int kBadUsage = 2;
 
@@ -105,7 +104,10 @@ public:
         return Call(simulator::kControlName, simulator::kControlPath, simulator::kControlInterface, method, arguments);
     }
 
-    void Apply(const std::string& scenario) const { Control("Apply", g_variant_new("(s)", scenario.c_str())); }
+    void Tell(const char* method, const std::string& text) const
+    {
+        Control(method, g_variant_new("(s)", text.c_str()));
+    }
 
 private:
     bool IsRunning() const
@@ -138,7 +140,7 @@ private:
             connection_.Get(), name, path, interface, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
             INT_MAX, nullptr, &error);
         if (reply != nullptr) {
-            return {reply, g_variant_unref};
+            return simulator::Own(reply);
         }
         const bool isRefusal = g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS) != FALSE;
         g_dbus_error_strip_remote_error(error);
@@ -154,7 +156,7 @@ private:
 // Returns the text of a tuple from a variant, in which "()" stands for an empty tuple.
 std::string PrintTuple(GVariant* value)
 {
-    const std::string text = Owned(g_variant_print(value, FALSE));
+    const std::string text = simulator::TakeText(g_variant_print(value, FALSE));
     return text == "'()'" ? "()" : text;
 }
 
@@ -219,11 +221,7 @@ struct Words {
 
 std::string FaultKeys()
 {
-    std::vector<std::string> keys;
-    for (const auto& [key, type] : simulator::Faults::Keys()) {
-        keys.push_back(key);
-    }
-    return fmt::format("{}", fmt::join(keys, ", "));
+    return fmt::format("{}", fmt::join(simulator::NamesOf(simulator::Faults::Keys()), ", "));
 }
 
 void SetFault(const Simulator& simulator, const Words& words)
@@ -233,17 +231,16 @@ void SetFault(const Simulator& simulator, const Words& words)
             "FAULT must be JSON such as '{{\"delay\": 500}}', or none, got nothing; its keys are {}", FaultKeys()));
     }
     if (words.fault == "none") {
-        simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
+        simulator.Tell("ClearFault", words.method);
         return;
     }
     const auto fault = simulator::ReadFault(simulator::JsonNode::Parse("FAULT", words.fault));
     simulator.Control("Fault", g_variant_new("(s@a{sv})", words.method.c_str(), fault.get()));
 }
 
-// Returns the home, the clients and the faults.
-json State(const Simulator& simulator)
+// Returns the home, the clients and the faults from the answer of Show or AwaitChange.
+json StateIn(const Variant& reply)
 {
-    const Variant reply = simulator.Control("Show");
     const char* text = nullptr;
     g_variant_get(reply.get(), "(&s)", &text);
     return json::parse(text);
@@ -334,16 +331,13 @@ void ShowState(const json& state, const Words& words)
 
 void Show(const Simulator& simulator, const Words& words)
 {
-    ShowState(State(simulator), words);
+    ShowState(StateIn(simulator.Control("Show")), words);
 }
 
 void AwaitChange(const Simulator& simulator, const Words& words)
 {
     const Variant now = simulator.Control("Show");
-    const Variant reply = simulator.Control("AwaitChange", now.get());
-    const char* text = nullptr;
-    g_variant_get(reply.get(), "(&s)", &text);
-    ShowState(json::parse(text), words);
+    ShowState(StateIn(simulator.Control("AwaitChange", now.get())), words);
 }
 
 void PrintCalls(const Simulator& simulator, const Words& words)
@@ -426,7 +420,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
     };
     command(
         "apply", "apply all that a scenario mentions", "surround-set",
-        [&](const Simulator& simulator) { simulator.Apply(CheckedScenario(words.scenario)); })
+        [&](const Simulator& simulator) { simulator.Tell("Apply", CheckedScenario(words.scenario)); })
         ->add_option("SCENARIO", words.scenario, "a file, the name of an installed scenario, or - for stdin")
         ->required();
     CLI::App* const fault = command(
@@ -437,17 +431,13 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
     addMethod(
         command(
             "clear-fault", "remove the fault of a method", "StopNetworkSpeaker",
-            [&](const Simulator& simulator) {
-                simulator.Control("ClearFault", g_variant_new("(s)", words.method.c_str()));
-            }),
+            [&](const Simulator& simulator) { simulator.Tell("ClearFault", words.method); }),
         "method of the server, or *");
     plain("clear-faults", "ClearFaults", "remove every fault");
     TakeOneOf(
         command(
             "feature", "set whether the TV has network speakers", "off",
-            [&](const Simulator& simulator) {
-                simulator.Control("Feature", g_variant_new("(s)", words.feature.c_str()));
-            })
+            [&](const Simulator& simulator) { simulator.Tell("Feature", words.feature); })
             ->add_option("STATE", words.feature, "absent means that it cannot be read")
             ->required(),
         simulator::kFeatures);
@@ -509,7 +499,7 @@ void AddCommands(CLI::App& app, Words& words, std::function<void()>& action)
         ->check(simulator::IntegerFrom(0));
     command(
         "client-id", "give every process this client id", "den",
-        [&](const Simulator& simulator) { simulator.Control("ClientId", g_variant_new("(s)", words.id.c_str())); })
+        [&](const Simulator& simulator) { simulator.Tell("ClientId", words.id); })
         ->add_option("ID", words.id, "any text")
         ->required();
     plain("reset-client-id", "ResetClientId", "give each process its own id again");

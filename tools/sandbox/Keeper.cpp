@@ -1,4 +1,6 @@
-#include "Keeper.h"
+#include "tools/sandbox/Keeper.h"
+
+#include "tools/sandbox/Files.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -14,8 +16,8 @@
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
+#include <stdexcept>
 #include <string_view>
-#include <system_error>
 
 namespace kiv::sandbox {
 
@@ -200,23 +202,6 @@ private:
     pid_t program_ = 0;
 };
 
-// Returns a null-terminated view for exec.
-std::vector<char*> Arguments(std::vector<std::string>& words)
-{
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
-    return arguments;
-}
-
-[[noreturn]] void ThrowErrno(int error, const std::string& what)
-{
-    throw std::system_error(error, std::generic_category(), what);
-}
-
 // Reads like read(), but goes on after a signal.
 ssize_t ReadSome(int fd, void* buffer, std::size_t size)
 {
@@ -241,11 +226,22 @@ std::optional<int> Value(std::string_view line, std::string_view keyword)
 void ThrowIfFailed(std::string_view line)
 {
     if (const auto error = Value(line, kFailed)) {
-        ThrowErrno(*error, "cannot execute");
+        ThrowErrno("cannot execute", *error);
     }
 }
 
 } // namespace
+
+std::vector<char*> Arguments(std::vector<std::string>& words)
+{
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    return arguments;
+}
 
 Keeper::Keeper(const std::vector<std::string>& command, Place place, const std::filesystem::path& directory)
 {
@@ -257,7 +253,7 @@ Keeper::Keeper(const std::vector<std::string>& command, Place place, const std::
 
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-        ThrowErrno(errno, "socketpair");
+        ThrowErrno("socketpair");
     }
     // Signals are blocked, so that no signal handler of the owner runs in the keeper.
     sigset_t all;
@@ -281,7 +277,7 @@ Keeper::Keeper(const std::vector<std::string>& command, Place place, const std::
     socket_ = ends[0];
     if (child < 0) {
         close(socket_);
-        ThrowErrno(error, "fork");
+        ThrowErrno("fork", error);
     }
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
@@ -303,11 +299,6 @@ void Keeper::Start()
     const std::string line = ReadRawLine();
     ThrowIfFailed(line);
     pid_ = Value(line, kStarted).value();
-}
-
-void Keeper::Signal(int signalNumber)
-{
-    SendOrder(signalNumber);
 }
 
 std::optional<std::string> Keeper::ReadLine()

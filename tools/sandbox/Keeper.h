@@ -9,6 +9,9 @@
 
 namespace kiv::sandbox {
 
+// Returns the words as exec functions take them. The pointers are valid as long as the words.
+std::vector<char*> Arguments(std::vector<std::string>& words);
+
 // Runs a program, and removes everything of it in the end. When the object is destroyed, or this process dies in
 // whatever way, the program and everything that it started are ended (SIGTERM, then SIGKILL), and a directory is
 // removed.
@@ -32,7 +35,7 @@ public:
     // Starts the program. It can be started again after it has ended.
     void Start();
     pid_t Pid() const { return pid_; } // of the program; 0 before its start and once its end has been read
-    void Signal(int signalNumber);
+    void Signal(int signalNumber) { SendOrder(signalNumber); }
     // Returns the next line from the program, or nothing when it has ended. Throws std::system_error if it cannot be
     // executed.
     std::optional<std::string> ReadLine();

@@ -1,21 +1,22 @@
-#include "BusFault.h"
-#include "BusTrace.h"
-#include "Connection.h"
-#include "ControlCommand.h"
-#include "Keeper.h"
-#include "NamedSandboxes.h"
-#include "Page.h"
-#include "PrivateBus.h"
-#include "Recorder.h"
-#include "ReplayCheck.h"
-#include "ScenarioFiles.h"
-#include "TraceFormatter.h"
-#include "WriteFile.h"
 #include "simulator/CommandLine.h"
 #include "simulator/Feature.h"
 #include "simulator/Interfaces.h"
 #include "simulator/Replay.h"
 #include "simulator/Scenario.h"
+#include "src/link/Owners.h"
+#include "tools/sandbox/BusFault.h"
+#include "tools/sandbox/BusTrace.h"
+#include "tools/sandbox/Connection.h"
+#include "tools/sandbox/ControlCommand.h"
+#include "tools/sandbox/Files.h"
+#include "tools/sandbox/Keeper.h"
+#include "tools/sandbox/NamedSandboxes.h"
+#include "tools/sandbox/Page.h"
+#include "tools/sandbox/PrivateBus.h"
+#include "tools/sandbox/Recorder.h"
+#include "tools/sandbox/ReplayCheck.h"
+#include "tools/sandbox/ScenarioFiles.h"
+#include "tools/sandbox/TraceFormatter.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/chrono.h>
@@ -167,13 +168,11 @@ std::string FindSimulator(const std::string& given)
             return candidate.lexically_normal();
         }
     }
-    char* found = g_find_program_in_path(kSimulatorProgram);
+    const link::TextOwner found(g_find_program_in_path(kSimulatorProgram));
     if (found == nullptr) {
         throw std::runtime_error(fmt::format("{} not found; name it with --simulator", kSimulatorProgram));
     }
-    std::string path = found;
-    g_free(found);
-    return path;
+    return found.get();
 }
 
 Service SimulatorService(const Options& options, const fs::path& featureFile, const fs::path& scenarioFile)
@@ -372,7 +371,7 @@ std::string TimeOfDay()
 class TracePrinter {
 public:
     explicit TracePrinter(TraceFormatter::Housekeeping housekeeping)
-        : formatter_(housekeeping), isPrinting_(housekeeping == TraceFormatter::Housekeeping::Shown)
+        : formatter_(housekeeping), isPrinting_(housekeeping == TraceFormatter::Housekeeping::kShown)
     {
     }
 
@@ -399,7 +398,7 @@ struct Listeners {
     {
         if (options.trace || options.traceAll) {
             printer.emplace(
-                options.traceAll ? TraceFormatter::Housekeeping::Shown : TraceFormatter::Housekeeping::Hidden);
+                options.traceAll ? TraceFormatter::Housekeeping::kShown : TraceFormatter::Housekeeping::kHidden);
         }
         if (!options.record.empty()) {
             recorder.emplace(options.record);
@@ -523,12 +522,7 @@ int RunInSandbox(const Options& options)
 // Replaces this process.
 [[noreturn]] void Execute(std::vector<std::string> words)
 {
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
+    const std::vector<char*> arguments = Arguments(words);
     execvp(arguments[0], arguments.data());
     throw CommandError(words.front(), std::error_code(errno, std::generic_category()));
 }

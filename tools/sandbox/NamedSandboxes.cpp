@@ -1,9 +1,10 @@
-#include "NamedSandboxes.h"
+#include "tools/sandbox/NamedSandboxes.h"
 
-#include "TemporaryFolder.h"
+#include "tools/sandbox/Files.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <glib.h>
 #include <nlohmann/json.hpp>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -13,7 +14,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -27,11 +27,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kLongestName = 64;
-
-[[noreturn]] void ThrowErrno(const std::string& what)
-{
-    throw std::runtime_error(fmt::format("{}: {}", what, std::strerror(errno)));
-}
 
 // Returns the folder with the entries of this user's sandboxes.
 fs::path FolderPath()
@@ -130,8 +125,7 @@ std::optional<NamedSandbox> ReadEntry(const LockedFolder& folder, const std::str
 std::string WhyNoName(const std::string& text)
 {
     const auto isAllowed = [](char character) {
-        return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-               (character >= '0' && character <= '9') || std::string_view("-_.").find(character) != std::string::npos;
+        return g_ascii_isalnum(character) != FALSE || std::string_view("-_.").find(character) != std::string::npos;
     };
     if (!text.empty() && text.size() <= kLongestName && text.front() != '.' && std::ranges::all_of(text, isAllowed)) {
         return "";

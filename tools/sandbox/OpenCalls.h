@@ -1,6 +1,6 @@
 #pragma once
 
-#include "BusTrace.h"
+#include "tools/sandbox/BusTrace.h"
 
 #include <cstdint>
 #include <map>

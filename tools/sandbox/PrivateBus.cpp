@@ -1,16 +1,13 @@
-#include "PrivateBus.h"
+#include "tools/sandbox/PrivateBus.h"
 
-#include "Connection.h"
-#include "Keeper.h"
-#include "Owned.h"
-#include "TemporaryFolder.h"
-#include "WriteFile.h"
+#include "simulator/Glib.h"
+#include "tools/sandbox/Connection.h"
+#include "tools/sandbox/Files.h"
 
 #include <fmt/format.h>
 #include <gio/gio.h>
 #include <sys/un.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
@@ -19,6 +16,8 @@
 namespace kiv::sandbox {
 
 namespace {
+
+using simulator::TakeText;
 
 constexpr auto kDaemonInterface = "org.freedesktop.DBus";
 constexpr auto kAddressHead = "unix:path=";
@@ -64,7 +63,7 @@ std::filesystem::path MakeDirectory()
         path = std::filesystem::path("/tmp") / name;
     }
     if (mkdtemp(path.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), path);
+        ThrowErrno(path);
     }
     return path;
 }
@@ -96,23 +95,20 @@ void WriteServiceFile(const std::filesystem::path& directory, const Service& ser
 {
     std::string commandLine;
     for (const std::string& word : service.command) {
-        commandLine += (commandLine.empty() ? "" : " ") + Owned(g_shell_quote(word.c_str()));
+        commandLine += (commandLine.empty() ? "" : " ") + TakeText(g_shell_quote(word.c_str()));
     }
-    GKeyFile* file = g_key_file_new();
+    g_autoptr(GKeyFile) file = g_key_file_new();
     g_key_file_set_string(file, "D-BUS Service", "Name", service.name.c_str());
     g_key_file_set_string(file, "D-BUS Service", "Exec", commandLine.c_str());
-    const std::string text = Owned(g_key_file_to_data(file, nullptr, nullptr));
-    g_key_file_unref(file);
-    WriteFile(ServiceFile(directory, service.name), text);
+    WriteFile(ServiceFile(directory, service.name), TakeText(g_key_file_to_data(file, nullptr, nullptr)));
 }
 
 } // namespace
 
 PrivateBus::PrivateBus(const BusOptions& options)
     : directory_(MakeDirectory()),
-      address_(kAddressHead + Owned(g_dbus_address_escape_value((directory_ / kSocket).c_str()))),
-      keeper_(
-          std::make_unique<Keeper>(DaemonCommand(ConfigurationFile(directory_)), Keeper::Place::Background, directory_))
+      address_(kAddressHead + TakeText(g_dbus_address_escape_value((directory_ / kSocket).c_str()))),
+      keeper_(DaemonCommand(ConfigurationFile(directory_)), Keeper::Place::Background, directory_)
 {
     std::filesystem::create_directory(ServicesDirectory(directory_));
     for (const Service& service : options.services) {
@@ -122,43 +118,26 @@ PrivateBus::PrivateBus(const BusOptions& options)
         ConfigurationFile(directory_),
         fmt::format(
             kConfiguration, fmt::arg("address", address_),
-            fmt::arg("services", Owned(g_markup_escape_text(ServicesDirectory(directory_).c_str(), -1))),
+            fmt::arg("services", TakeText(g_markup_escape_text(ServicesDirectory(directory_).c_str(), -1))),
             fmt::arg("extra", options.extraConfig)));
     Start();
 }
 
-PrivateBus::~PrivateBus() = default;
-
-pid_t PrivateBus::DaemonPid() const
-{
-    return keeper_->Pid();
-}
-
 void PrivateBus::Kill()
 {
-    if (keeper_->Pid() != 0) {
-        keeper_->Signal(SIGKILL);
-        keeper_->WaitForEnd();
+    if (keeper_.Pid() != 0) {
+        keeper_.Signal(SIGKILL);
+        keeper_.WaitForEnd();
     }
-}
-
-void PrivateBus::Resume()
-{
-    keeper_->Signal(SIGCONT);
-}
-
-int PrivateBus::Fd() const
-{
-    return keeper_->Fd();
 }
 
 void PrivateBus::Start()
 {
     Kill();
     try {
-        keeper_->Start();
+        keeper_.Start();
         // The daemon prints its address when it listens.
-        if (!keeper_->ReadLine()) {
+        if (!keeper_.ReadLine()) {
             throw std::runtime_error("dbus-daemon did not start; it gives the reason on stderr or in the system log");
         }
     } catch (const std::system_error& error) {
@@ -185,7 +164,7 @@ void PrivateBus::Activate(const std::string& name)
 
 void PrivateBus::ReloadConfig() const
 {
-    if (keeper_->Pid() != 0) {
+    if (keeper_.Pid() != 0) {
         Connection(address_).CallDaemon(kDaemonInterface, "ReloadConfig");
     }
 }
@@ -193,9 +172,9 @@ void PrivateBus::ReloadConfig() const
 std::filesystem::path PrivateBusDirectory(const std::string& address)
 {
     const std::string head = kAddressHead;
-    char* const socket = address.starts_with(head) ? g_uri_unescape_string(address.c_str() + head.size(), "") : nullptr;
-    std::filesystem::path directory = std::filesystem::path(socket == nullptr ? "" : socket).parent_path();
-    g_free(socket);
+    const link::TextOwner socket(
+        address.starts_with(head) ? g_uri_unescape_string(address.c_str() + head.size(), "") : nullptr);
+    std::filesystem::path directory = std::filesystem::path(socket == nullptr ? "" : socket.get()).parent_path();
     if (!directory.filename().string().starts_with(kDirectoryHead)) {
         throw std::runtime_error(fmt::format("the address must be that of a sandbox's bus, got \"{}\"", address));
     }

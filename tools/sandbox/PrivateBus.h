@@ -1,15 +1,15 @@
 #pragma once
 
+#include "tools/sandbox/Keeper.h"
+
 #include <sys/types.h>
 
+#include <csignal>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace kiv::sandbox {
-
-class Keeper;
 
 // A program that the bus starts when its name is called and has no owner.
 struct Service {
@@ -32,21 +32,18 @@ struct BusOptions {
 class PrivateBus {
 public:
     explicit PrivateBus(const BusOptions& options = {});
-    ~PrivateBus();
-    PrivateBus(const PrivateBus&) = delete;
-    PrivateBus& operator=(const PrivateBus&) = delete;
 
     const std::string& Address() const { return address_; }
     // Returns the directory of this bus, which is removed with it. Callers may put files there.
     const std::filesystem::path& Directory() const { return directory_; }
-    pid_t DaemonPid() const; // 0 after Kill()
+    pid_t DaemonPid() const { return keeper_.Pid(); } // 0 after Kill()
 
     // Ends the daemon by SIGKILL, and returns when it has ended. Services that it started go on without a bus.
     void Kill();
     // Resumes a daemon that was stopped by SIGSTOP.
-    void Resume();
+    void Resume() { keeper_.Signal(SIGCONT); }
     // Readable when the daemon has ended. Not valid after Kill().
-    int Fd() const;
+    int Fd() const { return keeper_.Fd(); }
     // Starts the daemon again, on the same address. A daemon that still runs is killed first.
     void Start();
 
@@ -62,7 +59,7 @@ public:
 private:
     std::filesystem::path directory_;
     std::string address_;
-    std::unique_ptr<Keeper> keeper_;
+    Keeper keeper_;
 };
 
 // Returns the directory of the private bus at an address. Throws std::runtime_error for the address of another bus.

@@ -1,4 +1,4 @@
-#include "Recorder.h"
+#include "tools/sandbox/Recorder.h"
 
 #include "simulator/JsonNode.h"
 
@@ -120,7 +120,7 @@ std::string Recorder::Finish(bool hasFailed)
     if (!file_) {
         throw std::runtime_error(fmt::format("{}: cannot be written", name_));
     }
-    const bool isEmpty = messages_.AreNone();
+    const bool isEmpty = messages_.IsEmpty();
     std::string complaint =
         isEmpty ? fmt::format("kiv-sandbox: {}: the recording is empty: no call was made\n", name_) : "";
     if (part_.empty()) {

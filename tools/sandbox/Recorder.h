@@ -1,7 +1,7 @@
 #pragma once
 
-#include "OpenCalls.h"
 #include "simulator/Recording.h"
+#include "tools/sandbox/OpenCalls.h"
 
 #include <chrono>
 #include <cstdint>
@@ -18,7 +18,8 @@ public:
     // Returns the line, without its time, of an event, of a call that is to be recorded, and of the answer to either.
     // Returns nothing for other messages. The caller says whether a message is such a call.
     std::optional<simulator::RecordedLine> Line(const Message& message, bool isCall);
-    bool AreNone() const { return lastNumber_ == 0; }
+    // Returns whether there was neither a call nor an event.
+    bool IsEmpty() const { return lastNumber_ == 0; }
 
 private:
     std::int64_t lastNumber_ = 0;

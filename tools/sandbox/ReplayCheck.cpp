@@ -1,4 +1,4 @@
-#include "ReplayCheck.h"
+#include "tools/sandbox/ReplayCheck.h"
 
 #include "simulator/ShortText.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "BusTrace.h"
 #include "simulator/Replay.h"
+#include "tools/sandbox/BusTrace.h"
 
 #include <cstdint>
 #include <map>

@@ -1,4 +1,4 @@
-#include "ScenarioFiles.h"
+#include "tools/sandbox/ScenarioFiles.h"
 
 #include "simulator/Scenario.h"
 #include "tools/Nearest.h"

@@ -1,4 +1,4 @@
-#include "TraceFormatter.h"
+#include "tools/sandbox/TraceFormatter.h"
 
 #include <fmt/format.h>
 
@@ -33,7 +33,7 @@ std::optional<std::string> TraceFormatter::Format(const Message& message)
 {
     FollowNames(message);
     const Member member = FollowCalls(message);
-    if (housekeeping_ == Housekeeping::Hidden && IsHousekeeping(member.owner, member.name)) {
+    if (housekeeping_ == Housekeeping::kHidden && IsHousekeeping(member.owner, member.name)) {
         return std::nullopt;
     }
     Message shown = message;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "OpenCalls.h"
+#include "tools/sandbox/OpenCalls.h"
 
 #include <optional>
 #include <string>
@@ -14,7 +14,7 @@ namespace kiv::sandbox {
 class TraceFormatter {
 public:
     // Messages by which connections find the bus and each other: Hello, match rules, and changes of names.
-    enum class Housekeeping { Hidden, Shown };
+    enum class Housekeeping { kHidden, kShown };
 
     explicit TraceFormatter(Housekeeping housekeeping) : housekeeping_(housekeeping) {}
 

@@ -70,7 +70,7 @@ Rank RankOf(int priority)
     // The highest priority marks notable events, such as a start. It is not an alarm.
     static constexpr Rank kRanks[] = {
         {'D', LOG_DEBUG}, {'I', LOG_INFO}, {'W', LOG_WARNING}, {'E', LOG_ERR}, {'F', LOG_NOTICE}};
-    return kRanks[std::clamp<int>(priority, kDebug, kFatal) - kDebug];
+    return kRanks[std::clamp<int>(priority, kLogDebug, kLogMark) - kLogDebug];
 }
 
 bool BreaksLine(char character)

@@ -1,5 +1,7 @@
 #include "platform/host/LogSettings.h"
 
+#include "platform/Platform.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -17,8 +19,9 @@ struct Choice {
     Value value;
 };
 
-constexpr Choice<int> kMinimums[] = {{"debug", kDebug}, {"info", kInfo},   {"warning", kWarning},
-                                     {"error", kError}, {"fatal", kFatal}, {"none", std::numeric_limits<int>::max()}};
+constexpr Choice<int> kMinimums[] = {{"debug", kLogDebug},     {"info", kLogInfo},
+                                     {"warning", kLogWarning}, {"error", kLogError},
+                                     {"fatal", kLogMark},      {"none", std::numeric_limits<int>::max()}};
 constexpr Choice<int> kDefaultMinimum = kMinimums[2];
 
 constexpr Choice<LogTarget> kTargets[] = {

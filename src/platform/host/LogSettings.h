@@ -2,9 +2,6 @@
 
 namespace kiv::platform {
 
-// The platform's log priorities.
-enum Priority : int { kDebug = 3, kInfo, kWarning, kError, kFatal };
-
 enum class LogTarget { kStderr, kJournal, kSyslog };
 
 struct LogSettings {

@@ -1,3 +1,4 @@
+#include "link/Owners.h"
 #include "platform/Platform.h"
 
 #include <glib.h>
@@ -5,7 +6,11 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace kiv::link;
+
 namespace {
+
+using KeyFileOwner = std::unique_ptr<GKeyFile, Releaser<g_key_file_unref>>;
 
 constexpr int kRead = 0;
 constexpr int kUnreadable = -1;
@@ -24,14 +29,14 @@ const char* FeatureFile()
     if (slash == nullptr || value == nullptr) {
         return kUnreadable;
     }
-    g_autoptr(GKeyFile) features = g_key_file_new();
-    if (!g_key_file_load_from_file(features, FeatureFile(), G_KEY_FILE_NONE, nullptr)) {
+    const KeyFileOwner features(g_key_file_new());
+    if (!g_key_file_load_from_file(features.get(), FeatureFile(), G_KEY_FILE_NONE, nullptr)) {
         return kUnreadable;
     }
-    g_autofree char* group = g_strndup(key, static_cast<gsize>(slash - key));
-    g_autoptr(GError) error = nullptr;
-    const bool answer = g_key_file_get_boolean(features, group, slash + 1, &error) != FALSE;
-    if (error != nullptr) {
+    const TextOwner group(g_strndup(key, static_cast<gsize>(slash - key)));
+    ErrorOwner error;
+    const bool answer = g_key_file_get_boolean(features.get(), group.get(), slash + 1, error.Out()) != FALSE;
+    if (error) {
         return kUnreadable;
     }
     *value = answer;

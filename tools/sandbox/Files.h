@@ -2,12 +2,31 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 
 namespace kiv::sandbox {
+
+// Throws std::system_error for a system call that has failed.
+[[noreturn]] inline void ThrowErrno(const std::string& what, int error = errno)
+{
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+// Writes a file. Throws std::runtime_error if it cannot be written.
+inline void WriteFile(const std::filesystem::path& path, const std::string& text)
+{
+    std::ofstream file(path);
+    file << text;
+    if (!file.flush()) {
+        throw std::runtime_error("cannot write " + path.string());
+    }
+}
 
 // Returns the folder for temporary files. Throws std::runtime_error if the environment names something that is not a
 // folder.
