@@ -10,7 +10,8 @@ source=$(dirname "$0")/parent
 
 for way in subdirectory fetch-content; do
     rm -rf "$prefix"
-    configure -DKIV_SOURCE="$project" -DWAY=$way -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+    configure -DKIV_SOURCE="$project" -DWAY=$way -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
+        -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=0
     build_all
     install_all
     # The project has only its own test, which runs the program.
