@@ -99,37 +99,48 @@ std::string WithValues(std::string line)
     return std::regex_replace(line, std::regex("%zu|%u"), "4294967168");
 }
 
-void ExpectExplained(const std::string& function, const std::string& text, const Row& row, size_t meaning)
-{
-    const std::string line = "KivServiceInterface.cpp: " + function + "(1) > " + text;
-    const std::vector<Json> explained = ExplainToScripts(line + '\n');
-    ASSERT_EQ(explained.size(), 1U);
-    EXPECT_EQ(
-        explained[0], Json(
-                          {{"line", line},
-                           {"function", function},
-                           {"known", true},
-                           {"meaning", row.cells.at(meaning)},
-                           {"advice", row.cells.size() > meaning + 1 ? row.cells.at(meaning + 1) : ""}}));
-}
+// A log, and what is expected of its lines.
+struct Log {
+    void Add(const std::string& function, const std::string& text, const Row& row, size_t meaning)
+    {
+        const std::string line = "KivServiceInterface.cpp: " + function + "(1) > " + text;
+        lines += line + '\n';
+        explained.push_back(
+            {{"line", line},
+             {"function", function},
+             {"known", true},
+             {"meaning", row.cells.at(meaning)},
+             {"advice", row.cells.size() > meaning + 1 ? row.cells.at(meaning + 1) : ""}});
+    }
+
+    std::string lines;
+    std::vector<Json> explained;
+};
 
 TEST(ExplainTest, SaysOfEachLineWhatThePageSays)
 {
     const std::vector<Row> rows = PageRows();
     ASSERT_GT(rows.size(), 100U);
+    Log log;
     for (const Row& row : rows) {
         const std::string text = WithValues(row.line);
         if (row.section.starts_with("Reasons of ")) {
-            ExpectExplained("MethodCall", "[NAM_API] Error: method [Method],[" + text + "]...", row, 0);
+            log.Add("MethodCall", "[NAM_API] Error: method [Method],[" + text + "]...", row, 0);
         } else if (row.section == "Information" || row.section == "Debug") {
             const std::string functions = row.cells[0] == "itself" ? row.line : row.cells[0];
             const std::regex name(R"((^|, )(\w+)(?=,|$))");
             for (std::sregex_iterator at(functions.begin(), functions.end(), name), end; at != end; ++at) {
-                ExpectExplained((*at)[2], text, row, 1);
+                log.Add((*at)[2], text, row, 1);
             }
         } else {
-            ExpectExplained("StopNetworkSpeaker", text, row, 0);
+            log.Add("StopNetworkSpeaker", text, row, 0);
         }
+    }
+    // Lines are compared one by one, so that a failure shows those that differ.
+    const std::vector<Json> explained = ExplainToScripts(log.lines);
+    ASSERT_EQ(explained.size(), log.explained.size());
+    for (size_t i = 0; i < explained.size(); ++i) {
+        EXPECT_EQ(explained[i], log.explained[i]);
     }
 }
 
