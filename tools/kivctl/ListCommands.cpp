@@ -211,22 +211,15 @@ std::vector<Command> ListCommands()
         Group(
             "list", "Show speaker lists and nodes",
             {
-                {"active", "Ask for the active speaker group and its speakers", kActiveList},
+                {"active", "Ask for the active speaker group and its speakers", kActiveList, "GetActiveNetSpkInfo"},
                 {"all", "Ask for all speaker lists", kAllLists},
-                {"count", "Ask for the number of speaker lists", kListCount},
-                {"nodes", "Ask for the speaker nodes of the network", kAllNodes},
+                {"count", "Ask for the number of speaker lists", kListCount, "GetNetSpkListInfoNumber"},
+                {"nodes", "Ask for the speaker nodes of the network", kAllNodes, "GetNetSpkNodeList"},
             }),
-    };
-}
-
-std::vector<Command> ListFunctions()
-{
-    return {
-        {"GetActiveNetSpkInfo", "Ask for the active speaker group and its speakers", kActiveList},
-        {"GetNetSpkListInfo", "Ask for all speaker lists", kListsByVector},
-        {"getNetSpkListInfo", "Ask for all speaker lists, into a plain array", kListsByArray},
-        {"GetNetSpkListInfoNumber", "Ask for the number of speaker lists", kListCount},
-        {"GetNetSpkNodeList", "Ask for the speaker nodes of the network", kAllNodes},
+        Functions({
+            {"GetNetSpkListInfo", "Ask for all speaker lists", kListsByVector},
+            {"getNetSpkListInfo", "Ask for all speaker lists, into a plain array", kListsByArray},
+        }),
     };
 }
 
