@@ -1,7 +1,7 @@
 #include "Command.h"
+#include "Diagnosis.h"
 #include "Doctor.h"
 #include "Explain.h"
-#include "Feature.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -16,9 +16,7 @@ constexpr auto kFeatureEnabled = Plain([] {
         return Result{kNoNetworkSpeakers, "no", {{"result", false}}};
     }
     if (!g_GetSystemVal) {
-        const std::string why = WhyFeatureIsUnknown();
-        const std::string reason =
-            fmt::format("it cannot be read, which counts as yes{}{}", why.empty() ? "" : ": ", why);
+        const std::string reason = "it " + UnknownFeatureText();
         return Done("yes: " + reason, {{"result", true}, {"reason", reason}});
     }
     return Done("yes", {{"result", true}});
