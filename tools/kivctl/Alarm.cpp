@@ -1,6 +1,8 @@
 #include "Alarm.h"
 
+#include <condition_variable>
 #include <csignal>
+#include <mutex>
 #include <utility>
 
 namespace kiv::ctl {
@@ -12,24 +14,15 @@ Alarm::Alarm(std::chrono::milliseconds limit, std::function<void()> ring)
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    watcher_ = std::thread([this, limit, ring = std::move(ring)] {
-        std::unique_lock lock(mutex_);
-        if (!changed_.wait_for(lock, limit, [this] { return finished_; })) {
-            lock.unlock();
+    watcher_ = std::jthread([limit, ring = std::move(ring)](const std::stop_token& destroyed) {
+        std::mutex mutex;
+        std::unique_lock lock(mutex);
+        std::condition_variable_any().wait_for(lock, destroyed, limit, [] { return false; });
+        if (!destroyed.stop_requested()) {
             ring();
         }
     });
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
-Alarm::~Alarm()
-{
-    {
-        const std::scoped_lock lock(mutex_);
-        finished_ = true;
-    }
-    changed_.notify_one();
-    watcher_.join();
 }
 
 } // namespace kiv::ctl

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 namespace kiv::ctl {
@@ -13,15 +11,9 @@ namespace kiv::ctl {
 class Alarm {
 public:
     Alarm(std::chrono::milliseconds limit, std::function<void()> ring);
-    ~Alarm();
-    Alarm(const Alarm&) = delete;
-    Alarm& operator=(const Alarm&) = delete;
 
 private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool finished_ = false;
-    std::thread watcher_;
+    std::jthread watcher_;
 };
 
 } // namespace kiv::ctl

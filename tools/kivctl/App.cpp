@@ -37,51 +37,38 @@ With --json, stdout has nothing but JSON, one object a line. If a command fails,
 "error" says why, and "advice" says what to do if something can be done. The exit code
 is the same as without --json.)";
 
-std::vector<Command> Joined(std::initializer_list<std::vector<Command>> families)
+// Adds the functions that a command and its parts name.
+void AddFunctions(const Command& command, std::vector<Command>& functions)
 {
-    std::vector<Command> commands;
-    for (const auto& family : families) {
-        commands.insert(commands.end(), family.begin(), family.end());
+    if (command.function != nullptr) {
+        functions.push_back(command);
+        functions.back().name = command.function;
     }
-    return commands;
-}
-
-std::vector<Command> Functions()
-{
-    return Joined({
-        DeviceFunctions(),
-        EventFunctions(),
-        SpeakerFunctions(),
-        ListFunctions(),
-        ConnectFunctions(),
-        LinkFunctions(),
-        ToneFunctions(),
-        SoundbarFunctions(),
-        NameAndVolumeFunctions(),
-        ModeFunctions(),
-        OlderFunctions(),
-    });
+    for (const Command& part : command.parts) {
+        AddFunctions(part, functions);
+    }
 }
 
 std::vector<Command> Commands()
 {
-    return Joined({
-        SpeakerCommands(),
-        ListCommands(),
-        ConnectCommands(),
-        NameAndVolumeCommands(),
-        ModeCommands(),
-        LinkCommands(),
-        ToneCommands(),
-        SoundbarCommands(),
-        EventCommands(),
-        DeviceCommands(),
-        {Group(
-            "call",
-            "Call a function of the library by its name; its arguments come in the order of C, but the IP address and "
-            "other arguments with a default are options",
-            Functions())},
-    });
+    std::vector<Command> commands;
+    std::vector<Command> functions;
+    for (const auto family :
+         {SpeakerCommands, ListCommands, ConnectCommands, NameAndVolumeCommands, ModeCommands, SoundbarCommands,
+          EventCommands, DeviceCommands, OlderFunctions}) {
+        for (const Command& command : family()) {
+            AddFunctions(command, functions);
+            if (command.name != nullptr) {
+                commands.push_back(command);
+            }
+        }
+    }
+    commands.push_back(Group(
+        "call",
+        "Call a function of the library by its name; its arguments come in the order of C, but the IP address and "
+        "other arguments with a default are options",
+        functions));
+    return commands;
 }
 
 void AddCommand(CLI::App& parent, const std::string& prefix, const Command& command, Choice& choice)

@@ -1,7 +1,5 @@
 #include "Bus.h"
 
-#include "MainLoop.h"
-
 #include <fmt/format.h>
 
 #include <cstdlib>
@@ -10,6 +8,18 @@ namespace kiv::ctl {
 namespace {
 
 constexpr const char* kAddressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
+
+// Asks the bus for a number of the process that owns a name.
+std::optional<unsigned> NumberOf(GDBusConnection* bus, const char* method, const std::string& name)
+{
+    g_autoptr(GVariant) reply = CallBus(bus, method, g_variant_new("(s)", name.c_str()), nullptr);
+    if (reply == nullptr) {
+        return std::nullopt;
+    }
+    unsigned number = 0;
+    g_variant_get(reply, "(u)", &number);
+    return number;
+}
 
 } // namespace
 
@@ -112,12 +122,27 @@ std::string OwnerOf(GDBusConnection* bus, const std::string& name)
 
 unsigned ProcessOf(GDBusConnection* bus, const std::string& name)
 {
-    g_autoptr(GVariant) reply = CallBus(bus, "GetConnectionUnixProcessID", g_variant_new("(s)", name.c_str()), nullptr);
-    unsigned process = 0;
-    if (reply != nullptr) {
-        g_variant_get(reply, "(u)", &process);
+    return NumberOf(bus, "GetConnectionUnixProcessID", name).value_or(0);
+}
+
+std::optional<unsigned> UserOf(GDBusConnection* bus, const std::string& name)
+{
+    return NumberOf(bus, "GetConnectionUnixUser", name);
+}
+
+bool WaitUntil(const std::function<bool()>& isSo, std::chrono::milliseconds limit)
+{
+    const auto onTimeout = [](gpointer late) -> gboolean {
+        *static_cast<bool*>(late) = true;
+        return G_SOURCE_CONTINUE;
+    };
+    bool tooLate = false;
+    const guint timer = g_timeout_add(static_cast<guint>(limit.count()), onTimeout, &tooLate);
+    while (!isSo() && !tooLate) {
+        g_main_context_iteration(nullptr, TRUE);
     }
-    return process;
+    g_source_remove(timer);
+    return isSo();
 }
 
 bool AwaitOwner(GDBusConnection* bus, const std::string& name, std::chrono::milliseconds limit)

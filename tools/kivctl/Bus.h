@@ -3,6 +3,8 @@
 #include <gio/gio.h>
 
 #include <chrono>
+#include <functional>
+#include <optional>
 #include <string>
 
 namespace kiv::ctl {
@@ -48,9 +50,14 @@ std::string NamedError(const std::string& name, const std::string& text);
 // Does the same for an error of GLib. Returns its text alone if D-Bus has no name for it.
 std::string ErrorText(GError* error);
 
-// Return the connection that owns a name, and its process. They return an empty text and 0 if the name has no owner.
+// Return the connection that owns a name, its process and its user. They return an empty text, 0 and nothing if the
+// name has no owner.
 std::string OwnerOf(GDBusConnection* bus, const std::string& name);
 unsigned ProcessOf(GDBusConnection* bus, const std::string& name);
+std::optional<unsigned> UserOf(GDBusConnection* bus, const std::string& name);
+
+// Runs the main context until the condition is true, but not longer than the limit. Returns whether it is true.
+bool WaitUntil(const std::function<bool()>& isSo, std::chrono::milliseconds limit);
 
 // Returns whether the name has an owner, now or within the limit.
 bool AwaitOwner(GDBusConnection* bus, const std::string& name, std::chrono::milliseconds limit);

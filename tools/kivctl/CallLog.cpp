@@ -1,6 +1,7 @@
 #include "CallLog.h"
 
 #include "CallWatch.h"
+#include "LogLines.h"
 #include "src/platform/Platform.h"
 
 #include <dlfcn.h>
@@ -81,19 +82,16 @@ void ReadError(std::string_view text)
     }
 }
 
-// Reads a line "FILE: FUNCTION(LINE) > TEXT".
 void ReadLogLine(int priority, std::string_view line)
 {
-    constexpr std::string_view kBeforeText = ") > ";
-    const size_t before = line.find(kBeforeText);
-    if (before == std::string_view::npos) {
+    const auto logged = LoggedBy(line);
+    if (!logged || !logged->text) {
         return;
     }
-    const std::string_view text = line.substr(before + kBeforeText.size());
-    if (priority == platform::kLogInfo && text.starts_with(">>> API Start")) {
+    if (priority == platform::kLogInfo && logged->text->starts_with(">>> API Start")) {
         t_lastCall = {};
     } else if (priority == platform::kLogError) {
-        ReadError(text);
+        ReadError(*logged->text);
     }
 }
 

@@ -38,13 +38,12 @@ void SeeRequest(GDBusMessage* message)
     }
 }
 
-bool IsMinusOne(GVariant* body)
+// Returns whether an answer has this body, which may be floating.
+bool IsBody(GDBusMessage* answer, GVariant* expected)
 {
-    gint32 value = 0;
-    if (body != nullptr && g_variant_is_of_type(body, G_VARIANT_TYPE("(i)")) != FALSE) {
-        g_variant_get(body, "(i)", &value);
-    }
-    return value == -1;
+    g_autoptr(GVariant) owned = g_variant_ref_sink(expected);
+    GVariant* body = g_dbus_message_get_body(answer);
+    return body != nullptr && g_variant_equal(body, owned) != FALSE;
 }
 
 void Complete(SeenCall& call, GDBusMessage* reply)
@@ -61,18 +60,9 @@ void Complete(SeenCall& call, GDBusMessage* reply)
     call.outcome = SeenCall::Outcome::kAnswered;
     call.type = fmt::format("({})", g_dbus_message_get_signature(reply));
     call.text = text;
+    call.isRefusal = IsBody(reply, g_variant_new("(i)", -1));
     GVariant* body = g_dbus_message_get_body(reply);
-    call.isRefusal = IsMinusOne(body);
     call.size = body == nullptr ? 0 : g_variant_get_size(body);
-}
-
-bool IsFalse(GVariant* body)
-{
-    gboolean value = TRUE;
-    if (body != nullptr && g_variant_is_of_type(body, G_VARIANT_TYPE("(b)")) != FALSE) {
-        g_variant_get(body, "(b)", &value);
-    }
-    return value == FALSE;
 }
 
 void SeeReply(GDBusMessage* message)
@@ -86,7 +76,7 @@ void SeeReply(GDBusMessage* message)
         }
     } else if (g_seen.ownerQuery && serial == g_ownerSerial) {
         Complete(*g_seen.ownerQuery, message);
-        g_seen.serverGone = IsFalse(g_dbus_message_get_body(message));
+        g_seen.serverGone = IsBody(message, g_variant_new("(b)", FALSE));
     }
 }
 

@@ -4,8 +4,6 @@
 #include "Bus.h"
 #include "CallWatch.h"
 #include "Diagnosis.h"
-#include "Feature.h"
-#include "MainLoop.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -106,20 +104,9 @@ Finding NoId(const std::string& answer, const std::string& type)
     return {State::kProblem, fmt::format("{} {} instead of a client id", answer, type), kUseThisInterface};
 }
 
-std::optional<unsigned> UidOf(GDBusConnection* bus, const char* name)
+std::string ServersUser(GDBusConnection* bus)
 {
-    g_autoptr(GVariant) reply = CallBus(bus, "GetConnectionUnixUser", g_variant_new("(s)", name), nullptr);
-    if (reply == nullptr) {
-        return std::nullopt;
-    }
-    unsigned uid = 0;
-    g_variant_get(reply, "(u)", &uid);
-    return uid;
-}
-
-std::string UserOf(GDBusConnection* bus, const char* name)
-{
-    const std::optional<unsigned> uid = UidOf(bus, name);
+    const std::optional<unsigned> uid = UserOf(bus, kServerName);
     if (!uid) {
         return "unknown";
     }
@@ -133,14 +120,14 @@ std::string UserOf(GDBusConnection* bus, const char* name)
 // Returns whether this process has the server's user. The bus applies the same rules to all processes of a user.
 bool IsServersUser(GDBusConnection* bus)
 {
-    const std::optional<unsigned> own = UidOf(bus, g_dbus_connection_get_unique_name(bus));
-    return own && own == UidOf(bus, kServerName);
+    const std::optional<unsigned> own = UserOf(bus, g_dbus_connection_get_unique_name(bus));
+    return own && own == UserOf(bus, kServerName);
 }
 
 // Returns a note: the events of this user do not prove that the server's events arrive.
 Finding UnprovenEvents(GDBusConnection* bus, const char* text)
 {
-    const std::string user = UserOf(bus, kServerName);
+    const std::string user = ServersUser(bus);
     Finding finding = {
         State::kNote, text,
         fmt::format("the server runs as {}; run this as {} to see whether its events arrive", user, user)};
@@ -151,7 +138,7 @@ Finding UnprovenEvents(GDBusConnection* bus, const char* text)
 // Returns the finding for an event that the bus has refused.
 Finding DeniedEvent(GDBusConnection* bus, GError* error)
 {
-    const std::string user = UserOf(bus, kServerName);
+    const std::string user = ServersUser(bus);
     // When it is the sender who must not send, dbus-daemon says "Rejected send message".
     const bool isReceiver = std::strstr(error->message, "Rejected receive message") != nullptr;
     if (!isReceiver && !IsServersUser(bus)) {
@@ -198,13 +185,7 @@ Finding Checks::Feature()
 {
     const bool disabled = GetWhetherKivDisabled();
     if (!g_GetSystemVal) {
-        const std::string why = WhyFeatureIsUnknown();
-        return {
-            State::kNote,
-            fmt::format(
-                "whether this device has network speakers cannot be read, which counts as yes{}{}",
-                why.empty() ? "" : ": ", why),
-            kMendFeature};
+        return {State::kNote, "whether this device has network speakers " + UnknownFeatureText(), kMendFeature};
     }
     if (disabled) {
         return {State::kProblem, "this device has no network speakers; the library sends nothing", kMendFeature};
@@ -278,7 +259,7 @@ Finding Checks::Server()
     }
     const auto taken = std::chrono::steady_clock::now() - start;
     const std::string text =
-        fmt::format("runs as process {} of user {}", ProcessOf(bus_, kServerName), UserOf(bus_, kServerName));
+        fmt::format("runs as process {} of user {}", ProcessOf(bus_, kServerName), ServersUser(bus_));
     if (taken <= std::chrono::milliseconds(kServerLimitMs)) {
         return {State::kOk, text};
     }

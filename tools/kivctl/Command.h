@@ -133,6 +133,9 @@ struct Command {
     const char* description;
     // Declares the command's arguments. The action reads their values after the command line has been parsed.
     std::function<Action(CLI::App& app)> declare;
+    // The library's function that takes the same arguments, by whose name "kivctl call" has the command, too. Null for
+    // a command that does more or less than one function.
+    const char* function = nullptr;
     Asks asks = Asks::kServer;
     // The commands of a group, which declares nothing itself.
     std::vector<Command> parts = {};
@@ -140,32 +143,26 @@ struct Command {
 
 inline Command Group(const char* name, const char* description, std::vector<Command> parts)
 {
-    return {name, description, nullptr, Asks::kServer, std::move(parts)};
+    return {name, description, nullptr, nullptr, Asks::kServer, std::move(parts)};
 }
 
-// The commands for people.
+// A nameless group of functions of the library that no other command names. "kivctl call" has them.
+inline Command Functions(std::vector<Command> functions)
+{
+    for (Command& function : functions) {
+        function.function = function.name;
+    }
+    return Group(nullptr, nullptr, std::move(functions));
+}
+
 std::vector<Command> ConnectCommands();
 std::vector<Command> DeviceCommands();
 std::vector<Command> EventCommands();
-std::vector<Command> LinkCommands();
 std::vector<Command> ListCommands();
 std::vector<Command> ModeCommands();
 std::vector<Command> NameAndVolumeCommands();
+std::vector<Command> OlderFunctions();
 std::vector<Command> SoundbarCommands();
 std::vector<Command> SpeakerCommands();
-std::vector<Command> ToneCommands();
-
-// The commands of "kivctl call": the library's functions by name.
-std::vector<Command> ConnectFunctions();
-std::vector<Command> DeviceFunctions();
-std::vector<Command> EventFunctions();
-std::vector<Command> LinkFunctions();
-std::vector<Command> ListFunctions();
-std::vector<Command> ModeFunctions();
-std::vector<Command> NameAndVolumeFunctions();
-std::vector<Command> OlderFunctions();
-std::vector<Command> SoundbarFunctions();
-std::vector<Command> SpeakerFunctions();
-std::vector<Command> ToneFunctions();
 
 } // namespace kiv::ctl

@@ -177,28 +177,23 @@ std::vector<Command> ConnectCommands()
             "connect", "Connect speakers, and ask how they are connected",
             {
                 {"new", "Connect newly found speakers", kConnectNew},
-                {"direct", "Connect a speaker directly, to set it up without a network", kConnectDirect},
-                {"by-mobile", "Connect a speaker as a mobile device asks", kConnectByMobile},
+                {"direct", "Connect a speaker directly, to set it up without a network", kConnectDirect,
+                 "ConnectToSpeakerForInfraLessSetup"},
+                {"by-mobile", "Connect a speaker as a mobile device asks", kConnectByMobile,
+                 "ConnectNetworkSpeakerByMobile"},
                 {"by-id", "Start a speaker by numbers, or by its identifier and numbers", kStartById},
-                {"group", "Start a speaker group as a mobile device asks", kStartGroup},
+                {"group", "Start a speaker group as a mobile device asks", kStartGroup,
+                 "StartNetworkSpeakerGroupByMobile"},
                 {"type", "Ask how speakers are connected", kConnectionType},
             }),
-    };
-}
-
-std::vector<Command> ConnectFunctions()
-{
-    return {
-        {"ConnectNetworkSpeakerByMobile", "Connect a speaker as a mobile device asks", kConnectByMobile},
-        {"Vireon_StartNetworkSpeakerByID", "Start the speaker with an identifier", kStartByIdAndNumbers},
-        {"StartNetworkSpeakerByID", "Start a speaker by numbers", kStartByNumbers},
-        {"GetSpksConnectionTypeByID", "Ask how a speaker is connected", kConnectionTypeById},
-        {"GetSpksConnectionType", "Ask how speakers are connected", kConnectionTypeOfList},
-        {"AutoConnectNewSpeakers", "Connect newly found speakers", kConnectIndoor},
-        {"AutoConnectNewSpeakersForOutdoor", "Connect newly found outdoor speakers", kConnectOutdoor},
-        {"ConnectToSpeakerForInfraLessSetup", "Connect a speaker directly, to set it up without a network",
-         kConnectDirect},
-        {"StartNetworkSpeakerGroupByMobile", "Start a speaker group as a mobile device asks", kStartGroup},
+        Functions({
+            {"Vireon_StartNetworkSpeakerByID", "Start the speaker with an identifier", kStartByIdAndNumbers},
+            {"StartNetworkSpeakerByID", "Start a speaker by numbers", kStartByNumbers},
+            {"GetSpksConnectionTypeByID", "Ask how a speaker is connected", kConnectionTypeById},
+            {"GetSpksConnectionType", "Ask how speakers are connected", kConnectionTypeOfList},
+            {"AutoConnectNewSpeakers", "Connect newly found speakers", kConnectIndoor},
+            {"AutoConnectNewSpeakersForOutdoor", "Connect newly found outdoor speakers", kConnectOutdoor},
+        }),
     };
 }
 

@@ -1,7 +1,7 @@
 #include "Command.h"
+#include "Diagnosis.h"
 #include "Doctor.h"
 #include "Explain.h"
-#include "Feature.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>
@@ -16,9 +16,7 @@ constexpr auto kFeatureEnabled = Plain([] {
         return Result{kNoNetworkSpeakers, "no", {{"result", false}}};
     }
     if (!g_GetSystemVal) {
-        const std::string why = WhyFeatureIsUnknown();
-        const std::string reason =
-            fmt::format("it cannot be read, which counts as yes{}{}", why.empty() ? "" : ": ", why);
+        const std::string reason = "it " + UnknownFeatureText();
         return Done("yes: " + reason, {{"result", true}, {"reason", reason}});
     }
     return Done("yes", {{"result", true}});
@@ -56,20 +54,17 @@ std::vector<Command> DeviceCommands()
     return {
         {"doctor",
          "Say what works, what does not, and what to do about it; this starts the server, and subscribes for a moment",
-         Doctor, Asks::kNobody},
+         Doctor, nullptr, Asks::kNobody},
         {"explain",
          "Read a log, such as a file, or the output of journalctl with -o short, cat, verbose or json, and say below "
          "each line of the library what it means and what to do",
-         ExplainLog, Asks::kNobody},
-        {"enabled", "Show whether this device has network speakers", kFeatureEnabled, Asks::kNobody},
-        {"sizes", "Show the sizes of the exported speaker records, in bytes", kRecordSizes, Asks::kNobody},
-    };
-}
-
-std::vector<Command> DeviceFunctions()
-{
-    return {
-        {"GetWhetherKivDisabled", "Show whether this device has no network speakers", kFeatureDisabled, Asks::kNobody},
+         ExplainLog, nullptr, Asks::kNobody},
+        {"enabled", "Show whether this device has network speakers", kFeatureEnabled, nullptr, Asks::kNobody},
+        {"sizes", "Show the sizes of the exported speaker records, in bytes", kRecordSizes, nullptr, Asks::kNobody},
+        Functions({
+            {"GetWhetherKivDisabled", "Show whether this device has no network speakers", kFeatureDisabled, nullptr,
+             Asks::kNobody},
+        }),
     };
 }
 

@@ -3,6 +3,9 @@
 #include "simulator/Replay.h"
 
 #include <fmt/format.h>
+#include <glib.h>
+
+#include <cstdlib>
 
 namespace kiv::ctl {
 
@@ -14,6 +17,24 @@ constexpr const char* kServiceUnknown = "org.freedesktop.DBus.Error.ServiceUnkno
 constexpr const char* kNameHasNoOwner = "org.freedesktop.DBus.Error.NameHasNoOwner";
 
 } // namespace
+
+std::string UnknownFeatureText()
+{
+    constexpr const char* kUnknown = "cannot be read, which counts as yes";
+    constexpr const char* kGroup = "com.molvane/featureconf";
+    constexpr const char* kKey = "kiv_multi_ch_support";
+    const char* file = std::getenv("KIV_SYSTEM_INFO_FILE");
+    if (file == nullptr || *file == '\0') {
+        return kUnknown;
+    }
+    g_autoptr(GKeyFile) features = g_key_file_new();
+    g_autoptr(GError) error = nullptr;
+    g_autofree char* value = g_key_file_load_from_file(features, file, G_KEY_FILE_NONE, &error) == FALSE
+                                 ? nullptr
+                                 : g_key_file_get_value(features, kGroup, kKey, &error);
+    return value == nullptr ? fmt::format("{}: {}: {}", kUnknown, file, error->message)
+                            : fmt::format("{}: {}: {} must be true or false, got \"{}\"", kUnknown, file, kKey, value);
+}
 
 std::string FailedBy(const std::string& peer, const std::string& error)
 {

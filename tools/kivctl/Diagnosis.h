@@ -27,6 +27,10 @@ inline constexpr const char* kWakeTheBus =
     "the bus daemon hangs, and the calls of applications with it: wake it if it is stopped (state T in ps; kill "
     "-CONT), see its log, or restart it";
 
+// Returns the predicate of a sentence about the feature that the library cannot read: why the stand-in for the TV
+// platform finds no answer in the file that KIV_SYSTEM_INFO_FILE names, if the variable names one.
+std::string UnknownFeatureText();
+
 // Doctor's finding about a problem, and its advice.
 struct Diagnosis {
     std::string found;

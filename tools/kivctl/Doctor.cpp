@@ -1,9 +1,9 @@
 #include "Doctor.h"
 
 #include "Alarm.h"
+#include "AtTimeLimit.h"
 #include "Checks.h"
 #include "KeptLines.h"
-#include "TimeLimit.h"
 
 #include <fmt/format.h>
 
@@ -24,29 +24,9 @@ constexpr std::chrono::seconds kSlow(1);
 
 const char* StateText(State state)
 {
-    switch (state) {
-    case State::kOk:
-        return "ok";
-    case State::kNote:
-        return "note";
-    case State::kProblem:
-        return "problem";
-    default:
-        return "skipped";
-    }
+    constexpr const char* kTexts[] = {"ok", "note", "problem", "skipped"}; // in the order of State
+    return kTexts[static_cast<size_t>(state)];
 }
-
-// Shows what kivctl waits for, if that takes more than a moment.
-class Pending {
-public:
-    Pending(const char* awaited, int limitSeconds, const Output& output)
-        : alarm_(kPatience, [=, &output] { output.RemarkPending(awaited, limitSeconds); })
-    {
-    }
-
-private:
-    Alarm alarm_;
-};
 
 std::string Counted(int number, const char* what)
 {
@@ -65,7 +45,7 @@ public:
             Make(check);
         }
         {
-            const Pending pending(kUnsubscribePending, kUnsubscribeLimitSeconds, output_);
+            const Alarm pending = RemarkLater(kUnsubscribePending, kUnsubscribeLimitSeconds);
             checks_.Unsubscribe();
         }
         const std::scoped_lock lock(mutex_);
@@ -112,9 +92,15 @@ private:
         }
     }
 
+    // Remarks what kivctl waits for, if that takes more than a moment.
+    Alarm RemarkLater(const char* awaited, int limitSeconds) const
+    {
+        return {kPatience, [=, this] { output_.RemarkPending(awaited, limitSeconds); }};
+    }
+
     Finding Examined(const Check& check)
     {
-        const Pending pending(check.pending, check.limitSeconds, output_);
+        const Alarm pending = RemarkLater(check.pending, check.limitSeconds);
         return (checks_.*check.examine)();
     }
 

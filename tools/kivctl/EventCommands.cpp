@@ -96,22 +96,17 @@ std::vector<Command> EventCommands()
         {"monitor",
          "Show the server's events as they come, until interrupted; only kivctl doctor tells a quiet server from "
          "one that hangs",
-         Watch, Asks::kServerOnOwnThread},
-        {"atmos", "Ask whether the receiver supports Dolby Atmos", kAtmos},
-        {"node-remove", "Have the server stop watching a node", kNodeRemove},
-    };
-}
-
-std::vector<Command> EventFunctions()
-{
-    return {
-        {"SubscribeNamServiceCallback", "Subscribe to events; they are not shown", kSubscribe},
-        {"UnsubscribeNamServiceCallback", "End a subscription", kUnsubscribe},
-        {"NodeRemoveFromWatcher", "Have the server stop watching a node", kNodeRemove},
-        {"kiv_is_receiver_atmos", "Ask whether the receiver supports Dolby Atmos", kAtmos},
-        {"register_atmos_support_cb", "Register a callback for Dolby Atmos; its calls are not shown", kRegisterAtmos},
-        {"unregister_atmos_support_cb", "Register a callback for Dolby Atmos, and end the registration",
-         kUnregisterAtmos},
+         Watch, nullptr, Asks::kServerOnOwnThread},
+        {"atmos", "Ask whether the receiver supports Dolby Atmos", kAtmos, "kiv_is_receiver_atmos"},
+        {"node-remove", "Have the server stop watching a node", kNodeRemove, "NodeRemoveFromWatcher"},
+        Functions({
+            {"SubscribeNamServiceCallback", "Subscribe to events; they are not shown", kSubscribe},
+            {"UnsubscribeNamServiceCallback", "End a subscription", kUnsubscribe},
+            {"register_atmos_support_cb", "Register a callback for Dolby Atmos; its calls are not shown",
+             kRegisterAtmos},
+            {"unregister_atmos_support_cb", "Register a callback for Dolby Atmos, and end the registration",
+             kUnregisterAtmos},
+        }),
     };
 }
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -175,22 +176,14 @@ bool ShowLine(const std::string& line, const Output& output)
 class LogFile {
 public:
     explicit LogFile(const std::string& path)
-        : name_(path == "-" ? "stdin" : path), file_(path == "-" ? stdin : std::fopen(path.c_str(), "rbe"))
+        : name_(path == "-" ? "stdin" : path), file_(path == "-" ? stdin : std::fopen(path.c_str(), "rbe"), std::fclose)
     {
         if (file_ == nullptr) {
             throw Failure();
         }
     }
-    ~LogFile()
-    {
-        if (file_ != stdin) {
-            std::fclose(file_);
-        }
-    }
-    LogFile(const LogFile&) = delete;
-    LogFile& operator=(const LogFile&) = delete;
 
-    bool IsTerminal() const { return isatty(fileno(file_)) != 0; }
+    bool IsTerminal() const { return isatty(fileno(file_.get())) != 0; }
 
     // Returns the next line, without its end, as soon as it is complete. Returns nothing at the end of the log. Skips
     // lines that are too long, and runs of NUL bytes, which end a line.
@@ -239,9 +232,9 @@ private:
     // Returns the next character, or EOF.
     int Read()
     {
-        const int character = getc_unlocked(file_);
+        const int character = getc_unlocked(file_.get());
         if (character == EOF) {
-            if (std::ferror(file_) != 0) {
+            if (std::ferror(file_.get()) != 0) {
                 throw Failure();
             }
             return EOF;
@@ -269,7 +262,7 @@ private:
         nulBytes_ += length;
         ++runs_;
         if (character != '\n') {
-            std::ungetc(character, file_);
+            std::ungetc(character, file_.get());
         }
     }
 
@@ -283,7 +276,7 @@ private:
     }
 
     std::string name_;
-    std::FILE* file_;
+    std::unique_ptr<std::FILE, decltype(&std::fclose)> file_;
     size_t read_ = 0;
     size_t nulBytes_ = 0;
     size_t runs_ = 0; // of NUL bytes

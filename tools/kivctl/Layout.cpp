@@ -96,13 +96,13 @@ size_t ReadSize(const Part& part, size_t least)
     return part.json.get<size_t>();
 }
 
-using RecordSizes = std::map<std::string, size_t>;
+using Records = std::map<std::string, Layout::Record>;
 
 // Reads the sizes of all records first, because a record may be mentioned before it is described.
-RecordSizes ReadSizes(const Part& records)
+Records ReadSizes(const Part& records)
 {
     CheckObject(records, {});
-    RecordSizes sizes;
+    Records sized;
     for (const auto& member : records.json.items()) {
         const Part record = Member(records, member.key());
         CheckObject(record, {"size", "fields"});
@@ -116,9 +116,9 @@ RecordSizes ReadSizes(const Part& records)
                                 "another name",
                                 librarys->second, bytes));
         }
-        sizes[member.key()] = bytes;
+        sized[member.key()].size = bytes;
     }
-    return sizes;
+    return sized;
 }
 
 std::string KnownTypes()
@@ -133,17 +133,17 @@ std::string KnownTypes()
     return types;
 }
 
-std::string ReadRecordName(const Part& part, const RecordSizes& sizes)
+std::string ReadRecordName(const Part& part, const Records& records)
 {
     std::string name = ReadText(part);
-    if (!sizes.contains(name)) {
+    if (!records.contains(name)) {
         Refuse(part.place, fmt::format("must be the name of a record in this file, got \"{}\"", name));
     }
     return name;
 }
 
 // Reads the other keys that the field's type needs. Returns the field's size.
-uint64_t ReadType(const Part& part, Layout::Field& field, const RecordSizes& sizes)
+uint64_t ReadType(const Part& part, Layout::Field& field, const Records& records)
 {
     const Part type = Member(part, "type");
     field.type = ReadText(type);
@@ -153,9 +153,9 @@ uint64_t ReadType(const Part& part, Layout::Field& field, const RecordSizes& siz
     }
     if (field.type == kRecords) {
         CheckObject(part, {"name", "offset", "type", "record", "count", "filled"});
-        field.record = ReadRecordName(Member(part, "record"), sizes);
+        field.record = ReadRecordName(Member(part, "record"), records);
         field.filled = ReadOptionalText(part, "filled");
-        return uint64_t{ReadSize(Member(part, "count"), 1)} * sizes.at(field.record);
+        return uint64_t{ReadSize(Member(part, "count"), 1)} * records.at(field.record).size;
     }
     CheckObject(part, {"name", "offset", "type"});
     if (const auto integer = kIntegers.find(field.type); integer != kIntegers.end()) {
@@ -167,13 +167,13 @@ uint64_t ReadType(const Part& part, Layout::Field& field, const RecordSizes& siz
     Refuse(type.place, fmt::format("must be one of {}; got \"{}\"", KnownTypes(), field.type));
 }
 
-Layout::Field ReadField(const Part& part, size_t recordSize, const RecordSizes& sizes)
+Layout::Field ReadField(const Part& part, size_t recordSize, const Records& records)
 {
     CheckObject(part, {"name", "offset", "type", "length", "record", "count", "filled"});
     Layout::Field field;
     field.name = ReadText(Member(part, "name"));
     field.offset = ReadSize(Member(part, "offset"), 0);
-    const uint64_t size = ReadType(part, field, sizes);
+    const uint64_t size = ReadType(part, field, records);
     if (field.offset + size > recordSize) {
         Refuse(
             part.place, fmt::format(
@@ -190,37 +190,33 @@ const Layout::Field* FindField(const std::vector<Layout::Field>& fields, const s
     return found == fields.end() ? nullptr : &*found;
 }
 
-Layout::Record ReadRecord(const Part& part, const RecordSizes& sizes)
+std::vector<Layout::Field> ReadFields(const Part& part, size_t recordSize, const Records& records)
 {
-    Layout::Record record;
-    record.size = ReadSize(Member(part, "size"), 1);
-    const Part fields = Member(part, "fields");
-    if (!fields.json.is_array()) {
-        Refuse(fields.place, fmt::format("must be an array, got {}", Shortened(fields.json)));
+    if (!part.json.is_array()) {
+        Refuse(part.place, fmt::format("must be an array, got {}", Shortened(part.json)));
     }
-    for (const Json& json : fields.json) {
-        const Part place{json, fmt::format("{}[{}]", fields.place, record.fields.size())};
-        Layout::Field field = ReadField(place, record.size, sizes);
-        if (FindField(record.fields, field.name) != nullptr) {
+    std::vector<Layout::Field> fields;
+    for (const Json& json : part.json) {
+        const Part place{json, fmt::format("{}[{}]", part.place, fields.size())};
+        Layout::Field field = ReadField(place, recordSize, records);
+        if (FindField(fields, field.name) != nullptr) {
             Refuse(place.place, fmt::format("the record has a field \"{}\" already", field.name));
         }
-        record.fields.push_back(std::move(field));
+        fields.push_back(std::move(field));
     }
-    for (const Layout::Field& field : record.fields) {
-        const Layout::Field* filled = FindField(record.fields, field.filled);
+    for (const Layout::Field& field : fields) {
+        const Layout::Field* filled = FindField(fields, field.filled);
         if (!field.filled.empty() && (filled == nullptr || !kIntegers.contains(filled->type))) {
             Refuse(
-                fields.place, fmt::format(
-                                  R"("filled" of "{}" must be the name of an integer field of this record, got "{}")",
-                                  field.name, field.filled));
+                part.place, fmt::format(
+                                R"("filled" of "{}" must be the name of an integer field of this record, got "{}")",
+                                field.name, field.filled));
         }
     }
-    return record;
+    return fields;
 }
 
-using RecordMap = std::map<std::string, Layout::Record>;
-
-void CheckNesting(const RecordMap& records, const std::string& name, std::set<std::string> outer)
+void CheckNesting(const Records& records, const std::string& name, std::set<std::string> outer)
 {
     if (!outer.insert(name).second) {
         Refuse(fmt::format("{}.{}", kRecords, name), "the record contains itself");
@@ -334,11 +330,11 @@ Layout::Layout(const std::string& path)
         CheckObject(file, {"description", kRecords, "events"});
         ReadOptionalText(file, "description");
         const Part records = Member(file, kRecords);
-        const RecordSizes sizes = ReadSizes(records);
-        for (const auto& [name, size] : sizes) {
-            records_[name] = ReadRecord(Member(records, name), sizes);
+        records_ = ReadSizes(records);
+        for (auto& [name, record] : records_) {
+            record.fields = ReadFields(Member(Member(records, name), "fields"), record.size, records_);
         }
-        for (const auto& [name, size] : sizes) {
+        for (const auto& [name, record] : records_) {
             CheckNesting(records_, name, {});
         }
         if (!json.contains("events")) {
@@ -350,7 +346,7 @@ Layout::Layout(const std::string& path)
             const Part event = Member(events, member.key());
             CheckObject(event, {"name", "record"});
             const std::string name = ReadOptionalText(event, "name");
-            const std::string record = ReadRecordName(Member(event, "record"), sizes);
+            const std::string record = ReadRecordName(Member(event, "record"), records_);
             if (name == kVolumeEvent) {
                 CheckVolume(records_.at(record), event.place);
             }

@@ -45,37 +45,6 @@ struct AllArguments {
     bool array = false;
 };
 
-template <typename Record>
-Json RecordsJson(const std::vector<Record>& records)
-{
-    Json list = Json::array();
-    for (const Record& record : records) {
-        list.push_back(HexText(record.opaque, ""));
-    }
-    return list;
-}
-
-template <typename Record>
-std::string RecordDumps(const std::vector<Record>& records, const char* what)
-{
-    std::string text;
-    int number = 0;
-    for (const Record& record : records) {
-        text += fmt::format("\n\n{} {}\n{}", what, ++number, HexDump(record.opaque));
-    }
-    return text;
-}
-
-template <typename Record>
-Json Decoded(const std::vector<Record>& records, const char* what, const Layout& layout)
-{
-    Json decoded = Json::array();
-    for (const Record& record : records) {
-        decoded.push_back(layout.Decode(what, record.opaque).front());
-    }
-    return decoded;
-}
-
 std::string Plural(const char* what)
 {
     return what + std::string("s");
@@ -85,15 +54,25 @@ std::string Plural(const char* what)
 template <typename Record>
 void AddRecords(Result& result, const std::vector<Record>& records, const char* what, const Layout& layout, bool hex)
 {
-    result.fields[Plural(what)] = RecordsJson(records);
-    if (layout.Knows(what)) {
-        const Json decoded = Decoded(records, what, layout);
+    const bool isKnown = layout.Knows(what);
+    Json bytes = Json::array();
+    Json decoded = Json::array();
+    std::string dumps;
+    for (const Record& record : records) {
+        bytes.push_back(HexText(record.opaque, ""));
+        if (isKnown) {
+            decoded.push_back(layout.Decode(what, record.opaque).front());
+        }
+        if (hex || !isKnown) {
+            dumps += fmt::format("\n\n{} {}\n{}", what, bytes.size(), HexDump(record.opaque));
+        }
+    }
+    result.fields[Plural(what)] = bytes;
+    if (isKnown) {
         result.text += decoded.empty() ? "" : "\n\n" + RecordsText(decoded);
         result.fields["decoded"] = decoded;
     }
-    if (hex || !layout.Knows(what)) {
-        result.text += RecordDumps(records, what);
-    }
+    result.text += dumps;
 }
 
 void AddShow(CLI::App& app, ShowArguments& arguments)
@@ -211,22 +190,15 @@ std::vector<Command> ListCommands()
         Group(
             "list", "Show speaker lists and nodes",
             {
-                {"active", "Ask for the active speaker group and its speakers", kActiveList},
+                {"active", "Ask for the active speaker group and its speakers", kActiveList, "GetActiveNetSpkInfo"},
                 {"all", "Ask for all speaker lists", kAllLists},
-                {"count", "Ask for the number of speaker lists", kListCount},
-                {"nodes", "Ask for the speaker nodes of the network", kAllNodes},
+                {"count", "Ask for the number of speaker lists", kListCount, "GetNetSpkListInfoNumber"},
+                {"nodes", "Ask for the speaker nodes of the network", kAllNodes, "GetNetSpkNodeList"},
             }),
-    };
-}
-
-std::vector<Command> ListFunctions()
-{
-    return {
-        {"GetActiveNetSpkInfo", "Ask for the active speaker group and its speakers", kActiveList},
-        {"GetNetSpkListInfo", "Ask for all speaker lists", kListsByVector},
-        {"getNetSpkListInfo", "Ask for all speaker lists, into a plain array", kListsByArray},
-        {"GetNetSpkListInfoNumber", "Ask for the number of speaker lists", kListCount},
-        {"GetNetSpkNodeList", "Ask for the speaker nodes of the network", kAllNodes},
+        Functions({
+            {"GetNetSpkListInfo", "Ask for all speaker lists", kListsByVector},
+            {"getNetSpkListInfo", "Ask for all speaker lists, into a plain array", kListsByArray},
+        }),
     };
 }
 

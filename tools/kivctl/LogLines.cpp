@@ -1,5 +1,7 @@
 #include "LogLines.h"
 
+#include "src/link/Owners.h"
+
 #include <fmt/format.h>
 #include <glib.h>
 
@@ -14,11 +16,7 @@ namespace {
 constexpr std::string_view kReasonsBegin = "Reasons of ";
 constexpr std::string_view kBeforeText = ") > ";
 
-struct RegexDeleter {
-    void operator()(GRegex* regex) const { g_regex_unref(regex); }
-};
-
-using Regex = std::unique_ptr<GRegex, RegexDeleter>;
+using Regex = std::unique_ptr<GRegex, link::Releaser<g_regex_unref>>;
 
 // The pattern matches bytes, because the texts need not be valid UTF-8.
 Regex NewRegex(const std::string& pattern)

@@ -37,6 +37,10 @@ constexpr auto kCanEnter = Plain([] { return AskRunningServer("CanEnterTavrinSet
 constexpr auto kSpeakersEnabled =
     Plain([] { return AskRunningServer("FlagEnableNetworkSpeaker", FlagEnableNetworkSpeaker); });
 
+constexpr auto kCanCancelLink = Plain([] { return AnsweredYesOrNo("CanCancelTavrin", CanCancelTavrin()); });
+constexpr auto kPreSelectLink = Plain([] { return AnsweredYesOrNo("PreSelectTavrin", PreSelectTavrin()); });
+constexpr auto kCanSelectLink = Plain([] { return AnsweredYesOrNo("CanSelectTavrin", CanSelectTavrin()); });
+
 } // namespace
 
 std::vector<Command> ModeCommands()
@@ -45,27 +49,25 @@ std::vector<Command> ModeCommands()
         Group(
             "mode", "Get and set the modes of the speaker system",
             {
-                {"get", "Ask in which mode the speaker system works", kSettingModeGet},
+                {"get", "Ask in which mode the speaker system works", kSettingModeGet, "GetNetSpkSettingMode"},
                 Group(
                     "ui", "Get and set the mode of the multi-room settings screen",
                     {
-                        {"get", "Ask for the mode of the screen", kUiModeGet},
-                        {"set", "Set the mode of the screen", kUiModeSet},
+                        {"get", "Ask for the mode of the multi-room settings screen", kUiModeGet, "GetTavrinUIMode"},
+                        {"set", "Set the mode of the multi-room settings screen", kUiModeSet, "SetTavrinUIMode"},
                     }),
-                {"can-enter", "Ask whether the multi-room settings may be entered", kCanEnter},
-                {"enabled", "Ask whether network speakers are enabled", kSpeakersEnabled},
+                {"can-enter", "Ask whether the multi-room settings may be entered", kCanEnter,
+                 "CanEnterTavrinSettings"},
+                {"enabled", "Ask whether network speakers are enabled", kSpeakersEnabled, "FlagEnableNetworkSpeaker"},
             }),
-    };
-}
-
-std::vector<Command> ModeFunctions()
-{
-    return {
-        {"SetTavrinUIMode", "Set the mode of the multi-room settings screen", kUiModeSet},
-        {"GetTavrinUIMode", "Ask for the mode of the multi-room settings screen", kUiModeGet},
-        {"GetNetSpkSettingMode", "Ask in which mode the speaker system works", kSettingModeGet},
-        {"CanEnterTavrinSettings", "Ask whether the multi-room settings may be entered", kCanEnter},
-        {"FlagEnableNetworkSpeaker", "Ask whether network speakers are enabled", kSpeakersEnabled},
+        Group(
+            "link", "Ask about the multi-room link, and preselect it",
+            {
+                {"can-cancel", "Ask whether the multi-room link may be cancelled", kCanCancelLink, "CanCancelTavrin"},
+                {"pre-select", "Preselect the multi-room link, and show whether it is preselected", kPreSelectLink,
+                 "PreSelectTavrin"},
+                {"can-select", "Ask whether the multi-room link may be selected", kCanSelectLink, "CanSelectTavrin"},
+            }),
     };
 }
 

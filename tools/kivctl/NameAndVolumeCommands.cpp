@@ -209,7 +209,7 @@ constexpr auto kResetAllOnly = Plain([] {
 std::vector<Command> NameAndVolumeCommands()
 {
     return {
-        {"name", "Rename a speaker", kRename},
+        {"name", "Rename a speaker", kRename, "SetNetSpkName"},
         Group(
             "volume", "Get and set the volumes of speakers",
             {
@@ -220,23 +220,18 @@ std::vector<Command> NameAndVolumeCommands()
                 {"reset", "Set speakers back to the server's default", RequestVolume(kReset)},
                 {"reset-all", "Set all speakers back to the server's default", kResetAll},
             }),
-    };
-}
-
-std::vector<Command> NameAndVolumeFunctions()
-{
-    return {
-        {"SetNetSpkName", "Rename a speaker", kRename},
-        {"SetNetSpkVolume", "Set a speaker's volume", kVolumeSetAny},
-        {"GetNetSpkVolume", "Have the server report a speaker's volume", RequestOne(kGet)},
-        {"IncreaseNetSpkVolume", "Turn a speaker up by one step", RequestOne(kUp)},
-        {"DecreaseNetSpkVolume", "Turn a speaker down by one step", RequestOne(kDown)},
-        {"ResetNetSpkVolume", "Set a speaker back to the server's default", RequestOne(kReset)},
-        {"ResetAllNetSpkVolume", "Set all speakers back to the server's default", kResetAllOnly},
-        {"IncreaseNetSpkVolumeList", "Turn speakers up by one step", RequestList(kUp)},
-        {"DecreaseNetSpkVolumeList", "Turn speakers down by one step", RequestList(kDown)},
-        {"ResetNetSpkVolumeList", "Set speakers back to the server's default", RequestList(kReset)},
-        {"GetNetSpkVolumeList", "Have the server report the volumes of speakers", RequestList(kGet)},
+        Functions({
+            {"SetNetSpkVolume", "Set a speaker's volume", kVolumeSetAny},
+            {"GetNetSpkVolume", "Have the server report a speaker's volume", RequestOne(kGet)},
+            {"IncreaseNetSpkVolume", "Turn a speaker up by one step", RequestOne(kUp)},
+            {"DecreaseNetSpkVolume", "Turn a speaker down by one step", RequestOne(kDown)},
+            {"ResetNetSpkVolume", "Set a speaker back to the server's default", RequestOne(kReset)},
+            {"ResetAllNetSpkVolume", "Set all speakers back to the server's default", kResetAllOnly},
+            {"IncreaseNetSpkVolumeList", "Turn speakers up by one step", RequestList(kUp)},
+            {"DecreaseNetSpkVolumeList", "Turn speakers down by one step", RequestList(kDown)},
+            {"ResetNetSpkVolumeList", "Set speakers back to the server's default", RequestList(kReset)},
+            {"GetNetSpkVolumeList", "Have the server report the volumes of speakers", RequestList(kGet)},
+        }),
     };
 }
 

@@ -66,9 +66,9 @@ std::vector<Command> OlderFunctions()
         };
         commands.push_back(
             {function.name, "A function of an older interface, which asks nobody and always returns the same value",
-             Plain(call), Asks::kNobody});
+             Plain(call), nullptr, Asks::kNobody});
     }
-    return commands;
+    return {Functions(commands)};
 }
 
 } // namespace kiv::ctl

@@ -142,30 +142,21 @@ std::vector<Command> SoundbarCommands()
                 Group(
                     "mode", "Get and set the sound mode of the soundbar",
                     {
-                        {"get", "Ask for the soundbar and its sound mode", kSoundModeGet},
-                        {"set", "Send sound-mode data to the soundbar", kSoundModeSet},
+                        {"get", "Ask for the soundbar and its sound mode", kSoundModeGet, "GetSoundbarSoundMode"},
+                        {"set", "Send sound-mode data to the soundbar", kSoundModeSet, "SetSoundbarSoundMode"},
                     }),
-                {"info", "Ask for the soundbar", kSoundbarInfo},
+                {"info", "Ask for the soundbar", kSoundbarInfo, "GetSoundbarDeviceInfo"},
                 Group(
                     "support", "Get and set whether the soundbar supports sound modes",
                     {
-                        {"get", "Ask whether the soundbar supports sound modes", kSupportGet},
-                        {"set", "Tell the server whether the soundbar supports sound modes", kSupportSet},
+                        {"get", "Ask whether the soundbar supports sound modes", kSupportGet,
+                         "IsSoundbarSupportSoundMode"},
+                        {"set", "Tell the server whether the soundbar supports sound modes", kSupportSet,
+                         "SetSoundbarSupportSoundMode"},
                     }),
-                {"version", "Ask for the soundbar's sound-mode protocol version", kProtocolVersion},
+                {"version", "Ask for the soundbar's sound-mode protocol version", kProtocolVersion,
+                 "GetSoundbarProtocolVersion"},
             }),
-    };
-}
-
-std::vector<Command> SoundbarFunctions()
-{
-    return {
-        {"SetSoundbarSoundMode", "Send sound-mode data to a soundbar", kSoundModeSet},
-        {"GetSoundbarSoundMode", "Ask for the soundbar and its sound mode", kSoundModeGet},
-        {"GetSoundbarDeviceInfo", "Ask for the soundbar", kSoundbarInfo},
-        {"SetSoundbarSupportSoundMode", "Tell the server whether a soundbar supports sound modes", kSupportSet},
-        {"GetSoundbarProtocolVersion", "Ask for a soundbar's sound-mode protocol version", kProtocolVersion},
-        {"IsSoundbarSupportSoundMode", "Ask whether a soundbar supports sound modes", kSupportGet},
     };
 }
 

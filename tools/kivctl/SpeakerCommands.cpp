@@ -38,29 +38,55 @@ constexpr auto kSurroundOff = Plain([] { return Answered("DisableSurround", Disa
 constexpr auto kSurroundChannels =
     Plain([] { return Answered("GetSurroundChannelNumber", GetSurroundChannelNumber()); });
 
+struct ToneArguments {
+    Mac mac{};
+    int parameter = 0;
+    int channel = 0;
+    int extra = 0;
+};
+
+void AddTone(CLI::App& app, ToneArguments& arguments)
+{
+    AddMac(app, arguments.mac);
+    AddNumber(app, "--param", arguments.parameter, "Number that is passed through to the server");
+    AddNumber(app, "--extra", arguments.extra, "Another number that is passed through");
+}
+
+constexpr auto kToneStart = With<ToneArguments>(
+    [](CLI::App& app, ToneArguments& arguments) {
+        AddTone(app, arguments);
+        AddNumber(app, "--channel", arguments.channel, "Channel type");
+    },
+    [](const ToneArguments& tone) {
+        StartNetSpkTest(tone.mac.data(), tone.parameter, tone.channel, tone.extra);
+        return Sent("StartNetSpkTest", kNotConnected);
+    });
+
+constexpr auto kToneStop = With<ToneArguments>(AddTone, [](const ToneArguments& tone) {
+    StopNetSpkTest(tone.mac.data(), tone.parameter, tone.extra);
+    return Sent("StopNetSpkTest", kNotConnected);
+});
+
 } // namespace
 
 std::vector<Command> SpeakerCommands()
 {
     return {
-        {"start", "Route the TV's sound to speakers; the server answers how many play then", kStart},
-        {"stop", "Route the TV's sound back to the TV", kStop},
+        {"start", "Route the TV's sound to speakers; the server answers how many play then", kStart,
+         "StartNetworkSpeaker"},
+        {"stop", "Route the TV's sound back to the TV", kStop, "StopNetworkSpeaker"},
         Group(
             "surround", "Switch surround operation off, or ask for its channels",
             {
-                {"off", "Switch surround operation off", kSurroundOff},
-                {"channels", "Ask for the number of surround channels", kSurroundChannels},
+                {"off", "Switch surround operation off", kSurroundOff, "DisableSurround"},
+                {"channels", "Ask for the number of surround channels", kSurroundChannels, "GetSurroundChannelNumber"},
             }),
-    };
-}
-
-std::vector<Command> SpeakerFunctions()
-{
-    return {
-        {"StartNetworkSpeaker", "Route the TV's sound to speakers", kStart},
-        {"StopNetworkSpeaker", "Route the TV's sound back to the TV", kStop},
-        {"DisableSurround", "Switch surround operation off", kSurroundOff},
-        {"GetSurroundChannelNumber", "Ask for the number of surround channels", kSurroundChannels},
+        Group(
+            "tone", "Start and stop test tones",
+            {
+                {"start", "Start the test of a speaker", kToneStart, "StartNetSpkTest"},
+                {"stop", "Stop the test of a speaker", kToneStop, "StopNetSpkTest"},
+            }),
     };
 }
 

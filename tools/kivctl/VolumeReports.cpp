@@ -2,7 +2,6 @@
 
 #include "Bus.h"
 #include "Event.h"
-#include "MainLoop.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

@@ -1,10 +1,10 @@
 #include "Alarm.h"
 #include "App.h"
+#include "AtTimeLimit.h"
 #include "CallWatch.h"
 #include "Completion.h"
 #include "KeptLines.h"
 #include "ManPage.h"
-#include "TimeLimit.h"
 #include "Words.h"
 #include <KivServiceInterface.h>
 
@@ -69,14 +69,18 @@ void ShowResult(const Result& result, const std::string& command, const Output& 
 Result RunInTime(const Request& request, const Output& output)
 {
     const std::string& command = request.choice.name;
-    const TimeLimit limit(request.timeout, [&] {
-        ShowLogLines();
-        if (!AtTimeLimit::Say(*request.timeout)) {
-            Result result = TimedOut(command, *request.timeout, request.choice.asks);
-            AddAdvice(result);
-            ShowResult(result, command, output);
-        }
-    });
+    std::optional<Alarm> timeLimit;
+    if (request.timeout) {
+        timeLimit.emplace(*request.timeout, [&] {
+            ShowLogLines();
+            if (!AtTimeLimit::Say(*request.timeout)) {
+                Result result = TimedOut(command, *request.timeout, request.choice.asks);
+                AddAdvice(result);
+                ShowResult(result, command, output);
+            }
+            std::_Exit(kTimedOut); // a call of the library cannot be interrupted
+        });
+    }
     Result result = RunAction(request.choice, output);
     AddAdvice(result);
     return result;

@@ -22,6 +22,9 @@
 
 namespace kiv::sandbox {
 
+// The file of an entry has these members. Its name is that of the sandbox.
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(NamedSandbox, pid, command, environment)
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -89,20 +92,6 @@ std::string ReadAll(int fd)
     return text;
 }
 
-std::string ToText(const NamedSandbox& sandbox)
-{
-    return nlohmann::json{{"pid", sandbox.pid}, {"command", sandbox.command}, {"environment", sandbox.environment}}
-        .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-NamedSandbox FromText(const std::string& name, const std::string& text)
-{
-    const auto json = nlohmann::json::parse(text);
-    return {
-        name, json.at("pid").get<pid_t>(), json.at("command").get<std::vector<std::string>>(),
-        json.at("environment").get<std::map<std::string, std::string>>()};
-}
-
 // Reads the entry of a sandbox. Removes the entry of a sandbox that has ended.
 std::optional<NamedSandbox> ReadEntry(const LockedFolder& folder, const std::string& name)
 {
@@ -117,7 +106,9 @@ std::optional<NamedSandbox> ReadEntry(const LockedFolder& folder, const std::str
         folder.Remove(name);
         return std::nullopt;
     }
-    return FromText(name, text);
+    auto sandbox = nlohmann::json::parse(text).get<NamedSandbox>();
+    sandbox.name = name;
+    return sandbox;
 }
 
 } // namespace
@@ -143,7 +134,7 @@ SandboxName::SandboxName(const NamedSandbox& sandbox) : name_(sandbox.name)
             "--name must not be the name of a running sandbox, got \"{}\", which process {} has", name_, other->pid));
     }
     entry_ = folder.Open(name_, O_WRONLY | O_CREAT | O_EXCL);
-    const std::string text = ToText(sandbox);
+    const std::string text = nlohmann::json(sandbox).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     if (entry_ < 0 || flock(entry_, LOCK_EX | LOCK_NB) != 0 ||
         write(entry_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
         ThrowErrno((folder.Path() / name_).string());

@@ -1,10 +1,7 @@
 #pragma once
 
-#include "Alarm.h"
-
 #include <chrono>
 #include <functional>
-#include <optional>
 
 namespace kiv::ctl {
 
@@ -22,16 +19,6 @@ public:
 
     // Calls the function, if there is one. Returns whether there is.
     static bool Say(std::chrono::milliseconds limit);
-};
-
-// Ends the process with kTimedOut when the time is up, unless the object is destroyed before. A call of the library
-// cannot be interrupted.
-class TimeLimit {
-public:
-    TimeLimit(std::optional<std::chrono::milliseconds> limit, std::function<void()> sayWhy);
-
-private:
-    std::optional<Alarm> alarm_;
 };
 
 } // namespace kiv::ctl

@@ -1,8 +1,5 @@
-#include "TimeLimit.h"
+#include "AtTimeLimit.h"
 
-#include "Command.h"
-
-#include <cstdlib>
 #include <mutex>
 #include <utility>
 
@@ -35,16 +32,6 @@ bool AtTimeLimit::Say(std::chrono::milliseconds limit)
     }
     g_sayWhy(limit);
     return true;
-}
-
-TimeLimit::TimeLimit(std::optional<std::chrono::milliseconds> limit, std::function<void()> sayWhy)
-{
-    if (limit) {
-        alarm_.emplace(*limit, [sayWhy = std::move(sayWhy)] {
-            sayWhy();
-            std::_Exit(kTimedOut);
-        });
-    }
 }
 
 } // namespace kiv::ctl
