@@ -61,8 +61,7 @@ BusTest::BusTest(const sandbox::BusOptions& options)
     : bus_(options), control_((setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.Address().c_str(), 1), bus_.Address()))
 {
     if (++g_tests > 1) {
-        std::cerr << "This program runs one test a process: give one test with --gtest_filter, or run ctest"
-                  << std::endl;
+        std::cerr << "This program runs one test a process: give one test with --gtest_filter, or --fork" << std::endl;
         std::_Exit(EXIT_FAILURE); // in this process, the library has its states of the test before
     }
     g_bus = ProcessName(bus_.DaemonPid());
