@@ -187,7 +187,7 @@ ScratchDirectory::~ScratchDirectory()
 
 std::filesystem::path ScratchDirectory::Write(const std::string& name, const std::string& contents) const
 {
-    std::ofstream(path_ / name) << contents;
+    WriteFile(path_ / name, contents);
     return path_ / name;
 }
 

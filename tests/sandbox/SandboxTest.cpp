@@ -403,9 +403,10 @@ TEST(SandboxTest, SignalsReachTheCommand)
 // the command that ignores SIGTERM.
 class SandboxEndTest : public testing::Test {
 protected:
-    // Returns when no process of the sandbox holds its stderr any more.
-    void ExpectNothingLeft()
+    // Expects that the sandbox ends with this wait status. Returns when no process of it holds its stderr any more.
+    void ExpectEnd(int status)
     {
+        EXPECT_EQ(sandbox_.Process().WaitForEnd(), status);
         sandbox_.Process().ReadErrors();
 
         EXPECT_TRUE(daemon_.HasEnded());
@@ -427,32 +428,28 @@ TEST_F(SandboxEndTest, TheCommandEnds)
 {
     sandbox_.Process().CloseInput();
 
-    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 3);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(3, 0));
 }
 
 TEST_F(SandboxEndTest, TheCommandIsKilled)
 {
     kill(command_.Pid(), SIGKILL);
 
-    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 128 + SIGKILL);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(128 + SIGKILL, 0));
 }
 
 TEST_F(SandboxEndTest, Terminated)
 {
     sandbox_.Process().Signal(SIGTERM);
 
-    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 128 + SIGTERM);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(128 + SIGTERM, 0));
 }
 
 TEST_F(SandboxEndTest, Killed)
 {
     sandbox_.Process().Signal(SIGKILL);
 
-    EXPECT_EQ(WTERMSIG(sandbox_.Process().WaitForEnd()), SIGKILL);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(0, SIGKILL));
 }
 
 TEST_F(SandboxEndTest, KilledTogetherWithItsChildren)
@@ -464,8 +461,7 @@ TEST_F(SandboxEndTest, KilledTogetherWithItsChildren)
     }
     sandbox_.Process().Signal(SIGKILL);
 
-    EXPECT_EQ(WTERMSIG(sandbox_.Process().WaitForEnd()), SIGKILL);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(0, SIGKILL));
 }
 
 TEST_F(SandboxEndTest, TheDaemonIsKilled)
@@ -474,8 +470,7 @@ TEST_F(SandboxEndTest, TheDaemonIsKilled)
     simulator_.WaitForEnd();
     sandbox_.Process().CloseInput();
 
-    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 3);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(3, 0));
 }
 
 } // namespace
