@@ -341,6 +341,7 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{}, "no command given; kivctl help lists them"},
         {{"dance"}, "unknown command dance; kivctl help lists them"},
         {{"soundbar", "mode"}, "no command given; kivctl help soundbar mode lists them"},
+        {{"mode", "ui"}, "no command given"},
         {{"volum", "up"}, "unknown command volum; did you mean volume?"},
         {{"volume", "upp"}, "unknown command volume upp; did you mean volume up?"},
         {{"--jso", "stop"}, "unknown option --jso; did you mean --json?"},
@@ -385,18 +386,8 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{"start", kLeft + "=1x"}, "must be a 32-bit integer, got \"1x\""},
         {{"start", kLeft + "=2147483648"}, "must be a 32-bit integer, got \"2147483648\""},
     };
-    for (const Arguments& group : std::vector<Arguments>{
-             {"surround"},
-             {"list"},
-             {"connect"},
-             {"volume"},
-             {"mode"},
-             {"mode", "ui"},
-             {"link"},
-             {"tone"},
-             {"soundbar"},
-             {"call"}}) {
-        cases.push_back({group, "no command given"});
+    for (const char* group : {"surround", "list", "connect", "volume", "mode", "link", "tone", "soundbar", "call"}) {
+        cases.push_back({{group}, "no command given"});
     }
     ExpectRefused(cases);
 }

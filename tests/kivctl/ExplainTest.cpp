@@ -6,6 +6,7 @@
 #include <fstream>
 #include <regex>
 #include <stdexcept>
+#include <tuple>
 
 namespace kiv::ctl::explain_test {
 namespace {

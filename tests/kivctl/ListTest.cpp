@@ -111,14 +111,10 @@ TEST_F(ListTest, RecordsAreShownWhole)
     ExpectJson({"list", "all"}, {{"result", 1}, {"lists", {list}}});
     ExpectJson({"list", "all", "--array"}, {{"result", 1}, {"lists", {list}}});
 
-    const std::vector<std::string> all = Lines({"list", "all", "--hex"});
-    ASSERT_EQ(all.size(), 3U + 3);
-    EXPECT_EQ(all[0], "1 list of 1086 bytes; --layout names their fields");
-    EXPECT_EQ(all[1], "");
-    EXPECT_EQ(all[2], "list 1");
-    EXPECT_EQ(all[3], "0000  61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61  |aaaaaaaaaaaaaaaa|");
-    EXPECT_EQ(all[4], "*");
-    EXPECT_EQ(all.back(), "0430  61 61 61 61 61 61 61 61 61 61 61 61 61 61        |aaaaaaaaaaaaaa|");
+    ExpectOutput(
+        {"list", "all", "--hex"}, "1 list of 1086 bytes; --layout names their fields\n\nlist 1\n"
+                                  "0000  61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61  |aaaaaaaaaaaaaaaa|\n*\n"
+                                  "0430  61 61 61 61 61 61 61 61 61 61 61 61 61 61        |aaaaaaaaaaaaaa|");
 
     const std::vector<std::string> nodes = Lines({"list", "nodes", "--hex"});
     ASSERT_EQ(nodes.size(), 3U + 3);
