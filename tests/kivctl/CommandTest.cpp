@@ -12,7 +12,15 @@
 namespace kiv::ctl::command_test {
 namespace {
 
-using CommandTest = KivctlTest;
+class CommandTest : public KivctlTest {
+protected:
+    // Returns the words that can follow, each in a line with its explanation.
+    std::string Offered(Arguments words) const
+    {
+        words.insert(words.begin(), "--complete");
+        return "\n" + Run(words).out;
+    }
+};
 
 const std::string kTwoSpeakers =
     "StartNetworkSpeaker([" + Record(3, kLeftBytes) + ", " + Record(0, kRightBytes) + "],)";
@@ -203,8 +211,7 @@ TEST_F(CommandTest, EachMethodOfTheServerHasACommand)
     }
     Running monitor(bus_, {"monitor"});
     monitor.ErrLine();
-    monitor.Signal(SIGINT);
-    EXPECT_EQ(monitor.Wait().exitCode, 0);
+    EXPECT_EQ(monitor.ExitCodeAfter(SIGINT), 0);
 
     std::set<std::string> called;
     for (const std::string& call : Calls()) {
@@ -218,13 +225,9 @@ TEST_F(CommandTest, ABusThatIsNotThereIsAFailure)
     bus_.Kill();
     const std::string reason =
         "the system bus cannot be reached at " + bus_.Address() + " (from DBUS_SYSTEM_BUS_ADDRESS): ";
-    ExpectFailure({"stop"}, 1, "the network-speaker server cannot be reached: " + reason);
-    ExpectFailure({"monitor"}, 1, reason);
-    for (const char* command : {"stop", "monitor"}) {
-        const std::string told = Run({command}).err;
-        EXPECT_TRUE(told.ends_with("; correct or unset DBUS_SYSTEM_BUS_ADDRESS, or start the bus that it names\n"))
-            << told;
-    }
+    const std::string advice = "; correct or unset DBUS_SYSTEM_BUS_ADDRESS, or start the bus that it names";
+    ExpectFailure({"stop"}, 1, "the network-speaker server cannot be reached: " + reason, advice);
+    ExpectFailure({"monitor"}, 1, reason, advice);
 }
 
 TEST_F(CommandTest, AFailureEndsWithWhoTellsWhy)
@@ -247,29 +250,28 @@ TEST_F(CommandTest, AFailureEndsWithWhoTellsWhy)
 TEST_F(CommandTest, AnErrorOfAServerThatIsReachedIsNamed)
 {
     Break("check_dbus_connection");
-    for (const Arguments& arguments : kRequests) {
-        ExpectFailure(arguments, 1, "the network-speaker server answers with the error org.example.Broken");
-    }
     // The advice does not name doctor, because it could only say the same.
-    EXPECT_THAT(Run({"stop"}).err, EndsWith("; the server's own log tells why\n"));
-    SetFault("check_dbus_connection", "reply", "<(5,)>");
-    ExpectFailure({"stop"}, 1, "the network-speaker server answers (i) instead of a client id");
-    EXPECT_TRUE(Run({"stop"}).err.ends_with("; use a server that serves this interface (man kiv-dbus)\n"));
+    for (const Arguments& arguments : kRequests) {
+        ExpectFailure(
+            arguments, 1, "the network-speaker server answers with the error org.example.Broken",
+            "; the server's own log tells why");
+    }
+    Reply("check_dbus_connection", "5");
+    ExpectFailure(
+        {"stop"}, 1, "the network-speaker server answers (i) instead of a client id",
+        "; use a server that serves this interface (man kiv-dbus)");
 }
 
 // doctor checks the way to the server, and no single requests.
 TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
 {
     Break("DisableSurround");
-    SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
-    SetFault("GetSurroundChannelNumber", "reply", "<('text',)>");
-    SetFault("GetSoundbarDeviceInfo", "reply", "<(@ay [],)>");
+    Reply("StopNetworkSpeaker", "-1");
+    Reply("GetSurroundChannelNumber", "'text'");
+    Reply("GetSoundbarDeviceInfo", "@ay []");
     SetFault("kiv_is_receiver_atmos", "error", "'org.freedesktop.DBus.Error.UnknownMethod'");
     SetFault("CanCancelTavrin", "error", "'org.lumra.tv.networkspeaker.simulator.Error.NotRecorded'");
-    const struct {
-        Arguments arguments;
-        const char* end;
-    } cases[] = {
+    const std::pair<Arguments, const char*> cases[] = {
         {{"node-remove", "99"}, ": the server watches no such node; kivctl list nodes shows which nodes there are\n"},
         {{"connect", "type", "--id", "99"},
          ": the server refused it; kivctl list nodes shows which speakers there are\n"},
@@ -306,7 +308,7 @@ TEST_F(CommandTest, AClientIdThatReadsLikeALineOfTheLogFailsNothing)
 
 TEST_F(CommandTest, AFailureValueIsNamed)
 {
-    SetFault("StopNetworkSpeaker", "reply", "<(-1,)>");
+    Reply("StopNetworkSpeaker", "-1");
     Break("DisableSurround");
     ExpectFailure({"stop"}, 1, "StopNetworkSpeaker returned -1: the server refused it");
     ExpectFailure({"surround", "off"}, 1, "DisableSurround returned -1: " + kBroken);
@@ -339,6 +341,7 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{}, "no command given; kivctl help lists them"},
         {{"dance"}, "unknown command dance; kivctl help lists them"},
         {{"soundbar", "mode"}, "no command given; kivctl help soundbar mode lists them"},
+        {{"mode", "ui"}, "no command given"},
         {{"volum", "up"}, "unknown command volum; did you mean volume?"},
         {{"volume", "upp"}, "unknown command volume upp; did you mean volume up?"},
         {{"--jso", "stop"}, "unknown option --jso; did you mean --json?"},
@@ -383,28 +386,15 @@ TEST_F(CommandTest, BadArgumentsSendNothing)
         {{"start", kLeft + "=1x"}, "must be a 32-bit integer, got \"1x\""},
         {{"start", kLeft + "=2147483648"}, "must be a 32-bit integer, got \"2147483648\""},
     };
-    for (const Arguments& group : std::vector<Arguments>{
-             {"surround"},
-             {"list"},
-             {"connect"},
-             {"volume"},
-             {"mode"},
-             {"mode", "ui"},
-             {"link"},
-             {"tone"},
-             {"soundbar"},
-             {"call"}}) {
-        cases.push_back({group, "no command given"});
+    for (const char* group : {"surround", "list", "connect", "volume", "mode", "link", "tone", "soundbar", "call"}) {
+        cases.push_back({{group}, "no command given"});
     }
     ExpectRefused(cases);
 }
 
 TEST_F(CommandTest, ABadListFileSendsNothing)
 {
-    const struct {
-        const char* text;
-        const char* reason;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"", "line 1, column 1"},
         {"[\n\"02:4b:49:56:00:01\",\n]", "line 3, column 1"},
         {"{}", "must be a JSON array of speakers, got {}"},
@@ -515,8 +505,7 @@ TEST_F(CommandTest, AMonitorShowsLinesOnceItIsReady)
     EXPECT_EQ(monitor.ErrLine(), "kivctl: ready, waiting for events");
     SendPayload("");
     EXPECT_THAT(monitor.ErrLine(), HasSubstr("NULL payload"));
-    monitor.Signal(SIGINT);
-    EXPECT_EQ(monitor.Wait().exitCode, 0);
+    EXPECT_EQ(monitor.ExitCodeAfter(SIGINT), 0);
 }
 
 TEST_F(CommandTest, OutputThatCannotBeWrittenIsAFailure)
@@ -532,10 +521,9 @@ TEST_F(CommandTest, OutputThatCannotBeWrittenIsAFailure)
 
 TEST_F(CommandTest, OutputToAClosedStreamGoesNowhere)
 {
-    const Ended ended = RunInShell("env -u KIV_LOG_LEVEL kivctl doctor >&-");
-    EXPECT_EQ(ended.exitCode, 1);
-    EXPECT_EQ(ended.err.find("ok "), std::string::npos) << ended.err;
-    EXPECT_TRUE(ended.err.ends_with("kivctl: the output could not be written\n")) << ended.err;
+    EXPECT_THAT(
+        RunInShell("env -u KIV_LOG_LEVEL kivctl doctor >&-"),
+        Ends(1, _, AllOf(Not(HasSubstr("ok ")), EndsWith("kivctl: the output could not be written\n"))));
 }
 
 // Returns the commands that have no subcommands, without the library's functions.
@@ -603,19 +591,18 @@ TEST_F(CommandTest, HelpIsACommandToo)
 
 TEST_F(CommandTest, ValuesAreCompleted)
 {
-    EXPECT_THAT(("\n" + Run({"--complete", "start", "--mode"}).out), HasSubstr("\nmultiroom\t"));
-    EXPECT_THAT(("\n" + Run({"--complete", "mode", "ui", "set"}).out), HasSubstr("\nsurround\t"));
-    EXPECT_THAT(("\n" + Run({"--complete", "mode", "ui", "set", "surround"}).out), Not(HasSubstr("\nsurround\t")));
-    EXPECT_THAT(
-        ("\n" + Run({"--complete", "soundbar", "support", "set", "02:4b:49:56:00:b0"}).out), HasSubstr("\nyes\t"));
-    EXPECT_THAT(("\n" + Run({"--complete", "soundbar", "support", "set"}).out), Not(HasSubstr("\nyes\t")));
+    EXPECT_THAT(Offered({"start", "--mode"}), HasSubstr("\nmultiroom\t"));
+    EXPECT_THAT(Offered({"mode", "ui", "set"}), HasSubstr("\nsurround\t"));
+    EXPECT_THAT(Offered({"mode", "ui", "set", "surround"}), Not(HasSubstr("\nsurround\t")));
+    EXPECT_THAT(Offered({"soundbar", "support", "set", "02:4b:49:56:00:b0"}), HasSubstr("\nyes\t"));
+    EXPECT_THAT(Offered({"soundbar", "support", "set"}), Not(HasSubstr("\nyes\t")));
 }
 
 TEST_F(CommandTest, TheArgumentsOfHelpAreCompleted)
 {
-    EXPECT_THAT(("\n" + Run({"--complete", "--json", "help"}).out), HasSubstr("\nvolume\t"));
-    EXPECT_THAT(("\n" + Run({"--complete", "help", "volume"}).out), HasSubstr("\nreset\t"));
-    EXPECT_THAT(("\n" + Run({"--complete", "help", "volume"}).out), Not(HasSubstr("\nvolume\t")));
+    EXPECT_THAT(Offered({"--json", "help"}), HasSubstr("\nvolume\t"));
+    EXPECT_THAT(Offered({"help", "volume"}), HasSubstr("\nreset\t"));
+    EXPECT_THAT(Offered({"help", "volume"}), Not(HasSubstr("\nvolume\t")));
 }
 
 TEST_F(CommandTest, HelpTellsTheCommandsAndTheExitCodes)

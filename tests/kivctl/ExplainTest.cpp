@@ -1,10 +1,12 @@
 #include "KivctlTest.h"
+#include "tools/sandbox/Keeper.h"
 
 #include <sys/stat.h>
 
 #include <fstream>
 #include <regex>
 #include <stdexcept>
+#include <tuple>
 
 namespace kiv::ctl::explain_test {
 namespace {
@@ -24,15 +26,13 @@ std::string Text(GBytes* bytes)
 
 Ended RunExplain(const std::string& log, const Arguments& arguments)
 {
-    std::vector<const char*> argv = {KIV_CTL, "explain"};
-    for (const std::string& argument : arguments) {
-        argv.push_back(argument.c_str());
-    }
-    argv.push_back(nullptr);
+    Arguments words = {KIV_CTL, "explain"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
     constexpr int kPipes =
         G_SUBPROCESS_FLAGS_STDIN_PIPE | G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE;
     g_autoptr(GError) error = nullptr;
-    g_autoptr(GSubprocess) process = g_subprocess_newv(argv.data(), static_cast<GSubprocessFlags>(kPipes), &error);
+    g_autoptr(GSubprocess) process =
+        g_subprocess_newv(sandbox::Arguments(words).data(), static_cast<GSubprocessFlags>(kPipes), &error);
     if (process == nullptr) {
         throw std::runtime_error(error->message);
     }
@@ -397,11 +397,7 @@ TEST_F(LoggedLinesTest, AreAllExplained)
 
 TEST_F(LoggedLinesTest, TellTheReasonsOfTheServer)
 {
-    const struct {
-        const char* key;
-        const char* value;
-        const char* meaning;
-    } faults[] = {
+    const std::tuple<const char*, const char*, const char*> faults[] = {
         {"error", "'org.example.Broken'", "answered with that error"},
         {"error", "'org.freedesktop.DBus.Error.UnknownMethod'", "the server does not have the method"},
         {"silent", "true", "the server did not answer within 8 s"},
@@ -417,8 +413,7 @@ TEST_F(LoggedLinesTest, TellTheReasonsOfTheServer)
 TEST_F(LoggedLinesTest, TellThatThePolicyForbidsTheCall)
 {
     bus_.Activate(kServerName);
-    Forbid(R"(<deny send_destination="org.lumra.tv.networkspeaker.server"
-                    send_interface="org.lumra.tv.networkspeaker.server.interface"/>)");
+    Forbid(kDenyRequests);
     Collect({"stop"});
     ExpectMeaning("the bus's policy does not let this user call the server");
 }
@@ -441,8 +436,7 @@ TEST_F(LoggedLinesTest, TellTheReasonsOfTheBus)
 // A bus that forbids the query answers with an error, which is not of the expected type.
 TEST_F(LoggedLinesTest, TellThatTheBusForbidsTheQuestionForAnOwner)
 {
-    Forbid(
-        R"(<deny send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus" send_member="NameHasOwner"/>)");
+    Forbid(kDenyOwnerQuery);
     Collect({"stop"});
     ExpectMeaning("is an error of the bus, which forbids the question");
     for (const std::string& meaning : meanings_) {

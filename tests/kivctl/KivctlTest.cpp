@@ -1,5 +1,7 @@
 #include "KivctlTest.h"
 
+#include "tools/sandbox/Keeper.h"
+
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -54,12 +56,8 @@ Running::Running(
     const sandbox::PrivateBus& bus, const Arguments& arguments, const Environment& environment, int output,
     const char* program)
 {
-    std::vector<const char*> argv = {program};
-    for (const std::string& argument : arguments) {
-        argv.push_back(argument.c_str());
-    }
-    argv.push_back(nullptr);
-
+    Arguments words = {program};
+    words.insert(words.end(), arguments.begin(), arguments.end());
     const int flags = G_SUBPROCESS_FLAGS_STDERR_PIPE | (output < 0 ? G_SUBPROCESS_FLAGS_STDOUT_PIPE : 0);
     g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(static_cast<GSubprocessFlags>(flags));
     if (output >= 0) {
@@ -77,7 +75,7 @@ Running::Running(
         }
     }
     g_autoptr(GError) error = nullptr;
-    process_.reset(g_subprocess_launcher_spawnv(launcher, argv.data(), &error));
+    process_.reset(g_subprocess_launcher_spawnv(launcher, sandbox::Arguments(words).data(), &error));
     if (!process_) {
         throw std::runtime_error(error->message);
     }
@@ -99,6 +97,12 @@ Ended Running::Wait()
         ended.exitCode = g_subprocess_get_exit_status(process_.get());
     }
     return ended;
+}
+
+int Running::ExitCodeAfter(int signal)
+{
+    Signal(signal);
+    return Wait().exitCode;
 }
 
 std::string Running::ErrLine()
@@ -202,20 +206,17 @@ void KivctlTest::ExpectJson(Arguments arguments, const Json& fields) const
     EXPECT_EQ(object, fields);
 }
 
-void KivctlTest::ExpectFailure(Arguments arguments, int exitCode, const std::string& reason) const
+void KivctlTest::ExpectFailure(
+    Arguments arguments, int exitCode, const std::string& reason, const std::string& advice) const
 {
     SCOPED_TRACE(testing::PrintToString(arguments));
     const Ended text = Run(arguments);
-    EXPECT_EQ(text.exitCode, exitCode);
-    EXPECT_EQ(text.out, "");
-    EXPECT_THAT(text.err, StartsWith("kivctl: "));
-    EXPECT_THAT(text.err, HasSubstr(reason));
-    EXPECT_EQ(text.err.find('\n'), text.err.size() - 1) << text.err;
+    EXPECT_THAT(text, Ends(exitCode, "", AllOf(StartsWith("kivctl: "), HasSubstr(reason), EndsWith(advice + '\n'))));
+    EXPECT_EQ(std::ranges::count(text.err, '\n'), 1) << text.err;
 
     arguments.insert(arguments.begin(), "--json");
     const Ended json = Run(arguments);
-    EXPECT_EQ(json.exitCode, exitCode);
-    EXPECT_EQ(json.err, "");
+    EXPECT_THAT(json, Ends(exitCode, _, ""));
     EXPECT_THAT(Json::parse(json.out).at("error").get<std::string>(), HasSubstr(reason)) << json.out;
 }
 
@@ -278,6 +279,11 @@ void KivctlTest::SetFault(const std::string& method, const char* key, const std:
     g_variant_dict_init(&fault, nullptr);
     g_variant_dict_insert_value(&fault, key, g_variant_new_parsed(value.c_str()));
     Control("Fault", g_variant_new("(s@a{sv})", method.c_str(), g_variant_dict_end(&fault)));
+}
+
+void KivctlTest::Reply(const std::string& method, const std::string& value) const
+{
+    SetFault(method, "reply", "<(" + value + ",)>");
 }
 
 void KivctlTest::Break(const std::string& method) const

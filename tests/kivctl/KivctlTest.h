@@ -56,6 +56,8 @@ public:
     std::string AnyErrLine() { return ReadLine(err_.get()); }
 
     void Signal(int number) { g_subprocess_send_signal(process_.get(), number); }
+    // Sends the signal, and waits for the end of the program.
+    int ExitCodeAfter(int signal);
 
     // Waits for the end of the program. Returns the output that has not been read yet.
     Ended Wait();
@@ -80,8 +82,15 @@ inline const std::string kRight = "02:4b:49:56:00:02";
 inline const std::string kLeftBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x01";
 inline const std::string kRightBytes = "0x02, 0x4b, 0x49, 0x56, 0x00, 0x02";
 
-// A rule of the bus's policy, for Forbid().
+// Rules of the bus's policy, for Forbid().
 inline constexpr const char* kDenyClientName = R"(<deny own_prefix="org.lumra.tv.networkspeaker.client"/>)";
+inline constexpr const char* kDenyEvents = R"(<deny send_path="*" send_member="nam_notify_subscriber"/>)";
+inline constexpr const char* kDenyRequests =
+    R"(<deny send_destination="org.lumra.tv.networkspeaker.server"
+             send_interface="org.lumra.tv.networkspeaker.server.interface"/>)";
+inline constexpr const char* kDenyOwnerQuery =
+    R"(<deny send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"
+             send_member="NameHasOwner"/>)";
 
 // The reason that kivctl gives for a request that Break() has broken.
 inline const std::string kBroken = "the server answered with the error org.example.Broken";
@@ -111,8 +120,10 @@ protected:
     // Does the same with --json. The object also has the command's name, with which the arguments begin.
     void ExpectJson(Arguments arguments, const Json& fields) const;
 
-    // Expects this exit code, and one line with the reason on stderr or, with --json, one object on stdout.
-    void ExpectFailure(Arguments arguments, int exitCode, const std::string& reason) const;
+    // Expects this exit code, and one line with the reason on stderr or, with --json, one object on stdout. The line
+    // ends with the advice.
+    void
+    ExpectFailure(Arguments arguments, int exitCode, const std::string& reason, const std::string& advice = "") const;
 
     // Expects that the server got these calls: see Calls().
     void ExpectCalls(const std::vector<std::string>& calls) const;
@@ -137,6 +148,8 @@ protected:
     // Calls the simulator's control interface. Starts the simulator if it does not run.
     link::VariantOwner Control(const char* method, GVariant* arguments = nullptr) const;
     void SetFault(const std::string& method, const char* key, const std::string& value) const;
+    // Makes the server answer calls of the method with this value.
+    void Reply(const std::string& method, const std::string& value) const;
     // Makes the server answer calls of the method with the error org.example.Broken.
     void Break(const std::string& method) const;
     void SetClientId(const std::string& id) const;

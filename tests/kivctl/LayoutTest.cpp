@@ -13,11 +13,11 @@ protected:
     // Makes the server report one node. Its record begins with these bytes, given as GVariant text.
     void ReplyNode(const std::string& bytes, size_t count) const
     {
-        std::string reply = "<([byte " + bytes;
+        std::string reply = "[byte " + bytes;
         for (size_t i = count; i < kNodeSize; ++i) {
             reply += ", 0";
         }
-        SetFault("GetNetSpkNodeList", "reply", (reply + "],)>").c_str());
+        Reply("GetNetSpkNodeList", reply + "]");
     }
 
     // Returns the node, decoded by these fields.
@@ -196,10 +196,7 @@ TEST_F(LayoutTest, ABadFileSendsNothing)
     const auto record = [](const std::string& fields) {
         return R"({"records": {"r": {"size": 8, "fields": [)" + fields + "]}}}";
     };
-    const struct {
-        std::string text;
-        const char* reason;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"", "parse error at line 1, column 1"},
         {"[]", "must be an object, got []"},
         {"{}", "\"records\" is missing"},

@@ -9,7 +9,7 @@ TEST_F(ModeTest, ModesAreNamed)
 {
     ExpectOutput({"mode", "get"}, "80 (surround)");
     ExpectJson({"mode", "ui", "get"}, {{"result", 80}});
-    SetFault("GetNetSpkSettingMode", "reply", "<(7,)>");
+    Reply("GetNetSpkSettingMode", "7");
     ExpectOutput({"mode", "get"}, "7");
     ExpectCalls({"GetNetSpkSettingMode()", "GetTavrinUIMode()", "GetNetSpkSettingMode()"});
 }
@@ -44,8 +44,8 @@ TEST_F(ModeTest, EntryFlagsStartTheServer)
     ExpectOutput({"mode", "can-enter"}, "yes");
     ExpectJson({"mode", "enabled"}, {{"result", true}});
     ExpectCalls({"FlagEnableNetworkSpeaker()", "CanEnterTavrinSettings()", "FlagEnableNetworkSpeaker()"});
-    SetFault("FlagEnableNetworkSpeaker", "reply", "<(false,)>");
-    SetFault("CanEnterTavrinSettings", "reply", "<(false,)>");
+    Reply("FlagEnableNetworkSpeaker", "false");
+    Reply("CanEnterTavrinSettings", "false");
     ExpectOutput({"mode", "enabled"}, "no");
     ExpectJson({"mode", "can-enter"}, {{"result", false}});
 }
@@ -58,9 +58,9 @@ TEST_F(ModeTest, AModeThatTheLibraryMakesUpIsAFailure)
          }) {
         Break(method);
         ExpectFailure(command, 1, method + std::string(" returned 80: " + kBroken));
-        SetFault(method, "reply", "<(-1,)>");
+        Reply(method, "-1");
         ExpectFailure(command, 1, method + std::string(" returned 80: the server answered -1"));
-        SetFault(method, "reply", "<(81,)>");
+        Reply(method, "81");
         ExpectOutput(command, "80 (surround)");
     }
 }
@@ -68,7 +68,7 @@ TEST_F(ModeTest, AModeThatTheLibraryMakesUpIsAFailure)
 TEST_F(ModeTest, AnEntryFlagThatTheLibraryMakesUpIsAFailure)
 {
     Break("FlagEnableNetworkSpeaker");
-    SetFault("CanEnterTavrinSettings", "reply", "<('text',)>");
+    Reply("CanEnterTavrinSettings", "'text'");
     ExpectFailure({"mode", "enabled"}, 1, "FlagEnableNetworkSpeaker returned false: " + kBroken);
     ExpectFailure(
         {"mode", "can-enter"}, 1,
@@ -86,10 +86,10 @@ TEST_F(ModeTest, LinkQuestionsAreAnswered)
          {std::pair("can-cancel", "CanCancelTavrin"), std::pair("pre-select", "PreSelectTavrin"),
           std::pair("can-select", "CanSelectTavrin")}) {
         SCOPED_TRACE(command);
-        SetFault(method, "reply", "<(true,)>");
+        Reply(method, "true");
         ExpectOutput({"link", command}, "yes");
         ExpectJson({"link", command}, {{"result", true}});
-        SetFault(method, "reply", "<(false,)>");
+        Reply(method, "false");
         ExpectOutput({"link", command}, "no");
         ExpectJson({"link", command}, {{"result", false}});
         EXPECT_EQ(Calls().back(), method + std::string("()"));

@@ -18,7 +18,15 @@ namespace {
 constexpr int kUnknownEvent = 0x01020304;
 constexpr const char* kReady = "kivctl: ready, waiting for events";
 
-using MonitorTest = KivctlTest;
+class MonitorTest : public KivctlTest {
+protected:
+    // Returns how many calls of a method the server got.
+    std::ptrdiff_t CallsOf(const std::string& method) const
+    {
+        return std::ranges::count_if(Calls(), [&](const std::string& call) { return call.starts_with(method + '('); });
+    }
+};
+
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
@@ -102,11 +110,9 @@ TEST_F(MonitorTest, ShortensLongData)
 {
     Monitor monitor(bus_, {"monitor"});
     SendEvent(kUnknownEvent, DataOf(32));
-    const std::string whole = monitor.OutLine();
-    EXPECT_EQ(whole.substr(whole.size() - 6), " 1e 1f");
+    EXPECT_THAT(monitor.OutLine(), EndsWith(" 1e 1f"));
     SendEvent(kUnknownEvent, DataOf(33));
-    const std::string shortened = monitor.OutLine();
-    EXPECT_EQ(shortened.substr(shortened.size() - 19), " 1e 1f ... (1 more)");
+    EXPECT_THAT(monitor.OutLine(), EndsWith(" 1e 1f ... (1 more)"));
 }
 
 TEST_F(MonitorTest, ShowsAllOfTheDataOnRequest)
@@ -115,7 +121,7 @@ TEST_F(MonitorTest, ShowsAllOfTheDataOnRequest)
     SendEvent(kUnknownEvent, DataOf(5000));
     const std::string line = EventLine(monitor);
     const std::string head = "event 0x01020304, length 2200: ";
-    EXPECT_EQ(line.substr(0, head.size()), head);
+    EXPECT_THAT(line, StartsWith(head));
     EXPECT_EQ(line.size(), head.size() + 3 * NAMSERVICE_EVENT_DATA_MAX - 1);
     EXPECT_EQ(monitor.Wait().exitCode, 0);
 }
@@ -135,12 +141,7 @@ TEST_F(MonitorTest, EndsAfterTheEventsAskedForAndUnsubscribes)
     EXPECT_EQ(EventLine(monitor), "event 0x00000002, length 0");
     EXPECT_THAT(monitor.Wait(), Ends(0, "", _));
 
-    const std::vector<std::string> calls = Calls();
-    EXPECT_EQ(
-        std::count_if(
-            calls.begin(), calls.end(),
-            [](const std::string& call) { return call.rfind("UnsubscribeNamServiceCallback", 0) == 0; }),
-        2);
+    EXPECT_EQ(CallsOf("UnsubscribeNamServiceCallback"), 2);
 }
 
 TEST_F(MonitorTest, EndsWhenInterrupted)
@@ -208,8 +209,7 @@ TEST_F(MonitorTest, DoesNotStartAServerThatHasGone)
     Monitor monitor(bus_, {"monitor"});
     Control("Exit");
     EXPECT_EQ(monitor.ErrLine(), "kivctl: the server has gone");
-    monitor.Signal(SIGINT);
-    EXPECT_EQ(monitor.Wait().exitCode, 0);
+    EXPECT_EQ(monitor.ExitCodeAfter(SIGINT), 0);
     ExpectCalls({});
 }
 
@@ -283,11 +283,7 @@ TEST_F(MonitorTest, SaysWhatIsMissingAlsoWhenItEndsSoon)
     Forbid(kDenyClientName);
     Running monitor(bus_, {"monitor"});
     // The second request is for the Atmos events. The end waits for its answer.
-    test::WaitUntil("the requests for events", [this] {
-        return std::ranges::count_if(Calls(), [](const std::string& call) {
-                   return call.starts_with("SubscribeNamServiceCallback");
-               }) == 2;
-    });
+    test::WaitUntil("the requests for events", [this] { return CallsOf("SubscribeNamServiceCallback") == 2; });
     monitor.Signal(SIGINT);
     EXPECT_THAT(
         monitor.Wait(), Ends(1, _, HasSubstr("kivctl: never ready, no event could come: nobody owns the bus name ")));
@@ -309,7 +305,7 @@ TEST_F(MonitorTest, SaysWhoHasTheName)
 TEST_F(MonitorTest, SaysThatTheServerAnswersTheSubscriptionWithAnotherId)
 {
     Control("ClientId", g_variant_new("(s)", "one"));
-    SetFault("SubscribeNamServiceCallback", "reply", "<('other',)>");
+    Reply("SubscribeNamServiceCallback", "'other'");
     Running monitor(bus_, {"monitor"});
     EXPECT_EQ(
         monitor.ErrLine(),
@@ -336,15 +332,10 @@ TEST_F(MonitorTest, WaitsForAServerThatIsNotThereYet)
 TEST_F(MonitorTest, EndsAfterTheTimeAskedFor)
 {
     const auto start = Clock::now();
-    const Ended ended = Run({"monitor", "--for", "2"});
+    const std::string none = "no event came; kivctl doctor finds out whether events can arrive";
+    EXPECT_THAT(Run({"monitor", "--for", "2"}), Ends(0, "", std::string(kReady) + "\nkivctl: " + none + '\n'));
     EXPECT_GE(Clock::now() - start, 2s);
-    EXPECT_EQ(ended.exitCode, 0);
-    EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(
-        ended.err,
-        std::string(kReady) + "\nkivctl: no event came; kivctl doctor finds out whether events can arrive\n");
-    const std::vector<std::string> calls = Calls();
-    EXPECT_TRUE(!calls.empty() && calls.back().starts_with("UnsubscribeNamServiceCallback"));
+    EXPECT_THAT(Calls().back(), StartsWith("UnsubscribeNamServiceCallback"));
 
     EXPECT_EQ(
         Run({"--json", "monitor", "--for", "2"}).out,
@@ -391,8 +382,7 @@ TEST_F(MonitorTest, SaysThatItAsksTheServer)
     SetFault("SubscribeNamServiceCallback", "silent", "true");
     Running monitor(bus_, {"monitor"});
     EXPECT_EQ(monitor.AnyErrLine(), "kivctl: asking the server for its events, up to 32 s ...");
-    monitor.Signal(SIGINT);
-    EXPECT_EQ(monitor.Wait().exitCode, 1);
+    EXPECT_EQ(monitor.ExitCodeAfter(SIGINT), 1);
 }
 
 TEST_F(MonitorTest, EndsWhenInterruptedWhileTheServerHangs)
@@ -403,8 +393,7 @@ TEST_F(MonitorTest, EndsWhenInterruptedWhileTheServerHangs)
         Running monitor(bus_, {"--timeout", "100", "monitor"});
         test::WaitUntil("the request", [this] { return !Calls().empty(); });
         const auto start = Clock::now();
-        monitor.Signal(signal);
-        EXPECT_EQ(monitor.Wait().exitCode, 1);
+        EXPECT_EQ(monitor.ExitCodeAfter(signal), 1);
         EXPECT_LT(Clock::now() - start, kPrompt);
     }
 }
@@ -416,8 +405,7 @@ TEST_F(MonitorTest, TakesItsSubscriptionBackNoLongerThanAMoment)
     SetFault("*", "silent", "true");
     const auto start = Clock::now();
     SendEvent(kUnknownEvent, "");
-    monitor.Signal(SIGINT);
-    EXPECT_EQ(monitor.Wait().exitCode, 0);
+    EXPECT_EQ(monitor.ExitCodeAfter(SIGINT), 0);
     EXPECT_EQ(counting.Wait().exitCode, 0);
     EXPECT_LT(Clock::now() - start, kPrompt);
 }
@@ -483,10 +471,10 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
 
 TEST_F(MonitorTest, FailsWhenTheServerAnswersTheSubscriptionWithNoId)
 {
-    SetFault("SubscribeNamServiceCallback", "reply", "<(0,)>");
+    Reply("SubscribeNamServiceCallback", "0");
     ExpectFailure(
-        {"monitor"}, 1, "SubscribeNamServiceCallback returned 1: the answer must be of the D-Bus type (s), got (i)");
-    EXPECT_TRUE(Run({"monitor"}).err.ends_with("; use a server that serves this interface (man kiv-dbus)\n"));
+        {"monitor"}, 1, "SubscribeNamServiceCallback returned 1: the answer must be of the D-Bus type (s), got (i)",
+        "; use a server that serves this interface (man kiv-dbus)");
 }
 
 } // namespace

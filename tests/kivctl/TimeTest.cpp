@@ -44,8 +44,8 @@ TEST_F(TimeTest, SaysWhatItWaitedFor)
     SetFault("check_dbus_connection", "silent", "true");
     ExpectFailure(
         {"--timeout", "2", "stop"}, 4,
-        "stop: not done within 2000 ms: the server has not answered check_dbus_connection");
-    EXPECT_THAT(Run({"--timeout", "2", "stop"}).err, EndsWith("; kivctl doctor tells why\n"));
+        "stop: not done within 2000 ms: the server has not answered check_dbus_connection",
+        "; kivctl doctor tells why");
 
     kill(bus_.DaemonPid(), SIGSTOP);
     const Ended stop = Run({"--timeout", "2", "stop"});

@@ -1,8 +1,8 @@
 #include "Calls.h"
+#include "Matchers.h"
 #include "Sandbox.h"
 #include "tools/sandbox/Connection.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -13,10 +13,7 @@ namespace kiv::sandbox::bus_fault_test {
 
 namespace {
 
-using ::testing::AllOf;
 using ::testing::ContainsRegex;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 constexpr auto kClient = "org.lumra.tv.networkspeaker.client.tv_7";
 constexpr auto kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
@@ -68,9 +65,9 @@ TEST(BusFaultTest, DoctorFindsThem)
          {std::tuple("deny-name", "problem  client name ", kAccessDenied),
           std::tuple("deny-events", "problem  events ", kAccessDenied),
           std::tuple("hang", "problem  bus ", "no answer within 8 s")}) {
+        SCOPED_TRACE(fault);
         const Outcome outcome = RunScript("kivctl doctor", {"--bus-fault", fault});
-        EXPECT_EQ(outcome.exitCode, 1) << fault;
-        EXPECT_THAT(outcome.output, AllOf(HasSubstr(problem), HasSubstr(reason))) << fault;
+        EXPECT_THAT(outcome, Ends(1, AllOf(HasSubstr(problem), HasSubstr(reason)), _));
     }
 }
 
@@ -97,9 +94,7 @@ TEST(BusFaultTest, IsPrinted)
 TEST(BusFaultTest, ASandboxWhoseBusHangsOrIsGoneEnds)
 {
     for (const std::string fault : {"hang", "gone"}) {
-        const Outcome outcome = RunSandbox({"--bus-fault", fault, "--trace", "--", "echo", "done"});
-        EXPECT_EQ(outcome.exitCode, 0) << fault;
-        EXPECT_EQ(outcome.output, "done\n") << fault;
+        EXPECT_THAT(RunSandbox({"--bus-fault", fault, "--trace", "--", "echo", "done"}), Ends(0, "done\n", _)) << fault;
     }
 }
 
@@ -120,23 +115,20 @@ TEST(BusFaultTest, ABusThatIsGoneIsStartedAgain)
 
 TEST(BusFaultTest, NeedsNoServer)
 {
-    const Outcome outcome = RunScript("control bus-fault hang && control bus-fault none", {"--no-server"});
-    EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_THAT(outcome.errors, IsEmpty());
+    EXPECT_THAT(RunScript("control bus-fault hang && control bus-fault none", {"--no-server"}), Ends(0, _, IsEmpty()));
 }
 
 TEST(BusFaultTest, IsForTheBusOfASandboxOnly)
 {
-    const Outcome other =
-        RunScript("export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/system_bus_socket; control bus-fault hang");
-    EXPECT_EQ(other.exitCode, 1);
-    EXPECT_EQ(
-        other.errors, "kiv-sandbox control: the address must be that of a sandbox's bus, got "
-                      "\"unix:path=/nowhere/system_bus_socket\"\n");
-    const Outcome gone =
-        RunScript("export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/kiv-sandbox-1/bus; control bus-fault hang");
-    EXPECT_EQ(gone.exitCode, 1);
-    EXPECT_THAT(gone.errors, HasSubstr("no connection to unix:path=/nowhere/kiv-sandbox-1/bus: "));
+    const auto hangAt = [](const std::string& path) {
+        return RunScript("export DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + path + "; control bus-fault hang");
+    };
+    const std::string refused = "kiv-sandbox control: the address must be that of a sandbox's bus, got ";
+    EXPECT_THAT(
+        hangAt("/nowhere/system_bus_socket"), Ends(1, _, refused + "\"unix:path=/nowhere/system_bus_socket\"\n"));
+    EXPECT_THAT(
+        hangAt("/nowhere/kiv-sandbox-1/bus"),
+        Ends(1, _, HasSubstr("no connection to unix:path=/nowhere/kiv-sandbox-1/bus: ")));
     EXPECT_EQ(RunScript("control bus-fault perhaps").exitCode, 2);
 }
 

@@ -22,17 +22,18 @@ namespace {
 constexpr auto kDaemon = "org.freedesktop.DBus";
 constexpr auto kName = "org.lumra.tv.sandboxtest.service";
 
-std::vector<std::string> Lines(const std::vector<Message>& messages)
-{
-    std::vector<std::string> lines;
-    for (const Message& message : messages) {
-        lines.push_back(Describe(message));
-    }
-    return lines;
-}
-
 class BusTraceTest : public testing::Test {
 protected:
+    // Expects that the trace has exactly these messages.
+    static void ExpectLines(BusTrace& trace, const std::vector<std::string>& expected)
+    {
+        std::vector<std::string> lines;
+        for (const Message& message : trace.Messages()) {
+            lines.push_back(Describe(message));
+        }
+        EXPECT_EQ(lines, expected);
+    }
+
     PrivateBus bus_;
     Connection caller_{bus_.Address()};
     std::string me_ = caller_.UniqueName();
@@ -71,7 +72,7 @@ TEST_F(BusTraceTest, LeavesOutItsOwnMessages)
     BusTrace trace(bus_.Address());
 
     for (int round = 0; round < 10; ++round) {
-        EXPECT_EQ(Lines(trace.Messages()), std::vector<std::string>{});
+        ExpectLines(trace, {});
     }
 }
 
@@ -94,18 +95,14 @@ TEST_F(BusTraceTest, SeesSignalsAndErrors)
     RequestName(caller_, kName);
     Ping(caller_, "org.lumra.tv.sandboxtest.unknown");
 
-    EXPECT_EQ(
-        Lines(trace.Messages()),
-        (std::vector<std::string>{
-            me_ + " -> org.freedesktop.DBus RequestName('org.lumra.tv.sandboxtest.service', 0)",
-            "org.freedesktop.DBus -> all signal NameOwnerChanged('org.lumra.tv.sandboxtest.service', '', '" + me_ +
-                "')",
-            "org.freedesktop.DBus -> " + me_ + " signal NameAcquired('org.lumra.tv.sandboxtest.service')",
-            me_ + " <- org.freedesktop.DBus returns (1)",
-            me_ + " -> org.lumra.tv.sandboxtest.unknown Ping()",
-            me_ + " <- org.freedesktop.DBus error org.freedesktop.DBus.Error.ServiceUnknown ('The name "
-                  "org.lumra.tv.sandboxtest.unknown was not provided by any .service files')",
-        }));
+    ExpectLines(
+        trace,
+        {me_ + " -> org.freedesktop.DBus RequestName('org.lumra.tv.sandboxtest.service', 0)",
+         "org.freedesktop.DBus -> all signal NameOwnerChanged('org.lumra.tv.sandboxtest.service', '', '" + me_ + "')",
+         "org.freedesktop.DBus -> " + me_ + " signal NameAcquired('org.lumra.tv.sandboxtest.service')",
+         me_ + " <- org.freedesktop.DBus returns (1)", me_ + " -> org.lumra.tv.sandboxtest.unknown Ping()",
+         me_ + " <- org.freedesktop.DBus error org.freedesktop.DBus.Error.ServiceUnknown ('The name "
+               "org.lumra.tv.sandboxtest.unknown was not provided by any .service files')"});
 }
 
 TEST_F(BusTraceTest, DoesNotAnswerTheCallsOfOthers)
@@ -115,10 +112,8 @@ TEST_F(BusTraceTest, DoesNotAnswerTheCallsOfOthers)
 
     Ping(caller_, callee.UniqueName());
 
-    EXPECT_EQ(
-        Lines(trace.Messages()),
-        (std::vector<std::string>{
-            me_ + " -> " + callee.UniqueName() + " Ping()", me_ + " <- " + callee.UniqueName() + " returns ()"}));
+    ExpectLines(
+        trace, {me_ + " -> " + callee.UniqueName() + " Ping()", me_ + " <- " + callee.UniqueName() + " returns ()"});
 }
 
 TEST_F(BusTraceTest, ClearForgetsWhatWasBefore)
@@ -129,10 +124,7 @@ TEST_F(BusTraceTest, ClearForgetsWhatWasBefore)
     trace.Clear();
     Ping(caller_, kDaemon);
 
-    EXPECT_EQ(
-        Lines(trace.Messages()),
-        (std::vector<std::string>{
-            me_ + " -> org.freedesktop.DBus Ping()", me_ + " <- org.freedesktop.DBus returns ()"}));
+    ExpectLines(trace, {me_ + " -> org.freedesktop.DBus Ping()", me_ + " <- org.freedesktop.DBus returns ()"});
 }
 
 TEST_F(BusTraceTest, ListenerGetsMessagesAsTheyPass)

@@ -9,6 +9,7 @@ namespace kiv::sandbox {
 
 namespace fs = std::filesystem;
 
+using ::testing::_;
 using ::testing::AllOf;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;

@@ -36,10 +36,9 @@ TEST_F(NamedSandboxTest, IsJoinedByItsName)
     const Sandbox den("read line", {"--name", "den"});
     const Sandbox other("read line", {"--name", "other"});
 
-    const Outcome joined = Join("den", "echo $DBUS_SYSTEM_BUS_ADDRESS; cat \"$KIV_SYSTEM_INFO_FILE\"; exit 5");
-
-    EXPECT_EQ(joined.exitCode, 5);
-    EXPECT_THAT(joined.output, StartsWith(den.Address() + "\n[com.molvane/featureconf]\n"));
+    EXPECT_THAT(
+        Join("den", "echo $DBUS_SYSTEM_BUS_ADDRESS; cat \"$KIV_SYSTEM_INFO_FILE\"; exit 5"),
+        Ends(5, StartsWith(den.Address() + "\n[com.molvane/featureconf]\n"), _));
     EXPECT_EQ(Join("den", KIVCTL " stop --type 7").output, "the server answered 7\n");
 }
 
@@ -67,10 +66,8 @@ TEST_F(NamedSandboxTest, TheAddressIsPrintedOnRequest)
 
 TEST_F(NamedSandboxTest, TheLayoutOfTheSandboxIsThatOfThoseWhoJoin)
 {
-    const fs::path layout = scratch_.Path() / "layout.json";
-    const fs::path own = scratch_.Path() / "own.json";
-    std::ofstream(layout) << "{}";
-    std::ofstream(own) << "{}";
+    const fs::path layout = scratch_.Write("layout.json", "{}");
+    const fs::path own = scratch_.Write("own.json", "{}");
     const Sandbox den("read line", {"--name", "den", "--layout", layout});
 
     EXPECT_EQ(Join("den", "echo $KIV_LAYOUT").output, layout.string() + "\n");
@@ -83,11 +80,9 @@ TEST_F(NamedSandboxTest, ANameIsOfOneSandboxAtATime)
 {
     const Sandbox den("read line", {"--name", "den"});
 
-    const Outcome second = RunSandbox({"--name", "den", "--", "echo", "started"});
-
-    EXPECT_EQ(second.exitCode, 125);
-    EXPECT_THAT(second.output, IsEmpty());
-    EXPECT_THAT(second.errors, HasSubstr("--name must not be the name of a running sandbox, got \"den\""));
+    EXPECT_THAT(
+        RunSandbox({"--name", "den", "--", "echo", "started"}),
+        Ends(125, IsEmpty(), HasSubstr("--name must not be the name of a running sandbox, got \"den\"")));
     EXPECT_EQ(Join("den", "true").exitCode, 0);
 }
 
@@ -101,9 +96,8 @@ TEST_F(NamedSandboxTest, TheNameGoesWithTheSandbox)
     killed.Process().Signal(SIGKILL);
     killed.Process().WaitForEnd();
     EXPECT_FALSE(fs::is_empty(Folder()));
-    const Outcome joined = Join("den", "true");
-    EXPECT_EQ(joined.exitCode, 125);
-    EXPECT_THAT(joined.errors, HasSubstr("--join must be the name of a running sandbox, got \"den\""));
+    EXPECT_THAT(
+        Join("den", "true"), Ends(125, _, HasSubstr("--join must be the name of a running sandbox, got \"den\"")));
     EXPECT_TRUE(fs::is_empty(Folder()));
 
     Sandbox again("read line", {"--name", "den"});
@@ -152,8 +146,7 @@ TEST_F(NamedSandboxTest, AFolderThatIsOpenToOthersIsNotTrusted)
     fs::permissions(Folder(), fs::perms::owner_all | fs::perms::group_write);
     for (const Outcome& outcome :
          {RunSandbox({"--name", "den", "--", "true"}), Join("den", "true"), RunSandbox({"--list"})}) {
-        EXPECT_EQ(outcome.exitCode, 125);
-        EXPECT_THAT(outcome.errors, HasSubstr("/kiv-sandbox must belong to you"));
+        EXPECT_THAT(outcome, Ends(125, _, HasSubstr("/kiv-sandbox must belong to you")));
     }
     fs::remove(Folder());
     fs::create_directory_symlink(scratch_.Path(), Folder());
@@ -180,9 +173,8 @@ TEST_F(NamedSandboxTest, RefusesWhatCannotBeAName)
 {
     const std::vector<std::string> bad = {"../den", ".den", "", "a b", std::string(65, 'a')};
     for (const std::string& name : bad) {
-        const Outcome outcome = RunSandbox({"--name", name, "--", "true"});
-        EXPECT_EQ(outcome.exitCode, 125) << name;
-        EXPECT_THAT(outcome.errors, HasSubstr("got \"" + name + "\"")) << name;
+        EXPECT_THAT(RunSandbox({"--name", name, "--", "true"}), Ends(125, _, HasSubstr("got \"" + name + "\"")))
+            << name;
     }
 }
 
@@ -190,9 +182,9 @@ TEST_F(NamedSandboxTest, WhatMakesASandboxDoesNotGoWithJoining)
 {
     const Sandbox den("read line", {"--name", "den"});
     for (const std::string option : {"--trace", "--lazy", "--no-server"}) {
-        const Outcome outcome = RunSandbox({"--join", "den", option, "--", "true"});
-        EXPECT_EQ(outcome.exitCode, 125) << option;
-        EXPECT_THAT(outcome.errors, AllOf(HasSubstr("--join"), HasSubstr(option)));
+        EXPECT_THAT(
+            RunSandbox({"--join", "den", option, "--", "true"}),
+            Ends(125, _, AllOf(HasSubstr("--join"), HasSubstr(option))));
     }
     EXPECT_EQ(RunSandbox({"--join", "den", "--name", "x", "--", "true"}).exitCode, 125);
     EXPECT_EQ(RunSandbox({"--join", "den", "--", "no-such-command"}).exitCode, 127);

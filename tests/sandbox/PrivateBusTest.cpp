@@ -218,12 +218,17 @@ TEST(PrivateBusTest, TwoBusesDoNotMeet)
 
 TEST(PrivateBusTest, NothingIsLeftBehind)
 {
-    for (const Service& service : {OwnerOfName(), StubbornOwnerOfName()}) {
+    const std::pair<Service, bool> cases[] = {
+        {OwnerOfName(), false}, {StubbornOwnerOfName(), false}, {StubbornOwnerOfName(), true}};
+    for (const auto& [service, isKilled] : cases) {
         std::optional<PrivateBus> bus(std::in_place, BusOptions{.services = {service}});
         bus->Activate(kName);
         const fs::path directory = bus->Directory();
         const Watched daemon(bus->DaemonPid());
         const Watched owner(OwnerPid(Connection(bus->Address()), kName));
+        if (isKilled) {
+            bus->Kill();
+        }
 
         bus.reset();
 
@@ -231,20 +236,6 @@ TEST(PrivateBusTest, NothingIsLeftBehind)
         EXPECT_TRUE(owner.HasEnded());
         EXPECT_FALSE(fs::exists(directory));
     }
-}
-
-TEST(PrivateBusTest, NothingIsLeftBehindByAKilledBus)
-{
-    std::optional<PrivateBus> bus(std::in_place, BusOptions{.services = {StubbornOwnerOfName()}});
-    bus->Activate(kName);
-    const fs::path directory = bus->Directory();
-    const Watched owner(OwnerPid(Connection(bus->Address()), kName));
-    bus->Kill();
-
-    bus.reset();
-
-    EXPECT_TRUE(owner.HasEnded());
-    EXPECT_FALSE(fs::exists(directory));
 }
 
 // Makes temporary directories in an empty one, so that the test can see what is left.

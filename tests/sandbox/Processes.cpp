@@ -185,4 +185,10 @@ ScratchDirectory::~ScratchDirectory()
     std::filesystem::remove_all(path_);
 }
 
+std::filesystem::path ScratchDirectory::Write(const std::string& name, const std::string& contents) const
+{
+    WriteFile(path_ / name, contents);
+    return path_ / name;
+}
+
 } // namespace kiv::sandbox

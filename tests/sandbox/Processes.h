@@ -74,6 +74,8 @@ public:
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
     const std::filesystem::path& Path() const { return path_; }
+    // Writes a file. Returns its path.
+    std::filesystem::path Write(const std::string& name, const std::string& contents) const;
 
 private:
     std::filesystem::path path_;

@@ -25,6 +25,16 @@ std::vector<std::string> SandboxCommand(std::vector<std::string> words)
     return words;
 }
 
+testing::Matcher<Outcome> Ends(
+    const testing::Matcher<int>& exitCode, const testing::Matcher<std::string>& output,
+    const testing::Matcher<std::string>& errors)
+{
+    using testing::Field;
+    return AllOf(
+        Field("exitCode", &Outcome::exitCode, exitCode), Field("output", &Outcome::output, output),
+        Field("errors", &Outcome::errors, errors));
+}
+
 Outcome RunSandbox(const std::vector<std::string>& words)
 {
     Child child(SandboxCommand(words));

@@ -2,9 +2,11 @@
 
 #include "Processes.h"
 
+#include <gmock/gmock.h>
 #include <sys/types.h>
 
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -16,7 +18,18 @@ struct Outcome {
     int exitCode;
     std::string output;
     std::string errors;
+
+    friend void PrintTo(const Outcome& outcome, std::ostream* out)
+    {
+        *out << outcome.exitCode << ", " << testing::PrintToString(outcome.output) << ", "
+             << testing::PrintToString(outcome.errors);
+    }
 };
+
+// Matches an outcome.
+testing::Matcher<Outcome> Ends(
+    const testing::Matcher<int>& exitCode, const testing::Matcher<std::string>& output,
+    const testing::Matcher<std::string>& errors);
 
 // Runs a sandbox with these arguments to its end.
 Outcome RunSandbox(const std::vector<std::string>& words);

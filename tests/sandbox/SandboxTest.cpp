@@ -38,32 +38,27 @@ TEST(SandboxTest, PassesOnTheExitCode)
 
 TEST(SandboxTest, TellsTheSignalThatEndedTheCommand)
 {
-    const Outcome killed = RunSandbox({"--", "sh", "-c", "kill -KILL $$"});
-    EXPECT_EQ(killed.exitCode, 128 + SIGKILL);
-    EXPECT_EQ(killed.errors, "kiv-sandbox: sh was killed by signal 9 (Killed)\n");
-    const Outcome crashed = RunSandbox({"--", "sh", "-c", "kill -SEGV $$"});
-    EXPECT_EQ(crashed.exitCode, 128 + SIGSEGV);
-    EXPECT_EQ(crashed.errors, "kiv-sandbox: sh was killed by signal 11 (Segmentation fault)\n");
+    EXPECT_THAT(
+        RunSandbox({"--", "sh", "-c", "kill -KILL $$"}),
+        Ends(128 + SIGKILL, _, "kiv-sandbox: sh was killed by signal 9 (Killed)\n"));
+    EXPECT_THAT(
+        RunSandbox({"--", "sh", "-c", "kill -SEGV $$"}),
+        Ends(128 + SIGSEGV, _, "kiv-sandbox: sh was killed by signal 11 (Segmentation fault)\n"));
 }
 
 TEST(SandboxTest, SaysNothingOfASignalThatEndsACommandOnPurpose)
 {
     for (const int number : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) {
-        const Outcome outcome = RunSandbox({"--", "sh", "-c", fmt::format("kill -{} $$", number)});
-        EXPECT_EQ(outcome.exitCode, 128 + number);
-        EXPECT_EQ(outcome.errors, "");
+        EXPECT_THAT(RunSandbox({"--", "sh", "-c", fmt::format("kill -{} $$", number)}), Ends(128 + number, _, ""));
     }
 }
 
 TEST(SandboxTest, TellsThatACommandCannotBeRun)
 {
-    const Outcome missing = RunSandbox({"--", "no-such-command"});
-    EXPECT_EQ(missing.exitCode, 127);
-    EXPECT_EQ(missing.errors, "kiv-sandbox: no-such-command: No such file or directory\n");
-
-    const Outcome directory = RunSandbox({"--", "/"});
-    EXPECT_EQ(directory.exitCode, 126);
-    EXPECT_EQ(directory.errors, "kiv-sandbox: /: Permission denied\n");
+    EXPECT_THAT(
+        RunSandbox({"--", "no-such-command"}),
+        Ends(127, _, "kiv-sandbox: no-such-command: No such file or directory\n"));
+    EXPECT_THAT(RunSandbox({"--", "/"}), Ends(126, _, "kiv-sandbox: /: Permission denied\n"));
 }
 
 TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
@@ -100,11 +95,8 @@ TEST(SandboxTest, SaysWhatIsWrongWithAnOptionInOneLineThatNamesTheHelp)
         {R"(--list, --list-scenarios and --show run no command, got "echo x")", {"--list-scenarios", "echo", "x"}},
     };
     for (const auto& [line, words] : lines) {
-        const Outcome outcome = RunSandbox(words);
-        EXPECT_EQ(outcome.exitCode, 125) << line;
-        EXPECT_EQ(outcome.output, "");
         const std::string advice = line.ends_with('?') ? "" : "; see kiv-sandbox --help";
-        EXPECT_EQ(outcome.errors, "kiv-sandbox: " + line + advice + "\n");
+        EXPECT_THAT(RunSandbox(words), Ends(125, "", "kiv-sandbox: " + line + advice + "\n"));
     }
 }
 
@@ -130,9 +122,7 @@ TEST(SandboxTest, AnOptionWithoutItsValueTakesNoOtherOption)
 
 TEST(SandboxTest, TellsItsVersion)
 {
-    const Outcome outcome = RunSandbox({"--version"});
-    EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_EQ(outcome.output, "kiv-sandbox " KIV_VERSION "\n");
+    EXPECT_THAT(RunSandbox({"--version"}), Ends(0, "kiv-sandbox " KIV_VERSION "\n", _));
 }
 
 TEST(SandboxTest, ALongTmpdirIsNoHindrance)
@@ -152,15 +142,14 @@ TEST(SandboxTest, ALongTmpdirIsNoHindrance)
 
 TEST(SandboxTest, HelpNamesEveryOption)
 {
-    const Outcome outcome = RunSandbox({"--help"});
-
-    EXPECT_EQ(outcome.exitCode, 0);
+    const Outcome help = RunSandbox({"--help"});
+    EXPECT_EQ(help.exitCode, 0);
     for (const char* option :
          {"--trace",    "--trace-all",         "--start",  "--lazy",   "--no-server", "--simulator-log",
           "--scenario", "--list-scenarios",    "--record", "--replay", "--strict",    "--simulator",
           "--feature",  "--bus-fault",         "--name",   "--join",   "--list",      "--print-address",
           "--layout",   "kiv-sandbox control", "Usage:"}) {
-        EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
+        EXPECT_THAT(help.output, HasSubstr(option));
     }
 }
 
@@ -202,16 +191,15 @@ TEST(SandboxTest, FeatureFileSaysWhatWasAskedFor)
 
 TEST(SandboxTest, RecordsAreThoseOfTheSimulatorUnlessTheCallerKnowsOthers)
 {
-    const std::string nodes = RunSandbox({"--", KIVCTL, "list", "nodes"}).output;
-    EXPECT_NE(nodes.find("Living room left   KIV01  Shelf      02:4b:49:56:00:01  192.168.0.21"), std::string::npos)
-        << nodes;
+    EXPECT_THAT(
+        RunSandbox({"--", KIVCTL, "list", "nodes"}).output,
+        HasSubstr("Living room left   KIV01  Shelf      02:4b:49:56:00:01  192.168.0.21"));
 
     setenv("KIV_LAYOUT", "mine.json", 1);
     EXPECT_EQ(RunScript("echo $KIV_LAYOUT").output, "mine.json\n");
 
     const ScratchDirectory scratch;
-    const fs::path layout = scratch.Path() / "layout.json";
-    std::ofstream(layout) << "{}";
+    const fs::path layout = scratch.Write("layout.json", "{}");
     EXPECT_EQ(
         RunScript("echo $KIV_LAYOUT", {"--layout", fs::relative(layout)}).output,
         (fs::current_path() / fs::relative(layout)).string() + "\n");
@@ -237,8 +225,7 @@ TEST(SandboxTest, LazyLeavesTheStartToTheFirstCall)
 TEST(SandboxTest, AServerThatComesUpLateIsLeftToTheFirstCallUnlessStartIsGiven)
 {
     const ScratchDirectory scratch;
-    const fs::path late = scratch.Path() / "late.json";
-    std::ofstream(late) << R"({"away": 300})";
+    const fs::path late = scratch.Write("late.json", R"({"away": 300})");
     const Sandbox sandbox("read line", {"--scenario", late});
     const Sandbox started("read line", {"--scenario", late, "--start"});
 
@@ -256,12 +243,10 @@ TEST(SandboxTest, NoServerMeansNone)
 TEST(SandboxTest, SimulatorGetsItsOptions)
 {
     const ScratchDirectory scratch;
-    const fs::path simulator = scratch.Path() / "simulator";
-    const fs::path scenario = scratch.Path() / "my scenario.json";
-    const fs::path recording = scratch.Path() / "recording";
-    std::ofstream(simulator) << "#!/bin/sh\nshift 2; printf '%s|' \"$@\" >&2\nexit 1\n";
-    std::ofstream(scenario) << "{}";
-    std::ofstream(recording) << R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
+    const fs::path simulator = scratch.Write("simulator", "#!/bin/sh\nshift 2; printf '%s|' \"$@\" >&2\nexit 1\n");
+    const fs::path scenario = scratch.Write("my scenario.json", "{}");
+    const fs::path recording =
+        scratch.Write("recording", R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json");
     fs::permissions(simulator, fs::perms::owner_all);
 
     for (const auto& [option, file] : {std::pair{"--scenario", scenario}, std::pair{"--replay", recording}}) {
@@ -277,11 +262,9 @@ TEST(SandboxTest, SimulatorGetsItsOptions)
 
 TEST(SandboxTest, ASimulatorThatEndsWithoutItsNameIsToldAtOnce)
 {
-    const Outcome outcome = RunSandbox({"--simulator", "/bin/true", "--", "echo", "started"});
-
-    EXPECT_EQ(outcome.exitCode, 125);
-    EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(outcome.errors, fmt::format("kiv-sandbox: /bin/true ended without taking the name {}\n", kServer));
+    EXPECT_THAT(
+        RunSandbox({"--simulator", "/bin/true", "--", "echo", "started"}),
+        Ends(125, "", fmt::format("kiv-sandbox: /bin/true ended without taking the name {}\n", kServer)));
 }
 
 TEST(SandboxTest, TheFirstCallIsToldAtOnceOfASimulatorThatEnds)
@@ -361,7 +344,7 @@ TEST(SandboxTest, TraceAllPrintsTheHousekeepingToo)
          {"bus: :1.3 -> org.freedesktop.DBus Hello()\n", "bus: :1.3 <- org.freedesktop.DBus returns (':1.3') [Hello]\n",
           "bus: org.freedesktop.DBus -> all signal NameOwnerChanged(':1.3', '', ':1.3')\n",
           "bus: client.tv_7 -> org.freedesktop.DBus NameHasOwner("}) {
-        EXPECT_NE(trace.find(line), std::string::npos) << line << trace;
+        EXPECT_THAT(trace, HasSubstr(line));
     }
 }
 
@@ -420,9 +403,10 @@ TEST(SandboxTest, SignalsReachTheCommand)
 // the command that ignores SIGTERM.
 class SandboxEndTest : public testing::Test {
 protected:
-    // Returns when no process of the sandbox holds its stderr any more.
-    void ExpectNothingLeft()
+    // Expects that the sandbox ends with this wait status. Returns when no process of it holds its stderr any more.
+    void ExpectEnd(int status)
     {
+        EXPECT_EQ(sandbox_.Process().WaitForEnd(), status);
         sandbox_.Process().ReadErrors();
 
         EXPECT_TRUE(daemon_.HasEnded());
@@ -444,32 +428,28 @@ TEST_F(SandboxEndTest, TheCommandEnds)
 {
     sandbox_.Process().CloseInput();
 
-    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 3);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(3, 0));
 }
 
 TEST_F(SandboxEndTest, TheCommandIsKilled)
 {
     kill(command_.Pid(), SIGKILL);
 
-    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 128 + SIGKILL);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(128 + SIGKILL, 0));
 }
 
 TEST_F(SandboxEndTest, Terminated)
 {
     sandbox_.Process().Signal(SIGTERM);
 
-    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 128 + SIGTERM);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(128 + SIGTERM, 0));
 }
 
 TEST_F(SandboxEndTest, Killed)
 {
     sandbox_.Process().Signal(SIGKILL);
 
-    EXPECT_EQ(WTERMSIG(sandbox_.Process().WaitForEnd()), SIGKILL);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(0, SIGKILL));
 }
 
 TEST_F(SandboxEndTest, KilledTogetherWithItsChildren)
@@ -481,8 +461,7 @@ TEST_F(SandboxEndTest, KilledTogetherWithItsChildren)
     }
     sandbox_.Process().Signal(SIGKILL);
 
-    EXPECT_EQ(WTERMSIG(sandbox_.Process().WaitForEnd()), SIGKILL);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(0, SIGKILL));
 }
 
 TEST_F(SandboxEndTest, TheDaemonIsKilled)
@@ -491,8 +470,7 @@ TEST_F(SandboxEndTest, TheDaemonIsKilled)
     simulator_.WaitForEnd();
     sandbox_.Process().CloseInput();
 
-    EXPECT_EQ(WEXITSTATUS(sandbox_.Process().WaitForEnd()), 3);
-    ExpectNothingLeft();
+    ExpectEnd(W_EXITCODE(3, 0));
 }
 
 } // namespace

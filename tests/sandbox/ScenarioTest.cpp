@@ -9,9 +9,11 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <array>
 #include <csignal>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -26,20 +28,20 @@ constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 const std::string kControl = "kiv-sandbox control: ";
 
 // Shell functions: "watch" subscribes to events, and "event" prints the next one.
-const std::string kEventFunctions =
-    "watch() {\n"
-    "    events=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/events\n"
-    "    mkfifo \"$events\"\n"
-    "    kivctl monitor >\"$events\" 2>&1 &\n"
-    "    exec 3<\"$events\"\n"
-    "    # On a busy machine, the monitor first says what it waits for.\n"
-    "    until case $ready in *': ready, '*) true ;; *) false ;; esac; do read ready <&3; done\n"
-    "}\n"
-    "event() {\n"
-    "    while read line <&3; do\n"
-    "        case $line in *' event '*) echo \"${line#* }\"; return ;; esac\n"
-    "    done\n"
-    "}\n";
+const std::string kEventFunctions = R"(watch() {
+    events=$(dirname "$KIV_SYSTEM_INFO_FILE")/events
+    mkfifo "$events"
+    kivctl monitor >"$events" 2>&1 &
+    exec 3<"$events"
+    # On a busy machine, the monitor first says what it waits for.
+    until case $ready in *': ready, '*) true ;; *) false ;; esac; do read ready <&3; done
+}
+event() {
+    while read line <&3; do
+        case $line in *' event '*) echo "${line#* }"; return ;; esac
+    done
+}
+)";
 
 // Runs a script in a sandbox.
 Outcome InSandbox(const std::string& script, std::vector<std::string> options = {})
@@ -72,37 +74,52 @@ TEST(ScenariosTest, EachIsListedAndHasATest)
                    "surround-set"}));
 }
 
-TEST(ScenariosTest, NoSpeakers)
+// A scenario, commands in a sandbox with it, and parts of what they print.
+struct InScenario {
+    std::string name;
+    std::string scenario;
+    std::string script;
+    std::vector<std::string> printed;
+
+    friend void PrintTo(const InScenario& test, std::ostream* out) { *out << test.scenario; }
+};
+
+const InScenario kScenarios[] = {
+    {"NoSpeakers",
+     "no-speakers",
+     "kivctl list active; kivctl list nodes; kivctl start 02:4b:49:56:00:01; kivctl soundbar info",
+     {"speakers  0 (none plays now)\n", "0 nodes: the server sees no speaker",
+      "the server answered 0 (none plays now; a speaker that is only seen must be connected first",
+      Failed("GetSoundbarDeviceInfo")}},
+    {"SurroundSet",
+     "surround-set",
+     "kivctl list active; kivctl surround channels; kivctl soundbar info",
+     {"name      Living room\n", "speakers  3\n", "the server answered 3\n", "mac    02:4b:49:56:00:b0\n"}},
+    {"MultiRoomHouse",
+     "multi-room-house",
+     "kivctl list active; kivctl list nodes; kivctl surround channels; kivctl list count",
+     {"name      Kitchen + Bath\n", "speakers  2\n", "8 nodes", "the server answered 0\n", "the server answered 5\n"}},
+    // The library accepts only exactly 24 bytes of a protocol version.
+    {"NewFirmware",
+     "new-firmware",
+     "kivctl start 02:4b:49:56:00:01; kivctl list active; kivctl list nodes; kivctl soundbar info; "
+     "kivctl soundbar version 02:4b:49:56:00:b0",
+     {"speakers  1\n", "7 nodes\n", "mac    02:4b:49:56:00:b0", Failed("GetSoundbarProtocolVersion")}},
+};
+
+class InScenarioTest : public testing::TestWithParam<InScenario> {};
+
+TEST_P(InScenarioTest, TheCommandsPrintWhatItIsFor)
 {
-    const std::string output = OutputIn(
-        "no-speakers", "kivctl list active; kivctl list nodes; kivctl start 02:4b:49:56:00:01; kivctl soundbar info");
-    EXPECT_THAT(
-        output,
-        AllOf(
-            HasSubstr("speakers  0 (none plays now)\n"), HasSubstr("0 nodes: the server sees no speaker"),
-            HasSubstr("the server answered 0 (none plays now; a speaker that is only seen must be connected first"),
-            HasSubstr(Failed("GetSoundbarDeviceInfo"))));
+    const std::string output = OutputIn(GetParam().scenario, GetParam().script);
+    for (const std::string& part : GetParam().printed) {
+        EXPECT_THAT(output, HasSubstr(part));
+    }
 }
 
-TEST(ScenariosTest, SurroundSet)
-{
-    const std::string output =
-        OutputIn("surround-set", "kivctl list active; kivctl surround channels; kivctl soundbar info");
-    EXPECT_THAT(
-        output, AllOf(
-                    HasSubstr("name      Living room\n"), HasSubstr("speakers  3\n"),
-                    HasSubstr("the server answered 3\n"), HasSubstr("mac    02:4b:49:56:00:b0\n")));
-}
-
-TEST(ScenariosTest, MultiRoomHouse)
-{
-    const std::string output = OutputIn(
-        "multi-room-house", "kivctl list active; kivctl list nodes; kivctl surround channels; kivctl list count");
-    EXPECT_THAT(
-        output, AllOf(
-                    HasSubstr("name      Kitchen + Bath\n"), HasSubstr("speakers  2\n"), HasSubstr("8 nodes"),
-                    HasSubstr("the server answered 0\n"), HasSubstr("the server answered 5\n")));
-}
+INSTANTIATE_TEST_SUITE_P(Scenarios, InScenarioTest, testing::ValuesIn(kScenarios), [](const auto& test) {
+    return test.param.name;
+});
 
 TEST(ScenariosTest, AtmosReceiver)
 {
@@ -114,22 +131,17 @@ TEST(ScenariosTest, AtmosReceiver)
 
 TEST(ScenariosTest, SlowServer)
 {
-    const std::string output =
-        OutputIn("slow-server", "date +%s%3N; kivctl stop; date +%s%3N; kivctl stop --type 7; date +%s%3N");
-    std::istringstream lines(output);
-    std::string words;
-    long start = 0;
-    long up = 0;
-    long end = 0;
-    lines >> start >> std::ws;
-    std::getline(lines, words);
-    EXPECT_EQ(words, "the server answered 0");
-    lines >> up >> std::ws;
-    std::getline(lines, words);
-    EXPECT_EQ(words, "the server answered 7");
-    lines >> end;
-    EXPECT_GE(up - start, 3000);
-    EXPECT_GE(end - up, 1000);
+    std::istringstream lines(
+        OutputIn("slow-server", "date +%s%3N; kivctl stop; date +%s%3N; kivctl stop --type 7; date +%s%3N"));
+    std::array<std::string, 5> printed;
+    for (std::string& line : printed) {
+        std::getline(lines, line);
+    }
+    const auto& [start, first, up, second, end] = printed;
+    EXPECT_EQ(first, "the server answered 0");
+    EXPECT_EQ(second, "the server answered 7");
+    EXPECT_GE(std::stol(up) - std::stol(start), 3000);
+    EXPECT_GE(std::stol(end) - std::stol(up), 1000);
 }
 
 TEST(ScenariosTest, DyingServerDiesOfEachThirdStart)
@@ -156,25 +168,10 @@ TEST(ScenariosTest, DyingServerComesBack)
     EXPECT_EQ(OwnerPid(connection, kServer), pid);
 }
 
-TEST(ScenariosTest, NewFirmware)
-{
-    const std::string bar = "02:4b:49:56:00:b0";
-    const std::string output = OutputIn(
-        "new-firmware", "kivctl start 02:4b:49:56:00:01; kivctl list active; kivctl list nodes; kivctl soundbar info; "
-                        "kivctl soundbar version " +
-                            bar + "; control calls");
-    EXPECT_THAT(
-        output, AllOf(
-                    HasSubstr("speakers  1\n"), HasSubstr("7 nodes\n"), HasSubstr("mac    " + bar),
-                    // The library accepts only exactly 24 bytes.
-                    HasSubstr(Failed("GetSoundbarProtocolVersion"))));
-}
-
 TEST(ScenarioOptionTest, TakesAFileOrAName)
 {
     const ScratchDirectory scratch;
-    const fs::path file = scratch.Path() / "one.json";
-    std::ofstream(file) << R"({"home": {"settingMode": 79}})";
+    const fs::path file = scratch.Write("one.json", R"({"home": {"settingMode": 79}})");
     EXPECT_THAT(OutputIn(file, "control show"), HasSubstr("\"settingMode\": 79"));
     EXPECT_THAT(InSandbox("control show", {"--scenario", "no-speakers"}).output, HasSubstr("\"speakers\": []"));
 }
@@ -189,70 +186,59 @@ TEST(ScenarioOptionTest, IsReadFromStdinOrAPipe)
         EXPECT_THAT(give(R"({"home": {"settingMode": 79}})", option).output, HasSubstr("\"settingMode\": 79"))
             << option;
     }
-    const Outcome bad = give(R"({"colour": 1})", "-");
-    EXPECT_EQ(bad.exitCode, 125);
-    EXPECT_THAT(bad.errors, StartsWith("kiv-sandbox: stdin:1: /colour: there is no such key"));
+    EXPECT_THAT(
+        give(R"({"colour": 1})", "-"), Ends(125, _, StartsWith("kiv-sandbox: stdin:1: /colour: there is no such key")));
 }
 
 TEST(ScenarioOptionTest, NothingIsStartedForOneThatCannotBeUsed)
 {
     const ScratchDirectory scratch;
-    const fs::path file = scratch.Path() / "bad.json";
-    std::ofstream(file) << "{\n  \"faults\": {\n    \"Nonsense\": null\n  }\n}";
-    for (const std::string option : {"--scenario", "--replay"}) {
-        const Outcome outcome = RunSandbox({option, file, "--", "echo", "started"});
-        EXPECT_EQ(outcome.exitCode, 125);
-        EXPECT_THAT(outcome.output, IsEmpty());
-        EXPECT_THAT(outcome.errors, StartsWith("kiv-sandbox: " + file.string() + ":"));
+    const std::string file = scratch.Write("bad.json", "{\n  \"faults\": {\n    \"Nonsense\": null\n  }\n}");
+    const std::string early = scratch.Write("early.json", R"({"events": [{"id": 7}]})");
+    const struct {
+        const char* option;
+        std::string name;
+        testing::Matcher<std::string> errors;
+    } cases[] = {
+        {"--scenario", file,
+         StartsWith("kiv-sandbox: " + file + ":3: /faults/Nonsense: the server has no method \"Nonsense\"; known")},
+        {"--replay", file, StartsWith("kiv-sandbox: " + file + ":")},
+        {"--scenario", early, HasSubstr(":1: /events: there is no client yet when the server starts; put \"events\"")},
+        {"--scenario", "no-such-scenario",
+         "kiv-sandbox: there is no scenario and no file \"no-such-scenario\" (kiv-sandbox "
+         "--list-scenarios prints the scenarios)\n"},
+        {"--scenario", "slow-sever", HasSubstr("; did you mean slow-server?")},
+        {"--scenario", "/dev/zero", HasSubstr("/dev/zero: must be a file of at most")},
+        {"--replay", "/dev/zero", HasSubstr("/dev/zero: must be a file of at most")},
+        {"--record", "/no/such/file", _},
+    };
+    for (const auto& [option, name, errors] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_THAT(RunSandbox({option, name, "--", "echo", "started"}), Ends(125, "", errors));
     }
-    EXPECT_THAT(
-        RunSandbox({"--scenario", file, "--", "true"}).errors,
-        StartsWith(
-            "kiv-sandbox: " + file.string() + ":3: /faults/Nonsense: the server has no method \"Nonsense\"; known"));
-    std::ofstream(file) << R"({"events": [{"id": 7}]})";
-    const Outcome events = RunSandbox({"--scenario", file, "--", "true"});
-    EXPECT_EQ(events.exitCode, 125);
-    EXPECT_THAT(
-        events.errors, HasSubstr(":1: /events: there is no client yet when the server starts; put \"events\" into"));
-    const Outcome missing = RunSandbox({"--scenario", "no-such-scenario", "--", "true"});
-    EXPECT_EQ(missing.exitCode, 125);
-    EXPECT_EQ(
-        missing.errors, "kiv-sandbox: there is no scenario and no file \"no-such-scenario\" (kiv-sandbox "
-                        "--list-scenarios prints the scenarios)\n");
-    EXPECT_THAT(
-        RunSandbox({"--scenario", "slow-sever", "--", "true"}).errors, HasSubstr("; did you mean slow-server?"));
-    for (const std::string option : {"--scenario", "--replay"}) {
-        const Outcome endless = RunSandbox({option, "/dev/zero", "--", "true"});
-        EXPECT_EQ(endless.exitCode, 125);
-        EXPECT_THAT(endless.errors, HasSubstr("/dev/zero: must be a file of at most"));
-    }
-    EXPECT_EQ(RunSandbox({"--record", "/no/such/file", "--", "true"}).exitCode, 125);
 }
 
 TEST(ScenarioOptionTest, AScenarioAndARecordingAreToldFromEachOther)
 {
     const ScratchDirectory scratch;
-    const fs::path scenario = scratch.Path() / "scenario.json";
-    const fs::path recording = scratch.Path() / "recording.jsonl";
-    std::ofstream(scenario) << "{\n  \"feature\": \"on\"\n}\n";
     const std::string call = R"json({"ms":1,"call":1,"method":"DisableSurround","arguments":"()"})json";
-    std::ofstream(recording) << call << "\n" << call << "\n";
+    const std::string scenario = scratch.Write("scenario.json", "{\n  \"feature\": \"on\"\n}\n");
+    const std::string recording = scratch.Write("recording.jsonl", call + "\n" + call + "\n");
 
     EXPECT_EQ(
         RunSandbox({"--replay", scenario, "--", "true"}).errors,
-        "kiv-sandbox: " + scenario.string() +
+        "kiv-sandbox: " + scenario +
             ":1: must be a recording, a JSON object in each line, as --record writes it, got {\n");
     EXPECT_EQ(
         RunSandbox({"--scenario", recording, "--", "true"}).errors,
-        "kiv-sandbox: " + recording.string() +
+        "kiv-sandbox: " + recording +
             ":1: must be a scenario, one JSON object, got a recording, as --record writes it\n");
 }
 
 TEST(ScenarioOptionTest, TheFeatureOptionHasTheLastWord)
 {
     const ScratchDirectory scratch;
-    const fs::path file = scratch.Path() / "off.json";
-    std::ofstream(file) << R"({"feature": "off"})";
+    const fs::path file = scratch.Write("off.json", R"({"feature": "off"})");
     EXPECT_EQ(InSandbox("kivctl stop", {"--scenario", file}).exitCode, 3);
     EXPECT_EQ(InSandbox("kivctl stop", {"--scenario", file, "--feature", "on"}).exitCode, 0);
 }
@@ -283,16 +269,14 @@ TEST(ControlCommandTest, ChangesWhatTheSimulatorDoes)
 
 TEST(ControlCommandTest, ChangesAndAwaitsWhatAPersonAtASpeakerDoes)
 {
-    const Outcome outcome = InSandbox("control volume 02:4b:49:56:00:01 44; control show --text | head -n 2\n"
-                                      "control await-change --text & waiting=$!\n"
-                                      "while kill -0 $waiting 2>/dev/null; do\n"
-                                      "  control plug 02:4b:49:56:00:03 off; control plug 02:4b:49:56:00:03 on\n"
-                                      "done\n"
-                                      "wait $waiting; echo $?\n");
-    EXPECT_THAT(outcome.errors, IsEmpty());
-    EXPECT_THAT(outcome.output, HasSubstr("volume 44"));
-    EXPECT_THAT(outcome.output, HasSubstr("Subwoofer"));
-    EXPECT_THAT(outcome.output, EndsWith("\n0\n"));
+    EXPECT_THAT(
+        InSandbox("control volume 02:4b:49:56:00:01 44; control show --text | head -n 2\n"
+                  "control await-change --text & waiting=$!\n"
+                  "while kill -0 $waiting 2>/dev/null; do\n"
+                  "  control plug 02:4b:49:56:00:03 off; control plug 02:4b:49:56:00:03 on\n"
+                  "done\n"
+                  "wait $waiting; echo $?\n"),
+        Ends(_, AllOf(HasSubstr("volume 44"), HasSubstr("Subwoofer"), EndsWith("\n0\n")), IsEmpty()));
 }
 
 TEST(ControlCommandTest, PushesEvents)
@@ -313,22 +297,20 @@ TEST(ControlCommandTest, SaysThatAnEventReachesNobody)
 
 TEST(ControlCommandTest, SaysWhichClientGivesNoAnswer)
 {
-    const Outcome outcome = InSandbox(
-        "watch; monitor=$(control show | sed -n 's/.*\"pid\": \\([0-9]*\\).*/\\1/p'); kill -STOP $monitor; control "
-        "atmos on & control event 0x7; echo $?; wait $!; echo $?\n"
-        "kill -CONT $monitor");
-    EXPECT_EQ(outcome.output, "1\n1\n");
     EXPECT_THAT(
-        outcome.errors, MatchesRegex("(kiv-sandbox control: client tv_[0-9]+ gave no answer within 20 s\n){2}"));
+        InSandbox(
+            "watch; monitor=$(control show | sed -n 's/.*\"pid\": \\([0-9]*\\).*/\\1/p'); kill -STOP $monitor; control "
+            "atmos on & control event 0x7; echo $?; wait $!; echo $?\n"
+            "kill -CONT $monitor"),
+        Ends(_, "1\n1\n", MatchesRegex("(kiv-sandbox control: client tv_[0-9]+ gave no answer within 20 s\n){2}")));
 }
 
 TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
 {
     const ScratchDirectory scratch;
-    const fs::path file = scratch.Path() / "bad.json";
-    std::ofstream(file) << "{\n\"colour\": 1}";
+    const std::string file = scratch.Write("bad.json", "{\n\"colour\": 1}");
     const std::map<std::string, std::string> complaints = {
-        {"apply " + file.string(), kControl + file.string() + ":2: /colour: there is no such key; known are "},
+        {"apply " + file, kControl + file + ":2: /colour: there is no such key; known are "},
         {"apply suround-set", kControl + "there is no scenario and no file \"suround-set\"; did you mean"},
         {"apply - </dev/zero", kControl + "stdin: must be a file of at most 16 MiB, got more"},
         {"fault StopNetworkSpeaker '{'", kControl + "FAULT:1:2: syntax error"},
@@ -362,20 +344,18 @@ TEST(ControlCommandTest, RefusesWhatCannotBeUsed)
         {"", kControl + "no command given; see kiv-sandbox control --help\n"},
     };
     for (const auto& [command, complaint] : complaints) {
-        const Outcome outcome = InSandbox("control " + command);
-        EXPECT_EQ(outcome.exitCode, 2) << command;
-        EXPECT_THAT(outcome.errors, HasSubstr(complaint)) << command;
+        EXPECT_THAT(InSandbox("control " + command), Ends(2, _, HasSubstr(complaint))) << command;
     }
 }
 
 TEST(ControlCommandTest, NeedsASandboxWithASimulator)
 {
-    const Outcome none = InSandbox("control show", {"--no-server"});
-    EXPECT_EQ(none.exitCode, 1);
-    EXPECT_THAT(none.errors, StartsWith(kControl + "no simulator runs, and none can be started: The name "));
-    const Outcome outside = InSandbox("unset DBUS_SYSTEM_BUS_ADDRESS; control show");
-    EXPECT_EQ(outside.exitCode, 1);
-    EXPECT_EQ(outside.errors, kControl + "not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set\n");
+    EXPECT_THAT(
+        InSandbox("control show", {"--no-server"}),
+        Ends(1, _, StartsWith(kControl + "no simulator runs, and none can be started: The name ")));
+    EXPECT_THAT(
+        InSandbox("unset DBUS_SYSTEM_BUS_ADDRESS; control show"),
+        Ends(1, _, kControl + "not in a sandbox: DBUS_SYSTEM_BUS_ADDRESS is not set\n"));
 }
 
 TEST(ControlCommandTest, TakesASimulatorThatTheBusCannotStart)
@@ -396,28 +376,35 @@ TEST(ControlCommandTest, ReachesTheSimulatorWhileTheServerIsAway)
     EXPECT_THAT(outcome.errors, IsEmpty());
 }
 
-TEST(ControlCommandTest, TheHelpOfEachCommandHasOneExampleOfItsOwn)
+// Returns the subcommands that the help lists.
+std::set<std::string> Subcommands()
 {
     const std::string help = RunSandbox({"control", "--help"}).output;
     std::istringstream lines(help.substr(help.find("\nSubcommands:\n") + 1));
+    std::set<std::string> commands;
     std::string line;
     std::getline(lines, line);
-    int commands = 0;
     while (std::getline(lines, line) && line.starts_with("  ")) {
-        if (line[2] == ' ') {
-            continue;
+        if (line[2] != ' ') {
+            commands.insert(line.substr(2, line.find(' ', 2) - 2));
         }
-        ++commands;
-        const std::string name = line.substr(2, line.find(' ', 2) - 2);
+    }
+    return commands;
+}
+
+TEST(ControlCommandTest, TheHelpOfEachCommandHasOneExampleOfItsOwn)
+{
+    const std::set<std::string> commands = Subcommands();
+    EXPECT_GT(commands.size(), 15U);
+    for (const std::string& name : commands) {
         const std::string own = RunSandbox({"control", name, "--help"}).output;
         const std::string head = "\nExample:\n  kiv-sandbox control ";
         const std::size_t example = own.find(head);
         ASSERT_NE(example, std::string::npos) << own;
         EXPECT_THAT(own.substr(example), MatchesRegex(head + name + "[ \n](.|\n)*"));
         EXPECT_EQ(own.find("Example", example + 2), std::string::npos) << own;
-        EXPECT_THAT(own, Not(HasSubstr("Excludes"))) << own;
+        EXPECT_THAT(own, Not(HasSubstr("Excludes")));
     }
-    EXPECT_GT(commands, 15);
 }
 
 // Converts "ClearFaults" to "clear-faults".
@@ -440,19 +427,9 @@ TEST(ControlCommandTest, HasTheMethodsOfTheControlByTheirNames)
     for (const std::string& method : simulator::Interface(simulator::kControlXml).Methods()) {
         methods.insert(WithDashes(method));
     }
-    const Outcome help = RunSandbox({"control", "--help"});
-    EXPECT_EQ(help.exitCode, 0);
-    std::istringstream lines(help.output.substr(help.output.find("Subcommands:\n")));
-    std::set<std::string> commands;
-    std::string line;
-    std::getline(lines, line);
-    while (std::getline(lines, line) && line.starts_with("  ")) {
-        if (line[2] != ' ') {
-            commands.insert(line.substr(2, line.find(' ', 2) - 2));
-        }
-    }
     EXPECT_GT(methods.size(), 15U);
-    EXPECT_EQ(commands, methods);
+    EXPECT_EQ(RunSandbox({"control", "--help"}).exitCode, 0);
+    EXPECT_EQ(Subcommands(), methods);
 }
 
 TEST(ControlCommandTest, ShowsHomeClientsAndFaults)
@@ -574,8 +551,26 @@ protected:
         return parts;
     }
 
+    // Returns a message of the sandbox about the recording.
+    std::string Told(const std::string& text) const { return "kiv-sandbox: " + file_.string() + text; }
+
+    // Runs a command that makes a call and then waits. Returns when the call is answered.
+    void MakeACall()
+    {
+        sandbox_.emplace(Script("kivctl stop; echo done; read line"), std::vector<std::string>{"--record", file_});
+        EXPECT_EQ(sandbox_->Process().ReadLine(), "the server answered 0");
+        EXPECT_EQ(sandbox_->Process().ReadLine(), "done");
+    }
+
+    void End(int signal)
+    {
+        sandbox_->Process().Signal(signal);
+        sandbox_->Process().WaitForEnd();
+    }
+
     ScratchDirectory scratch_;
     fs::path file_ = scratch_.Path() / "recording";
+    std::optional<Sandbox> sandbox_;
 };
 
 TEST_F(RecordTest, WhatIsReplayedIsWhatWasRecorded)
@@ -587,10 +582,7 @@ TEST_F(RecordTest, WhatIsReplayedIsWhatWasRecorded)
     const Outcome recorded = Record(script);
     EXPECT_THAT(
         recorded.output, AllOf(HasSubstr("the server answered 1 (number"), HasSubstr("the server answered 3\n")));
-    const Outcome replayed = Replay(script);
-    EXPECT_EQ(replayed.output, recorded.output);
-    EXPECT_EQ(replayed.errors, recorded.errors);
-    EXPECT_EQ(replayed.exitCode, recorded.exitCode);
+    EXPECT_THAT(Replay(script), Ends(recorded.exitCode, recorded.output, recorded.errors));
 }
 
 TEST_F(RecordTest, AReplayKnowsNothingOfTheHome)
@@ -611,18 +603,14 @@ TEST_F(RecordTest, AReplayKnowsNothingOfTheHome)
 TEST_F(RecordTest, StrictFailsForWhatWasNotRecorded)
 {
     Record("kivctl stop --type 3");
-    const Outcome same = Strict("kivctl stop --type 3");
-    EXPECT_EQ(same.exitCode, 0);
-    EXPECT_THAT(same.errors, IsEmpty());
+    EXPECT_THAT(Strict("kivctl stop --type 3"), Ends(0, _, IsEmpty()));
 
     const Outcome twice = Strict("kivctl stop --type 3; kivctl stop --type 3; kivctl stop --type 4; true");
     EXPECT_EQ(twice.exitCode, 125);
     EXPECT_THAT(twice.errors, HasSubstr("kiv-sandbox: --strict: 2 calls were not in " + file_.string() + "\n"));
     EXPECT_EQ(Strict("kivctl stop --type 4; exit 5").exitCode, 5);
 
-    const Outcome lenient = Replay("kivctl stop --type 4; true");
-    EXPECT_EQ(lenient.exitCode, 0);
-    EXPECT_THAT(lenient.errors, Not(HasSubstr("--strict")));
+    EXPECT_THAT(Replay("kivctl stop --type 4; true"), Ends(0, _, Not(HasSubstr("--strict"))));
 }
 
 TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
@@ -644,7 +632,7 @@ TEST_F(RecordTest, StrictFailsForRecordedCallsThatWereNotMade)
                                "for i in 3 4 5 6 7 8; do kivctl stop --type $i; done; kivctl start 02:4b:49:56:00:01");
     EXPECT_EQ(one.exitCode, 125);
     EXPECT_THAT(one.errors, HasSubstr("--strict: 1 call of " + file_.string() + " was not made:\n  line "));
-    EXPECT_THAT(one.errors, ::testing::EndsWith(": StopNetworkSpeaker(9)\n"));
+    EXPECT_THAT(one.errors, EndsWith(": StopNetworkSpeaker(9)\n"));
 
     EXPECT_EQ(Strict("exit 5").exitCode, 5);
     EXPECT_EQ(Replay("true").errors, "");
@@ -669,10 +657,9 @@ TEST_F(RecordTest, StrictFailsForOtherArgumentsAlsoWhereAFaultAnswers)
 TEST_F(RecordTest, AReplayRefusesControlsThatItCannotHonour)
 {
     Record("kivctl stop");
-    const Outcome show = Replay("control show");
-    EXPECT_EQ(show.exitCode, 2);
-    EXPECT_EQ(
-        show.errors, kControl + "the server replays " + file_.string() + "; it has a home only without --replay\n");
+    EXPECT_THAT(
+        Replay("control show"),
+        Ends(2, _, kControl + "the server replays " + file_.string() + "; it has a home only without --replay\n"));
     EXPECT_EQ(Replay("control apply surround-set").exitCode, 2);
     EXPECT_EQ(Replay("control event 0x7").exitCode, 2);
     EXPECT_EQ(Replay("control feature off; kivctl stop").exitCode, 3);
@@ -688,16 +675,13 @@ TEST_F(RecordTest, EventsAreRecordedAndReplayed)
 TEST_F(RecordTest, WhatThereIsStaysWhateverEndsTheSandbox)
 {
     std::ofstream(file_) << "an older recording";
-    Sandbox sandbox(Script("kivctl stop; echo done; read line"), {"--record", file_});
-    EXPECT_EQ(sandbox.Process().ReadLine(), "the server answered 0");
-    EXPECT_EQ(sandbox.Process().ReadLine(), "done");
+    MakeACall();
     ASSERT_THAT(Parts(), SizeIs(1));
     // This is the last line of the recording, which is behind the bus.
     test::WaitUntil("the answer to be recorded", [this] {
         return ReadFile(Parts().front()).find("\"values\":\"(0,)\"}\n") != std::string::npos;
     });
-    sandbox.Process().Signal(SIGKILL);
-    sandbox.Process().WaitForEnd();
+    End(SIGKILL);
     EXPECT_EQ(ReadFile(file_), "an older recording");
     fs::rename(Parts().front(), file_);
     EXPECT_EQ(Replay("kivctl stop").output, "the server answered 0\n");
@@ -705,25 +689,23 @@ TEST_F(RecordTest, WhatThereIsStaysWhateverEndsTheSandbox)
 
 TEST_F(RecordTest, ACommandThatIsEndedBySignalHasItsRecording)
 {
-    Sandbox sandbox(Script("kivctl stop; echo done; read line"), {"--record", file_});
-    EXPECT_EQ(sandbox.Process().ReadLine(), "the server answered 0");
-    EXPECT_EQ(sandbox.Process().ReadLine(), "done");
-    sandbox.Process().Signal(SIGTERM);
-    sandbox.Process().WaitForEnd();
+    MakeACall();
+    End(SIGTERM);
     EXPECT_THAT(Parts(), IsEmpty());
     EXPECT_EQ(Replay("kivctl stop").output, "the server answered 0\n");
 }
 
 TEST_F(RecordTest, ReplacesAnOlderRecordingThatHasEnded)
 {
+    constexpr fs::perms kOwn = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
     std::ofstream(file_) << "an older recording";
-    fs::permissions(file_, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    fs::permissions(file_, kOwn);
     fs::create_symlink("recording", scratch_.Path() / "link");
 
     InSandbox("kivctl stop", {"--record", scratch_.Path() / "link"});
 
     EXPECT_THAT(ReadFile(file_), HasSubstr("\"StopNetworkSpeaker\""));
-    EXPECT_EQ(fs::status(file_).permissions(), fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    EXPECT_EQ(fs::status(file_).permissions(), kOwn);
     EXPECT_TRUE(fs::is_symlink(scratch_.Path() / "link"));
     EXPECT_THAT(Parts(), IsEmpty());
 }
@@ -740,26 +722,22 @@ TEST_F(RecordTest, AFailedCommandKeepsTheOlderRecording)
 {
     std::ofstream(file_) << "an older recording";
 
-    const Outcome silent = RunSandbox({"--record", file_, "--", "false"});
-    EXPECT_EQ(silent.exitCode, 1);
-    EXPECT_EQ(silent.errors, "kiv-sandbox: " + file_.string() + " stays as it was: no call was made\n");
+    EXPECT_THAT(
+        RunSandbox({"--record", file_, "--", "false"}), Ends(1, _, Told(" stays as it was: no call was made\n")));
     EXPECT_THAT(Parts(), IsEmpty());
 
     const Outcome failed = Record("kivctl stop; exit 5");
-    EXPECT_EQ(failed.exitCode, 5);
     ASSERT_THAT(Parts(), SizeIs(1));
-    EXPECT_EQ(
-        failed.errors, "kiv-sandbox: " + file_.string() + " stays as it was: the command failed, and is recorded in " +
-                           Parts().front().string() + "\n");
+    const std::string part = Parts().front();
+    EXPECT_THAT(failed, Ends(5, _, Told(" stays as it was: the command failed, and is recorded in " + part + "\n")));
     EXPECT_EQ(ReadFile(file_), "an older recording");
-    EXPECT_THAT(ReadFile(Parts().front()), HasSubstr("\"StopNetworkSpeaker\""));
+    EXPECT_THAT(ReadFile(part), HasSubstr("\"StopNetworkSpeaker\""));
 }
 
 TEST_F(RecordTest, WithoutAnOlderRecordingAFailedCommandHasItsOwn)
 {
     std::ofstream(file_) << "";
-    const Outcome failed = Record("kivctl stop; exit 5");
-    EXPECT_EQ(failed.errors, "");
+    EXPECT_EQ(Record("kivctl stop; exit 5").errors, "");
     EXPECT_THAT(ReadFile(file_), HasSubstr("\"StopNetworkSpeaker\""));
 }
 
@@ -767,9 +745,7 @@ TEST_F(RecordTest, ARunWithoutCallsKeepsTheOlderRecording)
 {
     Record("kivctl stop");
     const std::string recording = ReadFile(file_);
-    const Outcome silent = Record("true");
-    EXPECT_EQ(silent.exitCode, 0);
-    EXPECT_EQ(silent.errors, "kiv-sandbox: " + file_.string() + " stays as it was: no call was made\n");
+    EXPECT_THAT(Record("true"), Ends(0, _, Told(" stays as it was: no call was made\n")));
     EXPECT_EQ(ReadFile(file_), recording);
     EXPECT_THAT(Parts(), IsEmpty());
 }
@@ -777,16 +753,13 @@ TEST_F(RecordTest, ARunWithoutCallsKeepsTheOlderRecording)
 TEST_F(RecordTest, ARecordingWithoutCallsIsToldAndRefusedByStrict)
 {
     const std::string empty = ": the recording is empty: no call was made\n";
-    EXPECT_EQ(Record("true").errors, "kiv-sandbox: " + file_.string() + empty);
+    EXPECT_EQ(Record("true").errors, Told(empty));
     EXPECT_EQ(RunSandbox({"--record", "/dev/null", "--", "true"}).errors, "kiv-sandbox: /dev/null" + empty);
-    const std::string told = "kiv-sandbox: " + file_.string() + ": the recording has no calls";
-    const Outcome lenient = Replay("true");
-    EXPECT_EQ(lenient.exitCode, 0);
-    EXPECT_EQ(lenient.errors, told + "\n");
-    const Outcome strict = RunSandbox({"--strict", "--replay", file_, "--", "echo", "started"});
-    EXPECT_EQ(strict.exitCode, 125);
-    EXPECT_EQ(strict.errors, told + "; --strict needs one to compare with\n");
-    EXPECT_EQ(strict.output, "");
+    const std::string told = Told(": the recording has no calls");
+    EXPECT_THAT(Replay("true"), Ends(0, _, told + "\n"));
+    EXPECT_THAT(
+        RunSandbox({"--strict", "--replay", file_, "--", "echo", "started"}),
+        Ends(125, "", told + "; --strict needs one to compare with\n"));
 }
 
 TEST_F(RecordTest, GoesToAPipeToo)
@@ -802,12 +775,10 @@ TEST_F(RecordTest, DoesNotReplaceWhatItReads)
     const fs::path otherName = scratch_.Path() / "other-name";
     fs::create_hard_link(file_, otherName);
     for (const fs::path& name : {file_, otherName}) {
-        const Outcome outcome = RunSandbox({"--record", name, "--replay", file_, "--", "echo", "started"});
-        EXPECT_EQ(outcome.exitCode, 125);
-        EXPECT_EQ(
-            outcome.errors, "kiv-sandbox: --record must name another file than --replay, got the same file: \"" +
-                                name.string() + "\"\n");
-        EXPECT_THAT(outcome.output, IsEmpty());
+        const std::string got = "got the same file: \"" + name.string() + "\"\n";
+        EXPECT_THAT(
+            RunSandbox({"--record", name, "--replay", file_, "--", "echo", "started"}),
+            Ends(125, "", "kiv-sandbox: --record must name another file than --replay, " + got));
         EXPECT_EQ(ReadFile(file_), recording);
     }
     std::ofstream(file_) << "{}";

@@ -64,6 +64,9 @@ protected:
         Signal(kDaemon, "NameOwnerChanged", g_variant_new("(sss)", name, oldOwner, newOwner));
     }
 
+    // Expects that these are the lines of all messages so far.
+    void ExpectLines(const Lines& lines) const { EXPECT_EQ(lines_, lines); }
+
     TraceFormatter formatter_{TraceFormatter::Housekeeping::kHidden};
     Lines lines_;
     guint32 serial_ = 0;
@@ -76,10 +79,9 @@ TEST_F(TraceFormatterTest, AnswersTellTheirMethod)
     Answer(second, ":1.4");
     Answer(first, ":1.4", "org.example.Failed");
 
-    EXPECT_EQ(
-        lines_, (Lines{
-                    ":1.3 -> :1.4 First()", ":1.3 -> :1.4 Second()", ":1.3 <- :1.4 returns () [Second]",
-                    ":1.3 <- :1.4 error org.example.Failed () [First]"}));
+    ExpectLines(
+        {":1.3 -> :1.4 First()", ":1.3 -> :1.4 Second()", ":1.3 <- :1.4 returns () [Second]",
+         ":1.3 <- :1.4 error org.example.Failed () [First]"});
 }
 
 TEST_F(TraceFormatterTest, CallersMayUseTheSameSerial)
@@ -91,7 +93,7 @@ TEST_F(TraceFormatterTest, CallersMayUseTheSameSerial)
     Answer(first, ":1.5");
     Answer(second, ":1.5");
 
-    EXPECT_EQ(lines_, (Lines{":1.3 <- :1.5 returns () [First]", ":1.4 <- :1.5 returns () [Second]"}));
+    ExpectLines({":1.3 <- :1.5 returns () [First]", ":1.4 <- :1.5 returns () [Second]"});
 }
 
 TEST_F(TraceFormatterTest, AnswerToAnUnknownCallStandsAlone)
@@ -101,7 +103,7 @@ TEST_F(TraceFormatterTest, AnswerToAnUnknownCallStandsAlone)
     call.serial = 7;
     Answer(call, ":1.4");
 
-    EXPECT_EQ(lines_, (Lines{":1.3 <- :1.4 returns ()"}));
+    ExpectLines({":1.3 <- :1.4 returns ()"});
 }
 
 TEST_F(TraceFormatterTest, ConnectionGoesByTheNameThatItOwns)
@@ -116,10 +118,9 @@ TEST_F(TraceFormatterTest, ConnectionGoesByTheNameThatItOwns)
     ChangeOwner(client, ":1.5", "");
     Call(":1.5", kServer, "After");
 
-    EXPECT_EQ(
-        lines_, (Lines{
-                    ":1.3 -> :1.4 Before()", "client.tv_7 -> networkspeaker.server Within()",
-                    ":1.3 -> client.tv_7 Moved()", ":1.5 -> networkspeaker.server After()"}));
+    ExpectLines(
+        {":1.3 -> :1.4 Before()", "client.tv_7 -> networkspeaker.server Within()", ":1.3 -> client.tv_7 Moved()",
+         ":1.5 -> networkspeaker.server After()"});
 }
 
 TEST_F(TraceFormatterTest, OfSeveralNamesTheNewestCountsAndInAnswersTheOneCalled)
@@ -130,10 +131,9 @@ TEST_F(TraceFormatterTest, OfSeveralNamesTheNewestCountsAndInAnswersTheOneCalled
     ChangeOwner("org.example.sandbox.second", ":1.4", "");
     Call(":1.4", ":1.5", "Do");
 
-    EXPECT_EQ(
-        lines_, (Lines{
-                    "sandbox.second -> sandbox.first Do()", "sandbox.second <- sandbox.first returns () [Do]",
-                    "sandbox.first -> :1.5 Do()"}));
+    ExpectLines(
+        {"sandbox.second -> sandbox.first Do()", "sandbox.second <- sandbox.first returns () [Do]",
+         "sandbox.first -> :1.5 Do()"});
 }
 
 TEST_F(TraceFormatterTest, DaemonAnswersInItsOwnName)
@@ -150,9 +150,7 @@ TEST_F(TraceFormatterTest, NamesThatEndAlikeAreShownWhole)
     ChangeOwner("org.example.two.client.tv", "", ":1.4");
     Call(":1.3", ":1.4", "Together");
 
-    EXPECT_EQ(
-        lines_,
-        (Lines{"client.tv -> :1.5 Alone()", "org.example.one.client.tv -> org.example.two.client.tv Together()"}));
+    ExpectLines({"client.tv -> :1.5 Alone()", "org.example.one.client.tv -> org.example.two.client.tv Together()"});
 }
 
 TEST_F(TraceFormatterTest, ShortNamesStayAsTheyAre)
@@ -160,7 +158,7 @@ TEST_F(TraceFormatterTest, ShortNamesStayAsTheyAre)
     Call(":1.3", "org.example", "Do");
     Call(":1.3", ".", "Do");
 
-    EXPECT_EQ(lines_, (Lines{":1.3 -> org.example Do()", ":1.3 -> . Do()"}));
+    ExpectLines({":1.3 -> org.example Do()", ":1.3 -> . Do()"});
 }
 
 TEST_F(TraceFormatterTest, HidesTheHousekeepingOfTheBus)
@@ -176,7 +174,7 @@ TEST_F(TraceFormatterTest, HidesTheHousekeepingOfTheBus)
     ChangeOwner(kServer, "", ":1.3");
     ChangeOwner(kServer, ":1.3", "");
 
-    EXPECT_EQ(lines_, Lines{});
+    ExpectLines({});
 }
 
 TEST_F(TraceFormatterTest, ShowsOtherTrafficOfTheDaemonAndLikeNamesOfOthers)
@@ -185,11 +183,9 @@ TEST_F(TraceFormatterTest, ShowsOtherTrafficOfTheDaemonAndLikeNamesOfOthers)
     Answer(Call(":1.3", ":1.4", "Hello"), ":1.4");
     Signal(":1.4", "NameLost", g_variant_new("()"));
 
-    EXPECT_EQ(
-        lines_,
-        (Lines{
-            ":1.3 -> org.freedesktop.DBus NameHasOwner()", ":1.3 <- org.freedesktop.DBus returns () [NameHasOwner]",
-            ":1.3 -> :1.4 Hello()", ":1.3 <- :1.4 returns () [Hello]", ":1.4 -> all signal NameLost()"}));
+    ExpectLines(
+        {":1.3 -> org.freedesktop.DBus NameHasOwner()", ":1.3 <- org.freedesktop.DBus returns () [NameHasOwner]",
+         ":1.3 -> :1.4 Hello()", ":1.3 <- :1.4 returns () [Hello]", ":1.4 -> all signal NameLost()"});
 }
 
 TEST_F(TraceFormatterTest, ShowsHousekeepingOnRequest)
@@ -198,10 +194,9 @@ TEST_F(TraceFormatterTest, ShowsHousekeepingOnRequest)
     Answer(Call(":1.3", kDaemon, "Hello"), kDaemon);
     Signal(kDaemon, "NameLost", g_variant_new("(s)", ":1.3"));
 
-    EXPECT_EQ(
-        lines_, (Lines{
-                    ":1.3 -> org.freedesktop.DBus Hello()", ":1.3 <- org.freedesktop.DBus returns () [Hello]",
-                    "org.freedesktop.DBus -> all signal NameLost(':1.3')"}));
+    ExpectLines(
+        {":1.3 -> org.freedesktop.DBus Hello()", ":1.3 <- org.freedesktop.DBus returns () [Hello]",
+         "org.freedesktop.DBus -> all signal NameLost(':1.3')"});
 }
 
 TEST_F(TraceFormatterTest, OnlyTheDaemonTellsWhoOwnsAName)

@@ -25,12 +25,6 @@ std::string Invalid(const std::string& reason)
     return kInvalid + ": " + reason;
 }
 
-// Returns a text as the only argument.
-std::string Quoted(const std::string& text)
-{
-    return TakeText(g_variant_print(Own(g_variant_new("(s)", text.c_str())).get(), FALSE));
-}
-
 class ControlTest : public SimulatorTest {
 protected:
     ControlTest() { Start(); }
@@ -54,10 +48,8 @@ TEST_F(ControlTest, AnyTextCanBeTheClientId)
 
 TEST_F(ControlTest, AtmosReachesSubscribersOnlyWhenItBegins)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7");
-    const FakeClient other(bus_.Address(), "tv_8");
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
-    other.Tell("check_dbus_connection", 8);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7);
+    const KnownClient other(bus_.Address(), "check_dbus_connection", 8);
 
     EXPECT_EQ(Control("Atmos", "(true,)"), "()");
     EXPECT_EQ(Server("kiv_is_receiver_atmos"), "(true,)");
@@ -78,12 +70,11 @@ constexpr char kRefused[] = "error org.example.Refused: client tv_7: org.example
 
 TEST_F(ControlTest, AtmosReportsTheClientsErrorAndBeginsAllTheSame)
 {
-    const FakeClient refusing(bus_.Address(), "tv_7", FakeClient::Manner::kRefuses);
-    refusing.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient refusing(bus_.Address(), "SubscribeNamServiceCallback", 7, FakeClient::Manner::kRefuses);
     EXPECT_EQ(Control("Atmos", "(true,)"), kRefused);
     EXPECT_EQ(Server("kiv_is_receiver_atmos"), "(true,)");
     EXPECT_THAT(refusing.Payloads(), ElementsAre(kAtmosOn));
-    EXPECT_EQ(Control("Apply", Quoted(R"({"events": [{"payload": "01"}], "away": 0})")), kRefused);
+    EXPECT_EQ(Apply(R"({"events": [{"payload": "01"}], "away": 0})"), kRefused);
     EXPECT_EQ(Control("AwaitServer"), "()");
 }
 
@@ -126,8 +117,7 @@ TEST_F(ControlTest, AChangeIsAwaited)
 
 TEST_F(ControlTest, TheVolumeIsSetAtTheSpeaker)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7");
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7);
     EXPECT_EQ(Control("Volume", "('02:4b:49:56:00:01', 44)"), "()");
     EXPECT_THAT(Control("Show"), HasSubstr("\"volume\": 44"));
     EXPECT_THAT(subscriber.Payloads(), ElementsAre(Bytes{0x40, 0, 2, 2,   14,  0, 0,  0,  2, 0x4b, 0x49,
@@ -174,11 +164,9 @@ TEST_F(ControlTest, SendPayloadSendsTheBytesAsTheyAre)
 
 TEST_F(ControlTest, TheEmptyIdMeansEveryClientThatAsked)
 {
-    const FakeClient first(bus_.Address(), "tv_7");
-    const FakeClient second(bus_.Address(), "tv_8");
+    const KnownClient first(bus_.Address(), "check_dbus_connection", 7);
+    const KnownClient second(bus_.Address(), "check_dbus_connection", 8);
     const FakeClient stranger(bus_.Address(), "tv_9");
-    first.Tell("check_dbus_connection", 7);
-    second.Tell("check_dbus_connection", 8);
     EXPECT_EQ(Control("Payload", "('', [byte 1])"), "(2,)");
     EXPECT_THAT(first.Payloads(), ElementsAre(Bytes{1}));
     EXPECT_THAT(second.Payloads(), ElementsAre(Bytes{1}));
@@ -189,8 +177,7 @@ TEST_F(ControlTest, ForgetsClientsThatLeaveTheBus)
 {
     std::string left;
     {
-        const FakeClient client(bus_.Address(), "tv_7");
-        client.Tell("SubscribeNamServiceCallback", 7);
+        const KnownClient client(bus_.Address(), "SubscribeNamServiceCallback", 7);
         left = client.BusName();
         EXPECT_EQ(Model()["clients"][0]["busName"], left);
     }
@@ -212,14 +199,14 @@ TEST_F(ControlTest, SendingReportsTheClientsError)
 
 TEST_F(ControlTest, AClientsInvalidArgumentsAreNotThoseOfTheCall)
 {
-    const FakeClient client(bus_.Address(), "tv_7", FakeClient::Manner::kRefuses, kInvalidArguments);
-    client.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient client(
+        bus_.Address(), "SubscribeNamServiceCallback", 7, FakeClient::Manner::kRefuses, kInvalidArguments);
     const std::string failed =
         "error org.freedesktop.DBus.Error.Failed: client tv_7: org.freedesktop.DBus.Error.InvalidArgs: not now";
     EXPECT_EQ(Control("Event", "('tv_7', 1, [byte 1])"), failed);
     EXPECT_EQ(Control("Payload", "('tv_7', [byte 1])"), failed);
     EXPECT_EQ(Control("Atmos", "(true,)"), failed);
-    EXPECT_EQ(Control("Apply", Quoted(R"({"events": [{"id": 7}]})")), failed);
+    EXPECT_EQ(Apply(R"({"events": [{"id": 7}]})"), failed);
 }
 
 TEST_F(ControlTest, SendPayloadsPushesManyInOrder)
@@ -278,7 +265,7 @@ TEST_F(ControlTest, ShowHasTheFaultsAsAScenarioHasThem)
         {"GetSoundbarDeviceInfo", {{"bytes", "01 ff"}, {"count", 3}}},
         {"StopNetworkSpeaker", {{"error", "org.example.Bad"}, {"message", "no"}, {"count", 2}}},
     };
-    Control("Apply", Quoted(nlohmann::json{{"faults", faults}}.dump()));
+    Apply(nlohmann::json{{"faults", faults}}.dump());
     EXPECT_EQ(Model()["faults"], faults);
 
     Server("StopNetworkSpeaker", "(1,)");
@@ -310,17 +297,14 @@ TEST_F(ControlTest, AwayAndFeatureAreMethodsOfTheirOwn)
 TEST_F(ControlTest, ApplyChangesWhatIsMentioned)
 {
     EXPECT_EQ(
-        Control(
-            "Apply",
-            Quoted(R"json({"home": {"settingMode": 81}, "faults": {"DisableSurround": {"reply": "(7,)"}}})json")),
-        "()");
+        Apply(R"json({"home": {"settingMode": 81}, "faults": {"DisableSurround": {"reply": "(7,)"}}})json"), "()");
     EXPECT_EQ(Server("DisableSurround"), "(7,)");
     EXPECT_EQ(Model()["settingMode"], 81);
     EXPECT_EQ(Model()["speakers"].size(), 4U);
 
     EXPECT_EQ(
-        Control("Apply", Quoted(R"({"clientId": "den", "faults": {"DisableSurround": null},
-                                    "home": {"speakers": [{"name": "Hall", "mac": "02:00:00:00:00:01", "active": true}]}})")),
+        Apply(R"({"clientId": "den", "faults": {"DisableSurround": null},
+                                    "home": {"speakers": [{"name": "Hall", "mac": "02:00:00:00:00:01", "active": true}]}})"),
         "()");
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('den',)");
@@ -332,23 +316,21 @@ TEST_F(ControlTest, ApplyChangesWhatIsMentioned)
 TEST_F(ControlTest, WhatCannotBeAppliedChangesNothing)
 {
     EXPECT_EQ(
-        Control("Apply", Quoted(R"({"home": {"settingMode": 81},
-"colour": 1})")),
+        Apply(R"({"home": {"settingMode": 81},
+"colour": 1})"),
         Invalid("scenario:2: /colour: there is no such key; known are $schema, away, clientId, "
                 "description, events, exit, faults, feature, home, timetable"));
-    EXPECT_THAT(Control("Apply", Quoted(R"({"home": {"settingMode": 81}, "feature": "off"})")), StartsWith(kInvalid));
+    EXPECT_THAT(Apply(R"({"home": {"settingMode": 81}, "feature": "off"})"), StartsWith(kInvalid));
     EXPECT_EQ(Model()["settingMode"], 80);
 }
 
 TEST_F(ControlTest, ApplyTellsTheClientsFirst)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7");
-    const FakeClient other(bus_.Address(), "tv_8");
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
-    other.Tell("check_dbus_connection", 8);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7);
+    const KnownClient other(bus_.Address(), "check_dbus_connection", 8);
     EXPECT_EQ(
-        Control("Apply", Quoted(R"({"home": {"receiverHasAtmos": true},
-                                    "events": [{"payload": "01"}, {"client": "tv_8", "id": "0xfffffffe", "data": "05"}]})")),
+        Apply(R"({"home": {"receiverHasAtmos": true},
+                                    "events": [{"payload": "01"}, {"client": "tv_8", "id": "0xfffffffe", "data": "05"}]})"),
         "()");
     EXPECT_THAT(subscriber.Payloads(), ElementsAre(kAtmosOn, Bytes{1}));
     EXPECT_THAT(other.Payloads(), ElementsAre(Bytes{1}, Bytes{0xfe, 0xff, 0xff, 0xff, 1, 0, 0, 0, 5}));
@@ -356,16 +338,12 @@ TEST_F(ControlTest, ApplyTellsTheClientsFirst)
 
 TEST_F(ControlTest, ATimetableReplacesTheOneBefore)
 {
-    const FakeClient client(bus_.Address(), "tv_7");
-    client.Tell("check_dbus_connection", 7);
-    Control(
-        "Apply",
-        Quoted(
-            R"({"timetable": [{"at": 3600000, "exit": true}, {"at": 0, "every": 1, "events": [{"payload": "01"}]}]})"));
+    const KnownClient client(bus_.Address(), "check_dbus_connection", 7);
+    Apply(R"({"timetable": [{"at": 3600000, "exit": true}, {"at": 0, "every": 1, "events": [{"payload": "01"}]}]})");
     client.Payloads(3);
-    Control("Apply", Quoted(R"({"timetable": [{"at": 0, "events": [{"payload": "02"}]}]})"));
+    Apply(R"({"timetable": [{"at": 0, "events": [{"payload": "02"}]}]})");
     test::WaitUntil("the event of the second timetable", [&] { return client.Payloads().back() == Bytes{2}; });
-    EXPECT_EQ(Control("Apply", Quoted(R"({"events": [{"payload": "03"}]})")), "()");
+    EXPECT_EQ(Apply(R"({"events": [{"payload": "03"}]})"), "()");
     EXPECT_THAT(client.Payloads().back(), ElementsAre(3));
 }
 
@@ -375,7 +353,7 @@ TEST_F(ControlTest, ACrashFailsTheCallsThatAreUnderWay)
     Control("Fault", "('GetSurroundChannelNumber', {'delay': <uint32 3600000>})");
     const unsigned silent = SendToServer("DisableSurround", "()");
     const unsigned delayed = SendToServer("GetSurroundChannelNumber", "()");
-    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 0})")), "()");
+    EXPECT_EQ(Apply(R"({"away": 0})"), "()");
     AwaitAnswer(silent);
     AwaitAnswer(delayed);
     EXPECT_EQ(Control("AwaitServer"), "()");
@@ -384,12 +362,11 @@ TEST_F(ControlTest, ACrashFailsTheCallsThatAreUnderWay)
 
 TEST_F(ControlTest, TheWorldOutlastsACrash)
 {
-    const FakeClient client(bus_.Address(), "tv_7");
-    client.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient client(bus_.Address(), "SubscribeNamServiceCallback", 7);
     Control("Fault", "('DisableSurround', {'reply': <(7,)>})");
     Server("SetNetSpkSettingMode", "(81, 3)");
     for (int crash = 0; crash < 3; ++crash) {
-        EXPECT_EQ(Control("Apply", Quoted(R"({"away": 1})")), "()");
+        EXPECT_EQ(Apply(R"({"away": 1})"), "()");
         EXPECT_EQ(Control("AwaitServer"), "()");
     }
     EXPECT_EQ(Server("DisableSurround"), "(7,)");
@@ -402,11 +379,11 @@ TEST_F(ControlTest, TheWorldOutlastsACrash)
 
 TEST_F(ControlTest, CrashesDoNotDisturbItsCallers)
 {
-    Control("Apply", Quoted(R"({"timetable": [{"at": 0, "every": 1, "away": 0}]})"));
+    Apply(R"({"timetable": [{"at": 0, "every": 1, "away": 0}]})");
     for (int call = 0; call < 200; ++call) {
         ASSERT_EQ(Control("ClientId", "('den',)"), "()");
     }
-    EXPECT_EQ(Control("Apply", Quoted(R"({"timetable": []})")), "()");
+    EXPECT_EQ(Apply(R"({"timetable": []})"), "()");
     // The last crash may not be over yet.
     test::WaitUntil("the server to be back after its last crash", [this] {
         return Server("check_dbus_connection", "(7,)") == "('den',)";
@@ -416,26 +393,24 @@ TEST_F(ControlTest, CrashesDoNotDisturbItsCallers)
 TEST_F(ControlTest, WhileTheServerIsAwayItsControlIsThere)
 {
     bus_.WriteService({kServerName, {KIV_SIMULATOR}});
-    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 3600000})")), "()");
+    EXPECT_EQ(Apply(R"({"away": 3600000})"), "()");
     EXPECT_EQ(Control("Fault", "('DisableSurround', {'reply': <(7,)>})"), "()");
     EXPECT_FALSE(HasOwner(kServerName));
 
     // The server comes back before its time.
     const unsigned call = SendToServer("DisableSurround", "()");
-    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 100})")), "()");
+    EXPECT_EQ(Apply(R"({"away": 100})"), "()");
     AwaitAnswer(call);
-    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 3600000})")), "()");
-    EXPECT_EQ(Control("Apply", Quoted(R"({"away": 0})")), "()");
+    EXPECT_EQ(Apply(R"({"away": 3600000})"), "()");
+    EXPECT_EQ(Apply(R"({"away": 0})"), "()");
     EXPECT_TRUE(HasOwner(kServerName));
     EXPECT_EQ(Server("DisableSurround"), "(7,)");
 }
 
 TEST_F(ControlTest, ExitTellsSubscribersAndEnds)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7");
-    const FakeClient other(bus_.Address(), "tv_8");
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
-    other.Tell("check_dbus_connection", 8);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7);
+    const KnownClient other(bus_.Address(), "check_dbus_connection", 8);
     EXPECT_EQ(Control("Exit"), "()");
     EXPECT_EQ(program_->ExitCode(), 0);
     EXPECT_THAT(subscriber.Payloads(1), ElementsAre(kExiting));
@@ -444,8 +419,7 @@ TEST_F(ControlTest, ExitTellsSubscribersAndEnds)
 
 TEST_F(ControlTest, SigtermEndsItAlike)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7");
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7);
     program_->Signal(SIGTERM);
     EXPECT_EQ(program_->ExitCode(), 0);
     EXPECT_THAT(subscriber.Payloads(1), ElementsAre(kExiting));
@@ -453,8 +427,7 @@ TEST_F(ControlTest, SigtermEndsItAlike)
 
 TEST_F(ControlTest, ASilentSubscriberDoesNotKeepItFromEnding)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7", FakeClient::Manner::kIsSilent);
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7, FakeClient::Manner::kIsSilent);
     program_->Signal(SIGTERM);
     EXPECT_EQ(program_->ExitCode(), 0);
     EXPECT_THAT(subscriber.Payloads(1), ElementsAre(kExiting));

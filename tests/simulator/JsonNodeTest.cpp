@@ -23,6 +23,11 @@ std::string Complaint(const std::function<void()>& action)
     return "none";
 }
 
+std::string ParseComplaint(const std::string& text, int firstLine = 1)
+{
+    return Complaint([&] { JsonNode::Parse("file", text, firstLine); });
+}
+
 // Collects the values in the text, each with its place.
 void Collect(const JsonNode& node, std::vector<std::string>& places)
 {
@@ -64,30 +69,26 @@ TEST(JsonNodeTest, KnowsThePlaceOfEachValue)
 
 TEST(JsonNodeTest, TellsWhereTheSyntaxEnds)
 {
-    EXPECT_THAT(
-        Complaint([] { JsonNode::Parse("file", "{\n\"a\": 1,\n}"); }),
-        StartsWith("file:3:1: syntax error while parsing"));
-    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", ""); }), StartsWith("file:1:1: "));
-    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "[1] 2"); }), StartsWith("file:1:5: "));
-    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "\"\xff\""); }), StartsWith("file:1:2: "));
-    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "{\"a\": }", 7); }), StartsWith("file:7:7: syntax error"));
-    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "1e999"); }), StartsWith("file:1: number overflow"));
+    EXPECT_THAT(ParseComplaint("{\n\"a\": 1,\n}"), StartsWith("file:3:1: syntax error while parsing"));
+    EXPECT_THAT(ParseComplaint(""), StartsWith("file:1:1: "));
+    EXPECT_THAT(ParseComplaint("[1] 2"), StartsWith("file:1:5: "));
+    EXPECT_THAT(ParseComplaint("\"\xff\""), StartsWith("file:1:2: "));
+    EXPECT_THAT(ParseComplaint("{\"a\": }", 7), StartsWith("file:7:7: syntax error"));
+    EXPECT_THAT(ParseComplaint("1e999"), StartsWith("file:1: number overflow"));
 }
 
 TEST(JsonNodeTest, SaysThatKeysAndTextsNeedDoubleQuotes)
 {
     const std::string hint = "; keys and texts must be in double quotes, such as '{\"delay\": 500}'";
     for (const std::string text : {"{delay: 2}", "{'delay': 2}", "{\"error\": 'org.example.Bad'}", "[yes]"}) {
-        EXPECT_THAT(Complaint([&] { JsonNode::Parse("file", text); }), EndsWith(hint)) << text;
+        EXPECT_THAT(ParseComplaint(text), EndsWith(hint)) << text;
     }
-    EXPECT_THAT(Complaint([] { JsonNode::Parse("file", "{\"a\": 1"); }), Not(HasSubstr("quotes,")));
+    EXPECT_THAT(ParseComplaint("{\"a\": 1"), Not(HasSubstr("quotes,")));
 }
 
 TEST(JsonNodeTest, RefusesAKeyThatIsGivenTwice)
 {
-    EXPECT_EQ(
-        Complaint([] { JsonNode::Parse("file", "[{\n\"a\": 1,\n\"b\": {\"a\": 1},\n\"a\": 2}]"); }),
-        "file:4: /0/a is given twice");
+    EXPECT_EQ(ParseComplaint("[{\n\"a\": 1,\n\"b\": {\"a\": 1},\n\"a\": 2}]"), "file:4: /0/a is given twice");
 }
 
 TEST(JsonNodeTest, RefusesOtherTypes)

@@ -15,15 +15,25 @@ using ::testing::IsEmpty;
 
 class ProgramTest : public SimulatorTest {
 protected:
-    Program Run(const std::vector<std::string>& arguments) { return {arguments, bus_.Directory() / "errors"}; }
+    Program Run(const std::vector<std::string>& arguments)
+    {
+        std::filesystem::remove(bus_.Directory() / "errors");
+        return {arguments, bus_.Directory() / "errors"};
+    }
+
+    // Expects that the program ends without having been ready.
+    static void ExpectEnd(Program&& program, int exitCode, const ::testing::Matcher<std::string>& errors)
+    {
+        EXPECT_EQ(program.Ready(), "");
+        EXPECT_EQ(program.ExitCode(), exitCode);
+        EXPECT_THAT(program.Errors(), errors);
+    }
 
     void ExpectBadScenario(const std::string& scenario, const std::string& reason)
     {
+        SCOPED_TRACE(scenario);
         std::filesystem::remove(bus_.Directory() / "errors");
-        Program program = WithScenario(scenario);
-        EXPECT_EQ(program.Ready(), "");
-        EXPECT_EQ(program.ExitCode(), 2) << scenario;
-        EXPECT_THAT(program.Errors(), HasSubstr("scenario.json:" + reason)) << scenario;
+        ExpectEnd(WithScenario(scenario), 2, HasSubstr("scenario.json:" + reason));
     }
 };
 
@@ -45,19 +55,14 @@ TEST_F(ProgramTest, IsStartedByTheBus)
 TEST_F(ProgramTest, RefusesToShareItsName)
 {
     Start();
-    Program second = Run({});
-    EXPECT_EQ(second.Ready(), "");
-    EXPECT_EQ(second.ExitCode(), 1);
-    EXPECT_THAT(second.Errors(), HasSubstr("is already owned on this bus"));
+    ExpectEnd(Run({}), 1, HasSubstr("is already owned on this bus"));
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
 }
 
 TEST_F(ProgramTest, NeedsABus)
 {
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
-    Program program = Run({});
-    EXPECT_EQ(program.ExitCode(), 1);
-    EXPECT_THAT(program.Errors(), HasSubstr("kiv-simulator: no system bus: "));
+    ExpectEnd(Run({}), 1, HasSubstr("kiv-simulator: no system bus: "));
 }
 
 TEST_F(ProgramTest, EndsQuietlyWithTheBus)
@@ -87,10 +92,7 @@ TEST_F(ProgramTest, SaysWhatIsWrongWithItsArguments)
         {mustBe + "\"2147483648\"", {"--ready-fd=2147483648"}},
     };
     for (const auto& [reason, arguments] : reasons) {
-        std::filesystem::remove(bus_.Directory() / "errors");
-        Program program = Run(arguments);
-        EXPECT_EQ(program.ExitCode(), 2) << reason;
-        EXPECT_EQ(program.Errors(), "kiv-simulator: " + reason + "; see kiv-simulator --help\n");
+        ExpectEnd(Run(arguments), 2, "kiv-simulator: " + reason + "; see kiv-simulator --help\n");
     }
     EXPECT_EQ(Run({"--ready-fd"}).ExitCode(), 2);
 }
@@ -98,8 +100,7 @@ TEST_F(ProgramTest, SaysWhatIsWrongWithItsArguments)
 TEST_F(ProgramTest, PrintsCallsAndPushes)
 {
     Start({"--verbose"});
-    const FakeClient client(bus_.Address(), "tv_7");
-    client.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient client(bus_.Address(), "SubscribeNamServiceCallback", 7);
     Server("StartNetworkSpeaker", Records({StartRecord(1, 0x01)}));
     Control("Atmos", "(true,)");
     const std::string printed = program_->Errors();
@@ -128,9 +129,8 @@ TEST_F(ProgramTest, TheScenarioIsAppliedBeforeTheFirstCall)
 
 TEST_F(ProgramTest, AScenarioWithEventsForNobodyIsRefused)
 {
-    Program program = WithScenario("{\n\"events\": [{\"id\": 7}]}");
-    EXPECT_EQ(program.ExitCode(), 2);
-    EXPECT_THAT(program.Errors(), HasSubstr(":2: /events: there is no client yet when the server starts; put"));
+    ExpectBadScenario(
+        "{\n\"events\": [{\"id\": 7}]}", "2: /events: there is no client yet when the server starts; put");
 }
 
 TEST_F(ProgramTest, AScenarioThatBeginsWithAnExitIsRefused)
@@ -159,19 +159,16 @@ TEST_F(ProgramTest, RefusesABadScenario)
 TEST_F(ProgramTest, RefusesFilesThatAreNotThere)
 {
     for (const std::string option : {"--scenario", "--replay"}) {
-        std::filesystem::remove(bus_.Directory() / "errors");
-        Program program = Run({option, "/nonexistent/file"});
-        EXPECT_EQ(program.ExitCode(), 2);
-        EXPECT_EQ(program.Errors(), "kiv-simulator: /nonexistent/file: No such file or directory\n");
+        ExpectEnd(
+            Run({option, "/nonexistent/file"}), 2, "kiv-simulator: /nonexistent/file: No such file or directory\n");
     }
     EXPECT_EQ(Run({"--scenario", bus_.Directory()}).ExitCode(), 2);
 }
 
 TEST_F(ProgramTest, RefusesAScenarioWithoutEnd)
 {
-    Program program = Run({"--scenario", "/dev/zero"});
-    EXPECT_EQ(program.ExitCode(), 2);
-    EXPECT_EQ(program.Errors(), "kiv-simulator: /dev/zero: must be a file of at most 16 MiB, got more\n");
+    ExpectEnd(
+        Run({"--scenario", "/dev/zero"}), 2, "kiv-simulator: /dev/zero: must be a file of at most 16 MiB, got more\n");
 }
 
 TEST_F(ProgramTest, SlowToComeUpItIsReadyWhenItHas)

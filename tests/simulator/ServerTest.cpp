@@ -44,10 +44,8 @@ Bytes VolumeEvent(const std::vector<std::array<std::uint8_t, 3>>& volumes)
 
 TEST_F(ServerTest, VolumeCallsReachSubscribers)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7");
-    const FakeClient other(bus_.Address(), "tv_8");
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
-    other.Tell("check_dbus_connection", 8);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7);
+    const KnownClient other(bus_.Address(), "check_dbus_connection", 8);
 
     EXPECT_EQ(Server("GetNetSpkVolume", "(" + MacArguments(0x01) + ", 0)"), "(20,)");
     EXPECT_EQ(Server("SetNetSpkVolume", "(" + MacArguments(0xa4) + ", 0, 77)"), "(77,)");
@@ -65,8 +63,7 @@ TEST_F(ServerTest, VolumeCallsReachSubscribers)
 
 TEST_F(ServerTest, TheVolumeEventComesAfterTheAnswer)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7");
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7);
     subscriber.Ask("ResetAllNetSpkVolume", "()");
     subscriber.Payloads(1);
     const std::vector<std::string> arrivals = subscriber.Arrivals();
@@ -77,8 +74,7 @@ TEST_F(ServerTest, TheVolumeEventComesAfterTheAnswer)
 
 TEST_F(ServerTest, AFaultKeepsTheVolumeEventBack)
 {
-    const FakeClient subscriber(bus_.Address(), "tv_7");
-    subscriber.Tell("SubscribeNamServiceCallback", 7);
+    const KnownClient subscriber(bus_.Address(), "SubscribeNamServiceCallback", 7);
     Control("Fault", "('ResetAllNetSpkVolume', {'reply': <(4,)>})");
     Server("ResetAllNetSpkVolume");
     Server("SetNetSpkVolume", "(" + MacArguments(0x01) + ", 0, 5)");

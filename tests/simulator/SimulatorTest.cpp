@@ -59,10 +59,6 @@ void OnIncoming(GDBusConnection* connection, Filter filter)
         connection, &OnMessage, new Filter(std::move(filter)), [](void* data) { delete static_cast<Filter*>(data); });
 }
 
-} // namespace
-
-namespace {
-
 // Returns a command of the simulator that appends its stderr to a file, which can be read while the simulator runs.
 std::vector<std::string> Command(const std::vector<std::string>& arguments, const std::filesystem::path& errorFile)
 {
@@ -236,6 +232,11 @@ std::string SimulatorTest::Control(const std::string& method, const std::string&
     return Call(kControlName, kControlPath, "org.lumra.tv.networkspeaker.simulator.control", method, arguments);
 }
 
+std::string SimulatorTest::Apply(const std::string& scenario)
+{
+    return Control("Apply", Quoted(scenario));
+}
+
 std::string SimulatorTest::Call(
     const char* name, const char* path, const char* interface, const std::string& method, const std::string& arguments)
 {
@@ -284,6 +285,16 @@ nlohmann::json SimulatorTest::Model()
     const char* text = nullptr;
     g_variant_get(answer.get(), "(&s)", &text);
     return nlohmann::json::parse(text);
+}
+
+std::string Printed(const Variant& value)
+{
+    return TakeText(g_variant_print(value.get(), FALSE));
+}
+
+std::string Quoted(const std::string& text)
+{
+    return Printed(Own(g_variant_new("(s)", text.c_str())));
 }
 
 std::optional<Bytes> AnsweredBytes(const std::string& answer)

@@ -24,6 +24,11 @@ inline Variant Value(const std::string& text)
     return ParseValue(text);
 }
 
+// Returns a value as GVariant text.
+std::string Printed(const Variant& value);
+// Returns a text as the only argument.
+std::string Quoted(const std::string& text);
+
 // A process of the simulator on the system bus of the environment.
 class Program {
 public:
@@ -72,6 +77,17 @@ private:
     sandbox::Connection connection_;
 };
 
+// A client that has made a call with its process id, by which the server knows it.
+class KnownClient : public FakeClient {
+public:
+    template <typename... Options>
+    KnownClient(const std::string& address, const char* method, int pid, Options... options)
+        : FakeClient(address, "tv_" + std::to_string(pid), options...)
+    {
+        Tell(method, pid);
+    }
+};
+
 // A bus with a caller on it, and with the simulator if it is started.
 class SimulatorTest : public ::testing::Test {
 protected:
@@ -85,6 +101,8 @@ protected:
     // Call a method with arguments as GVariant text. They return the answer as GVariant text, or "error name: message".
     std::string Server(const std::string& method, const std::string& arguments = "()");
     std::string Control(const std::string& method, const std::string& arguments = "()");
+    // Applies a scenario.
+    std::string Apply(const std::string& scenario);
 
     // Sends a call to the server without waiting for the answer. Returns the serial number.
     unsigned SendToServer(

@@ -16,7 +16,6 @@ using kiv::link::m_CreateThread;
 using kiv::link::m_MainLaunchPro;
 using kiv::link::s_pre_checking;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 namespace {
@@ -182,6 +181,27 @@ Lines OfOtherThreads()
     return lines;
 }
 
+// Makes a caller fail and start the thread. Returns when the thread logs this line, at which it waits.
+class StoppedThread {
+public:
+    explicit StoppedThread(const std::string& line) : stop_(line)
+    {
+        EXPECT_FALSE(s_pre_checking());
+        stop_.WaitUntilReached();
+    }
+
+    // Lets the thread go on to its end. Returns its own lines.
+    Lines Finish()
+    {
+        stop_.Release();
+        g_launch.WaitForEnd();
+        return platform_log::OfFunction("m_MainLaunchPro");
+    }
+
+private:
+    StopAtLine stop_;
+};
+
 class LaunchTest : public BusTest {
 protected:
     static void StartAndWaitForEnd()
@@ -218,31 +238,26 @@ TEST_F(LaunchTest, OnADisabledDeviceTheCheckFailsAndNoThreadStarts)
 TEST_F(LaunchTest, WithoutAServerTheCheckFailsAfterOneAttemptAndStartsTheThread)
 {
     ReadFeature();
-    StopAtLine stop(kThreadEnter);
-
-    EXPECT_FALSE(s_pre_checking());
+    StoppedThread thread(kThreadEnter);
 
     ExpectLog(kFailedCheck + kBeforeCreate + kCreated);
     EXPECT_THAT(Sent(), ElementsAre(kOwnerQuery));
     EXPECT_NE(m_launchthreadId, 0U);
-    stop.WaitUntilReached();
-    stop.Release();
-    g_launch.WaitForEnd();
+    thread.Finish();
 }
 
 TEST_F(LaunchTest, TheThreadMakesSixPassesWhenTheServerNeverComes)
 {
     StartAndWaitForEnd();
 
-    EXPECT_THAT(
-        OfOtherThreads(), ElementsAreArray(
-                              Lines{kThreadEnter} + WholePass(1) + WholePass(2) + WholePass(3) + WholePass(4) +
-                              WholePass(5) + WholePass(6)));
+    Lines logged = {kThreadEnter};
     Lines sent = {kOwnerQuery};
-    for (int pass = 0; pass < 6; ++pass) {
+    for (int pass = 1; pass <= 6; ++pass) {
+        logged = logged + WholePass(pass);
         sent = sent + Lines{IdQuery(), kOwnerQuery};
     }
-    EXPECT_THAT(Sent(), ElementsAreArray(sent));
+    EXPECT_EQ(OfOtherThreads(), logged);
+    EXPECT_EQ(Sent(), sent);
     EXPECT_EQ(m_launchthreadId, 0U);
 }
 
@@ -275,33 +290,25 @@ TEST_F(LaunchTest, TheThreadsIdIsKnownWhileItRuns)
 
 TEST_F(LaunchTest, AFailingCallerGivesTheRunningThreadItsFullBudgetAgain)
 {
-    StopAtLine stop(CountLine(3));
-    s_pre_checking();
-    stop.WaitUntilReached();
+    StoppedThread thread(CountLine(3));
     platform_log::Clear();
 
     EXPECT_FALSE(s_pre_checking());
 
     ExpectLog(kFailedCheck + kReset);
-    stop.Release();
-    g_launch.WaitForEnd();
-    EXPECT_THAT(platform_log::OfFunction("m_MainLaunchPro"), ElementsAreArray(CountedPasses({1, 2, 3, 4, 5, 6})));
+    EXPECT_EQ(thread.Finish(), CountedPasses({1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(g_launch.Started(), 1);
 }
 
 TEST_F(LaunchTest, ASucceedingCallerLeavesTheBudgetAlone)
 {
-    StopAtLine stop(CountLine(3));
-    s_pre_checking();
-    stop.WaitUntilReached();
+    StoppedThread thread(CountLine(3));
     StartServer();
     EXPECT_TRUE(s_pre_checking());
     CNSGdbus::m_pInstance->GiveProxy();
     KillServer();
     platform_log::Clear();
-    stop.Release();
-    g_launch.WaitForEnd();
-    EXPECT_THAT(platform_log::OfFunction("m_MainLaunchPro"), ElementsAreArray(CountedPasses({4, 5, 6})));
+    EXPECT_EQ(thread.Finish(), CountedPasses({4, 5, 6}));
 }
 
 TEST_F(LaunchTest, TheNextFailingCallerStartsANewThread)
@@ -313,9 +320,7 @@ TEST_F(LaunchTest, TheNextFailingCallerStartsANewThread)
     g_launch.WaitForEnd(2);
 
     ExpectLog(kFailedCheck + kBeforeCreate + kCreated);
-    EXPECT_THAT(
-        platform_log::OfFunction("m_MainLaunchPro"),
-        ElementsAreArray(Lines{kThreadEnter} + CountedPasses({1, 2, 3, 4, 5, 6})));
+    EXPECT_EQ(platform_log::OfFunction("m_MainLaunchPro"), Lines{kThreadEnter} + CountedPasses({1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(g_launch.Started(), 2);
     EXPECT_EQ(m_launchthreadId, 0U);
 }
@@ -335,15 +340,9 @@ TEST_F(LaunchTest, TheThreadStartsTheServerAndEnds)
 
 TEST_F(LaunchTest, TheThreadEndsWhenTheServerComesUpByItself)
 {
-    StopAtLine stop(CountLine(2));
-    s_pre_checking();
-    stop.WaitUntilReached();
+    StoppedThread thread(CountLine(2));
     StartServer();
-    stop.Release();
-    g_launch.WaitForEnd();
-    EXPECT_THAT(
-        platform_log::OfFunction("m_MainLaunchPro"),
-        ElementsAreArray(Lines{kThreadEnter} + CountedPasses({1, 2}) + Lines{kReached}));
+    EXPECT_EQ(thread.Finish(), Lines{kThreadEnter} + CountedPasses({1, 2}) + kReached);
     EXPECT_EQ(m_launchthreadId, 0U);
 }
 
