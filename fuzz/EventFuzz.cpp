@@ -1,19 +1,19 @@
 // Fuzzes calls of the client object. Input: an index into kCallees, and the arguments as an answer. An error stands for
 // no arguments.
 
-#include "Bus.h"
-#include "Input.h"
 #include "KivServiceInterface.h"
-#include "Target.h"
-#include "link/BusClient.h"
-#include "link/EventDispatch.h"
+#include "fuzz/Bus.h"
+#include "fuzz/Input.h"
+#include "fuzz/Target.h"
+#include "src/link/BusClient.h"
+#include "src/link/EventDispatch.h"
 
 #include <algorithm>
 #include <array>
 #include <string_view>
 
 using namespace kiv::fuzz;
-using kiv::link::Releaser;
+using kiv::link::ObjectOwner;
 
 namespace {
 
@@ -65,8 +65,7 @@ public:
     bool IsGivenBack() const { return object_->ref_count == 1; }
 
 private:
-    std::unique_ptr<GObject, Releaser<g_object_unref>> object_{
-        static_cast<GObject*>(g_object_new(G_TYPE_OBJECT, nullptr))};
+    ObjectOwner<GObject> object_{static_cast<GObject*>(g_object_new(G_TYPE_OBJECT, nullptr))};
 };
 
 Bytes PayloadOf(GVariant* arguments)

@@ -1,6 +1,6 @@
-#include "Calls.h"
-#include "Matchers.h"
-#include "Sandbox.h"
+#include "sandbox/Calls.h"
+#include "sandbox/Matchers.h"
+#include "sandbox/Sandbox.h"
 #include "tools/sandbox/Connection.h"
 
 #include <gtest/gtest.h>

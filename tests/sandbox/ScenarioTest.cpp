@@ -1,6 +1,6 @@
-#include "Calls.h"
-#include "Matchers.h"
-#include "Sandbox.h"
+#include "sandbox/Calls.h"
+#include "sandbox/Matchers.h"
+#include "sandbox/Sandbox.h"
 #include "simulator/BusObject.h"
 #include "simulator/Interfaces.h"
 #include "support/Wait.h"
@@ -152,7 +152,7 @@ TEST(ScenariosTest, DyingServerDiesOfEachThirdStart)
         OutputIn("dying-server", start + start + start + start),
         played + played + Failed("StartNetworkSpeaker") +
             "-1: the bus answered with the error org.freedesktop.DBus.Error.NoReply: Message recipient disconnected "
-            "from message bus without replying; the server's own log tells why\n" +
+            "from message bus without replying; look into the server's own log to see why it ended\n" +
             played);
 }
 

@@ -1,9 +1,8 @@
 #include "simulator/Scenario.h"
 
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 #include "simulator/World.h"
 
-#include <filesystem>
 #include <fstream>
 #include <set>
 

@@ -1,4 +1,4 @@
-#include "AtTimeLimit.h"
+#include "tools/kivctl/AtTimeLimit.h"
 
 #include <mutex>
 #include <utility>

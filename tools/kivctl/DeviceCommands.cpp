@@ -1,7 +1,7 @@
-#include "Command.h"
-#include "Diagnosis.h"
-#include "Doctor.h"
-#include "Explain.h"
+#include "tools/kivctl/Command.h"
+#include "tools/kivctl/Diagnosis.h"
+#include "tools/kivctl/Doctor.h"
+#include "tools/kivctl/Explain.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

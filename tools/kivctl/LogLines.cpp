@@ -1,5 +1,6 @@
-#include "LogLines.h"
+#include "tools/kivctl/LogLines.h"
 
+#include "simulator/Glib.h"
 #include "src/link/Owners.h"
 
 #include <fmt/format.h>
@@ -28,9 +29,8 @@ Regex NewRegex(const std::string& pattern)
 std::string Replaced(const std::string& text, const char* pattern, const char* replacement)
 {
     const Regex regex = NewRegex(pattern);
-    g_autofree char* replaced =
-        g_regex_replace(regex.get(), text.c_str(), -1, 0, replacement, static_cast<GRegexMatchFlags>(0), nullptr);
-    return replaced;
+    return simulator::TakeText(
+        g_regex_replace(regex.get(), text.c_str(), -1, 0, replacement, static_cast<GRegexMatchFlags>(0), nullptr));
 }
 
 // Replaces links by their texts, and code by itself.
@@ -115,8 +115,7 @@ std::string PatternOf(const std::string& format)
     std::string pattern = "^";
     for (size_t at = 0; at < format.size();) {
         const size_t percent = std::min(format.find('%', at), format.size());
-        g_autofree char* literal = g_regex_escape_string(format.c_str() + at, static_cast<int>(percent - at));
-        pattern += literal;
+        pattern += simulator::TakeText(g_regex_escape_string(format.c_str() + at, static_cast<int>(percent - at)));
         at = percent;
         if (at < format.size()) {
             const size_t end = format.find_first_of("sdupx", at) + 1;

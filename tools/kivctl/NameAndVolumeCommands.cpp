@@ -1,15 +1,13 @@
-#include "Arguments.h"
-#include "Layout.h"
-#include "SpeakerList.h"
-#include "VolumeReports.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/Layout.h"
+#include "tools/kivctl/SpeakerList.h"
+#include "tools/kivctl/VolumeReports.h"
 #include <KivServiceInterface.h>
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
 
 namespace kiv::ctl {
 namespace {

@@ -1,12 +1,11 @@
-#include "SpeakerList.h"
+#include "tools/kivctl/SpeakerList.h"
 
-#include "Arguments.h"
+#include "tools/kivctl/Arguments.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <iterator>
-#include <utility>
 
 namespace kiv::ctl {
 namespace {
