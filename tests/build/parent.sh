@@ -23,7 +23,7 @@ for way in subdirectory fetch-content; do
     # Only the project's own file is installed.
     test "$(cd "$prefix" && find . -type f)" = ./bin/parent || fail "$(cd "$prefix" && find . -type f) are installed with $way"
     # The program is compiled with the project's own flags only.
-    grep '"command":.*Parent.cpp' "$build/compile_commands.json" >"$log"
+    grep '"command":.*Parent.cpp' "$build/compile_commands.json" >"$log" || fail "the program is not compiled by itself"
     if grep -qE -e ' -W| -f|-std=[^ ]*20' "$log"; then
         fail "the parent is compiled with flags of the library: $(cat "$log")"
     fi

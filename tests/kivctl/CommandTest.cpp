@@ -288,7 +288,7 @@ TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
         {{"link", "can-cancel"},
          "Error.NotRecorded; the server replays a recording that has no such call: record one that has it\n"},
         {{"stop"}, ": the server refused it; the server's own log tells why\n"},
-        {{"surround", "off"}, "with the error org.example.Broken" + kSeeWhatItMeans},
+        {{"surround", "off"}, "with the error org.example.Broken" + kSeeWhatItMeans + "\n"},
     };
     for (const auto& [arguments, end] : cases) {
         EXPECT_THAT(Run(arguments), Ends(1, _, EndsWith(end)));
@@ -334,7 +334,7 @@ TEST_F(CommandTest, ARequestThatFailedIsAFailureWhateverItsResult)
         const Ended ended = Run(arguments);
         EXPECT_EQ(ended.exitCode, 1);
         EXPECT_THAT(ended.err, HasSubstr(": the server answered "));
-        EXPECT_THAT(ended.err, EndsWith("with the error org.example.Broken" + kSeeWhatItMeans));
+        EXPECT_THAT(ended.err, EndsWith("with the error org.example.Broken" + kSeeWhatItMeans + "\n"));
     }
 }
 
