@@ -1,6 +1,6 @@
-#include "Control.h"
+#include "bench/Control.h"
 
-#include "Names.h"
+#include "bench/Names.h"
 
 #include <array>
 #include <atomic>

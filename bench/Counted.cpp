@@ -1,8 +1,8 @@
 // Makes calls and receives events under callgrind, which writes the cost of each kind separately.
 
-#include "Control.h"
-#include "peers/EventPeer.h"
-#include "peers/Peer.h"
+#include "bench/Control.h"
+#include "bench/peers/EventPeer.h"
+#include "bench/peers/Peer.h"
 
 #include <valgrind/callgrind.h>
 

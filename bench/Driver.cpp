@@ -1,10 +1,10 @@
 // Compares the peers block by block in one run, on the bus of the environment, and writes what it measured as JSON.
 
-#include "Control.h"
-#include "Measure.h"
-#include "Names.h"
-#include "peers/EventPeer.h"
-#include "peers/Library.h"
+#include "bench/Control.h"
+#include "bench/Measure.h"
+#include "bench/Names.h"
+#include "bench/peers/EventPeer.h"
+#include "bench/peers/Library.h"
 #include "tools/sandbox/BusTrace.h"
 
 #include <CLI/CLI.hpp>

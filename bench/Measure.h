@@ -1,6 +1,6 @@
 #pragma once
 
-#include "peers/Peer.h"
+#include "bench/peers/Peer.h"
 
 #include <sys/types.h>
 

@@ -1,8 +1,8 @@
 // Measures the parts of the library that need no bus.
 
-#include "link/ApiCall.h"
-#include "link/Bytes.h"
-#include "link/Log.h"
+#include "src/link/ApiCall.h"
+#include "src/link/Bytes.h"
+#include "src/link/Log.h"
 #include <KivServiceInterface.h>
 
 #include <benchmark/benchmark.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Names.h"
+#include "bench/Names.h"
 
 #include <array>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // The server of the benchmarks: a GIO object that answers every client at once with the same values, and pushes events.
 
-#include "Names.h"
-#include "link/Owners.h"
+#include "bench/Names.h"
+#include "src/link/Owners.h"
 
 #include <cstdio>
 #include <fstream>

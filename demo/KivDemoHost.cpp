@@ -1,7 +1,7 @@
 // A small TV application. It shows step by step what a TV can do with network speakers.
 
-#include "LivingRoom.h"
-#include "Story.h"
+#include "demo/LivingRoom.h"
+#include "demo/Story.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/ranges.h>

@@ -1,6 +1,6 @@
-#include "LivingRoom.h"
+#include "demo/LivingRoom.h"
 
-#include "Story.h"
+#include "demo/Story.h"
 #include "simulator/HomeText.h"
 #include <KivServiceInterface.h>
 

@@ -1,6 +1,6 @@
-#include "Story.h"
+#include "demo/Story.h"
 
-#include "LivingRoom.h"
+#include "demo/LivingRoom.h"
 
 #include <fmt/color.h>
 #include <unistd.h>

@@ -1,7 +1,7 @@
-#include "Bus.h"
+#include "fuzz/Bus.h"
 
-#include "Target.h"
-#include "link/ClientEndpoint.h"
+#include "fuzz/Target.h"
+#include "src/link/ClientEndpoint.h"
 
 #include <algorithm>
 #include <array>

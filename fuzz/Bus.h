@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Input.h"
 #include "KivServiceInterface.h"
-#include "link/Owners.h"
+#include "fuzz/Input.h"
+#include "src/link/Owners.h"
 
 #include <string>
 

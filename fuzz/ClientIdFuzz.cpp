@@ -2,12 +2,12 @@
 // server gives first, a NUL, and the id that it gives after that. The bus answers the first request for a name when the
 // second id comes, or too late.
 
-#include "Bus.h"
-#include "Input.h"
 #include "KivServiceInterface.h"
-#include "Platform.h"
-#include "Target.h"
-#include "link/ClientEndpoint.h"
+#include "fuzz/Bus.h"
+#include "fuzz/Input.h"
+#include "fuzz/Platform.h"
+#include "fuzz/Target.h"
+#include "src/link/ClientEndpoint.h"
 
 #include <algorithm>
 #include <functional>

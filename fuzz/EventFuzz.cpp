@@ -1,12 +1,12 @@
 // Fuzzes calls of the client object. Input: an index into kCallees, and the arguments as an answer. An error stands for
 // no arguments.
 
-#include "Bus.h"
-#include "Input.h"
 #include "KivServiceInterface.h"
-#include "Target.h"
-#include "link/BusClient.h"
-#include "link/EventDispatch.h"
+#include "fuzz/Bus.h"
+#include "fuzz/Input.h"
+#include "fuzz/Target.h"
+#include "src/link/BusClient.h"
+#include "src/link/EventDispatch.h"
 
 #include <algorithm>
 #include <array>

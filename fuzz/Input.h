@@ -1,6 +1,6 @@
 #pragma once
 
-#include "link/Owners.h"
+#include "src/link/Owners.h"
 
 #include <algorithm>
 #include <cstddef>

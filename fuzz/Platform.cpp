@@ -1,10 +1,10 @@
 // The TV platform that the targets use: a log that prints nothing, but formats every line, and a device that has
 // network speakers.
 
-#include "platform/Platform.h"
+#include "src/platform/Platform.h"
 
-#include "Platform.h"
-#include "Target.h"
+#include "fuzz/Platform.h"
+#include "fuzz/Target.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // Runs a target on stored inputs. The arguments are files, and folders of files.
 
-#include "Target.h"
+#include "fuzz/Target.h"
 
 #include <cstdio>
 #include <exception>

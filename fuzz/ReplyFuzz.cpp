@@ -1,11 +1,11 @@
 // Fuzzes the replies of the server. Input: an index into kReaders, a byte that the reader may use, and the reply.
 
-#include "Bus.h"
-#include "Input.h"
 #include "KivServiceInterface.h"
-#include "Platform.h"
-#include "Target.h"
-#include "link/BusClient.h"
+#include "fuzz/Bus.h"
+#include "fuzz/Input.h"
+#include "fuzz/Platform.h"
+#include "fuzz/Target.h"
+#include "src/link/BusClient.h"
 
 #include <algorithm>
 #include <array>

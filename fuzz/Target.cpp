@@ -1,6 +1,6 @@
-#include "Target.h"
+#include "fuzz/Target.h"
 
-#include "Bus.h"
+#include "fuzz/Bus.h"
 
 #include <glib.h>
 #include <unistd.h>

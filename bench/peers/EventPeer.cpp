@@ -1,4 +1,4 @@
-#include "peers/EventPeer.h"
+#include "bench/peers/EventPeer.h"
 
 #include <algorithm>
 #include <cstdint>

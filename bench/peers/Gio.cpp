@@ -1,5 +1,5 @@
-#include "link/Owners.h"
-#include "peers/Peer.h"
+#include "bench/peers/Peer.h"
+#include "src/link/Owners.h"
 
 #include <unistd.h>
 

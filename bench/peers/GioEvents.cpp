@@ -1,6 +1,6 @@
-#include "Names.h"
-#include "link/Owners.h"
-#include "peers/EventPeer.h"
+#include "bench/Names.h"
+#include "bench/peers/EventPeer.h"
+#include "src/link/Owners.h"
 
 #include <stdexcept>
 #include <stop_token>

@@ -1,4 +1,4 @@
-#include "peers/Peer.h"
+#include "bench/peers/Peer.h"
 
 #include <dbus/dbus.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
-#include "peers/Library.h"
+#include "bench/peers/Library.h"
 
-#include "peers/Peer.h"
+#include "bench/peers/Peer.h"
 #include <KivServiceInterface.h>
 
 #include <dlfcn.h>

@@ -1,5 +1,5 @@
-#include "peers/EventPeer.h"
-#include "peers/Library.h"
+#include "bench/peers/EventPeer.h"
+#include "bench/peers/Library.h"
 #include <KivServiceInterface.h>
 
 #include <stdexcept>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Requests.h"
+#include "bench/Requests.h"
 
 #include <memory>
 #include <stdexcept>

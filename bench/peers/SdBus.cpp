@@ -1,4 +1,4 @@
-#include "peers/Peer.h"
+#include "bench/peers/Peer.h"
 
 #include <systemd/sd-bus.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-#include "Names.h"
-#include "peers/EventPeer.h"
+#include "bench/Names.h"
+#include "bench/peers/EventPeer.h"
 
 #include <systemd/sd-bus.h>
 

@@ -1,5 +1,5 @@
 #include "contract/ApiTest.h"
-#include "link/Owners.h"
+#include "src/link/Owners.h"
 #include "support/Life.h"
 #include "support/Wait.h"
 

@@ -1,5 +1,5 @@
 #include "contract/EventTest.h"
-#include "link/Owners.h"
+#include "src/link/Owners.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 

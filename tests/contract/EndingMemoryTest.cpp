@@ -1,6 +1,6 @@
 #include "KivServiceInterface.h"
 #include "contract/FailingMemory.h"
-#include "platform/Platform.h"
+#include "src/platform/Platform.h"
 #include "support/Server.h"
 #include "tools/sandbox/PrivateBus.h"
 

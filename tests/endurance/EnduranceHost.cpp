@@ -4,7 +4,7 @@
 #include "KivServiceInterface.h"
 #include "endurance/EveryFunction.h"
 #include "endurance/Heap.h"
-#include "platform/Platform.h"
+#include "src/platform/Platform.h"
 #include "support/Server.h"
 #include "support/Wait.h"
 

@@ -1,4 +1,4 @@
-#include "KivctlTest.h"
+#include "kivctl/KivctlTest.h"
 
 #include <unistd.h>
 
@@ -113,7 +113,8 @@ TEST_F(DoctorTest, FindsNothingWhereAllIsWell)
     EXPECT_THAT(text.out, Not(HasSubstr("->")));
     EXPECT_THAT(text.out, EndsWith("\nnothing is wrong: 0 problems, 0 notes, 10 ok, 0 skipped\n"));
     ExpectFindings(
-        {{"call", "ok: the server answers check_dbus_connection; other methods are not tried: try one with kivctl call"},
+        {{"call",
+          "ok: the server answers check_dbus_connection; other methods are not tried: try one with kivctl call"},
          {"events", StartsWith("ok: a test event arrived")}});
 }
 
@@ -310,8 +311,9 @@ TEST_F(DoctorTest, FindsThatThereIsNoBus)
     bus_.Kill();
     const auto found = Examine();
     EXPECT_THAT(
-        found.at("bus"),
-        StartsWith("problem: cannot be reached at " + bus_.Address() + " (from DBUS_SYSTEM_BUS_ADDRESS): Could not connect: "));
+        found.at("bus"), StartsWith(
+                             "problem: cannot be reached at " + bus_.Address() +
+                             " (from DBUS_SYSTEM_BUS_ADDRESS): Could not connect: "));
     EXPECT_THAT(
         Run({"doctor"}).out,
         HasSubstr("-> correct or unset DBUS_SYSTEM_BUS_ADDRESS, or start the bus that it names\n"));

@@ -1,4 +1,4 @@
-#include "KivctlTest.h"
+#include "kivctl/KivctlTest.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

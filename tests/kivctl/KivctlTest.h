@@ -1,6 +1,6 @@
 #pragma once
 
-#include "link/Owners.h"
+#include "src/link/Owners.h"
 #include "tools/sandbox/Connection.h"
 #include "tools/sandbox/PrivateBus.h"
 

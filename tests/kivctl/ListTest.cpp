@@ -1,4 +1,4 @@
-#include "KivctlTest.h"
+#include "kivctl/KivctlTest.h"
 
 namespace kiv::ctl::list_test {
 namespace {

@@ -1,4 +1,4 @@
-#include "KivctlTest.h"
+#include "kivctl/KivctlTest.h"
 
 namespace kiv::ctl::name_and_volume_test {
 namespace {

@@ -1,4 +1,4 @@
-#include "KivctlTest.h"
+#include "kivctl/KivctlTest.h"
 
 #include <filesystem>
 

@@ -1,4 +1,4 @@
-#include "link/Launch.h"
+#include "src/link/Launch.h"
 
 // Exports a function that starts the library's launch thread.
 extern "C" __attribute__((visibility("default"))) bool PreCheck()

@@ -1,6 +1,6 @@
 // Logs as the first argument says. Stands in for the journal and for syslog, and prints their lines on stdout.
 
-#include "platform/Platform.h"
+#include "src/platform/Platform.h"
 #include "support/Wait.h"
 
 #include <sys/mman.h>

@@ -1,4 +1,4 @@
-#include "platform/Platform.h"
+#include "src/platform/Platform.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "Calls.h"
-#include "Sandbox.h"
+#include "sandbox/Calls.h"
+#include "sandbox/Sandbox.h"
 #include "tools/sandbox/Connection.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 #include "tools/sandbox/BusTrace.h"
 
-#include "Calls.h"
+#include "sandbox/Calls.h"
 #include "simulator/Glib.h"
 #include "tools/sandbox/Connection.h"
 #include "tools/sandbox/PrivateBus.h"

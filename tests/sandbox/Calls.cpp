@@ -1,4 +1,4 @@
-#include "Calls.h"
+#include "sandbox/Calls.h"
 
 #include <climits>
 #include <stdexcept>

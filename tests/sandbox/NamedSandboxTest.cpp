@@ -1,5 +1,5 @@
-#include "Matchers.h"
-#include "Sandbox.h"
+#include "sandbox/Matchers.h"
+#include "sandbox/Sandbox.h"
 #include "support/Wait.h"
 
 #include <gtest/gtest.h>

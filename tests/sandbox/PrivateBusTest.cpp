@@ -1,7 +1,7 @@
 #include "tools/sandbox/PrivateBus.h"
 
-#include "Calls.h"
-#include "Processes.h"
+#include "sandbox/Calls.h"
+#include "sandbox/Processes.h"
 #include "tools/sandbox/Connection.h"
 
 #include <gtest/gtest.h>

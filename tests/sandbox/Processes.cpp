@@ -1,4 +1,4 @@
-#include "Processes.h"
+#include "sandbox/Processes.h"
 
 #include "support/Wait.h"
 #include "tools/sandbox/Files.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Processes.h"
+#include "sandbox/Processes.h"
 
 #include <sys/types.h>
 

@@ -1,8 +1,8 @@
-#include "Sandbox.h"
+#include "sandbox/Sandbox.h"
 
-#include "Calls.h"
-#include "Matchers.h"
-#include "Processes.h"
+#include "sandbox/Calls.h"
+#include "sandbox/Matchers.h"
+#include "sandbox/Processes.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 

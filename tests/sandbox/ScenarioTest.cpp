@@ -1,6 +1,6 @@
-#include "Calls.h"
-#include "Matchers.h"
-#include "Sandbox.h"
+#include "sandbox/Calls.h"
+#include "sandbox/Matchers.h"
+#include "sandbox/Sandbox.h"
 #include "simulator/BusObject.h"
 #include "simulator/Interfaces.h"
 #include "support/Wait.h"
@@ -26,19 +26,20 @@ constexpr auto kServer = "org.lumra.tv.networkspeaker.server";
 const std::string kControl = "kiv-sandbox control: ";
 
 // Shell functions: "watch" subscribes to events, and "event" prints the next one.
-const std::string kEventFunctions = "watch() {\n"
-                                    "    events=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/events\n"
-                                    "    mkfifo \"$events\"\n"
-                                    "    kivctl monitor >\"$events\" 2>&1 &\n"
-                                    "    exec 3<\"$events\"\n"
-                                    "    # On a busy machine, the monitor first says what it waits for.\n"
-                                    "    until case $ready in *': ready, '*) true ;; *) false ;; esac; do read ready <&3; done\n"
-                                    "}\n"
-                                    "event() {\n"
-                                    "    while read line <&3; do\n"
-                                    "        case $line in *' event '*) echo \"${line#* }\"; return ;; esac\n"
-                                    "    done\n"
-                                    "}\n";
+const std::string kEventFunctions =
+    "watch() {\n"
+    "    events=$(dirname \"$KIV_SYSTEM_INFO_FILE\")/events\n"
+    "    mkfifo \"$events\"\n"
+    "    kivctl monitor >\"$events\" 2>&1 &\n"
+    "    exec 3<\"$events\"\n"
+    "    # On a busy machine, the monitor first says what it waits for.\n"
+    "    until case $ready in *': ready, '*) true ;; *) false ;; esac; do read ready <&3; done\n"
+    "}\n"
+    "event() {\n"
+    "    while read line <&3; do\n"
+    "        case $line in *' event '*) echo \"${line#* }\"; return ;; esac\n"
+    "    done\n"
+    "}\n";
 
 // Runs a script in a sandbox.
 Outcome InSandbox(const std::string& script, std::vector<std::string> options = {})

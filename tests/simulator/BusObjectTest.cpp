@@ -1,6 +1,6 @@
 #include "simulator/BusObject.h"
 
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 
 namespace kiv::simulator::bus_object_test {
 namespace {

@@ -1,5 +1,5 @@
-#include "SimulatorTest.h"
 #include "simulator/Interfaces.h"
+#include "simulator/SimulatorTest.h"
 #include "support/Wait.h"
 
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "simulator/Faults.h"
 
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "simulator/Home.h"
 
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,9 +1,9 @@
 #include "simulator/Methods.h"
 
-#include "SimulatorTest.h"
 #include "simulator/Clients.h"
 #include "simulator/Home.h"
 #include "simulator/Interfaces.h"
+#include "simulator/SimulatorTest.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
-#include "SimulatorTest.h"
 #include "sandbox/Processes.h"
 #include "simulator/Interfaces.h"
+#include "simulator/SimulatorTest.h"
 #include "support/Wait.h"
 
 #include <fstream>

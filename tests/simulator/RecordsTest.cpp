@@ -1,6 +1,6 @@
 #include "simulator/Records.h"
 
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 
 #include <nlohmann/json.hpp>
 

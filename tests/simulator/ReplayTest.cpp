@@ -1,9 +1,9 @@
 #include "simulator/Replay.h"
 
-#include "SimulatorTest.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Recording.h"
 #include "simulator/ShortText.h"
+#include "simulator/SimulatorTest.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

@@ -1,6 +1,6 @@
 #include "simulator/Scenario.h"
 
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 #include "simulator/World.h"
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 
 #include <array>
 #include <chrono>

@@ -1,6 +1,6 @@
 #include "simulator/Soundbar.h"
 
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 
 namespace kiv::simulator {
 namespace {

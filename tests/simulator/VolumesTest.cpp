@@ -1,6 +1,6 @@
 #include "simulator/Volumes.h"
 
-#include "SimulatorTest.h"
+#include "simulator/SimulatorTest.h"
 
 #include <climits>
 

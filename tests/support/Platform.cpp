@@ -1,6 +1,6 @@
 #include "support/Platform.h"
 
-#include "platform/Platform.h"
+#include "src/platform/Platform.h"
 #include "support/Wait.h"
 
 #include <gtest/gtest.h>

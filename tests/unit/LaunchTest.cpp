@@ -1,4 +1,4 @@
-#include "link/Launch.h"
+#include "src/link/Launch.h"
 
 #include "support/BusTest.h"
 #include "support/Gate.h"

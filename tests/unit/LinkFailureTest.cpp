@@ -1,5 +1,5 @@
-#include "link/ClientEndpoint.h"
-#include "link/EventDispatch.h"
+#include "src/link/ClientEndpoint.h"
+#include "src/link/EventDispatch.h"
 #include "support/BusTest.h"
 #include "support/Gate.h"
 #include "support/Wait.h"

@@ -1,5 +1,5 @@
-#include "link/MonitorThread.h"
-#include "link/SystemBus.h"
+#include "src/link/MonitorThread.h"
+#include "src/link/SystemBus.h"
 #include "support/BusTest.h"
 #include "support/Life.h"
 #include "unit/Failures.h"

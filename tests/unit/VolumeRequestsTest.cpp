@@ -1,4 +1,4 @@
-#include "settings/VolumeRequests.h"
+#include "src/settings/VolumeRequests.h"
 
 #include "contract/ApiTest.h"
 

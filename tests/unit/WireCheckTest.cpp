@@ -1,6 +1,6 @@
-#include "link/WireCheck.h"
+#include "src/link/WireCheck.h"
 
-#include "link/Owners.h"
+#include "src/link/Owners.h"
 #include "support/BusTest.h"
 #include "tools/sandbox/Connection.h"
 

@@ -1,4 +1,4 @@
-#include "Alarm.h"
+#include "tools/kivctl/Alarm.h"
 
 #include <csignal>
 #include <utility>

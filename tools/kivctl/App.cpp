@@ -1,8 +1,8 @@
-#include "App.h"
+#include "tools/kivctl/App.h"
 
-#include "Arguments.h"
-#include "Examples.h"
-#include "Words.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/Examples.h"
+#include "tools/kivctl/Words.h"
 
 #include <fmt/format.h>
 

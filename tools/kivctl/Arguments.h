@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Command.h"
-#include "Values.h"
+#include "tools/kivctl/Command.h"
+#include "tools/kivctl/Values.h"
 
 #include <CLI/CLI.hpp>
 

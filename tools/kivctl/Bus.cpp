@@ -1,6 +1,6 @@
-#include "Bus.h"
+#include "tools/kivctl/Bus.h"
 
-#include "MainLoop.h"
+#include "tools/kivctl/MainLoop.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
-#include "CallLog.h"
+#include "tools/kivctl/CallLog.h"
 
-#include "CallWatch.h"
 #include "src/platform/Platform.h"
+#include "tools/kivctl/CallWatch.h"
 
 #include <dlfcn.h>
 #include <fmt/format.h>

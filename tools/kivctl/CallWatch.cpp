@@ -1,6 +1,6 @@
-#include "CallWatch.h"
+#include "tools/kivctl/CallWatch.h"
 
-#include "Bus.h"
+#include "tools/kivctl/Bus.h"
 
 #include <fmt/format.h>
 #include <gio/gio.h>

@@ -1,11 +1,11 @@
-#include "Checks.h"
+#include "tools/kivctl/Checks.h"
 
-#include "Alarm.h"
-#include "Bus.h"
-#include "CallWatch.h"
-#include "Diagnosis.h"
-#include "Feature.h"
-#include "MainLoop.h"
+#include "tools/kivctl/Alarm.h"
+#include "tools/kivctl/Bus.h"
+#include "tools/kivctl/CallWatch.h"
+#include "tools/kivctl/Diagnosis.h"
+#include "tools/kivctl/Feature.h"
+#include "tools/kivctl/MainLoop.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

@@ -1,10 +1,10 @@
-#include "Command.h"
+#include "tools/kivctl/Command.h"
 
-#include "Bus.h"
-#include "CallLog.h"
-#include "CallWatch.h"
-#include "Diagnosis.h"
 #include "simulator/Replay.h"
+#include "tools/kivctl/Bus.h"
+#include "tools/kivctl/CallLog.h"
+#include "tools/kivctl/CallWatch.h"
+#include "tools/kivctl/Diagnosis.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Output.h"
+#include "tools/kivctl/Output.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
-#include "Completion.h"
+#include "tools/kivctl/Completion.h"
 
-#include "Words.h"
+#include "tools/kivctl/Words.h"
 
 #include <fmt/format.h>
 

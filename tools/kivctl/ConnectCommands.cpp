@@ -1,5 +1,5 @@
-#include "Arguments.h"
-#include "SpeakerList.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/SpeakerList.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

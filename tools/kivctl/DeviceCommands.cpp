@@ -1,7 +1,7 @@
-#include "Command.h"
-#include "Doctor.h"
-#include "Explain.h"
-#include "Feature.h"
+#include "tools/kivctl/Command.h"
+#include "tools/kivctl/Doctor.h"
+#include "tools/kivctl/Explain.h"
+#include "tools/kivctl/Feature.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

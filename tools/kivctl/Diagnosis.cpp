@@ -1,4 +1,4 @@
-#include "Diagnosis.h"
+#include "tools/kivctl/Diagnosis.h"
 
 #include "simulator/Replay.h"
 

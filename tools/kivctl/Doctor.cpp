@@ -1,9 +1,9 @@
-#include "Doctor.h"
+#include "tools/kivctl/Doctor.h"
 
-#include "Alarm.h"
-#include "Checks.h"
-#include "KeptLines.h"
-#include "TimeLimit.h"
+#include "tools/kivctl/Alarm.h"
+#include "tools/kivctl/Checks.h"
+#include "tools/kivctl/KeptLines.h"
+#include "tools/kivctl/TimeLimit.h"
 
 #include <fmt/format.h>
 

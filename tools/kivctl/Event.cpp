@@ -1,4 +1,4 @@
-#include "Event.h"
+#include "tools/kivctl/Event.h"
 
 #include "tools/Harmless.h"
 #include <KivServiceInterface.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Layout.h"
-#include "Output.h"
+#include "tools/kivctl/Layout.h"
+#include "tools/kivctl/Output.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
-#include "Arguments.h"
-#include "Layout.h"
-#include "Monitor.h"
-#include "UntilStopped.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/Layout.h"
+#include "tools/kivctl/Monitor.h"
+#include "tools/kivctl/UntilStopped.h"
 #include <KivServiceInterface.h>
 
 #include <chrono>

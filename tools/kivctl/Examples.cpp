@@ -1,4 +1,4 @@
-#include "Examples.h"
+#include "tools/kivctl/Examples.h"
 
 #include <map>
 

@@ -1,6 +1,6 @@
-#include "Explain.h"
+#include "tools/kivctl/Explain.h"
 
-#include "LogLines.h"
+#include "tools/kivctl/LogLines.h"
 
 #include <fmt/format.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Command.h"
+#include "tools/kivctl/Command.h"
 
 #include <string>
 

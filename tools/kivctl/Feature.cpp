@@ -1,4 +1,4 @@
-#include "Feature.h"
+#include "tools/kivctl/Feature.h"
 
 #include <fmt/format.h>
 #include <glib.h>

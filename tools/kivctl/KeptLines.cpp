@@ -1,4 +1,4 @@
-#include "KeptLines.h"
+#include "tools/kivctl/KeptLines.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

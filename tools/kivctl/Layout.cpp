@@ -1,8 +1,8 @@
-#include "Layout.h"
+#include "tools/kivctl/Layout.h"
 
-#include "Arguments.h"
-#include "Command.h"
 #include "tools/Harmless.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/Command.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

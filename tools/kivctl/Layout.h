@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Output.h"
-#include "Values.h"
+#include "tools/kivctl/Output.h"
+#include "tools/kivctl/Values.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
-#include "Arguments.h"
-#include "CallWatch.h"
-#include "Layout.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/CallWatch.h"
+#include "tools/kivctl/Layout.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-#include "LogLines.h"
+#include "tools/kivctl/LogLines.h"
 
 #include <fmt/format.h>
 #include <glib.h>

@@ -1,4 +1,4 @@
-#include "MainLoop.h"
+#include "tools/kivctl/MainLoop.h"
 
 #include <glib.h>
 

@@ -1,8 +1,8 @@
-#include "ManPage.h"
+#include "tools/kivctl/ManPage.h"
 
-#include "Examples.h"
-#include "LogLines.h"
-#include "Words.h"
+#include "tools/kivctl/Examples.h"
+#include "tools/kivctl/LogLines.h"
+#include "tools/kivctl/Words.h"
 
 #include <fmt/format.h>
 

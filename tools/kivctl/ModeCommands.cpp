@@ -1,7 +1,7 @@
-#include "Arguments.h"
-#include "Bus.h"
-#include "CallLog.h"
-#include "Completion.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/Bus.h"
+#include "tools/kivctl/CallLog.h"
+#include "tools/kivctl/Completion.h"
 #include <KivServiceInterface.h>
 
 namespace kiv::ctl {

@@ -1,11 +1,11 @@
-#include "Monitor.h"
+#include "tools/kivctl/Monitor.h"
 
-#include "Alarm.h"
-#include "Bus.h"
-#include "CallWatch.h"
-#include "Event.h"
-#include "KeptLines.h"
-#include "Values.h"
+#include "tools/kivctl/Alarm.h"
+#include "tools/kivctl/Bus.h"
+#include "tools/kivctl/CallWatch.h"
+#include "tools/kivctl/Event.h"
+#include "tools/kivctl/KeptLines.h"
+#include "tools/kivctl/Values.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>

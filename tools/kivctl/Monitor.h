@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Command.h"
-#include "Layout.h"
+#include "tools/kivctl/Command.h"
+#include "tools/kivctl/Layout.h"
 #include <KivServiceInterface.h>
 
 #include <atomic>

@@ -1,7 +1,7 @@
-#include "Arguments.h"
-#include "Layout.h"
-#include "SpeakerList.h"
-#include "VolumeReports.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/Layout.h"
+#include "tools/kivctl/SpeakerList.h"
+#include "tools/kivctl/VolumeReports.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

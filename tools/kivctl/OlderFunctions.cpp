@@ -1,4 +1,4 @@
-#include "Command.h"
+#include "tools/kivctl/Command.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

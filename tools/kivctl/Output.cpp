@@ -1,6 +1,6 @@
-#include "Output.h"
+#include "tools/kivctl/Output.h"
 
-#include "KeptLines.h"
+#include "tools/kivctl/KeptLines.h"
 
 #include <fmt/format.h>
 

@@ -1,5 +1,5 @@
-#include "Arguments.h"
-#include "Completion.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/Completion.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

@@ -1,6 +1,6 @@
-#include "Arguments.h"
-#include "Completion.h"
-#include "SpeakerList.h"
+#include "tools/kivctl/Arguments.h"
+#include "tools/kivctl/Completion.h"
+#include "tools/kivctl/SpeakerList.h"
 #include <KivServiceInterface.h>
 
 namespace kiv::ctl {

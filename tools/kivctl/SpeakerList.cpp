@@ -1,6 +1,6 @@
-#include "SpeakerList.h"
+#include "tools/kivctl/SpeakerList.h"
 
-#include "Arguments.h"
+#include "tools/kivctl/Arguments.h"
 
 #include <fmt/format.h>
 

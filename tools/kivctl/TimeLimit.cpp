@@ -1,6 +1,6 @@
-#include "TimeLimit.h"
+#include "tools/kivctl/TimeLimit.h"
 
-#include "Command.h"
+#include "tools/kivctl/Command.h"
 
 #include <cstdlib>
 #include <mutex>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Alarm.h"
+#include "tools/kivctl/Alarm.h"
 
 #include <chrono>
 #include <functional>

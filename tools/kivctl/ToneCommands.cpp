@@ -1,4 +1,4 @@
-#include "Arguments.h"
+#include "tools/kivctl/Arguments.h"
 #include <KivServiceInterface.h>
 
 namespace kiv::ctl {

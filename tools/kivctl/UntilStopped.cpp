@@ -1,4 +1,4 @@
-#include "UntilStopped.h"
+#include "tools/kivctl/UntilStopped.h"
 
 #include <pthread.h>
 

@@ -1,8 +1,8 @@
-#include "Values.h"
+#include "tools/kivctl/Values.h"
 
-#include "Command.h"
 #include "tools/Harmless.h"
 #include "tools/WrittenBytes.h"
+#include "tools/kivctl/Command.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>

@@ -1,8 +1,8 @@
-#include "VolumeReports.h"
+#include "tools/kivctl/VolumeReports.h"
 
-#include "Bus.h"
-#include "Event.h"
-#include "MainLoop.h"
+#include "tools/kivctl/Bus.h"
+#include "tools/kivctl/Event.h"
+#include "tools/kivctl/MainLoop.h"
 #include <KivServiceInterface.h>
 
 #include <fmt/format.h>

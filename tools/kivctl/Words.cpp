@@ -1,4 +1,4 @@
-#include "Words.h"
+#include "tools/kivctl/Words.h"
 
 #include "tools/Nearest.h"
 

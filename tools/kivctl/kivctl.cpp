@@ -1,11 +1,11 @@
-#include "Alarm.h"
-#include "App.h"
-#include "CallWatch.h"
-#include "Completion.h"
-#include "KeptLines.h"
-#include "ManPage.h"
-#include "TimeLimit.h"
-#include "Words.h"
+#include "tools/kivctl/Alarm.h"
+#include "tools/kivctl/App.h"
+#include "tools/kivctl/CallWatch.h"
+#include "tools/kivctl/Completion.h"
+#include "tools/kivctl/KeptLines.h"
+#include "tools/kivctl/ManPage.h"
+#include "tools/kivctl/TimeLimit.h"
+#include "tools/kivctl/Words.h"
 #include <KivServiceInterface.h>
 
 #include <CLI/CLI.hpp>

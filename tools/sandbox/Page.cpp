@@ -1,6 +1,6 @@
-#include "Page.h"
+#include "tools/sandbox/Page.h"
 
-#include "ScenarioFiles.h"
+#include "tools/sandbox/ScenarioFiles.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

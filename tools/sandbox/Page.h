@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Keeper.h"
+#include "tools/sandbox/Keeper.h"
 
 #include <string>
 #include <thread>

@@ -1,11 +1,11 @@
-#include "page/LiveSandbox.h"
+#include "tools/sandbox/page/LiveSandbox.h"
 
-#include "BusFault.h"
 #include "simulator/Interfaces.h"
 #include "simulator/Wire.h"
 #include "tools/kivctl/Diagnosis.h"
 #include "tools/kivctl/Event.h"
 #include "tools/kivctl/LogLines.h"
+#include "tools/sandbox/BusFault.h"
 
 #include <fmt/format.h>
 #include <gio/gunixsocketaddress.h>

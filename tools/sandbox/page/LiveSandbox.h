@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Recorder.h"
-#include "page/History.h"
+#include "tools/sandbox/Recorder.h"
+#include "tools/sandbox/page/History.h"
 
 #include <gio/gio.h>
 #include <nlohmann/json_fwd.hpp>

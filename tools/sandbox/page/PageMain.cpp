@@ -3,14 +3,14 @@
 // Serves the page of the sandbox whose bus DBUS_SYSTEM_BUS_ADDRESS names, or of a recording. SANDBOX is the path of
 // kiv-sandbox, whose commands the page runs. SCENARIOS is the list that --list-scenarios prints.
 
-#include "Keeper.h"
-#include "page/LiveSandbox.h"
-#include "page/PageServer.h"
-#include "page/Pcap.h"
 #include "simulator/BusObject.h"
 #include "simulator/Interfaces.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Recording.h"
+#include "tools/sandbox/Keeper.h"
+#include "tools/sandbox/page/LiveSandbox.h"
+#include "tools/sandbox/page/PageServer.h"
+#include "tools/sandbox/page/Pcap.h"
 
 #include <fmt/format.h>
 #include <glib-unix.h>

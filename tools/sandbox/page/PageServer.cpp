@@ -1,7 +1,7 @@
-#include "page/PageServer.h"
+#include "tools/sandbox/page/PageServer.h"
 
-#include "page/Assets.h"
 #include "simulator/Glib.h"
+#include "tools/sandbox/page/Assets.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

@@ -1,4 +1,4 @@
-#include "page/Pcap.h"
+#include "tools/sandbox/page/Pcap.h"
 
 #include "simulator/Glib.h"
 #include "simulator/Interfaces.h"

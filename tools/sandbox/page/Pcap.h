@@ -1,6 +1,6 @@
 #pragma once
 
-#include "page/History.h"
+#include "tools/sandbox/page/History.h"
 
 #include <cstdint>
 #include <string>
