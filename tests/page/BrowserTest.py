@@ -109,7 +109,7 @@ def test_speakers_that_play_test_and_change_are_seen(page, browser):
 
 
 def test_a_change_is_seen_within_100_ms_of_its_call(page, browser):
-    """Returns the best of several measurements, because other processes may use the processor."""
+    # The best of several measurements counts, because other processes may use the processor.
     browser.execute_script("""
         window.seen = {};
         new MutationObserver(() => document.querySelectorAll('.speaker').forEach(speaker => {

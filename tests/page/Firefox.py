@@ -3,8 +3,6 @@
 A message is its length, a colon, and a list in JSON: [0, number, command, parameters], answered by [1, number, error, result].
 """
 
-from __future__ import annotations
-
 import base64
 import json
 import os
@@ -12,7 +10,6 @@ import shutil
 import socket
 import subprocess
 import tempfile
-from typing import Any
 
 from Page import wait_for
 from selenium.webdriver.common.by import By
@@ -32,30 +29,30 @@ PREFERENCES = {
 
 
 class Element:
-    def __init__(self, browser: Firefox, reference: str) -> None:
+    def __init__(self, browser, reference):
         self.browser = browser
         self.reference = reference
 
-    def _ask(self, command: str, **parameters: Any) -> Any:
+    def _ask(self, command, **parameters):
         return self.browser.ask(f"WebDriver:{command}", id=self.reference, **parameters)
 
-    def click(self) -> None:
+    def click(self):
         self._ask("ElementClick")
 
-    def clear(self) -> None:
+    def clear(self):
         self._ask("ElementClear")
 
-    def send_keys(self, text: str) -> None:
+    def send_keys(self, text):
         self._ask("ElementSendKeys", text=text)
 
-    def is_displayed(self) -> bool:
+    def is_displayed(self):
         return bool(self._ask("IsElementDisplayed"))
 
 
 class Firefox:
     """Has the methods of selenium's browser that the tests use."""
 
-    def __init__(self, width: int = 1280, height: int = 1000) -> None:
+    def __init__(self, width=1280, height=1000):
         self._profile = tempfile.mkdtemp()
         with open(os.path.join(self._profile, "user.js"), "w", encoding="utf-8") as file:
             for name, value in {**PREFERENCES, "browser.download.dir": self._profile}.items():
@@ -70,7 +67,7 @@ class Firefox:
         self._read()
         self.ask("WebDriver:NewSession", capabilities={})
 
-    def _port(self) -> str:
+    def _port(self):
         assert self._process.poll() is None, "Firefox has ended"
         try:
             with open(os.path.join(self._profile, "MarionetteActivePort"), encoding="utf-8") as file:
@@ -78,14 +75,14 @@ class Firefox:
         except FileNotFoundError:
             return ""
 
-    def _read(self) -> Any:
+    def _read(self):
         length = b""
         while (byte := self._reader.read(1)) != b":":
             assert byte, "Firefox has gone"
             length += byte
         return json.loads(self._reader.read(int(length)))
 
-    def ask(self, command: str, **parameters: Any) -> Any:
+    def ask(self, command, **parameters):
         self._number += 1
         message = json.dumps([0, self._number, command, parameters]).encode()
         self._socket.sendall(str(len(message)).encode() + b":" + message)
@@ -94,32 +91,32 @@ class Firefox:
         assert error is None, f"{command}: {error}"
         return result.get("value") if isinstance(result, dict) else result
 
-    def get(self, address: str) -> None:
+    def get(self, address):
         self.ask("WebDriver:Navigate", url=address)
 
-    def refresh(self) -> None:
+    def refresh(self):
         self.ask("WebDriver:Refresh")
 
     @property
-    def title(self) -> str:
+    def title(self):
         return str(self.ask("WebDriver:GetTitle"))
 
-    def execute_script(self, script: str, *arguments: Any) -> Any:
+    def execute_script(self, script, *arguments):
         return self.ask("WebDriver:ExecuteScript", script=script, args=list(arguments))
 
-    def find_elements(self, by: str, value: str) -> list[Element]:
+    def find_elements(self, by, value):
         selector = f"#{value}" if by == By.ID else value
         found = self.ask("WebDriver:FindElements", using="css selector", value=selector)
         return [Element(self, each[ELEMENT]) for each in found]
 
-    def find_element(self, by: str, value: str) -> Element:
+    def find_element(self, by, value):
         return self.find_elements(by, value)[0]
 
-    def save_screenshot(self, file: str) -> None:
+    def save_screenshot(self, file):
         with open(file, "wb") as picture:
             picture.write(base64.b64decode(self.ask("WebDriver:TakeScreenshot", full=False)))
 
-    def use_theme(self, theme: str) -> None:
+    def use_theme(self, theme):
         """Sets the theme, which is "light" or "dark"."""
         self.ask("Marionette:SetContext", value="chrome")
         self.execute_script(
@@ -127,10 +124,10 @@ class Firefox:
             {"dark": 0, "light": 1}[theme])
         self.ask("Marionette:SetContext", value="content")
 
-    def downloads(self) -> str:
+    def downloads(self):
         return self._profile
 
-    def quit(self) -> None:
+    def quit(self):
         self._process.terminate()
         self._process.wait()
         shutil.rmtree(self._profile, ignore_errors=True)

@@ -1,7 +1,5 @@
 """Runs a sandbox with a page, and sends requests to it."""
 
-from __future__ import annotations
-
 import contextlib
 import http.client
 import json
@@ -11,14 +9,12 @@ import subprocess
 import threading
 import time
 import urllib.parse
-from collections.abc import Callable, Iterator
-from typing import Any
 
 PROGRAM = os.environ["KIV_SANDBOX"]
 LONGEST_WAIT = 30
 
 
-def wait_for(condition: Callable[[], Any], what: str, limit: float = LONGEST_WAIT) -> Any:
+def wait_for(condition, what, limit=LONGEST_WAIT):
     """Waits until the condition returns a true value, and returns that."""
     end = time.monotonic() + limit
     while not (value := condition()):
@@ -30,33 +26,30 @@ def wait_for(condition: Callable[[], Any], what: str, limit: float = LONGEST_WAI
 class Page:
     """A running kiv-sandbox that has printed the address of its page."""
 
-    def __init__(self, process: subprocess.Popen[str]) -> None:
+    def __init__(self, process):
         self.process = process
-        self.errors: list[str] = []
+        self.errors = []
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
         self.address = wait_for(self._find_address, "the address of the page")
         self.parts = urllib.parse.urlsplit(self.address)
 
-    def _read(self) -> None:
-        assert self.process.stderr is not None
+    def _read(self):
         for line in self.process.stderr:
             self.errors.append(line)
 
-    def _find_address(self) -> str | None:
+    def _find_address(self):
         assert self.process.poll() is None or self.errors, "the sandbox has ended"
         found = re.search(r"the page is (http://\S+)", "".join(self.errors))
         return found and found[1]
 
-    def say(self, line: str) -> None:
+    def say(self, line):
         """Makes the shell in the sandbox run a line."""
-        assert self.process.stdin is not None
         self.process.stdin.write(line + "\n")
         self.process.stdin.flush()
 
-    def run(self, line: str) -> str:
+    def run(self, line):
         """Runs a line in the shell, and returns its output."""
-        assert self.process.stdout is not None
         self.say(f"{line}; echo; echo --- done")
         printed = []
         while (read := self.process.stdout.readline()) != "--- done\n":
@@ -64,7 +57,7 @@ class Page:
             printed.append(read)
         return "".join(printed).strip()
 
-    def send(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> http.client.HTTPConnection:
+    def send(self, path="", method="GET", body=None, **headers):
         """Sends a request. A header that is None is left out."""
         connection = http.client.HTTPConnection(self.parts.hostname or "", self.parts.port, timeout=LONGEST_WAIT)
         given = {"Host": self.parts.netloc, "Origin": f"http://{self.parts.netloc}" if method == "POST" else None, **headers}
@@ -77,17 +70,17 @@ class Page:
         connection.endheaders(body.encode() if body is not None else None)
         return connection
 
-    def ask(self, path: str = "", method: str = "GET", body: str | None = None, **headers: str | None) -> Any:
+    def ask(self, path="", method="GET", body=None, **headers):
         """Sends a request, and returns the answer."""
         return self.send(path, method, body, **headers).getresponse()
 
-    def control(self, *words: str) -> dict[str, Any]:
+    def control(self, *words):
         """Sends the request of a button."""
         response = self.ask("control", "POST", json.dumps(words))
         assert response.status == 200, response.status
         return json.loads(response.read())
 
-    def events(self, **headers: str) -> Iterator[dict[str, Any]]:
+    def events(self, **headers):
         """Yields each line and each state that a viewer gets."""
         response = self.ask("events", **headers)
         assert response.status == 200, response.status
@@ -97,7 +90,7 @@ class Page:
             if line.startswith(b"data: "):
                 yield json.loads(line[len(b"data: ") :])
 
-    def child(self, name: str) -> int:
+    def child(self, name):
         """Returns the id of a process of the sandbox that runs this program."""
         for pid in filter(str.isdigit, os.listdir("/proc")):
             with contextlib.suppress(OSError):
@@ -108,7 +101,7 @@ class Page:
 
 
 @contextlib.contextmanager
-def sandbox(*options: str, command: tuple[str, ...] = ("sh", "-s"), **environment: str) -> Iterator[Page]:
+def sandbox(*options, command=("sh", "-s"), **environment):
     """Runs a sandbox with a page, and a shell in it."""
     process = subprocess.Popen(
         ["sh", "-c", 'KIV_PAGE_TEST=$$ exec "$0" "$@"', PROGRAM, *options, *(("--", *command) if command else ())],
@@ -117,7 +110,6 @@ def sandbox(*options: str, command: tuple[str, ...] = ("sh", "-s"), **environmen
     try:
         yield Page(process)
     finally:
-        assert process.stdin is not None
         process.stdin.close()
         if not command:
             process.terminate()
