@@ -18,10 +18,10 @@ std::atomic<long> g_missing;
 
 link::VariantOwner Call(GDBusConnection* bus, const Destination& to, const char* method, GVariant* arguments)
 {
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     link::VariantOwner answer(g_dbus_connection_call_sync(
         bus, to.name, to.path, to.interface, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr,
-        &error));
+        error.Out()));
     if (!answer) {
         throw std::runtime_error(std::string(method) + ": " + error->message);
     }

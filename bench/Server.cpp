@@ -70,8 +70,9 @@ private:
 
     static void OnAnswer(GObject* connection, GAsyncResult* result, gpointer self)
     {
-        g_autoptr(GError) error = nullptr;
-        const link::VariantOwner answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, &error));
+        link::ErrorOwner error;
+        const link::VariantOwner answer(
+            g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, error.Out()));
         if (!answer) {
             g_error("an event failed: %s", error->message);
         }
@@ -133,7 +134,7 @@ void OnControlCall(
 void Register(GDBusConnection* connection, const std::string& xml, GDBusInterfaceMethodCallFunc handler)
 {
     const GDBusInterfaceVTable vtable = {handler, nullptr, nullptr, {}};
-    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
+    const link::NodeInfoOwner node(g_dbus_node_info_new_for_xml(xml.c_str(), nullptr));
     if (node == nullptr || g_dbus_connection_register_object(
                                connection, kServerPath, node->interfaces[0], &vtable, nullptr, nullptr, nullptr) == 0) {
         throw std::runtime_error("the object cannot be registered");
@@ -148,8 +149,8 @@ std::string Read(const char* file)
 
 void Serve()
 {
-    g_autoptr(GError) error = nullptr;
-    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    link::ErrorOwner error;
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, error.Out());
     if (bus == nullptr) {
         throw std::runtime_error(error->message);
     }

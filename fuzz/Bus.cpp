@@ -75,8 +75,8 @@ Answer ReadAnswer(Input& input)
     }
     const std::string type = "(" + (IsSignature(signature) ? signature : "ay") + ")";
     const Bytes rest = input.Rest();
-    g_autoptr(GBytes) bytes = g_bytes_new(rest.data(), rest.size());
-    return {Sink(g_variant_new_from_bytes(G_VARIANT_TYPE(type.c_str()), bytes, FALSE)), {}};
+    const link::BytesOwner bytes(g_bytes_new(rest.data(), rest.size()));
+    return {Sink(g_variant_new_from_bytes(G_VARIANT_TYPE(type.c_str()), bytes.get(), FALSE)), {}};
 }
 
 Answering::Answering(Question question, const Answer& answer) : question_(question)

@@ -13,7 +13,7 @@
 #include <string_view>
 
 using namespace kiv::fuzz;
-using kiv::link::Releaser;
+using kiv::link::ObjectOwner;
 
 namespace {
 
@@ -65,8 +65,7 @@ public:
     bool IsGivenBack() const { return object_->ref_count == 1; }
 
 private:
-    std::unique_ptr<GObject, Releaser<g_object_unref>> object_{
-        static_cast<GObject*>(g_object_new(G_TYPE_OBJECT, nullptr))};
+    ObjectOwner<GObject> object_{static_cast<GObject*>(g_object_new(G_TYPE_OBJECT, nullptr))};
 };
 
 Bytes PayloadOf(GVariant* arguments)

@@ -5,8 +5,8 @@
 
 // libFuzzer, or Replay.cpp, calls these functions.
 extern "C" {
-// Is the same for all targets: connects the library's client. From then on, a warning or critical of GLib counts as a
-// finding. May start the program again.
+// Connects the library's client, in the same way for all targets. From then on, a warning or critical of GLib counts as
+// a finding. May start the program again.
 int LLVMFuzzerInitialize(int* argc, char*** argv);
 // Every target defines this function.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);

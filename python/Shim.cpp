@@ -1,5 +1,6 @@
 // Does what Python cannot do with the library by itself: handles vectors, uses a class, and waits on the bus.
 
+#include "src/link/Owners.h"
 #include <KivServiceInterface.h>
 
 #include <unistd.h>
@@ -34,6 +35,8 @@ KIV_PYTHON_VECTOR(STNetSpkListInfo)
 KIV_PYTHON_VECTOR(spk_info_s)
 KIV_PYTHON_VECTOR(CNetSpkNodeInfo)
 KIV_PYTHON_VECTOR(STNetSpkConfig)
+
+using namespace kiv::link;
 
 namespace {
 
@@ -85,8 +88,8 @@ GDBusConnection* Connect(GMainContext* context, const char* address, Wait& wait)
     while (wait.connected == nullptr) {
         g_main_context_iteration(context, TRUE);
     }
-    g_autoptr(GAsyncResult) result = wait.connected;
-    return g_dbus_connection_new_for_address_finish(result, nullptr);
+    const ObjectOwner<GAsyncResult> result(wait.connected);
+    return g_dbus_connection_new_for_address_finish(result.get(), nullptr);
 }
 
 // Returns null if the bus does not answer.
@@ -100,29 +103,29 @@ GVariant* AskBus(GDBusConnection* bus, const char* method, GVariant* arguments, 
 
 bool IsOfThisProcess(GDBusConnection* bus, const std::string& name, int timeoutMs)
 {
-    g_autoptr(GVariant) reply =
-        AskBus(bus, "GetConnectionUnixProcessID", g_variant_new("(s)", name.c_str()), "(u)", timeoutMs);
+    const VariantOwner reply(
+        AskBus(bus, "GetConnectionUnixProcessID", g_variant_new("(s)", name.c_str()), "(u)", timeoutMs));
     guint32 process = 0;
     if (reply != nullptr) {
-        g_variant_get(reply, "(u)", &process);
+        g_variant_get(reply.get(), "(u)", &process);
     }
     return static_cast<pid_t>(process) == getpid();
 }
 
 bool WaitUntilOwned(GMainContext* context, const char* address, const std::string& name, int timeoutMs, Wait& wait)
 {
-    g_autoptr(GDBusConnection) bus = Connect(context, address, wait);
+    const ConnectionOwner bus(Connect(context, address, wait));
     if (bus == nullptr) {
         return false;
     }
     const guint id = g_bus_watch_name_on_connection(
-        bus, name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnOwned, OnNotOwned, &wait, nullptr);
+        bus.get(), name.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnOwned, OnNotOwned, &wait, nullptr);
     bool isOurs = false;
     while (!isOurs && !wait.lost && !wait.timedOut) {
         g_main_context_iteration(context, TRUE);
         // If another process owns the name, it gets this process's events, and this process waits until it gives the
         // name up.
-        isOurs = wait.hasNewOwner && IsOfThisProcess(bus, name, timeoutMs);
+        isOurs = wait.hasNewOwner && IsOfThisProcess(bus.get(), name, timeoutMs);
         wait.hasNewOwner = false;
     }
     g_bus_unwatch_name(id);
@@ -139,7 +142,7 @@ extern "C" KIV_API bool IsConnected()
     if (bus == nullptr) {
         return false;
     }
-    g_autoptr(GVariant) reply = AskBus(bus, "GetId", nullptr, "(s)", kBusTimeoutMs);
+    const VariantOwner reply(AskBus(bus, "GetId", nullptr, "(s)", kBusTimeoutMs));
     return reply != nullptr;
 }
 
@@ -158,23 +161,23 @@ extern "C" KIV_API const char* AwaitEvents(int timeoutMs)
         return "the monitor thread has ended, so that no event can come any more";
     }
     const std::string name = kClientNamePrefix + client.m_strClientName;
-    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    const TextOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
     if (g_dbus_is_name(name.c_str()) == FALSE) {
         return "the client id that the server gave is not valid in a D-Bus name";
     }
     if (address == nullptr) {
         return kBusGone;
     }
-    g_autoptr(GMainContext) context = g_main_context_new();
-    g_main_context_push_thread_default(context);
-    g_autoptr(GCancellable) cancellable = g_cancellable_new();
-    Wait wait{.cancellable = cancellable};
-    g_autoptr(GSource) limit = g_timeout_source_new(static_cast<guint>(timeoutMs));
-    g_source_set_callback(limit, OnTimeout, &wait, nullptr);
-    g_source_attach(limit, context);
-    const bool owned = WaitUntilOwned(context, address, name, timeoutMs, wait);
-    g_source_destroy(limit);
-    g_main_context_pop_thread_default(context);
+    const ContextOwner context(g_main_context_new());
+    g_main_context_push_thread_default(context.get());
+    const CancellableOwner cancellable(g_cancellable_new());
+    Wait wait{.cancellable = cancellable.get()};
+    const SourceOwner limit(g_timeout_source_new(static_cast<guint>(timeoutMs)));
+    g_source_set_callback(limit.get(), OnTimeout, &wait, nullptr);
+    g_source_attach(limit.get(), context.get());
+    const bool owned = WaitUntilOwned(context.get(), address.get(), name, timeoutMs, wait);
+    g_source_destroy(limit.get());
+    g_main_context_pop_thread_default(context.get());
     if (owned) {
         return nullptr;
     }

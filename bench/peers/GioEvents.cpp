@@ -27,7 +27,7 @@ public:
         // GIO delivers the calls to the context that is the thread's own while the object is registered.
         g_main_context_push_thread_default(context_.get());
         const GDBusInterfaceVTable vtable = {OnCall, nullptr, nullptr, {}};
-        g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(kXml, nullptr);
+        const link::NodeInfoOwner node(g_dbus_node_info_new_for_xml(kXml, nullptr));
         object_ = g_dbus_connection_register_object(
             bus_.get(), (std::string(kClientPath) + kId).c_str(), node->interfaces[0], &vtable, this, nullptr, nullptr);
         const link::VariantOwner answer(g_dbus_connection_call_sync(

@@ -16,11 +16,16 @@ struct Releaser {
 };
 
 // Each of these owns one reference.
-using CancellableOwner = std::unique_ptr<GCancellable, Releaser<g_object_unref>>;
-using ConnectionOwner = std::unique_ptr<GDBusConnection, Releaser<g_object_unref>>;
-using MessageOwner = std::unique_ptr<GDBusMessage, Releaser<g_object_unref>>;
-using InvocationOwner = std::unique_ptr<GDBusMethodInvocation, Releaser<g_object_unref>>;
+template <typename Object>
+using ObjectOwner = std::unique_ptr<Object, Releaser<g_object_unref>>;
+using CancellableOwner = ObjectOwner<GCancellable>;
+using ConnectionOwner = ObjectOwner<GDBusConnection>;
+using MessageOwner = ObjectOwner<GDBusMessage>;
+using InvocationOwner = ObjectOwner<GDBusMethodInvocation>;
+using BytesOwner = std::unique_ptr<GBytes, Releaser<g_bytes_unref>>;
 using VariantOwner = std::unique_ptr<GVariant, Releaser<g_variant_unref>>;
+using NodeInfoOwner = std::unique_ptr<GDBusNodeInfo, Releaser<g_dbus_node_info_unref>>;
+using KeyFileOwner = std::unique_ptr<GKeyFile, Releaser<g_key_file_unref>>;
 using ContextOwner = std::unique_ptr<GMainContext, Releaser<g_main_context_unref>>;
 using LoopOwner = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
 using SourceOwner = std::unique_ptr<GSource, Releaser<g_source_unref>>;
@@ -48,6 +53,7 @@ public:
     ErrorOwner& operator=(const ErrorOwner&) = delete;
 
     GError** Out() { return &error_; }
+    GError* get() const { return error_; }
     explicit operator bool() const { return error_ != nullptr; }
     const GError* operator->() const { return error_; }
 
@@ -57,7 +63,7 @@ private:
 
 // Returns a new reference to an object, or null for null.
 template <typename Object>
-std::unique_ptr<Object, Releaser<g_object_unref>> NewReference(Object* object)
+ObjectOwner<Object> NewReference(Object* object)
 {
     return {object != nullptr ? static_cast<Object*>(g_object_ref(object)) : nullptr, {}};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "src/link/Owners.h"
 #include "support/BusTest.h"
 
 #include <algorithm>
@@ -113,10 +114,9 @@ inline Lines NoBytesLines(const std::string& function, const std::string& method
 // Returns a byte array in the form that Sent() has for arguments.
 inline std::string BytesText(const std::vector<unsigned char>& bytes)
 {
-    g_autoptr(GVariant) array =
-        g_variant_ref_sink(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1));
-    g_autofree gchar* printed = g_variant_print(array, FALSE);
-    return printed;
+    const auto array = link::Sink(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1));
+    const link::TextOwner printed(g_variant_print(array.get(), FALSE));
+    return printed.get();
 }
 
 // Returns the bytes of speakers, which lie back to back.
@@ -185,9 +185,9 @@ inline STNetSpkConfig Speaker(unsigned char seed)
 inline std::vector<unsigned char> Bytes(const ServerCall& call)
 {
     EXPECT_STREQ(g_variant_get_type_string(call.body.get()), "(ay)");
-    g_autoptr(GVariant) array = g_variant_get_child_value(call.body.get(), 0);
+    const link::VariantOwner array(g_variant_get_child_value(call.body.get(), 0));
     gsize count = 0;
-    const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(array, &count, 1));
+    const auto* data = static_cast<const unsigned char*>(g_variant_get_fixed_array(array.get(), &count, 1));
     return {data, data + count};
 }
 

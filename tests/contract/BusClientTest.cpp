@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <memory>
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -310,8 +309,8 @@ TEST_F(BusClientTest, AnErrorOfTheServerIsOneLineAndAnEmptyReply)
 {
     control_.SetFault("StopNetworkSpeaker", "{'error': <'org.example.Refused'>, 'message': <'not today'>}");
 
-    g_autoptr(GVariant) preset = g_variant_ref_sink(g_variant_new("(i)", 1));
-    GVariant* output = preset;
+    const auto preset = kiv::link::Sink(g_variant_new("(i)", 1));
+    GVariant* output = preset.get();
     EXPECT_FALSE(client_.MethodCall("StopNetworkSpeaker", g_variant_new("(i)", 1), &output, false));
 
     EXPECT_EQ(output, nullptr);
@@ -322,11 +321,11 @@ TEST_F(BusClientTest, ACallThatIsNotSentLeavesTheReplyAlone)
 {
     KillServer();
 
-    g_autoptr(GVariant) preset = g_variant_ref_sink(g_variant_new("(i)", 1));
-    GVariant* output = preset;
+    const auto preset = kiv::link::Sink(g_variant_new("(i)", 1));
+    GVariant* output = preset.get();
     EXPECT_FALSE(client_.MethodCall("StopNetworkSpeaker", g_variant_new("(i)", 1), &output, false));
 
-    EXPECT_EQ(output, preset);
+    EXPECT_EQ(output, preset.get());
 }
 
 TEST_F(BusClientTest, ACallEndsAfterEightSeconds)
@@ -379,14 +378,14 @@ TEST_F(OfflineBusClientTest, AFloatingInputIsConsumedOnEveryPath)
 TEST_F(BusClientTest, AnInputThatTheCallerOwnsStaysTheCallers)
 {
     WatchedValue value;
-    GVariant* owned = g_variant_ref_sink(value.New());
+    kiv::link::VariantOwner owned = kiv::link::Sink(value.New());
 
-    EXPECT_TRUE(Call("StopNetworkSpeaker", owned));
+    EXPECT_TRUE(Call("StopNetworkSpeaker", owned.get()));
     KillServer();
-    EXPECT_FALSE(Call("StopNetworkSpeaker", owned));
+    EXPECT_FALSE(Call("StopNetworkSpeaker", owned.get()));
 
     EXPECT_FALSE(value.IsFreed());
-    g_variant_unref(owned);
+    owned.reset();
     value.WaitUntilFreed();
 }
 
@@ -509,13 +508,13 @@ TEST_F(BusClientTest, LosingTheConnectionDoesNotEndTheHost)
 TEST_F(OfflineBusClientTest, ASharedConnectionOfTheHostsIsUsedAndNoLongerEndsIt)
 {
     StartServer();
-    g_autoptr(GDBusConnection) hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    ASSERT_NE(hosts, nullptr);
+    const kiv::link::ConnectionOwner hosts(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    ASSERT_NE(hosts.get(), nullptr);
 
     EXPECT_EQ(StopNetworkSpeaker(1), 1);
 
-    EXPECT_EQ(client_.m_pConnection, hosts);
-    EXPECT_FALSE(g_dbus_connection_get_exit_on_close(hosts));
+    EXPECT_EQ(client_.m_pConnection, hosts.get());
+    EXPECT_FALSE(g_dbus_connection_get_exit_on_close(hosts.get()));
 }
 
 } // namespace

@@ -79,8 +79,8 @@ protected:
     // Returns the messages of GIO's name owner on the connection that the process shares.
     Lines TraceOfGio(const std::function<void()>& meanwhile, bool isReleased)
     {
-        g_autoptr(GMainContext) context = g_main_context_new();
-        g_main_context_push_thread_default(context);
+        const kiv::link::ContextOwner context(g_main_context_new());
+        g_main_context_push_thread_default(context.get());
         bool isToldOf = false;
         const auto onTold = [](GDBusConnection*, const gchar*, gpointer told) { *static_cast<bool*>(told) = true; };
         trace_->Clear();
@@ -88,7 +88,7 @@ protected:
             G_BUS_TYPE_SYSTEM, kPlainName, G_BUS_NAME_OWNER_FLAGS_NONE, nullptr, onTold, onTold, &isToldOf, nullptr);
         const auto iterateUntilTold = [&] {
             WaitUntil("GIO to tell of the name", [&] {
-                g_main_context_iteration(context, FALSE);
+                g_main_context_iteration(context.get(), FALSE);
                 return isToldOf;
             });
         };
@@ -99,12 +99,12 @@ protected:
             iterateUntilTold();
         }
         g_bus_unown_name(owner);
-        while (g_main_context_iteration(context, FALSE) != FALSE) {
+        while (g_main_context_iteration(context.get(), FALSE) != FALSE) {
         }
         if (isReleased) {
             WaitForMessages(1, "ReleaseName");
         }
-        g_main_context_pop_thread_default(context);
+        g_main_context_pop_thread_default(context.get());
         return TraceOf(kPlainName);
     }
 
@@ -131,11 +131,11 @@ protected:
     {
         const kiv::sandbox::Connection caller(bus_.Address());
         for (int attempt = 0; attempt < 2; ++attempt) {
-            g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+            const kiv::link::VariantOwner reply(g_dbus_connection_call_sync(
                 caller.Get(), g_dbus_connection_get_unique_name(shared_.get()), ClientPath().c_str(),
                 "org.freedesktop.DBus.Properties", "GetAll", g_variant_new("(s)", ClientInterface().c_str()), nullptr,
-                G_DBUS_CALL_FLAGS_NO_AUTO_START, 20'000, nullptr, nullptr);
-            ASSERT_NE(reply, nullptr);
+                G_DBUS_CALL_FLAGS_NO_AUTO_START, 20'000, nullptr, nullptr));
+            ASSERT_NE(reply.get(), nullptr);
         }
     }
 
@@ -149,10 +149,10 @@ protected:
 
     void RequestInThisProcess(const std::string& name)
     {
-        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        const kiv::link::VariantOwner reply(g_dbus_connection_call_sync(
             shared_.get(), kBusName, "/org/freedesktop/DBus", kBusName, "RequestName",
-            g_variant_new("(su)", name.c_str(), 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-        ASSERT_NE(reply, nullptr);
+            g_variant_new("(su)", name.c_str(), 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+        ASSERT_NE(reply.get(), nullptr);
     }
 
     static bool Has(const Lines& lines, const std::string& member)

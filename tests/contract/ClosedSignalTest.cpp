@@ -1,4 +1,5 @@
 #include "contract/EventTest.h"
+#include "src/link/Owners.h"
 #include "support/Wait.h"
 
 #include <atomic>
@@ -16,9 +17,9 @@ class ClosedSignalTest : public Connected<EventTest> {
 protected:
     ClosedSignalTest()
     {
-        g_autoptr(GDBusConnection) shared = SharedConnection();
-        EXPECT_EQ(shared, client_.m_pConnection);
-        g_signal_connect(shared, "closed", G_CALLBACK(OnClosed), this);
+        const kiv::link::ConnectionOwner shared(SharedConnection());
+        EXPECT_EQ(shared.get(), client_.m_pConnection);
+        g_signal_connect(shared.get(), "closed", G_CALLBACK(OnClosed), this);
     }
 
     // Sets what the host does in its handler.
@@ -124,33 +125,33 @@ TEST_F(ClosedSignalTest, TheSharedConnectionIsLeftToTheHost)
         }
         // The monitor thread has released the lost connection.
         ServerControl(bus_.Address()).WaitForOwner(ClientBusName());
-        g_autoptr(GDBusConnection) shared = SharedConnection();
-        ASSERT_NE(shared, nullptr);
-        EXPECT_TRUE(g_dbus_connection_is_closed(shared));
+        const kiv::link::ConnectionOwner shared(SharedConnection());
+        ASSERT_NE(shared.get(), nullptr);
+        EXPECT_TRUE(g_dbus_connection_is_closed(shared.get()));
         EXPECT_EQ(handled_, 0);
     }
 
     RunLoop();
     EXPECT_EQ(handled_, 1);
-    g_autoptr(GDBusConnection) shared = SharedConnection();
-    ASSERT_NE(shared, nullptr);
-    EXPECT_FALSE(g_dbus_connection_is_closed(shared));
+    const kiv::link::ConnectionOwner shared(SharedConnection());
+    ASSERT_NE(shared.get(), nullptr);
+    EXPECT_FALSE(g_dbus_connection_is_closed(shared.get()));
 }
 
 // A connection that the library opens belongs to it alone, so the caller's context gets no signal of it.
 TEST_F(ClosedSignalTest, TheCallersContextGetsNothingOfTheLibrarysOwnConnection)
 {
     LoseAndFindBus();
-    g_autoptr(GMainContext) context = g_main_context_new();
-    g_main_context_push_thread_default(context);
+    const kiv::link::ContextOwner context(g_main_context_new());
+    g_main_context_push_thread_default(context.get());
     for (int loss = 0; loss < 3; ++loss) {
         EXPECT_EQ(Call(2), 2);
         EXPECT_FALSE(g_dbus_connection_is_closed(client_.m_pConnection));
         LoseAndFindBus();
         EXPECT_EQ(Call(3), 3);
-        EXPECT_FALSE(g_main_context_pending(context)) << "after loss " << loss;
+        EXPECT_FALSE(g_main_context_pending(context.get())) << "after loss " << loss;
     }
-    g_main_context_pop_thread_default(context);
+    g_main_context_pop_thread_default(context.get());
 }
 
 } // namespace

@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <exception>
 
 using namespace kiv::test;
 

@@ -1,3 +1,4 @@
+#include "src/link/Owners.h"
 #include "support/BusTest.h"
 #include "support/Gate.h"
 #include "support/Wait.h"
@@ -97,15 +98,15 @@ Data Padded(Data data)
 TEST_F(EndpointTest, TheObjectIsServedUnderTheClientsNames)
 {
     const kiv::sandbox::Connection caller(bus_.Address());
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+    const kiv::link::VariantOwner reply(g_dbus_connection_call_sync(
         caller.Get(), ClientBusName().c_str(), ClientPath().c_str(), "org.freedesktop.DBus.Introspectable",
-        "Introspect", nullptr, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr);
-    ASSERT_NE(reply, nullptr);
+        "Introspect", nullptr, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr));
+    ASSERT_NE(reply.get(), nullptr);
     const char* xml = nullptr;
-    g_variant_get(reply, "(&s)", &xml);
-    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml, nullptr);
-    ASSERT_NE(node, nullptr);
-    GDBusInterfaceInfo* interface = g_dbus_node_info_lookup_interface(node, ClientInterface().c_str());
+    g_variant_get(reply.get(), "(&s)", &xml);
+    const kiv::link::NodeInfoOwner node(g_dbus_node_info_new_for_xml(xml, nullptr));
+    ASSERT_NE(node.get(), nullptr);
+    GDBusInterfaceInfo* interface = g_dbus_node_info_lookup_interface(node.get(), ClientInterface().c_str());
     ASSERT_NE(interface, nullptr);
     Lines methods;
     for (GDBusMethodInfo** method = interface->methods; *method != nullptr; ++method) {
@@ -130,19 +131,19 @@ TEST_F(OfflineEndpointTest, RegisteringTheObjectIsLogged)
 
     const LogLine line = platform_log::WaitForLine(
         [](const LogLine& one) { return one.function == "m_OnbusAcquired" && one.priority == 4; });
-    g_autofree gchar* pointer = g_strdup_printf("%p", static_cast<void*>(client_.m_pConnection));
-    EXPECT_EQ(line.text, "strProxyObjPath [" + ClientPath() + "] pConnection " + pointer);
+    const kiv::link::TextOwner pointer(g_strdup_printf("%p", static_cast<void*>(client_.m_pConnection)));
+    EXPECT_EQ(line.text, "strProxyObjPath [" + ClientPath() + "] pConnection " + pointer.get());
     EXPECT_EQ(platform_log::OfFunction("m_OnbusAcquired").front(), "D m_OnbusAcquired: [NAM_API] Enter");
 }
 
 TEST_F(OfflineEndpointTest, AnObjectThatIsThereAlreadyIsOneErrorLine)
 {
     StartServer();
-    g_autoptr(GDBusConnection) shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    const kiv::link::ConnectionOwner shared(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
     const std::string xml = "<node><interface name='" + ClientInterface() + "'/></node>";
-    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
+    const kiv::link::NodeInfoOwner node(g_dbus_node_info_new_for_xml(xml.c_str(), nullptr));
     const guint taken = g_dbus_connection_register_object(
-        shared, ClientPath().c_str(), node->interfaces[0], nullptr, nullptr, nullptr, nullptr);
+        shared.get(), ClientPath().c_str(), node->interfaces[0], nullptr, nullptr, nullptr, nullptr);
     ASSERT_NE(taken, 0U);
 
     EXPECT_EQ(StopNetworkSpeaker(3), 3);

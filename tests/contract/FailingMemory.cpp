@@ -13,7 +13,7 @@ thread_local std::size_t g_largest = SIZE_MAX;
 
 using namespace kiv::test;
 
-// Not inlined, because gcc would report the inlined pair as a mismatch of malloc() and delete.
+// The function is not inlined, because gcc would report the inlined pair as a mismatch of malloc() and delete.
 [[gnu::noinline]] void* operator new(std::size_t size)
 {
     if (g_untilFailure > 0 && --g_untilFailure == 0) {

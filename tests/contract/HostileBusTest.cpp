@@ -1,4 +1,5 @@
 #include "contract/EventTest.h"
+#include "src/link/Owners.h"
 #include "support/Wait.h"
 
 #include <atomic>
@@ -20,8 +21,8 @@ public:
 
     void Send(GDBusMessage* message) const
     {
-        g_autoptr(GDBusMessage) sent = message;
-        g_dbus_connection_send_message(connection_.Get(), sent, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+        const kiv::link::MessageOwner sent(message);
+        g_dbus_connection_send_message(connection_.Get(), sent.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
     }
 
     void Flush() const { g_dbus_connection_flush_sync(connection_.Get(), nullptr, nullptr); }

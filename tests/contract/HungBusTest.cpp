@@ -1,4 +1,5 @@
 #include "contract/EventTest.h"
+#include "src/link/Owners.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
@@ -30,9 +31,9 @@ protected:
             others_.Get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer", "Ping",
             nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, kPatienceOfOthersMs, nullptr,
             [](GObject* connection, GAsyncResult* result, gpointer givenUp) {
-                g_autoptr(GVariant) reply =
-                    g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr);
-                EXPECT_EQ(reply, nullptr) << "the bus does not hang";
+                const kiv::link::VariantOwner reply(
+                    g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr));
+                EXPECT_EQ(reply.get(), nullptr) << "the bus does not hang";
                 *static_cast<bool*>(givenUp) = true;
             },
             &hasGivenUp);
@@ -77,9 +78,9 @@ TEST_F(HungBusTest, AMonitorThatHasJustAskedForItsNameEndsAtOnce)
 {
     StartServer();
     std::promise<void> asked;
-    g_autoptr(GDBusConnection) shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    g_dbus_connection_set_exit_on_close(shared, FALSE);
-    const guint filter = g_dbus_connection_add_filter(shared, TellOfRequest, &asked, nullptr);
+    const kiv::link::ConnectionOwner shared(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    g_dbus_connection_set_exit_on_close(shared.get(), FALSE);
+    const guint filter = g_dbus_connection_add_filter(shared.get(), TellOfRequest, &asked, nullptr);
     platform_log::OnLine([&](const LogLine& line) {
         if (line.text.starts_with("strProxyObjPath")) {
             Stop(); // before the name is requested
@@ -88,7 +89,7 @@ TEST_F(HungBusTest, AMonitorThatHasJustAskedForItsNameEndsAtOnce)
     EXPECT_TRUE(client_.GetProxy(kClientXml, {}, false, false));
     Await("the name to be asked for", asked.get_future());
     platform_log::OnLine(nullptr);
-    g_dbus_connection_remove_filter(shared, filter);
+    g_dbus_connection_remove_filter(shared.get(), filter);
     ExpectEndWithoutTheBus();
 
     Resume();

@@ -85,31 +85,31 @@ TEST_F(LostBusTest, ALostConnectionThatTheHostKeepsIsDoneWithout)
 // connection.
 TEST_F(OfflineLostBusTest, AHostThatOpenedTheBusAndRunsNoLoopLosesNoCall)
 {
-    g_autoptr(GDBusConnection) hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    const kiv::link::ConnectionOwner hosts(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
     StartAndConnect();
-    EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, hosts);
+    EXPECT_EQ(CNSGdbus::m_pInstance->m_pConnection, hosts.get());
     for (int loss = 0; loss < 3; ++loss) {
         LoseAndFindBus();
         ExpectCallAndEvent(2);
     }
-    g_autoptr(GDBusConnection) shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    EXPECT_EQ(shared, hosts); // the same as without the library
+    const kiv::link::ConnectionOwner shared(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    EXPECT_EQ(shared.get(), hosts.get()); // the same as without the library
 }
 
 // The library releases the lost connection, so that GIO opens another one for the process.
 TEST_F(OfflineLostBusTest, AHostThatRunsItsLoopHasASharedConnectionAgain)
 {
-    auto* hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    kiv::link::ConnectionOwner hosts(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
     StartAndConnect();
     LoseBus();
-    g_object_unref(hosts);
+    hosts.reset();
     BringBusBack();
     ExpectCallAndEvent(2);
     WaitUntil("the process to have a shared connection again", [] {
         while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
         }
-        g_autoptr(GDBusConnection) shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-        return g_dbus_connection_is_closed(shared) == FALSE;
+        const kiv::link::ConnectionOwner shared(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+        return g_dbus_connection_is_closed(shared.get()) == FALSE;
     });
     ExpectCallOnly(3);
 }
@@ -175,20 +175,19 @@ public:
     DroppingBus()
     {
         g_main_context_push_thread_default(context_.get());
-        g_autofree gchar* guid = g_dbus_generate_guid();
-        server_ = g_dbus_server_new_sync(
-            "unix:tmpdir=/tmp", G_DBUS_SERVER_FLAGS_RUN_IN_THREAD, guid, nullptr, nullptr, nullptr);
-        g_dbus_server_start(server_);
+        const kiv::link::TextOwner guid(g_dbus_generate_guid());
+        server_.reset(g_dbus_server_new_sync(
+            "unix:tmpdir=/tmp", G_DBUS_SERVER_FLAGS_RUN_IN_THREAD, guid.get(), nullptr, nullptr, nullptr));
+        g_dbus_server_start(server_.get());
         g_main_context_pop_thread_default(context_.get());
         thread_ = std::thread(g_main_loop_run, loop_.get());
-        setenv("DBUS_SYSTEM_BUS_ADDRESS", g_dbus_server_get_client_address(server_), 1);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", g_dbus_server_get_client_address(server_.get()), 1);
     }
     ~DroppingBus()
     {
         g_main_loop_quit(loop_.get());
         thread_.join();
-        g_dbus_server_stop(server_);
-        g_object_unref(server_);
+        g_dbus_server_stop(server_.get());
     }
     DroppingBus(const DroppingBus&) = delete;
     DroppingBus& operator=(const DroppingBus&) = delete;
@@ -196,7 +195,7 @@ public:
 private:
     const kiv::link::ContextOwner context_{g_main_context_new()};
     const kiv::link::LoopOwner loop_{g_main_loop_new(context_.get(), FALSE)};
-    GDBusServer* server_ = nullptr;
+    kiv::link::ObjectOwner<GDBusServer> server_;
     std::thread thread_;
 };
 

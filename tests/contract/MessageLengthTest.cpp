@@ -1,4 +1,5 @@
 #include "contract/EventTest.h"
+#include "src/link/Owners.h"
 
 using namespace kiv::test;
 using ::testing::ElementsAre;
@@ -13,14 +14,14 @@ constexpr std::size_t kStockLength = 32 * 1024 * 1024;
 // Returns data with which the call's message has this length.
 std::vector<unsigned char> DataFor(std::size_t messageLength)
 {
-    g_autoptr(GDBusMessage) message = g_dbus_message_new_method_call(
+    const kiv::link::MessageOwner message(g_dbus_message_new_method_call(
         kServerName, "/org/lumra/tv/networkspeaker/server", "org.lumra.tv.networkspeaker.server.interface",
-        "ConnectNetworkSpeakerByMobile");
-    g_dbus_message_set_serial(message, 1);
+        "ConnectNetworkSpeakerByMobile"));
+    g_dbus_message_set_serial(message.get(), 1);
     g_dbus_message_set_body(
-        message, g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, "1234", 4, 1)));
+        message.get(), g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, "1234", 4, 1)));
     gsize withoutData = 0;
-    g_free(g_dbus_message_to_blob(message, &withoutData, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
+    g_free(g_dbus_message_to_blob(message.get(), &withoutData, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
     return std::vector<unsigned char>(messageLength - withoutData);
 }
 

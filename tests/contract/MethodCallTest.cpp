@@ -1,4 +1,5 @@
 #include "contract/ApiTest.h"
+#include "src/link/Owners.h"
 
 #include <atomic>
 
@@ -25,8 +26,8 @@ GVariant* Zeroes(const char* type, std::size_t bytes)
 // Returns a value of data that GLib does not check.
 GVariant* Trusted(const char* type, const std::string& data)
 {
-    g_autoptr(GBytes) bytes = g_bytes_new(data.c_str(), data.size() + 1);
-    return g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes, TRUE);
+    const kiv::link::BytesOwner bytes(g_bytes_new(data.c_str(), data.size() + 1));
+    return g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes.get(), TRUE);
 }
 
 GVariant* Tuple(GVariant* member)
@@ -148,8 +149,8 @@ protected:
     void ExpectRefused(const std::string& method, GVariant* input, const std::string& reason)
     {
         ForgetTraffic();
-        g_autoptr(GVariant) preset = g_variant_ref_sink(g_variant_new("(i)", 1));
-        GVariant* output = preset;
+        const auto preset = kiv::link::Sink(g_variant_new("(i)", 1));
+        GVariant* output = preset.get();
 
         EXPECT_FALSE(client_.MethodCall(method, input, &output, false));
 

@@ -1,4 +1,5 @@
 #include "contract/EventTest.h"
+#include "src/link/Owners.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
 
@@ -23,15 +24,15 @@ protected:
     std::string CallObject(const std::string& uniqueName) const
     {
         const kiv::sandbox::Connection caller(bus_.Address());
-        g_autoptr(GError) error = nullptr;
-        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        kiv::link::ErrorOwner error;
+        const kiv::link::VariantOwner reply(g_dbus_connection_call_sync(
             caller.Get(), uniqueName.c_str(), ClientPath().c_str(), ClientInterface().c_str(), "nam_notify_subscriber",
-            g_variant_new_parsed("(@ay [],)"), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, 20'000, nullptr, &error);
+            g_variant_new_parsed("(@ay [],)"), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, 20'000, nullptr, error.Out()));
         if (reply != nullptr) {
             return "";
         }
-        g_autofree gchar* name = g_dbus_error_get_remote_error(error);
-        return name != nullptr ? name : error->message;
+        const kiv::link::TextOwner name(g_dbus_error_get_remote_error(error.get()));
+        return name != nullptr ? name.get() : error->message;
     }
 
     void ExpectNothingOnTheBus(const std::string& uniqueName)
@@ -57,8 +58,8 @@ class MonitorEndTest : public Connected<OfflineMonitorEndTest> {};
 
 TEST_F(MonitorEndTest, TheObjectGoesWhileTheHostKeepsTheConnection)
 {
-    g_autoptr(GDBusConnection) hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    const std::string name = g_dbus_connection_get_unique_name(hosts);
+    const kiv::link::ConnectionOwner hosts(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    const std::string name = g_dbus_connection_get_unique_name(hosts.get());
     EXPECT_EQ(CallObject(name), "");
 
     EXPECT_EQ(client_.m_DestroyMessageMonitor(), 0);
@@ -88,13 +89,12 @@ TEST_F(MonitorEndTest, ASourceOfACallbacksThatIsAlwaysReadyHoldsUpNothing)
 {
     static std::atomic<bool> isReleased = false;
     Callbacks::Do('a', [] {
-        GSource* const source = g_idle_source_new();
-        g_source_set_priority(source, G_PRIORITY_LOW);
+        const kiv::link::SourceOwner source(g_idle_source_new());
+        g_source_set_priority(source.get(), G_PRIORITY_LOW);
         g_source_set_callback(
-            source, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr,
+            source.get(), [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr,
             [](gpointer) { isReleased = true; });
-        g_source_attach(source, g_main_context_get_thread_default());
-        g_source_unref(source);
+        g_source_attach(source.get(), g_main_context_get_thread_default());
     });
     SubscribeNamServiceCallback("a", Subscriber<'a'>);
     EXPECT_THAT(CallsAfter(kEvent), ElementsAre("a(7, 0)"));
@@ -136,8 +136,8 @@ protected:
 
     void ExpectEnd(int eventId)
     {
-        g_autoptr(GDBusConnection) hosts = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-        const std::string name = g_dbus_connection_get_unique_name(hosts);
+        const kiv::link::ConnectionOwner hosts(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+        const std::string name = g_dbus_connection_get_unique_name(hosts.get());
         control_.SendEvent(eventId, {}); // answered before it is dispatched
 
         ExpectNothingOnTheBus(name);

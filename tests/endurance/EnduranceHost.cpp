@@ -4,13 +4,13 @@
 #include "KivServiceInterface.h"
 #include "endurance/EveryFunction.h"
 #include "endurance/Heap.h"
+#include "src/link/Owners.h"
 #include "src/platform/Platform.h"
 #include "support/Server.h"
 #include "support/Wait.h"
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <barrier>
 #include <cstdarg>
@@ -89,7 +89,7 @@ std::set<std::string> MethodsOfTheServer()
 {
     std::ifstream file(KIV_SERVER_XML);
     const std::string xml(std::istreambuf_iterator<char>(file), {});
-    g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
+    const link::NodeInfoOwner node(g_dbus_node_info_new_for_xml(xml.c_str(), nullptr));
     if (node == nullptr) {
         throw std::runtime_error("no introspection XML in " KIV_SERVER_XML);
     }

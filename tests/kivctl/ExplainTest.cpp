@@ -1,4 +1,5 @@
 #include "kivctl/KivctlTest.h"
+#include "src/link/Owners.h"
 
 #include <sys/stat.h>
 
@@ -31,18 +32,19 @@ Ended RunExplain(const std::string& log, const Arguments& arguments)
     argv.push_back(nullptr);
     constexpr int kPipes =
         G_SUBPROCESS_FLAGS_STDIN_PIPE | G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE;
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GSubprocess) process = g_subprocess_newv(argv.data(), static_cast<GSubprocessFlags>(kPipes), &error);
+    link::ErrorOwner error;
+    const link::ObjectOwner<GSubprocess> process(
+        g_subprocess_newv(argv.data(), static_cast<GSubprocessFlags>(kPipes), error.Out()));
     if (process == nullptr) {
         throw std::runtime_error(error->message);
     }
-    g_autoptr(GBytes) in = g_bytes_new(log.data(), log.size());
+    const link::BytesOwner in(g_bytes_new(log.data(), log.size()));
     g_autoptr(GBytes) out = nullptr;
     g_autoptr(GBytes) err = nullptr;
-    if (g_subprocess_communicate(process, in, nullptr, &out, &err, &error) == FALSE) {
+    if (g_subprocess_communicate(process.get(), in.get(), nullptr, &out, &err, error.Out()) == FALSE) {
         throw std::runtime_error(error->message);
     }
-    return {g_subprocess_get_exit_status(process), Text(out), Text(err)};
+    return {g_subprocess_get_exit_status(process.get()), Text(out), Text(err)};
 }
 
 std::string Explain(const std::string& log, const Arguments& arguments = {})

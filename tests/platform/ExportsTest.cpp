@@ -1,3 +1,5 @@
+#include "src/link/Owners.h"
+
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
@@ -11,10 +13,10 @@ namespace {
 TEST(Exports, AreThePlatformCallsAlone)
 {
     g_autofree char* output = nullptr;
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     ASSERT_TRUE(g_spawn_command_line_sync(
         KIV_NM " --dynamic --defined-only --format=posix " KIV_PLATFORM_HOST_LIBRARY, &output, nullptr, nullptr,
-        &error))
+        error.Out()))
         << error->message;
 
     std::set<std::string> names;

@@ -1,3 +1,5 @@
+#include "src/link/Owners.h"
+
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
@@ -35,11 +37,11 @@ Outcome RunLogHost(const Strings& environment, const Strings& arguments)
 
     g_autofree char* output = nullptr;
     g_autofree char* errors = nullptr;
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     int status = -1;
     if (!g_spawn_sync(
             nullptr, pointersTo(command).data(), pointersTo(environment).data(), G_SPAWN_DEFAULT, nullptr, nullptr,
-            &output, &errors, &status, &error)) {
+            &output, &errors, &status, error.Out())) {
         ADD_FAILURE() << error->message;
         return {};
     }

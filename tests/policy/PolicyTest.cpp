@@ -1,5 +1,6 @@
 #include "sandbox/Calls.h"
 #include "sandbox/Processes.h"
+#include "src/link/Owners.h"
 #include "support/BusTest.h"
 #include "support/Wait.h"
 #include "tools/sandbox/Connection.h"
@@ -257,14 +258,14 @@ GDBusMessage* Event(const std::string& destination, const char* interface, const
 // Sends and releases the call. Returns the error's name, or an empty text for an answer.
 std::string Send(const Connection& from, GDBusMessage* call)
 {
-    g_autoptr(GError) failure = nullptr;
-    g_autoptr(GDBusMessage) sent = call;
-    g_autoptr(GDBusMessage) reply = g_dbus_connection_send_message_with_reply_sync(
-        from.Get(), sent, G_DBUS_SEND_MESSAGE_FLAGS_NONE, G_MAXINT, nullptr, nullptr, &failure);
+    kiv::link::ErrorOwner failure;
+    const kiv::link::MessageOwner sent(call);
+    const kiv::link::MessageOwner reply(g_dbus_connection_send_message_with_reply_sync(
+        from.Get(), sent.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, G_MAXINT, nullptr, nullptr, failure.Out()));
     if (reply == nullptr) {
         throw std::runtime_error(failure->message);
     }
-    const char* error = g_dbus_message_get_error_name(reply);
+    const char* error = g_dbus_message_get_error_name(reply.get());
     return error != nullptr ? error : "";
 }
 
@@ -471,9 +472,9 @@ GDBusMessage* EventFor(const std::string& destination, const std::string& client
 // Sends a call, and returns when the bus has handled it.
 void SendWithoutReply(const Connection& from, GDBusMessage* call)
 {
-    g_autoptr(GDBusMessage) sent = call;
-    g_dbus_message_set_flags(sent, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
-    g_dbus_connection_send_message(from.Get(), sent, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+    const kiv::link::MessageOwner sent(call);
+    g_dbus_message_set_flags(sent.get(), G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+    g_dbus_connection_send_message(from.Get(), sent.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
     Ping(from, "org.freedesktop.DBus");
 }
 
@@ -529,15 +530,15 @@ TEST_F(GuardedHostTest, KeepsItsNameAgainstOneWhoWantsToReplaceIt)
     const Connection stranger = Stranger();
 
     constexpr guint kReplaceAndDoNotQueue = 2 | 4;
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+    const kiv::link::VariantOwner reply(g_dbus_connection_call_sync(
         stranger.Get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
         g_variant_new("(su)", ClientBusName().c_str(), kReplaceAndDoNotQueue), nullptr, G_DBUS_CALL_FLAGS_NONE,
-        G_MAXINT, nullptr, nullptr);
+        G_MAXINT, nullptr, nullptr));
 
-    ASSERT_NE(reply, nullptr);
+    ASSERT_NE(reply.get(), nullptr);
     constexpr guint kIsOwnedAlready = 3;
     guint answer = 0;
-    g_variant_get(reply, "(u)", &answer);
+    g_variant_get(reply.get(), "(u)", &answer);
     EXPECT_EQ(answer, kIsOwnedAlready);
 }
 

@@ -28,12 +28,12 @@ T AskDaemon(const Connection& connection, const char* method, const std::string&
 
 std::string ErrorOf(const Connection& connection, const Callee& callee, GVariant* arguments, link::VariantOwner* reply)
 {
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     link::VariantOwner answer(g_dbus_connection_call_sync(
         connection.Get(), callee.name.c_str(), callee.path.c_str(), callee.interface.c_str(), callee.method.c_str(),
-        arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, INT_MAX, nullptr, &error));
+        arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, INT_MAX, nullptr, error.Out()));
     if (answer == nullptr) {
-        const link::TextOwner name(g_dbus_error_get_remote_error(error));
+        const link::TextOwner name(g_dbus_error_get_remote_error(error.get()));
         return name == nullptr ? error->message : name.get();
     }
     if (reply != nullptr) {

@@ -3,7 +3,6 @@
 #include "simulator/SimulatorTest.h"
 #include "simulator/World.h"
 
-#include <filesystem>
 #include <fstream>
 #include <set>
 

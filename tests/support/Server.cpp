@@ -1,5 +1,6 @@
 #include "support/Server.h"
 
+#include "simulator/Glib.h"
 #include "support/Wait.h"
 
 #include <sys/prctl.h>
@@ -13,7 +14,6 @@
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
-#include <system_error>
 
 namespace kiv::test {
 
@@ -41,15 +41,14 @@ GVariant* ByteArray(const std::vector<unsigned char>& bytes)
 
 std::string Text(GVariant* value)
 {
-    g_autofree gchar* printed = g_variant_print(value, FALSE);
-    return printed;
+    return simulator::TakeText(g_variant_print(value, FALSE));
 }
 
 std::shared_ptr<GVariant> Parse(const std::string& text, const char* type)
 {
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     GVariant* value =
-        g_variant_parse(type != nullptr ? G_VARIANT_TYPE(type) : nullptr, text.c_str(), nullptr, nullptr, &error);
+        g_variant_parse(type != nullptr ? G_VARIANT_TYPE(type) : nullptr, text.c_str(), nullptr, nullptr, error.Out());
     if (value == nullptr) {
         throw std::runtime_error(text + ": " + error->message);
     }
@@ -119,10 +118,10 @@ void Server::Kill()
 
 std::shared_ptr<GVariant> ServerControl::Call(const char* method, GVariant* arguments)
 {
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     GVariant* reply = g_dbus_connection_call_sync(
         connection_.Get(), kControlName, kControlPath, kControlInterface, method, arguments, nullptr,
-        G_DBUS_CALL_FLAGS_NO_AUTO_START, kPatienceMs, nullptr, &error);
+        G_DBUS_CALL_FLAGS_NO_AUTO_START, kPatienceMs, nullptr, error.Out());
     if (reply == nullptr) {
         throw std::runtime_error(std::string(method) + ": " + error->message);
     }

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstdlib>
 #include <utility>
 
 namespace kiv::test {

@@ -23,8 +23,8 @@ constexpr std::uint32_t kLongestArray = 64 * 1024 * 1024;
 // Returns a value whose data GLib does not check.
 GVariant* Trusted(const char* type, const void* data, gsize size)
 {
-    g_autoptr(GBytes) bytes = g_bytes_new(data, size);
-    return g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes, TRUE);
+    const kiv::link::BytesOwner bytes(g_bytes_new(data, size));
+    return g_variant_new_from_bytes(G_VARIANT_TYPE(type), bytes.get(), TRUE);
 }
 
 // Makes values of all types. D-Bus has no message for some of them, and the object knows for which.
@@ -184,11 +184,11 @@ std::string Serialise(GVariant* body)
     g_dbus_message_set_serial(message.get(), 1);
     g_dbus_message_set_byte_order(message.get(), G_DBUS_MESSAGE_BYTE_ORDER_LITTLE_ENDIAN);
     gsize size = 0;
-    g_autoptr(GError) error = nullptr;
-    g_autofree guchar* bytes =
-        g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_UNIX_FD_PASSING, &error);
-    EXPECT_EQ(error, nullptr) << error->message;
-    return {reinterpret_cast<const char*>(bytes), size};
+    kiv::link::ErrorOwner error;
+    const std::unique_ptr<guchar, kiv::link::Releaser<g_free>> bytes(
+        g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_UNIX_FD_PASSING, error.Out()));
+    EXPECT_EQ(error.get(), nullptr) << error->message;
+    return {reinterpret_cast<const char*>(bytes.get()), size};
 }
 
 std::uint32_t NumberAt(const std::string& message, std::size_t offset)

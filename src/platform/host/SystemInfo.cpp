@@ -10,8 +10,6 @@ using namespace kiv::link;
 
 namespace {
 
-using KeyFileOwner = std::unique_ptr<GKeyFile, Releaser<g_key_file_unref>>;
-
 constexpr int kRead = 0;
 constexpr int kUnreadable = -1;
 
