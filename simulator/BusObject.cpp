@@ -1,5 +1,7 @@
 #include "simulator/BusObject.h"
 
+#include "src/link/Owners.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -54,12 +56,8 @@ void Call::ReturnUnchecked(GVariant* values) const
 
 Interface::Interface(const char* xml)
 {
-    g_autoptr(GError) error = nullptr;
-    node_ = {g_dbus_node_info_new_for_xml(xml, &error), [](GDBusNodeInfo* node) {
-                 if (node != nullptr) {
-                     g_dbus_node_info_unref(node);
-                 }
-             }};
+    link::ErrorOwner error;
+    node_ = link::NodeInfoOwner(g_dbus_node_info_new_for_xml(xml, error.Out()));
     if (node_ == nullptr) {
         throw std::logic_error(fmt::format("introspection XML: {}", error->message));
     }
@@ -109,9 +107,9 @@ BusObject::BusObject(GDBusConnection* connection, const char* path, const char* 
     RequireSameMethods(interface_.Methods(), handlers_);
 
     static const GDBusInterfaceVTable kVtable = {&BusObject::OnCall, nullptr, nullptr, {}};
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     registration_ =
-        g_dbus_connection_register_object(connection_, path, interface_.Info(), &kVtable, this, nullptr, &error);
+        g_dbus_connection_register_object(connection_, path, interface_.Info(), &kVtable, this, nullptr, error.Out());
     if (registration_ == 0) {
         throw std::runtime_error(fmt::format("cannot serve {}: {}", path, error->message));
     }

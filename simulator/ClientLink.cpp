@@ -1,6 +1,9 @@
 #include "simulator/ClientLink.h"
 
+#include "simulator/ClientNames.h"
+#include "simulator/Interfaces.h"
 #include "simulator/ShortText.h"
+#include "src/link/Owners.h"
 
 #include <algorithm>
 #include <climits>
@@ -16,24 +19,6 @@ constexpr char kTimeout[] = "org.freedesktop.DBus.Error.Timeout";
 // The bus daemon limits the number of answers that a connection waits for.
 constexpr std::uint64_t kMostOutstanding = 1000;
 
-struct ClientAddress {
-    std::string busName;
-    std::string path;
-    std::string interface;
-
-    explicit ClientAddress(const std::string& id)
-        : busName("org.lumra.tv.networkspeaker.client." + id), path("/org/lumra/tv/networkspeaker/client/" + id),
-          interface("org.lumra.tv.networkspeaker.client.interface." + id)
-    {
-    }
-
-    bool IsValid() const
-    {
-        return g_dbus_is_name(busName.c_str()) != FALSE && g_variant_is_object_path(path.c_str()) != FALSE &&
-               g_dbus_is_interface_name(interface.c_str()) != FALSE;
-    }
-};
-
 void RequireUsable(const std::string& clientId)
 {
     if (!ClientLink::IsUsable(clientId)) {
@@ -44,10 +29,10 @@ void RequireUsable(const std::string& clientId)
 ClientAnswer AnswerOf(GDBusMessage* reply)
 {
     ClientAnswer answer;
-    answer.fromClient = g_strcmp0(g_dbus_message_get_sender(reply), "org.freedesktop.DBus") != 0;
-    g_autoptr(GError) error = nullptr;
-    if (g_dbus_message_to_gerror(reply, &error) != FALSE) {
-        g_dbus_error_strip_remote_error(error);
+    answer.fromClient = g_strcmp0(g_dbus_message_get_sender(reply), kBusName) != 0;
+    link::ErrorOwner error;
+    if (g_dbus_message_to_gerror(reply, error.Out()) != FALSE) {
+        g_dbus_error_strip_remote_error(error.get());
         answer.error = g_dbus_message_get_error_name(reply);
         answer.message = error->message;
         return answer;
@@ -70,10 +55,10 @@ ClientAnswer NoAnswer(GError* error)
 void OnReply(GObject* connection, GAsyncResult* result, void* data)
 {
     const std::unique_ptr<ClientLink::OnAnswer> onAnswer(static_cast<ClientLink::OnAnswer*>(data));
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     const auto reply =
-        OwnObject(g_dbus_connection_send_message_with_reply_finish(G_DBUS_CONNECTION(connection), result, &error));
-    (*onAnswer)(reply == nullptr ? NoAnswer(error) : AnswerOf(reply.get()));
+        OwnObject(g_dbus_connection_send_message_with_reply_finish(G_DBUS_CONNECTION(connection), result, error.Out()));
+    (*onAnswer)(reply == nullptr ? NoAnswer(error.get()) : AnswerOf(reply.get()));
 }
 
 // Returns a line that says which client a push has not reached, and why.
@@ -138,7 +123,7 @@ private:
 
 bool ClientLink::IsUsable(const std::string& clientId)
 {
-    return ClientAddress(clientId).IsValid();
+    return ClientNames(clientId).Fit();
 }
 
 void ClientLink::Call(
@@ -149,9 +134,9 @@ void ClientLink::Call(
     if (g_dbus_is_member_name(method.c_str()) == FALSE) {
         throw InvalidArguments(fmt::format("D-Bus cannot carry a method named \"{}\"", method));
     }
-    const ClientAddress address(clientId);
+    const ClientNames client(clientId);
     const auto message = OwnObject(g_dbus_message_new_method_call(
-        address.busName.c_str(), address.path.c_str(), address.interface.c_str(), method.c_str()));
+        client.name.c_str(), client.path.c_str(), client.interface.c_str(), method.c_str()));
     g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
     g_dbus_message_set_body(message.get(), arguments);
 

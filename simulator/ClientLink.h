@@ -13,7 +13,7 @@ namespace kiv::simulator {
 
 // The answer to a call of a client.
 struct ClientAnswer {
-    // Whether the client itself answered, be it with an error.
+    // The client itself answered, be it with an error.
     bool fromClient = false;
     // The name and the message of a D-Bus error, or empty if the call succeeded.
     std::string error;

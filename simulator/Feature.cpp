@@ -1,6 +1,7 @@
 #include "simulator/Feature.h"
 
 #include "simulator/Glib.h"
+#include "src/link/Owners.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -21,9 +22,9 @@ void WriteFeature(const std::string& file, const std::string& feature)
     if (feature != "absent") {
         text += fmt::format("kiv_multi_ch_support={}\n", feature == "on");
     }
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     // g_file_set_contents() replaces the file as a whole, so that no reader sees a part of it.
-    if (g_file_set_contents(file.c_str(), text.c_str(), static_cast<gssize>(text.size()), &error) == FALSE) {
+    if (g_file_set_contents(file.c_str(), text.c_str(), static_cast<gssize>(text.size()), error.Out()) == FALSE) {
         throw BusError("org.freedesktop.DBus.Error.Failed", error->message);
     }
 }

@@ -19,10 +19,10 @@ void RequireFitForDBus(GVariant* tuple)
     }
     const auto message = OwnObject(g_dbus_message_new_signal("/a", "a.a", "a"));
     g_dbus_message_set_body(message.get(), tuple);
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     std::size_t size = 0;
     const std::unique_ptr<unsigned char, link::Releaser<g_free>> wire(
-        g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, &error));
+        g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, error.Out()));
     if (wire == nullptr) {
         throw InvalidArguments(error->message);
     }
@@ -52,8 +52,8 @@ Variant Unwrap(GVariant* value)
 
 Variant ParseValue(const std::string& text)
 {
-    g_autoptr(GError) error = nullptr;
-    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
+    link::ErrorOwner error;
+    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, error.Out());
     if (value == nullptr) {
         throw InvalidArguments(
             fmt::format("must be a value in GVariant text form, got \"{}\": {}", text, error->message));

@@ -32,6 +32,10 @@ ObjectRef<T> OwnObject(T* object)
     return {object, [](T* o) { g_clear_object(&o); }};
 }
 
+// The flags of a connection to a bus that the process does not share.
+inline constexpr auto kOwnConnection = static_cast<GDBusConnectionFlags>(
+    G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+
 // Returns a text that a GLib function has allocated, and frees it.
 inline std::string TakeText(char* text)
 {

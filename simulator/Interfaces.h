@@ -2,8 +2,13 @@
 
 namespace kiv::simulator {
 
+// The bus daemon. Its interface has the same name.
+inline constexpr char kBusName[] = "org.freedesktop.DBus";
+inline constexpr char kBusPath[] = "/org/freedesktop/DBus";
+
 inline constexpr char kServerName[] = "org.lumra.tv.networkspeaker.server";
 inline constexpr char kServerPath[] = "/org/lumra/tv/networkspeaker/server";
+inline constexpr char kServerInterface[] = "org.lumra.tv.networkspeaker.server.interface";
 
 inline constexpr char kControlName[] = "org.lumra.tv.networkspeaker.simulator";
 inline constexpr char kControlInterface[] = "org.lumra.tv.networkspeaker.simulator.control";

@@ -3,7 +3,6 @@
 #include <array>
 #include <tuple>
 #include <type_traits>
-#include <utility>
 
 namespace kiv::simulator {
 

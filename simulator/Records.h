@@ -18,7 +18,7 @@ struct SpeakerConfig {
     Mac mac;
 };
 
-// What a client sets for a soundbar.
+// The sound mode that a client sets for a soundbar.
 struct SoundbarSetting {
     Mac mac;
     Bytes data;

@@ -38,7 +38,7 @@ struct RecordedExchange {
     std::string method;
     Variant arguments;
     RecordedAnswer answer;
-    // Whether the replay has used the exchange.
+    // The replay has used the exchange.
     bool isMade = false;
 };
 

@@ -28,7 +28,7 @@ struct Change {
     // The descriptions by method. Null takes a fault back.
     std::map<std::string, Variant> faults;
     std::vector<EventPush> events;
-    // How long the server is away from the bus after a crash.
+    // The time for which the server is away from the bus after a crash.
     std::optional<std::chrono::milliseconds> away;
     bool exit = false;
 };

@@ -4,6 +4,7 @@
 #include "simulator/Events.h"
 #include "simulator/Interfaces.h"
 #include "simulator/Server.h"
+#include "src/link/Owners.h"
 
 #include <glib-unix.h>
 
@@ -17,21 +18,17 @@ namespace kiv::simulator {
 
 namespace {
 
-constexpr char kBusName[] = "org.freedesktop.DBus";
-constexpr char kBusPath[] = "/org/freedesktop/DBus";
-
 // The longest time for which the simulator waits for answers to its last event.
 constexpr std::chrono::seconds kLongestLeave{5};
 
 ObjectRef<GDBusConnection> Connect()
 {
-    g_autoptr(GError) error = nullptr;
-    const link::TextOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
+    link::ErrorOwner error;
+    const link::TextOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, error.Out()));
     GDBusConnection* connection = nullptr;
     if (address != nullptr) {
-        const auto flags = static_cast<GDBusConnectionFlags>(
-            G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        connection = g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr, nullptr, &error);
+        connection =
+            g_dbus_connection_new_for_address_sync(address.get(), kOwnConnection, nullptr, nullptr, error.Out());
     }
     if (connection == nullptr) {
         throw std::runtime_error(fmt::format("no system bus: {}", error->message));
@@ -55,8 +52,8 @@ bool HasOwner(GDBusConnection* connection, const char* name)
 
 unsigned RequestName(GDBusConnection* connection, const char* name, unsigned flags)
 {
-    g_autoptr(GError) error = nullptr;
-    const auto reply = CallBus(connection, "RequestName", g_variant_new("(su)", name, flags), &error);
+    link::ErrorOwner error;
+    const auto reply = CallBus(connection, "RequestName", g_variant_new("(su)", name, flags), error.Out());
     if (reply == nullptr) {
         throw std::runtime_error(fmt::format("cannot own {}: {}", name, error->message));
     }
@@ -330,13 +327,13 @@ bool AwaitServerOfOther()
     if (!HasOwner(connection.get(), kControlName)) {
         return false;
     }
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     const link::VariantOwner reply(g_dbus_connection_call_sync(
         connection.get(), kControlName, kControlPath, kControlInterface, "AwaitServer", nullptr, nullptr,
-        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, &error));
+        G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT, nullptr, error.Out()));
     // Without a reply, that simulator has crashed again, or has ended.
     return reply != nullptr ||
-           (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE && AwaitServerOfOther());
+           (g_error_matches(error.get(), G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE && AwaitServerOfOther());
 }
 
 } // namespace kiv::simulator

@@ -10,7 +10,7 @@
 
 namespace kiv::simulator {
 
-// How the TV reaches a speaker. The values are those of the connection-type answers.
+// The ways in which the TV reaches a speaker. The values are those of the connection-type answers.
 enum class Connection { kNone = 0, kNetwork = 1, kDirect = 2, kMixed = 3 };
 
 struct SpeakerTest {

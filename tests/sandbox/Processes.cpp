@@ -1,7 +1,6 @@
 #include "sandbox/Processes.h"
 
 #include "support/Wait.h"
-#include "tools/sandbox/Files.h"
 #include "tools/sandbox/Keeper.h"
 
 #include <fcntl.h>
@@ -13,10 +12,7 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <regex>
-#include <stdexcept>
 #include <utility>
 
 namespace kiv::sandbox {
@@ -160,15 +156,6 @@ std::string Child::ReadErrors()
 int Child::WaitForEnd()
 {
     return test::WaitForExit("a program to end", std::exchange(pid_, 0));
-}
-
-std::string ReadFile(const std::filesystem::path& path)
-{
-    std::ifstream file(path);
-    if (!file) {
-        throw std::runtime_error("cannot read " + path.string());
-    }
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 ScratchDirectory::ScratchDirectory()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/sandbox/Files.h"
+
 #include <sys/types.h>
 
 #include <filesystem>
@@ -62,8 +64,6 @@ private:
     Descriptor errors_;
     pid_t pid_ = 0;
 };
-
-std::string ReadFile(const std::filesystem::path& path);
 
 // A directory that is removed with the object.
 class ScratchDirectory {

@@ -4,8 +4,6 @@
 #include "tools/kivctl/Examples.h"
 #include "tools/kivctl/Words.h"
 
-#include <fmt/format.h>
-
 #include <memory>
 
 namespace kiv::ctl {

@@ -1,5 +1,6 @@
 #include "tools/kivctl/Bus.h"
 
+#include "simulator/Glib.h"
 #include "tools/kivctl/MainLoop.h"
 
 #include <fmt/format.h>
@@ -13,23 +14,11 @@ constexpr const char* kAddressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
 
 } // namespace
 
-ClientNames::ClientNames(const std::string& id)
-    : name(kClientNamePrefix + id), path("/org/lumra/tv/networkspeaker/client/" + id),
-      interface("org.lumra.tv.networkspeaker.client.interface." + id)
-{
-}
-
-bool ClientNames::Fit() const
-{
-    return g_dbus_is_name(name.c_str()) != FALSE && g_variant_is_object_path(path.c_str()) != FALSE &&
-           g_dbus_is_interface_name(interface.c_str()) != FALSE;
-}
-
 std::string BusAddress()
 {
-    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    const link::TextOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
     return fmt::format(
-        "{}{}", address == nullptr ? "an unknown address" : address,
+        "{}{}", address == nullptr ? "an unknown address" : address.get(),
         std::getenv(kAddressVariable) == nullptr ? "" : fmt::format(" (from {})", kAddressVariable));
 }
 
@@ -45,22 +34,21 @@ std::string NoBusAdvice(const std::string& otherwise)
                : fmt::format("correct or unset {}, or start the bus that it names", kAddressVariable);
 }
 
-GDBusConnection* ConnectToSystemBus(GError** error, GCancellable* cancellable)
+link::ConnectionOwner ConnectToSystemBus(GError** error, GCancellable* cancellable)
 {
-    g_autofree char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, error);
+    const link::TextOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, error));
     if (address == nullptr) {
         return nullptr;
     }
-    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
-        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    return g_dbus_connection_new_for_address_sync(address, kFlags, nullptr, cancellable, error);
+    return link::ConnectionOwner(
+        g_dbus_connection_new_for_address_sync(address.get(), simulator::kOwnConnection, nullptr, cancellable, error));
 }
 
-GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments, GError** error)
+link::VariantOwner CallBus(GDBusConnection* bus, const char* method, GVariant* arguments, GError** error)
 {
-    return g_dbus_connection_call_sync(
-        bus, kBusName, "/org/freedesktop/DBus", kBusName, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
-        nullptr, error);
+    return link::VariantOwner(g_dbus_connection_call_sync(
+        bus, kBusName, simulator::kBusPath, kBusName, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
+        error));
 }
 
 bool StartServer(GDBusConnection* bus, GError** error)
@@ -70,18 +58,17 @@ bool StartServer(GDBusConnection* bus, GError** error)
     if (!OwnerOf(bus, kServerName).empty()) {
         return true;
     }
-    g_autoptr(GVariant) reply = CallBus(bus, "StartServiceByName", g_variant_new("(su)", kServerName, 0U), error);
-    return reply != nullptr;
+    return CallBus(bus, "StartServiceByName", g_variant_new("(su)", kServerName, 0U), error) != nullptr;
 }
 
 bool StartServer(std::string& reason)
 {
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GDBusConnection) bus = ConnectToSystemBus(&error);
-    if (bus != nullptr && StartServer(bus, &error)) {
+    link::ErrorOwner error;
+    const auto bus = ConnectToSystemBus(error.Out());
+    if (bus != nullptr && StartServer(bus.get(), error.Out())) {
         return true;
     }
-    reason = ErrorText(error);
+    reason = ErrorText(error.get());
     return false;
 }
 
@@ -92,30 +79,30 @@ std::string NamedError(const std::string& name, const std::string& text)
 
 std::string ErrorText(GError* error)
 {
-    g_autofree char* name = g_dbus_error_get_remote_error(error);
+    const link::TextOwner name(g_dbus_error_get_remote_error(error));
     if (name == nullptr) {
         return error->message;
     }
     g_dbus_error_strip_remote_error(error);
-    return NamedError(name, error->message);
+    return NamedError(name.get(), error->message);
 }
 
 std::string OwnerOf(GDBusConnection* bus, const std::string& name)
 {
-    g_autoptr(GVariant) reply = CallBus(bus, "GetNameOwner", g_variant_new("(s)", name.c_str()), nullptr);
+    const auto reply = CallBus(bus, "GetNameOwner", g_variant_new("(s)", name.c_str()), nullptr);
     const char* owner = "";
     if (reply != nullptr) {
-        g_variant_get(reply, "(&s)", &owner);
+        g_variant_get(reply.get(), "(&s)", &owner);
     }
     return owner;
 }
 
 unsigned ProcessOf(GDBusConnection* bus, const std::string& name)
 {
-    g_autoptr(GVariant) reply = CallBus(bus, "GetConnectionUnixProcessID", g_variant_new("(s)", name.c_str()), nullptr);
+    const auto reply = CallBus(bus, "GetConnectionUnixProcessID", g_variant_new("(s)", name.c_str()), nullptr);
     unsigned process = 0;
     if (reply != nullptr) {
-        g_variant_get(reply, "(u)", &process);
+        g_variant_get(reply.get(), "(u)", &process);
     }
     return process;
 }

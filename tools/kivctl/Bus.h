@@ -1,5 +1,9 @@
 #pragma once
 
+#include "simulator/ClientNames.h"
+#include "simulator/Interfaces.h"
+#include "src/link/Owners.h"
+
 #include <gio/gio.h>
 
 #include <chrono>
@@ -7,21 +11,9 @@
 
 namespace kiv::ctl {
 
-inline constexpr const char* kBusName = "org.freedesktop.DBus";
-inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
-inline constexpr const char* kClientNamePrefix = "org.lumra.tv.networkspeaker.client.";
-
-// The bus name and the object of a client, formed from its id.
-struct ClientNames {
-    explicit ClientNames(const std::string& id);
-
-    // Returns whether the names are valid in D-Bus.
-    bool Fit() const;
-
-    std::string name;
-    std::string path;
-    std::string interface;
-};
+using simulator::ClientNames;
+using simulator::kBusName;
+using simulator::kServerName;
 
 // Returns the address of the system bus, and where it comes from unless it is the usual one.
 std::string BusAddress();
@@ -32,10 +24,10 @@ std::string NoBusText(const std::string& reason);
 std::string NoBusAdvice(const std::string& otherwise);
 
 // Returns a connection of kivctl's own, because the library may close its connection and open another.
-GDBusConnection* ConnectToSystemBus(GError** error, GCancellable* cancellable = nullptr);
+link::ConnectionOwner ConnectToSystemBus(GError** error, GCancellable* cancellable = nullptr);
 
 // Calls the bus itself. The arguments may be floating or null. Returns null after a failure.
-GVariant* CallBus(GDBusConnection* bus, const char* method, GVariant* arguments, GError** error);
+link::VariantOwner CallBus(GDBusConnection* bus, const char* method, GVariant* arguments, GError** error);
 
 // Makes the bus start the server, unless it runs. Returns whether it runs now.
 bool StartServer(GDBusConnection* bus, GError** error);

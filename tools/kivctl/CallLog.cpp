@@ -1,5 +1,6 @@
 #include "tools/kivctl/CallLog.h"
 
+#include "src/link/Owners.h"
 #include "src/platform/Platform.h"
 #include "tools/kivctl/CallWatch.h"
 
@@ -118,9 +119,9 @@ int __dlog_print(int logId, int priority, const char* tag, const char* format, .
     static const auto platformsPrint = reinterpret_cast<kiv::ctl::PlatformsPrint>(dlsym(RTLD_NEXT, "__dlog_print"));
     va_list arguments;
     va_start(arguments, format);
-    g_autofree char* line = g_strdup_vprintf(format, arguments);
+    const kiv::link::TextOwner line(g_strdup_vprintf(format, arguments));
     va_end(arguments);
-    kiv::ctl::ReadLogLine(priority, line);
+    kiv::ctl::ReadLogLine(priority, line.get());
     constexpr int kNotPrinted = -1;
-    return platformsPrint == nullptr ? kNotPrinted : platformsPrint(logId, priority, tag, "%s", line);
+    return platformsPrint == nullptr ? kNotPrinted : platformsPrint(logId, priority, tag, "%s", line.get());
 }

@@ -1,5 +1,6 @@
 #include "tools/kivctl/CallWatch.h"
 
+#include "src/link/Owners.h"
 #include "tools/kivctl/Bus.h"
 
 #include <fmt/format.h>
@@ -112,8 +113,8 @@ void SetConnecting(bool connecting)
 void WatchCalls()
 {
     SetConnecting(true);
-    g_autoptr(GError) error = nullptr;
-    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    link::ErrorOwner error;
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, error.Out());
     SetConnecting(false);
     const std::scoped_lock lock(g_seenMutex);
     if (bus == nullptr) {

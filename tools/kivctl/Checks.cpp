@@ -16,7 +16,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <utility>
 
@@ -108,12 +107,12 @@ Finding NoId(const std::string& answer, const std::string& type)
 
 std::optional<unsigned> UidOf(GDBusConnection* bus, const char* name)
 {
-    g_autoptr(GVariant) reply = CallBus(bus, "GetConnectionUnixUser", g_variant_new("(s)", name), nullptr);
+    const auto reply = CallBus(bus, "GetConnectionUnixUser", g_variant_new("(s)", name), nullptr);
     if (reply == nullptr) {
         return std::nullopt;
     }
     unsigned uid = 0;
-    g_variant_get(reply, "(u)", &uid);
+    g_variant_get(reply.get(), "(u)", &uid);
     return uid;
 }
 
@@ -189,11 +188,6 @@ GVariant* TestEvent()
 
 } // namespace
 
-Checks::~Checks()
-{
-    g_clear_object(&bus_);
-}
-
 Finding Checks::Feature()
 {
     const bool disabled = GetWhetherKivDisabled();
@@ -215,53 +209,55 @@ Finding Checks::Feature()
 Finding Checks::Bus()
 {
     // GLib sets no limit for opening a connection.
-    g_autoptr(GCancellable) cancellable = g_cancellable_new();
-    g_autoptr(GError) error = nullptr;
+    const link::CancellableOwner cancellable(g_cancellable_new());
+    link::ErrorOwner error;
     {
-        const Alarm alarm(std::chrono::milliseconds(kConnectLimitMs), [&] { g_cancellable_cancel(cancellable); });
-        bus_ = ConnectToSystemBus(&error, cancellable);
+        const Alarm alarm(std::chrono::milliseconds(kConnectLimitMs), [&] { g_cancellable_cancel(cancellable.get()); });
+        bus_ = ConnectToSystemBus(error.Out(), cancellable.get());
     }
     if (bus_ != nullptr) {
         return {State::kOk, "reached at " + BusAddress()};
     }
-    if (IsSilence(error)) {
+    if (IsSilence(error.get())) {
         return {
             State::kProblem, fmt::format("does not answer at {}: {}", BusAddress(), NoAnswer(kConnectLimitMs)),
             kWakeTheBus};
     }
-    if (g_dbus_error_is_remote_error(error) != FALSE) {
-        return {State::kProblem, "answers with the error " + ErrorText(error), "see the log of the bus daemon"};
+    if (g_dbus_error_is_remote_error(error.get()) != FALSE) {
+        return {State::kProblem, "answers with the error " + ErrorText(error.get()), "see the log of the bus daemon"};
     }
-    const bool isKeptOut = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED) != FALSE;
+    const bool isKeptOut = g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED) != FALSE;
     return {State::kProblem, NoBusText(error->message), isKeptOut ? kMendSocket : NoBusAdvice(kMakeBus)};
 }
 
 Finding Checks::ClientName()
 {
-    const std::string name = fmt::format("{}doctor_{}", kClientNamePrefix, getpid());
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = CallBus(bus_, "RequestName", g_variant_new("(su)", name.c_str(), kDoNotQueue), &error);
+    const std::string name = fmt::format("{}doctor_{}", simulator::kClientNamePrefix, getpid());
+    link::ErrorOwner error;
+    const auto reply =
+        CallBus(bus_.get(), "RequestName", g_variant_new("(su)", name.c_str(), kDoNotQueue), error.Out());
     if (reply == nullptr) {
-        return BusProblem("may not be owned", error, kInstallPolicy);
+        return BusProblem("may not be owned", error.get(), kInstallPolicy);
     }
     return {State::kOk, "the bus lets this user own a client's name"};
 }
 
 Finding Checks::Activation()
 {
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = CallBus(bus_, "ListActivatableNames", nullptr, &error);
+    link::ErrorOwner error;
+    const auto reply = CallBus(bus_.get(), "ListActivatableNames", nullptr, error.Out());
     if (reply == nullptr) {
-        Finding finding = BusProblem("the bus does not say what it can start", error, "see the policy of the bus");
+        Finding finding =
+            BusProblem("the bus does not say what it can start", error.get(), "see the policy of the bus");
         finding.state = finding.isOfBus ? State::kProblem : State::kNote;
         return finding;
     }
     g_autofree const char** names = nullptr;
-    g_variant_get(reply, "(^a&s)", &names);
+    g_variant_get(reply.get(), "(^a&s)", &names);
     if (g_strv_contains(names, kServerName)) {
         return {State::kOk, "the bus can start the server"};
     }
-    const bool runs = !OwnerOf(bus_, kServerName).empty();
+    const bool runs = !OwnerOf(bus_.get(), kServerName).empty();
     return {
         runs ? State::kNote : State::kProblem,
         runs ? "the bus cannot start the server; if the server ends, it stays away" : kCannotStartServer,
@@ -270,15 +266,15 @@ Finding Checks::Activation()
 
 Finding Checks::Server()
 {
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     const auto start = std::chrono::steady_clock::now();
-    if (!StartServer(bus_, &error)) {
-        const Diagnosis diagnosis = ServerDoesNotRun(ReasonOf(error, kBusLimitMs));
+    if (!StartServer(bus_.get(), error.Out())) {
+        const Diagnosis diagnosis = ServerDoesNotRun(ReasonOf(error.get(), kBusLimitMs));
         return {State::kProblem, diagnosis.found, diagnosis.advice};
     }
     const auto taken = std::chrono::steady_clock::now() - start;
-    const std::string text =
-        fmt::format("runs as process {} of user {}", ProcessOf(bus_, kServerName), UserOf(bus_, kServerName));
+    const std::string text = fmt::format(
+        "runs as process {} of user {}", ProcessOf(bus_.get(), kServerName), UserOf(bus_.get(), kServerName));
     if (taken <= std::chrono::milliseconds(kServerLimitMs)) {
         return {State::kOk, text};
     }
@@ -291,17 +287,17 @@ Finding Checks::Server()
     return finding;
 }
 
-GVariant* Checks::AskForId(GError** error)
+link::VariantOwner Checks::AskForId(GError** error)
 {
-    return g_dbus_connection_call_sync(
-        bus_, kServerName, "/org/lumra/tv/networkspeaker/server", "org.lumra.tv.networkspeaker.server.interface",
-        kIdMethod, g_variant_new("(i)", getpid()), nullptr, G_DBUS_CALL_FLAGS_NONE, kServerLimitMs, nullptr, error);
+    return link::VariantOwner(g_dbus_connection_call_sync(
+        bus_.get(), kServerName, simulator::kServerPath, simulator::kServerInterface, kIdMethod,
+        g_variant_new("(i)", getpid()), nullptr, G_DBUS_CALL_FLAGS_NONE, kServerLimitMs, nullptr, error));
 }
 
 std::string Checks::ServerAdvice(const std::string& error)
 {
     if (error.empty()) {
-        const unsigned process = ProcessOf(bus_, kServerName);
+        const unsigned process = ProcessOf(bus_.get(), kServerName);
         return fmt::format(
             "wake the server, process {}, if it is stopped (state T in ps; kill -CONT {}), or look into its own log to "
             "see what keeps it busy",
@@ -309,25 +305,25 @@ std::string Checks::ServerAdvice(const std::string& error)
     }
     const std::string advice = ServerErrorAdvice(error);
     return error.starts_with(kUnknownMethod)
-               ? fmt::format("{}; process {} has the server's name", advice, ProcessOf(bus_, kServerName))
+               ? fmt::format("{}; process {} has the server's name", advice, ProcessOf(bus_.get(), kServerName))
                : advice;
 }
 
 Finding Checks::Call()
 {
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = AskForId(&error);
+    link::ErrorOwner error;
+    const auto reply = AskForId(error.Out());
     if (reply == nullptr) {
-        g_autofree char* name = g_dbus_error_get_remote_error(error);
+        const link::TextOwner name(g_dbus_error_get_remote_error(error.get()));
         return {
-            State::kProblem, PeerFailed("the server", error, kServerLimitMs),
-            ServerAdvice(name == nullptr ? "" : name)};
+            State::kProblem, PeerFailed("the server", error.get(), kServerLimitMs),
+            ServerAdvice(name == nullptr ? "" : name.get())};
     }
-    if (!g_variant_is_of_type(reply, G_VARIANT_TYPE("(s)"))) {
-        return NoId("the server answers", g_variant_get_type_string(reply));
+    if (!g_variant_is_of_type(reply.get(), G_VARIANT_TYPE("(s)"))) {
+        return NoId("the server answers", g_variant_get_type_string(reply.get()));
     }
     const char* text = nullptr;
-    g_variant_get(reply, "(&s)", &text);
+    g_variant_get(reply.get(), "(&s)", &text);
     id_ = text;
     return {
         State::kOk,
@@ -389,10 +385,10 @@ Finding Checks::WhyNotSubscribed()
 Finding Checks::Endpoint()
 {
     const ClientNames client(id_);
-    if (!AwaitOwner(bus_, client.name, std::chrono::milliseconds(kEndpointLimitMs))) {
+    if (!AwaitOwner(bus_.get(), client.name, std::chrono::milliseconds(kEndpointLimitMs))) {
         return {State::kProblem, client.name + " has no owner: the library serves no object", kSeeTheLibrarysLog};
     }
-    const unsigned process = ProcessOf(bus_, client.name);
+    const unsigned process = ProcessOf(bus_.get(), client.name);
     if (std::cmp_not_equal(process, getpid())) {
         return {
             State::kProblem,
@@ -405,21 +401,22 @@ Finding Checks::Endpoint()
 Finding Checks::Events()
 {
     const ClientNames client(id_);
-    g_autoptr(GError) error = nullptr;
-    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
-        bus_, client.name.c_str(), client.path.c_str(), client.interface.c_str(), "nam_notify_subscriber", TestEvent(),
-        nullptr, G_DBUS_CALL_FLAGS_NONE, kEndpointLimitMs, nullptr, &error);
-    if (reply == nullptr && IsDenied(error)) {
-        return DeniedEvent(bus_, error);
+    link::ErrorOwner error;
+    const link::VariantOwner reply(g_dbus_connection_call_sync(
+        bus_.get(), client.name.c_str(), client.path.c_str(), client.interface.c_str(), "nam_notify_subscriber",
+        TestEvent(), nullptr, G_DBUS_CALL_FLAGS_NONE, kEndpointLimitMs, nullptr, error.Out()));
+    if (reply == nullptr && IsDenied(error.get())) {
+        return DeniedEvent(bus_.get(), error.get());
     }
     if (reply == nullptr) {
-        return {State::kProblem, PeerFailed("the library", error, kEndpointLimitMs), kSeeTheLibrarysLog};
+        return {State::kProblem, PeerFailed("the library", error.get(), kEndpointLimitMs), kSeeTheLibrarysLog};
     }
     if (!WaitUntil([] { return g_eventCame.load(); }, std::chrono::milliseconds(kEndpointLimitMs))) {
         return {State::kProblem, "a test event was sent, but did not arrive", kSeeTheLibrarysLog};
     }
-    if (!IsServersUser(bus_)) {
-        return UnprovenEvents(bus_, "a test event of this user arrived, but the bus may refuse the server's events");
+    if (!IsServersUser(bus_.get())) {
+        return UnprovenEvents(
+            bus_.get(), "a test event of this user arrived, but the bus may refuse the server's events");
     }
     return {State::kOk, "a test event arrived"};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "src/link/Owners.h"
 #include "tools/kivctl/Command.h"
 
 #include <gio/gio.h>
@@ -23,11 +24,6 @@ struct Finding {
 // Checks the steps of calls and events. A step needs earlier ones to have succeeded; AllChecks() names them.
 class Checks {
 public:
-    Checks() = default;
-    ~Checks();
-    Checks(const Checks&) = delete;
-    Checks& operator=(const Checks&) = delete;
-
     Finding Feature();
     Finding Bus();
     Finding ClientName();
@@ -43,13 +39,13 @@ public:
     void Unsubscribe();
 
 private:
-    GVariant* AskForId(GError** error);
+    link::VariantOwner AskForId(GError** error);
     // Returns the advice for the answer "NAME: TEXT" of an error, or for no answer if it is empty.
     std::string ServerAdvice(const std::string& error);
     Finding LookAtSubscription();
     Finding WhyNotSubscribed();
 
-    GDBusConnection* bus_ = nullptr;
+    link::ConnectionOwner bus_;
     std::string id_;
     bool subscribed_ = false;
 };

@@ -1,5 +1,7 @@
 #include "tools/kivctl/Feature.h"
 
+#include "src/link/Owners.h"
+
 #include <fmt/format.h>
 #include <glib.h>
 
@@ -15,13 +17,14 @@ std::string WhyFeatureIsUnknown()
     if (file == nullptr || *file == '\0') {
         return {};
     }
-    g_autoptr(GKeyFile) features = g_key_file_new();
-    g_autoptr(GError) error = nullptr;
-    g_autofree char* value = g_key_file_load_from_file(features, file, G_KEY_FILE_NONE, &error) == FALSE
-                                 ? nullptr
-                                 : g_key_file_get_value(features, kGroup, kKey, &error);
+    const link::KeyFileOwner features(g_key_file_new());
+    link::ErrorOwner error;
+    const link::TextOwner value(
+        g_key_file_load_from_file(features.get(), file, G_KEY_FILE_NONE, error.Out()) == FALSE
+            ? nullptr
+            : g_key_file_get_value(features.get(), kGroup, kKey, error.Out()));
     return value == nullptr ? fmt::format("{}: {}", file, error->message)
-                            : fmt::format("{}: {} must be true or false, got \"{}\"", file, kKey, value);
+                            : fmt::format("{}: {} must be true or false, got \"{}\"", file, kKey, value.get());
 }
 
 } // namespace kiv::ctl

@@ -1,5 +1,6 @@
 #include "tools/kivctl/Layout.h"
 
+#include "simulator/Glib.h"
 #include "tools/Harmless.h"
 #include "tools/kivctl/Arguments.h"
 #include "tools/kivctl/Command.h"
@@ -14,7 +15,6 @@
 #include <cstdlib>
 #include <iterator>
 #include <set>
-#include <string_view>
 #include <utility>
 
 namespace kiv::ctl {
@@ -269,8 +269,7 @@ int64_t DecodeInteger(const Integer& integer, Bytes bytes)
 std::string DecodeText(Bytes bytes)
 {
     const std::string text = FieldText({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-    g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
-    return valid;
+    return simulator::TakeText(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
 }
 
 std::string ValueText(const Json& value)

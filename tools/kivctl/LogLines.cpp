@@ -1,5 +1,8 @@
 #include "tools/kivctl/LogLines.h"
 
+#include "simulator/Glib.h"
+#include "src/link/Owners.h"
+
 #include <fmt/format.h>
 #include <glib.h>
 
@@ -14,11 +17,7 @@ namespace {
 constexpr std::string_view kReasonsBegin = "Reasons of ";
 constexpr std::string_view kBeforeText = ") > ";
 
-struct RegexDeleter {
-    void operator()(GRegex* regex) const { g_regex_unref(regex); }
-};
-
-using Regex = std::unique_ptr<GRegex, RegexDeleter>;
+using Regex = std::unique_ptr<GRegex, link::Releaser<g_regex_unref>>;
 
 // The pattern matches bytes, because the texts need not be valid UTF-8.
 Regex NewRegex(const std::string& pattern)
@@ -30,9 +29,8 @@ Regex NewRegex(const std::string& pattern)
 std::string Replaced(const std::string& text, const char* pattern, const char* replacement)
 {
     const Regex regex = NewRegex(pattern);
-    g_autofree char* replaced =
-        g_regex_replace(regex.get(), text.c_str(), -1, 0, replacement, static_cast<GRegexMatchFlags>(0), nullptr);
-    return replaced;
+    return simulator::TakeText(
+        g_regex_replace(regex.get(), text.c_str(), -1, 0, replacement, static_cast<GRegexMatchFlags>(0), nullptr));
 }
 
 // Replaces links by their texts, and code by itself.
@@ -117,8 +115,7 @@ std::string PatternOf(const std::string& format)
     std::string pattern = "^";
     for (size_t at = 0; at < format.size();) {
         const size_t percent = std::min(format.find('%', at), format.size());
-        g_autofree char* literal = g_regex_escape_string(format.c_str() + at, static_cast<int>(percent - at));
-        pattern += literal;
+        pattern += simulator::TakeText(g_regex_escape_string(format.c_str() + at, static_cast<int>(percent - at)));
         at = percent;
         if (at < format.size()) {
             const size_t end = format.find_first_of("sdupx", at) + 1;

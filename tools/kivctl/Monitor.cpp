@@ -57,7 +57,6 @@ Monitor::~Monitor()
     // After this call, no callback runs.
     CNSGdbus::m_pInstance->m_DestroyMessageMonitor();
     g_running = nullptr;
-    g_clear_object(&bus_);
 }
 
 void Monitor::Run(const std::function<void()>& ending)
@@ -68,8 +67,8 @@ void Monitor::Run(const std::function<void()>& ending)
     }
     SetMissing("the system bus has not answered");
     WatchCalls();
-    g_autoptr(GError) error = nullptr;
-    bus_ = ConnectToSystemBus(&error);
+    link::ErrorOwner error;
+    bus_ = ConnectToSystemBus(error.Out());
     if (bus_ == nullptr) {
         Fail(Failure("the system bus " + NoBusText(error->message), NoBusAdvice(kDoctorTellsWhy)));
         return;
@@ -78,7 +77,7 @@ void Monitor::Run(const std::function<void()>& ending)
     WatchEvents();
     ending();
     // Unsubscribing would start a server that has gone.
-    if (subscribed_ && serverThere_ && g_dbus_connection_is_closed(bus_) == FALSE) {
+    if (subscribed_ && serverThere_ && g_dbus_connection_is_closed(bus_.get()) == FALSE) {
         unregister_atmos_support_cb(OnAtmos);
         UnsubscribeNamServiceCallback(options_.name.c_str());
     }
@@ -100,11 +99,11 @@ Result Monitor::Outcome()
 void Monitor::StartServerOrWait()
 {
     SetMissing("the bus has not started the server");
-    g_autoptr(GError) error = nullptr;
-    if (StartServer(bus_, &error)) {
+    link::ErrorOwner error;
+    if (StartServer(bus_.get(), error.Out())) {
         return;
     }
-    g_dbus_error_strip_remote_error(error);
+    g_dbus_error_strip_remote_error(error.get());
     SetMissing(fmt::format("the server does not run and cannot be started: {}", error->message));
     const std::string text =
         fmt::format("waiting for the server, which does not run and cannot be started: {}", error->message);
@@ -115,13 +114,13 @@ void Monitor::WatchEvents()
 {
     // A name watch does not report a lost connection if its name had lost its owner before. A bus daemon that ends in
     // order takes the names away first.
-    const gulong closedWatch = g_signal_connect(bus_, "closed", G_CALLBACK(OnBusLost), this);
+    const gulong closedWatch = g_signal_connect(bus_.get(), "closed", G_CALLBACK(OnBusLost), this);
     const guint serverWatch = g_bus_watch_name_on_connection(
-        bus_, kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE, OnServer, OnNoServer, this, nullptr);
+        bus_.get(), kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE, OnServer, OnNoServer, this, nullptr);
     while (!ended_) {
         g_main_context_iteration(nullptr, TRUE);
     }
-    g_signal_handler_disconnect(bus_, closedWatch);
+    g_signal_handler_disconnect(bus_.get(), closedWatch);
     g_bus_unwatch_name(serverWatch);
     if (clientWatch_ != 0) {
         g_bus_unwatch_name(clientWatch_);
@@ -259,7 +258,7 @@ void Monitor::SubscribeAgain()
 
 bool Monitor::IsServerGone() const
 {
-    return OwnerOf(bus_, kServerName).empty();
+    return OwnerOf(bus_.get(), kServerName).empty();
 }
 
 // Waits for the client's bus name. The library's monitor thread serves the client object some time after the
@@ -282,7 +281,7 @@ void Monitor::WatchClient()
     client_ = client.name;
     ExpectClient();
     clientWatch_ = g_bus_watch_name_on_connection(
-        bus_, client_.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnNameOwned, OnNameNotOwned, this, nullptr);
+        bus_.get(), client_.c_str(), G_BUS_NAME_WATCHER_FLAGS_NONE, OnNameOwned, OnNameNotOwned, this, nullptr);
 }
 
 void Monitor::ExpectClient()

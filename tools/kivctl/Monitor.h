@@ -1,5 +1,6 @@
 #pragma once
 
+#include "src/link/Owners.h"
 #include "tools/kivctl/Command.h"
 #include "tools/kivctl/Layout.h"
 #include <KivServiceInterface.h>
@@ -77,7 +78,7 @@ private:
 
     const MonitorOptions options_;
     const Output& output_;
-    GDBusConnection* bus_ = nullptr;
+    link::ConnectionOwner bus_;
     bool subscribed_ = false;
     bool serverThere_ = false;
     bool serverTold_ = false; // the user was told that the server is there

@@ -4,12 +4,10 @@
 #include "tools/kivctl/VolumeReports.h"
 #include <KivServiceInterface.h>
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
 
 namespace kiv::ctl {
 namespace {

@@ -45,9 +45,9 @@ std::optional<Result> VolumeReports::Begin()
     if (!subscribed_) {
         return Failed("SubscribeNamServiceCallback", 0);
     }
-    g_autoptr(GDBusConnection) bus = ConnectToSystemBus(nullptr);
+    const auto bus = ConnectToSystemBus(nullptr);
     const ClientNames client(CNSGdbus::m_pInstance->m_strClientName);
-    if (bus == nullptr || !client.Fit() || !AwaitOwner(bus, client.name, kMoment)) {
+    if (bus == nullptr || !client.Fit() || !AwaitOwner(bus.get(), client.name, kMoment)) {
         const std::string reason = fmt::format("no volume can come: {}", NoOwnerText(client.name));
         return Failure(reason, kDoctorTellsWhy);
     }

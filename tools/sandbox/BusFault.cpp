@@ -1,5 +1,6 @@
 #include "tools/sandbox/BusFault.h"
 
+#include "simulator/Interfaces.h"
 #include "src/link/Owners.h"
 #include "tools/sandbox/Connection.h"
 #include "tools/sandbox/Files.h"
@@ -15,9 +16,6 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 
@@ -55,7 +53,7 @@ std::string DeniedBy(const std::string& fault)
     return "";
 }
 
-using StreamOwner = std::unique_ptr<GIOStream, link::Releaser<g_object_unref>>;
+using StreamOwner = link::ObjectOwner<GIOStream>;
 
 // Connects to the socket of a bus. Returns null for an error.
 StreamOwner ConnectTo(const std::string& address, GError** error = nullptr)
@@ -67,17 +65,17 @@ StreamOwner ConnectTo(const std::string& address, GError** error = nullptr)
 // Returns nothing for an address that is not a socket of this machine.
 std::optional<pid_t> DaemonAt(const std::string& address)
 {
-    g_autoptr(GError) error = nullptr;
-    const StreamOwner stream = ConnectTo(address, &error);
+    link::ErrorOwner error;
+    const StreamOwner stream = ConnectTo(address, error.Out());
     if (stream == nullptr) {
         // When a sandbox ends, its folder is removed with the socket in it.
-        const bool isGone = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_NOT_FOUND) != FALSE;
+        const bool isGone = g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_NOT_FOUND) != FALSE;
         throw std::runtime_error(
             fmt::format("{}no connection to {}: {}", isGone ? "the sandbox has ended: " : "", address, error->message));
     }
     GSocket* const socket = g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream.get()));
-    g_autoptr(GCredentials) credentials = g_socket_get_credentials(socket, nullptr);
-    const pid_t pid = credentials == nullptr ? -1 : g_credentials_get_unix_pid(credentials, nullptr);
+    const link::ObjectOwner<GCredentials> credentials(g_socket_get_credentials(socket, nullptr));
+    const pid_t pid = credentials == nullptr ? -1 : g_credentials_get_unix_pid(credentials.get(), nullptr);
     return pid > 0 ? std::optional(pid) : std::nullopt;
 }
 
@@ -99,12 +97,6 @@ void SendSignal(pid_t process, int number)
     if (kill(process, number) != 0) {
         ThrowErrno(fmt::format("cannot send a signal to the bus, process {}", process));
     }
-}
-
-std::string ReadFile(const std::filesystem::path& path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // Makes commands that set faults wait for each other. While one ends the bus, another could still connect to it. Does
@@ -151,7 +143,7 @@ void SetBusFault(const std::string& address, const std::string& fault)
     const pid_t daemon = DaemonAt(address).value();
     SendSignal(daemon, SIGCONT);
     WriteFile(directory / kFaultFile, fmt::format(kFaultConfiguration, DeniedBy(fault)));
-    Connection(address).CallDaemon("org.freedesktop.DBus", "ReloadConfig");
+    Connection(address).CallDaemon(simulator::kBusName, "ReloadConfig");
     if (fault == kHang) {
         SendSignal(daemon, SIGSTOP);
     } else if (fault == kGone) {
@@ -190,6 +182,16 @@ bool BusIsGone(const std::string& address)
         return ConnectTo(address) == nullptr && std::filesystem::exists(PrivateBusDirectory(address));
     } catch (const std::runtime_error&) {
         return false; // the address of another bus
+    }
+}
+
+void RequireAnsweringBus(const std::string& address)
+{
+    if (BusIsGone(address)) {
+        throw std::runtime_error("the bus is gone; \"kiv-sandbox control bus-fault none\" starts it again");
+    }
+    if (BusHangs(address)) {
+        throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on");
     }
 }
 

@@ -32,6 +32,10 @@ bool BusHangs(const std::string& address);
 // Returns whether the daemon of a private bus has ended, while its sandbox still runs.
 bool BusIsGone(const std::string& address);
 
+// Throws std::runtime_error, which says what to do, if the daemon of a private bus is stopped or has ended. A
+// connection to it would wait for an answer, or fail.
+void RequireAnsweringBus(const std::string& address);
+
 // Returns whether a SetBusFault() of any process waits for the sandbox to start the bus again.
 bool IsRestartWanted(const std::filesystem::path& busDirectory);
 // Lets that SetBusFault() return, because the bus runs again.

@@ -1,5 +1,6 @@
 #include "tools/sandbox/BusTrace.h"
 
+#include "simulator/Interfaces.h"
 #include "simulator/ShortText.h"
 #include "tools/sandbox/Connection.h"
 
@@ -79,8 +80,7 @@ std::string Message::BodyText() const
 
 bool IsServerCall(const Message& message)
 {
-    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL &&
-           message.interface == "org.lumra.tv.networkspeaker.server.interface";
+    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL && message.interface == simulator::kServerInterface;
 }
 
 std::string Describe(const Message& message)

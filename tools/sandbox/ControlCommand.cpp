@@ -9,6 +9,7 @@
 #include "simulator/JsonKeys.h"
 #include "simulator/Scenario.h"
 #include "simulator/Wire.h"
+#include "src/link/Owners.h"
 #include "tools/Harmless.h"
 #include "tools/Nearest.h"
 #include "tools/sandbox/BusFault.h"
@@ -78,12 +79,7 @@ std::string BusAddress()
 std::string AnsweringBusAddress()
 {
     std::string address = BusAddress();
-    if (BusIsGone(address)) {
-        throw std::runtime_error("the bus is gone; \"kiv-sandbox control bus-fault none\" starts it again");
-    }
-    if (BusHangs(address)) {
-        throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on");
-    }
+    RequireAnsweringBus(address);
     return address;
 }
 
@@ -129,21 +125,21 @@ private:
 
     Variant CallDaemon(const char* method, GVariant* arguments) const
     {
-        return Call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method, arguments);
+        return Call(simulator::kBusName, simulator::kBusPath, simulator::kBusName, method, arguments);
     }
 
     Variant
     Call(const char* name, const char* path, const char* interface, const char* method, GVariant* arguments) const
     {
-        g_autoptr(GError) error = nullptr;
+        link::ErrorOwner error;
         GVariant* reply = g_dbus_connection_call_sync(
             connection_.Get(), name, path, interface, method, arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
-            INT_MAX, nullptr, &error);
+            INT_MAX, nullptr, error.Out());
         if (reply != nullptr) {
             return simulator::Own(reply);
         }
-        const bool isRefusal = g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS) != FALSE;
-        g_dbus_error_strip_remote_error(error);
+        const bool isRefusal = g_error_matches(error.get(), G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS) != FALSE;
+        g_dbus_error_strip_remote_error(error.get());
         if (isRefusal) {
             throw Refusal(error->message);
         }

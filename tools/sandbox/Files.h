@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -16,6 +17,13 @@ namespace kiv::sandbox {
 [[noreturn]] inline void ThrowErrno(const std::string& what, int error = errno)
 {
     throw std::system_error(error, std::generic_category(), what);
+}
+
+// Returns the text of a file. Empty if it cannot be read.
+inline std::string ReadFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // Writes a file. Throws std::runtime_error if it cannot be written.

@@ -38,7 +38,7 @@ constexpr std::string_view kEnded = "ended ";
 class KeeperProcess {
 public:
     KeeperProcess(char* const* command, Keeper::Place place, char* const* removal)
-        : command_(command), inBackground_(place == Keeper::Place::Background), removal_(removal)
+        : command_(command), inBackground_(place == Keeper::Place::kBackground), removal_(removal)
     {
     }
 

@@ -21,8 +21,8 @@ std::vector<char*> Arguments(std::vector<std::string>& words);
 class Keeper {
 public:
     enum class Place {
-        Foreground, // shares this process's terminal and standard streams
-        Background, // in a session of its own, without input; writes to stderr only, and lines on kReportFd
+        kForeground, // shares this process's terminal and standard streams
+        kBackground, // in a session of its own, without input; writes to stderr only, and lines on kReportFd
     };
     // ReadLine() returns what a program in the background writes to this descriptor.
     static constexpr int kReportFd = 3;

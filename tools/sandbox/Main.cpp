@@ -467,7 +467,7 @@ int RunInSandbox(const Options& options)
     if (options.page) {
         page.emplace();
     }
-    Keeper command(options.command, Keeper::Place::Foreground);
+    Keeper command(options.command, Keeper::Place::kForeground);
 
     // Up to here, a signal ends this process, and the keepers clean up. The threads of the bus and the trace inherit
     // the signal mask.
@@ -533,7 +533,7 @@ int JoinSandbox(const Options& options)
     SetEnvironment(options, FindSandbox(options.join).environment);
     if (options.page) {
         Page page;
-        Keeper command(options.command, Keeper::Place::Foreground);
+        Keeper command(options.command, Keeper::Place::kForeground);
         const EndSignals signals;
         page.Follow();
         return RunCommand(options.command.front(), command, signals);

@@ -1,5 +1,6 @@
 #include "tools/sandbox/Page.h"
 
+#include "tools/sandbox/Files.h"
 #include "tools/sandbox/ScenarioFiles.h"
 
 #include <fcntl.h>
@@ -16,7 +17,6 @@
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
-#include <system_error>
 
 namespace kiv::sandbox {
 
@@ -42,7 +42,7 @@ std::vector<std::string> PageCommand()
                              "build it with libsoup-3.0-dev");
 }
 
-Page::Page() : keeper_(PageCommand(), Keeper::Place::Background)
+Page::Page() : keeper_(PageCommand(), Keeper::Place::kBackground)
 {
     keeper_.Start();
     const std::optional<std::string> name = keeper_.ReadLine();
@@ -52,7 +52,7 @@ Page::Page() : keeper_(PageCommand(), Keeper::Place::Background)
     socketName_ = *name;
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe");
+        ThrowErrno("pipe");
     }
     pipe_ = ends[0];
     stderr_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);

@@ -1,6 +1,8 @@
 #include "tools/sandbox/PrivateBus.h"
 
 #include "simulator/Glib.h"
+#include "simulator/Interfaces.h"
+#include "src/link/Owners.h"
 #include "tools/sandbox/Connection.h"
 #include "tools/sandbox/Files.h"
 
@@ -19,7 +21,6 @@ namespace {
 
 using simulator::TakeText;
 
-constexpr auto kDaemonInterface = "org.freedesktop.DBus";
 constexpr auto kAddressHead = "unix:path=";
 constexpr auto kDirectoryHead = "kiv-sandbox-";
 constexpr auto kSocket = "bus";
@@ -97,10 +98,10 @@ void WriteServiceFile(const std::filesystem::path& directory, const Service& ser
     for (const std::string& word : service.command) {
         commandLine += (commandLine.empty() ? "" : " ") + TakeText(g_shell_quote(word.c_str()));
     }
-    g_autoptr(GKeyFile) file = g_key_file_new();
-    g_key_file_set_string(file, "D-BUS Service", "Name", service.name.c_str());
-    g_key_file_set_string(file, "D-BUS Service", "Exec", commandLine.c_str());
-    WriteFile(ServiceFile(directory, service.name), TakeText(g_key_file_to_data(file, nullptr, nullptr)));
+    const link::KeyFileOwner file(g_key_file_new());
+    g_key_file_set_string(file.get(), "D-BUS Service", "Name", service.name.c_str());
+    g_key_file_set_string(file.get(), "D-BUS Service", "Exec", commandLine.c_str());
+    WriteFile(ServiceFile(directory, service.name), TakeText(g_key_file_to_data(file.get(), nullptr, nullptr)));
 }
 
 } // namespace
@@ -108,7 +109,7 @@ void WriteServiceFile(const std::filesystem::path& directory, const Service& ser
 PrivateBus::PrivateBus(const BusOptions& options)
     : directory_(MakeDirectory()),
       address_(kAddressHead + TakeText(g_dbus_address_escape_value((directory_ / kSocket).c_str()))),
-      keeper_(DaemonCommand(ConfigurationFile(directory_)), Keeper::Place::Background, directory_)
+      keeper_(DaemonCommand(ConfigurationFile(directory_)), Keeper::Place::kBackground, directory_)
 {
     std::filesystem::create_directory(ServicesDirectory(directory_));
     for (const Service& service : options.services) {
@@ -159,13 +160,13 @@ void PrivateBus::RemoveService(const std::string& name)
 
 void PrivateBus::Activate(const std::string& name)
 {
-    Connection(address_).CallDaemon(kDaemonInterface, "StartServiceByName", g_variant_new("(su)", name.c_str(), 0U));
+    Connection(address_).CallDaemon(simulator::kBusName, "StartServiceByName", g_variant_new("(su)", name.c_str(), 0U));
 }
 
 void PrivateBus::ReloadConfig() const
 {
     if (keeper_.Pid() != 0) {
-        Connection(address_).CallDaemon(kDaemonInterface, "ReloadConfig");
+        Connection(address_).CallDaemon(simulator::kBusName, "ReloadConfig");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "tools/sandbox/Recorder.h"
 
+#include "simulator/ClientNames.h"
 #include "simulator/JsonNode.h"
 
 #include <fcntl.h>
@@ -19,8 +20,6 @@ namespace kiv::sandbox {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::string_view kClientInterface = "org.lumra.tv.networkspeaker.client.interface.";
 
 [[noreturn]] void ThrowFileError(const fs::path& file, int error)
 {
@@ -67,12 +66,12 @@ std::optional<simulator::RecordedLine> RecordedMessages::Line(const Message& mes
             line.error.empty() ? message.TypedBodyText() : message.ErrorText();
         return line;
     }
-    const bool isEvent = message.interface.starts_with(kClientInterface);
+    const bool isEvent = message.interface.starts_with(simulator::kClientInterfacePrefix);
     if (!isCall && (!isEvent || message.type != G_DBUS_MESSAGE_TYPE_METHOD_CALL)) {
         return std::nullopt;
     }
     (isEvent ? line.event : line.call) = ++lastNumber_;
-    line.client = isEvent ? message.interface.substr(kClientInterface.size()) : "";
+    line.client = isEvent ? message.interface.substr(std::string_view(simulator::kClientInterfacePrefix).size()) : "";
     line.method = message.member;
     line.arguments = message.TypedBodyText();
     open_.Add(message, lastNumber_);

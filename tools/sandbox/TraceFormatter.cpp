@@ -1,5 +1,7 @@
 #include "tools/sandbox/TraceFormatter.h"
 
+#include "simulator/Interfaces.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -10,7 +12,6 @@ namespace kiv::sandbox {
 
 namespace {
 
-constexpr std::string_view kDaemon = "org.freedesktop.DBus";
 constexpr std::string_view kOwnerSignal = "NameOwnerChanged";
 
 bool IsHousekeeping(std::string_view owner, std::string_view member)
@@ -19,7 +20,7 @@ bool IsHousekeeping(std::string_view owner, std::string_view member)
     static constexpr std::array<std::string_view, 10> kMembers = {
         "Hello",        "AddMatch", "RemoveMatch", "GetNameOwner", "StartServiceByName",
         "NameAcquired", "NameLost", kOwnerSignal,  "ReloadConfig", "ActivatableServicesChanged"};
-    return owner == kDaemon && std::find(kMembers.begin(), kMembers.end(), member) != kMembers.end();
+    return owner == simulator::kBusName && std::find(kMembers.begin(), kMembers.end(), member) != kMembers.end();
 }
 
 bool IsUnique(const std::string& busName)
@@ -42,7 +43,7 @@ std::optional<std::string> TraceFormatter::Format(const Message& message)
     if (!IsAnswer(message) || member.name.empty()) {
         return Describe(shown);
     }
-    if (message.sender != kDaemon) {
+    if (message.sender != simulator::kBusName) {
         // The answer shows the one of the connection's names that was called.
         shown.sender = DisplayName(member.owner);
     }
@@ -51,7 +52,7 @@ std::optional<std::string> TraceFormatter::Format(const Message& message)
 
 void TraceFormatter::FollowNames(const Message& message)
 {
-    if (message.sender != kDaemon || message.member != kOwnerSignal || message.signature != "sss") {
+    if (message.sender != simulator::kBusName || message.member != kOwnerSignal || message.signature != "sss") {
         return;
     }
     const char* name = nullptr;
@@ -92,7 +93,7 @@ std::string TraceFormatter::Shorten(const std::string& wellKnownName) const
 {
     const auto end = wellKnownName.rfind('.');
     const auto dot = end == std::string::npos || end == 0 ? std::string::npos : wellKnownName.rfind('.', end - 1);
-    if (dot == std::string::npos || wellKnownName == kDaemon) {
+    if (dot == std::string::npos || wellKnownName == simulator::kBusName) {
         return wellKnownName;
     }
     const std::string tail = wellKnownName.substr(dot);

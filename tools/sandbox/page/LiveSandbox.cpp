@@ -32,19 +32,20 @@ constexpr const char* kHangs = "hangs";
 
 bool AsksForServer(const Message& message)
 {
-    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL && message.destination == "org.freedesktop.DBus" &&
+    return message.type == G_DBUS_MESSAGE_TYPE_METHOD_CALL && message.destination == simulator::kBusName &&
            message.member == "NameHasOwner" && message.BodyText() == fmt::format("('{}',)", simulator::kServerName);
 }
 
 // Returns nothing for arguments that are not those of an event.
 std::string EventText(const std::string& arguments)
 {
-    g_autoptr(GVariant) tuple = g_variant_parse(G_VARIANT_TYPE("(ay)"), arguments.c_str(), nullptr, nullptr, nullptr);
+    const link::VariantOwner tuple(
+        g_variant_parse(G_VARIANT_TYPE("(ay)"), arguments.c_str(), nullptr, nullptr, nullptr));
     if (tuple == nullptr) {
         return "";
     }
-    g_autoptr(GVariant) array = g_variant_get_child_value(tuple, 0);
-    const simulator::Bytes payload = simulator::BytesOf(array);
+    const link::VariantOwner array(g_variant_get_child_value(tuple.get(), 0));
+    const simulator::Bytes payload = simulator::BytesOf(array.get());
     if (payload.size() < 2 * sizeof(std::int32_t)) {
         return fmt::format("event of {} bytes, without a whole head", payload.size());
     }
@@ -81,10 +82,7 @@ std::string ShownLine(json line)
 
 LiveSandbox::LiveSandbox(std::string address, History& history) : address_(std::move(address)), history_(history)
 {
-    // A bus that hangs would not answer the connection.
-    if (BusHangs(address_)) {
-        throw std::runtime_error("the bus hangs; \"kiv-sandbox control bus-fault none\" makes it go on");
-    }
+    RequireAnsweringBus(address_);
     const auto look = [](void* self) -> gboolean {
         static_cast<LiveSandbox*>(self)->LookAtBus();
         return G_SOURCE_CONTINUE;
@@ -100,10 +98,10 @@ void LiveSandbox::LookAtBus()
         return;
     }
     // A connection to a stopped daemon stays open, so the state of its process is read.
-    GIOStream* const stream = g_dbus_connection_get_stream(connection_);
-    g_autoptr(GCredentials) daemon =
-        g_socket_get_credentials(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)), nullptr);
-    const bool hangs = daemon != nullptr && IsStopped(g_credentials_get_unix_pid(daemon, nullptr));
+    GIOStream* const stream = g_dbus_connection_get_stream(connection_.get());
+    const link::ObjectOwner<GCredentials> daemon(
+        g_socket_get_credentials(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)), nullptr));
+    const bool hangs = daemon != nullptr && IsStopped(g_credentials_get_unix_pid(daemon.get(), nullptr));
     SetBus(hangs ? kHangs : kUp);
 }
 
@@ -117,11 +115,10 @@ void LiveSandbox::SetBus(const char* state)
 
 void LiveSandbox::Connect()
 {
-    constexpr auto kFlags = static_cast<GDBusConnectionFlags>(
-        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
     try {
         trace_ = std::make_unique<BusTrace>(address_, [this](const Message& message) { Take(message); });
-        connection_ = g_dbus_connection_new_for_address_sync(address_.c_str(), kFlags, nullptr, nullptr, nullptr);
+        connection_.reset(g_dbus_connection_new_for_address_sync(
+            address_.c_str(), simulator::kOwnConnection, nullptr, nullptr, nullptr));
     } catch (const std::runtime_error&) {
         trace_.reset();
     }
@@ -129,9 +126,9 @@ void LiveSandbox::Connect()
     if (connection_ == nullptr) {
         return;
     }
-    g_signal_connect_swapped(connection_, "closed", G_CALLBACK(&LiveSandbox::OnClosed), this);
+    g_signal_connect_swapped(connection_.get(), "closed", G_CALLBACK(&LiveSandbox::OnClosed), this);
     g_bus_watch_name_on_connection(
-        connection_, simulator::kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE,
+        connection_.get(), simulator::kServerName, G_BUS_NAME_WATCHER_FLAGS_NONE,
         [](GDBusConnection*, const char*, const char*, void* history) {
             static_cast<History*>(history)->SetState("server", R"({"server":"up"})");
         },
@@ -141,7 +138,7 @@ void LiveSandbox::Connect()
         &history_, nullptr);
     // Each new owner of the name is asked, because a new simulator follows one that has crashed.
     g_bus_watch_name_on_connection(
-        connection_, simulator::kControlName, G_BUS_NAME_WATCHER_FLAGS_NONE,
+        connection_.get(), simulator::kControlName, G_BUS_NAME_WATCHER_FLAGS_NONE,
         [](GDBusConnection*, const char*, const char*, void* self) { static_cast<LiveSandbox*>(self)->AwaitChange(); },
         nullptr, this, nullptr);
 }
@@ -149,7 +146,7 @@ void LiveSandbox::Connect()
 void LiveSandbox::OnClosed(LiveSandbox* self)
 {
     self->trace_.reset();
-    g_clear_object(&self->connection_);
+    self->connection_.reset();
     self->SetBus(kDown);
 }
 
@@ -157,20 +154,20 @@ void LiveSandbox::AwaitChange()
 {
     if (connection_ != nullptr) {
         g_dbus_connection_call(
-            connection_, simulator::kControlName, simulator::kControlPath, simulator::kControlInterface, "AwaitChange",
-            g_variant_new("(s)", home_.c_str()), G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NO_AUTO_START, INT_MAX,
-            nullptr, &LiveSandbox::OnState, this);
+            connection_.get(), simulator::kControlName, simulator::kControlPath, simulator::kControlInterface,
+            "AwaitChange", g_variant_new("(s)", home_.c_str()), G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NO_AUTO_START,
+            INT_MAX, nullptr, &LiveSandbox::OnState, this);
     }
 }
 
 void LiveSandbox::OnState(GObject* connection, GAsyncResult* result, void* self)
 {
     auto* const sandbox = static_cast<LiveSandbox*>(self);
-    g_autoptr(GVariant) reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr);
+    const link::VariantOwner reply(g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, nullptr));
     // The call fails when the simulator ends, and if it replays a recording, because it has no home then.
     if (reply != nullptr) {
         const char* state = nullptr;
-        g_variant_get(reply, "(&s)", &state);
+        g_variant_get(reply.get(), "(&s)", &state);
         sandbox->home_ = state;
         sandbox->history_.SetState("home", ShownLine({{"home", json::parse(sandbox->home_)}}));
         sandbox->AwaitChange();
@@ -200,15 +197,15 @@ void LiveSandbox::ReadLog(const std::string& socketName)
 {
     GSocket* const socket =
         g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_DATAGRAM, G_SOCKET_PROTOCOL_DEFAULT, nullptr);
-    g_autoptr(GSocketAddress) address = g_unix_socket_address_new_with_type(
-        socketName.c_str(), static_cast<gint>(socketName.size()), G_UNIX_SOCKET_ADDRESS_ABSTRACT);
-    if (g_socket_bind(socket, address, FALSE, nullptr) == FALSE) {
+    const link::ObjectOwner<GSocketAddress> address(g_unix_socket_address_new_with_type(
+        socketName.c_str(), static_cast<gint>(socketName.size()), G_UNIX_SOCKET_ADDRESS_ABSTRACT));
+    if (g_socket_bind(socket, address.get(), FALSE, nullptr) == FALSE) {
         throw std::runtime_error("the page cannot listen for the application's log");
     }
     g_socket_set_blocking(socket, FALSE);
-    g_autoptr(GSource) source = g_socket_create_source(socket, G_IO_IN, nullptr);
-    g_source_set_callback(source, G_SOURCE_FUNC(&LiveSandbox::OnDatagram), this, nullptr);
-    g_source_attach(source, nullptr);
+    const link::SourceOwner source(g_socket_create_source(socket, G_IO_IN, nullptr));
+    g_source_set_callback(source.get(), G_SOURCE_FUNC(&LiveSandbox::OnDatagram), this, nullptr);
+    g_source_attach(source.get(), nullptr);
 }
 
 gboolean LiveSandbox::OnDatagram(GSocket* socket, GIOCondition, void* self)

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "src/link/Owners.h"
 #include "tools/sandbox/Recorder.h"
 #include "tools/sandbox/page/History.h"
 
 #include <gio/gio.h>
 #include <nlohmann/json_fwd.hpp>
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -53,7 +53,7 @@ private:
     History& history_;
     std::int64_t begin_ = g_get_real_time();
     std::int64_t start_ = g_get_monotonic_time();
-    GDBusConnection* connection_ = nullptr;
+    link::ConnectionOwner connection_;
     std::unique_ptr<BusTrace> trace_;
     RecordedMessages messages_;
     std::string home_;

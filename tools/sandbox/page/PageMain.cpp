@@ -7,6 +7,7 @@
 #include "simulator/Interfaces.h"
 #include "simulator/JsonNode.h"
 #include "simulator/Recording.h"
+#include "src/link/Owners.h"
 #include "tools/sandbox/Keeper.h"
 #include "tools/sandbox/page/LiveSandbox.h"
 #include "tools/sandbox/page/PageServer.h"
@@ -56,13 +57,14 @@ void RunControl(const std::string& sandbox, const std::vector<std::string>& word
     arguments.push_back(nullptr);
     constexpr auto kFlags =
         static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_MERGE);
-    g_autoptr(GSubprocess) process = g_subprocess_newv(arguments.data(), kFlags, nullptr);
+    const link::ObjectOwner<GSubprocess> process(g_subprocess_newv(arguments.data(), kFlags, nullptr));
     if (process == nullptr) {
         onDone(-1, fmt::format("{} cannot be started", sandbox));
         return;
     }
     g_subprocess_communicate_utf8_async(
-        process, nullptr, nullptr, &FinishControl, std::make_unique<PageServer::OnDone>(std::move(onDone)).release());
+        process.get(), nullptr, nullptr, &FinishControl,
+        std::make_unique<PageServer::OnDone>(std::move(onDone)).release());
 }
 
 void ReadRecording(const std::string& file, History& history)

@@ -60,10 +60,10 @@ void Respond(SoupServerMessage* message, const char* type, std::string_view text
 
 PageServer::PageServer(History& history, Actions actions)
     : history_(history), actions_(std::move(actions)), token_(NewToken()), root_("/" + token_ + "/"),
-      server_(soup_server_new(nullptr, nullptr), g_object_unref)
+      server_(soup_server_new(nullptr, nullptr))
 {
-    g_autoptr(GError) error = nullptr;
-    if (soup_server_listen_local(server_.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, &error) == FALSE) {
+    link::ErrorOwner error;
+    if (soup_server_listen_local(server_.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, error.Out()) == FALSE) {
         throw std::runtime_error(fmt::format("the page cannot be served: {}", error->message));
     }
     GSList* const uris = soup_server_get_uris(server_.get());
@@ -150,13 +150,12 @@ void PageServer::Control(Message* message) const
         soup_server_message_set_status(message, SOUP_STATUS_BAD_REQUEST, nullptr);
         return;
     }
-    g_object_ref(message);
     soup_server_message_pause(message);
-    actions_.control(words, [message](int exitCode, const std::string& output) {
+    const auto held = simulator::OwnObject(static_cast<Message*>(g_object_ref(message)));
+    actions_.control(words, [held](int exitCode, const std::string& output) {
         const json answer = {{"exitCode", exitCode}, {"output", output}};
-        Respond(message, "application/json", answer.dump(-1, ' ', false, json::error_handler_t::replace));
-        soup_server_message_unpause(message);
-        g_object_unref(message);
+        Respond(held.get(), "application/json", answer.dump(-1, ' ', false, json::error_handler_t::replace));
+        soup_server_message_unpause(held.get());
     });
 }
 

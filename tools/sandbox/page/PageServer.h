@@ -1,5 +1,6 @@
 #pragma once
 
+#include "src/link/Owners.h"
 #include "tools/sandbox/page/History.h"
 
 #include <libsoup/soup.h>
@@ -55,7 +56,7 @@ private:
     std::string token_;
     std::string root_;
     std::string host_;
-    std::unique_ptr<SoupServer, decltype(&g_object_unref)> server_;
+    link::ObjectOwner<SoupServer> server_;
     std::map<Message*, Viewer> viewers_; // until the "finished" signal of the message
     bool willTell_ = false;
 };

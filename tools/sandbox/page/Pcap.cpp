@@ -1,23 +1,22 @@
 #include "tools/sandbox/page/Pcap.h"
 
+#include "simulator/ClientNames.h"
 #include "simulator/Glib.h"
 #include "simulator/Interfaces.h"
+#include "src/link/Owners.h"
 
-#include <fmt/format.h>
 #include <gio/gio.h>
 #include <nlohmann/json.hpp>
 
 #include <map>
 #include <memory>
+#include <utility>
 
 namespace kiv::sandbox {
 
 namespace {
 
 using nlohmann::json;
-
-constexpr auto kDaemon = "org.freedesktop.DBus";
-constexpr auto kServerInterface = "org.lumra.tv.networkspeaker.server.interface";
 
 constexpr std::uint32_t kMagic = 0xa1b2c3d4;
 constexpr std::uint32_t kLinkTypeDBus = 231;
@@ -45,18 +44,18 @@ public:
             return "";
         }
         const std::string tuple = line.value(isAnswer ? "values" : "arguments", "()");
-        g_autoptr(GVariant) body = g_variant_parse(nullptr, tuple.c_str(), nullptr, nullptr, nullptr);
-        if (body != nullptr && g_variant_is_of_type(body, G_VARIANT_TYPE_TUPLE) != FALSE &&
-            g_variant_n_children(body) != 0) {
-            g_dbus_message_set_body(message.get(), body);
+        const link::VariantOwner body(g_variant_parse(nullptr, tuple.c_str(), nullptr, nullptr, nullptr));
+        if (body != nullptr && g_variant_is_of_type(body.get(), G_VARIANT_TYPE_TUPLE) != FALSE &&
+            g_variant_n_children(body.get()) != 0) {
+            g_dbus_message_set_body(message.get(), body.get());
         }
         if (line.contains("sender")) {
             g_dbus_message_set_sender(message.get(), line.value("sender", "").c_str());
         }
         g_dbus_message_set_serial(message.get(), line.value("serial", ++serial_));
         gsize size = 0;
-        const std::unique_ptr<guchar, decltype(&g_free)> bytes(
-            g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr), g_free);
+        const std::unique_ptr<guchar, link::Releaser<g_free>> bytes(
+            g_dbus_message_to_blob(message.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
         return {reinterpret_cast<const char*>(bytes.get()), size};
     }
 
@@ -68,14 +67,15 @@ private:
         const std::string client = line.value("client", "");
         std::string callee = simulator::kServerName;
         std::string path = simulator::kServerPath;
-        std::string interface = kServerInterface;
+        std::string interface = simulator::kServerInterface;
         if (isEvent) {
-            callee = "org.lumra.tv.networkspeaker.client." + client;
-            path = "/org/lumra/tv/networkspeaker/client/" + client;
-            interface = "org.lumra.tv.networkspeaker.client.interface." + client;
+            simulator::ClientNames names(client);
+            callee = std::move(names.name);
+            path = std::move(names.path);
+            interface = std::move(names.interface);
         } else if (method == "NameHasOwner") {
-            callee = interface = kDaemon;
-            path = "/org/freedesktop/DBus";
+            callee = interface = simulator::kBusName;
+            path = simulator::kBusPath;
         }
         if (g_dbus_is_member_name(method.c_str()) == FALSE || g_dbus_is_interface_name(interface.c_str()) == FALSE ||
             g_variant_is_object_path(path.c_str()) == FALSE) {
