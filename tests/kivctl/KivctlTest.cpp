@@ -61,23 +61,24 @@ Running::Running(
     argv.push_back(nullptr);
 
     const int flags = G_SUBPROCESS_FLAGS_STDERR_PIPE | (output < 0 ? G_SUBPROCESS_FLAGS_STDOUT_PIPE : 0);
-    g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(static_cast<GSubprocessFlags>(flags));
+    const link::ObjectOwner<GSubprocessLauncher> launcher(
+        g_subprocess_launcher_new(static_cast<GSubprocessFlags>(flags)));
     if (output >= 0) {
-        g_subprocess_launcher_take_stdout_fd(launcher, output);
+        g_subprocess_launcher_take_stdout_fd(launcher.get(), output);
     }
-    g_subprocess_launcher_setenv(launcher, "DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), TRUE);
-    g_subprocess_launcher_setenv(launcher, "KIV_SYSTEM_INFO_FILE", FeatureFile(bus).c_str(), TRUE);
-    g_subprocess_launcher_setenv(launcher, "KIV_LOG_LEVEL", "none", TRUE);
-    g_subprocess_launcher_unsetenv(launcher, "KIV_LAYOUT");
+    g_subprocess_launcher_setenv(launcher.get(), "DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), TRUE);
+    g_subprocess_launcher_setenv(launcher.get(), "KIV_SYSTEM_INFO_FILE", FeatureFile(bus).c_str(), TRUE);
+    g_subprocess_launcher_setenv(launcher.get(), "KIV_LOG_LEVEL", "none", TRUE);
+    g_subprocess_launcher_unsetenv(launcher.get(), "KIV_LAYOUT");
     for (const auto& [name, value] : environment) {
         if (value.empty()) {
-            g_subprocess_launcher_unsetenv(launcher, name.c_str());
+            g_subprocess_launcher_unsetenv(launcher.get(), name.c_str());
         } else {
-            g_subprocess_launcher_setenv(launcher, name.c_str(), value.c_str(), TRUE);
+            g_subprocess_launcher_setenv(launcher.get(), name.c_str(), value.c_str(), TRUE);
         }
     }
-    g_autoptr(GError) error = nullptr;
-    process_.reset(g_subprocess_launcher_spawnv(launcher, argv.data(), &error));
+    link::ErrorOwner error;
+    process_.reset(g_subprocess_launcher_spawnv(launcher.get(), argv.data(), error.Out()));
     if (!process_) {
         throw std::runtime_error(error->message);
     }
@@ -109,8 +110,8 @@ std::string Running::ErrLine()
 
 std::string Running::ReadLine(GDataInputStream* stream)
 {
-    g_autofree char* line = g_data_input_stream_read_line(stream, nullptr, nullptr, nullptr);
-    return line == nullptr ? "" : line;
+    const link::TextOwner line(g_data_input_stream_read_line(stream, nullptr, nullptr, nullptr));
+    return line == nullptr ? "" : line.get();
 }
 
 std::string Running::ReadRest(GDataInputStream* stream)
@@ -261,11 +262,11 @@ link::VariantOwner KivctlTest::Control(const char* method, GVariant* arguments) 
     const link::VariantOwner owned = link::Sink(arguments);
     const sandbox::Connection connection(bus_.Address());
     connection.CallDaemon("org.freedesktop.DBus", "StartServiceByName", g_variant_new("(su)", kServerName, 0U));
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     link::VariantOwner reply(g_dbus_connection_call_sync(
         connection.Get(), "org.lumra.tv.networkspeaker.simulator", "/org/lumra/tv/networkspeaker/simulator",
         "org.lumra.tv.networkspeaker.simulator.control", method, owned.get(), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
-        nullptr, &error));
+        nullptr, error.Out()));
     if (!reply) {
         throw std::runtime_error(error->message);
     }
@@ -305,7 +306,7 @@ void KivctlTest::SendPayload(const std::string& payload) const
     Control("Payload", g_variant_new("(s@ay)", "", Bytes(payload)));
 }
 
-Json KivctlTest::Model() const
+Json KivctlTest::State() const
 {
     const link::VariantOwner reply = Control("Show");
     return Json::parse(g_variant_get_string(link::Member(reply.get()).get(), nullptr));
@@ -323,8 +324,9 @@ std::vector<std::string> KivctlTest::Calls() const
         if (std::string(method) != "check_dbus_connection") {
             // The simulator returns the string "()" for no arguments.
             const bool none = g_variant_is_of_type(arguments, G_VARIANT_TYPE_STRING) != FALSE;
-            g_autofree char* text = none ? g_variant_dup_string(arguments, nullptr) : g_variant_print(arguments, FALSE);
-            calls.push_back(std::string(method) + text);
+            const link::TextOwner text(
+                none ? g_variant_dup_string(arguments, nullptr) : g_variant_print(arguments, FALSE));
+            calls.push_back(std::string(method) + text.get());
         }
     }
     return calls;

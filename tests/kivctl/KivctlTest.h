@@ -64,12 +64,9 @@ private:
     static std::string ReadLine(GDataInputStream* stream);
     static std::string ReadRest(GDataInputStream* stream);
 
-    template <typename Object>
-    using Owner = std::unique_ptr<Object, link::Releaser<g_object_unref>>;
-
-    Owner<GSubprocess> process_;
-    Owner<GDataInputStream> out_; // null if stdout is a descriptor
-    Owner<GDataInputStream> err_;
+    link::ObjectOwner<GSubprocess> process_;
+    link::ObjectOwner<GDataInputStream> out_; // null if stdout is a descriptor
+    link::ObjectOwner<GDataInputStream> err_;
 };
 
 inline constexpr const char* kServerName = "org.lumra.tv.networkspeaker.server";
@@ -144,8 +141,8 @@ protected:
     void SendEvent(int id, const std::string& data) const;
     void SendPayload(const std::string& payload) const;
 
-    // Returns the home as the simulator describes it.
-    Json Model() const;
+    // Returns the state of the home, the clients and the faults, as the simulator describes it.
+    Json State() const;
 
     // Returns the calls that the server got, such as "StopNetworkSpeaker(3,)", without check_dbus_connection.
     std::vector<std::string> Calls() const;

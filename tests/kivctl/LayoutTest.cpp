@@ -50,16 +50,16 @@ void ExpectSame(const Json& record, const Json& speaker)
 TEST_F(LayoutTest, TheSimulatorsOwnDescribesItsHome)
 {
     Run({"start", kLeft, kRight});
-    const Json model = Model();
+    const Json state = State();
     const Json nodes = Decoded({"list", "nodes"});
     ASSERT_EQ(nodes.size(), 7U);
-    for (size_t i = 0; i < model.at("speakers").size(); ++i) {
-        ExpectSame(nodes.at(i), model.at("speakers").at(i));
+    for (size_t i = 0; i < state.at("speakers").size(); ++i) {
+        ExpectSame(nodes.at(i), state.at("speakers").at(i));
         EXPECT_EQ(nodes.at(i).at("watched"), 1);
     }
     const Json active = Decoded({"list", "active"});
     ASSERT_EQ(active.size(), 2U);
-    ExpectSame(active.at(1), model.at("speakers").at(1));
+    ExpectSame(active.at(1), state.at("speakers").at(1));
     EXPECT_EQ(active.at(1).at("playing"), 1);
 
     const Json lists = Decoded({"list", "all"});
@@ -70,7 +70,7 @@ TEST_F(LayoutTest, TheSimulatorsOwnDescribesItsHome)
     EXPECT_EQ(lists.at(0).at("connected"), 3);
     EXPECT_EQ(lists.at(0).at("playing"), 2);
     ASSERT_EQ(lists.at(0).at("speakers").size(), 3U);
-    ExpectSame(lists.at(0).at("speakers").at(2), model.at("speakers").at(2));
+    ExpectSame(lists.at(0).at("speakers").at(2), state.at("speakers").at(2));
     EXPECT_EQ(lists.at(1).at("speakers").size(), 1U);
     EXPECT_EQ(Decoded({"list", "all", "--array"}), lists);
 }

@@ -11,8 +11,8 @@ protected:
     // Returns the simulator's state of a speaker.
     Json Speaker(const std::string& mac) const
     {
-        const Json model = Model();
-        for (const Json& speaker : model.at("speakers")) {
+        const Json state = State();
+        for (const Json& speaker : state.at("speakers")) {
             if (speaker.at("mac") == mac) {
                 return speaker;
             }

@@ -192,10 +192,10 @@ TEST_F(ControlTest, ForgetsClientsThatLeaveTheBus)
         const FakeClient client(bus_.Address(), "tv_7");
         client.Tell("SubscribeNamServiceCallback", 7);
         left = client.BusName();
-        EXPECT_EQ(Model()["clients"][0]["busName"], left);
+        EXPECT_EQ(State()["clients"][0]["busName"], left);
     }
     test::WaitUntil("the client to leave the bus", [&] { return !HasOwner(left); });
-    EXPECT_THAT(Model()["clients"], IsEmpty());
+    EXPECT_THAT(State()["clients"], IsEmpty());
     EXPECT_EQ(Control("Payload", "('', [byte 1])"), "(0,)");
 }
 
@@ -260,18 +260,18 @@ TEST_F(ControlTest, CallClientRefusesWhatCannotTravel)
 
 TEST_F(ControlTest, ModelShowsTheHome)
 {
-    const nlohmann::json model = Model();
-    EXPECT_EQ(model["speakers"].size(), 4U);
-    EXPECT_EQ(model["speakers"][3]["mac"], "02:4b:49:56:00:a4");
-    EXPECT_EQ(model["speakers"][3]["ip"], "192.168.0.24");
-    EXPECT_EQ(model["soundbars"][0]["name"], "Soundbar");
-    EXPECT_EQ(model["receiverHasAtmos"], false);
-    EXPECT_THAT(model["clients"], IsEmpty());
+    const nlohmann::json state = State();
+    EXPECT_EQ(state["speakers"].size(), 4U);
+    EXPECT_EQ(state["speakers"][3]["mac"], "02:4b:49:56:00:a4");
+    EXPECT_EQ(state["speakers"][3]["ip"], "192.168.0.24");
+    EXPECT_EQ(state["soundbars"][0]["name"], "Soundbar");
+    EXPECT_EQ(state["receiverHasAtmos"], false);
+    EXPECT_THAT(state["clients"], IsEmpty());
 }
 
 TEST_F(ControlTest, ShowHasTheFaultsAsAScenarioHasThem)
 {
-    EXPECT_EQ(Model()["faults"], nlohmann::json::object());
+    EXPECT_EQ(State()["faults"], nlohmann::json::object());
     const nlohmann::json faults = {
         {"*", {{"delay", 5}}},
         {"DisableSurround", {{"reply", "(7,)"}, {"every", 2}}},
@@ -279,12 +279,12 @@ TEST_F(ControlTest, ShowHasTheFaultsAsAScenarioHasThem)
         {"StopNetworkSpeaker", {{"error", "org.example.Bad"}, {"message", "no"}, {"count", 2}}},
     };
     Control("Apply", Quoted(nlohmann::json{{"faults", faults}}.dump()));
-    EXPECT_EQ(Model()["faults"], faults);
+    EXPECT_EQ(State()["faults"], faults);
 
     Server("StopNetworkSpeaker", "(1,)");
-    EXPECT_EQ(Model()["faults"]["StopNetworkSpeaker"]["count"], 1);
+    EXPECT_EQ(State()["faults"]["StopNetworkSpeaker"]["count"], 1);
     EXPECT_EQ(Control("Fault", "('DisableSurround', {'reply': <(8, 'x')>})"), "()");
-    EXPECT_EQ(Model()["faults"]["DisableSurround"], (nlohmann::json{{"reply", "(8, 'x')"}}));
+    EXPECT_EQ(State()["faults"]["DisableSurround"], (nlohmann::json{{"reply", "(8, 'x')"}}));
 }
 
 TEST_F(ControlTest, ClearFaultTakesOneBack)
@@ -315,8 +315,8 @@ TEST_F(ControlTest, ApplyChangesWhatIsMentioned)
             Quoted(R"json({"home": {"settingMode": 81}, "faults": {"DisableSurround": {"reply": "(7,)"}}})json")),
         "()");
     EXPECT_EQ(Server("DisableSurround"), "(7,)");
-    EXPECT_EQ(Model()["settingMode"], 81);
-    EXPECT_EQ(Model()["speakers"].size(), 4U);
+    EXPECT_EQ(State()["settingMode"], 81);
+    EXPECT_EQ(State()["speakers"].size(), 4U);
 
     EXPECT_EQ(
         Control("Apply", Quoted(R"({"clientId": "den", "faults": {"DisableSurround": null},
@@ -324,9 +324,9 @@ TEST_F(ControlTest, ApplyChangesWhatIsMentioned)
         "()");
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     EXPECT_EQ(Server("check_dbus_connection", "(7,)"), "('den',)");
-    EXPECT_EQ(Model()["speakers"].size(), 1U);
-    EXPECT_EQ(Model()["speakers"][0]["active"], true);
-    EXPECT_EQ(Model()["settingMode"], 81);
+    EXPECT_EQ(State()["speakers"].size(), 1U);
+    EXPECT_EQ(State()["speakers"][0]["active"], true);
+    EXPECT_EQ(State()["settingMode"], 81);
 }
 
 TEST_F(ControlTest, WhatCannotBeAppliedChangesNothing)
@@ -337,7 +337,7 @@ TEST_F(ControlTest, WhatCannotBeAppliedChangesNothing)
         Invalid("scenario:2: /colour: there is no such key; known are $schema, away, clientId, "
                 "description, events, exit, faults, feature, home, timetable"));
     EXPECT_THAT(Control("Apply", Quoted(R"({"home": {"settingMode": 81}, "feature": "off"})")), StartsWith(kInvalid));
-    EXPECT_EQ(Model()["settingMode"], 80);
+    EXPECT_EQ(State()["settingMode"], 80);
 }
 
 TEST_F(ControlTest, ApplyTellsTheClientsFirst)
@@ -393,8 +393,8 @@ TEST_F(ControlTest, TheWorldOutlastsACrash)
         EXPECT_EQ(Control("AwaitServer"), "()");
     }
     EXPECT_EQ(Server("DisableSurround"), "(7,)");
-    EXPECT_EQ(Model()["settingMode"], 81);
-    EXPECT_THAT(Model()["clients"], IsEmpty());
+    EXPECT_EQ(State()["settingMode"], 81);
+    EXPECT_THAT(State()["clients"], IsEmpty());
     EXPECT_THAT(Control("Calls"), HasSubstr("'SubscribeNamServiceCallback'"));
     EXPECT_EQ(Control("Exit"), "()");
     EXPECT_EQ(program_->ExitCode(), 0);

@@ -86,22 +86,22 @@ TEST_F(HomeTest, StartsASpeakerByItsLabel)
     home_.StartSpeakers(StartRecord(1, 0x01));
     EXPECT_EQ(home_.StartSpeakerById({'K', 'I', 'V', 'A', '4'}, 6, 81, 9), 1);
 
-    const nlohmann::json model = home_.ToJson();
-    EXPECT_EQ(model["speakers"][0]["active"], false);
-    EXPECT_EQ(model["speakers"][3]["active"], true);
-    EXPECT_EQ(model["speakers"][3]["channel"], 6);
-    EXPECT_EQ(model["settingMode"], 81);
-    EXPECT_EQ(model["startReason"], 9);
+    const nlohmann::json state = home_.ToJson();
+    EXPECT_EQ(state["speakers"][0]["active"], false);
+    EXPECT_EQ(state["speakers"][3]["active"], true);
+    EXPECT_EQ(state["speakers"][3]["channel"], 6);
+    EXPECT_EQ(state["settingMode"], 81);
+    EXPECT_EQ(state["startReason"], 9);
 }
 
 TEST_F(HomeTest, StartsASpeakerByItsNode)
 {
     EXPECT_EQ(home_.StartSpeakerNode(2, 81, 9), 1);
 
-    const nlohmann::json model = home_.ToJson();
-    EXPECT_EQ(model["speakers"][1]["active"], true);
-    EXPECT_EQ(model["settingMode"], 81);
-    EXPECT_EQ(model["startReason"], 9);
+    const nlohmann::json state = home_.ToJson();
+    EXPECT_EQ(state["speakers"][1]["active"], true);
+    EXPECT_EQ(state["settingMode"], 81);
+    EXPECT_EQ(state["startReason"], 9);
 }
 
 TEST_F(HomeTest, StartsAGroup)

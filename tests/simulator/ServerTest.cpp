@@ -24,11 +24,11 @@ TEST_F(ServerTest, WhatOneCallSetsAnotherReads)
         Server("StartNetworkSpeaker", Records({StartRecord(1, 0x01), StartRecord(2, 0x02), StartRecord(3, 0x03)})),
         "(3,)");
     EXPECT_EQ(Server("GetSurroundChannelNumber"), "(3,)");
-    EXPECT_EQ(Model()["startReason"], 12);
+    EXPECT_EQ(State()["startReason"], 12);
     EXPECT_EQ(Server("DisableSurround"), "(0,)");
     EXPECT_EQ(Server("GetSurroundChannelNumber"), "(0,)");
     EXPECT_EQ(Server("StopNetworkSpeaker", "(1,)"), "(1,)");
-    EXPECT_EQ(Model()["speakers"][0]["active"], false);
+    EXPECT_EQ(State()["speakers"][0]["active"], false);
 }
 
 // Returns the event after a call about volumes. The arguments are the last bytes of MAC and IP, and the volumes.
@@ -90,17 +90,17 @@ TEST_F(ServerTest, ArgumentsComeInTheirOrder)
     EXPECT_EQ(
         Server("Vireon_StartNetworkSpeakerByID", "(byte 0x4b, byte 0x49, byte 0x56, byte 0x30, byte 0x31, 11, 12, 13)"),
         "(1,)");
-    EXPECT_EQ(Model()["speakers"][0]["channel"], 11);
-    EXPECT_EQ(Model()["settingMode"], 12);
-    EXPECT_EQ(Model()["startReason"], 13);
+    EXPECT_EQ(State()["speakers"][0]["channel"], 11);
+    EXPECT_EQ(State()["settingMode"], 12);
+    EXPECT_EQ(State()["startReason"], 13);
     EXPECT_EQ(Server("StartNetworkSpeakerByID", "(2, 14, 15)"), "(1,)");
     EXPECT_EQ(Server("GetNetSpkSettingMode"), "(14,)");
-    EXPECT_EQ(Model()["startReason"], 15);
+    EXPECT_EQ(State()["startReason"], 15);
 
     EXPECT_EQ(Server("StartNetSpkTest", "(" + MacArguments(0x02) + ", 1, 2, 3)"), "(0,)");
-    EXPECT_EQ(Model()["speakers"][1]["test"], (nlohmann::json{{"parameter", 1}, {"channelType", 2}, {"extra", 3}}));
+    EXPECT_EQ(State()["speakers"][1]["test"], (nlohmann::json{{"parameter", 1}, {"channelType", 2}, {"extra", 3}}));
     EXPECT_EQ(Server("SetNetSpkName", "(" + MacArguments(0x02) + ", 9, 'Door')"), "(0,)");
-    EXPECT_EQ(Model()["speakers"][1]["name"], "Door");
+    EXPECT_EQ(State()["speakers"][1]["name"], "Door");
 }
 
 TEST_F(ServerTest, AStartedGroupIsTheActiveOne)
@@ -131,11 +131,11 @@ TEST_F(ServerTest, CountsSubscriptions)
 {
     Server("SubscribeNamServiceCallback", "(7,)");
     Server("SubscribeNamServiceCallback", "(7,)");
-    EXPECT_EQ(Model()["clients"][0]["subscriptions"], 2);
+    EXPECT_EQ(State()["clients"][0]["subscriptions"], 2);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(Server("UnsubscribeNamServiceCallback", "(7,)"), "('tv_7',)");
     }
-    EXPECT_EQ(Model()["clients"][0]["subscriptions"], 0);
+    EXPECT_EQ(State()["clients"][0]["subscriptions"], 0);
 }
 
 TEST_F(ServerTest, FaultError)
@@ -161,7 +161,7 @@ TEST_F(ServerTest, FaultKeepsTheHomeAsItIs)
 {
     Control("Fault", "('SetNetSpkSettingMode', {'reply': <(0,)>})");
     Server("SetNetSpkSettingMode", "(81, 1)");
-    EXPECT_EQ(Model()["settingMode"], 80);
+    EXPECT_EQ(State()["settingMode"], 80);
 }
 
 TEST_F(ServerTest, FaultSilent)

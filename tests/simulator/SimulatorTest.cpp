@@ -1,6 +1,7 @@
 #include "simulator/SimulatorTest.h"
 
 #include "simulator/Interfaces.h"
+#include "src/link/Owners.h"
 #include "support/Wait.h"
 
 #include <fmt/format.h>
@@ -31,9 +32,9 @@ ObjectRef<GDBusMessage> NewCall(
 
 std::string Outcome(GDBusMessage* reply)
 {
-    g_autoptr(GError) error = nullptr;
-    if (g_dbus_message_to_gerror(reply, &error) != FALSE) {
-        g_dbus_error_strip_remote_error(error);
+    link::ErrorOwner error;
+    if (g_dbus_message_to_gerror(reply, error.Out()) != FALSE) {
+        g_dbus_error_strip_remote_error(error.get());
         return fmt::format("error {}: {}", g_dbus_message_get_error_name(reply), error->message);
     }
     GVariant* body = g_dbus_message_get_body(reply);
@@ -239,10 +240,10 @@ std::string SimulatorTest::Control(const std::string& method, const std::string&
 std::string SimulatorTest::Call(
     const char* name, const char* path, const char* interface, const std::string& method, const std::string& arguments)
 {
-    g_autoptr(GError) error = nullptr;
+    link::ErrorOwner error;
     const auto reply = OwnObject(g_dbus_connection_send_message_with_reply_sync(
         connection_->Get(), NewCall(name, path, interface, method, arguments).get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
-        kPatienceMs, nullptr, nullptr, &error));
+        kPatienceMs, nullptr, nullptr, error.Out()));
     return reply == nullptr ? error->message : Outcome(reply.get());
 }
 
@@ -278,7 +279,7 @@ bool SimulatorTest::HasOwner(const std::string& name)
     return answer == "(true,)";
 }
 
-nlohmann::json SimulatorTest::Model()
+nlohmann::json SimulatorTest::State()
 {
     const Variant answer = Value(Control("Show"));
     const char* text = nullptr;

@@ -94,7 +94,7 @@ protected:
     void AwaitAnswer(unsigned serial);
 
     bool HasOwner(const std::string& name);
-    nlohmann::json Model();
+    nlohmann::json State();
 
     sandbox::PrivateBus bus_;
     std::optional<sandbox::Connection> connection_;
