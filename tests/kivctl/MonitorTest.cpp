@@ -470,7 +470,7 @@ TEST_F(MonitorTest, FailsWhenTheServerRefusesTheSubscription)
         Ends(
             1, _,
             "kivctl: SubscribeNamServiceCallback returned 0: the server answered with the error org.example.Broken; "
-            "the server's own log tells why\n"));
+            "look into the server's own log to see what the error means\n"));
     // The server refuses only the second request, for the Atmos events.
     Control(
         "Fault", g_variant_new_parsed(

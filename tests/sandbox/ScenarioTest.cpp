@@ -140,7 +140,7 @@ TEST(ScenariosTest, DyingServerDiesOfEachThirdStart)
         OutputIn("dying-server", start + start + start + start),
         played + played + Failed("StartNetworkSpeaker") +
             "-1: the bus answered with the error org.freedesktop.DBus.Error.NoReply: Message recipient disconnected "
-            "from message bus without replying; the server's own log tells why\n" +
+            "from message bus without replying; look into the server's own log to see why it ended\n" +
             played);
 }
 

@@ -1,6 +1,5 @@
 #include "tools/kivctl/Command.h"
 
-#include "simulator/Replay.h"
 #include "tools/kivctl/Bus.h"
 #include "tools/kivctl/CallLog.h"
 #include "tools/kivctl/CallWatch.h"
@@ -41,18 +40,6 @@ std::string BusDoesNotTell(const SeenCalls& seen)
     return "the bus does not say whether the server runs: " + seen.ownerQuery->error;
 }
 
-// Returns the advice for an error that answers a call of the server.
-const char* AdviceOn(const std::string& error)
-{
-    if (error.starts_with(kAccessDenied)) {
-        return "have the policy of the bus allow it";
-    }
-    if (error.starts_with(kUnknownMethod)) {
-        return kUseThisInterface;
-    }
-    return error.starts_with(simulator::kNotRecorded) ? kRecordingLacksCall : kServersLogTellsWhy;
-}
-
 // Returns why the library did not reach the server. A command that has not called the library gives its own reason.
 Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
 {
@@ -86,7 +73,7 @@ Reason WhyNotReached(const SeenCalls& seen, const std::string& ownReason)
                    ? unreachable(seen.server->error)
                    : Reason{
                          kFailed, "the network-speaker server answers with the error " + seen.server->error,
-                         AdviceOn(seen.server->error)};
+                         ServerErrorAdvice(seen.server->error)};
     default:
         return {
             kFailed, fmt::format("the network-speaker server answers {} instead of a client id", seen.server->type),
@@ -123,7 +110,7 @@ Reason WhyRequestFailed(const std::string& function, const std::string& libraryR
             fmt::format(
                 "the {} answered {}with the error {}", seen.server->isOfBus ? "bus" : "server", method,
                 seen.server->error),
-            AdviceOn(seen.server->error)};
+            ServerErrorAdvice(seen.server->error)};
     default:
         return {kFailed, libraryReason, seen.server->isRefusal ? kServersLogTellsWhy : kUseThisInterface};
     }

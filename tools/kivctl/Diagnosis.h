@@ -37,7 +37,7 @@ struct Diagnosis {
 // peer or of the bus.
 std::string FailedBy(const std::string& peer, const std::string& error);
 
-// Returns the advice for such an error of the server.
+// Returns the advice for such an error as the answer to a call of the server.
 std::string ServerErrorAdvice(std::string_view error);
 
 // Returns the diagnosis for a server that could not be started. The reason begins with a D-Bus error if there is one.
