@@ -29,9 +29,9 @@ protected:
         client_.m_DestroyMessageMonitor(); // the monitor thread may still be in the hook
     }
 
-    // Makes each new line of the log call every step_-th function, from first_ on. A line that has come before calls
-    // one, each time the next. All call the functions that share a list of callbacks with most others. The lines of
-    // these calls call none.
+    // Makes each new line of the log call every step_-th function, and the line after it the ones behind these. A line
+    // that has come before calls one, each time the next. All call the functions that share a list of callbacks with
+    // most others. The lines of these calls call none.
     void CallFunctionsInLines()
     {
         platform_log::OnLine([this](const LogLine& line) {
@@ -46,11 +46,14 @@ protected:
             isInLog_ = true;
             SubscribeNamServiceCallback("in a line", IgnoreEvent);
             register_atmos_support_cb(IgnoreAtmos, nullptr);
-            const int first = isNew ? first_.load() : next_++;
-            const int step = isNew ? step_ : FunctionCount();
-            for (int inner = 0; inner < FunctionCount(); inner += step) {
-                CallFunction((first + inner) % FunctionCount());
-                ++innerCalls_;
+            if (isNew) {
+                const int first = first_++;
+                for (int inner = 0; inner < FunctionCount(); inner += step_) {
+                    CallFunction((first + inner) % FunctionCount());
+                    ++innerCalls_;
+                }
+            } else {
+                CallFunction(next_++ % FunctionCount());
             }
             isInLog_ = false;
         });
@@ -75,12 +78,17 @@ private:
 
 TEST_P(LogCallTest, MayCallEveryFunctionFromEveryOther)
 {
+    step_ = kShares;
     CallFunctionsInLines();
     for (int outer = GetParam(); outer < FunctionCount(); outer += kShares) {
         first_ = outer; // so that a call that removes finds what the call before it in the list has added
         const int before = innerCalls_;
-        CallFunction(outer);
-        EXPECT_GT(innerCalls_, before) << "Outer call " << outer << " logs no line";
+        // A call with few lines is made again, until they have called every function.
+        for (int calls = 0; calls < kShares && innerCalls_ < before + FunctionCount(); ++calls) {
+            ForgetLines();
+            CallFunction(outer);
+        }
+        EXPECT_GE(innerCalls_, before + FunctionCount()) << "Outer call " << outer << " logs no line";
     }
     platform_log::OnLine(nullptr);
     EXPECT_EQ(StopNetworkSpeaker(3), 3);
