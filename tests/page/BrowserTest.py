@@ -68,7 +68,7 @@ def await_row(browser, *words):
     """Waits for a row of the conversation that contains these words."""
     return wait_for(lambda: next((row for row in browser.execute_script(
         "return [...document.querySelectorAll('#rows g')].map(row => row.textContent)")
-        if all(word in row for word in words)), None), f"a row with {words}", 10)
+        if all(word in row for word in words)), None), f"a row with {words}")
 
 
 def press(browser, css):

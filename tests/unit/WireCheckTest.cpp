@@ -391,8 +391,8 @@ const ArrayCase kArrays[] = {
     {"Numbers", [](std::size_t length) { return Zeroes("ai", length); }, 4},
     {"Long", [](std::size_t length) { return Zeroes("at", length); }, 8},
     {"Doubles", [](std::size_t length) { return Zeroes("ad", length); }, 8},
-    // Each has a length, 59 characters and the NUL.
-    {"Strings", [](std::size_t length) { return Strings(length / 64, 59); }, 64, true},
+    // Each has a length, 4091 characters and the NUL.
+    {"Strings", [](std::size_t length) { return Strings(length / 4096, 4091); }, 4096, true},
     // Three bytes of padding follow each element except the last.
     {"PaddedStrings",
      [](std::size_t length) {
