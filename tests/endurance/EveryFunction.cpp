@@ -29,14 +29,24 @@ void IgnoreEvent(int /*eventId*/, void* /*data*/, int /*length*/) {}
 
 void IgnoreAtmos(int /*supported*/, void* /*userData*/) {}
 
+void AddSubscriber()
+{
+    SubscribeNamServiceCallback("every function", IgnoreEvent);
+}
+
+void AddAtmosCallback()
+{
+    register_atmos_support_cb(IgnoreAtmos, nullptr);
+}
+
 constexpr void (*kCalls[])() = {
-    [] { SubscribeNamServiceCallback("every function", IgnoreEvent); },
+    AddSubscriber,
     [] { UnsubscribeNamServiceCallback("every function"); },
     [] { NodeRemoveFromWatcher(kNode); },
 
     [] { kiv_is_receiver_atmos(); },
-    [] { register_atmos_support_cb(IgnoreAtmos, nullptr); },
-    [] { register_atmos_support_cb(IgnoreAtmos, nullptr); }, // the second registration is refused
+    AddAtmosCallback,
+    AddAtmosCallback, // the second registration is refused
     [] { unregister_atmos_support_cb(IgnoreAtmos); },
     [] { unregister_atmos_support_cb(IgnoreAtmos); },
 
@@ -151,6 +161,12 @@ void CallEveryFunction()
 void CallFunction(int number)
 {
     kCalls[number]();
+}
+
+void AddCallbacks()
+{
+    AddSubscriber();
+    AddAtmosCallback();
 }
 
 int FunctionCount()

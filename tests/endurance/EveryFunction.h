@@ -12,4 +12,7 @@ int FunctionCount();
 // Makes the call with this number. Numbers begin with 0.
 void CallFunction(int number);
 
+// Adds the callbacks that some of these calls remove.
+void AddCallbacks();
+
 } // namespace kiv::endurance

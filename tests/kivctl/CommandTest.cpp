@@ -265,6 +265,35 @@ TEST_F(CommandTest, AnErrorOfAServerThatIsReachedIsNamed)
         "; use a server that serves this interface (man kiv-dbus)");
 }
 
+// Answers the question for the client id, and gives up the server's name before the answer arrives.
+GDBusMessage* AnswerAndGo(GDBusConnection* connection, GDBusMessage* message, gboolean incoming, gpointer)
+{
+    if (incoming == FALSE || g_strcmp0(g_dbus_message_get_member(message), "check_dbus_connection") != 0) {
+        return message;
+    }
+    const link::MessageOwner call(message);
+    const link::MessageOwner release(g_dbus_message_new_method_call(
+        "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ReleaseName"));
+    g_dbus_message_set_body(release.get(), g_variant_new("(s)", kServerName));
+    const link::MessageOwner answer(g_dbus_message_new_method_reply(call.get()));
+    g_dbus_message_set_body(answer.get(), g_variant_new("(s)", "tv_1"));
+    for (GDBusMessage* const sent : {release.get(), answer.get()}) {
+        g_dbus_connection_send_message(connection, sent, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+    }
+    return nullptr;
+}
+
+TEST_F(CommandTest, AServerThatGoesBeforeTheRequestIsSaidToHaveGone)
+{
+    bus_.RemoveService(kServerName);
+    const sandbox::Connection server(bus_.Address());
+    g_dbus_connection_add_filter(server.Get(), AnswerAndGo, nullptr, nullptr);
+    server.CallDaemon("org.freedesktop.DBus", "RequestName", g_variant_new("(su)", kServerName, 0U));
+    EXPECT_THAT(
+        Run({"stop"}),
+        Ends(1, "", "kivctl: StopNetworkSpeaker returned -1: the server has gone; the server's own log tells why\n"));
+}
+
 // doctor checks the way to the server, and no single requests.
 TEST_F(CommandTest, AnAnswerOfTheServerEndsWithWhatToDo)
 {
