@@ -10,8 +10,8 @@ PATH=$(dirname "$3"):$PATH
 . "$5"
 
 # Prints the first words of the lines in a section of a command's help, without the values of arguments.
-listed() { # section, command...
-  kivctl "${@:2}" --help | sed -n "/^$1:/,/^$/s/^  \([^ ].*\)/\1/p" | sed 's/^-h,//; s/[ ,].*//'
+listed() { # section, help
+  sed -n "/^$1:/,/^$/s/^  \([^ ].*\)/\1/p" <<<"$2" | sed 's/^-h,//; s/[ ,].*//'
 }
 
 offered() { # command...
@@ -23,11 +23,11 @@ offered() { # command...
 
 # Prints every command without subcommands, and compares its help with its completion.
 walk() { # command...
-  local part parts
-  parts=$(listed Subcommands "$@")
-  # The options of kivctl itself are allowed anywhere.
+  local help part parts
+  help=$(kivctl "$@" --help)
+  parts=$(listed Subcommands "$help")
   diff --label "help of $*" --label "completion of $*" \
-    <({ echo "$parts"; listed Options "$@"; listed Options; } | sed '/^$/d' | sort -u) \
+    <({ echo "$parts"; listed Options "$help"; echo "$anywhere"; } | sed '/^$/d' | sort -u) \
     <(offered "$@" | if [ -z "$parts" ]; then grep '^-'; else cat; fi | sort) >&2
   if [ -z "$parts" ]; then
     echo "$*"
@@ -38,6 +38,8 @@ walk() { # command...
   done
 }
 
+# The options of kivctl itself are allowed anywhere.
+anywhere=$(listed Options "$(kivctl --help)")
 commands=$(walk | sort)
 echo "$(wc -l <<<"$commands") commands"
 # Prints the bold words at the beginning of a line in a section of the man page.
