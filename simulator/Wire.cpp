@@ -13,12 +13,12 @@ namespace kiv::simulator {
 
 std::optional<Mac> ParseMac(std::string_view text)
 {
-    return ParseAddress<std::tuple_size_v<Mac>>(text, ':', 16, 1, 2);
+    return ParseMacAddress(text, 1);
 }
 
 std::optional<Ip> ParseIp(std::string_view text)
 {
-    return ParseAddress<std::tuple_size_v<Ip>>(text, '.', 10, 1, 3);
+    return ParseIpAddress(std::string(text));
 }
 
 std::optional<Bytes> ParseHex(std::string_view text)

@@ -77,7 +77,9 @@ TEST(WireTest, RefusesWhatIsNoAddressOrByte)
           "02:4b:49:56:00:001", "02:4b:49:56:00:-1", "02:4b:49:56:00:0g"}) {
         EXPECT_EQ(ParseMac(text), std::nullopt) << text;
     }
-    for (const std::string text : {"", "192.168.0", "192.168.0.256", "192.168.0.1.", "192.168.0.a", "192.168.0.0001"}) {
+    using namespace std::string_literals;
+    for (const std::string& text :
+         {""s, "192.168.0"s, "192.168.0.256"s, "192.168.0.1."s, "192.168.0.a"s, "192.168.0.01"s, "192.168.0.1\0"s}) {
         EXPECT_EQ(ParseIp(text), std::nullopt) << text;
     }
     for (const std::string text : {"0", "0x01", "01 2", "0 1", "gg", "01,02"}) {

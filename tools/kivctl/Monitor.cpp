@@ -1,5 +1,6 @@
 #include "tools/kivctl/Monitor.h"
 
+#include "tools/TimeOfDay.h"
 #include "tools/kivctl/Alarm.h"
 #include "tools/kivctl/Bus.h"
 #include "tools/kivctl/CallWatch.h"
@@ -37,12 +38,8 @@ struct Stamp {
 Stamp Now()
 {
     const auto now = std::chrono::system_clock::now();
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-    const auto milliseconds =
-        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-    return {
-        fmt::format("{:%H:%M:%S}.{:03}", fmt::localtime(seconds), milliseconds),
-        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), milliseconds)};
+    const std::tm utc = fmt::gmtime(std::chrono::system_clock::to_time_t(now));
+    return {TimeOfDay(now), fmt::format("{:%FT%T}.{:03}Z", utc, MillisecondsOfSecond(now))};
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 #include "tools/WrittenBytes.h"
 #include "tools/kivctl/Command.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -144,7 +143,7 @@ int32_t ParseFlag(const std::string& text)
 
 Mac ParseMac(const std::string& text)
 {
-    if (const auto mac = ParseAddress<NETSPK_MAC_LEN>(text, ':', 16, 2, 2)) {
+    if (const auto mac = ParseMacAddress(text, 2)) {
         return *mac;
     }
     throw BadArguments(fmt::format("must be a MAC address such as 02:4b:49:56:00:01, got \"{}\"", text));
@@ -152,11 +151,10 @@ Mac ParseMac(const std::string& text)
 
 Ip ParseIp(const std::string& text)
 {
-    Ip ip{};
-    if (inet_pton(AF_INET, text.c_str(), ip.data()) != 1) {
-        throw BadArguments(fmt::format("must be an IPv4 address such as 192.168.0.21, got \"{}\"", text));
+    if (const auto ip = ParseIpAddress(text)) {
+        return *ip;
     }
-    return ip;
+    throw BadArguments(fmt::format("must be an IPv4 address such as 192.168.0.21, got \"{}\"", text));
 }
 
 std::string IpText(Bytes ip)

@@ -4,6 +4,7 @@
 #include "simulator/Replay.h"
 #include "simulator/Scenario.h"
 #include "src/link/Owners.h"
+#include "tools/TimeOfDay.h"
 #include "tools/sandbox/BusFault.h"
 #include "tools/sandbox/BusTrace.h"
 #include "tools/sandbox/Connection.h"
@@ -19,7 +20,6 @@
 #include "tools/sandbox/TraceFormatter.h"
 
 #include <CLI/CLI.hpp>
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <poll.h>
@@ -357,15 +357,6 @@ int RunCommand(const std::string& name, Keeper& command, const EndSignals& signa
     }
 }
 
-// Returns the time of day in the form of the log of the platform stand-in, so that both can be read side by side.
-std::string TimeOfDay()
-{
-    const auto now = std::chrono::system_clock::now();
-    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
-    return fmt::format(
-        "{:%H:%M:%S}.{:03}", fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds % 1000);
-}
-
 // Prints the messages from the start of the command on, because earlier messages are the sandbox's own. With the
 // housekeeping, prints all messages.
 class TracePrinter {
@@ -383,7 +374,7 @@ public:
         const auto line = formatter_.Format(message);
         if (line && isPrinting_) {
             // std::fputs() is used, because an exception for a closed stderr would end the command.
-            std::fputs(fmt::format("{} bus: {}\n", TimeOfDay(), *line).c_str(), stderr);
+            std::fputs(fmt::format("{} bus: {}\n", TimeOfDay(std::chrono::system_clock::now()), *line).c_str(), stderr);
         }
     }
 
