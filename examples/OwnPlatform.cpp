@@ -7,7 +7,7 @@
 extern "C" {
 
 [[gnu::format(printf, 4, 5)]] KIV_API int
-__dlog_print(int /*logId*/, int priority, const char* tag, const char* format, ...) // NOLINT: the platform's name
+__dlog_print(int /*logId*/, int priority, const char* tag, const char* format, ...)
 {
     constexpr int kError = 6;
     if (priority < kError) {

@@ -111,7 +111,6 @@ using namespace kiv::fuzz;
 extern "C" {
 
 // The linker puts these functions in place of GIO's and the C library's (--wrap).
-// NOLINTBEGIN(bugprone-reserved-identifier)
 
 GDBusConnection* __wrap_g_bus_get_sync(GBusType /*type*/, GCancellable* /*cancellable*/, GError** /*error*/)
 {
@@ -148,6 +147,4 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
 {
     return body == CNSGdbus::m_Monitor ? EAGAIN : __real_pthread_create(thread, attributes, body, argument);
 }
-
-// NOLINTEND(bugprone-reserved-identifier)
 }

@@ -71,7 +71,6 @@ bool IsAsInTheTemplate(const GDBusInterfaceInfo& interface)
 extern "C" {
 
 // The linker puts these functions in place of GIO's (--wrap).
-// NOLINTBEGIN(bugprone-reserved-identifier)
 
 void __wrap_g_dbus_connection_call(
     GDBusConnection* connection, const gchar* /*busName*/, const gchar* /*path*/, const gchar* /*interface*/,
@@ -136,8 +135,6 @@ gboolean __wrap_g_dbus_connection_unregister_object(GDBusConnection* /*connectio
     g_served.path.clear();
     return TRUE;
 }
-
-// NOLINTEND(bugprone-reserved-identifier)
 }
 
 #pragma GCC visibility pop

@@ -98,7 +98,6 @@ void CheckReceivers(Bytes payload)
 extern "C" {
 
 // The linker puts this function in place of GIO's (--wrap).
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
 void __wrap_g_dbus_method_invocation_return_value(GDBusMethodInvocation* invocation, GVariant* result)
 {
     KIV_REQUIRE(result == nullptr);

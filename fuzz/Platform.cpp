@@ -21,7 +21,6 @@ int kiv::fuzz::TakeErrorCount()
     return std::exchange(g_errorCount, 0);
 }
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 int __dlog_print(int /*logId*/, int priority, const char* /*tag*/, const char* format, ...)
 {
     char line[256];

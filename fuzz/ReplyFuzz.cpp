@@ -68,14 +68,14 @@ class Buffer {
 public:
     Buffer() { memory_.fill(kUntouched); }
 
-    unsigned char* data() { return memory_.data() + kMargin; }
-    char* text() { return reinterpret_cast<char*>(data()); }
+    unsigned char* Data() { return memory_.data() + kMargin; }
+    char* Text() { return reinterpret_cast<char*>(Data()); }
 
     // Returns whether the buffer begins with these bytes, and everything else in it and around it is untouched.
     bool HoldsOnly(Bytes expected) const
     {
         Buffer other;
-        std::ranges::copy(Part(expected, 0, Size), other.data());
+        std::ranges::copy(Part(expected, 0, Size), other.Data());
         return memory_ == other.memory_;
     }
 
@@ -177,7 +177,7 @@ void ReadActiveSpeakers(const Answer& reply, std::uint8_t extra)
     // The speakers must be appended behind the elements of the list.
     const std::size_t before = extra % 3;
     std::vector<spk_info_s> list(before);
-    KIV_REQUIRE(GetActiveNetSpkInfo(name.text(), type.text(), list) == (reply.body ? count : -1));
+    KIV_REQUIRE(GetActiveNetSpkInfo(name.Text(), type.Text(), list) == (reply.body ? count : -1));
 
     KIV_REQUIRE(name.HoldsOnly(isComplete ? Part(payload, 0, kTypeAt) : Bytes()));
     KIV_REQUIRE(type.HoldsOnly(isComplete ? Part(payload, kTypeAt, kCountAt - kTypeAt) : Bytes()));
@@ -234,7 +234,7 @@ void ReadSoundMode(const Answer& reply, std::uint8_t /*extra*/)
 
     Buffer<KIV_SOUNDBAR_DEVICE_INFO_LEN> identity;
     Buffer<KIV_SOUND_MODE_LEN> mode;
-    const int result = GetSoundbarSoundMode(identity.data(), mode.data());
+    const int result = GetSoundbarSoundMode(identity.Data(), mode.Data());
     KIV_REQUIRE(result == (!reply.body ? -1 : isCorrupted ? 0 : length));
     KIV_REQUIRE(identity.HoldsOnly(isComplete ? Part(payload, 0, 10) : Bytes()));
     KIV_REQUIRE(mode.HoldsOnly(isComplete ? Part(payload, 14, 20) : Bytes()));
@@ -246,7 +246,7 @@ void ReadDeviceInfo(const Answer& reply, std::uint8_t /*extra*/)
     const bool isComplete = payload.size() >= 14;
 
     Buffer<KIV_SOUNDBAR_DEVICE_INFO_LEN> identity;
-    const int result = GetSoundbarDeviceInfo(identity.data());
+    const int result = GetSoundbarDeviceInfo(identity.Data());
     KIV_REQUIRE(result == (!reply.body ? -1 : isComplete ? IntAt(payload, 10) : 0));
     KIV_REQUIRE(identity.HoldsOnly(isComplete ? Part(payload, 0, 10) : Bytes()));
 }
@@ -258,7 +258,7 @@ void ReadProtocolVersion(const Answer& reply, std::uint8_t extra)
     const bool isComplete = payload.size() == 24 && room > 0;
 
     Buffer<KIV_SOUND_MODE_LEN> version;
-    KIV_REQUIRE(GetSoundbarProtocolVersion(kMac, version.data(), room) == (isComplete ? IntAt(payload, 0) : -1));
+    KIV_REQUIRE(GetSoundbarProtocolVersion(kMac, version.Data(), room) == (isComplete ? IntAt(payload, 0) : -1));
     const auto copied = static_cast<std::size_t>(std::clamp(room, 0, KIV_SOUND_MODE_LEN));
     KIV_REQUIRE(version.HoldsOnly(isComplete ? Part(payload, 4, copied) : Bytes()));
 }

@@ -179,7 +179,6 @@ typedef void (*AtmosSupportCallback)(int nSupported, void* pUserData); // NOLINT
 
 /* --- The bus client --------------------------------------------------------------------------------------------- */
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that hosts know
 struct _NS_PROXY_ASYNC_EVENT;
 
 /**

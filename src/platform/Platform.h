@@ -15,7 +15,6 @@ enum LogPriority : int { kLogDebug = 3, kLogInfo, kLogWarning, kLogError, kLogMa
 extern "C" {
 
 // Writes one log line. Returns a negative value on failure.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 int __dlog_print(int logId, int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 

@@ -221,7 +221,7 @@ extern "C" [[gnu::visibility("default"), gnu::format(printf, 2, 3)]] void syslog
 
 // syslog() has this name in a build with fortified calls.
 extern "C" [[gnu::visibility("default"), gnu::format(printf, 3, 4)]] void
-__syslog_chk(int severity, int /*flag*/, const char* format, ...) // NOLINT(bugprone-reserved-identifier)
+__syslog_chk(int severity, int /*flag*/, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);

@@ -34,8 +34,6 @@ using namespace kiv::test;
 
 extern "C" {
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
-
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size)
 {
@@ -135,8 +133,6 @@ int __wrap_pthread_join(pthread_t thread, void** result)
     g_isJoining = true;
     return __real_pthread_join(thread, result);
 }
-
-// NOLINTEND(bugprone-reserved-identifier)
 }
 
 #pragma GCC visibility pop

@@ -110,7 +110,6 @@ bool FirstAttemptFailed()
 } // namespace kiv::ctl
 
 // The dynamic linker resolves the library's calls to this function, and not to the platform's.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 int __dlog_print(int logId, int priority, const char* tag, const char* format, ...)
 {
     static const auto platformsPrint = reinterpret_cast<kiv::ctl::PlatformsPrint>(dlsym(RTLD_NEXT, "__dlog_print"));

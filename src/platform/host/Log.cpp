@@ -198,7 +198,6 @@ Print(LogTarget target, int priority, const char* tag, const char* format, va_li
 
 using namespace kiv::platform;
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the platform's name
 [[gnu::visibility("default")]] int __dlog_print(int /*logId*/, int priority, const char* tag, const char* format, ...)
 {
     if (priority < g_threshold.load(std::memory_order_relaxed)) {

@@ -38,8 +38,8 @@ std::string NamesOf(const Choices& choices)
     return names;
 }
 
-template <typename Value, std::size_t count>
-Value Choose(const char* variable, const Choice<Value> (&choices)[count], const Choice<Value>& fallback)
+template <typename Value, std::size_t Count>
+Value Choose(const char* variable, const Choice<Value> (&choices)[Count], const Choice<Value>& fallback)
 {
     const char* const wanted = std::getenv(variable);
     if (wanted == nullptr || *wanted == '\0') {
