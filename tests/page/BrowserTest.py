@@ -64,11 +64,14 @@ def await_speaker(browser, *words):
         list(words)), f"a speaker with {words}")
 
 
+def rows_of(browser):
+    return browser.execute_script("return [...document.querySelectorAll('#rows g')].map(row => row.textContent)")
+
+
 def await_row(browser, *words):
     """Waits for a row of the conversation that contains these words."""
-    return wait_for(lambda: next((row for row in browser.execute_script(
-        "return [...document.querySelectorAll('#rows g')].map(row => row.textContent)")
-        if all(word in row for word in words)), None), f"a row with {words}")
+    return wait_for(lambda: next((row for row in rows_of(browser) if all(word in row for word in words)), None),
+                    lambda: f"a row with {words}, got {rows_of(browser)}")
 
 
 def press(browser, css):
@@ -237,6 +240,28 @@ def test_a_bus_that_goes_is_seen_and_comes_back(page, browser):
     wait_for(lambda: "Bus up" in states(browser), "the bus")
     press(browser, "[data-words='await-server']")
     wait_for(lambda: "Server up" in states(browser), "the server")
+
+
+def feed(browser, *lines):
+    """Passes lines to the page as if the sandbox had sent them. They have the same time."""
+    browser.execute_script("for (const line of arguments[0]) feed(JSON.stringify({ms: 1, ...line}))", lines)
+
+
+def test_a_late_line_about_the_first_attempt_is_no_failure_of_the_call(page, browser):
+    text = "!!! ERROR ns_proxy.GetProxy() return error, request launch kiv-service"
+    log = f"12:00:00.000 E NAM_SERVICE: KivServiceInterface.cpp: StopNetworkSpeaker(7) > {text}"
+    feed(browser, {"call": 9001, "method": "StopNetworkSpeaker", "arguments": "(1,)", "sender": ":9.1"},
+         {"log": log, "function": "StopNetworkSpeaker", "text": text}, {"answer": 9001, "values": "(7,)"})
+    await_row(browser, "StopNetworkSpeaker(1) → 7")
+
+
+def test_an_answer_to_the_oldest_of_many_calls_ends_no_other(page, browser):
+    calls = [{"call": number, "method": "StopNetworkSpeaker", "arguments": "(1,)", "sender": f":9.{number}"}
+             for number in range(9001, 9501)]
+    asked = {"call": 9501, "method": "NameHasOwner", "arguments": "('',)", "sender": ":9.9501"}
+    feed(browser, *calls, asked, {"answer": 9001, "values": "(7,)"}, {"answer": 9501, "values": "(true,)"},
+         {"call": 9502, "method": "check_dbus_connection", "arguments": "(1,)", "sender": ":9.9501"})
+    assert browser.execute_script("return blocks.filter(block => block.sender === ':9.9501').length") == 1
 
 
 def test_a_call_that_is_under_way_when_the_bus_goes_has_failed(page, browser):

@@ -15,10 +15,10 @@ LONGEST_WAIT = 30
 
 
 def wait_for(condition, what, limit=LONGEST_WAIT):
-    """Waits until the condition returns a true value, and returns that."""
+    """Waits until the condition returns a true value, and returns that. What is awaited may be a function of no argument."""
     end = time.monotonic() + limit
     while not (value := condition()):
-        assert time.monotonic() < end, f"waited {limit} s for {what}"
+        assert time.monotonic() < end, f"waited {limit} s for {what() if callable(what) else what}"
         time.sleep(0.01)
     return value
 

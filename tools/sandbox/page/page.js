@@ -68,7 +68,7 @@ function beginBlock(line) {
 function endBlock(block, line, failure) {
   block.end = timeOf(line);
   if (failure) Object.assign(block, { failed: true, result: failure });
-  openBlocks.splice(openBlocks.indexOf(block), 1);
+  if (openBlocks.includes(block)) openBlocks.splice(openBlocks.indexOf(block), 1);
 }
 
 const asksBus = line => line.method === 'NameHasOwner';
@@ -135,7 +135,9 @@ function attach(block, log) {
     block.name = log.line.function;
     adoptLogs(block);
   }
-  block.failed ||= openBlocks.includes(block) && block.stage === 'method?' && log.line.function === block.name;
+  // The line about the first attempt may come after the method's call, because logs come another way.
+  block.failed ||= openBlocks.includes(block) && block.stage === 'method?' && log.line.function === block.name &&
+    !log.line.text.endsWith('request launch kiv-service');
 }
 
 function adoptLogs(block) {
