@@ -204,8 +204,9 @@ def test_a_lost_server_is_seen_and_comes_back(page, browser):
 
 
 def test_a_server_that_crashes_is_back(page, browser):
-    page.run("$KIV_SANDBOX control away 300")
+    page.run("$KIV_SANDBOX control away 600000")
     wait_for(lambda: "Server down" in states(browser), "the loss")
+    page.run("$KIV_SANDBOX control away 1")
     wait_for(lambda: "Server up" in states(browser), "the server")
     page.run("$KIVCTL volume set 02:4b:49:56:00:01 67")
     await_speaker(browser, "Living room left", "volume 67")
