@@ -44,7 +44,7 @@ bool IsLike(const std::string& text)
 
 } // namespace
 
-std::string WriteLine(const RecordedLine& line)
+nlohmann::ordered_json LineObject(const RecordedLine& line)
 {
     nlohmann::ordered_json json = {{"ms", line.ms}};
     if (line.answer) {
@@ -55,7 +55,7 @@ std::string WriteLine(const RecordedLine& line)
             json["error"] = line.error;
             json["message"] = line.message;
         }
-        return json.dump();
+        return json;
     }
     if (line.event) {
         json["event"] = *line.event;
@@ -65,7 +65,12 @@ std::string WriteLine(const RecordedLine& line)
     }
     json["method"] = line.method;
     json["arguments"] = line.arguments;
-    return json.dump();
+    return json;
+}
+
+std::string WriteLine(const RecordedLine& line)
+{
+    return LineObject(line).dump();
 }
 
 RecordedLine ReadLine(const std::string& name, const std::string& text, int number)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -26,6 +28,8 @@ struct RecordedLine {
     std::string message;
 };
 
+// Returns a line as a JSON object, with its keys in the order in which they are written.
+nlohmann::ordered_json LineObject(const RecordedLine& line);
 // Returns the text of a line, without a newline.
 std::string WriteLine(const RecordedLine& line);
 // Reads a line. Throws FileError, with name, number and reason, if it is not a line of a recording.

@@ -11,7 +11,7 @@ import time
 import urllib.parse
 
 PROGRAM = os.environ["KIV_SANDBOX"]
-LONGEST_WAIT = 30
+LONGEST_WAIT = 120  # so long that a busy machine does not reach it
 
 
 def wait_for(condition, what, limit=LONGEST_WAIT):

@@ -177,7 +177,7 @@ void LiveSandbox::OnState(GObject* connection, GAsyncResult* result, void* self)
 void LiveSandbox::Take(const Message& message)
 {
     if (const auto line = messages_.Line(message, IsServerCall(message) || AsksForServer(message))) {
-        json shown = json::parse(simulator::WriteLine(*line));
+        json shown = simulator::LineObject(*line);
         shown["sender"] = message.sender;
         shown["serial"] = message.serial;
         Post(std::move(shown));

@@ -72,8 +72,7 @@ void ReadRecording(const std::string& file, History& history)
     std::istringstream text(simulator::ReadText(file, simulator::kLargestRecording));
     int number = 0;
     for (std::string line; std::getline(text, line);) {
-        simulator::ReadLine(file, line, ++number); // throws FileError if it is not a line of a recording
-        history.Add(ShownLine(json::parse(line)));
+        history.Add(ShownLine(simulator::LineObject(simulator::ReadLine(file, line, ++number))));
     }
 }
 
