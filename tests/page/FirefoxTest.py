@@ -46,6 +46,7 @@ def test_a_theme_is_followed(page, browser, theme):
 def test_the_page_is_kept_as_one_file(page, browser):
     page.run("$KIVCTL name 02:4b:49:56:00:01 '</script><i>x</i>'; $KIVCTL stop --type 8")
     await_row(browser, "StopNetworkSpeaker(8)")
+    await_speaker(browser, "</script><i>x</i>")
     press(browser, "#save-html")
     file = os.path.join(browser.downloads(), "kiv-sandbox.html")
     wait_for(lambda: os.path.exists(file) and os.path.getsize(file), "the file")
