@@ -1,5 +1,6 @@
 #include "tools/kivctl/CallLog.h"
 
+#include "src/link/Owners.h"
 #include "src/platform/Platform.h"
 #include "tools/kivctl/CallWatch.h"
 #include "tools/kivctl/LogLines.h"
