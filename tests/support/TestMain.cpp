@@ -1,3 +1,5 @@
+#include "support/WarmUp.h"
+
 #include <execinfo.h>
 #include <glib.h>
 #include <gtest/gtest.h>
@@ -112,6 +114,9 @@ std::string Describe(int status)
 // the output of the tests that did not pass.
 std::optional<int> ForkForEachTest(unsigned limit)
 {
+    if (KIV_EMULATED) {
+        kiv::test::WarmUp();
+    }
     const std::vector<std::string> tests = SelectedTests();
     std::signal(SIGALRM, KillChild); // where a child does not end itself
     std::size_t passed = 0;
